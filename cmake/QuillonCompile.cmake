@@ -1,0 +1,29 @@
+# How every target of the project is compiled: link to `quillon-compile`.
+#
+# Warnings are errors only where CMAKE_COMPILE_WARNING_AS_ERROR is set, which the presets do.
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
+endif()
+
+set(QUILLON_SANITIZE "" CACHE STRING "Value for -fsanitize=, for example address,undefined")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_package(Threads REQUIRED)
+
+add_library(quillon-compile INTERFACE)
+target_compile_options(quillon-compile INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wvla
+  "$<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor;-Wold-style-cast>"
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+target_link_libraries(quillon-compile INTERFACE Threads::Threads)
+if(QUILLON_SANITIZE)
+  target_compile_options(quillon-compile INTERFACE
+    -fsanitize=${QUILLON_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(quillon-compile INTERFACE -fsanitize=${QUILLON_SANITIZE})
+endif()

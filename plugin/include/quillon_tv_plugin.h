@@ -1,0 +1,133 @@
+/* The interface of the launcher plug-in for managed applications.
+ *
+ * The launcher loads the plug-in into each process that it prepares, looks these functions up by
+ * name and calls them around the start of one application:
+ *
+ *   plugin_initialize(type)                     first, once
+ *   plugin_get_tpa()                            the lists that coreclr_initialize takes, in any
+ *   plugin_get_dll_path()                       order; the extra list before plugin_set_app_info
+ *   plugin_get_native_dll_searching_path()
+ *   plugin_get_extra_dll_path()
+ *   plugin_set_coreclr_info(host, domain, fn)   once the runtime exists
+ *   plugin_preload()                            optional; after plugin_set_coreclr_info
+ *   plugin_set_app_info(id, path)               once the application is known
+ *   plugin_has_log_control()
+ *   plugin_before_execute()                     just before the managed entry point
+ *   plugin_finalize()                           last
+ *
+ * Thread safety: none of these functions takes a lock. Call them from one thread; the process name,
+ * the security zone and the capabilities that they set are the calling thread's.
+ *
+ * Ownership: every text returned belongs to the plug-in. It stays valid until the same function is
+ * called again. Copy what must live longer; neither free nor change it.
+ *
+ * Failures are reported in the platform log, never by a result. A launch that the plug-in refuses
+ * ends the process with status 0 after one error line.
+ */
+#pragma once
+
+#include <stdbool.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The runtime's coreclr_create_delegate (coreclrhost.h of the public .NET runtime): makes a native
+ * function pointer for a static managed method. Returns a 32-bit status, negative on failure. */
+typedef int (*coreclr_create_delegate_ptr)(void* hostHandle, unsigned int domainId,
+                                           const char* assemblyName, const char* typeName,
+                                           const char* methodName, void** delegate);
+
+/* Chooses and builds the launch strategy.
+ *
+ * appType  a text that contains one of "inhouseapitest", "inhouse", "dotnet", "normal"; the first
+ *          of them, in this order, that occurs anywhere in the text decides. Copied.
+ *
+ * Sets "DOTNET_APP" and "DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER" in the environment. A text
+ * with none of them is an error line in the log; the strategy built earlier, if any, stays.
+ *
+ * Call first, before any other function and before the runtime is created. */
+void plugin_initialize(const char* appType);
+
+/* Prepares a process ahead of its application: loads the listed native libraries, then runs the
+ * managed method Velora.Preload.Init of the assembly Preload. A process prepared this way keeps its
+ * capabilities in plugin_before_execute.
+ *
+ * Optional. Call after plugin_set_coreclr_info. */
+void plugin_preload(void);
+
+/* Tells which application runs in this process.
+ *
+ * appId     application id; copied
+ * execPath  path of its executable; must exist and lie, with symbolic links resolved, under "/usr/",
+ *           "/opt/usr/" or "/opt/share/". Copied.
+ *
+ * Checks the platform privilege and the path, and ends the process with status 0 where one of them
+ * is refused. Names the calling thread "DN_" + the last 12 characters of appId, and points the
+ * placeholder descriptors of plugin_get_extra_dll_path at the directories that the application
+ * requires; so call plugin_get_extra_dll_path before.
+ *
+ * Throws std::ios_base::failure when a placeholder could not be opened. */
+void plugin_set_app_info(const char* appId, const char* execPath);
+
+/* Asks whether the plug-in controls the process's standard output and error. Always true. */
+bool plugin_has_log_control(void);
+
+/* The trusted platform assemblies: absolute paths joined by ":", one per assembly name. Null when
+ * the strategy leaves the list to the launcher. */
+char* plugin_get_tpa(void);
+
+/* Directories of managed assemblies, joined by ":". Never null. */
+char* plugin_get_dll_path(void);
+
+/* Directories of native libraries, joined by ":". Never null; empty today. */
+char* plugin_get_native_dll_searching_path(void);
+
+/* Further directories of managed assemblies. Begins with ":" where it is not empty, and may hold
+ * "/proc/self/fd/N" placeholders, which lead to the application's required directories only after
+ * plugin_set_app_info. Never null. Call once per process: each call opens further placeholders.
+ *
+ * Throws std::ios_base::failure when "/proc/self" cannot be opened. */
+char* plugin_get_extra_dll_path(void);
+
+/* Hands over the runtime that the launcher created.
+ *
+ * hostHandle, domainId  as coreclr_initialize gave them
+ * createDelegate        the runtime's coreclr_create_delegate
+ *
+ * All three must stay valid until the process ends. */
+void plugin_set_coreclr_info(void* hostHandle, unsigned int domainId,
+                             coreclr_create_delegate_ptr createDelegate);
+
+/* Drops every capability of the calling thread, unless plugin_preload ran in this process
+ * (capabilities(7)). Call just before the managed entry point. */
+void plugin_before_execute(void);
+
+/* Ends the launch: from here on a crash ends the process quietly. Call last, after the application
+ * has returned. */
+void plugin_finalize(void);
+
+/* 1 once plugin_set_app_info has seen the id of a component that is called directly, else 0. */
+int is_coba_direct_call_mode(void);
+
+/* Set by plugin_finalize: the process is shutting down. */
+extern bool checkOnTerminate;
+
+/* Writes one record to the platform log under the tag "GCTracer", at info or debug priority.
+ *
+ * text  a malloc'ed text; the function frees it */
+void print_log_info(const char* text);
+void print_log_debug(const char* text);
+
+/* Returns a copy of `format` in which every "{n}" is replaced by args[n].
+ *
+ * format  NUL-terminated
+ * args    the replacements; an index outside the array is undefined
+ * size    bytes after which no further piece is copied; a replacement is always copied whole
+ *
+ * The result was allocated with new[]; the caller releases it with delete[]. */
+char* string_format_test(const char* format, const char** args, int size);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,74 @@
+// A platform in memory for unit tests: it defines every symbol of the platform's interface, records
+// what the code under test asks of it, and answers as the test told it to.
+//
+// Link `quillon-recording-platform` beside `quillon-tv-plugin-static`. One instance serves the
+// process; each test begins with platform().reset(), which the fixture below does.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <platform/pkgmgr_info.h>
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quillon::test {
+
+struct LogRecord {
+  int logId;
+  int priority;
+  std::string tag;
+  std::string text;  // formatted, colour escapes included
+
+  // Parts of a text in the plug-in's line format; empty where it is not in it.
+  std::string file() const;
+  std::string function() const;
+  int line() const;
+  std::string colour() const;   // the opening escape, "\x1b[36m"
+  std::string message() const;  // between the opening escape and "\x1b[0m\n"
+};
+
+struct FakeApplication {
+  std::string id;
+  std::string exec;
+  bool service = false;
+  std::vector<std::pair<std::string, std::string>> metadata;
+};
+
+struct FakePackage {
+  std::string id;
+  std::string rootPath;
+  std::vector<std::string> privileges;
+  std::vector<FakeApplication> applications;
+};
+
+struct RecordingPlatform {
+  // What happened, in order.
+  std::vector<LogRecord> log;
+  std::vector<std::string> trace;    // "begin NAME" and "end"
+  std::vector<std::string> markers;  // texts given to prctl option 666
+  std::vector<std::string> calls;    // "function(argument)" of every service call
+
+  // What the services answer.
+  std::vector<FakePackage> packages;
+  std::map<std::string, std::string> config;  // configuration-store texts
+  std::map<pid_t, std::string> processes;     // process id to package id
+  uid_t targetUser = 0;
+  std::map<std::string, int> failures;        // function name to the result it returns instead
+
+  void reset();
+  // The messages of all records of one priority, in order.
+  std::vector<std::string> messages(int priority) const;
+};
+
+RecordingPlatform& platform();
+
+// A test with a platform of its own.
+class PlatformTest : public ::testing::Test {
+ protected:
+  void SetUp() override { platform().reset(); }
+};
+
+}  // namespace quillon::test

@@ -1,0 +1,24 @@
+// What the quillon command ends with where it, not the application, decides. docs/exit-status.md
+// lists them for scripts.
+#pragma once
+
+namespace quillon {
+
+enum ExitStatus : int {
+  kSuccess = 0,
+  kUsage = 100,             // the command line makes no sense
+  kNoDeviceRoot = 101,      // the folder is missing or is no device root
+  kNoNamespace = 102,       // this machine does not allow a private mount namespace
+  kNoPlugin = 103,          // the plug-in is missing or lacks a function
+  kNotInstalled = 104,      // no such package or application
+  kNoAssembly = 105,        // the executable assembly is missing
+  kPathRefused = 106,       // the plug-in would refuse the executable's path (--plan)
+  kPrivilegeMissing = 107,  // the plug-in would refuse the package (--plan)
+  kNoRuntime = 108,         // no .NET runtime
+  kRuntimeFailed = 109,     // the runtime did not start
+  kUnusablePath = 110,      // a path holds ":", which joins lists
+  kNotExecutable = 111,     // the runtime could not run the assembly
+  kServiceFailed = 112,     // registry, configuration store or file failure
+};
+
+}  // namespace quillon

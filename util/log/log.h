@@ -1,0 +1,84 @@
+// The plug-in's log: one line format, four levels, function tracing and launch milestones.
+//
+//   QLOG_SCOPE();                                   // first line of nearly every function
+//   QLOG_ERROR("Cannot remove: %s, %s", path, why);
+//   TTraceLog("[quillon-tv-plugin] GetTPA Start");
+//
+// A line goes to the platform log with log id 0 and the tag "QUILLON", as
+//
+//   <file>: <function>(<line>) > <colour><message>\e[0m\n
+//
+// where <file> names the unit, however many files the unit is split into. The macros are
+// expressions, take a literal format, and check its arguments.
+//
+// Thread safety: everything here may be called from any thread without a lock. Only
+// sendMessageToDlogError may be called from a signal handler.
+#pragma once
+
+#include <platform/dlog.h>
+#include <sys/types.h>
+
+#include <string>
+
+#define QUILLON_LOG_TAG "QUILLON"
+#define QUILLON_LOG_PREFIX "%s: %s(%d) > "
+
+// One line with its origin given: used where the origin is not the call site.
+#define QUILLON_LOG_LINE(priority, colour, file, function, line, format, ...)                    \
+  static_cast<void>(__dlog_print(0, priority, QUILLON_LOG_TAG,                                   \
+                                 QUILLON_LOG_PREFIX colour format "\x1b[0m\n", file, function,   \
+                                 line __VA_OPT__(, ) __VA_ARGS__))
+
+#define QUILLON_LOG_HERE(priority, colour, format, ...)                                            \
+  QUILLON_LOG_LINE(priority, colour, QUILLON_UNIT_FILE, __FUNCTION__, __LINE__, format __VA_OPT__(, ) \
+                       __VA_ARGS__)
+
+#define QUILLON_COLOUR_DEBUG "\x1b[0m"
+#define QUILLON_COLOUR_TRACE "\x1b[90m"
+#define QUILLON_COLOUR_INFO "\x1b[36m"
+#define QUILLON_COLOUR_ERROR "\x1b[31m"
+
+#define QLOG_DEBUG(format, ...) \
+  QUILLON_LOG_HERE(DLOG_DEBUG, QUILLON_COLOUR_DEBUG, format __VA_OPT__(, ) __VA_ARGS__)
+#define QLOG_TRACE(format, ...) \
+  QUILLON_LOG_HERE(DLOG_DEBUG, QUILLON_COLOUR_TRACE, format __VA_OPT__(, ) __VA_ARGS__)
+#define QLOG_INFO(format, ...) \
+  QUILLON_LOG_HERE(DLOG_INFO, QUILLON_COLOUR_INFO, format __VA_OPT__(, ) __VA_ARGS__)
+#define QLOG_ERROR(format, ...) \
+  QUILLON_LOG_HERE(DLOG_ERROR, QUILLON_COLOUR_ERROR, format __VA_OPT__(, ) __VA_ARGS__)
+
+// Brackets the enclosing function in the log and in the platform trace.
+#define QLOG_SCOPE() \
+  const FunctionEntryExitTracker qlog_scope(__PRETTY_FUNCTION__, QUILLON_UNIT_PATH, __LINE__)
+
+// Writes an entry line and opens a trace span; the destructor writes the exit line and closes it.
+class FunctionEntryExitTracker {
+ public:
+  // function  signature of the function traced; copied
+  // file      source path; the message carries its last component; copied
+  // line      line number in it
+  FunctionEntryExitTracker(const char* function, const char* file, int line);
+  ~FunctionEntryExitTracker();
+
+  FunctionEntryExitTracker(const FunctionEntryExitTracker&) = delete;
+  FunctionEntryExitTracker& operator=(const FunctionEntryExitTracker&) = delete;
+
+ private:
+  std::string function;
+  std::string fileName;
+  std::string filePath;
+  int line;
+  std::string message;
+};
+
+// Marks a launch milestone: once in the kernel's launch-marker channel, once as an info line.
+// `text` is a finished text.
+void TTraceLog(const char* text);
+
+// Writes the bytes of `text` to the standard-error capture pipe and returns what write(2) returned;
+// -1 while there is no capture. Async-signal-safe.
+ssize_t sendMessageToDlogError(const char* text);
+
+// Returns a copy of `format` with every "{n}" replaced by args[n]; see string_format_test in the
+// plug-in's public header. The caller releases the result with delete[].
+char* my_strinf_format(const char* format, const char** args, int size);
