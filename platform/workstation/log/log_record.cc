@@ -1,0 +1,84 @@
+#include "log/log_record.h"
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+
+#include "text/json_text.h"
+
+namespace quillon::workstation {
+namespace {
+
+// Computed without libc's time zone functions: their lock could be held by another thread when this
+// process is the child of a fork.
+std::string utcTime(int64_t timeUs) {
+  using std::chrono::days;
+  using std::chrono::floor;
+  using std::chrono::microseconds;
+  const std::chrono::sys_time<microseconds> time{microseconds(timeUs)};
+  const auto day = floor<days>(time);
+  const std::chrono::year_month_day date{day};
+  const std::chrono::hh_mm_ss clock{time - day};
+  std::array<char, 64> text{};
+  std::snprintf(
+      text.data(), text.size(), "%04d-%02u-%02u %02d:%02d:%02d.%06d", static_cast<int>(date.year()),
+      static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+      static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+      static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
+  return text.data();
+}
+
+}  // namespace
+
+char priorityLetter(int priority) {
+  constexpr std::string_view kLetters = "??VDIWEFS";
+  const auto index = static_cast<size_t>(priority);
+  return priority >= 0 && index < kLetters.size() ? kLetters[index] : '?';
+}
+
+std::string shortLine(const LogRecord& record) {
+  std::string line(1, priorityLetter(record.priority));
+  line += '/';
+  line += record.tag;
+  line += '(' + std::to_string(record.pid) + ',' + std::to_string(record.tid) + "): ";
+  line += withoutLineBreak(record.text);
+  line += '\n';
+  return line;
+}
+
+std::string fullLine(const LogRecord& record) {
+  return utcTime(record.timeUs) + ' ' + shortLine(record);
+}
+
+std::string jsonLine(const LogRecord& record) {
+  return "{\"time_us\":" + std::to_string(record.timeUs) +
+         ",\"pid\":" + std::to_string(record.pid) + ",\"tid\":" + std::to_string(record.tid) +
+         ",\"id\":" + std::to_string(record.id) +
+         ",\"priority\":" + std::to_string(record.priority) + ",\"tag\":" + jsonQuote(record.tag) +
+         ",\"text\":" + jsonQuote(record.text) + "}\n";
+}
+
+std::string withoutColours(std::string_view text) {
+  constexpr std::string_view kOpen = "\x1b[";
+  std::string plain;
+  plain.reserve(text.size());
+  while (!text.empty()) {
+    const size_t start = text.find(kOpen);
+    const size_t end = start == text.npos
+                           ? text.npos
+                           : text.find_first_not_of("0123456789;", start + kOpen.size());
+    if (end == text.npos) break;
+    const bool colour = text[end] == 'm';
+    plain += text.substr(0, colour ? start : end);
+    text.remove_prefix(colour ? end + 1 : end);
+  }
+  plain += text;
+  return plain;
+}
+
+std::string_view withoutLineBreak(std::string_view text) {
+  if (text.ends_with('\n')) text.remove_suffix(1);
+  return text;
+}
+
+}  // namespace quillon::workstation

@@ -1,0 +1,127 @@
+#include "log/log_sink.h"
+
+#include <fcntl.h>
+#include <platform/dlog.h>
+#include <sys/uio.h>
+#include <systemd/sd-journal.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "files/descriptor.h"
+
+namespace quillon::workstation {
+namespace {
+
+// Descriptors below this are where programs and shells expect their own.
+constexpr int kFirstLogDescriptor = 200;
+constexpr const char* kJournalSocket = "/run/systemd/journal/socket";
+
+// Standard error as it was when the library was loaded: capture replaces descriptor 2 later, and a
+// line written there would come back as a new record.
+class TerminalSink : public LogSink {
+ public:
+  explicit TerminalSink(Descriptor fd) : fd_(std::move(fd)) {
+    colours_ = isatty(fd_.get()) != 0 && std::getenv("NO_COLOR") == nullptr;
+  }
+  void write(const LogRecord& record) override {
+    const std::string line = shortLine(record);
+    writeAll(fd_.get(), colours_ ? line : withoutColours(line));
+  }
+
+ private:
+  Descriptor fd_;
+  bool colours_;
+};
+
+class FileSink : public LogSink {
+ public:
+  using Format = std::string (*)(const LogRecord&);
+  FileSink(Descriptor fd, Format format) : fd_(std::move(fd)), format_(format) {}
+  void write(const LogRecord& record) override { writeAll(fd_.get(), format_(record)); }
+
+ private:
+  Descriptor fd_;
+  Format format_;
+};
+
+// The journal's priority, syslog(3), for the platform's.
+int journalPriority(int priority) {
+  if (priority <= DLOG_DEBUG) return 7;
+  if (priority == DLOG_INFO) return 6;
+  if (priority < DLOG_ERROR) return 4;
+  return priority == DLOG_ERROR ? 3 : 2;
+}
+
+class JournalSink : public LogSink {
+ public:
+  void write(const LogRecord& record) override {
+    // Escapes would make the journal show the message as binary data.
+    std::array<std::string, 5> fields = {
+        "MESSAGE=" + withoutColours(withoutLineBreak(record.text)),
+        "PRIORITY=" + std::to_string(journalPriority(record.priority)),
+        "SYSLOG_IDENTIFIER=" + std::string(record.tag),
+        "TID=" + std::to_string(record.tid),
+        "QUILLON_LOG_ID=" + std::to_string(record.id),
+    };
+    std::array<iovec, fields.size()> parts{};
+    for (size_t i = 0; i < fields.size(); ++i) parts[i] = {fields[i].data(), fields[i].size()};
+    sd_journal_sendv(parts.data(), static_cast<int>(parts.size()));
+  }
+};
+
+// Moves a descriptor out of the range that programs use themselves.
+Descriptor raised(Descriptor low) {
+  Descriptor high(fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstLogDescriptor));
+  return high ? std::move(high) : std::move(low);
+}
+
+std::unique_ptr<LogSink> openTerminal(std::string& problem) {
+  Descriptor fd(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstLogDescriptor));
+  if (!fd) fd = Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  if (fd) return std::make_unique<TerminalSink>(std::move(fd));
+  problem = std::string("standard error is closed: ") + std::strerror(errno);
+  return nullptr;
+}
+
+std::unique_ptr<LogSink> openFile(const LogSettings& settings, std::string& problem) {
+  constexpr mode_t kMode = 0644;
+  Descriptor fd(
+      open(settings.path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, kMode));
+  if (!fd) {
+    problem = "QUILLON_LOG: cannot open the log file '" + settings.path +
+              "': " + std::strerror(errno) + "; going on with errors on the terminal";
+    return nullptr;
+  }
+  const auto format = settings.target == LogTarget::kJson ? jsonLine : fullLine;
+  return std::make_unique<FileSink>(raised(std::move(fd)), format);
+}
+
+std::unique_ptr<LogSink> openJournal(std::string& problem) {
+  if (access(kJournalSocket, W_OK) == 0) return std::make_unique<JournalSink>();
+  problem = std::string("QUILLON_LOG=journal: no journal listens at ") + kJournalSocket +
+            "; going on with errors on the terminal";
+  return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<LogSink> openLogSink(const LogSettings& settings, std::string& problem) {
+  switch (settings.target) {
+    case LogTarget::kTerminal:
+      return openTerminal(problem);
+    case LogTarget::kJournal:
+      return openJournal(problem);
+    case LogTarget::kFile:
+    case LogTarget::kJson:
+      return openFile(settings, problem);
+    case LogTarget::kNone:
+      break;
+  }
+  return nullptr;
+}
+
+}  // namespace quillon::workstation

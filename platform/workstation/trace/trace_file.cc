@@ -1,0 +1,87 @@
+#include "trace/trace_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "files/descriptor.h"
+#include "text/json_text.h"
+
+namespace quillon::workstation {
+namespace {
+
+constexpr int kFirstTraceDescriptor = 200;
+
+// The first process to come writes the opening bracket. Whoever opens the file waits for the lock,
+// so that no event gets before the bracket.
+bool writeOpening(int fd) {
+  struct stat status {};
+  while (flock(fd, LOCK_EX) != 0) {
+    if (errno != EINTR) return false;
+  }
+  const bool opened = fstat(fd, &status) == 0 && (status.st_size > 0 || writeAll(fd, "[\n"));
+  flock(fd, LOCK_UN);
+  return opened;
+}
+
+Descriptor openTrace(const char* path) {
+  constexpr mode_t kMode = 0644;
+  const Descriptor low(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, kMode));
+  // Out of the range that programs use themselves.
+  Descriptor fd(low ? fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstTraceDescriptor) : -1);
+  if (fd && writeOpening(fd.get())) return fd;
+  writeAll(STDERR_FILENO, std::string("quillon: QUILLON_TRACE: cannot write the trace file '") +
+                              path + "': " + std::strerror(errno) + "; going on without a trace\n");
+  return {};
+}
+
+// Lives until the process ends: threads may trace while static objects are destroyed.
+const Descriptor& traceFile() {
+  static const Descriptor& file = *[] {
+    const char* path = std::getenv("QUILLON_TRACE");
+    return new Descriptor(path == nullptr || *path == '\0' ? Descriptor() : openTrace(path));
+  }();
+  return file;
+}
+
+// At load, so that the file is opened before a device root is entered.
+[[gnu::constructor]] void openAtLoad() { traceFile(); }
+
+// "ph", "pid", "tid" and "ts", which every event has.
+std::string commonFields(char phase) {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const long long microseconds = now.tv_sec * 1'000'000LL + now.tv_nsec / 1000;
+  std::array<char, 128> text{};
+  std::snprintf(text.data(), text.size(), R"({"ph":"%c","pid":%d,"tid":%d,"ts":%lld.%03d)", phase,
+                getpid(), gettid(), microseconds, static_cast<int>(now.tv_nsec % 1000));
+  return text.data();
+}
+
+bool append(const std::string& event) { return writeAll(traceFile().get(), event); }
+
+}  // namespace
+
+bool isTracing() { return static_cast<bool>(traceFile()); }
+
+bool traceBegin(std::string_view name) {
+  return append(commonFields('B') + ",\"name\":" + jsonQuote(name) + "},\n");
+}
+
+bool traceEnd() { return append(commonFields('E') + "},\n"); }
+
+bool traceInstant(std::string_view name) {
+  return append(commonFields('i') + R"(,"s":"p","cat":"marker","name":)" + jsonQuote(name) +
+                "},\n");
+}
+
+}  // namespace quillon::workstation

@@ -1,0 +1,28 @@
+#include "tools/report.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+
+namespace quillon {
+namespace {
+
+// A path or value inside a message may hold line breaks; the report stays one line.
+std::string oneLine(std::string text) {
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text;
+}
+
+}  // namespace
+
+int report(const Failure& failure, ExitStatus status) {
+  std::string line = "quillon: " + failure.what;
+  if (!failure.remedy.empty()) line += "; " + failure.remedy;
+  line = oneLine(std::move(line)) + "\n";
+  // Unbuffered and in one piece, whatever else writes to the terminal.
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+  return status;
+}
+
+}  // namespace quillon

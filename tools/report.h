@@ -1,0 +1,13 @@
+// How the quillon command speaks to a person when something does not work.
+#pragma once
+
+#include <workstation/failure.h>
+
+#include "tools/exit_status.h"
+
+namespace quillon {
+
+// Prints "quillon: <what>; <remedy>" as one line on standard error and returns `status`.
+int report(const Failure& failure, ExitStatus status);
+
+}  // namespace quillon
