@@ -3,13 +3,17 @@
 //
 // Link `quillon-recording-platform` beside `quillon-tv-plugin-static`. One instance serves the
 // process; each test begins with platform().reset(), which the fixture below does.
+//
+// Thread safety: the code under test may call the platform from any thread; read the records once
+// those threads are done.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <platform/pkgmgr_info.h>
+#include <platform/vconf.h>
 #include <sys/types.h>
 
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,8 +30,8 @@ struct LogRecord {
   std::string file() const;
   std::string function() const;
   int line() const;
-  std::string colour() const;   // the opening escape, "\x1b[36m"
-  std::string message() const;  // between the opening escape and "\x1b[0m\n"
+  std::string colour() const;   // the opening escape, "\x1b[36m"; empty in a line without colour
+  std::string message() const;  // without prefix, opening escape and "\x1b[0m\n"
 };
 
 struct FakeApplication {
@@ -37,6 +41,7 @@ struct FakeApplication {
   std::vector<std::pair<std::string, std::string>> metadata;
 };
 
+// The first application is the main one.
 struct FakePackage {
   std::string id;
   std::string rootPath;
@@ -44,23 +49,43 @@ struct FakePackage {
   std::vector<FakeApplication> applications;
 };
 
+// A registration for changes of a key.
+struct KeyWatch {
+  std::string key;
+  vconf_callback_fn callback;
+  void* userData;
+};
+
 struct RecordingPlatform {
   // What happened, in order.
   std::vector<LogRecord> log;
   std::vector<std::string> trace;    // "begin NAME" and "end"
   std::vector<std::string> markers;  // texts given to prctl option 666
-  std::vector<std::string> calls;    // "function(argument)" of every service call
+  std::vector<std::string> calls;    // "function(argument, ...)" of every service call; a handle is
+                                     // told by the id that it stands for, or "null"
+  std::multiset<std::string> openHandles;  // ids of handles obtained and not yet released
+  std::vector<KeyWatch> watches;           // registrations in force
 
   // What the services answer.
   std::vector<FakePackage> packages;
   std::map<std::string, std::string> config;  // configuration-store texts
   std::map<pid_t, std::string> processes;     // process id to package id
   uid_t targetUser = 0;
-  std::map<std::string, int> failures;        // function name to the result it returns instead
+  std::map<std::string, std::string> labels;      // access labels by path
+  std::map<std::string, std::string> linkLabels;  // those of links themselves
+  std::map<std::string, int> failures;            // function name to the result it returns instead
+
+  // Prints each log record to standard error as well, "PRIORITY TAG TEXT", for tests that match the
+  // output of a process of their own (EXPECT_EXIT).
+  bool echo = false;
 
   void reset();
-  // The messages of all records of one priority, in order.
+  // The messages of all records of one priority, in order; trace lines are left out.
   std::vector<std::string> messages(int priority) const;
+  // The messages of all records but trace lines, in order, as "3 text".
+  std::vector<std::string> lines() const;
+  // Calls what is registered for the key with a node that holds `value`; returns how many.
+  int changeKey(const std::string& key, int value);
 };
 
 RecordingPlatform& platform();

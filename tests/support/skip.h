@@ -7,10 +7,10 @@
 
 // Ends the test as skipped, with the reason. Where QUILLON_TESTS_MAY_NOT_SKIP is set, as in CI, the
 // test fails instead: there the machine has all that the tests need.
-#define QUILLON_SKIP(reason)                                                          \
-  do {                                                                                \
-    if (std::getenv("QUILLON_TESTS_MAY_NOT_SKIP") != nullptr) {                       \
-      FAIL() << "skipped where no test may be skipped: " << reason;                   \
-    }                                                                                 \
-    GTEST_SKIP() << reason;                                                           \
+#define QUILLON_SKIP(reason)                                        \
+  do {                                                              \
+    if (std::getenv("QUILLON_TESTS_MAY_NOT_SKIP") != nullptr) {     \
+      FAIL() << "skipped where no test may be skipped: " << reason; \
+    }                                                               \
+    GTEST_SKIP() << reason;                                         \
   } while (false)

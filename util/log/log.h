@@ -24,14 +24,14 @@
 #define QUILLON_LOG_PREFIX "%s: %s(%d) > "
 
 // One line with its origin given: used where the origin is not the call site.
-#define QUILLON_LOG_LINE(priority, colour, file, function, line, format, ...)                    \
-  static_cast<void>(__dlog_print(0, priority, QUILLON_LOG_TAG,                                   \
-                                 QUILLON_LOG_PREFIX colour format "\x1b[0m\n", file, function,   \
+#define QUILLON_LOG_LINE(priority, colour, file, function, line, format, ...)                  \
+  static_cast<void>(__dlog_print(0, priority, QUILLON_LOG_TAG,                                 \
+                                 QUILLON_LOG_PREFIX colour format "\x1b[0m\n", file, function, \
                                  line __VA_OPT__(, ) __VA_ARGS__))
 
-#define QUILLON_LOG_HERE(priority, colour, format, ...)                                            \
-  QUILLON_LOG_LINE(priority, colour, QUILLON_UNIT_FILE, __FUNCTION__, __LINE__, format __VA_OPT__(, ) \
-                       __VA_ARGS__)
+#define QUILLON_LOG_HERE(priority, colour, format, ...)                         \
+  QUILLON_LOG_LINE(priority, colour, QUILLON_UNIT_FILE, __FUNCTION__, __LINE__, \
+                   format __VA_OPT__(, ) __VA_ARGS__)
 
 #define QUILLON_COLOUR_DEBUG "\x1b[0m"
 #define QUILLON_COLOUR_TRACE "\x1b[90m"

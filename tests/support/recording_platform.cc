@@ -1,0 +1,144 @@
+#include "tests/support/recording_platform.h"
+
+#include <platform/dlog.h>
+#include <platform/launch_marker.h>
+#include <platform/trace.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <regex>
+
+#include "tests/support/platform_recorder.h"
+
+namespace quillon::test {
+namespace {
+
+// Groups: file, function, line, colour, message.
+std::smatch splitLine(const std::string& text) {
+  static const std::regex line(
+      "^([^:]*): (.*?)\\((\\d+)\\) > (\x1b\\[\\d+m)?([^]*?)(\x1b\\[0m\n)?$",
+      std::regex::ECMAScript | std::regex::optimize);
+  std::smatch parts;
+  std::regex_search(text, parts, line);
+  return parts;
+}
+
+std::string part(const std::string& text, std::size_t group) {
+  const std::smatch parts = splitLine(text);
+  return parts.empty() ? std::string() : parts[group].str();
+}
+
+bool isTraceLine(const LogRecord& record) { return record.file() == "log.h"; }
+
+std::string format(const char* text, va_list arguments) {
+  va_list again;
+  va_copy(again, arguments);
+  std::string result(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, text, again)), '\0');
+  va_end(again);
+  std::vsnprintf(result.data(), result.size() + 1, text, arguments);
+  return result;
+}
+
+}  // namespace
+
+std::string LogRecord::file() const { return part(text, 1); }
+std::string LogRecord::function() const { return part(text, 2); }
+int LogRecord::line() const { return std::atoi(part(text, 3).c_str()); }
+std::string LogRecord::colour() const { return part(text, 4); }
+std::string LogRecord::message() const { return part(text, 5); }
+
+RecordingPlatform& platform() {
+  // Never destroyed: code under test may log while the process ends.
+  static auto* instance = new RecordingPlatform;
+  return *instance;
+}
+
+void RecordingPlatform::reset() { *this = RecordingPlatform(); }
+
+std::vector<std::string> RecordingPlatform::messages(int priority) const {
+  std::vector<std::string> result;
+  for (const LogRecord& record : log) {
+    if (record.priority == priority && !isTraceLine(record)) {
+      result.push_back(record.message());
+    }
+  }
+  return result;
+}
+
+std::vector<std::string> RecordingPlatform::lines() const {
+  std::vector<std::string> result;
+  for (const LogRecord& record : log) {
+    if (!isTraceLine(record)) {
+      result.push_back(std::to_string(record.priority) + " " + record.message());
+    }
+  }
+  return result;
+}
+
+std::mutex& recorderMutex() {
+  static auto* mutex = new std::mutex;
+  return *mutex;
+}
+
+int record(const char* function, std::initializer_list<std::string> arguments) {
+  std::string call = std::string(function) + "(";
+  const char* separator = "";
+  for (const std::string& argument : arguments) {
+    call += separator + argument;
+    separator = ", ";
+  }
+  const std::lock_guard lock(recorderMutex());
+  platform().calls.push_back(call + ")");
+  const auto failure = platform().failures.find(function);
+  return failure == platform().failures.end() ? 0 : failure->second;
+}
+
+}  // namespace quillon::test
+
+using quillon::test::platform;
+using quillon::test::recorderMutex;
+
+extern "C" int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
+  va_list arguments;
+  va_start(arguments, fmt);
+  std::string text = quillon::test::format(fmt, arguments);
+  va_end(arguments);
+  const std::lock_guard lock(recorderMutex());
+  if (platform().echo) {
+    std::fprintf(stderr, "%d %s %s\n", prio, tag, text.c_str());
+  }
+  platform().log.push_back({log_id, prio, tag, std::move(text)});
+  return 0;
+}
+
+extern "C" void trace_begin(const char* name) {
+  const std::lock_guard lock(recorderMutex());
+  platform().trace.push_back(std::string("begin ") + name);
+}
+
+extern "C" void trace_end(void) {
+  const std::lock_guard lock(recorderMutex());
+  platform().trace.emplace_back("end");
+}
+
+// Stands before the C library's: launch markers are recorded, everything else goes to the kernel.
+extern "C" int prctl(int option, ...) noexcept {
+  std::array<unsigned long, 4> arguments;
+  va_list list;
+  va_start(list, option);
+  for (unsigned long& argument : arguments) {
+    argument = va_arg(list, unsigned long);
+  }
+  va_end(list);
+  if (option == PR_LAUNCH_MARKER) {
+    const std::lock_guard lock(recorderMutex());
+    platform().markers.emplace_back(reinterpret_cast<const char*>(arguments[0]), arguments[1]);
+  }
+  return static_cast<int>(
+      syscall(SYS_prctl, option, arguments[0], arguments[1], arguments[2], arguments[3]));
+}

@@ -1,0 +1,61 @@
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "util/log/log.h"
+
+namespace {
+
+// Digits beyond this buffer do not count.
+constexpr std::size_t kIndexBuffer = 30;
+
+// The index that a placeholder's text stands for; -1 for one that no array can have. The length of
+// the array is its owner's knowledge alone.
+long placeholderIndex(std::string_view text) {
+  std::array<char, kIndexBuffer> buffer{};
+  text.copy(buffer.data(), buffer.size() - 1);
+  const long index = std::strtol(buffer.data(), nullptr, 10);
+  return index < 0 || index > INT_MAX ? -1 : index;
+}
+
+void appendArgument(std::string& output, const char** args, long index) {
+  if (args != nullptr && index >= 0 && args[index] != nullptr) {
+    output += args[index];
+  }
+}
+
+// Replaces placeholders until the text ends or `limit` bytes are reached. The limit is looked at
+// between pieces only: an argument is copied whole.
+std::string replacePlaceholders(std::string_view format, const char** args, std::size_t limit) {
+  std::string output;
+  for (std::size_t at = 0; at < format.size() && output.size() < limit; ++at) {
+    if (format[at] != '{') {
+      output += format[at];
+      continue;
+    }
+    const std::size_t close = format.find('}', at);
+    if (close == std::string_view::npos) {
+      break;
+    }
+    appendArgument(output, args, placeholderIndex(format.substr(at + 1, close - at - 1)));
+    at = close;
+  }
+  return output;
+}
+
+}  // namespace
+
+char* my_strinf_format(const char* format, const char** args, int size) {
+  std::string text;
+  if (format != nullptr && size > 1) {
+    text = replacePlaceholders(format, args, static_cast<std::size_t>(size) - 1);
+  }
+  const std::size_t room = std::max<std::size_t>(text.size() + 1, size > 0 ? size : 1);
+  char* output = new char[room];
+  std::memcpy(output, text.c_str(), text.size() + 1);
+  return output;
+}

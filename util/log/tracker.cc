@@ -1,0 +1,34 @@
+#include <platform/trace.h>
+
+#include "util/log/log.h"
+
+namespace {
+
+// Tools that read the log find a tracker's lines by these origins, so they stay as they are
+// wherever the code moves.
+constexpr char kOriginFile[] = "log.h";
+constexpr int kEntryLine = 78;
+constexpr int kExitLine = 87;
+
+// The part after the last "/"; the whole path when there is none.
+std::string lastComponent(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+}  // namespace
+
+FunctionEntryExitTracker::FunctionEntryExitTracker(const char* functionText, const char* file,
+                                                   int lineNumber)
+    : function(functionText),
+      fileName(lastComponent(file)),
+      filePath(file),
+      line(lineNumber),
+      message(fileName + "(" + std::to_string(line) + ") " + function) {
+  QUILLON_LOG_LINE(DLOG_DEBUG, QUILLON_COLOUR_TRACE, kOriginFile, "FunctionEntryExitTracker",
+                   kEntryLine, " +DotNETLog:%s", message.c_str());
+  trace_begin(message.c_str());
+}
+
+FunctionEntryExitTracker::~FunctionEntryExitTracker() {
+  QUILLON_LOG_LINE(DLOG_DEBUG, QUILLON_COLOUR_TRACE, kOriginFile, "~FunctionEntryExitTracker",
+                   kExitLine, "-DotNETLog:%s", message.c_str());
+  trace_end();
+}
