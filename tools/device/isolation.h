@@ -1,0 +1,13 @@
+// A mount namespace of the process's own.
+#pragma once
+
+#include <workstation/failure.h>
+
+namespace quillon::device {
+
+// Gives the calling process, which must have one thread, a mount namespace in which nothing that it
+// mounts reaches the machine, nor the other way round. A process that may not do so by itself gets
+// a user namespace too, in which it keeps its own user and group. The failure names what to enable.
+[[nodiscard]] Expected<void> isolateMounts();
+
+}  // namespace quillon::device
