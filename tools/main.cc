@@ -2,11 +2,12 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/command.h"
+#include "tools/device_command.h"
 #include "tools/report.h"
 
 namespace {
 
-void addCommands(CLI::App&) {}
+void addCommands(CLI::App& app) { quillon::addDeviceCommand(app); }
 
 // Help and version end with 0; what CLI11 could not understand becomes one line.
 int endOfParse(const CLI::App& app, const CLI::ParseError& error) {

@@ -132,7 +132,8 @@ Expected<Descriptor> copyTree(const std::string& path) {
 
 Expected<Descriptor> newTmpfs(const char* mode) {
   const Descriptor context(::fsopen("tmpfs", FSOPEN_CLOEXEC));
-  if (context.valid() && configure(context, "mode", mode)) {
+  if (context.valid() && configure(context, "source", "quillon") &&
+      configure(context, "mode", mode)) {
     if (Descriptor mount = mountOf(context, MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV); mount.valid()) {
       return mount;
     }
@@ -143,7 +144,8 @@ Expected<Descriptor> newTmpfs(const char* mode) {
 tl::expected<Descriptor, int> newOverlay(const Descriptor& upper, const Descriptor& lower) {
   // Through descriptors, since a ":" or "," in a layer's path would end it.
   const Descriptor context(::fsopen("overlay", FSOPEN_CLOEXEC));
-  if (context.valid() && configure(context, "lowerdir", pathOf(upper) + ":" + pathOf(lower))) {
+  if (context.valid() && configure(context, "source", "quillon") &&
+      configure(context, "lowerdir", pathOf(upper) + ":" + pathOf(lower))) {
     if (Descriptor mount = mountOf(context, MOUNT_ATTR_RDONLY); mount.valid()) {
       return mount;
     }

@@ -2,9 +2,10 @@
 // `dotnet --list-runtimes` prints.
 #pragma once
 
+#include <workstation/failure.h>
+
 #include <filesystem>
 #include <string>
-#include <workstation/failure.h>
 
 namespace quillon {
 
@@ -14,8 +15,10 @@ struct Framework {
   std::string foundThrough;         // "DOTNET_ROOT"
 };
 
-// The newest Microsoft.NETCore.App of the first place that holds one. The failure says what was
-// wanted, what was found, and where.
+// The preferred Microsoft.NETCore.App of the first place that holds one: the newest release, or the
+// newest preview where there is no release. QUILLON_DOTNET_ROOT is a person's word: where it is set
+// and holds no runtime, no other place is asked. The failure says what was wanted, what was found,
+// and where.
 [[nodiscard]] Expected<Framework> findFramework();
 
 }  // namespace quillon

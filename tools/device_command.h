@@ -1,0 +1,11 @@
+// quillon device init DIR [--framework DIR|none]
+// quillon device shell DIR [--writable PATH]... [-- COMMAND ARGS...]
+#pragma once
+
+#include <CLI/App.hpp>
+
+namespace quillon {
+
+void addDeviceCommand(CLI::App& app);
+
+}  // namespace quillon
