@@ -4,11 +4,10 @@
 #include <quillon_tv_plugin.h>
 #include <sys/prctl.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "util/log/log.h"
+#include "util/malloc_text.h"
 
 namespace {
 
@@ -19,12 +18,8 @@ constexpr char kOriginFile[] = "quillon-tv-plugin.cc";
 constexpr int kInfoLine = 222;
 constexpr int kDebugLine = 216;
 
-struct Free {
-  void operator()(const char* text) const { std::free(const_cast<char*>(text)); }
-};
-
 void logForTracer(int priority, const char* function, int line, const char* text) {
-  const std::unique_ptr<const char, Free> owned(text);
+  const MallocText owned(const_cast<char*>(text));
   if (text == nullptr) {
     return;
   }

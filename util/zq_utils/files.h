@@ -16,7 +16,7 @@ enum FSFlag : int {
   FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS = 8,  // owner, group and mode of the source
 };
 
-inline FSFlag operator|(FSFlag a, FSFlag b) {
+constexpr FSFlag operator|(FSFlag a, FSFlag b) {
   return static_cast<FSFlag>(static_cast<int>(a) | static_cast<int>(b));
 }
 

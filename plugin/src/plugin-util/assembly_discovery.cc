@@ -1,0 +1,147 @@
+#include "plugin-util/assembly_discovery.h"
+
+#include <array>
+#include <functional>
+#include <string_view>
+#include <unordered_map>
+
+#include "util/log/log.h"
+#include "util/zq_utils/directory_walk.h"
+#include "util/zq_utils/paths.h"
+
+namespace {
+
+// The tests below run for every file of every directory, so they look at texts in place.
+
+char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// True when `text` holds `pattern`, which is in lower case, `fromEnd` characters before its end.
+bool holdsFromEnd(std::string_view text, std::size_t fromEnd, std::string_view pattern) {
+  if (text.size() < fromEnd) {
+    return false;
+  }
+  const char* at = text.data() + text.size() - fromEnd;
+  for (const char wanted : pattern) {
+    if (lower(*at++) != wanted) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool isImage(std::string_view name) { return holdsFromEnd(name, 7, ".ni"); }
+
+bool hasAssemblyExtension(std::string_view name) {
+  return holdsFromEnd(name, 4, ".dll") || holdsFromEnd(name, 4, ".exe");
+}
+
+std::string_view assemblyName(std::string_view path) {
+  std::string_view name = path.substr(path.rfind('/') + 1);
+  name = name.substr(0, name.rfind('.'));
+  if (name.size() >= 4 && name.ends_with(".ni")) {
+    name.remove_suffix(3);
+  }
+  return name;
+}
+
+std::string_view directoryOf(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? "." : path.substr(0, slash);
+}
+
+struct NameHash : std::hash<std::string_view> {
+  using is_transparent = void;
+};
+
+// One path for each assembly name, in the order in which the names were first met.
+class AssemblyTable {
+ public:
+  void offer(const std::string& path, std::string_view name) {
+    const bool image = isImage(name);
+    if (!image && !hasAssemblyExtension(name)) {
+      return;
+    }
+    const std::string_view key = assemblyName(name);
+    const auto known = paths_.find(key);
+    if (known == paths_.end()) {
+      names_.push_back(&*paths_.emplace(key, path).first);
+    } else if (image && imageDisplaces(path, known->second)) {
+      known->second = path;
+    }
+  }
+
+  // Joins the paths onto `list`, which then neither begins nor ends with an added ":".
+  void appendTo(std::string& list) const {
+    if (!names_.empty() && !list.empty() && !list.ends_with(':')) {
+      list += ':';
+    }
+    std::size_t length = list.size();
+    for (const auto* entry : names_) {
+      length += entry->second.size() + 1;
+    }
+    list.reserve(length);
+    for (const auto* entry : names_) {
+      list += entry->second;
+      list += ':';
+    }
+    if (list.ends_with(':')) {
+      list.pop_back();
+    }
+  }
+
+ private:
+  // Only an IL file gives way, and only to the native image beside it.
+  static bool imageDisplaces(std::string_view image, std::string_view present) {
+    return hasAssemblyExtension(present) && !isImage(present) &&
+           directoryOf(present) == directoryOf(image);
+  }
+
+  std::unordered_map<std::string, std::string, NameHash, std::equal_to<>> paths_;
+  std::vector<const decltype(paths_)::value_type*> names_;
+};
+
+}  // namespace
+
+bool isNativeImage(const std::string& name) { return isImage(name); }
+
+bool isManagedAssembly(const std::string& name) {
+  return hasAssemblyExtension(name) && !isImage(name);
+}
+
+std::string getAssemblyNameFromPath(const std::string& path) {
+  return std::string(assemblyName(path));
+}
+
+std::string stripNiDLL(const std::string& path) {
+  std::string_view name = path;
+  if (name.size() > 4 && hasAssemblyExtension(name)) {
+    name.remove_suffix(4);
+  }
+  if (path.size() > 4 && holdsFromEnd(name, 3, ".ni")) {
+    name.remove_suffix(3);
+  }
+  return std::string(name);
+}
+
+void addPlatformAssembliesPaths(const std::string& directoryList,
+                                std::vector<std::string>& directories) {
+  QLOG_SCOPE();
+  std::vector<std::string> pieces;
+  splitPath(directoryList, pieces);
+  for (std::string& piece : pieces) {
+    piece = getAbsolutePath(piece);
+  }
+  directories.insert(directories.end(), pieces.begin(), pieces.end());
+}
+
+void addAssembliesFromDirectories(const std::vector<std::string>& directories, std::string& tpa) {
+  QLOG_SCOPE();
+  AssemblyTable assemblies;
+  for (const std::string& directory : directories) {
+    scanFilesInDirectory(
+        directory,
+        [&assemblies](const std::string& path, const char* name) { assemblies.offer(path, name); },
+        0);
+  }
+  assemblies.appendTo(tpa);
+}

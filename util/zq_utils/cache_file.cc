@@ -1,0 +1,119 @@
+#include "util/zq_utils/cache_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <new>
+#include <stdexcept>
+
+#include "util/log/log.h"
+#include "util/zq_utils/paths.h"
+
+namespace {
+
+class ReadDescriptor {
+ public:
+  explicit ReadDescriptor(const std::string& path)
+      : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+  ~ReadDescriptor() {
+    if (descriptor_ >= 0) {
+      close(descriptor_);
+    }
+  }
+  ReadDescriptor(const ReadDescriptor&) = delete;
+  ReadDescriptor& operator=(const ReadDescriptor&) = delete;
+
+  int get() const { return descriptor_; }
+
+ private:
+  int descriptor_;
+};
+
+// What one read is asked for at least, for files that do not tell their size.
+constexpr std::size_t kSmallestRead = 4096;
+
+// A file's size as a hint; 0 where there is none.
+std::size_t sizeHint(int descriptor) {
+  struct stat status;
+  const bool known = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+  return known ? static_cast<std::size_t>(status.st_size) : 0;
+}
+
+ssize_t readSome(int descriptor, char* buffer, std::size_t size) {
+  ssize_t got = 0;
+  do {
+    got = read(descriptor, buffer, size);
+  } while (got < 0 && errno == EINTR);
+  return got;
+}
+
+// Reads to the end; empty when a read fails, as it does for a directory. One read beyond the size
+// that the file tells sees its end, and sees it again if the file has grown meanwhile.
+std::string readAll(int descriptor) {
+  std::string content;
+  std::size_t filled = 0;
+  std::size_t wanted = sizeHint(descriptor) + 1;
+  for (;;) {
+    content.resize(filled + std::max(wanted, kSmallestRead));
+    const ssize_t got = readSome(descriptor, content.data() + filled, content.size() - filled);
+    if (got <= 0) {
+      content.resize(got < 0 ? 0 : filled);
+      return content;
+    }
+    filled += static_cast<std::size_t>(got);
+    wanted = filled;
+  }
+}
+
+// "w+" creates or truncates, with the permissions that the umask leaves. What goes wrong from here
+// on is seen by the next reader, who looks for both marks.
+void save(FILE* file, const std::string& content) {
+  fprintf(file, "%s", content.c_str());
+  fflush(file);
+  fsync(fileno(file));
+  fclose(file);
+}
+
+}  // namespace
+
+std::string readFileToString(std::string path) {
+  const ReadDescriptor file(path);
+  if (file.get() < 0) {
+    return {};
+  }
+  try {
+    return readAll(file.get());
+  } catch (const std::bad_alloc&) {
+    return {};
+  } catch (const std::length_error&) {
+    return {};
+  }
+}
+
+// The marks cannot overlap: neither ends as the other begins.
+bool isCrashed(std::string content) {
+  return !startWith(content, "[START]") || !endWith(content, "[END]");
+}
+
+void writeStringToFile(std::string directory, std::string name, std::string content) {
+  const std::string temporary = directory + "temp_" + name;
+  const std::string target = directory + name;
+  if (!isRealPath(temporary) || !isRealPath(target)) {
+    return;
+  }
+  FILE* file = fopen(temporary.c_str(), "w+");
+  if (file == nullptr) {
+    QLOG_ERROR("Fail to write string to file - open error");
+    return;
+  }
+  save(file, content);
+  QLOG_DEBUG("Save File : %s", target.c_str());
+  if (rename(temporary.c_str(), target.c_str()) == 0) {
+    QLOG_DEBUG("Saved");
+  }
+  sync();
+}

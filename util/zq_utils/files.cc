@@ -1,0 +1,101 @@
+#include "util/zq_utils/files.h"
+
+#include <sys/stat.h>
+
+#include "util/log/log.h"
+#include "util/zq_utils/file_status.h"
+
+namespace fs = boost::filesystem;
+using boost::system::error_code;
+
+namespace {
+
+bool copyOver(const fs::path& from, const fs::path& to, error_code& error) {
+  fs::copy_file(from, to, fs::copy_options::overwrite_existing, error);
+  return !error;
+}
+
+// What a move is where a rename cannot be one, as between file systems.
+bool moveByCopy(const fs::path& from, const fs::path& to) {
+  error_code error;
+  if (!copyOver(from, to, error)) {
+    QLOG_ERROR("Cannot copy file %s due to error [%s]", from.c_str(), error.message().c_str());
+    return false;
+  }
+  fs::remove_all(from, error);
+  if (error) {
+    QLOG_ERROR("Cannot remove old file when copying: %s with error [%s]", from.c_str(),
+               error.message().c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool removeAll(const fs::path& path) {
+  if (!pathExists(path)) {
+    return true;
+  }
+  error_code error;
+  fs::remove_all(path, error);
+  if (error) {
+    QLOG_ERROR("Cannot remove: %s, %s", path.c_str(), error.message().c_str());
+  }
+  return !error;
+}
+
+bool removeFile(const fs::path& path) {
+  if (!pathExists(path)) {
+    return true;
+  }
+  error_code error;
+  fs::remove(path, error);
+  if (error) {
+    QLOG_ERROR("Cannot remove: %s, %s", path.c_str(), error.message().c_str());
+  }
+  return !error;
+}
+
+bool moveFile(const fs::path& from, const fs::path& to) {
+  if (!pathExists(from) || pathExists(to)) {
+    return false;
+  }
+  error_code error;
+  fs::rename(from, to, error);
+  if (!error) {
+    return true;
+  }
+  QLOG_ERROR("Cannot move file: %s. Will copy/remove... with error [%s]", from.c_str(),
+             error.message().c_str());
+  return moveByCopy(from, to);
+}
+
+bool copyFile(const fs::path& from, const fs::path& to) {
+  if (!pathExists(from)) {
+    return false;
+  }
+  error_code error;
+  if (!copyOver(from, to, error)) {
+    QLOG_ERROR("copy file %s due to error [%s]", from.c_str(), error.message().c_str());
+    return false;
+  }
+  return true;
+}
+
+bool createDir(const fs::path& path) {
+  if (pathExists(path)) {
+    return true;
+  }
+  error_code error;
+  fs::create_directories(path, error);
+  if (error) {
+    QLOG_ERROR("Failed to create directory: %s", path.c_str());
+  }
+  return !error;
+}
+
+unsigned int getFileSize(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 ? static_cast<unsigned int>(status.st_size) : 0;
+}

@@ -1,0 +1,69 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "util/log/log.h"
+#include "util/zq_utils/file_status.h"
+#include "util/zq_utils/files.h"
+
+namespace fs = boost::filesystem;
+using boost::system::error_code;
+
+namespace {
+
+constexpr mode_t kPermissionBits = 07777;
+
+// Works through a descriptor, so that it is the file opened that changes hands.
+bool setOwnership(const fs::path& path, uid_t user, gid_t group) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) {
+    QLOG_ERROR("Can't open directory: %s", path.c_str());
+    return false;
+  }
+  const bool changed = fchown(descriptor, user, group) == 0;
+  if (!changed) {
+    QLOG_ERROR("Failed to change owner of: %s", path.c_str());
+  }
+  close(descriptor);
+  return changed;
+}
+
+bool setDirPermissions(const fs::path& path, mode_t bits) {
+  error_code error;
+  fs::permissions(path, static_cast<fs::perms>(bits), error);
+  if (error) {
+    QLOG_ERROR("Failed to set permissions for directory: %s, %s", path.c_str(),
+               error.message().c_str());
+  }
+  return !error;
+}
+
+bool setDirOwnershipAndPermissions(const fs::path& path, const struct stat& wanted) {
+  if (!setOwnership(path, wanted.st_uid, wanted.st_gid)) {
+    QLOG_ERROR("Failed to change owner: %s, (uid: %d, gid: %d)", path.c_str(),
+               static_cast<int>(wanted.st_uid), static_cast<int>(wanted.st_gid));
+    return false;
+  }
+  const mode_t bits = wanted.st_mode & kPermissionBits;
+  if (!setDirPermissions(path, bits)) {
+    QLOG_ERROR("Failed to change permission: %s, (%d)", path.c_str(), static_cast<int>(bits));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void copyOwnershipAndPermissions(const fs::path& from, const fs::path& to) {
+  bool copied = false;
+  if (pathExists(from)) {
+    struct stat status;
+    if (stat(from.c_str(), &status) != 0) {
+      return;
+    }
+    copied = setDirOwnershipAndPermissions(to, status);
+  }
+  if (!copied) {
+    QLOG_ERROR("Failed to copy ownership and permissions from %s to %s", from.c_str(), to.c_str());
+  }
+}
