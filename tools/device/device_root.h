@@ -36,7 +36,8 @@ struct InitOptions {
 struct EnterOptions {
   // Machine paths that must stay visible although a device folder hides them (say, under "/tmp"):
   // read-only. Their mount points are made in the device root. One that does not exist, or that
-  // holds a device folder itself, is passed over. The device root is always visible.
+  // holds a device folder itself, is passed over. The device root is always visible, and so are
+  // the running program's folder and the one above it.
   std::vector<std::filesystem::path> visible;
   // Machine paths that stay writable. They must exist and hold no device folder.
   std::vector<std::filesystem::path> writable;

@@ -84,9 +84,12 @@ struct Plan {
   std::vector<std::string> writable;
 };
 
+// A process needs its own program and what lies beside it ("bin/quillon", "lib/...").
 Plan makePlan(const fs::path& directory, Record record, const EnterOptions& options) {
   std::vector<fs::path> visible = options.visible;
-  visible.push_back(directory);
+  std::error_code error;
+  const fs::path programs = fs::read_symlink("/proc/self/exe", error).parent_path();
+  visible.insert(visible.end(), {directory, programs, programs.parent_path()});
   return {directory.string(), std::move(record), canonical(visible), canonical(options.writable)};
 }
 
@@ -153,7 +156,8 @@ tl::expected<void, EnterFailure> enterFromOutside(const fs::path& directory,
   if (!record) {
     return failed(EnterError::kNoDeviceRoot, record.error());
   }
-  const fs::path device = fs::canonical(directory);
+  std::error_code error;
+  const fs::path device = fs::canonical(directory, error);
   if (auto whole = requireDeviceDirectories(device); !whole) {
     return failed(EnterError::kNoDeviceRoot, whole.error());
   }

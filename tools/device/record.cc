@@ -36,6 +36,10 @@ Expected<Record> readRecord(const std::filesystem::path& directory) {
   const std::filesystem::path file = directory / kRecord;
   std::error_code error;
   if (!std::filesystem::is_directory(directory, error)) {
+    if (error == std::errc::permission_denied) {
+      return fail("cannot look into '" + directory.string() + "': " + error.message(),
+                  "let its owner run this, or open it to you");
+    }
     return fail("there is no folder '" + directory.string() + "'", initRemedy(directory));
   }
   if (!std::filesystem::is_regular_file(file, error)) {

@@ -34,6 +34,7 @@ class View {
  private:
   // Paths in the tree have no leading "/"; the top is "".
   Expected<void> makeTop();
+  Expected<void> makeFolderLike(const std::string& path);
   Expected<void> split(const std::string& path);
   Expected<void> place(const std::string& path);
   Expected<void> placeBoth(const std::string& path, bool machineIsFolder, bool deviceIsFolder);
