@@ -4,11 +4,11 @@
 // docs/configuration-store.md. Any number of processes and threads may use it at once.
 #pragma once
 
+#include <workstation/failure.h>
 #include <functional>
 #include <optional>
 #include <string>
 #include <variant>
-#include <workstation/failure.h>
 
 namespace quillon::workstation {
 

@@ -9,37 +9,39 @@
 
 #include <sys/types.h>
 
+#include <workstation/failure.h>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
-#include <workstation/failure.h>
 
 namespace quillon::workstation {
 
 struct Application {
   std::string id;
-  std::string exec;               // absolute device path of the executable assembly
-  std::string type = "inhouse";   // application type that the launcher hands to the plug-in
-  bool service = false;           // a service component, else one with a user interface
+  std::string exec;              // absolute device path of the executable assembly
+  std::string type = "inhouse";  // application type that the launcher hands to the plug-in
+  bool service = false;          // a service component, else one with a user interface
   std::vector<std::pair<std::string, std::string>> metadata;  // full keys, in manifest order
 };
 
 struct Package {
   std::string id;
   std::string version;
-  std::string rootPath;              // absolute device path, "/opt/usr/apps/<id>" by default
-  uid_t owner = 0;                   // 0: for every user
-  std::vector<std::string> privileges;  // full identifiers
+  std::string rootPath;                   // absolute device path, "/opt/usr/apps/<id>" by default
+  uid_t owner = 0;                        // 0: for every user
+  std::vector<std::string> privileges;    // full identifiers
   std::vector<Application> applications;  // the first is the main one
 };
 
 // Installs or replaces a package from its manifest and copies the manifest's files to its root
-// path. The grammar of manifests is in docs/package-manifest.md.
-[[nodiscard]] Expected<Package> installPackage(const std::string& manifestPath);
+// path. The grammar of manifests is in docs/package-manifest.md. Whoever is killed meanwhile leaves
+// the package as it was or as it becomes: the next call of this function or of removePackage clears
+// up. owner: the user whom the package is for, 0 for every user.
+[[nodiscard]] Expected<Package> installPackage(const std::string& manifestPath, uid_t owner = 0);
 
-// Removes a package and its root path.
-[[nodiscard]] Expected<void> removePackage(const std::string& packageId);
+// Removes a package and its root path. False when there is no such package.
+[[nodiscard]] Expected<bool> removePackage(const std::string& packageId, uid_t owner = 0);
 
 [[nodiscard]] Expected<std::vector<Package>> listPackages();
 

@@ -1,0 +1,185 @@
+// Installing, removing and listing packages.
+#include <unistd.h>
+#include <workstation/packages.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+
+#include "packages/folder_change.h"
+#include "packages/manifest.h"
+#include "packages/registry.h"
+
+namespace quillon::workstation {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Workplace {
+  InstallLock lock;
+  Registry registry;
+};
+
+// The registry, locked against other installers and with nothing half done in it.
+Expected<Workplace> openWorkplace() {
+  auto registry = Registry::openForWriting();
+  if (!registry) return tl::unexpected(registry.error());
+  auto lock = InstallLock::acquire();
+  if (!lock) return tl::unexpected(lock.error());
+  if (auto recovered = recoverFolders(*registry); !recovered) {
+    return tl::unexpected(recovered.error());
+  }
+  return Workplace{std::move(*lock), std::move(*registry)};
+}
+
+bool isWithin(const fs::path& inner, const fs::path& outer) {
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+bool isPackage(const Package& package, const std::string& id, uid_t owner) {
+  return package.id == id && package.owner == owner;
+}
+
+Expected<void> checkRoots(const Package& other, const Package& package) {
+  if (!isWithin(package.rootPath, other.rootPath) && !isWithin(other.rootPath, package.rootPath)) {
+    return {};
+  }
+  return fail("the root '" + package.rootPath + "' of package '" + package.id + "' meets '" +
+                  other.rootPath + "', that of the installed package '" + other.id + "'",
+              "choose another 'package.root'");
+}
+
+Expected<void> checkApplications(const Package& other, const Package& package) {
+  if (other.owner != package.owner || other.id == package.id) return {};
+  for (const Application& application : package.applications) {
+    const auto sameId = [&](const Application& there) { return there.id == application.id; };
+    if (std::any_of(other.applications.begin(), other.applications.end(), sameId)) {
+      return fail("application '" + application.id + "' is part of the installed package '" +
+                      other.id + "'",
+                  "remove that package or choose another 'application.id'");
+    }
+  }
+  return {};
+}
+
+// A folder that no package owns is a person's or the platform's and is not replaced.
+Expected<void> checkRootIsFree(const fs::path& root) {
+  std::error_code error;
+  const auto status = fs::symlink_status(root, error);
+  if (status.type() == fs::file_type::not_found) return {};
+  if (fs::is_directory(status) && fs::is_empty(root, error) && !error) return {};
+  return fail("'" + root.string() + "' is there already and belongs to no package",
+              "move it away or choose another 'package.root'");
+}
+
+// Nothing of the device is overwritten, and no two packages share a folder or an application.
+Expected<void> checkPlace(const std::vector<Package>& installed, const Package& package) {
+  bool ownsRoot = false;
+  for (const Package& other : installed) {
+    if (isPackage(other, package.id, package.owner) && other.rootPath == package.rootPath) {
+      ownsRoot = true;
+      continue;
+    }
+    if (auto checked = checkRoots(other, package); !checked) return checked;
+    if (auto checked = checkApplications(other, package); !checked) return checked;
+  }
+  return ownsRoot ? Expected<void>() : checkRootIsFree(package.rootPath);
+}
+
+Expected<void> copyFiles(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  if (isWithin(fs::weakly_canonical(to, error), fs::weakly_canonical(from, error))) {
+    return fail("the package would be copied into its own files in '" + from.string() + "'",
+                "choose another 'package.root' or 'package.files'");
+  }
+  fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks, error);
+  if (!error) return {};
+  return fail("cannot copy '" + from.string() + "' to '" + to.string() + "': " + error.message(),
+              "check that the files are readable and that the device root has space");
+}
+
+Expected<void> commit(Registry& registry, FolderChange& change,
+                      const std::function<Expected<void>()>& edit) {
+  Transaction transaction(registry.database());
+  if (auto begun = transaction.begin(); !begun) return begun;
+  if (auto edited = edit(); !edited) return edited;
+  if (auto settled = change.settle(); !settled) return settled;
+  return transaction.commit();
+}
+
+// Puts the files in their place, then the package into the registry. A root path that the package
+// had before and has no more goes with the same transaction.
+Expected<void> place(Registry& registry, const Manifest& manifest,
+                     const std::optional<Package>& old) {
+  FolderChange change(registry, manifest.package.rootPath);
+  const auto staged = change.stage();
+  if (!staged) return tl::unexpected(staged.error());
+  if (manifest.files) {
+    if (auto copied = copyFiles(*manifest.files, *staged); !copied) return copied;
+  }
+  if (auto replaced = change.replace(); !replaced) return replaced;
+  return commit(registry, change, [&]() -> Expected<void> {
+    if (auto put = registry.put(manifest.package); !put) return put;
+    const bool moved = old && old->rootPath != manifest.package.rootPath;
+    return moved ? change.abandon(old->rootPath) : Expected<void>();
+  });
+}
+
+Expected<void> install(const Manifest& manifest) {
+  auto workplace = openWorkplace();
+  if (!workplace) return tl::unexpected(workplace.error());
+  Registry& registry = workplace->registry;
+  const auto installed = registry.packages();
+  if (!installed) return tl::unexpected(installed.error());
+  if (auto checked = checkPlace(*installed, manifest.package); !checked) return checked;
+  const auto old = registry.package(manifest.package.id, manifest.package.owner);
+  if (!old) return tl::unexpected(old.error());
+  return place(registry, manifest, *old);
+}
+
+Expected<bool> remove(Registry& registry, const std::string& packageId, uid_t owner) {
+  const auto package = registry.package(packageId, owner);
+  if (!package) return tl::unexpected(package.error());
+  if (!*package) return false;
+  FolderChange change(registry, (*package)->rootPath);
+  if (auto moved = change.remove(); !moved) return tl::unexpected(moved.error());
+  const auto erased = commit(registry, change, [&] { return registry.erase(packageId, owner); });
+  if (!erased) return tl::unexpected(erased.error());
+  return true;
+}
+
+}  // namespace
+
+Expected<Package> installPackage(const std::string& manifestPath, uid_t owner) {
+  auto manifest = readManifest(manifestPath);
+  if (!manifest) return tl::unexpected(manifest.error());
+  manifest->package.owner = owner;
+  if (auto installed = install(*manifest); !installed) return tl::unexpected(installed.error());
+  return std::move(manifest->package);
+}
+
+Expected<bool> removePackage(const std::string& packageId, uid_t owner) {
+  auto workplace = openWorkplace();
+  if (!workplace) return tl::unexpected(workplace.error());
+  return remove(workplace->registry, packageId, owner);
+}
+
+Expected<std::vector<Package>> listPackages() {
+  auto registry = Registry::openForReading();
+  if (!registry) return tl::unexpected(registry.error());
+  return registry->packages();
+}
+
+Expected<std::optional<Package>> findPackageOfApplication(const std::string& appId) {
+  auto registry = Registry::openForReading();
+  if (!registry) return tl::unexpected(registry.error());
+  return registry->packageOfApplication(appId, geteuid());
+}
+
+Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
+  auto registry = Registry::openForWriting();
+  if (!registry) return tl::unexpected(registry.error());
+  return registry->noteProcess(pid, packageId);
+}
+
+}  // namespace quillon::workstation

@@ -1,0 +1,204 @@
+#include "packages/manifest.h"
+
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "packages/manifest_reader.h"
+#include "packages/manifest_rules.h"
+
+namespace quillon::workstation {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kIdRemedy = "write an id such as \"org.example.clock\"";
+constexpr const char* kRootRemedy =
+    "write a path such as \"/opt/usr/apps/org.example.clock\", or leave the key out";
+constexpr const char* kExecRemedy =
+    "write the assembly's path relative to the package's root, such as \"bin/Clock.dll\"";
+
+// Identifiers may leave out the namespace that all of their kind share.
+std::string withNamespace(const char* prefix, const std::string& identifier) {
+  return identifier.starts_with('/') ? prefix + identifier : identifier;
+}
+
+std::vector<std::string> privileges(ManifestReader& reader, const toml::table& table) {
+  constexpr const char* kKey = "package.privileges";
+  constexpr const char* kRemedy = "write a list of strings such as [\"/privilege/internet\"]";
+  std::vector<std::string> all;
+  const toml::node* node = table.get("privileges");
+  if (node == nullptr) return all;
+  const toml::array* list = node->as_array();
+  if (list == nullptr) {
+    reader.mistake(*node, kKey, "is no list", kRemedy);
+    return all;
+  }
+  for (const toml::node& item : *list) {
+    const auto value = item.value_exact<std::string>();
+    const std::string wrong = value ? wrongWithText(*value) : "holds something else than strings";
+    if (!wrong.empty()) {
+      reader.mistake(item, kKey, wrong, kRemedy);
+      return all;
+    }
+    all.push_back(withNamespace(QUILLON_PRIVILEGE_NAMESPACE, *value));
+  }
+  return all;
+}
+
+using Metadata = std::vector<std::pair<std::string, std::string>>;
+
+// TOML tables are sorted by key; this is the order of the file.
+std::vector<std::pair<std::string, const toml::node*>> inFileOrder(const toml::table& table) {
+  std::vector<std::pair<std::string, const toml::node*>> entries;
+  for (const auto& [key, node] : table) entries.emplace_back(key.str(), &node);
+  const auto place = [](const auto& entry) {
+    const toml::source_position& begin = entry.second->source().begin;
+    return std::pair(begin.line, begin.column);
+  };
+  std::stable_sort(entries.begin(), entries.end(),
+                   [&](const auto& left, const auto& right) { return place(left) < place(right); });
+  return entries;
+}
+
+Metadata metadata(ManifestReader& reader, const toml::table& table) {
+  constexpr const char* kKey = "application.metadata";
+  constexpr const char* kRemedy =
+      "write a table of strings such as { \"/velora/metadata/name\" = \"value\" }";
+  Metadata all;
+  const toml::node* node = table.get("metadata");
+  if (node == nullptr) return all;
+  if (!node->is_table()) reader.mistake(*node, kKey, "is no table", kRemedy);
+  if (!node->is_table()) return all;
+  for (const auto& [key, item] : inFileOrder(*node->as_table())) {
+    if (const std::string wrong = wrongWithText(key); !wrong.empty()) {
+      reader.mistake(*item, kKey, "has a key that " + wrong, kRemedy);
+    }
+    const auto value = item->value_exact<std::string>();
+    if (!value) reader.mistake(*item, dotted(kKey, key), "is no string", kRemedy);
+    all.emplace_back(withNamespace(QUILLON_METADATA_NAMESPACE, key), value.value_or(""));
+  }
+  return all;
+}
+
+std::string wrongWithComponent(const std::string& component) {
+  return component == "ui" || component == "service" ? "" : "is neither \"ui\" nor \"service\"";
+}
+
+Application application(ManifestReader& reader, const toml::table& table, const std::string& root) {
+  constexpr const char* kName = "application";
+  reader.checkKeys(table, kName, {"id", "exec", "type", "component", "metadata"});
+  Application result;
+  result.id = reader.text(table, kName, "id", wrongWithId, kIdRemedy);
+  const fs::path exec = reader.text(table, kName, "exec", wrongWithExec, kExecRemedy);
+  result.exec = (fs::path(root) / exec).lexically_normal().string();
+  result.type = reader
+                    .optionalText(table, kName, "type", wrongWithText,
+                                  "write an application type such as \"inhouse\"")
+                    .value_or(result.type);
+  result.service = reader.optionalText(table, kName, "component", wrongWithComponent,
+                                       "write \"ui\" or \"service\"") == "service";
+  result.metadata = metadata(reader, table);
+  return result;
+}
+
+void addApplication(ManifestReader& reader, const toml::table& table, Package& package) {
+  Application added = application(reader, table, package.rootPath);
+  for (const Application& other : package.applications) {
+    if (other.id == added.id && !added.id.empty()) {
+      reader.mistake(*table.get("id"), "application.id", "'" + added.id + "' is there twice",
+                     "give each application an id of its own");
+    }
+  }
+  package.applications.push_back(std::move(added));
+}
+
+void readApplications(ManifestReader& reader, const toml::table& document, Package& package) {
+  const toml::node* node = document.get("application");
+  if (node == nullptr) return;
+  const toml::array* list = node->as_array();
+  if (list == nullptr || !list->is_homogeneous(toml::node_type::table)) {
+    reader.mistake(*node, "application", "is no list of tables",
+                   "write [[application]], with two brackets, before each application");
+    return;
+  }
+  for (const toml::node& item : *list) addApplication(reader, *item.as_table(), package);
+}
+
+std::string wrongWithFiles(const fs::path& folder) {
+  std::error_code error;
+  return fs::is_directory(folder, error) ? "" : "names no folder: '" + folder.string() + "'";
+}
+
+Manifest readPackage(ManifestReader& reader, const toml::table& table, const fs::path& folder) {
+  constexpr const char* kName = "package";
+  reader.checkKeys(table, kName, {"id", "version", "root", "privileges", "files"});
+  Manifest manifest;
+  Package& package = manifest.package;
+  package.id = reader.text(table, kName, "id", wrongWithId, kIdRemedy);
+  package.version =
+      reader.text(table, kName, "version", wrongWithText, "write a version such as \"1.0.0\"");
+  package.rootPath = reader.optionalText(table, kName, "root", wrongWithRoot, kRootRemedy)
+                         .value_or("/opt/usr/apps/" + package.id);
+  package.privileges = privileges(reader, table);
+  const auto inFolder = [&](const std::string& files) {
+    const std::string wrong = wrongWithText(files);
+    return wrong.empty() ? wrongWithFiles(folder / files) : wrong;
+  };
+  if (const auto files = reader.optionalText(table, kName, "files", inFolder,
+                                             "name a folder, relative to the manifest's")) {
+    manifest.files = (folder / *files).lexically_normal();
+  }
+  return manifest;
+}
+
+Expected<Manifest> readDocument(const toml::table& document, const fs::path& path) {
+  ManifestReader reader(path);
+  const toml::node* node = document.get("package");
+  if (node == nullptr || !node->is_table()) {
+    reader.mistake(node == nullptr ? document : *node, "package",
+                   node == nullptr ? "is missing" : "is no table",
+                   "begin the manifest with a [package] table");
+    return tl::unexpected(*reader.failure());
+  }
+  reader.checkKeys(document, "", {"package", "application"});
+  Manifest manifest = readPackage(reader, *node->as_table(), fs::absolute(path).parent_path());
+  readApplications(reader, document, manifest.package);
+  if (reader.failure()) return tl::unexpected(*reader.failure());
+  return manifest;
+}
+
+Expected<std::string> contents(const fs::path& path) {
+  std::error_code error;
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream bytes;
+  if (!fs::is_regular_file(path, error) || !file || !(bytes << file.rdbuf())) {
+    const int cause = error ? error.value() : errno;
+    return fail("cannot read the manifest '" + path.string() + "'" +
+                    (cause == 0 ? "" : std::string(": ") + std::strerror(cause)),
+                "name a readable TOML file");
+  }
+  return bytes.str();
+}
+
+}  // namespace
+
+Expected<Manifest> readManifest(const fs::path& path) {
+  const auto text = contents(path);
+  if (!text) return tl::unexpected(text.error());
+  try {
+    return readDocument(toml::parse(*text, path.string()), path);
+  } catch (const toml::parse_error& error) {
+    const toml::source_position& begin = error.source().begin;
+    return fail(path.string() + ':' + std::to_string(begin.line) + ':' +
+                    std::to_string(begin.column) +
+                    ": this is no TOML: " + std::string(error.description()),
+                "correct it there");
+  }
+}
+
+}  // namespace quillon::workstation

@@ -1,0 +1,67 @@
+#include "packages/manifest_rules.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+#include "device_data.h"
+
+namespace quillon::workstation {
+namespace {
+
+constexpr size_t kLongestId = 200;
+constexpr std::array<std::string_view, 3> kRoots = {"/opt/usr/", "/usr/apps/", "/opt/share/"};
+
+bool hasControlCharacter(std::string_view text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+bool leavesItsFolder(const std::filesystem::path& path) {
+  return std::find(path.begin(), path.end(), "..") != path.end();
+}
+
+// "/a/b" and nothing that another text could name as well.
+bool isPlainAbsolute(const std::filesystem::path& path) {
+  return path.is_absolute() && path == path.lexically_normal() && path.has_filename();
+}
+
+}  // namespace
+
+std::string wrongWithText(std::string_view text) {
+  if (text.empty()) return "is empty";
+  if (hasControlCharacter(text)) return "holds a control character";
+  return {};
+}
+
+std::string wrongWithId(std::string_view id) {
+  if (std::string wrong = wrongWithText(id); !wrong.empty()) return wrong;
+  if (id.size() > kLongestId) {
+    return "is longer than " + std::to_string(kLongestId) + " bytes";
+  }
+  if (id == "." || id == "..") return "names a folder, not a package";
+  if (id.find_first_of("/:") != id.npos) return "holds '/' or ':'";
+  return {};
+}
+
+std::string wrongWithRoot(const std::string& root) {
+  if (std::string wrong = wrongWithText(root); !wrong.empty()) return wrong;
+  if (!isPlainAbsolute(root)) return "is no absolute path in its shortest form";
+  if (root.find(':') != root.npos) return "holds ':', which joins lists of paths";
+  const bool allowed = std::any_of(kRoots.begin(), kRoots.end(), [&](std::string_view folder) {
+    return root.starts_with(folder);
+  });
+  if (root == kDataDirectory || root.starts_with(std::string(kDataDirectory) + '/')) {
+    return "lies in the platform's own folder";
+  }
+  return allowed ? "" : "is not under /opt/usr/, /usr/apps/ or /opt/share/";
+}
+
+std::string wrongWithExec(const std::string& exec) {
+  if (std::string wrong = wrongWithText(exec); !wrong.empty()) return wrong;
+  if (!std::filesystem::path(exec).has_filename()) return "names a folder";
+  if (leavesItsFolder(exec)) return "holds '..'";
+  return {};
+}
+
+}  // namespace quillon::workstation

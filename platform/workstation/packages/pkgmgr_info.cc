@@ -1,0 +1,118 @@
+#include <platform/pkgmgr_info.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <memory>
+
+#include "packages/registry.h"
+#include "packages/service.h"
+
+using quillon::workstation::findApplication;
+using quillon::workstation::findPackage;
+using quillon::workstation::FoundApplication;
+using quillon::workstation::kInvalidArgument;
+using quillon::workstation::kNotFound;
+using quillon::workstation::kOk;
+using quillon::workstation::kTooLong;
+using quillon::workstation::Package;
+using quillon::workstation::Registry;
+using quillon::workstation::registryFailed;
+
+namespace {
+
+// The user of packages for every user.
+constexpr uid_t kEveryUser = 0;
+
+// The interface's handles are void*: a package's is a Package, an application's a FoundApplication,
+// each a copy of what the registry held when the handle was made.
+template <typename Record>
+Record* recordOf(void* handle) {
+  return static_cast<Record*>(handle);
+}
+
+template <typename Record>
+int destroy(void* handle) {
+  if (handle == nullptr) return kInvalidArgument;
+  delete recordOf<Record>(handle);
+  return kOk;
+}
+
+// The interface hands texts out as char*, which nobody may change.
+int handOut(std::string& text, char** out) {
+  *out = text.data();
+  return kOk;
+}
+
+}  // namespace
+
+int pkgmgrinfo_pkginfo_get_pkginfo(const char* package_id, pkgmgrinfo_pkginfo_h* handle) {
+  return pkgmgrinfo_pkginfo_get_usr_pkginfo(package_id, kEveryUser, handle);
+}
+
+int pkgmgrinfo_pkginfo_get_usr_pkginfo(const char* package_id, uid_t uid,
+                                       pkgmgrinfo_pkginfo_h* handle) {
+  if (handle == nullptr) return kInvalidArgument;
+  auto package = std::make_unique<Package>();
+  const int result = findPackage(package_id, uid, *package);
+  if (result == kOk) *handle = package.release();
+  return result;
+}
+
+int pkgmgrinfo_pkginfo_get_mainappid(pkgmgrinfo_pkginfo_h handle, char** app_id) {
+  if (handle == nullptr || app_id == nullptr) return kInvalidArgument;
+  auto& applications = recordOf<Package>(handle)->applications;
+  return applications.empty() ? kNotFound : handOut(applications.front().id, app_id);
+}
+
+int pkgmgrinfo_pkginfo_get_root_path(pkgmgrinfo_pkginfo_h handle, char** path) {
+  if (handle == nullptr || path == nullptr) return kInvalidArgument;
+  return handOut(recordOf<Package>(handle)->rootPath, path);
+}
+
+int pkgmgrinfo_pkginfo_destroy_pkginfo(pkgmgrinfo_pkginfo_h handle) {
+  return destroy<Package>(handle);
+}
+
+int pkgmgrinfo_appinfo_get_appinfo(const char* app_id, pkgmgrinfo_appinfo_h* handle) {
+  if (handle == nullptr) return kInvalidArgument;
+  auto found = std::make_unique<FoundApplication>();
+  const int result = findApplication(app_id, *found);
+  if (result == kOk) *handle = found.release();
+  return result;
+}
+
+int pkgmgrinfo_appinfo_get_exec(pkgmgrinfo_appinfo_h handle, char** exec) {
+  if (handle == nullptr || exec == nullptr) return kInvalidArgument;
+  return handOut(recordOf<FoundApplication>(handle)->application.exec, exec);
+}
+
+int pkgmgrinfo_appinfo_get_metadata_value(pkgmgrinfo_appinfo_h handle, const char* key,
+                                          char** value) {
+  if (handle == nullptr || key == nullptr || value == nullptr) return kInvalidArgument;
+  for (auto& [name, text] : recordOf<FoundApplication>(handle)->application.metadata) {
+    if (name == key) return handOut(text, value);
+  }
+  return kNotFound;
+}
+
+int pkgmgrinfo_appinfo_destroy_appinfo(pkgmgrinfo_appinfo_h handle) {
+  return destroy<FoundApplication>(handle);
+}
+
+int pkgmgr_installer_info_get_target_uid(uid_t* uid) {
+  if (uid == nullptr) return kInvalidArgument;
+  *uid = geteuid();
+  return kOk;
+}
+
+int aul_app_get_pkgid_bypid(int pid, char* package_id, int length) {
+  if (pid <= 0 || package_id == nullptr || length <= 0) return kInvalidArgument;
+  auto registry = Registry::openForReading();
+  if (!registry) return registryFailed(registry.error());
+  const auto package = registry->packageOfProcess(pid);
+  if (!package) return registryFailed(package.error());
+  if (!*package) return kNotFound;
+  if ((*package)->size() >= static_cast<size_t>(length)) return kTooLong;
+  std::memcpy(package_id, (*package)->c_str(), (*package)->size() + 1);
+  return kOk;
+}

@@ -1,0 +1,251 @@
+#include "packages/registry.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "device_data.h"
+#include "packages/process_identity.h"
+#include "packages/schema.h"
+
+namespace quillon::workstation {
+namespace {
+
+bool belongsTo(const Package& package, uid_t user) {
+  return package.owner == 0 || package.owner == user;
+}
+
+// Own packages before those for all, so that the first of an id is the one that counts.
+void ownFirst(std::vector<Package>& packages) {
+  std::stable_sort(packages.begin(), packages.end(), [](const Package& left, const Package& right) {
+    return left.owner != 0 && right.owner == 0;
+  });
+}
+
+std::optional<Package> firstVisible(std::vector<Package> packages, uid_t user) {
+  ownFirst(packages);
+  for (Package& package : packages) {
+    if (belongsTo(package, user)) return std::move(package);
+  }
+  return std::nullopt;
+}
+
+Failure unreadable(const std::string& path) {
+  return {"cannot reach the package registry '" + path + "': " + std::strerror(errno),
+          "check the permissions of its folders"};
+}
+
+}  // namespace
+
+Expected<Registry> Registry::openForReading() {
+  struct stat status {};
+  if (stat(kRegistryPath, &status) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR) return Registry();
+    return tl::unexpected(unreadable(kRegistryPath));
+  }
+  auto database = Database::open(kRegistryPath, false);
+  if (!database) return tl::unexpected(database.error());
+  const auto schema = schemaOf(*database);
+  if (!schema) return tl::unexpected(schema.error());
+  if (*schema == Schema::kMissing) return Registry();
+  return Registry(std::move(*database));
+}
+
+Expected<Registry> Registry::openForWriting() {
+  std::error_code error;
+  std::filesystem::create_directories(kDataDirectory, error);
+  if (error) {
+    return fail(std::string("cannot make the folder '") + kDataDirectory + "': " + error.message(),
+                "check that the device root is writable");
+  }
+  auto database = Database::open(kRegistryPath, true);
+  if (!database) return tl::unexpected(database.error());
+  if (auto ready = ensureSchema(*database); !ready) return tl::unexpected(ready.error());
+  return Registry(std::move(*database));
+}
+
+Expected<void> Registry::fillMetadata(Application& application, int64_t key) {
+  Statement query(*database_,
+                  "SELECT key, value FROM metadata WHERE application = ?1 ORDER BY position");
+  query.bind(key);
+  while (query.step()) application.metadata.emplace_back(query.text(0), query.text(1));
+  return query.finish();
+}
+
+Expected<void> Registry::fill(Package& package, int64_t key) {
+  Statement privileges(*database_,
+                       "SELECT name FROM privilege WHERE package = ?1 ORDER BY position");
+  privileges.bind(key);
+  while (privileges.step()) package.privileges.push_back(privileges.text(0));
+  if (auto done = privileges.finish(); !done) return done;
+  Statement query(*database_,
+                  "SELECT key, id, exec, type, service FROM application"
+                  " WHERE package = ?1 ORDER BY position");
+  query.bind(key);
+  while (query.step()) {
+    Application application{query.text(1), query.text(2), query.text(3), query.number(4) != 0, {}};
+    if (auto filled = fillMetadata(application, query.number(0)); !filled) return filled;
+    package.applications.push_back(std::move(application));
+  }
+  return query.finish();
+}
+
+Expected<std::vector<Package>> Registry::select(const std::string& where,
+                                                const std::function<void(Statement&)>& bind) {
+  std::vector<Package> packages;
+  if (!database_) return packages;
+  // One transaction, so that a package is read as it was at one moment.
+  if (auto begun = database_->run("BEGIN"); !begun) return tl::unexpected(begun.error());
+  const std::string sql =
+      "SELECT key, id, version, root, owner FROM package WHERE " + where + " ORDER BY id, owner";
+  Statement query(*database_, sql.c_str());
+  bind(query);
+  Expected<void> filled;
+  while (filled && query.step()) {
+    Package package{
+        query.text(1), query.text(2), query.text(3), static_cast<uid_t>(query.number(4)), {}, {}};
+    filled = fill(package, query.number(0));
+    packages.push_back(std::move(package));
+  }
+  const auto done = filled ? query.finish() : filled;
+  const auto ended = database_->run("COMMIT");
+  if (!done) return tl::unexpected(done.error());
+  if (!ended) return tl::unexpected(ended.error());
+  return packages;
+}
+
+Expected<std::vector<Package>> Registry::packages() {
+  return select("TRUE", [](Statement&) {});
+}
+
+Expected<std::vector<Package>> Registry::packagesVisibleTo(uid_t user) {
+  auto all = select("owner IN (0, ?1)", [&](Statement& query) { query.bind(user); });
+  if (!all) return all;
+  ownFirst(*all);
+  std::vector<Package> visible;
+  for (Package& package : *all) {
+    const auto sameId = [&](const Package& seen) { return seen.id == package.id; };
+    if (std::none_of(visible.begin(), visible.end(), sameId)) {
+      visible.push_back(std::move(package));
+    }
+  }
+  return visible;
+}
+
+Expected<std::optional<Package>> Registry::package(const std::string& id, uid_t owner) {
+  auto found =
+      select("id = ?1 AND owner = ?2", [&](Statement& query) { query.bind(id).bind(owner); });
+  if (!found) return tl::unexpected(found.error());
+  if (found->empty()) return std::optional<Package>();
+  return std::optional<Package>(std::move(found->front()));
+}
+
+Expected<std::optional<Package>> Registry::packageVisibleTo(const std::string& id, uid_t user) {
+  auto found =
+      select("id = ?1 AND owner IN (0, ?2)", [&](Statement& query) { query.bind(id).bind(user); });
+  if (!found) return tl::unexpected(found.error());
+  return firstVisible(std::move(*found), user);
+}
+
+Expected<std::optional<Package>> Registry::packageOfApplication(const std::string& appId,
+                                                                uid_t user) {
+  auto found = select("key IN (SELECT package FROM application WHERE id = ?1) AND owner IN (0, ?2)",
+                      [&](Statement& query) { query.bind(appId).bind(user); });
+  if (!found) return tl::unexpected(found.error());
+  return firstVisible(std::move(*found), user);
+}
+
+Expected<int64_t> Registry::insertPackage(const Package& package) {
+  Statement insert(*database_,
+                   "INSERT INTO package(id, owner, version, root) VALUES(?1, ?2, ?3, ?4)"
+                   " RETURNING key");
+  insert.bind(package.id).bind(package.owner).bind(package.version).bind(package.rootPath);
+  const int64_t key = insert.step() ? insert.number(0) : 0;
+  if (auto done = insert.finish(); !done) return tl::unexpected(done.error());
+  int64_t position = 0;
+  for (const std::string& privilege : package.privileges) {
+    Statement row(*database_, "INSERT INTO privilege VALUES(?1, ?2, ?3)");
+    row.bind(key).bind(position++).bind(privilege);
+    if (auto done = row.finish(); !done) return tl::unexpected(done.error());
+  }
+  return key;
+}
+
+Expected<int64_t> Registry::insertApplication(const Application& application, int64_t package,
+                                              uid_t owner) {
+  Statement insert(*database_,
+                   "INSERT INTO application(package, position, id, owner, exec, type, service)"
+                   " VALUES(?1, (SELECT count(*) FROM application WHERE package = ?1),"
+                   " ?2, ?3, ?4, ?5, ?6) RETURNING key");
+  insert.bind(package).bind(application.id).bind(owner);
+  insert.bind(application.exec).bind(application.type).bind(application.service ? 1 : 0);
+  const int64_t key = insert.step() ? insert.number(0) : 0;
+  if (auto done = insert.finish(); !done) return tl::unexpected(done.error());
+  int64_t position = 0;
+  for (const auto& [name, value] : application.metadata) {
+    Statement row(*database_, "INSERT INTO metadata VALUES(?1, ?2, ?3, ?4)");
+    row.bind(key).bind(position++).bind(name).bind(value);
+    if (auto done = row.finish(); !done) return tl::unexpected(done.error());
+  }
+  return key;
+}
+
+Expected<void> Registry::put(const Package& package) {
+  if (auto erased = erase(package.id, package.owner); !erased) return erased;
+  const auto key = insertPackage(package);
+  if (!key) return tl::unexpected(key.error());
+  for (const Application& application : package.applications) {
+    if (auto added = insertApplication(application, *key, package.owner); !added) {
+      return tl::unexpected(added.error());
+    }
+  }
+  return {};
+}
+
+Expected<void> Registry::erase(const std::string& id, uid_t owner) {
+  Statement statement(*database_, "DELETE FROM package WHERE id = ?1 AND owner = ?2");
+  return statement.bind(id).bind(owner).finish();
+}
+
+Expected<void> Registry::forgetDeadProcesses() {
+  std::vector<int64_t> dead;
+  Statement query(*database_, "SELECT pid, start_time FROM process");
+  while (query.step()) {
+    const auto pid = static_cast<pid_t>(query.number(0));
+    if (processStartTime(pid) != static_cast<uint64_t>(query.number(1))) dead.push_back(pid);
+  }
+  if (auto done = query.finish(); !done) return done;
+  for (const int64_t pid : dead) {
+    Statement row(*database_, "DELETE FROM process WHERE pid = ?1");
+    if (auto done = row.bind(pid).finish(); !done) return done;
+  }
+  return {};
+}
+
+Expected<void> Registry::noteProcess(pid_t pid, const std::string& packageId) {
+  const auto start = processStartTime(pid);
+  if (!start) return fail("there is no process " + std::to_string(pid));
+  Transaction transaction(*database_);
+  if (auto begun = transaction.begin(); !begun) return begun;
+  if (auto forgotten = forgetDeadProcesses(); !forgotten) return forgotten;
+  Statement insert(*database_, "INSERT OR REPLACE INTO process VALUES(?1, ?2, ?3)");
+  insert.bind(pid).bind(static_cast<int64_t>(*start)).bind(packageId);
+  if (auto done = insert.finish(); !done) return done;
+  return transaction.commit();
+}
+
+Expected<std::optional<std::string>> Registry::packageOfProcess(pid_t pid) {
+  std::optional<std::string> package;
+  const auto start = processStartTime(pid);
+  if (!database_ || !start) return package;
+  Statement query(*database_, "SELECT package FROM process WHERE pid = ?1 AND start_time = ?2");
+  query.bind(pid).bind(static_cast<int64_t>(*start));
+  if (query.step()) package = query.text(0);
+  if (auto done = query.finish(); !done) return tl::unexpected(done.error());
+  return package;
+}
+
+}  // namespace quillon::workstation

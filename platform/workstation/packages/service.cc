@@ -1,0 +1,65 @@
+#include "packages/service.h"
+
+#include <platform/dlog.h>
+#include <unistd.h>
+
+#include "packages/registry.h"
+
+namespace quillon::workstation {
+namespace {
+
+// The first application of that id, or null.
+const Application* applicationOf(const Package& package, const std::string& appId) {
+  for (const Application& application : package.applications) {
+    if (application.id == appId) return &application;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+ServiceResult registryFailed(const Failure& failure) {
+  __dlog_print(0, DLOG_ERROR, "WORKSTATION", "%s; %s\n", failure.what.c_str(),
+               failure.remedy.c_str());
+  return kRegistryFailed;
+}
+
+ServiceResult findPackage(const char* packageId, Package& found) {
+  return findPackage(packageId, geteuid(), found);
+}
+
+ServiceResult findPackage(const char* packageId, uid_t user, Package& found) {
+  if (packageId == nullptr || *packageId == '\0') return kInvalidArgument;
+  auto registry = Registry::openForReading();
+  if (!registry) return registryFailed(registry.error());
+  auto package = registry->packageVisibleTo(packageId, user);
+  if (!package) return registryFailed(package.error());
+  if (!*package) return kNotFound;
+  found = std::move(**package);
+  return kOk;
+}
+
+ServiceResult findApplication(const char* appId, FoundApplication& found) {
+  if (appId == nullptr || *appId == '\0') return kInvalidArgument;
+  const auto package = findPackageOfApplication(appId);
+  if (!package) return registryFailed(package.error());
+  const Application* application = *package ? applicationOf(**package, appId) : nullptr;
+  if (application == nullptr) return kNotFound;
+  found = {(*package)->id, *application};
+  return kOk;
+}
+
+ServiceResult findAllApplications(std::vector<FoundApplication>& found) {
+  auto registry = Registry::openForReading();
+  if (!registry) return registryFailed(registry.error());
+  auto packages = registry->packagesVisibleTo(geteuid());
+  if (!packages) return registryFailed(packages.error());
+  for (Package& package : *packages) {
+    for (Application& application : package.applications) {
+      found.push_back({package.id, std::move(application)});
+    }
+  }
+  return kOk;
+}
+
+}  // namespace quillon::workstation

@@ -1,0 +1,94 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <workstation/zone_state.h>
+
+namespace quillon::workstation {
+namespace {
+
+constexpr char kNameLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_.";
+
+// The columns of /proc/PID/stat after the command, which is the second and may hold anything.
+constexpr int kStartTimeAfterCommand = 20;
+
+// The whole of a small file as a text; false when it cannot be read or does not fit.
+template <std::size_t N>
+bool readText(int directory, const char* path, char (&text)[N]) {
+  const int file = ::openat(directory, path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (file < 0) {
+    return false;
+  }
+  const ssize_t length = ::read(file, text, N - 1);
+  const int error = errno;
+  ::close(file);
+  errno = length < 0 ? error : EBADMSG;
+  text[length < 0 ? 0 : length] = '\0';
+  return length >= 0 && static_cast<std::size_t>(length) < N - 1;
+}
+
+const char* skipColumns(const char* text, int columns) {
+  while (text != nullptr && columns-- > 0) {
+    text = std::strchr(text + 1, ' ');
+  }
+  return text;
+}
+
+// Readable once the process has ended, a zombie included.
+bool hasEnded(int pidfd) {
+  pollfd ended{pidfd, POLLIN, 0};
+  return ::poll(&ended, 1, 0) != 0;
+}
+
+}  // namespace
+
+bool isZoneName(const char* name) {
+  const std::size_t length = name == nullptr ? 0 : ::strnlen(name, kLongestZoneName + 1);
+  return length > 0 && length <= kLongestZoneName && name[0] != '.' &&
+         std::strspn(name, kNameLetters) == length;
+}
+
+unsigned long long startTimeOf(pid_t pid) {
+  char path[32];
+  char text[1024];
+  std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
+  if (!readText(AT_FDCWD, path, text)) {
+    return 0;
+  }
+  unsigned long long startTime = 0;
+  const char* column = skipColumns(std::strrchr(text, ')'), kStartTimeAfterCommand);
+  return column != nullptr && std::sscanf(column, "%llu", &startTime) == 1 ? startTime : 0;
+}
+
+bool readZoneState(int directory, const char* name, ZoneHolder& holder) {
+  char text[64];
+  char end = '\0';
+  if (!readText(directory, name, text)) {
+    return false;
+  }
+  errno = EBADMSG;
+  return std::sscanf(text, "%d %llu%c", &holder.pid, &holder.startTime, &end) == 3 && end == '\n' &&
+         holder.pid > 0 && holder.startTime > 0;
+}
+
+int openZoneHolder(const ZoneHolder& holder) {
+  const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, holder.pid, 0));
+  if (pidfd < 0) {
+    return -1;
+  }
+  // The descriptor stands for whoever had the number when it was opened: compared after that, and
+  // alive after the comparison, it is the holder.
+  if (startTimeOf(holder.pid) == holder.startTime && !hasEnded(pidfd)) {
+    return pidfd;
+  }
+  ::close(pidfd);
+  errno = ESRCH;
+  return -1;
+}
+
+}  // namespace quillon::workstation
