@@ -5,6 +5,9 @@
 # unit is split into. Each unit is compiled twice: with hidden visibility for the shared library,
 # and with every function visible for the static archive that unit tests link.
 
+# Here and not in a folder of units: the plug-in and what links its archive use the same target.
+find_package(Boost REQUIRED COMPONENTS filesystem)
+
 set_property(GLOBAL PROPERTY QUILLON_UNITS "")
 
 function(quillon_unit path)

@@ -32,6 +32,9 @@
 extern "C" {
 #endif
 
+/* The plug-in itself is compiled with everything else hidden. */
+#pragma GCC visibility push(default)
+
 /* The runtime's coreclr_create_delegate (coreclrhost.h of the public .NET runtime): makes a native
  * function pointer for a static managed method. Returns a 32-bit status, negative on failure. */
 typedef int (*coreclr_create_delegate_ptr)(void* hostHandle, unsigned int domainId,
@@ -127,6 +130,8 @@ void print_log_debug(const char* text);
  *
  * The result was allocated with new[]; the caller releases it with delete[]. */
 char* string_format_test(const char* format, const char** args, int size);
+
+#pragma GCC visibility pop
 
 #ifdef __cplusplus
 }

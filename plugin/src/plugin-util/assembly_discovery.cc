@@ -1,7 +1,8 @@
 #include "plugin-util/assembly_discovery.h"
 
 #include <array>
-#include <functional>
+#include <cstddef>
+#include <memory_resource>
 #include <string_view>
 #include <unordered_map>
 
@@ -49,38 +50,40 @@ std::string_view directoryOf(std::string_view path) {
   return slash == std::string_view::npos ? "." : path.substr(0, slash);
 }
 
-struct NameHash : std::hash<std::string_view> {
-  using is_transparent = void;
-};
+// What one framework's names and paths take; more comes from the heap.
+constexpr std::size_t kFirstArena = 64 * 1024;
+constexpr std::size_t kExpectedAssemblies = 512;
 
-// One path for each assembly name, in the order in which the names were first met.
+// One path for each assembly name, in the order in which the names were first met. Texts live in an
+// arena that goes with the table: nothing is released one by one.
 class AssemblyTable {
  public:
-  void offer(const std::string& path, std::string_view name) {
+  AssemblyTable() {
+    paths_.reserve(kExpectedAssemblies);
+    order_.reserve(kExpectedAssemblies);
+  }
+
+  void offer(std::string_view path, std::string_view name) {
     const bool image = isImage(name);
     if (!image && !hasAssemblyExtension(name)) {
       return;
     }
-    const std::string_view key = assemblyName(name);
-    const auto known = paths_.find(key);
-    if (known == paths_.end()) {
-      names_.push_back(&*paths_.emplace(key, path).first);
-    } else if (image && imageDisplaces(path, known->second)) {
-      known->second = path;
+    const auto [entry, isNew] =
+        paths_.try_emplace(std::pmr::string(assemblyName(name), &arena_), path);
+    if (isNew) {
+      order_.push_back(&*entry);
+    } else if (image && imageDisplaces(path, entry->second)) {
+      entry->second = path;
     }
   }
 
-  // Joins the paths onto `list`, which then neither begins nor ends with an added ":".
+  // Joins the paths onto `list`, which afterwards does not end with ":".
   void appendTo(std::string& list) const {
-    if (!names_.empty() && !list.empty() && !list.ends_with(':')) {
+    if (!order_.empty() && !list.empty() && !list.ends_with(':')) {
       list += ':';
     }
-    std::size_t length = list.size();
-    for (const auto* entry : names_) {
-      length += entry->second.size() + 1;
-    }
-    list.reserve(length);
-    for (const auto* entry : names_) {
+    list.reserve(list.size() + joinedLength());
+    for (const auto* entry : order_) {
       list += entry->second;
       list += ':';
     }
@@ -96,8 +99,18 @@ class AssemblyTable {
            directoryOf(present) == directoryOf(image);
   }
 
-  std::unordered_map<std::string, std::string, NameHash, std::equal_to<>> paths_;
-  std::vector<const decltype(paths_)::value_type*> names_;
+  std::size_t joinedLength() const {
+    std::size_t length = 0;
+    for (const auto* entry : order_) {
+      length += entry->second.size() + 1;
+    }
+    return length;
+  }
+
+  std::array<std::byte, kFirstArena> first_;
+  std::pmr::monotonic_buffer_resource arena_{first_.data(), first_.size()};
+  std::pmr::unordered_map<std::pmr::string, std::pmr::string> paths_{&arena_};
+  std::vector<const decltype(paths_)::value_type*> order_;
 };
 
 }  // namespace

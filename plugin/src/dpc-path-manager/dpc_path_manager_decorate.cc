@@ -1,0 +1,118 @@
+#include <fcntl.h>
+#include <platform/app_info.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ios>
+
+#include "plugin/include-internal/dpc-path-manager.h"
+#include "plugin/src/plugin-util/device_paths.h"
+#include "util/zq_utils/directory_walk.h"
+
+namespace {
+
+constexpr char kRequiredPackagesKey[] = QUILLON_METADATA_NAMESPACE "/tv/metadata/d.pc/required";
+constexpr char kPlaceholderTarget[] = "/proc/self";
+constexpr char kDescriptorPaths[] = "/proc/self/fd/";
+constexpr char kApplications[] = "/opt/usr/apps/";
+constexpr char kPackageDpc[] = "/shared/res/d.pc/";
+constexpr int kPlaceholderCount = 10;
+
+int openDirectory(const char* path) { return open(path, O_RDONLY | O_DIRECTORY); }
+
+// Empty pieces are pieces too, and so is what stands after a last ";".
+std::vector<std::string> packagesOf(const std::string& list) {
+  std::vector<std::string> packages;
+  std::size_t begin = 0;
+  for (std::size_t end; (end = list.find(';', begin)) != std::string::npos; begin = end + 1) {
+    packages.push_back(list.substr(begin, end - begin));
+  }
+  packages.push_back(list.substr(begin));
+  return packages;
+}
+
+}  // namespace
+
+DpcPathManagerDecorate::DpcPathManagerDecorate(PluginStrategy* wrapped)
+    : Decorator(wrapped), placeholderCount_(kPlaceholderCount) {
+  QLOG_SCOPE();
+}
+
+std::string DpcPathManagerDecorate::GetExtraDllPath() {
+  QLOG_SCOPE();
+  openPlaceholders();
+  scanDirsInDirectory(device_paths::kDpc, [this](const std::string& path, const char*) {
+    extraDllPath_.append(":").append(path);
+  });
+  QLOG_DEBUG("ExtraDllPath : %s", extraDllPath_.c_str());
+  return extraDllPath_;
+}
+
+void DpcPathManagerDecorate::openPlaceholders() {
+  for (std::size_t i = 0; i < static_cast<std::size_t>(placeholderCount_); ++i) {
+    placeholders_.push_back(openDirectory(kPlaceholderTarget));
+    if (placeholders_[i] < 0) {
+      QLOG_ERROR("Failed to open /proc/self");
+      throw std::ios_base::failure("Fail to open /proc/self");
+    }
+    extraDllPath_.append(":").append(kDescriptorPaths).append(std::to_string(placeholders_[i]));
+  }
+}
+
+void DpcPathManagerDecorate::SetAppInfo(const std::string& appId, const std::string& rootPath) {
+  Decorator::SetAppInfo(appId, rootPath);
+  ChangeTempFDForDpcToRealDpcPath(appId);
+}
+
+void DpcPathManagerDecorate::ChangeTempFDForDpcToRealDpcPath(const std::string& appId) {
+  QLOG_SCOPE();
+  const std::string required = GetDpcList(appId);
+  if (required.empty()) {
+    return;
+  }
+  std::size_t next = 0;
+  for (const std::string& packageId : packagesOf(required)) {
+    if (next == placeholders_.size()) {
+      return;
+    }
+    if (movePlaceholder(placeholders_[next], packageId)) {
+      ++next;
+    }
+  }
+}
+
+bool DpcPathManagerDecorate::movePlaceholder(int placeholder, const std::string& packageId) {
+  if (placeholder < 0) {
+    throw std::ios_base::failure("Placeholder of a DPC directory is not open");
+  }
+  const std::string path = kApplications + packageId + kPackageDpc;
+  const int directory = openDirectory(path.c_str());
+  if (directory < 0) {
+    return false;
+  }
+  QLOG_DEBUG("DPC path : %s", path.c_str());
+  dup3(directory, placeholder, O_CLOEXEC);
+  close(directory);
+  return true;
+}
+
+std::string DpcPathManagerDecorate::GetDpcList(const std::string& appId) {
+  QLOG_SCOPE();
+  std::string packages;
+  app_info_h application = nullptr;
+  app_info_create(appId.c_str(), &application);
+  app_info_foreach_metadata(application, dpc_metadata_cb, &packages);
+  app_info_destroy(application);
+  return packages;
+}
+
+bool DpcPathManagerDecorate::dpc_metadata_cb(const char* key, const char* value, void* userData) {
+  if (strstr(key, kRequiredPackagesKey) == nullptr) {
+    return true;
+  }
+  QLOG_DEBUG("Metadata key : %s, Value : %s", key, value);
+  if (userData != nullptr) {
+    static_cast<std::string*>(userData)->assign(value);
+  }
+  return false;
+}

@@ -1,0 +1,98 @@
+#include "plugin/src/plugin-dotnet-inhouse/plugin_dotnet_inhouse.h"
+
+#include <vector>
+
+#include "plugin/src/plugin-util/app_identity.h"
+#include "plugin/src/plugin-util/assembly_discovery.h"
+#include "plugin/src/plugin-util/cache_invalidation.h"
+#include "plugin/src/plugin-util/cached_list.h"
+#include "plugin/src/plugin-util/coba_directories.h"
+#include "plugin/src/plugin-util/device_paths.h"
+#include "plugin/src/plugin-util/library_preload.h"
+#include "plugin/src/plugin-util/privileges.h"
+#include "util/log/log.h"
+#include "util/zq_utils/paths.h"
+
+namespace {
+
+constexpr CachedList kTpaList = {
+    device_paths::kTpaCache,
+    "[quillon-tv-plugin] TPA Cache file was crashed.",
+    "[quillon-tv-plugin] Get TPA by cache file",
+};
+
+// Where the platform's assemblies lie. Order decides: the first path of a name stays in the list.
+std::vector<std::string> assemblyDirectories() {
+  const std::string framework = getAbsolutePath(device_paths::kFramework);
+  return {getAbsolutePath(device_paths::kNetcoreapp),
+          getAbsolutePath(device_paths::kReflectionEliminator), framework,
+          framework + device_paths::kReferenceSuffix};
+}
+
+}  // namespace
+
+PluginDotnetInhouse::PluginDotnetInhouse() {
+  QLOG_SCOPE();
+  CheckDotnetFlagAndRemoveCacheFiles();
+}
+
+void PluginDotnetInhouse::Initialize() {
+  QLOG_SCOPE();
+  QLOG_INFO("### PluginDotnetInhouse Initialize called ###");
+}
+
+void PluginDotnetInhouse::Preload() {
+  QLOG_SCOPE();
+  QLOG_INFO("### plugin_preload called ###");
+  preloadSharedLibraries();
+}
+
+void PluginDotnetInhouse::SetAppInfo(const std::string& appId, const std::string& execPath) {
+  QLOG_SCOPE();
+  QLOG_INFO("### SetAppInfo ###");
+  checkAppHasPlatformPrivilege();
+  _SetAppInfo(appId, execPath);
+}
+
+std::string PluginDotnetInhouse::GetDllPath() {
+  QLOG_SCOPE();
+  QLOG_INFO("### plugin get dll path called ###");
+  std::string path = device_paths::kPlatformLibraries;
+  path.append(":").append(device_paths::kTvAppApi);
+  TTraceLog("[quillon-tv-plugin] GetCoBASharedDirsInApp Start");
+  path.append(GetCoBADirFromCache());  // brings its own separators
+  TTraceLog("[quillon-tv-plugin] GetCoBASharedDirsInApp Finish");
+  QLOG_DEBUG("GetDllPath: %s", path.c_str());
+  return path;
+}
+
+std::string PluginDotnetInhouse::GetExtraDllPath() {
+  QLOG_SCOPE();
+  return {};
+}
+
+std::string PluginDotnetInhouse::GetTPA() {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] GetTPA Start");
+  std::string tpa = GetTPAFromCache();
+  TTraceLog("[quillon-tv-plugin] GetTPA Finish");
+  return tpa;
+}
+
+void PluginDotnetInhouse::Finalize() { QLOG_SCOPE(); }
+
+std::string PluginDotnetInhouse::GetTPAFromCache() {
+  QLOG_SCOPE();
+  return readCachedListOr(kTpaList, [this] { return GetTPAAndSaveAsCache(); });
+}
+
+std::string PluginDotnetInhouse::GetTPAAndSaveAsCache() {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] Get TPA by searching.");
+  std::vector<std::string> directories = assemblyDirectories();
+  addPlatformAssembliesPaths(GetDllPath(), directories);
+  std::string tpa;
+  addAssembliesFromDirectories(directories, tpa);
+  saveCachedList(device_paths::kTpaCacheName, tpa);
+  return tpa;
+}

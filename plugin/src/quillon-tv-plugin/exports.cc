@@ -1,0 +1,179 @@
+// The exported functions. Each is a few lines: it forwards to the chain that plugin_initialize
+// built or starts a service.
+//
+// A function called before plugin_initialize finds no chain. That is the launcher's fault; the
+// function then does what it would with a chain that adds nothing.
+#include <quillon_tv_plugin.h>
+#include <sys/capability.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "plugin/src/quillon-tv-plugin/mode_selection.h"
+#include "plugin/src/quillon-tv-plugin/process_state.h"
+#include "util/log/log.h"
+#include "util/log/stream_capture.h"
+
+namespace {
+
+constexpr char kDirectCallApplication[] = "com.korvane.tv.csfs";
+
+// What a create-delegate function that is missing would have returned.
+constexpr int kNoCreateDelegate = static_cast<int>(0x80004003);
+
+const char* textOrEmpty(const char* text) { return text != nullptr ? text : ""; }
+
+std::string listOf(std::string (PluginStrategy::*getter)()) {
+  return tvPluginMgr != nullptr ? (tvPluginMgr->strategy->*getter)() : std::string();
+}
+
+void callManagedPreload() {
+  void* function = nullptr;
+  const int status = m_createDelegate != nullptr
+                         ? m_createDelegate(m_hostHandle, m_domainId, "Preload", "Velora.Preload",
+                                            "Init", &function)
+                         : kNoCreateDelegate;
+  if (status < 0) {
+    QLOG_ERROR("Create delegate for Launch prepared function is fail (0x%08x)",
+               static_cast<unsigned int>(status));
+  } else if (function != nullptr) {
+    reinterpret_cast<void (*)()>(function)();
+  }
+}
+
+void dropCapabilities() {
+  const cap_t none = cap_init();
+  if (none == nullptr) {
+    QLOG_ERROR("fail to cap_init()");
+  }
+  if (cap_set_proc(none) < 0) {
+    QLOG_ERROR("fail to cap_set_proc()");
+  }
+  cap_free(none);
+}
+
+void closeErrorCapture() {
+  if (stderrFP != nullptr) {
+    fclose(stderrFP);
+    stderrFP = nullptr;
+  }
+}
+
+}  // namespace
+
+void plugin_initialize(const char* appType) {
+  QLOG_SCOPE();
+  setenv("DOTNET_APP", "1", 1);
+  setenv("DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER", "0", 1);
+  TTraceLog("[quillon-tv-plugin] plugin_initialize");
+  const char* type = textOrEmpty(appType);
+  QLOG_INFO("##### AppType : %s", type);
+  if (PluginStrategy* chain = buildStrategyChain(type)) {
+    tvPluginMgr = new PluginContext{chain};
+  } else {
+    QLOG_ERROR("Wrong parameter : %s", type);
+  }
+  if (tvPluginMgr != nullptr) {
+    tvPluginMgr->strategy->Initialize();
+  }
+}
+
+void plugin_preload() {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] plugin_preload");
+  is_plugin_preload_called = true;
+  if (tvPluginMgr != nullptr) {
+    tvPluginMgr->strategy->Preload();
+  }
+  QLOG_INFO("[quillon-tv-plugin] process in Host. preload C# methods");
+  callManagedPreload();
+}
+
+void plugin_set_app_info(const char* appId, const char* execPath) {
+  QLOG_SCOPE();
+  const char* id = textOrEmpty(appId);
+  if (strstr(id, kDirectCallApplication) != nullptr) {
+    QLOG_DEBUG("##### It's CSFS #####");
+    directCallMode = 1;
+  }
+  TTraceLog("[quillon-tv-plugin] plugin_set_app_info");
+  if (tvPluginMgr != nullptr) {
+    tvPluginMgr->strategy->SetAppInfo(id, textOrEmpty(execPath));
+  }
+}
+
+bool plugin_has_log_control() {
+  QLOG_SCOPE();
+  static bool __tvIsInit = false;
+  TTraceLog("[quillon-tv-plugin] plugin_has_log_control");
+  if (!__tvIsInit) {
+    __tvIsInit = true;
+  }
+  return true;
+}
+
+char* plugin_get_tpa() {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] plugin_get_tpa");
+  tpalist = listOf(&PluginStrategy::GetTPA);
+  if (tpalist.empty()) {
+    return nullptr;
+  }
+  QLOG_DEBUG("TPA List : %s", tpalist.c_str());
+  return tpalist.data();
+}
+
+char* plugin_get_dll_path() {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] plugin_get_dll_path");
+  plugindllPath = listOf(&PluginStrategy::GetDllPath);
+  QLOG_DEBUG("Dll Path : %s", plugindllPath.c_str());
+  return plugindllPath.data();
+}
+
+char* plugin_get_extra_dll_path() {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] plugin_get_extra_dll_path");
+  extraDllPath = listOf(&PluginStrategy::GetExtraDllPath);
+  QLOG_DEBUG("Extra Dll Path : %s", extraDllPath.c_str());
+  return extraDllPath.data();
+}
+
+char* plugin_get_native_dll_searching_path() {
+  QLOG_SCOPE();
+  static char none[] = "";
+  return none;
+}
+
+void plugin_set_coreclr_info(void* hostHandle, unsigned int domainId,
+                             coreclr_create_delegate_ptr createDelegate) {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] plugin_set_coreclr_info");
+  m_hostHandle = hostHandle;
+  m_domainId = domainId;
+  m_createDelegate = createDelegate;
+}
+
+void plugin_before_execute() {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] plugin_before_execute");
+  if (!is_plugin_preload_called) {
+    dropCapabilities();
+  }
+}
+
+void plugin_finalize() {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] plugin_finalize");
+  if (tvPluginMgr != nullptr) {
+    tvPluginMgr->strategy->Finalize();
+  }
+  closeErrorCapture();
+  checkOnTerminate = true;
+}
+
+int is_coba_direct_call_mode() {
+  QLOG_SCOPE();
+  return directCallMode;
+}
