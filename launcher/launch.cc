@@ -1,0 +1,189 @@
+#include "launcher/launch.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+
+#include "launcher/device_paths.h"
+#include "launcher/framework_check.h"
+#include "launcher/launch_plan.h"
+#include "launcher/launch_target.h"
+#include "launcher/plugin_calls.h"
+#include "launcher/plugin_library.h"
+#include "launcher/runtime.h"
+#include "launcher/runtime_plan.h"
+#include "launcher/terminal.h"
+#include "tools/device/device_root.h"
+
+namespace quillon::launcher {
+namespace {
+
+namespace fs = std::filesystem;
+
+// How the launched application learns its own id.
+constexpr char kAppIdVariable[] = "QUILLON_APP_ID";
+
+fs::path executablePath() {
+  std::error_code ignored;
+  return fs::read_symlink("/proc/self/exe", ignored);
+}
+
+// A launch in progress: what one step leaves for the next.
+class Launch {
+ public:
+  explicit Launch(const LaunchOptions& options)
+      : options_(options), executable_(executablePath()) {}
+
+  Launched<int> run();
+
+ private:
+  Launched<void> prepare();
+  Launched<void> enterDevice();
+  Launched<void> registerSelf();
+  Launched<void> load();
+  Launched<void> askPlugin();
+  Launched<int> printPlan();
+  Launched<int> runApplication();
+  Launched<Runtime> startRuntime();
+  Launched<int> execute(Runtime& runtime);
+  LaunchPlan plan() const;
+  void explain();
+
+  const LaunchOptions& options_;
+  const fs::path executable_;
+  fs::path pluginFile_;
+  LaunchTarget target_;
+  PluginCalls plugin_;
+  PluginLists lists_;
+  RuntimePlan runtimePlan_;
+  bool tpaFromCache_ = false;
+};
+
+Launched<int> Launch::run() {
+  if (auto prepared = prepare(); !prepared) return tl::unexpected(prepared.error());
+  return options_.plan ? printPlan() : runApplication();
+}
+
+Launched<void> Launch::prepare() {
+  if (auto entered = enterDevice(); !entered) return entered;
+  auto target = findTarget(options_);
+  if (!target) return tl::unexpected(target.error());
+  target_ = std::move(*target);
+  if (auto loaded = load(); !loaded) return loaded;
+  if (auto registered = registerSelf(); !registered) return registered;
+  return askPlugin();
+}
+
+Launched<void> Launch::enterDevice() {
+  std::error_code ignored;
+  pluginFile_ =
+      options_.plugin.empty() ? defaultPlugin(executable_) : fs::absolute(options_.plugin, ignored);
+  device::EnterOptions view;
+  view.visible = {executable_.parent_path().parent_path(), pluginFile_.parent_path()};
+  view.writable = options_.writable;
+  auto entered = device::enter(options_.device, view);
+  if (entered) return {};
+  return stop(device::exitStatusOf(entered.error().error), entered.error());
+}
+
+Launched<void> Launch::load() {
+  auto library = loadPlugin(pluginFile_);
+  if (!library) return stop(kNoPlugin, library.error());
+  plugin_ = PluginCalls(*library, &target_);
+  return {};
+}
+
+// Before anything of the plug-in that asks whose process this is.
+Launched<void> Launch::registerSelf() {
+  if (auto noted = workstation::registerProcess(getpid(), target_.package.id); !noted) {
+    return stop(kServiceFailed, noted.error());
+  }
+  setenv(kAppIdVariable, target_.application.id.c_str(), 1);
+  return {};
+}
+
+Launched<void> Launch::askPlugin() {
+  if (auto known = plugin_.initialize(); !known) return known;
+  const std::string cached = cachedTpa();
+  auto lists = plugin_.lists();
+  if (!lists) return tl::unexpected(lists.error());
+  lists_ = std::move(*lists);
+  tpaFromCache_ = lists_.tpa && !cached.empty() && *lists_.tpa == cached;
+  auto planned = planRuntime(target_, lists_);
+  if (!planned) return stop(kNotExecutable, planned.error());
+  runtimePlan_ = std::move(*planned);
+  return {};
+}
+
+LaunchPlan Launch::plan() const {
+  LaunchPlan plan{options_,      target_, lists_, runtimePlan_, pluginFile_.string(),
+                  tpaFromCache_, {},      {}};
+  plan.refusals = predictRefusals(target_);
+  const auto framework = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
+                                          options_.device.string());
+  if (!framework) plan.missing = framework.error();
+  return plan;
+}
+
+Launched<int> Launch::printPlan() {
+  findShadowsInFolders(runtimePlan_);
+  const LaunchPlan plan = this->plan();
+  (options_.json ? printPlanJson : printPlanText)(plan, std::cout);
+  if (plan.missing) tell({"to go further: " + plan.missing->what, plan.missing->remedy});
+  for (const LaunchFailure& refusal : plan.refusals) tell(refusal);
+  return plan.refusals.empty() ? kSuccess : plan.refusals.front().status;
+}
+
+Launched<int> Launch::runApplication() {
+  if (auto found = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
+                                    options_.device.string());
+      !found) {
+    printPlanText(plan(), std::cout);
+    return tl::unexpected(found.error());
+  }
+  if (auto found = requireAssembly(target_); !found) return tl::unexpected(found.error());
+  if (options_.verbose) explain();
+  auto runtime = startRuntime();
+  if (!runtime) return tl::unexpected(runtime.error());
+  return execute(*runtime);
+}
+
+Launched<Runtime> Launch::startRuntime() {
+  auto runtime = Runtime::load(device_paths::kFramework);
+  if (!runtime) return stop(kRuntimeFailed, runtime.error());
+  const auto started = runtime->start(executable_, target_.application.id, runtimePlan_.properties);
+  if (!started) return stop(kRuntimeFailed, started.error());
+  return *runtime;
+}
+
+Launched<int> Launch::execute(Runtime& runtime) {
+  plugin_.setRuntime(runtime);
+  if (options_.preload) plugin_.preload();
+  if (auto told = plugin_.setApplication(); !told) return tl::unexpected(told.error());
+  plugin_.beforeExecute();
+  auto ended = runtime.execute(target_.assembly, options_.arguments);
+  plugin_.finalize();
+  const int latched = runtime.shutDown();
+  if (!ended) return stop(kNotExecutable, ended.error());
+  return latched;
+}
+
+void Launch::explain() {
+  findShadowsInFolders(runtimePlan_);
+  printPlanText(plan(), std::cerr);
+}
+
+}  // namespace
+
+int launch(const LaunchOptions& options) {
+  keepTerminal();
+  Launch launch(options);
+  auto ended = launch.run();
+  if (ended) return *ended;
+  tell(ended.error());
+  return ended.error().status;
+}
+
+}  // namespace quillon::launcher

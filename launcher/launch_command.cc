@@ -1,0 +1,56 @@
+#include "launcher/launch_command.h"
+
+#include <memory>
+
+#include "launcher/launch.h"
+#include "tools/command.h"
+
+namespace quillon::launcher {
+namespace {
+
+void addTarget(CLI::App& command, LaunchOptions& options) {
+  command.add_option("--device", options.device, "Device root to launch in")
+      ->required()
+      ->type_name("DIR");
+  command.add_option("APPID,--id", options.appId, "Application to launch, as installed")
+      ->required();
+  command.add_option("--type", options.type, "Application type; else the manifest's");
+  command.add_option("--path", options.exec, "Executable's device path; else the manifest's");
+}
+
+void addLaunch(CLI::App& command, LaunchOptions& options) {
+  command
+      .add_option("--plugin", options.plugin, "Plug-in to load; else the one built with this tool")
+      ->type_name("FILE");
+  command.add_flag("--preload", options.preload,
+                   "Prepare the process before it is told its application");
+  command
+      .add_option("--writable", options.writable, "Machine path that the application may write to")
+      ->type_name("PATH")
+      ->allow_extra_args(false);
+}
+
+void addOutput(CLI::App& command, LaunchOptions& options) {
+  CLI::Option* const plan =
+      command.add_flag("--plan", options.plan, "Print what a launch would do, and do no more");
+  command.add_flag("--json", options.json, "Print the plan as JSON")->needs(plan);
+  command.add_flag("--verbose", options.verbose, "Print the plan on standard error, then launch");
+}
+
+}  // namespace
+
+void addLaunchCommand(CLI::App& app) {
+  CLI::App* const command =
+      app.add_subcommand("launch", "Launch an application in a device root through the plug-in");
+  const auto options = std::make_shared<LaunchOptions>();
+  addTarget(*command, *options);
+  addLaunch(*command, *options);
+  addOutput(*command, *options);
+  command->footer("Arguments after -- are the application's.");
+  command->callback([options] {
+    options->arguments = programArguments();
+    endCommand(launch(*options));
+  });
+}
+
+}  // namespace quillon::launcher

@@ -1,0 +1,38 @@
+// What a launch would do, for people and for programs. docs/launcher-authors.md has the form of the
+// latter.
+#pragma once
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "launcher/launch_options.h"
+#include "launcher/launch_target.h"
+#include "launcher/runtime_plan.h"
+
+namespace quillon::launcher {
+
+struct LaunchPlan {
+  const LaunchOptions& options;
+  const LaunchTarget& target;
+  const PluginLists& lists;
+  const RuntimePlan& runtime;
+  std::string plugin;  // file
+  bool tpaFromCache = false;
+  std::vector<LaunchFailure> refusals;  // why the application would not come to run
+  std::optional<Failure> missing;       // what the machine lacks for the rest, if anything
+};
+
+void printPlanText(const LaunchPlan& plan, std::ostream& out);
+
+// One JSON object and a line break.
+void printPlanJson(const LaunchPlan& plan, std::ostream& out);
+
+// The plug-in's calls of a launch in their order, as both forms name them.
+std::vector<std::string> callsOf(const LaunchPlan& plan);
+
+// The directories of a list that are shared resources of packages.
+std::vector<std::string> cobaDirectoriesOf(const PluginLists& lists);
+
+}  // namespace quillon::launcher

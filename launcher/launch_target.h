@@ -1,0 +1,59 @@
+// What is launched: an application of the device root's registry, and what the plug-in will want of
+// it.
+//
+// Everything here holds inside the device root only.
+#pragma once
+
+#include <workstation/packages.h>
+
+#include <workstation/failure.h>
+#include <string>
+#include <vector>
+
+#include "launcher/launch_options.h"
+#include "tools/exit_status.h"
+
+namespace quillon::launcher {
+
+// A failure with the exit status that tells scripts of it.
+struct LaunchFailure : Failure {
+  ExitStatus status;
+};
+
+template <typename T>
+using Launched = tl::expected<T, LaunchFailure>;
+
+inline tl::unexpected<LaunchFailure> stop(ExitStatus status, Failure failure) {
+  return tl::unexpected(LaunchFailure{{std::move(failure)}, status});
+}
+
+struct LaunchTarget {
+  workstation::Package package;
+  workstation::Application application;
+  std::string type;      // application type handed to the plug-in
+  std::string exec;      // executable path as handed to the plug-in
+  std::string assembly;  // absolute form of exec, as handed to the runtime
+
+  // The application's own folders: the assembly's, and "bin" and "lib" of the package.
+  std::vector<std::string> folders() const;
+};
+
+// Finds the application and applies what the command line says otherwise. Fails with kNotInstalled,
+// kServiceFailed, or kUnusablePath for a path that holds ":".
+[[nodiscard]] Launched<LaunchTarget> findTarget(const LaunchOptions& options);
+
+// Why the launch of a target cannot come to its application, in the order in which a launch would
+// meet it: a missing assembly, a missing privilege, a path outside the allowed folders.
+std::vector<LaunchFailure> predictRefusals(const LaunchTarget& target);
+
+// kNoAssembly where the assembly is missing.
+[[nodiscard]] Launched<void> requireAssembly(const LaunchTarget& target);
+
+// Packages whose DPC directory the application requires, in order; empty pieces left out.
+std::vector<std::string> requiredDpcPackages(const workstation::Application& application);
+
+// The remedies of the refusals that the plug-in itself ends the process with, for the launcher to
+// print beside the plug-in's own words; empty for words that are not known here.
+std::string remedyForRefusal(const std::string& message, const LaunchTarget& target);
+
+}  // namespace quillon::launcher

@@ -1,0 +1,77 @@
+#include "launcher/plugin_calls.h"
+
+#include <workstation/log_tail.h>
+
+#include <exception>
+#include <fstream>
+#include <iterator>
+
+#include "launcher/device_paths.h"
+#include "launcher/refusal_watch.h"
+
+namespace quillon::launcher {
+namespace {
+
+constexpr std::string_view kCacheStart = "[START]";
+constexpr std::string_view kCacheEnd = "[END]";
+constexpr char kUnknownType[] = "Wrong parameter";
+
+std::string copyOf(const char* text) { return text != nullptr ? text : std::string(); }
+
+// The plug-in documents that its placeholders may fail with an exception.
+tl::unexpected<LaunchFailure> failedCall(const char* call, const std::exception& exception) {
+  return stop(kServiceFailed, {std::string(call) + " failed: " + exception.what(),
+                               "see that /proc is mounted and descriptors are left (ulimit -n)"});
+}
+
+}  // namespace
+
+Launched<void> PluginCalls::initialize() const {
+  const RefusalWatch watch("plugin_initialize", *target_);
+  library_.initialize(target_->type.c_str());
+  // The plug-in's results never tell of a failure: its log does.
+  if (workstation::lastErrorMessage().find(kUnknownType) == std::string::npos) return {};
+  return stop(kUsage, {"the plug-in does not know the application type '" + target_->type + "'",
+                       "name one that it does, such as --type inhouse"});
+}
+
+Launched<PluginLists> PluginCalls::lists() const try {
+  PluginLists lists;
+  if (const char* const tpa = library_.getTpa(); tpa != nullptr) lists.tpa = tpa;
+  lists.dllPath = copyOf(library_.getDllPath());
+  lists.nativePath = copyOf(library_.getNativeDllSearchingPath());
+  lists.extraPath = copyOf(library_.getExtraDllPath());
+  return lists;
+} catch (const std::exception& exception) {
+  return failedCall("a list of the plug-in", exception);
+}
+
+void PluginCalls::setRuntime(const Runtime& runtime) const {
+  library_.setCoreclrInfo(runtime.host(), runtime.domain(), runtime.createDelegate());
+}
+
+Launched<void> PluginCalls::setApplication() const try {
+  const RefusalWatch watch("plugin_set_app_info", *target_);
+  library_.setAppInfo(target_->application.id.c_str(), target_->exec.c_str());
+  return {};
+} catch (const std::exception& exception) {
+  return failedCall("plugin_set_app_info", exception);
+}
+
+void PluginCalls::beforeExecute() const {
+  library_.hasLogControl();
+  library_.beforeExecute();
+}
+
+std::string cachedTpa() {
+  std::ifstream stream(device_paths::kTpaCache, std::ios::binary);
+  const std::string content{std::istreambuf_iterator<char>(stream), {}};
+  const bool whole =
+      content.size() >= kCacheStart.size() + kCacheEnd.size() &&
+      content.compare(0, kCacheStart.size(), kCacheStart) == 0 &&
+      content.compare(content.size() - kCacheEnd.size(), kCacheEnd.size(), kCacheEnd) == 0;
+  if (!whole) return {};
+  return content.substr(kCacheStart.size(), content.size() - kCacheStart.size() - kCacheEnd.size());
+}
+
+}  // namespace quillon::launcher

@@ -1,0 +1,43 @@
+// The plug-in's functions in the order in which a launch calls them, with what can go wrong in each
+// made into a failure or, where the plug-in ends the process, explained.
+#pragma once
+
+#include "launcher/launch_target.h"
+#include "launcher/plugin_library.h"
+#include "launcher/runtime.h"
+#include "launcher/runtime_plan.h"
+
+namespace quillon::launcher {
+
+class PluginCalls {
+ public:
+  PluginCalls() = default;
+  // `target` must outlive the calls.
+  PluginCalls(const PluginLibrary& library, const LaunchTarget* target)
+      : library_(library), target_(target) {}
+
+  // Fails with kUsage where the plug-in does not know the application type.
+  [[nodiscard]] Launched<void> initialize() const;
+
+  // Copies of the four lists. Call once.
+  [[nodiscard]] Launched<PluginLists> lists() const;
+
+  void setRuntime(const Runtime& runtime) const;
+  void preload() const { library_.preload(); }
+
+  // Ends the process with status 0, after a line on the terminal, where the plug-in refuses.
+  [[nodiscard]] Launched<void> setApplication() const;
+
+  void beforeExecute() const;
+  void finalize() const { library_.finalize(); }
+
+ private:
+  PluginLibrary library_;
+  const LaunchTarget* target_ = nullptr;
+};
+
+// The payload of the plug-in's cached list of trusted assemblies; empty where no whole one is
+// there.
+std::string cachedTpa();
+
+}  // namespace quillon::launcher

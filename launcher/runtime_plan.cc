@@ -1,0 +1,163 @@
+#include "launcher/runtime_plan.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "launcher/device_paths.h"
+#include "launcher/runtime_config.h"
+
+namespace quillon::launcher {
+namespace {
+
+namespace fs = std::filesystem;
+
+#if defined(__x86_64__)
+constexpr char kRuntimeIdentifier[] = "linux-x64";
+#elif defined(__aarch64__)
+constexpr char kRuntimeIdentifier[] = "linux-arm64";
+#elif defined(__arm__)
+constexpr char kRuntimeIdentifier[] = "linux-arm";
+#else
+#error "name this processor's runtime identifier"
+#endif
+
+// Without a list of the plug-in's the framework's own assemblies are the trusted ones.
+std::vector<std::string> frameworkAssemblies() {
+  std::vector<std::string> paths;
+  std::error_code error;
+  for (fs::directory_iterator entry(device_paths::kFramework, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string path = entry->path().string();
+    if (!simpleNameOf(path).empty()) paths.push_back(path);
+  }
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+bool isPlaceholder(const std::string& path) {
+  return path.rfind(device_paths::kPlaceholderPrefix, 0) == 0;
+}
+
+bool canOpen(const std::string& directory) {
+  std::error_code ignored;
+  return fs::is_directory(directory, ignored) && access(directory.c_str(), R_OK) == 0;
+}
+
+// The placeholders go to the directories that can be opened, in order.
+std::vector<RequiredDpc> assignPlaceholders(const workstation::Application& application,
+                                            const std::vector<std::string>& placeholders) {
+  std::vector<RequiredDpc> required;
+  auto next = placeholders.begin();
+  for (const std::string& package : requiredDpcPackages(application)) {
+    RequiredDpc dpc{
+        package, device_paths::kApplications + package + device_paths::kDpcOfPackage, {}};
+    if (next != placeholders.end() && canOpen(dpc.directory)) dpc.placeholder = *next++;
+    required.push_back(std::move(dpc));
+  }
+  return required;
+}
+
+void planFolders(RuntimePlan& plan, const LaunchTarget& target, const PluginLists& lists) {
+  plan.appPaths.addAll(target.folders());
+  plan.appPaths.addAll(splitList(lists.dllPath));
+  plan.appPaths.addAll(splitList(lists.extraPath));
+  for (const std::string& folder : plan.appPaths.entries()) {
+    if (isPlaceholder(folder)) plan.placeholders.push_back(folder);
+  }
+  plan.nativePaths.addAll(splitList(lists.nativePath));
+  plan.nativePaths.addAll(target.folders());
+  plan.nativePaths.add(device_paths::kFramework);
+}
+
+// Satellite assemblies of trusted ones lie in culture folders beside them; those of the others are
+// found through APP_PATHS.
+void planResourceRoots(RuntimePlan& plan) {
+  for (const std::string& path : plan.assemblies.trusted()) {
+    plan.resourceRoots.add(path.substr(0, path.rfind('/')));
+  }
+}
+
+void addIfFile(std::vector<std::string>& files, const fs::path& file) {
+  std::error_code ignored;
+  if (fs::exists(file, ignored)) files.push_back(file.string());
+}
+
+// The dependency files that applications read through Microsoft.Extensions.DependencyModel.
+std::string dependencyFiles(const std::string& assembly, const std::string& frameworkFile) {
+  std::vector<std::string> files;
+  addIfFile(files, fs::path(assembly).replace_extension(".deps.json"));
+  addIfFile(files, frameworkFile);
+  std::string list;
+  for (const std::string& file : files) list += (list.empty() ? "" : ";") + file;
+  return list;
+}
+
+// What .NET's own host passes on of the environment.
+void addStartupHooks(RuntimeProperties& properties) {
+  const char* const hooks = std::getenv("DOTNET_STARTUP_HOOKS");
+  if (hooks != nullptr && *hooks != '\0') properties.emplace_back("STARTUP_HOOKS", hooks);
+}
+
+void setProperties(RuntimePlan& plan, const LaunchTarget& target) {
+  const std::string frameworkFile =
+      std::string(device_paths::kFramework) + "/Microsoft.NETCore.App.deps.json";
+  const std::string base = fs::path(target.assembly).parent_path().string();
+  plan.properties = {
+      {"TRUSTED_PLATFORM_ASSEMBLIES", joinList(plan.assemblies.trusted())},
+      {"APP_PATHS", joinList(plan.appPaths.entries())},
+      {"NATIVE_DLL_SEARCH_DIRECTORIES", joinList(plan.nativePaths.entries())},
+      {"PLATFORM_RESOURCE_ROOTS", joinList(plan.resourceRoots.entries())},
+      {"APP_CONTEXT_BASE_DIRECTORY", base == "/" ? base : base + "/"},
+      {"APP_CONTEXT_DEPS_FILES", dependencyFiles(target.assembly, frameworkFile)},
+      {"FX_DEPS_FILE", frameworkFile},
+      {"RUNTIME_IDENTIFIER", kRuntimeIdentifier},
+  };
+  addStartupHooks(plan.properties);
+}
+
+// The application's own settings, which may not replace what the launch rests on.
+void addConfigured(RuntimeProperties& properties, const RuntimeProperties& configured) {
+  for (const auto& setting : configured) {
+    const bool isTaken = std::any_of(properties.begin(), properties.end(), [&](const auto& known) {
+      return known.first == setting.first;
+    });
+    if (!isTaken) properties.push_back(setting);
+  }
+}
+
+std::string directoryBehind(const RuntimePlan& plan, const std::string& folder) {
+  if (!isPlaceholder(folder)) return folder;
+  for (const RequiredDpc& dpc : plan.requiredDpc) {
+    if (dpc.placeholder == folder) return dpc.directory;
+  }
+  return {};
+}
+
+}  // namespace
+
+Expected<RuntimePlan> planRuntime(const LaunchTarget& target, const PluginLists& lists) {
+  const auto config = readRuntimeConfig(target.assembly);
+  if (!config) return tl::unexpected(config.error());
+  RuntimePlan plan;
+  plan.frameworkVersion = frameworkVersionOf(device_paths::kFramework);
+  plan.wantedVersion = config->frameworkVersion;
+  plan.assemblies.addTrusted(lists.tpa ? splitList(*lists.tpa) : frameworkAssemblies());
+  planFolders(plan, target, lists);
+  planResourceRoots(plan);
+  plan.requiredDpc = assignPlaceholders(target.application, plan.placeholders);
+  setProperties(plan, target);
+  addConfigured(plan.properties, config->properties);
+  return plan;
+}
+
+void findShadowsInFolders(RuntimePlan& plan) {
+  for (const std::string& folder : plan.appPaths.entries()) {
+    const std::string directory = directoryBehind(plan, folder);
+    if (!directory.empty()) plan.assemblies.addFolder(directory, directory);
+  }
+}
+
+}  // namespace quillon::launcher

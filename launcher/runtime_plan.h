@@ -1,0 +1,51 @@
+// From the plug-in's lists to what the runtime is started with.
+#pragma once
+
+#include <workstation/failure.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "launcher/assembly_table.h"
+#include "launcher/launch_target.h"
+#include "launcher/path_list.h"
+#include "launcher/runtime.h"
+
+namespace quillon::launcher {
+
+// What the plug-in's list functions returned, word for word.
+struct PluginLists {
+  std::optional<std::string> tpa;  // empty where the plug-in leaves the list to the launcher
+  std::string dllPath;
+  std::string nativePath;
+  std::string extraPath;
+};
+
+// A package that the application requires, and the placeholder that will lead to its directory.
+struct RequiredDpc {
+  std::string package;
+  std::string directory;
+  std::string placeholder;  // empty: the directory cannot be opened, or no placeholder is left
+};
+
+struct RuntimePlan {
+  std::string frameworkVersion;  // found in the device; empty: unknown
+  std::string wantedVersion;     // by the application; empty: not said
+  AssemblyTable assemblies;      // trusted platform assemblies
+  DirectoryList appPaths;
+  DirectoryList nativePaths;
+  DirectoryList resourceRoots;
+  std::vector<std::string> placeholders;
+  std::vector<RequiredDpc> requiredDpc;
+  RuntimeProperties properties;
+};
+
+// Fails where the application's runtimeconfig.json cannot be read.
+[[nodiscard]] Expected<RuntimePlan> planRuntime(const LaunchTarget& target,
+                                                const PluginLists& lists);
+
+// Looks into every folder of APP_PATHS for files that lose to another one, placeholders seen as the
+// directories that they will lead to. Reads directories, so it is for those who ask.
+void findShadowsInFolders(RuntimePlan& plan);
+
+}  // namespace quillon::launcher

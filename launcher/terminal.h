@@ -1,0 +1,18 @@
+// The person at the terminal, whatever becomes of descriptors 1 and 2.
+//
+// From plugin_has_log_control on, the plug-in may lead the process's standard output and error into
+// the platform log. What the launcher has to say goes to where standard error led at the start.
+#pragma once
+
+#include <workstation/failure.h>
+
+namespace quillon::launcher {
+
+// Keeps a descriptor of its own for standard error. Call before the plug-in is loaded; calls after
+// the first do nothing.
+void keepTerminal();
+
+// Writes "quillon: <what>; <remedy>" as one line.
+void tell(const Failure& failure);
+
+}  // namespace quillon::launcher
