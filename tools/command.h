@@ -6,10 +6,19 @@
 
 #include <CLI/App.hpp>
 #include <CLI/Error.hpp>
+#include <string>
+#include <vector>
 
 namespace quillon {
 
 // Ends the running subcommand: main returns `status`. Throws; call it from a callback only.
 [[noreturn]] inline void endCommand(int status) { throw CLI::RuntimeError(status); }
+
+// What stands behind the first "--" of the command line: the arguments of the program that a
+// subcommand starts, untouched by the parser. Set by main before it parses.
+inline std::vector<std::string>& programArguments() {
+  static std::vector<std::string> arguments;
+  return arguments;
+}
 
 }  // namespace quillon

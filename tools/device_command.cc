@@ -164,7 +164,11 @@ void addShell(CLI::App& device) {
   shell->add_option("--writable", request->writable, "A path of the machine that stays writable")
       ->allow_extra_args(false);
   shell->add_option("COMMAND", request->command, "Command and arguments, after --");
-  shell->callback([request] { runShell(*request); });
+  shell->callback([request] {
+    const std::vector<std::string>& rest = programArguments();
+    request->command.insert(request->command.end(), rest.begin(), rest.end());
+    runShell(*request);
+  });
 }
 
 }  // namespace

@@ -1,13 +1,32 @@
 // The quillon command: every subcommand in one list.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <vector>
 
+#include "launcher/launch_command.h"
 #include "tools/command.h"
 #include "tools/device_command.h"
 #include "tools/report.h"
+#include "tools/zone_command.h"
 
 namespace {
 
-void addCommands(CLI::App& app) { quillon::addDeviceCommand(app); }
+void addCommands(CLI::App& app) {
+  quillon::addDeviceCommand(app);
+  quillon::launcher::addLaunchCommand(app);
+  quillon::addZoneCommand(app);
+}
+
+// The arguments before the first "--", the program's name left out and in the reversed order in
+// which CLI11 takes them; the others are kept for programArguments().
+std::vector<std::string> takeArguments(int argc, char** argv) {
+  const std::vector<std::string> all(argv + 1, argv + argc);
+  const auto dashes = std::find(all.begin(), all.end(), "--");
+  if (dashes != all.end()) quillon::programArguments().assign(dashes + 1, all.end());
+  return {std::make_reverse_iterator(dashes), all.rend()};
+}
 
 // Help and version end with 0; what CLI11 could not understand becomes one line.
 int endOfParse(const CLI::App& app, const CLI::ParseError& error) {
@@ -24,7 +43,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   addCommands(app);
   try {
-    app.parse(argc, argv);
+    app.parse(takeArguments(argc, argv));
   } catch (const CLI::RuntimeError& end) {
     return end.get_exit_code();
   } catch (const CLI::ParseError& error) {

@@ -1,7 +1,5 @@
 #include "tools/report.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <string>
 
@@ -16,12 +14,12 @@ std::string oneLine(std::string text) {
 
 }  // namespace
 
-int report(const Failure& failure, ExitStatus status) {
+int report(const Failure& failure, ExitStatus status, int descriptor) {
   std::string line = "quillon: " + failure.what;
   if (!failure.remedy.empty()) line += "; " + failure.remedy;
   line = oneLine(std::move(line)) + "\n";
   // Unbuffered and in one piece, whatever else writes to the terminal.
-  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
+  [[maybe_unused]] const ssize_t written = write(descriptor, line.data(), line.size());
   return status;
 }
 

@@ -1,13 +1,15 @@
 // How the quillon command speaks to a person when something does not work.
 #pragma once
 
+#include <unistd.h>
 #include <workstation/failure.h>
 
 #include "tools/exit_status.h"
 
 namespace quillon {
 
-// Prints "quillon: <what>; <remedy>" as one line on standard error and returns `status`.
-int report(const Failure& failure, ExitStatus status);
+// Prints "quillon: <what>; <remedy>" as one line on standard error, or on another descriptor, and
+// returns `status`.
+int report(const Failure& failure, ExitStatus status, int descriptor = STDERR_FILENO);
 
 }  // namespace quillon
