@@ -19,7 +19,9 @@ using ConfigValue = std::variant<int, std::string>;
 
 [[nodiscard]] Expected<void> setConfig(const std::string& key, const ConfigValue& value);
 
-// Calls `changed` after every change of the key, on the calling thread, until it returns false.
+// Calls `changed` with the key's value, if it has one, and then after every change, on the calling
+// thread, until it returns false. Of changes that follow each other closely some may be left out,
+// never the last one.
 [[nodiscard]] Expected<void> watchConfig(const std::string& key,
                                          const std::function<bool(const ConfigValue&)>& changed);
 

@@ -1,8 +1,8 @@
 #include "packages/service.h"
 
-#include <platform/dlog.h>
 #include <unistd.h>
 
+#include "log/log_failure.h"
 #include "packages/registry.h"
 
 namespace quillon::workstation {
@@ -19,8 +19,7 @@ const Application* applicationOf(const Package& package, const std::string& appI
 }  // namespace
 
 ServiceResult registryFailed(const Failure& failure) {
-  __dlog_print(0, DLOG_ERROR, "WORKSTATION", "%s; %s\n", failure.what.c_str(),
-               failure.remedy.c_str());
+  logFailure(failure);
   return kRegistryFailed;
 }
 

@@ -1,0 +1,163 @@
+#include "config/config_file.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include "device_data.h"
+#include "files/descriptor.h"
+
+namespace quillon::workstation {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kIntPrefix = "int ";
+constexpr std::string_view kStringPrefix = "string ";
+// Leaves room in a file name for the temporary one's dot and suffix.
+constexpr size_t kLongestComponent = 200;
+
+bool isComponent(std::string_view part) {
+  // Names that begin with a dot are those of files being written.
+  return !part.empty() && part.size() <= kLongestComponent && part[0] != '.' &&
+         std::none_of(part.begin(), part.end(),
+                      [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+bool isKey(std::string_view key) {
+  for (size_t start = 0;;) {
+    const size_t end = key.find('/', start);
+    if (!isComponent(key.substr(start, end - start))) return false;
+    if (end == key.npos) return true;
+    start = end + 1;
+  }
+}
+
+Failure failureAt(const char* what, const fs::path& path) {
+  return {std::string(what) + " '" + path.string() + "': " + std::strerror(errno),
+          "check that the device root is writable and has space"};
+}
+
+// A file that takes the key's place once it is whole on the disk. Removed if it does not.
+class Replacement {
+ public:
+  explicit Replacement(fs::path target)
+      : target_(std::move(target)),
+        path_((target_.parent_path() / ("." + target_.filename().string() + ".XXXXXX")).string()),
+        file_(mkostemp(path_.data(), O_CLOEXEC)) {}
+  ~Replacement() {
+    if (file_) unlink(path_.c_str());
+  }
+  Replacement(const Replacement&) = delete;
+  Replacement& operator=(const Replacement&) = delete;
+
+  // False with errno on failure.
+  bool finish(std::string_view bytes) {
+    constexpr mode_t kMode = 0644;
+    const bool whole = file_ && fchmod(file_.get(), kMode) == 0 && writeAll(file_.get(), bytes) &&
+                       fsync(file_.get()) == 0 && rename(path_.c_str(), target_.c_str()) == 0;
+    if (!whole) return false;
+    file_.reset();
+    const Descriptor folder(
+        open(target_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return folder && fsync(folder.get()) == 0;
+  }
+
+ private:
+  fs::path target_;
+  std::string path_;
+  Descriptor file_;
+};
+
+// The file's bytes; false with errno on failure.
+bool readAll(const fs::path& path, std::string& bytes) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  if (!file) return false;
+  std::array<char, 4096> part;
+  for (;;) {
+    const ssize_t length = read(file.get(), part.data(), part.size());
+    if (length == 0) return true;
+    if (length > 0) {
+      bytes.append(part.data(), static_cast<size_t>(length));
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+}
+
+}  // namespace
+
+Expected<void> checkKey(std::string_view key) {
+  if (isKey(key)) return {};
+  return fail("'" + std::string(key) + "' is no configuration key",
+              "write one such as db/dotnet/velora_api_path: parts of at most 200 bytes, joined by "
+              "'/', none of which is empty or begins with '.'");
+}
+
+fs::path fileOfKey(std::string_view key) { return fs::path(kConfigDirectory) / key; }
+
+std::string folderOfKey(std::string_view key) {
+  const size_t slash = key.rfind('/');
+  return std::string(slash == key.npos ? std::string_view() : key.substr(0, slash));
+}
+
+std::string formatValue(const ConfigValue& value) {
+  if (const int* number = std::get_if<int>(&value)) {
+    return std::string(kIntPrefix) + std::to_string(*number) + '\n';
+  }
+  return std::string(kStringPrefix) + std::get<std::string>(value);
+}
+
+std::optional<int> parseDecimal(std::string_view text) {
+  int number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+std::optional<ConfigValue> parseValue(std::string_view bytes) {
+  if (bytes.starts_with(kStringPrefix)) {
+    return ConfigValue(std::string(bytes.substr(kStringPrefix.size())));
+  }
+  if (!bytes.starts_with(kIntPrefix) || !bytes.ends_with('\n')) return std::nullopt;
+  bytes.remove_prefix(kIntPrefix.size());
+  bytes.remove_suffix(1);
+  if (const auto number = parseDecimal(bytes)) return ConfigValue(*number);
+  return std::nullopt;
+}
+
+Expected<std::optional<ConfigValue>> readKey(const std::string& key) {
+  if (auto checked = checkKey(key); !checked) return tl::unexpected(checked.error());
+  const fs::path path = fileOfKey(key);
+  std::string bytes;
+  if (!readAll(path, bytes)) {
+    // A folder of further keys is no value either.
+    if (errno == ENOENT || errno == ENOTDIR || errno == EISDIR) return std::optional<ConfigValue>();
+    return tl::unexpected(failureAt("cannot read the configuration file", path));
+  }
+  auto value = parseValue(bytes);
+  if (value) return value;
+  return fail("the configuration file '" + path.string() + "' holds no value",
+              "set the key again: quillon config set " + key + " VALUE");
+}
+
+Expected<void> writeKey(const std::string& key, const ConfigValue& value) {
+  if (auto checked = checkKey(key); !checked) return checked;
+  const fs::path path = fileOfKey(key);
+  std::error_code error;
+  fs::create_directories(path.parent_path(), error);
+  errno = error.value();
+  if (error || !Replacement(path).finish(formatValue(value))) {
+    return tl::unexpected(failureAt("cannot write the configuration file", path));
+  }
+  return {};
+}
+
+}  // namespace quillon::workstation
