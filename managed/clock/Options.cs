@@ -1,0 +1,52 @@
+using System;
+using System.Collections.Generic;
+using System.Globalization;
+
+namespace Velora.Sample.Clock;
+
+/// <summary>What the command line asks of the sample.</summary>
+internal sealed class Options
+{
+    /// <summary>Status that the application ends with.</summary>
+    public int Exit { get; private set; }
+
+    /// <summary>End through Environment.Exit instead of returning from Main.</summary>
+    public bool ExitAtOnce { get; private set; }
+
+    /// <summary>End with an exception that nobody catches.</summary>
+    public bool Throw { get; private set; }
+
+    /// <summary>Culture of the greeting; the invariant one when null.</summary>
+    public string? Culture { get; private set; }
+
+    /// <summary>Further assemblies to load by name.</summary>
+    public List<string> Load { get; } = new();
+
+    /// <summary>Runtime properties to print.</summary>
+    public List<string> Properties { get; } = new();
+
+    public static Options Parse(string[] arguments)
+    {
+        var options = new Options();
+        for (int i = 0; i < arguments.Length; ++i)
+        {
+            i += options.Take(arguments[i], i + 1 < arguments.Length ? arguments[i + 1] : "");
+        }
+        return options;
+    }
+
+    // Returns how many arguments an option took beside its name. Other arguments are only echoed.
+    private int Take(string name, string value)
+    {
+        switch (name)
+        {
+            case "--exit": Exit = int.Parse(value, CultureInfo.InvariantCulture); return 1;
+            case "--exit-at-once": ExitAtOnce = true; return 0;
+            case "--throw": Throw = true; return 0;
+            case "--culture": Culture = value; return 1;
+            case "--load": Load.Add(value); return 1;
+            case "--property": Properties.Add(value); return 1;
+            default: return 0;
+        }
+    }
+}
