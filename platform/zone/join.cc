@@ -18,10 +18,11 @@ bool hasOneThread() {
   return ::stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink == 3;
 }
 
-// The kernel puts a process that joins a mount namespace at that namespace's root.
+// The kernel puts a process that joins a mount namespace at that namespace's root, where it stays
+// when the zone has no such path.
 void returnTo(const char* workingDirectory) {
-  if (workingDirectory[0] != '/' || ::chdir(workingDirectory) != 0) {
-    // Already there.
+  if (workingDirectory[0] == '/') {
+    [[maybe_unused]] const int result = ::chdir(workingDirectory);
   }
 }
 

@@ -106,11 +106,11 @@ int zone_enable_debug_mode(void* context) {
   if (context == nullptr) {
     return failed("cannot enable debug mode", "no zone given", EINVAL);
   }
-  if (::prctl(PR_SET_DUMPABLE, 1, 0, 0, 0) != 0) {
-    return failed("cannot enable debug mode", std::strerror(errno), errno);
-  }
   // EINVAL: a kernel without Yama, where no debugger needs to be named.
   if (::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY, 0, 0, 0) != 0 && errno != EINVAL) {
+    return failed("cannot enable debug mode", std::strerror(errno), errno);
+  }
+  if (::prctl(PR_SET_DUMPABLE, 1, 0, 0, 0) != 0) {
     return failed("cannot enable debug mode", std::strerror(errno), errno);
   }
   return 0;
