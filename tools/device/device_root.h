@@ -25,7 +25,7 @@ namespace quillon::device {
 struct InitOptions {
   // Framework folder to place at "/usr/share/dotnet.velora/netcoreapp"; empty: the device root's
   // own folder is used as it is.
-  std::optional<std::filesystem::path> framework;
+  std::optional<std::filesystem::path> framework = {};
 };
 
 // Makes a device root of `directory`, which is created where it is missing. Files already in it
@@ -38,9 +38,9 @@ struct EnterOptions {
   // read-only. Their mount points are made in the device root. One that does not exist, or that
   // holds a device folder itself, is passed over. The device root is always visible, and so are
   // the running program's folder and the one above it.
-  std::vector<std::filesystem::path> visible;
+  std::vector<std::filesystem::path> visible = {};
   // Machine paths that stay writable. They must exist and hold no device folder.
-  std::vector<std::filesystem::path> writable;
+  std::vector<std::filesystem::path> writable = {};
 };
 
 enum class EnterError {

@@ -82,6 +82,10 @@ Expected<void> isolateMounts() {
                 "enter it before the first thread starts");
   }
   if (::unshare(CLONE_NEWNS) != 0) {
+    if (errno == ENOSPC) {
+      return fail("this machine's limit of mount namespaces is reached",
+                  "raise it: sysctl user.max_mnt_namespaces");
+    }
     if (errno != EPERM) {
       return stepFailed("make a private mount namespace", errno);
     }

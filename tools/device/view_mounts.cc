@@ -135,7 +135,7 @@ Expected<Descriptor> View::makeMountPoint(const std::string& path, bool folder) 
     const std::string name = path.substr(start, end - start);
     Descriptor next = openFolder(place, name);
     if (end == path.size() && !folder) {
-      Descriptor made(::openat(place.get(), name.c_str(), O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+      Descriptor made(::openat(place.get(), name.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, 0644));
       next = Descriptor(::openat(place.get(), name.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW));
     } else if (!next.valid() && ::mkdirat(place.get(), name.c_str(), 0755) == 0) {
       ::fchmodat(place.get(), name.c_str(), 0755, 0);  // whatever the umask
