@@ -54,8 +54,8 @@ std::string_view directoryOf(std::string_view path) {
 constexpr std::size_t kFirstArena = 64 * 1024;
 constexpr std::size_t kExpectedAssemblies = 512;
 
-// One path for each assembly name, in the order in which the names were first met. Texts live in an
-// arena that goes with the table: nothing is released one by one.
+// One path for each assembly name, in the order in which the names were first met. A name is a
+// piece of the path that it was first met in; the paths live in an arena that goes with the table.
 class AssemblyTable {
  public:
   AssemblyTable() {
@@ -68,12 +68,12 @@ class AssemblyTable {
     if (!image && !hasAssemblyExtension(name)) {
       return;
     }
-    const auto [entry, isNew] =
-        paths_.try_emplace(std::pmr::string(assemblyName(name), &arena_), path);
+    const std::string_view kept = keep(path);
+    const auto [entry, isNew] = paths_.try_emplace(assemblyName(kept), kept);
     if (isNew) {
       order_.push_back(&*entry);
-    } else if (image && imageDisplaces(path, entry->second)) {
-      entry->second = path;
+    } else if (image && imageDisplaces(kept, entry->second)) {
+      entry->second = kept;
     }
   }
 
@@ -99,6 +99,11 @@ class AssemblyTable {
            directoryOf(present) == directoryOf(image);
   }
 
+  std::string_view keep(std::string_view text) {
+    char* copy = static_cast<char*>(arena_.allocate(text.size(), 1));
+    return {copy, text.copy(copy, text.size())};
+  }
+
   std::size_t joinedLength() const {
     std::size_t length = 0;
     for (const auto* entry : order_) {
@@ -109,7 +114,7 @@ class AssemblyTable {
 
   std::array<std::byte, kFirstArena> first_;
   std::pmr::monotonic_buffer_resource arena_{first_.data(), first_.size()};
-  std::pmr::unordered_map<std::pmr::string, std::pmr::string> paths_{&arena_};
+  std::pmr::unordered_map<std::string_view, std::string_view> paths_{&arena_};
   std::vector<const decltype(paths_)::value_type*> order_;
 };
 
