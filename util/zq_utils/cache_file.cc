@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <new>
 #include <stdexcept>
 
@@ -71,7 +72,16 @@ std::string readAll(int descriptor) {
 
 // "w+" creates or truncates, with the permissions that the umask leaves. What goes wrong from here
 // on is seen by the next reader, who looks for both marks.
+//
+// The stream's buffer takes the whole content, so that one write(2) carries it. Writers share the
+// temporary name: were the content cut in two, a file emptied by one writer between another's parts
+// would have its end before its middle, and for a moment both marks around a hole.
 void save(FILE* file, const std::string& content) {
+  const std::size_t room = content.size() + 1;
+  const std::unique_ptr<char[]> buffer(new (std::nothrow) char[room]);
+  if (buffer != nullptr) {
+    setvbuf(file, buffer.get(), _IOFBF, room);
+  }
   fprintf(file, "%s", content.c_str());
   fflush(file);
   fsync(fileno(file));
