@@ -19,6 +19,8 @@ enum ExitStatus : int {
   kUnusablePath = 110,      // a path holds ":", which joins lists
   kNotExecutable = 111,     // the runtime could not run the assembly
   kServiceFailed = 112,     // registry, configuration store or file failure
+  kZoneState = 113,         // no such zone runs, or it runs already
+  kNoKey = 114,             // the configuration key has no value
 };
 
 }  // namespace quillon

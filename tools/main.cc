@@ -7,7 +7,9 @@
 
 #include "launcher/launch_command.h"
 #include "tools/command.h"
+#include "tools/config_command.h"
 #include "tools/device_command.h"
+#include "tools/package_command.h"
 #include "tools/report.h"
 #include "tools/zone_command.h"
 
@@ -15,6 +17,8 @@ namespace {
 
 void addCommands(CLI::App& app) {
   quillon::addDeviceCommand(app);
+  quillon::addPackageCommand(app);
+  quillon::addConfigCommand(app);
   quillon::launcher::addLaunchCommand(app);
   quillon::addZoneCommand(app);
 }

@@ -40,6 +40,10 @@ struct Package {
 // up. owner: the user whom the package is for, 0 for every user.
 [[nodiscard]] Expected<Package> installPackage(const std::string& manifestPath, uid_t owner = 0);
 
+// The folders that installPackage reads: the manifest's own and that of its files. Whoever enters a
+// device root in between keeps them visible. The whole manifest is checked.
+[[nodiscard]] Expected<std::vector<std::string>> foldersOfManifest(const std::string& manifestPath);
+
 // Removes a package and its root path. False when there is no such package.
 [[nodiscard]] Expected<bool> removePackage(const std::string& packageId, uid_t owner = 0);
 

@@ -51,29 +51,39 @@ class Replacement {
   explicit Replacement(fs::path target)
       : target_(std::move(target)),
         path_((target_.parent_path() / ("." + target_.filename().string() + ".XXXXXX")).string()),
-        file_(mkostemp(path_.data(), O_CLOEXEC)) {}
+        file_(mkostemp(path_.data(), O_CLOEXEC)),
+        made_(static_cast<bool>(file_)) {}
   ~Replacement() {
-    if (file_) unlink(path_.c_str());
+    if (made_) unlink(path_.c_str());
   }
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
   // False with errno on failure.
   bool finish(std::string_view bytes) {
-    constexpr mode_t kMode = 0644;
-    const bool whole = file_ && fchmod(file_.get(), kMode) == 0 && writeAll(file_.get(), bytes) &&
-                       fsync(file_.get()) == 0 && rename(path_.c_str(), target_.c_str()) == 0;
-    if (!whole) return false;
-    file_.reset();
+    if (!write(bytes) || rename(path_.c_str(), target_.c_str()) != 0) return false;
+    made_ = false;
     const Descriptor folder(
         open(target_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return folder && fsync(folder.get()) == 0;
   }
 
  private:
+  // The file is closed before it takes its name: closing it later would be a second change.
+  bool write(std::string_view bytes) {
+    constexpr mode_t kMode = 0644;
+    const bool whole = file_ && fchmod(file_.get(), kMode) == 0 && writeAll(file_.get(), bytes) &&
+                       fsync(file_.get()) == 0;
+    const int cause = errno;
+    file_.reset();
+    errno = cause;
+    return whole;
+  }
+
   fs::path target_;
   std::string path_;
   Descriptor file_;
+  bool made_;  // and not yet in its place
 };
 
 // The file's bytes; false with errno on failure.

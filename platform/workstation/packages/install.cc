@@ -158,6 +158,14 @@ Expected<Package> installPackage(const std::string& manifestPath, uid_t owner) {
   return std::move(manifest->package);
 }
 
+Expected<std::vector<std::string>> foldersOfManifest(const std::string& manifestPath) {
+  const auto manifest = readManifest(manifestPath);
+  if (!manifest) return tl::unexpected(manifest.error());
+  std::vector<std::string> folders = {fs::absolute(manifestPath).parent_path().string()};
+  if (manifest->files) folders.push_back(manifest->files->string());
+  return folders;
+}
+
 Expected<bool> removePackage(const std::string& packageId, uid_t owner) {
   auto workplace = openWorkplace();
   if (!workplace) return tl::unexpected(workplace.error());
