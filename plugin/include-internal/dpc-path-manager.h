@@ -32,7 +32,7 @@ class Decorator : public PluginStrategy {
     wrapped_->Preload();
   }
 
-  void SetAppInfo(const std::string& appId, const std::string& rootPath) override {
+  void SetAppInfo(const string& appId, const string& rootPath) override {
     QUILLON_FORWARD_LOG("Decorator::SetAppInfo");
     wrapped_->SetAppInfo(appId, rootPath);
   }
@@ -80,16 +80,16 @@ class DpcPathManagerDecorate : public Decorator {
   std::string GetExtraDllPath() override;
 
   // Tells the wrapped strategy, then moves the placeholders.
-  void SetAppInfo(const std::string& appId, const std::string& rootPath) override;
+  void SetAppInfo(const string& appId, const string& rootPath) override;
 
   // Moves the placeholders, in order, onto the directories that the application requires. One that
   // cannot be opened takes no placeholder; those past the last placeholder are left out.
   //
   // Throws std::ios_base::failure when it comes to a placeholder that failed to open.
-  void ChangeTempFDForDpcToRealDpcPath(const std::string& appId);
+  void ChangeTempFDForDpcToRealDpcPath(const string& appId);
 
   // Ids of the required packages, joined by ";"; empty when the application names none.
-  std::string GetDpcList(const std::string& appId);
+  std::string GetDpcList(const string& appId);
 
   // Called per metadata entry: stores the value of the first key that names required packages in
   // `*userData`, a std::string, and returns false to stop there. `userData` may be null.

@@ -7,6 +7,10 @@
 
 #include <string>
 
+// Trace lines carry signatures as the compiler spells them. Those of the strategies and decorators
+// have always read "const string&"; a std::string parameter would read "const std::string&".
+using string = std::string;
+
 class PluginStrategy {
  public:
   virtual ~PluginStrategy() = default;
@@ -18,7 +22,7 @@ class PluginStrategy {
   virtual void Preload() = 0;
 
   // Called by plugin_set_app_info. May end the process: a refused launch exits with status 0.
-  virtual void SetAppInfo(const std::string& appId, const std::string& execPath) = 0;
+  virtual void SetAppInfo(const string& appId, const string& execPath) = 0;
 
   // Each list is absolute paths joined by ":"; empty where the strategy adds nothing.
   virtual std::string GetDllPath() = 0;

@@ -59,12 +59,12 @@ void DpcPathManagerDecorate::openPlaceholders() {
   }
 }
 
-void DpcPathManagerDecorate::SetAppInfo(const std::string& appId, const std::string& rootPath) {
+void DpcPathManagerDecorate::SetAppInfo(const string& appId, const string& rootPath) {
   Decorator::SetAppInfo(appId, rootPath);
   ChangeTempFDForDpcToRealDpcPath(appId);
 }
 
-void DpcPathManagerDecorate::ChangeTempFDForDpcToRealDpcPath(const std::string& appId) {
+void DpcPathManagerDecorate::ChangeTempFDForDpcToRealDpcPath(const string& appId) {
   QLOG_SCOPE();
   const std::string required = GetDpcList(appId);
   if (required.empty()) {
@@ -96,7 +96,7 @@ bool DpcPathManagerDecorate::movePlaceholder(int placeholder, const std::string&
   return true;
 }
 
-std::string DpcPathManagerDecorate::GetDpcList(const std::string& appId) {
+std::string DpcPathManagerDecorate::GetDpcList(const string& appId) {
   QLOG_SCOPE();
   std::string packages;
   app_info_h application = nullptr;

@@ -17,7 +17,7 @@ class PluginDotnetInhouse : public PluginStrategy {
   void Preload() override;
 
   // Ends the process with status 0 when the platform privilege is missing or the path is refused.
-  void SetAppInfo(const std::string& appId, const std::string& execPath) override;
+  void SetAppInfo(const string& appId, const string& execPath) override;
 
   // The platform's libraries, the TV application API, then the CoBA shared directories.
   std::string GetDllPath() override;

@@ -1,0 +1,184 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <ios>
+#include <sstream>
+
+#include "plugin/include-internal/dpc-path-manager.h"
+#include "tests/support/recording_platform.h"
+#include "tests/unit/plugin/fake_strategy.h"
+
+namespace quillon::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr char kKey[] = "http://korvane.example/tv/metadata/d.pc/required";
+
+// The decorator leaves its placeholders open, so each test closes what it opened.
+class OpenDescriptors {
+ public:
+  ~OpenDescriptors() {
+    for (const int descriptor : opened()) {
+      close(descriptor);
+    }
+  }
+  [[nodiscard]] std::vector<int> opened() const {
+    std::vector<int> result;
+    for (int descriptor = 0; descriptor < 256; ++descriptor) {
+      if (isOpen(descriptor) && !before_[static_cast<std::size_t>(descriptor)]) {
+        result.push_back(descriptor);
+      }
+    }
+    return result;
+  }
+
+ private:
+  static bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) >= 0; }
+  static std::vector<bool> snapshot() {
+    std::vector<bool> result;
+    for (int descriptor = 0; descriptor < 256; ++descriptor) {
+      result.push_back(isOpen(descriptor));
+    }
+    return result;
+  }
+  std::vector<bool> before_ = snapshot();
+};
+
+class DpcPathManager : public PlatformTest {
+ protected:
+  void require(const std::string& key, const std::string& value) {
+    platform().packages = {{"p", "/r", {}, {{"app", "", false, {{key, value}}}}}};
+  }
+  OpenDescriptors descriptors_;
+  FakeStrategy wrapped_;
+  DpcPathManagerDecorate decorator_{&wrapped_};
+};
+
+TEST_F(DpcPathManager, OpensTenPlaceholdersInOrder) {
+  platform().reset();
+  const std::string list = decorator_.GetExtraDllPath();
+  std::string expected;
+  for (const int descriptor : descriptors_.opened()) {
+    const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+    EXPECT_TRUE(std::filesystem::equivalent(path, "/proc/self"));
+    expected += ":" + path;
+  }
+  EXPECT_EQ(descriptors_.opened().size(), 10U);
+  EXPECT_EQ(list.substr(0, expected.size()), expected);
+  EXPECT_THAT(platform().lines(), ElementsAre("3 ExtraDllPath : " + list));
+  EXPECT_EQ(platform().log[1].file(), "log.h");
+  EXPECT_THAT(wrapped_.calls, IsEmpty());
+}
+
+TEST_F(DpcPathManager, AnotherCallOpensTenMoreAndAppends) {
+  const std::string first = decorator_.GetExtraDllPath();
+  const std::string second = decorator_.GetExtraDllPath();
+  EXPECT_EQ(descriptors_.opened().size(), 20U);
+  EXPECT_EQ(second.substr(0, first.size()), first);
+  EXPECT_GT(second.size(), first.size());
+}
+
+TEST_F(DpcPathManager, ForwardsTheOtherOperations) {
+  EXPECT_EQ(decorator_.GetTPA(), "tpa");
+  EXPECT_EQ(decorator_.GetDllPath(), "dll");
+  decorator_.Initialize();
+  decorator_.Preload();
+  decorator_.Finalize();
+  EXPECT_THAT(wrapped_.calls,
+              ElementsAre("GetTPA()", "GetDllPath()", "Initialize()", "Preload()", "Finalize()"));
+}
+
+TEST_F(DpcPathManager, TellsTheWrappedStrategyBeforeItLooksAtTheApplication) {
+  wrapped_.onCall = [] { EXPECT_THAT(platform().calls, IsEmpty()); };
+  decorator_.SetAppInfo("app", "/path");
+  EXPECT_THAT(wrapped_.calls, ElementsAre("SetAppInfo(app, /path)"));
+  EXPECT_EQ(platform().calls.front(), "app_info_create(app)");
+  EXPECT_THAT(platform().messages(3), Contains("Decorator::SetAppInfo"));
+}
+
+TEST_F(DpcPathManager, ReadsTheRequiredPackages) {
+  require(kKey, "pkgA;pkgB");
+  EXPECT_EQ(decorator_.GetDpcList("app"), "pkgA;pkgB");
+  EXPECT_THAT(platform().openHandles, IsEmpty());
+  EXPECT_THAT(platform().messages(3),
+              Contains(std::string("Metadata key : ") + kKey + ", Value : pkgA;pkgB"));
+}
+
+TEST_F(DpcPathManager, AKeyThatContainsTheRequiredOneMatchesToo) {
+  require("x" + std::string(kKey) + ".more", "p");
+  EXPECT_EQ(decorator_.GetDpcList("app"), "p");
+  require(std::string(kKey).substr(1), "p");
+  EXPECT_EQ(decorator_.GetDpcList("app"), "");
+}
+
+TEST_F(DpcPathManager, TheFirstMatchingKeyWins) {
+  platform().packages = {
+      {"p", "/r", {}, {{"app", "", false, {{"other", "0"}, {kKey, "1"}, {kKey, "2"}}}}}};
+  EXPECT_EQ(decorator_.GetDpcList("app"), "1");
+  std::string value;
+  EXPECT_TRUE(DpcPathManagerDecorate::dpc_metadata_cb("other", "0", &value));
+  EXPECT_EQ(value, "");
+  EXPECT_FALSE(DpcPathManagerDecorate::dpc_metadata_cb(kKey, "1", &value));
+  EXPECT_EQ(value, "1");
+  EXPECT_FALSE(DpcPathManagerDecorate::dpc_metadata_cb(kKey, "1", nullptr));
+}
+
+TEST_F(DpcPathManager, AnUnknownApplicationRequiresNothing) {
+  EXPECT_EQ(decorator_.GetDpcList("nobody"), "");
+}
+
+TEST_F(DpcPathManager, MapsNothingWithoutPlaceholders) {
+  require(kKey, "pkgA;pkgB");
+  decorator_.SetAppInfo("app", "/path");
+  EXPECT_THAT(descriptors_.opened(), IsEmpty());
+}
+
+// No descriptor may be opened past those that are open already.
+class NoMoreDescriptors {
+ public:
+  NoMoreDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const int next = dup(2);
+    close(next);
+    const rlimit none{static_cast<rlim_t>(next), before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+std::string failureOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const std::ios_base::failure& failure) {
+    return failure.what();
+  }
+  return "";
+}
+
+TEST_F(DpcPathManager, APlaceholderThatDoesNotOpenIsAFailureForTheCaller) {
+  require(kKey, "pkgA");
+  {
+    const NoMoreDescriptors limit;
+    EXPECT_THAT(failureOf([&] { decorator_.GetExtraDllPath(); }),
+                ::testing::HasSubstr("Fail to open /proc/self"));
+  }
+  const std::vector<std::string> errors = platform().messages(6);
+  EXPECT_THAT(errors, ElementsAre("Failed to open /proc/self"));
+  EXPECT_EQ(platform().log.back().message().substr(0, 12), "-DotNETLog:d");
+
+  // It stays among the placeholders, and SetAppInfo fails when it comes to it.
+  EXPECT_NE(failureOf([&] { decorator_.SetAppInfo("app", "/path"); }), "");
+  EXPECT_THAT(wrapped_.calls, ElementsAre("SetAppInfo(app, /path)"));
+}
+
+}  // namespace
+}  // namespace quillon::test
