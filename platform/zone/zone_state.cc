@@ -71,9 +71,10 @@ bool readZoneState(int directory, const char* name, ZoneHolder& holder) {
   if (!readText(directory, name, text)) {
     return false;
   }
+  const bool whole = std::sscanf(text, "%d %llu%c", &holder.pid, &holder.startTime, &end) == 3 &&
+                     end == '\n' && holder.pid > 0 && holder.startTime > 0;
   errno = EBADMSG;
-  return std::sscanf(text, "%d %llu%c", &holder.pid, &holder.startTime, &end) == 3 && end == '\n' &&
-         holder.pid > 0 && holder.startTime > 0;
+  return whole;
 }
 
 int openZoneHolder(const ZoneHolder& holder) {

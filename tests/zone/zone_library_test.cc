@@ -1,0 +1,246 @@
+#include <gmock/gmock.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <thread>
+
+#include "tests/zone/zone_fixture.h"
+
+namespace quillon::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+namespace fs = std::filesystem;
+
+class ZoneLibraryTest : public ZoneTest {
+ protected:
+  void SetUp() override {
+    ZoneTest::SetUp();
+    if (!IsSkipped()) {
+      write(root_ / "usr/lib/libzone.so.5", read(QUILLON_ZONE_LIBRARY));
+    }
+  }
+};
+
+std::string namespaces() {
+  std::string text;
+  for (const char* kind : {"mnt", "uts", "ipc"}) {
+    text += namespaceOf("self", kind) + " ";
+  }
+  return text;
+}
+
+int descriptors() {
+  const fs::directory_iterator entries("/proc/self/fd");
+  return static_cast<int>(std::distance(begin(entries), end(entries)));
+}
+
+// What the library logged, one "PRIORITY TAG TEXT" a line.
+std::string logged() {
+  std::string text;
+  for (const LogRecord& record : platform().log) {
+    text += std::to_string(record.priority) + " " + record.tag + " " + record.text + "\n";
+  }
+  return text;
+}
+
+// 0 when entering the zone succeeds.
+int enter(const ZoneLibrary& library, const char* name = "appzone") {
+  void* context = library.getContext(name);
+  if (context == nullptr) return 1;
+  const int result = library.attachProcess(context);
+  library.releaseContext(&context);
+  return result < 0 || context != nullptr ? 2 : 0;
+}
+
+TEST_F(ZoneLibraryTest, AnAttachedProcessIsInTheHoldersNamespaces) {
+  start();
+  const std::string pid = std::to_string(holder());
+  const Outcome outcome = inDevice([&] {
+    const ZoneLibrary library;
+    const int before = descriptors();
+    std::cout << ::access("/zone/appzone", F_OK) << enter(library)
+              << ::access("/zone/appzone", F_OK) << " " << descriptors() - before << " "
+              << platform().log.size();
+    for (const char* kind : {"mnt", "uts", "ipc"}) {
+      std::cout << " " << (namespaceOf("self", kind) == namespaceOf(pid, kind)) << " "
+                << (namespaceOf("self", kind) == namespaceOf(std::to_string(getppid()), kind));
+    }
+    return 0;
+  });
+  // Present outside, entered, absent inside; no descriptor, no log line; in each namespace of the
+  // holder and in none of the machine's.
+  EXPECT_EQ(outcome.output, "00-1 0 0 1 0 1 0 1 0");
+}
+
+TEST_F(ZoneLibraryTest, TheDevicesFilesAreTheSameInside) {
+  start();
+  const Outcome outcome = inDevice([&] {
+    write("/opt/usr/apps/before", "outside");
+    const ZoneLibrary library;
+    if (enter(library) != 0) return 1;
+    std::cout << read("/opt/usr/apps/before");
+    write("/opt/usr/apps/after", "inside");
+    return 0;
+  });
+  EXPECT_EQ(outcome.output, "outside");
+  EXPECT_EQ(read(root_ / "opt/usr/apps/after"), "inside");
+}
+
+TEST_F(ZoneLibraryTest, TheWorkingDirectoryStaysWhereTheZoneHasIt) {
+  start();
+  const auto directoryAfter = [&](const std::string& directory) {
+    return inDevice([&] {
+             const ZoneLibrary library;
+             if (::chdir(directory.c_str()) != 0 || enter(library) != 0) return 1;
+             std::cout << fs::current_path().string();
+             return 0;
+           })
+        .output;
+  };
+  EXPECT_EQ(directoryAfter("/opt/usr/apps"), "/opt/usr/apps");
+  EXPECT_EQ(directoryAfter("/zone/appzone"), "/");
+}
+
+TEST_F(ZoneLibraryTest, EnteringTwiceIsFine) {
+  start();
+  EXPECT_EQ(inDevice([] {
+              const ZoneLibrary library;
+              return enter(library) + enter(library);
+            }).status,
+            0);
+}
+
+// The kernel itself would move half of such a process.
+TEST_F(ZoneLibraryTest, AProcessWithThreadsIsRefusedAndStaysAsItWas) {
+  start();
+  const Outcome outcome = inDevice([] {
+    const ZoneLibrary library;
+    const std::string before = namespaces();
+    std::thread thread([] { ::pause(); });
+    thread.detach();
+    const int entered = enter(library);
+    std::cout << entered << (namespaces() == before) << ::access("/zone/appzone", F_OK) << " "
+              << logged();
+    std::cout.flush();
+    ::_exit(0);
+    return 0;
+  });
+  EXPECT_EQ(outcome.output,
+            "210 6 ZONE cannot enter the zone 'appzone': the process has more than one thread\n");
+}
+
+TEST_F(ZoneLibraryTest, AProcessWithoutTheRightIsRefusedAndStaysAsItWas) {
+  start();
+  const Outcome outcome = inDevice([] {
+    const ZoneLibrary library;
+    const std::string before = namespaces();
+    dropCapabilities();
+    std::cout << enter(library) << (namespaces() == before) << ::access("/zone/appzone", F_OK)
+              << " " << logged();
+    return 0;
+  });
+  EXPECT_THAT(outcome.output,
+              HasSubstr("210 6 ZONE cannot enter the zone 'appzone': this process may not"));
+}
+
+TEST_F(ZoneLibraryTest, AZoneThatStopsMeanwhileIsNotEntered) {
+  start();
+  const pid_t process = holder();
+  const Outcome outcome = inDevice([&] {
+    const ZoneLibrary library;
+    void* context = library.getContext("appzone");
+    if (context == nullptr) return 1;
+    ::kill(process, SIGKILL);
+    if (!ends(process)) return 2;
+    const std::string before = namespaces();
+    std::cout << (library.attachProcess(context) < 0) << (namespaces() == before) << " "
+              << logged();
+    return library.releaseContext(&context);
+  });
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.output, "11 6 ZONE cannot enter the zone 'appzone': it has stopped\n");
+}
+
+struct NoZone {
+  const char* what;
+  const char* name;   // asked for
+  const char* state;  // of "appzone"; null: none
+  const char* line;
+};
+
+class ZoneLibraryLookup : public ZoneLibraryTest, public ::testing::WithParamInterface<NoZone> {};
+
+TEST_P(ZoneLibraryLookup, EndsInNullAndOneLine) {
+  if (GetParam().state != nullptr) {
+    write(root_ / "opt/usr/share/quillon/zones/appzone", GetParam().state);
+  }
+  const Outcome outcome = inDevice([] {
+    const ZoneLibrary library;
+    const int before = descriptors();
+    errno = ERANGE;
+    std::cout << (library.getContext(GetParam().name) == nullptr) << (errno == ERANGE)
+              << descriptors() - before << " " << platform().log.size() << " " << logged();
+    return 0;
+  });
+  EXPECT_THAT(outcome.output, HasSubstr("110 1 6 ZONE "));
+  EXPECT_THAT(outcome.output, HasSubstr(GetParam().line));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OfNoZone, ZoneLibraryLookup,
+    ::testing::Values(
+        NoZone{"NeverStarted", "appzone", nullptr, "there is no zone 'appzone': nobody started it"},
+        NoZone{"NullName", nullptr, nullptr, "'(null)' is no name of a zone"},
+        NoZone{"EmptyName", "", nullptr, "'' is no name of a zone"},
+        NoZone{"NameOfAPath", "../x", nullptr, "'../x' is no name of a zone"},
+        NoZone{"HiddenName", ".appzone", nullptr, "'.appzone' is no name of a zone"},
+        NoZone{"EmptyState", "appzone", "", "there is no zone 'appzone': Bad message"},
+        NoZone{"TornState", "appzone", "17", "Bad message"},
+        NoZone{"LongState", "appzone",
+               "1 2\n                                                               ",
+               "Bad message"},
+        NoZone{"NegativeProcess", "appzone", "-1 5\n", "Bad message"},
+        // Process 1 runs, but started at another time.
+        NoZone{"ReusedProcessId", "appzone", "1 18446744073709551615\n",
+               "the zone 'appzone' is not running: process 1, which held it, has ended"},
+        NoZone{"ImpossibleProcessId", "appzone", "2147483646 5\n", "has ended"}),
+    [](const auto& param) { return param.param.what; });
+
+TEST_F(ZoneLibraryTest, NullContextsAreRefusedOrIgnored) {
+  const Outcome outcome = inDevice([] {
+    const ZoneLibrary library;
+    void* none = nullptr;
+    std::cout << (library.attachProcess(nullptr) < 0) << (library.enableDebugMode(nullptr) < 0)
+              << (library.releaseContext(nullptr) == 0) << (library.releaseContext(&none) == 0)
+              << " " << logged();
+    return 0;
+  });
+  EXPECT_EQ(outcome.output,
+            "1111 6 ZONE cannot enter a zone: no zone given\n"
+            "6 ZONE cannot enable debug mode: no zone given\n");
+}
+
+TEST_F(ZoneLibraryTest, ReleaseClosesTheContext) {
+  start();
+  const Outcome outcome = inDevice([] {
+    const ZoneLibrary library;
+    const int before = descriptors();
+    void* context = library.getContext("appzone");
+    std::cout << descriptors() - before;
+    library.releaseContext(&context);
+    std::cout << descriptors() - before << (context == nullptr);
+    return 0;
+  });
+  EXPECT_EQ(outcome.output, "101");
+}
+
+}  // namespace
+}  // namespace quillon::test
