@@ -7,6 +7,8 @@ set(targets quillon-tv-plugin)
 if(QUILLON_BUILD_WORKSTATION)
   list(APPEND targets quillon-platform)
   install(TARGETS quillon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  # Never linked; the quillon tool puts it into device roots.
+  install(TARGETS quillon-zone LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
 endif()
 install(TARGETS ${targets} EXPORT quillon-tv-plugin-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
