@@ -1,17 +1,16 @@
 #include "plugin/src/plugin-dotnet-inhouse/plugin_dotnet_inhouse.h"
 
+#include <utility>
 #include <vector>
 
 #include "plugin/src/plugin-util/app_identity.h"
-#include "plugin/src/plugin-util/assembly_discovery.h"
 #include "plugin/src/plugin-util/cache_invalidation.h"
 #include "plugin/src/plugin-util/cached_list.h"
-#include "plugin/src/plugin-util/coba_directories.h"
 #include "plugin/src/plugin-util/device_paths.h"
 #include "plugin/src/plugin-util/library_preload.h"
+#include "plugin/src/plugin-util/platform_lists.h"
 #include "plugin/src/plugin-util/privileges.h"
 #include "util/log/log.h"
-#include "util/zq_utils/paths.h"
 
 namespace {
 
@@ -20,14 +19,6 @@ constexpr CachedList kTpaList = {
     "[quillon-tv-plugin] TPA Cache file was crashed.",
     "[quillon-tv-plugin] Get TPA by cache file",
 };
-
-// Where the platform's assemblies lie. Order decides: the first path of a name stays in the list.
-std::vector<std::string> assemblyDirectories() {
-  const std::string framework = getAbsolutePath(device_paths::kFramework);
-  return {getAbsolutePath(device_paths::kNetcoreapp),
-          getAbsolutePath(device_paths::kReflectionEliminator), framework,
-          framework + device_paths::kReferenceSuffix};
-}
 
 }  // namespace
 
@@ -47,7 +38,7 @@ void PluginDotnetInhouse::Preload() {
   preloadSharedLibraries();
 }
 
-void PluginDotnetInhouse::SetAppInfo(const std::string& appId, const std::string& execPath) {
+void PluginDotnetInhouse::SetAppInfo(const string& appId, const string& execPath) {
   QLOG_SCOPE();
   QLOG_INFO("### SetAppInfo ###");
   checkAppHasPlatformPrivilege();
@@ -59,9 +50,7 @@ std::string PluginDotnetInhouse::GetDllPath() {
   QLOG_INFO("### plugin get dll path called ###");
   std::string path = device_paths::kPlatformLibraries;
   path.append(":").append(device_paths::kTvAppApi);
-  TTraceLog("[quillon-tv-plugin] GetCoBASharedDirsInApp Start");
-  path.append(GetCoBADirFromCache());  // brings its own separators
-  TTraceLog("[quillon-tv-plugin] GetCoBASharedDirsInApp Finish");
+  appendCobaDirectories(path);
   QLOG_DEBUG("GetDllPath: %s", path.c_str());
   return path;
 }
@@ -89,10 +78,8 @@ std::string PluginDotnetInhouse::GetTPAFromCache() {
 std::string PluginDotnetInhouse::GetTPAAndSaveAsCache() {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] Get TPA by searching.");
-  std::vector<std::string> directories = assemblyDirectories();
-  addPlatformAssembliesPaths(GetDllPath(), directories);
-  std::string tpa;
-  addAssembliesFromDirectories(directories, tpa);
+  std::vector<std::string> directories = assemblyDirectories(platformApiDirectory());
+  std::string tpa = findAssemblies(std::move(directories), GetDllPath());
   saveCachedList(device_paths::kTpaCacheName, tpa);
   return tpa;
 }

@@ -10,17 +10,17 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "plugin/src/quillon-tv-plugin/launch_services.h"
 #include "plugin/src/quillon-tv-plugin/mode_selection.h"
+#include "plugin/src/quillon-tv-plugin/preload_method.h"
 #include "plugin/src/quillon-tv-plugin/process_state.h"
+#include "plugin/src/zq-function-global/global_adapter.h"
 #include "util/log/log.h"
 #include "util/log/stream_capture.h"
 
 namespace {
 
 constexpr char kDirectCallApplication[] = "com.korvane.tv.csfs";
-
-// What a create-delegate function that is missing would have returned.
-constexpr int kNoCreateDelegate = static_cast<int>(0x80004003);
 
 const char* textOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
@@ -30,10 +30,7 @@ std::string listOf(std::string (PluginStrategy::*getter)()) {
 
 void callManagedPreload() {
   void* function = nullptr;
-  const int status = m_createDelegate != nullptr
-                         ? m_createDelegate(m_hostHandle, m_domainId, "Preload", "Velora.Preload",
-                                            "Init", &function)
-                         : kNoCreateDelegate;
+  const int status = createPreloadMethod("Init", &function);
   if (status < 0) {
     QLOG_ERROR("Create delegate for Launch prepared function is fail (0x%08x)",
                static_cast<unsigned int>(status));
@@ -66,6 +63,7 @@ void plugin_initialize(const char* appType) {
   QLOG_SCOPE();
   setenv("DOTNET_APP", "1", 1);
   setenv("DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER", "0", 1);
+  setCetificationFile();
   TTraceLog("[quillon-tv-plugin] plugin_initialize");
   const char* type = textOrEmpty(appType);
   QLOG_INFO("##### AppType : %s", type);
@@ -76,6 +74,7 @@ void plugin_initialize(const char* appType) {
   }
   if (tvPluginMgr != nullptr) {
     tvPluginMgr->strategy->Initialize();
+    globalAdapter->initialize();
   }
 }
 
@@ -100,6 +99,9 @@ void plugin_set_app_info(const char* appId, const char* execPath) {
   TTraceLog("[quillon-tv-plugin] plugin_set_app_info");
   if (tvPluginMgr != nullptr) {
     tvPluginMgr->strategy->SetAppInfo(id, textOrEmpty(execPath));
+  }
+  if (IsAllowedToActivateGCTracer(id)) {
+    ActivateGCTracer(id);
   }
 }
 
@@ -153,6 +155,11 @@ void plugin_set_coreclr_info(void* hostHandle, unsigned int domainId,
   m_hostHandle = hostHandle;
   m_domainId = domainId;
   m_createDelegate = createDelegate;
+  globalAdapter->set_coreclr_info(hostHandle, domainId, createDelegate);
+  if (isObjectTrackerInstalled()) {
+    CallFunctionForOT();
+  }
+  handleDebugPipe();
 }
 
 void plugin_before_execute() {

@@ -4,22 +4,37 @@
 #include <iterator>
 
 #include "plugin/include-internal/dpc-path-manager.h"
+#include "plugin/src/plugin-dotnet-aot/plugin_dotnet_aot.h"
+#include "plugin/src/plugin-dotnet-inhouse-apitest/plugin_dotnet_inhouse_apitest.h"
 #include "plugin/src/plugin-dotnet-inhouse/plugin_dotnet_inhouse.h"
+#include "plugin/src/plugin-dotnet/plugin_dotnet.h"
 #include "util/log/log.h"
 
 namespace {
 
 struct Mode {
-  const char* word;            // selects the mode wherever it occurs in the application type
-  const char* milestone;       // null in a mode that has no strategy
-  PluginStrategy* (*build)();  // null in a mode that has no strategy
+  const char* word;  // selects the mode wherever it occurs in the application type
+  const char* milestone;
+  PluginStrategy* (*build)();
 };
+
+PluginStrategy* apitestChain() {
+  auto* withDpc = new DpcPathManagerDecorate(new PluginDotnetInhouseApitest);
+  return new AotRemoverDecorate(new ApitestDecorate(withDpc));
+}
+
+PluginStrategy* inhouseChain() { return new DpcPathManagerDecorate(new PluginDotnetInhouse); }
+
+PluginStrategy* dotnetChain() { return new PluginDotnet; }
+
+PluginStrategy* normalChain() { return new DpcPathManagerDecorate(new PluginDotnetAot); }
 
 // Tested in this order: "inhouseapitest" contains "inhouse".
 constexpr Mode kModes[] = {
-    {"inhouseapitest", nullptr, nullptr},
-    {"inhouse", "[quillon-tv-plugin] Inhouse App",
-     []() -> PluginStrategy* { return new DpcPathManagerDecorate(new PluginDotnetInhouse); }},
+    {"inhouseapitest", "[quillon-tv-plugin] Inhouse Api Test App", apitestChain},
+    {"inhouse", "[quillon-tv-plugin] Inhouse App", inhouseChain},
+    {"dotnet", "[quillon-tv-plugin] DotNET App", dotnetChain},
+    {"normal", "[quillon-tv-plugin] Normal", normalChain},
 };
 
 }  // namespace
@@ -28,7 +43,7 @@ PluginStrategy* buildStrategyChain(const std::string& appType) {
   const Mode* mode = std::find_if(std::begin(kModes), std::end(kModes), [&](const Mode& candidate) {
     return appType.find(candidate.word) != std::string::npos;
   });
-  if (mode == std::end(kModes) || mode->build == nullptr) {
+  if (mode == std::end(kModes)) {
     return nullptr;
   }
   TTraceLog(mode->milestone);

@@ -134,7 +134,7 @@ TEST_F(Exports, PreloadRunsTheStrategyThenTheManagedRoutine) {
   EXPECT_EQ(managedCalls, 1);
   EXPECT_THAT(platform().lines(),
               ElementsAre("4 [quillon-tv-plugin] plugin_set_coreclr_info",
-                          "4 [quillon-tv-plugin] plugin_preload",
+                          "3 handleDebugPipe called!!", "4 [quillon-tv-plugin] plugin_preload",
                           "4 [quillon-tv-plugin] process in Host. preload C# methods"));
 }
 
@@ -165,7 +165,8 @@ TEST_F(Exports, PreloadWithoutARuntimeIsAFailedDelegate) {
 TEST_F(Exports, SetAppInfoForwardsBothTexts) {
   plugin_set_app_info("org.example", "/usr/apps/x");
   EXPECT_THAT(strategy_.calls, ElementsAre("SetAppInfo(org.example, /usr/apps/x)"));
-  EXPECT_THAT(platform().lines(), ElementsAre("4 [quillon-tv-plugin] plugin_set_app_info"));
+  EXPECT_THAT(platform().lines(), ElementsAre("4 [quillon-tv-plugin] plugin_set_app_info",
+                                              "3 IsAllowedToActivateGCTracer : false"));
   expectScope("void plugin_set_app_info(const char*, const char*)");
   EXPECT_EQ(is_coba_direct_call_mode(), 0);
 }
@@ -173,7 +174,8 @@ TEST_F(Exports, SetAppInfoForwardsBothTexts) {
 TEST_F(Exports, DirectCallModeIsForEver) {
   plugin_set_app_info("com.korvane.tv.csfs.more", "/usr/apps/x");
   EXPECT_THAT(platform().lines(),
-              ElementsAre("3 ##### It's CSFS #####", "4 [quillon-tv-plugin] plugin_set_app_info"));
+              ElementsAre("3 ##### It's CSFS #####", "4 [quillon-tv-plugin] plugin_set_app_info",
+                          "3 IsAllowedToActivateGCTracer : false"));
   plugin_set_app_info("org.example", "/usr/apps/x");
   platform().reset();
   EXPECT_EQ(is_coba_direct_call_mode(), 1);
@@ -228,15 +230,19 @@ TEST_F(Exports, FinalizeEndsTheLaunch) {
 }
 
 TEST_F(Exports, ATypeThatSelectsNothingKeepsTheEarlierChain) {
+  setenv("DOTNET_SYSTEM_GLOBALIZATION_INVARIANT", "1", 1);
   for (const char* type : {"", "unknown", "INHOUSE", "in-house", "in_house"}) {
     platform().reset();
     strategy_.calls.clear();
     plugin_initialize(type);
     EXPECT_EQ(tvPluginMgr, &context_);
     EXPECT_THAT(strategy_.calls, ElementsAre("Initialize()")) << type;
-    EXPECT_THAT(platform().lines(), ElementsAre("4 [quillon-tv-plugin] plugin_initialize",
+    EXPECT_THAT(platform().lines(), ElementsAre("3 Use /usr/share/cert/zqca.pem",
+                                                "4 [quillon-tv-plugin] plugin_initialize",
                                                 std::string("4 ##### AppType : ") + type,
-                                                std::string("6 Wrong parameter : ") + type));
+                                                std::string("6 Wrong parameter : ") + type,
+                                                "3 DOTNET_SYSTEM_GLOBALIZATION_INVARIANT :  1",
+                                                "4 DOTNET_SYSTEM_GLOBALIZATION_INVARIANT :  1"));
   }
   expectScope("void plugin_initialize(const char*)");
 }

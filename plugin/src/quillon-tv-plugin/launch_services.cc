@@ -1,0 +1,101 @@
+#include "plugin/src/quillon-tv-plugin/launch_services.h"
+
+#include <dirent.h>
+#include <platform/smack.h>
+#include <unistd.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "plugin/src/quillon-tv-plugin/preload_method.h"
+#include "util/log/log.h"
+#include "util/zq_utils/paths.h"
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr char kUpdatedCertificates[] = "/opt/data/cert/zqca.pem";
+constexpr char kPlatformCertificates[] = "/usr/share/cert/zqca.pem";
+constexpr char kGcTracerOptIn[] = "/opt/usr/home/owner/share/gctracer/";
+constexpr char kObjectTrackerMarker[] = "/opt/usr/home/owner/share/ObjectTracker/OT_Installed";
+constexpr char kDebugPipeDirectory[] = "/tmp";
+constexpr char kAnyLabel[] = "*";
+
+bool exists(const char* path) { return access(path, F_OK) == 0; }
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// The name of the opt-in entry that lets `appId` in; empty where there is none.
+std::string gcTracerEntryFor(const std::string& appId) {
+  boost::system::error_code error;
+  for (fs::directory_iterator entry(kGcTracerOptIn, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = getFileName(entry->path().string());
+    if (name.find(appId) != std::string::npos) {
+      return name;
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+void setCetificationFile() {
+  QLOG_SCOPE();
+  const char* file = exists(kUpdatedCertificates) ? kUpdatedCertificates : kPlatformCertificates;
+  setenv("SSL_CERT_FILE", file, 1);
+  QLOG_DEBUG("Use %s", file);
+}
+
+bool IsAllowedToActivateGCTracer(const std::string& appId) {
+  QLOG_SCOPE();
+  const std::string entry = gcTracerEntryFor(appId);
+  if (entry.empty()) {
+    QLOG_DEBUG("IsAllowedToActivateGCTracer : false");
+    return false;
+  }
+  QLOG_INFO("IsAllowedToActivateGCTracer : true - %s %s", entry.c_str(), appId.c_str());
+  return true;
+}
+
+void ActivateGCTracer(const char* appId) {
+  QLOG_SCOPE();
+  TTraceLog("[quillon-tv-plugin] Activate GC Tracer");
+  void* function = nullptr;
+  if (createPreloadMethod("ActivateGCTracer", &function) >= 0 && function != nullptr) {
+    reinterpret_cast<void (*)(const char*)>(function)(appId);
+  }
+}
+
+bool isObjectTrackerInstalled() { return exists(kObjectTrackerMarker); }
+
+void CallFunctionForOT() {
+  QLOG_SCOPE();
+  QLOG_INFO("[quillon-tv-plugin] OT is Installed. Start Server for OT.");
+  void* function = nullptr;
+  if (createPreloadMethod("StartServerForOT", &function) >= 0 && function != nullptr) {
+    reinterpret_cast<void (*)()>(function)();
+  }
+}
+
+void handleDebugPipe() {
+  QLOG_SCOPE();
+  QLOG_DEBUG("handleDebugPipe called!!");
+  const std::string prefix = "clr-debug-pipe-" + std::to_string(getpid()) + "-";
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(kDebugPipeDirectory));
+  if (directory == nullptr) {
+    return;
+  }
+  while (const dirent* entry = readdir(directory.get())) {
+    const std::string path = concatPath(kDebugPipeDirectory, entry->d_name);
+    if (strstr(entry->d_name, prefix.c_str()) != nullptr &&
+        smack_setlabel(path.c_str(), kAnyLabel, SMACK_LABEL_ACCESS) < 0) {
+      QLOG_ERROR("Fail to setxattr (%s)", path.c_str());
+    }
+  }
+}
