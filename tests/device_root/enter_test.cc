@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
+#include <sstream>
 #include <thread>
 
 #include "tests/device_root/inside.h"
@@ -320,6 +321,20 @@ TEST_F(EnterUnderOpt, Works) {
   EXPECT_EQ(outcome.output, "xxrefused755\n");
   EXPECT_TRUE(fs::exists(root_ / "opt/usr/written"));
   EXPECT_FALSE(fs::exists("/opt/vendor"));
+}
+
+TEST_F(Enter, AFolderThatItLiesInKeepsItsMode) {
+  if (::geteuid() != 0) {
+    QUILLON_SKIP("only root has a home that others may not look into");
+  }
+  const fs::path root = fresh("/root");
+  ASSERT_TRUE(device::init(root, {}));
+  write(root / "root/vendor", "x");
+  struct stat status {};
+  ASSERT_EQ(::stat("/root", &status), 0);
+  std::ostringstream expected;
+  expected << 'x' << std::oct << (status.st_mode & 07777U) << '\n';
+  EXPECT_EQ(inside(root, "cat /root/vendor; stat -c %a /root").output, expected.str());
 }
 
 }  // namespace

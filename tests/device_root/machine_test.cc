@@ -86,6 +86,26 @@ TEST_F(Machine, IsTheSameWhenKilledAtAnyMoment) {
   EXPECT_EQ(test::inside(root_, "cat /etc/dotnet_flag.ini").status, 0);
 }
 
+// As most distributions mount everything: what one namespace mounts appears in its relatives.
+TEST_F(Machine, IsTheSameWhereMountsAreShared) {
+  if (::geteuid() != 0) {
+    QUILLON_SKIP("only root can share mounts first");
+  }
+  const Outcome outcome = inChild([&] {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_SHARED, nullptr) != 0) {
+      return 1;
+    }
+    const std::string mounts = read("/proc/self/mountinfo");
+    if (inside(root_, "true").status != 0) {
+      return 2;
+    }
+    return read("/proc/self/mountinfo") == mounts ? 0 : 3;
+  });
+  EXPECT_EQ(outcome.status, 0);
+}
+
 // Runs `script` inside, on a machine that has a file system of its own mounted at "/etc/ssl".
 class MachineWithMounts : public DeviceRootTest {
  protected:

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <vector>
 
+#include "tools/device/companion.h"
 #include "tools/device/device_root.h"
 #include "tools/device/isolation.h"
 #include "tools/device/layout.h"
@@ -129,7 +130,7 @@ Expected<void> moveInto(const Plan& plan) {
 Expected<void> isolateAndMove(const Plan& plan) {
   std::error_code error;
   const fs::path workingDirectory = fs::current_path(error);
-  if (auto isolated = isolateMounts(); !isolated) {
+  if (auto isolated = isolateMounts(findCompanion(plan.device)); !isolated) {
     return isolated;
   }
   if (auto moved = moveInto(plan); !moved) {

@@ -61,7 +61,10 @@ bool writeFile(const char* file, const std::string& text) {
 // One identity, mapped to itself.
 std::string mapOf(unsigned id) { return std::to_string(id) + " " + std::to_string(id) + " 1\n"; }
 
-Expected<void> isolateAsUser() {
+Expected<void> isolateAsUser(const Descriptor& companion) {
+  if (companion.valid() && ::setns(companion.get(), CLONE_NEWUSER) == 0) {
+    return ::unshare(CLONE_NEWNS) == 0 ? Expected<void>() : noUserNamespace(errno);
+  }
   const uid_t user = ::geteuid();
   const gid_t group = ::getegid();
   if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
@@ -76,7 +79,7 @@ Expected<void> isolateAsUser() {
 
 }  // namespace
 
-Expected<void> isolateMounts() {
+Expected<void> isolateMounts(const Descriptor& companion) {
   if (!hasOneThread()) {
     return fail("a device root can be entered only by a process of one thread",
                 "enter it before the first thread starts");
@@ -89,7 +92,7 @@ Expected<void> isolateMounts() {
     if (errno != EPERM) {
       return stepFailed("make a private mount namespace", errno);
     }
-    if (auto isolated = isolateAsUser(); !isolated) {
+    if (auto isolated = isolateAsUser(companion); !isolated) {
       return isolated;
     }
   }

@@ -93,6 +93,10 @@ Expected<void> View::split(const std::string& path) {
   return {};
 }
 
+Expected<void> View::splitFolder(const std::string& path) {
+  return makeFolderLike(path).and_then([&] { return split(path); });
+}
+
 Expected<void> View::place(const std::string& path) {
   const Kind device = kindOf(inDevice(path));
   const Kind machine = kindOf(onMachine(path));
@@ -125,33 +129,32 @@ Expected<void> View::placeBoth(const std::string& path, bool machineIsFolder, bo
                                                                                 : placeDevice(path);
   }
   if (mustSplit(path)) {
-    return makeFolderLike(path).and_then([&] { return split(path); });
+    return splitFolder(path);
   }
   return overlay(path);
 }
 
-// An overlay does not show what is mounted beneath its layers, and a layer must not hold the other.
+// An overlay does not show what is mounted beneath its layers.
 bool View::mustSplit(const std::string& path) const {
-  const std::string folder = onMachine(path);
-  return device_ == folder || isBeneath(device_, folder) ||
-         std::any_of(machineMounts_.begin(), machineMounts_.end(),
-                     [&](const MountPoint& mount) { return isBeneath(mount.path, folder); });
+  return std::any_of(machineMounts_.begin(), machineMounts_.end(), [&](const MountPoint& mount) {
+    return isBeneath(mount.path, onMachine(path));
+  });
 }
 
 Expected<void> View::overlay(const std::string& path) {
   const Descriptor upper(::open(inDevice(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   const Descriptor lower(::open(onMachine(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   const auto mount = newOverlay(upper, lower);
-  const auto target = makeMountPoint(path, true);
-  if (!target) {
-    return tl::unexpected(target.error());
-  }
   if (!mount && mount.error() == ELOOP) {
-    return split(path);  // the layers meet by way of a second mount of the same folder
+    return splitFolder(path);  // one layer lies in the other: the device root is in it
   }
   if (!mount) {
     return stepFailed("lay '" + inDevice(path) + "' over '" + onMachine(path) + "' (overlay)",
                       mount.error());
+  }
+  const auto target = makeMountPoint(path, true);
+  if (!target) {
+    return tl::unexpected(target.error());
   }
   if (auto attached = attach(*mount, *target, onMachine(path)); !attached) {
     return attached;

@@ -36,6 +36,7 @@ class View {
   Expected<void> makeTop();
   Expected<void> makeFolderLike(const std::string& path);
   Expected<void> split(const std::string& path);
+  Expected<void> splitFolder(const std::string& path);
   Expected<void> place(const std::string& path);
   Expected<void> placeBoth(const std::string& path, bool machineIsFolder, bool deviceIsFolder);
   Expected<void> placeMachine(const std::string& path);
