@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "packages/manifest_reader.h"
 #include "packages/manifest_rules.h"
@@ -175,14 +175,14 @@ Expected<Manifest> readDocument(const toml::table& document, const fs::path& pat
 Expected<std::string> contents(const fs::path& path) {
   std::error_code error;
   std::ifstream file(path, std::ios::binary);
-  std::ostringstream bytes;
-  if (!fs::is_regular_file(path, error) || !file || !(bytes << file.rdbuf())) {
-    const int cause = error ? error.value() : errno;
-    return fail("cannot read the manifest '" + path.string() + "'" +
-                    (cause == 0 ? "" : std::string(": ") + std::strerror(cause)),
-                "name a readable TOML file");
+  const int cause = errno;
+  if (fs::is_regular_file(path, error) && file) {
+    return std::string(std::istreambuf_iterator<char>(file), {});
   }
-  return bytes.str();
+  const bool isFolder = fs::is_directory(path, error);
+  return fail("cannot read the manifest '" + path.string() +
+                  "': " + std::strerror(isFolder ? EISDIR : cause),
+              "name a readable TOML file");
 }
 
 }  // namespace

@@ -23,7 +23,8 @@ bool leavesItsFolder(const std::filesystem::path& path) {
 
 // "/a/b" and nothing that another text could name as well.
 bool isPlainAbsolute(const std::filesystem::path& path) {
-  return path.is_absolute() && path == path.lexically_normal() && path.has_filename();
+  return path.is_absolute() && path.native() == path.lexically_normal().native() &&
+         path.has_filename();
 }
 
 }  // namespace

@@ -1,0 +1,162 @@
+// A program that logs and traces as its arguments tell it, one step each:
+//
+//   log:PRIORITY:TAG:TEXT   one record
+//   long:N                  a debug record of N letters
+//   replace-stderr          puts /dev/null in the place of descriptor 2
+//   threads:T:N             T threads write N numbered debug records each
+//   forks:N                 N children log once each, while a thread logs errors all the time
+//   last-error              prints lastErrorMessage()
+//   errno                   prints whether logging and tracing leave errno alone
+//   begin:NAME  end  marker:TEXT
+//   fork-in-span            a child ends a span that its parent began
+//   name:TEXT               sets and prints the process name with prctl
+//   bad-prctl               prints the result and errno of a marker and of an unknown option
+#include <fcntl.h>
+#include <platform/dlog.h>
+#include <platform/launch_marker.h>
+#include <platform/trace.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <workstation/log_tail.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+void replaceStderr() {
+  const int null = open("/dev/null", O_WRONLY);
+  dup2(null, STDERR_FILENO);
+  close(null);
+}
+
+void logFromThreads(int threads, int records) {
+  std::vector<std::thread> running;
+  for (int thread = 0; thread < threads; ++thread) {
+    running.emplace_back([=] {
+      for (int i = 0; i < records; ++i) {
+        __dlog_print(0, DLOG_DEBUG, "T", "%d of thread %d %s\n", i, thread,
+                     std::string(200, 'x').c_str());
+      }
+    });
+  }
+  for (std::thread& thread : running) thread.join();
+}
+
+void logFromForks(int children) {
+  std::atomic<bool> stop = false;
+  std::thread busy([&] {
+    while (!stop) __dlog_print(0, DLOG_ERROR, "P", "parent");
+  });
+  for (int i = 0; i < children; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      __dlog_print(0, DLOG_ERROR, "C", "child");
+      _exit(quillon::workstation::lastErrorMessage() == "child" ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    std::cout << (status == 0 ? "ok" : "failed") << '\n';
+  }
+  stop = true;
+  busy.join();
+}
+
+void printErrno() {
+  errno = E2BIG;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"  // "%m" is an extension of the system's printf
+  __dlog_print(0, DLOG_ERROR, "T", "%m\n");
+#pragma GCC diagnostic pop
+  trace_begin("span");
+  trace_end();
+  std::cout << (errno == E2BIG ? "kept" : "changed") << '\n';
+}
+
+void forkInSpan() {
+  trace_begin("parent's");
+  const pid_t child = fork();
+  if (child == 0) {
+    trace_end();
+    trace_begin("child's");
+    trace_end();
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  trace_end();
+}
+
+void printName(const std::string& name) {
+  std::array<char, 17> shown{};
+  prctl(PR_SET_NAME, name.c_str());
+  prctl(PR_GET_NAME, shown.data());
+  std::cout << shown.data() << '\n';
+}
+
+void printBadPrctl() {
+  const std::string text = "milestone";
+  errno = 0;
+  int result = prctl(PR_LAUNCH_MARKER, text.c_str(), text.size());
+  std::cout << result << ' ' << (errno == EINVAL) << '\n';
+  errno = 0;
+  result = prctl(-12345, 0, 0, 0, 0);
+  std::cout << result << ' ' << (errno == EINVAL) << '\n';
+}
+
+void mark(const std::string& text) { prctl(PR_LAUNCH_MARKER, text.c_str(), text.size()); }
+
+// Cuts at ":", at most into `count` words.
+Words cut(const std::string& step, size_t count) {
+  Words words;
+  std::istringstream stream(step);
+  std::string word;
+  while (words.size() + 1 < count && std::getline(stream, word, ':')) words.push_back(word);
+  if (std::getline(stream, word, '\0')) words.push_back(word);
+  return words;
+}
+
+const std::map<std::string, std::pair<size_t, std::function<void(const Words&)>>> kSteps = {
+    {"log",
+     {4,
+      [](const Words& w) { __dlog_print(0, std::stoi(w[1]), w[2].c_str(), "%s", w[3].c_str()); }}},
+    {"long",
+     {2,
+      [](const Words& w) {
+        __dlog_print(0, DLOG_DEBUG, "T", "%s",
+                     std::string(static_cast<size_t>(std::stol(w[1])), 'y').c_str());
+      }}},
+    {"replace-stderr", {1, [](const Words&) { replaceStderr(); }}},
+    {"threads", {3, [](const Words& w) { logFromThreads(std::stoi(w[1]), std::stoi(w[2])); }}},
+    {"forks", {2, [](const Words& w) { logFromForks(std::stoi(w[1])); }}},
+    {"last-error",
+     {1, [](const Words&) { std::cout << quillon::workstation::lastErrorMessage() << '\n'; }}},
+    {"errno", {1, [](const Words&) { printErrno(); }}},
+    {"begin", {2, [](const Words& w) { trace_begin(w[1].c_str()); }}},
+    {"end", {1, [](const Words&) { trace_end(); }}},
+    {"marker", {2, [](const Words& w) { mark(w[1]); }}},
+    {"fork-in-span", {1, [](const Words&) { forkInSpan(); }}},
+    {"name", {2, [](const Words& w) { printName(w[1]); }}},
+    {"bad-prctl", {1, [](const Words&) { printBadPrctl(); }}},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  for (const std::string& step : Words(argv + 1, argv + argc)) {
+    const auto& [count, run] = kSteps.at(cut(step, 2)[0]);
+    run(cut(step, count));
+  }
+  return 0;
+}
