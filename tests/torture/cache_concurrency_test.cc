@@ -1,0 +1,110 @@
+// Launches that build, write and read one cache at the same time.
+//
+// QUILLON_TORTURE_SECONDS  how long; 10 where it is not set
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <vector>
+
+#include "tests/torture/device_main.h"
+
+namespace quillon::torture {
+namespace {
+
+constexpr int kWriters = 8;
+constexpr int kReaders = 4;
+constexpr int kDefaultSeconds = 10;
+
+struct Counts {
+  std::atomic<long> launches{0};
+  std::atomic<long> wrongLists{0};
+};
+
+std::chrono::seconds duration() {
+  const char* seconds = std::getenv("QUILLON_TORTURE_SECONDS");
+  return std::chrono::seconds(seconds == nullptr ? kDefaultSeconds : std::atoi(seconds));
+}
+
+class CacheConcurrency : public DeviceTest {
+ protected:
+  CacheConcurrency() : writers(memory[0].counts()), readers(memory[1].counts()) {}
+
+  // Starts a process that asks for the list until the time is over, after `before` each time.
+  template <typename Before>
+  void start(Counts& counts, const Before& before) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child != 0) {
+      children.push_back(child);
+      return;
+    }
+    initializePlugin();
+    const auto end = std::chrono::steady_clock::now() + duration();
+    while (std::chrono::steady_clock::now() < end) {
+      before();
+      const char* list = assemblyList();
+      ++counts.launches;
+      if (list == nullptr || expected != list) {
+        ++counts.wrongLists;
+      }
+    }
+    _exit(0);
+  }
+
+  void waitForAll() {
+    for (const pid_t child : children) {
+      int status = 0;
+      waitpid(child, &status, 0);
+      EXPECT_EQ(status, 0);
+    }
+  }
+
+  void report() const {
+    std::cout << duration().count() << " s: " << writers.launches << " launches of " << kWriters
+              << " processes that built and wrote the list, " << readers.launches << " of "
+              << kReaders
+              << " that asked for it; wrong lists: " << writers.wrongLists + readers.wrongLists
+              << std::endl;
+  }
+
+ private:
+  // Memory that all the processes share.
+  class SharedCounts {
+   public:
+    Counts& counts() { return *new (text.bytes()) Counts; }
+
+   private:
+    SharedText text;
+  };
+  SharedCounts memory[2];
+
+ protected:
+  Counts& writers;
+  Counts& readers;
+  std::vector<pid_t> children;
+};
+
+TEST_F(CacheConcurrency, NoLaunchEverGetsAWrongList) {
+  for (int writer = 0; writer < kWriters; ++writer) {
+    // What the construction of a strategy does to a stale cache.
+    start(writers, [] { unlink(cachePath().c_str()); });
+  }
+  for (int reader = 0; reader < kReaders; ++reader) {
+    start(readers, [] {});
+  }
+  waitForAll();
+  report();
+  EXPECT_GT(writers.launches, kWriters);
+  EXPECT_GT(readers.launches, kReaders);
+  EXPECT_EQ(writers.wrongLists, 0);
+  EXPECT_EQ(readers.wrongLists, 0);
+  EXPECT_EQ(launch().list, expected);
+}
+
+}  // namespace
+}  // namespace quillon::torture

@@ -1,0 +1,137 @@
+// A launch in which one system call on the cache files fails, for each call and each cause in turn.
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "tests/torture/cache_calls.h"
+#include "tests/torture/device_main.h"
+#include "tests/torture/traced_process.h"
+
+namespace quillon::torture {
+namespace {
+
+using Prepare = std::function<void()>;
+
+class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int> {
+ protected:
+  // One launch in which the cache call number `target` fails. Returns how many there were.
+  std::size_t launchFailingAt(std::size_t target, int error) {
+    CacheCalls calls;
+    std::size_t made = 0;
+    SharedText list;
+    trace = follow(
+        [&list] {
+          waitForDisk(true);
+          initializePlugin();
+          const char* text = assemblyList();
+          list.set(text == nullptr ? "" : text);
+        },
+        {.atEntry =
+             [&](const SystemCall& call) {
+               if (!calls.concerns(call)) {
+                 return Verdict::run();
+               }
+               return ++made == target ? Verdict::fail(error) : Verdict::run();
+             },
+         .atExit = [&](const SystemCall& call,
+                       std::int64_t result) { calls.returned(call, result); }});
+    launched = {list.get(), trace.ending};
+    return made;
+  }
+
+  void expectRightList() const {
+    EXPECT_EQ(launched.ending, "");
+    EXPECT_EQ(launched.list, expected);
+  }
+
+  // What is cached is torn or right; nothing else can be served later.
+  void expectNoWrongCache() const {
+    const auto cached = readFile(cachePath());
+    if (cached && cached->starts_with("[START]") && cached->ends_with("[END]")) {
+      EXPECT_EQ(*cached, whole(expected));
+    }
+  }
+
+  void expectRightNextLaunches() {
+    for (int times = 0; times < 2; ++times) {
+      launched = launch();
+      expectRightList();
+    }
+    EXPECT_EQ(readFile(cachePath()), whole(expected));
+  }
+
+  void failEverywhere(std::size_t atLeast, const Prepare& prepare) {
+    std::size_t target = 1;
+    for (; !HasFailure(); ++target) {
+      SCOPED_TRACE("failing cache call " + std::to_string(target));
+      clearCaches();
+      prepare();
+      const std::size_t made = launchFailingAt(target, GetParam());
+      if (!trace.allowed) {
+        QUILLON_SKIP(trace.reason);
+      }
+      expectRightList();
+      expectNoWrongCache();
+      expectRightNextLaunches();
+      if (made < target) {
+        break;
+      }
+    }
+    RecordProperty("cache_calls", static_cast<int>(target - 1));
+    EXPECT_GT(target, atLeast);
+  }
+
+  TraceResult trace;
+  Launched launched;
+};
+
+// Both lists: two of access, lstat twice, open, fstat, write, fsync, close, rename, sync.
+TEST_P(CacheFailure, LeavesARightListWhileBuildingTheCache) {
+  failEverywhere(16, [] {});
+}
+
+TEST_P(CacheFailure, LeavesARightListWhileReadingTheCache) {
+  failEverywhere(3, [this] { writeFile(cachePath(), whole(expected)); });
+}
+
+TEST_P(CacheFailure, LeavesARightListWhileReplacingATornCache) {
+  failEverywhere(16, [this] { writeFile(cachePath(), "[START]" + expected); });
+}
+
+std::string errorName(const ::testing::TestParamInfo<int>& info) {
+  return strerrorname_np(info.param);
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, CacheFailure, ::testing::Values(EIO, ENOSPC, EROFS, EMFILE, EINTR),
+                         errorName);
+
+// A file that can grow to `bytes` only: as on a full disk, one write(2) is cut short.
+void limitFileSize(std::size_t bytes) {
+  signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit{bytes, bytes};
+  setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+using CacheDisk = DeviceTest;
+
+TEST_F(CacheDisk, HoldingPartOfTheCacheOnlyNeverServesAWrongList) {
+  const std::size_t size = whole(expected).size();
+  for (const std::size_t room :
+       {std::size_t{0}, std::size_t{1}, std::size_t{7}, std::size_t{12}, std::size_t{100},
+        std::size_t{4096}, std::size_t{8192}, size / 2, size - 5, size - 1}) {
+    SCOPED_TRACE("room for " + std::to_string(room) + " bytes");
+    clearCaches();
+    for (int times = 0; times < 2; ++times) {
+      const Launched launched = launch([room] { limitFileSize(room); });
+      EXPECT_EQ(launched.ending, "");
+      EXPECT_EQ(launched.list, expected);
+    }
+    EXPECT_EQ(launch().list, expected);
+    EXPECT_EQ(readFile(cachePath()), whole(expected));
+  }
+}
+
+}  // namespace
+}  // namespace quillon::torture

@@ -1,0 +1,25 @@
+// Tests that run inside a device root of their own.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/skip.h"
+#include "tests/torture/device_files.h"
+#include "tests/torture/launch.h"
+
+namespace quillon::torture {
+
+// Why the process could not enter a device root; empty when it is in one.
+const std::string& whyOutside();
+
+// Begins with an empty cache directory, the plug-in loaded, and assemblies to list.
+class DeviceTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+
+  std::string expected;  // the list that every launch must return
+};
+
+}  // namespace quillon::torture
