@@ -5,34 +5,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <new>
 #include <stdexcept>
 
 #include "util/log/log.h"
+#include "util/zq_utils/descriptor.h"
 #include "util/zq_utils/paths.h"
 
 namespace {
-
-class ReadDescriptor {
- public:
-  explicit ReadDescriptor(const std::string& path)
-      : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-  ~ReadDescriptor() {
-    if (descriptor_ >= 0) {
-      close(descriptor_);
-    }
-  }
-  ReadDescriptor(const ReadDescriptor&) = delete;
-  ReadDescriptor& operator=(const ReadDescriptor&) = delete;
-
-  int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
 
 // What one read is asked for at least, for files that do not tell their size.
 constexpr std::size_t kSmallestRead = 4096;
@@ -44,23 +26,15 @@ std::size_t sizeHint(int descriptor) {
   return known ? static_cast<std::size_t>(status.st_size) : 0;
 }
 
-ssize_t readSome(int descriptor, char* buffer, std::size_t size) {
-  ssize_t got = 0;
-  do {
-    got = read(descriptor, buffer, size);
-  } while (got < 0 && errno == EINTR);
-  return got;
-}
-
 // Reads to the end; empty when a read fails, as it does for a directory. One read beyond the size
 // that the file tells sees its end, and sees it again if the file has grown meanwhile.
-std::string readAll(int descriptor) {
+std::string readAll(const Descriptor& file) {
   std::string content;
   std::size_t filled = 0;
-  std::size_t wanted = sizeHint(descriptor) + 1;
+  std::size_t wanted = sizeHint(file.get()) + 1;
   for (;;) {
     content.resize(filled + std::max(wanted, kSmallestRead));
-    const ssize_t got = readSome(descriptor, content.data() + filled, content.size() - filled);
+    const ssize_t got = file.readSome(content.data() + filled, content.size() - filled);
     if (got <= 0) {
       content.resize(got < 0 ? 0 : filled);
       return content;
@@ -82,6 +56,7 @@ void save(FILE* file, const std::string& content) {
   if (buffer != nullptr) {
     setvbuf(file, buffer.get(), _IOFBF, room);
   }
+  fcntl(fileno(file), F_SETFL, O_NONBLOCK);  // a planted pipe would stop the launch once full
   fprintf(file, "%s", content.c_str());
   fflush(file);
   fsync(fileno(file));
@@ -91,12 +66,13 @@ void save(FILE* file, const std::string& content) {
 }  // namespace
 
 std::string readFileToString(std::string path) {
-  const ReadDescriptor file(path);
-  if (file.get() < 0) {
+  // Not to wait for the other end where someone planted a pipe; a file is read all the same.
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!file.isOpen()) {
     return {};
   }
   try {
-    return readAll(file.get());
+    return readAll(file);
   } catch (const std::bad_alloc&) {
     return {};
   } catch (const std::length_error&) {

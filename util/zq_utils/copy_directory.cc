@@ -1,6 +1,7 @@
 #include <boost/filesystem/directory.hpp>
 
 #include "util/log/log.h"
+#include "util/zq_utils/file_copy.h"
 #include "util/zq_utils/file_status.h"
 #include "util/zq_utils/files.h"
 
@@ -63,6 +64,18 @@ void putInPlace(const fs::path& copy, const fs::path& target, FSFlag flags) {
 }
 
 // Throws the library's exception on failure.
+void copyOrThrow(const fs::path& file, const fs::path& copy, FSFlag flags) {
+  error_code error;
+  copyFileAnywhere(file, copy,
+                   hasAny(flags, FS_MERGE_OVERWRITE) ? fs::copy_options::overwrite_existing
+                                                     : fs::copy_options::none,
+                   error);
+  if (error) {
+    throw fs::filesystem_error("boost::filesystem::copy_file", file, copy, error);
+  }
+}
+
+// Throws likewise.
 void copyOneFile(const fs::path& file, const fs::path& target, FSFlag flags) {
   if (hasAny(flags, FS_MERGE_SKIP) && pathExists(target)) {
     return;
@@ -70,9 +83,7 @@ void copyOneFile(const fs::path& file, const fs::path& target, FSFlag flags) {
   const bool commit = hasAny(flags, FS_COMMIT_COPY_FILE);
   const fs::path copy =
       commit ? target.parent_path() / fs::unique_path("%%%%-%%%%-%%%%-%%%%") : target;
-  fs::copy_file(file, copy,
-                hasAny(flags, FS_MERGE_OVERWRITE) ? fs::copy_options::overwrite_existing
-                                                  : fs::copy_options::none);
+  copyOrThrow(file, copy, flags);
   if (hasAny(flags, FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS)) {
     copyOwnershipAndPermissions(file, copy);
   }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "util/log/log.h"
+#include "util/zq_utils/file_copy.h"
 #include "util/zq_utils/file_status.h"
 
 namespace fs = boost::filesystem;
@@ -11,7 +12,7 @@ using boost::system::error_code;
 namespace {
 
 bool copyOver(const fs::path& from, const fs::path& to, error_code& error) {
-  fs::copy_file(from, to, fs::copy_options::overwrite_existing, error);
+  copyFileAnywhere(from, to, fs::copy_options::overwrite_existing, error);
   return !error;
 }
 

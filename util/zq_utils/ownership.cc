@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "util/log/log.h"
+#include "util/zq_utils/descriptor.h"
 #include "util/zq_utils/file_status.h"
 #include "util/zq_utils/files.h"
 
@@ -15,16 +16,15 @@ constexpr mode_t kPermissionBits = 07777;
 
 // Works through a descriptor, so that it is the file opened that changes hands.
 bool setOwnership(const fs::path& path, uid_t user, gid_t group) {
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.isOpen()) {
     QLOG_ERROR("Can't open directory: %s", path.c_str());
     return false;
   }
-  const bool changed = fchown(descriptor, user, group) == 0;
+  const bool changed = fchown(file.get(), user, group) == 0;
   if (!changed) {
     QLOG_ERROR("Failed to change owner of: %s", path.c_str());
   }
-  close(descriptor);
   return changed;
 }
 

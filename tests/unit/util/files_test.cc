@@ -1,0 +1,210 @@
+#include "util/zq_utils/files.h"
+
+#include <platform/dlog.h>
+#include <sys/stat.h>
+
+#include "tests/support/skip.h"
+#include "tests/support/tree_test.h"
+
+using quillon::test::platform;
+using quillon::test::TemporaryDirectory;
+using quillon::test::TreeTest;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+// Nobody may unlink it, whoever runs the test.
+constexpr char kIrremovable[] = "/proc/self/comm";
+
+class Files : public TreeTest {};
+
+TEST_F(Files, RemovesTrees) {
+  makeFile("tree/a/b");
+  EXPECT_TRUE(removeAll(at("tree")));
+  EXPECT_FALSE(isThere(at("tree")));
+  EXPECT_TRUE(removeAll(at("tree")));
+  EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(Files, RemovesOneFileOrEmptyDirectory) {
+  EXPECT_TRUE(removeFile(makeFile("file")));
+  EXPECT_FALSE(isThere(at("file")));
+  EXPECT_TRUE(removeFile(makeDirectory("directory")));
+  EXPECT_FALSE(isThere(at("directory")));
+  EXPECT_TRUE(removeFile(at("missing")));
+  EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(Files, RemovesALinkAndNotItsTarget) {
+  makeFile("tree/file");
+  EXPECT_TRUE(removeAll(makeLink("link", "tree")));
+  EXPECT_FALSE(isThere(at("link")));
+  EXPECT_TRUE(isThere(at("tree/file")));
+}
+
+TEST_F(Files, SaysWhatItCannotRemove) {
+  makeFile("directory/file");
+  EXPECT_FALSE(removeFile(at("directory")));
+  EXPECT_FALSE(removeFile(kIrremovable));
+  EXPECT_FALSE(removeAll(kIrremovable));
+  EXPECT_EQ(platform().lines(),
+            (Texts{"6 Cannot remove: " + at("directory") + ", Directory not empty",
+                   "6 Cannot remove: /proc/self/comm, Operation not permitted",
+                   "6 Cannot remove: /proc/self/comm, Operation not permitted"}));
+  EXPECT_EQ(platform().log[0].file(), "zq_utils.cc");
+  EXPECT_EQ(platform().log[0].function(), "removeFile");
+  EXPECT_EQ(platform().log[0].colour(), "\x1b[31m");
+  EXPECT_EQ(platform().log[2].function(), "removeAll");
+}
+
+TEST_F(Files, MovesByRenaming) {
+  makeFile("from/file", "x");
+  EXPECT_TRUE(moveFile(at("from"), at("to")));
+  EXPECT_EQ(contentOf(at("to/file")), "x");
+  EXPECT_FALSE(isThere(at("from")));
+  EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(Files, MovesNothingOntoWhatExists) {
+  makeFile("from", "new");
+  makeFile("to", "old");
+  EXPECT_FALSE(moveFile(at("from"), at("to")));
+  EXPECT_EQ(contentOf(at("from")), "new");
+  EXPECT_EQ(contentOf(at("to")), "old");
+  EXPECT_FALSE(moveFile(at("missing"), at("elsewhere")));
+  EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(Files, SaysWhyAMoveFailed) {
+  makeFile("from", "x");
+  EXPECT_FALSE(moveFile(at("from"), at("missing/to")));
+  EXPECT_EQ(
+      platform().lines(),
+      (Texts{"6 Cannot move file: " + at("from") +
+                 ". Will copy/remove... with error [No such file or directory]",
+             "6 Cannot copy file " + at("from") + " due to error [No such file or directory]"}));
+  EXPECT_EQ(contentOf(at("from")), "x");
+}
+
+TEST_F(Files, SaysThatTheOldFileOfAMoveStays) {
+  EXPECT_FALSE(moveFile(kIrremovable, at("to")));
+  EXPECT_TRUE(isThere(at("to")));
+  EXPECT_EQ(platform().lines(),
+            (Texts{"6 Cannot move file: /proc/self/comm. Will copy/remove... with error "
+                   "[Invalid cross-device link]",
+                   "6 Cannot remove old file when copying: /proc/self/comm with error "
+                   "[Operation not permitted]"}));
+}
+
+// Moves and copies to a folder on a file system other than the test's own.
+class BetweenFileSystems : public Files {
+ protected:
+  void SetUp() override {
+    Files::SetUp();
+    std::string pattern = "/dev/shm/quillon-XXXXXX";
+    if (mkdtemp(pattern.data()) != nullptr) {
+      elsewhere_ = pattern;
+    }
+    if (elsewhere_.empty() || deviceOf(elsewhere_) == deviceOf(at(""))) {
+      QUILLON_SKIP("/dev/shm is no second file system to write to");
+    }
+  }
+  void TearDown() override {
+    if (!elsewhere_.empty()) {
+      std::filesystem::remove_all(elsewhere_);
+    }
+  }
+  std::string there(const std::string& name) const { return elsewhere_ + "/" + name; }
+
+  // What a move says before it copies.
+  std::string cannotRename(const std::string& path) const {
+    return "6 Cannot move file: " + path +
+           ". Will copy/remove... with error [Invalid cross-device link]";
+  }
+
+ private:
+  static dev_t deviceOf(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? status.st_dev : 0;
+  }
+  std::string elsewhere_;
+};
+
+TEST_F(BetweenFileSystems, AMoveCopiesAndRemoves) {
+  const std::string content(200'000, 'x');
+  makeFile("from", content);
+  EXPECT_TRUE(moveFile(at("from"), there("to")));
+  EXPECT_EQ(contentOf(there("to")), content);
+  EXPECT_FALSE(isThere(at("from")));
+  EXPECT_EQ(platform().lines(), Texts{cannotRename(at("from"))});
+}
+
+TEST_F(BetweenFileSystems, ADirectoryCannotMove) {
+  makeFile("from/file", "x");
+  EXPECT_FALSE(moveFile(at("from"), there("to")));
+  ASSERT_EQ(platform().lines().size(), 2U);
+  EXPECT_EQ(platform().lines()[0], cannotRename(at("from")));
+  EXPECT_EQ(platform().lines()[1].rfind("6 Cannot copy file " + at("from") + " due to error [", 0),
+            0U);
+  EXPECT_EQ(contentOf(at("from/file")), "x");
+}
+
+TEST_F(BetweenFileSystems, ACopyReplacesContentAndCarriesTheMode) {
+  makeFile("from", "new");
+  chmod(at("from").c_str(), 0700);
+  EXPECT_TRUE(copyFile(at("from"), there("to")));
+  EXPECT_EQ(contentOf(there("to")), "new");
+  EXPECT_EQ(std::filesystem::status(there("to")).permissions(), std::filesystem::perms::owner_all);
+  makeFile("from", "n");
+  EXPECT_TRUE(copyFile(at("from"), there("to")));
+  EXPECT_EQ(contentOf(there("to")), "n");
+  EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(BetweenFileSystems, ADirectoryIsCopied) {
+  makeFile("from/nested/file", "x");
+  makeLink("from/link", "nested");
+  EXPECT_TRUE(copyDir(at("from"), there("to"), FS_COMMIT_COPY_FILE));
+  EXPECT_EQ(contentOf(there("to/nested/file")), "x");
+  EXPECT_EQ(std::filesystem::read_symlink(there("to/link")), "nested");
+  EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(Files, CopiesOverAnExistingFile) {
+  makeFile("to", "a longer old content");
+  EXPECT_TRUE(copyFile(makeFile("from", "new"), at("to")));
+  EXPECT_EQ(contentOf(at("to")), "new");
+  EXPECT_EQ(contentOf(at("from")), "new");
+  EXPECT_FALSE(copyFile(at("missing"), at("to")));
+  EXPECT_EQ(contentOf(at("to")), "new");
+  EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(Files, SaysWhyACopyFailed) {
+  EXPECT_FALSE(copyFile(makeFile("from"), at("missing/to")));
+  EXPECT_EQ(platform().lines(),
+            Texts{"6 copy file " + at("from") + " due to error [No such file or directory]"});
+}
+
+TEST_F(Files, CreatesADirectoryWithItsParents) {
+  EXPECT_TRUE(createDir(at("a/b/c")));
+  EXPECT_TRUE(std::filesystem::is_directory(at("a/b/c")));
+  EXPECT_TRUE(createDir(at("a/b/c")));
+  EXPECT_TRUE(createDir(makeFile("file")));
+  EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(Files, SaysWhichDirectoryItCannotCreate) {
+  const std::string below = makeFile("file") + "/below";
+  EXPECT_FALSE(createDir(below));
+  EXPECT_EQ(platform().lines(), Texts{"6 Failed to create directory: " + below});
+}
+
+TEST_F(Files, SizeFollowsLinks) {
+  makeFile("file", "12345");
+  EXPECT_EQ(getFileSize(makeLink("link", "file")), 5U);
+  EXPECT_EQ(getFileSize(at("missing")), 0U);
+}
+
+}  // namespace

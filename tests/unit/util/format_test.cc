@@ -1,0 +1,72 @@
+#include <gtest/gtest.h>
+#include <quillon_tv_plugin.h>
+
+#include <climits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "util/log/log.h"
+
+namespace {
+
+std::string format(const char* text, std::vector<const char*> args, int size) {
+  const std::unique_ptr<char[]> result(my_strinf_format(text, args.data(), size));
+  return result.get();
+}
+
+TEST(Format, ReplacesPlaceholdersByTheirArguments) {
+  EXPECT_EQ(format("a{0}b{1}", {"X", "YY"}, 100), "aXbYY");
+  EXPECT_EQ(format("{1}{0}", {"p", "q"}, 100), "qp");
+  EXPECT_EQ(format("{0}{0}", {"p"}, 100), "pp");
+  EXPECT_EQ(format("plain", {}, 100), "plain");
+  EXPECT_EQ(format("}a}", {}, 100), "}a}");
+}
+
+TEST(Format, IsEmptyWithoutFormatOrRoom) {
+  const char* const* nothing = nullptr;
+  EXPECT_EQ(
+      std::unique_ptr<char[]>(my_strinf_format("", const_cast<const char**>(nothing), 100))[0],
+      '\0');
+  for (const int size : {1, 0, -1, INT_MIN}) {
+    EXPECT_EQ(format("abc{0}", {"x"}, size), "") << size;
+  }
+}
+
+TEST(Format, StopsAtTheRoomBetweenSteps) {
+  EXPECT_EQ(format("abcdef", {}, 4), "abc");
+  EXPECT_EQ(format("abcdef", {}, 2), "a");
+  EXPECT_EQ(format("abcdef", {}, 7), "abcdef");
+}
+
+TEST(Format, CopiesAnArgumentWholeBeyondTheRoom) {
+  const std::string longText(5000, 'x');
+  EXPECT_EQ(format("a{0}bc", {longText.c_str()}, 4), "a" + longText);
+  EXPECT_EQ(format("abc{0}", {longText.c_str()}, 4), "abc");
+}
+
+TEST(Format, PlaceholderWithoutClosingBraceEndsTheWalk) {
+  EXPECT_EQ(format("ab{0", {"x"}, 100), "ab");
+  EXPECT_EQ(format("{", {"x"}, 100), "");
+}
+
+TEST(Format, IndexIsReadAsANumberInBaseTen) {
+  EXPECT_EQ(format("{01}", {"p", "q"}, 100), "q");
+  EXPECT_EQ(format("{ 1x}", {"p", "q"}, 100), "q");
+  EXPECT_EQ(format("{}{x}", {"p"}, 100), "pp");
+}
+
+TEST(Format, StaysWithinItsBuffersWhateverTheIndex) {
+  EXPECT_EQ(format("a{-1}b", {"x"}, 100), "ab");
+  EXPECT_EQ(format("a{99999999999999999999999999999999999999999999999}b", {"x"}, 100), "ab");
+  EXPECT_EQ(format(("{" + std::string(29, '0') + "1}").c_str(), {"p", "q"}, 100), "p");
+  EXPECT_EQ(format(("{" + std::string(4000, '0') + "}").c_str(), {"p"}, 100), "p");
+}
+
+TEST(Format, ExportedTwinGivesTheSame) {
+  const char* args[] = {"X", "YY"};
+  const std::unique_ptr<char[]> result(string_format_test("a{0}b{1}", args, 100));
+  EXPECT_STREQ(result.get(), "aXbYY");
+}
+
+}  // namespace
