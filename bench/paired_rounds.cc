@@ -1,13 +1,11 @@
 #include "bench/paired_rounds.h"
 
-#include <sys/utsname.h>
-
 #include <algorithm>
 #include <chrono>
 #include <random>
-#include <string>
-#include <thread>
 #include <vector>
+
+#include "bench/ratio_table.h"
 
 namespace quillon::bench {
 namespace {
@@ -62,18 +60,12 @@ void runPaired(benchmark::State& state, const std::function<void()>& measured,
 }
 
 int runAll(int argc, char** argv) {
-  utsname system{};
-  uname(&system);
-  benchmark::AddCustomContext("cores", std::to_string(std::thread::hardware_concurrency()));
-  benchmark::AddCustomContext("kernel", std::string(system.sysname) + " " + system.release);
-#ifndef NDEBUG
-  benchmark::AddCustomContext("warning", "assertions are on; measure a release build");
-#endif
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return 1;
   }
-  benchmark::RunSpecifiedBenchmarks();
+  RatioTable table;
+  benchmark::RunSpecifiedBenchmarks(&table);
   benchmark::Shutdown();
   return 0;
 }
