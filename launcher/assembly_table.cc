@@ -74,10 +74,10 @@ std::string simpleNameOf(std::string_view path) {
 
 void AssemblyTable::addTrusted(const std::vector<std::string>& paths) {
   trusted_.reserve(trusted_.size() + paths.size());
-  for (const std::string& path : paths) addTrusted(path);
+  for (const std::string& path : paths) addOneTrusted(path);
 }
 
-void AssemblyTable::addTrusted(const std::string& path) {
+void AssemblyTable::addOneTrusted(const std::string& path) {
   const std::string name = simpleNameOf(path);
   if (path.front() != '/') {
     rejections_.push_back({path, "the path is relative"});

@@ -47,7 +47,7 @@ class AssemblyTable {
   const std::vector<Rejection>& rejections() const { return rejections_; }
 
  private:
-  void addTrusted(const std::string& path);
+  void addOneTrusted(const std::string& path);
   void settle(size_t index, const std::string& name, const std::string& path);
   void addFile(const std::string& path, const std::string& realPath);
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <filesystem>
 
+#include "launcher/assembly_image.h"
 #include "launcher/path_list.h"
 
 namespace quillon::launcher {
@@ -32,6 +33,12 @@ bool hasPrivilege(const workstation::Package& package) {
 bool isAllowed(const std::string& path) {
   return std::any_of(kAllowedPrefixes.begin(), kAllowedPrefixes.end(),
                      [&](std::string_view prefix) { return path.rfind(prefix, 0) == 0; });
+}
+
+Failure noAssembly(const LaunchTarget& target) {
+  return {"the assembly '" + target.assembly + "' of application '" + target.application.id +
+              "' does not exist in the device root",
+          "build and install package '" + target.package.id + "' again, or name it: --path"};
 }
 
 Failure privilegeMissing(const LaunchTarget& target) {
@@ -89,11 +96,11 @@ Launched<LaunchTarget> findTarget(const LaunchOptions& options) {
 
 Launched<void> requireAssembly(const LaunchTarget& target) {
   std::error_code ignored;
-  if (fs::is_regular_file(target.assembly, ignored)) return {};
-  return stop(kNoAssembly,
-              {"the assembly '" + target.assembly + "' of application '" + target.application.id +
-                   "' does not exist in the device root",
-               "build and install package '" + target.package.id + "' again, or name it: --path"});
+  if (!fs::is_regular_file(target.assembly, ignored)) return stop(kNoAssembly, noAssembly(target));
+  if (auto usable = requireExecutableAssembly(target.assembly); !usable) {
+    return stop(kNotExecutable, usable.error());
+  }
+  return {};
 }
 
 std::vector<LaunchFailure> predictRefusals(const LaunchTarget& target) {

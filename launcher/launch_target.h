@@ -43,10 +43,10 @@ struct LaunchTarget {
 [[nodiscard]] Launched<LaunchTarget> findTarget(const LaunchOptions& options);
 
 // Why the launch of a target cannot come to its application, in the order in which a launch would
-// meet it: a missing assembly, a missing privilege, a path outside the allowed folders.
+// meet it: a missing or unusable assembly, a missing privilege, a path outside the allowed folders.
 std::vector<LaunchFailure> predictRefusals(const LaunchTarget& target);
 
-// kNoAssembly where the assembly is missing.
+// kNoAssembly where the assembly is missing, kNotExecutable where it is none or has no entry point.
 [[nodiscard]] Launched<void> requireAssembly(const LaunchTarget& target);
 
 // Packages whose DPC directory the application requires, in order; empty pieces left out.

@@ -10,6 +10,7 @@ namespace quillon::launcher {
 namespace {
 
 constexpr char kLibrary[] = "libcoreclr.so";
+constexpr char kCompiler[] = "libclrjit.so";
 constexpr char kRemedy[] =
     "the framework folder is damaged or of another machine: make the device root again with a "
     "working .NET runtime (quillon device init)";
@@ -55,7 +56,9 @@ Expected<Runtime> Runtime::load(const std::filesystem::path& framework) {
   Runtime runtime;
   runtime.library_ = framework / kLibrary;
   void* const library = dlopen(runtime.library_.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) {
+  // The runtime loads its compiler by itself, and aborts without naming it where it cannot.
+  if (library == nullptr ||
+      dlopen((framework / kCompiler).c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
     return fail(std::string("cannot load the runtime: ") + dlerror(), kRemedy);
   }
   const bool complete = find(library, "coreclr_initialize", runtime.initialize_) &&

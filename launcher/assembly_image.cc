@@ -1,0 +1,109 @@
+#include "launcher/assembly_image.h"
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+
+namespace quillon::launcher {
+namespace {
+
+constexpr std::string_view kNoImage = "it is not an assembly";
+constexpr std::string_view kNative = "it holds native code, not an assembly";
+constexpr std::string_view kNoEntryPoint = "it has no entry point";
+
+// Offsets and sizes of ECMA-335 II.25.2 and II.25.3.
+constexpr size_t kPeOffsetField = 0x3c;
+constexpr std::string_view kDosSignature = "MZ";
+constexpr std::string_view kPeSignature{"PE\0\0", 4};
+constexpr size_t kSectionCountField = 6;
+constexpr size_t kOptionalSizeField = 20;
+constexpr size_t kOptionalHeader = 24;
+constexpr uint16_t kPe32Plus = 0x20b;
+constexpr size_t kDirectories32 = 96;
+constexpr size_t kDirectories64 = 112;
+constexpr size_t kCliDirectory = 14;
+constexpr size_t kDirectorySize = 8;
+constexpr size_t kSectionSize = 40;
+constexpr size_t kCliFlags = 16;
+constexpr size_t kCliEntryPoint = 20;
+constexpr uint32_t kNativeEntryPoint = 0x10;
+
+// Little-endian numbers at offsets that may lie anywhere.
+class Bytes {
+ public:
+  explicit Bytes(std::string_view bytes) : bytes_(bytes) {}
+
+  template <typename Number>
+  std::optional<Number> at(size_t offset) const {
+    if (offset > bytes_.size() || bytes_.size() - offset < sizeof(Number)) return std::nullopt;
+    Number number = 0;
+    for (size_t i = sizeof(Number); i > 0; --i) {
+      number =
+          static_cast<Number>(number << 8 | static_cast<unsigned char>(bytes_[offset + i - 1]));
+    }
+    return number;
+  }
+
+  bool holds(size_t offset, std::string_view text) const {
+    return offset <= bytes_.size() && bytes_.substr(offset, text.size()) == text;
+  }
+
+ private:
+  std::string_view bytes_;
+};
+
+// Where the section table places an address of the loaded image.
+std::optional<size_t> offsetOf(const Bytes& image, size_t pe, uint32_t address) {
+  const size_t sections =
+      pe + kOptionalHeader + image.at<uint16_t>(pe + kOptionalSizeField).value_or(0);
+  const size_t count = image.at<uint16_t>(pe + kSectionCountField).value_or(0);
+  for (size_t i = 0; i < count; ++i) {
+    const size_t section = sections + i * kSectionSize;
+    const auto start = image.at<uint32_t>(section + 12);
+    const auto size = image.at<uint32_t>(section + 16);
+    const auto offset = image.at<uint32_t>(section + 20);
+    if (!start || !size || !offset) return std::nullopt;
+    if (address >= *start && address - *start < *size) return size_t{*offset} + (address - *start);
+  }
+  return std::nullopt;
+}
+
+// The offset of the CLI header; empty where the image has none.
+std::optional<size_t> cliHeader(const Bytes& image, size_t pe) {
+  const auto magic = image.at<uint16_t>(pe + kOptionalHeader);
+  if (!magic) return std::nullopt;
+  const size_t directories = *magic == kPe32Plus ? kDirectories64 : kDirectories32;
+  const auto address =
+      image.at<uint32_t>(pe + kOptionalHeader + directories + kCliDirectory * kDirectorySize);
+  if (!address || *address == 0) return std::nullopt;
+  return offsetOf(image, pe, *address);
+}
+
+}  // namespace
+
+std::string_view wrongWithImage(std::string_view text) {
+  const Bytes image(text);
+  const auto pe = image.at<uint32_t>(kPeOffsetField);
+  if (!image.holds(0, kDosSignature) || !pe || !image.holds(*pe, kPeSignature)) return kNoImage;
+  const auto header = cliHeader(image, *pe);
+  if (!header) return kNative;
+  const auto flags = image.at<uint32_t>(*header + kCliFlags);
+  const auto entryPoint = image.at<uint32_t>(*header + kCliEntryPoint);
+  if (!flags || !entryPoint) return kNoImage;
+  if ((*flags & kNativeEntryPoint) != 0) return kNative;
+  return *entryPoint == 0 ? kNoEntryPoint : std::string_view();
+}
+
+Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  const std::string image{std::istreambuf_iterator<char>(stream), {}};
+  const std::string_view wrong = stream.is_open() ? wrongWithImage(image) : "it cannot be read";
+  if (wrong.empty()) return {};
+  return fail("the runtime cannot run '" + file.string() + "': " + std::string(wrong),
+              "name an assembly built as an application (OutputType Exe)");
+}
+
+}  // namespace quillon::launcher

@@ -1,0 +1,86 @@
+#include "launcher/assembly_image.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+
+namespace quillon::launcher {
+namespace {
+
+using ::testing::HasSubstr;
+
+void put(std::string& image, size_t offset, unsigned long number, int size) {
+  for (int i = 0; i < size; ++i) image[offset + i] = static_cast<char>(number >> (8 * i));
+}
+
+// The least image that the check looks at: one section, which holds the CLI header.
+std::string image(unsigned long entryPoint, unsigned long flags = 1, bool is64 = false) {
+  constexpr size_t kPe = 0x80;
+  constexpr size_t kOptionalSize = 0xf0;
+  constexpr size_t kData = 0x200;
+  std::string bytes(0x300, '\0');
+  bytes.replace(0, 2, "MZ");
+  put(bytes, 0x3c, kPe, 4);
+  bytes.replace(kPe, 2, "PE");
+  put(bytes, kPe + 6, 1, 2);
+  put(bytes, kPe + 20, kOptionalSize, 2);
+  put(bytes, kPe + 24, is64 ? 0x20b : 0x10b, 2);
+  put(bytes, kPe + 24 + (is64 ? 112 : 96) + 14 * 8, 0x2008, 4);
+  const size_t section = kPe + 24 + kOptionalSize;
+  put(bytes, section + 12, 0x2000, 4);
+  put(bytes, section + 16, 0x100, 4);
+  put(bytes, section + 20, kData, 4);
+  put(bytes, kData + 8 + 16, flags, 4);
+  put(bytes, kData + 8 + 20, entryPoint, 4);
+  return bytes;
+}
+
+TEST(AssemblyImage, IsExecutableWithAManagedEntryPoint) {
+  EXPECT_EQ(wrongWithImage(image(0x06000001)), "");
+  EXPECT_EQ(wrongWithImage(image(0x06000001, 1, true)), "");
+}
+
+TEST(AssemblyImage, NeedsAnEntryPoint) {
+  EXPECT_EQ(wrongWithImage(image(0)), "it has no entry point");
+}
+
+TEST(AssemblyImage, MayNotBeNative) {
+  EXPECT_EQ(wrongWithImage(image(0x06000001, 0x10)), "it holds native code, not an assembly");
+  std::string noCli = image(0x06000001);
+  put(noCli, 0x80 + 24 + 96 + 14 * 8, 0, 4);
+  EXPECT_EQ(wrongWithImage(noCli), "it holds native code, not an assembly");
+}
+
+TEST(AssemblyImage, IsNoneForOtherBytes) {
+  EXPECT_EQ(wrongWithImage(""), "it is not an assembly");
+  EXPECT_EQ(wrongWithImage("MZ"), "it is not an assembly");
+  EXPECT_EQ(wrongWithImage("\x7f"
+                           "ELF and what follows it, for some bytes more than sixty-four of them"),
+            "it is not an assembly");
+}
+
+TEST(AssemblyImage, CutShortAnywhereIsRefused) {
+  const std::string whole = image(0x06000001);
+  constexpr size_t kEndOfEntryPoint = 0x200 + 8 + 24;
+  for (size_t size = 0; size < kEndOfEntryPoint; ++size) {
+    EXPECT_NE(wrongWithImage(std::string(whole, 0, size)), "") << size;
+  }
+}
+
+TEST(AssemblyImage, WithWildNumbersIsReadWithinItsBounds) {
+  const std::string whole = image(0x06000001);
+  for (size_t at = 0; at + 4 <= whole.size(); ++at) {
+    std::string wild = whole;
+    put(wild, at, 0xffffffff, 4);
+    (void)wrongWithImage(wild);  // under the address sanitizer, a read outside fails here
+  }
+}
+
+TEST(AssemblyImage, ThatCannotBeReadIsNamed) {
+  const auto checked = requireExecutableAssembly("/nonexistent/App.dll");
+  ASSERT_FALSE(checked.has_value());
+  EXPECT_THAT(checked.error().what, HasSubstr("'/nonexistent/App.dll': it cannot be read"));
+}
+
+}  // namespace
+}  // namespace quillon::launcher

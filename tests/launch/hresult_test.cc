@@ -1,0 +1,19 @@
+#include "launcher/hresult.h"
+
+#include <gtest/gtest.h>
+
+namespace quillon::launcher {
+namespace {
+
+TEST(Hresult, IsNeverABareNumberWhereItsMeaningIsKnown) {
+  EXPECT_EQ(describeHresult(static_cast<int>(0x80070002)), "0x80070002 (file not found)");
+  EXPECT_EQ(describeHresult(static_cast<int>(0x80004005)),
+            "0x80004005 (the runtime gave no further cause)");
+}
+
+TEST(Hresult, KeepsANumberThatIsUnknown) {
+  EXPECT_EQ(describeHresult(static_cast<int>(0x87654321)), "0x87654321");
+}
+
+}  // namespace
+}  // namespace quillon::launcher

@@ -1,0 +1,168 @@
+// Launches of the sample application through the built plug-in, to its end.
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/launch/sample_device.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+
+class Launch : public RuntimeTest {
+ protected:
+  void SetUp() override {
+    RuntimeTest::SetUp();
+    if (!IsSkipped()) makeDevice();
+  }
+};
+
+// "name: value" of the sample's output; "(no such line)" where it printed none.
+std::string valueOf(const Ending& ending, const std::string& name) {
+  const std::string start = "\n" + name + ": ";
+  const std::string text = "\n" + ending.out;
+  const size_t found = text.find(start);
+  if (found == std::string::npos) return "(no such line)";
+  const size_t begin = found + start.size();
+  return text.substr(begin, text.find('\n', begin) - begin);
+}
+
+size_t count(const std::string& text, const std::string& part) {
+  size_t times = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++times;
+  return times;
+}
+
+TEST_F(Launch, LoadsEachAssemblyFromTheDevicePathItBelongsTo) {
+  const Ending ending = launch({kClock});
+  EXPECT_EQ(ending.status, 0) << ending.err;
+  EXPECT_EQ(valueOf(ending, "assembly System.Private.CoreLib"),
+            "/usr/share/dotnet.velora/netcoreapp/System.Private.CoreLib.dll");
+  EXPECT_EQ(valueOf(ending, "assembly System.Runtime"),
+            "/usr/share/dotnet.velora/netcoreapp/System.Runtime.dll");
+  EXPECT_EQ(valueOf(ending, "assembly SampleClock"),
+            "/opt/usr/apps/org.velora.sample.clock/bin/SampleClock.dll");
+  EXPECT_EQ(valueOf(ending, "assembly Velora.Sample.Calendar"),
+            "/opt/usr/apps/org.velora.sample.calendar/shared/res/Velora.Sample.Calendar.dll");
+  EXPECT_THAT(valueOf(ending, "assembly Velora.Sample.Moon"),
+              MatchesRegex("/proc/self/fd/[0-9]+/Velora.Sample.Moon.dll"));
+}
+
+TEST_F(Launch, NamesTheProcessAfterTheApplication) {
+  const Ending ending = launch({kClock});
+  EXPECT_EQ(valueOf(ending, "application"), kClock);
+  EXPECT_EQ(valueOf(ending, "process name"), "DN_sample.clock");
+}
+
+TEST_F(Launch, TakesTheTrustedListFromTheCacheTheSecondTime) {
+  const auto log = [&](const char* name) { return fresh(name).string(); };
+  ASSERT_EQ(launch({kClock}, {"QUILLON_LOG=json:" + log("first")}).status, 0);
+  ASSERT_EQ(launch({kClock}, {"QUILLON_LOG=json:" + log("second")}).status, 0);
+  EXPECT_THAT(contentOf(log("first")), HasSubstr("[quillon-tv-plugin] Get TPA by searching."));
+  EXPECT_THAT(contentOf(log("first")), Not(HasSubstr("Get TPA by cache file")));
+  EXPECT_THAT(contentOf(log("second")), HasSubstr("[quillon-tv-plugin] Get TPA by cache file"));
+  EXPECT_THAT(contentOf(log("second")), Not(HasSubstr("Get TPA by searching.")));
+}
+
+TEST_F(Launch, EndsWithTheApplicationsExitStatus) {
+  EXPECT_EQ(launch({kClock, "--", "--exit", "7"}).status, 7);
+  EXPECT_EQ(launch({kClock, "--", "--exit", "0"}).status, 0);
+  EXPECT_EQ(launch({kClock, "--", "--exit", "9", "--exit-at-once"}).status, 9);
+}
+
+TEST_F(Launch, SaysNothingOfItsOwnWhenAllIsWell) {
+  EXPECT_EQ(launch({kClock, "--", "--exit", "9", "--exit-at-once"}).err, "");
+  EXPECT_EQ(launch({kClock}).err, "");
+}
+
+TEST_F(Launch, PassesArgumentsUntouched) {
+  const Ending ending = launch({kClock, "--", "--plan", "[x,y]", "--", "--json", "\u00e4"});
+  EXPECT_EQ(valueOf(ending, "arguments"), "--plan [x,y] -- --json \u00e4");
+}
+
+TEST_F(Launch, FindsSatelliteResources) {
+  EXPECT_EQ(valueOf(launch({kClock}), "greeting"), "Good day");
+  const Ending french = launch({kClock, "--", "--culture", "fr"});
+  EXPECT_EQ(valueOf(french, "greeting"), "Bonjour");
+  EXPECT_EQ(valueOf(french, "assembly SampleClock.resources"),
+            "/opt/usr/apps/org.velora.sample.clock/bin/fr/SampleClock.resources.dll");
+  EXPECT_EQ(valueOf(launch({kClock, "--", "--culture", "de"}), "greeting"), "Guten Tag");
+}
+
+TEST_F(Launch, PassesTheApplicationsOwnSettingsOn) {
+  const Ending ending = launch({kClock, "--", "--property", "Velora.Sample.Clock.Face"});
+  EXPECT_EQ(valueOf(ending, "property Velora.Sample.Clock.Face"), "round");
+}
+
+TEST_F(Launch, TellsTheApplicationItsBaseDirectory) {
+  EXPECT_EQ(valueOf(launch({kClock}), "base directory"),
+            "/opt/usr/apps/org.velora.sample.clock/bin/");
+}
+
+TEST_F(Launch, PreparesTheProcessOnlyWhenAsked) {
+  const std::string preload = "assembly Preload";
+  EXPECT_EQ(valueOf(launch({kClock}), preload), "(no such line)");
+  const Ending prepared = launch({kClock, "--preload", "--", "--exit", "5"});
+  EXPECT_EQ(prepared.status, 5);
+  EXPECT_EQ(valueOf(prepared, preload), "/usr/share/dotnet.velora/framework/Preload.dll");
+}
+
+TEST_F(Launch, EndsWithSigabrtOnAnExceptionNobodyCatches) {
+  const Ending ending = launch({kClock, "--", "--throw"});
+  EXPECT_EQ(ending.status, 128 + SIGABRT);
+  EXPECT_THAT(ending.err, HasSubstr("System.InvalidOperationException: asked to fail"));
+}
+
+TEST_F(Launch, LoadsOnePathForANameThatTwoFilesHave) {
+  const fs::path calendar =
+      at("/opt/usr/apps/org.velora.sample.calendar/shared/res/Velora.Sample.Calendar.dll");
+  fs::copy(calendar, at("/usr/share/dotnet.velora/framework/velora.sample.calendar.dll"));
+  fs::copy(calendar, at("/opt/usr/apps/org.velora.sample.clock/bin/Velora.Sample.Calendar.dll"));
+  const Ending ending = launch({kClock});
+  EXPECT_EQ(ending.status, 0) << ending.err;
+  EXPECT_EQ(valueOf(ending, "assembly Velora.Sample.Calendar"),
+            "/usr/share/dotnet.velora/framework/velora.sample.calendar.dll");
+  EXPECT_EQ(count(ending.out, "assembly Velora.Sample.Calendar:"), 1u);
+
+  const auto plan = nlohmann::json::parse(launch({kClock, "--plan", "--json"}).out);
+  std::vector<std::string> losers;
+  for (const auto& shadow : plan["shadowed"]) {
+    EXPECT_EQ(shadow["lostTo"], "/usr/share/dotnet.velora/framework/velora.sample.calendar.dll");
+    losers.push_back(shadow["path"]);
+  }
+  EXPECT_THAT(losers,
+              ::testing::UnorderedElementsAre(
+                  "/opt/usr/apps/org.velora.sample.calendar/shared/res/Velora.Sample.Calendar.dll",
+                  "/opt/usr/apps/org.velora.sample.clock/bin/Velora.Sample.Calendar.dll"));
+}
+
+TEST_F(Launch, LeavesOutWhatWouldMakeTheRuntimeRefuseTheWholeList) {
+  // A native image to the plug-in, by its name, and nothing that the runtime takes.
+  write(at("/usr/share/dotnet.velora/framework/odd.ni.abc"), "");
+  const Ending ending = launch({kClock, "--", "--exit", "4"});
+  EXPECT_EQ(ending.status, 4) << ending.err;
+  const auto plan = nlohmann::json::parse(launch({kClock, "--plan", "--json"}).out);
+  EXPECT_EQ(plan["leftOut"][0]["path"], "/usr/share/dotnet.velora/framework/odd.ni.abc");
+}
+
+TEST_F(Launch, GoesOnWithoutAPackageThatIsRequiredAndMissing) {
+  fs::remove_all(at("/opt/usr/apps/org.velora.sample.moon/shared"));
+  const Ending ending = launch({kClock, "--", "--exit", "6"});
+  EXPECT_EQ(ending.status, 6);
+  EXPECT_THAT(valueOf(ending, "age of the moon"), HasSubstr("unavailable"));
+}
+
+TEST_F(Launch, ShowsThePlanBeforeLaunchingWhenVerbose) {
+  const Ending ending = launch({kClock, "--verbose", "--", "--exit", "2"});
+  EXPECT_EQ(ending.status, 2);
+  EXPECT_THAT(ending.err, HasSubstr("plugin_set_coreclr_info()"));
+  EXPECT_THAT(ending.out, Not(HasSubstr("plugin_set_coreclr_info()")));
+}
+
+}  // namespace
+}  // namespace quillon::test

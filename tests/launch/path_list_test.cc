@@ -1,0 +1,42 @@
+#include "launcher/path_list.h"
+
+#include <gmock/gmock.h>
+
+namespace quillon::launcher {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+TEST(PathList, SplitsWithoutEmptyPieces) {
+  EXPECT_THAT(splitList(":/a::/b:"), ElementsAre("/a", "/b"));
+  EXPECT_THAT(splitList(""), IsEmpty());
+  EXPECT_THAT(splitList("::"), IsEmpty());
+  EXPECT_THAT(splitList("/a"), ElementsAre("/a"));
+}
+
+TEST(PathList, JoinsWithoutSeparatorsAtTheEnds) {
+  EXPECT_EQ(joinList({"/a", "/b"}), "/a:/b");
+  EXPECT_EQ(joinList({}), "");
+}
+
+TEST(PathList, KnowsPathsThatCannotBeJoined) {
+  EXPECT_TRUE(holdsSeparator("/a:b"));
+  EXPECT_FALSE(holdsSeparator("/a b"));
+}
+
+TEST(DirectoryList, KeepsTheFirstOfEachDirectoryInOrder) {
+  DirectoryList list;
+  list.addAll({"/b/", "/a", "/b", "/a/", "/a//", "/"});
+  EXPECT_THAT(list.entries(), ElementsAre("/b/", "/a", "/"));
+}
+
+TEST(DirectoryList, LeavesOutEmptyAndRelativeEntries) {
+  DirectoryList list;
+  list.addAll({"", "a/b", "/c"});
+  EXPECT_THAT(list.entries(), ElementsAre("/c"));
+  EXPECT_THAT(list.ignored(), ElementsAre("a/b"));
+}
+
+}  // namespace
+}  // namespace quillon::launcher

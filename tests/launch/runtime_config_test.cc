@@ -1,0 +1,78 @@
+#include "launcher/runtime_config.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+
+#include "tests/support/temporary_directory.h"
+
+namespace quillon::launcher {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+
+class RuntimeConfigFile : public ::testing::Test {
+ protected:
+  Expected<RuntimeConfig> read(const std::string& text) const {
+    std::ofstream(directory_.path() / "App.runtimeconfig.json") << text;
+    return readRuntimeConfig(directory_.path() / "App.dll");
+  }
+  std::string version(const std::string& deps) const {
+    std::ofstream(directory_.path() / "Microsoft.NETCore.App.deps.json") << deps;
+    return frameworkVersionOf(directory_.path());
+  }
+  test::TemporaryDirectory directory_;
+};
+
+TEST_F(RuntimeConfigFile, GivesPropertiesAsTextsInOrder) {
+  const auto config = read(R"({"runtimeOptions": {"configProperties": {
+      "b": true, "a": "text", "n": 12 /* a comment */ }}})");
+  ASSERT_TRUE(config.has_value());
+  EXPECT_THAT(config->properties,
+              ElementsAre(Pair("b", "true"), Pair("a", "text"), Pair("n", "12")));
+}
+
+TEST_F(RuntimeConfigFile, TellsTheWantedVersionInBothForms) {
+  EXPECT_EQ(read(R"({"runtimeOptions": {"framework":
+                 {"name": "Microsoft.NETCore.App", "version": "8.0.1"}}})")
+                ->frameworkVersion,
+            "8.0.1");
+  EXPECT_EQ(read(R"({"runtimeOptions": {"frameworks": [{"name": "Other", "version": "1"},
+                 {"name": "Microsoft.NETCore.App", "version": "9.0.0"}]}})")
+                ->frameworkVersion,
+            "9.0.0");
+}
+
+TEST_F(RuntimeConfigFile, MayBeMissingOrSayNothing) {
+  EXPECT_THAT(readRuntimeConfig(directory_.path() / "None.dll")->properties, IsEmpty());
+  for (const char* text : {"{}", R"({"runtimeOptions": 1})",
+                           R"({"runtimeOptions": {"framework": {"name": 3}, "frameworks": 4}})"}) {
+    const auto config = read(text);
+    ASSERT_TRUE(config.has_value()) << text;
+    EXPECT_EQ(config->frameworkVersion, "") << text;
+  }
+}
+
+TEST_F(RuntimeConfigFile, IsNamedWhenItIsNoJson) {
+  for (const char* text : {"", "{", "[]", "\xff"}) {
+    const auto config = read(text);
+    ASSERT_FALSE(config.has_value()) << text;
+    EXPECT_THAT(config.error().what, HasSubstr("App.runtimeconfig.json"));
+  }
+}
+
+TEST_F(RuntimeConfigFile, LeavesTheFrameworksVersionToItsDependencyFile) {
+  EXPECT_EQ(version(R"({"targets": {".NETCoreApp,Version=v10.0": {},
+                ".NETCoreApp,Version=v10.0/linux-x64":
+                {"Microsoft.NETCore.App.Runtime.linux-x64/10.0.12": {}}}})"),
+            "10.0.12");
+  EXPECT_EQ(version("{}"), "");
+  EXPECT_EQ(version("no json"), "");
+  EXPECT_EQ(frameworkVersionOf("/nonexistent"), "");
+}
+
+}  // namespace
+}  // namespace quillon::launcher

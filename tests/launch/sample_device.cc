@@ -1,0 +1,138 @@
+#include "tests/launch/sample_device.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "tests/support/skip.h"
+#include "tools/device/device_root.h"
+#include "tools/runtime/runtime_lookup.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kBuild = QUILLON_BUILD_DIRECTORY;
+const fs::path kQuillon = kBuild / "bin/quillon";
+const fs::path kMakeDevice = fs::path(QUILLON_SOURCE_DIRECTORY) / "scripts/make-sample-device";
+
+// The runtime handles SIGSEGV itself and leaks what lives as long as the process.
+constexpr char kSanitizerOptions[] =
+    "ASAN_OPTIONS=handle_segv=0:handle_sigfpe=0:handle_abort=0:detect_leaks=0:use_sigaltstack=0:"
+    "allow_user_segv_handler=1";
+
+[[noreturn]] void become(const std::vector<std::string>& command,
+                         const std::vector<std::string>& environment, const fs::path& output) {
+  const int out = open((output / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  const int err = open((output / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  dup2(out, STDOUT_FILENO);
+  dup2(err, STDERR_FILENO);
+  close(out);
+  close(err);
+  putenv(const_cast<char*>(kSanitizerOptions));
+  for (const std::string& variable : environment) putenv(const_cast<char*>(variable.c_str()));
+  std::vector<char*> arguments;
+  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  execvp(arguments[0], arguments.data());
+  _exit(127);
+}
+
+int statusOf(pid_t child) {
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// Why no device root can be entered here; empty where one can.
+std::string whyNoDevice(const fs::path& root) {
+  const Ending made = run({kQuillon, "device", "init", "--framework", "none", root});
+  if (made.status != 0) return made.err;
+  const Ending entered = run({kQuillon, "device", "shell", root, "--", "true"});
+  return entered.status == 0 ? "" : entered.err;
+}
+
+}  // namespace
+
+Ending run(const std::vector<std::string>& command, const std::vector<std::string>& environment) {
+  const TemporaryDirectory output;
+  const pid_t child = fork();
+  if (child == 0) become(command, environment, output.path());
+  Ending ending;
+  ending.status = statusOf(child);
+  ending.out = contentOf(output.path() / "out");
+  ending.err = contentOf(output.path() / "err");
+  return ending;
+}
+
+std::string contentOf(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void write(const fs::path& file, const std::string& content) {
+  fs::create_directories(file.parent_path());
+  std::ofstream(file, std::ios::binary) << content;
+}
+
+void LaunchTest::SetUp() {
+  const std::string reason = whyNoDevice(directory_.path() / "probe");
+  if (!reason.empty()) QUILLON_SKIP("no device root can be entered: " << reason);
+}
+
+void LaunchTest::makeDevice(const std::string& framework) {
+  std::vector<std::string> command = {kMakeDevice, "--build", kBuild};
+  if (!framework.empty()) command.insert(command.end(), {"--framework", framework});
+  command.push_back(root_);
+  const Ending made = run(command);
+  ASSERT_EQ(made.status, 0) << made.out << made.err;
+}
+
+Ending LaunchTest::launch(const std::vector<std::string>& more,
+                          const std::vector<std::string>& environment) const {
+  std::vector<std::string> command = {kQuillon, "launch", "--device", root_};
+  command.insert(command.end(), more.begin(), more.end());
+  return run(command, environment);
+}
+
+fs::path LaunchTest::at(const std::string& devicePath) const {
+  return root_ / fs::path(devicePath).relative_path();
+}
+
+void LaunchTest::installClock(const std::string& manifest) {
+  const fs::path folder = fresh("manifest");
+  fs::create_directories(folder);
+  fs::copy(kBuild / "managed/packages" / kClock, folder / kClock,
+           fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+  write(folder / "clock.toml", manifest);
+  const Ending installed =
+      run({kQuillon, "package", "install", "--device", root_, folder / "clock.toml"});
+  ASSERT_EQ(installed.status, 0) << installed.err;
+}
+
+void RuntimeTest::SetUp() {
+  LaunchTest::SetUp();
+  if (IsSkipped() || HasFatalFailure()) return;
+  if (const auto framework = findFramework(); !framework) {
+    QUILLON_SKIP("no .NET runtime: " << framework.error().what);
+  }
+  if (!fs::exists(kBuild / "managed/Preload/Preload.dll")) {
+    QUILLON_SKIP("the managed samples are not built: no .NET SDK");
+  }
+}
+
+fs::path RuntimeTest::frameworkWithout(const std::string& file) const {
+  fs::path copy = fresh("framework");
+  fs::create_directory(copy);
+  for (const auto& entry : fs::directory_iterator(findFramework()->directory)) {
+    if (entry.path().filename() != file) fs::create_symlink(entry, copy / entry.path().filename());
+  }
+  return copy;
+}
+
+}  // namespace quillon::test
