@@ -1,0 +1,56 @@
+// Tests of code that goes to fixed device paths: the whole test program runs inside a device root
+// of its own (device_main.cc), over the platform in memory.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/recording_platform.h"
+#include "tests/support/skip.h"
+
+namespace quillon::test {
+
+// Why the process could not enter a device root; empty when it is in one.
+const std::string& whyOutside();
+
+// The content of the runtime flag file's read-only copy.
+inline constexpr char kDotnetFlag[] = "1\n";
+
+// Begins without any file in the folders that the tests write to, but for the flag file's writable
+// copy: so the caches are kept.
+class DeviceTest : public PlatformTest {
+ protected:
+  void SetUp() override {
+    PlatformTest::SetUp();
+    if (!whyOutside().empty()) {
+      QUILLON_SKIP("no device root: " << whyOutside());
+    }
+    for (const char* folder : {"/opt/usr", "/opt/data", "/opt/etc", "/usr/share/dotnet.velora"}) {
+      for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        std::filesystem::remove_all(entry.path());
+      }
+    }
+    std::filesystem::create_directories("/opt/usr/home/owner/share/dotnet");
+    makeFile("/opt/etc/dotnet_flag.ini", kDotnetFlag);
+  }
+
+  static void makeFile(const std::filesystem::path& path, const std::string& content = "") {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << content;
+  }
+
+  // Messages with a priority and without trace lines that begin with `start`.
+  static std::vector<std::string> linesThatBegin(const std::string& start) {
+    std::vector<std::string> result;
+    for (const std::string& line : platform().lines()) {
+      if (line.compare(0, start.size(), start) == 0) {
+        result.push_back(line);
+      }
+    }
+    return result;
+  }
+};
+
+}  // namespace quillon::test
