@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/skip.h"
 #include "tests/zone/zone_fixture.h"
 
 namespace quillon::test {
@@ -18,6 +20,9 @@ namespace {
 using ::testing::HasSubstr;
 
 namespace fs = std::filesystem;
+
+constexpr uid_t kOrdinaryUser = 65534;
+constexpr int kUnreachable = 96;
 
 class ZoneLibraryTest : public ZoneTest {
  protected:
@@ -116,6 +121,41 @@ TEST_F(ZoneLibraryTest, EnteringTwiceIsFine) {
               return enter(library) + enter(library);
             }).status,
             0);
+}
+
+// Without privileges a zone lives in a user namespace, which whoever enters it has to share.
+TEST_F(ZoneLibraryTest, AnOrdinaryUserEntersAZoneOfTheirOwn) {
+  if (::geteuid() != 0) return;  // every other test here shows it then
+  for (const auto& entry : fs::recursive_directory_iterator(root_)) {
+    ASSERT_EQ(::lchown(entry.path().c_str(), kOrdinaryUser, kOrdinaryUser), 0);
+  }
+  ASSERT_EQ(::chown(root_.c_str(), kOrdinaryUser, kOrdinaryUser), 0);
+  const Outcome outcome = inChild([&] {
+    if (::setgroups(0, nullptr) != 0 ||
+        ::setresgid(kOrdinaryUser, kOrdinaryUser, kOrdinaryUser) != 0 ||
+        ::setresuid(kOrdinaryUser, kOrdinaryUser, kOrdinaryUser) != 0) {
+      return 3;
+    }
+    // A process that was root keeps others from looking at it.
+    ::prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
+    if (::access(QUILLON_TOOL, X_OK) != 0) return kUnreachable;
+    std::cout << zone("start appzone").output << std::flush;  // once: children copy it
+    const std::string pid = std::to_string(holder());
+    std::cout << inDevice([&] {
+                   const ZoneLibrary library;
+                   std::cout << "entered: " << enter(library) << " "
+                             << (namespaceOf("self", "mnt") == namespaceOf(pid, "mnt")) << "\n";
+                   return 0;
+                 }).output;
+    std::cout << zone("stop appzone").output;
+    return 0;
+  });
+  if (outcome.status == kUnreachable) {
+    QUILLON_SKIP("an ordinary user cannot reach " << QUILLON_TOOL);
+  }
+  EXPECT_THAT(outcome.output, ::testing::MatchesRegex("zone appzone: runs, held by process [0-9]+\n"
+                                                      "entered: 0 1\n"
+                                                      "zone appzone: stopped\n"));
 }
 
 // The kernel itself would move half of such a process.
