@@ -35,7 +35,7 @@ TEST_F(DeviceCommand, TheStatusIsTheCommands) {
   EXPECT_EQ(shell("-- true").status, 0);
   EXPECT_EQ(shell("-- sh -c 'exit 7'").status, 7);
   EXPECT_EQ(shell("-- sh -c 'kill -TERM $$'").status, 128 + 15);
-  EXPECT_EQ(shell("-- no-such-command").status, 127);
+  EXPECT_EQ(shell("-- /no/such/command").status, 127);
   EXPECT_EQ(shell("-- /etc/passwd").status, 126);
 }
 
