@@ -97,8 +97,16 @@ void AssemblyTable::settle(size_t index, const std::string& name, const std::str
   std::string& chosen = trusted_[index];
   if (chosen == path) return;
   const bool change = displaces(path, chosen);
-  shadows_.push_back({name, change ? chosen : path, change ? path : chosen});
+  note({name, change ? chosen : path, change ? path : chosen});
   if (change) chosen = path;
+}
+
+// A shared folder is searched for trusted assemblies and stands in APP_PATHS too.
+void AssemblyTable::note(const Shadow& shadow) {
+  const bool isKnown = std::any_of(shadows_.begin(), shadows_.end(), [&](const Shadow& known) {
+    return known.loser == shadow.loser;
+  });
+  if (!isKnown) shadows_.push_back(shadow);
 }
 
 void AssemblyTable::addFolder(const std::string& directory, const std::string& shownAs) {
@@ -114,12 +122,12 @@ void AssemblyTable::addFile(const std::string& path, const std::string& realPath
   const auto trusted = trustedIndex_.find(key);
   if (trusted != trustedIndex_.end()) {
     const std::string& winner = trusted_[trusted->second];
-    if (realPathOf(winner) != realPath) shadows_.push_back({name, path, winner});
+    if (realPathOf(winner) != realPath) note({name, path, winner});
     return;
   }
   const auto [entry, isNew] = folderWinners_.emplace(key, Winner{path, realPath});
   if (!isNew && entry->second.realPath != realPath) {
-    shadows_.push_back({name, path, entry->second.path});
+    note({name, path, entry->second.path});
   }
 }
 

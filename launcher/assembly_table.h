@@ -49,6 +49,7 @@ class AssemblyTable {
  private:
   void addOneTrusted(const std::string& path);
   void settle(size_t index, const std::string& name, const std::string& path);
+  void note(const Shadow& shadow);
   void addFile(const std::string& path, const std::string& realPath);
 
   struct Winner {

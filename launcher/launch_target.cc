@@ -139,7 +139,7 @@ std::string remedyForRefusal(const std::string& message, const LaunchTarget& tar
   if (says("Not allowed App Path")) return allowedPathRemedy();
   if (says("wrong execPath"))
     return "the file '" + target.exec + "' does not exist: name another with --path";
-  if (says("Not in app zone")) return "make the device root's zone, see docs/exit-status.md";
+  if (says("Not in app zone")) return "start the zone: quillon zone start appzone --device DIR";
   return {};
 }
 

@@ -95,6 +95,16 @@ TEST_F(AssemblyFolders, ShowWhichFileLosesToAnEarlierFolder) {
   EXPECT_EQ(table.shadows()[1].winner, first);
 }
 
+TEST_F(AssemblyFolders, ShowAFileThatLostAlreadyOnce) {
+  const std::string winner = make("fw/A.dll");
+  const std::string loser = make("shared/A.dll");
+  AssemblyTable table;
+  table.addTrusted({winner, loser});
+  table.addFolder(folder("shared") + "/", folder("shared") + "/");
+  ASSERT_THAT(table.shadows(), SizeIs(1));
+  EXPECT_EQ(table.shadows()[0].loser, loser);
+}
+
 TEST_F(AssemblyFolders, AreNoRivalsOfThemselves) {
   const std::string path = make("1/A.dll");
   fs::create_symlink(folder("1"), folder("link"));

@@ -162,10 +162,12 @@ exec = "bin/SampleClock.dll"
 
 TEST_F(RuntimeExitStatus, IsAServiceFailureWhenNoDescriptorIsLeftForPlaceholders) {
   makeDevice();
-  const Ending ending = run({"sh", "-c",
-                             "ulimit -n 12; exec " + std::string(kQuillon) + " launch --device '" +
-                                 root().string() + "' " + kClock},
-                            {"QUILLON_LOG=none"});
+  // Inside beforehand, since entering takes descriptors too.
+  const std::string device = root().string();
+  const std::string script =
+      "ulimit -n 12; exec " + std::string(kQuillon) + " launch --device '" + device + "' " + kClock;
+  const Ending ending =
+      run({kQuillon, "device", "shell", device, "--", "sh", "-c", script}, {"QUILLON_LOG=none"});
   expectOneLine(ending, kServiceFailed, "Fail to open /proc/self", "ulimit -n");
 }
 
