@@ -55,7 +55,7 @@ void addDashedValue(Request& request, const std::vector<std::string>& unknown) {
   const bool isNumber = unknown.empty() || decimal(unknown[0]);
   if (values.size() != 1 || !isNumber) {
     endCommand(report({values.empty() ? "config set wants a VALUE"
-                                      : "config set does not know '" + values[0] + "'",
+                                      : "config set does not know '" + values.back() + "'",
                        "see quillon config set --help"},
                       kUsage));
   }
