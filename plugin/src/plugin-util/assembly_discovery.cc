@@ -1,4 +1,4 @@
-#include "plugin-util/assembly_discovery.h"
+#include "plugin/src/plugin-util/assembly_discovery.h"
 
 #include <array>
 #include <cstddef>

@@ -1,10 +1,10 @@
-#include "plugin-util/cache_invalidation.h"
+#include "plugin/src/plugin-util/cache_invalidation.h"
 
 #include <unistd.h>
 
 #include <string>
 
-#include "plugin-util/device_paths.h"
+#include "plugin/src/plugin-util/device_paths.h"
 #include "util/log/log.h"
 #include "util/zq_utils/cache_file.h"
 #include "util/zq_utils/files.h"

@@ -1,4 +1,4 @@
-#include "plugin-util/assembly_discovery.h"
+#include "plugin/src/plugin-util/assembly_discovery.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>

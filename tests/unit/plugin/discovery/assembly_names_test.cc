@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "plugin-util/assembly_discovery.h"
+#include "plugin/src/plugin-util/assembly_discovery.h"
 
 namespace {
 

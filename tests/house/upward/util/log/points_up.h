@@ -1,0 +1,3 @@
+#include <quillon_tv_plugin.h>
+
+#include "plugin-strategy.h"
