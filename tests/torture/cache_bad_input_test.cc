@@ -236,6 +236,18 @@ TEST_F(CacheOfAnotherUser, UnreadableFolderOfAssembliesIsLeftOut) {
   EXPECT_EQ(*launched.list, expected.substr(expected.find(device_paths::kReflectionEliminator)));
 }
 
+// A launch does not know that a folder was missed, so its list is cached like any other.
+TEST_F(CacheOfAnotherUser, ListWithoutAnUnreadableFolderIsServedUntilTheCacheIsRemoved) {
+  fs::permissions(device_paths::kCacheDirectory, fs::perms{0777});
+  fs::permissions(device_paths::kNetcoreapp, fs::perms::none);
+  const auto shortened = launchAsNobody().list;
+  fs::permissions(device_paths::kNetcoreapp, fs::perms{0755});
+  EXPECT_NE(shortened, expected);
+  EXPECT_EQ(launch().list, shortened);
+  fs::remove(cachePath());
+  EXPECT_EQ(launch().list, expected);
+}
+
 class AwkwardNames : public CacheBadInput {
  protected:
   void TearDown() override {

@@ -2,6 +2,7 @@
 //
 // QUILLON_TORTURE_SECONDS  how long; 10 where it is not set
 #include <gmock/gmock.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,7 +12,9 @@
 #include <iostream>
 #include <vector>
 
+#include "tests/torture/cache_calls.h"
 #include "tests/torture/device_main.h"
+#include "tests/torture/traced_process.h"
 
 namespace quillon::torture {
 namespace {
@@ -104,6 +107,32 @@ TEST_F(CacheConcurrency, NoLaunchEverGetsAWrongList) {
   EXPECT_EQ(writers.wrongLists, 0);
   EXPECT_EQ(readers.wrongLists, 0);
   EXPECT_EQ(launch().list, expected);
+}
+
+// Writers share a temporary name. Were a list written in parts, a file that one writer empties
+// between another's parts would have its end before its middle, and both marks around a hole.
+TEST_F(CacheConcurrency, OneWriteCarriesTheWholeList) {
+  CacheCalls calls;
+  std::vector<std::uint64_t> sizes;
+  const TraceResult traced = follow(
+      [] {
+        initializePlugin();
+        assemblyList();
+      },
+      {.atEntry =
+           [&](const SystemCall& call) {
+             if (call.number == SYS_write && calls.concerns(call)) {
+               sizes.push_back(call.arguments[2]);
+             }
+             return Verdict::run();
+           },
+       .atExit = [&](const SystemCall& call,
+                     std::int64_t result) { calls.returned(call, result); }});
+  if (!traced.allowed) {
+    QUILLON_SKIP(traced.reason);
+  }
+  // The list of shared folders first, which is empty here, then the list of assemblies.
+  EXPECT_THAT(sizes, testing::ElementsAre(whole("").size(), whole(expected).size()));
 }
 
 }  // namespace

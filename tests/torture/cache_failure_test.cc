@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <iostream>
 
 #include "tests/torture/cache_calls.h"
 #include "tests/torture/device_main.h"
@@ -79,7 +80,7 @@ class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int
         break;
       }
     }
-    RecordProperty("cache_calls", static_cast<int>(target - 1));
+    std::cout << "failed each of " << target - 1 << " calls on the cache files" << std::endl;
     EXPECT_GT(target, atLeast);
   }
 
