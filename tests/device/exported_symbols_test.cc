@@ -1,0 +1,94 @@
+// The dynamic symbol table of the built plug-in: what it defines, and what it leaves to others.
+#include <gmock/gmock.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace {
+
+using Names = std::set<std::string>;
+
+std::string contentOf(const std::filesystem::path& file) {
+  std::ifstream stream(file);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+Names matchesOf(const std::string& text, const std::string& pattern) {
+  const std::regex expression(pattern);
+  Names names;
+  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end;
+       ++match) {
+    names.insert((*match)[1]);
+  }
+  return names;
+}
+
+// Without comments and preprocessor lines.
+std::string codeOf(const std::filesystem::path& file) {
+  return std::regex_replace(contentOf(file), std::regex("/\\*[^]*?\\*/|#.*"), "");
+}
+
+// Names that nm prints with `option`, without versions.
+Names symbols(const std::string& option) {
+  const std::string command =
+      std::string(QUILLON_NM) + " -D --format=posix " + option + " " + QUILLON_PLUGIN;
+  const std::unique_ptr<FILE, int (*)(FILE*)> output(popen(command.c_str(), "r"), pclose);
+  std::string text;
+  for (int c; (c = fgetc(output.get())) != EOF;) {
+    text += static_cast<char>(c);
+  }
+  return matchesOf("\n" + text, "\n([^ @]+)");
+}
+
+// Functions declared in a C header, and its extern variables.
+Names declaredIn(const std::filesystem::path& header) {
+  const std::string text = codeOf(header);
+  Names names = matchesOf(text, "\\b([a-z_]+[a-z_0-9]*)\\(");
+  names.merge(matchesOf(text, "\\bextern bool (\\w+);"));
+  for (const char* word : {"__attribute__", "format", "visibility"}) {
+    names.erase(word);
+  }
+  return names;
+}
+
+TEST(ExportedSymbols, AreThoseOfThePublicHeader) {
+  const Names defined = symbols("--defined-only");
+  EXPECT_EQ(defined, declaredIn(QUILLON_HEADER));
+  EXPECT_EQ(defined.count("checkOnTerminate"), 1U);
+  EXPECT_EQ(defined.count("plugin_initialize"), 1U);
+}
+
+TEST(ExportedSymbols, AreThoseOfTheVersionScript) {
+  const std::string text = codeOf(QUILLON_VERSION_SCRIPT);
+  EXPECT_EQ(symbols("--defined-only"), matchesOf(text, "\\b(\\w+);"));
+}
+
+// A preloaded library must be able to stand in for any of them.
+TEST(ExportedSymbols, ThePlatformIsReachedThroughTheSymbolTable) {
+  const Names defined = symbols("--defined-only");
+  const Names undefined = symbols("--undefined-only");
+  Names platform;
+  for (const auto& header : std::filesystem::directory_iterator(QUILLON_PLATFORM_HEADERS)) {
+    platform.merge(declaredIn(header.path()));
+  }
+  for (const std::string& name : platform) {
+    EXPECT_EQ(defined.count(name), 0U) << name;
+  }
+  for (const char* name :
+       {"__dlog_print", "trace_begin", "trace_end", "app_info_create", "app_info_get_package",
+        "app_info_metadata_filter_foreach", "package_info_create",
+        "package_info_foreach_privilege_info", "pkgmgrinfo_pkginfo_get_root_path",
+        "pkgmgr_installer_info_get_target_uid", "aul_app_get_pkgid_bypid", "smack_setlabel",
+        "prctl", "sync", "fsync", "rename", "access", "realpath", "exit"}) {
+    EXPECT_EQ(undefined.count(name), 1U) << name;
+  }
+}
+
+}  // namespace

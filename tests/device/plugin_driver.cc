@@ -1,0 +1,207 @@
+// A launcher that does as it is told: plugin-driver PLUGIN STEP...
+//
+// Loads the plug-in and takes one step after the other. Each step is the name of an exported
+// function without "plugin_", or something to look at, with its argument after a "=". Each prints
+// one JSON line: {"step":"get_tpa","result":"..."}; a step that throws gives "threw" in place of
+// the result. Ends with status 0 when all steps were taken; the plug-in may end it before.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <quillon_tv_plugin.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <ios>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+namespace {
+
+using nlohmann::json;
+
+void* plugin = nullptr;
+
+template <typename Function>
+Function* exported(const char* name) {
+  void* symbol = dlsym(plugin, name);
+  if (symbol == nullptr) {
+    std::fprintf(stderr, "plugin-driver: %s\n", dlerror());
+    std::exit(3);
+  }
+  return reinterpret_cast<Function*>(symbol);
+}
+
+#define CALL(name) exported<decltype(name)>(#name)
+
+// The runtime's side: what the plug-in asked it for.
+int delegateStatus = 0;
+int managedCalls = 0;
+json delegateCall;
+
+int createDelegate(void* host, unsigned int domain, const char* assembly, const char* type,
+                   const char* method, void** delegate) {
+  delegateCall = {{"host", host == &delegateStatus},
+                  {"domain", domain},
+                  {"assembly", assembly},
+                  {"type", type},
+                  {"method", method}};
+  *delegate = reinterpret_cast<void*>(+[] { ++managedCalls; });
+  return delegateStatus;
+}
+
+json textOrNull(const char* text) { return text == nullptr ? json() : json(text); }
+
+json setAppInfo(const std::string& argument) {
+  const std::size_t comma = argument.find(',');
+  CALL(plugin_set_app_info)
+  (argument.substr(0, comma).c_str(), argument.substr(comma + 1).c_str());
+  return {};
+}
+
+json setCoreclrInfo(const std::string& status) {
+  delegateStatus = status.empty() ? 0 : std::stoi(status);
+  CALL(plugin_set_coreclr_info)(&delegateStatus, 7, createDelegate);
+  return {};
+}
+
+json preload(const std::string&) {
+  CALL(plugin_preload)();
+  return {{"delegate", delegateCall}, {"calls", managedCalls}};
+}
+
+json finalize(const std::string&) {
+  const bool before = *exported<bool>("checkOnTerminate");
+  CALL(plugin_finalize)();
+  return {{"before", before}, {"after", *exported<bool>("checkOnTerminate")}};
+}
+
+// Each open descriptor: where it leads, and whether exec closes it.
+json descriptors(const std::string&) {
+  json result = json::object();
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    const std::string number = entry.path().filename();
+    const int flags = fcntl(std::stoi(number), F_GETFD);
+    result[number] = {{"target", std::filesystem::read_symlink(entry.path(), gone).string()},
+                      {"cloexec", (flags & FD_CLOEXEC) != 0}};
+  }
+  return result;
+}
+
+json processName(const std::string&) {
+  std::array<char, 16> name{};
+  prctl(PR_GET_NAME, name.data());
+  return name.data();
+}
+
+// One field of /proc/self/status.
+json status(const std::string& field) {
+  std::ifstream file("/proc/self/status");
+  for (std::string line; std::getline(file, line);) {
+    if (line.rfind(field + ":\t", 0) == 0) {
+      return line.substr(field.size() + 2);
+    }
+  }
+  return {};
+}
+
+// Whether a file of that name is mapped.
+json mapped(const std::string& name) {
+  std::ifstream maps("/proc/self/maps");
+  std::stringstream text;
+  text << maps.rdbuf();
+  return text.str().find("/" + name) != std::string::npos;
+}
+
+// A file's whole text through the process's own view, descriptors' paths included; null: none.
+json readFile(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) {
+    return {};
+  }
+  std::stringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+// From here on no further descriptor can be opened.
+json limitDescriptors(const std::string&) {
+  const int next = dup(STDOUT_FILENO);
+  close(next);
+  const rlimit limit{static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
+  setrlimit(RLIMIT_NOFILE, &limit);
+  return next;
+}
+
+using Step = std::function<json(const std::string&)>;
+
+// The plug-in ends the process from inside this one when it must; nothing is lost, since each line
+// is flushed.
+const std::map<std::string, Step>& steps() {
+  static const std::map<std::string, Step> all = {
+      {"initialize",
+       [](const auto& type) { return CALL(plugin_initialize)(type.c_str()), json(); }},
+      {"get_tpa", [](const auto&) { return textOrNull(CALL(plugin_get_tpa)()); }},
+      {"get_dll_path", [](const auto&) { return textOrNull(CALL(plugin_get_dll_path)()); }},
+      {"get_extra_dll_path",
+       [](const auto&) { return textOrNull(CALL(plugin_get_extra_dll_path)()); }},
+      {"get_native_dll_searching_path",
+       [](const auto&) { return textOrNull(CALL(plugin_get_native_dll_searching_path)()); }},
+      {"set_coreclr_info", setCoreclrInfo},
+      {"preload", preload},
+      {"set_app_info", setAppInfo},
+      {"has_log_control", [](const auto&) { return json(CALL(plugin_has_log_control)()); }},
+      {"before_execute", [](const auto&) { return CALL(plugin_before_execute)(), json(); }},
+      {"finalize", finalize},
+      {"direct_call_mode", [](const auto&) { return json(CALL(is_coba_direct_call_mode)()); }},
+      {"descriptors", descriptors},
+      {"limit_descriptors", limitDescriptors},
+      {"process_name", processName},
+      {"status", status},
+      {"mapped", mapped},
+      {"read", readFile},
+      {"environment", [](const auto& name) { return textOrNull(std::getenv(name.c_str())); }},
+  };
+  return all;
+}
+
+void take(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  const std::string name = text.substr(0, equals);
+  const auto step = steps().find(name);
+  if (step == steps().end()) {
+    std::fprintf(stderr, "plugin-driver: no step '%s'\n", name.c_str());
+    std::exit(3);
+  }
+  json line = {{"step", name}};
+  try {
+    line["result"] = step->second(equals == std::string::npos ? "" : text.substr(equals + 1));
+  } catch (const std::ios_base::failure& failure) {
+    line["threw"] = failure.what();
+  }
+  std::printf("%s\n", line.dump().c_str());
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  plugin = count > 1 ? dlopen(arguments[1], RTLD_NOW) : nullptr;
+  if (plugin == nullptr) {
+    std::fprintf(stderr, "plugin-driver: %s\n", count > 1 ? dlerror() : "no plug-in given");
+    return 3;
+  }
+  for (int i = 2; i < count; ++i) {
+    take(arguments[i]);
+  }
+  return 0;
+}
