@@ -3,24 +3,51 @@ using System.Collections.Generic;
 using System.Globalization;
 using System.IO;
 using System.Runtime.CompilerServices;
+using System.Runtime.InteropServices;
+using System.Runtime.Versioning;
 using System.Text;
+
+[assembly: SupportedOSPlatform("linux")]
 
 namespace Velora;
 
-/// <summary>What a prepared process runs before it knows its application.</summary>
+/// <summary>The managed methods that the plug-in calls in the processes of applications.</summary>
+/// <remarks>
+/// It finds them by their names. None throws: a process that goes without one is slower or tells
+/// less, and is not wrong.
+/// </remarks>
 public static class Preload
 {
+    private static GcTracer? s_tracer;
+
     /// <summary>
     /// Loads and compiles what nearly every application needs first, so that its own start finds it
-    /// done. Writes nothing and throws nothing: a process without it is slower, not wrong.
+    /// done. For a process that does not know its application yet; writes nothing.
     /// </summary>
-    /// <remarks>The plug-in finds this method by its name and calls it without arguments.</remarks>
     public static void Init()
     {
         Try(WarmUpText);
         Try(WarmUpCollections);
         Try(WarmUpConsole);
     }
+
+    /// <summary>
+    /// Reports every garbage collection from here on to the platform log, under the tag "GCTracer".
+    /// </summary>
+    /// <param name="appId">The application's id, a C string in UTF-8; not kept.</param>
+    public static void ActivateGCTracer(IntPtr appId) => Try(() =>
+    {
+        string id = Marshal.PtrToStringUTF8(appId) ?? "";
+        if (s_tracer == null && PluginLog.Find() is { } log)
+        {
+            s_tracer = new GcTracer(log, id);
+        }
+    });
+
+    /// <summary>
+    /// Answers from here on what the heap holds, at "/tmp/object-tracker-PID.sock".
+    /// </summary>
+    public static void StartServerForOT() => Try(() => new ObjectTracker().Start());
 
     private static void Try(Action step)
     {
