@@ -28,7 +28,7 @@ inline std::string idOf(const Handle* handle) { return handle == nullptr ? "null
 
 // A new handle, noted as open.
 Handle* openHandle(const std::string& id);
-// Notes the end of a handle. A null one is no handle and is refused.
+// Notes the end of a handle. A null one, or one that is not open, is refused.
 int closeHandle(Handle* handle);
 
 // The package or application of that id; null when the test declared none.

@@ -11,26 +11,36 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <regex>
+#include <string_view>
 
 #include "tests/support/platform_recorder.h"
 
 namespace quillon::test {
 namespace {
 
-// Groups: file, function, line, colour, message.
-std::smatch splitLine(const std::string& text) {
-  static const std::regex line(
-      "^([^:]*): (.*?)\\((\\d+)\\) > (\x1b\\[\\d+m)?([^]*?)(\x1b\\[0m\n)?$",
-      std::regex::ECMAScript | std::regex::optimize);
-  std::smatch parts;
-  std::regex_search(text, parts, line);
-  return parts;
+// The pieces of "<file>: <function>(<line>) > <rest>"; empty ones for any other text.
+struct Line {
+  std::string file;
+  std::string function;
+  int number = 0;
+  std::string rest;
+};
+
+Line splitLine(const std::string& text) {
+  const std::size_t file = text.find(": ");
+  const std::size_t prefix = text.find(") > ", file);
+  const std::size_t number = text.rfind('(', prefix);
+  if (file == std::string::npos || prefix == std::string::npos || number < file) {
+    return {};
+  }
+  return {text.substr(0, file), text.substr(file + 2, number - file - 2),
+          std::atoi(text.c_str() + number + 1), text.substr(prefix + 4)};
 }
 
-std::string part(const std::string& text, std::size_t group) {
-  const std::smatch parts = splitLine(text);
-  return parts.empty() ? std::string() : parts[group].str();
+// The colour escape that a text begins with; empty where it begins with none.
+std::string leadingEscape(const std::string& text) {
+  const bool escaped = text.starts_with("\x1b[");
+  return escaped ? text.substr(0, text.find('m') + 1) : std::string();
 }
 
 bool isTraceLine(const LogRecord& record) { return record.file() == "log.h"; }
@@ -46,11 +56,20 @@ std::string format(const char* text, va_list arguments) {
 
 }  // namespace
 
-std::string LogRecord::file() const { return part(text, 1); }
-std::string LogRecord::function() const { return part(text, 2); }
-int LogRecord::line() const { return std::atoi(part(text, 3).c_str()); }
-std::string LogRecord::colour() const { return part(text, 4); }
-std::string LogRecord::message() const { return part(text, 5); }
+std::string LogRecord::file() const { return splitLine(text).file; }
+std::string LogRecord::function() const { return splitLine(text).function; }
+int LogRecord::line() const { return splitLine(text).number; }
+std::string LogRecord::colour() const { return leadingEscape(splitLine(text).rest); }
+
+std::string LogRecord::message() const {
+  constexpr std::string_view end = "\x1b[0m\n";
+  std::string result = splitLine(text).rest;
+  result.erase(0, leadingEscape(result).size());
+  if (result.ends_with(end)) {
+    result.resize(result.size() - end.size());
+  }
+  return result;
+}
 
 RecordingPlatform& platform() {
   // Never destroyed: code under test may log while the process ends.
