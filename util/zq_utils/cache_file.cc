@@ -19,28 +19,21 @@ namespace {
 // What one read is asked for at least, for files that do not tell their size.
 constexpr std::size_t kSmallestRead = 4096;
 
-// A file's size as a hint; 0 where there is none.
-std::size_t sizeHint(int descriptor) {
-  struct stat status;
-  const bool known = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
-  return known ? static_cast<std::size_t>(status.st_size) : 0;
-}
-
-// Reads to the end; empty when a read fails, as it does for a directory. One read beyond the size
-// that the file tells sees its end, and sees it again if the file has grown meanwhile.
-std::string readAll(const Descriptor& file) {
-  std::string content;
+// Reads to the end; empty when a read fails. The size that the file tells is a hint: one byte more
+// leaves room for the read that sees the end, and only a file that has grown needs a larger text.
+std::string readAll(const Descriptor& file, std::size_t size) {
+  std::string content(std::max(size + 1, kSmallestRead), '\0');
   std::size_t filled = 0;
-  std::size_t wanted = sizeHint(file.get()) + 1;
   for (;;) {
-    content.resize(filled + std::max(wanted, kSmallestRead));
+    if (filled == content.size()) {
+      content.resize(2 * filled);
+    }
     const ssize_t got = file.readSome(content.data() + filled, content.size() - filled);
     if (got <= 0) {
       content.resize(got < 0 ? 0 : filled);
       return content;
     }
     filled += static_cast<std::size_t>(got);
-    wanted = filled;
   }
 }
 
@@ -66,13 +59,15 @@ void save(FILE* file, const std::string& content) {
 }  // namespace
 
 std::string readFileToString(std::string path) {
-  // Not to wait for the other end where someone planted a pipe; a file is read all the same.
+  // Someone may plant a pipe, which would keep the reader waiting, or a link to a device that never
+  // ends. Only files have content.
   const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!file.isOpen()) {
+  struct stat status;
+  if (!file.isOpen() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
     return {};
   }
   try {
-    return readAll(file);
+    return readAll(file, static_cast<std::size_t>(status.st_size));
   } catch (const std::bad_alloc&) {
     return {};
   } catch (const std::length_error&) {

@@ -9,9 +9,12 @@ class Descriptor {
  public:
   // Takes over what open(2) returned; -1 is no file.
   explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  // Keeps errno, so that a caller can still tell what failed.
   ~Descriptor() {
     if (descriptor_ >= 0) {
+      const int kept = errno;
       close(descriptor_);
+      errno = kept;
     }
   }
   Descriptor(const Descriptor&) = delete;

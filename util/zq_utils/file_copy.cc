@@ -12,6 +12,8 @@ using boost::system::error_code;
 
 namespace {
 
+constexpr mode_t kPermissionBits = 07777;
+
 bool writeAll(const Descriptor& file, const char* bytes, std::size_t size) {
   while (size > 0) {
     const ssize_t written = file.writeSome(bytes, size);
@@ -38,7 +40,8 @@ bool copyBytes(const Descriptor& from, const Descriptor& to) {
   }
 }
 
-// The target is there already, made by the attempt before. False with errno on failure.
+// The target is there already, made by the attempt before; like a copy by the library it ends with
+// the source's mode, whatever the umask. False with errno on failure.
 bool copyByReading(const fs::path& from, const fs::path& to) {
   const Descriptor source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat status;
@@ -46,8 +49,9 @@ bool copyByReading(const fs::path& from, const fs::path& to) {
     return false;
   }
   const Descriptor target(
-      open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, status.st_mode & 07777));
-  return target.isOpen() && copyBytes(source, target);
+      open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, status.st_mode & kPermissionBits));
+  return target.isOpen() && copyBytes(source, target) &&
+         fchmod(target.get(), status.st_mode & kPermissionBits) == 0;
 }
 
 }  // namespace

@@ -33,7 +33,9 @@ void CheckDotnetFlagAndRemoveCacheFiles() {
     removeCacheFiles();
     return;
   }
-  if (readFileToString(kReadOnlyFlag) == readFileToString(kWritableFlag)) {
+  const std::string readOnly = readFileToString(kReadOnlyFlag);
+  const std::string writable = readFileToString(kWritableFlag);
+  if (readOnly == writable) {
     TTraceLog("[quillon-tv-plugin] RO and RW same");
     return;
   }

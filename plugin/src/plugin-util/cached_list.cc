@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <new>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "plugin/src/plugin-util/device_paths.h"
 #include "util/log/log.h"
@@ -19,19 +22,29 @@ std::string withoutMarkers(const std::string& content) {
   return content.substr(kStart.size(), content.size() > kMarkers ? content.size() - kMarkers : 0);
 }
 
+// Empty where the file is torn, or too large for this process to hold.
+std::optional<std::string> wholePayload(const char* path) {
+  try {
+    const std::string content = readFileToString(path);
+    return isCrashed(content) ? std::nullopt : std::optional(withoutMarkers(content));
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
+  }
+}
+
 }  // namespace
 
 std::string readCachedListOr(const CachedList& list, const std::function<std::string()>& rebuild) {
   if (access(list.path, F_OK) != 0) {
     return rebuild();
   }
-  const std::string content = readFileToString(list.path);
-  if (isCrashed(content)) {
+  std::optional<std::string> payload = wholePayload(list.path);
+  if (!payload) {
     TTraceLog(list.tornMilestone);
     return rebuild();
   }
   TTraceLog(list.cachedMilestone);
-  return withoutMarkers(content);
+  return *std::move(payload);
 }
 
 void saveCachedList(const char* name, const std::string& payload) {
