@@ -115,6 +115,12 @@ TEST_F(Discovery, OfTwoImagesTheFirstStays) {
   EXPECT_EQ(discover({"d1", "d2"}), at("d1/A.ni.dll"));
 }
 
+TEST_F(Discovery, OfTwoImagesInOneDirectoryTheFirstListedStays) {
+  makeFile("d1/A.ni.dll");
+  makeFile("d1/A.ni.exe");
+  EXPECT_EQ(discover({"d1"}), at("d1/" + listing("d1").front()));
+}
+
 TEST_F(Discovery, TakesAssembliesAndImagesOnly) {
   for (const char* name : {"B.DLL", "C.Exe", "D.txt", "E.so", "F.ni.dll", "A.ni", "abc.ni.x",
                            "x.NI.abc", "A.deps.json"}) {
