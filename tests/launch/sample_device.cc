@@ -21,11 +21,6 @@ const fs::path kBuild = QUILLON_BUILD_DIRECTORY;
 const fs::path kQuillon = kBuild / "bin/quillon";
 const fs::path kMakeDevice = fs::path(QUILLON_SOURCE_DIRECTORY) / "scripts/make-sample-device";
 
-// The runtime handles SIGSEGV itself and leaks what lives as long as the process.
-constexpr char kSanitizerOptions[] =
-    "ASAN_OPTIONS=handle_segv=0:handle_sigfpe=0:handle_abort=0:detect_leaks=0:use_sigaltstack=0:"
-    "allow_user_segv_handler=1";
-
 [[noreturn]] void become(const std::vector<std::string>& command,
                          const std::vector<std::string>& environment, const fs::path& output) {
   const int out = open((output / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -34,7 +29,7 @@ constexpr char kSanitizerOptions[] =
   dup2(err, STDERR_FILENO);
   close(out);
   close(err);
-  putenv(const_cast<char*>(kSanitizerOptions));
+  putenv(const_cast<char*>(kRuntimeSanitizerOptions));
   for (const std::string& variable : environment) putenv(const_cast<char*>(variable.c_str()));
   std::vector<char*> arguments;
   for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));

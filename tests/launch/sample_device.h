@@ -14,6 +14,12 @@ namespace quillon::test {
 
 inline constexpr char kClock[] = "org.velora.sample.clock";
 
+// For every process that runs the runtime: it handles SIGSEGV itself and leaks what lives as long
+// as the process.
+inline constexpr char kRuntimeSanitizerOptions[] =
+    "ASAN_OPTIONS=handle_segv=0:handle_sigfpe=0:handle_abort=0:detect_leaks=0:use_sigaltstack=0:"
+    "allow_user_segv_handler=1";
+
 struct Ending {
   int status = -1;  // exit status; 128 + signal
   std::string out;
