@@ -74,7 +74,8 @@ class DpcPathManagerDecorate : public Decorator {
   explicit DpcPathManagerDecorate(PluginStrategy* wrapped);
 
   // Opens ten placeholders and returns their paths, then the platform's directories, each with ":"
-  // before it. Does not ask the wrapped strategy. Another call opens ten more and appends again.
+  // before it. Does not ask the wrapped strategy. Another call opens ten more, but appends the
+  // paths of the first ten again, which SetAppInfo moves first.
   //
   // Throws std::ios_base::failure when a placeholder cannot be opened.
   std::string GetExtraDllPath() override;
@@ -96,10 +97,6 @@ class DpcPathManagerDecorate : public Decorator {
   static bool dpc_metadata_cb(const char* key, const char* value, void* userData);
 
  private:
-  void openPlaceholders();
-  // False when the package has no directory that can be opened.
-  static bool movePlaceholder(int placeholder, const std::string& packageId);
-
   int placeholderCount_;
   std::vector<int> placeholders_;
   std::string extraDllPath_;

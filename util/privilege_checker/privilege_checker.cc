@@ -9,6 +9,9 @@
 bool privilege_info_cb(const char* privilege, void* search) {
   QLOG_SCOPE();
   auto* state = static_cast<PrivilegeSearch*>(search);
+  if (privilege == nullptr || state == nullptr) {
+    return true;
+  }
   QLOG_DEBUG("%s", privilege);
   if (std::strcmp(privilege, state->privilege) == 0) {
     QLOG_INFO("### Have %s privilege ###", privilege);

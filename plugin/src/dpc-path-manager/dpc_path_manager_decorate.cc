@@ -40,15 +40,6 @@ DpcPathManagerDecorate::DpcPathManagerDecorate(PluginStrategy* wrapped)
 
 std::string DpcPathManagerDecorate::GetExtraDllPath() {
   QLOG_SCOPE();
-  openPlaceholders();
-  scanDirsInDirectory(device_paths::kDpc, [this](const std::string& path, const char*) {
-    extraDllPath_.append(":").append(path);
-  });
-  QLOG_DEBUG("ExtraDllPath : %s", extraDllPath_.c_str());
-  return extraDllPath_;
-}
-
-void DpcPathManagerDecorate::openPlaceholders() {
   for (std::size_t i = 0; i < static_cast<std::size_t>(placeholderCount_); ++i) {
     placeholders_.push_back(openDirectory(kPlaceholderTarget));
     if (placeholders_[i] < 0) {
@@ -57,6 +48,11 @@ void DpcPathManagerDecorate::openPlaceholders() {
     }
     extraDllPath_.append(":").append(kDescriptorPaths).append(std::to_string(placeholders_[i]));
   }
+  scanDirsInDirectory(device_paths::kDpc, [this](const std::string& path, const char*) {
+    extraDllPath_.append(":").append(path);
+  });
+  QLOG_DEBUG("ExtraDllPath : %s", extraDllPath_.c_str());
+  return extraDllPath_;
 }
 
 void DpcPathManagerDecorate::SetAppInfo(const string& appId, const string& rootPath) {
@@ -75,25 +71,17 @@ void DpcPathManagerDecorate::ChangeTempFDForDpcToRealDpcPath(const string& appId
     if (next == placeholders_.size()) {
       return;
     }
-    if (movePlaceholder(placeholders_[next], packageId)) {
-      ++next;
+    if (placeholders_[next] < 0) {
+      throw std::ios_base::failure("Placeholder of a DPC directory is not open");
+    }
+    const std::string path = kApplications + packageId + kPackageDpc;
+    const int directory = openDirectory(path.c_str());
+    if (directory >= 0) {
+      QLOG_DEBUG("DPC path : %s", path.c_str());
+      dup3(directory, placeholders_[next++], O_CLOEXEC);
+      close(directory);
     }
   }
-}
-
-bool DpcPathManagerDecorate::movePlaceholder(int placeholder, const std::string& packageId) {
-  if (placeholder < 0) {
-    throw std::ios_base::failure("Placeholder of a DPC directory is not open");
-  }
-  const std::string path = kApplications + packageId + kPackageDpc;
-  const int directory = openDirectory(path.c_str());
-  if (directory < 0) {
-    return false;
-  }
-  QLOG_DEBUG("DPC path : %s", path.c_str());
-  dup3(directory, placeholder, O_CLOEXEC);
-  close(directory);
-  return true;
 }
 
 std::string DpcPathManagerDecorate::GetDpcList(const string& appId) {
@@ -107,9 +95,10 @@ std::string DpcPathManagerDecorate::GetDpcList(const string& appId) {
 }
 
 bool DpcPathManagerDecorate::dpc_metadata_cb(const char* key, const char* value, void* userData) {
-  if (strstr(key, kRequiredPackagesKey) == nullptr) {
+  if (key == nullptr || strstr(key, kRequiredPackagesKey) == nullptr) {
     return true;
   }
+  value = value != nullptr ? value : "";
   QLOG_DEBUG("Metadata key : %s, Value : %s", key, value);
   if (userData != nullptr) {
     static_cast<std::string*>(userData)->assign(value);

@@ -19,16 +19,6 @@ namespace {
 
 constexpr char kApiDirectoryKey[] = "db/dotnet/velora_api_path";
 
-// The configured directory is taken as it is, an empty or missing one too.
-std::string deviceApiDirectory() {
-  const MallocText configured(vconf_get_str(kApiDirectoryKey));
-  if (configured == nullptr) {
-    return platformApiDirectory();
-  }
-  QLOG_DEBUG("Device API Directory is set by vconf : %s", configured.get());
-  return configured.get();
-}
-
 }  // namespace
 
 PluginDotnetAot::PluginDotnetAot() {
@@ -85,6 +75,13 @@ void PluginDotnetAot::Finalize() { QLOG_SCOPE(); }
 std::string PluginDotnetAot::GetTPAAndSaveAsCache() {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] Get TPA by searching.");
-  std::vector<std::string> directories = assemblyDirectories(deviceApiDirectory());
+  std::vector<std::string> directories = runtimeDirectories();
+  const MallocText configured(vconf_get_str(kApiDirectoryKey));
+  if (configured != nullptr) {  // taken as it is, an empty or missing directory too
+    QLOG_DEBUG("Device API Directory is set by vconf : %s", configured.get());
+    appendApiDirectories(configured.get(), directories);
+  } else {
+    appendApiDirectories(platformApiDirectory(), directories);
+  }
   return findAssemblies(std::move(directories), GetDllPath());
 }

@@ -54,6 +54,7 @@ void PluginDotnetInhouseApitest::Finalize() { QLOG_SCOPE(); }
 std::string PluginDotnetInhouseApitest::GetTPAAndSaveAsCache() {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] Get TPA by searching.");
-  std::vector<std::string> directories = assemblyDirectories(platformApiDirectory());
+  std::vector<std::string> directories = runtimeDirectories();
+  appendApiDirectories(platformApiDirectory(), directories);
   return findAssemblies(std::move(directories), GetDllPath());
 }

@@ -78,7 +78,8 @@ std::string PluginDotnetInhouse::GetTPAFromCache() {
 std::string PluginDotnetInhouse::GetTPAAndSaveAsCache() {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] Get TPA by searching.");
-  std::vector<std::string> directories = assemblyDirectories(platformApiDirectory());
+  std::vector<std::string> directories = runtimeDirectories();
+  appendApiDirectories(platformApiDirectory(), directories);
   std::string tpa = findAssemblies(std::move(directories), GetDllPath());
   saveCachedList(device_paths::kTpaCacheName, tpa);
   return tpa;

@@ -40,7 +40,7 @@ void PluginDotnet::Preload() {
   preloadSharedLibraries();
 }
 
-void PluginDotnet::SetAppInfo(const std::string& appId, const std::string& execPath) {
+void PluginDotnet::SetAppInfo(const string& appId, const string& execPath) {
   QLOG_SCOPE();
   QLOG_INFO("### SetAppInfo ###");
   if (!isInAppZone()) {

@@ -18,7 +18,7 @@ class PluginDotnet : public PluginStrategy {
   void Preload() override;
 
   // Ends the process with status 0 outside the application zone, or when the path is refused.
-  void SetAppInfo(const std::string& appId, const std::string& execPath) override;
+  void SetAppInfo(const string& appId, const string& execPath) override;
 
   // The platform's libraries.
   std::string GetDllPath() override;

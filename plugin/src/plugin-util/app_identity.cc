@@ -97,7 +97,7 @@ bool _package_info_app_cb(package_info_app_component_type_e type, const char* ap
                           void* userData) {
   QLOG_SCOPE();
   if (type == PACKAGE_INFO_APP_COMPONENT_TYPE_SERVICE) {
-    QLOG_INFO("%s is Service application", appId);
+    QLOG_INFO("%s is Service application", appId != nullptr ? appId : "");
     if (userData != nullptr) {
       *static_cast<bool*>(userData) = true;
     }

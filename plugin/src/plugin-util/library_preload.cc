@@ -11,12 +11,10 @@ namespace {
 
 constexpr char kListFile[] = "/usr/bin/dotnet_preload_so_list.txt";
 
-void preload(const std::string& library) {
+// The handle is never closed: the library stays until the process ends.
+bool load(const std::string& library) {
   dlerror();
-  if (dlopen(library.c_str(), RTLD_NOW) == nullptr) {
-    const char* why = dlerror();
-    QLOG_ERROR("%s", why != nullptr ? why : "");
-  }
+  return dlopen(library.c_str(), RTLD_NOW) != nullptr;
 }
 
 }  // namespace
@@ -26,6 +24,9 @@ void preloadSharedLibraries() {
   QLOG_INFO("### preloadSharedLibraries called ###");
   std::ifstream list(kListFile);
   for (std::string library; list >> library;) {
-    preload(library);
+    if (!load(library)) {
+      const char* why = dlerror();
+      QLOG_ERROR("%s", why != nullptr ? why : "");
+    }
   }
 }

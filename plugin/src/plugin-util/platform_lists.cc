@@ -8,10 +8,14 @@
 
 std::string platformApiDirectory() { return getAbsolutePath(device_paths::kFramework); }
 
-std::vector<std::string> assemblyDirectories(const std::string& apiDirectory) {
+std::vector<std::string> runtimeDirectories() {
   return {getAbsolutePath(device_paths::kNetcoreapp),
-          getAbsolutePath(device_paths::kReflectionEliminator), apiDirectory,
-          apiDirectory + device_paths::kReferenceSuffix};
+          getAbsolutePath(device_paths::kReflectionEliminator)};
+}
+
+void appendApiDirectories(const std::string& apiDirectory, std::vector<std::string>& directories) {
+  directories.push_back(apiDirectory);
+  directories.push_back(apiDirectory + device_paths::kReferenceSuffix);
 }
 
 std::string findAssemblies(std::vector<std::string> directories, const std::string& dllPath) {

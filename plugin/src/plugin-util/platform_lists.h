@@ -8,10 +8,12 @@
 // The platform's API assemblies, where nothing redirects them; empty when the directory is missing.
 std::string platformApiDirectory();
 
-// The directories that a TPA is searched in, in order: the runtime's framework, the assemblies made
-// by the reflection eliminator, the device API and its reference assemblies. The first path of a
-// name stays in the list, so the order decides.
-std::vector<std::string> assemblyDirectories(const std::string& apiDirectory);
+// A TPA is searched in these directories first: the runtime's framework, then the assemblies made
+// by the reflection eliminator. The first path of a name stays in the list, so the order decides.
+std::vector<std::string> runtimeDirectories();
+
+// Then in the device API and its reference assemblies.
+void appendApiDirectories(const std::string& apiDirectory, std::vector<std::string>& directories);
 
 // The TPA string of the directories followed by those of `dllPath`, a ":"-joined list.
 std::string findAssemblies(std::vector<std::string> directories, const std::string& dllPath);

@@ -49,24 +49,6 @@ void release(void* library, void* context) {
   exit(0);
 }
 
-void* getContext(void* library, const std::string& name) {
-  void* context = _get_zone(name.c_str());
-  if (context == nullptr) {
-    QLOG_ERROR("Zone Context is NULL!");
-    endLaunch(library);
-  }
-  return context;
-}
-
-void* openLibrary() {
-  void* library = dlopen(ZONE_LIBRARY_PATH, RTLD_LAZY);
-  if (library != nullptr && !lookUpFunctions(library)) {
-    QLOG_ERROR("Can't find Attach Zone APIs");
-    endLaunch(library);
-  }
-  return library;
-}
-
 }  // namespace
 
 Zone GetZone() {
@@ -98,14 +80,22 @@ void enterSecureZone() {
 void AttachZone(const std::string& name) {
   QLOG_SCOPE();
   QLOG_INFO("Start AttachZone");
-  void* library = openLibrary();
+  void* library = dlopen(ZONE_LIBRARY_PATH, RTLD_LAZY);
   if (library == nullptr) {
     return;
+  }
+  if (!lookUpFunctions(library)) {
+    QLOG_ERROR("Can't find Attach Zone APIs");
+    endLaunch(library);
   }
   QLOG_INFO("_get_zone : %p, _release_Zone : %p, _attach_Zone : %p",
             reinterpret_cast<void*>(_get_zone), reinterpret_cast<void*>(_release_Zone),
             reinterpret_cast<void*>(_attach_Zone));
-  void* context = getContext(library, name);
+  void* context = _get_zone(name.c_str());
+  if (context == nullptr) {
+    QLOG_ERROR("Zone Context is NULL!");
+    endLaunch(library);
+  }
   if (HasAppdebugPrivilege() && _enable_debug(context) < 0) {
     QLOG_ERROR("failed to set debug mode");
     endLaunch(library, context);

@@ -28,28 +28,6 @@ std::string listOf(std::string (PluginStrategy::*getter)()) {
   return tvPluginMgr != nullptr ? (tvPluginMgr->strategy->*getter)() : std::string();
 }
 
-void callManagedPreload() {
-  void* function = nullptr;
-  const int status = createPreloadMethod("Init", &function);
-  if (status < 0) {
-    QLOG_ERROR("Create delegate for Launch prepared function is fail (0x%08x)",
-               static_cast<unsigned int>(status));
-  } else if (function != nullptr) {
-    reinterpret_cast<void (*)()>(function)();
-  }
-}
-
-void dropCapabilities() {
-  const cap_t none = cap_init();
-  if (none == nullptr) {
-    QLOG_ERROR("fail to cap_init()");
-  }
-  if (cap_set_proc(none) < 0) {
-    QLOG_ERROR("fail to cap_set_proc()");
-  }
-  cap_free(none);
-}
-
 void closeErrorCapture() {
   if (stderrFP != nullptr) {
     fclose(stderrFP);
@@ -86,7 +64,14 @@ void plugin_preload() {
     tvPluginMgr->strategy->Preload();
   }
   QLOG_INFO("[quillon-tv-plugin] process in Host. preload C# methods");
-  callManagedPreload();
+  void* function = nullptr;
+  const int status = createPreloadMethod("Init", &function);
+  if (status < 0) {
+    QLOG_ERROR("Create delegate for Launch prepared function is fail (0x%08x)",
+               static_cast<unsigned int>(status));
+  } else if (function != nullptr) {
+    reinterpret_cast<void (*)()>(function)();
+  }
 }
 
 void plugin_set_app_info(const char* appId, const char* execPath) {
@@ -165,9 +150,17 @@ void plugin_set_coreclr_info(void* hostHandle, unsigned int domainId,
 void plugin_before_execute() {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] plugin_before_execute");
-  if (!is_plugin_preload_called) {
-    dropCapabilities();
+  if (is_plugin_preload_called) {
+    return;
   }
+  const cap_t none = cap_init();
+  if (none == nullptr) {
+    QLOG_ERROR("fail to cap_init()");
+  }
+  if (cap_set_proc(none) < 0) {
+    QLOG_ERROR("fail to cap_set_proc()");
+  }
+  cap_free(none);
 }
 
 void plugin_finalize() {
