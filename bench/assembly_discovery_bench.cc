@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "bench/paired_rounds.h"
@@ -38,41 +40,46 @@ void ofTheFramework(benchmark::State& state, Walk walk) {
   discoverBeside(state, {framework->directory.string()}, walk);
 }
 
-// `count` folders of `files` assemblies each, no name twice.
-std::vector<std::string> makeFolders(const std::filesystem::path& parent, int count, int files) {
-  std::vector<std::string> folders;
-  for (int folder = 0; folder < count; ++folder) {
-    const auto path = parent / ("folder" + std::to_string(folder));
-    std::filesystem::create_directory(path);
-    for (int file = 0; file < files; ++file) {
-      const std::string number = std::to_string(folder * files + file);
-      std::ofstream(path / ("Velora.Sample.Assembly" + number + ".dll"));
+// Folders of assemblies, no name twice. They are removed with the object.
+class MadeFolders {
+ public:
+  MadeFolders(int count, int files) {
+    for (int folder = 0; folder < count; ++folder) {
+      const auto path = parent.path() / ("folder" + std::to_string(folder));
+      std::filesystem::create_directory(path);
+      for (int file = 0; file < files; ++file) {
+        const std::string number = std::to_string(folder * files + file);
+        std::ofstream(path / ("Velora.Sample.Assembly" + number + ".dll"));
+      }
+      paths.push_back(path.string());
     }
-    folders.push_back(path.string());
   }
-  return folders;
-}
 
-void ofMadeFolders(benchmark::State& state, Walk walk) {
-  const quillon::test::TemporaryDirectory parent;
-  const auto folders = makeFolders(parent.path(), static_cast<int>(state.range(0)),
-                                   static_cast<int>(state.range(1)));
-  discoverBeside(state, folders, walk);
-}
+  const std::vector<std::string>& all() const { return paths; }
 
-void benchmarks() {
+ private:
+  quillon::test::TemporaryDirectory parent;
+  std::vector<std::string> paths;
+};
+
+struct Size {
+  int folders;
+  int files;
+};
+
+void registerBenchmarks(const MadeFolders& made, Size size) {
   using benchmark::RegisterBenchmark;
   const std::pair<const char*, Walk> walks[] = {
       {"a_walk_that_keeps_names", quillon::bench::walkKeepingNames},
       {"a_walk_that_keeps_nothing", quillon::bench::walkKeepingNothing}};
+  const std::string folders = "discovery_of_" + std::to_string(size.folders) + "_folders_of_" +
+                              std::to_string(size.files) + "_files";
   for (const auto& [name, walk] : walks) {
     const std::string beside = std::string("/beside_") + name;
     RegisterBenchmark(("discovery_of_the_framework" + beside).c_str(), ofTheFramework, walk)
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond);
-    RegisterBenchmark(("discovery_of_made_folders" + beside).c_str(), ofMadeFolders, walk)
-        ->ArgNames({"folders", "files"})
-        ->Args({20, 500})
+    RegisterBenchmark((folders + beside).c_str(), discoverBeside, made.all(), walk)
         ->UseManualTime()
         ->Unit(benchmark::kMicrosecond);
   }
@@ -80,7 +87,11 @@ void benchmarks() {
 
 }  // namespace
 
+// The last argument may be "--tiny": small folders, to see that the program runs.
 int main(int argc, char** argv) {
-  benchmarks();
-  return quillon::bench::runAll(argc, argv);
+  const bool tiny = argc > 1 && std::string_view(argv[argc - 1]) == "--tiny";
+  const Size size = tiny ? Size{2, 20} : Size{20, 500};
+  const MadeFolders made(size.folders, size.files);
+  registerBenchmarks(made, size);
+  return quillon::bench::runAll(tiny ? argc - 1 : argc, argv);
 }

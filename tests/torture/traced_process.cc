@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
@@ -136,13 +137,26 @@ class Tracer {
 }  // namespace
 
 std::string SystemCall::textAt(std::size_t argument) const {
-  char text[4096];
-  iovec local{text, sizeof text};
+  constexpr std::size_t kPage = 4096;
+  std::string text;
   std::uint64_t address = arguments.at(argument);
-  // Not past the end of the page: what follows it may not be mapped.
-  iovec remote{reinterpret_cast<void*>(address), sizeof text - address % sizeof text};
-  const ssize_t size = process_vm_readv(process, &local, 1, &remote, 1, 0);
-  return size <= 0 ? std::string() : std::string(text, strnlen(text, static_cast<size_t>(size)));
+  while (text.size() < PATH_MAX) {
+    char part[kPage];
+    iovec local{part, sizeof part};
+    // To the end of the page: the next one may not be mapped.
+    iovec remote{reinterpret_cast<void*>(address), kPage - address % kPage};
+    const ssize_t size = process_vm_readv(process, &local, 1, &remote, 1, 0);
+    if (size <= 0) {
+      break;
+    }
+    const std::size_t length = strnlen(part, static_cast<std::size_t>(size));
+    text.append(part, length);
+    if (length < static_cast<std::size_t>(size)) {
+      break;
+    }
+    address += length;
+  }
+  return text;
 }
 
 TraceResult follow(const std::function<void()>& work, const Follower& follower) {
