@@ -78,6 +78,48 @@ TEST_P(EachType, RunsToItsEnd) {
   EXPECT_EQ(probe.errors(), "");
 }
 
+// A zone of the device root that runs as long as the object lives.
+class RunningZone {
+ public:
+  explicit RunningZone(const fs::path& device) : device_(device) {
+    started_ = zone("start");
+    std::smatch match;
+    if (std::regex_search(started_.out, match, std::regex("held by process ([0-9]+)"))) {
+      holder_ = match[1];
+    }
+  }
+  ~RunningZone() { zone("stop"); }
+  RunningZone(const RunningZone&) = delete;
+  RunningZone& operator=(const RunningZone&) = delete;
+
+  [[nodiscard]] const Ending& started() const { return started_; }
+  [[nodiscard]] const std::string& holder() const { return holder_; }
+
+ private:
+  Ending zone(const std::string& action) const {
+    return run({std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon", "zone", action, "--device",
+                device_, "appzone"});
+  }
+  fs::path device_;
+  Ending started_;
+  std::string holder_;
+};
+
+TEST_F(ModesTest, ADotnetApplicationRunsInsideTheZoneAndOthersDoNot) {
+  const RunningZone zone(root());
+  ASSERT_NE(zone.holder(), "") << zone.started().err;
+  const auto mountsOf = [](const std::string& process) {
+    return fs::read_symlink("/proc/" + process + "/ns/mnt");
+  };
+  RunningProbe inside(root(), "dotnet");
+  EXPECT_EQ(inside.ask("screen"), "3840 x 2160") << inside.errors();
+  EXPECT_EQ(mountsOf(std::to_string(inside.pid())), mountsOf(zone.holder()));
+  EXPECT_EQ(inside.quit(), 0);
+  RunningProbe outside(root(), "normal");
+  EXPECT_EQ(outside.ask("screen"), "3840 x 2160") << outside.errors();
+  EXPECT_NE(mountsOf(std::to_string(outside.pid())), mountsOf(zone.holder()));
+}
+
 TEST_F(ModesTest, AnApitestApplicationsOwnTvApiWinsOverThePlatforms) {
   addToPlatform("Velora.TV.Screen.dll");
   EXPECT_EQ(RunningProbe(root(), "inhouse").ask("assembly Velora.TV.Screen"),
