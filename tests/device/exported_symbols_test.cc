@@ -58,6 +58,19 @@ Names declaredIn(const std::filesystem::path& header) {
   return names;
 }
 
+// Those that belong to the platform's services.
+Names symbolsOfThePlatform(const Names& all) {
+  const std::regex services(
+      "__dlog_.*|trace_(begin|end)|(app_info|package_info|pkgmgr|pkgmgrinfo|aul|smack|vconf)_.*");
+  Names names;
+  for (const std::string& name : all) {
+    if (std::regex_match(name, services)) {
+      names.insert(name);
+    }
+  }
+  return names;
+}
+
 TEST(ExportedSymbols, AreThoseOfThePublicHeader) {
   const Names defined = symbols("--defined-only");
   EXPECT_EQ(defined, declaredIn(QUILLON_HEADER));
@@ -73,7 +86,6 @@ TEST(ExportedSymbols, AreThoseOfTheVersionScript) {
 // A preloaded library must be able to stand in for any of them.
 TEST(ExportedSymbols, ThePlatformIsReachedThroughTheSymbolTable) {
   const Names defined = symbols("--defined-only");
-  const Names undefined = symbols("--undefined-only");
   Names platform;
   for (const auto& header : std::filesystem::directory_iterator(QUILLON_PLATFORM_HEADERS)) {
     platform.merge(declaredIn(header.path()));
@@ -81,13 +93,59 @@ TEST(ExportedSymbols, ThePlatformIsReachedThroughTheSymbolTable) {
   for (const std::string& name : platform) {
     EXPECT_EQ(defined.count(name), 0U) << name;
   }
-  for (const char* name :
-       {"__dlog_print", "trace_begin", "trace_end", "app_info_create", "app_info_get_package",
-        "app_info_metadata_filter_foreach", "package_info_create",
-        "package_info_foreach_privilege_info", "pkgmgrinfo_pkginfo_get_root_path",
-        "pkgmgr_installer_info_get_target_uid", "aul_app_get_pkgid_bypid", "smack_setlabel",
-        "prctl", "sync", "fsync", "rename", "access", "realpath", "exit"}) {
+}
+
+// The list is what the plug-in uses of the platform, no more and no less.
+TEST(ExportedSymbols, ThePlatformFunctionsInUseAreUndefined) {
+  const Names expected = {
+      "__dlog_print",
+      "trace_begin",
+      "trace_end",
+      "app_info_create",
+      "app_info_destroy",
+      "app_info_foreach_metadata",
+      "app_info_get_package",
+      "app_info_metadata_filter_add",
+      "app_info_metadata_filter_create",
+      "app_info_metadata_filter_destroy",
+      "app_info_metadata_filter_foreach",
+      "aul_app_get_pkgid_bypid",
+      "package_info_create",
+      "package_info_foreach_app_from_package",
+      "package_info_foreach_privilege_info",
+      "pkgmgr_installer_info_get_target_uid",
+      "pkgmgrinfo_appinfo_destroy_appinfo",
+      "pkgmgrinfo_appinfo_get_appinfo",
+      "pkgmgrinfo_appinfo_get_exec",
+      "pkgmgrinfo_appinfo_get_metadata_value",
+      "pkgmgrinfo_pkginfo_destroy_pkginfo",
+      "pkgmgrinfo_pkginfo_get_mainappid",
+      "pkgmgrinfo_pkginfo_get_pkginfo",
+      "pkgmgrinfo_pkginfo_get_root_path",
+      "pkgmgrinfo_pkginfo_get_usr_pkginfo",
+      "smack_getlabel",
+      "smack_lgetlabel",
+      "smack_lsetlabel",
+      "smack_setlabel",
+      "vconf_get_str",
+      "vconf_ignore_key_changed",
+      "vconf_keynode_get_int",
+      "vconf_notify_key_changed",
+  };
+  EXPECT_EQ(symbolsOfThePlatform(symbols("--undefined-only")), expected);
+}
+
+TEST(ExportedSymbols, TheKernelIsReachedThroughTheSymbolTable) {
+  const Names undefined = symbols("--undefined-only");
+  for (const char* name : {"prctl", "sync", "fsync", "rename", "access", "realpath", "exit"}) {
     EXPECT_EQ(undefined.count(name), 1U) << name;
+  }
+}
+
+// The zone library is loaded by name when an application needs it.
+TEST(ExportedSymbols, NoZoneFunctionIsNeededToLoadThePlugin) {
+  for (const std::string& name : symbols("--undefined-only")) {
+    EXPECT_NE(name.rfind("zone_", 0), 0U) << name;
   }
 }
 
