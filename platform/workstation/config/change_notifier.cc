@@ -14,6 +14,7 @@ namespace {
 struct Process {
   std::mutex mutex;
   ChangeNotifier* notifier = nullptr;  // never deleted: its thread uses it until the process ends
+  ChangeNotifier* parents = nullptr;   // of the process that forked this one
 };
 
 void lockForFork();
@@ -34,6 +35,7 @@ void unlockInParent() { process().mutex.unlock(); }
 // The child has neither the thread nor, since another thread may have held it, a usable lock of the
 // notifier. Its copy is left alone.
 void forgetInChild() {
+  if (process().notifier != nullptr) process().parents = process().notifier;
   process().notifier = nullptr;
   process().mutex.unlock();
 }
@@ -124,7 +126,7 @@ void ChangeNotifier::stopWatchingUnused(const std::string& folder) {
 
 void ChangeNotifier::run() {
   for (;;) {
-    const std::string events = watch_.wait();
+    const std::string_view events = watch_.wait();
     if (events.empty()) return;  // the descriptor is gone: somebody closed what was not theirs
     ConfigChanges changes;
     {

@@ -25,7 +25,7 @@ Expected<void> watchConfig(const std::string& key,
       if (!value) return tl::unexpected(value.error());
       if (*value && !changed(**value)) return {};
     }
-    const std::string events = watch->wait();
+    const std::string_view events = watch->wait();
     if (events.empty()) return fail("cannot wait for changes of '" + key + "'");
     changes = watch->changes(events);
   }

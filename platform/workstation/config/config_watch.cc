@@ -32,6 +32,8 @@ Failure cannotWatch(const fs::path& path, int error) {
 
 }  // namespace
 
+ConfigWatch::ConfigWatch(Descriptor inotify) : inotify_(std::move(inotify)), buffer_(kBufferSize) {}
+
 Expected<ConfigWatch> ConfigWatch::open() {
   Descriptor inotify(inotify_init1(IN_CLOEXEC));
   if (!inotify) return tl::unexpected(cannotWatch(kConfigDirectory, errno));
@@ -57,14 +59,12 @@ void ConfigWatch::remove(const std::string& folder) {
   folders_.erase(found);
 }
 
-std::string ConfigWatch::wait() const {
-  std::string events(kBufferSize, '\0');
+std::string_view ConfigWatch::wait() {
   ssize_t length = 0;
   do {
-    length = read(inotify_.get(), events.data(), events.size());
+    length = read(inotify_.get(), buffer_.data(), buffer_.size());
   } while (length < 0 && errno == EINTR);
-  events.resize(length < 0 ? 0 : static_cast<size_t>(length));
-  return events;
+  return {buffer_.data(), length < 0 ? 0 : static_cast<size_t>(length)};
 }
 
 void ConfigWatch::renew(int watch) {
@@ -76,12 +76,12 @@ void ConfigWatch::renew(int watch) {
   }
 }
 
-ConfigChanges ConfigWatch::changes(const std::string& events) {
+ConfigChanges ConfigWatch::changes(std::string_view events) {
   ConfigChanges result;
   for (size_t at = 0; at + sizeof(inotify_event) <= events.size();) {
     inotify_event event{};
     std::memcpy(&event, events.data() + at, sizeof event);
-    const char* name = events.data() + at + sizeof event;
+    const char* name = events.data() + at + sizeof event;  // ends with a NUL
     at += sizeof event + event.len;
     const auto folder = folders_.find(event.wd);
     if ((event.mask & IN_Q_OVERFLOW) != 0) {

@@ -6,6 +6,8 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "files/descriptor.h"
 
@@ -20,7 +22,7 @@ struct ConfigChanges {
   [[nodiscard]] bool concern(const std::string& key) const { return all || keys.contains(key); }
 };
 
-// Thread safety: wait() may run while another thread calls the rest; that rest wants a lock.
+// Thread safety: one thread may wait() while others call the rest; that rest wants a lock.
 class ConfigWatch {
  public:
   static Expected<ConfigWatch> open();
@@ -30,15 +32,16 @@ class ConfigWatch {
   Expected<void> add(const std::string& folder);
   void remove(const std::string& folder);
 
-  // Waits for the next events; empty on failure.
-  [[nodiscard]] std::string wait() const;
+  // Waits for the next events; empty on failure. They live until the next call.
+  [[nodiscard]] std::string_view wait();
   // What the events mean. A watched folder that was removed or moved away is made again.
-  ConfigChanges changes(const std::string& events);
+  ConfigChanges changes(std::string_view events);
 
  private:
-  explicit ConfigWatch(Descriptor inotify) : inotify_(std::move(inotify)) {}
+  explicit ConfigWatch(Descriptor inotify);
   void renew(int watch);
   Descriptor inotify_;
+  std::vector<char> buffer_;            // the waiting thread's
   std::map<int, std::string> folders_;  // by watch descriptor
 };
 

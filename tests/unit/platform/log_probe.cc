@@ -58,7 +58,10 @@ void logFromThreads(int threads, int records) {
 void logFromForks(int children) {
   std::atomic<bool> stop = false;
   std::thread busy([&] {
-    while (!stop) __dlog_print(0, DLOG_ERROR, "P", "parent");
+    while (!stop) {
+      __dlog_print(0, DLOG_ERROR, "P", "parent");
+      std::this_thread::yield();  // the lock to fork(2), too
+    }
   });
   for (int i = 0; i < children; ++i) {
     const pid_t child = fork();
