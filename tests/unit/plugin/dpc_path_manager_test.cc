@@ -166,11 +166,11 @@ std::string failureOf(const std::function<void()>& action) {
 
 TEST_F(DpcPathManager, APlaceholderThatDoesNotOpenIsAFailureForTheCaller) {
   require(kKey, "pkgA");
-  {
+  const std::string thrown = failureOf([&] {
     const NoMoreDescriptors limit;
-    EXPECT_THAT(failureOf([&] { decorator_.GetExtraDllPath(); }),
-                ::testing::HasSubstr("Fail to open /proc/self"));
-  }
+    decorator_.GetExtraDllPath();
+  });
+  EXPECT_THAT(thrown, ::testing::HasSubstr("Fail to open /proc/self"));
   const std::vector<std::string> errors = platform().messages(6);
   EXPECT_THAT(errors, ElementsAre("Failed to open /proc/self"));
   EXPECT_EQ(platform().log.back().message().substr(0, 12), "-DotNETLog:d");
