@@ -117,6 +117,24 @@ int record(const char* function, std::initializer_list<std::string> arguments) {
   return failure == platform().failures.end() ? 0 : failure->second;
 }
 
+namespace {
+
+void noteMarker(const std::string& text) {
+  const std::lock_guard lock(recorderMutex());
+  platform().markers.push_back(text);
+  platform().events.push_back("marker " + text);
+}
+
+// Notes a new process name. Returns 0, or the failure that the test set.
+int setName(const char* name) {
+  const std::lock_guard lock(recorderMutex());
+  platform().events.push_back(std::string("process name ") + name);
+  const auto failure = platform().failures.find("PR_SET_NAME");
+  return failure == platform().failures.end() ? 0 : failure->second;
+}
+
+}  // namespace
+
 }  // namespace quillon::test
 
 using quillon::test::platform;
@@ -132,20 +150,24 @@ extern "C" int __dlog_print(int log_id, int prio, const char* tag, const char* f
     std::fprintf(stderr, "%d %s %s\n", prio, tag, text.c_str());
   }
   platform().log.push_back({log_id, prio, tag, std::move(text)});
+  platform().events.push_back("log " + platform().log.back().message());
   return 0;
 }
 
 extern "C" void trace_begin(const char* name) {
   const std::lock_guard lock(recorderMutex());
   platform().trace.push_back(std::string("begin ") + name);
+  platform().events.push_back(platform().trace.back());
 }
 
 extern "C" void trace_end(void) {
   const std::lock_guard lock(recorderMutex());
   platform().trace.emplace_back("end");
+  platform().events.emplace_back("end");
 }
 
-// Stands before the C library's: launch markers are recorded, everything else goes to the kernel.
+// Stands before the C library's: launch markers and names are recorded, everything goes on to the
+// kernel.
 extern "C" int prctl(int option, ...) noexcept {
   std::array<unsigned long, 4> arguments;
   va_list list;
@@ -155,8 +177,13 @@ extern "C" int prctl(int option, ...) noexcept {
   }
   va_end(list);
   if (option == PR_LAUNCH_MARKER) {
-    const std::lock_guard lock(recorderMutex());
-    platform().markers.emplace_back(reinterpret_cast<const char*>(arguments[0]), arguments[1]);
+    quillon::test::noteMarker({reinterpret_cast<const char*>(arguments[0]), arguments[1]});
+  }
+  if (option == PR_SET_NAME) {
+    const int failure = quillon::test::setName(reinterpret_cast<const char*>(arguments[0]));
+    if (failure != 0) {
+      return failure;
+    }
   }
   return static_cast<int>(
       syscall(SYS_prctl, option, arguments[0], arguments[1], arguments[2], arguments[3]));

@@ -63,6 +63,9 @@ struct RecordingPlatform {
   std::vector<std::string> markers;  // texts given to prctl option 666
   std::vector<std::string> calls;    // "function(argument, ...)" of every service call; a handle is
                                      // told by the id that it stands for, or "null"
+  std::vector<std::string> events;   // log, trace, markers and the process name as they came:
+                                     // "log MESSAGE", "begin NAME", "end", "marker TEXT",
+                                     // "process name NAME"
   std::multiset<std::string> openHandles;  // ids of handles obtained and not yet released
   std::vector<KeyWatch> watches;           // registrations in force
 
@@ -73,7 +76,10 @@ struct RecordingPlatform {
   uid_t targetUser = 0;
   std::map<std::string, std::string> labels;      // access labels by path
   std::map<std::string, std::string> linkLabels;  // those of links themselves
-  std::map<std::string, int> failures;            // function name to the result it returns instead
+  std::map<std::string, int> failures;            // function name to the result it returns instead;
+                                                  // "PR_SET_NAME" for that option of prctl
+  std::set<std::string> nullHandles;              // functions that succeed with a null handle;
+                                                  // package_info_create knows it
 
   // Prints each log record to standard error as well, "PRIORITY TAG TEXT", for tests that match the
   // output of a process of their own (EXPECT_EXIT).

@@ -198,6 +198,31 @@ TEST_F(AppIdentity, AnUnknownPackageIsNoneAndSaysWhy) {
   EXPECT_THAT(platform().lines(), ElementsAre("6 package_info_create return error code : -22"));
 }
 
+TEST_F(AppIdentity, APackageWithoutARecordIsNoneAndTellsCodeZero) {
+  platform().packages = {{"p", "/r", {}, {{"service", "", true, {}}}}};
+  platform().nullHandles = {"package_info_create"};
+  EXPECT_FALSE(isServiceApp("p"));
+  EXPECT_THAT(platform().lines(), ElementsAre("6 package_info_create return error code : 0"));
+  EXPECT_THAT(platform().calls, ElementsAre("package_info_create(p)"));
+}
+
+TEST_F(AppIdentity, AServiceWithoutAnIdIsOneAllTheSame) {
+  bool service = false;
+  EXPECT_TRUE(_package_info_app_cb(PACKAGE_INFO_APP_COMPONENT_TYPE_SERVICE, nullptr, &service));
+  EXPECT_TRUE(service);
+  EXPECT_THAT(platform().lines(), ElementsAre("4  is Service application"));
+}
+
+TEST_F(AppIdentity, ANameThatTheKernelRefusesIsPassedOverInSilence) {
+  platform().failures["PR_SET_NAME"] = -1;
+  _SetAppInfo("org.example.clock", "/usr/bin/env");
+  EXPECT_EQ(g_execPath, "/usr/bin/env");
+  EXPECT_THAT(platform().events, Contains("process name DN_xample.clock"));
+  EXPECT_THAT(platform().lines(), ElementsAre("4 ### plugin set app info called ###",
+                                              "4 ### App ID : org.example.clock ###",
+                                              "4 ### execPath : /usr/bin/env ###"));
+}
+
 TEST_F(AppIdentity, TheWalkOverApplicationsNeverStops) {
   bool service = false;
   EXPECT_TRUE(_package_info_app_cb(PACKAGE_INFO_APP_COMPONENT_TYPE_UI, "a", &service));

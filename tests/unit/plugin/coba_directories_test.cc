@@ -68,6 +68,8 @@ TEST_F(CobaDirectories, AnApplicationWithoutAPackageIsPassedOver) {
   platform().packages = {offering("p"), offering("q")};
   platform().failures["app_info_get_package"] = -1;
   EXPECT_EQ(GetCoBASharedDirsInApp(), "");
+  EXPECT_THAT(platform().calls, Contains("app_info_get_package(p.app)"));
+  EXPECT_THAT(platform().calls, Contains("app_info_get_package(q.app)"));
 }
 
 TEST_F(CobaDirectories, TheCallbackTakesANullHandleAndGoesOn) {
@@ -82,6 +84,22 @@ TEST_F(CobaDirectories, AFilterThatWasNotMadeIsNotDestroyed) {
   for (const std::string& call : platform().calls) {
     EXPECT_THAT(call, Not(::testing::StartsWith("app_info_metadata_filter_destroy")));
   }
+}
+
+TEST_F(CobaDirectories, AFilterThatFailsIsAskedAllTheSame) {
+  const std::string condition = std::string(kKey) + ", null)";
+  platform().failures = {{"app_info_metadata_filter_create", -1}};
+  GetCoBASharedDirsInApp();
+  EXPECT_THAT(platform().calls, ElementsAre("app_info_metadata_filter_create()",
+                                            "app_info_metadata_filter_add(null, " + condition,
+                                            "app_info_metadata_filter_foreach(null)"));
+  platform().calls.clear();
+  platform().failures = {{"app_info_metadata_filter_add", -1}};
+  GetCoBASharedDirsInApp();
+  EXPECT_THAT(platform().calls, ElementsAre("app_info_metadata_filter_create()",
+                                            "app_info_metadata_filter_add(filter, " + condition,
+                                            "app_info_metadata_filter_foreach(filter)",
+                                            "app_info_metadata_filter_destroy(filter)"));
 }
 
 }  // namespace

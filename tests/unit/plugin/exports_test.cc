@@ -216,6 +216,7 @@ TEST_F(Exports, AMissingCapabilitySetIsAppliedAllTheSame) {
   plugin_before_execute();
   EXPECT_TRUE(capabilities().setWasNull);
   EXPECT_THAT(platform().messages(6), ElementsAre("fail to cap_init()", "fail to cap_set_proc()"));
+  EXPECT_EQ(capabilities().frees, 1);
 }
 
 TEST_F(Exports, FinalizeEndsTheLaunch) {

@@ -208,6 +208,24 @@ TEST_F(LaunchBoost, ADelayedConnectionIsUsed) {
               ElementsAre("kest Client:connect delayed", "kest Client:cannot send_msg_to_bstr"));
 }
 
+TEST_F(LaunchBoost, ADelayedConnectionCarriesTheNoticeAndUsesUpNoTry) {
+  startDaemon();
+  sockets().delays = true;
+  notifyLaunchBoost("a", 1);
+  EXPECT_THAT(platform().markers, ElementsAre("kest Client:connect delayed", "APPSTART:a:1"));
+  EXPECT_EQ(daemon_->receive(), std::string("APPSTART:a:1\0", 13));
+  EXPECT_EQ(KestrelConnectionTryCnt, 5);
+  EXPECT_EQ(KestrelScok, -1);
+}
+
+TEST_F(LaunchBoost, TheSocketIsALocalStreamThatDoesNotBlock) {
+  startDaemon();
+  notifyLaunchBoost("a", 1);
+  EXPECT_THAT(sockets().socketArguments, ElementsAre(AF_UNIX, SOCK_STREAM, 0));
+  EXPECT_EQ(sockets().askedFamily, AF_UNIX);
+  EXPECT_EQ(sockets().setFlags, O_RDWR | O_NONBLOCK);
+}
+
 TEST_F(LaunchBoost, AFailedSendCostsOneTryAndTheSocket) {
   startDaemon();
   sockets().sendError = EPIPE;

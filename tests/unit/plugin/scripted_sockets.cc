@@ -31,6 +31,7 @@ int connectToTheTest(int descriptor, const sockaddr* address, socklen_t length) 
   script.pauses.emplace_back("connect");
   script.askedFor = reinterpret_cast<const sockaddr_un*>(address)->sun_path;
   script.askedLength = length;
+  script.askedFamily = address->sa_family;
   if (!script.connectErrors.empty()) {
     const int error = script.connectErrors.front();
     script.connectErrors.pop_front();
@@ -41,8 +42,9 @@ int connectToTheTest(int descriptor, const sockaddr* address, socklen_t length) 
   sockaddr_un own{};
   own.sun_family = AF_UNIX;
   script.daemon.copy(own.sun_path, sizeof(own.sun_path) - 1);
-  return next<decltype(&connect)>("connect")(descriptor, reinterpret_cast<sockaddr*>(&own),
-                                             sizeof(own));
+  const int result = next<decltype(&connect)>("connect")(
+      descriptor, reinterpret_cast<sockaddr*>(&own), sizeof(own));
+  return result == 0 && script.delays ? failWith(EINPROGRESS) : result;
 }
 
 }  // namespace
@@ -66,6 +68,7 @@ int socket(int domain, int type, int protocol) noexcept {
   }
   const int descriptor = next<decltype(&socket)>("socket")(domain, type, protocol);
   sockets().lastSocket = descriptor;
+  sockets().socketArguments = {domain, type, protocol};
   return descriptor;
 }
 
@@ -81,6 +84,9 @@ int fcntl(int descriptor, int command, ...) {
   va_start(list, command);
   const long argument = va_arg(list, long);
   va_end(list);
+  if (command == F_SETFL) {
+    sockets().setFlags = argument;
+  }
   const int error = command == F_GETFL   ? sockets().getFlagsError
                     : command == F_SETFL ? sockets().setFlagsError
                                          : 0;

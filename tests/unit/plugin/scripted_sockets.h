@@ -18,12 +18,14 @@ struct ScriptedSockets {
   std::string daemon;    // path that connect goes to
   std::string askedFor;  // path that the code under test gave
   socklen_t askedLength = 0;
+  int askedFamily = -1;
 
   // What calls return instead: errno values, taken one a call; 0 lets the call through.
   std::deque<int> connectErrors;
   int socketError = 0;
   int getFlagsError = 0;
   int setFlagsError = 0;
+  bool delays = false;  // each connect does its work and then reads as still under way
   int sendError = 0;
   int pendingError = 0;  // what SO_ERROR reads as
   int selectResult = 1;  // 0 times out
@@ -34,6 +36,8 @@ struct ScriptedSockets {
   int selectCalls = 0;
   int sendFlags = 0;
   int lastSocket = -1;
+  std::vector<int> socketArguments;  // domain, type and protocol of the last one
+  long setFlags = 0;                 // given to F_SETFL
 
   void reset() { *this = ScriptedSockets(); }
 };
