@@ -25,7 +25,8 @@ target_compile_options(quillon-compile INTERFACE
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_link_libraries(quillon-compile INTERFACE Threads::Threads)
 if(QUILLON_SANITIZE)
+  # A target with the property QUILLON_UNINSTRUMENTED is only linked with the sanitizers.
   target_compile_options(quillon-compile INTERFACE
-    -fsanitize=${QUILLON_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    "$<$<NOT:$<BOOL:$<TARGET_PROPERTY:QUILLON_UNINSTRUMENTED>>>:-fsanitize=${QUILLON_SANITIZE};-fno-sanitize-recover=all;-fno-omit-frame-pointer>")
   target_link_options(quillon-compile INTERFACE -fsanitize=${QUILLON_SANITIZE})
 endif()
