@@ -171,9 +171,9 @@ TEST_F(LogTest, KeepsRecordsWholeWhenProcessesAndThreadsShareAFile) {
 }
 
 TEST_F(LogTest, LogsInChildrenOfAProcessWithBusyThreads) {
-  const Finished ran = probe({"forks:100"}, {{"QUILLON_LOG", "none"}});
+  const Finished ran = probe({"forks:400"}, {{"QUILLON_LOG", "none"}});
   EXPECT_EQ(ran.status, 0);
-  EXPECT_THAT(linesOf(ran.out), SizeIs(100));
+  EXPECT_THAT(linesOf(ran.out), SizeIs(400));
   EXPECT_THAT(ran.out, Not(HasSubstr("failed")));
 }
 
