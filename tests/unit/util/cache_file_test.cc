@@ -3,8 +3,12 @@
 #include <platform/dlog.h>
 #include <sys/stat.h>
 
-#include "tests/support/tree_test.h"
+#include <cerrno>
 
+#include "tests/support/tree_test.h"
+#include "tests/unit/util/scripted_files.h"
+
+using quillon::test::NotedFiles;
 using quillon::test::platform;
 using quillon::test::TreeTest;
 
@@ -129,6 +133,41 @@ TEST_F(CacheFile, LeavesTheTemporaryWhereTheRenameFails) {
   EXPECT_EQ(contentOf(at("temp_L.txt")), "x");
   EXPECT_EQ(platform().lines().back(), "3 Save File : " + at("L.txt"));
   EXPECT_TRUE(platform().messages(DLOG_ERROR).empty());
+}
+
+// A launch may be killed between any two of them.
+TEST_F(CacheFile, IsWrittenInAnOrderThatNeverShowsHalfAList) {
+  {
+    const NotedFiles noted;
+    save("[START]a:b[END]");
+  }
+  EXPECT_EQ(quillon::test::files().calls,
+            (Texts{"lstat temp_L.txt", "lstat L.txt", "fopen temp_L.txt w+", "fsync 15", "fclose",
+                   "rename temp_L.txt L.txt", "sync"}));
+}
+
+TEST_F(CacheFile, IsFlushedToTheDiskEvenWhereTheRenameFails) {
+  {
+    const NotedFiles noted(EACCES);
+    save("x");
+  }
+  EXPECT_EQ(quillon::test::files().calls.at(5), "rename temp_L.txt L.txt");
+  EXPECT_EQ(quillon::test::files().calls.back(), "sync");
+  EXPECT_EQ(platform().lines().back(), "3 Save File : " + at("L.txt"));
+}
+
+TEST_F(CacheFile, NeitherOpensNorSyncsWhereANameIsALink) {
+  makeLink("L.txt", "elsewhere");
+  {
+    const NotedFiles noted;
+    save("x");
+  }
+  EXPECT_EQ(quillon::test::files().calls, (Texts{"lstat temp_L.txt", "lstat L.txt"}));
+}
+
+TEST_F(CacheFile, OfADeviceThatNeverEndsIsNothing) {
+  EXPECT_EQ(readFileToString(makeLink("zero", "/dev/zero")), "");
+  EXPECT_TRUE(platform().log.empty());
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <platform/dlog.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -145,6 +146,26 @@ TEST_F(CopyDirectory, AFailureBelowEndsTheCopyWithoutASecondLine) {
   makeDirectory("to/nested/name");
   EXPECT_FALSE(copy(FS_MERGE_OVERWRITE));
   EXPECT_EQ(platform().lines().size(), 1U);
+}
+
+// Root may read everything, so the copy is made by a user who may not.
+TEST_F(CopyDirectory, ASourceThatCannotBeReadIsAnError) {
+  constexpr uid_t nobody = 65534;
+  const uid_t user = geteuid();
+  makeFile("from/name", "x");
+  chmod(at("from").c_str(), 0300);
+  if (user == 0) {
+    ASSERT_EQ(chown(at("from").c_str(), nobody, nobody), 0);
+    ASSERT_EQ(chown(at("").c_str(), nobody, nobody), 0);
+    ASSERT_EQ(seteuid(nobody), 0);
+  }
+  const bool copied = copy(FS_NONE);
+  ASSERT_EQ(seteuid(user), 0);
+  chmod(at("from").c_str(), 0700);
+  EXPECT_FALSE(copied);
+  EXPECT_THAT(platform().lines(),
+              ElementsAre(AllOf(StartsWith("6 Failed to copy directory: "), HasSubstr(at("from")),
+                                HasSubstr("Permission denied"))));
 }
 
 TEST_F(CopyDirectory, CommitLeavesNoTemporaryFile) {

@@ -1,5 +1,7 @@
 #include "util/zq_utils/directory_walk.h"
 
+#include <dirent.h>
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -8,6 +10,23 @@
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
+
+namespace {
+
+// Whether directories tell no types, as those of some file systems.
+bool withoutTypes = false;
+
+}  // namespace
+
+// Stands before the C library's.
+extern "C" dirent* readdir(DIR* directory) {
+  static const auto next = reinterpret_cast<decltype(&readdir)>(dlsym(RTLD_NEXT, "readdir"));
+  dirent* entry = next(directory);
+  if (withoutTypes && entry != nullptr) {
+    entry->d_type = DT_UNKNOWN;
+  }
+  return entry;
+}
 
 namespace {
 
@@ -99,6 +118,35 @@ TEST_F(DirectoryWalk, ReportsSubdirectoriesButNoLinksToThem) {
   EXPECT_THAT(directories(at("missing")), IsEmpty());
   EXPECT_THAT(quillon::test::platform().trace,
               ElementsAre(::testing::HasSubstr("scanDirsInDirectory"), "end", ::testing::_, "end"));
+}
+
+class WalkWithoutTypes : public DirectoryWalk {
+ protected:
+  void SetUp() override {
+    DirectoryWalk::SetUp();
+    withoutTypes = true;
+  }
+  void TearDown() override { withoutTypes = false; }
+};
+
+TEST_F(WalkWithoutTypes, ReportsNothing) {
+  EXPECT_THAT(files(at("top"), 3), IsEmpty());
+  EXPECT_THAT(directories(at("top")), IsEmpty());
+}
+
+// Directories too, those of the walk itself among them; none is entered.
+TEST_F(WalkWithoutTypes, TheVariantLooksAtWhatTheEntriesAre) {
+  EXPECT_THAT(reported([&](const FileReader& reader) {
+                scanFilesInDir(
+                    at("top"),
+                    [&](const std::string& path, const char* name) {
+                      if (name[0] != '.') {
+                        reader(path, name);
+                      }
+                    },
+                    3);
+              }),
+              UnorderedElementsAre("top/file", "top/one", "top/to-file", "top/to-directory"));
 }
 
 }  // namespace

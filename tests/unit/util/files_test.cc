@@ -162,6 +162,31 @@ TEST_F(BetweenFileSystems, ACopyReplacesContentAndCarriesTheMode) {
   EXPECT_TRUE(platform().log.empty());
 }
 
+TEST_F(BetweenFileSystems, ACopyEndsWithItsSourcesModeWhateverTheUmask) {
+  const mode_t before = umask(022);
+  for (const mode_t mode : {0444U, 0777U, 0600U}) {
+    SCOPED_TRACE(mode);
+    const std::string name = "from" + std::to_string(mode);
+    chmod(makeFile(name, "x").c_str(), mode);
+    EXPECT_TRUE(copyFile(at(name), there(name)));
+    struct stat status {};
+    ASSERT_EQ(stat(there(name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, mode);
+  }
+  umask(before);
+}
+
+TEST_F(BetweenFileSystems, ACopyClosesALooserTargetToItsSourcesMode) {
+  std::ofstream(there("to")) << "old and longer";
+  chmod(there("to").c_str(), 0666);
+  chmod(makeFile("from", "new").c_str(), 0600);
+  EXPECT_TRUE(copyFile(at("from"), there("to")));
+  EXPECT_EQ(contentOf(there("to")), "new");
+  struct stat status {};
+  ASSERT_EQ(stat(there("to").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0600U);
+}
+
 TEST_F(BetweenFileSystems, ADirectoryIsCopied) {
   makeFile("from/nested/file", "x");
   makeLink("from/link", "nested");
@@ -205,6 +230,17 @@ TEST_F(Files, SizeFollowsLinks) {
   makeFile("file", "12345");
   EXPECT_EQ(getFileSize(makeLink("link", "file")), 5U);
   EXPECT_EQ(getFileSize(at("missing")), 0U);
+}
+
+// The result has 32 bits; callers ask for the sizes of small files.
+TEST_F(Files, SizePastFourGibibytesIsCut) {
+  const std::string file = makeFile("sparse");
+  std::error_code error;
+  std::filesystem::resize_file(file, (std::uintmax_t{1} << 32) + 5, error);
+  if (error) {
+    QUILLON_SKIP("the file system keeps no file of 4 GiB: " << error.message());
+  }
+  EXPECT_EQ(getFileSize(file), 5U);
 }
 
 }  // namespace

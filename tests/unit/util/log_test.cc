@@ -3,6 +3,7 @@
 
 #include "util/log/log.h"
 
+#include <gmock/gmock.h>
 #include <quillon_tv_plugin.h>
 #include <unistd.h>
 
@@ -130,7 +131,23 @@ TEST_F(Tracker, ClosesItsScopeWhenAnExceptionLeavesIt) {
   EXPECT_EQ(platform().trace[1], "end");
 }
 
+TEST_F(Tracker, LogsBeforeItTraces) {
+  {
+    QLOG_SCOPE();
+    QLOG_DEBUG("inside");
+  }
+  using ::testing::StartsWith;
+  EXPECT_THAT(platform().events,
+              ::testing::ElementsAre(StartsWith("log  +DotNETLog:"), StartsWith("begin "),
+                                     "log inside", StartsWith("log -DotNETLog:"), "end"));
+}
+
 using Milestone = PlatformTest;
+
+TEST_F(Milestone, IsMarkedBeforeItIsLogged) {
+  TTraceLog("reached");
+  EXPECT_THAT(platform().events, ::testing::ElementsAre("marker reached", "log reached"));
+}
 
 TEST_F(Milestone, GoesToTheMarkerChannelAndTheLog) {
   TTraceLog("[quillon-tv-plugin] 100%s");

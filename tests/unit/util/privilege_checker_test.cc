@@ -45,6 +45,21 @@ TEST_F(Privileges, FailureCodeIsTold) {
   EXPECT_THAT(platform().lines(), ElementsAre("6 package_info_create return error code : -22"));
 }
 
+TEST_F(Privileges, APackageWithoutARecordHasNoneAndTellsCodeZero) {
+  platform().nullHandles = {"package_info_create"};
+  EXPECT_FALSE(HasPrivilege("wanted", "pkg"));
+  EXPECT_THAT(platform().lines(), ElementsAre("6 package_info_create return error code : 0"));
+  EXPECT_THAT(platform().calls, ElementsAre("package_info_create(pkg)"));
+}
+
+TEST_F(Privileges, NullsFromThePlatformArePassedOver) {
+  PrivilegeSearch search{false, "wanted"};
+  EXPECT_TRUE(privilege_info_cb(nullptr, &search));
+  EXPECT_FALSE(search.found);
+  EXPECT_TRUE(privilege_info_cb("wanted", nullptr));
+  EXPECT_TRUE(platform().lines().empty());
+}
+
 TEST_F(Privileges, SearchAndEachStepAreTraced) {
   HasPrivilege("wanted", "pkg");
   ASSERT_EQ(platform().trace.size(), 10U);  // the search and its four steps

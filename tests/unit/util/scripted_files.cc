@@ -1,0 +1,84 @@
+#include "tests/unit/util/scripted_files.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace quillon::test {
+namespace {
+
+template <typename Function>
+Function next(const char* name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+void note(const std::string& call) {
+  if (files().active) {
+    files().calls.push_back(call);
+  }
+}
+
+std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+long bytesIn(int descriptor) {
+  struct stat status {};
+  return fstat(descriptor, &status) == 0 ? static_cast<long>(status.st_size) : -1;
+}
+
+}  // namespace
+
+ScriptedFiles& files() {
+  // Never destroyed: streams are closed while the process ends.
+  static auto* instance = new ScriptedFiles;
+  return *instance;
+}
+
+}  // namespace quillon::test
+
+using quillon::test::files;
+using quillon::test::nameOf;
+using quillon::test::next;
+using quillon::test::note;
+
+extern "C" {
+
+int lstat(const char* path, struct stat* status) noexcept {
+  note("lstat " + nameOf(path));
+  return next<decltype(&lstat)>("lstat")(path, status);
+}
+
+FILE* fopen(const char* path, const char* mode) {
+  note("fopen " + nameOf(path) + " " + mode);
+  return next<decltype(&fopen)>("fopen")(path, mode);
+}
+
+int fsync(int descriptor) {
+  note("fsync " + std::to_string(quillon::test::bytesIn(descriptor)));
+  return next<decltype(&fsync)>("fsync")(descriptor);
+}
+
+int fclose(FILE* file) {
+  note("fclose");
+  return next<decltype(&fclose)>("fclose")(file);
+}
+
+int rename(const char* from, const char* to) noexcept {
+  note("rename " + nameOf(from) + " " + nameOf(to));
+  if (files().active && files().renameError != 0) {
+    errno = files().renameError;
+    return -1;
+  }
+  return next<decltype(&rename)>("rename")(from, to);
+}
+
+void sync() noexcept {
+  note("sync");
+  if (!files().active) {
+    next<decltype(&sync)>("sync")();
+  }
+}
+
+}  // extern "C"
