@@ -1,14 +1,34 @@
 // The services of a launch: certificates, GC tracer, object tracker, debugger pipes.
 #include "plugin/src/quillon-tv-plugin/launch_services.h"
 
+#include <dirent.h>
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <quillon_tv_plugin.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "plugin/src/quillon-tv-plugin/process_state.h"
 #include "tests/strategies/device_test.h"
+
+namespace {
+
+// A directory that cannot be opened; those of the device can by every user of the tests.
+std::string unreadable;
+
+}  // namespace
+
+// Stands before the C library's.
+extern "C" DIR* opendir(const char* path) {
+  static const auto next = reinterpret_cast<decltype(&opendir)>(dlsym(RTLD_NEXT, "opendir"));
+  if (unreadable == path) {
+    errno = EACCES;
+    return nullptr;
+  }
+  return next(path);
+}
 
 namespace quillon::test {
 namespace {
@@ -214,6 +234,15 @@ TEST_F(LaunchServices, APipeThatCannotBeLabelledIsNamed) {
   EXPECT_THAT(platform().messages(6),
               ::testing::UnorderedElementsAre("Fail to setxattr (" + pipe() + ")",
                                               "Fail to setxattr (" + pipe("-2-in") + ")"));
+}
+
+TEST_F(LaunchServices, AFolderOfPipesThatCannotBeReadIsPassedOver) {
+  makeFile(pipe());
+  unreadable = "/tmp";
+  handleDebugPipe();
+  unreadable.clear();
+  EXPECT_THAT(platform().lines(), ElementsAre("3 handleDebugPipe called!!"));
+  EXPECT_THAT(platform().calls, IsEmpty());
 }
 
 }  // namespace

@@ -28,6 +28,7 @@ constexpr char kRoot[] = "/usr/share/dotnet.velora/";
 constexpr char kTpaCache[] = "/opt/usr/home/owner/share/dotnet/TPA.txt";
 constexpr char kDllPath[] = "/usr/share/dotnet.velora/lib:/usr/share/dotnet.velora/tvappapi";
 
+static_assert(sizeof(PluginDotnetInhouse) == sizeof(void*));
 static_assert(sizeof(PluginDotnetInhouseApitest) == sizeof(void*));
 
 struct Kind {
@@ -202,6 +203,17 @@ TEST_F(ApitestStrategy, TakesNoNoticeOfTheConfiguredApiDirectoryOrThePlatformsDp
   makeFile(std::string(kRoot) + "d.pc/one/One.dll");
   EXPECT_THAT(strategy_.GetTPA(), Not(::testing::HasSubstr("Configured.dll")));
   EXPECT_EQ(strategy_.GetDllPath(), kDllPath);
+}
+
+using InhouseStrategy = StrategyTest;
+
+TEST_F(InhouseStrategy, AddsNoExtraDirectoriesAndSaysNothing) {
+  PluginDotnetInhouse strategy;
+  platform().reset();
+  EXPECT_EQ(strategy.GetExtraDllPath(), "");
+  EXPECT_THAT(platform().lines(), IsEmpty());
+  EXPECT_THAT(platform().calls, IsEmpty());
+  EXPECT_THAT(spans(), ElementsAre("virtual std::string PluginDotnetInhouse::GetExtraDllPath()"));
 }
 
 class AotStrategy : public StrategyTest {

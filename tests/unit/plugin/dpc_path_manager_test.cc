@@ -129,6 +129,15 @@ TEST_F(DpcPathManager, TheFirstMatchingKeyWins) {
   EXPECT_FALSE(DpcPathManagerDecorate::dpc_metadata_cb(kKey, "1", nullptr));
 }
 
+TEST_F(DpcPathManager, NullsFromThePlatformRequireNothing) {
+  std::string value = "before";
+  EXPECT_TRUE(DpcPathManagerDecorate::dpc_metadata_cb(nullptr, "1", &value));
+  EXPECT_EQ(value, "before");
+  EXPECT_FALSE(DpcPathManagerDecorate::dpc_metadata_cb(kKey, nullptr, &value));
+  EXPECT_EQ(value, "");
+  EXPECT_FALSE(DpcPathManagerDecorate::dpc_metadata_cb(kKey, nullptr, nullptr));
+}
+
 TEST_F(DpcPathManager, AnUnknownApplicationRequiresNothing) {
   EXPECT_EQ(decorator_.GetDpcList("nobody"), "");
 }

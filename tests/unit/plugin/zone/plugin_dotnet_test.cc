@@ -1,13 +1,17 @@
 #include "plugin/src/plugin-dotnet/plugin_dotnet.h"
 
 #include <gmock/gmock.h>
+#include <platform/dlog.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <type_traits>
 
 #include "plugin/src/plugin-util/app_identity.h"
+#include "tests/support/skip.h"
 #include "tests/unit/plugin/zone/zone_fixture.h"
 
 namespace quillon::test {
@@ -70,6 +74,67 @@ TEST_F(Dotnet, EveryOperationIsTraced) {
     if (!has("virtual void PluginDotnet::Finalize()")) exit(2);
   });
   EXPECT_TRUE(run.returned) << run.status;
+}
+
+// The place in the table of virtual functions that a pointer to a member holds (Itanium C++ ABI).
+template <typename Operation>
+std::ptrdiff_t slotOf(Operation operation) {
+  std::ptrdiff_t offset = 0;
+  static_assert(sizeof(operation) == 2 * sizeof(offset));
+  std::memcpy(&offset, &operation, sizeof(offset));
+  return (offset - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+}
+
+// Callers that were built against an earlier header call by place. The two forms of the destructor
+// come first.
+TEST(Strategy, OperationsKeepTheirPlaces) {
+#if defined(__x86_64__) || defined(__i386__)
+  EXPECT_EQ(slotOf(&PluginStrategy::Initialize), 2);
+  EXPECT_EQ(slotOf(&PluginStrategy::Preload), 3);
+  EXPECT_EQ(slotOf(&PluginStrategy::SetAppInfo), 4);
+  EXPECT_EQ(slotOf(&PluginStrategy::GetDllPath), 5);
+  EXPECT_EQ(slotOf(&PluginStrategy::GetExtraDllPath), 6);
+  EXPECT_EQ(slotOf(&PluginStrategy::GetTPA), 7);
+  EXPECT_EQ(slotOf(&PluginStrategy::Finalize), 8);
+#else
+  QUILLON_SKIP("pointers to members of this processor hold the place otherwise");
+#endif
+}
+
+// In the zone already: nothing ends the process.
+TEST_F(Dotnet, TracesItsOperationsBySignature) {
+  const ZoneRun run = this->run([] {
+    platform().trace.clear();
+    PluginDotnet strategy;
+    strategy.Initialize();
+    strategy.Preload();
+    strategy.SetAppInfo("org.example.clock", "/usr/bin/env");
+    strategy.GetDllPath();
+    strategy.GetExtraDllPath();
+    strategy.GetTPA();
+    strategy.Finalize();
+    std::vector<std::string> own;
+    for (const std::string& entry : platform().trace) {
+      const std::size_t name = entry.find(") ");
+      if (name != std::string::npos && entry.find("PluginDotnet::") != std::string::npos) {
+        own.push_back(entry.substr(name + 2));
+      }
+    }
+    platform().log.clear();
+    for (const std::string& signature : own) {
+      __dlog_print(0, DLOG_DEBUG, "QUILLON", "test: signature(1) > %s", signature.c_str());
+    }
+  });
+  EXPECT_TRUE(run.returned) << run.status;
+  EXPECT_THAT(
+      run.lines,
+      ElementsAre("3 PluginDotnet::PluginDotnet()", "3 virtual void PluginDotnet::Initialize()",
+                  "3 virtual void PluginDotnet::Preload()",
+                  "3 virtual void PluginDotnet::SetAppInfo(const string&, const string&)",
+                  "3 virtual std::string PluginDotnet::GetDllPath()",
+                  "3 virtual std::string PluginDotnet::GetExtraDllPath()",
+                  "3 virtual std::string PluginDotnet::GetTPA()",
+                  "3 virtual void PluginDotnet::Finalize()"));
 }
 
 TEST_F(Dotnet, InitializeEntersTheZone) {
