@@ -63,5 +63,13 @@ TEST_F(LibraryPreload, AMissingListIsNoError) {
                   "4 [quillon-tv-plugin] process in Host. preload C# methods"));
 }
 
+TEST_F(LibraryPreload, AListThatIsADirectoryIsNone) {
+  std::filesystem::create_directories(onMachine(kList));
+  const DriverRun launched = launch();
+  EXPECT_EQ(launched.status, 0) << launched.output;
+  EXPECT_THAT(loaded(launched), ElementsAre(false, false));
+  EXPECT_THAT(launched.messages(6), IsEmpty());
+}
+
 }  // namespace
 }  // namespace quillon::test

@@ -146,6 +146,62 @@ TEST_F(TpaCache, GoesAtEveryConstructionWhileTheFlagsDiffer) {
   EXPECT_EQ(read("/opt/etc/dotnet_flag.ini"), "same\n");
 }
 
+class FlagFiles : public TpaCache {
+ protected:
+  static constexpr char kCoba[] = "/opt/usr/home/owner/share/dotnet/CoBA.txt";
+
+  // What is left of both lists once a strategy was made, and what it said.
+  struct Outcome {
+    bool tpaKept;
+    bool cobaKept;
+    std::vector<std::string> lines;
+  };
+  Outcome construct() {
+    put(kCache, "[START]/a/A.dll[END]");
+    put(kCoba, "[START]:/x/shared/res/[END]");
+    const DriverRun launched = run({"initialize=inhouse"});
+    EXPECT_EQ(launched.status, 0) << launched.output;
+    return {exists(kCache), exists(kCoba), launched.lines()};
+  }
+  void expectBothGone(const std::string& milestone) {
+    const Outcome outcome = construct();
+    EXPECT_FALSE(outcome.tpaKept);
+    EXPECT_FALSE(outcome.cobaKept);
+    EXPECT_THAT(outcome.lines, Contains("4 [quillon-tv-plugin] " + milestone));
+  }
+  void expectBothKept() {
+    const Outcome outcome = construct();
+    EXPECT_TRUE(outcome.tpaKept);
+    EXPECT_TRUE(outcome.cobaKept);
+    EXPECT_THAT(outcome.lines, Contains("4 [quillon-tv-plugin] RO and RW same"));
+  }
+};
+
+TEST_F(FlagFiles, ThatDifferRemoveBothLists) {
+  put("/etc/dotnet_flag.ini", "1");
+  put("/opt/etc/dotnet_flag.ini", "2");
+  expectBothGone("RO and RW diff");
+}
+
+TEST_F(FlagFiles, ThatAgreeKeepBothLists) {
+  keepCaches();
+  expectBothKept();
+}
+
+TEST_F(FlagFiles, AMissingReadOnlyCopyCountsAsAnEmptyOne) {
+  put("/opt/etc/dotnet_flag.ini", "");
+  expectBothKept();
+  put("/opt/etc/dotnet_flag.ini", "1");
+  expectBothGone("RO and RW diff");
+}
+
+TEST_F(FlagFiles, AMissingWritableCopyRemovesBothListsEveryTime) {
+  put("/etc/dotnet_flag.ini", "1");
+  expectBothGone("remove cache");
+  EXPECT_FALSE(exists("/opt/etc/dotnet_flag.ini"));
+  expectBothGone("remove cache");
+}
+
 TEST_F(TpaCache, IsNotWrittenThroughALink) {
   keepCaches();
   std::filesystem::create_symlink("/opt/usr/target", onMachine(kCache));
