@@ -165,6 +165,14 @@ TEST_F(AppIdentity, NamesTheProcessAfterTheEndOfTheId) {
   }
 }
 
+TEST_F(AppIdentity, LogsTheNameOnceTheProcessHasIt) {
+  changeProcessName("abc");
+  std::vector<std::string> events = platform().events;
+  std::erase_if(events,
+                [](const std::string& event) { return event.find("DN_abc") == event.npos; });
+  EXPECT_THAT(events, ElementsAre("process name DN_abc", "log Process Name : DN_abc"));
+}
+
 TEST_F(AppIdentity, PackageIdIsThatOfTheCallingProcess) {
   platform().processes[getpid()] = "org.example";
   EXPECT_EQ(GetLaunchedAppPackageID(), "org.example");
