@@ -1,4 +1,5 @@
 // The strategies that search for their assemblies at every launch.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -12,6 +13,22 @@
 #include "plugin/src/plugin-dotnet-inhouse/plugin_dotnet_inhouse.h"
 #include "plugin/src/plugin-util/coba_directories.h"
 #include "tests/strategies/device_test.h"
+
+namespace {
+
+// What is done at each sync(2), which then does nothing; null lets it through.
+std::function<void()> atSync;
+
+}  // namespace
+
+// Stands before the C library's.
+extern "C" void sync() noexcept {
+  if (atSync) {
+    atSync();
+  } else {
+    reinterpret_cast<decltype(&sync)>(dlsym(RTLD_NEXT, "sync"))();
+  }
+}
 
 namespace quillon::test {
 namespace {
@@ -214,6 +231,19 @@ TEST_F(InhouseStrategy, AddsNoExtraDirectoriesAndSaysNothing) {
   EXPECT_THAT(platform().lines(), IsEmpty());
   EXPECT_THAT(platform().calls, IsEmpty());
   EXPECT_THAT(spans(), ElementsAre("virtual std::string PluginDotnetInhouse::GetExtraDllPath()"));
+}
+
+TEST_F(InhouseStrategy, ASyncFollowsTheRemovalOfBothLists) {
+  const std::string coba = "/opt/usr/home/owner/share/dotnet/CoBA.txt";
+  makeFile(kTpaCache, "[START]/x[END]");
+  makeFile(coba, "[START][END]");
+  makeFile("/opt/etc/dotnet_flag.ini", "other");
+  std::vector<bool> left;
+  atSync = [&] { left = {fs::exists(kTpaCache), fs::exists(coba)}; };
+  PluginDotnetInhouse strategy;
+  atSync = nullptr;
+  EXPECT_THAT(left, ElementsAre(false, false));
+  EXPECT_THAT(platform().markers, ElementsAre("[quillon-tv-plugin] RO and RW diff"));
 }
 
 class AotStrategy : public StrategyTest {
