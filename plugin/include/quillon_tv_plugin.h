@@ -62,7 +62,8 @@ void plugin_preload(void);
 /* Tells which application runs in this process.
  *
  * appId     application id; copied
- * execPath  path of its executable; must exist and lie, with symbolic links resolved, under "/usr/",
+ * execPath  path of its executable; must exist and lie, with symbolic links resolved, under
+ * "/usr/",
  *           "/opt/usr/" or "/opt/share/". Copied.
  *
  * Checks the platform privilege and the path, and ends the process with status 0 where one of them

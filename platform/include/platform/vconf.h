@@ -8,7 +8,8 @@ extern "C" {
 /* One key with its value, handed to a change callback. Opaque. */
 typedef struct keynode_s keynode_t;
 
-/* Called after a change of the key, on a thread of the store's own. `node` lives during the call. */
+/* Called after a change of the key, on a thread of the store's own. `node` lives during the call.
+ */
 typedef void (*vconf_callback_fn)(keynode_t* node, void* user_data);
 
 /* The key's text, malloc'ed for the caller to free; null when the key is absent. */

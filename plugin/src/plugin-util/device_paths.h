@@ -10,8 +10,7 @@ inline constexpr char kCobaCacheName[] = "CoBA.txt";
 inline constexpr char kCobaCache[] = "/opt/usr/home/owner/share/dotnet/CoBA.txt";
 
 inline constexpr char kNetcoreapp[] = "/usr/share/dotnet.velora/netcoreapp";
-inline constexpr char kReflectionEliminator[] =
-    "/opt/usr/home/owner/share/.reflection-eliminator";
+inline constexpr char kReflectionEliminator[] = "/opt/usr/home/owner/share/.reflection-eliminator";
 inline constexpr char kFramework[] = "/usr/share/dotnet.velora/framework";
 inline constexpr char kReferenceSuffix[] = "/ref";
 inline constexpr char kPlatformLibraries[] = "/usr/share/dotnet.velora/lib";

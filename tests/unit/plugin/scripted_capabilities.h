@@ -1,4 +1,5 @@
-// A libcap of the test's own: counts calls, and fails them on demand. The process keeps what it has.
+// A libcap of the test's own: counts calls, and fails them on demand. The process keeps what it
+// has.
 #pragma once
 
 namespace quillon::test {
