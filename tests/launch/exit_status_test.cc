@@ -161,7 +161,7 @@ exec = "bin/SampleClock.dll"
 }
 
 TEST_F(RuntimeExitStatus, IsAServiceFailureWhenNoDescriptorIsLeftForPlaceholders) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QUILLON_SANITIZED
   GTEST_SKIP() << "the sanitizers' check of an exception's type needs descriptors of its own";
 #endif
   makeDevice();

@@ -101,7 +101,7 @@ TEST_F(CacheBadInput, HugeWholeFileIsServedInFull) {
 }
 
 TEST_F(CacheBadInput, MoreThanMemoryHoldsIsReplaced) {
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef QUILLON_SANITIZED
   GTEST_SKIP() << "the address sanitizer reserves more memory than the limit allows";
 #endif
   writeFile(cachePath(), "[START]");

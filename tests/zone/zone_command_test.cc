@@ -4,6 +4,7 @@
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "tests/zone/zone_fixture.h"
 
@@ -138,8 +139,8 @@ TEST_F(ZoneCommand, StopOfAnUnknownZoneSaysHowToStartIt) {
 }
 
 TEST_F(ZoneCommand, NamesThatAreNoFileNamesAreRefused) {
-  for (const std::string name :
-       {"../x", ".x", "a/b", "''", "'a b'", std::string(65, 'a').c_str()}) {
+  const std::vector<std::string> names = {"../x", ".x", "a/b", "''", "'a b'", std::string(65, 'a')};
+  for (const std::string& name : names) {
     EXPECT_EQ(zone("start " + name).status, kUsage) << name;
   }
   EXPECT_THAT(leftovers(), IsEmpty());
