@@ -14,7 +14,8 @@ cmake -S "$source" -B "$work/build" -DQUILLON_BUILD_WORKSTATION=OFF "${launcher[
   { cat "$work/log"; exit 1; }
 
 plugin=$work/build/lib/libquillon-tv-plugin.so
-nm -D --undefined-only "$plugin" | grep -qw __dlog_print
+nm -D --undefined-only "$plugin" >"$work/undefined"
+grep -qw __dlog_print "$work/undefined"
 [[ ! -e $work/build/bin/quillon ]]
 
 # Without a platform the configure step says what is missing.
