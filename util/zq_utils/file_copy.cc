@@ -6,13 +6,12 @@
 #include <array>
 
 #include "util/zq_utils/descriptor.h"
+#include "util/zq_utils/file_status.h"
 
 namespace fs = boost::filesystem;
 using boost::system::error_code;
 
 namespace {
-
-constexpr mode_t kPermissionBits = 07777;
 
 bool writeAll(const Descriptor& file, const char* bytes, std::size_t size) {
   while (size > 0) {

@@ -12,8 +12,6 @@ using boost::system::error_code;
 
 namespace {
 
-constexpr mode_t kPermissionBits = 07777;
-
 // Works through a descriptor, so that it is the file opened that changes hands.
 bool setOwnership(const fs::path& path, uid_t user, gid_t group) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
