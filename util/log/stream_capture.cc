@@ -2,12 +2,149 @@
 
 #include <unistd.h>
 
-#include <cstring>
+#include <atomic>
 
+#include "util/log/crash_keywords.h"
+#include "util/log/error_file.h"
 #include "util/log/log.h"
+#include "util/log/message_end.h"
+#include "util/log/read_chunk.h"
+#include "util/log/reader_progress.h"
 
 int pStdOut[2] = {-1, -1};
 int pStdErr[2] = {-1, -1};
+pthread_t loggingThread{};
+pthread_t loggingThread2{};
 FILE* stderrFP = nullptr;
 
-ssize_t sendMessageToDlogError(const char* text) { return write(pStdErr[1], text, strlen(text)); }
+namespace {
+
+// The numbers are forgotten first: the application's next file may get them.
+void closePipe(int (&ends)[2]) {
+  for (int& end : ends) {
+    close(std::atomic_ref(end).exchange(-1));
+  }
+}
+
+bool nextChunk(Chunk& chunk, int descriptor) {
+  Chunk::await(descriptor);
+  return chunk.read(descriptor);
+}
+
+bool nextErrorChunk(Chunk& chunk, int descriptor) {
+  Chunk::await(descriptor);
+  stderrProgress.taking();
+  return chunk.read(descriptor);
+}
+
+// The body of thread "Stdout Thread".
+void* stdOutRedirect(void*) {
+  QLOG_SCOPE();
+  for (Chunk chunk; nextChunk(chunk, pStdOut[0]);) {
+    QLOG_DEBUG("%s", chunk.text());
+  }
+  closePipe(pStdOut);
+  return nullptr;
+}
+
+// The body of thread "Stderr Thread". The flags come first: an abort may follow the text at once.
+void* stdErrRedirect(void*) {
+  stderrProgress.running();
+  QLOG_SCOPE();
+  for (Chunk chunk; nextErrorChunk(chunk, pStdErr[0]);) {
+    scanForCrashKeywords(chunk.text());
+    stderrProgress.scanned(chunk.taken());
+    writeStringTofile(chunk.bytes());
+    QLOG_ERROR("%s", chunk.text());
+  }
+  stderrProgress.ended();
+  closeMessageEnd();
+  closePipe(pStdErr);
+  return nullptr;
+}
+
+bool createReader(pthread_t& thread, void* (*body)(void*)) {
+  const bool created = pthread_create(&thread, nullptr, body, nullptr) == 0;
+  if (!created) {
+    QLOG_ERROR("fail to create pthread");
+  }
+  return created;
+}
+
+// Names a reader and lets it go its own way.
+bool releaseReader(pthread_t thread, const char* name) {
+  if (pthread_setname_np(thread, name) != 0) {
+    QLOG_ERROR("fail to set name of pthread");
+  }
+  const bool detached = pthread_detach(thread) == 0;
+  if (!detached) {
+    QLOG_ERROR("fail to detach pthread");
+  }
+  return detached;
+}
+
+bool startStdoutReader() {
+  return createReader(loggingThread, stdOutRedirect) &&
+         releaseReader(loggingThread, "Stdout Thread");
+}
+
+bool startStderrReader() {
+  stderrProgress.starting();
+  if (!createReader(loggingThread2, stdErrRedirect)) {
+    stderrProgress.ended();
+    return false;
+  }
+  return releaseReader(loggingThread2, "Stderr Thread");
+}
+
+}  // namespace
+
+int tvRunLoggingThread() {
+  QLOG_SCOPE();
+  QLOG_DEBUG("Run TV Logging Thread");
+  if (tvInitializeLogManager() < 0) {
+    QLOG_ERROR("Failed to initnialize LogManager");
+    return -1;
+  }
+  return startStdoutReader() && startStderrReader() ? 0 : -1;
+}
+
+int tvInitializeLogManager() {
+  QLOG_SCOPE();
+  QLOG_DEBUG("TV Initialize LogManager");
+  if (setvbuf(stdout, nullptr, _IOLBF, 0) != 0) {
+    QLOG_ERROR("fail to make stdout line-buffered");
+    return -1;
+  }
+  if (setvbuf(stderr, nullptr, _IONBF, 0) != 0) {
+    QLOG_ERROR("make stderr unbuffered");
+    return -1;
+  }
+  if (pipe(pStdOut) < 0) {
+    QLOG_ERROR("fail to create pipe for stdout logging");
+    return -1;
+  }
+  if (pipe(pStdErr) < 0) {
+    QLOG_ERROR("fail to create pipe for stderr logging");
+    return -1;
+  }
+  openMessageEnd(pStdErr[1]);
+  return tvRedirectFD() >= 0 ? 0 : -1;
+}
+
+int tvRedirectFD() {
+  QLOG_SCOPE();
+  if (pStdOut[1] < 0 || pStdErr[1] < 0) {
+    QLOG_ERROR("fail to create pipe for logging");
+    return -1;
+  }
+  if (dup2(pStdOut[1], STDOUT_FILENO) < 0) {
+    QLOG_ERROR("fail to duplicate fd to stdout");
+    return -1;
+  }
+  if (dup2(pStdErr[1], STDERR_FILENO) < 0) {
+    QLOG_ERROR("fail to duplicate fd to stderr");
+    return -1;
+  }
+  return 0;
+}
