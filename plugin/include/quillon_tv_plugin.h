@@ -117,6 +117,41 @@ int is_coba_direct_call_mode(void);
 /* Set by plugin_finalize: the process is shutting down. */
 extern bool checkOnTerminate;
 
+/* The pipes between applications and a validator process. docs/dll-validation.md has the grammar of
+ * what travels through them. */
+#define QUILLON_DLL_REQUEST_PIPE "/tmp/dotnet_pipe_in"
+#define QUILLON_DLL_ANSWER_PIPE "/tmp/dotnet_pipe_out"
+
+/* Asks the validator process whether a library may be loaded.
+ *
+ * type  logged, not sent
+ * path  the library; its last component may not be a symbolic link. Copied.
+ *
+ * Returns 1 where the answer does not contain "FAIL", else 0; also 0, after a line in the log,
+ * where the path cannot be resolved or a pipe is missing or a symbolic link. Blocks until somebody
+ * answers, for ever where the validator is gone; a signal whose handler was set without SA_RESTART
+ * ends the wait with 0. Answers carry no name: of several processes that ask at once, one may get
+ * what was meant for another.
+ *
+ * Call from any thread, at any time, plugin_initialize or not. */
+int plugin_validate_dll(int type, const char* path);
+
+/* What create_pipe_server calls with what it read from the request pipe: one or several requests,
+ * of which the last one's line end is removed. text is the server's, valid during the call;
+ * userData is always null. */
+typedef void (*pipe_message_changed_cb)(const char* text, void* userData);
+
+/* The validator's side: makes both pipes anew, for every user and every label, and calls `callback`
+ * for every request text, on this thread and one at a time. Returns only after an error, and leaves
+ * the pipes behind. One server a process, and one a machine: a second one takes the pipes away from
+ * the first. */
+void create_pipe_server(pipe_message_changed_cb callback);
+
+/* Sends one answer: ten lines of message five times in a row. Whoever reads first gets up to 1023
+ * bytes of what is in the pipe; so a message of at most 20 bytes is read whole. message is not
+ * kept. */
+void create_pipe_client(const char* message);
+
 /* Writes one record to the platform log under the tag "GCTracer", at info or debug priority.
  *
  * text  a malloc'ed text; the function frees it */
