@@ -152,6 +152,39 @@ void create_pipe_server(pipe_message_changed_cb callback);
  * kept. */
 void create_pipe_client(const char* message);
 
+/* Watches for memory faults (SIGSEGV) that a handler deals with, as the runtime's does with those
+ * in managed code: counts them per period, reports in the platform log from the limit on, and
+ * passes each one on to the handler that it replaced.
+ *
+ * limitForSec  length of a period, in seconds
+ * limitCount   faults in one period from which on every further one is reported
+ *
+ * Call once, after plugin_initialize and once the runtime exists; where nothing else handles the
+ * signal, a fault ends the process by it. A further call sets the limits anew and keeps the count.
+ */
+void enable_exception_monitor(int limitForSec, int limitCount);
+
+/* Asks every thread of the process for its backtrace, the calling one included: logs its id and
+ * sends it signal 28, which the platform's crash tooling answers. Where nothing handles the signal,
+ * nothing happens (signal(7): it is ignored by default). May be called from any thread, not from a
+ * signal handler. Always returns 0. */
+int print_all_backtrace(void);
+
+/* The same for one thread of the process, by its id (gettid(2)); logs nothing. Returns what
+ * tkill(2) returned: 0, or -1 with errno set. */
+int print_backtrace(int tid);
+
+/* Entry points of a debugger extension. They have no effect; the lists are empty: 0. */
+void lldb_sos_disable_smdl(void);
+void lldb_sos_enable_smdl(void);
+void lldb_sos_dump_manage_only_threads(void);
+void lldb_sos_dump_manage_threads(void);
+void lldb_sos_dump_manage_threads_with_args(void);
+void lldb_sos_dump_manage_threads_by_tid(void);
+void lldb_sos_set_timeout_time(void);
+int lldb_sos_get_managed_thread_list(void);
+int lldb_sos_get_thread_list(void);
+
 /* Writes one record to the platform log under the tag "GCTracer", at info or debug priority.
  *
  * text  a malloc'ed text; the function frees it */

@@ -40,12 +40,12 @@ TEST_F(TpaCache, SaysWhatItDoesInOrder) {
   const DriverRun launched = launch();
   std::vector<std::string> beginning =
       launched.linesFrom("4 [quillon-tv-plugin] plugin_initialize");
-  beginning.resize(std::min<std::size_t>(beginning.size(), 7));
+  beginning.resize(std::min<std::size_t>(beginning.size(), 8));
   EXPECT_THAT(
       beginning,
       ElementsAre("4 [quillon-tv-plugin] plugin_initialize", "4 ##### AppType : inhouse",
-                  "4 [quillon-tv-plugin] Inhouse App", "4 [quillon-tv-plugin] RO and RW same",
-                  "3 Decorator", "3 Decorator::Initialize",
+                  "4 [quillon-tv-plugin] Inhouse App", "3 Register signal handler",
+                  "4 [quillon-tv-plugin] RO and RW same", "3 Decorator", "3 Decorator::Initialize",
                   "4 ### PluginDotnetInhouse Initialize called ###"));
   constexpr char kNoLink[] = "3 File does not exist. No need to check symbolic links. ###";
   EXPECT_THAT(

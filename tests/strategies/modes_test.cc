@@ -105,14 +105,14 @@ TEST_F(Modes, AWordCountsAnywhereAndTheFirstInTheTableWins) {
 
 TEST_F(Modes, InitializeKeepsItsOrder) {
   initialize("normal");
-  EXPECT_THAT(
-      platform().lines(),
-      ElementsAre("3 Use /usr/share/cert/zqca.pem", "4 [quillon-tv-plugin] plugin_initialize",
-                  "4 ##### AppType : normal", "4 [quillon-tv-plugin] Normal",
-                  "4 [quillon-tv-plugin] RO and RW same", "3 Decorator", "3 Decorator::Initialize",
-                  "4 ### PluginDotnetAot Initialize called ###",
-                  "3 DOTNET_SYSTEM_GLOBALIZATION_INVARIANT :  (null)",
-                  "4 DOTNET_SYSTEM_GLOBALIZATION_INVARIANT :  (null)"));
+  EXPECT_THAT(platform().lines(),
+              ElementsAre("3 Use /usr/share/cert/zqca.pem",
+                          "4 [quillon-tv-plugin] plugin_initialize", "4 ##### AppType : normal",
+                          "4 [quillon-tv-plugin] Normal", "3 Register signal handler",
+                          "4 [quillon-tv-plugin] RO and RW same", "3 Decorator",
+                          "3 Decorator::Initialize", "4 ### PluginDotnetAot Initialize called ###",
+                          "3 DOTNET_SYSTEM_GLOBALIZATION_INVARIANT :  (null)",
+                          "4 DOTNET_SYSTEM_GLOBALIZATION_INVARIANT :  (null)"));
 }
 
 TEST_F(Modes, AnotherInitializeAbandonsTheEarlierContext) {

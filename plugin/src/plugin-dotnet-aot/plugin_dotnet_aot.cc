@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
-#include "plugin/src/plugin-util/cache_invalidation.h"
 #include "plugin/src/plugin-util/device_paths.h"
 #include "plugin/src/plugin-util/library_preload.h"
 #include "plugin/src/plugin-util/platform_lists.h"
@@ -23,7 +23,7 @@ constexpr char kApiDirectoryKey[] = "db/dotnet/velora_api_path";
 
 PluginDotnetAot::PluginDotnetAot() {
   QLOG_SCOPE();
-  CheckDotnetFlagAndRemoveCacheFiles();
+  prepareForStrategy();
 }
 
 void PluginDotnetAot::Initialize() {

@@ -8,7 +8,8 @@
 
 class PluginDotnetAot : public PluginStrategy {
  public:
-  // Throws the cached lists away where they no longer belong to the device's runtime.
+  // Installs the crash signal handlers, then throws the cached lists away where they no longer
+  // belong to the device's runtime.
   PluginDotnetAot();
 
   void Initialize() override;

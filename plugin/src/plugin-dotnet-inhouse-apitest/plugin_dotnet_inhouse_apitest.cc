@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
-#include "plugin/src/plugin-util/cache_invalidation.h"
 #include "plugin/src/plugin-util/device_paths.h"
 #include "plugin/src/plugin-util/platform_lists.h"
 #include "plugin/src/plugin-util/privileges.h"
@@ -12,7 +12,7 @@
 
 PluginDotnetInhouseApitest::PluginDotnetInhouseApitest() {
   QLOG_SCOPE();
-  CheckDotnetFlagAndRemoveCacheFiles();
+  prepareForStrategy();
 }
 
 void PluginDotnetInhouseApitest::Initialize() { QLOG_SCOPE(); }

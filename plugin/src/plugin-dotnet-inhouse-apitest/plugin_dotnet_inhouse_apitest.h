@@ -9,7 +9,8 @@
 
 class PluginDotnetInhouseApitest : public PluginStrategy {
  public:
-  // Throws the cached lists away where they no longer belong to the device's runtime.
+  // Installs the crash signal handlers, then throws the cached lists away where they no longer
+  // belong to the device's runtime.
   PluginDotnetInhouseApitest();
 
   void Initialize() override;

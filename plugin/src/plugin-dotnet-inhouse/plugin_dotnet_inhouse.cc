@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
-#include "plugin/src/plugin-util/cache_invalidation.h"
 #include "plugin/src/plugin-util/cached_list.h"
 #include "plugin/src/plugin-util/device_paths.h"
 #include "plugin/src/plugin-util/library_preload.h"
@@ -24,7 +24,7 @@ constexpr CachedList kTpaList = {
 
 PluginDotnetInhouse::PluginDotnetInhouse() {
   QLOG_SCOPE();
-  CheckDotnetFlagAndRemoveCacheFiles();
+  prepareForStrategy();
 }
 
 void PluginDotnetInhouse::Initialize() {

@@ -8,7 +8,8 @@
 
 class PluginDotnetInhouse : public PluginStrategy {
  public:
-  // Throws the cached lists away where they no longer belong to the device's runtime.
+  // Installs the crash signal handlers, then throws the cached lists away where they no longer
+  // belong to the device's runtime.
   PluginDotnetInhouse();
 
   void Initialize() override;

@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 
+#include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
-#include "plugin/src/plugin-util/cache_invalidation.h"
 #include "plugin/src/plugin-util/device_paths.h"
 #include "plugin/src/plugin-util/library_preload.h"
 #include "plugin/src/plugin-util/security_zone.h"
@@ -25,7 +25,7 @@ std::string appLaunchedDirectory(const std::string& packageId, const std::string
 
 PluginDotnet::PluginDotnet() {
   QLOG_SCOPE();
-  CheckDotnetFlagAndRemoveCacheFiles();
+  prepareForStrategy();
 }
 
 void PluginDotnet::Initialize() {

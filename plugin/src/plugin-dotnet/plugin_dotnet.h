@@ -8,7 +8,8 @@
 
 class PluginDotnet : public PluginStrategy {
  public:
-  // Throws the cached lists away where they no longer belong to the device's runtime.
+  // Installs the crash signal handlers, then throws the cached lists away where they no longer
+  // belong to the device's runtime.
   PluginDotnet();
 
   // Enters the application zone. Ends the process with status 0 when that fails.

@@ -2,9 +2,9 @@
 
 PluginContext* tvPluginMgr = nullptr;
 
-std::string tpalist;
-std::string plugindllPath;
 std::string extraDllPath;
+std::string plugindllPath;
+std::string tpalist;
 
 std::int32_t directCallMode = 0;
 bool is_plugin_preload_called = false;

@@ -1,0 +1,115 @@
+#include "plugin/src/dotnet-signal-handler/signal_handler.h"
+
+#include <quillon_tv_plugin.h>
+#include <unistd.h>
+
+#include "util/log/crash_keywords.h"
+#include "util/log/log.h"
+#include "util/log/stream_capture.h"
+
+struct sigaction sig_abrt_new = {};
+struct sigaction sig_abrt_old = {};
+struct sigaction sig_segv_new = {};
+struct sigaction sig_segv_old = {};
+struct sigaction sig_trap_new = {};
+struct sigaction sig_trap_old = {};
+bool bFirstSigSegv = true;
+bool bFirstSigTrap = true;
+bool checkOnSigabrt = false;
+
+namespace {
+
+// Its presence turns dumps on for aborts that would end quietly, whatever its name suggests.
+constexpr char kDumpMarker[] = "/tmp/dotnet_dont_create_dump";
+
+// For a crash of either kind.
+constexpr char kCrashAtEnd[] = "onSigabrt called while terminate. go to exit";
+
+void endQuietly(const char* message) {
+  sendMessageToDlogError(message);
+  _exit(0);
+}
+
+// How long an abort waits for what the process wrote to standard error just before it.
+constexpr int kLongestWait = 100;  // milliseconds
+
+// An abort after a managed exception is the runtime's way out, not a fault worth a dump.
+bool dumpIsSuppressed() {
+  return managedExceptionOccurred && access(kDumpMarker, F_OK) != 0 && !memoryIssueOccurred;
+}
+
+void sigtermHandler(int) { endQuietly("Sigterm Handler"); }
+
+// The flags tell of text that may still stand in the pipe. Waited for before our own messages join
+// it, and only where the flags decide.
+void awaitFlags() {
+  if (!checkOnTerminate && !checkOnSigabrt) {
+    waitForStderrReader(kLongestWait);
+  }
+}
+
+void onSigabrt(int sig) {
+  awaitFlags();
+  sendMessageToDlogError("<<< onSigabrt >>>");
+  sigaction(SIGABRT, &sig_abrt_old, nullptr);
+  if (checkOnTerminate) {
+    endQuietly(kCrashAtEnd);
+  }
+  if (checkOnSigabrt) {
+    endQuietly("<<< checkOnSigabrt >>>");
+  }
+  if (dumpIsSuppressed()) {
+    endQuietly("Ignore Coredump was setted. Terminate normally");
+  }
+  checkOnSigabrt = true;
+  sigaction(SIGABRT, &sig_abrt_old, nullptr);
+  raise(sig);
+}
+
+void onSigsegv(int sig) {
+  if (!bFirstSigSegv) {
+    _exit(0);
+  }
+  bFirstSigSegv = false;
+  if (checkOnTerminate) {
+    endQuietly(kCrashAtEnd);
+  }
+  sigaction(SIGSEGV, &sig_segv_old, nullptr);
+  raise(sig);
+}
+
+void onSigtrap(int sig) {
+  if (!bFirstSigTrap) {
+    _exit(0);
+  }
+  bFirstSigTrap = false;
+  sigaction(SIGTRAP, &sig_trap_old, nullptr);
+  raise(sig);
+}
+
+void fill(struct sigaction& action, void (*handler)(int)) {
+  action.sa_handler = handler;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = 0;
+}
+
+}  // namespace
+
+int registerSignalHandler() {
+  QLOG_DEBUG("Register signal handler");
+  signal(SIGTERM, sigtermHandler);
+  fill(sig_abrt_new, onSigabrt);
+  fill(sig_segv_new, onSigsegv);
+  fill(sig_trap_new, onSigtrap);
+  if (sigaction(SIGABRT, &sig_abrt_new, &sig_abrt_old) < 0) {
+    QLOG_ERROR("Fail to sigaction(SIGABRT, &sig_abrt_new, &sig_abrt_old)");
+  }
+  if (sigaction(SIGSEGV, &sig_segv_new, &sig_segv_old) < 0) {
+    QLOG_ERROR("Fail to sigaction(SIGSEGV, &sig_segv_new, &sig_segv_old)");
+  }
+  const int result = sigaction(SIGTRAP, &sig_trap_new, &sig_trap_old);
+  if (result < 0) {
+    QLOG_ERROR("Fail to sigaction(SIGTRAP, &sig_trap_new, &sig_trap_old)");
+  }
+  return result;
+}
