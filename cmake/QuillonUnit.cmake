@@ -7,6 +7,7 @@
 
 # Here and not in a folder of units: the plug-in and what links its archive use the same target.
 find_package(Boost REQUIRED COMPONENTS filesystem)
+find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
 
 set_property(GLOBAL PROPERTY QUILLON_UNITS "")
 
@@ -30,7 +31,7 @@ function(quillon_unit path)
       ${PROJECT_SOURCE_DIR}/plugin/include
       ${PROJECT_SOURCE_DIR}/plugin/include-internal
       ${PROJECT_SOURCE_DIR}/plugin/src)
-    target_link_libraries(${target} PRIVATE quillon-compile Boost::filesystem)
+    target_link_libraries(${target} PRIVATE quillon-compile Boost::filesystem OpenSSL::Crypto)
   endforeach()
 endfunction()
 

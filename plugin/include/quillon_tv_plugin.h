@@ -114,6 +114,18 @@ void plugin_finalize(void);
 /* 1 once plugin_set_app_info has seen the id of a component that is called directly, else 0. */
 int is_coba_direct_call_mode(void);
 
+/* Asks whether the libraries of a partner may be used on this device.
+ *
+ * mountPath  directory that holds the partner's request "ZQPARTNERDLLREQ.dat" and its signature
+ *            "ZQPARTNERDLLSIG.sig"; a path of more than 4095 bytes to one of them is cut
+ *
+ * True when the signature is one over the request by the key in "/usr/bin/DLLzqpartnerpub.pem" and
+ * the request names this device. Everything else is false, with the reason in the log; a directory
+ * without one of the two files and a null path included. Reads all files anew at each call.
+ *
+ * Call at any time, from any thread. */
+bool check_signature(const char* mountPath);
+
 /* Set by plugin_finalize: the process is shutting down. */
 extern bool checkOnTerminate;
 
