@@ -162,6 +162,7 @@ Launched<int> Launch::execute(Runtime& runtime) {
   plugin_.setRuntime(runtime);
   if (options_.preload) plugin_.preload();
   if (auto told = plugin_.setApplication(); !told) return tl::unexpected(told.error());
+  if (!options_.raw) plugin_.captureOutput();
   plugin_.beforeExecute();
   auto ended = runtime.execute(target_.assembly, options_.arguments);
   plugin_.finalize();

@@ -24,6 +24,8 @@ void addLaunch(CLI::App& command, LaunchOptions& options) {
       ->type_name("FILE");
   command.add_flag("--preload", options.preload,
                    "Prepare the process before it is told its application");
+  command.add_flag("--raw", options.raw,
+                   "Leave standard output and error as they are; else they go to the log");
   command
       .add_option("--writable", options.writable, "Machine path that the application may write to")
       ->type_name("PATH")

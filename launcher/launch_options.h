@@ -15,6 +15,7 @@ struct LaunchOptions {
   std::optional<std::string> exec;  // device path; else what the registry says
   std::filesystem::path plugin;     // empty: the one beside the executable
   bool preload = false;             // prepare the process before the application is told
+  bool raw = false;                 // leave the application the command's own descriptors 1 and 2
   bool plan = false;                // stop before the runtime and print
   bool json = false;                // the plan as JSON
   bool verbose = false;             // say on the terminal what the launcher decided

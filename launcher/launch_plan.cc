@@ -18,9 +18,10 @@ std::vector<std::string> callsOf(const LaunchPlan& plan) {
   if (plan.options.preload) calls.push_back("plugin_preload()");
   calls.push_back("plugin_set_app_info(\"" + target.application.id + "\", \"" + target.exec +
                   "\")");
-  calls.insert(calls.end(), {"plugin_has_log_control()", "plugin_before_execute()",
-                             "coreclr_execute_assembly(\"" + target.assembly + "\")",
-                             "plugin_finalize()", "coreclr_shutdown_2()"});
+  if (!plan.options.raw) calls.push_back("plugin_has_log_control()");
+  calls.insert(calls.end(),
+               {"plugin_before_execute()", "coreclr_execute_assembly(\"" + target.assembly + "\")",
+                "plugin_finalize()", "coreclr_shutdown_2()"});
   return calls;
 }
 

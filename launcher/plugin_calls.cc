@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "launcher/captured_output.h"
 #include "launcher/device_paths.h"
 #include "launcher/refusal_watch.h"
 
@@ -58,9 +59,9 @@ Launched<void> PluginCalls::setApplication() const try {
   return failedCall("plugin_set_app_info", exception);
 }
 
-void PluginCalls::beforeExecute() const {
+void PluginCalls::captureOutput() const {
   library_.hasLogControl();
-  library_.beforeExecute();
+  awaitCapturedOutputAtExit();
 }
 
 std::string cachedTpa() {

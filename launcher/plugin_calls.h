@@ -28,7 +28,10 @@ class PluginCalls {
   // Ends the process with status 0, after a line on the terminal, where the plug-in refuses.
   [[nodiscard]] Launched<void> setApplication() const;
 
-  void beforeExecute() const;
+  // Leads standard output and error into the log, to the last line.
+  void captureOutput() const;
+
+  void beforeExecute() const { library_.beforeExecute(); }
   void finalize() const { library_.finalize(); }
 
  private:

@@ -30,6 +30,9 @@ using nlohmann::json;
 
 void* plugin = nullptr;
 
+// Standard output as it was at the start, whatever the plug-in puts in its place.
+FILE* results = nullptr;
+
 template <typename Function>
 Function* exported(const char* name) {
   void* symbol = dlsym(plugin, name);
@@ -202,8 +205,8 @@ void take(const std::string& text) {
   } catch (const std::ios_base::failure& failure) {
     line["threw"] = failure.what();
   }
-  std::printf("%s\n", line.dump().c_str());
-  std::fflush(stdout);
+  std::fprintf(results, "%s\n", line.dump().c_str());
+  std::fflush(results);
 }
 
 }  // namespace
@@ -216,6 +219,7 @@ extern "C" const char* __lsan_default_suppressions() {
 }
 
 int main(int count, char** arguments) {
+  results = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1), "w");
   plugin = count > 1 ? dlopen(arguments[1], RTLD_NOW) : nullptr;
   if (plugin == nullptr) {
     std::fprintf(stderr, "plugin-driver: %s\n", count > 1 ? dlerror() : "no plug-in given");

@@ -33,7 +33,7 @@ class Plan : public LaunchTest {
   nlohmann::json json(const std::vector<std::string>& more = {}) const {
     std::vector<std::string> arguments = {kClock, "--plan", "--json"};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    return nlohmann::json::parse(launch(arguments).out);
+    return nlohmann::json::parse(launchCaptured(arguments).out);
   }
 };
 
@@ -49,6 +49,12 @@ TEST_F(Plan, ListsTheCallsOfALaunchInOrder) {
                   "plugin_has_log_control()", "plugin_before_execute()",
                   "coreclr_execute_assembly(\"" + exec + "\")", "plugin_finalize()",
                   "coreclr_shutdown_2()"));
+}
+
+TEST_F(Plan, LeavesTheStreamsAloneWhenRaw) {
+  EXPECT_THAT(json()["calls"], ::testing::Contains("plugin_has_log_control()"));
+  EXPECT_THAT(json({"--raw"})["calls"],
+              ::testing::Not(::testing::Contains("plugin_has_log_control()")));
 }
 
 TEST_F(Plan, ShowsListsWordForWordAndPropertiesWithoutEmptyEntries) {

@@ -90,6 +90,13 @@ void LaunchTest::makeDevice(const std::string& framework) {
 
 Ending LaunchTest::launch(const std::vector<std::string>& more,
                           const std::vector<std::string>& environment) const {
+  std::vector<std::string> raw = {"--raw"};
+  raw.insert(raw.end(), more.begin(), more.end());
+  return launchCaptured(raw, environment);
+}
+
+Ending LaunchTest::launchCaptured(const std::vector<std::string>& more,
+                                  const std::vector<std::string>& environment) const {
   std::vector<std::string> command = {kQuillon, "launch", "--device", root_};
   command.insert(command.end(), more.begin(), more.end());
   return run(command, environment);

@@ -41,9 +41,14 @@ class LaunchTest : public ::testing::Test {
   // Makes the device root. framework: a folder, "none", or empty for the machine's own.
   void makeDevice(const std::string& framework = {});
 
-  // quillon launch --device ROOT MORE...
+  // quillon launch --device ROOT --raw MORE..., so that the ending tells what the application
+  // wrote.
   Ending launch(const std::vector<std::string>& more,
                 const std::vector<std::string>& environment = {"QUILLON_LOG=none"}) const;
+
+  // quillon launch --device ROOT MORE...: what the application wrote goes to the log.
+  Ending launchCaptured(const std::vector<std::string>& more,
+                        const std::vector<std::string>& environment = {"QUILLON_LOG=none"}) const;
 
   // A device path as this process sees it.
   std::filesystem::path at(const std::string& devicePath) const;

@@ -96,6 +96,9 @@ bool plugin_has_log_control() {
   TTraceLog("[quillon-tv-plugin] plugin_has_log_control");
   if (!__tvIsInit) {
     __tvIsInit = true;
+    if (tvRunLoggingThread() < 0) {
+      QLOG_ERROR("Failed to create logging thread");
+    }
   }
   return true;
 }

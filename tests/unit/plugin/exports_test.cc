@@ -1,7 +1,10 @@
 // The exported functions over a strategy that only notes what it is asked.
 #include <gmock/gmock.h>
 #include <quillon_tv_plugin.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -183,12 +186,36 @@ TEST_F(Exports, DirectCallModeIsForEver) {
   expectScope("int is_coba_direct_call_mode()");
 }
 
-TEST_F(Exports, LogControlIsAlwaysClaimed) {
-  EXPECT_TRUE(plugin_has_log_control());
-  EXPECT_TRUE(plugin_has_log_control());
-  EXPECT_THAT(platform().markers, ElementsAre("[quillon-tv-plugin] plugin_has_log_control",
-                                              "[quillon-tv-plugin] plugin_has_log_control"));
-  EXPECT_THAT(platform().messages(6), IsEmpty());
+// Each in a process of its own: capture has no stop.
+int claimLogControlTwice() {
+  const bool first = plugin_has_log_control();
+  const bool second = plugin_has_log_control();
+  const std::vector<std::string> milestones(2, "[quillon-tv-plugin] plugin_has_log_control");
+  return first && second && platform().markers == milestones ? 0 : 1;
+}
+
+int startsOfCapture() {
+  const auto lines = platform().lines();
+  return static_cast<int>(std::count(lines.begin(), lines.end(), "3 Run TV Logging Thread"));
+}
+
+// How often capture was started; 100 where anything else is not as it should be.
+int startsWhenClaimedTwice(const std::vector<std::string>& errors) {
+  const int claimed = claimLogControlTwice();
+  return claimed == 0 && platform().messages(6) == errors ? startsOfCapture() : 100;
+}
+
+TEST_F(Exports, LogControlIsClaimedAndStartsCaptureOnce) {
+  EXPECT_EXIT(_exit(startsWhenClaimedTwice({})), ::testing::ExitedWithCode(1), "");
+}
+
+TEST_F(Exports, LogControlIsClaimedWhenCaptureCannotStartAndIsNotTriedAgain) {
+  const std::vector<std::string> errors = {"fail to create pipe for stdout logging",
+                                           "Failed to initnialize LogManager",
+                                           "Failed to create logging thread"};
+  const rlimit none{0, 0};
+  EXPECT_EXIT(_exit(setrlimit(RLIMIT_NOFILE, &none) + startsWhenClaimedTwice(errors)),
+              ::testing::ExitedWithCode(1), "");
 }
 
 TEST_F(Exports, BeforeExecuteDropsCapabilities) {
