@@ -38,8 +38,8 @@ using Stream = std::unique_ptr<FILE, StreamCloser>;
 
 const char* textOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
-// One read of a text, without its line end. Nothing where the read failed or gave no bytes; a signal
-// that comes in between counts as a failure.
+// One read of a text, without its line end. Nothing where the read failed or gave no bytes; a
+// signal that comes in between counts as a failure.
 std::optional<std::string> readText(int descriptor) {
   char buffer[kTextSize];
   ssize_t length = read(descriptor, buffer, sizeof(buffer) - 1);
