@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/launch/sample_device.h"
 
@@ -162,6 +163,62 @@ TEST_F(Launch, ShowsThePlanBeforeLaunchingWhenVerbose) {
   EXPECT_EQ(ending.status, 2);
   EXPECT_THAT(ending.err, HasSubstr("plugin_set_coreclr_info()"));
   EXPECT_THAT(ending.out, Not(HasSubstr("plugin_set_coreclr_info()")));
+}
+
+// What the log holds of an application's standard output.
+std::string loggedOutput(const fs::path& log) {
+  std::string output;
+  std::istringstream lines(contentOf(log));
+  for (std::string line; std::getline(lines, line);) {
+    const std::string text = nlohmann::json::parse(line)["text"];
+    if (text.find(" stdOutRedirect(") == std::string::npos) continue;
+    const size_t begin = text.find("\x1b[0m") + 4;
+    output += text.substr(begin, text.rfind("\x1b[0m") - begin) + "\n";
+  }
+  return output;
+}
+
+TEST_F(Launch, LogsWhatTheApplicationPrintsToTheLastLine) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{kClock, "--", "--exit", "3"},
+        std::vector<std::string>{kClock, "--", "--exit", "3", "--exit-at-once"}}) {
+    const fs::path log = fresh("log" + std::to_string(arguments.size()));
+    const Ending captured = launchCaptured(arguments, {"QUILLON_LOG=json:" + log.string()});
+    EXPECT_EQ(captured.status, 3);
+    EXPECT_EQ(captured.out, "");
+    EXPECT_EQ(captured.err, "");
+    EXPECT_EQ(loggedOutput(log), launch(arguments).out);
+  }
+}
+
+TEST_F(Launch, LogsAnExceptionNobodyCatchesBeforeTheProcessEnds) {
+  const fs::path log = fresh("log");
+  launchCaptured({kClock, "--", "--throw"}, {"QUILLON_LOG=json:" + log.string()});
+  EXPECT_THAT(contentOf(log), HasSubstr("System.InvalidOperationException: asked to fail"));
+  bool found = false;
+  for (const auto& entry : fs::directory_iterator(at("/tmp"))) {
+    if (entry.path().filename().string().rfind("dotnet_error.", 0) != 0) continue;
+    found = true;
+    EXPECT_THAT(contentOf(entry), HasSubstr("System.InvalidOperationException: asked to fail"));
+  }
+  EXPECT_TRUE(found);
+}
+
+TEST_F(Launch, ShowsCapturedOutputOnTheTerminalWhenNoLogIsChosen) {
+  const Ending ending = launchCaptured({kClock}, {});
+  EXPECT_EQ(ending.status, 0);
+  EXPECT_EQ(ending.out, "");
+  EXPECT_THAT(ending.err, HasSubstr("stdOutRedirect("));
+  EXPECT_THAT(ending.err, HasSubstr("greeting: Good day\n"));
+  EXPECT_THAT(ending.err, Not(HasSubstr("DotNETLog")));
+}
+
+TEST_F(Launch, AsksForNoLogControlWhenRaw) {
+  const fs::path log = fresh("log");
+  const Ending ending = launch({kClock}, {"QUILLON_LOG=json:" + log.string()});
+  EXPECT_THAT(ending.out, HasSubstr("greeting: Good day\n"));
+  EXPECT_THAT(contentOf(log), HasSubstr("plugin_before_execute"));
+  EXPECT_THAT(contentOf(log), Not(HasSubstr("plugin_has_log_control")));
 }
 
 }  // namespace

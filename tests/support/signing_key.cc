@@ -67,7 +67,7 @@ std::string SigningKey::encryptedPrivatePem(const std::string& passPhrase) const
 
 std::string SigningKey::sign(const std::string& message) const {
   const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(EVP_MD_CTX_new(),
-                                                                  EVP_MD_CTX_free);
+                                                                   EVP_MD_CTX_free);
   const EVP_MD* digest = EVP_PKEY_is_a(key_.get(), "ED25519") == 1 ? nullptr : EVP_sha256();
   std::string signature(1024, '\0');
   std::size_t size = signature.size();

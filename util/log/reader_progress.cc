@@ -16,8 +16,8 @@ void ReaderProgress::starting() { process_ = getpid(); }
 void ReaderProgress::running() { thread_ = gettid(); }
 void ReaderProgress::taking() { busy_ = true; }
 
-void ReaderProgress::scanned(std::size_t bytes) {
-  scanned_ += bytes;
+void ReaderProgress::done(std::size_t bytes) {
+  done_ += bytes;
   busy_ = false;
 }
 
@@ -47,11 +47,11 @@ void pauseBriefly() {
   nanosleep(&pause, nullptr);
 }
 
-// Where the reader is when it has scanned all that was written by now, at the latest: what stands
-// in the pipe and what it may hold in its hand. Later output does not move it.
+// Where the reader is when it has dealt with all that was written by now, at the latest: with what
+// stands in the pipe and what it may hold in its hand. Later output does not move it.
 std::uint64_t latestGoal() {
   const std::size_t unread = unreadBytes();
-  return stderrProgress.scannedBytes() + unread + kLongestChunk;
+  return stderrProgress.doneBytes() + unread + kLongestChunk;
 }
 
 // The order matters, see ReaderProgress.
@@ -63,8 +63,8 @@ void waitForStderrReader(int milliseconds) {
   const int error = errno;
   const Deadline deadline(milliseconds);
   const std::uint64_t goal = latestGoal();
-  while (stderrProgress.scansBesideCaller() && !caughtUp() &&
-         stderrProgress.scannedBytes() < goal && deadline.left() > 0) {
+  while (stderrProgress.scansBesideCaller() && !caughtUp() && stderrProgress.doneBytes() < goal &&
+         deadline.left() > 0) {
     pauseBriefly();
   }
   errno = error;

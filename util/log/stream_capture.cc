@@ -53,9 +53,9 @@ void* stdErrRedirect(void*) {
   QLOG_SCOPE();
   for (Chunk chunk; nextErrorChunk(chunk, pStdErr[0]);) {
     scanForCrashKeywords(chunk.text());
-    stderrProgress.scanned(chunk.taken());
     writeStringTofile(chunk.bytes());
     QLOG_ERROR("%s", chunk.text());
+    stderrProgress.done(chunk.taken());
   }
   stderrProgress.ended();
   closeMessageEnd();

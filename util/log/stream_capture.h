@@ -32,9 +32,9 @@ int tvInitializeLogManager();
 // Puts the pipes behind descriptors 1 and 2. Returns 0 or -1.
 int tvRedirectFD();
 
-// Waits until the standard-error reader has scanned for crash keywords whatever was in its pipe at
-// the call, so that the flags of crash_keywords.h tell of it; `milliseconds` at most. Returns at
-// once on the reader's own thread, where this process has no reader, and where nothing is to be
-// waited for. errno is kept. Async-signal-safe: call it first in a handler, before the handler adds
-// messages of its own to the pipe.
+// Waits until the standard-error reader has dealt with whatever was in its pipe at the call, so
+// that the flags of crash_keywords.h tell of it and file and log have it; `milliseconds` at most.
+// Returns at once on the reader's own thread, where this process has no reader, and where nothing
+// is to be waited for. errno is kept. Async-signal-safe: call it first in a handler, before the
+// handler adds messages of its own to the pipe.
 void waitForStderrReader(int milliseconds);

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "files/descriptor.h"
+#include "log/application_output.h"
 #include "log/last_error.h"
 #include "log/log_sink.h"
 
@@ -20,6 +21,7 @@ namespace {
 
 struct Log {
   int level = DLOG_ERROR;
+  bool applicationOutput = false;
   std::unique_ptr<LogSink> sink;  // null: records are dropped
 };
 
@@ -30,11 +32,11 @@ Log openLog() {
       parseLogSettings(std::getenv("QUILLON_LOG"), std::getenv("QUILLON_LOG_LEVEL"));
   for (const std::string& problem : settings.problems) complain(problem);
   std::string problem;
-  Log log{settings.level, openLogSink(settings, problem)};
+  Log log{settings.level, settings.applicationOutput, openLogSink(settings, problem)};
   if (problem.empty() || settings.target == LogTarget::kTerminal) return log;
   complain(problem);
   settings = parseLogSettings(nullptr, nullptr);
-  return Log{settings.level, openLogSink(settings, problem)};
+  return Log{settings.level, settings.applicationOutput, openLogSink(settings, problem)};
 }
 
 // Lives until the process ends: threads may log while static objects are destroyed.
@@ -72,17 +74,16 @@ int64_t nowUs() {
   return text;
 }
 
-void append(int id, int priority, const char* tag, const std::string& text) {
-  if (priority >= DLOG_ERROR) rememberError(text);
+// Whether the sink gets a record; known before the record is formatted.
+[[gnu::format(printf, 2, 0)]] bool isWritten(int priority, const char* format, va_list arguments) {
   const Log& log = theLog();
-  if (log.sink == nullptr || priority < log.level) return;
-  log.sink->write({nowUs(), getpid(), gettid(), id, priority, tag == nullptr ? "" : tag, text});
+  if (log.sink == nullptr) return false;
+  return priority >= log.level || (log.applicationOutput && isApplicationOutput(format, arguments));
 }
 
-// Whether anybody will ever see a record, known before it is formatted.
-bool isWanted(int priority) {
-  const Log& log = theLog();
-  return priority >= DLOG_ERROR || (log.sink != nullptr && priority >= log.level);
+void write(int id, int priority, const char* tag, const std::string& text) {
+  theLog().sink->write(
+      {nowUs(), getpid(), gettid(), id, priority, tag == nullptr ? "" : tag, text});
 }
 
 }  // namespace
@@ -91,13 +92,17 @@ bool isWanted(int priority) {
 int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
   namespace workstation = quillon::workstation;
   if (fmt == nullptr) return -1;
-  if (!workstation::isWanted(prio)) return 0;
-  const int callersErrno = errno;
   va_list arguments;
+  va_start(arguments, fmt);
+  const bool isWritten = workstation::isWritten(prio, fmt, arguments);
+  va_end(arguments);
+  if (!isWritten && prio < DLOG_ERROR) return 0;
+  const int callersErrno = errno;
   va_start(arguments, fmt);
   const auto text = workstation::formatted(fmt, arguments);
   va_end(arguments);
-  if (text) workstation::append(log_id, prio, tag, *text);
+  if (text && prio >= DLOG_ERROR) workstation::rememberError(*text);
+  if (text && isWritten) workstation::write(log_id, prio, tag, *text);
   errno = callersErrno;
   return text ? static_cast<int>(text->size()) : -1;
 }

@@ -52,6 +52,7 @@ std::string problem(const char* variable, std::string_view value, const char* ac
 LogSettings parseLogSettings(const char* target, const char* level) {
   LogSettings settings;
   settings.level = DLOG_ERROR;
+  settings.applicationOutput = target == nullptr && level == nullptr;
   if (target != nullptr) {
     if (auto parsed = parseTarget(target)) {
       settings.target = parsed->target;

@@ -12,6 +12,7 @@ struct LogSettings {
   LogTarget target = LogTarget::kTerminal;
   std::string path;                   // of kFile and kJson
   int level = 0;                      // lowest priority written
+  bool applicationOutput = false;     // below that, what the application prints is written
   std::vector<std::string> problems;  // one line per value that was not understood
 };
 

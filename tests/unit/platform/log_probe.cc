@@ -1,6 +1,7 @@
 // A program that logs and traces as its arguments tell it, one step each:
 //
 //   log:PRIORITY:TAG:TEXT   one record
+//   output:TEXT             one debug record as the plug-in logs what an application printed
 //   long:N                  a debug record of N letters
 //   replace-stderr          puts /dev/null in the place of descriptor 2
 //   threads:T:N             T threads write N numbered debug records each
@@ -134,6 +135,12 @@ const std::map<std::string, std::pair<size_t, std::function<void(const Words&)>>
     {"log",
      {4,
       [](const Words& w) { __dlog_print(0, std::stoi(w[1]), w[2].c_str(), "%s", w[3].c_str()); }}},
+    {"output",
+     {2,
+      [](const Words& w) {
+        __dlog_print(0, DLOG_DEBUG, "T", "%s: %s(%d) > \x1b[0m%s\x1b[0m\n", "log.cc",
+                     "stdOutRedirect", 44, w[1].c_str());
+      }}},
     {"long",
      {2,
       [](const Words& w) {

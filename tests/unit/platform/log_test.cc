@@ -45,6 +45,16 @@ TEST_F(LogTest, WritesOnlyErrorsToTheTerminalWhenNothingIsSet) {
   EXPECT_EQ(ran.out, "");
 }
 
+TEST_F(LogTest, WritesTheApplicationsOutputToTheTerminalAsWellWhenNothingIsSet) {
+  EXPECT_THAT(probe({"log:3:T:debug\n", "output:printed"}).err,
+              MatchesRegex("D/T\\([0-9,]+\\): log.cc: stdOutRedirect\\(44\\) > printed\n"));
+  for (const Variables& set :
+       {Variables{{"QUILLON_LOG_LEVEL", "error"}}, Variables{{"QUILLON_LOG", "none"}},
+        Variables{{"QUILLON_LOG", "terminal"}, {"QUILLON_LOG_LEVEL", "info"}}}) {
+    EXPECT_EQ(probe({"output:printed"}, set).err, "") << set.begin()->second;
+  }
+}
+
 TEST_F(LogTest, WritesEverythingWhenATargetIsSet) {
   EXPECT_THAT(linesOf(probe(kThreeLevels, {{"QUILLON_LOG", "terminal"}}).err), SizeIs(3));
 }

@@ -322,8 +322,9 @@ TEST_F(PartnerSignatureTest, TheFirstFieldIsTheDeviceId) {
 
 TEST_F(PartnerSignatureTest, TheDeviceIdIsComparedByteForByte) {
   const std::vector<std::pair<std::string, std::string>> others = {
-      {"ID2:x", "ID2"}, {"id1:x", "id1"},    {"ID1 :x", "ID1 "}, {" ID1:x", " ID1"}, {"ID:1", "ID"},
-      {"ID1\n", "ID1\n"}, {"ID1\n:", "ID1\n"}, {"", ""},           {":ID1", ""},       {"ID11", "ID11"}};
+      {"ID2:x", "ID2"}, {"id1:x", "id1"},   {"ID1 :x", "ID1 "},  {" ID1:x", " ID1"},
+      {"ID:1", "ID"},   {"ID1\n", "ID1\n"}, {"ID1\n:", "ID1\n"}, {"", ""},
+      {":ID1", ""},     {"ID11", "ID11"}};
   for (const auto& [request, field] : others) {
     EXPECT_EQ(verifyDuidOf(request), 0) << request;
     EXPECT_THAT(platform().lines(), ElementsAre("6 duid comparision is fail... ID1," + field));
@@ -353,7 +354,9 @@ TEST_F(PartnerSignatureTest, ADeviceIdOf100BytesMatchesNothing) {
 TEST_F(PartnerSignatureTest, TheDeviceIdEndsAtANul) {
   using namespace std::string_literals;
   EXPECT_EQ(verifyDuidOf("ID1\0x:"s), 1);
-  EXPECT_EQ(verifyDuidOf("ID\0" "1:"s), 0);
+  EXPECT_EQ(verifyDuidOf("ID\0"
+                         "1:"s),
+            0);
   EXPECT_EQ(verifyDuidOf("\0ID1:"s), 0);
   EXPECT_EQ(verifyDuidOf("ID1"s + std::string(96, '\0') + ":"), 1);
   EXPECT_EQ(verifyDuidOf("ID1"s + std::string(97, '\0') + ":"), 0);
@@ -380,8 +383,8 @@ TEST_F(PartnerSignatureTest, ADateIsNotLookedAt) {
 
 TEST_F(PartnerSignatureTest, AllChecksTogetherAllowAccess) {
   EXPECT_TRUE(verifyFile());
-  EXPECT_THAT(platform().lines(), ElementsAre(kGood, "4 duid comparision is success",
-                                              "4 signature allow file access"));
+  EXPECT_THAT(platform().lines(),
+              ElementsAre(kGood, "4 duid comparision is success", "4 signature allow file access"));
   EXPECT_EQ(platform().log.at(0).colour(), "\x1b[90m");
 }
 
@@ -393,7 +396,8 @@ TEST_F(PartnerSignatureTest, TheFirstFailureEndsTheChecks) {
   makeFile("signature", std::string(256, 'x'));
   platform().calls.clear();
   EXPECT_FALSE(verifyFile());
-  EXPECT_THAT(platform().lines(), ElementsAre(kBad, "6 verification fail : signature is not valid"));
+  EXPECT_THAT(platform().lines(),
+              ElementsAre(kBad, "6 verification fail : signature is not valid"));
   EXPECT_THAT(platform().calls, IsEmpty());
 }
 
