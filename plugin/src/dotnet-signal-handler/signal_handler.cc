@@ -25,13 +25,15 @@ constexpr char kDumpMarker[] = "/tmp/dotnet_dont_create_dump";
 // For a crash of either kind.
 constexpr char kCrashAtEnd[] = "onSigabrt called while terminate. go to exit";
 
+// How long a handler waits for the standard-error reader, each time.
+constexpr int kLongestWait = 100;  // milliseconds
+
+// A message that the reader has not logged by the end of the process is lost.
 void endQuietly(const char* message) {
   sendMessageToDlogError(message);
+  waitForStderrReader(kLongestWait);
   _exit(0);
 }
-
-// How long an abort waits for what the process wrote to standard error just before it.
-constexpr int kLongestWait = 100;  // milliseconds
 
 // An abort after a managed exception is the runtime's way out, not a fault worth a dump.
 bool dumpIsSuppressed() {
@@ -61,6 +63,7 @@ void onSigabrt(int sig) {
   if (dumpIsSuppressed()) {
     endQuietly("Ignore Coredump was setted. Terminate normally");
   }
+  waitForStderrReader(kLongestWait);
   checkOnSigabrt = true;
   sigaction(SIGABRT, &sig_abrt_old, nullptr);
   raise(sig);

@@ -1,0 +1,311 @@
+#include "plugin/src/dotnet-signal-handler/signal_handler.h"
+
+#include <gmock/gmock.h>
+#include <platform/dlog.h>
+#include <quillon_tv_plugin.h>
+#include <unistd.h>
+
+#include <climits>
+
+#include "plugin/src/dotnet-signal-handler/decimal_text.h"
+#include "tests/crash/child.h"
+#include "tests/crash/scripted_signals.h"
+#include "tests/strategies/device_test.h"
+#include "util/log/crash_keywords.h"
+#include "util/log/stream_capture.h"
+
+namespace quillon::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr char kMarker[] = "/tmp/dotnet_dont_create_dump";
+constexpr char kSuppressed[] = "<<< onSigabrt >>>Ignore Coredump was setted. Terminate normally";
+constexpr char kAtEnd[] = "onSigabrt called while terminate. go to exit";
+
+class SignalHandler : public DeviceTest {
+ protected:
+  void SetUp() override {
+    DeviceTest::SetUp();
+    if (!IsSkipped()) {
+      std::filesystem::remove(kMarker);
+      signals() = {};
+      signals().records = true;
+    }
+  }
+  void TearDown() override { signals() = {}; }
+
+  KeptActions kept_;
+};
+
+// What the previous disposition is in some tests: a handler that tells that it ran.
+void previous(int signal) { _exit(100 + signal); }
+
+// Installed before the plug-in's, as a runtime or a sanitizer does.
+void installPrevious() {
+  for (const int signal : {SIGABRT, SIGSEGV, SIGTRAP}) {
+    ::signal(signal, previous);
+  }
+}
+
+TEST_F(SignalHandler, InstallsPlainActionsInOrder) {
+  EXPECT_EQ(registerSignalHandler(), 0);
+  EXPECT_THAT(signals().installed, ElementsAre(SIGABRT, SIGSEGV, SIGTRAP));
+  for (const int signal : {SIGABRT, SIGSEGV, SIGTRAP}) {
+    const struct sigaction action = actionOf(signal);
+    EXPECT_EQ(action.sa_flags & (SA_SIGINFO | SA_NODEFER | SA_ONSTACK | SA_RESTART), 0) << signal;
+    EXPECT_EQ(sigismember(&action.sa_mask, SIGTERM), 0) << signal;
+    EXPECT_NE(action.sa_handler, SIG_DFL) << signal;
+  }
+  EXPECT_NE(actionOf(SIGTERM).sa_handler, SIG_DFL);
+  EXPECT_THAT(platform().lines(), ElementsAre("3 Register signal handler"));
+  EXPECT_EQ(platform().log[0].file(), "dotnet-signal-handler.cc");
+}
+
+TEST_F(SignalHandler, EachCallSavesWhatIsInForce) {
+  installPrevious();
+  registerSignalHandler();
+  EXPECT_EQ(sig_abrt_old.sa_handler, previous);
+  EXPECT_EQ(sig_segv_old.sa_handler, previous);
+  EXPECT_EQ(sig_trap_old.sa_handler, previous);
+  registerSignalHandler();
+  EXPECT_EQ(sig_abrt_old.sa_handler, sig_abrt_new.sa_handler);
+  EXPECT_EQ(sig_segv_old.sa_handler, sig_segv_new.sa_handler);
+  EXPECT_EQ(sig_trap_old.sa_handler, sig_trap_new.sa_handler);
+}
+
+TEST_F(SignalHandler, OneFailureStopsNoOther) {
+  signals().failing = {SIGABRT};
+  EXPECT_EQ(registerSignalHandler(), 0);
+  EXPECT_THAT(signals().installed, ElementsAre(SIGSEGV, SIGTRAP));
+  EXPECT_THAT(platform().messages(DLOG_ERROR),
+              ElementsAre("Fail to sigaction(SIGABRT, &sig_abrt_new, &sig_abrt_old)"));
+}
+
+TEST_F(SignalHandler, TheResultIsThatOfTheLast) {
+  signals().failing = {SIGABRT, SIGSEGV, SIGTRAP};
+  EXPECT_EQ(registerSignalHandler(), -1);
+  EXPECT_THAT(platform().messages(DLOG_ERROR),
+              ElementsAre("Fail to sigaction(SIGABRT, &sig_abrt_new, &sig_abrt_old)",
+                          "Fail to sigaction(SIGSEGV, &sig_segv_new, &sig_segv_old)",
+                          "Fail to sigaction(SIGTRAP, &sig_trap_new, &sig_trap_old)"));
+  EXPECT_THAT(signals().installed, IsEmpty());
+}
+
+TEST_F(SignalHandler, TerminationEndsQuietly) {
+  const Ending ending = endingOf([] {
+    registerSignalHandler();
+    raise(SIGTERM);
+  });
+  EXPECT_EQ(ending, ended(0, "Sigterm Handler"));
+}
+
+// Every combination of the three: an abort ends quietly in exactly one of them.
+TEST_F(SignalHandler, TheRuleDecidesAboutAborts) {
+  for (int i = 0; i < 8; ++i) {
+    const bool managed = (i & 1) != 0;
+    const bool memory = (i & 2) != 0;
+    const bool marker = (i & 4) != 0;
+    if (marker) {
+      makeFile(kMarker);
+    }
+    const Ending ending = endingOf([&] {
+      registerSignalHandler();
+      managedExceptionOccurred = managed;
+      memoryIssueOccurred = memory;
+      abort();
+    });
+    EXPECT_EQ(ending, managed && !memory && !marker ? ended(0, kSuppressed)
+                                                    : killed(SIGABRT, "<<< onSigabrt >>>"))
+        << "managed " << managed << ", memory " << memory << ", marker " << marker;
+  }
+}
+
+// Whoever made it: what counts is that the name is there. A link to nothing leads to no file.
+TEST_F(SignalHandler, AFolderIsAMarkerAndALinkToNothingIsNot) {
+  const auto abortAfterException = [] {
+    registerSignalHandler();
+    managedExceptionOccurred = true;
+    abort();
+  };
+  std::filesystem::create_directory(kMarker);
+  EXPECT_EQ(endingOf(abortAfterException), killed(SIGABRT, "<<< onSigabrt >>>"));
+  std::filesystem::remove(kMarker);
+  std::filesystem::create_symlink("/nothing", kMarker);
+  EXPECT_EQ(endingOf(abortAfterException), ended(0, kSuppressed));
+}
+
+TEST_F(SignalHandler, AnAbortWhileTheProcessEndsIsQuietWhateverTheFlagsSay) {
+  makeFile(kMarker);
+  for (const bool second : {false, true}) {
+    const Ending ending = endingOf([second] {
+      registerSignalHandler();
+      checkOnTerminate = true;
+      checkOnSigabrt = second;
+      managedExceptionOccurred = true;
+      memoryIssueOccurred = true;
+      abort();
+    });
+    EXPECT_EQ(ending, ended(0, std::string("<<< onSigabrt >>>") + kAtEnd)) << second;
+  }
+}
+
+TEST_F(SignalHandler, ASecondAbortEndsQuietlyBeforeTheRule) {
+  const Ending ending = endingOf([] {
+    registerSignalHandler();
+    checkOnSigabrt = true;
+    managedExceptionOccurred = true;
+    abort();
+  });
+  EXPECT_EQ(ending, ended(0, "<<< onSigabrt >>><<< checkOnSigabrt >>>"));
+}
+
+TEST_F(SignalHandler, ThePreviousActionTakesOver) {
+  for (const int signal : {SIGABRT, SIGSEGV, SIGTRAP}) {
+    const Ending ending = endingOf([signal] {
+      installPrevious();
+      registerSignalHandler();
+      raise(signal);
+    });
+    EXPECT_EQ(ending, ended(100 + signal, signal == SIGABRT ? "<<< onSigabrt >>>" : "")) << signal;
+  }
+}
+
+// Ignored before, ignored now; only the flag is set, so that the next abort would be the second.
+TEST_F(SignalHandler, AnIgnoredAbortIsIgnoredAgain) {
+  const Ending ending = endingOf([] {
+    ::signal(SIGABRT, SIG_IGN);
+    registerSignalHandler();
+    raise(SIGABRT);
+    _exit(checkOnSigabrt && actionOf(SIGABRT).sa_handler == SIG_IGN ? 5 : 6);
+  });
+  EXPECT_EQ(ending, ended(5, "<<< onSigabrt >>>"));
+}
+
+TEST_F(SignalHandler, TheFirstFaultIsPassedOn) {
+  EXPECT_EQ(endingOf([] {
+              registerSignalHandler();
+              fault();
+            }),
+            killed(SIGSEGV));
+}
+
+TEST_F(SignalHandler, TheFirstFaultWhileTheProcessEndsIsQuiet) {
+  EXPECT_EQ(endingOf([] {
+              registerSignalHandler();
+              checkOnTerminate = true;
+              fault();
+            }),
+            ended(0, kAtEnd));
+}
+
+TEST_F(SignalHandler, ALaterFaultEndsWithoutAWord) {
+  for (const bool atEnd : {false, true}) {
+    const Ending ending = endingOf([atEnd] {
+      registerSignalHandler();
+      bFirstSigSegv = false;
+      checkOnTerminate = atEnd;
+      fault();
+    });
+    EXPECT_EQ(ending, ended(0)) << atEnd;
+  }
+}
+
+TEST_F(SignalHandler, TheFirstTrapIsPassedOnAtTheEndToo) {
+  for (const bool atEnd : {false, true}) {
+    const Ending ending = endingOf([atEnd] {
+      registerSignalHandler();
+      checkOnTerminate = atEnd;
+      raise(SIGTRAP);
+    });
+    EXPECT_EQ(ending, killed(SIGTRAP)) << atEnd;
+  }
+}
+
+TEST_F(SignalHandler, ALaterTrapEndsWithoutAWord) {
+  EXPECT_EQ(endingOf([] {
+              registerSignalHandler();
+              bFirstSigTrap = false;
+              raise(SIGTRAP);
+            }),
+            ended(0));
+}
+
+// The handlers have saved themselves: what they raise again comes back to them.
+TEST_F(SignalHandler, RegisteredTwiceEveryCrashEndsQuietly) {
+  const auto twice = [](void (*crash)()) {
+    return endingOf([crash] {
+      registerSignalHandler();
+      registerSignalHandler();
+      crash();
+    });
+  };
+  EXPECT_EQ(twice([] { abort(); }),
+            ended(0, "<<< onSigabrt >>><<< onSigabrt >>><<< checkOnSigabrt >>>"));
+  EXPECT_EQ(twice(fault), ended(0));
+  EXPECT_EQ(twice([] { raise(SIGTRAP); }), ended(0));
+}
+
+// What the runtime does with a fault that is not its own: it calls the handler that it found, as a
+// function, with the signal unblocked.
+TEST_F(SignalHandler, CalledAsAFunctionItPassesTheFaultOnAtOnce) {
+  const Ending ending = endingOf([] {
+    registerSignalHandler();
+    struct sigaction runtime = {};
+    runtime.sa_flags = SA_NODEFER;
+    runtime.sa_handler = [](int signal) {
+      sig_segv_new.sa_handler(signal);
+      _exit(9);
+    };
+    sigaction(SIGSEGV, &runtime, nullptr);
+    fault();
+  });
+  EXPECT_EQ(ending, killed(SIGSEGV));
+}
+
+TEST_F(SignalHandler, WithoutAPipeTheHandlersStillAct) {
+  const auto without = [](void (*crash)()) {
+    return endingWithoutPipe([crash] {
+      registerSignalHandler();
+      crash();
+    });
+  };
+  ASSERT_EQ(pStdErr[1], -1);
+  EXPECT_EQ(without([] { raise(SIGTERM); }), ended(0));
+  EXPECT_EQ(without([] { abort(); }), killed(SIGABRT));
+  EXPECT_EQ(without(fault), killed(SIGSEGV));
+  EXPECT_EQ(without([] {
+              managedExceptionOccurred = true;
+              abort();
+            }),
+            ended(0));
+  EXPECT_EQ(without([] {
+              checkOnTerminate = true;
+              fault();
+            }),
+            ended(0));
+}
+
+TEST(ItoaForSignalHandler, WritesDigits) {
+  const auto textOf = [](int value) {
+    char out[kDecimalTextSize + 1];
+    std::fill(std::begin(out), std::end(out), '#');
+    const int digits = itoaForSignalHandler(value, out);
+    EXPECT_EQ(out[digits], '\0') << value;
+    EXPECT_EQ(out[digits + 1], '#') << value;
+    EXPECT_EQ(std::string(out).size(), static_cast<std::size_t>(digits)) << value;
+    return std::string(out);
+  };
+  EXPECT_EQ(textOf(1), "1");
+  EXPECT_EQ(textOf(9), "9");
+  EXPECT_EQ(textOf(10), "10");
+  EXPECT_EQ(textOf(100200), "100200");
+  EXPECT_EQ(textOf(INT_MAX), "2147483647");
+  EXPECT_EQ(textOf(0), "");
+  EXPECT_EQ(textOf(-7), "");
+  EXPECT_EQ(textOf(INT_MIN), "");
+}
+
+}  // namespace
+}  // namespace quillon::test
