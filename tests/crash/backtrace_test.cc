@@ -40,9 +40,7 @@ void noteThread(int) {
   }
 }
 
-std::multiset<pid_t> askedThreads() {
-  return {asked.begin(), asked.begin() + askedCount};
-}
+std::multiset<pid_t> askedThreads() { return {asked.begin(), asked.begin() + askedCount}; }
 
 // Threads that do nothing until the end.
 class IdleThreads {

@@ -1,6 +1,8 @@
 // Child processes that die, and what they said before.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 
@@ -9,7 +11,7 @@ namespace quillon::test {
 struct Ending {
   int exitStatus = -1;  // -1 where a signal ended it
   int signal = 0;
-  std::string text;  // what it wrote to its standard-error pipe
+  std::string text;  // what it wrote to its standard-error pipe, where that was read
 };
 
 bool operator==(const Ending& left, const Ending& right);
@@ -21,12 +23,17 @@ inline Ending killed(int signal, const std::string& text = "") { return {-1, sig
 // Status of a child whose body returned.
 constexpr int kSurvived = 42;
 
-// Runs `body` in a child process. Its standard-error capture pipe is one that the test reads, with no
-// reader of the plug-in's. A child that hangs is ended by SIGALRM after a minute.
+// Starts a child that runs `body`. One that hangs is ended by SIGALRM after a minute.
+pid_t start(const std::function<void()>& body);
+
+// Waits for the end of a child.
+Ending endOf(pid_t child);
+
+// Runs `body` in a child.
 Ending endingOf(const std::function<void()>& body);
 
-// The same without any reading, the pipe included.
-Ending endingWithoutPipe(const std::function<void()>& body);
+// The same, with a standard-error capture pipe that the test reads, and no reader of the plug-in's.
+Ending endingWithPipe(const std::function<void()>& body);
 
 // A read of memory that is not there.
 void fault();

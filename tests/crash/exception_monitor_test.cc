@@ -191,7 +191,7 @@ TEST_F(ExceptionMonitor, PassesOnWhatItGot) {
 }
 
 TEST_F(ExceptionMonitor, StandsInFrontOfTheCrashHandler) {
-  const Ending ending = endingOf([] {
+  const Ending ending = endingWithPipe([] {
     ::signal(SIGSEGV, SIG_DFL);
     registerSignalHandler();
     enable_exception_monitor(10, 1);
@@ -202,7 +202,7 @@ TEST_F(ExceptionMonitor, StandsInFrontOfTheCrashHandler) {
 
 // Round in a circle: the crash handler's previous action is the monitor, and the other way round.
 TEST_F(ExceptionMonitor, OnBothSidesOfTheCrashHandlerItStillEnds) {
-  const Ending ending = endingOf([] {
+  const Ending ending = endingWithPipe([] {
     enable_exception_monitor(10, 100);
     registerSignalHandler();
     enable_exception_monitor(10, 100);
@@ -214,7 +214,7 @@ TEST_F(ExceptionMonitor, OnBothSidesOfTheCrashHandlerItStillEnds) {
 // It is meant to stand before a real handler. Without one its call goes nowhere, which is the end.
 TEST_F(ExceptionMonitor, WithoutAHandlerTheFaultEndsTheProcess) {
   for (const auto action : {SIG_DFL, SIG_IGN}) {
-    const Ending ending = endingOf([action] {
+    const Ending ending = endingWithPipe([action] {
       ::signal(SIGSEGV, action);
       enable_exception_monitor(10, 100);
       fault();
@@ -226,7 +226,7 @@ TEST_F(ExceptionMonitor, WithoutAHandlerTheFaultEndsTheProcess) {
 // The same where the runtime calls the monitor as a function, with the signal unblocked: each call
 // faults again, until the stack is at its end.
 TEST_F(ExceptionMonitor, WithoutAHandlerUnderTheRuntimeItEndsToo) {
-  const Ending ending = endingOf([] {
+  const Ending ending = endingWithPipe([] {
     ::signal(SIGSEGV, SIG_DFL);
     enable_exception_monitor(10, 1'000'000);
     struct sigaction runtime = {};

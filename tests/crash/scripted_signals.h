@@ -10,10 +10,10 @@
 namespace quillon::test {
 
 struct ScriptedSignals {
-  bool records = false;                   // whether `installed` grows
-  std::set<int> failing;                  // signals for which sigaction fails
-  std::vector<int> installed;             // signals that an action was installed for, in order
-  std::optional<std::time_t> now;         // what time returns instead
+  bool records = false;            // whether `installed` grows
+  std::set<int> failing;           // signals for which sigaction fails
+  std::vector<int> installed;      // signals that an action was installed for, in order
+  std::optional<std::time_t> now;  // what time returns instead
 };
 
 ScriptedSignals& signals();

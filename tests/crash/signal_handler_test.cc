@@ -94,7 +94,7 @@ TEST_F(SignalHandler, TheResultIsThatOfTheLast) {
 }
 
 TEST_F(SignalHandler, TerminationEndsQuietly) {
-  const Ending ending = endingOf([] {
+  const Ending ending = endingWithPipe([] {
     registerSignalHandler();
     raise(SIGTERM);
   });
@@ -110,7 +110,7 @@ TEST_F(SignalHandler, TheRuleDecidesAboutAborts) {
     if (marker) {
       makeFile(kMarker);
     }
-    const Ending ending = endingOf([&] {
+    const Ending ending = endingWithPipe([&] {
       registerSignalHandler();
       managedExceptionOccurred = managed;
       memoryIssueOccurred = memory;
@@ -130,16 +130,16 @@ TEST_F(SignalHandler, AFolderIsAMarkerAndALinkToNothingIsNot) {
     abort();
   };
   std::filesystem::create_directory(kMarker);
-  EXPECT_EQ(endingOf(abortAfterException), killed(SIGABRT, "<<< onSigabrt >>>"));
+  EXPECT_EQ(endingWithPipe(abortAfterException), killed(SIGABRT, "<<< onSigabrt >>>"));
   std::filesystem::remove(kMarker);
   std::filesystem::create_symlink("/nothing", kMarker);
-  EXPECT_EQ(endingOf(abortAfterException), ended(0, kSuppressed));
+  EXPECT_EQ(endingWithPipe(abortAfterException), ended(0, kSuppressed));
 }
 
 TEST_F(SignalHandler, AnAbortWhileTheProcessEndsIsQuietWhateverTheFlagsSay) {
   makeFile(kMarker);
   for (const bool second : {false, true}) {
-    const Ending ending = endingOf([second] {
+    const Ending ending = endingWithPipe([second] {
       registerSignalHandler();
       checkOnTerminate = true;
       checkOnSigabrt = second;
@@ -152,7 +152,7 @@ TEST_F(SignalHandler, AnAbortWhileTheProcessEndsIsQuietWhateverTheFlagsSay) {
 }
 
 TEST_F(SignalHandler, ASecondAbortEndsQuietlyBeforeTheRule) {
-  const Ending ending = endingOf([] {
+  const Ending ending = endingWithPipe([] {
     registerSignalHandler();
     checkOnSigabrt = true;
     managedExceptionOccurred = true;
@@ -163,7 +163,7 @@ TEST_F(SignalHandler, ASecondAbortEndsQuietlyBeforeTheRule) {
 
 TEST_F(SignalHandler, ThePreviousActionTakesOver) {
   for (const int signal : {SIGABRT, SIGSEGV, SIGTRAP}) {
-    const Ending ending = endingOf([signal] {
+    const Ending ending = endingWithPipe([signal] {
       installPrevious();
       registerSignalHandler();
       raise(signal);
@@ -174,7 +174,7 @@ TEST_F(SignalHandler, ThePreviousActionTakesOver) {
 
 // Ignored before, ignored now; only the flag is set, so that the next abort would be the second.
 TEST_F(SignalHandler, AnIgnoredAbortIsIgnoredAgain) {
-  const Ending ending = endingOf([] {
+  const Ending ending = endingWithPipe([] {
     ::signal(SIGABRT, SIG_IGN);
     registerSignalHandler();
     raise(SIGABRT);
@@ -184,7 +184,7 @@ TEST_F(SignalHandler, AnIgnoredAbortIsIgnoredAgain) {
 }
 
 TEST_F(SignalHandler, TheFirstFaultIsPassedOn) {
-  EXPECT_EQ(endingOf([] {
+  EXPECT_EQ(endingWithPipe([] {
               registerSignalHandler();
               fault();
             }),
@@ -192,7 +192,7 @@ TEST_F(SignalHandler, TheFirstFaultIsPassedOn) {
 }
 
 TEST_F(SignalHandler, TheFirstFaultWhileTheProcessEndsIsQuiet) {
-  EXPECT_EQ(endingOf([] {
+  EXPECT_EQ(endingWithPipe([] {
               registerSignalHandler();
               checkOnTerminate = true;
               fault();
@@ -202,7 +202,7 @@ TEST_F(SignalHandler, TheFirstFaultWhileTheProcessEndsIsQuiet) {
 
 TEST_F(SignalHandler, ALaterFaultEndsWithoutAWord) {
   for (const bool atEnd : {false, true}) {
-    const Ending ending = endingOf([atEnd] {
+    const Ending ending = endingWithPipe([atEnd] {
       registerSignalHandler();
       bFirstSigSegv = false;
       checkOnTerminate = atEnd;
@@ -214,7 +214,7 @@ TEST_F(SignalHandler, ALaterFaultEndsWithoutAWord) {
 
 TEST_F(SignalHandler, TheFirstTrapIsPassedOnAtTheEndToo) {
   for (const bool atEnd : {false, true}) {
-    const Ending ending = endingOf([atEnd] {
+    const Ending ending = endingWithPipe([atEnd] {
       registerSignalHandler();
       checkOnTerminate = atEnd;
       raise(SIGTRAP);
@@ -224,7 +224,7 @@ TEST_F(SignalHandler, TheFirstTrapIsPassedOnAtTheEndToo) {
 }
 
 TEST_F(SignalHandler, ALaterTrapEndsWithoutAWord) {
-  EXPECT_EQ(endingOf([] {
+  EXPECT_EQ(endingWithPipe([] {
               registerSignalHandler();
               bFirstSigTrap = false;
               raise(SIGTRAP);
@@ -235,7 +235,7 @@ TEST_F(SignalHandler, ALaterTrapEndsWithoutAWord) {
 // The handlers have saved themselves: what they raise again comes back to them.
 TEST_F(SignalHandler, RegisteredTwiceEveryCrashEndsQuietly) {
   const auto twice = [](void (*crash)()) {
-    return endingOf([crash] {
+    return endingWithPipe([crash] {
       registerSignalHandler();
       registerSignalHandler();
       crash();
@@ -250,7 +250,7 @@ TEST_F(SignalHandler, RegisteredTwiceEveryCrashEndsQuietly) {
 // What the runtime does with a fault that is not its own: it calls the handler that it found, as a
 // function, with the signal unblocked.
 TEST_F(SignalHandler, CalledAsAFunctionItPassesTheFaultOnAtOnce) {
-  const Ending ending = endingOf([] {
+  const Ending ending = endingWithPipe([] {
     registerSignalHandler();
     struct sigaction runtime = {};
     runtime.sa_flags = SA_NODEFER;
@@ -266,7 +266,7 @@ TEST_F(SignalHandler, CalledAsAFunctionItPassesTheFaultOnAtOnce) {
 
 TEST_F(SignalHandler, WithoutAPipeTheHandlersStillAct) {
   const auto without = [](void (*crash)()) {
-    return endingWithoutPipe([crash] {
+    return endingOf([crash] {
       registerSignalHandler();
       crash();
     });

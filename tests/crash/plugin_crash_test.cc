@@ -1,0 +1,302 @@
+// The built plug-in in processes that die, its standard streams captured.
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <platform/dlog.h>
+#include <quillon_tv_plugin.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <thread>
+
+#include "tests/crash/child.h"
+#include "tests/crash/faulty_platform.h"
+#include "tests/torture/device_main.h"
+
+namespace quillon::test {
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::ContainsRegex;
+using ::testing::Each;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr char kMarker[] = "/tmp/dotnet_dont_create_dump";
+
+template <typename Function>
+Function* exported(const char* name) {
+  static void* plugin = dlopen(QUILLON_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+  return reinterpret_cast<Function*>(dlsym(plugin, name));
+}
+
+#define CALL(name) exported<decltype(name)>(#name)
+
+// As the launcher does it, up to the application's entry.
+void launchPlugin() {
+  CALL(plugin_initialize)("inhouse");
+  CALL(plugin_has_log_control)();
+}
+
+void say(const char* text) {
+  if (write(STDERR_FILENO, text, std::strlen(text)) < 0) {
+    _exit(99);
+  }
+}
+
+// Something of the plug-in's that logs.
+void writeLog() { CALL(is_coba_direct_call_mode)(); }
+
+class PluginCrash : public torture::DeviceTest {
+ protected:
+  void SetUp() override {
+    torture::DeviceTest::SetUp();
+    if (!IsSkipped()) {
+      std::filesystem::remove(kMarker);
+      ASSERT_NE(CALL(plugin_initialize), nullptr);
+      takeLog();
+    }
+  }
+
+  // A launch that ends in `body`.
+  static Ending launchAnd(const std::function<void()>& body) {
+    return endingOf([&] {
+      launchPlugin();
+      body();
+    });
+  }
+
+  // `count` launches, some at a time.
+  static std::vector<Ending> launches(int count, const std::function<void(int)>& body) {
+    constexpr int kAtOnce = 25;
+    std::vector<Ending> endings;
+    for (int first = 0; first < count; first += kAtOnce) {
+      std::vector<pid_t> children;
+      for (int i = first; i < std::min(count, first + kAtOnce); ++i) {
+        children.push_back(start([&] {
+          launchPlugin();
+          body(i);
+        }));
+      }
+      for (const pid_t child : children) {
+        endings.push_back(endOf(child));
+      }
+    }
+    return endings;
+  }
+};
+
+// A crash's last words, as an error line.
+auto isLogged(const std::string& message) {
+  return ContainsRegex("\n6 log.cc: stdErrRedirect[^\n]*" + message);
+}
+
+TEST_F(PluginCrash, TerminationEndsQuietlyAndIsLogged) {
+  EXPECT_EQ(launchAnd([] { raise(SIGTERM); }), ended(0));
+  EXPECT_THAT(takeLog(), isLogged("Sigterm Handler"));
+}
+
+TEST_F(PluginCrash, AnAbortOutOfTheBlueIsPassedOn) {
+  EXPECT_EQ(launchAnd([] { abort(); }), killed(SIGABRT));
+  const std::string log = takeLog();
+  EXPECT_THAT(log, isLogged("<<< onSigabrt >>>"));
+  EXPECT_THAT(log, Not(HasSubstr("Ignore Coredump")));
+}
+
+TEST_F(PluginCrash, AnAbortAfterAManagedExceptionIsQuiet) {
+  EXPECT_EQ(launchAnd([] {
+              say("Unhandled exception in App.dll\n");
+              abort();
+            }),
+            ended(0));
+  EXPECT_THAT(takeLog(), HasSubstr("Ignore Coredump was setted. Terminate normally"));
+}
+
+TEST_F(PluginCrash, TheMarkerTurnsDumpsOn) {
+  torture::writeFile(kMarker, "");
+  EXPECT_EQ(launchAnd([] {
+              say("Unhandled exception in App.dll\n");
+              abort();
+            }),
+            killed(SIGABRT));
+}
+
+TEST_F(PluginCrash, AMemoryFaultTurnsDumpsOn) {
+  for (const char* text : {"double free or corruption (out)\n", "stack smashing detected\n"}) {
+    EXPECT_EQ(launchAnd([text] {
+                say("Unhandled exception in App.dll\n");
+                say(text);
+                abort();
+              }),
+              killed(SIGABRT))
+        << text;
+  }
+}
+
+TEST_F(PluginCrash, AfterTheEndCrashesAreQuiet) {
+  for (const Crash kind : {Crash::kAbort, Crash::kFault}) {
+    torture::writeFile(kMarker, "");
+    EXPECT_EQ(launchAnd([kind] {
+                CALL(plugin_finalize)();
+                crash(kind);
+              }),
+              ended(0));
+    EXPECT_THAT(takeLog(), HasSubstr("onSigabrt called while terminate. go to exit"));
+  }
+}
+
+TEST_F(PluginCrash, FaultAndTrapArePassedOn) {
+  EXPECT_EQ(launchAnd(fault), killed(SIGSEGV));
+  EXPECT_EQ(launchAnd([] { raise(SIGTRAP); }), killed(SIGTRAP));
+}
+
+TEST_F(PluginCrash, InitializedTwiceEveryCrashIsQuiet) {
+  for (const Crash kind : {Crash::kAbort, Crash::kFault, Crash::kTrap}) {
+    EXPECT_EQ(launchAnd([kind] {
+                CALL(plugin_initialize)("inhouse");
+                crash(kind);
+              }),
+              ended(0));
+  }
+}
+
+TEST_F(PluginCrash, WithoutCaptureTheRulesHold) {
+  const auto without = [](Crash kind) {
+    return endingOf([kind] {
+      CALL(plugin_initialize)("inhouse");
+      crash(kind);
+    });
+  };
+  EXPECT_EQ(without(Crash::kTermination), ended(0));
+  EXPECT_EQ(without(Crash::kAbort), killed(SIGABRT));
+  EXPECT_EQ(without(Crash::kFault), killed(SIGSEGV));
+  EXPECT_EQ(without(Crash::kTrap), killed(SIGTRAP));
+}
+
+// The abort comes at once after the text that decides about it.
+TEST_F(PluginCrash, TheRuleNeverMissesWhatWasWrittenBefore) {
+  const auto endings = launches(300, [](int i) {
+    say("Unhandled exception in App.dll\n");
+    if (i % 2 == 0) {
+      say("stack smashing detected\n");
+    }
+    abort();
+  });
+  for (std::size_t i = 0; i < endings.size(); ++i) {
+    EXPECT_EQ(endings[i], i % 2 == 0 ? killed(SIGABRT) : ended(0)) << i;
+  }
+}
+
+TEST_F(PluginCrash, TheRuleNeverMissesItWhileTheLogIsSlow) {
+  const SlowLog slow(2000);
+  const auto endings = launches(50, [](int) {
+    say("Unhandled exception in App.dll\n");
+    abort();
+  });
+  EXPECT_THAT(endings, Each(ended(0)));
+}
+
+// In the place of what the platform's crash tooling does: nothing.
+TEST_F(PluginCrash, TheMonitorReportsThroughTheLog) {
+  EXPECT_EQ(launchAnd([] {
+              ::signal(
+                  SIGSEGV, +[](int) {});
+              CALL(enable_exception_monitor)(10, 3);
+              for (int i = 0; i < 3; ++i) {
+                raise(SIGSEGV);
+              }
+              raise(SIGTERM);
+            }),
+            ended(0));
+  const std::string log = takeLog();
+  EXPECT_THAT(log, HasSubstr("enable_exception_monitor: 10, 3"));
+  EXPECT_THAT(log, HasSubstr("[] Exception Limit exceed!!! (3 / 3)"));
+}
+
+// Whichever of several crashes ends the process, it ends.
+const auto isAnEnding = AnyOf(ended(0), killed(SIGSEGV), killed(SIGABRT), killed(SIGTRAP));
+
+class PluginCrashTorture : public PluginCrash {};
+
+// Four threads at once, each in a place and a way of its own; in every combination of both.
+TEST_F(PluginCrashTorture, CrashesInsideLocksOnSeveralThreadsAlwaysEnd) {
+  static constexpr int kThreads = 4;
+  constexpr std::array places = {Place::kMalloc, Place::kLogger, Place::kPlain};
+  constexpr std::array crashes = {Crash::kFault, Crash::kAbort, Crash::kTrap};
+  const auto endings = launches(400, [&](int i) {
+    std::atomic<int> ready{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+      const Place place = places[static_cast<std::size_t>(i + thread) % places.size()];
+      const Crash kind =
+          crashes[static_cast<std::size_t>(i / 3 + thread * (i / 9)) % crashes.size()];
+      threads.emplace_back([&ready, place, kind] {
+        for (++ready; ready < kThreads;) {
+          std::this_thread::yield();
+        }
+        crashIn(place, kind, writeLog);
+      });
+    }
+    lockMalloc();
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+  });
+  EXPECT_THAT(endings, Each(isAnEnding));
+}
+
+// Alone, each crash has its one ending wherever it happens.
+TEST_F(PluginCrashTorture, OneCrashInsideALockEndsAsElsewhere) {
+  constexpr std::array places = {Place::kMalloc, Place::kLogger};
+  constexpr std::array crashes = {Crash::kFault, Crash::kAbort, Crash::kTrap, Crash::kTermination};
+  const std::array outcomes = {killed(SIGSEGV), killed(SIGABRT), killed(SIGTRAP), ended(0)};
+  const auto endings = launches(200, [&](int i) {
+    lockMalloc();
+    crashIn(places[static_cast<std::size_t>(i) % places.size()],
+            crashes[static_cast<std::size_t>(i / 2) % crashes.size()], writeLog);
+  });
+  for (std::size_t i = 0; i < endings.size(); ++i) {
+#ifdef QUILLON_SANITIZED
+    if (i % 2 == 0) {
+      continue;  // a sanitizer's malloc is its own
+    }
+#endif
+    EXPECT_EQ(endings[i], outcomes[i / 2 % crashes.size()]) << i;
+  }
+}
+
+// Whatever lock a handler took, it would wait for ever.
+TEST_F(PluginCrashTorture, HandlersNeedNoLockOfTheProcess) {
+  constexpr std::array crashes = {Crash::kFault, Crash::kAbort, Crash::kTrap, Crash::kTermination};
+  const std::array outcomes = {killed(SIGSEGV), killed(SIGABRT), killed(SIGTRAP), ended(0)};
+  const auto endings = launches(40, [&](int i) {
+    lockMalloc();
+    holdEveryLock();
+    crash(crashes[static_cast<std::size_t>(i) % crashes.size()]);
+  });
+  for (std::size_t i = 0; i < endings.size(); ++i) {
+    EXPECT_EQ(endings[i], outcomes[i % crashes.size()]) << i;
+  }
+}
+
+// The pipe is full and its reader waits for a lock that the dying thread holds.
+TEST_F(PluginCrashTorture, AFullPipeHoldsNoHandlerUp) {
+  const auto endings = launches(6, [&](int i) {
+    std::thread([] {
+      for (;;) {
+        say("more than the pipe can take\n");
+      }
+    }).detach();
+    holdEveryLock();
+    usleep(50'000);
+    crash(i % 2 == 0 ? Crash::kTermination : Crash::kAbort);
+  });
+  for (std::size_t i = 0; i < endings.size(); ++i) {
+    EXPECT_EQ(endings[i], i % 2 == 0 ? ended(0) : killed(SIGABRT)) << i;
+  }
+}
+
+}  // namespace
+}  // namespace quillon::test
