@@ -123,8 +123,7 @@ TEST_F(DllValidation, ASymbolicLinkIsRefusedWithoutTraffic) {
   fs::create_symlink(kLibrary, "/opt/usr/link.dll");
   fs::create_symlink("/opt/usr/none.dll", "/opt/usr/dangling.dll");
   expectNoTraffic("/opt/usr/link.dll");
-  EXPECT_THAT(platform().messages(6),
-              ElementsAre("Symbolic link is detected : /opt/usr/link.dll"));
+  EXPECT_THAT(platform().messages(6), ElementsAre("Symbolic link is detected : /opt/usr/link.dll"));
   expectNoTraffic("/opt/usr/dangling.dll");
 }
 

@@ -73,12 +73,13 @@ void onText(const char* text, void* userData) {
 // create_pipe_server on a thread of its own, until the text "stop" comes.
 class Server {
  public:
-  Server() : thread_([] {
-    try {
-      create_pipe_server(onText);
-    } catch (const Stop&) {
-    }
-  }) {
+  Server()
+      : thread_([] {
+          try {
+            create_pipe_server(onText);
+          } catch (const Stop&) {
+          }
+        }) {
     while (!isOpen()) std::this_thread::yield();
   }
   ~Server() {

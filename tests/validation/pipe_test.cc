@@ -62,8 +62,7 @@ std::size_t PipeTest::openDescriptors() {
 }
 
 std::future<int> PipeTest::ask(const std::string& path, int type) {
-  return std::async(std::launch::async,
-                    [=] { return plugin_validate_dll(type, path.c_str()); });
+  return std::async(std::launch::async, [=] { return plugin_validate_dll(type, path.c_str()); });
 }
 
 }  // namespace quillon::test

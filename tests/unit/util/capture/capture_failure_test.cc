@@ -1,0 +1,150 @@
+// Every way in which a capture fails to start: the message, the result, and what stays.
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "tests/unit/util/capture/capture_process.h"
+#include "tests/unit/util/capture/scripted_calls.h"
+#include "util/log/stream_capture.h"
+
+namespace quillon::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+struct Failure {
+  const char* call;
+  int result;
+  std::vector<std::string> messages;
+  const char* redirected;  // which of "out" and "err" lead into the pipes
+  std::vector<std::string> readers;
+};
+
+void PrintTo(const Failure& failure, std::ostream* out) { *out << failure.call; }
+
+constexpr int kBriefly = 100;
+constexpr char kNoManager[] = "Failed to initnialize LogManager";
+
+const Failure kFailures[] = {
+    {"setvbuf stdout line 0", -1, {"fail to make stdout line-buffered", kNoManager}, "", {}},
+    {"setvbuf stderr none 0", -1, {"make stderr unbuffered", kNoManager}, "", {}},
+    {"pipe 1", -1, {"fail to create pipe for stdout logging", kNoManager}, "", {}},
+    {"pipe 2", -1, {"fail to create pipe for stderr logging", kNoManager}, "", {}},
+    {"dup2 1", -1, {"fail to duplicate fd to stdout", kNoManager}, "", {}},
+    {"dup2 2", -1, {"fail to duplicate fd to stderr", kNoManager}, "out", {}},
+    {"pthread_create 1", -1, {"fail to create pthread"}, "out err", {}},
+    {"pthread_setname_np Stdout Thread",
+     0,
+     {"fail to set name of pthread"},
+     "out err",
+     {"Stderr Thread"}},
+    {"pthread_detach 1", -1, {"fail to detach pthread"}, "out err", {"Stdout Thread"}},
+    {"pthread_create 2", -1, {"fail to create pthread"}, "out err", {"Stdout Thread"}},
+    {"pthread_setname_np Stderr Thread",
+     0,
+     {"fail to set name of pthread"},
+     "out err",
+     {"Stdout Thread"}},
+    {"pthread_detach 2",
+     -1,
+     {"fail to detach pthread"},
+     "out err",
+     {"Stderr Thread", "Stdout Thread"}},
+};
+
+std::string redirected() {
+  const bool out = pStdOut[1] >= 0 && fileBehind(STDOUT_FILENO) == fileBehind(pStdOut[1]);
+  const bool err = pStdErr[1] >= 0 && fileBehind(STDERR_FILENO) == fileBehind(pStdErr[1]);
+  return std::string(out ? "out" : "") + (err ? " err" : "");
+}
+
+std::string namedReaders() {
+  std::string names;
+  for (const std::string& name : threadNames()) {
+    if (name.rfind("Std", 0) == 0) names += name + ";";
+  }
+  return names;
+}
+
+class CaptureFailure : public ::testing::TestWithParam<Failure> {
+ protected:
+  // Starts a capture of which one call fails, then prints on both streams.
+  Captured start() const {
+    return inCaptureProcess([](Notes& notes) {
+      calls().active = true;
+      calls().failing = GetParam().call;
+      notes["result"] = std::to_string(tvRunLoggingThread());
+      notes["redirected"] = redirected();
+      notes["readers"] = namedReaders();
+      put(STDOUT_FILENO, "printed");
+      put(STDERR_FILENO, "printed as error");
+      waitForStderrReader(kBriefly);
+    });
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Calls, CaptureFailure, ::testing::ValuesIn(kFailures),
+                         [](const auto& call) {
+                           std::string name = call.param.call;
+                           std::replace(name.begin(), name.end(), ' ', '_');
+                           return name;
+                         });
+
+std::vector<std::string> errorMessages(const Captured& captured) {
+  std::vector<std::string> messages;
+  for (size_t i = 0; i < captured.lines.size(); ++i) {
+    const bool ofStart = captured.texts[i].find("Redirect(") == std::string::npos;
+    if (ofStart && captured.lines[i][0] == '6') messages.push_back(captured.lines[i].substr(2));
+  }
+  return messages;
+}
+
+std::string joined(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += name + ";";
+  return text;
+}
+
+TEST_P(CaptureFailure, IsLoggedAndReportedAndLeavesWhatIsDone) {
+  const Captured captured = start();
+  EXPECT_EQ(captured.ending, "");
+  EXPECT_EQ(captured.note("result"), std::to_string(GetParam().result));
+  EXPECT_EQ(errorMessages(captured), GetParam().messages);
+  EXPECT_EQ(captured.note("redirected"), GetParam().redirected);
+  EXPECT_EQ(captured.note("readers"), joined(GetParam().readers));
+}
+
+TEST_P(CaptureFailure, NothingAfterItIsTried) {
+  const Captured captured = start();
+  const std::string failed = GetParam().call;
+  if (GetParam().result < 0) {
+    EXPECT_EQ(captured.calls.back(), failed);
+  } else {
+    EXPECT_EQ(captured.calls.back(), "pthread_detach 2");
+  }
+}
+
+TEST_P(CaptureFailure, ReadersThatRunGoOnReading) {
+  const Captured captured = start();
+  const std::string failed = GetParam().call;
+  const bool hasStdout = failed.starts_with("pthread_") && failed != "pthread_create 1";
+  const bool hasStderr = hasStdout && failed != "pthread_detach 1" && failed != "pthread_create 2";
+  EXPECT_EQ(captured.output().size(), hasStdout ? 1U : 0U);
+  EXPECT_EQ(captured.errors().size(), hasStderr ? 1U : 0U);
+}
+
+TEST(Redirection, NeedsBothPipes) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    calls().active = true;
+    notes["none"] = std::to_string(tvRedirectFD());
+    if (pipe(pStdOut) == 0) notes["one"] = std::to_string(tvRedirectFD());
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"none", "-1"}, {"one", "-1"}}));
+  EXPECT_THAT(captured.lines, ElementsAre("6 fail to create pipe for logging",
+                                          "6 fail to create pipe for logging"));
+  EXPECT_THAT(captured.calls, ElementsAre("pipe 1"));
+}
+
+}  // namespace
+}  // namespace quillon::test

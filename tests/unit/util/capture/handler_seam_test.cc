@@ -1,0 +1,237 @@
+// What signal handlers use of a capture: the wait for the reader, and messages that never block.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <plugin/src/dotnet-signal-handler/signal_handler.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <thread>
+
+#include "tests/support/recording_platform.h"
+#include "tests/unit/util/capture/capture_process.h"
+#include "tests/unit/util/capture/scripted_calls.h"
+#include "util/log/crash_keywords.h"
+#include "util/log/log.h"
+#include "util/log/message_end.h"
+#include "util/log/reader_progress.h"
+#include "util/log/stream_capture.h"
+
+namespace quillon::test {
+namespace {
+
+// Longer than a process of inCaptureProcess may live: a wait that is not cut short ends it.
+constexpr int kForEver = 600'000;
+
+// As if another thread were the reader of a pipe that holds something.
+void makePipeWithSomethingIn() {
+  if (pipe(pStdErr) == 0) put(pStdErr[1], "something");
+}
+
+// Fills a pipe to the last byte.
+void fillUp(int end) {
+  const std::string path = "/proc/self/fd/" + std::to_string(end);
+  const int own = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  const std::string block(4096, '.');
+  while (write(own, block.data(), block.size()) > 0) {
+  }
+  close(own);
+}
+
+TEST(WaitForReader, EndsAtOnceWhereThereIsNone) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    errno = EDOM;
+    waitForStderrReader(kForEver);
+    notes["errno"] = errno == EDOM ? "kept" : "changed";
+    makePipeWithSomethingIn();
+    waitForStderrReader(kForEver);
+    stderrProgress.starting();
+    stderrProgress.ended();
+    waitForStderrReader(kForEver);
+  });
+  EXPECT_EQ(captured.ending, "");
+  EXPECT_EQ(captured.note("errno"), "kept");
+}
+
+TEST(WaitForReader, EndsAtOnceOnTheReaderItself) {
+  const Captured captured = inCaptureProcess([](Notes&) {
+    makePipeWithSomethingIn();
+    stderrProgress.starting();
+    stderrProgress.running();
+    stderrProgress.taking();
+    waitForStderrReader(kForEver);
+  });
+  EXPECT_EQ(captured.ending, "");
+}
+
+TEST(WaitForReader, EndsAtOnceInAForkedChild) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    makePipeWithSomethingIn();
+    stderrProgress.starting();
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(30);
+      waitForStderrReader(kForEver);
+      _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    notes["child"] = std::to_string(status);
+  });
+  EXPECT_EQ(captured.note("child"), "0");
+}
+
+TEST(WaitForReader, EndsWhenItsTimeIsOver) {
+  const Captured captured = inCaptureProcess([](Notes&) {
+    makePipeWithSomethingIn();
+    stderrProgress.starting();
+    waitForStderrReader(100);
+    waitForStderrReader(0);
+  });
+  EXPECT_EQ(captured.ending, "");
+}
+
+// The pipe is empty as soon as the reader has the bytes in its hand; the flags come later.
+TEST(WaitForReader, LastsUntilTheReaderHasDealtWithWhatItTook) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    if (pipe(pStdErr) != 0) return;
+    stderrProgress.starting();
+    stderrProgress.taking();
+    std::atomic<bool> dealtWith{false};
+    std::thread reader([&] {
+      stderrProgress.running();
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      dealtWith = true;
+      stderrProgress.done(1);
+    });
+    waitForStderrReader(kForEver);
+    notes["dealt with"] = dealtWith ? "yes" : "no";
+    reader.join();
+  });
+  EXPECT_EQ(captured.note("dealt with"), "yes");
+}
+
+// Others write on and on: the pipe is never seen empty.
+TEST(WaitForReader, EndsWhenAllThatWasThereIsDoneAlthoughMoreComes) {
+  const Captured captured = inCaptureProcess([](Notes&) {
+    makePipeWithSomethingIn();
+    stderrProgress.starting();
+    std::atomic<bool> over{false};
+    std::thread reader([&] {
+      stderrProgress.running();
+      while (!over) {
+        stderrProgress.done(100);
+        std::this_thread::yield();
+      }
+    });
+    waitForStderrReader(kForEver);
+    over = true;
+    reader.join();
+  });
+  EXPECT_EQ(captured.ending, "");
+}
+
+TEST(WaitForReader, FlagsTellOfEverythingWrittenBefore) {
+  for (int i = 0; i < 30; ++i) {
+    const Captured captured = inCaptureProcess([](Notes& notes) {
+      tvRunLoggingThread();
+      put(STDERR_FILENO, "double free or corruption");
+      waitForStderrReader(kForEver);
+      notes["flag"] = memoryIssueOccurred ? "set" : "not set";
+    });
+    ASSERT_EQ(captured.note("flag"), "set");
+  }
+}
+
+TEST(WaitForReader, AnAbortFindsTheFlagsThatItsTextSets) {
+  for (int i = 0; i < 20; ++i) {
+    const Captured captured = inCaptureProcess([](Notes&) {
+      registerSignalHandler();
+      tvRunLoggingThread();
+      put(STDERR_FILENO, "Unhandled exception in App.dll");
+      std::abort();
+    });
+    ASSERT_EQ(captured.ending, "");  // status 0: no dump
+  }
+}
+
+TEST(HandlerMessage, GoesThroughTheCapturedStream) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    tvRunLoggingThread();
+    notes["written"] = std::to_string(sendMessageToDlogError("as %s is"));
+  });
+  EXPECT_EQ(captured.note("written"), "8");
+  EXPECT_THAT(captured.errors(), ::testing::ElementsAre("as %s is"));
+}
+
+TEST(HandlerMessage, IsGivenUpWhereThePipeIsFullAndNobodyReads) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    if (pipe(pStdErr) != 0) return;
+    for (const bool own : {false, true}) {  // through pStdErr itself, and through its own end
+      if (own) openMessageEnd(pStdErr[1]);
+      fillUp(pStdErr[1]);
+      const ssize_t written = sendMessageToDlogError("lost");
+      notes[own ? "own" : "shared"] =
+          std::to_string(written) + (errno == EAGAIN ? " again" : " other");
+    }
+  });
+  EXPECT_EQ(captured.ending, "");
+  EXPECT_EQ(captured.notes, (Notes{{"own", "-1 again"}, {"shared", "-1 again"}}));
+}
+
+TEST(HandlerMessage, WaitsForRoomWhileTheReaderReads) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    if (pipe(pStdErr) != 0) return;
+    openMessageEnd(pStdErr[1]);
+    fillUp(pStdErr[1]);
+    stderrProgress.starting();
+    std::thread reader([&] {
+      stderrProgress.running();
+      std::array<char, 65536> buffer;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      notes["read"] = read(pStdErr[0], buffer.data(), buffer.size()) > 0 ? "yes" : "no";
+    });
+    const ssize_t written = sendMessageToDlogError("kept");
+    reader.join();
+    notes["written"] = std::to_string(written);
+  });
+  EXPECT_EQ(captured.note("written"), "4");
+}
+
+TEST(HandlerMessage, FindsNoOwnEndWhereThereIsNoneToOpen) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    if (pipe(pStdErr) != 0) return;
+    openMessageEnd(-1);
+    notes["written"] = std::to_string(sendMessageToDlogError("x"));
+    std::array<char, 4> buffer{};
+    notes["read"] = std::to_string(read(pStdErr[0], buffer.data(), buffer.size()));
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"written", "1"}, {"read", "1"}}));
+}
+
+// The reader asks for the time when it names the error file.
+Captured faultOnTheReader(int signal) {
+  return inCaptureProcess([=](Notes&) {
+    registerSignalHandler();
+    tvRunLoggingThread();
+    calls().onTime = [=] {
+      fillUp(pStdErr[1]);
+      raise(signal);
+    };
+    put(STDERR_FILENO, "x");
+    pause();
+  });
+}
+
+TEST(HandlerMessage, AFaultOnTheReaderWithAFullPipeEndsTheProcess) {
+  EXPECT_EQ(faultOnTheReader(SIGABRT).ending, "signal " + std::to_string(SIGABRT));
+  EXPECT_EQ(faultOnTheReader(SIGSEGV).ending, "signal " + std::to_string(SIGSEGV));
+  EXPECT_EQ(faultOnTheReader(SIGTERM).ending, "");  // status 0
+}
+
+}  // namespace
+}  // namespace quillon::test

@@ -1,0 +1,268 @@
+// What becomes of what a process prints.
+#include "util/log/stream_capture.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include "tests/support/recording_platform.h"
+#include "tests/unit/util/capture/capture_process.h"
+#include "tests/unit/util/capture/scripted_calls.h"
+#include "util/log/error_file.h"
+
+namespace quillon::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsSupersetOf;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+constexpr size_t kLongestChunk = 9999;
+constexpr int kAMinute = 60'000;
+
+// One chunk on standard error, dealt with before the next.
+void putChunk(const std::string& text) {
+  put(STDERR_FILENO, text);
+  waitForStderrReader(kAMinute);
+}
+
+// A capture, and what `body` does while it lasts.
+Captured capture(const std::function<void()>& body) {
+  const Captured captured = inCaptureProcess([&](Notes& notes) {
+    notes["result"] = std::to_string(tvRunLoggingThread());
+    body();
+  });
+  EXPECT_EQ(captured.ending, "");
+  return captured;
+}
+
+Captured capturePrinted(const std::string& text) {
+  return capture([&] { put(STDOUT_FILENO, text); });
+}
+
+TEST(StreamCapture, StartsInTheOrderOfItsSteps) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    calls().active = true;
+    notes["result"] = std::to_string(tvRunLoggingThread());
+  });
+  EXPECT_EQ(captured.note("result"), "0");
+  EXPECT_THAT(captured.lines, ElementsAre("3 Run TV Logging Thread", "3 TV Initialize LogManager"));
+  EXPECT_THAT(captured.calls,
+              ElementsAre("setvbuf stdout line 0", "setvbuf stderr none 0", "pipe 1", "pipe 2",
+                          "dup2 1", "dup2 2", "pthread_create 1",
+                          "pthread_setname_np Stdout Thread", "pthread_detach 1",
+                          "pthread_create 2", "pthread_setname_np Stderr Thread",
+                          "pthread_detach 2"));
+}
+
+TEST(StreamCapture, TracesItsFunctionsAndThreads) {
+  const Captured captured = capture([] { putChunk("x"); });
+  std::vector<std::string> names;
+  for (const std::string& event : captured.trace) names.push_back(event.substr(event.find(") ") + 2));
+  EXPECT_THAT(names, IsSupersetOf({"int tvRunLoggingThread()", "int tvInitializeLogManager()",
+                                   "int tvRedirectFD()", "void writeStringTofile(std::string_view)"}));
+  EXPECT_THAT(names, Contains(EndsWith("stdOutRedirect(void*)")));
+  EXPECT_THAT(names, Contains(EndsWith("stdErrRedirect(void*)")));
+}
+
+TEST(StreamCapture, PutsItsPipesBehindDescriptorsOneAndTwoAndKeepsTheirEnds) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    tvRunLoggingThread();
+    notes["out"] = fileBehind(STDOUT_FILENO) == fileBehind(pStdOut[1]) ? "same" : "other";
+    notes["err"] = fileBehind(STDERR_FILENO) == fileBehind(pStdErr[1]) ? "same" : "other";
+    notes["apart"] = fileBehind(pStdOut[1]) != fileBehind(pStdErr[1]) ? "yes" : "no";
+    notes["blocking"] = (fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK) == 0 ? "yes" : "no";
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"out", "same"}, {"err", "same"}, {"apart", "yes"},
+                                   {"blocking", "yes"}}));
+}
+
+TEST(StreamCapture, NamesTheReaders) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    tvRunLoggingThread();
+    for (const std::string& name : threadNames()) notes[name] = "runs";
+  });
+  EXPECT_THAT(captured.notes, SizeIs(3));
+  EXPECT_EQ(captured.notes.count("Stdout Thread"), 1U);
+  EXPECT_EQ(captured.notes.count("Stderr Thread"), 1U);
+}
+
+TEST(StreamCapture, ReadersEndWhenNobodyCanWriteAndCloseTheirPipes) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    tvRunLoggingThread();
+    const int out = pStdOut[0];
+    for (const int end : {STDOUT_FILENO, int{pStdOut[1]}}) close(end);
+    while (threadNames().size() > 2) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    notes["closed"] = fileBehind(out);
+    notes["left"] = threadNames().front() + ", " + threadNames().back();
+  });
+  EXPECT_EQ(captured.note("closed"), "");
+  EXPECT_THAT(captured.note("left"), HasSubstr("Stderr Thread"));
+  EXPECT_THAT(captured.note("left"), Not(HasSubstr("Stdout Thread")));
+}
+
+TEST(StreamCapture, LogsOutputAtDebugLevelAndErrorsAtErrorLevel) {
+  const Captured captured = capture([] {
+    put(STDOUT_FILENO, "abc\n");
+    put(STDERR_FILENO, "def\n");
+  });
+  EXPECT_THAT(captured.lines, Contains("3 abc"));
+  EXPECT_THAT(captured.lines, Contains("6 def"));
+  EXPECT_THAT(captured.texts, Contains(MatchesRegex("log.cc: stdOutRedirect\\([0-9]+\\) > "
+                                                    "\x1b\\[0mabc\x1b\\[0m\n")));
+  EXPECT_THAT(captured.texts, Contains(MatchesRegex("log.cc: stdErrRedirect\\([0-9]+\\) > "
+                                                    "\x1b\\[31mdef\x1b\\[0m\n")));
+}
+
+TEST(StreamCapture, DropsOneNewlineAtTheEndOfAChunkAndNoOther) {
+  EXPECT_THAT(capturePrinted("abc\n\n").output(), ElementsAre("abc\n"));
+  EXPECT_THAT(capturePrinted("\nabc").output(), ElementsAre("\nabc"));
+  EXPECT_THAT(capturePrinted("a\nb\n").output(), ElementsAre("a\nb"));
+  EXPECT_THAT(capturePrinted("\n").output(), ElementsAre(""));
+  EXPECT_THAT(capture([] { putChunk("abc\n\n"); }).errors(), ElementsAre("abc\n"));
+}
+
+TEST(StreamCapture, CutsALongTextIntoChunks) {
+  std::string text;
+  for (int i = 0; text.size() < 4 * kLongestChunk; ++i) text += std::to_string(i) + ",";
+  for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
+    const Captured captured = capture([&] { put(descriptor, text); });
+    const auto chunks = descriptor == STDOUT_FILENO ? captured.output() : captured.errors();
+    ASSERT_GE(chunks.size(), 4U);
+    std::string joined;
+    for (const std::string& chunk : chunks) {
+      EXPECT_LE(chunk.size(), kLongestChunk);
+      joined += chunk;
+    }
+    EXPECT_EQ(joined, text);
+  }
+}
+
+// The whole text stands in the pipe before the reader comes to it.
+TEST(StreamCapture, TakesAsMuchAsItsBufferHolds) {
+  const std::string text(kLongestChunk + 6, 'y');
+  const Captured captured = capture([&] {
+    calls().onTime = [&] { put(STDERR_FILENO, text); };
+    putChunk("x");  // its error file is named while the text comes
+    calls().onTime = {};
+  });
+  EXPECT_THAT(captured.errors(), ElementsAre("x", text.substr(6), "yyyyyy"));
+}
+
+TEST(StreamCapture, NeverTakesTextForAFormat) {
+  const std::string text = "%s %n 100% %d \x1b[31m";
+  const Captured captured = capture([&] {
+    put(STDOUT_FILENO, text);
+    putChunk(text);
+  });
+  EXPECT_THAT(captured.output(), ElementsAre(text));
+  EXPECT_THAT(captured.errors(), ElementsAre(text));
+  EXPECT_EQ(captured.errorText, text + "\n");
+}
+
+TEST(StreamCapture, LogsAChunkUpToANulAndFilesItWhole) {
+  const Captured captured = capture([] { putChunk(std::string("a\0b\n", 4)); });
+  EXPECT_THAT(captured.errors(), ElementsAre("a"));
+  EXPECT_EQ(captured.errorText, std::string("a\0b\n", 4));
+}
+
+TEST(StreamCapture, CapturesTheCLibrarysStreamsAsTheyAreBuffered) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    tvRunLoggingThread();
+    std::fputs("unfinished ", stderr);
+    waitForStderrReader(kAMinute);
+    notes["stderr"] = platform().lines().back();
+    std::fputs("a line\n", stdout);
+  });
+  EXPECT_EQ(captured.note("stderr"), "6 unfinished ");
+  EXPECT_THAT(captured.output(), ElementsAre("a line"));
+}
+
+TEST(StreamCapture, SurvivesSignalsOnTheReaders) {
+  const Captured captured = capture([] {
+    struct sigaction quiet {};
+    quiet.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &quiet, nullptr);  // without SA_RESTART
+    for (int i = 0; i < 50; ++i) {
+      pthread_kill(loggingThread, SIGUSR1);
+      pthread_kill(loggingThread2, SIGUSR1);
+      std::this_thread::yield();
+    }
+    put(STDOUT_FILENO, "out");
+    put(STDERR_FILENO, "err");
+  });
+  EXPECT_THAT(captured.output(), ElementsAre("out"));
+  EXPECT_THAT(captured.errors(), ElementsAre("err"));
+}
+
+TEST(ErrorFile, HoldsEachChunkWithANewlineAndIsNamedOnce) {
+  calls().now = 1000;  // and a second later each time it is asked
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    notes["name"] = "/tmp/dotnet_error." + std::to_string(getpid()) + ".1000.log";
+    tvRunLoggingThread();
+    for (const char* chunk : {"first\n", "second", "\n", "a\nb\n"}) putChunk(chunk);
+    notes["asked"] = std::to_string(calls().now);
+  });
+  calls().now = 0;
+  EXPECT_EQ(captured.errorFile, captured.note("name"));
+  EXPECT_EQ(captured.errorText, "first\nsecond\n\na\nb\n");
+  EXPECT_EQ(captured.note("asked"), "1001");
+}
+
+TEST(ErrorFile, IsThereBeforeTheChunkIsLogged) {
+  const Captured captured = capture([] {
+    errorLogFile = "/proc/self/fd/" + std::to_string(STDOUT_FILENO);
+    putChunk("through the other stream");
+    errorLogFile.clear();
+  });
+  EXPECT_THAT(captured.output(), ElementsAre("through the other stream"));
+}
+
+TEST(ErrorFile, ExistsOnlyWhereSomethingWasWrittenToStandardError) {
+  EXPECT_EQ(capturePrinted("fine").errorFile, "");
+}
+
+TEST(ErrorFile, IsAppendedTo) {
+  const Captured captured = capture([] {
+    errorLogFile = "/tmp/quillon-error-file-test." + std::to_string(getpid());
+    const int file = open(errorLogFile.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    put(file, "earlier\n");
+    close(file);
+    putChunk("later");
+  });
+  EXPECT_EQ(captured.errorText, "earlier\nlater\n");
+}
+
+TEST(ErrorFile, ThatCannotBeOpenedIsSkippedAndTheChunkLogged) {
+  const Captured captured = capture([] {
+    errorLogFile = "/proc/no/such/folder";
+    putChunk("one");
+    putChunk("two");
+  });
+  EXPECT_THAT(captured.errors(), ElementsAre("one", "two"));
+  EXPECT_EQ(captured.errorFile, "/proc/no/such/folder");
+  EXPECT_THAT(captured.lines, SizeIs(4));
+}
+
+TEST(ErrorFile, ThatTakesNoMoreIsSkippedAndTheChunkLogged) {
+  const Captured captured = capture([] {
+    errorLogFile = "/dev/full";
+    putChunk("one");
+    putChunk("two");
+    errorLogFile.clear();
+  });
+  EXPECT_THAT(captured.errors(), ElementsAre("one", "two"));
+  EXPECT_THAT(captured.lines, SizeIs(4));
+}
+
+}  // namespace
+}  // namespace quillon::test
