@@ -1,0 +1,212 @@
+// How applications end on the real runtime: what wait status tells, and which rule of the plug-in
+// decided, by the messages that its signal handlers log. docs/crashes.md shows the same as a table.
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "tests/launch/sample_device.h"
+#include "tests/support/skip.h"
+#include "tools/runtime/runtime_lookup.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+using Words = std::vector<std::string>;
+
+constexpr char kEnding[] = "org.velora.sample.ending";
+constexpr char kQuillon[] = QUILLON_BUILD_DIRECTORY "/bin/quillon";
+constexpr char kDumpMarker[] = "/tmp/dotnet_dont_create_dump";
+
+constexpr char kAbort[] = "<<< onSigabrt >>>";
+constexpr char kSecondAbort[] = "<<< checkOnSigabrt >>>";
+constexpr char kQuiet[] = "Ignore Coredump was setted. Terminate normally";
+constexpr char kAtEnd[] = "onSigabrt called while terminate. go to exit";
+constexpr char kTerm[] = "Sigterm Handler";
+
+constexpr int kAborted = 128 + SIGABRT;
+constexpr int kFaulted = 128 + SIGSEGV;
+
+// What came out of one launch.
+struct Outcome {
+  int status;
+  Words messages;  // of the signal handlers, in order
+};
+
+class Endings : public RuntimeTest {
+ protected:
+  void SetUp() override {
+    RuntimeTest::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    const rlimit noCore{0, RLIM_INFINITY};
+    setrlimit(RLIMIT_CORE, &noCore);
+    makeEndingDevice();
+  }
+
+  // The application's status and messages; `actions` are those of the sample.
+  Outcome end(const Words& actions, const Words& environment = {}) {
+    Words command = {kEnding, "--"};
+    command.insert(command.end(), actions.begin(), actions.end());
+    Words all = {"QUILLON_LOG=json:" + logFile().string()};
+    all.insert(all.end(), environment.begin(), environment.end());
+    fs::remove(logFile());
+    const Ending ending = launchCaptured(command, all);
+    return {ending.status, messages()};
+  }
+
+  // The same for an application that waits to be terminated.
+  Outcome terminate(const Words& actions) {
+    fs::remove(logFile());
+    write(logFile(), "");
+    Words command = {"sh", "-c", kTerminateOnceItWaits, logFile(), kQuillon, "launch", "--device",
+                     root(), kEnding, "--"};
+    command.insert(command.end(), actions.begin(), actions.end());
+    const Ending ending = run(command, {"QUILLON_LOG=json:" + logFile().string()});
+    return {ending.status, messages()};
+  }
+
+  void expectBoth(const Words& actions, int status, const Words& expected) {
+    expectEnding("without the marker", actions, status, expected);
+    write(at(kDumpMarker), "");
+    expectEnding("with the marker", actions, status, expected);
+  }
+
+  // An abort that ends quietly without the marker only.
+  void expectQuietWithoutMarker(const Words& actions) {
+    expectEnding("without the marker", actions, 0, {kAbort, kQuiet});
+    write(at(kDumpMarker), "");
+    expectEnding("with the marker", actions, kAborted, {kAbort});
+  }
+
+  std::string log() const { return contentOf(logFile()); }
+
+ private:
+  static constexpr char kTerminateOnceItWaits[] =
+      R"("$@" & for turn in $(seq 1000); do grep -q waiting "$0" && break; sleep 0.02; done
+         kill -TERM $!; wait $!)";
+
+  void makeEndingDevice() {
+    const Ending made = run({kQuillon, "device", "init", root()});
+    ASSERT_EQ(made.status, 0) << made.err;
+    const Ending installed =
+        run({kQuillon, "package", "install", "--device", root(),
+             std::string(QUILLON_BUILD_DIRECTORY "/managed/packages/") + kEnding + ".toml"});
+    ASSERT_EQ(installed.status, 0) << installed.err;
+  }
+
+  fs::path logFile() const { return fresh("log"); }
+
+  // The handlers' messages share a stream, and so their lines, with what else is written there.
+  Words messages() const {
+    const std::string text = log();
+    std::vector<std::pair<size_t, std::string>> found;
+    for (const char* message : {kAbort, kSecondAbort, kQuiet, kAtEnd, kTerm}) {
+      for (size_t at = text.find(message); at != std::string::npos;
+           at = text.find(message, at + 1)) {
+        found.emplace_back(at, message);
+      }
+    }
+    std::sort(found.begin(), found.end());
+    Words result;
+    for (auto& [at, message] : found) result.push_back(message);
+    return result;
+  }
+
+  void expectEnding(const char* circumstance, const Words& actions, int status,
+                    const Words& expected) {
+    const Outcome outcome = end(actions);
+    EXPECT_EQ(outcome.status, status) << circumstance << "\n" << log();
+    EXPECT_THAT(outcome.messages, ElementsAreArray(expected)) << circumstance << "\n" << log();
+  }
+};
+
+TEST_F(Endings, AnExceptionNobodyCatchesIsAnAbortWithADump) {
+  expectBoth({"throw", "plain words"}, kAborted, {kAbort});
+}
+
+TEST_F(Endings, AnExceptionWhoseTextHoldsAKeywordEndsQuietly) {
+  expectQuietWithoutMarker({"throw", "no Velora here"});
+}
+
+TEST_F(Endings, FailFastIsAnAbortWithADump) {
+  expectBoth({"fail-fast", "plain words"}, kAborted, {kAbort});
+}
+
+TEST_F(Endings, FailFastWhoseTextHoldsAKeywordEndsQuietly) {
+  expectQuietWithoutMarker({"fail-fast", "missing.dll"});
+}
+
+TEST_F(Endings, AStackOverflowIsAnAbortWithADump) { expectBoth({"overflow"}, kAborted, {kAbort}); }
+
+TEST_F(Endings, AStackOverflowAfterAKeywordEndsQuietly) {
+  expectQuietWithoutMarker({"say", "loaded some.dll", "overflow"});
+}
+
+TEST_F(Endings, ANullReferenceThatIsCaughtConcernsNobody) {
+  expectBoth({"catch-null", "end", "5"}, 5, {});
+  EXPECT_THAT(log(), HasSubstr("caught"));
+}
+
+TEST_F(Endings, AFaultInNativeCodeIsPassedOn) {
+  expectBoth({"catch-null", "native", "fault"}, kFaulted, {});
+}
+
+TEST_F(Endings, AnAbortInNativeCodeIsPassedOn) {
+  expectBoth({"native", "abort"}, kAborted, {kAbort});
+}
+
+TEST_F(Endings, AnAbortInNativeCodeAfterAKeywordEndsQuietly) {
+  expectQuietWithoutMarker({"say", "loaded some.dll", "native", "abort"});
+}
+
+TEST_F(Endings, ADoubleFreeIsPassedOnEvenAfterAKeyword) {
+  expectBoth({"say", "loaded some.dll", "native", "double-free"}, kAborted, {kAbort});
+  EXPECT_THAT(log(), HasSubstr("double free or corruption"));
+}
+
+TEST_F(Endings, ADoubleFreeThatTheCLibraryDescribesInOtherWordsIsNoMemoryIssue) {
+  expectQuietWithoutMarker({"say", "loaded some.dll", "native", "small-double-free"});
+  EXPECT_THAT(log(), HasSubstr("free(): double free detected"));
+}
+
+TEST_F(Endings, StackSmashingIsPassedOnEvenAfterAKeyword) {
+  expectBoth({"say", "loaded some.dll", "native", "smash"}, kAborted, {kAbort});
+  EXPECT_THAT(log(), HasSubstr("stack smashing detected"));
+}
+
+TEST_F(Endings, ATerminationEndsQuietly) {
+  if (std::stoi(findFramework()->version) < 10) {
+    QUILLON_SKIP("a runtime before version 10 handles SIGTERM itself");
+  }
+  const Outcome outcome = terminate({"wait"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.messages, ElementsAre(kTerm));
+  write(at(kDumpMarker), "");
+  EXPECT_EQ(terminate({"wait"}).status, 0);
+}
+
+TEST_F(Endings, ATerminationThatTheApplicationHandlesIsItsOwn) {
+  const Outcome outcome = terminate({"handle-term", "wait"});
+  EXPECT_EQ(outcome.status, 6);
+  EXPECT_THAT(outcome.messages, IsEmpty());
+}
+
+TEST_F(Endings, AFaultAfterTheLastCallOfThePluginEndsQuietly) {
+  expectBoth({"at-exit", "fault", "end", "5"}, 0, {kAtEnd});
+}
+
+TEST_F(Endings, AnAbortAfterTheLastCallOfThePluginEndsQuietly) {
+  expectBoth({"at-exit", "abort", "end", "5"}, 0, {kAbort, kAtEnd});
+}
+
+}  // namespace
+}  // namespace quillon::test
