@@ -6,15 +6,19 @@
 // the result. Ends with status 0 when all steps were taken; the plug-in may end it before.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <quillon_tv_plugin.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -23,6 +27,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -159,6 +164,78 @@ json extraDllPathWithoutDescriptors(const std::string&) {
   return textOrNull(CALL(plugin_get_extra_dll_path)());
 }
 
+json hasLogControl(const std::string&) { return CALL(plugin_has_log_control)(); }
+
+json hasLogControlWithoutDescriptors(const std::string& argument) {
+  const NoMoreDescriptors limit;
+  return hasLogControl(argument);
+}
+
+// Text and a line break in one write.
+json print(int descriptor, const std::string& text) {
+  const std::string line = text + "\n";
+  return write(descriptor, line.data(), line.size());
+}
+
+// The log as it was at the start, whatever is mounted over its path.
+std::ifstream logFile;
+
+// Whether the log comes to hold a text.
+json logged(const std::string& text) {
+  constexpr std::chrono::seconds limit{20};
+  for (const auto end = std::chrono::steady_clock::now() + limit;
+       std::chrono::steady_clock::now() < end;) {
+    logFile.clear();
+    logFile.seekg(0);
+    std::stringstream content;
+    content << logFile.rdbuf();
+    if (content.str().find(text) != std::string::npos) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return false;
+}
+
+json printErrorWithoutDescriptors(const std::string& text) {
+  const NoMoreDescriptors limit;
+  print(STDERR_FILENO, text);
+  return logged(text);
+}
+
+// A full disk for new files in /tmp: a small file system with no room left. False where none can
+// be mounted.
+json fillTmp(const std::string&) {
+  if (mount("tmpfs", "/tmp", "tmpfs", 0, "size=4k") != 0) {
+    return false;
+  }
+  std::ofstream file("/tmp/filler");
+  file << std::string(4096, 'x') << std::flush;
+  file << 'x' << std::flush;
+  return !file;
+}
+
+// No thread can be started with default attributes: no address space holds its stack.
+json forbidThreads(const std::string&) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, std::size_t{1} << 62);
+  const int result = pthread_setattr_default_np(&attributes);
+  pthread_attr_destroy(&attributes);
+  return result;
+}
+
+json threads(const std::string&) {
+  json names = json::array();
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream file(thread.path() / "comm");
+    std::string name;
+    std::getline(file, name);
+    names.push_back(name);
+  }
+  return names;
+}
+
 using Step = std::function<json(const std::string&)>;
 
 // The plug-in ends the process from inside this one when it must; nothing is lost, since each line
@@ -176,7 +253,15 @@ const std::map<std::string, Step>& steps() {
       {"set_coreclr_info", setCoreclrInfo},
       {"preload", preload},
       {"set_app_info", setAppInfo},
-      {"has_log_control", [](const auto&) { return json(CALL(plugin_has_log_control)()); }},
+      {"has_log_control", hasLogControl},
+      {"starved_has_log_control", hasLogControlWithoutDescriptors},
+      {"print", [](const auto& text) { return print(STDOUT_FILENO, text); }},
+      {"print_error", [](const auto& text) { return print(STDERR_FILENO, text); }},
+      {"starved_print_error", printErrorWithoutDescriptors},
+      {"logged", logged},
+      {"fill_tmp", fillTmp},
+      {"forbid_threads", forbidThreads},
+      {"threads", threads},
       {"before_execute", [](const auto&) { return CALL(plugin_before_execute)(), json(); }},
       {"finalize", finalize},
       {"direct_call_mode", [](const auto&) { return json(CALL(is_coba_direct_call_mode)()); }},
@@ -220,6 +305,8 @@ extern "C" const char* __lsan_default_suppressions() {
 
 int main(int count, char** arguments) {
   results = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1), "w");
+  const char* log = std::getenv("QUILLON_LOG");
+  logFile.open(std::strchr(log == nullptr ? ":" : log, ':') + 1);
   plugin = count > 1 ? dlopen(arguments[1], RTLD_NOW) : nullptr;
   if (plugin == nullptr) {
     std::fprintf(stderr, "plugin-driver: %s\n", count > 1 ? dlerror() : "no plug-in given");

@@ -97,9 +97,21 @@ void leadNowhere() {
   _exit(0);
 }
 
+// Those of a process that a signal or a handler ended.
+void removeErrorFiles(pid_t process) {
+  const std::string name = "dotnet_error." + std::to_string(process) + ".";
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator("/tmp")) {
+    if (entry.path().filename().string().starts_with(name)) files.push_back(entry.path());
+  }
+  std::error_code gone;
+  for (const fs::path& file : files) fs::remove(file, gone);
+}
+
 std::string endingOf(pid_t child) {
   int status = 0;
   waitpid(child, &status, 0);
+  removeErrorFiles(child);
   if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
   return WEXITSTATUS(status) == 0 ? "" : "status " + std::to_string(WEXITSTATUS(status));
 }

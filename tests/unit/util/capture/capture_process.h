@@ -10,14 +10,14 @@ namespace quillon::test {
 
 // What came of a process.
 struct Captured {
-  std::string ending;                  // "signal 6", "status 3"; empty when all went well
-  std::vector<std::string> lines;      // "PRIORITY message" of the log, without trace lines
-  std::vector<std::string> texts;      // the same as they were logged, from "file: function" on
-  std::vector<std::string> trace;      // names of functions traced
-  std::vector<std::string> calls;      // see ScriptedCalls
-  std::string errorFile;               // path of the error file
-  std::string errorText;               // its content; the file is removed
-  bool managedException = false;       // the flags
+  std::string ending;              // "signal 6", "status 3"; empty when all went well
+  std::vector<std::string> lines;  // "PRIORITY message" of the log, without trace lines
+  std::vector<std::string> texts;  // the same as they were logged, from "file: function" on
+  std::vector<std::string> trace;  // names of functions traced
+  std::vector<std::string> calls;  // see ScriptedCalls
+  std::string errorFile;           // path of the error file
+  std::string errorText;           // its content; the file is removed
+  bool managedException = false;   // the flags
   bool memoryIssue = false;
   std::map<std::string, std::string> notes;  // what the body noted
 

@@ -52,7 +52,8 @@ TEST(CrashFlags, AreSetByChunksOfStandardErrorAndStaySet) {
         Words{"Process is terminating due to StackOverflowException.", true, false},
         Words{"*** stack smashing detected ***", false, true},
         Words{"double free or corruption (!prev)", false, true},
-        Words{"Velora: double free or corruption", true, true}, Words{"all is well", false, false}}) {
+        Words{"Velora: double free or corruption", true, true},
+        Words{"all is well", false, false}}) {
     const Captured captured = inCaptureProcess([&](Notes& notes) {
       tvRunLoggingThread();
       for (const std::string& text : {std::string(words.text), std::string("nothing of note\n")}) {

@@ -96,8 +96,7 @@ time_t time(time_t* result) noexcept {
   if (calls().onTime) {
     calls().onTime();
   }
-  const time_t now =
-      calls().now == 0 ? next<decltype(&time)>("time")(nullptr) : calls().now++;
+  const time_t now = calls().now == 0 ? next<decltype(&time)>("time")(nullptr) : calls().now++;
   if (result != nullptr) {
     *result = now;
   }

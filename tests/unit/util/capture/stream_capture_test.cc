@@ -56,20 +56,21 @@ TEST(StreamCapture, StartsInTheOrderOfItsSteps) {
   });
   EXPECT_EQ(captured.note("result"), "0");
   EXPECT_THAT(captured.lines, ElementsAre("3 Run TV Logging Thread", "3 TV Initialize LogManager"));
-  EXPECT_THAT(captured.calls,
-              ElementsAre("setvbuf stdout line 0", "setvbuf stderr none 0", "pipe 1", "pipe 2",
-                          "dup2 1", "dup2 2", "pthread_create 1",
-                          "pthread_setname_np Stdout Thread", "pthread_detach 1",
-                          "pthread_create 2", "pthread_setname_np Stderr Thread",
-                          "pthread_detach 2"));
+  EXPECT_THAT(captured.calls, ElementsAre("setvbuf stdout line 0", "setvbuf stderr none 0",
+                                          "pipe 1", "pipe 2", "dup2 1", "dup2 2",
+                                          "pthread_create 1", "pthread_setname_np Stdout Thread",
+                                          "pthread_detach 1", "pthread_create 2",
+                                          "pthread_setname_np Stderr Thread", "pthread_detach 2"));
 }
 
 TEST(StreamCapture, TracesItsFunctionsAndThreads) {
   const Captured captured = capture([] { putChunk("x"); });
   std::vector<std::string> names;
-  for (const std::string& event : captured.trace) names.push_back(event.substr(event.find(") ") + 2));
-  EXPECT_THAT(names, IsSupersetOf({"int tvRunLoggingThread()", "int tvInitializeLogManager()",
-                                   "int tvRedirectFD()", "void writeStringTofile(std::string_view)"}));
+  for (const std::string& event : captured.trace)
+    names.push_back(event.substr(event.find(") ") + 2));
+  EXPECT_THAT(names,
+              IsSupersetOf({"int tvRunLoggingThread()", "int tvInitializeLogManager()",
+                            "int tvRedirectFD()", "void writeStringTofile(std::string_view)"}));
   EXPECT_THAT(names, Contains(EndsWith("stdOutRedirect(void*)")));
   EXPECT_THAT(names, Contains(EndsWith("stdErrRedirect(void*)")));
 }
@@ -82,8 +83,8 @@ TEST(StreamCapture, PutsItsPipesBehindDescriptorsOneAndTwoAndKeepsTheirEnds) {
     notes["apart"] = fileBehind(pStdOut[1]) != fileBehind(pStdErr[1]) ? "yes" : "no";
     notes["blocking"] = (fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK) == 0 ? "yes" : "no";
   });
-  EXPECT_EQ(captured.notes, (Notes{{"out", "same"}, {"err", "same"}, {"apart", "yes"},
-                                   {"blocking", "yes"}}));
+  EXPECT_EQ(captured.notes,
+            (Notes{{"out", "same"}, {"err", "same"}, {"apart", "yes"}, {"blocking", "yes"}}));
 }
 
 TEST(StreamCapture, NamesTheReaders) {
