@@ -67,6 +67,7 @@ Expected<PluginLibrary> loadPlugin(const fs::path& file) {
   symbols.find("plugin_set_coreclr_info", plugin.setCoreclrInfo);
   symbols.find("plugin_before_execute", plugin.beforeExecute);
   symbols.find("plugin_finalize", plugin.finalize);
+  symbols.find("check_signature", plugin.checkSignature);
   if (symbols.missing() == nullptr) return plugin;
   return fail("the plug-in '" + file.string() + "' has no function " + symbols.missing(), kRemedy);
 }

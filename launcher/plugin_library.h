@@ -20,6 +20,7 @@ struct PluginLibrary {
   decltype(&plugin_set_coreclr_info) setCoreclrInfo = nullptr;
   decltype(&plugin_before_execute) beforeExecute = nullptr;
   decltype(&plugin_finalize) finalize = nullptr;
+  decltype(&check_signature) checkSignature = nullptr;
 };
 
 // Where the plug-in lies beside this executable: "../lib" in a build folder, the library folder

@@ -21,6 +21,7 @@ enum ExitStatus : int {
   kServiceFailed = 112,     // registry, configuration store or file failure
   kZoneState = 113,         // no such zone runs, or it runs already
   kNoKey = 114,             // the configuration key has no value
+  kPartnerRefused = 115,    // the plug-in refuses the partner package
 };
 
 }  // namespace quillon

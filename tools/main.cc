@@ -10,6 +10,7 @@
 #include "tools/config_command.h"
 #include "tools/device_command.h"
 #include "tools/package_command.h"
+#include "tools/partner_command.h"
 #include "tools/report.h"
 #include "tools/zone_command.h"
 
@@ -21,6 +22,7 @@ void addCommands(CLI::App& app) {
   quillon::addConfigCommand(app);
   quillon::launcher::addLaunchCommand(app);
   quillon::addZoneCommand(app);
+  quillon::addPartnerCommand(app);
 }
 
 // The arguments before the first "--", the program's name left out and in the reversed order in

@@ -114,13 +114,23 @@ void plugin_finalize(void);
 /* 1 once plugin_set_app_info has seen the id of a component that is called directly, else 0. */
 int is_coba_direct_call_mode(void);
 
+/* What check_signature reads: two files of the partner's, the device's copy of the signing
+ * authority's public key, and the configuration key that holds the device's unique id, which counts
+ * when it is shorter than QUILLON_PARTNER_DUID_SIZE bytes. */
+#define QUILLON_PARTNER_REQUEST "ZQPARTNERDLLREQ.dat"
+#define QUILLON_PARTNER_SIGNATURE "ZQPARTNERDLLSIG.sig"
+#define QUILLON_PARTNER_PUBLIC_KEY "/usr/bin/DLLzqpartnerpub.pem"
+#define QUILLON_PARTNER_DUID_KEY "db/comss/hwduid"
+#define QUILLON_PARTNER_DUID_SIZE 100
+#define QUILLON_PARTNER_SIGNATURE_SIZE 256
+
 /* Asks whether the libraries of a partner may be used on this device.
  *
- * mountPath  directory that holds the partner's request "ZQPARTNERDLLREQ.dat" and its signature
- *            "ZQPARTNERDLLSIG.sig"; a path of more than 4095 bytes to one of them is cut
+ * mountPath  directory that holds the partner's request and signature; a path of more than 4095
+ *            bytes to one of them is cut
  *
- * True when the signature is one over the request by the key in "/usr/bin/DLLzqpartnerpub.pem" and
- * the request names this device. Everything else is false, with the reason in the log; a directory
+ * True when the signature is one over the request by the authority's key and the request names this
+ * device. Everything else is false, with the reason in the log; a directory
  * without one of the two files and a null path included. Reads all files anew at each call.
  *
  * Call at any time, from any thread. */

@@ -3,34 +3,38 @@
 #include <pthread.h>
 #include <workstation/log_tail.h>
 
+#include <deque>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "log/log_record.h"
 
 namespace quillon::workstation {
 namespace {
 
-struct LastError {
+constexpr std::size_t kKept = 16;
+
+struct LastErrors {
   std::mutex mutex;
-  std::string message;
+  std::deque<std::string> messages;
 };
 
 void lockForFork();
 void unlockAfterFork();
 
 // Lives until the process ends: threads may log while static objects are destroyed.
-LastError& lastError() {
-  static LastError& instance = []() -> LastError& {
+LastErrors& lastErrors() {
+  static LastErrors& instance = []() -> LastErrors& {
     // A child of a process with several threads must not inherit a held lock.
     pthread_atfork(lockForFork, unlockAfterFork, unlockAfterFork);
-    return *new LastError;
+    return *new LastErrors;
   }();
   return instance;
 }
 
-void lockForFork() { lastError().mutex.lock(); }
-void unlockAfterFork() { lastError().mutex.unlock(); }
+void lockForFork() { lastErrors().mutex.lock(); }
+void unlockAfterFork() { lastErrors().mutex.unlock(); }
 
 // The part behind "<file>: <function>(<line>) > ", where the text has such an origin.
 std::string_view withoutOrigin(std::string_view text) {
@@ -43,15 +47,21 @@ std::string_view withoutOrigin(std::string_view text) {
 
 void rememberError(std::string_view text) {
   std::string message = withoutColours(withoutLineBreak(withoutOrigin(text)));
-  LastError& last = lastError();
+  LastErrors& last = lastErrors();
   const std::lock_guard lock(last.mutex);
-  last.message = std::move(message);
+  last.messages.push_back(std::move(message));
+  if (last.messages.size() > kKept) last.messages.pop_front();
+}
+
+std::vector<std::string> lastErrorMessages() {
+  LastErrors& last = lastErrors();
+  const std::lock_guard lock(last.mutex);
+  return {last.messages.begin(), last.messages.end()};
 }
 
 std::string lastErrorMessage() {
-  LastError& last = lastError();
-  const std::lock_guard lock(last.mutex);
-  return last.message;
+  const std::vector<std::string> messages = lastErrorMessages();
+  return messages.empty() ? std::string() : messages.back();
 }
 
 }  // namespace quillon::workstation

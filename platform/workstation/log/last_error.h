@@ -1,4 +1,4 @@
-// Remembers the last error record of the process.
+// Remembers the last few error records of the process.
 #pragma once
 
 #include <string_view>

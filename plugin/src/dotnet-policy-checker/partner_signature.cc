@@ -15,16 +15,11 @@
 
 namespace {
 
-constexpr char kPublicKey[] = "/usr/bin/DLLzqpartnerpub.pem";
-constexpr char kSignatureName[] = "ZQPARTNERDLLSIG.sig";
-constexpr char kRequestName[] = "ZQPARTNERDLLREQ.dat";
-constexpr char kDeviceIdKey[] = "db/comss/hwduid";
 constexpr char kNoRequest[] = "Failed to open original message file";
 constexpr std::size_t kPathSize = 4096;
-constexpr std::size_t kDuidSize = 100;
 
 using PathText = std::array<char, kPathSize>;
-using DuidText = std::array<char, kDuidSize>;
+using DuidText = std::array<char, QUILLON_PARTNER_DUID_SIZE>;
 
 // A longer path is cut.
 PathText joined(const char* directory, const char* name) {
@@ -56,12 +51,12 @@ bool check_signature(const char* mountPath) {
     QLOG_ERROR("Invalid mount path info...");
     return false;
   }
-  const PathText signature = joined(mountPath, kSignatureName);
-  const PathText request = joined(mountPath, kRequestName);
+  const PathText signature = joined(mountPath, QUILLON_PARTNER_SIGNATURE);
+  const PathText request = joined(mountPath, QUILLON_PARTNER_REQUEST);
   if (!isReadable(signature) || !isReadable(request)) {
     return false;
   }
-  return verify_signature_file(kPublicKey, signature.data(), request.data());
+  return verify_signature_file(QUILLON_PARTNER_PUBLIC_KEY, signature.data(), request.data());
 }
 
 bool verify_signature_file(const char* publicKeyPath, const char* signaturePath,
@@ -119,7 +114,7 @@ int verify_signature(const char* publicKeyPath, const char* signaturePath,
 
 int verify_duid(const char* requestPath) {
   QLOG_SCOPE();
-  const MallocText deviceId(vconf_get_str(kDeviceIdKey));
+  const MallocText deviceId(vconf_get_str(QUILLON_PARTNER_DUID_KEY));
   if (deviceId == nullptr) {
     QLOG_ERROR("%s", kNoRequest);
     return 0;

@@ -11,6 +11,7 @@
 #pragma once
 
 #include <openssl/evp.h>
+#include <quillon_tv_plugin.h>
 
 #include <array>
 #include <cstddef>
@@ -41,8 +42,6 @@ class SignatureCheck {
   int verify();
 
  private:
-  static constexpr std::size_t kSignatureSize = 256;  // of a key of 2048 bits
-
   // Puts the crypto library's error queue back as it was, as long as its ring has room.
   struct KeptErrors {
     KeptErrors();
@@ -62,7 +61,7 @@ class SignatureCheck {
 
   KeptErrors errors_;  // first: ends after everything that may add to them
   std::unique_ptr<EVP_PKEY, FreeKey> key_;
-  std::array<unsigned char, kSignatureSize> signature_{};
+  std::array<unsigned char, QUILLON_PARTNER_SIGNATURE_SIZE> signature_{};
   std::unique_ptr<unsigned char, FreeBytes> request_;
   std::size_t requestSize_ = 0;
   std::unique_ptr<EVP_MD_CTX, FreeContext> context_;

@@ -1,0 +1,141 @@
+#include "tools/partner/verify.h"
+
+#include <fcntl.h>
+#include <quillon_tv_plugin.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <workstation/config_store.h>
+#include <workstation/log_tail.h>
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <system_error>
+#include <vector>
+
+#include "launcher/plugin_library.h"
+#include "tools/device/device_root.h"
+#include "tools/partner/trial_device.h"
+#include "tools/report.h"
+
+namespace quillon::partner {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kWantedKey[] = "the policy works with an RSA key of 2048 bits alone";
+
+// How the plug-in's reasons begin, and what a person can do.
+struct Remedy {
+  const char* reason;
+  const char* text;
+};
+constexpr Remedy kRemedies[] = {
+    {"Unable to decode public key", "extract it: openssl pkey -in PRIVATE.pem -pubout"},
+    {"The signature file size", kWantedKey},
+    {"Failed to EVP_DigestVerifyInit", kWantedKey},
+    {"Error Verifying Data", kWantedKey},
+    {"Signature verification fail",
+     "the request was changed or signed with another key: quillon partner sign"},
+    {"duid comparision", "sign a request for this device: quillon partner sign"},
+};
+
+std::string remedyFor(const std::string& reason) {
+  for (const Remedy& remedy : kRemedies) {
+    if (reason.rfind(remedy.reason, 0) == 0) {
+      return remedy.text;
+    }
+  }
+  return "check both files and the key";
+}
+
+// The plug-in logs its reason and then which check failed.
+Failure explain(const fs::path& directory) {
+  const std::vector<std::string> said = workstation::lastErrorMessages();
+  const std::string verdict = said.empty() ? "it logged no error" : said.back();
+  const std::string reason = said.size() < 2 ? verdict : said[said.size() - 2];
+  return {"the plug-in refuses '" + directory.string() + "': " + verdict + ", " + reason,
+          remedyFor(reason)};
+}
+
+// Where a file is missing the plug-in says nothing.
+Expected<void> requireFiles(const fs::path& directory) {
+  for (const char* name : {QUILLON_PARTNER_REQUEST, QUILLON_PARTNER_SIGNATURE}) {
+    const fs::path file = directory / name;
+    if (::access(file.c_str(), R_OK) != 0) {
+      return fail("cannot read '" + file.string() + "': " + std::strerror(errno),
+                  "make a package: quillon partner sign");
+    }
+  }
+  return {};
+}
+
+int answer(const launcher::PluginLibrary& plugin, const std::string& mount,
+           const fs::path& directory) {
+  if (!plugin.checkSignature(mount.c_str())) {
+    return report(explain(directory), kPartnerRefused);
+  }
+  std::cout << "the plug-in allows access to '" << directory.string() << "'\n" << std::flush;
+  return kSuccess;
+}
+
+// A descriptor leads to the package wherever the device root hides its path.
+std::string mountPathOf(int directory) { return "/proc/self/fd/" + std::to_string(directory); }
+
+// In the child. Returns the status to end with.
+int ask(const VerifyOptions& options, const fs::path& plugin, const TrialDevice& trial) {
+  const int directory = ::open(options.directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (auto entered = device::enter(trial.path(), {{plugin.parent_path()}, {}}); !entered) {
+    return report(entered.error(), device::exitStatusOf(entered.error().error));
+  }
+  if (auto stored = workstation::setConfig(QUILLON_PARTNER_DUID_KEY, options.duid); !stored) {
+    return report(stored.error(), kServiceFailed);
+  }
+  const auto library = launcher::loadPlugin(plugin);
+  if (!library) {
+    return report(library.error(), kNoPlugin);
+  }
+  return answer(*library, mountPathOf(directory), options.directory);
+}
+
+int statusOf(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) {
+      return report({std::string("cannot wait for the trial: ") + std::strerror(errno), ""},
+                    kServiceFailed);
+    }
+  }
+  constexpr int kSignalled = 128;
+  return WIFSIGNALED(status) ? kSignalled + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+fs::path pluginOf(const VerifyOptions& options) {
+  std::error_code ignored;
+  return options.plugin.empty()
+             ? launcher::defaultPlugin(fs::read_symlink("/proc/self/exe", ignored))
+             : fs::absolute(options.plugin, ignored);
+}
+
+}  // namespace
+
+int verify(const VerifyOptions& options) {
+  if (auto there = requireFiles(options.directory); !there) {
+    return report(there.error(), kPartnerRefused);
+  }
+  const auto trial = TrialDevice::make(options.key);
+  if (!trial) {
+    return report(trial.error(), kServiceFailed);
+  }
+  const pid_t child = ::fork();
+  if (child < 0) {
+    return report({std::string("cannot start a process: ") + std::strerror(errno), ""},
+                  kServiceFailed);
+  }
+  if (child == 0) {
+    ::_exit(ask(options, pluginOf(options), *trial));
+  }
+  return statusOf(child);
+}
+
+}  // namespace quillon::partner

@@ -1,0 +1,11 @@
+// quillon partner: packages of libraries that a device lets in by a signed request.
+#pragma once
+
+#include "tools/command.h"
+
+namespace quillon {
+
+// Adds "partner" with "sign" and "verify".
+void addPartnerCommand(CLI::App& app);
+
+}  // namespace quillon
