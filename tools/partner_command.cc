@@ -41,7 +41,8 @@ void addVerify(CLI::App& partner) {
   verify->add_option("--duid", options->duid, "The device's unique id")
       ->required()
       ->type_name("ID");
-  verify->add_option("--plugin", options->plugin, "Plug-in to ask; else the one built with this tool")
+  verify
+      ->add_option("--plugin", options->plugin, "Plug-in to ask; else the one built with this tool")
       ->type_name("FILE");
   verify->add_option("DIR", options->directory, "Holds the two files")->required();
   verify->callback([options] { endCommand(partner::verify(*options)); });

@@ -44,9 +44,8 @@ NewFile::~NewFile() {
 }
 
 Expected<void> NewFile::write(const std::string& content) {
-  const int descriptor =
-      ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
-             kReadableByAll);
+  const int descriptor = ::open(
+      temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kReadableByAll);
   if (descriptor < 0) {
     return cannotWrite(path_, errno);
   }

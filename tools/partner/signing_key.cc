@@ -30,9 +30,9 @@ std::string libraryMessage() {
 
 tl::unexpected<Failure> noKey(const std::string& name, bool isEncrypted) {
   if (isEncrypted) {
-    return fail("the key '" + name + "' is encrypted",
-                "decrypt it where only you can read it: openssl pkey -in " + name +
-                    " -out PRIVATE.pem");
+    return fail(
+        "the key '" + name + "' is encrypted",
+        "decrypt it where only you can read it: openssl pkey -in " + name + " -out PRIVATE.pem");
   }
   return fail("'" + name + "' holds no private key in PEM", "give --key PRIVATE.pem");
 }
@@ -66,13 +66,12 @@ Expected<SigningKey> SigningKey::read(const std::filesystem::path& file) {
 
 Expected<std::string> SigningKey::sign(const std::string& message) const {
   const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(EVP_MD_CTX_new(),
-                                                                  EVP_MD_CTX_free);
+                                                                   EVP_MD_CTX_free);
   std::string signature(QUILLON_PARTNER_SIGNATURE_SIZE, '\0');
   std::size_t size = signature.size();
   if (EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key_.get()) != 1 ||
       EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size,
-                     reinterpret_cast<const unsigned char*>(message.data()),
-                     message.size()) != 1) {
+                     reinterpret_cast<const unsigned char*>(message.data()), message.size()) != 1) {
     return fail("cannot sign the request: " + libraryMessage(), "check the key");
   }
   signature.resize(size);

@@ -48,7 +48,8 @@ Expected<TrialDevice> TrialDevice::make(const fs::path& publicKey) {
     return tl::unexpected(folder.error());
   }
   TrialDevice trial(*folder);
-  const auto made = device::init(*folder, {}).and_then([&] { return placeKey(publicKey, *folder); });
+  const auto made =
+      device::init(*folder, {}).and_then([&] { return placeKey(publicKey, *folder); });
   if (!made) {
     return tl::unexpected(made.error());
   }

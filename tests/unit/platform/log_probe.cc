@@ -7,6 +7,7 @@
 //   threads:T:N             T threads write N numbered debug records each
 //   forks:N                 N children log once each, while a thread logs errors all the time
 //   last-error              prints lastErrorMessage()
+//   last-errors             prints each of lastErrorMessages()
 //   errno                   prints whether logging and tracing leave errno alone
 //   begin:NAME  end  marker:TEXT
 //   fork-in-span            a child ends a span that its parent began
@@ -150,6 +151,13 @@ const std::map<std::string, std::pair<size_t, std::function<void(const Words&)>>
     {"replace-stderr", {1, [](const Words&) { replaceStderr(); }}},
     {"threads", {3, [](const Words& w) { logFromThreads(std::stoi(w[1]), std::stoi(w[2])); }}},
     {"forks", {2, [](const Words& w) { logFromForks(std::stoi(w[1])); }}},
+    {"last-errors",
+     {1,
+      [](const Words&) {
+        for (const std::string& message : quillon::workstation::lastErrorMessages()) {
+          std::cout << message << '\n';
+        }
+      }}},
     {"last-error",
      {1, [](const Words&) { std::cout << quillon::workstation::lastErrorMessage() << '\n'; }}},
     {"errno", {1, [](const Words&) { printErrno(); }}},

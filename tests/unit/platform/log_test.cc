@@ -197,6 +197,18 @@ TEST_F(LogTest, RemembersTheMessageOfTheLastErrorWhateverTheSink) {
   EXPECT_EQ(probe({"last-error"}).out, "\n");
 }
 
+TEST_F(LogTest, RemembersTheLast16Errors) {
+  std::vector<std::string> steps;
+  std::string last16;
+  for (int i = 0; i < 18; ++i) {
+    steps.push_back("log:6:T:a.cc: f(3) > " + std::to_string(i));
+    last16 += i < 2 ? "" : std::to_string(i) + "\n";
+  }
+  steps.insert(steps.end(), {"log:4:T:info", "last-errors"});
+  EXPECT_EQ(probe(steps, {{"QUILLON_LOG", "none"}}).out, last16);
+  EXPECT_EQ(probe({"last-errors"}).out, "");
+}
+
 TEST_F(LogTest, LeavesErrnoAloneAndFormatsIt) {
   const Finished ran = probe({"errno"}, {{"QUILLON_TRACE", file}});
   EXPECT_EQ(ran.out, "kept\n");
