@@ -124,8 +124,14 @@ class Race {
   }
 
   Counts measure(const Case& which) const {
-    Words command = {kQuillon, "launch", "--device", device(), "--plugin", options_.plugin,
-                     "org.velora.sample.ending", "--"};
+    Words command = {kQuillon,
+                     "launch",
+                     "--device",
+                     device(),
+                     "--plugin",
+                     options_.plugin,
+                     "org.velora.sample.ending",
+                     "--"};
     command.insert(command.end(), which.actions.begin(), which.actions.end());
     Counts counts;
     for (int round = 0; round < options_.rounds; ++round) {

@@ -61,9 +61,9 @@ TEST_F(Capture, ADescriptorLimitLeavesTheStreamsAsTheyAre) {
   EXPECT_EQ(launched.status, 0);
   EXPECT_EQ(launched.result("starved_has_log_control"), true);
   EXPECT_EQ(launched.result("has_log_control"), true);
-  EXPECT_THAT(launched.messages(6), ElementsAre("fail to create pipe for stdout logging",
-                                                "Failed to initnialize LogManager",
-                                                "Failed to create logging thread"));
+  EXPECT_THAT(launched.messages(6),
+              ElementsAre("fail to create pipe for stdout logging",
+                          "Failed to initnialize LogManager", "Failed to create logging thread"));
   EXPECT_THAT(launched.output, ::testing::HasSubstr("\nseen\n"));
   EXPECT_EQ(launched.result("threads").size(), 1U);
 }
@@ -91,9 +91,9 @@ TEST_F(Capture, WithoutADescriptorForItsFileAnErrorIsLogged) {
 }
 
 TEST_F(Capture, OnAFullDiskErrorsAreLogged) {
-  const DriverRun launched =
-      run({"initialize=inhouse", "has_log_control", "fill_tmp", "print_error=one", "logged=one",
-           "print_error=two", "logged=> \\u001b[31mtwo", "print=three", "logged=three", "finalize"});
+  const DriverRun launched = run(
+      {"initialize=inhouse", "has_log_control", "fill_tmp", "print_error=one", "logged=one",
+       "print_error=two", "logged=> \\u001b[31mtwo", "print=three", "logged=three", "finalize"});
   if (launched.result("fill_tmp") != true) {
     QUILLON_SKIP("no file system can be mounted in the device root");
   }

@@ -67,8 +67,9 @@ class Endings : public RuntimeTest {
   Outcome terminate(const Words& actions) {
     fs::remove(logFile());
     write(logFile(), "");
-    Words command = {"sh", "-c", kTerminateOnceItWaits, logFile(), kQuillon, "launch", "--device",
-                     root(), kEnding, "--"};
+    Words command = {
+        "sh",    "-c", kTerminateOnceItWaits, logFile(), kQuillon, "launch", "--device", root(),
+        kEnding, "--"};
     command.insert(command.end(), actions.begin(), actions.end());
     const Ending ending = run(command, {"QUILLON_LOG=json:" + logFile().string()});
     return {ending.status, messages()};
