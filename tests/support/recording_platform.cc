@@ -45,7 +45,7 @@ std::string leadingEscape(const std::string& text) {
 
 bool isTraceLine(const LogRecord& record) { return record.file() == "log.h"; }
 
-std::string format(const char* text, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] std::string format(const char* text, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
   std::string result(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, text, again)), '\0');

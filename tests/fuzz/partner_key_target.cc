@@ -1,0 +1,29 @@
+// The partner key file: a good signature counts under the key that made it only, and nobody is
+// asked for a pass phrase. Input: the key file.
+#include <openssl/pem.h>
+
+#include <memory>
+
+#include "tests/fuzz/partner_sample.h"
+
+namespace {
+
+using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
+
+int noPassPhrase(char*, int, int, void*) { return -1; }
+
+Key keyOf(std::string_view pem) {
+  const std::unique_ptr<BIO, decltype(&BIO_free)> memory(
+      BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free);
+  return Key(PEM_read_bio_PUBKEY(memory.get(), nullptr, noPassPhrase, nullptr), EVP_PKEY_free);
+}
+
+}  // namespace
+
+FUZZ_TARGET(partner_key) {
+  static const std::string signature = partnerSignature();
+  const Key made = keyOf(kPartnerKey);
+  const Key key = keyOf(bytes);
+  const bool isSame = key != nullptr && EVP_PKEY_eq(key.get(), made.get()) == 1;
+  FUZZ_REQUIRE(verified(bytes, signature, kPartnerRequest) == (isSame ? 1 : 0));
+}

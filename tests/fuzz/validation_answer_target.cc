@@ -1,0 +1,60 @@
+// The answer of a validator: what the plug-in reads of it, and that it means no where it holds
+// "FAIL". Input: what is in the answer pipe.
+#include <quillon_tv_plugin.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "tests/fuzz/private_pipes.h"
+#include "tests/fuzz/target.h"
+#include "tests/support/recording_platform.h"
+#include "util/zq_utils/paths.h"
+
+namespace {
+
+constexpr std::size_t kMostRead = 1023;
+
+// The text that one read gives: without one line end, and up to a NUL.
+std::string modelOfText(std::string_view bytes) {
+  bytes = bytes.substr(0, kMostRead);
+  if (bytes.ends_with('\n')) bytes.remove_suffix(1);
+  return std::string(bytes.substr(0, bytes.find('\0')));
+}
+
+bool isYes(std::string_view bytes) {
+  return !bytes.empty() && modelOfText(bytes).find("FAIL") == std::string::npos;
+}
+
+// What the client writes for a message.
+std::string modelOfAnswer(const std::string& message) {
+  std::string line;
+  for (int i = 0; i < 5; ++i) line += message;
+  std::string all;
+  for (int i = 0; i < 10; ++i) all += line + "\n";
+  return all;
+}
+
+}  // namespace
+
+FUZZ_TARGET(validation_answer) {
+  static const std::string library = readSelfPath();
+  const std::string request =
+      "RequestForDllValidation:" + std::to_string(getpid()) + ":" + library + "\n";
+  bytes = bytes.substr(0, 4096);
+
+  PrivatePipes pipes;
+  pipes.send(bytes);
+  FUZZ_REQUIRE(plugin_validate_dll(0, library.c_str()) == (isYes(bytes) ? 1 : 0));
+  FUZZ_REQUIRE(pipes.takeRequests() == request);
+  FUZZ_REQUIRE(pipes.takeAnswers() == bytes.substr(std::min(bytes.size(), kMostRead)));
+  const auto lines = quillon::test::platform().lines();
+  FUZZ_REQUIRE(bytes.empty() ||
+               lines.back() == "4 RequestForDllValidation Result : " + modelOfText(bytes));
+
+  const std::string message = modelOfText(bytes);
+  create_pipe_client(message.c_str());
+  const std::string answer = pipes.takeAnswers();
+  FUZZ_REQUIRE(answer == modelOfAnswer(message));
+  pipes.send(std::string_view(answer).substr(0, kMostRead));
+  FUZZ_REQUIRE(plugin_validate_dll(0, library.c_str()) == (isYes(answer) ? 1 : 0));
+}
