@@ -84,7 +84,8 @@ TEST_F(PartnerDevice, WithoutAMountOrItsFilesNothingIsAllowed) {
 
 TEST_F(PartnerDevice, AKeyThatCannotBeUsedAllowsNothing) {
   putDirectory(kKey);
-  EXPECT_THAT(check().lines(), ElementsAre("6 Unable to decode public key from the file", kInvalid));
+  EXPECT_THAT(check().lines(),
+              ElementsAre("6 Unable to decode public key from the file", kInvalid));
   fs::remove(onMachine(kKey));
   ASSERT_EQ(mkfifo(onMachine(kKey).c_str(), 0600), 0);
   EXPECT_THAT(check().lines(), ElementsAre("6 Failed to open public key file", kInvalid));
@@ -119,10 +120,10 @@ TEST_F(PartnerDevice, ASignatureOfTheOpensslCommandIsTaken) {
     QUILLON_SKIP("there is no openssl command");
   }
   const std::string own = onMachine("/opt/usr/private.pem");
-  const std::string command = "openssl genrsa -out " + own + " 2048 2>/dev/null && openssl rsa -in " +
-                              own + " -pubout -out " + onMachine(kKey).string() +
-                              " 2>/dev/null && openssl dgst -sha256 -sign " + own + " -out " +
-                              onMachine(kSignature).string() + " " + onMachine(kRequest).string();
+  const std::string command =
+      "openssl genrsa -out " + own + " 2048 2>/dev/null && openssl rsa -in " + own +
+      " -pubout -out " + onMachine(kKey).string() + " 2>/dev/null && openssl dgst -sha256 -sign " +
+      own + " -out " + onMachine(kSignature).string() + " " + onMachine(kRequest).string();
   ASSERT_EQ(std::system(command.c_str()), 0);
   EXPECT_EQ(check().result("check_signature"), true);
 }

@@ -42,7 +42,8 @@ class SignatureCheck {
   int verify();
 
  private:
-  // Puts the crypto library's error queue back as it was, as long as its ring has room.
+  // Puts the crypto library's error queue back as it was. The queue is a ring of 15, of which a
+  // check takes up to 6 for the moment: where more than 9 wait already, the oldest ones go.
   struct KeptErrors {
     KeptErrors();
     ~KeptErrors();

@@ -294,8 +294,10 @@ TEST_F(PartnerSignatureTest, TheCryptoErrorQueueStaysAsItWasFound) {
   const std::vector<std::string> keys = {key().publicPem(), "garbage", SigningKey::ec().publicPem(),
                                          SigningKey::ed25519().publicPem(),
                                          key().encryptedPublicPem("secret")};
-  const std::vector<unsigned long> codes = {ERR_PACK(ERR_LIB_USER, 0, 101),
-                                            ERR_PACK(ERR_LIB_USER, 0, 102)};
+  std::vector<unsigned long> codes;
+  for (int reason = 101; reason < 110; ++reason) {
+    codes.push_back(ERR_PACK(ERR_LIB_USER, 0, reason));
+  }
   for (const bool filled : {false, true}) {
     for (const std::string& content : keys) {
       makeFile("key", content);

@@ -37,8 +37,7 @@ class PartnerCommandTest : public CommandTest {
 
   Finished partner(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), {"partner"});
-    return run(commandOf(std::move(arguments)),
-               {{"QUILLON_LOG", "none"}, {"TMPDIR", at("tmp")}});
+    return run(commandOf(std::move(arguments)), {{"QUILLON_LOG", "none"}, {"TMPDIR", at("tmp")}});
   }
   Finished sign(const std::string& id = "ID1", const std::string& keyName = "private.pem",
                 std::vector<std::string> more = {}) {
