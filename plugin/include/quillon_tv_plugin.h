@@ -74,7 +74,12 @@ void plugin_preload(void);
  * Throws std::ios_base::failure when a placeholder could not be opened. */
 void plugin_set_app_info(const char* appId, const char* execPath);
 
-/* Asks whether the plug-in controls the process's standard output and error. Always true. */
+/* Asks whether the plug-in controls the process's standard output and error. Always true.
+ *
+ * The first call puts pipes behind descriptors 1 and 2 and starts two detached threads, "Stdout
+ * Thread" and "Stderr Thread", that log what is written there until the process ends. What cannot
+ * be started is logged and not tried again. A launcher that prints keeps duplicates of the
+ * descriptors, and lets the threads read the pipes empty before it ends the process. */
 bool plugin_has_log_control(void);
 
 /* The trusted platform assemblies: absolute paths joined by ":", one per assembly name. Null when

@@ -1,0 +1,177 @@
+// Captured output beside cat, and a log line and a traced scope beside the sink's bare call.
+#define QUILLON_UNIT_FILE "capture_bench.cc"
+#define QUILLON_UNIT_PATH "bench/capture_bench.cc"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <util/log/error_file.h>
+#include <util/log/log.h>
+#include <util/log/stream_capture.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "bench/paired_rounds.h"
+#include "bench/sink_platform.h"
+#include "tests/support/temporary_directory.h"
+
+namespace {
+
+using quillon::bench::capturedBytes;
+
+constexpr std::size_t kBytes = 8 << 20;  // through a stream in one round
+constexpr int kCalls = 1000;             // of the log in one round
+
+// Between two looks at what has arrived; asleep, so that the readers have the cores.
+constexpr std::chrono::microseconds kPause{50};
+
+struct Captured {
+  int out = -1;
+  int err = -1;
+};
+
+// Starts a capture, and gives the program its own streams back: the report is for people.
+Captured startCapture() {
+  const std::array<int, 2> own = {dup(STDOUT_FILENO), dup(STDERR_FILENO)};
+  if (tvRunLoggingThread() < 0) std::abort();
+  const Captured captured = {dup(STDOUT_FILENO), dup(STDERR_FILENO)};
+  dup2(own[0], STDOUT_FILENO);
+  dup2(own[1], STDERR_FILENO);
+  return captured;
+}
+
+const Captured& captured() {
+  static const Captured instance = startCapture();
+  return instance;
+}
+
+// The bytes of a round, in writes of one size.
+void writeAll(int descriptor, std::size_t size) {
+  const std::string text(size, 'x');
+  for (std::size_t done = 0; done < kBytes;) {
+    const ssize_t count = write(descriptor, text.data(), std::min(size, kBytes - done));
+    if (count < 0) std::abort();
+    done += static_cast<std::size_t>(count);
+  }
+}
+
+void throughCapture(int stream, std::size_t size) {
+  const std::size_t end = capturedBytes() + kBytes;
+  writeAll(stream, size);
+  while (capturedBytes() < end) std::this_thread::sleep_for(kPause);
+  if (!errorLogFile.empty()) unlink(errorLogFile.c_str());
+}
+
+void throughCat(int sink, std::size_t size) {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) std::abort();
+  const pid_t cat = fork();
+  if (cat == 0) {
+    dup2(ends[0], STDIN_FILENO);
+    dup2(sink, STDOUT_FILENO);
+    execlp("cat", "cat", nullptr);
+    _exit(127);
+  }
+  close(ends[0]);
+  writeAll(ends[1], size);
+  close(ends[1]);
+  int status = 0;
+  waitpid(cat, &status, 0);
+  if (status != 0) std::abort();
+}
+
+// A file that every round writes anew.
+class SinkFile {
+ public:
+  SinkFile() : descriptor_(open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)) {
+    quillon::bench::setSink(descriptor_);
+  }
+  ~SinkFile() { close(descriptor_); }
+  SinkFile(const SinkFile&) = delete;
+  SinkFile& operator=(const SinkFile&) = delete;
+  void empty() const {
+    if (ftruncate(descriptor_, 0) != 0) std::abort();
+  }
+  int descriptor() const { return descriptor_; }
+
+ private:
+  const quillon::test::TemporaryDirectory directory_;
+  const std::string path_ = (directory_.path() / "sink").string();
+  const int descriptor_;
+};
+
+void beside(benchmark::State& state, int Captured::*stream) {
+  const auto size = static_cast<std::size_t>(state.range(0));
+  const SinkFile sink;
+  quillon::bench::runPaired(
+      state,
+      [&] {
+        throughCapture(captured().*stream, size);
+        sink.empty();
+      },
+      [&] {
+        throughCat(sink.descriptor(), size);
+        sink.empty();
+      });
+  state.counters["bytes"] = static_cast<double>(kBytes);
+}
+
+void standardOutput(benchmark::State& state) { beside(state, &Captured::out); }
+void standardError(benchmark::State& state) { beside(state, &Captured::err); }
+
+void bareCalls() {
+  for (int i = 0; i < kCalls; ++i) __dlog_print(0, DLOG_DEBUG, QUILLON_LOG_TAG, "call %d\n", i);
+}
+
+void besideBareCalls(benchmark::State& state, void (*work)()) {
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  quillon::bench::setSink(nowhere);
+  quillon::bench::runPaired(state, work, bareCalls);
+  close(nowhere);
+}
+
+void logLine(benchmark::State& state) {
+  besideBareCalls(state, [] {
+    for (int i = 0; i < kCalls; ++i) QLOG_DEBUG("call %d", i);
+  });
+}
+
+void tracedScope(benchmark::State& state) {
+  besideBareCalls(state, [] {
+    for (int i = 0; i < kCalls; ++i) QLOG_SCOPE();
+  });
+}
+
+BENCHMARK(standardOutput)
+    ->Name("captured_output_8MiB/beside_cat_into_the_same_file")
+    ->ArgName("bytes_a_write")
+    ->Arg(100)
+    ->Arg(4096)
+    ->Arg(65536)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(standardError)
+    ->Name("captured_errors_8MiB/beside_cat_into_the_same_file")
+    ->ArgName("bytes_a_write")
+    ->Arg(100)
+    ->Arg(4096)
+    ->Arg(65536)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(logLine)
+    ->Name("log_line_1000_times/beside_the_sinks_bare_call")
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(tracedScope)
+    ->Name("traced_scope_1000_times/beside_the_sinks_bare_call")
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+int main(int argc, char** argv) { return quillon::bench::runAll(argc, argv); }

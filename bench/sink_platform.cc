@@ -1,0 +1,59 @@
+#include "bench/sink_platform.h"
+
+#include <platform/dlog.h>
+#include <platform/trace.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+namespace quillon::bench {
+namespace {
+
+std::atomic<int> sinkDescriptor{-1};
+std::atomic<std::size_t> captured{0};
+
+// Of a record in the plug-in's format whose message is captured output; 0 for every other.
+std::size_t capturedIn(const char* format, va_list arguments) {
+  if (!std::string_view(format).starts_with("%s: %s(%d) > ")) return 0;
+  va_arg(arguments, const char*);
+  const std::string_view function = va_arg(arguments, const char*);
+  va_arg(arguments, int);
+  const bool isOutput = function == "stdOutRedirect" || function == "stdErrRedirect";
+  return isOutput ? std::strlen(va_arg(arguments, const char*)) : 0;
+}
+
+}  // namespace
+
+void setSink(int descriptor) { sinkDescriptor = descriptor; }
+std::size_t capturedBytes() { return captured; }
+
+}  // namespace quillon::bench
+
+extern "C" {
+
+int __dlog_print(int /*log_id*/, int /*prio*/, const char* /*tag*/, const char* format, ...) {
+  std::array<char, 16384> line;
+  va_list arguments;
+  va_start(arguments, format);
+  const int size = std::vsnprintf(line.data(), line.size(), format, arguments);
+  va_end(arguments);
+  const ssize_t written =
+      write(quillon::bench::sinkDescriptor, line.data(), static_cast<std::size_t>(size));
+  va_start(arguments, format);
+  if (!std::strstr(format, "DotNETLog")) {
+    quillon::bench::captured += quillon::bench::capturedIn(format, arguments);
+  }
+  va_end(arguments);
+  return static_cast<int>(written);
+}
+
+void trace_begin(const char* /*name*/) {}
+
+void trace_end() {}
+
+}  // extern "C"
