@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "launcher/assembly_validation.h"
 #include "launcher/device_paths.h"
 #include "launcher/framework_check.h"
 #include "launcher/launch_plan.h"
@@ -145,6 +146,12 @@ Launched<int> Launch::runApplication() {
   }
   if (auto found = requireAssembly(target_); !found) return tl::unexpected(found.error());
   if (options_.verbose) explain();
+  // Before the runtime, and so before other threads, exists.
+  if (options_.validate) {
+    if (auto valid = validateAssemblies(plugin_, target_); !valid) {
+      return tl::unexpected(valid.error());
+    }
+  }
   auto runtime = startRuntime();
   if (!runtime) return tl::unexpected(runtime.error());
   return execute(*runtime);

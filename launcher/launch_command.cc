@@ -26,6 +26,8 @@ void addLaunch(CLI::App& command, LaunchOptions& options) {
                    "Prepare the process before it is told its application");
   command.add_flag("--raw", options.raw,
                    "Leave standard output and error as they are; else they go to the log");
+  command.add_flag("--validate", options.validate,
+                   "Ask the validator about the application's assemblies before loading any");
   command
       .add_option("--writable", options.writable, "Machine path that the application may write to")
       ->type_name("PATH")

@@ -16,6 +16,7 @@ namespace {
 constexpr std::string_view kCacheStart = "[START]";
 constexpr std::string_view kCacheEnd = "[END]";
 constexpr char kUnknownType[] = "Wrong parameter";
+constexpr int kManagedAssembly = 0;  // the plug-in only logs it
 
 std::string copyOf(const char* text) { return text != nullptr ? text : std::string(); }
 
@@ -45,6 +46,10 @@ Launched<PluginLists> PluginCalls::lists() const try {
   return lists;
 } catch (const std::exception& exception) {
   return failedCall("a list of the plug-in", exception);
+}
+
+bool PluginCalls::validate(const std::string& path) const {
+  return library_.validateDll(kManagedAssembly, path.c_str()) == 1;
 }
 
 void PluginCalls::setRuntime(const Runtime& runtime) const {

@@ -22,6 +22,9 @@ class PluginCalls {
   // Copies of the four lists. Call once.
   [[nodiscard]] Launched<PluginLists> lists() const;
 
+  // Whether the validator accepts a library. May wait for ever.
+  bool validate(const std::string& path) const;
+
   void setRuntime(const Runtime& runtime) const;
   void preload() const { library_.preload(); }
 

@@ -68,6 +68,9 @@ Expected<PluginLibrary> loadPlugin(const fs::path& file) {
   symbols.find("plugin_before_execute", plugin.beforeExecute);
   symbols.find("plugin_finalize", plugin.finalize);
   symbols.find("check_signature", plugin.checkSignature);
+  symbols.find("plugin_validate_dll", plugin.validateDll);
+  symbols.find("create_pipe_server", plugin.createPipeServer);
+  symbols.find("create_pipe_client", plugin.createPipeClient);
   if (symbols.missing() == nullptr) return plugin;
   return fail("the plug-in '" + file.string() + "' has no function " + symbols.missing(), kRemedy);
 }

@@ -21,6 +21,9 @@ struct PluginLibrary {
   decltype(&plugin_before_execute) beforeExecute = nullptr;
   decltype(&plugin_finalize) finalize = nullptr;
   decltype(&check_signature) checkSignature = nullptr;
+  decltype(&plugin_validate_dll) validateDll = nullptr;
+  decltype(&create_pipe_server) createPipeServer = nullptr;
+  decltype(&create_pipe_client) createPipeClient = nullptr;
 };
 
 // Where the plug-in lies beside this executable: "../lib" in a build folder, the library folder

@@ -22,8 +22,8 @@ void keepTerminal() {
   if (terminal() < 0) terminal() = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstDescriptor);
 }
 
-void tell(const Failure& failure) {
-  report(failure, kSuccess, terminal() < 0 ? STDERR_FILENO : terminal());
-}
+int terminalDescriptor() { return terminal() < 0 ? STDERR_FILENO : terminal(); }
+
+void tell(const Failure& failure) { report(failure, kSuccess, terminalDescriptor()); }
 
 }  // namespace quillon::launcher

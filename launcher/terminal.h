@@ -12,6 +12,9 @@ namespace quillon::launcher {
 // the first do nothing.
 void keepTerminal();
 
+// Where tell() writes to, for a signal handler that writes by itself.
+int terminalDescriptor();
+
 // Writes "quillon: <what>; <remedy>" as one line.
 void tell(const Failure& failure);
 

@@ -22,6 +22,8 @@ enum ExitStatus : int {
   kZoneState = 113,         // no such zone runs, or it runs already
   kNoKey = 114,             // the configuration key has no value
   kPartnerRefused = 115,    // the plug-in refuses the partner package
+  kLibraryRefused = 116,    // the validator refused one of the application's assemblies
+  kValidatorState = 117,    // no validator runs, it ended in between, or one runs already
 };
 
 }  // namespace quillon

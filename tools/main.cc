@@ -12,6 +12,7 @@
 #include "tools/package_command.h"
 #include "tools/partner_command.h"
 #include "tools/report.h"
+#include "tools/validator_command.h"
 #include "tools/zone_command.h"
 
 namespace {
@@ -23,6 +24,7 @@ void addCommands(CLI::App& app) {
   quillon::launcher::addLaunchCommand(app);
   quillon::addZoneCommand(app);
   quillon::addPartnerCommand(app);
+  quillon::addValidatorCommand(app);
 }
 
 // The arguments before the first "--", the program's name left out and in the reversed order in

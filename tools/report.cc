@@ -14,10 +14,14 @@ std::string oneLine(std::string text) {
 
 }  // namespace
 
-int report(const Failure& failure, ExitStatus status, int descriptor) {
+std::string reportLine(const Failure& failure) {
   std::string line = "quillon: " + failure.what;
   if (!failure.remedy.empty()) line += "; " + failure.remedy;
-  line = oneLine(std::move(line)) + "\n";
+  return oneLine(std::move(line)) + "\n";
+}
+
+int report(const Failure& failure, ExitStatus status, int descriptor) {
+  const std::string line = reportLine(failure);
   // Unbuffered and in one piece, whatever else writes to the terminal.
   [[maybe_unused]] const ssize_t written = write(descriptor, line.data(), line.size());
   return status;

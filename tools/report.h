@@ -8,8 +8,10 @@
 
 namespace quillon {
 
-// Prints "quillon: <what>; <remedy>" as one line on standard error, or on another descriptor, and
-// returns `status`.
+// "quillon: <what>; <remedy>" as one line, its end included.
+std::string reportLine(const Failure& failure);
+
+// Prints that line on standard error, or on another descriptor, and returns `status`.
 int report(const Failure& failure, ExitStatus status, int descriptor = STDERR_FILENO);
 
 }  // namespace quillon

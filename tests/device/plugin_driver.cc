@@ -264,6 +264,8 @@ const std::map<std::string, Step>& steps() {
       {"threads", threads},
       {"before_execute", [](const auto&) { return CALL(plugin_before_execute)(), json(); }},
       {"finalize", finalize},
+      {"validate_dll",
+       [](const auto& path) { return json(CALL(plugin_validate_dll)(1, path.c_str())); }},
       {"direct_call_mode", [](const auto&) { return json(CALL(is_coba_direct_call_mode)()); }},
       {"check_signature",
        [](const auto& mount) { return json(CALL(check_signature)(mount.c_str())); }},

@@ -1,0 +1,77 @@
+#include "launcher/answer_watch.h"
+
+#include <poll.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "launcher/terminal.h"
+#include "launcher/validator_remedies.h"
+#include "tools/report.h"
+
+namespace quillon::launcher {
+namespace {
+
+constexpr time_t kSecondsBetweenLooks = 1;
+constexpr int kLooksBeforeWaitIsTold = 3;
+
+// All that the signal handler needs, made before the timer is set.
+struct Watched {
+  int pipe = -1;
+  std::string waiting;  // lines for the terminal
+  std::string ended;
+  int terminal = -1;
+  int looks = 0;
+};
+Watched watched;
+
+void tellNow(const std::string& line) {
+  [[maybe_unused]] const ssize_t written = write(watched.terminal, line.data(), line.size());
+}
+
+// Async-signal-safe calls only (signal-safety(7)).
+void look(int /*signal*/) {
+  const int kept = errno;
+  if (!isServed(watched.pipe)) {
+    tellNow(watched.ended);
+    _exit(kValidatorState);
+  }
+  if (++watched.looks == kLooksBeforeWaitIsTold) tellNow(watched.waiting);
+  errno = kept;
+}
+
+void setTimer(time_t seconds) {
+  const itimerval time{{seconds, 0}, {seconds, 0}};
+  setitimer(ITIMER_REAL, &time, nullptr);
+}
+
+}  // namespace
+
+// A write to a pipe that nobody reads would fail, and poll(2) says so of its writing end
+// beforehand.
+bool isServed(int requestPipe) {
+  pollfd look{requestPipe, POLLOUT, 0};
+  return poll(&look, 1, 0) < 0 || (look.revents & POLLERR) == 0;
+}
+
+AnswerWatch::AnswerWatch(int requestPipe, const std::string& subject) {
+  watched = {
+      requestPipe,
+      reportLine({"waiting for the validator's answer about " + subject,
+                  "see the terminal that it runs in"}),
+      reportLine({"the validator ended without an answer about " + subject, kStartValidator}),
+      terminalDescriptor(), 0};
+  struct sigaction action {};
+  action.sa_handler = look;
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGALRM, &action, &before_);
+  setTimer(kSecondsBetweenLooks);
+}
+
+AnswerWatch::~AnswerWatch() {
+  setTimer(0);
+  sigaction(SIGALRM, &before_, nullptr);
+}
+
+}  // namespace quillon::launcher

@@ -1,0 +1,33 @@
+// Watches a wait for the validator's answer, which has no end of its own.
+//
+// plugin_validate_dll blocks until somebody answers, for ever where the validator is gone. While a
+// watch is armed, a timer's signal looks every second whether the validator still lives: a wait of
+// a few seconds is told on the terminal, and the end of the validator ends the process.
+#pragma once
+
+#include <signal.h>
+
+#include <string>
+
+namespace quillon::launcher {
+
+// Whether a process reads the pipe that `requestPipe`, a descriptor, leads to: a living validator
+// does. Async-signal-safe.
+bool isServed(int requestPipe);
+
+// One at a time, and while the process has no other use for SIGALRM and ITIMER_REAL, which are put
+// back as they were. A call that the signal interrupts goes on by itself (SA_RESTART).
+class AnswerWatch {
+ public:
+  // requestPipe  a descriptor of the pipe that a living validator reads; must outlive the watch
+  // subject      what the answer is about, for the terminal
+  AnswerWatch(int requestPipe, const std::string& subject);
+  ~AnswerWatch();
+  AnswerWatch(const AnswerWatch&) = delete;
+  AnswerWatch& operator=(const AnswerWatch&) = delete;
+
+ private:
+  struct sigaction before_ {};
+};
+
+}  // namespace quillon::launcher

@@ -1,0 +1,127 @@
+#include "launcher/assembly_validation.h"
+
+#include <fcntl.h>
+#include <quillon_tv_plugin.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "launcher/answer_watch.h"
+#include "launcher/assembly_table.h"
+#include "launcher/validator_remedies.h"
+
+namespace quillon::launcher {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What leads to the same file is asked about once, under the first name; but the name of a link
+// stays, since the plug-in refuses it.
+void addOnce(std::vector<std::string>& assemblies, const fs::path& path) {
+  std::error_code error;
+  const fs::path folder = fs::canonical(path.parent_path(), error);
+  const std::string plain = error ? path.string() : (folder / path.filename()).string();
+  if (std::find(assemblies.begin(), assemblies.end(), plain) == assemblies.end()) {
+    assemblies.push_back(plain);
+  }
+}
+
+// The assemblies of a folder by name; with `depth` 1 those of its folders too, after its own.
+void addFolder(std::vector<std::string>& assemblies, const fs::path& folder, int depth) {
+  std::vector<fs::path> files;
+  std::vector<fs::path> folders;
+  std::error_code error;
+  std::error_code ignored;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (entry->is_directory(ignored)) {
+      folders.push_back(entry->path());
+    } else if (!simpleNameOf(entry->path().string()).empty()) {
+      files.push_back(entry->path());
+    }
+  }
+  std::sort(files.begin(), files.end());
+  std::sort(folders.begin(), folders.end());
+  for (const fs::path& file : files) addOnce(assemblies, file);
+  if (depth == 0) return;
+  for (const fs::path& below : folders) addFolder(assemblies, below, depth - 1);
+}
+
+LaunchFailure noValidator(const std::string& why) {
+  return {{"cannot ask a validator: " + why, kStartValidator}, kValidatorState};
+}
+
+// The request pipe, open as long as this launch's turn lasts.
+class Turn {
+ public:
+  Turn() : pipe_(open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC)) {}
+  ~Turn() {
+    if (pipe_ >= 0) close(pipe_);
+  }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+  int pipe() const { return pipe_; }
+
+  // Fails where no process reads the pipe, and so none would answer.
+  Launched<void> take() const {
+    if (pipe_ < 0) {
+      const std::string why = errno == ENXIO ? "none runs any more, only its pipes are there"
+                              : errno == ENOENT
+                                  ? "none runs in this device root"
+                                  : QUILLON_DLL_REQUEST_PIPE ": " + std::string(strerror(errno));
+      return tl::unexpected(noValidator(why));
+    }
+    struct stat status {};
+    if (fstat(pipe_, &status) != 0 || !S_ISFIFO(status.st_mode)) {
+      return tl::unexpected(noValidator("'" QUILLON_DLL_REQUEST_PIPE "' is no pipe"));
+    }
+    const AnswerWatch watch(pipe_, "another launch, whose turn it is");
+    while (flock(pipe_, LOCK_EX) != 0 && errno == EINTR) {
+    }
+    return {};
+  }
+
+ private:
+  int pipe_;
+};
+
+LaunchFailure refusalOf(const std::string& assembly, const Turn& turn) {
+  std::error_code ignored;
+  if (fs::is_symlink(assembly, ignored)) {
+    return {{"the assembly '" + assembly + "' is a symbolic link, which is refused unasked",
+             "put the file itself in its place"},
+            kLibraryRefused};
+  }
+  if (!isServed(turn.pipe())) {
+    return noValidator("it ended before it was asked about '" + assembly + "'");
+  }
+  return {{"the validator refused the assembly '" + assembly + "'", kChangePolicy},
+          kLibraryRefused};
+}
+
+}  // namespace
+
+std::vector<std::string> assembliesOf(const LaunchTarget& target) {
+  std::vector<std::string> assemblies;
+  addOnce(assemblies, target.assembly);
+  for (const std::string& folder : target.folders()) addFolder(assemblies, folder, 1);
+  return assemblies;
+}
+
+Launched<void> validateAssemblies(const PluginCalls& plugin, const LaunchTarget& target) {
+  const Turn turn;
+  if (auto taken = turn.take(); !taken) return taken;
+  for (const std::string& assembly : assembliesOf(target)) {
+    const AnswerWatch watch(turn.pipe(), "'" + assembly + "'");
+    if (!plugin.validate(assembly)) return tl::unexpected(refusalOf(assembly, turn));
+  }
+  return {};
+}
+
+}  // namespace quillon::launcher

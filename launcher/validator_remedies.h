@@ -1,0 +1,11 @@
+// What a person does about the validator. Each text stands once.
+#pragma once
+
+namespace quillon::launcher {
+
+inline constexpr char kStartValidator[] =
+    "start one: quillon validator --device DIR POLICY.toml, then launch again";
+inline constexpr char kChangePolicy[] =
+    "see the validator's terminal for the reason, and allow it in the validator's policy";
+
+}  // namespace quillon::launcher

@@ -1,0 +1,183 @@
+#include "tools/validator/validator.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <workstation/log_tail.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "launcher/plugin_library.h"
+#include "tools/validator/answer_pipe.h"
+#include "tools/validator/decision.h"
+#include "tools/validator/request.h"
+
+namespace quillon::validator {
+namespace {
+
+namespace fs = std::filesystem;
+
+// At most 20 bytes: five of them in each of ten lines are one read of the asker's.
+constexpr char kYes[] = "OK";
+constexpr char kNo[] = "FAIL";
+constexpr char kMalformed[] = "FAIL malformed";
+
+constexpr char kSecondValidator[] = "end that one first; a second one would take its pipes away";
+
+tl::unexpected<ServeFailure> stop(ExitStatus status, Failure failure) {
+  return tl::unexpected(ServeFailure{{std::move(failure)}, status});
+}
+
+// One line on the terminal, whatever bytes a request holds.
+void say(const std::string& text) {
+  std::string line;
+  for (const char c : text) {
+    const bool isControl = static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+    line += isControl ? '?' : c;
+  }
+  std::printf("%s\n", line.c_str());
+  std::fflush(stdout);
+}
+
+std::string describe(const Request& request, const Decision& decision) {
+  return (decision.allowed ? "allowed " : "refused ") + request.path + " to process " +
+         std::to_string(request.process) + ": " + decision.reason;
+}
+
+// The serving thread's side: one request text after the other.
+class Desk {
+ public:
+  Desk(const Policy& policy, const launcher::PluginLibrary& plugin)
+      : policy_(policy), plugin_(plugin) {}
+
+  void take(const char* text) {
+    for (const Request& request : reader_.take(text)) answer(request);
+  }
+
+ private:
+  void answer(const Request& request) {
+    if (!request.wrong.empty()) {
+      say("malformed request '" + request.text + "': " + request.wrong);
+      if (request.isRequest) send(request, kMalformed);
+    } else if (hasEnded(request.process)) {
+      say("not answered: process " + std::to_string(request.process) +
+          " has ended, which asked for " + request.path);
+    } else {
+      const Decision decision = decide(policy_, request.path);
+      say(describe(request, decision));
+      send(request, decision.allowed ? kYes : kNo);
+    }
+  }
+
+  void send(const Request& request, const char* message) {
+    const Delivery delivery = deliver(request.process, [&] { plugin_.createPipeClient(message); });
+    if (delivery == Delivery::kTaken) return;
+    const std::string process = "process " + std::to_string(request.process);
+    say(delivery == Delivery::kNoPipe ? "the answer pipe is gone; " + process + " was not answered"
+                                      : "withdrawn: " + process + " did not take its answer");
+  }
+
+  const Policy& policy_;
+  const launcher::PluginLibrary& plugin_;
+  RequestReader reader_;
+};
+
+Desk* desk = nullptr;  // the server's callback has no data of ours; lives as long as the process
+
+void onRequest(const char* text, void* /*userData*/) { desk->take(text); }
+
+// Whether somebody reads the request pipe: a server does from its first moment on.
+bool isServed() {
+  const int pipe = open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  struct stat status {};
+  const bool served = pipe >= 0 && fstat(pipe, &status) == 0 && S_ISFIFO(status.st_mode);
+  if (pipe >= 0) close(pipe);
+  return served;
+}
+
+// Held until the process ends, so that of two that start at once one finds the other.
+tl::expected<void, ServeFailure> claimPipes() {
+  const std::string folder = fs::path(QUILLON_DLL_REQUEST_PIPE).parent_path();
+  const int claim = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (claim < 0) {
+    return stop(kServiceFailed, {"cannot open '" + folder + "': " + std::strerror(errno),
+                                 "make the folder readable"});
+  }
+  if (flock(claim, LOCK_EX | LOCK_NB) != 0 || isServed()) {
+    close(claim);
+    return stop(kValidatorState,
+                {"a validator runs already in this device root", kSecondValidator});
+  }
+  return {};
+}
+
+sigset_t endSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, signal);
+  return signals;
+}
+
+bool endWasAsked(std::chrono::milliseconds patience) {
+  const sigset_t signals = endSignals();
+  const timespec time{0, std::chrono::nanoseconds(patience).count()};
+  return sigtimedwait(&signals, nullptr, &time) > 0;
+}
+
+// Ours, since claimPipes() said so.
+void removePipes() {
+  for (const char* pipe : {QUILLON_DLL_REQUEST_PIPE, QUILLON_DLL_ANSWER_PIPE}) {
+    struct stat status {};
+    if (lstat(pipe, &status) == 0 && S_ISFIFO(status.st_mode)) unlink(pipe);
+  }
+}
+
+// Until it is asked to end; false when the server ended first.
+bool serveUntilAsked(const launcher::PluginLibrary& plugin) {
+  static std::atomic<bool> ended = false;
+  std::thread([server = plugin.createPipeServer] {
+    server(onRequest);
+    ended = true;
+  }).detach();
+  bool ready = false;
+  for (bool asked = false; !asked;
+       asked = endWasAsked(std::chrono::milliseconds(ready ? 200 : 1))) {
+    if (ended) return false;
+    if (!ready && isServed()) {
+      ready = true;
+      say("validator ready");
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+tl::expected<void, ServeFailure> serve(const Policy& policy, const fs::path& file) {
+  auto library = launcher::loadPlugin(file);
+  if (!library) return stop(kNoPlugin, library.error());
+  if (auto claimed = claimPipes(); !claimed) return claimed;
+  static const launcher::PluginLibrary plugin = *library;
+  static const Policy rules = policy;
+  desk = new Desk(rules, plugin);
+  // The serving thread inherits both.
+  const sigset_t signals = endSignals();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  const bool asked = serveUntilAsked(plugin);
+  removePipes();
+  if (asked) return {};
+  return stop(kServiceFailed,
+              {"the plug-in's server ended; it logged: " + workstation::lastErrorMessage(),
+               "see that " + fs::path(QUILLON_DLL_REQUEST_PIPE).parent_path().string() +
+                   " of the device root can be written"});
+}
+
+}  // namespace quillon::validator
