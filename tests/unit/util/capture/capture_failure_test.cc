@@ -75,6 +75,7 @@ class CaptureFailure : public ::testing::TestWithParam<Failure> {
       calls().active = true;
       calls().failing = GetParam().call;
       notes["result"] = std::to_string(tvRunLoggingThread());
+      calls().active = false;
       notes["redirected"] = redirected();
       notes["readers"] = namedReaders();
       put(STDOUT_FILENO, "printed");

@@ -41,6 +41,8 @@ std::string textOf(int mode, size_t size) {
 
 }  // namespace
 
+thread_local bool ScriptedCalls::active = false;
+
 ScriptedCalls& calls() {
   // Never destroyed: threads may outlive main.
   static auto* instance = new ScriptedCalls;

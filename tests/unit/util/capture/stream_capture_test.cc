@@ -53,6 +53,7 @@ TEST(StreamCapture, StartsInTheOrderOfItsSteps) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     calls().active = true;
     notes["result"] = std::to_string(tvRunLoggingThread());
+    calls().active = false;
   });
   EXPECT_EQ(captured.note("result"), "0");
   EXPECT_THAT(captured.lines, ElementsAre("3 Run TV Logging Thread", "3 TV Initialize LogManager"));
