@@ -156,6 +156,19 @@ TEST_F(Endings, AnExceptionWhoseTextHoldsAKeywordEndsQuietly) {
   expectQuietWithoutMarker({"throw", "no Velora here"});
 }
 
+TEST_F(Endings, TheTerminalShowsWhatAQuietEndHides) {
+  const Ending ending = launchCaptured({kEnding, "--", "throw", "no Velora here"}, {});
+  EXPECT_EQ(ending.status, 0);
+  EXPECT_THAT(ending.err, HasSubstr("System.InvalidOperationException: no Velora here"));
+  EXPECT_THAT(ending.err, HasSubstr(kQuiet));
+}
+
+TEST_F(Endings, WithoutCaptureNoExceptionEndsQuietly) {
+  const Ending ending = launch({kEnding, "--", "throw", "no Velora here"}, {"QUILLON_LOG=none"});
+  EXPECT_EQ(ending.status, kAborted);
+  EXPECT_THAT(ending.err, HasSubstr("System.InvalidOperationException: no Velora here"));
+}
+
 TEST_F(Endings, FailFastIsAnAbortWithADump) {
   expectBoth({"fail-fast", "plain words"}, kAborted, {kAbort});
 }
