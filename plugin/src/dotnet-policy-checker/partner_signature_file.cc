@@ -15,6 +15,9 @@ bool isOfType(int descriptor, mode_t first, mode_t second) {
 }  // namespace
 
 PartnerFile openPartnerFile(const char* path) {
+  if (path == nullptr) {
+    return nullptr;
+  }
   // A FIFO opened without O_NONBLOCK waits for a writer, see fifo(7).
   const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (descriptor < 0) {
