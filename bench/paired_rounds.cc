@@ -1,10 +1,10 @@
 #include "bench/paired_rounds.h"
 
-#include <algorithm>
 #include <chrono>
 #include <random>
 #include <vector>
 
+#include "bench/quantile.h"
 #include "bench/ratio_table.h"
 
 namespace quillon::bench {
@@ -14,11 +14,6 @@ double secondsOf(const std::function<void()>& work) {
   const auto start = std::chrono::steady_clock::now();
   work();
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double quantile(std::vector<double>& sorted, double fraction) {
-  std::sort(sorted.begin(), sorted.end());
-  return sorted[static_cast<std::size_t>(fraction * static_cast<double>(sorted.size() - 1))];
 }
 
 struct Rounds {

@@ -1,0 +1,216 @@
+// How long the ways to start a managed application take, side by side: from the request to the
+// application's first output.
+//
+// Every round runs each contender once, in an order drawn anew for the round. All run inside one
+// device root that was entered before, except where the name says so, with warm caches. Nothing but
+// the benchmark's own folder is written.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/launch/launch_tables.h"
+#include "bench/launch/place.h"
+#include "bench/launch/surroundings.h"
+#include "bench/launch/trace_sums.h"
+#include "tests/support/temporary_directory.h"
+
+namespace quillon::bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kBareHost[] = "bare host, lists given";
+constexpr char kTraceInDevice[] = "/tmp/quillon-bench.trace";
+
+struct Options {
+  int rounds = 100;
+  int warmUps = 3;
+  int memoryRounds = 5;
+};
+
+// Variables that change how a runtime starts would change it for some contenders only.
+void cleanEnvironment() {
+  for (const char* name : {"QUILLON_LOG", "QUILLON_LOG_LEVEL", "QUILLON_TRACE", "DOTNET_ROOT",
+                           "DOTNET_STARTUP_HOOKS", "DOTNET_TieredCompilation", "DOTNET_TieredPGO",
+                           "DOTNET_ReadyToRun", "DOTNET_EnableDiagnostics", "LD_PRELOAD"}) {
+    unsetenv(name);
+  }
+}
+
+class Bench {
+ public:
+  Bench(const Options& options, const Surroundings& surroundings);
+  bool run();
+
+ private:
+  struct Group {
+    Application application;
+    size_t first;  // of its contenders
+    size_t end;
+    size_t resolution;
+    size_t traced;
+    std::vector<Measured> measured;
+    std::vector<double> resolutions;
+    std::vector<std::pair<std::string, std::vector<double>>> calls;
+  };
+
+  void addGroup(const Application& application);
+  const Place& placeOf(size_t contender) const;
+  void measureRounds();
+  void measureRound(bool keep);
+  void measureOne(Group& group, size_t contender, bool keep);
+  void measureMemory();
+  void noteCalls(Group& group) const;
+  bool ranAtAll(size_t contender, const Run& run);
+  void print() const;
+
+  const Options& options_;
+  const Surroundings& surroundings_;
+  std::vector<Contender> contenders_;
+  std::vector<Group> groups_;
+  std::vector<bool> failed_;
+  std::unique_ptr<Place> machine_;
+  std::unique_ptr<Place> device_;
+  std::mt19937 random_{std::random_device{}()};
+};
+
+Bench::Bench(const Options& options, const Surroundings& surroundings)
+    : options_(options), surroundings_(surroundings) {
+  for (const Application& application : surroundings.applications) addGroup(application);
+  failed_.resize(contenders_.size());
+  machine_ = std::make_unique<Place>(contenders_, fs::path(), std::vector<fs::path>());
+  device_ = std::make_unique<Place>(contenders_, surroundings.device,
+                                    std::vector<fs::path>{surroundings.work, surroundings.build});
+}
+
+void Bench::addGroup(const Application& application) {
+  Group group{application, contenders_.size(), 0, 0, 0, {}, {}, {}};
+  for (Contender& contender : contendersOf(surroundings_, application)) {
+    group.measured.push_back({contender.name, {}, {}});
+    contenders_.push_back(std::move(contender));
+  }
+  group.end = contenders_.size();
+  group.resolution = contenders_.size();
+  contenders_.push_back(stockResolutionOf(surroundings_, application));
+  group.traced = contenders_.size();
+  contenders_.push_back(tracedLaunchOf(surroundings_, application, kTraceInDevice));
+  groups_.push_back(std::move(group));
+}
+
+const Place& Bench::placeOf(size_t contender) const {
+  return contenders_[contender].inside ? *device_ : *machine_;
+}
+
+// Says once that a contender does not work; its rows are left out then.
+bool Bench::ranAtAll(size_t contender, const Run& run) {
+  if (run.ready || run.answer > 0) return true;
+  if (!failed_[contender]) {
+    std::fprintf(stderr, "bench: '%s' did not come to its output\n",
+                 contenders_[contender].name.c_str());
+  }
+  failed_[contender] = true;
+  return false;
+}
+
+void Bench::noteCalls(Group& group) const {
+  const fs::path file = surroundings_.device / fs::path(kTraceInDevice).relative_path();
+  for (const auto& [name, microseconds] : pluginCallsIn(file)) {
+    const auto known = std::find_if(group.calls.begin(), group.calls.end(),
+                                    [&, &call = name](const auto& one) { return one.first == call; });
+    if (known == group.calls.end()) {
+      group.calls.push_back({name, {microseconds}});
+    } else {
+      known->second.push_back(microseconds);
+    }
+  }
+  fs::remove(file);
+}
+
+void Bench::measureOne(Group& group, size_t contender, bool keep) {
+  if (failed_[contender]) return;
+  const Run run = placeOf(contender).run(contender, Task::kTime);
+  if (!ranAtAll(contender, run) || !keep) return;
+  if (contender == group.resolution) {
+    group.resolutions.push_back(run.answer);
+  } else if (contender == group.traced) {
+    noteCalls(group);
+  } else {
+    group.measured[contender - group.first].seconds.push_back(run.seconds);
+  }
+}
+
+void Bench::measureRound(bool keep) {
+  std::vector<std::pair<Group*, size_t>> order;
+  for (Group& group : groups_) {
+    for (size_t i = group.first; i <= group.traced; ++i) order.emplace_back(&group, i);
+  }
+  std::shuffle(order.begin(), order.end(), random_);
+  for (const auto& [group, contender] : order) measureOne(*group, contender, keep);
+}
+
+void Bench::measureRounds() {
+  for (int round = 0; round < options_.warmUps; ++round) measureRound(false);
+  fs::remove(surroundings_.device / fs::path(kTraceInDevice).relative_path());
+  for (int round = 0; round < options_.rounds; ++round) measureRound(true);
+}
+
+void Bench::measureMemory() {
+  for (Group& group : groups_) {
+    for (size_t i = group.first; i < group.end; ++i) {
+      for (int round = 0; round < options_.memoryRounds && !failed_[i]; ++round) {
+        const Run run = placeOf(i).run(i, Task::kMemory);
+        if (run.ready) group.measured[i - group.first].memory.push_back(run.memory);
+      }
+    }
+  }
+}
+
+void Bench::print() const {
+  printMachine(surroundings_, options_.rounds);
+  for (const Group& group : groups_) {
+    printTimes(group.application.title, group.measured, kBareHost);
+    printCalls(group.application.title, group.calls, group.resolutions);
+    printMemory(group.application.title, group.measured);
+  }
+}
+
+bool Bench::run() {
+  measureRounds();
+  measureMemory();
+  print();
+  return std::find(failed_.begin(), failed_.end(), true) == failed_.end();
+}
+
+int runBench(const Options& options) {
+  cleanEnvironment();
+  const test::TemporaryDirectory work;
+  const fs::path program = fs::read_symlink("/proc/self/exe");
+  const auto surroundings =
+      makeSurroundings(program.parent_path().parent_path(), work.path());
+  if (!surroundings) {
+    std::fprintf(stderr, "bench: %s; %s\n", surroundings.error().what.c_str(),
+                 surroundings.error().remedy.c_str());
+    return 1;
+  }
+  return Bench(options, *surroundings).run() ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace quillon::bench
+
+int main(int argc, char** argv) {
+  quillon::bench::Options options;
+  CLI::App app{"Times the ways to start a managed application, side by side."};
+  app.add_option("--rounds", options.rounds, "Rounds that count")->capture_default_str();
+  app.add_option("--warm-ups", options.warmUps, "Rounds before them")->capture_default_str();
+  app.add_option("--memory-rounds", options.memoryRounds, "Looks at each one's memory")
+      ->capture_default_str();
+  CLI11_PARSE(app, argc, argv);
+  return quillon::bench::runBench(options);
+}

@@ -1,0 +1,89 @@
+#include "bench/launch/launch_tables.h"
+
+#include <sys/utsname.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <thread>
+
+#include "bench/quantile.h"
+
+namespace quillon::bench {
+namespace {
+
+constexpr double kMilliseconds = 1e3;
+
+// Round by round: what disturbs the machine falls on both.
+double ratioOf(const std::vector<double>& measured, const std::vector<double>& reference) {
+  std::vector<double> ratios;
+  for (size_t i = 0; i < std::min(measured.size(), reference.size()); ++i) {
+    ratios.push_back(measured[i] / reference[i]);
+  }
+  return ratios.empty() ? 0 : median(ratios);
+}
+
+const std::vector<double>& secondsOf(const std::vector<Measured>& group, const std::string& name) {
+  for (const Measured& one : group) {
+    if (one.name == name) return one.seconds;
+  }
+  return group.front().seconds;
+}
+
+template <typename Value>
+long medianOf(const std::vector<Memory>& memory, Value Memory::*field) {
+  std::vector<double> values;
+  for (const Memory& one : memory) values.push_back(static_cast<double>(one.*field));
+  return static_cast<long>(median(values));
+}
+
+}  // namespace
+
+void printMachine(const Surroundings& surroundings, int rounds) {
+  utsname system{};
+  uname(&system);
+  std::printf("machine: %u cores, %s %s; .NET %s; %d rounds in random order\n",
+              std::thread::hardware_concurrency(), system.sysname, system.release,
+              surroundings.runtimeVersion.c_str(), rounds);
+#ifndef NDEBUG
+  std::printf("assertions are on: measure a release build\n");
+#endif
+}
+
+void printTimes(const std::string& title, const std::vector<Measured>& group,
+                const std::string& bare) {
+  std::printf("\n%-52s %8s %8s %8s %9s %8s\n", title.c_str(), "ms", "p10", "p90", "x dotnet",
+              "x bare");
+  for (const Measured& one : group) {
+    if (one.seconds.empty()) continue;
+    std::printf("%-52s %8.2f %8.2f %8.2f %9.3f %8.3f\n", one.name.c_str(),
+                median(one.seconds) * kMilliseconds, quantile(one.seconds, 0.1) * kMilliseconds,
+                quantile(one.seconds, 0.9) * kMilliseconds,
+                ratioOf(one.seconds, group.front().seconds),
+                ratioOf(one.seconds, secondsOf(group, bare)));
+  }
+}
+
+void printMemory(const std::string& title, const std::vector<Measured>& group) {
+  std::printf("\n%-52s %9s %9s\n", ("memory, " + title).c_str(), "PSS KiB", "private");
+  for (const Measured& one : group) {
+    if (one.memory.empty()) continue;
+    std::printf("%-52s %9ld %9ld\n", one.name.c_str(), medianOf(one.memory, &Memory::pssKib),
+                medianOf(one.memory, &Memory::privateKib));
+  }
+}
+
+void printCalls(const std::string& title,
+                const std::vector<std::pair<std::string, std::vector<double>>>& calls,
+                const std::vector<double>& resolution) {
+  std::printf("\n%-52s %8s\n", ("the plug-in's calls, " + title).c_str(), "us");
+  std::vector<double> all(resolution.size());
+  for (const auto& [name, microseconds] : calls) {
+    std::printf("%-52s %8.1f\n", name.c_str(), median(microseconds));
+    for (size_t i = 0; i < std::min(all.size(), microseconds.size()); ++i) all[i] += microseconds[i];
+  }
+  std::printf("%-52s %8.1f\n", "together", median(all));
+  std::printf("%-52s %8.1f\n", "stock host, up to the runtime's properties", median(resolution));
+  std::printf("%-52s %8.3f\n", "ratio", ratioOf(all, resolution));
+}
+
+}  // namespace quillon::bench

@@ -1,0 +1,34 @@
+// What the launch benchmark prints.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bench/launch/memory.h"
+#include "bench/launch/surroundings.h"
+
+namespace quillon::bench {
+
+// The measured values of one contender; the first of a group is what the others are compared with.
+struct Measured {
+  std::string name;
+  std::vector<double> seconds;   // of each round
+  std::vector<Memory> memory;
+};
+
+void printMachine(const Surroundings& surroundings, int rounds);
+
+// Medians, the tenth and ninetieth percentile, and the median of the rounds' ratios to the first
+// contender and to the one named `bare`.
+void printTimes(const std::string& title, const std::vector<Measured>& group,
+                const std::string& bare);
+
+void printMemory(const std::string& title, const std::vector<Measured>& group);
+
+// The plug-in's calls, each and together, beside the stock host's resolution; microseconds.
+void printCalls(const std::string& title,
+                const std::vector<std::pair<std::string, std::vector<double>>>& calls,
+                const std::vector<double>& resolution);
+
+}  // namespace quillon::bench

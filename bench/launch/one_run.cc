@@ -1,0 +1,137 @@
+#include "bench/launch/one_run.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "tools/device/mounts.h"
+
+extern char** environ;
+
+namespace quillon::bench {
+namespace {
+
+using device::Descriptor;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::string_view kReady = "ready ";
+constexpr char kWaitArgument[] = "wait";
+
+struct Pipe {
+  Descriptor read;
+  Descriptor write;
+};
+
+Pipe makePipe() {
+  std::array<int, 2> ends{-1, -1};
+  [[maybe_unused]] const int made = pipe2(ends.data(), O_CLOEXEC);
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+std::vector<char*> pointersTo(const std::vector<std::string>& words) {
+  std::vector<char*> pointers;
+  for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+std::vector<std::string> environmentOf(const Contender& contender) {
+  std::vector<std::string> all = contender.environment;
+  for (char** variable = environ; *variable != nullptr; ++variable) all.emplace_back(*variable);
+  return all;
+}
+
+// A contender that runs, with the near ends of its streams.
+class Running {
+ public:
+  Running(const Contender& contender, Task task);
+  bool readUntilReady();
+  void end();
+  pid_t application() const;
+  double answer() const { return std::atof(text_.c_str()); }
+  double secondsUntilReady() const { return std::chrono::duration<double>(ready_ - start_).count(); }
+
+ private:
+  bool readMore();
+
+  Descriptor input_;
+  Descriptor output_;
+  pid_t process_ = -1;
+  std::string text_;
+  Clock::time_point start_;
+  Clock::time_point ready_;
+};
+
+Running::Running(const Contender& contender, Task task) {
+  std::vector<std::string> command = contender.command;
+  if (task == Task::kMemory) command.emplace_back(kWaitArgument);
+  const std::vector<char*> arguments = pointersTo(command);
+  const std::vector<std::string> variables = environmentOf(contender);
+  const std::vector<char*> environment = pointersTo(variables);
+  Pipe in = makePipe();
+  Pipe out = makePipe();
+  posix_spawn_file_actions_t streams;
+  posix_spawn_file_actions_init(&streams);
+  posix_spawn_file_actions_adddup2(&streams, in.read.get(), STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&streams, out.write.get(), STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&streams, out.write.get(), STDERR_FILENO);
+  start_ = Clock::now();
+  if (posix_spawn(&process_, arguments[0], &streams, nullptr, arguments.data(),
+                  environment.data()) != 0) {
+    process_ = -1;
+  }
+  posix_spawn_file_actions_destroy(&streams);
+  input_ = std::move(in.write);
+  output_ = std::move(out.read);
+}
+
+bool Running::readMore() {
+  std::array<char, 4096> bytes{};
+  const ssize_t count = read(output_.get(), bytes.data(), bytes.size());
+  if (count > 0) text_.append(bytes.data(), static_cast<size_t>(count));
+  return count > 0;
+}
+
+bool Running::readUntilReady() {
+  while (process_ >= 0 && text_.find(kReady) == text_.npos) {
+    if (!readMore()) return false;
+  }
+  ready_ = Clock::now();
+  // The process id that stands behind it.
+  while (text_.find('\n', text_.find(kReady)) == text_.npos && readMore()) {
+  }
+  return process_ >= 0;
+}
+
+pid_t Running::application() const {
+  return std::atoi(text_.c_str() + text_.find(kReady) + kReady.size());
+}
+
+void Running::end() {
+  input_ = Descriptor();
+  while (readMore()) {
+  }
+  if (process_ >= 0) waitpid(process_, nullptr, 0);
+}
+
+}  // namespace
+
+Run runOnce(const Contender& contender, Task task) {
+  Running running(contender, task);
+  Run run;
+  run.ready = running.readUntilReady();
+  if (run.ready) run.seconds = running.secondsUntilReady();
+  if (run.ready && task == Task::kMemory) run.memory = memoryOf(running.application());
+  running.end();
+  run.answer = running.answer();
+  return run;
+}
+
+}  // namespace quillon::bench

@@ -1,0 +1,52 @@
+// Where contenders are started and timed: on the machine, or inside the device root.
+//
+// A place is a child process of its own, since a process that entered a device root cannot leave it.
+// It starts a contender and reads the clock on both ends itself, so that the place costs nothing
+// that is measured.
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "bench/launch/memory.h"
+
+namespace quillon::bench {
+
+struct Contender {
+  std::string name;
+  std::vector<std::string> command;
+  std::vector<std::string> environment = {};  // NAME=VALUE, over that of the bench
+  bool inside = true;                         // the device root
+};
+
+enum class Task : int { kTime, kMemory };
+
+struct Run {
+  bool ready = false;    // the application said so
+  double seconds = 0;    // from the request to the application's first output
+  double answer = 0;     // the number that a contender printed which times itself
+  Memory memory = {};    // of the application's process while it runs (kMemory)
+};
+
+class Place {
+ public:
+  // Makes the child process. `device`: the device root to enter, empty for the machine; `visible`:
+  // what stays visible inside. The caller must have one thread.
+  Place(const std::vector<Contender>& contenders, const std::filesystem::path& device,
+        const std::vector<std::filesystem::path>& visible);
+  ~Place();
+  Place(const Place&) = delete;
+  Place& operator=(const Place&) = delete;
+
+  // Runs a contender to its end. With kMemory it is told to wait and looked at meanwhile.
+  [[nodiscard]] Run run(std::size_t contender, Task task) const;
+
+ private:
+  pid_t process_ = -1;
+  int socket_ = -1;
+};
+
+}  // namespace quillon::bench

@@ -1,0 +1,144 @@
+#include "bench/launch/surroundings.h"
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tools/runtime/runtime_lookup.h"
+
+namespace quillon::bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kRemedy[] = "build the target launch_bench on a machine with a .NET SDK";
+
+// Quoted for the shell: every path here is the bench's own or the build's.
+std::string quoted(const fs::path& path) { return "'" + path.string() + "'"; }
+
+// Standard output; a command that fails has said why on standard error.
+Expected<std::string> outputOf(const std::string& command) {
+  std::FILE* const stream = popen(command.c_str(), "re");
+  if (stream == nullptr) return fail("cannot run " + command, kRemedy);
+  std::string output;
+  std::array<char, 4096> bytes{};
+  while (const size_t count = std::fread(bytes.data(), 1, bytes.size(), stream)) {
+    output.append(bytes.data(), count);
+  }
+  if (pclose(stream) == 0) return output;
+  return fail("failed: " + command, kRemedy);
+}
+
+Expected<void> findHost(Surroundings& surroundings) {
+  const auto framework = findFramework();
+  if (!framework) return tl::unexpected(framework.error());
+  const fs::path root = framework->directory.parent_path().parent_path().parent_path();
+  surroundings.runtimeVersion = framework->version;
+  surroundings.dotnet = root / "dotnet";
+  surroundings.hostResolver = root / "host/fxr" / framework->version / "libhostfxr.so";
+  for (const fs::path& file : {surroundings.dotnet, surroundings.hostResolver}) {
+    if (!fs::exists(file)) {
+      return fail("the stock host's '" + file.string() + "' is missing",
+                  "install a .NET SDK, or name its folder: DOTNET_ROOT");
+    }
+  }
+  return {};
+}
+
+Expected<void> makeDevice(const Surroundings& surroundings) {
+  const auto made = outputOf(quoted(surroundings.quillon()) + " device init " +
+                             quoted(surroundings.device));
+  if (!made) return tl::unexpected(made.error());
+  return {};
+}
+
+// The launcher's own plan, so that the bare host starts the very same runtime.
+Expected<void> writeProperties(const Surroundings& surroundings, const Application& application) {
+  const auto plan = outputOf(quoted(surroundings.quillon()) + " launch --plan --json --device " +
+                             quoted(surroundings.device) + " " + application.id);
+  if (!plan) return tl::unexpected(plan.error());
+  const auto json = nlohmann::ordered_json::parse(*plan, nullptr, false);
+  std::ofstream file(application.properties);
+  for (const auto& [name, value] : json.at("properties").items()) {
+    file << name << '=' << value.get<std::string>() << '\n';
+  }
+  return {};
+}
+
+Expected<void> install(Surroundings& surroundings, const std::string& title,
+                       const std::string& name, const std::string& program) {
+  const std::string id = "org.velora.bench." + name;
+  const auto installed = outputOf(
+      quoted(surroundings.quillon()) + " package install --device " + quoted(surroundings.device) +
+      " " + quoted(surroundings.build / "bench/launch/sample/packages" / (id + ".toml")));
+  if (!installed) return tl::unexpected(installed.error());
+  const std::string stem = "/opt/usr/apps/" + id + "/bin/" + program;
+  surroundings.applications.push_back(
+      {title, id, stem + ".dll", stem, (surroundings.work / (name + ".properties")).string()});
+  return writeProperties(surroundings, surroundings.applications.back());
+}
+
+std::vector<std::string> launchCommand(const Surroundings& surroundings,
+                                       const Application& application,
+                                       const std::vector<std::string>& more) {
+  std::vector<std::string> command = {surroundings.quillon(), "launch", "--device",
+                                      surroundings.device, application.id};
+  command.insert(command.end(), more.begin(), more.end());
+  command.emplace_back("--");
+  return command;
+}
+
+}  // namespace
+
+Expected<Surroundings> makeSurroundings(const fs::path& build, const fs::path& work) {
+  Surroundings surroundings;
+  surroundings.build = build;
+  surroundings.work = work;
+  surroundings.device = work / "device";
+  if (auto found = findHost(surroundings); !found) return tl::unexpected(found.error());
+  if (auto made = makeDevice(surroundings); !made) return tl::unexpected(made.error());
+  if (auto put = install(surroundings, "console application", "hello", "Hello"); !put) {
+    return tl::unexpected(put.error());
+  }
+  if (auto put = install(surroundings, "with 200 assemblies of its own", "many", "Many"); !put) {
+    return tl::unexpected(put.error());
+  }
+  return surroundings;
+}
+
+std::vector<Contender> contendersOf(const Surroundings& surroundings,
+                                    const Application& application) {
+  const auto launch = [&](const std::vector<std::string>& more) {
+    return launchCommand(surroundings, application, more);
+  };
+  return {
+      {"dotnet APP.dll", {surroundings.dotnet, application.assembly}},
+      {"the application's apphost", {application.appHost}},
+      {"bare host, lists given",
+       {surroundings.program("bare_host"), application.properties, application.assembly}},
+      {"quillon launch --raw", launch({"--raw"})},
+      {"quillon launch (output captured)", launch({})},
+      {"quillon launch --raw, log off", launch({"--raw"}), {"QUILLON_LOG=none"}},
+      {"quillon launch --raw, all logged to a file",
+       launch({"--raw"}),
+       {"QUILLON_LOG=file:/tmp/quillon-bench.log"}},
+      {"quillon launch --raw, diagnostics off", launch({"--raw", "--diagnostics", "off"})},
+      {"quillon launch --raw from outside the device root", launch({"--raw"}), {}, false},
+  };
+}
+
+Contender stockResolutionOf(const Surroundings& surroundings, const Application& application) {
+  return {"stock resolution",
+          {surroundings.program("stock_resolution"), surroundings.hostResolver,
+           surroundings.dotnet.parent_path(), application.assembly}};
+}
+
+Contender tracedLaunchOf(const Surroundings& surroundings, const Application& application,
+                         const std::string& traceFile) {
+  return {"traced launch",
+          launchCommand(surroundings, application, {"--raw"}),
+          {"QUILLON_TRACE=" + traceFile}};
+}
+
+}  // namespace quillon::bench
