@@ -5,6 +5,7 @@ namespace quillon::launcher::device_paths {
 
 inline constexpr char kFramework[] = "/usr/share/dotnet.velora/netcoreapp";
 inline constexpr char kTpaCache[] = "/opt/usr/home/owner/share/dotnet/TPA.txt";
+inline constexpr char kBoostSocket[] = "/tmp/kestsock";
 inline constexpr char kApplications[] = "/opt/usr/apps/";
 inline constexpr char kDpcOfPackage[] = "/shared/res/d.pc/";
 inline constexpr char kCobaOfPackage[] = "/shared/res/";

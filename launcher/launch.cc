@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <iostream>
 
 #include "launcher/assembly_validation.h"
@@ -15,7 +16,10 @@
 #include "launcher/plugin_library.h"
 #include "launcher/runtime.h"
 #include "launcher/runtime_plan.h"
+#include "launcher/runtime_settings.h"
 #include "launcher/terminal.h"
+#include "launcher/thread_barrier.h"
+#include "launcher/trace_span.h"
 #include "tools/device/device_root.h"
 
 namespace quillon::launcher {
@@ -42,13 +46,18 @@ class Launch {
  private:
   Launched<void> prepare();
   Launched<void> enterDevice();
+  Launched<LaunchTarget> findApplication() const;
   Launched<void> registerSelf();
+  void beginLoadingRuntime();
   Launched<void> load();
   Launched<void> askPlugin();
+  Launched<void> planProperties();
   Launched<int> printPlan();
   Launched<int> runApplication();
   Launched<Runtime> startRuntime();
   Launched<int> execute(Runtime& runtime);
+  Expected<unsigned> executeAssembly(Runtime& runtime) const;
+  static int shutDown(Runtime& runtime);
   LaunchPlan plan() const;
   void explain();
 
@@ -60,6 +69,9 @@ class Launch {
   PluginLists lists_;
   RuntimePlan runtimePlan_;
   bool tpaFromCache_ = false;
+  // Loaded by a thread of its own, which has ended before the plug-in's first call: what the
+  // plug-in sets is the calling thread's.
+  std::future<Expected<Runtime>> loading_;
 };
 
 Launched<int> Launch::run() {
@@ -68,16 +80,20 @@ Launched<int> Launch::run() {
 }
 
 Launched<void> Launch::prepare() {
+  registerThreadBarrier();
   if (auto entered = enterDevice(); !entered) return entered;
-  auto target = findTarget(options_);
+  if (!options_.plan) beginLoadingRuntime();
+  auto target = findApplication();
   if (!target) return tl::unexpected(target.error());
   target_ = std::move(*target);
   if (auto loaded = load(); !loaded) return loaded;
   if (auto registered = registerSelf(); !registered) return registered;
+  if (loading_.valid()) loading_.wait();
   return askPlugin();
 }
 
 Launched<void> Launch::enterDevice() {
+  const TraceSpan span("enter the device root");
   std::error_code ignored;
   pluginFile_ =
       options_.plugin.empty() ? defaultPlugin(executable_) : fs::absolute(options_.plugin, ignored);
@@ -89,7 +105,22 @@ Launched<void> Launch::enterDevice() {
   return stop(device::exitStatusOf(entered.error().error), entered.error());
 }
 
+// The runtime's libraries are most of what a launch loads, and nothing before the plug-in's first
+// call needs them.
+void Launch::beginLoadingRuntime() {
+  loading_ = std::async(std::launch::async | std::launch::deferred, [] {
+    const TraceSpan span("load the runtime's libraries");
+    return Runtime::load(device_paths::kFramework);
+  });
+}
+
+Launched<LaunchTarget> Launch::findApplication() const {
+  const TraceSpan span("find the application");
+  return findTarget(options_);
+}
+
 Launched<void> Launch::load() {
+  const TraceSpan span("load the plug-in");
   auto library = loadPlugin(pluginFile_);
   if (!library) return stop(kNoPlugin, library.error());
   plugin_ = PluginCalls(*library, &target_);
@@ -98,6 +129,7 @@ Launched<void> Launch::load() {
 
 // Before anything of the plug-in that asks whose process this is.
 Launched<void> Launch::registerSelf() {
+  const TraceSpan span("register the process");
   if (auto noted = workstation::registerProcess(getpid(), target_.package.id); !noted) {
     return stop(kServiceFailed, noted.error());
   }
@@ -112,6 +144,11 @@ Launched<void> Launch::askPlugin() {
   if (!lists) return tl::unexpected(lists.error());
   lists_ = std::move(*lists);
   tpaFromCache_ = lists_.tpa && !cached.empty() && *lists_.tpa == cached;
+  return planProperties();
+}
+
+Launched<void> Launch::planProperties() {
+  const TraceSpan span("plan the runtime's properties");
   auto planned = planRuntime(target_, lists_);
   if (!planned) return stop(kNotExecutable, planned.error());
   runtimePlan_ = std::move(*planned);
@@ -152,14 +189,16 @@ Launched<int> Launch::runApplication() {
       return tl::unexpected(valid.error());
     }
   }
+  applySettings(options_.settings);
   auto runtime = startRuntime();
   if (!runtime) return tl::unexpected(runtime.error());
   return execute(*runtime);
 }
 
 Launched<Runtime> Launch::startRuntime() {
-  auto runtime = Runtime::load(device_paths::kFramework);
+  auto runtime = loading_.get();
   if (!runtime) return stop(kRuntimeFailed, runtime.error());
+  const TraceSpan span("coreclr_initialize");
   const auto started = runtime->start(executable_, target_.application.id, runtimePlan_.properties);
   if (!started) return stop(kRuntimeFailed, started.error());
   return *runtime;
@@ -171,11 +210,22 @@ Launched<int> Launch::execute(Runtime& runtime) {
   if (auto told = plugin_.setApplication(); !told) return tl::unexpected(told.error());
   if (!options_.raw) plugin_.captureOutput();
   plugin_.beforeExecute();
-  auto ended = runtime.execute(target_.assembly, options_.arguments);
+  auto ended = executeAssembly(runtime);
   plugin_.finalize();
-  const int latched = runtime.shutDown();
+  const int latched = shutDown(runtime);
   if (!ended) return stop(kNotExecutable, ended.error());
   return latched;
+}
+
+// Nothing native sees the moment of Main: the runtime loads the assembly first, within this span.
+Expected<unsigned> Launch::executeAssembly(Runtime& runtime) const {
+  const TraceSpan span("coreclr_execute_assembly: Main");
+  return runtime.execute(target_.assembly, options_.arguments);
+}
+
+int Launch::shutDown(Runtime& runtime) {
+  const TraceSpan span("coreclr_shutdown_2");
+  return runtime.shutDown();
 }
 
 void Launch::explain() {

@@ -1,6 +1,9 @@
 #include "launcher/launch_command.h"
 
+#include <map>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "launcher/launch.h"
 #include "tools/command.h"
@@ -34,6 +37,30 @@ void addLaunch(CLI::App& command, LaunchOptions& options) {
       ->allow_extra_args(false);
 }
 
+void addSwitch(CLI::App& command, const std::string& name, std::optional<bool>& setting,
+               const std::string& what) {
+  const std::map<std::string, bool> words = {{"on", true}, {"off", false}};
+  command.add_option(name, setting, what)
+      ->type_name("on|off")
+      ->transform(CLI::CheckedTransformer(words))
+      ->group("Runtime settings, each on where nothing says otherwise");
+}
+
+void addSettings(CLI::App& command, RuntimeSettings& settings) {
+  addSwitch(command, "--tiered-compilation", settings.tieredCompilation,
+            "Compile quickly first and well later");
+  addSwitch(command, "--quick-jit-for-loops", settings.quickJitForLoops,
+            "Methods with loops are compiled quickly first, too");
+  addSwitch(command, "--tiered-pgo", settings.tieredPgo,
+            "Watch quickly compiled methods, to compile them better later");
+  addSwitch(command, "--ready-to-run", settings.readyToRun,
+            "Use the compiled code that assemblies bring");
+  addSwitch(command, "--write-xor-execute", settings.writeXorExecute,
+            "Never have memory writable and executable at once; a defence, leave it on");
+  addSwitch(command, "--diagnostics", settings.diagnostics,
+            "Allow debuggers, profilers and the diagnostic socket; off is for production");
+}
+
 void addOutput(CLI::App& command, LaunchOptions& options) {
   CLI::Option* const plan =
       command.add_flag("--plan", options.plan, "Print what a launch would do, and do no more");
@@ -49,6 +76,7 @@ void addLaunchCommand(CLI::App& app) {
   const auto options = std::make_shared<LaunchOptions>();
   addTarget(*command, *options);
   addLaunch(*command, *options);
+  addSettings(*command, options->settings);
   addOutput(*command, *options);
   command->footer("Arguments after -- are the application's.");
   command->callback([options] {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "launcher/runtime_settings.h"
+
 namespace quillon::launcher {
 
 struct LaunchOptions {
@@ -20,6 +22,8 @@ struct LaunchOptions {
   bool plan = false;                // stop before the runtime and print
   bool json = false;                // the plan as JSON
   bool verbose = false;             // say on the terminal what the launcher decided
+  RuntimeSettings settings;
+  std::filesystem::path timeline;               // page that pictures the launch; empty: none
   std::vector<std::filesystem::path> writable;  // machine paths that stay writable
   std::vector<std::string> arguments;           // of the application
 };

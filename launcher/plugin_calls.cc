@@ -6,9 +6,11 @@
 #include <fstream>
 #include <iterator>
 
+#include "launcher/boost_listener.h"
 #include "launcher/captured_output.h"
 #include "launcher/device_paths.h"
 #include "launcher/refusal_watch.h"
+#include "launcher/trace_span.h"
 
 namespace quillon::launcher {
 namespace {
@@ -20,6 +22,12 @@ constexpr int kManagedAssembly = 0;  // the plug-in only logs it
 
 std::string copyOf(const char* text) { return text != nullptr ? text : std::string(); }
 
+template <typename Function, typename... Arguments>
+auto traced(const char* name, Function* function, Arguments... arguments) {
+  const TraceSpan span(name);
+  return function(arguments...);
+}
+
 // The plug-in documents that its placeholders may fail with an exception.
 tl::unexpected<LaunchFailure> failedCall(const char* call, const std::exception& exception) {
   return stop(kServiceFailed, {std::string(call) + " failed: " + exception.what(),
@@ -30,6 +38,7 @@ tl::unexpected<LaunchFailure> failedCall(const char* call, const std::exception&
 
 Launched<void> PluginCalls::initialize() const {
   const RefusalWatch watch("plugin_initialize", *target_);
+  const TraceSpan span("plugin_initialize");
   library_.initialize(target_->type.c_str());
   // The plug-in's results never tell of a failure: its log does.
   if (workstation::lastErrorMessage().find(kUnknownType) == std::string::npos) return {};
@@ -39,10 +48,11 @@ Launched<void> PluginCalls::initialize() const {
 
 Launched<PluginLists> PluginCalls::lists() const try {
   PluginLists lists;
-  if (const char* const tpa = library_.getTpa(); tpa != nullptr) lists.tpa = tpa;
-  lists.dllPath = copyOf(library_.getDllPath());
-  lists.nativePath = copyOf(library_.getNativeDllSearchingPath());
-  lists.extraPath = copyOf(library_.getExtraDllPath());
+  if (const char* const tpa = traced("plugin_get_tpa", library_.getTpa)) lists.tpa = tpa;
+  lists.dllPath = copyOf(traced("plugin_get_dll_path", library_.getDllPath));
+  lists.nativePath =
+      copyOf(traced("plugin_get_native_dll_searching_path", library_.getNativeDllSearchingPath));
+  lists.extraPath = copyOf(traced("plugin_get_extra_dll_path", library_.getExtraDllPath));
   return lists;
 } catch (const std::exception& exception) {
   return failedCall("a list of the plug-in", exception);
@@ -53,11 +63,18 @@ bool PluginCalls::validate(const std::string& path) const {
 }
 
 void PluginCalls::setRuntime(const Runtime& runtime) const {
-  library_.setCoreclrInfo(runtime.host(), runtime.domain(), runtime.createDelegate());
+  traced("plugin_set_coreclr_info", library_.setCoreclrInfo, runtime.host(), runtime.domain(),
+         runtime.createDelegate());
 }
 
+void PluginCalls::preload() const { traced("plugin_preload", library_.preload); }
+void PluginCalls::beforeExecute() const { traced("plugin_before_execute", library_.beforeExecute); }
+void PluginCalls::finalize() const { traced("plugin_finalize", library_.finalize); }
+
 Launched<void> PluginCalls::setApplication() const try {
+  const BoostListener listener;
   const RefusalWatch watch("plugin_set_app_info", *target_);
+  const TraceSpan span("plugin_set_app_info");
   library_.setAppInfo(target_->application.id.c_str(), target_->exec.c_str());
   return {};
 } catch (const std::exception& exception) {
@@ -65,7 +82,7 @@ Launched<void> PluginCalls::setApplication() const try {
 }
 
 void PluginCalls::captureOutput() const {
-  library_.hasLogControl();
+  traced("plugin_has_log_control", library_.hasLogControl);
   awaitCapturedOutputAtExit();
 }
 

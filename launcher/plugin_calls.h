@@ -1,5 +1,6 @@
 // The plug-in's functions in the order in which a launch calls them, with what can go wrong in each
-// made into a failure or, where the plug-in ends the process, explained.
+// made into a failure or, where the plug-in ends the process, explained. Each call is a span of the
+// launch's trace, by its name.
 #pragma once
 
 #include "launcher/launch_target.h"
@@ -26,7 +27,7 @@ class PluginCalls {
   bool validate(const std::string& path) const;
 
   void setRuntime(const Runtime& runtime) const;
-  void preload() const { library_.preload(); }
+  void preload() const;
 
   // Ends the process with status 0, after a line on the terminal, where the plug-in refuses.
   [[nodiscard]] Launched<void> setApplication() const;
@@ -34,8 +35,8 @@ class PluginCalls {
   // Leads standard output and error into the log, to the last line.
   void captureOutput() const;
 
-  void beforeExecute() const { library_.beforeExecute(); }
-  void finalize() const { library_.finalize(); }
+  void beforeExecute() const;
+  void finalize() const;
 
  private:
   PluginLibrary library_;

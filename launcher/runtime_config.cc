@@ -48,6 +48,41 @@ std::string wantedVersion(const Json& options) {
   return {};
 }
 
+// Reads the framework's dependency file up to the key that names its version, "targets": {...:
+// {"Microsoft.NETCore.App.Runtime.linux-x64/10.0.12": ..., which stands at its top; the file goes
+// on for hundreds of lines.
+class FrameworkVersion : public nlohmann::json_sax<Json> {
+ public:
+  std::string version;
+
+  bool null() override { return true; }
+  bool boolean(bool) override { return true; }
+  bool number_integer(number_integer_t) override { return true; }
+  bool number_unsigned(number_unsigned_t) override { return true; }
+  bool number_float(number_float_t, const string_t&) override { return true; }
+  bool string(string_t&) override { return true; }
+  bool binary(binary_t&) override { return true; }
+  bool start_array(std::size_t) override { return ++depth_ > 0; }
+  bool end_array() override { return depth_-- > 0; }
+  bool start_object(std::size_t) override { return ++depth_ > 0; }
+  bool end_object() override { return depth_-- > 0; }
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+    return false;
+  }
+  bool key(string_t& name) override {
+    if (depth_ == 1) inTargets_ = name == "targets";
+    if (!inTargets_ || depth_ != kLibraryDepth || name.rfind(kRuntimePack, 0) != 0) return true;
+    version = name.substr(name.find('/') + 1);
+    return false;
+  }
+
+ private:
+  static constexpr int kLibraryDepth = 3;  // {"targets": {<target>: {<library>
+
+  int depth_ = 0;
+  bool inTargets_ = false;
+};
+
 }  // namespace
 
 Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly) {
@@ -69,14 +104,10 @@ Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly)
 }
 
 std::string frameworkVersionOf(const std::filesystem::path& framework) {
-  const Json json = parseFile(framework / kDepsFile);
-  for (const auto& target : member(json, "targets")) {
-    if (!target.is_object()) continue;
-    for (const auto& [library, unused] : target.items()) {
-      if (library.rfind(kRuntimePack, 0) == 0) return library.substr(library.find('/') + 1);
-    }
-  }
-  return {};
+  std::ifstream stream(framework / kDepsFile);
+  FrameworkVersion reader;
+  Json::sax_parse(stream, &reader);
+  return reader.version;
 }
 
 }  // namespace quillon::launcher

@@ -2,8 +2,8 @@
 //
 // usage: bare_host PROPERTIES ASSEMBLY [ARGUMENT...]
 //
-// PROPERTIES is a file with the runtime's properties, NAME=VALUE on a line each, the list of trusted
-// assemblies among them: a host with nothing left to find out.
+// PROPERTIES is a file with the runtime's properties, NAME=VALUE on a line each, the list of
+// trusted assemblies among them: a host with nothing left to find out.
 #include <dlfcn.h>
 
 #include <cstdio>
@@ -60,8 +60,8 @@ int main(int argc, char** argv) {
   }
   std::vector<const char*> arguments(argv + 3, argv + argc);
   unsigned status = 0;
-  if (find<Execute>(runtime, "coreclr_execute_assembly")(
-          host, domain, argc - 3, arguments.data(), argv[2], &status) < 0) {
+  if (find<Execute>(runtime, "coreclr_execute_assembly")(host, domain, argc - 3, arguments.data(),
+                                                         argv[2], &status) < 0) {
     return 102;
   }
   int latched = 0;

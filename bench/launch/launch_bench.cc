@@ -11,13 +11,13 @@
 #include <filesystem>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "bench/launch/launch_tables.h"
 #include "bench/launch/place.h"
 #include "bench/launch/surroundings.h"
-#include "bench/launch/trace_sums.h"
 #include "tests/support/temporary_directory.h"
 
 namespace quillon::bench {
@@ -26,7 +26,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kBareHost[] = "bare host, lists given";
-constexpr char kTraceInDevice[] = "/tmp/quillon-bench.trace";
 
 struct Options {
   int rounds = 100;
@@ -54,7 +53,7 @@ class Bench {
     size_t first;  // of its contenders
     size_t end;
     size_t resolution;
-    size_t traced;
+    size_t timedCalls;
     std::vector<Measured> measured;
     std::vector<double> resolutions;
     std::vector<std::pair<std::string, std::vector<double>>> calls;
@@ -66,7 +65,7 @@ class Bench {
   void measureRound(bool keep);
   void measureOne(Group& group, size_t contender, bool keep);
   void measureMemory();
-  void noteCalls(Group& group) const;
+  static void noteCalls(Group& group, const Run& run);
   bool ranAtAll(size_t contender, const Run& run);
   void print() const;
 
@@ -98,8 +97,8 @@ void Bench::addGroup(const Application& application) {
   group.end = contenders_.size();
   group.resolution = contenders_.size();
   contenders_.push_back(stockResolutionOf(surroundings_, application));
-  group.traced = contenders_.size();
-  contenders_.push_back(tracedLaunchOf(surroundings_, application, kTraceInDevice));
+  group.timedCalls = contenders_.size();
+  contenders_.push_back(pluginCallsOf(surroundings_, application));
   groups_.push_back(std::move(group));
 }
 
@@ -109,7 +108,10 @@ const Place& Bench::placeOf(size_t contender) const {
 
 // Says once that a contender does not work; its rows are left out then.
 bool Bench::ranAtAll(size_t contender, const Run& run) {
-  if (run.ready || run.answer > 0) return true;
+  const bool timesItself = std::any_of(groups_.begin(), groups_.end(), [&](const Group& group) {
+    return contender == group.resolution || contender == group.timedCalls;
+  });
+  if (run.ready || (timesItself && run.text[0] != '\0')) return true;
   if (!failed_[contender]) {
     std::fprintf(stderr, "bench: '%s' did not come to its output\n",
                  contenders_[contender].name.c_str());
@@ -118,18 +120,18 @@ bool Bench::ranAtAll(size_t contender, const Run& run) {
   return false;
 }
 
-void Bench::noteCalls(Group& group) const {
-  const fs::path file = surroundings_.device / fs::path(kTraceInDevice).relative_path();
-  for (const auto& [name, microseconds] : pluginCallsIn(file)) {
+void Bench::noteCalls(Group& group, const Run& run) {
+  std::istringstream lines(run.text.data());
+  std::string name;
+  for (double microseconds = 0; lines >> name >> microseconds;) {
     const auto known = std::find_if(group.calls.begin(), group.calls.end(),
-                                    [&, &call = name](const auto& one) { return one.first == call; });
+                                    [&](const auto& one) { return one.first == name; });
     if (known == group.calls.end()) {
       group.calls.push_back({name, {microseconds}});
     } else {
       known->second.push_back(microseconds);
     }
   }
-  fs::remove(file);
 }
 
 void Bench::measureOne(Group& group, size_t contender, bool keep) {
@@ -137,9 +139,9 @@ void Bench::measureOne(Group& group, size_t contender, bool keep) {
   const Run run = placeOf(contender).run(contender, Task::kTime);
   if (!ranAtAll(contender, run) || !keep) return;
   if (contender == group.resolution) {
-    group.resolutions.push_back(run.answer);
-  } else if (contender == group.traced) {
-    noteCalls(group);
+    group.resolutions.push_back(std::atof(run.text.data()));
+  } else if (contender == group.timedCalls) {
+    noteCalls(group, run);
   } else {
     group.measured[contender - group.first].seconds.push_back(run.seconds);
   }
@@ -148,7 +150,7 @@ void Bench::measureOne(Group& group, size_t contender, bool keep) {
 void Bench::measureRound(bool keep) {
   std::vector<std::pair<Group*, size_t>> order;
   for (Group& group : groups_) {
-    for (size_t i = group.first; i <= group.traced; ++i) order.emplace_back(&group, i);
+    for (size_t i = group.first; i <= group.timedCalls; ++i) order.emplace_back(&group, i);
   }
   std::shuffle(order.begin(), order.end(), random_);
   for (const auto& [group, contender] : order) measureOne(*group, contender, keep);
@@ -156,7 +158,6 @@ void Bench::measureRound(bool keep) {
 
 void Bench::measureRounds() {
   for (int round = 0; round < options_.warmUps; ++round) measureRound(false);
-  fs::remove(surroundings_.device / fs::path(kTraceInDevice).relative_path());
   for (int round = 0; round < options_.rounds; ++round) measureRound(true);
 }
 
@@ -191,8 +192,7 @@ int runBench(const Options& options) {
   cleanEnvironment();
   const test::TemporaryDirectory work;
   const fs::path program = fs::read_symlink("/proc/self/exe");
-  const auto surroundings =
-      makeSurroundings(program.parent_path().parent_path(), work.path());
+  const auto surroundings = makeSurroundings(program.parent_path().parent_path(), work.path());
   if (!surroundings) {
     std::fprintf(stderr, "bench: %s; %s\n", surroundings.error().what.c_str(),
                  surroundings.error().remedy.c_str());

@@ -79,7 +79,8 @@ void printCalls(const std::string& title,
   std::vector<double> all(resolution.size());
   for (const auto& [name, microseconds] : calls) {
     std::printf("%-52s %8.1f\n", name.c_str(), median(microseconds));
-    for (size_t i = 0; i < std::min(all.size(), microseconds.size()); ++i) all[i] += microseconds[i];
+    for (size_t i = 0; i < std::min(all.size(), microseconds.size()); ++i)
+      all[i] += microseconds[i];
   }
   std::printf("%-52s %8.1f\n", "together", median(all));
   std::printf("%-52s %8.1f\n", "stock host, up to the runtime's properties", median(resolution));

@@ -13,7 +13,7 @@ namespace quillon::bench {
 // The measured values of one contender; the first of a group is what the others are compared with.
 struct Measured {
   std::string name;
-  std::vector<double> seconds;   // of each round
+  std::vector<double> seconds;  // of each round
   std::vector<Memory> memory;
 };
 

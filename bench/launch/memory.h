@@ -6,7 +6,7 @@
 namespace quillon::bench {
 
 struct Memory {
-  long pssKib = 0;      // proportional set size: shared pages in equal parts to those who share them
+  long pssKib = 0;  // proportional set size: shared pages in equal parts to those who share them
   long privateKib = 0;  // pages of this process alone
 };
 

@@ -55,8 +55,10 @@ class Running {
   bool readUntilReady();
   void end();
   pid_t application() const;
-  double answer() const { return std::atof(text_.c_str()); }
-  double secondsUntilReady() const { return std::chrono::duration<double>(ready_ - start_).count(); }
+  const std::string& text() const { return text_; }
+  double secondsUntilReady() const {
+    return std::chrono::duration<double>(ready_ - start_).count();
+  }
 
  private:
   bool readMore();
@@ -130,7 +132,7 @@ Run runOnce(const Contender& contender, Task task) {
   if (run.ready) run.seconds = running.secondsUntilReady();
   if (run.ready && task == Task::kMemory) run.memory = memoryOf(running.application());
   running.end();
-  run.answer = running.answer();
+  running.text().copy(run.text.data(), run.text.size() - 1);
   return run;
 }
 

@@ -6,7 +6,7 @@
 namespace quillon::bench {
 
 // Starts the contender with both outputs in one pipe, and waits for its end. The application says
-// "ready PID"; a contender that prints a number and no more is timed by itself.
+// "ready PID"; what others print is their own measure.
 [[nodiscard]] Run runOnce(const Contender& contender, Task task);
 
 }  // namespace quillon::bench

@@ -1,12 +1,13 @@
 // Where contenders are started and timed: on the machine, or inside the device root.
 //
-// A place is a child process of its own, since a process that entered a device root cannot leave it.
-// It starts a contender and reads the clock on both ends itself, so that the place costs nothing
-// that is measured.
+// A place is a child process of its own, since a process that entered a device root cannot leave
+// it. It starts a contender and reads the clock on both ends itself, so that the place costs
+// nothing that is measured.
 #pragma once
 
 #include <sys/types.h>
 
+#include <array>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -25,10 +26,10 @@ struct Contender {
 enum class Task : int { kTime, kMemory };
 
 struct Run {
-  bool ready = false;    // the application said so
-  double seconds = 0;    // from the request to the application's first output
-  double answer = 0;     // the number that a contender printed which times itself
-  Memory memory = {};    // of the application's process while it runs (kMemory)
+  bool ready = false;             // the application said so
+  double seconds = 0;             // from the request to the application's first output
+  Memory memory = {};             // of the application's process while it runs (kMemory)
+  std::array<char, 1024> text{};  // what a contender printed which times itself
 };
 
 class Place {

@@ -47,8 +47,8 @@ Expected<void> findHost(Surroundings& surroundings) {
 }
 
 Expected<void> makeDevice(const Surroundings& surroundings) {
-  const auto made = outputOf(quoted(surroundings.quillon()) + " device init " +
-                             quoted(surroundings.device));
+  const auto made =
+      outputOf(quoted(surroundings.quillon()) + " device init " + quoted(surroundings.device));
   if (!made) return tl::unexpected(made.error());
   return {};
 }
@@ -134,11 +134,10 @@ Contender stockResolutionOf(const Surroundings& surroundings, const Application&
            surroundings.dotnet.parent_path(), application.assembly}};
 }
 
-Contender tracedLaunchOf(const Surroundings& surroundings, const Application& application,
-                         const std::string& traceFile) {
-  return {"traced launch",
-          launchCommand(surroundings, application, {"--raw"}),
-          {"QUILLON_TRACE=" + traceFile}};
+Contender pluginCallsOf(const Surroundings& surroundings, const Application& application) {
+  return {"plug-in's calls",
+          {surroundings.program("plugin_calls"), surroundings.build / "lib/libquillon-tv-plugin.so",
+           application.properties, application.id, application.id, application.assembly}};
 }
 
 }  // namespace quillon::bench

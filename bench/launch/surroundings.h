@@ -20,10 +20,10 @@ struct Application {
 };
 
 struct Surroundings {
-  std::filesystem::path build;   // folder of the build
-  std::filesystem::path work;    // temporary folder that everything lives in
-  std::filesystem::path device;  // device root in it
-  std::filesystem::path dotnet;  // the stock host's command
+  std::filesystem::path build;         // folder of the build
+  std::filesystem::path work;          // temporary folder that everything lives in
+  std::filesystem::path device;        // device root in it
+  std::filesystem::path dotnet;        // the stock host's command
   std::filesystem::path hostResolver;  // its libhostfxr.so
   std::string runtimeVersion;
   std::vector<Application> applications;
@@ -44,8 +44,7 @@ std::vector<Contender> contendersOf(const Surroundings& surroundings,
 // The stock host up to the runtime's properties.
 Contender stockResolutionOf(const Surroundings& surroundings, const Application& application);
 
-// A direct launch that writes its trace to a file in the device root's /tmp.
-Contender tracedLaunchOf(const Surroundings& surroundings, const Application& application,
-                         const std::string& traceFile);
+// The plug-in's calls, each timed.
+Contender pluginCallsOf(const Surroundings& surroundings, const Application& application);
 
 }  // namespace quillon::bench

@@ -1,9 +1,9 @@
 #include "log/log_sink.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <platform/dlog.h>
 #include <sys/uio.h>
-#include <systemd/sd-journal.h>
 #include <unistd.h>
 
 #include <array>
@@ -56,8 +56,20 @@ int journalPriority(int priority) {
   return priority == DLOG_ERROR ? 3 : 2;
 }
 
+// sd_journal_sendv(3) and its library, which is loaded when the journal is asked for: with all that
+// it needs it would cost every launch more than the log does.
+using SendToJournal = int(const iovec*, int);
+constexpr const char* kJournalLibrary = "libsystemd.so.0";
+
+SendToJournal* loadJournal() {
+  void* const library = dlopen(kJournalLibrary, RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) return nullptr;
+  return reinterpret_cast<SendToJournal*>(dlsym(library, "sd_journal_sendv"));
+}
+
 class JournalSink : public LogSink {
  public:
+  explicit JournalSink(SendToJournal* send) : send_(send) {}
   void write(const LogRecord& record) override {
     // Escapes would make the journal show the message as binary data.
     std::array<std::string, 5> fields = {
@@ -69,8 +81,11 @@ class JournalSink : public LogSink {
     };
     std::array<iovec, fields.size()> parts{};
     for (size_t i = 0; i < fields.size(); ++i) parts[i] = {fields[i].data(), fields[i].size()};
-    sd_journal_sendv(parts.data(), static_cast<int>(parts.size()));
+    send_(parts.data(), static_cast<int>(parts.size()));
   }
+
+ private:
+  SendToJournal* send_;
 };
 
 // Moves a descriptor out of the range that programs use themselves.
@@ -101,9 +116,14 @@ std::unique_ptr<LogSink> openFile(const LogSettings& settings, std::string& prob
 }
 
 std::unique_ptr<LogSink> openJournal(std::string& problem) {
-  if (access(kJournalSocket, W_OK) == 0) return std::make_unique<JournalSink>();
-  problem = std::string("QUILLON_LOG=journal: no journal listens at ") + kJournalSocket +
-            "; going on with errors on the terminal";
+  if (access(kJournalSocket, W_OK) != 0) {
+    problem = std::string("QUILLON_LOG=journal: no journal listens at ") + kJournalSocket +
+              "; going on with errors on the terminal";
+    return nullptr;
+  }
+  if (SendToJournal* const send = loadJournal()) return std::make_unique<JournalSink>(send);
+  problem = std::string("QUILLON_LOG=journal: cannot load ") + kJournalLibrary +
+            "; install it; going on with errors on the terminal";
   return nullptr;
 }
 

@@ -7,7 +7,9 @@
 #include <functional>
 
 #include "packages/folder_change.h"
+#include "packages/lookup.h"
 #include "packages/manifest.h"
+#include "packages/process_notes.h"
 #include "packages/registry.h"
 
 namespace quillon::workstation {
@@ -179,15 +181,11 @@ Expected<std::vector<Package>> listPackages() {
 }
 
 Expected<std::optional<Package>> findPackageOfApplication(const std::string& appId) {
-  auto registry = Registry::openForReading();
-  if (!registry) return tl::unexpected(registry.error());
-  return registry->packageOfApplication(appId, geteuid());
+  return lookUpPackageOfApplication(appId, geteuid());
 }
 
 Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
-  auto registry = Registry::openForWriting();
-  if (!registry) return tl::unexpected(registry.error());
-  return registry->noteProcess(pid, packageId);
+  return noteProcess(pid, packageId);
 }
 
 }  // namespace quillon::workstation

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <memory>
 
-#include "packages/registry.h"
+#include "packages/process_notes.h"
 #include "packages/service.h"
 
 using quillon::workstation::findApplication;
@@ -15,8 +15,7 @@ using quillon::workstation::kNotFound;
 using quillon::workstation::kOk;
 using quillon::workstation::kTooLong;
 using quillon::workstation::Package;
-using quillon::workstation::Registry;
-using quillon::workstation::registryFailed;
+using quillon::workstation::packageOfProcess;
 
 namespace {
 
@@ -107,12 +106,9 @@ int pkgmgr_installer_info_get_target_uid(uid_t* uid) {
 
 int aul_app_get_pkgid_bypid(int pid, char* package_id, int length) {
   if (pid <= 0 || package_id == nullptr || length <= 0) return kInvalidArgument;
-  auto registry = Registry::openForReading();
-  if (!registry) return registryFailed(registry.error());
-  const auto package = registry->packageOfProcess(pid);
-  if (!package) return registryFailed(package.error());
-  if (!*package) return kNotFound;
-  if ((*package)->size() >= static_cast<size_t>(length)) return kTooLong;
-  std::memcpy(package_id, (*package)->c_str(), (*package)->size() + 1);
+  const auto package = packageOfProcess(pid);
+  if (!package) return kNotFound;
+  if (package->size() >= static_cast<size_t>(length)) return kTooLong;
+  std::memcpy(package_id, package->c_str(), package->size() + 1);
   return kOk;
 }

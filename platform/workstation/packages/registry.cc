@@ -8,7 +8,6 @@
 #include <filesystem>
 
 #include "device_data.h"
-#include "packages/process_identity.h"
 #include "packages/schema.h"
 
 namespace quillon::workstation {
@@ -208,44 +207,6 @@ Expected<void> Registry::put(const Package& package) {
 Expected<void> Registry::erase(const std::string& id, uid_t owner) {
   Statement statement(*database_, "DELETE FROM package WHERE id = ?1 AND owner = ?2");
   return statement.bind(id).bind(owner).finish();
-}
-
-Expected<void> Registry::forgetDeadProcesses() {
-  std::vector<int64_t> dead;
-  Statement query(*database_, "SELECT pid, start_time FROM process");
-  while (query.step()) {
-    const auto pid = static_cast<pid_t>(query.number(0));
-    if (processStartTime(pid) != static_cast<uint64_t>(query.number(1))) dead.push_back(pid);
-  }
-  if (auto done = query.finish(); !done) return done;
-  for (const int64_t pid : dead) {
-    Statement row(*database_, "DELETE FROM process WHERE pid = ?1");
-    if (auto done = row.bind(pid).finish(); !done) return done;
-  }
-  return {};
-}
-
-Expected<void> Registry::noteProcess(pid_t pid, const std::string& packageId) {
-  const auto start = processStartTime(pid);
-  if (!start) return fail("there is no process " + std::to_string(pid));
-  Transaction transaction(*database_);
-  if (auto begun = transaction.begin(); !begun) return begun;
-  if (auto forgotten = forgetDeadProcesses(); !forgotten) return forgotten;
-  Statement insert(*database_, "INSERT OR REPLACE INTO process VALUES(?1, ?2, ?3)");
-  insert.bind(pid).bind(static_cast<int64_t>(*start)).bind(packageId);
-  if (auto done = insert.finish(); !done) return done;
-  return transaction.commit();
-}
-
-Expected<std::optional<std::string>> Registry::packageOfProcess(pid_t pid) {
-  std::optional<std::string> package;
-  const auto start = processStartTime(pid);
-  if (!database_ || !start) return package;
-  Statement query(*database_, "SELECT package FROM process WHERE pid = ?1 AND start_time = ?2");
-  query.bind(pid).bind(static_cast<int64_t>(*start));
-  if (query.step()) package = query.text(0);
-  if (auto done = query.finish(); !done) return tl::unexpected(done.error());
-  return package;
 }
 
 }  // namespace quillon::workstation

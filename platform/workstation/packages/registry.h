@@ -1,4 +1,4 @@
-// The package registry: packages, their applications, and which process runs which package.
+// The package registry: packages and their applications.
 //
 // Packages belong to one user or, with owner 0, to all. Whoever looks sees the own ones and those
 // for all, and of two with the same id the own one.
@@ -34,10 +34,6 @@ class Registry {
   Expected<void> put(const Package& package);
   Expected<void> erase(const std::string& id, uid_t owner);
 
-  Expected<void> noteProcess(pid_t pid, const std::string& packageId);
-  // The package that a living process runs; empty when there is no note.
-  Expected<std::optional<std::string>> packageOfProcess(pid_t pid);
-
   [[nodiscard]] bool isEmptyForLackOfFile() const { return !database_.has_value(); }
   // Precondition: there is a file.
   Database& database() { return *database_; }
@@ -51,7 +47,6 @@ class Registry {
   Expected<void> fillMetadata(Application& application, int64_t key);
   Expected<int64_t> insertPackage(const Package& package);
   Expected<int64_t> insertApplication(const Application& application, int64_t package, uid_t owner);
-  Expected<void> forgetDeadProcesses();
   std::optional<Database> database_;
 };
 

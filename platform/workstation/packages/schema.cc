@@ -3,7 +3,8 @@
 namespace quillon::workstation {
 namespace {
 
-// Kept in the file as its user_version. Count it up with every change of the tables.
+// Kept in the file as its user_version. Count it up with every change of the tables that another
+// quillon could not live with.
 constexpr int kVersion = 1;
 
 constexpr const char* kTables = R"(
@@ -36,10 +37,6 @@ CREATE TABLE metadata(
   key TEXT NOT NULL,
   value TEXT NOT NULL,
   PRIMARY KEY(application, position)) WITHOUT ROWID;
-CREATE TABLE process(
-  pid INTEGER PRIMARY KEY,
-  start_time INTEGER NOT NULL,
-  package TEXT NOT NULL);
 -- Folder changes under way; see folder_change.h.
 CREATE TABLE folder_change(
   aside TEXT PRIMARY KEY,

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "log/log_failure.h"
+#include "packages/lookup.h"
 #include "packages/registry.h"
 
 namespace quillon::workstation {
@@ -29,9 +30,7 @@ ServiceResult findPackage(const char* packageId, Package& found) {
 
 ServiceResult findPackage(const char* packageId, uid_t user, Package& found) {
   if (packageId == nullptr || *packageId == '\0') return kInvalidArgument;
-  auto registry = Registry::openForReading();
-  if (!registry) return registryFailed(registry.error());
-  auto package = registry->packageVisibleTo(packageId, user);
+  auto package = lookUpPackage(packageId, user);
   if (!package) return registryFailed(package.error());
   if (!*package) return kNotFound;
   found = std::move(**package);

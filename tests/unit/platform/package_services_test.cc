@@ -4,12 +4,13 @@
 #include <platform/package_info.h>
 #include <platform/pkgmgr_info.h>
 #include <signal.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 
 #include "tests/unit/platform/device_main.h"
@@ -21,6 +22,8 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Texts = std::vector<std::string>;
+
+constexpr char kProcesses[] = "/opt/usr/share/quillon/processes";
 
 class ServicesTest : public InsideDeviceTest {
  protected:
@@ -249,21 +252,48 @@ TEST_F(ServicesTest, AProcessIsKnownUntilItEnds) {
   EXPECT_FALSE(workstation::registerProcess(child, "clock"));
 }
 
+// Makes a process's note that of one which started a tick earlier.
+void age(const std::filesystem::path& note) {
+  const std::string text = std::filesystem::read_symlink(note).string();
+  const size_t end = text.find(':');
+  std::filesystem::remove(note);
+  std::filesystem::create_symlink(std::to_string(std::stoull(text) - 1) + text.substr(end), note);
+}
+
 TEST_F(ServicesTest, ANoteDoesNotFitALaterProcessWithTheSameId) {
   ASSERT_TRUE(workstation::registerProcess(getpid(), "clock"));
   char package[1024] = "";
   ASSERT_EQ(aul_app_get_pkgid_bypid(getpid(), package, sizeof package), 0);
-  sqlite3* registry = nullptr;
-  ASSERT_EQ(sqlite3_open("/opt/usr/share/quillon/packages.db", &registry), SQLITE_OK);
-  const char* earlier = "UPDATE process SET start_time = start_time - 1";
-  EXPECT_EQ(sqlite3_exec(registry, earlier, nullptr, nullptr, nullptr), SQLITE_OK);
-  EXPECT_EQ(sqlite3_changes(registry), 1);
+  age(std::filesystem::path(kProcesses) / std::to_string(getpid()));
   EXPECT_LT(aul_app_get_pkgid_bypid(getpid(), package, sizeof package), 0);
-  // The next note clears it away.
+  // Its own note takes the place of the earlier one.
+  ASSERT_TRUE(workstation::registerProcess(getpid(), "moon"));
+  ASSERT_EQ(aul_app_get_pkgid_bypid(getpid(), package, sizeof package), 0);
+  EXPECT_STREQ(package, "moon");
+}
+
+TEST_F(ServicesTest, NotesOfEndedProcessesAreClearedAway) {
+  const pid_t child = fork();
+  if (child == 0) _exit(workstation::registerProcess(getpid(), "clock") ? 0 : 1);
+  int status = -1;
+  waitpid(child, &status, 0);
+  ASSERT_EQ(status, 0);
+  const auto note = std::filesystem::path(kProcesses) / std::to_string(child);
+  EXPECT_TRUE(std::filesystem::is_symlink(note));
   ASSERT_TRUE(workstation::registerProcess(getppid(), "moon"));
-  EXPECT_EQ(sqlite3_exec(registry, "DELETE FROM process", nullptr, nullptr, nullptr), SQLITE_OK);
-  EXPECT_EQ(sqlite3_changes(registry), 1);
-  sqlite3_close(registry);
+  EXPECT_FALSE(std::filesystem::is_symlink(note));
+  EXPECT_TRUE(
+      std::filesystem::is_symlink(std::filesystem::path(kProcesses) / std::to_string(getppid())));
+}
+
+TEST_F(ServicesTest, AProcessThatCannotBeNotedIsAFailureWithItsCause) {
+  std::filesystem::create_directories("/opt/usr/share/quillon");
+  std::filesystem::remove_all(kProcesses);
+  std::ofstream(kProcesses) << "a file";
+  const auto noted = workstation::registerProcess(getpid(), "clock");
+  ASSERT_FALSE(noted);
+  EXPECT_THAT(noted.error().what, ::testing::HasSubstr("Not a directory"));
+  std::filesystem::remove(kProcesses);
 }
 
 TEST_F(ServicesTest, NullIsAFailureEverywhere) {

@@ -187,6 +187,31 @@ TEST_F(PackagesTest, AUsersOwnPackageGoesBeforeThatForAll) {
   EXPECT_EQ(findPackageOfApplication("a").value()->version, "all");
 }
 
+// What a process has found it knows again only while the registry is the same.
+TEST_F(PackagesTest, AnAnswerOfBeforeYieldsToWhatAnotherProcessInstalls) {
+  const auto versionOfA = [] {
+    const auto package = findPackageOfApplication("a");
+    return package && *package ? (*package)->version : std::string("none");
+  };
+  const auto inAnotherProcess = [](const char* version) {
+    return inChild([&] {
+      SamplePackage package("p", version);
+      return package.add("[[application]]\nid='a'\nexec='x'").install() ? 0 : 1;
+    });
+  };
+  const auto asLongAsAnswersStay = [] { usleep(150'000); };
+  EXPECT_EQ(versionOfA(), "none");
+  for (const char* version : {"1", "2", "3"}) {
+    ASSERT_EQ(inAnotherProcess(version), 0);
+    EXPECT_EQ(versionOfA(), version);
+    asLongAsAnswersStay();
+    EXPECT_EQ(versionOfA(), version);
+    EXPECT_EQ(versionOfA(), version);
+  }
+  ASSERT_EQ(inChild([] { return removePackage("p").value() ? 0 : 1; }), 0);
+  EXPECT_EQ(versionOfA(), "none");
+}
+
 TEST_F(PackagesTest, ManyProcessesInstallListAndRegisterAtOnce) {
   constexpr int kProcesses = 8;
   constexpr int kRounds = 5;

@@ -1,0 +1,78 @@
+#include "launcher/boost_listener.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "launcher/device_paths.h"
+
+namespace quillon::launcher {
+namespace {
+
+// What an exit handler, which takes no arguments, needs to know.
+int g_socket = -1;
+
+sockaddr_un addressOf(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return address;
+}
+
+const sockaddr* generic(const sockaddr_un& address) {
+  return reinterpret_cast<const sockaddr*>(&address);
+}
+
+// A datagram socket is not let in, so a daemon notices nothing: the kernel says EPROTOTYPE where a
+// stream socket has the address, and ECONNREFUSED where one was left behind, unix(7).
+bool hasDaemon(const sockaddr_un& address) {
+  const int probe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (probe < 0) return false;
+  const bool refused = connect(probe, generic(address), sizeof address) != 0 &&
+                       (errno == ENOENT || errno == ECONNREFUSED);
+  close(probe);
+  return !refused;
+}
+
+// In its place in one step: another launch may put its own there at the same moment, and the last
+// one serves both.
+bool listenAt(int listener, const std::string& path) {
+  const std::string aside = path + "." + std::to_string(getpid());
+  unlink(aside.c_str());
+  const sockaddr_un address = addressOf(aside);
+  if (bind(listener, generic(address), sizeof address) != 0) return false;
+  if (listen(listener, SOMAXCONN) == 0 && rename(aside.c_str(), path.c_str()) == 0) return true;
+  unlink(aside.c_str());
+  return false;
+}
+
+void stopListening() {
+  if (g_socket < 0) return;
+  // Its name first: whoever finds it is still heard.
+  unlink(device_paths::kBoostSocket);
+  close(g_socket);
+  g_socket = -1;
+}
+
+}  // namespace
+
+BoostListener::BoostListener() {
+  [[maybe_unused]] static const int registered = std::atexit(stopListening);
+  if (hasDaemon(addressOf(device_paths::kBoostSocket))) return;
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (listener < 0) return;
+  if (listenAt(listener, device_paths::kBoostSocket)) {
+    g_socket = listener;
+  } else {
+    close(listener);
+  }
+}
+
+BoostListener::~BoostListener() { stopListening(); }
+
+}  // namespace quillon::launcher

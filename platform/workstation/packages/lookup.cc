@@ -1,0 +1,59 @@
+#include "packages/lookup.h"
+
+#include <functional>
+
+#include "packages/lookup_memo.h"
+#include "packages/registry.h"
+
+namespace quillon::workstation {
+namespace {
+
+using Found = Expected<std::optional<Package>>;
+using Stamp = std::optional<LookupMemo::Stamp>;
+
+std::string packageQuestion(const std::string& id, uid_t user) {
+  return "package " + std::to_string(user) + " " + id;
+}
+
+std::string applicationQuestion(const std::string& appId, uid_t user) {
+  return "application " + std::to_string(user) + " " + appId;
+}
+
+void keep(const Stamp& stamp, const std::string& question, const Found& found) {
+  if (stamp && found) LookupMemo::keep(*stamp, question, *found);
+}
+
+// Asks the memo, else the registry as it was no earlier than the stamp.
+Found askOnce(const std::string& question,
+              const std::function<Found(Registry&, const Stamp&)>& ask) {
+  const Stamp stamp = LookupMemo::stampNow();
+  if (stamp) {
+    if (auto known = LookupMemo::find(*stamp, question)) return std::move(*known);
+  }
+  auto registry = Registry::openForReading();
+  if (!registry) return tl::unexpected(registry.error());
+  Found found = ask(*registry, stamp);
+  keep(stamp, question, found);
+  return found;
+}
+
+}  // namespace
+
+Found lookUpPackage(const std::string& id, uid_t user) {
+  return askOnce(packageQuestion(id, user), [&](Registry& registry, const Stamp& /*stamp*/) {
+    return registry.packageVisibleTo(id, user);
+  });
+}
+
+Found lookUpPackageOfApplication(const std::string& appId, uid_t user) {
+  return askOnce(applicationQuestion(appId, user), [&](Registry& registry, const Stamp& stamp) {
+    Found found = registry.packageOfApplication(appId, user);
+    if (found && *found) {
+      const std::string& id = (*found)->id;
+      keep(stamp, packageQuestion(id, user), registry.packageVisibleTo(id, user));
+    }
+    return found;
+  });
+}
+
+}  // namespace quillon::workstation

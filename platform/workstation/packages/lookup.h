@@ -1,0 +1,20 @@
+// Single packages of the registry, as one user sees them.
+#pragma once
+
+#include <sys/types.h>
+#include <workstation/failure.h>
+#include <workstation/packages.h>
+
+#include <optional>
+#include <string>
+
+namespace quillon::workstation {
+
+[[nodiscard]] Expected<std::optional<Package>> lookUpPackage(const std::string& id, uid_t user);
+
+// The package that holds an application. That package is likely to be looked up next and is known
+// without another look into the registry.
+[[nodiscard]] Expected<std::optional<Package>> lookUpPackageOfApplication(const std::string& appId,
+                                                                          uid_t user);
+
+}  // namespace quillon::workstation

@@ -1,0 +1,24 @@
+// Which process runs which package.
+//
+// One symbolic link for each process, "<data>/processes/<pid>", whose text is
+// "<start time>:<package id>". A link is made and replaced whole, by one system call, and reads back
+// whole, so any number of processes may note and look at once without a lock. Nothing waits for the
+// disk: after a restart of the machine no process of before is left to be known.
+#pragma once
+
+#include <sys/types.h>
+#include <workstation/failure.h>
+
+#include <optional>
+#include <string>
+
+namespace quillon::workstation {
+
+// Notes a living process and forgets those that have ended.
+[[nodiscard]] Expected<void> noteProcess(pid_t pid, const std::string& packageId);
+
+// The package that a living process runs; empty when there is no note, or one of an earlier process
+// with the same id.
+[[nodiscard]] std::optional<std::string> packageOfProcess(pid_t pid);
+
+}  // namespace quillon::workstation
