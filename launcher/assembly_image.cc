@@ -29,6 +29,7 @@ constexpr size_t kDirectorySize = 8;
 constexpr size_t kSectionSize = 40;
 constexpr size_t kCliFlags = 16;
 constexpr size_t kCliEntryPoint = 20;
+constexpr size_t kCliManagedNativeHeader = 64;
 constexpr uint32_t kNativeEntryPoint = 0x10;
 
 // Little-endian numbers at offsets that may lie anywhere.
@@ -82,12 +83,26 @@ std::optional<size_t> cliHeader(const Bytes& image, size_t pe) {
   return offsetOf(image, pe, *address);
 }
 
+// Where the PE header of an image stands; empty where the bytes are none.
+std::optional<size_t> peHeader(const Bytes& image) {
+  const auto pe = image.at<uint32_t>(kPeOffsetField);
+  if (!image.holds(0, kDosSignature) || !pe || !image.holds(*pe, kPeSignature)) return std::nullopt;
+  return *pe;
+}
+
+// Empty for a file that cannot be read.
+std::optional<std::string> contentOf(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream.is_open()) return std::nullopt;
+  return std::string{std::istreambuf_iterator<char>(stream), {}};
+}
+
 }  // namespace
 
 std::string_view wrongWithImage(std::string_view text) {
   const Bytes image(text);
-  const auto pe = image.at<uint32_t>(kPeOffsetField);
-  if (!image.holds(0, kDosSignature) || !pe || !image.holds(*pe, kPeSignature)) return kNoImage;
+  const auto pe = peHeader(image);
+  if (!pe) return kNoImage;
   const auto header = cliHeader(image, *pe);
   if (!header) return kNative;
   const auto flags = image.at<uint32_t>(*header + kCliFlags);
@@ -97,10 +112,21 @@ std::string_view wrongWithImage(std::string_view text) {
   return *entryPoint == 0 ? kNoEntryPoint : std::string_view();
 }
 
+bool bringsCompiledCode(std::string_view text) {
+  const Bytes image(text);
+  const auto pe = peHeader(image);
+  const auto header = pe ? cliHeader(image, *pe) : std::nullopt;
+  return header && image.at<uint32_t>(*header + kCliManagedNativeHeader).value_or(0) != 0;
+}
+
+bool bringsCompiledCode(const std::filesystem::path& file) {
+  const auto image = contentOf(file);
+  return image && bringsCompiledCode(std::string_view(*image));
+}
+
 Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  const std::string image{std::istreambuf_iterator<char>(stream), {}};
-  const std::string_view wrong = stream.is_open() ? wrongWithImage(image) : "it cannot be read";
+  const auto image = contentOf(file);
+  const std::string_view wrong = image ? wrongWithImage(*image) : "it cannot be read";
   if (wrong.empty()) return {};
   return fail("the runtime cannot run '" + file.string() + "': " + std::string(wrong),
               "name an assembly built as an application (OutputType Exe)");

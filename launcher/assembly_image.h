@@ -1,4 +1,4 @@
-// Whether a file is an assembly with an entry point.
+// Whether a file is an assembly with an entry point, and whether it brings compiled code.
 //
 // The runtime answers a file that is not with an exception that nobody can catch, and dies of it
 // (SIGABRT). The launcher looks first.
@@ -17,5 +17,10 @@ namespace quillon::launcher {
 // What is wrong with an image (PE/COFF with a CLI header, ECMA-335 II.25); empty where it can be
 // executed. Reads any bytes whatever without leaving them.
 std::string_view wrongWithImage(std::string_view image);
+
+// Whether an image brings compiled code (ReadyToRun) beside its IL, so that the runtime need not
+// compile what the application starts with. Reads any bytes whatever without leaving them.
+bool bringsCompiledCode(std::string_view image);
+bool bringsCompiledCode(const std::filesystem::path& file);
 
 }  // namespace quillon::launcher

@@ -7,6 +7,7 @@
 #include <future>
 #include <iostream>
 
+#include "launcher/assembly_image.h"
 #include "launcher/assembly_validation.h"
 #include "launcher/device_paths.h"
 #include "launcher/framework_check.h"
@@ -157,7 +158,7 @@ Launched<void> Launch::planProperties() {
 
 LaunchPlan Launch::plan() const {
   LaunchPlan plan{options_,      target_, lists_, runtimePlan_, pluginFile_.string(),
-                  tpaFromCache_, {},      {}};
+                  tpaFromCache_, bringsCompiledCode(fs::path(target_.assembly)), {}, {}};
   plan.refusals = predictRefusals(target_);
   const auto framework = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
                                           options_.device.string());

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "launcher/launch.h"
+#include "launcher/timeline/timed_launch.h"
 #include "tools/command.h"
 
 namespace quillon::launcher {
@@ -65,6 +66,11 @@ void addOutput(CLI::App& command, LaunchOptions& options) {
   CLI::Option* const plan =
       command.add_flag("--plan", options.plan, "Print what a launch would do, and do no more");
   command.add_flag("--json", options.json, "Print the plan as JSON")->needs(plan);
+  command
+      .add_option("--timeline", options.timeline,
+                  "Page to picture the launch in; trace events are put beside it as .json")
+      ->type_name("FILE.html")
+      ->excludes(plan);
   command.add_flag("--verbose", options.verbose, "Print the plan on standard error, then launch");
 }
 
@@ -81,7 +87,7 @@ void addLaunchCommand(CLI::App& app) {
   command->footer("Arguments after -- are the application's.");
   command->callback([options] {
     options->arguments = programArguments();
-    endCommand(launch(*options));
+    endCommand(options->timeline.empty() ? launch(*options) : launchWithTimeline(*options));
   });
 }
 

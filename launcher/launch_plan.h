@@ -20,6 +20,7 @@ struct LaunchPlan {
   const RuntimePlan& runtime;
   std::string plugin;  // file
   bool tpaFromCache = false;
+  bool bringsCompiledCode = false;      // the application's assembly, for the runtime to start with
   std::vector<LaunchFailure> refusals;  // why the application would not come to run
   std::optional<Failure> missing;       // what the machine lacks for the rest, if anything
 };

@@ -12,14 +12,15 @@ Json listJson(const std::optional<std::string>& list) {
   return list ? Json(splitList(*list)) : Json(nullptr);
 }
 
-Json applicationJson(const LaunchTarget& target) {
+Json applicationJson(const LaunchTarget& target, bool readyToRun) {
   return {{"id", target.application.id},
           {"package", target.package.id},
           {"version", target.package.version},
           {"root", target.package.rootPath},
           {"type", target.type},
           {"executable", target.exec},
-          {"assembly", target.assembly}};
+          {"assembly", target.assembly},
+          {"readyToRun", readyToRun}};
 }
 
 Json listsJson(const LaunchPlan& plan) {
@@ -95,7 +96,7 @@ Json frameworkJson(const RuntimePlan& runtime) {
 
 void printPlanJson(const LaunchPlan& plan, std::ostream& out) {
   const RuntimePlan& runtime = plan.runtime;
-  const Json json = {{"application", applicationJson(plan.target)},
+  const Json json = {{"application", applicationJson(plan.target, plan.bringsCompiledCode)},
                      {"device", plan.options.device.string()},
                      {"plugin", plan.plugin},
                      {"framework", frameworkJson(runtime)},

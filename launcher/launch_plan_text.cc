@@ -34,6 +34,11 @@ std::string tpaText(const LaunchPlan& plan) {
   return count + " assemblies " + origin;
 }
 
+std::string compiledText(const LaunchPlan& plan) {
+  if (plan.bringsCompiledCode) return "yes, the assembly is ReadyToRun";
+  return "none: has no ReadyToRun code, starts slower; build it with PublishReadyToRun";
+}
+
 std::vector<std::string> requiredText(const RuntimePlan& runtime) {
   std::vector<std::string> lines;
   for (const RequiredDpc& dpc : runtime.requiredDpc) {
@@ -83,6 +88,7 @@ void printPlanText(const LaunchPlan& plan, std::ostream& out) {
   line(out, "plug-in", plan.plugin);
   line(out, "framework", frameworkText(plan.runtime));
   line(out, "trusted list", tpaText(plan));
+  line(out, "compiled code", compiledText(plan));
   section(out, "calls, in order", callsOf(plan));
   section(out, "assembly folders (APP_PATHS)", plan.runtime.appPaths.entries());
   section(out, "left out of APP_PATHS", plan.runtime.appPaths.ignored());

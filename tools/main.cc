@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "launcher/launch_command.h"
+#include "launcher/timeline/timeline_command.h"
 #include "tools/command.h"
 #include "tools/config_command.h"
 #include "tools/device_command.h"
@@ -22,6 +23,7 @@ void addCommands(CLI::App& app) {
   quillon::addPackageCommand(app);
   quillon::addConfigCommand(app);
   quillon::launcher::addLaunchCommand(app);
+  quillon::launcher::addTimelineCommand(app);
   quillon::addZoneCommand(app);
   quillon::addPartnerCommand(app);
   quillon::addValidatorCommand(app);

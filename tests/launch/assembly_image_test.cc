@@ -76,6 +76,18 @@ TEST(AssemblyImage, WithWildNumbersIsReadWithinItsBounds) {
   }
 }
 
+TEST(AssemblyImage, BringsCompiledCodeWhereItNamesItsHeader) {
+  constexpr size_t kManagedNativeHeader = 0x200 + 8 + 64;
+  std::string compiled = image(0x06000001);
+  EXPECT_FALSE(bringsCompiledCode(std::string_view(compiled)));
+  put(compiled, kManagedNativeHeader, 0x2060, 4);
+  EXPECT_TRUE(bringsCompiledCode(std::string_view(compiled)));
+  for (size_t size = 0; size < kManagedNativeHeader + 4; ++size) {
+    EXPECT_FALSE(bringsCompiledCode(std::string_view(compiled).substr(0, size))) << size;
+  }
+  EXPECT_FALSE(bringsCompiledCode(std::filesystem::path("/nonexistent/App.dll")));
+}
+
 TEST(AssemblyImage, ThatCannotBeReadIsNamed) {
   const auto checked = requireExecutableAssembly("/nonexistent/App.dll");
   ASSERT_FALSE(checked.has_value());

@@ -221,5 +221,48 @@ TEST_F(Launch, AsksForNoLogControlWhenRaw) {
   EXPECT_THAT(contentOf(log), Not(HasSubstr("plugin_has_log_control")));
 }
 
+TEST_F(Launch, PicturesItselfToItsEnd) {
+  const fs::path page = fresh("launch.html");
+  const Ending ending = launch({kClock, "--timeline", page, "--", "--exit", "7"});
+  EXPECT_EQ(ending.status, 7) << ending.err;
+  EXPECT_EQ(valueOf(ending, "application"), kClock);
+  const std::string text = contentOf(page);
+  for (const char* step : {">enter the device root<", ">load the runtime&#39;s libraries<",
+                           ">plugin_initialize<", ">[quillon-tv-plugin] GetTPA Start<",
+                           ">coreclr_initialize<", ">plugin_set_app_info<",
+                           ">coreclr_execute_assembly: Main<", ">coreclr_shutdown_2<",
+                           "ended with status 7"}) {
+    EXPECT_THAT(text, HasSubstr(step));
+  }
+  EXPECT_THAT(contentOf(fresh("launch.json")), HasSubstr("\"name\":\"coreclr_initialize\""));
+}
+
+TEST_F(Launch, PicturesAnApplicationThatDies) {
+  const fs::path page = fresh("launch.html");
+  const Ending ending = launch({kClock, "--timeline", page, "--", "--throw"});
+  EXPECT_EQ(ending.status, 128 + SIGABRT);
+  EXPECT_THAT(contentOf(page), HasSubstr("ended by signal 6"));
+  EXPECT_THAT(contentOf(page), HasSubstr("did not end"));
+}
+
+TEST_F(Launch, PicturesALaunchThatFails) {
+  const fs::path page = fresh("launch.html");
+  const Ending ending = launch({"org.velora.nothing", "--timeline", page});
+  EXPECT_EQ(ending.status, 104);
+  EXPECT_THAT(contentOf(page), HasSubstr(">find the application<"));
+  EXPECT_THAT(contentOf(page), HasSubstr("ended with status 104"));
+  const Ending unwritable = launch({kClock, "--timeline", "/nonexistent/launch.html"});
+  EXPECT_EQ(unwritable.status, 112);
+  EXPECT_THAT(unwritable.err, HasSubstr("cannot write the timeline '/nonexistent/launch.json'"));
+  EXPECT_EQ(unwritable.out, "");
+}
+
+TEST_F(Launch, TakesTheRuntimesSettingsAsOnOrOff) {
+  const Ending off = launch({"--diagnostics", "off", "--tiered-pgo", "off", kClock});
+  EXPECT_EQ(off.status, 0) << off.err;
+  EXPECT_EQ(valueOf(off, "application"), kClock);
+  EXPECT_EQ(launch({"--diagnostics", "maybe", kClock}).status, 100);
+}
+
 }  // namespace
 }  // namespace quillon::test

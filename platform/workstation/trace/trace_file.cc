@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
+#include <workstation/trace_start.h>
 
 #include <array>
 #include <cerrno>
@@ -33,23 +34,31 @@ bool writeOpening(int fd) {
   return opened;
 }
 
+// Invalid, with errno set, where the file cannot be written.
 Descriptor openTrace(const char* path) {
   constexpr mode_t kMode = 0644;
   const Descriptor low(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, kMode));
   // Out of the range that programs use themselves.
   Descriptor fd(low ? fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstTraceDescriptor) : -1);
   if (fd && writeOpening(fd.get())) return fd;
-  writeAll(STDERR_FILENO, std::string("quillon: QUILLON_TRACE: cannot write the trace file '") +
-                              path + "': " + std::strerror(errno) + "; going on without a trace\n");
   return {};
 }
 
+Descriptor openNamedTrace() {
+  const char* path = std::getenv("QUILLON_TRACE");
+  if (path == nullptr || *path == '\0') return {};
+  Descriptor file = openTrace(path);
+  if (!file) {
+    writeAll(STDERR_FILENO, std::string("quillon: QUILLON_TRACE: cannot write the trace file '") +
+                                path + "': " + std::strerror(errno) +
+                                "; going on without a trace\n");
+  }
+  return file;
+}
+
 // Lives until the process ends: threads may trace while static objects are destroyed.
-const Descriptor& traceFile() {
-  static const Descriptor& file = *[] {
-    const char* path = std::getenv("QUILLON_TRACE");
-    return new Descriptor(path == nullptr || *path == '\0' ? Descriptor() : openTrace(path));
-  }();
+Descriptor& traceFile() {
+  static Descriptor& file = *new Descriptor(openNamedTrace());
   return file;
 }
 
@@ -70,6 +79,16 @@ std::string commonFields(char phase) {
 bool append(const std::string& event) { return writeAll(traceFile().get(), event); }
 
 }  // namespace
+
+Expected<void> startTrace(const std::string& path) {
+  Descriptor file = openTrace(path.c_str());
+  if (!file) {
+    return fail("cannot write the trace file '" + path + "': " + std::strerror(errno),
+                "name a file in a folder that exists and can be written");
+  }
+  traceFile() = std::move(file);
+  return {};
+}
 
 bool isTracing() { return static_cast<bool>(traceFile()); }
 
