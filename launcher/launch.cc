@@ -157,8 +157,15 @@ Launched<void> Launch::planProperties() {
 }
 
 LaunchPlan Launch::plan() const {
-  LaunchPlan plan{options_,      target_, lists_, runtimePlan_, pluginFile_.string(),
-                  tpaFromCache_, bringsCompiledCode(fs::path(target_.assembly)), {}, {}};
+  LaunchPlan plan{options_,
+                  target_,
+                  lists_,
+                  runtimePlan_,
+                  pluginFile_.string(),
+                  tpaFromCache_,
+                  bringsCompiledCode(fs::path(target_.assembly)),
+                  {},
+                  {}};
   plan.refusals = predictRefusals(target_);
   const auto framework = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
                                           options_.device.string());

@@ -16,8 +16,9 @@ struct RuntimeSettings {
   std::optional<bool> quickJitForLoops;
   std::optional<bool> tieredPgo;
   std::optional<bool> readyToRun;
-  std::optional<bool> writeXorExecute;  // a defence: memory is never writable and executable at once
-  std::optional<bool> diagnostics;      // debugger, profiler and the diagnostic socket
+  std::optional<bool>
+      writeXorExecute;              // a defence: memory is never writable and executable at once
+  std::optional<bool> diagnostics;  // debugger, profiler and the diagnostic socket
 };
 
 // Puts what is chosen into the process's environment. Call before the runtime is created.

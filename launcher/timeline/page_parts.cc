@@ -88,11 +88,21 @@ std::string escaped(std::string_view text) {
   std::string safe;
   for (const char letter : text) {
     switch (letter) {
-      case '&': safe += "&amp;"; break;
-      case '<': safe += "&lt;"; break;
-      case '>': safe += "&gt;"; break;
-      case '"': safe += "&quot;"; break;
-      case '\'': safe += "&#39;"; break;
+      case '&':
+        safe += "&amp;";
+        break;
+      case '<':
+        safe += "&lt;";
+        break;
+      case '>':
+        safe += "&gt;";
+        break;
+      case '"':
+        safe += "&quot;";
+        break;
+      case '\'':
+        safe += "&#39;";
+        break;
       default:
         safe += static_cast<unsigned char>(letter) < 0x20 || letter == 0x7f ? ' ' : letter;
     }

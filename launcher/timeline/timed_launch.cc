@@ -119,8 +119,7 @@ int launchWithTimeline(const LaunchOptions& options) {
   const int status = waitFor(child);
   const std::string ending = endingOf(status);
   if (workstation::startTrace(trace.string())) mark("the application's process " + ending);
-  const auto written =
-      writeTimelinePage(trace, options.timeline, options.appId + " " + ending);
+  const auto written = writeTimelinePage(trace, options.timeline, options.appId + " " + ending);
   if (!written) report(written.error(), kServiceFailed);
   return endAs(status);
 }

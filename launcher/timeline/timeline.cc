@@ -72,7 +72,8 @@ void TimelineReader::add(const Json& event) {
   const bool isMark = phase == "i";
   const auto depth = static_cast<int>(one.open.size());
   if (!isMark) one.open.push_back(one.thread.entries.size());
-  one.thread.entries.push_back({field(event, "name", std::string()), at, at, depth, isMark, !isMark});
+  one.thread.entries.push_back(
+      {field(event, "name", std::string()), at, at, depth, isMark, !isMark});
 }
 
 Timeline TimelineReader::finish() {

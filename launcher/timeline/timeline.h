@@ -13,10 +13,10 @@ namespace quillon::launcher {
 struct TimelineEntry {
   std::string name;
   double start = 0;
-  double end = 0;         // that of a mark is its start
-  int depth = 0;          // spans around it
+  double end = 0;  // that of a mark is its start
+  int depth = 0;   // spans around it
   bool isMark = false;
-  bool isOpen = false;    // the trace ends before the span does
+  bool isOpen = false;  // the trace ends before the span does
 };
 
 // What one thread did, in the order in which it began.

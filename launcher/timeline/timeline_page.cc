@@ -111,8 +111,8 @@ std::string Picture::labelOf(const TimelineEntry& entry) const {
   const std::string text = entry.isMark   ? "at " + milliseconds(entry.start)
                            : entry.isOpen ? "did not end"
                                           : milliseconds(entry.end - entry.start);
-  return "<text class='time' x='" + std::to_string(kWidth - 8) + "' y='" +
-         std::to_string(y_ + 14) + "'>" + text + "</text>";
+  return "<text class='time' x='" + std::to_string(kWidth - 8) + "' y='" + std::to_string(y_ + 14) +
+         "'>" + text + "</text>";
 }
 
 std::string Picture::nameOf(const TimelineEntry& entry) const {
@@ -147,10 +147,10 @@ std::string Picture::draw() {
   for (const TimelineThread& thread : timeline_.threads) drawThread(thread);
   const int height = y_ + 8;
   drawScale(height);
-  return "<svg id='picture' viewBox='0 0 " + std::to_string(kWidth) + " " +
-         std::to_string(height) + "' role='img' data-left='" + std::to_string(kNamesWidth) +
-         "' data-width='" + std::to_string(kBarsWidth) + "' data-end='" + number(length_) +
-         "'>\n<g id='rows'>\n" + rows_ + "</g>\n<g id='scale'>\n" + scale_ + "</g>\n</svg>\n";
+  return "<svg id='picture' viewBox='0 0 " + std::to_string(kWidth) + " " + std::to_string(height) +
+         "' role='img' data-left='" + std::to_string(kNamesWidth) + "' data-width='" +
+         std::to_string(kBarsWidth) + "' data-end='" + number(length_) + "'>\n<g id='rows'>\n" +
+         rows_ + "</g>\n<g id='scale'>\n" + scale_ + "</g>\n</svg>\n";
 }
 
 }  // namespace

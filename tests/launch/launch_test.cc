@@ -227,11 +227,10 @@ TEST_F(Launch, PicturesItselfToItsEnd) {
   EXPECT_EQ(ending.status, 7) << ending.err;
   EXPECT_EQ(valueOf(ending, "application"), kClock);
   const std::string text = contentOf(page);
-  for (const char* step : {">enter the device root<", ">load the runtime&#39;s libraries<",
-                           ">plugin_initialize<", ">[quillon-tv-plugin] GetTPA Start<",
-                           ">coreclr_initialize<", ">plugin_set_app_info<",
-                           ">coreclr_execute_assembly: Main<", ">coreclr_shutdown_2<",
-                           "ended with status 7"}) {
+  for (const char* step :
+       {">enter the device root<", ">load the runtime&#39;s libraries<", ">plugin_initialize<",
+        ">[quillon-tv-plugin] GetTPA Start<", ">coreclr_initialize<", ">plugin_set_app_info<",
+        ">coreclr_execute_assembly: Main<", ">coreclr_shutdown_2<", "ended with status 7"}) {
     EXPECT_THAT(text, HasSubstr(step));
   }
   EXPECT_THAT(contentOf(fresh("launch.json")), HasSubstr("\"name\":\"coreclr_initialize\""));

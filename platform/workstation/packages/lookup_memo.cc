@@ -37,8 +37,8 @@ bool isSame(const struct stat& one, const struct stat& other) {
 bool isSettled(const struct stat& file) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  const long long age = (now.tv_sec - file.st_ctim.tv_sec) * 1'000'000'000LL +
-                        (now.tv_nsec - file.st_ctim.tv_nsec);
+  const long long age =
+      (now.tv_sec - file.st_ctim.tv_sec) * 1'000'000'000LL + (now.tv_nsec - file.st_ctim.tv_nsec);
   return age > kSettledNs;
 }
 

@@ -52,9 +52,7 @@ bool replaceLink(const std::string& text, const std::string& path) {
 }
 
 // The process of a note's name or of one that is being put in its place; 0 for other names.
-pid_t processOf(const char* name) {
-  return static_cast<pid_t>(std::strtol(name, nullptr, 10));
-}
+pid_t processOf(const char* name) { return static_cast<pid_t>(std::strtol(name, nullptr, 10)); }
 
 void forgetEndedProcesses() {
   const auto close = [](DIR* directory) { closedir(directory); };

@@ -1,9 +1,9 @@
 // Which process runs which package.
 //
 // One symbolic link for each process, "<data>/processes/<pid>", whose text is
-// "<start time>:<package id>". A link is made and replaced whole, by one system call, and reads back
-// whole, so any number of processes may note and look at once without a lock. Nothing waits for the
-// disk: after a restart of the machine no process of before is left to be known.
+// "<start time>:<package id>". A link is made and replaced whole, by one system call, and reads
+// back whole, so any number of processes may note and look at once without a lock. Nothing waits
+// for the disk: after a restart of the machine no process of before is left to be known.
 #pragma once
 
 #include <sys/types.h>
