@@ -14,7 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
+#include <string_view>
 #include <thread>
 
 #include "tests/crash/child.h"
@@ -123,6 +123,12 @@ std::string takeLog() {
   std::string text(source.text.data(), std::min(source.size.load(), source.text.size()));
   source.size = 0;
   return text;
+}
+
+bool isInLog(const char* text) {
+  const Log& source = sharedLog();
+  const std::size_t size = std::min(source.size.load(), source.text.size());
+  return std::string_view(source.text.data(), size).find(text) != std::string_view::npos;
 }
 
 SlowLog::SlowLog(unsigned microseconds) { slowness = microseconds; }

@@ -26,6 +26,9 @@ void holdEveryLock();
 // What the process and its children have logged since the last call: one "PRIORITY TEXT" a line.
 std::string takeLog();
 
+// Whether that log holds a text.
+bool isInLog(const char* text);
+
 // While it lives, each record takes so long to be logged.
 class SlowLog {
  public:
