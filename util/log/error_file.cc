@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
-#include <fstream>
+#include <memory>
 
 #include "util/log/log.h"
 
@@ -30,8 +30,10 @@ void writeStringTofile(std::string_view text) {
   if (errorLogFile.empty()) {
     errorLogFile = nameForThisProcess();
   }
-  std::ofstream file(errorLogFile, std::ios::app | std::ios::binary);
-  if (file) {
-    file << text << '\n';
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(errorLogFile.c_str(), "ae"),
+                                                   std::fclose);
+  if (file != nullptr) {
+    std::fwrite(text.data(), 1, text.size(), file.get());
+    std::fputc('\n', file.get());
   }
 }
