@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "tests/unit/util/capture/capture_process.h"
+#include "tests/unit/util/capture/scripted_calls.h"
 #include "util/log/stream_capture.h"
 
 namespace quillon::test {
@@ -68,6 +69,20 @@ TEST(CrashFlags, AreSetByChunksOfStandardErrorAndStaySet) {
     EXPECT_EQ(captured.note(words.text), expected) << words.text;
     EXPECT_EQ(captured.note("nothing of note\n"), expected) << words.text;
   }
+}
+
+// The file's name is made, and with it the time asked for, before anything is written to it.
+TEST(CrashFlags, AreSetBeforeTheErrorFileIsWritten) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    calls().onTime = [&] {
+      notes["flags"] = managedExceptionOccurred && memoryIssueOccurred ? "set" : "not set";
+    };
+    tvRunLoggingThread();
+    put(STDERR_FILENO, "a.dll: double free or corruption");
+    waitForStderrReader(kAMinute);
+    calls().onTime = {};
+  });
+  EXPECT_EQ(captured.note("flags"), "set");
 }
 
 TEST(CrashFlags, AddUp) {

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <thread>
@@ -220,13 +221,24 @@ TEST(ErrorFile, HoldsEachChunkWithANewlineAndIsNamedOnce) {
   EXPECT_EQ(captured.note("asked"), "1001");
 }
 
-TEST(ErrorFile, IsThereBeforeTheChunkIsLogged) {
-  const Captured captured = capture([] {
-    errorLogFile = "/proc/self/fd/" + std::to_string(STDOUT_FILENO);
-    putChunk("through the other stream");
-    errorLogFile.clear();
+// Where an event that holds `text` stands among those of the platform.
+size_t placeOf(const std::string& text) {
+  const auto& events = platform().events;
+  const auto place = std::find_if(events.begin(), events.end(), [&](const std::string& event) {
+    return event.find(text) != std::string::npos;
   });
-  EXPECT_THAT(captured.output(), ElementsAre("through the other stream"));
+  return static_cast<size_t>(place - events.begin());
+}
+
+TEST(ErrorFile, IsWrittenBeforeTheChunkIsLogged) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    tvRunLoggingThread();
+    putChunk("the chunk");
+    const bool isFirst = placeOf("void writeStringTofile") < placeOf("log the chunk");
+    notes["first"] =
+        isFirst && placeOf("log the chunk") < platform().events.size() ? "file" : "log";
+  });
+  EXPECT_EQ(captured.note("first"), "file");
 }
 
 TEST(ErrorFile, ExistsOnlyWhereSomethingWasWrittenToStandardError) {
