@@ -15,10 +15,8 @@ namespace quillon::test {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 using Words = std::vector<std::string>;
 
@@ -69,17 +67,14 @@ class Endings : public RuntimeTest {
   }
 
   // The application's status and messages; `actions` are those of the sample.
-  Outcome end(const Words& actions, const Words& environment = {}) {
+  Outcome end(const Words& actions) {
     Words command = {kEnding, "--"};
     command.insert(command.end(), actions.begin(), actions.end());
-    Words all = {"QUILLON_LOG=json:" + logFile().string()};
-    all.insert(all.end(), environment.begin(), environment.end());
     fs::remove(logFile());
-    const Ending ending = launchCaptured(command, all);
+    const Ending ending = launchCaptured(command, {"QUILLON_LOG=json:" + logFile().string()});
     return {ending.status, messages()};
   }
 
-  // The same for an application that waits to be terminated.
   Outcome terminate(const Words& actions) {
     fs::remove(logFile());
     write(logFile(), "");
@@ -92,16 +87,23 @@ class Endings : public RuntimeTest {
   }
 
   void expectBoth(const Words& actions, int status, const Words& expected) {
-    expectEnding("without the marker", actions, status, expected);
+    expectOutcome("without the marker", end(actions), status, expected);
     write(at(kDumpMarker), "");
-    expectEnding("with the marker", actions, status, expected);
+    expectOutcome("with the marker", end(actions), status, expected);
+  }
+
+  // The same for an application that waits to be terminated.
+  void expectBothTerminated(const Words& actions, int status, const Words& expected) {
+    expectOutcome("without the marker", terminate(actions), status, expected);
+    write(at(kDumpMarker), "");
+    expectOutcome("with the marker", terminate(actions), status, expected);
   }
 
   // An abort that ends quietly without the marker only.
   void expectQuietWithoutMarker(const Words& actions) {
-    expectEnding("without the marker", actions, 0, {kAbort, kQuiet});
+    expectOutcome("without the marker", end(actions), 0, {kAbort, kQuiet});
     write(at(kDumpMarker), "");
-    expectEnding("with the marker", actions, kAborted, {kAbort});
+    expectOutcome("with the marker", end(actions), kAborted, {kAbort});
   }
 
   std::string log() const { return contentOf(logFile()); }
@@ -138,9 +140,8 @@ class Endings : public RuntimeTest {
     return result;
   }
 
-  void expectEnding(const char* circumstance, const Words& actions, int status,
-                    const Words& expected) {
-    const Outcome outcome = end(actions);
+  void expectOutcome(const char* circumstance, const Outcome& outcome, int status,
+                     const Words& expected) const {
     EXPECT_EQ(outcome.status, status) << circumstance << "\n" << log();
     EXPECT_THAT(outcome.messages, ElementsAreArray(expected)) << circumstance << "\n" << log();
   }
@@ -219,17 +220,11 @@ TEST_F(Endings, ATerminationEndsQuietly) {
   if (std::stoi(findFramework()->version) < 10) {
     QUILLON_SKIP("a runtime before version 10 handles SIGTERM itself");
   }
-  const Outcome outcome = terminate({"wait"});
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_THAT(outcome.messages, ElementsAre(kTerm));
-  write(at(kDumpMarker), "");
-  EXPECT_EQ(terminate({"wait"}).status, 0);
+  expectBothTerminated({"wait"}, 0, {kTerm});
 }
 
 TEST_F(Endings, ATerminationThatTheApplicationHandlesIsItsOwn) {
-  const Outcome outcome = terminate({"handle-term", "wait"});
-  EXPECT_EQ(outcome.status, 6);
-  EXPECT_THAT(outcome.messages, IsEmpty());
+  expectBothTerminated({"handle-term", "wait"}, 6, {});
 }
 
 TEST_F(Endings, AFaultAfterTheLastCallOfThePluginEndsQuietly) {
