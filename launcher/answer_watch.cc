@@ -14,7 +14,7 @@ namespace quillon::launcher {
 namespace {
 
 constexpr time_t kSecondsBetweenLooks = 1;
-constexpr int kLooksBeforeWaitIsTold = 3;
+constexpr int kLooksBeforeWaitIsTold = 2;
 
 // All that the signal handler needs, made before the timer is set.
 struct Watched {

@@ -1,8 +1,8 @@
 #include "tools/validator/answer_pipe.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <quillon_tv_plugin.h>
-#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,41 +22,52 @@ constexpr std::chrono::seconds kPatience(10);
 constexpr std::chrono::microseconds kShortestPause(50);
 constexpr std::chrono::microseconds kLongestPause(5000);
 
-// A reading end. While it is open the pipe keeps what nobody else has open.
+// A writing end: it keeps the pipe's content, and is told when the last reader closes.
 class AnswerPipe {
  public:
-  AnswerPipe()
-      : descriptor_(open(QUILLON_DLL_ANSWER_PIPE, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC)) {
-  }
+  AnswerPipe() : descriptor_(openPipe(O_WRONLY)), error_(errno) {}
   ~AnswerPipe() {
     if (descriptor_ >= 0) close(descriptor_);
   }
   AnswerPipe(const AnswerPipe&) = delete;
   AnswerPipe& operator=(const AnswerPipe&) = delete;
 
+  // open(2) of a pipe that no process reads fails with ENXIO (fifo(7)); an asker opens it first.
+  bool isUnread() const { return descriptor_ < 0 && error_ == ENXIO; }
   bool isPipe() const {
     struct stat status {};
     return descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && S_ISFIFO(status.st_mode);
+  }
+  bool hasReaders() const {
+    pollfd look{descriptor_, POLLOUT, 0};
+    return poll(&look, 1, 0) < 0 || (look.revents & POLLERR) == 0;
   }
   bool isEmpty() const {
     int unread = 0;
     return ioctl(descriptor_, FIONREAD, &unread) != 0 || unread == 0;
   }
-  void drain() const {
+  static void drain() {
     std::array<char, 4096> unread;
-    while (read(descriptor_, unread.data(), unread.size()) > 0) {
+    const int reader = openPipe(O_RDONLY);
+    while (read(reader, unread.data(), unread.size()) > 0) {
     }
+    close(reader);
   }
 
  private:
+  static int openPipe(int direction) {
+    return open(QUILLON_DLL_ANSWER_PIPE, direction | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  }
+
   int descriptor_;
+  int error_;
 };
 
 // False when nobody emptied the pipe in time.
-bool waitUntilEmpty(const AnswerPipe& pipe, pid_t asker) {
+bool waitUntilEmpty(const AnswerPipe& pipe) {
   const auto end = steady_clock::now() + kPatience;
   for (auto pause = kShortestPause; !pipe.isEmpty(); pause = std::min(2 * pause, kLongestPause)) {
-    if (hasEnded(asker) || steady_clock::now() > end) return false;
+    if (!pipe.hasReaders() || steady_clock::now() > end) return pipe.isEmpty();
     std::this_thread::sleep_for(pause);
   }
   return true;
@@ -64,15 +75,14 @@ bool waitUntilEmpty(const AnswerPipe& pipe, pid_t asker) {
 
 }  // namespace
 
-bool hasEnded(pid_t process) { return process > 0 && kill(process, 0) != 0 && errno == ESRCH; }
-
-Delivery deliver(pid_t asker, const std::function<void()>& send) {
+Delivery deliver(const std::function<void()>& send) {
   const AnswerPipe pipe;
+  if (pipe.isUnread()) return Delivery::kNobody;
   if (!pipe.isPipe()) return Delivery::kNoPipe;
-  pipe.drain();
+  if (!pipe.isEmpty()) AnswerPipe::drain();
   send();
-  if (waitUntilEmpty(pipe, asker)) return Delivery::kTaken;
-  pipe.drain();
+  if (waitUntilEmpty(pipe)) return Delivery::kTaken;
+  AnswerPipe::drain();
   return Delivery::kWithdrawn;
 }
 

@@ -6,24 +6,19 @@
 // nobody took would be taken for the answer to a later request.
 #pragma once
 
-#include <sys/types.h>
-
 #include <functional>
 
 namespace quillon::validator {
 
 enum class Delivery {
   kTaken,      // somebody read it
-  kWithdrawn,  // nobody did in time, or the asker ended: thrown away
+  kNobody,     // not sent: no process has the pipe open, and so none waits
+  kWithdrawn,  // all who waited ended, or nobody read it in ten seconds: thrown away
   kNoPipe,     // the pipe is gone, or is no pipe
 };
 
-// Sends an answer with `send` (create_pipe_client) and waits until it was read: at most ten
-// seconds, and no longer than process `asker` lives, 0 being a process that is not known. What is
-// in the pipe before is thrown away.
-[[nodiscard]] Delivery deliver(pid_t asker, const std::function<void()>& send);
-
-// Whether a process is known to have ended.
-[[nodiscard]] bool hasEnded(pid_t process);
+// Sends an answer with `send` (create_pipe_client) and waits until it was read. What is in the pipe
+// before is thrown away.
+[[nodiscard]] Delivery deliver(const std::function<void()>& send);
 
 }  // namespace quillon::validator

@@ -66,9 +66,6 @@ class Desk {
     if (!request.wrong.empty()) {
       say("malformed request '" + request.text + "': " + request.wrong);
       if (request.isRequest) send(request, kMalformed);
-    } else if (hasEnded(request.process)) {
-      say("not answered: process " + std::to_string(request.process) +
-          " has ended, which asked for " + request.path);
     } else {
       const Decision decision = decide(policy_, request.path);
       say(describe(request, decision));
@@ -77,11 +74,17 @@ class Desk {
   }
 
   void send(const Request& request, const char* message) {
-    const Delivery delivery = deliver(request.process, [&] { plugin_.createPipeClient(message); });
-    if (delivery == Delivery::kTaken) return;
     const std::string process = "process " + std::to_string(request.process);
-    say(delivery == Delivery::kNoPipe ? "the answer pipe is gone; " + process + " was not answered"
-                                      : "withdrawn: " + process + " did not take its answer");
+    switch (deliver([&] { plugin_.createPipeClient(message); })) {
+      case Delivery::kTaken:
+        return;
+      case Delivery::kNobody:
+        return say("not answered: nobody waits any more, " + process + " asked");
+      case Delivery::kWithdrawn:
+        return say("withdrawn: nobody took the answer to " + process);
+      case Delivery::kNoPipe:
+        return say("the answer pipe is gone; " + process + " was not answered");
+    }
   }
 
   const Policy& policy_;

@@ -1,0 +1,196 @@
+// quillon launch --validate, with quillon validator beside it.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "tests/launch/sample_device.h"
+#include "tools/exit_status.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+constexpr char kQuillon[] = QUILLON_BUILD_DIRECTORY "/bin/quillon";
+constexpr char kBin[] = "/opt/usr/apps/org.velora.sample.clock/bin/";
+constexpr char kAllowAll[] = "default = \"allow\"\n";
+
+// Waits until a file holds a text, for ten seconds at most.
+bool waitFor(const fs::path& file, const std::string& text) {
+  for (int look = 0; look < 2000; ++look) {
+    if (contentOf(file).find(text) != std::string::npos) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return false;
+}
+
+// A validator of a device root that answers from the constructor to the destructor.
+class Validator {
+ public:
+  Validator(const fs::path& device, const fs::path& folder, const std::string& policy)
+      : output_(folder / "validator.out") {
+    write(folder / "policy.toml", policy);
+    write(output_, "");
+    const std::string policyFile = folder / "policy.toml";
+    process_ = fork();
+    if (process_ == 0) {
+      const int out = open(output_.c_str(), O_WRONLY | O_APPEND);
+      dup2(out, STDOUT_FILENO);
+      dup2(out, STDERR_FILENO);
+      setenv("QUILLON_LOG", "none", 1);
+      execl(kQuillon, kQuillon, "validator", "--device", device.c_str(), policyFile.c_str(),
+            nullptr);
+      _exit(127);
+    }
+    EXPECT_TRUE(waitFor(output_, "validator ready\n")) << contentOf(output_);
+  }
+  ~Validator() { end(SIGINT); }
+  Validator(const Validator&) = delete;
+  Validator& operator=(const Validator&) = delete;
+
+  std::string output() const { return contentOf(output_); }
+  void stop() const { kill(process_, SIGSTOP); }
+  // Its exit status, or 128 + signal.
+  int end(int signal) {
+    if (process_ < 0) return -1;
+    int status = 0;
+    kill(process_, signal);
+    waitpid(process_, &status, 0);
+    process_ = -1;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+  }
+
+ private:
+  fs::path output_;
+  pid_t process_ = -1;
+};
+
+class Validation : public RuntimeTest {
+ protected:
+  void SetUp() override {
+    RuntimeTest::SetUp();
+    if (!IsSkipped()) makeDevice();
+  }
+
+  Ending launchValidated() const { return launch({kClock, "--validate", "--", "--exit", "3"}); }
+
+  static void expectRefusal(const Ending& ending, int status, const std::string& what,
+                            const std::string& remedy) {
+    EXPECT_EQ(ending.status, status) << ending.out;
+    EXPECT_THAT(ending.err, AllOf(StartsWith("quillon: "), HasSubstr(what), HasSubstr(remedy)));
+    EXPECT_EQ(std::count(ending.err.begin(), ending.err.end(), '\n'), 1) << ending.err;
+    EXPECT_EQ(ending.out, "");
+  }
+};
+
+TEST_F(Validation, AsksAboutEachAssemblyOfTheApplicationMainOneFirst) {
+  Validator validator(root(), fresh("v"), kAllowAll);
+  write(at(std::string(kBin) + "Another.dll"), "x");
+  const Ending ending = launchValidated();
+  EXPECT_EQ(ending.status, 3) << ending.err;
+  EXPECT_EQ(ending.err, "");
+  const std::string bin = kBin;
+  EXPECT_THAT(validator.output(),
+              MatchesRegex("validator ready\n"
+                           "allowed " +
+                           bin +
+                           "SampleClock.dll to process [0-9]+: by default\n"
+                           "allowed " +
+                           bin +
+                           "Another.dll to process [0-9]+: by default\n"
+                           "allowed " +
+                           bin +
+                           "de/SampleClock.resources.dll to process [^\n]+\n"
+                           "allowed " +
+                           bin + "fr/SampleClock.resources.dll to process [^\n]+\n"));
+  EXPECT_EQ(validator.end(SIGINT), 0);
+  EXPECT_FALSE(fs::exists(at("/tmp/dotnet_pipe_in")));
+  EXPECT_FALSE(fs::exists(at("/tmp/dotnet_pipe_out")));
+}
+
+TEST_F(Validation, ARefusedAssemblyIsNamedAndNothingRuns) {
+  const std::string refused = std::string(kBin) + "fr";
+  Validator validator(root(), fresh("v"), kAllowAll + ("deny-paths = [\"" + refused + "\"]\n"));
+  expectRefusal(launchValidated(), kLibraryRefused,
+                "the validator refused the assembly '" + refused + "/SampleClock.resources.dll'",
+                "validator's policy");
+}
+
+TEST_F(Validation, ALinkIsRefusedUnasked) {
+  Validator validator(root(), fresh("v"), kAllowAll);
+  fs::create_symlink("SampleClock.dll", at(std::string(kBin) + "Link.dll"));
+  expectRefusal(launchValidated(), kLibraryRefused, "Link.dll' is a symbolic link",
+                "put the file itself");
+}
+
+TEST_F(Validation, NeedsAValidator) {
+  expectRefusal(launchValidated(), kValidatorState, "none runs in this device root",
+                "quillon validator --device DIR POLICY.toml");
+  Validator validator(root(), fresh("v"), kAllowAll);
+  EXPECT_EQ(validator.end(SIGKILL), 128 + SIGKILL);
+  EXPECT_TRUE(fs::exists(at("/tmp/dotnet_pipe_in")));
+  expectRefusal(launchValidated(), kValidatorState, "only its pipes are there",
+                "quillon validator --device DIR POLICY.toml");
+  write(at("/tmp/plain"), "");
+  fs::rename(at("/tmp/plain"), at("/tmp/dotnet_pipe_in"));
+  expectRefusal(launchValidated(), kValidatorState, "is no pipe", "quillon validator");
+}
+
+// A launch that goes on while the test looks on.
+class LaunchUnderWay {
+ public:
+  LaunchUnderWay(const fs::path& device, const fs::path& errors) : errors_(errors) {
+    write(errors_, "");
+    const std::string script = std::string("exec ") + kQuillon + " launch --device '" +
+                               device.string() + "' " + kClock + " --validate -- --exit 3 2>>'" +
+                               errors_.string() + "'";
+    ending_ = std::async(std::launch::async, [script] {
+      return run({"sh", "-c", script}, {"QUILLON_LOG=none"});
+    });
+  }
+  bool says(const std::string& text) const { return waitFor(errors_, text); }
+  int status() { return ending_.get().status; }
+
+ private:
+  fs::path errors_;
+  std::future<Ending> ending_;
+};
+
+TEST_F(Validation, DoesNotWaitInSilenceNorForADeadValidator) {
+  Validator validator(root(), fresh("v"), kAllowAll);
+  validator.stop();
+  LaunchUnderWay launch(root(), fresh("errors"));
+  const std::string subject = "'" + std::string(kBin) + "SampleClock.dll'; ";
+  EXPECT_TRUE(launch.says("quillon: waiting for the validator's answer about " + subject));
+  validator.end(SIGKILL);
+  EXPECT_EQ(launch.status(), kValidatorState);
+  EXPECT_TRUE(launch.says("quillon: the validator ended without an answer about " + subject));
+}
+
+// Answers carry no name: only one launch at a time may wait for one.
+TEST_F(Validation, LaunchesTakeTurns) {
+  Validator validator(root(), fresh("v"), kAllowAll);
+  const int turn = open(at("/tmp/dotnet_pipe_in").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_EQ(flock(turn, LOCK_EX), 0);
+  LaunchUnderWay launch(root(), fresh("errors"));
+  EXPECT_TRUE(launch.says("another launch, whose turn it is"));
+  EXPECT_EQ(validator.output(), "validator ready\n");
+  close(turn);
+  EXPECT_EQ(launch.status(), 3);
+  EXPECT_THAT(validator.output(), HasSubstr("SampleClock.dll"));
+}
+
+}  // namespace
+}  // namespace quillon::test
