@@ -7,12 +7,14 @@
 #include <future>
 #include <iostream>
 
+#include "launcher/application_id.h"
 #include "launcher/assembly_image.h"
 #include "launcher/assembly_validation.h"
 #include "launcher/device_paths.h"
 #include "launcher/framework_check.h"
 #include "launcher/launch_plan.h"
 #include "launcher/launch_target.h"
+#include "launcher/launchpad/prepared_launch.h"
 #include "launcher/plugin_calls.h"
 #include "launcher/plugin_library.h"
 #include "launcher/runtime.h"
@@ -27,9 +29,6 @@ namespace quillon::launcher {
 namespace {
 
 namespace fs = std::filesystem;
-
-// How the launched application learns its own id.
-constexpr char kAppIdVariable[] = "QUILLON_APP_ID";
 
 fs::path executablePath() {
   std::error_code ignored;
@@ -245,6 +244,7 @@ void Launch::explain() {
 
 int launch(const LaunchOptions& options) {
   keepTerminal();
+  if (const auto ended = launchPrepared(options)) return *ended;
   Launch launch(options);
   auto ended = launch.run();
   if (ended) return *ended;

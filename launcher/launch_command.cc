@@ -32,6 +32,8 @@ void addLaunch(CLI::App& command, LaunchOptions& options) {
                    "Leave standard output and error as they are; else they go to the log");
   command.add_flag("--validate", options.validate,
                    "Ask the validator about the application's assemblies before loading any");
+  command.add_flag("--direct", options.direct,
+                   "Launch in this process, even where a launch pad runs");
   command
       .add_option("--writable", options.writable, "Machine path that the application may write to")
       ->type_name("PATH")

@@ -19,6 +19,7 @@ struct LaunchOptions {
   bool preload = false;             // prepare the process before the application is told
   bool raw = false;                 // leave the application the command's own descriptors 1 and 2
   bool validate = false;            // ask the validator about the application's assemblies
+  bool direct = false;              // not through the launch pad, even where one runs
   bool plan = false;                // stop before the runtime and print
   bool json = false;                // the plan as JSON
   bool verbose = false;             // say on the terminal what the launcher decided

@@ -35,6 +35,7 @@ struct LaunchTarget {
   std::string assembly;  // absolute form of exec, as handed to the runtime
 
   // The application's own folders: the assembly's, and "bin" and "lib" of the package.
+  static constexpr size_t kFolders = 3;
   std::vector<std::string> folders() const;
 };
 

@@ -85,9 +85,12 @@ class FrameworkVersion : public nlohmann::json_sax<Json> {
 
 }  // namespace
 
+std::filesystem::path runtimeConfigOf(std::filesystem::path assembly) {
+  return assembly.replace_extension(".runtimeconfig.json");
+}
+
 Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly) {
-  std::filesystem::path file = assembly;
-  file.replace_extension(".runtimeconfig.json");
+  const std::filesystem::path file = runtimeConfigOf(assembly);
   std::error_code ignored;
   if (!std::filesystem::exists(file, ignored)) return RuntimeConfig{};
   const Json json = parseFile(file);

@@ -15,6 +15,9 @@ struct RuntimeConfig {
   std::vector<std::pair<std::string, std::string>> properties;
 };
 
+// The file beside an assembly that would hold its configuration.
+std::filesystem::path runtimeConfigOf(std::filesystem::path assembly);
+
 // The configuration of an assembly; an empty one where it has none. Fails, naming the file, where
 // the file is there and is no such configuration.
 [[nodiscard]] Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly);

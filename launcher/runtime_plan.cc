@@ -60,15 +60,16 @@ std::vector<RequiredDpc> assignPlaceholders(const workstation::Application& appl
   return required;
 }
 
-void planFolders(RuntimePlan& plan, const LaunchTarget& target, const PluginLists& lists) {
-  plan.appPaths.addAll(target.folders());
+// own  the application's folders
+void planFolders(RuntimePlan& plan, const std::vector<std::string>& own, const PluginLists& lists) {
+  plan.appPaths.addAll(own);
   plan.appPaths.addAll(splitList(lists.dllPath));
   plan.appPaths.addAll(splitList(lists.extraPath));
   for (const std::string& folder : plan.appPaths.entries()) {
     if (isPlaceholder(folder)) plan.placeholders.push_back(folder);
   }
   plan.nativePaths.addAll(splitList(lists.nativePath));
-  plan.nativePaths.addAll(target.folders());
+  plan.nativePaths.addAll(own);
   plan.nativePaths.add(device_paths::kFramework);
 }
 
@@ -101,21 +102,34 @@ void addStartupHooks(RuntimeProperties& properties) {
   if (hooks != nullptr && *hooks != '\0') properties.emplace_back("STARTUP_HOOKS", hooks);
 }
 
-void setProperties(RuntimePlan& plan, const LaunchTarget& target) {
-  const std::string frameworkFile =
-      std::string(device_paths::kFramework) + "/Microsoft.NETCore.App.deps.json";
-  const std::string base = fs::path(target.assembly).parent_path().string();
+std::string frameworkDependencies() {
+  return std::string(device_paths::kFramework) + "/Microsoft.NETCore.App.deps.json";
+}
+
+void setProperties(RuntimePlan& plan) {
   plan.properties = {
       {"TRUSTED_PLATFORM_ASSEMBLIES", joinList(plan.assemblies.trusted())},
       {"APP_PATHS", joinList(plan.appPaths.entries())},
       {"NATIVE_DLL_SEARCH_DIRECTORIES", joinList(plan.nativePaths.entries())},
       {"PLATFORM_RESOURCE_ROOTS", joinList(plan.resourceRoots.entries())},
-      {"APP_CONTEXT_BASE_DIRECTORY", base == "/" ? base : base + "/"},
-      {"APP_CONTEXT_DEPS_FILES", dependencyFiles(target.assembly, frameworkFile)},
-      {"FX_DEPS_FILE", frameworkFile},
+      {"FX_DEPS_FILE", frameworkDependencies()},
       {"RUNTIME_IDENTIFIER", kRuntimeIdentifier},
   };
   addStartupHooks(plan.properties);
+}
+
+RuntimeProperties propertiesOfAssembly(const LaunchTarget& target) {
+  const std::string base = fs::path(target.assembly).parent_path().string();
+  return {
+      {"APP_CONTEXT_BASE_DIRECTORY", base == "/" ? base : base + "/"},
+      {"APP_CONTEXT_DEPS_FILES", dependencyFiles(target.assembly, frameworkDependencies())},
+  };
+}
+
+void setApplicationProperties(RuntimePlan& plan, const LaunchTarget& target) {
+  for (auto& property : propertiesOfAssembly(target)) {
+    plan.properties.push_back(std::move(property));
+  }
 }
 
 // The application's own settings, which may not replace what the launch rests on.
@@ -145,12 +159,34 @@ Expected<RuntimePlan> planRuntime(const LaunchTarget& target, const PluginLists&
   plan.frameworkVersion = frameworkVersionOf(device_paths::kFramework);
   plan.wantedVersion = config->frameworkVersion;
   plan.assemblies.addTrusted(lists.tpa ? splitList(*lists.tpa) : frameworkAssemblies());
-  planFolders(plan, target, lists);
+  planFolders(plan, target.folders(), lists);
   planResourceRoots(plan);
   plan.requiredDpc = assignPlaceholders(target.application, plan.placeholders);
-  setProperties(plan, target);
+  setProperties(plan);
+  setApplicationProperties(plan, target);
   addConfigured(plan.properties, config->properties);
   return plan;
+}
+
+RuntimePlan planPrepared(const std::vector<std::string>& folders, const PluginLists& lists,
+                         const RuntimeProperties& configured, const std::string& assembly) {
+  RuntimePlan plan;
+  plan.assemblies.addTrusted(lists.tpa ? splitList(*lists.tpa) : frameworkAssemblies());
+  plan.assemblies.addTrusted({assembly});
+  planFolders(plan, folders, lists);
+  planResourceRoots(plan);
+  setProperties(plan);
+  addConfigured(plan.properties, configured);
+  return plan;
+}
+
+RuntimeProperties propertiesOfApplication(const LaunchTarget& target, const PluginLists& lists) {
+  RuntimePlan folders;
+  planFolders(folders, target.folders(), lists);
+  RuntimeProperties properties = propertiesOfAssembly(target);
+  properties.emplace_back("APP_PATHS", joinList(folders.appPaths.entries()));
+  properties.emplace_back("NATIVE_DLL_SEARCH_DIRECTORIES", joinList(folders.nativePaths.entries()));
+  return properties;
 }
 
 void findShadowsInFolders(RuntimePlan& plan) {

@@ -44,6 +44,16 @@ struct RuntimePlan {
 [[nodiscard]] Expected<RuntimePlan> planRuntime(const LaunchTarget& target,
                                                 const PluginLists& lists);
 
+// The plan of a process that does not know its application yet: `folders` stand in the places of
+// the application's own, and `configured` is what its build will say of the runtime; `assembly` is
+// one more trusted assembly. The plan has none of the properties that the application's own files
+// decide.
+RuntimePlan planPrepared(const std::vector<std::string>& folders, const PluginLists& lists,
+                         const RuntimeProperties& configured, const std::string& assembly);
+
+// The properties in which planRuntime's plan differs from planPrepared's.
+RuntimeProperties propertiesOfApplication(const LaunchTarget& target, const PluginLists& lists);
+
 // Looks into every folder of APP_PATHS for files that lose to another one, placeholders seen as the
 // directories that they will lead to. Reads directories, so it is for those who ask.
 void findShadowsInFolders(RuntimePlan& plan);

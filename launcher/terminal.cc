@@ -22,6 +22,17 @@ void keepTerminal() {
   if (terminal() < 0) terminal() = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstDescriptor);
 }
 
+void moveTerminal(int descriptor) {
+  if (terminal() < 0) return;
+  if (descriptor >= 0) {
+    dup3(descriptor, terminal(), O_CLOEXEC);
+    return;
+  }
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  dup3(nowhere, terminal(), O_CLOEXEC);
+  close(nowhere);
+}
+
 int terminalDescriptor() { return terminal() < 0 ? STDERR_FILENO : terminal(); }
 
 void tell(const Failure& failure) { report(failure, kSuccess, terminalDescriptor()); }

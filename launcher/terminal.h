@@ -15,6 +15,10 @@ void keepTerminal();
 // Where tell() writes to, for a signal handler that writes by itself.
 int terminalDescriptor();
 
+// Moves the terminal to where `descriptor` leads, which stays the caller's; nowhere for -1. For a
+// process that was prepared before it was known who asks for a launch.
+void moveTerminal(int descriptor);
+
 // Writes "quillon: <what>; <remedy>" as one line.
 void tell(const Failure& failure);
 

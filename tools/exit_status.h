@@ -24,6 +24,7 @@ enum ExitStatus : int {
   kPartnerRefused = 115,    // the plug-in refuses the partner package
   kLibraryRefused = 116,    // the validator refused one of the application's assemblies
   kValidatorState = 117,    // no validator runs, it ended in between, or one runs already
+  kLaunchPadState = 118,    // no launch pad runs, one runs already, or it ended under a launch
 };
 
 }  // namespace quillon

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "launcher/launch_command.h"
+#include "launcher/launchpad/launchpad_command.h"
 #include "launcher/timeline/timeline_command.h"
 #include "tools/command.h"
 #include "tools/config_command.h"
@@ -23,6 +24,7 @@ void addCommands(CLI::App& app) {
   quillon::addPackageCommand(app);
   quillon::addConfigCommand(app);
   quillon::launcher::addLaunchCommand(app);
+  quillon::launchpad::addLaunchpadCommand(app);
   quillon::launcher::addTimelineCommand(app);
   quillon::addZoneCommand(app);
   quillon::addPartnerCommand(app);

@@ -44,8 +44,9 @@ room(plugin/src/quillon-tv-plugin
 
 room(platform/workstation platform/include)
 room(platform/zone platform/include)
-room(launcher ${ground} tools)
-room(tools ${ground} launcher)
+room(launcher ${ground} tools launcher/launchpad)
+room(launcher/launchpad ${ground} tools launcher)
+room(tools ${ground} launcher launcher/launchpad)
 
 # The room of a file, by the longest folder that holds it; empty where there is none.
 function(room_of file result)

@@ -52,6 +52,10 @@ struct Package {
 // The package that holds an application; empty when no package does.
 [[nodiscard]] Expected<std::optional<Package>> findPackageOfApplication(const std::string& appId);
 
+// A text that is another one after every change of what is installed. Never fails: where there is
+// no registry, that is its state.
+std::string registryStamp();
+
 // Notes that process `pid` runs an application of `packageId`, which makes the process known to
 // aul_app_get_pkgid_bypid. The note ends with the process.
 [[nodiscard]] Expected<void> registerProcess(pid_t pid, const std::string& packageId);

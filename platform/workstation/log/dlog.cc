@@ -1,8 +1,11 @@
+#include <fcntl.h>
 #include <platform/dlog.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <workstation/log_handover.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -20,6 +23,7 @@ namespace quillon::workstation {
 namespace {
 
 struct Log {
+  LogTarget target = LogTarget::kTerminal;
   int level = DLOG_ERROR;
   bool applicationOutput = false;
   std::unique_ptr<LogSink> sink;  // null: records are dropped
@@ -32,17 +36,52 @@ Log openLog() {
       parseLogSettings(std::getenv("QUILLON_LOG"), std::getenv("QUILLON_LOG_LEVEL"));
   for (const std::string& problem : settings.problems) complain(problem);
   std::string problem;
-  Log log{settings.level, settings.applicationOutput, openLogSink(settings, problem)};
+  Log log{settings.target, settings.level, settings.applicationOutput,
+          openLogSink(settings, problem)};
   if (problem.empty() || settings.target == LogTarget::kTerminal) return log;
   complain(problem);
   settings = parseLogSettings(nullptr, nullptr);
-  return Log{settings.level, settings.applicationOutput, openLogSink(settings, problem)};
+  return Log{settings.target, settings.level, settings.applicationOutput,
+             openLogSink(settings, problem)};
 }
 
-// Lives until the process ends: threads may log while static objects are destroyed.
-const Log& theLog() {
-  static const Log& log = *new Log(openLog());
+// Lives until the process ends: threads may log while static objects are destroyed. So does a log
+// that was replaced: threads may be in it.
+std::atomic<const Log*>& logInUse() {
+  static std::atomic<const Log*> log = new Log(openLog());
   return log;
+}
+
+const Log& theLog() { return *logInUse().load(std::memory_order_acquire); }
+
+int descriptorOf(const Log& log) { return log.sink == nullptr ? -1 : log.sink->descriptor(); }
+
+constexpr std::array<std::pair<LogTarget, const char*>, 5> kTargetNames = {{
+    {LogTarget::kTerminal, "terminal"},
+    {LogTarget::kJournal, "journal"},
+    {LogTarget::kFile, "file"},
+    {LogTarget::kJson, "json"},
+    {LogTarget::kNone, "none"},
+}};
+
+std::optional<LogTarget> targetNamed(const std::string& name) {
+  for (const auto& [target, known] : kTargetNames) {
+    if (name == known) return target;
+  }
+  return std::nullopt;
+}
+
+bool needsDescriptor(LogTarget target) {
+  return target != LogTarget::kJournal && target != LogTarget::kNone;
+}
+
+// Moves `fd` to where the old log writes, so that a thread which is still in the old one writes to
+// the new target, and the old target is let go of.
+int placedOver(const Log& old, Descriptor fd) {
+  if (descriptorOf(old) < 0 || dup3(fd.get(), descriptorOf(old), O_CLOEXEC) < 0) {
+    return fd.release();
+  }
+  return descriptorOf(old);
 }
 
 // At load, so that files are opened before a device root is entered and descriptor 2 is duplicated
@@ -82,11 +121,43 @@ int64_t nowUs() {
 }
 
 void write(int id, int priority, const char* tag, const std::string& text) {
-  theLog().sink->write(
-      {nowUs(), getpid(), gettid(), id, priority, tag == nullptr ? "" : tag, text});
+  const Log& log = theLog();
+  if (log.sink == nullptr) return;  // replaced since it was asked
+  log.sink->write({nowUs(), getpid(), gettid(), id, priority, tag == nullptr ? "" : tag, text});
 }
 
 }  // namespace
+
+LogHandover currentLog() {
+  const Log& log = theLog();
+  LogHandover handover{{}, log.level, log.applicationOutput, descriptorOf(log)};
+  for (const auto& [target, name] : kTargetNames) {
+    if (target == log.target) handover.target = name;
+  }
+  if (log.sink == nullptr) handover.target = "none";
+  return handover;
+}
+
+bool useLog(const LogHandover& handover) {
+  Descriptor fd(handover.descriptor);
+  const auto target = targetNamed(handover.target);
+  if (!target || (needsDescriptor(*target) && !fd)) return false;
+  auto next = std::make_unique<Log>();
+  next->target = *target;
+  next->level = handover.level;
+  next->applicationOutput = handover.applicationOutput;
+  if (needsDescriptor(*target)) {
+    next->sink = logSinkOn(*target, placedOver(theLog(), std::move(fd)));
+  } else {
+    std::string problem;
+    LogSettings settings;
+    settings.target = *target;
+    next->sink = openLogSink(settings, problem);
+  }
+  logInUse().store(next.release(), std::memory_order_release);
+  return true;
+}
+
 }  // namespace quillon::workstation
 
 int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {

@@ -31,6 +31,7 @@ class TerminalSink : public LogSink {
     const std::string line = shortLine(record);
     writeAll(fd_.get(), colours_ ? line : withoutColours(line));
   }
+  [[nodiscard]] int descriptor() const override { return fd_.get(); }
 
  private:
   Descriptor fd_;
@@ -42,6 +43,7 @@ class FileSink : public LogSink {
   using Format = std::string (*)(const LogRecord&);
   FileSink(Descriptor fd, Format format) : fd_(std::move(fd)), format_(format) {}
   void write(const LogRecord& record) override { writeAll(fd_.get(), format_(record)); }
+  [[nodiscard]] int descriptor() const override { return fd_.get(); }
 
  private:
   Descriptor fd_;
@@ -97,7 +99,7 @@ Descriptor raised(Descriptor low) {
 std::unique_ptr<LogSink> openTerminal(std::string& problem) {
   Descriptor fd(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstLogDescriptor));
   if (!fd) fd = Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-  if (fd) return std::make_unique<TerminalSink>(std::move(fd));
+  if (fd) return logSinkOn(LogTarget::kTerminal, fd.release());
   problem = std::string("standard error is closed: ") + std::strerror(errno);
   return nullptr;
 }
@@ -111,8 +113,7 @@ std::unique_ptr<LogSink> openFile(const LogSettings& settings, std::string& prob
               "': " + std::strerror(errno) + "; going on with errors on the terminal";
     return nullptr;
   }
-  const auto format = settings.target == LogTarget::kJson ? jsonLine : fullLine;
-  return std::make_unique<FileSink>(raised(std::move(fd)), format);
+  return logSinkOn(settings.target, raised(std::move(fd)).release());
 }
 
 std::unique_ptr<LogSink> openJournal(std::string& problem) {
@@ -138,6 +139,22 @@ std::unique_ptr<LogSink> openLogSink(const LogSettings& settings, std::string& p
     case LogTarget::kFile:
     case LogTarget::kJson:
       return openFile(settings, problem);
+    case LogTarget::kNone:
+      break;
+  }
+  return nullptr;
+}
+
+std::unique_ptr<LogSink> logSinkOn(LogTarget target, int descriptor) {
+  Descriptor fd(descriptor);
+  switch (target) {
+    case LogTarget::kTerminal:
+      return std::make_unique<TerminalSink>(std::move(fd));
+    case LogTarget::kFile:
+      return std::make_unique<FileSink>(std::move(fd), fullLine);
+    case LogTarget::kJson:
+      return std::make_unique<FileSink>(std::move(fd), jsonLine);
+    case LogTarget::kJournal:
     case LogTarget::kNone:
       break;
   }

@@ -1,4 +1,5 @@
 // Installing, removing and listing packages.
+#include <sys/stat.h>
 #include <unistd.h>
 #include <workstation/packages.h>
 
@@ -6,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "device_data.h"
 #include "packages/folder_change.h"
 #include "packages/lookup.h"
 #include "packages/manifest.h"
@@ -186,6 +188,13 @@ Expected<std::optional<Package>> findPackageOfApplication(const std::string& app
 
 Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
   return noteProcess(pid, packageId);
+}
+
+std::string registryStamp() {
+  struct stat status {};
+  if (stat(kRegistryPath, &status) != 0) return "none";
+  return std::to_string(status.st_ino) + ":" + std::to_string(status.st_size) + ":" +
+         std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec);
 }
 
 }  // namespace quillon::workstation

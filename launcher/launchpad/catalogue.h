@@ -1,0 +1,44 @@
+// What the launch pad knows of the applications that it was asked for.
+#pragma once
+
+#include <workstation/failure.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "launcher/launch_target.h"
+#include "launcher/launchpad/pool_key.h"
+#include "launcher/launchpad/request.h"
+
+namespace quillon::launchpad {
+
+struct Entry {
+  launcher::LaunchTarget target;
+  PoolKey key;
+};
+
+// Works inside a device root. An answer is remembered as long as the registry and the application's
+// files are as they were.
+class Catalogue {
+ public:
+  // The failure is what a direct launch would fail with too.
+  [[nodiscard]] Expected<Entry> find(const Request& request);
+
+  // The keys of all installed applications, captured, in the registry's order; of those types only,
+  // unless the list is empty. What cannot be launched is left out.
+  std::vector<PoolKey> keysOfInstalled(const std::vector<std::string>& types);
+
+ private:
+  using Name =
+      std::tuple<std::string, std::optional<std::string>, std::optional<std::string>, bool>;
+  struct Known {
+    std::string stamp;
+    Entry entry;
+  };
+  std::map<Name, Known> known_;
+};
+
+}  // namespace quillon::launchpad

@@ -1,0 +1,30 @@
+// The asking commands that are connected to the launch pad.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+
+#include "launcher/launchpad/catalogue.h"
+#include "launcher/launchpad/descriptor.h"
+#include "launcher/launchpad/request.h"
+
+namespace quillon::launchpad {
+
+// What a command asked for and waits for.
+struct Launch {
+  ArrivedRequest arrived;
+  Entry entry;
+  unsigned deaths = 0;   // of processes that had it, before its application began
+  uint64_t process = 0;  // that has it
+};
+
+struct Client {
+  Descriptor socket;
+  std::optional<Launch> launch;
+  bool awaitsEnd = false;  // of the launch pad
+};
+
+using Clients = std::map<uint64_t, Client>;  // by a number that is never used again
+
+}  // namespace quillon::launchpad

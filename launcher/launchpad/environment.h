@@ -1,0 +1,26 @@
+// The environment of a prepared process: the asking command's, with what the preparation did to its
+// own on top.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quillon::launchpad {
+
+using Variables = std::map<std::string, std::string>;
+
+// The calling process's.
+Variables currentVariables();
+
+// Variables that were set to something else, or removed (no value).
+using EnvironmentChanges = std::map<std::string, std::optional<std::string>>;
+
+EnvironmentChanges changesBetween(const Variables& before, const Variables& after);
+
+// Replaces the calling process's environment with `entries` ("NAME=VALUE") and applies the changes
+// to it. The old one stays in memory: threads may be reading it.
+void replaceEnvironment(const std::vector<std::string>& entries, const EnvironmentChanges& changes);
+
+}  // namespace quillon::launchpad

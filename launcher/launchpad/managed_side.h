@@ -1,0 +1,34 @@
+// The launch pad's own managed code, in the assembly Quillon.Launchpad beside the plug-in.
+#pragma once
+
+#include <workstation/failure.h>
+
+#include <filesystem>
+
+#include "launcher/launchpad/environment.h"
+#include "launcher/runtime.h"
+
+namespace quillon::launchpad {
+
+// The assembly's file for a plug-in.
+std::filesystem::path managedAssembly(const std::filesystem::path& plugin);
+
+class ManagedSide {
+ public:
+  // Finds the methods in a runtime that has the assembly among its trusted ones.
+  [[nodiscard]] Expected<void> bind(const launcher::Runtime& runtime);
+
+  // Loads and compiles what nearly every application needs first.
+  void warmUp() const { warmUp_(); }
+
+  // Gives AppContext and the runtime's copy of the environment what they would have had from the
+  // start, had the application been known. False where the runtime refuses.
+  [[nodiscard]] bool assign(const launcher::RuntimeProperties& properties,
+                            const EnvironmentChanges& variables) const;
+
+ private:
+  void (*warmUp_)() = nullptr;
+  int (*assign_)(const char* properties, const char* variables) = nullptr;
+};
+
+}  // namespace quillon::launchpad

@@ -1,0 +1,93 @@
+#include "launcher/launchpad/packet.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace quillon::launchpad {
+namespace {
+
+// Bytes that are not in a memfd are short: a reason, a few paths.
+constexpr size_t kLongest = 64 * 1024;
+
+union Control {
+  cmsghdr header;
+  char bytes[CMSG_SPACE(kMostDescriptors * sizeof(int))];
+};
+
+void attach(msghdr& message, Control& control, const std::vector<int>& descriptors) {
+  if (descriptors.empty()) return;
+  const size_t length = descriptors.size() * sizeof(int);
+  message.msg_control = control.bytes;
+  message.msg_controllen = CMSG_SPACE(length);
+  cmsghdr* const header = CMSG_FIRSTHDR(&message);
+  header->cmsg_level = SOL_SOCKET;
+  header->cmsg_type = SCM_RIGHTS;
+  header->cmsg_len = CMSG_LEN(length);
+  std::memcpy(CMSG_DATA(header), descriptors.data(), length);
+}
+
+void detach(msghdr& message, std::vector<Descriptor>& descriptors) {
+  for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
+       header = CMSG_NXTHDR(&message, header)) {
+    if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
+    const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+    for (size_t i = 0; i < count; ++i) {
+      int fd = -1;
+      std::memcpy(&fd, CMSG_DATA(header) + i * sizeof fd, sizeof fd);
+      descriptors.emplace_back(fd);
+    }
+  }
+}
+
+Received receive(int socket, Packet& packet, int flags) {
+  std::string whole(kLongest, '\0');
+  iovec part{whole.data(), whole.size()};
+  Control control{};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  message.msg_control = control.bytes;
+  message.msg_controllen = sizeof control.bytes;
+  ssize_t length = 0;
+  do {
+    length = recvmsg(socket, &message, MSG_CMSG_CLOEXEC | flags);
+  } while (length < 0 && errno == EINTR);
+  if (length < 0 && errno == EAGAIN) return Received::kNothingYet;
+  packet = Packet();
+  if (length > 0) detach(message, packet.descriptors);
+  const bool isComplete = (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0;
+  if (length < static_cast<ssize_t>(sizeof packet.kind) || !isComplete) return Received::kEnd;
+  std::memcpy(&packet.kind, whole.data(), sizeof packet.kind);
+  packet.bytes = whole.substr(sizeof packet.kind, static_cast<size_t>(length) - sizeof packet.kind);
+  return Received::kPacket;
+}
+}  // namespace
+
+bool sendPacket(int socket, PacketKind kind, const std::string& bytes,
+                const std::vector<int>& descriptors) {
+  if (bytes.size() + sizeof kind > kLongest || descriptors.size() > kMostDescriptors) return false;
+  std::string whole(sizeof kind, '\0');
+  std::memcpy(whole.data(), &kind, sizeof kind);
+  whole += bytes;
+  iovec part{whole.data(), whole.size()};
+  Control control{};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  attach(message, control, descriptors);
+  ssize_t sent = 0;
+  do {
+    sent = sendmsg(socket, &message, MSG_NOSIGNAL);
+  } while (sent < 0 && errno == EINTR);
+  return sent == static_cast<ssize_t>(whole.size());
+}
+
+Received receivePacket(int socket, Packet& packet) { return receive(socket, packet, 0); }
+
+Received receivePacketNow(int socket, Packet& packet) {
+  return receive(socket, packet, MSG_DONTWAIT);
+}
+
+}  // namespace quillon::launchpad

@@ -1,0 +1,55 @@
+// One message of a SOCK_SEQPACKET socket: its kind, its bytes, and descriptors.
+//
+// Thread safety: none is needed; every process of the launch pad has one thread while it speaks.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "launcher/launchpad/descriptor.h"
+
+namespace quillon::launchpad {
+
+enum class PacketKind : uint32_t {
+  // From the asking command.
+  kLaunch = 1,  // descriptors: the request (a memfd), then those that it says are there
+  kStop,
+  kReload,
+  kStatus,
+  // To the asking command.
+  kDeclined,  // bytes: why; launch directly
+  kTaken,     // descriptor: pidfd of the process that will be, or is, the application
+  kEnded,     // bytes: an Ending
+  kAnswer,    // bytes: lines of text for a person
+  // To a prepared process; same descriptors as kLaunch. Bytes: an Assignment.
+  kAssign,
+  // From a prepared process.
+  kReady,    // bytes: the stamp of what it was prepared from
+  kStarted,  // the next thing that it does is to run the application
+};
+
+struct Packet {
+  PacketKind kind{};
+  std::string bytes;
+  std::vector<Descriptor> descriptors;
+};
+
+inline constexpr size_t kMostDescriptors = 8;
+
+// False where the other side is gone, or the socket cannot take the message. Waits for room unless
+// the socket does not block.
+bool sendPacket(int socket, PacketKind kind, const std::string& bytes = {},
+                const std::vector<int>& descriptors = {});
+
+enum class Received { kPacket, kNothingYet, kEnd };
+
+// Receives one message, waiting for it unless the socket does not block. kEnd: the other side is
+// gone, or what it sent is no message of this kind.
+Received receivePacket(int socket, Packet& packet);
+
+// The same, without waiting.
+Received receivePacketNow(int socket, Packet& packet);
+
+}  // namespace quillon::launchpad

@@ -1,0 +1,207 @@
+#include "launcher/launchpad/pools.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "launcher/terminal.h"
+
+namespace quillon::launchpad {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr size_t kMostPools = 8;
+constexpr unsigned kMostDoublings = 6;  // a minute or so
+
+milliseconds pauseAfter(unsigned failures) {
+  return seconds(1) * (1U << std::min(failures - 1, kMostDoublings));
+}
+
+// Rounded up, so that whoever waits that long does not come too early.
+milliseconds until(Clock::time_point when) {
+  const auto left = when - Clock::now();
+  return left.count() <= 0 ? milliseconds(0) : std::chrono::ceil<milliseconds>(left);
+}
+
+bool hasLaunch(const Process& process) {
+  return process.stage == Stage::kAssigned || process.stage == Stage::kRunning;
+}
+
+void discard(Process& process) {
+  process.stage = Stage::kDiscarded;
+  killProcess(process);
+}
+
+}  // namespace
+
+Pools::Pools(Workshop workshop, PoolSettings settings, std::function<void()> forget)
+    : workshop_(std::move(workshop)),
+      settings_(settings),
+      forget_(std::move(forget)),
+      launchPad_(getpid()),
+      lastServed_(Clock::now() - settings.refillDelay) {}
+
+void Pools::want(const PoolKey& key) {
+  if (closed_) return;
+  if (pools_.find(key) == pools_.end()) makeRoom();
+  pools_[key].lastUse = Clock::now();
+}
+
+void Pools::makeRoom() {
+  if (pools_.size() < kMostPools) return;
+  const auto oldest = std::min_element(
+      pools_.begin(), pools_.end(),
+      [](const auto& one, const auto& other) { return one.second.lastUse < other.second.lastUse; });
+  drop(PoolKey(oldest->first));
+}
+
+void Pools::drop(const PoolKey& key) {
+  for (auto& [number, process] : processes_) {
+    if (process.key == key && !hasLaunch(process)) discard(process);
+  }
+  pools_.erase(key);
+}
+
+Process* Pools::take(const PoolKey& key) {
+  for (auto& [number, process] : processes_) {
+    if (process.stage != Stage::kReady || process.key != key) continue;
+    process.stage = Stage::kAssigned;
+    return &process;
+  }
+  return nullptr;
+}
+
+void Pools::discardAllBut(const std::string& stamp) {
+  for (auto& [number, process] : processes_) {
+    if (process.stage == Stage::kReady && process.stamp != stamp) discard(process);
+  }
+}
+
+void Pools::renew() {
+  for (auto& [number, process] : processes_) {
+    if (!hasLaunch(process)) discard(process);
+  }
+  for (auto& [key, pool] : pools_) pool = {0, Clock::now(), pool.lastUse};
+  lastServed_ = Clock::now() - settings_.refillDelay;
+}
+
+void Pools::close() {
+  closed_ = true;
+  renew();
+}
+
+void Pools::killAll() {
+  for (auto& [number, process] : processes_) killProcess(process);
+}
+
+size_t Pools::count(const PoolKey& key, Stage stage) const {
+  return static_cast<size_t>(std::count_if(
+      processes_.begin(), processes_.end(),
+      [&](const auto& entry) { return entry.second.key == key && entry.second.stage == stage; }));
+}
+
+bool Pools::isPreparing() const {
+  return std::any_of(processes_.begin(), processes_.end(),
+                     [](const auto& entry) { return entry.second.stage == Stage::kPreparing; });
+}
+
+milliseconds Pools::refill() {
+  milliseconds wait(-1);
+  if (closed_ || isPreparing()) return wait;
+  const Clock::time_point quiet = lastServed_ + settings_.refillDelay;
+  for (auto& [key, pool] : pools_) {
+    if (count(key, Stage::kReady) >= settings_.size) continue;
+    const milliseconds left = until(std::max(quiet, pool.notBefore));
+    if (left.count() == 0) {
+      make(key, pool);
+      return milliseconds(-1);
+    }
+    if (wait.count() < 0 || left < wait) wait = left;
+  }
+  return wait;
+}
+
+void Pools::make(const PoolKey& key, Pool& pool) {
+  auto process = startProcess([&](Descriptor channel) { becomeWorker(key, std::move(channel)); });
+  if (!process || !process->pidfd) {
+    pool.notBefore = Clock::now() + pauseAfter(++pool.failures);
+    launcher::tell({"no process can be made", "see how many this user may have (ulimit -u)"});
+    return;
+  }
+  process->number = nextNumber_++;
+  process->key = key;
+  processes_.emplace(process->number, std::move(*process));
+}
+
+void Pools::becomeWorker(const PoolKey& key, Descriptor channel) {
+  const PoolKey own = key;
+  forget_();
+  processes_.clear();
+  runWorker(workshop_, own, launchPad_, std::move(channel));
+}
+
+Process* Pools::find(uint64_t number) {
+  const auto found = processes_.find(number);
+  return found == processes_.end() ? nullptr : &found->second;
+}
+
+std::vector<Process*> Pools::all() {
+  std::vector<Process*> all;
+  for (auto& [number, process] : processes_) all.push_back(&process);
+  return all;
+}
+
+void Pools::noteReady(Process& process, std::string stamp) {
+  if (process.stage != Stage::kPreparing) return;
+  process.stage = Stage::kReady;
+  process.stamp = std::move(stamp);
+}
+
+void Pools::noteServed(Process& process) {
+  process.stage = Stage::kRunning;
+  process.channel.reset();
+  ++served_;
+  lastServed_ = Clock::now();
+  const auto pool = pools_.find(process.key);
+  if (pool != pools_.end()) pool->second.failures = 0;
+}
+
+void Pools::noteEnded(uint64_t number) {
+  const auto found = processes_.find(number);
+  if (found == processes_.end()) return;
+  const Stage stage = found->second.stage;
+  const PoolKey key = found->second.key;
+  processes_.erase(found);
+  if (stage == Stage::kPreparing || stage == Stage::kReady) noteFailure(key);
+}
+
+void Pools::noteFailure(const PoolKey& key) {
+  const auto found = pools_.find(key);
+  if (found == pools_.end() || closed_) return;
+  Pool& pool = found->second;
+  const milliseconds pause = pauseAfter(++pool.failures);
+  pool.notBefore = Clock::now() + pause;
+  launcher::tell({"a prepared process (" + launchpad::describe(key) + ") ended unasked",
+                  "the next one is made in " + std::to_string(pause.count() / 1000) + " s"});
+}
+
+std::string Pools::describe() const {
+  constexpr const char* kNames[] = {"in preparation", "ready", "assigned", "running", "ending"};
+  std::ostringstream text;
+  text << "served: " << served_ << '\n';
+  size_t number = 0;
+  for (const auto& [key, pool] : pools_) {
+    text << "pool " << ++number << ": " << launchpad::describe(key) << '\n';
+    for (const auto& [unused, process] : processes_) {
+      if (process.key != key) continue;
+      text << "  process " << process.pid << ": " << kNames[static_cast<size_t>(process.stage)]
+           << '\n';
+    }
+  }
+  return text.str();
+}
+
+}  // namespace quillon::launchpad

@@ -1,0 +1,45 @@
+#include "launcher/launchpad/prepared_launch.h"
+
+#include <string>
+
+#include "launcher/launchpad/client.h"
+#include "launcher/terminal.h"
+
+namespace quillon::launcher {
+namespace {
+
+bool hasChoice(const RuntimeSettings& settings) {
+  return settings.tieredCompilation || settings.quickJitForLoops || settings.tieredPgo ||
+         settings.readyToRun || settings.writeXorExecute || settings.diagnostics;
+}
+
+// Why only a process of this command's own can do it; empty where another one can.
+std::string needsOwnProcess(const LaunchOptions& options) {
+  if (options.direct) return "--direct asks for it";
+  if (options.plan) return "--plan launches nothing";
+  if (!options.plugin.empty()) return "--plugin names another plug-in";
+  if (options.validate) return "--validate asks before the runtime starts";
+  if (!options.timeline.empty()) return "--timeline pictures a whole launch";
+  if (hasChoice(options.settings)) return "the runtime's settings are chosen when it starts";
+  if (!options.writable.empty()) return "--writable needs mounts of its own";
+  return {};
+}
+
+void explain(const LaunchOptions& options, const std::string& why) {
+  if (options.verbose) tell({"launched directly, not by the launch pad: " + why, {}});
+}
+
+}  // namespace
+
+std::optional<int> launchPrepared(const LaunchOptions& options) {
+  const std::string own = needsOwnProcess(options);
+  if (!own.empty()) {
+    if (launchpad::isServed(options.device)) explain(options, own);
+    return std::nullopt;
+  }
+  const launchpad::Asked asked = launchpad::askForLaunch(options);
+  if (!asked.status && !asked.whyNot.empty()) explain(options, asked.whyNot);
+  return asked.status;
+}
+
+}  // namespace quillon::launcher

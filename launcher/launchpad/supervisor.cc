@@ -1,0 +1,363 @@
+#include "launcher/launchpad/supervisor.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+#include <workstation/packages.h>
+
+#include <cerrno>
+#include <functional>
+#include <iostream>
+
+#include "launcher/device_paths.h"
+#include "launcher/launch_target.h"
+#include "launcher/launchpad/address.h"
+#include "launcher/launchpad/assignment.h"
+#include "launcher/launchpad/client_table.h"
+#include "launcher/launchpad/managed_side.h"
+#include "launcher/launchpad/pools.h"
+#include "launcher/launchpad/stamp.h"
+#include "launcher/plugin_library.h"
+#include "launcher/terminal.h"
+#include "tools/device/device_root.h"
+#include "tools/exit_status.h"
+
+namespace quillon::launchpad {
+namespace {
+
+namespace fs = std::filesystem;
+using launcher::Launched;
+using launcher::stop;
+
+constexpr unsigned kMostDeaths = 2;  // one try, and one again
+
+Descriptor openSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, signal);
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+class Supervisor {
+ public:
+  Supervisor(const LaunchpadOptions& options, Workshop workshop, ProcessShape shape,
+             Descriptor listener);
+
+  void run();
+
+ private:
+  // Something to wait for: a descriptor, and what to do when it can be read.
+  struct Watch {
+    int descriptor;
+    std::function<void()> act;
+  };
+
+  std::vector<Watch> watches();
+  void watchProcesses(std::vector<Watch>& watches);
+  void waitAndAct(std::chrono::milliseconds atMost);
+
+  void accept();
+  void hear(uint64_t client);
+  void hear(Process& process);
+  void answer(uint64_t number, Packet packet);
+  void handleSignals();
+
+  void launch(uint64_t number, Packet packet);
+  Expected<Entry> check(const Request& request);
+  Expected<void> compare(const Request& request) const;
+  bool assign(uint64_t number);
+  void decline(uint64_t client, const std::string& why);
+  void endClient(uint64_t number);
+
+  void reap(uint64_t process);
+  void processEnded(const Process& process, const Ending& ending);
+  void retry(uint64_t client);
+
+  void stopOrKill();
+  std::string status();
+
+  const Workshop workshop_;
+  const ProcessShape shape_;
+  const Limits limits_ = currentLimits();
+  Descriptor listener_;
+  Descriptor signals_;
+  Clients clients_;
+  uint64_t nextClient_ = 1;
+  Catalogue catalogue_;
+  Pools pools_;
+  bool stopping_ = false;
+};
+
+Supervisor::Supervisor(const LaunchpadOptions& options, Workshop workshop, ProcessShape shape,
+                       Descriptor listener)
+    : workshop_(workshop),
+      shape_(std::move(shape)),
+      listener_(std::move(listener)),
+      signals_(openSignals()),
+      pools_(
+          std::move(workshop),
+          {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000))},
+          [this] {
+            clients_.clear();
+            listener_.reset();
+            signals_.reset();
+          }) {
+  for (const PoolKey& key : catalogue_.keysOfInstalled(options.types)) pools_.want(key);
+}
+
+void Supervisor::run() {
+  while (!stopping_ || !pools_.isEmpty()) waitAndAct(pools_.refill());
+}
+
+std::vector<Supervisor::Watch> Supervisor::watches() {
+  std::vector<Watch> all;
+  all.push_back({listener_.get(), [this] { accept(); }});
+  all.push_back({signals_.get(), [this] { handleSignals(); }});
+  for (const auto& [number, client] : clients_) {
+    all.push_back({client.socket.get(), [this, client = number] { hear(client); }});
+  }
+  watchProcesses(all);
+  return all;
+}
+
+// What a process said is heard before its end.
+void Supervisor::watchProcesses(std::vector<Watch>& watches) {
+  for (const Process* process : pools_.all()) {
+    const uint64_t number = process->number;
+    const auto hearIt = [this, number] {
+      if (Process* const found = pools_.find(number)) hear(*found);
+    };
+    if (process->channel) watches.push_back({process->channel.get(), hearIt});
+    watches.push_back({process->pidfd.get(), [this, number] { reap(number); }});
+  }
+}
+
+void Supervisor::waitAndAct(std::chrono::milliseconds atMost) {
+  const std::vector<Watch> all = watches();
+  std::vector<pollfd> events;
+  for (const Watch& watch : all) events.push_back({watch.descriptor, POLLIN, 0});
+  if (poll(events.data(), events.size(), static_cast<int>(atMost.count())) <= 0) return;
+  for (size_t i = 0; i < all.size(); ++i) {
+    if (events[i].revents != 0) all[i].act();
+  }
+}
+
+void Supervisor::accept() {
+  while (Descriptor socket = acceptFrom(listener_.get())) {
+    clients_[nextClient_++].socket = std::move(socket);
+  }
+}
+
+void Supervisor::hear(uint64_t client) {
+  const auto found = clients_.find(client);
+  if (found == clients_.end()) return;
+  Packet packet;
+  switch (receivePacketNow(found->second.socket.get(), packet)) {
+    case Received::kPacket:
+      answer(client, std::move(packet));
+      break;
+    case Received::kEnd:
+      endClient(client);
+      break;
+    case Received::kNothingYet:
+      break;
+  }
+}
+
+void Supervisor::answer(uint64_t number, Packet packet) {
+  Client& client = clients_[number];
+  switch (packet.kind) {
+    case PacketKind::kLaunch:
+      launch(number, std::move(packet));
+      break;
+    case PacketKind::kStatus:
+      sendPacket(client.socket.get(), PacketKind::kAnswer, status());
+      clients_.erase(number);
+      break;
+    case PacketKind::kReload:
+      pools_.renew();
+      clients_.erase(number);
+      break;
+    case PacketKind::kStop:
+      client.awaitsEnd = true;
+      stopOrKill();
+      break;
+    default:
+      clients_.erase(number);
+  }
+}
+
+void Supervisor::launch(uint64_t number, Packet packet) {
+  auto arrived = clients_[number].launch ? std::nullopt : openRequest(std::move(packet));
+  if (!arrived) return endClient(number);
+  auto entry = check(arrived->request);
+  if (!entry) return decline(number, entry.error().what);
+  pools_.want(entry->key);
+  pools_.discardAllBut(currentStamp(workshop_.plugin));
+  clients_[number].launch = Launch{std::move(*arrived), std::move(*entry)};
+  if (!assign(number)) decline(number, "no process is ready for it");
+}
+
+// What the application would be launched as, where a prepared process can do it.
+Expected<Entry> Supervisor::check(const Request& request) {
+  if (stopping_) return fail("the launch pad is about to stop");
+  if (auto same = compare(request); !same) return tl::unexpected(same.error());
+  return catalogue_.find(request);
+}
+
+Expected<void> Supervisor::compare(const Request& request) const {
+  const std::string difference = firstDifference(shape_, request.shape);
+  if (!difference.empty()) return fail(difference + " differs from the launch pad's");
+  if (!canTakeOver(limits_, request.limits)) {
+    return fail("its resource limits are higher than the launch pad's");
+  }
+  return {};
+}
+
+// False where no process is ready. The asking command is told first: what is not told to have been
+// taken it may launch itself.
+bool Supervisor::assign(uint64_t number) {
+  Client& client = clients_[number];
+  Launch& launch = *client.launch;
+  Process* const process = pools_.take(launch.entry.key);
+  if (process == nullptr) return false;
+  process->client = number;
+  launch.process = process->number;
+  const auto& target = launch.entry.target;
+  const auto noted = workstation::registerProcess(process->pid, target.package.id);
+  if (!noted) launcher::tell(noted.error());
+  if (!sendPacket(client.socket.get(), PacketKind::kTaken, {}, {process->pidfd.get()})) {
+    return true;  // the command has ended, which its socket will tell
+  }
+  sendAssignment(process->channel.get(), target, launch.arrived.packet);
+  return true;
+}
+
+void Supervisor::decline(uint64_t client, const std::string& why) {
+  sendPacket(clients_[client].socket.get(), PacketKind::kDeclined, why);
+  clients_.erase(client);
+}
+
+// An application ends with its asking command, as if they were one process.
+void Supervisor::endClient(uint64_t number) {
+  const auto found = clients_.find(number);
+  if (found == clients_.end()) return;
+  if (found->second.launch) {
+    if (Process* const process = pools_.find(found->second.launch->process)) {
+      process->client = 0;
+      killProcess(*process);
+    }
+  }
+  clients_.erase(found);
+}
+
+void Supervisor::hear(Process& process) {
+  Packet packet;
+  const Received received = receivePacketNow(process.channel.get(), packet);
+  if (received == Received::kEnd) process.channel.reset();
+  if (received != Received::kPacket) return;
+  if (packet.kind == PacketKind::kReady) pools_.noteReady(process, std::move(packet.bytes));
+  if (packet.kind == PacketKind::kStarted && process.stage == Stage::kAssigned) {
+    pools_.noteServed(process);
+    const auto client = clients_.find(process.client);
+    // Its descriptors are the application's alone from here on.
+    if (client != clients_.end()) client->second.launch->arrived = {};
+  }
+}
+
+void Supervisor::reap(uint64_t number) {
+  Process* const process = pools_.find(number);
+  if (process == nullptr) return;
+  if (process->channel) hear(*process);
+  const auto ending = endingOf(*process);
+  if (!ending) return;
+  const uint64_t client = process->client;
+  const Stage stage = process->stage;
+  pools_.noteEnded(number);
+  if (clients_.find(client) == clients_.end()) return;
+  // One that ended by itself has said why: the plug-in refused, or the launch failed.
+  if (stage == Stage::kAssigned && ending->bySignal) return retry(client);
+  sendPacket(clients_[client].socket.get(), PacketKind::kEnded, toBytes(*ending));
+  clients_.erase(client);
+}
+
+void Supervisor::retry(uint64_t client) {
+  Launch& launch = *clients_[client].launch;
+  if (++launch.deaths < kMostDeaths && assign(client)) return;
+  decline(client, "the prepared process died before the application began");
+}
+
+void Supervisor::handleSignals() {
+  signalfd_siginfo info{};
+  while (read(signals_.get(), &info, sizeof info) == sizeof info) {
+    info.ssi_signo == SIGHUP ? pools_.renew() : stopOrKill();
+  }
+}
+
+void Supervisor::stopOrKill() {
+  if (stopping_) return pools_.killAll();
+  stopping_ = true;
+  pools_.close();
+}
+
+std::string Supervisor::status() {
+  return std::string(stopping_ ? "stopping" : "serving") + ", process " + std::to_string(getpid()) +
+         "\n" + pools_.describe();
+}
+
+Launched<void> enterDevice(const LaunchpadOptions& options, const Workshop& workshop) {
+  device::EnterOptions view;
+  view.visible = {workshop.executable.parent_path().parent_path(), workshop.plugin.parent_path()};
+  auto entered = device::enter(options.device, view);
+  if (entered) return {};
+  return stop(device::exitStatusOf(entered.error().error), entered.error());
+}
+
+Launched<void> requireParts(const LaunchpadOptions& options, const Workshop& workshop) {
+  std::error_code ignored;
+  if (!fs::exists(workshop.plugin, ignored)) {
+    return stop(kNoPlugin, {"the plug-in '" + workshop.plugin.string() + "' is missing",
+                            "build the target quillon-tv-plugin"});
+  }
+  if (const fs::path own = managedAssembly(workshop.plugin); !fs::exists(own, ignored)) {
+    return stop(kNoRuntime, {"the launch pad's own assembly '" + own.string() + "' is missing",
+                             "build the target 'managed' where there is a .NET SDK"});
+  }
+  if (!fs::exists(fs::path(launcher::device_paths::kFramework) / "libcoreclr.so", ignored)) {
+    return stop(kNoRuntime, {"the device root has no .NET runtime",
+                             "quillon device init " + options.device.string()});
+  }
+  return {};
+}
+
+Launched<void> run(const LaunchpadOptions& options) {
+  std::error_code ignored;
+  const fs::path executable = fs::read_symlink("/proc/self/exe", ignored);
+  Workshop workshop{executable, launcher::defaultPlugin(executable), currentVariables()};
+  ProcessShape shape = currentShape();
+  const std::string address = addressOf(options.device);
+  if (address.empty()) {
+    return stop(kNoDeviceRoot, {"there is no folder '" + options.device.string() + "'",
+                                "make a device root: quillon device init DIR"});
+  }
+  auto listener = listenAt(address, options.device);
+  if (!listener) return stop(kLaunchPadState, listener.error());
+  if (auto entered = enterDevice(options, workshop); !entered) return entered;
+  if (auto whole = requireParts(options, workshop); !whole) return whole;
+  Supervisor(options, std::move(workshop), std::move(shape), std::move(*listener)).run();
+  return {};
+}
+
+}  // namespace
+
+int serve(const LaunchpadOptions& options) {
+  launcher::keepTerminal();
+  const auto ended = run(options);
+  if (ended) return kSuccess;
+  launcher::tell(ended.error());
+  return ended.error().status;
+}
+
+}  // namespace quillon::launchpad

@@ -1,0 +1,82 @@
+#include "launcher/launchpad/text_record.h"
+
+#include <cstring>
+
+namespace quillon::launchpad {
+
+RecordWriter& RecordWriter::number(uint64_t value) {
+  char raw[sizeof value];
+  std::memcpy(raw, &value, sizeof value);
+  bytes_.append(raw, sizeof raw);
+  return *this;
+}
+
+RecordWriter& RecordWriter::text(std::string_view value) {
+  number(value.size());
+  bytes_.append(value);
+  return *this;
+}
+
+RecordWriter& RecordWriter::texts(const std::vector<std::string>& values) {
+  number(values.size());
+  for (const std::string& value : values) text(value);
+  return *this;
+}
+
+RecordWriter& RecordWriter::pairs(const std::vector<std::pair<std::string, std::string>>& values) {
+  number(values.size());
+  for (const auto& [name, value] : values) text(name).text(value);
+  return *this;
+}
+
+RecordWriter& RecordWriter::map(const std::map<std::string, std::string>& values) {
+  return pairs({values.begin(), values.end()});
+}
+
+std::string_view RecordReader::take(uint64_t length) {
+  if (!ok_ || length > rest_.size()) {
+    ok_ = false;
+    return {};
+  }
+  const std::string_view taken = rest_.substr(0, length);
+  rest_.remove_prefix(length);
+  return taken;
+}
+
+uint64_t RecordReader::number() {
+  uint64_t value = 0;
+  const std::string_view raw = take(sizeof value);
+  if (raw.size() == sizeof value) std::memcpy(&value, raw.data(), sizeof value);
+  return value;
+}
+
+std::string RecordReader::text() { return std::string(take(number())); }
+
+uint64_t RecordReader::count() {
+  const uint64_t elements = number();
+  // Every element has a length of its own.
+  if (elements > rest_.size() / sizeof(uint64_t)) ok_ = false;
+  return ok_ ? elements : 0;
+}
+
+std::vector<std::string> RecordReader::texts() {
+  std::vector<std::string> values;
+  for (uint64_t left = count(); left > 0 && ok_; --left) values.push_back(text());
+  return values;
+}
+
+std::vector<std::pair<std::string, std::string>> RecordReader::pairs() {
+  std::vector<std::pair<std::string, std::string>> values;
+  for (uint64_t left = count(); left > 0 && ok_; --left) {
+    std::string name = text();
+    values.emplace_back(std::move(name), text());
+  }
+  return values;
+}
+
+std::map<std::string, std::string> RecordReader::map() {
+  const auto values = pairs();
+  return {values.begin(), values.end()};
+}
+
+}  // namespace quillon::launchpad

@@ -1,0 +1,205 @@
+#include "launcher/launchpad/worker.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+#include <workstation/log_handover.h>
+
+#include <cstdlib>
+
+#include "launcher/application_id.h"
+#include "launcher/device_paths.h"
+#include "launcher/launchpad/assignment.h"
+#include "launcher/launchpad/managed_side.h"
+#include "launcher/launchpad/packet.h"
+#include "launcher/launchpad/placeholders.h"
+#include "launcher/launchpad/request.h"
+#include "launcher/launchpad/stamp.h"
+#include "launcher/launchpad/standard_places.h"
+#include "launcher/launchpad/worker_process.h"
+#include "launcher/plugin_calls.h"
+#include "launcher/runtime.h"
+#include "launcher/runtime_plan.h"
+#include "launcher/terminal.h"
+#include "launcher/thread_barrier.h"
+
+namespace quillon::launchpad {
+namespace {
+
+using launcher::Launched;
+using launcher::stop;
+
+class Worker {
+ public:
+  Worker(const Workshop& workshop, const PoolKey& key, pid_t launchPad, Descriptor channel)
+      : workshop_(workshop), key_(key), launchPad_(launchPad), channel_(std::move(channel)) {
+    target_.type = key.type;
+  }
+
+  Launched<int> run();
+
+ private:
+  Launched<void> prepare();
+  Launched<void> askPlugin();
+  Launched<void> startRuntime();
+  Launched<void> prepareRuntime();
+  void awaitAssignment(Packet& packet);
+  Launched<void> takeOver(Packet& packet);
+  void become(const Request& request);
+  void takeDescriptorsOver(RequestDescriptors descriptors, const Request& request);
+  Launched<void> tellApplication();
+  Launched<int> execute();
+
+  const Workshop& workshop_;
+  const PoolKey& key_;
+  const pid_t launchPad_;
+  Descriptor channel_;
+  std::string stamp_;
+  launcher::LaunchTarget target_;
+  launcher::PluginCalls plugin_;
+  launcher::PluginLists lists_;
+  StandardPlaces standard_;
+  Placeholders folders_;
+  std::optional<launcher::Runtime> runtime_;
+  ManagedSide managed_;
+  EnvironmentChanges changes_;  // by the preparation
+  Variables seenByRuntime_;     // it has a copy of its own
+  std::vector<std::string> arguments_;
+};
+
+Launched<int> Worker::run() {
+  if (auto prepared = prepare(); !prepared) return tl::unexpected(prepared.error());
+  sendPacket(channel_.get(), PacketKind::kReady, stamp_);
+  Packet packet;
+  awaitAssignment(packet);
+  if (auto taken = takeOver(packet); !taken) return tl::unexpected(taken.error());
+  if (auto told = tellApplication(); !told) return tl::unexpected(told.error());
+  return execute();
+}
+
+Launched<void> Worker::prepare() {
+  dieWith(launchPad_);
+  detachFromLaunchPad();
+  if (!standard_.open()) return stop(kServiceFailed, {"cannot make a memory file", {}});
+  launcher::registerThreadBarrier();
+  stamp_ = currentStamp(workshop_.plugin);
+  if (auto asked = askPlugin(); !asked) return asked;
+  // The zone that the plug-in may have entered and the lists that it may have saved were the last
+  // to need any.
+  dropCapabilities();
+  dieWith(launchPad_);
+  if (auto started = startRuntime(); !started) return started;
+  if (auto prepared = prepareRuntime(); !prepared) return prepared;
+  changes_ = changesBetween(workshop_.environment, currentVariables());
+  standard_.findDuplicates();
+  return {};
+}
+
+Launched<void> Worker::askPlugin() {
+  auto library = launcher::loadPlugin(workshop_.plugin);
+  if (!library) return stop(kNoPlugin, library.error());
+  plugin_ = launcher::PluginCalls(*library, &target_);
+  if (auto known = plugin_.initialize(); !known) return known;
+  auto lists = plugin_.lists();
+  if (!lists) return tl::unexpected(lists.error());
+  lists_ = std::move(*lists);
+  return {};
+}
+
+Launched<void> Worker::startRuntime() {
+  auto folders = Placeholders::open(launcher::LaunchTarget::kFolders);
+  if (!folders) return stop(kServiceFailed, folders.error());
+  folders_ = std::move(*folders);
+  auto runtime = launcher::Runtime::load(launcher::device_paths::kFramework);
+  if (!runtime) return stop(kRuntimeFailed, runtime.error());
+  runtime_ = std::move(*runtime);
+  const auto plan = launcher::planPrepared(folders_.paths(), lists_, key_.settings,
+                                           managedAssembly(workshop_.plugin).string());
+  seenByRuntime_ = currentVariables();
+  const auto started = runtime_->start(workshop_.executable, "launchpad", plan.properties);
+  if (!started) return stop(kRuntimeFailed, started.error());
+  return {};
+}
+
+Launched<void> Worker::prepareRuntime() {
+  // Before anything managed looks at the console: descriptors 1 and 2 are final then.
+  if (!key_.raw) plugin_.captureOutput();
+  plugin_.setRuntime(*runtime_);
+  plugin_.preload();
+  if (auto bound = managed_.bind(*runtime_); !bound) return stop(kRuntimeFailed, bound.error());
+  managed_.warmUp();
+  return {};
+}
+
+void Worker::awaitAssignment(Packet& packet) {
+  const auto received = receivePacket(channel_.get(), packet);
+  if (received != Received::kPacket || packet.kind != PacketKind::kAssign) _exit(0);
+}
+
+Launched<void> Worker::takeOver(Packet& packet) {
+  auto assignment = readAssignment(packet.bytes);
+  auto request = packet.descriptors.empty()
+                     ? std::nullopt
+                     : decodeRequest(textOf(packet.descriptors.front().get()));
+  if (!assignment || !request) return stop(kServiceFailed, {"the launch pad sent no launch", {}});
+  target_ = std::move(assignment->target);
+  arguments_ = std::move(request->arguments);
+  replaceEnvironment(request->environment, changes_);
+  setenv(launcher::kAppIdVariable, target_.application.id.c_str(), 1);
+  takeDescriptorsOver(takeDescriptors(packet.descriptors, assignment->there), *request);
+  packet.descriptors.clear();
+  become(*request);
+  return {};
+}
+
+// Where output is captured, descriptors 1 and 2 lead to the plug-in's pipes already, and only what
+// the runtime duplicated before is led to the asking command's.
+void Worker::takeDescriptorsOver(RequestDescriptors descriptors, const Request& request) {
+  for (int which = STDIN_FILENO; which <= STDERR_FILENO; ++which) {
+    standard_.lead(which, descriptors.standard[static_cast<size_t>(which)].get());
+  }
+  launcher::moveTerminal(descriptors.standard[STDERR_FILENO].get());
+  workstation::LogHandover log = request.log;
+  log.descriptor = descriptors.log.release();
+  workstation::useLog(log);
+}
+
+void Worker::become(const Request& request) {
+  umask(request.umask);
+  launchpad::takeOver(request.limits);
+  if (request.workingDirectory.empty() || chdir(request.workingDirectory.c_str()) != 0) {
+    [[maybe_unused]] const int result = chdir("/");
+  }
+}
+
+Launched<void> Worker::tellApplication() {
+  folders_.leadTo(target_.folders());
+  const auto variables = changesBetween(seenByRuntime_, currentVariables());
+  if (!managed_.assign(launcher::propertiesOfApplication(target_, lists_), variables)) {
+    return stop(kRuntimeFailed, {"the runtime does not take the application's properties", {}});
+  }
+  if (auto told = plugin_.setApplication(); !told) return told;
+  plugin_.beforeExecute();
+  return {};
+}
+
+Launched<int> Worker::execute() {
+  sendPacket(channel_.get(), PacketKind::kStarted);
+  channel_.reset();
+  auto ended = runtime_->execute(target_.assembly, arguments_);
+  plugin_.finalize();
+  const int latched = runtime_->shutDown();
+  if (!ended) return stop(kNotExecutable, ended.error());
+  return latched;
+}
+
+}  // namespace
+
+void runWorker(const Workshop& workshop, const PoolKey& key, pid_t launchPad, Descriptor channel) {
+  Worker worker(workshop, key, launchPad, std::move(channel));
+  const auto ended = worker.run();
+  if (ended) std::exit(*ended);
+  launcher::tell(ended.error());
+  std::exit(ended.error().status);
+}
+
+}  // namespace quillon::launchpad
