@@ -207,6 +207,10 @@ TEST_F(ManifestTest, ReportsTheFirstMistakeOnly) {
 
 TEST_F(ManifestTest, SaysWhereTheFileIsNoToml) {
   EXPECT_THAT(mistake("[package]\nid = \n"), ::testing::StartsWith("2:6: this is no TOML: "));
+  for (const std::string header : {"[=]", "[!a]", "[\1]", "[a\xef\xbb\xbd]", "[a \xef\xac\xa6]"}) {
+    EXPECT_THAT(mistake(header), ::testing::StartsWith("1:")) << header;
+    EXPECT_THAT(mistake(header), ::testing::HasSubstr(": this is no TOML: ")) << header;
+  }
 }
 
 TEST_F(ManifestTest, SaysThatTheFileCannotBeRead) {
