@@ -100,7 +100,9 @@ Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly)
   const Json& options = member(json, "runtimeOptions");
   RuntimeConfig config;
   config.frameworkVersion = wantedVersion(options);
-  for (const auto& [name, value] : member(options, "configProperties").items()) {
+  const Json& properties = member(options, "configProperties");
+  if (!properties.is_object()) return config;  // items() would make one of anything
+  for (const auto& [name, value] : properties.items()) {
     config.properties.emplace_back(name, textOf(value));
   }
   return config;

@@ -49,10 +49,13 @@ TEST_F(RuntimeConfigFile, TellsTheWantedVersionInBothForms) {
 TEST_F(RuntimeConfigFile, MayBeMissingOrSayNothing) {
   EXPECT_THAT(readRuntimeConfig(directory_.path() / "None.dll")->properties, IsEmpty());
   for (const char* text : {"{}", R"({"runtimeOptions": 1})",
-                           R"({"runtimeOptions": {"framework": {"name": 3}, "frameworks": 4}})"}) {
+                           R"({"runtimeOptions": {"framework": {"name": 3}, "frameworks": 4}})",
+                           R"({"runtimeOptions": {"configProperties": 5}})",
+                           R"({"runtimeOptions": {"configProperties": ["a"]}})"}) {
     const auto config = read(text);
     ASSERT_TRUE(config.has_value()) << text;
     EXPECT_EQ(config->frameworkVersion, "") << text;
+    EXPECT_THAT(config->properties, IsEmpty()) << text;
   }
 }
 
