@@ -51,7 +51,7 @@ std::string_view directoryOf(std::string_view path) {
 }
 
 // What one framework's names and paths take; more comes from the heap.
-constexpr std::size_t kFirstArena = 64 * 1024;
+constexpr std::size_t kFirstArena = std::size_t{64} * 1024;
 constexpr std::size_t kExpectedAssemblies = 512;
 
 // One path for each assembly name, in the order in which the names were first met. A name is a

@@ -35,7 +35,7 @@ std::string gcTracerEntryFor(const std::string& appId) {
   boost::system::error_code error;
   for (fs::directory_iterator entry(kGcTracerOptIn, error), end; !error && entry != end;
        entry.increment(error)) {
-    const std::string name = getFileName(entry->path().string());
+    std::string name = getFileName(entry->path().string());
     if (name.find(appId) != std::string::npos) {
       return name;
     }
