@@ -1,0 +1,28 @@
+// The launcher's look at an application's image. Input: the image.
+#include "launcher/assembly_image.h"
+
+#include <filesystem>
+
+#include "tests/fuzz/memory_file.h"
+#include "tests/fuzz/target.h"
+
+using quillon::launcher::requireExecutableAssembly;
+using quillon::launcher::wrongWithImage;
+
+FUZZ_TARGET(assembly_image) {
+  const std::string_view wrong = wrongWithImage(bytes);
+  const MemoryFile file(bytes);
+  const auto required = requireExecutableAssembly(file.path());
+  FUZZ_REQUIRE(required.has_value() == wrong.empty());
+  if (!wrong.empty()) {
+    FUZZ_REQUIRE(required.error().what ==
+                 "the runtime cannot run '" + file.path() + "': " + std::string(wrong));
+    return;
+  }
+  FUZZ_REQUIRE(bytes.starts_with("MZ"));
+  FUZZ_REQUIRE(bytes.find(std::string_view("PE\0\0", 4)) != bytes.npos);
+  // What follows an image does not make it another one, and its start is part of it.
+  FUZZ_REQUIRE(wrongWithImage(std::string(bytes) + std::string(64, '\xff')).empty());
+  FUZZ_REQUIRE(!wrongWithImage(bytes.substr(1)).empty() || bytes.substr(1).starts_with("MZ"));
+  FUZZ_REQUIRE(!wrongWithImage(bytes.substr(0, 0x40)).empty());
+}

@@ -1,0 +1,41 @@
+// An application's NAME.runtimeconfig.json, and a framework's list of what it consists of.
+// Input: the file, read as both.
+#include "launcher/runtime_config.h"
+
+#include <filesystem>
+
+#include "tests/fuzz/memory_file.h"
+#include "tests/fuzz/target.h"
+#include "tests/support/temporary_directory.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void leadTo(const std::string& file, const fs::path& link) {
+  fs::remove(link);
+  fs::create_symlink(file, link);
+}
+
+}  // namespace
+
+FUZZ_TARGET(runtime_config) {
+  static const quillon::test::TemporaryDirectory folder;
+  const MemoryFile file(bytes);
+  leadTo(file.path(), folder.path() / "a.runtimeconfig.json");
+  leadTo(file.path(), folder.path() / "Microsoft.NETCore.App.deps.json");
+
+  const auto config = quillon::launcher::readRuntimeConfig(folder.path() / "a.dll");
+  if (!config) {
+    const std::string name = (folder.path() / "a.runtimeconfig.json").string();
+    FUZZ_REQUIRE(config.error().what == "'" + name + "' is not valid JSON");
+  } else {
+    FUZZ_REQUIRE(bytes.find('{') != bytes.npos);
+    for (const auto& [name, value] : config->properties) {
+      FUZZ_REQUIRE(!name.empty() || bytes.find("\"\"") != bytes.npos);
+    }
+  }
+  const std::string version = quillon::launcher::frameworkVersionOf(folder.path());
+  FUZZ_REQUIRE(version.empty() || bytes.find("Microsoft.NETCore.App.Runtime.") != bytes.npos ||
+               bytes.find('\\') != bytes.npos);  // or an escape spells it
+}
