@@ -25,8 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kBareHost[] = "bare host, lists given";
-
 struct Options {
   int rounds = 100;
   int warmUps = 3;
@@ -175,7 +173,7 @@ void Bench::measureMemory() {
 void Bench::print() const {
   printMachine(surroundings_, options_.rounds);
   for (const Group& group : groups_) {
-    printTimes(group.application.title, group.measured, kBareHost);
+    printTimes(group.application.title, group.measured);
     printCalls(group.application.title, group.calls, group.resolutions);
     printMemory(group.application.title, group.measured);
   }

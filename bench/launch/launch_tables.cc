@@ -23,10 +23,11 @@ double ratioOf(const std::vector<double>& measured, const std::vector<double>& r
 }
 
 const std::vector<double>& secondsOf(const std::vector<Measured>& group, const std::string& name) {
+  static const std::vector<double> kNothing;
   for (const Measured& one : group) {
     if (one.name == name) return one.seconds;
   }
-  return group.front().seconds;
+  return kNothing;
 }
 
 template <typename Value>
@@ -49,17 +50,17 @@ void printMachine(const Surroundings& surroundings, int rounds) {
 #endif
 }
 
-void printTimes(const std::string& title, const std::vector<Measured>& group,
-                const std::string& bare) {
-  std::printf("\n%-52s %8s %8s %8s %9s %8s\n", title.c_str(), "ms", "p10", "p90", "x dotnet",
-              "x bare");
+void printTimes(const std::string& title, const std::vector<Measured>& group) {
+  std::printf("\n%-50s %8s %8s %8s %9s %8s %9s\n", title.c_str(), "ms", "p10", "p90", "x dotnet",
+              "x bare", "x direct");
   for (const Measured& one : group) {
     if (one.seconds.empty()) continue;
-    std::printf("%-52s %8.2f %8.2f %8.2f %9.3f %8.3f\n", one.name.c_str(),
+    std::printf("%-50s %8.2f %8.2f %8.2f %9.3f %8.3f %9.3f\n", one.name.c_str(),
                 median(one.seconds) * kMilliseconds, quantile(one.seconds, 0.1) * kMilliseconds,
                 quantile(one.seconds, 0.9) * kMilliseconds,
-                ratioOf(one.seconds, group.front().seconds),
-                ratioOf(one.seconds, secondsOf(group, bare)));
+                ratioOf(one.seconds, secondsOf(group, kStockHost)),
+                ratioOf(one.seconds, secondsOf(group, kBareHost)),
+                ratioOf(one.seconds, secondsOf(group, kDirectLaunch)));
   }
 }
 

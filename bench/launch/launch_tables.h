@@ -10,7 +10,7 @@
 
 namespace quillon::bench {
 
-// The measured values of one contender; the first of a group is what the others are compared with.
+// The measured values of one contender.
 struct Measured {
   std::string name;
   std::vector<double> seconds;  // of each round
@@ -19,10 +19,9 @@ struct Measured {
 
 void printMachine(const Surroundings& surroundings, int rounds);
 
-// Medians, the tenth and ninetieth percentile, and the median of the rounds' ratios to the first
-// contender and to the one named `bare`.
-void printTimes(const std::string& title, const std::vector<Measured>& group,
-                const std::string& bare);
+// Medians, the tenth and ninetieth percentile, and the medians of the rounds' ratios to the stock
+// host, the bare host and the direct launch.
+void printTimes(const std::string& title, const std::vector<Measured>& group);
 
 void printMemory(const std::string& title, const std::vector<Measured>& group);
 

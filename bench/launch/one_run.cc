@@ -61,6 +61,7 @@ class Running {
   }
 
  private:
+  void spawn(const Contender& contender, Task task, int input, int output);
   bool readMore();
 
   Descriptor input_;
@@ -72,26 +73,30 @@ class Running {
 };
 
 Running::Running(const Contender& contender, Task task) {
+  Pipe in = makePipe();
+  Pipe out = makePipe();
+  spawn(contender, task, in.read.get(), out.write.get());
+  input_ = std::move(in.write);
+  output_ = std::move(out.read);
+}
+
+void Running::spawn(const Contender& contender, Task task, int input, int output) {
   std::vector<std::string> command = contender.command;
   if (task == Task::kMemory) command.emplace_back(kWaitArgument);
   const std::vector<char*> arguments = pointersTo(command);
   const std::vector<std::string> variables = environmentOf(contender);
   const std::vector<char*> environment = pointersTo(variables);
-  Pipe in = makePipe();
-  Pipe out = makePipe();
   posix_spawn_file_actions_t streams;
   posix_spawn_file_actions_init(&streams);
-  posix_spawn_file_actions_adddup2(&streams, in.read.get(), STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&streams, out.write.get(), STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&streams, out.write.get(), STDERR_FILENO);
+  posix_spawn_file_actions_adddup2(&streams, input, STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&streams, output, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&streams, output, STDERR_FILENO);
   start_ = Clock::now();
   if (posix_spawn(&process_, arguments[0], &streams, nullptr, arguments.data(),
                   environment.data()) != 0) {
     process_ = -1;
   }
   posix_spawn_file_actions_destroy(&streams);
-  input_ = std::move(in.write);
-  output_ = std::move(out.read);
 }
 
 bool Running::readMore() {

@@ -109,23 +109,27 @@ Expected<Surroundings> makeSurroundings(const fs::path& build, const fs::path& w
 
 std::vector<Contender> contendersOf(const Surroundings& surroundings,
                                     const Application& application) {
-  const auto launch = [&](const std::vector<std::string>& more) {
+  const auto direct = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), {"--raw"});
     return launchCommand(surroundings, application, more);
   };
-  return {
-      {"dotnet APP.dll", {surroundings.dotnet, application.assembly}},
+  std::vector<Contender> all = {
+      {kStockHost, {surroundings.dotnet, application.assembly}},
       {"the application's apphost", {application.appHost}},
-      {"bare host, lists given",
+      {kBareHost,
        {surroundings.program("bare_host"), application.properties, application.assembly}},
-      {"quillon launch --raw", launch({"--raw"})},
-      {"quillon launch (output captured)", launch({})},
-      {"quillon launch --raw, log off", launch({"--raw"}), {"QUILLON_LOG=none"}},
-      {"quillon launch --raw, all logged to a file",
-       launch({"--raw"}),
-       {"QUILLON_LOG=file:/tmp/quillon-bench.log"}},
-      {"quillon launch --raw, diagnostics off", launch({"--raw", "--diagnostics", "off"})},
-      {"quillon launch --raw from outside the device root", launch({"--raw"}), {}, false},
-  };
+      {kDirectLaunch, direct({})},
+      {"the same, output captured, all logged",
+       launchCommand(surroundings, application, {}),
+       {"QUILLON_LOG=terminal"}},
+      {"the same, log off", direct({}), {"QUILLON_LOG=none"}},
+      {"the same, all logged to a file", direct({}), {"QUILLON_LOG=file:/tmp/quillon-bench.log"}},
+      {"the same, from outside the device root", direct({}), {}, false}};
+  for (const char* setting : {"--diagnostics", "--tiered-pgo", "--tiered-compilation",
+                              "--quick-jit-for-loops", "--ready-to-run", "--write-xor-execute"}) {
+    all.push_back({std::string("the same, ") + setting + " off", direct({setting, "off"})});
+  }
+  return all;
 }
 
 Contender stockResolutionOf(const Surroundings& surroundings, const Application& application) {

@@ -11,6 +11,11 @@
 
 namespace quillon::bench {
 
+// Contenders that others are compared with.
+inline constexpr char kStockHost[] = "dotnet APP.dll";
+inline constexpr char kBareHost[] = "bare host, lists given";
+inline constexpr char kDirectLaunch[] = "quillon launch --raw";
+
 struct Application {
   std::string title;
   std::string id;
@@ -37,7 +42,7 @@ struct Surroundings {
 [[nodiscard]] Expected<Surroundings> makeSurroundings(const std::filesystem::path& build,
                                                       const std::filesystem::path& work);
 
-// All that is timed for one application; the first is what the others are compared with.
+// All that is timed for one application.
 std::vector<Contender> contendersOf(const Surroundings& surroundings,
                                     const Application& application);
 
