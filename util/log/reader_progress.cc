@@ -39,7 +39,8 @@ constexpr long kPauseNanoseconds = 200'000;
 // Bytes that stand in the pipe. One system call and nothing else: as good in a handler as anywhere.
 std::size_t unreadBytes() {
   int bytes = 0;
-  return ioctl(pStdErr[0], FIONREAD, &bytes) == 0 ? static_cast<std::size_t>(bytes) : 0;
+  const int readEnd = std::atomic_ref(pStdErr[0]).load();
+  return ioctl(readEnd, FIONREAD, &bytes) == 0 ? static_cast<std::size_t>(bytes) : 0;
 }
 
 void pauseBriefly() {
