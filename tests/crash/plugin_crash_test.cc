@@ -13,6 +13,7 @@
 
 #include "tests/crash/child.h"
 #include "tests/crash/faulty_platform.h"
+#include "tests/support/sanitized.h"
 #include "tests/torture/device_main.h"
 
 namespace quillon::test {
@@ -59,11 +60,7 @@ void launchPlugin() {
 void writeLog() { CALL(is_coba_direct_call_mode)(); }
 
 // A sanitized launch takes several times as long.
-#ifdef QUILLON_SANITIZED
-constexpr int kLaunches = 60;
-#else
-constexpr int kLaunches = 200;
-#endif
+const int kLaunches = isSanitized() ? 60 : 200;
 
 // `count` launches, a few at a time.
 std::vector<Ending> launches(int count, const std::function<void(int)>& body) {
@@ -272,11 +269,9 @@ TEST_F(PluginCrashTorture, OneCrashInsideALockEndsAsElsewhere) {
             crashes[static_cast<std::size_t>(i / 2) % crashes.size()], writeLog);
   });
   for (std::size_t i = 0; i < endings.size(); ++i) {
-#ifdef QUILLON_SANITIZED
-    if (i % 2 == 0) {
+    if (isSanitized() && i % 2 == 0) {
       continue;  // a sanitizer's malloc is its own
     }
-#endif
     EXPECT_EQ(endings[i], outcomes[i / 2 % crashes.size()]) << i;
   }
 }

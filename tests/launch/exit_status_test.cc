@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "tests/launch/sample_device.h"
+#include "tests/support/sanitized.h"
 #include "tools/exit_status.h"
 
 namespace quillon::test {
@@ -161,9 +162,8 @@ exec = "bin/SampleClock.dll"
 }
 
 TEST_F(RuntimeExitStatus, IsAServiceFailureWhenNoDescriptorIsLeftForPlaceholders) {
-#ifdef QUILLON_SANITIZED
-  GTEST_SKIP() << "the sanitizers' check of an exception's type needs descriptors of its own";
-#endif
+  if (isSanitized())
+    GTEST_SKIP() << "the sanitizers' check of an exception's type needs descriptors of its own";
   makeDevice();
   // Inside beforehand, since entering takes descriptors too.
   const std::string device = root().string();

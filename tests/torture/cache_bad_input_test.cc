@@ -7,6 +7,7 @@
 
 #include <filesystem>
 
+#include "tests/support/sanitized.h"
 #include "tests/torture/device_main.h"
 
 namespace quillon::torture {
@@ -101,9 +102,8 @@ TEST_F(CacheBadInput, HugeWholeFileIsServedInFull) {
 }
 
 TEST_F(CacheBadInput, MoreThanMemoryHoldsIsReplaced) {
-#ifdef QUILLON_SANITIZED
-  GTEST_SKIP() << "the address sanitizer reserves more memory than the limit allows";
-#endif
+  if (isSanitized())
+    GTEST_SKIP() << "the address sanitizer reserves more memory than the limit allows";
   writeFile(cachePath(), "[START]");
   fs::resize_file(cachePath(), std::uintmax_t{2} * 1024 * 1024 * 1024);
   const Launched launched = launch([] {

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/support/sanitized.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/tree_test.h"
 
@@ -29,11 +30,7 @@ constexpr char kGood[] = "4 Signature verification OK";
 constexpr char kBad[] = "6 Signature verification fail...";
 
 // A sanitizer sees the same in every bit, only more slowly.
-#ifdef QUILLON_SANITIZED
-constexpr std::size_t kBitStride = 7;
-#else
-constexpr std::size_t kBitStride = 1;
-#endif
+const std::size_t kBitStride = isSanitized() ? 7 : 1;
 
 std::size_t openDescriptors() {
   const std::filesystem::directory_iterator all("/proc/self/fd");
