@@ -82,7 +82,6 @@ bool ChangeNotifier::launchThread() {
   try {
     std::thread thread(&ChangeNotifier::run, this);
     thread_ = thread.get_id();
-    pthread_setname_np(thread.native_handle(), "Config Thread");
     thread.detach();
   } catch (const std::system_error&) {
     return false;
@@ -125,6 +124,8 @@ void ChangeNotifier::stopWatchingUnused(const std::string& folder) {
 }
 
 void ChangeNotifier::run() {
+  // Its own name costs a thread one system call, another thread's a walk through /proc.
+  pthread_setname_np(pthread_self(), "Config Thread");
   for (;;) {
     const std::string_view events = watch_.wait();
     if (events.empty()) return;  // the descriptor is gone: somebody closed what was not theirs

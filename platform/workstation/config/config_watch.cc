@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 // The store replaces files; a person with an editor may rewrite one.
 constexpr uint32_t kEvents = IN_MOVED_TO | IN_CLOSE_WRITE | IN_MOVE_SELF | IN_ONLYDIR;
-constexpr size_t kBufferSize = 65536;
+constexpr size_t kBufferSize = 4096;  // more than the longest event; what does not fit comes next
 
 fs::path pathOf(const std::string& folder) {
   return folder.empty() ? fs::path(kConfigDirectory) : fs::path(kConfigDirectory) / folder;
