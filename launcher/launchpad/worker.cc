@@ -90,6 +90,7 @@ Launched<void> Worker::prepare() {
   if (auto started = startRuntime(); !started) return started;
   if (auto prepared = prepareRuntime(); !prepared) return prepared;
   changes_ = changesBetween(workshop_.environment, currentVariables());
+  changes_.emplace("TMPDIR", std::nullopt);  // unset in a device root, whoever had it
   standard_.findDuplicates();
   return {};
 }

@@ -1,0 +1,133 @@
+#include "tests/launchpad/running_launchpad.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <sstream>
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
+
+[[noreturn]] void become(const std::vector<std::string>& command, const fs::path& out,
+                         const fs::path& err) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
+  dup2(open(out.c_str(), kFlags, 0600), STDOUT_FILENO);
+  dup2(open(err.c_str(), kFlags, 0600), STDERR_FILENO);
+  putenv(const_cast<char*>(kRuntimeSanitizerOptions));
+  setenv("QUILLON_LOG", "none", 1);
+  std::vector<char*> arguments;
+  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  execv(arguments[0], arguments.data());
+  _exit(127);
+}
+
+int statusOf(pid_t child) {
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+}  // namespace
+
+bool isAlive(pid_t process) {
+  std::ifstream stream("/proc/" + std::to_string(process) + "/stat");
+  std::string line;
+  if (!std::getline(stream, line)) return false;
+  const size_t state = line.rfind(") ");
+  return state != std::string::npos && line[state + 2] != 'Z';
+}
+
+void LaunchpadTest::SetUp() {
+  RuntimeTest::SetUp();
+  if (!IsSkipped()) makeDevice();
+}
+
+LaunchpadTest::~LaunchpadTest() {
+  if (launchpad_ > 0) killLaunchpad();
+}
+
+void LaunchpadTest::start(int size) {
+  size_ = size;
+  const std::vector<std::string> command = {
+      kQuillon,  "launchpad",          "--device",       root(), "--type", "none",
+      "--size",  std::to_string(size), "--refill-delay", "0"};
+  launchpad_ = fork();
+  if (launchpad_ == 0) become(command, fresh("launchpad-out"), fresh("launchpad-errors"));
+  ASSERT_TRUE(eventually([&] { return control("status").status == 0; })) << errors();
+}
+
+void LaunchpadTest::prepareFor(const std::vector<std::string>& launchArguments) {
+  const size_t ready = processes("ready").size();
+  ASSERT_EQ(launch(launchArguments).status, 0);
+  ASSERT_TRUE(awaitProcesses("ready", ready + static_cast<size_t>(size_))) << status() << errors();
+}
+
+Ending LaunchpadTest::control(const std::string& action) const {
+  return run({kQuillon, "launchpad", action, "--device", root()});
+}
+
+int LaunchpadTest::served() const {
+  const std::string text = status();
+  const size_t at = text.find("served: ");
+  return at == std::string::npos ? -1 : std::atoi(text.c_str() + at + 8);
+}
+
+std::vector<pid_t> LaunchpadTest::processes(const std::string& stage) const {
+  std::istringstream lines(status());
+  std::vector<pid_t> found;
+  for (std::string line; std::getline(lines, line);) {
+    int pid = 0;
+    if (std::sscanf(line.c_str(), "  process %d: ", &pid) == 1 && line.ends_with(": " + stage)) {
+      found.push_back(pid);
+    }
+  }
+  return found;
+}
+
+bool LaunchpadTest::awaitProcesses(const std::string& stage, size_t count) const {
+  return eventually([&] { return processes(stage).size() == count; });
+}
+
+void LaunchpadTest::killLaunchpad() {
+  kill(launchpad_, SIGKILL);
+  endOfLaunchpad();
+}
+
+int LaunchpadTest::endOfLaunchpad() {
+  const int status = statusOf(launchpad_);
+  launchpad_ = -1;
+  return status;
+}
+
+RunningLaunch::RunningLaunch(const std::vector<std::string>& command) {
+  pid_ = fork();
+  if (pid_ != 0) return;
+  std::vector<std::string> whole = {kQuillon, "launch"};
+  whole.insert(whole.end(), command.begin(), command.end());
+  become(whole, output_.path() / "out", output_.path() / "err");
+}
+
+RunningLaunch::~RunningLaunch() {
+  if (pid_ < 0) return;
+  kill(pid_, SIGKILL);
+  wait();
+}
+
+Ending RunningLaunch::wait() {
+  Ending ending;
+  ending.status = statusOf(pid_);
+  pid_ = -1;
+  ending.out = contentOf(output_.path() / "out");
+  ending.err = contentOf(output_.path() / "err");
+  return ending;
+}
+
+}  // namespace quillon::test

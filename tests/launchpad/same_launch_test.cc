@@ -1,0 +1,183 @@
+// An application launched by the launch pad is what it is when launched directly, or is launched
+// directly.
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <regex>
+
+#include "tests/launchpad/running_launchpad.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+using SameLaunch = LaunchpadTest;
+
+std::vector<std::string> operator+(std::vector<std::string> one, std::vector<std::string> more) {
+  one.insert(one.end(), more.begin(), more.end());
+  return one;
+}
+
+// Without the two assemblies that only a prepared process has, the numbers of descriptors, and with
+// the folder for the descriptor that leads to it.
+std::string comparable(const std::string& output) {
+  static const std::regex kOwn("assembly (Preload|Quillon\\.Launchpad): .*\n");
+  static const std::regex kFolder("/proc/self/fd/[0-9]+/de/");
+  static const std::regex kDescriptor("/proc/self/fd/[0-9]+");
+  std::string text = std::regex_replace(output, kOwn, "");
+  text = std::regex_replace(text, kFolder, "/opt/usr/apps/org.velora.sample.clock/bin/de/");
+  return std::regex_replace(text, kDescriptor, "/proc/self/fd/N");
+}
+
+TEST_F(SameLaunch, PrintsAndEndsTheSame) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const std::vector<std::string> asked = {
+      kClock, "--",        "--exit",     "7",       "--culture",  "de",
+      "--property", "APP_PATHS", "--property", "APP_CONTEXT_BASE_DIRECTORY",
+      "--property", "APP_CONTEXT_DEPS_FILES", "--property", "Velora.Sample.Clock.Face", "a b", ""};
+  const Ending direct = launch(std::vector<std::string>{"--raw", "--direct"} + asked);
+  const Ending prepared = launch(std::vector<std::string>{"--raw", "--verbose"} + asked);
+  EXPECT_EQ(served(), 1);
+  EXPECT_EQ(prepared.status, 7);
+  EXPECT_EQ(prepared.status, direct.status);
+  EXPECT_EQ(comparable(prepared.out), comparable(direct.out));
+  EXPECT_THAT(prepared.out, HasSubstr("base directory: /opt/usr/apps/org.velora.sample.clock/bin/"));
+  EXPECT_EQ(prepared.err, "");
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const Ending failed = launch({"--raw", kClock, "--", "--throw"});
+  EXPECT_EQ(failed.status, 128 + SIGABRT);
+  EXPECT_THAT(failed.err, HasSubstr("asked to fail"));
+  EXPECT_EQ(served(), 2);
+}
+
+TEST_F(SameLaunch, LogsWhereTheAskingCommandDoes) {
+  start(1);
+  ASSERT_EQ(launchCaptured({kClock}).status, 0);
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const std::string log = fresh("log").string();
+  const Ending ending = launchCaptured({kClock, "--", "logged"}, {"QUILLON_LOG=json:" + log});
+  EXPECT_EQ(served(), 1);
+  EXPECT_EQ(ending.out, "");
+  EXPECT_EQ(ending.err, "");
+  EXPECT_THAT(contentOf(log), HasSubstr("arguments: logged"));
+  EXPECT_THAT(contentOf(log), HasSubstr("### App ID : org.velora.sample.clock ###"));
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const Ending shown = launchCaptured({kClock, "--", "shown"}, {"QUILLON_LOG=terminal"});
+  EXPECT_EQ(served(), 2);
+  EXPECT_THAT(shown.err, HasSubstr("arguments: shown"));
+}
+
+TEST_F(SameLaunch, TakesTheAskingCommandsSurroundingsOver) {
+  start(1);
+  prepareFor({kClock});  // a pool for another kind of application does not serve this one
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 2));
+  const mode_t mask = umask(0027);
+  const fs::path before = fs::current_path();
+  fs::current_path("/usr");
+  RunningProbe probe(root(), "inhouse", {"QUILLON_LOG=none", "OWN=a=b", "TMPDIR=/elsewhere"});
+  fs::current_path(before);
+  umask(mask);
+  EXPECT_EQ(probe.ask("variable OWN"), "a=b") << probe.errors();
+  EXPECT_EQ(probe.ask("variable QUILLON_APP_ID"), kProbe);
+  EXPECT_EQ(probe.ask("variable DOTNET_APP"), "1");
+  EXPECT_EQ(probe.ask("variable TMPDIR"), "(none)");
+  EXPECT_EQ(probe.ask("assembly Velora.TV.Screen").find("/proc/self/fd/"), 0U);
+  const fs::path process = "/proc/" + probe.ask("process");
+  EXPECT_NE(process, "/proc/" + std::to_string(probe.pid()));
+  EXPECT_EQ(fs::read_symlink(process / "cwd"), "/usr");
+  EXPECT_THAT(contentOf(process / "status"), HasSubstr("Umask:\t0027"));
+  EXPECT_EQ(probe.quit(), 0);
+  EXPECT_EQ(served(), 1);
+}
+
+// Every thread of the application: rights are each thread's own.
+TEST_F(SameLaunch, HasNoCapabilities) {
+  start(1);
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  RunningProbe probe(root(), "inhouse");
+  const fs::path threads = "/proc/" + probe.ask("process") + "/task";
+  EXPECT_EQ(served(), 1);
+  int seen = 0;
+  for (const auto& thread : fs::directory_iterator(threads)) {
+    EXPECT_THAT(contentOf(thread.path() / "status"), HasSubstr("CapPrm:\t0000000000000000"));
+    ++seen;
+  }
+  EXPECT_GT(seen, 1);
+}
+
+TEST_F(SameLaunch, ARefusalIsTheResult) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  installClock("[package]\nid = \"org.velora.sample.clock\"\nversion = \"1\"\n"
+               "files = \"org.velora.sample.clock\"\n"
+               "[[application]]\nid = \"org.velora.sample.clock\"\nexec = \"bin/SampleClock.dll\"\n");
+  // What was prepared before the installation is not used any more.
+  const Ending first = launch({"--raw", "--verbose", kClock});
+  EXPECT_THAT(first.err, HasSubstr("launched directly, not by the launch pad"));
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const Ending refused = launch({"--raw", "--verbose", kClock});
+  EXPECT_EQ(refused.status, 0);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_THAT(refused.err, HasSubstr("### This App doesn't have platform privilege ###"));
+  EXPECT_THAT(refused.err, Not(HasSubstr("launched directly")));
+}
+
+TEST_F(SameLaunch, SignalsReachTheApplication) {
+  start(1);
+  int direct = 0;
+  {
+    RunningProbe probe(root(), "inhouse");
+    kill(probe.pid(), SIGTERM);
+    direct = probe.quit();
+  }
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  RunningProbe probe(root(), "inhouse");
+  const pid_t application = std::stoi(probe.ask("process"));
+  EXPECT_EQ(served(), 1);
+  kill(probe.pid(), SIGTSTP);
+  EXPECT_TRUE(eventually([&] {
+    return contentOf("/proc/" + std::to_string(application) + "/stat").find(") T ") !=
+           std::string::npos;
+  }));
+  kill(probe.pid(), SIGCONT);
+  EXPECT_EQ(probe.ask("variable QUILLON_APP_ID"), kProbe);
+  kill(probe.pid(), SIGTERM);
+  EXPECT_EQ(probe.quit(), direct);
+  EXPECT_FALSE(isAlive(application));
+}
+
+TEST_F(SameLaunch, WhatAPreparedProcessCannotBeIsLaunchedDirectly) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const auto reason = [&](const std::vector<std::string>& options,
+                          const std::vector<std::string>& environment) {
+    const Ending ending = launch(std::vector<std::string>{"--raw", "--verbose"} + options +
+                                     std::vector<std::string>{kClock, "--", "--exit", "5"},
+                                 std::vector<std::string>{"QUILLON_LOG=none"} + environment);
+    EXPECT_EQ(ending.status, 5) << ending.err;
+    return ending.err.substr(0, ending.err.find('\n'));
+  };
+  const std::string start = "quillon: launched directly, not by the launch pad: ";
+  EXPECT_EQ(reason({}, {"LC_MESSAGES=C.UTF-8"}),
+            start + "the environment variable LC_MESSAGES differs from the launch pad's");
+  EXPECT_EQ(reason({"--type", "normal"}, {}), start + "no process is ready for it");
+  EXPECT_EQ(reason({"--direct"}, {}), start + "--direct asks for it");
+  EXPECT_EQ(reason({"--writable", root()}, {}), start + "--writable needs mounts of its own");
+  const int nice = getpriority(PRIO_PROCESS, 0);
+  setpriority(PRIO_PROCESS, 0, nice + 1);
+  EXPECT_EQ(reason({}, {}), start + "its scheduling differs from the launch pad's");
+  EXPECT_EQ(served(), 0);
+}
+
+}  // namespace
+}  // namespace quillon::test
