@@ -7,6 +7,9 @@ set(targets quillon-tv-plugin)
 if(QUILLON_BUILD_WORKSTATION)
   list(APPEND targets quillon-platform)
   install(TARGETS quillon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  # The launch pad's managed side, where there was an SDK to build it.
+  install(FILES ${CMAKE_BINARY_DIR}/lib/quillon/Quillon.Launchpad.dll
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon OPTIONAL)
   # Never linked; the quillon tool puts it into device roots.
   install(TARGETS quillon-zone LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
 endif()
