@@ -3,6 +3,7 @@
 #define QUILLON_UNIT_PATH "bench/capture_bench.cc"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <util/log/error_file.h>
@@ -67,24 +68,6 @@ void throughCapture(int stream, std::size_t size) {
   if (!errorLogFile.empty()) unlink(errorLogFile.c_str());
 }
 
-void throughCat(int sink, std::size_t size) {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) std::abort();
-  const pid_t cat = fork();
-  if (cat == 0) {
-    dup2(ends[0], STDIN_FILENO);
-    dup2(sink, STDOUT_FILENO);
-    execlp("cat", "cat", nullptr);
-    _exit(127);
-  }
-  close(ends[0]);
-  writeAll(ends[1], size);
-  close(ends[1]);
-  int status = 0;
-  waitpid(cat, &status, 0);
-  if (status != 0) std::abort();
-}
-
 // A file that every round writes anew.
 class SinkFile {
  public:
@@ -98,6 +81,11 @@ class SinkFile {
     if (ftruncate(descriptor_, 0) != 0) std::abort();
   }
   int descriptor() const { return descriptor_; }
+  std::size_t size() const {
+    struct stat status {};
+    if (fstat(descriptor_, &status) != 0) std::abort();
+    return static_cast<std::size_t>(status.st_size);
+  }
 
  private:
   const quillon::test::TemporaryDirectory directory_;
@@ -105,17 +93,59 @@ class SinkFile {
   const int descriptor_;
 };
 
+// A cat that writes to the sink. It runs through all rounds, as the capture's readers do, so that
+// no round has its start to pay for.
+class Cat {
+ public:
+  explicit Cat(const SinkFile& sink) : sink_(sink) {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) std::abort();
+    process_ = fork();
+    if (process_ == 0) become(ends[0], sink.descriptor());
+    close(ends[0]);
+    input_ = ends[1];
+  }
+  ~Cat() {
+    close(input_);
+    int status = 0;
+    waitpid(process_, &status, 0);
+    if (status != 0) std::abort();
+  }
+  Cat(const Cat&) = delete;
+  Cat& operator=(const Cat&) = delete;
+
+  // A round's bytes, from an empty sink on until they have arrived.
+  void carry(std::size_t size) const {
+    writeAll(input_, size);
+    while (sink_.size() < kBytes) std::this_thread::sleep_for(kPause);
+  }
+
+ private:
+  [[noreturn]] static void become(int input, int output) {
+    dup2(input, STDIN_FILENO);
+    dup2(output, STDOUT_FILENO);
+    execlp("cat", "cat", nullptr);
+    _exit(127);
+  }
+
+  const SinkFile& sink_;
+  pid_t process_ = -1;
+  int input_ = -1;
+};
+
 void beside(benchmark::State& state, int Captured::*stream) {
   const auto size = static_cast<std::size_t>(state.range(0));
+  const int captureStream = captured().*stream;
   const SinkFile sink;
+  const Cat cat(sink);
   quillon::bench::runPaired(
       state,
       [&] {
-        throughCapture(captured().*stream, size);
+        throughCapture(captureStream, size);
         sink.empty();
       },
       [&] {
-        throughCat(sink.descriptor(), size);
+        cat.carry(size);
         sink.empty();
       });
   state.counters["bytes"] = static_cast<double>(kBytes);

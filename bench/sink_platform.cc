@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -44,6 +45,7 @@ int __dlog_print(int /*log_id*/, int /*prio*/, const char* /*tag*/, const char* 
   va_end(arguments);
   const ssize_t written =
       write(quillon::bench::sinkDescriptor, line.data(), static_cast<std::size_t>(size));
+  if (written != size) std::abort();
   va_start(arguments, format);
   if (!std::strstr(format, "DotNETLog")) {
     quillon::bench::captured += quillon::bench::capturedIn(format, arguments);

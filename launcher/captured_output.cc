@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -66,37 +65,61 @@ fs::path threadOf(const std::string& name) {
   return {};
 }
 
-// Whether a thread waits in a system call that waits for input, proc(5).
-bool awaitsInput(const fs::path& thread) {
-  const std::string number = firstLine(thread / "syscall");
-  const auto is = [&](long call) { return number.rfind(std::to_string(call) + " ", 0) == 0; };
+// What /proc tells of a reader.
+enum class Reader { kNone, kUnseen, kBusy, kWaiting };
+
+// The readers wait for input in poll(2) alone. `call` is a line of "syscall", proc(5).
+Reader stateIn(const std::string& call) {
+  const auto is = [&](long number) { return call.rfind(std::to_string(number) + " ", 0) == 0; };
+  if (call.empty()) return Reader::kUnseen;
 #ifdef SYS_poll
-  if (is(SYS_poll)) return true;
+  if (is(SYS_poll)) return Reader::kWaiting;
 #endif
-  return is(SYS_ppoll) || is(SYS_read);
+  return is(SYS_ppoll) ? Reader::kWaiting : Reader::kBusy;
 }
 
-// In this order: a reader that waits after its pipe was empty has logged what was in it.
-bool isLogged(const Stream& stream) {
+Reader readerOf(const Stream& stream) {
+  std::error_code hidden;
+  if (!fs::exists("/proc/self/task", hidden)) return Reader::kUnseen;
+  const fs::path thread = threadOf(stream.reader);
+  return thread.empty() ? Reader::kNone : stateIn(firstLine(thread / "syscall"));
+}
+
+bool isEmpty(int pipe) {
   int unread = 0;
-  if (stream.pipe < 0 || ioctl(stream.pipe, FIONREAD, &unread) != 0) return true;
-  if (unread > 0) return false;
-  const fs::path reader = threadOf(stream.reader);
-  return reader.empty() || awaitsInput(reader);
+  return ioctl(pipe, FIONREAD, &unread) != 0 || unread == 0;
 }
 
-bool canBeWatched(const Stream& stream) {
-  return stream.pipe < 0 || !firstLine(threadOf(stream.reader) / "syscall").empty();
+// In this order: a reader that waits after its pipe was empty has logged what was in it. Without a
+// reader nothing would be.
+bool isLogged(const Stream& stream) {
+  if (stream.pipe < 0) return true;
+  const bool empty = isEmpty(stream.pipe);
+  const Reader reader = readerOf(stream);
+  return reader == Reader::kNone || (empty && reader != Reader::kBusy);
+}
+
+bool isUnseen(const Stream& stream) {
+  return stream.pipe >= 0 && readerOf(stream) == Reader::kUnseen;
+}
+
+// What `file` holds goes into its pipe. A thread of the application may hold a stream's lock for
+// ever, for instance in a read from the terminal, so that nothing here waits for one.
+void flush(const Stream& stream, FILE* file) {
+  if (stream.pipe < 0 || ftrylockfile(file) != 0) return;
+  fflush_unlocked(file);
+  funlockfile(file);
 }
 
 void awaitCapturedOutput() {
-  std::fflush(nullptr);
   const auto& all = streams();
+  flush(all[0], stdout);
+  flush(all[1], stderr);
   const auto end = Clock::now() + kLongestWait;
   while (!std::all_of(all.begin(), all.end(), isLogged) && Clock::now() < end) {
     std::this_thread::sleep_for(kPause);
   }
-  if (!std::all_of(all.begin(), all.end(), canBeWatched)) std::this_thread::sleep_for(kGrace);
+  if (std::any_of(all.begin(), all.end(), isUnseen)) std::this_thread::sleep_for(kGrace);
 }
 
 }  // namespace

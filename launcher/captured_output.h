@@ -7,7 +7,7 @@
 
 namespace quillon::launcher {
 
-// From here on the process, when it exits, flushes the C library's streams and waits until the
+// From here on the process, when it exits, flushes what stdout and stderr hold and waits until the
 // plug-in has logged all that was printed; a few seconds at most. A process that ends otherwise, by
 // a signal or _exit, does not. Call right after plugin_has_log_control, once.
 void awaitCapturedOutputAtExit();

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 
 #include "plugin/src/dotnet-signal-handler/signal_handler.h"
@@ -84,6 +85,23 @@ TEST_F(ExceptionMonitor, SaysItsLimitsAndInstallsItself) {
   EXPECT_EQ(actionOf(SIGSEGV).sa_sigaction, sig_segv_for_exception_new.sa_sigaction);
   EXPECT_EQ(sigismember(&sig_segv_for_exception_new.sa_mask, SIGABRT), 0);
   EXPECT_EQ(sig_segv_for_exception_old.sa_handler, handler);
+}
+
+TEST_F(ExceptionMonitor, AFaultWhileItIsInstalledFindsThePreviousHandler) {
+  signals().onInstall = [] { raise(SIGSEGV); };
+  enable_exception_monitor(10, 3);
+  EXPECT_EQ(handled, 1);
+}
+
+TEST_F(ExceptionMonitor, ThePreviousHandlerFindsErrnoAsTheFaultLeftIt) {
+  static int seen = 0;
+  ::signal(
+      SIGSEGV, +[](int) { seen = errno; });
+  enable_exception_monitor(10, 3);
+  pStdErr[1] = -1;  // a message that fails
+  errno = EDOM;
+  raise(SIGSEGV);
+  EXPECT_EQ(seen, EDOM);
 }
 
 TEST_F(ExceptionMonitor, AFailureIsNoError) {

@@ -10,15 +10,15 @@ shift
 
 # In signal-safety(7); the system calls behind ioctl, gettid and nanosleep are single ones, and
 # difftime, strlen and the character loops of the compiler are arithmetic.
-safe='_exit|access|clock_gettime|close|difftime|getpid|gettid|ioctl|nanosleep|open|poll|raise'
+safe='_exit|access|clock_gettime|difftime|getpid|gettid|ioctl|nanosleep|poll|raise'
 safe+='|sigaction|sigemptyset|signal|strlen|time|write|__errno_location|mem(cpy|set|move)'
 # The plug-in's own functions; those of them that handlers call are of the objects that are looked at.
 own='waitForStderrReader|sendMessageToDlogError|itoaForSignalHandler'
 # Its data.
 own+='|g_appID.*|checkOnTerminate|managedExceptionOccurred|memoryIssueOccurred|pStdErr|stderrProgress'
 own+='|ReaderProgress::readsBesideCaller'
-# Called where handlers are registered and the message end is opened, never by a handler.
-own+='|__dlog_print|FunctionEntryExitTracker::~?FunctionEntryExitTracker|snprintf'
+# Called where handlers are registered, never by a handler.
+own+='|__dlog_print|FunctionEntryExitTracker::~?FunctionEntryExitTracker'
 compiler='_GLOBAL_OFFSET_TABLE_|_Unwind_Resume|__gxx_personality_v0|DW\.ref\..*|__stack_chk_fail'
 
 names=$("$nm" -uC "$@" | sed -nE 's/^ +U ([^(]+).*$/\1/p' | sort -u)

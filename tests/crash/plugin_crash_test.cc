@@ -162,6 +162,33 @@ TEST_F(PluginCrash, AfterTheEndCrashesAreQuiet) {
   }
 }
 
+void abortOnTwoThreads() {
+  std::atomic<int> ready{0};
+  const auto abortTogether = [&ready] {
+    for (++ready; ready < 2;) {
+    }
+    abort();
+  };
+  std::thread other(abortTogether);
+  abortTogether();
+  other.join();
+}
+
+// The second abort comes while the first one's messages are awaited.
+TEST_F(PluginCrash, TwoThreadsThatAbortAtOnceEndQuietly) {
+  for (const bool atEnd : {false, true}) {
+    const auto endings = launches(kLaunches / 2, [atEnd](int) {
+      if (atEnd) {
+        CALL(plugin_finalize)();
+      } else {
+        sayAndAwait("Unhandled exception in App.dll\n");
+      }
+      abortOnTwoThreads();
+    });
+    EXPECT_THAT(endings, Each(ended(0))) << atEnd;
+  }
+}
+
 TEST_F(PluginCrash, FaultAndTrapArePassedOn) {
   EXPECT_EQ(launchAnd(fault), killed(SIGSEGV));
   EXPECT_EQ(launchAnd([] { raise(SIGTRAP); }), killed(SIGTRAP));

@@ -59,7 +59,17 @@ extern "C" int sigaction(int signal, const struct sigaction* action,
   if (action != nullptr && signals().records) {
     signals().installed.push_back(signal);
   }
-  return quillon::test::realSigaction(signal, action, old);
+  if (action == nullptr || !signals().onInstall) {
+    return quillon::test::realSigaction(signal, action, old);
+  }
+  // `old` is not filled in yet when the action is in force.
+  struct sigaction replaced = {};
+  const int result = quillon::test::realSigaction(signal, action, &replaced);
+  signals().onInstall();
+  if (old != nullptr) {
+    *old = replaced;
+  }
+  return result;
 }
 
 extern "C" std::time_t time(std::time_t* result) noexcept {

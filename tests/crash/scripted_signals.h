@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <ctime>
+#include <functional>
 #include <optional>
 #include <set>
 #include <vector>
@@ -10,10 +11,11 @@
 namespace quillon::test {
 
 struct ScriptedSignals {
-  bool records = false;            // whether `installed` grows
-  std::set<int> failing;           // signals for which sigaction fails
-  std::vector<int> installed;      // signals that an action was installed for, in order
-  std::optional<std::time_t> now;  // what time returns instead
+  bool records = false;             // whether `installed` grows
+  std::set<int> failing;            // signals for which sigaction fails
+  std::vector<int> installed;       // signals that an action was installed for, in order
+  std::optional<std::time_t> now;   // what time returns instead
+  std::function<void()> onInstall;  // runs right after an action was installed
 };
 
 ScriptedSignals& signals();

@@ -35,15 +35,20 @@ std::string codeOf(const std::filesystem::path& file) {
   return std::regex_replace(contentOf(file), std::regex("/\\*[^]*?\\*/|#.*"), "");
 }
 
-// Names that nm prints with `option`, without versions.
-Names symbols(const std::string& option) {
-  const std::string command =
-      std::string(QUILLON_NM) + " -D --format=posix " + option + " " + QUILLON_PLUGIN;
-  const std::unique_ptr<FILE, int (*)(FILE*)> output(popen(command.c_str(), "r"), pclose);
+// What a command about the plug-in prints.
+std::string told(const std::string& command) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> output(
+      popen((command + " " + QUILLON_PLUGIN).c_str(), "r"), pclose);
   std::string text;
   for (int c; (c = fgetc(output.get())) != EOF;) {
     text += static_cast<char>(c);
   }
+  return text;
+}
+
+// Names that nm prints with `option`, without versions.
+Names symbols(const std::string& option) {
+  const std::string text = told(std::string(QUILLON_NM) + " -D --format=posix " + option);
   return matchesOf("\n" + text, "\n([^ @]+)");
 }
 
@@ -141,6 +146,13 @@ TEST(ExportedSymbols, TheKernelIsReachedThroughTheSymbolTable) {
        {"prctl", "sync", "fsync", "rename", "access", "realpath", "exit", "mkfifo", "fopen"}) {
     EXPECT_EQ(undefined.count(name), 1U) << name;
   }
+}
+
+// Signal handlers of the plug-in run no dynamic linker, and never go away.
+TEST(ExportedSymbols, EverythingIsBoundAtTheStartAndStaysLoaded) {
+  const std::string dynamic = told(std::string(QUILLON_READELF) + " -d");
+  EXPECT_EQ(matchesOf(dynamic, "FLAGS_1.*(NOW)").size(), 1U) << dynamic;
+  EXPECT_EQ(matchesOf(dynamic, "FLAGS_1.*(NODELETE)").size(), 1U) << dynamic;
 }
 
 // The zone library is loaded by name when an application needs it.

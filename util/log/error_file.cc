@@ -1,5 +1,7 @@
 #include "util/log/error_file.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -23,6 +25,26 @@ std::string nameForThisProcess() {
   return name.data();
 }
 
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+
+bool isRegular(int descriptor) {
+  struct stat status {};
+  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// Null where it cannot be had. Anybody may write to /tmp and guess the name: what another user put
+// there, a link or a pipe that nobody reads, is not written to and not waited for.
+File openToAppend(const std::string& path) {
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  constexpr mode_t kMode = 0666;
+  const int descriptor = open(path.c_str(), kFlags, kMode);
+  FILE* file = descriptor >= 0 && isRegular(descriptor) ? fdopen(descriptor, "a") : nullptr;
+  if (file == nullptr && descriptor >= 0) {
+    close(descriptor);
+  }
+  return {file, std::fclose};
+}
+
 }  // namespace
 
 void writeStringTofile(std::string_view text) {
@@ -30,9 +52,7 @@ void writeStringTofile(std::string_view text) {
   if (errorLogFile.empty()) {
     errorLogFile = nameForThisProcess();
   }
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(errorLogFile.c_str(), "ae"),
-                                                   std::fclose);
-  if (file != nullptr) {
+  if (const File file = openToAppend(errorLogFile)) {
     std::fwrite(text.data(), 1, text.size(), file.get());
     std::fputc('\n', file.get());
   }

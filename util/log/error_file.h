@@ -11,5 +11,6 @@
 extern std::string& errorLogFile;
 
 // Appends `text` and a newline to the error file, which is opened and closed each time so that its
-// content survives what comes next. A file that cannot be opened is skipped.
+// content survives what comes next. A file that cannot be opened is skipped,
+// and so is what is no regular file.
 void writeStringTofile(std::string_view text);

@@ -1,13 +1,9 @@
 #include "util/log/message_end.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
-#include <array>
-#include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "util/log/deadline.h"
@@ -20,9 +16,6 @@ namespace {
 // How long a message waits for room while the reader lives.
 constexpr int kLongestWait = 1000;
 
-static_assert(std::atomic<int>::is_always_lock_free, "signal handlers read it");
-constinit std::atomic<int> messageEnd{-1};
-
 int endForMessages() {
   const int own = messageEnd;
   return own >= 0 ? own : std::atomic_ref(pStdErr[1]).load();
@@ -34,22 +27,13 @@ bool hasRoom(int end, const Deadline& deadline) {
   do {
     ready = poll(&room, 1, deadline.left());
   } while (ready < 0 && errno == EINTR && deadline.left() > 0);
-  return ready > 0;
+  // A pipe that nobody reads any more would answer a write with SIGPIPE.
+  return ready > 0 && (room.revents & POLLERR) == 0;
 }
 
 }  // namespace
 
-void openMessageEnd(int writeEnd) {
-  std::array<char, 32> path{};
-  std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", writeEnd);
-  messageEnd = open(path.data(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-}
-
-void closeMessageEnd() {
-  if (const int end = messageEnd.exchange(-1); end >= 0) {
-    close(end);
-  }
-}
+constinit std::atomic<int> messageEnd{-1};
 
 ssize_t sendMessageToDlogError(const char* text) {
   const int end = endForMessages();

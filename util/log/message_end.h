@@ -6,6 +6,12 @@
 // /proc/self/fd/N opens the pipe anew).
 #pragma once
 
+#include <atomic>
+
+// Its number; -1 while it is not open.
+extern std::atomic<int> messageEnd;
+static_assert(std::atomic<int>::is_always_lock_free, "signal handlers read it");
+
 // Opens it over `writeEnd`. Without it, where it cannot be opened, messages go to `writeEnd`.
 void openMessageEnd(int writeEnd);
 // Closes it.

@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 
 #include "util/log/crash_keywords.h"
 #include "util/log/error_file.h"
+#include "util/log/kept_descriptor.h"
 #include "util/log/log.h"
 #include "util/log/message_end.h"
 #include "util/log/read_chunk.h"
@@ -19,11 +21,24 @@ FILE* stderrFP = nullptr;
 
 namespace {
 
-// The numbers are forgotten first: the application's next file may get them.
+// Both numbers are forgotten first: the application's next file may get them, and a handler must
+// not write to a pipe whose read end is closed, which is a SIGPIPE.
 void closePipe(int (&ends)[2]) {
-  for (int& end : ends) {
-    close(std::atomic_ref(end).exchange(-1));
+  const int writeEnd = std::atomic_ref(ends[1]).exchange(-1);
+  const int readEnd = std::atomic_ref(ends[0]).exchange(-1);
+  close(writeEnd);
+  close(readEnd);
+}
+
+// Programs that the application starts get descriptors 1 and 2 and nothing else of it.
+bool openPipe(int (&ends)[2]) {
+  if (pipe(ends) < 0) {
+    return false;
   }
+  for (int& end : ends) {
+    end = keptToItself(end);
+  }
+  return true;
 }
 
 bool nextChunk(Chunk& chunk, int descriptor) {
@@ -63,7 +78,26 @@ void* stdErrRedirect(void*) {
   return nullptr;
 }
 
+// While it lives, the calling thread and those that it makes do not take SIGTERM. A reader that
+// took it would wait for itself, and its message would be lost.
+class TerminationBlocked {
+ public:
+  TerminationBlocked() {
+    sigset_t termination;
+    sigemptyset(&termination);
+    sigaddset(&termination, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &termination, &before_);
+  }
+  ~TerminationBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  TerminationBlocked(const TerminationBlocked&) = delete;
+  TerminationBlocked& operator=(const TerminationBlocked&) = delete;
+
+ private:
+  sigset_t before_{};
+};
+
 bool createReader(pthread_t& thread, void* (*body)(void*)) {
+  const TerminationBlocked blocked;
   const bool created = pthread_create(&thread, nullptr, body, nullptr) == 0;
   if (!created) {
     QLOG_ERROR("fail to create pthread");
@@ -120,11 +154,11 @@ int tvInitializeLogManager() {
     QLOG_ERROR("make stderr unbuffered");
     return -1;
   }
-  if (pipe(pStdOut) < 0) {
+  if (!openPipe(pStdOut)) {
     QLOG_ERROR("fail to create pipe for stdout logging");
     return -1;
   }
-  if (pipe(pStdErr) < 0) {
+  if (!openPipe(pStdErr)) {
     QLOG_ERROR("fail to create pipe for stderr logging");
     return -1;
   }

@@ -2,6 +2,7 @@
 
 #include <quillon_tv_plugin.h>
 
+#include <cerrno>
 #include <cstddef>
 
 #include "plugin/src/dotnet-signal-handler/decimal_text.h"
@@ -53,8 +54,10 @@ void callPreviousHandler(int sig, siginfo_t* info, void* context) {
 }
 
 void onSigsegvForException(int sig, siginfo_t* info, void* context) {
+  const int error = errno;
   sendMessageToDlogError("onSigsegvForException!!\n");
   countFault();
+  errno = error;
   callPreviousHandler(sig, info, context);
 }
 
@@ -62,19 +65,25 @@ bool isMonitor(const struct sigaction& action) {
   return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == onSigsegvForException;
 }
 
+// Before the monitor is installed, so that a fault right after finds a handler to go on to. False
+// where the monitor is enabled again: the chain must not lead back to it.
+bool keepPrevious() {
+  struct sigaction current = {};
+  if (sigaction(SIGSEGV, nullptr, &current) != 0) {
+    return true;
+  }
+  if (!isMonitor(current)) {
+    sig_segv_for_exception_old = current;
+  }
+  return !isMonitor(current);
+}
+
 bool install() {
   sig_segv_for_exception_new.sa_sigaction = onSigsegvForException;
   sigemptyset(&sig_segv_for_exception_new.sa_mask);
   sig_segv_for_exception_new.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART;
-  struct sigaction replaced = {};
-  if (sigaction(SIGSEGV, &sig_segv_for_exception_new, &replaced) < 0) {
-    return false;
-  }
-  // Enabled again: the chain must not lead back to the monitor.
-  if (!isMonitor(replaced)) {
-    sig_segv_for_exception_old = replaced;
-  }
-  return true;
+  return sigaction(SIGSEGV, &sig_segv_for_exception_new,
+                   keepPrevious() ? &sig_segv_for_exception_old : nullptr) == 0;
 }
 
 }  // namespace

@@ -28,8 +28,23 @@ constexpr char kCrashAtEnd[] = "onSigabrt called while terminate. go to exit";
 // How long a handler waits for the standard-error reader, each time.
 constexpr int kLongestWait = 100;  // milliseconds
 
+void fill(struct sigaction& action, void (*handler)(int)) {
+  action.sa_handler = handler;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = 0;
+}
+
+// From here on the end is decided: another thread's abort makes no dump of it. Other faults stay
+// with who handles them, as the runtime does those at null references.
+void keepAbortsQuiet() {
+  struct sigaction quiet = {};
+  fill(quiet, [](int) { _exit(0); });
+  sigaction(SIGABRT, &quiet, nullptr);
+}
+
 // A message that the reader has not logged by the end of the process is lost.
 void endQuietly(const char* message) {
+  keepAbortsQuiet();
   sendMessageToDlogError(message);
   waitForStderrReader(kLongestWait);
   _exit(0);
@@ -50,19 +65,25 @@ void awaitFlags() {
   }
 }
 
+// Asked before the previous action is put back: in between, another thread's abort would go to
+// that.
+const char* reasonToEndQuietly() {
+  if (checkOnTerminate) {
+    return kCrashAtEnd;
+  }
+  if (checkOnSigabrt) {
+    return "<<< checkOnSigabrt >>>";
+  }
+  return dumpIsSuppressed() ? "Ignore Coredump was setted. Terminate normally" : nullptr;
+}
+
 void onSigabrt(int sig) {
   awaitFlags();
   sendMessageToDlogError("<<< onSigabrt >>>");
+  if (const char* lastWords = reasonToEndQuietly()) {
+    endQuietly(lastWords);
+  }
   sigaction(SIGABRT, &sig_abrt_old, nullptr);
-  if (checkOnTerminate) {
-    endQuietly(kCrashAtEnd);
-  }
-  if (checkOnSigabrt) {
-    endQuietly("<<< checkOnSigabrt >>>");
-  }
-  if (dumpIsSuppressed()) {
-    endQuietly("Ignore Coredump was setted. Terminate normally");
-  }
   waitForStderrReader(kLongestWait);
   checkOnSigabrt = true;
   sigaction(SIGABRT, &sig_abrt_old, nullptr);
@@ -88,12 +109,6 @@ void onSigtrap(int sig) {
   bFirstSigTrap = false;
   sigaction(SIGTRAP, &sig_trap_old, nullptr);
   raise(sig);
-}
-
-void fill(struct sigaction& action, void (*handler)(int)) {
-  action.sa_handler = handler;
-  sigemptyset(&action.sa_mask);
-  action.sa_flags = 0;
 }
 
 }  // namespace

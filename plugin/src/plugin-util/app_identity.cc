@@ -23,7 +23,7 @@ constexpr std::size_t kPackageIdSize = 1024;
 }  // namespace
 
 std::string g_execPath;
-std::string g_appID;
+std::string& g_appID = *new std::string;
 const std::string allowedExecPathPrefix[3] = {"/usr/", "/opt/usr/", "/opt/share/"};
 
 void _SetAppInfo(const std::string& appId, const std::string& execPath) {

@@ -6,8 +6,8 @@
 
 #include <string>
 
-// The application's id, from _SetAppInfo on.
-extern std::string g_appID;
+// The application's id, from _SetAppInfo on. Never destroyed: signal handlers read it.
+extern std::string& g_appID;
 
 // The executable path as the launcher gave it, once it was found to be allowed.
 extern std::string g_execPath;

@@ -217,6 +217,35 @@ TEST(HandlerMessage, FindsNoOwnEndWhereThereIsNoneToOpen) {
   EXPECT_EQ(captured.notes, (Notes{{"written", "1"}, {"read", "1"}}));
 }
 
+TEST(HandlerMessage, IsGivenUpWhereTheReadEndIsClosed) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    if (pipe(pStdErr) != 0) return;
+    openMessageEnd(pStdErr[1]);
+    close(pStdErr[0]);
+    notes["written"] = std::to_string(sendMessageToDlogError("lost"));
+  });
+  EXPECT_EQ(captured.ending, "");  // no SIGPIPE
+  EXPECT_EQ(captured.note("written"), "-1");
+}
+
+// Nobody can write to standard error any more: the reader has ended, the handlers have not.
+TEST(HandlerMessage, IsGivenUpAfterTheReadersEndAndHandlersAct) {
+  const auto after = [](int signal) {
+    return inCaptureProcess([signal](Notes& notes) {
+      registerSignalHandler();
+      tvRunLoggingThread();
+      closeMessageEnd();
+      for (const int end : {STDERR_FILENO, int{pStdErr[1]}}) close(end);
+      while (threadNames().size() > 2) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      notes["written"] = std::to_string(sendMessageToDlogError("lost"));
+      if (signal != 0) raise(signal);
+    });
+  };
+  EXPECT_EQ(after(0).note("written"), "-1");
+  EXPECT_EQ(after(SIGTERM).ending, "");  // status 0
+  EXPECT_EQ(after(SIGABRT).ending, "signal " + std::to_string(SIGABRT));
+}
+
 // The reader asks for the time when it names the error file.
 Captured faultOnTheReader(int signal) {
   return inCaptureProcess([=](Notes&) {
@@ -234,7 +263,6 @@ Captured faultOnTheReader(int signal) {
 TEST(HandlerMessage, AFaultOnTheReaderWithAFullPipeEndsTheProcess) {
   EXPECT_EQ(faultOnTheReader(SIGABRT).ending, "signal " + std::to_string(SIGABRT));
   EXPECT_EQ(faultOnTheReader(SIGSEGV).ending, "signal " + std::to_string(SIGSEGV));
-  EXPECT_EQ(faultOnTheReader(SIGTERM).ending, "");  // status 0
 }
 
 }  // namespace

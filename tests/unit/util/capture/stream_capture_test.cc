@@ -3,17 +3,22 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "tests/support/recording_platform.h"
 #include "tests/unit/util/capture/capture_process.h"
 #include "tests/unit/util/capture/scripted_calls.h"
 #include "util/log/error_file.h"
+#include "util/log/log.h"
 
 namespace quillon::test {
 namespace {
@@ -87,6 +92,65 @@ TEST(StreamCapture, PutsItsPipesBehindDescriptorsOneAndTwoAndKeepsTheirEnds) {
   });
   EXPECT_EQ(captured.notes,
             (Notes{{"out", "same"}, {"err", "same"}, {"apart", "yes"}, {"blocking", "yes"}}));
+}
+
+// Programs that the application starts get the streams, and nothing to read or to hold them by.
+TEST(StreamCapture, ItsPipesAreNotInherited) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    tvRunLoggingThread();
+    for (const int end : {pStdOut[0], pStdOut[1], pStdErr[0], pStdErr[1]}) {
+      notes["own"] += (fcntl(end, F_GETFD) & FD_CLOEXEC) != 0 ? "c" : "i";
+    }
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+      notes["streams"] += (fcntl(stream, F_GETFD) & FD_CLOEXEC) != 0 ? "c" : "i";
+    }
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"own", "cccc"}, {"streams", "ii"}}));
+}
+
+// Which of the three standard streams are closed: each alone, every two, all.
+TEST(StreamCapture, WorksWhereStandardStreamsAreClosed) {
+  for (int closed = 1; closed < 8; ++closed) {
+    const Captured captured = inCaptureProcess([closed](Notes& notes) {
+      for (int stream = 0; stream < 3; ++stream) {
+        if ((closed >> stream & 1) != 0) close(stream);
+      }
+      notes["result"] = std::to_string(tvRunLoggingThread());
+      notes["input"] = (closed & 1) != 0 ? fileBehind(STDIN_FILENO) : "";
+      put(STDOUT_FILENO, "out");
+      putChunk("err");
+      sendMessageToDlogError("message");
+    });
+    EXPECT_EQ(captured.ending, "") << closed;
+    EXPECT_EQ(captured.notes, (Notes{{"result", "0"}, {"input", ""}})) << closed;
+    EXPECT_THAT(captured.output(), ElementsAre("out")) << closed;
+    EXPECT_THAT(captured.errors(), ElementsAre("err", "message")) << closed;
+  }
+}
+
+// While a thread is made, every signal is blocked in it.
+void awaitReaders() {
+  put(STDOUT_FILENO, "out");
+  putChunk("err");
+  const auto isLogged = [] {
+    const auto lines = platform().lines();
+    return std::find(lines.begin(), lines.end(), "3 out") != lines.end();
+  };
+  while (!isLogged()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+TEST(StreamCapture, ReadersLeaveTerminationToOthers) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    tvRunLoggingThread();
+    awaitReaders();
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+      std::ifstream status(thread.path() / "status");
+      for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("SigBlk:")) notes[line.substr(8)] += "x";
+      }
+    }
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"0000000000000000", "x"}, {"0000000000004000", "xx"}}));
 }
 
 TEST(StreamCapture, NamesTheReaders) {
@@ -269,13 +333,43 @@ TEST(ErrorFile, ThatCannotBeOpenedIsSkippedAndTheChunkLogged) {
 
 TEST(ErrorFile, ThatTakesNoMoreIsSkippedAndTheChunkLogged) {
   const Captured captured = capture([] {
-    errorLogFile = "/dev/full";
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit nothing{0, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &nothing);
     putChunk("one");
     putChunk("two");
-    errorLogFile.clear();
   });
   EXPECT_THAT(captured.errors(), ElementsAre("one", "two"));
+  EXPECT_EQ(captured.errorText, "");
   EXPECT_THAT(captured.lines, SizeIs(4));
+}
+
+// Chunks whose error file has the name of what `plant` made.
+Captured captureOverPlanted(const std::function<void(const char* name)>& plant) {
+  const Captured captured = capture([&] {
+    errorLogFile = "/tmp/quillon-planted-test." + std::to_string(getpid());
+    plant(errorLogFile.c_str());
+    putChunk("one");
+    putChunk("two");
+    unlink(errorLogFile.c_str());
+  });
+  EXPECT_THAT(captured.errors(), ElementsAre("one", "two"));
+  return captured;
+}
+
+TEST(ErrorFile, APipeInItsPlaceHoldsNothingUp) {
+  captureOverPlanted([](const char* name) { mkfifo(name, 0600); });
+}
+
+TEST(ErrorFile, ALinkInItsPlaceIsNotFollowed) {
+  const Captured captured = captureOverPlanted([](const char* name) {
+    const std::string victim = std::string(name) + ".victim";
+    close(open(victim.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    if (symlink(victim.c_str(), name) != 0) _exit(1);
+  });
+  const std::filesystem::path victim = captured.errorFile + ".victim";
+  EXPECT_EQ(std::filesystem::file_size(victim), 0U);
+  std::filesystem::remove(victim);
 }
 
 }  // namespace
