@@ -17,16 +17,18 @@ constexpr std::array<std::string_view, 3> kAllowedPrefixes = {"/usr/", "/opt/usr
 constexpr char kAllowedText[] = "/usr/, /opt/usr/ or /opt/share/";
 constexpr char kPlatformPrivilege[] =
     QUILLON_PRIVILEGE_NAMESPACE "/privilege/internal/default/platform";
+constexpr char kAppdebugPrivilege[] =
+    QUILLON_PRIVILEGE_NAMESPACE "/privilege/internal/appdebugging";
 constexpr char kRequiredDpcKey[] = QUILLON_METADATA_NAMESPACE "/tv/metadata/d.pc/required";
 constexpr char kPackageSeparator = ';';
 
 // The one type whose strategy asks for a security zone in place of the privilege.
-bool needsPrivilege(const std::string& type) {
-  return type.find("inhouse") != std::string::npos || type.find("dotnet") == std::string::npos;
+bool entersZone(const std::string& type) {
+  return type.find("inhouse") == std::string::npos && type.find("dotnet") != std::string::npos;
 }
 
-bool hasPrivilege(const workstation::Package& package) {
-  return std::find(package.privileges.begin(), package.privileges.end(), kPlatformPrivilege) !=
+bool hasPrivilege(const workstation::Package& package, const char* privilege) {
+  return std::find(package.privileges.begin(), package.privileges.end(), privilege) !=
          package.privileges.end();
 }
 
@@ -106,7 +108,7 @@ Launched<void> requireAssembly(const LaunchTarget& target) {
 std::vector<LaunchFailure> predictRefusals(const LaunchTarget& target) {
   std::vector<LaunchFailure> refusals;
   if (auto found = requireAssembly(target); !found) refusals.push_back(found.error());
-  if (needsPrivilege(target.type) && !hasPrivilege(target.package)) {
+  if (!entersZone(target.type) && !hasPrivilege(target.package, kPlatformPrivilege)) {
     refusals.push_back({privilegeMissing(target), kPrivilegeMissing});
   }
   std::error_code error;
@@ -116,6 +118,10 @@ std::vector<LaunchFailure> predictRefusals(const LaunchTarget& target) {
         {{"the plug-in refuses the path '" + real + "'", allowedPathRemedy()}, kPathRefused});
   }
   return refusals;
+}
+
+bool entersZoneInDebugMode(const LaunchTarget& target) {
+  return entersZone(target.type) && hasPrivilege(target.package, kAppdebugPrivilege);
 }
 
 std::vector<std::string> requiredDpcPackages(const workstation::Application& application) {

@@ -47,6 +47,10 @@ struct LaunchTarget {
 // meet it: a missing or unusable assembly, a missing privilege, a path outside the allowed folders.
 std::vector<LaunchFailure> predictRefusals(const LaunchTarget& target);
 
+// Whether the launch enters the security zone in debug mode, which its package asks for: only a
+// process that knows its package before it enters can.
+bool entersZoneInDebugMode(const LaunchTarget& target);
+
 // kNoAssembly where the assembly is missing, kNotExecutable where it is none or has no entry point.
 [[nodiscard]] Launched<void> requireAssembly(const LaunchTarget& target);
 

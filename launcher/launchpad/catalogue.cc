@@ -37,6 +37,10 @@ Expected<Entry> lookUp(const Request& request) {
   if (auto found = launcher::requireAssembly(*target); !found) {
     return tl::unexpected<Failure>(found.error());
   }
+  // A prepared process entered the zone before anybody knew its package.
+  if (launcher::entersZoneInDebugMode(*target)) {
+    return fail("its package asks for debug mode, which is decided before the zone is entered");
+  }
   auto config = launcher::readRuntimeConfig(target->assembly);
   if (!config) return tl::unexpected(config.error());
   const std::string found = launcher::frameworkVersionOf(launcher::device_paths::kFramework);

@@ -24,7 +24,7 @@ struct Entry {
 // files are as they were.
 class Catalogue {
  public:
-  // The failure is what a direct launch would fail with too.
+  // The failure is what a direct launch would fail with too, or why only a direct launch will do.
   [[nodiscard]] Expected<Entry> find(const Request& request);
 
   // The keys of all installed applications, captured, in the registry's order; of those types only,

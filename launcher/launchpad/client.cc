@@ -9,6 +9,8 @@
 #include "launcher/launchpad/ending.h"
 #include "launcher/launchpad/request.h"
 #include "launcher/launchpad/signal_relay.h"
+#include "launcher/launchpad/text_record.h"
+#include "launcher/terminal.h"
 #include "tools/exit_status.h"
 #include "tools/report.h"
 
@@ -17,6 +19,7 @@ namespace {
 
 // What the launch pad did last with a launch.
 struct Progress {
+  bool verbose = false;
   bool taken = false;
   std::optional<Asked> result;
 };
@@ -37,11 +40,18 @@ Asked lost(const SignalRelay& signals, bool taken) {
   return declined(signals, "the launch pad ended");
 }
 
+void handleTaken(Packet& packet, SignalRelay& signals, Progress& progress) {
+  progress.taken = true;
+  if (!packet.descriptors.empty()) signals.setTarget(std::move(packet.descriptors.front()));
+  if (!progress.verbose) return;
+  const uint64_t process = RecordReader(packet.bytes).number();
+  launcher::tell({"launched by the launch pad, in its process " + std::to_string(process), {}});
+}
+
 void handle(Packet& packet, SignalRelay& signals, Progress& progress) {
   switch (packet.kind) {
     case PacketKind::kTaken:
-      progress.taken = true;
-      if (!packet.descriptors.empty()) signals.setTarget(std::move(packet.descriptors.front()));
+      handleTaken(packet, signals, progress);
       break;
     case PacketKind::kEnded:
       progress.result = Asked{endAs(endingOf(packet.bytes)), {}};
@@ -60,9 +70,10 @@ void waitForEither(int socket, const SignalRelay& signals) {
   }
 }
 
-Asked follow(const Descriptor& socket) {
+Asked follow(const Descriptor& socket, bool verbose) {
   SignalRelay signals;
   Progress progress;
+  progress.verbose = verbose;
   while (!progress.result) {
     waitForEither(socket.get(), signals);
     signals.relay();
@@ -89,7 +100,7 @@ Asked askForLaunch(const launcher::LaunchOptions& options) {
   if (!sendRequest(socket.get(), makeRequest(options))) {
     return {std::nullopt, "the launch pad cannot be told"};
   }
-  return follow(socket);
+  return follow(socket, options.verbose);
 }
 
 bool isServed(const std::filesystem::path& device) {

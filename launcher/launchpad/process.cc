@@ -9,6 +9,8 @@
 #include <array>
 #include <cstdlib>
 
+#include "launcher/launchpad/debugger_files.h"
+
 namespace quillon::launchpad {
 namespace {
 
@@ -43,7 +45,9 @@ void killProcess(const Process& process) {
 std::optional<Ending> endingOf(const Process& process) {
   siginfo_t info{};
   const auto id = static_cast<id_t>(process.pidfd.get());
-  if (waitid(kByPidfd, id, &info, WEXITED | WNOHANG) != 0 || info.si_pid == 0) return {};
+  if (waitid(kByPidfd, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid == 0) return {};
+  removeDebuggerFilesOf(process.pid);
+  waitid(kByPidfd, id, &info, WEXITED | WNOHANG);
   return Ending{info.si_code != CLD_EXITED, info.si_status};
 }
 

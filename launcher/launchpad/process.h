@@ -41,7 +41,8 @@ std::optional<Process> startProcess(const std::function<void(Descriptor)>& becom
 // Ends it at once.
 void killProcess(const Process& process);
 
-// How it ended; empty while it runs. Call again only while it is empty.
+// How it ended; empty while it runs. Call again only while it is empty. Takes the runtime's files
+// away that it left.
 std::optional<Ending> endingOf(const Process& process);
 
 }  // namespace quillon::launchpad

@@ -15,9 +15,11 @@
 #include "launcher/launchpad/address.h"
 #include "launcher/launchpad/assignment.h"
 #include "launcher/launchpad/client_table.h"
+#include "launcher/launchpad/debugger_files.h"
 #include "launcher/launchpad/managed_side.h"
 #include "launcher/launchpad/pools.h"
 #include "launcher/launchpad/stamp.h"
+#include "launcher/launchpad/text_record.h"
 #include "launcher/plugin_library.h"
 #include "launcher/terminal.h"
 #include "tools/device/device_root.h"
@@ -228,7 +230,9 @@ bool Supervisor::assign(uint64_t number) {
   const auto& target = launch.entry.target;
   const auto noted = workstation::registerProcess(process->pid, target.package.id);
   if (!noted) launcher::tell(noted.error());
-  if (!sendPacket(client.socket.get(), PacketKind::kTaken, {}, {process->pidfd.get()})) {
+  if (!sendPacket(client.socket.get(), PacketKind::kTaken,
+                  RecordWriter().number(static_cast<uint64_t>(process->pid)).bytes(),
+                  {process->pidfd.get()})) {
     return true;  // the command has ended, which its socket will tell
   }
   sendAssignment(process->channel.get(), target, launch.arrived.packet);
@@ -346,6 +350,7 @@ Launched<void> run(const LaunchpadOptions& options) {
   if (!listener) return stop(kLaunchPadState, listener.error());
   if (auto entered = enterDevice(options, workshop); !entered) return entered;
   if (auto whole = requireParts(options, workshop); !whole) return whole;
+  removeDebuggerFilesOfDead();  // of a launch pad before this one that was killed
   Supervisor(options, std::move(workshop), std::move(shape), std::move(*listener)).run();
   return {};
 }

@@ -10,6 +10,7 @@
 #include <regex>
 
 #include "tests/launch/running_probe.h"
+#include "tests/launch/running_zone.h"
 #include "tests/launch/sample_device.h"
 #include "tests/support/skip.h"
 
@@ -77,33 +78,6 @@ TEST_P(EachType, RunsToItsEnd) {
   EXPECT_EQ(probe.quit(), 0);
   EXPECT_EQ(probe.errors(), "");
 }
-
-// A zone of the device root that runs as long as the object lives.
-class RunningZone {
- public:
-  explicit RunningZone(const fs::path& device) : device_(device) {
-    started_ = zone("start");
-    std::smatch match;
-    if (std::regex_search(started_.out, match, std::regex("held by process ([0-9]+)"))) {
-      holder_ = match[1];
-    }
-  }
-  ~RunningZone() { zone("stop"); }
-  RunningZone(const RunningZone&) = delete;
-  RunningZone& operator=(const RunningZone&) = delete;
-
-  [[nodiscard]] const Ending& started() const { return started_; }
-  [[nodiscard]] const std::string& holder() const { return holder_; }
-
- private:
-  Ending zone(const std::string& action) const {
-    return run({std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon", "zone", action, "--device",
-                device_, "appzone"});
-  }
-  fs::path device_;
-  Ending started_;
-  std::string holder_;
-};
 
 TEST_F(ModesTest, ADotnetApplicationRunsInsideTheZoneAndOthersDoNot) {
   const RunningZone zone(root());

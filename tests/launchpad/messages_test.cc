@@ -1,6 +1,6 @@
 // What asking commands and the launch pad say to each other.
-#include <gmock/gmock.h>
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -38,7 +38,8 @@ TEST(TextRecord, ReadsBackWhatWasWritten) {
 
 // Every beginning of a record, and a record whose lengths are all wrong.
 TEST(TextRecord, TakesAnyBytes) {
-  const std::string whole = RecordWriter().text("abc").texts({"d", "e"}).pairs({{"f", "g"}}).bytes();
+  const std::string whole =
+      RecordWriter().text("abc").texts({"d", "e"}).pairs({{"f", "g"}}).bytes();
   for (size_t length = 0; length < whole.size(); ++length) {
     RecordReader reader(std::string_view(whole).substr(0, length));
     reader.text();
@@ -94,9 +95,8 @@ TEST(Request, IsTakenFromSealedMemoryOnly) {
   const Descriptor open(memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   ASSERT_EQ(write(open.get(), "text", 4), 4);
   EXPECT_EQ(textOf(open.get()), "");
-  ASSERT_EQ(fcntl(open.get(), F_ADD_SEALS,
-                  F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE),
-            0);
+  ASSERT_EQ(
+      fcntl(open.get(), F_ADD_SEALS, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE), 0);
   EXPECT_EQ(textOf(open.get()), "text");
   const Descriptor device(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
   EXPECT_EQ(textOf(device.get()), "");

@@ -44,8 +44,8 @@ size_t times(const std::string& text, const std::string& part) {
 
 TEST_F(Pool, OnlyOneServesADeviceRootAndOnlyItsUser) {
   start(1);
-  const Ending second = run({std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon", "launchpad",
-                             "--device", root()});
+  const Ending second =
+      run({std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon", "launchpad", "--device", root()});
   EXPECT_EQ(second.status, kLaunchPadState);
   EXPECT_THAT(second.err, HasSubstr("serves the device root"));
   if (geteuid() != 0) QUILLON_SKIP("only root can become another user");
@@ -59,7 +59,8 @@ TEST_F(Pool, OnlyOneServesADeviceRootAndOnlyItsUser) {
     name.sun_family = AF_UNIX;
     std::memcpy(name.sun_path + 1, address.data(), address.size());
     const int socket = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
-    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + address.size());
+    const auto length =
+        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + address.size());
     if (connect(socket, reinterpret_cast<sockaddr*>(&name), length) != 0) _exit(3);
     launchpad::sendPacket(socket, launchpad::PacketKind::kStop);
     launchpad::Packet answer;
@@ -175,6 +176,44 @@ TEST_F(Pool, StopAndReloadLoseNothing) {
   EXPECT_EQ(control("status").status, kLaunchPadState);
 }
 
+// The debugger's files in the device's temporary folder that are named for a process.
+size_t debuggerFiles(const fs::path& folder, pid_t process) {
+  const std::string number = "-" + std::to_string(process) + "-";
+  size_t count = 0;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    const std::string name = entry.path().filename();
+    count += times(name, "clr-debug-pipe" + number) + times(name, "dotnet-diagnostic" + number);
+  }
+  return count;
+}
+
+TEST_F(Pool, AnEndedProcessLeavesNoDebuggerFiles) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const pid_t idle = processes("ready").at(0);
+  const auto left = [&](pid_t process) { return debuggerFiles(at("/tmp"), process); };
+  ASSERT_GT(left(idle), 0U);
+  // Of processes that live, that never were, and whose numbers merely begin alike.
+  const std::string number = std::to_string(idle);
+  const fs::path longer = at("/tmp/clr-debug-pipe-" + number + "0-1-in");
+  const fs::path ofTest = at("/tmp/dotnet-diagnostic-" + std::to_string(getpid()) + "-1-socket");
+  const fs::path others = at("/tmp/other-" + number + "-1-in");
+  for (const fs::path& file : {longer, ofTest, others}) write(file, "");
+  EXPECT_EQ(control("reload").status, 0);
+  awaitDeath({idle});
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  EXPECT_EQ(left(idle), 0U);
+  for (const fs::path& file : {longer, ofTest, others}) EXPECT_TRUE(fs::exists(file)) << file;
+  // What a killed launch pad leaves, the next one finds.
+  const pid_t orphan = processes("ready").at(0);
+  killLaunchpad();
+  awaitDeath({orphan});
+  EXPECT_GT(left(orphan), 0U);
+  start(1);
+  EXPECT_EQ(left(orphan), 0U);
+  for (const fs::path& file : {ofTest, others}) EXPECT_TRUE(fs::exists(file)) << file;
+}
+
 size_t descriptorsOf(pid_t process) {
   const fs::path folder = "/proc/" + std::to_string(process) + "/fd";
   return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
@@ -183,6 +222,11 @@ size_t descriptorsOf(pid_t process) {
 long memoryOf(pid_t process) {
   const std::string text = contentOf("/proc/" + std::to_string(process) + "/status");
   return std::atol(text.c_str() + text.find("VmRSS:") + 6);
+}
+
+// Of the device root's view that a process has.
+size_t mountsOf(pid_t process) {
+  return times(contentOf("/proc/" + std::to_string(process) + "/mountinfo"), "\n");
 }
 
 // "ROW,AT_ONCE" in the environment asks for more launches than every build does.
@@ -201,6 +245,8 @@ TEST_F(Pool, ManyLaunchesEachRunOnceAndLeaveNothing) {
   prepareFor({"--raw", kClock});
   const size_t descriptors = descriptorsOf(launchpad());
   const long memory = memoryOf(launchpad());
+  const size_t mounts = mountsOf(launchpad());
+  ASSERT_GT(mounts, 0U);
   for (int i = 0; i < row; ++i) {
     RunningLaunch launch(clock("row" + std::to_string(i)));
     const Ending ending = launch.wait();
@@ -219,10 +265,12 @@ TEST_F(Pool, ManyLaunchesEachRunOnceAndLeaveNothing) {
   }
   ASSERT_TRUE(eventually([&] { return processes("ready").size() == 4; }));
   EXPECT_EQ(descriptorsOf(launchpad()), descriptors);
+  EXPECT_EQ(mountsOf(launchpad()), mounts);
   constexpr long kSlackKb = 1024;
   EXPECT_LE(memoryOf(launchpad()), memory + kSlackKb);
-  std::printf("served %d of %d; descriptors %zu, then %zu; resident kB %ld, then %ld\n", served(),
-              row + atOnce, descriptors, descriptorsOf(launchpad()), memory, memoryOf(launchpad()));
+  std::printf("served %d of %d; mounts %zu; descriptors %zu, then %zu; resident kB %ld, then %ld\n",
+              served(), row + atOnce, mountsOf(launchpad()), descriptors,
+              descriptorsOf(launchpad()), memory, memoryOf(launchpad()));
   EXPECT_EQ(control("stop").status, 0);
   EXPECT_EQ(endOfLaunchpad(), 0);
 }

@@ -57,8 +57,8 @@ LaunchpadTest::~LaunchpadTest() {
 void LaunchpadTest::start(int size) {
   size_ = size;
   const std::vector<std::string> command = {
-      kQuillon,  "launchpad",          "--device",       root(), "--type", "none",
-      "--size",  std::to_string(size), "--refill-delay", "0"};
+      kQuillon, "launchpad", "--device",           root(),           "--type",
+      "none",   "--size",    std::to_string(size), "--refill-delay", "0"};
   launchpad_ = fork();
   if (launchpad_ == 0) become(command, fresh("launchpad-out"), fresh("launchpad-errors"));
   ASSERT_TRUE(eventually([&] { return control("status").status == 0; })) << errors();

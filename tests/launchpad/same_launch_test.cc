@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <regex>
 
+#include "tests/launch/running_zone.h"
 #include "tests/launchpad/running_launchpad.h"
 
 namespace quillon::test {
@@ -39,18 +40,25 @@ std::string comparable(const std::string& output) {
 TEST_F(SameLaunch, PrintsAndEndsTheSame) {
   start(1);
   prepareFor({"--raw", kClock});
-  const std::vector<std::string> asked = {
-      kClock, "--",        "--exit",     "7",       "--culture",  "de",
-      "--property", "APP_PATHS", "--property", "APP_CONTEXT_BASE_DIRECTORY",
-      "--property", "APP_CONTEXT_DEPS_FILES", "--property", "Velora.Sample.Clock.Face", "a b", ""};
+  const std::vector<std::string> asked = {kClock,       "--",
+                                          "--exit",     "7",
+                                          "--culture",  "de",
+                                          "--property", "APP_PATHS",
+                                          "--property", "APP_CONTEXT_BASE_DIRECTORY",
+                                          "--property", "APP_CONTEXT_DEPS_FILES",
+                                          "--property", "Velora.Sample.Clock.Face",
+                                          "a b",        ""};
   const Ending direct = launch(std::vector<std::string>{"--raw", "--direct"} + asked);
+  const pid_t process = processes("ready").at(0);
   const Ending prepared = launch(std::vector<std::string>{"--raw", "--verbose"} + asked);
   EXPECT_EQ(served(), 1);
   EXPECT_EQ(prepared.status, 7);
   EXPECT_EQ(prepared.status, direct.status);
   EXPECT_EQ(comparable(prepared.out), comparable(direct.out));
-  EXPECT_THAT(prepared.out, HasSubstr("base directory: /opt/usr/apps/org.velora.sample.clock/bin/"));
-  EXPECT_EQ(prepared.err, "");
+  EXPECT_THAT(prepared.out,
+              HasSubstr("base directory: /opt/usr/apps/org.velora.sample.clock/bin/"));
+  EXPECT_EQ(prepared.err, "quillon: launched by the launch pad, in its process " +
+                              std::to_string(process) + "\n");
   ASSERT_TRUE(awaitProcesses("ready", 1));
   const Ending failed = launch({"--raw", kClock, "--", "--throw"});
   EXPECT_EQ(failed.status, 128 + SIGABRT);
@@ -115,12 +123,46 @@ TEST_F(SameLaunch, HasNoCapabilities) {
   EXPECT_GT(seen, 1);
 }
 
+TEST_F(SameLaunch, RunsInTheZone) {
+  const RunningZone zone(root());
+  ASSERT_NE(zone.holder(), "") << zone.started().err;
+  start(1);
+  { RunningProbe direct(root(), "dotnet"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
+  RunningProbe probe(root(), "dotnet");
+  const std::string process = probe.ask("process");
+  EXPECT_EQ(served(), 1) << probe.errors();
+  EXPECT_EQ(fs::read_symlink("/proc/" + process + "/ns/mnt"),
+            fs::read_symlink("/proc/" + zone.holder() + "/ns/mnt"));
+  EXPECT_EQ(probe.quit(), 0);
+}
+
+// A process that is in the zone already could not be let in for debugging any more.
+TEST_F(SameLaunch, ADebuggedPackageEntersTheZoneByItself) {
+  const std::string manifest =
+      "[package]\nid = \"org.velora.sample.clock\"\nversion = \"1\"\n"
+      "files = \"org.velora.sample.clock\"\n"
+      "privileges = [\"/privilege/internal/appdebugging\",\n"
+      "  \"/privilege/internal/default/platform\"]\n"
+      "[[application]]\nid = \"org.velora.sample.clock\"\nexec = \"bin/SampleClock.dll\"\n";
+  installClock(manifest);
+  start(1);
+  prepareFor({"--raw", kClock});  // of a type that enters no zone
+  const Ending direct = launch({"--raw", "--verbose", "--type", "dotnet", kClock});
+  EXPECT_THAT(direct.err, HasSubstr("not by the launch pad: its package asks for debug mode"));
+  EXPECT_THAT(status(), Not(HasSubstr("dotnet")));
+  EXPECT_EQ(served(), 0);
+  EXPECT_EQ(launch({"--raw", kClock}).status, 0);
+  EXPECT_EQ(served(), 1);
+}
+
 TEST_F(SameLaunch, ARefusalIsTheResult) {
   start(1);
   prepareFor({"--raw", kClock});
-  installClock("[package]\nid = \"org.velora.sample.clock\"\nversion = \"1\"\n"
-               "files = \"org.velora.sample.clock\"\n"
-               "[[application]]\nid = \"org.velora.sample.clock\"\nexec = \"bin/SampleClock.dll\"\n");
+  installClock(
+      "[package]\nid = \"org.velora.sample.clock\"\nversion = \"1\"\n"
+      "files = \"org.velora.sample.clock\"\n"
+      "[[application]]\nid = \"org.velora.sample.clock\"\nexec = \"bin/SampleClock.dll\"\n");
   // What was prepared before the installation is not used any more.
   const Ending first = launch({"--raw", "--verbose", kClock});
   EXPECT_THAT(first.err, HasSubstr("launched directly, not by the launch pad"));
