@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 
 #include "launcher/terminal.h"
-#include "launcher/validator_remedies.h"
 #include "tools/report.h"
 
 namespace quillon::launcher {
@@ -55,13 +55,8 @@ bool isServed(int requestPipe) {
   return poll(&look, 1, 0) < 0 || (look.revents & POLLERR) == 0;
 }
 
-AnswerWatch::AnswerWatch(int requestPipe, const std::string& subject) {
-  watched = {
-      requestPipe,
-      reportLine({"waiting for the validator's answer about " + subject,
-                  "see the terminal that it runs in"}),
-      reportLine({"the validator ended without an answer about " + subject, kStartValidator}),
-      terminalDescriptor(), 0};
+AnswerWatch::AnswerWatch(int requestPipe, const Failure& waiting, const Failure& ended) {
+  watched = {requestPipe, reportLine(waiting), reportLine(ended), terminalDescriptor(), 0};
   struct sigaction action {};
   action.sa_handler = look;
   action.sa_flags = SA_RESTART;

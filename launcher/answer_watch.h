@@ -7,7 +7,7 @@
 
 #include <signal.h>
 
-#include <string>
+#include <workstation/failure.h>
 
 namespace quillon::launcher {
 
@@ -20,8 +20,9 @@ bool isServed(int requestPipe);
 class AnswerWatch {
  public:
   // requestPipe  a descriptor of the pipe that a living validator reads; must outlive the watch
-  // subject      what the answer is about, for the terminal
-  AnswerWatch(int requestPipe, const std::string& subject);
+  // waiting      told on the terminal when the wait is long
+  // ended        told when the validator ends meanwhile
+  AnswerWatch(int requestPipe, const Failure& waiting, const Failure& ended);
   ~AnswerWatch();
   AnswerWatch(const AnswerWatch&) = delete;
   AnswerWatch& operator=(const AnswerWatch&) = delete;

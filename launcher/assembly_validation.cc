@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <workstation/log_tail.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -31,8 +32,16 @@ void addOnce(std::vector<std::string>& assemblies, const fs::path& path) {
   }
 }
 
+LaunchFailure unlistable(const fs::path& folder, const std::error_code& error) {
+  return {{"cannot list the folder '" + folder.string() + "': " + error.message(),
+           "make it readable, so that its assemblies can be validated"},
+          kLibraryRefused};
+}
+
 // The assemblies of a folder by name; with `depth` 1 those of its folders too, after its own.
-void addFolder(std::vector<std::string>& assemblies, const fs::path& folder, int depth) {
+// A folder that is not there has none; one that cannot be listed is a failure, since its assemblies
+// would go unasked.
+Launched<void> addFolder(std::vector<std::string>& assemblies, const fs::path& folder, int depth) {
   std::vector<fs::path> files;
   std::vector<fs::path> folders;
   std::error_code error;
@@ -45,11 +54,18 @@ void addFolder(std::vector<std::string>& assemblies, const fs::path& folder, int
       files.push_back(entry->path());
     }
   }
+  if (error && error != std::errc::no_such_file_or_directory &&
+      error != std::errc::not_a_directory) {
+    return tl::unexpected(unlistable(folder, error));
+  }
   std::sort(files.begin(), files.end());
   std::sort(folders.begin(), folders.end());
   for (const fs::path& file : files) addOnce(assemblies, file);
-  if (depth == 0) return;
-  for (const fs::path& below : folders) addFolder(assemblies, below, depth - 1);
+  if (depth == 0) return {};
+  for (const fs::path& below : folders) {
+    if (auto added = addFolder(assemblies, below, depth - 1); !added) return added;
+  }
+  return {};
 }
 
 LaunchFailure noValidator(const std::string& why) {
@@ -81,7 +97,10 @@ class Turn {
     if (fstat(pipe_, &status) != 0 || !S_ISFIFO(status.st_mode)) {
       return tl::unexpected(noValidator("'" QUILLON_DLL_REQUEST_PIPE "' is no pipe"));
     }
-    const AnswerWatch watch(pipe_, "another launch, whose turn it is");
+    const AnswerWatch watch(pipe_,
+                            {"waiting for another launch, whose turn it is to ask the validator",
+                             "this one goes on when that one has its answers"},
+                            {"the validator ended before this launch's turn", kStartValidator});
     while (flock(pipe_, LOCK_EX) != 0 && errno == EINTR) {
     }
     return {};
@@ -91,7 +110,9 @@ class Turn {
   int pipe_;
 };
 
-LaunchFailure refusalOf(const std::string& assembly, const Turn& turn) {
+// errors  what the platform log's last errors were before the question; a new one is the plug-in's
+LaunchFailure refusalOf(const std::string& assembly, const Turn& turn,
+                        const std::vector<std::string>& errors) {
   std::error_code ignored;
   if (fs::is_symlink(assembly, ignored)) {
     return {{"the assembly '" + assembly + "' is a symbolic link, which is refused unasked",
@@ -101,25 +122,39 @@ LaunchFailure refusalOf(const std::string& assembly, const Turn& turn) {
   if (!isServed(turn.pipe())) {
     return noValidator("it ended before it was asked about '" + assembly + "'");
   }
+  if (workstation::lastErrorMessages() != errors) {
+    return noValidator(workstation::lastErrorMessage());
+  }
   return {{"the validator refused the assembly '" + assembly + "'", kChangePolicy},
           kLibraryRefused};
 }
 
 }  // namespace
 
-std::vector<std::string> assembliesOf(const LaunchTarget& target) {
+Launched<std::vector<std::string>> assembliesOf(const LaunchTarget& target) {
   std::vector<std::string> assemblies;
   addOnce(assemblies, target.assembly);
-  for (const std::string& folder : target.folders()) addFolder(assemblies, folder, 1);
+  for (const std::string& folder : target.folders()) {
+    if (auto added = addFolder(assemblies, folder, 1); !added) {
+      return tl::unexpected(added.error());
+    }
+  }
   return assemblies;
 }
 
 Launched<void> validateAssemblies(const PluginCalls& plugin, const LaunchTarget& target) {
   const Turn turn;
   if (auto taken = turn.take(); !taken) return taken;
-  for (const std::string& assembly : assembliesOf(target)) {
-    const AnswerWatch watch(turn.pipe(), "'" + assembly + "'");
-    if (!plugin.validate(assembly)) return tl::unexpected(refusalOf(assembly, turn));
+  const auto assemblies = assembliesOf(target);
+  if (!assemblies) return tl::unexpected(assemblies.error());
+  for (const std::string& assembly : *assemblies) {
+    const std::vector<std::string> errors = workstation::lastErrorMessages();
+    const AnswerWatch watch(
+        turn.pipe(),
+        {"waiting for the validator's answer about '" + assembly + "'",
+         "see the terminal that it runs in"},
+        {"the validator ended without an answer about '" + assembly + "'", kStartValidator});
+    if (!plugin.validate(assembly)) return tl::unexpected(refusalOf(assembly, turn, errors));
   }
   return {};
 }

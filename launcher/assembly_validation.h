@@ -8,7 +8,7 @@ namespace quillon::launcher {
 
 // The assemblies in the application's own folders and in the culture folders right below them: the
 // one to execute first, then the others by folder and name. Each path once.
-std::vector<std::string> assembliesOf(const LaunchTarget& target);
+Launched<std::vector<std::string>> assembliesOf(const LaunchTarget& target);
 
 // Asks plugin_validate_dll about each, and stops at the first that is refused: kLibraryRefused.
 // kValidatorState where no validator runs; where it ends while the launch waits, the process ends

@@ -6,9 +6,11 @@
 namespace quillon {
 namespace {
 
-// A path or value inside a message may hold line breaks; the report stays one line.
+// A path or value inside a message may hold line breaks and what a terminal obeys; the report stays
+// one plain line.
 std::string oneLine(std::string text) {
-  std::replace(text.begin(), text.end(), '\n', ' ');
+  const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7f; };
+  std::replace_if(text.begin(), text.end(), isControl, ' ');
   return text;
 }
 

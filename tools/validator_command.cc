@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -40,8 +39,8 @@ void run(const Request& request) {
   enterDevice(request.device, {plugin.parent_path()});
   const auto served = validator::serve(*policy, plugin);
   if (!served) report(served.error(), served.error().status);
-  std::fflush(stdout);
-  // A thread is still in the plug-in's server: nothing may be torn down under it.
+  // A thread is still in the plug-in's server: nothing may be torn down under it. Nor is standard
+  // output flushed, which that thread may be blocked at; each line was as it was printed.
   _exit(served ? kSuccess : served.error().status);
 }
 

@@ -135,8 +135,8 @@ int is_coba_direct_call_mode(void);
  *            bytes to one of them is cut
  *
  * True when the signature is one over the request by the authority's key and the request names this
- * device. Everything else is false, with the reason in the log; a directory
- * without one of the two files and a null path included. Reads all files anew at each call.
+ * device. Everything else is false, with the reason in the log, a null path included; a directory
+ * without one of the two files is false without a line. Reads all files anew at each call.
  *
  * Call at any time, from any thread. */
 bool check_signature(const char* mountPath);
@@ -155,7 +155,8 @@ extern bool checkOnTerminate;
  * path  the library; its last component may not be a symbolic link. Copied.
  *
  * Returns 1 where the answer does not contain "FAIL", else 0; also 0, after a line in the log,
- * where the path cannot be resolved or a pipe is missing or a symbolic link. Blocks until somebody
+ * where the path cannot be resolved or a pipe is missing or a symbolic link, and without one where
+ * the request cannot be written. Blocks until somebody
  * answers, for ever where the validator is gone; a signal whose handler was set without SA_RESTART
  * ends the wait with 0. Answers carry no name: of several processes that ask at once, one may get
  * what was meant for another.
@@ -175,8 +176,8 @@ typedef void (*pipe_message_changed_cb)(const char* text, void* userData);
 void create_pipe_server(pipe_message_changed_cb callback);
 
 /* Sends one answer: ten lines of message five times in a row. Whoever reads first gets up to 1023
- * bytes of what is in the pipe; so a message of at most 20 bytes is read whole. message is not
- * kept. */
+ * bytes of what is in the pipe; so a message of at most 20 bytes is read whole. An answer of more
+ * than the pipe holds, 65536 bytes as a rule, is cut. message is not kept. */
 void create_pipe_client(const char* message);
 
 /* Watches for memory faults (SIGSEGV) that a handler deals with, as the runtime's does with those

@@ -62,6 +62,7 @@ class Validator {
 
   std::string output() const { return contentOf(output_); }
   void stop() const { kill(process_, SIGSTOP); }
+  void resume() const { kill(process_, SIGCONT); }
   // Its exit status, or 128 + signal.
   int end(int signal) {
     if (process_ < 0) return -1;
@@ -151,20 +152,27 @@ TEST_F(Validation, NeedsAValidator) {
 // A launch that goes on while the test looks on.
 class LaunchUnderWay {
  public:
-  LaunchUnderWay(const fs::path& device, const fs::path& errors) : errors_(errors) {
+  LaunchUnderWay(const fs::path& device, const fs::path& errors)
+      : errors_(errors), process_(errors.string() + ".process") {
     write(errors_, "");
-    const std::string script = std::string("exec ") + kQuillon + " launch --device '" +
-                               device.string() + "' " + kClock + " --validate -- --exit 3 2>>'" +
-                               errors_.string() + "'";
+    write(process_, "");
+    const std::string script = "echo $$ >'" + process_.string() + "'; exec " + kQuillon +
+                               " launch --device '" + device.string() + "' " + kClock +
+                               " --validate -- --exit 3 2>>'" + errors_.string() + "'";
     ending_ = std::async(std::launch::async, [script] {
       return run({"sh", "-c", script}, {"QUILLON_LOG=none"});
     });
   }
   bool says(const std::string& text) const { return waitFor(errors_, text); }
   int status() { return ending_.get().status; }
+  void interrupt() {
+    kill(std::stoi(contentOf(process_)), SIGKILL);
+    ending_.wait();
+  }
 
  private:
   fs::path errors_;
+  fs::path process_;
   std::future<Ending> ending_;
 };
 
@@ -177,6 +185,24 @@ TEST_F(Validation, DoesNotWaitInSilenceNorForADeadValidator) {
   validator.end(SIGKILL);
   EXPECT_EQ(launch.status(), kValidatorState);
   EXPECT_TRUE(launch.says("quillon: the validator ended without an answer about " + subject));
+}
+
+// Or the answer to the request that A left behind would go to the next launch, and its last one be
+// left over: a refusal that nobody reads.
+TEST_F(Validation, AnInterruptedLaunchLeavesNoAnswerToTheNext) {
+  const std::string refused = std::string(kBin) + "fr";
+  Validator validator(root(), fresh("v"), kAllowAll + ("deny-paths = [\"" + refused + "\"]\n"));
+  validator.stop();
+  const std::string waiting = "waiting for the validator's answer about ";
+  LaunchUnderWay interrupted(root(), fresh("errors-a"));
+  EXPECT_TRUE(interrupted.says(waiting));
+  interrupted.interrupt();
+  LaunchUnderWay next(root(), fresh("errors-b"));
+  EXPECT_TRUE(next.says(waiting));
+  validator.resume();
+  EXPECT_EQ(next.status(), kLibraryRefused);
+  EXPECT_TRUE(next.says(refused + "/SampleClock.resources.dll'"));
+  EXPECT_THAT(validator.output(), HasSubstr("not answered: nobody waits any more"));
 }
 
 // Answers carry no name: only one launch at a time may wait for one.

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -85,6 +86,7 @@ TEST_F(DllValidation, OnlyFailInCapitalsIsARefusal) {
   EXPECT_EQ(resultOf("FAIL\n"), 0);
   EXPECT_EQ(resultOf("a FAILure\n"), 0);
   EXPECT_EQ(resultOf("OK\nOK\nFAIL"), 0);
+  EXPECT_EQ(resultOf(std::string("OK\0FAIL\n", 8)), 0);
   EXPECT_EQ(resultOf("fail\n"), 1);
   EXPECT_EQ(resultOf("FAI L\n"), 1);
   EXPECT_EQ(resultOf("\n"), 1);
@@ -178,6 +180,39 @@ TEST_F(DllValidation, PlainFilesAreReadAndWrittenAsPipesAre) {
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(requests), {}), requestFor(kLibrary));
   makeFile(kAnswerPipe, "OK\n");
   EXPECT_EQ(plugin_validate_dll(1, kLibrary), 1);
+}
+
+// Nobody would answer, so nothing is waited for.
+TEST_F(DllValidation, ARequestThatCannotBeWrittenIsARefusal) {
+  makeFile(kRequestPipe);
+  makePipe(kAnswerPipe);
+  const OpenPipe answers(kAnswerPipe);
+  answers.write("OK\n");
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit nothing{0, before.rlim_max};
+  const auto action = signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &nothing), 0);
+  const int result = plugin_validate_dll(1, kLibrary);
+  setrlimit(RLIMIT_FSIZE, &before);
+  signal(SIGXFSZ, action);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(answers.unread(), 3);
+}
+
+// Longer than a stream's buffer: what other askers write may not come in between.
+TEST_F(DllValidation, ALongRequestIsOneWrite) {
+  makePipes();
+  std::string path = "/opt/usr";
+  while (path.size() < 3900) path += "/" + std::string(200, 'a');
+  path += "/" + std::string(4090 - path.size() - 1, 'b');
+  makeFile(path);
+  const OpenPipe requests(kRequestPipe);
+  const OpenPipe answers(kAnswerPipe);
+  std::future<int> result = ask(path);
+  EXPECT_EQ(requests.read(), requestFor(path));
+  answers.write("OK\n");
+  EXPECT_EQ(result.get(), 1);
 }
 
 TEST_F(DllValidation, AnAnswerOfNoBytesIsARefusal) {

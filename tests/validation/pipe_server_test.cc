@@ -229,6 +229,8 @@ TEST_F(PipeServer, LeavesALinkThatTookThePipesPlaceAlone) {
   create_pipe_server(onText);
   EXPECT_THAT(platform().messages(6),
               ElementsAre("Symbolic link is detected : /tmp/dotnet_pipe_in"));
+  EXPECT_EQ(statusOf("/opt/usr/pipe").st_mode & 07777, 0600U);
+  EXPECT_THAT(platform().calls, IsEmpty());
 }
 
 TEST_F(PipeServer, EndsWhenAReadGivesNothing) {
@@ -274,11 +276,34 @@ TEST_F(PipeClient, AnEmptyMessageIsTenLineEnds) {
   EXPECT_EQ(answers.read(), "\n\n\n\n\n\n\n\n\n\n");
 }
 
+// The client reads the pipe itself, so no one would ever make room.
+TEST_F(PipeClient, WhatThePipeCannotHoldIsCutInsteadOfWaitedFor) {
+  makePipe(kAnswerPipe);
+  const OpenPipe answers(kAnswerPipe);
+  const std::string message(2000, 'x');
+  create_pipe_client(message.c_str());
+  const std::string sent = answers.read();
+  EXPECT_GE(sent.size(), 1023U);
+  EXPECT_EQ(sent.find_first_not_of("x\n"), std::string::npos);
+}
+
 TEST_F(PipeClient, AMissingPipeIsAnError) {
   create_pipe_client("OK");
   EXPECT_THAT(platform().messages(6), ElementsAre("Fail to open pipe"));
   EXPECT_THAT(platform().messages(4), IsEmpty());
   EXPECT_FALSE(fs::exists(kAnswerPipe));
+}
+
+TEST_F(PipeClient, APlainFileIsWrittenAndAFolderIsAnError) {
+  makeFile(kAnswerPipe);
+  create_pipe_client("OK");
+  EXPECT_EQ(fs::file_size(kAnswerPipe), 110U);
+  platform().reset();
+  fs::remove(kAnswerPipe);
+  fs::create_directory(kAnswerPipe);
+  create_pipe_client("OK");
+  EXPECT_THAT(platform().messages(6), ElementsAre("Fail to open pipe"));
+  EXPECT_THAT(platform().messages(4), IsEmpty());
 }
 
 TEST_F(PipeClient, APipeThatIsALinkIsLeftAlone) {

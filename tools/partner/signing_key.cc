@@ -39,7 +39,8 @@ tl::unexpected<Failure> noKey(const std::string& name, bool isEncrypted) {
 
 std::string describe(const EVP_PKEY* key) {
   const char* type = EVP_PKEY_get0_type_name(key);
-  return std::string(type != nullptr ? type : "other") + " key of " +
+  const std::string name = type != nullptr ? type : "other";
+  return (name.starts_with('D') ? "a " : "an ") + name + " key of " +
          std::to_string(EVP_PKEY_get_bits(key)) + " bits, whose signatures have " +
          std::to_string(EVP_PKEY_get_size(key)) + " bytes";
 }
@@ -59,7 +60,7 @@ Expected<SigningKey> SigningKey::read(const std::filesystem::path& file) {
   }
   if (EVP_PKEY_is_a(key.get(), "RSA") != 1 ||
       EVP_PKEY_get_size(key.get()) != QUILLON_PARTNER_SIGNATURE_SIZE) {
-    return fail("'" + file.string() + "' is an " + describe(key.get()), kWantedKey);
+    return fail("'" + file.string() + "' is " + describe(key.get()), kWantedKey);
   }
   return SigningKey(std::move(key));
 }

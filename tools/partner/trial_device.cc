@@ -28,7 +28,10 @@ Expected<fs::path> makeFolder() {
 Expected<void> placeKey(const fs::path& key, const fs::path& device) {
   std::error_code error;
   if (!fs::is_regular_file(key, error)) {
-    return fail("there is no file '" + key.string() + "'", "give --key PUBLIC.pem");
+    const bool isUnreachable = error && error != std::errc::no_such_file_or_directory;
+    return fail(isUnreachable ? "cannot reach '" + key.string() + "': " + error.message()
+                              : "there is no file '" + key.string() + "'",
+                "give --key PUBLIC.pem");
   }
   const fs::path place = device / fs::path(QUILLON_PARTNER_PUBLIC_KEY).relative_path();
   fs::create_directories(place.parent_path(), error);

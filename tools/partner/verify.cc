@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <quillon_tv_plugin.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <workstation/config_store.h>
@@ -85,6 +86,11 @@ std::string mountPathOf(int directory) { return "/proc/self/fd/" + std::to_strin
 // In the child. Returns the status to end with.
 int ask(const VerifyOptions& options, const fs::path& plugin, const TrialDevice& trial) {
   const int directory = ::open(options.directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (directory < 0) {
+    return report({"cannot open '" + options.directory.string() + "': " + std::strerror(errno),
+                   "give a directory that you may read"},
+                  kPartnerRefused);
+  }
   if (auto entered = device::enter(trial.path(), {{plugin.parent_path()}, {}}); !entered) {
     return report(entered.error(), device::exitStatusOf(entered.error().error));
   }
@@ -97,6 +103,26 @@ int ask(const VerifyOptions& options, const fs::path& plugin, const TrialDevice&
   }
   return answer(*library, mountPathOf(directory), options.directory);
 }
+
+// While it lives, a signal that asks to end waits: the trial device is removed first.
+class SignalDelay {
+ public:
+  SignalDelay() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, signal);
+    sigprocmask(SIG_BLOCK, &signals, &before_);
+  }
+  ~SignalDelay() { restore(); }
+  SignalDelay(const SignalDelay&) = delete;
+  SignalDelay& operator=(const SignalDelay&) = delete;
+
+  // Early, in a child that may be interrupted.
+  void restore() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+ private:
+  sigset_t before_{};
+};
 
 int statusOf(pid_t child) {
   int status = 0;
@@ -123,6 +149,7 @@ int verify(const VerifyOptions& options) {
   if (auto there = requireFiles(options.directory); !there) {
     return report(there.error(), kPartnerRefused);
   }
+  const SignalDelay delay;  // outlives the trial device
   const auto trial = TrialDevice::make(options.key);
   if (!trial) {
     return report(trial.error(), kServiceFailed);
@@ -133,6 +160,7 @@ int verify(const VerifyOptions& options) {
                   kServiceFailed);
   }
   if (child == 0) {
+    delay.restore();
     ::_exit(ask(options, pluginOf(options), *trial));
   }
   return statusOf(child);

@@ -64,10 +64,10 @@ class AnswerPipe {
 };
 
 // False when nobody emptied the pipe in time.
-bool waitUntilEmpty(const AnswerPipe& pipe) {
+bool waitUntilEmpty(const AnswerPipe& pipe, const std::function<bool()>& isAbandoned) {
   const auto end = steady_clock::now() + kPatience;
   for (auto pause = kShortestPause; !pipe.isEmpty(); pause = std::min(2 * pause, kLongestPause)) {
-    if (!pipe.hasReaders() || steady_clock::now() > end) return pipe.isEmpty();
+    if (!pipe.hasReaders() || isAbandoned() || steady_clock::now() > end) return pipe.isEmpty();
     std::this_thread::sleep_for(pause);
   }
   return true;
@@ -75,13 +75,14 @@ bool waitUntilEmpty(const AnswerPipe& pipe) {
 
 }  // namespace
 
-Delivery deliver(const std::function<void()>& send) {
+Delivery deliver(const std::function<void()>& send, const std::function<bool()>& isAbandoned) {
   const AnswerPipe pipe;
   if (pipe.isUnread()) return Delivery::kNobody;
   if (!pipe.isPipe()) return Delivery::kNoPipe;
+  if (isAbandoned()) return Delivery::kNobody;
   if (!pipe.isEmpty()) AnswerPipe::drain();
   send();
-  if (waitUntilEmpty(pipe)) return Delivery::kTaken;
+  if (waitUntilEmpty(pipe, isAbandoned)) return Delivery::kTaken;
   AnswerPipe::drain();
   return Delivery::kWithdrawn;
 }

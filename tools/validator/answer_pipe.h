@@ -12,13 +12,18 @@ namespace quillon::validator {
 
 enum class Delivery {
   kTaken,      // somebody read it
-  kNobody,     // not sent: no process has the pipe open, and so none waits
-  kWithdrawn,  // all who waited ended, or nobody read it in ten seconds: thrown away
+  kNobody,     // not sent: no process has the pipe open or the request is abandoned
+  kWithdrawn,  // the request was abandoned, all who waited ended, or nobody read it in ten seconds:
+               // thrown away
   kNoPipe,     // the pipe is gone, or is no pipe
 };
 
 // Sends an answer with `send` (create_pipe_client) and waits until it was read. What is in the pipe
 // before is thrown away.
-[[nodiscard]] Delivery deliver(const std::function<void()>& send);
+//
+// isAbandoned  whether whoever opens the pipe now waits for another answer; asked before and while
+//              the answer is in the pipe
+[[nodiscard]] Delivery deliver(const std::function<void()>& send,
+                               const std::function<bool()>& isAbandoned);
 
 }  // namespace quillon::validator

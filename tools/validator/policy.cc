@@ -136,13 +136,17 @@ class PolicyReader {
 
 Expected<std::string> contentOf(const fs::path& file) {
   std::error_code error;
-  std::ifstream stream(file, std::ios::binary);
+  const fs::file_status status = fs::status(file, error);
+  // Not opened, since the open of a FIFO waits.
+  const bool isOther = fs::exists(status) && !fs::is_regular_file(status);
+  std::ifstream stream;
+  if (!isOther) stream.open(file, std::ios::binary);
   const int cause = errno;
-  if (stream && fs::is_regular_file(file, error)) {
+  if (stream.is_open()) {
     return std::string(std::istreambuf_iterator<char>(stream), {});
   }
   return fail("cannot read the policy '" + file.string() +
-                  "': " + (stream ? "no regular file" : std::strerror(cause)),
+                  "': " + (isOther ? "no regular file" : std::strerror(cause)),
               "name a readable TOML file");
 }
 

@@ -8,6 +8,7 @@
 #include <workstation/log_tail.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -51,6 +52,21 @@ std::string describe(const Request& request, const Decision& decision) {
          std::to_string(request.process) + ": " + decision.reason;
 }
 
+// Whether a launch waits for answers in its turn: only one does, and it holds the request pipe.
+bool isTurnTaken() {
+  const int pipe = open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  const bool taken = pipe >= 0 && flock(pipe, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (pipe >= 0) close(pipe);
+  return taken;
+}
+
+// An answer to a launch that was interrupted would go to the next one, which is in its turn by
+// then, and leave every later answer one request behind. Without turns any one that waits may take
+// it: as many answers as requests leave nobody waiting.
+bool isAbandoned(pid_t process) {
+  return process > 0 && kill(process, 0) != 0 && errno == ESRCH && isTurnTaken();
+}
+
 // The serving thread's side: one request text after the other.
 class Desk {
  public:
@@ -75,7 +91,8 @@ class Desk {
 
   void send(const Request& request, const char* message) {
     const std::string process = "process " + std::to_string(request.process);
-    switch (deliver([&] { plugin_.createPipeClient(message); })) {
+    switch (deliver([&] { plugin_.createPipeClient(message); },
+                    [&] { return isAbandoned(request.process); })) {
       case Delivery::kTaken:
         return;
       case Delivery::kNobody:
@@ -134,6 +151,24 @@ bool endWasAsked(std::chrono::milliseconds patience) {
   return sigtimedwait(&signals, nullptr, &time) > 0;
 }
 
+// Libraries are compared by canonical paths, so an entry with a link in it would deny nothing.
+tl::expected<void, ServeFailure> checkDeniedPaths(const Policy& policy) {
+  for (const std::string& path : policy.deniedPaths) {
+    std::error_code error;
+    const std::string canonical = fs::weakly_canonical(path, error).string();
+    if (error) {
+      return stop(kServiceFailed, {"cannot follow '" + path + "' of deny-paths: " + error.message(),
+                                   "write the path of a folder or file that can be reached"});
+    }
+    if (canonical != path) {
+      return stop(kServiceFailed,
+                  {"'" + path + "' of deny-paths is '" + canonical + "' by a symbolic link",
+                   "write '" + canonical + "' in the policy"});
+    }
+  }
+  return {};
+}
+
 // Ours, since claimPipes() said so.
 void removePipes() {
   for (const char* pipe : {QUILLON_DLL_REQUEST_PIPE, QUILLON_DLL_ANSWER_PIPE}) {
@@ -166,6 +201,7 @@ bool serveUntilAsked(const launcher::PluginLibrary& plugin) {
 tl::expected<void, ServeFailure> serve(const Policy& policy, const fs::path& file) {
   auto library = launcher::loadPlugin(file);
   if (!library) return stop(kNoPlugin, library.error());
+  if (auto checked = checkDeniedPaths(policy); !checked) return checked;
   if (auto claimed = claimPipes(); !claimed) return claimed;
   static const launcher::PluginLibrary plugin = *library;
   static const Policy rules = policy;

@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "util/log/log.h"
 #include "util/zq_utils/descriptor.h"
@@ -36,10 +38,24 @@ struct StreamCloser {
 };
 using Stream = std::unique_ptr<FILE, StreamCloser>;
 
+// The stream's buffer takes the whole text, so that one write(2) carries it, up to what the pipe
+// holds. False where the text could not be written.
+bool writeAtOnce(Stream stream, const std::string& text) {
+  const std::size_t room = text.size() + 1;
+  const std::unique_ptr<char[]> buffer(new (std::nothrow) char[room]);
+  if (buffer != nullptr) {
+    setvbuf(stream.get(), buffer.get(), _IOFBF, room);
+  }
+  const bool isWritten =
+      fwrite(text.data(), 1, text.size(), stream.get()) == text.size() && fflush(stream.get()) == 0;
+  stream.reset();  // before the buffer goes
+  return isWritten;
+}
+
 const char* textOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
-// One read of a text, without its line end. Nothing where the read failed or gave no bytes; a
-// signal that comes in between counts as a failure.
+// One read of a text, without its line end; it may hold NUL bytes. Nothing where the read failed or
+// gave no bytes; a signal that comes in between counts as a failure.
 std::optional<std::string> readText(int descriptor) {
   char buffer[kTextSize];
   ssize_t length = read(descriptor, buffer, sizeof(buffer) - 1);
@@ -49,22 +65,27 @@ std::optional<std::string> readText(int descriptor) {
   if (buffer[length - 1] == '\n') {
     --length;
   }
-  buffer[length] = '\0';
-  return std::string(buffer);
+  return std::string(buffer, static_cast<std::size_t>(length));
 }
 
-// False where the request pipe cannot be opened.
+Stream openStream(const char* path) {
+  Stream stream(fopen(path, kStreamMode));
+  if (stream != nullptr) {
+    fcntl(fileno(stream.get()), F_SETFD, FD_CLOEXEC);
+  }
+  return stream;
+}
+
+// False where the request pipe cannot be opened or written: nobody would answer.
 bool sendRequest(const std::string& path) {
-  const Stream pipe(fopen(kRequestPipe, kStreamMode));
+  Stream pipe = openStream(kRequestPipe);
   if (pipe == nullptr) {
     QLOG_ERROR("pipe open error");
     return false;
   }
   const std::string request = kKeyword + std::to_string(getpid()) + ":" + path;
   QLOG_INFO("Send %s", request.c_str());
-  fprintf(pipe.get(), "%s\n", request.c_str());
-  fflush(pipe.get());
-  return true;
+  return writeAtOnce(std::move(pipe), request + "\n");
 }
 
 bool isAccepted(const std::string& answer) {
@@ -72,11 +93,20 @@ bool isAccepted(const std::string& answer) {
   return answer.find(kRefusal) == std::string::npos;
 }
 
+bool isLink(const char* path) {
+  struct stat status;
+  return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+}
+
 // Any process may use the pipe, of whatever user and label.
 void createPipe(const char* path) {
   remove(path);
   if (mkfifo(path, kCreateMode) != 0) {
     QLOG_ERROR("mkfifo failed");
+  }
+  // Whoever planted a link in the meantime may not open its target to everybody.
+  if (isLink(path)) {
+    return;
   }
   setSmack(path, kAnyLabel);
   if (chmod(path, kOpenMode) != 0) {
@@ -108,7 +138,7 @@ int plugin_validate_dll(int type, const char* path) {
     return 0;
   }
   // Open for the answer before asking. Open for writing too, so that the open waits for no writer.
-  const Descriptor answers(open(kAnswerPipe, O_RDWR));
+  const Descriptor answers(open(kAnswerPipe, O_RDWR | O_CLOEXEC));
   if (!answers.isOpen()) {
     QLOG_ERROR("open error : %s", kAnswerPipe);
     return 0;
@@ -129,7 +159,7 @@ void create_pipe_server(pipe_message_changed_cb callback) {
     return;
   }
   // Open for writing too, so that a client that closes its end is no end of file.
-  const Descriptor requests(open(kRequestPipe, O_RDWR));
+  const Descriptor requests(open(kRequestPipe, O_RDWR | O_CLOEXEC));
   if (!requests.isOpen()) {
     QLOG_ERROR("open error : %s", kRequestPipe);
     return;
@@ -142,15 +172,21 @@ void create_pipe_client(const char* message) {
   if (!isRealPath(kAnswerPipe)) {
     return;
   }
-  const Stream pipe(fopen(kAnswerPipe, kStreamMode));
+  Stream pipe = openStream(kAnswerPipe);
   if (pipe == nullptr) {
     QLOG_ERROR("Fail to open pipe");
     return;
   }
-  const char* text = textOrEmpty(message);
-  for (int line = 0; line < kAnswerLines; ++line) {
-    fprintf(pipe.get(), "%s%s%s%s%s\n", text, text, text, text, text);
+  const std::string text = textOrEmpty(message);
+  const std::string line = text + text + text + text + text + "\n";
+  std::string answer;
+  for (int written = 0; written < kAnswerLines; ++written) {
+    answer += line;
   }
-  fflush(pipe.get());
-  QLOG_INFO("Send message : %s", text);
+  // The client reads the pipe itself, so a write of what the pipe cannot hold would never end.
+  if (static_cast<ssize_t>(answer.size()) > fcntl(fileno(pipe.get()), F_GETPIPE_SZ)) {
+    fcntl(fileno(pipe.get()), F_SETFL, O_NONBLOCK);
+  }
+  writeAtOnce(std::move(pipe), answer);
+  QLOG_INFO("Send message : %s", text.c_str());
 }

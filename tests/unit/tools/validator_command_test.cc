@@ -204,6 +204,17 @@ TEST_F(ValidatorCommand, APolicyWithAMistakeStartsNothing) {
   EXPECT_FALSE(hasPipes());
 }
 
+// Libraries have canonical paths, so such an entry would deny nothing.
+TEST_F(ValidatorCommand, ADeniedPathThroughALinkStartsNothing) {
+  fs::create_directory_symlink("good", onMachine("/opt/usr/apps/link"));
+  writeFile(policy(), "default = \"allow\"\ndeny-paths = [\"/opt/usr/apps/link/a.dll\"]\n");
+  const Finished ended = run(validatorCommand());
+  EXPECT_EQ(ended.status, kServiceFailed);
+  EXPECT_THAT(ended.err, HasSubstr("'/opt/usr/apps/link/a.dll' of deny-paths is "
+                                   "'/opt/usr/apps/good/a.dll' by a symbolic link"));
+  EXPECT_FALSE(hasPipes());
+}
+
 TEST_F(ValidatorCommand, AMissingPluginIsNamed) {
   std::vector<std::string> command = validatorCommand();
   command.insert(command.end(), {"--plugin", "/no/plugin.so"});

@@ -1,5 +1,6 @@
 // Requests as the validator takes them apart, and its policy.
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/program.h"
@@ -160,6 +161,14 @@ TEST_F(ValidatorPolicy, ThatCannotBeReadIsNamed) {
     ASSERT_FALSE(policy);
     EXPECT_THAT(policy.error().what, HasSubstr("cannot read the policy '" + name));
   }
+}
+
+// Opening it would wait for a writer.
+TEST_F(ValidatorPolicy, ThatIsAFifoIsRefused) {
+  ASSERT_EQ(mkfifo(at("policy.toml").c_str(), 0600), 0);
+  const auto policy = readPolicy(at("policy.toml"));
+  ASSERT_FALSE(policy);
+  EXPECT_THAT(policy.error().what, HasSubstr("no regular file"));
 }
 
 TEST_F(ValidatorPolicy, DefaultDecidesWhereNothingElseDoes) {
