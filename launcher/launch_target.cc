@@ -22,11 +22,6 @@ constexpr char kAppdebugPrivilege[] =
 constexpr char kRequiredDpcKey[] = QUILLON_METADATA_NAMESPACE "/tv/metadata/d.pc/required";
 constexpr char kPackageSeparator = ';';
 
-// The one type whose strategy asks for a security zone in place of the privilege.
-bool entersZone(const std::string& type) {
-  return type.find("inhouse") == std::string::npos && type.find("dotnet") != std::string::npos;
-}
-
 bool hasPrivilege(const workstation::Package& package, const char* privilege) {
   return std::find(package.privileges.begin(), package.privileges.end(), privilege) !=
          package.privileges.end();
@@ -118,6 +113,11 @@ std::vector<LaunchFailure> predictRefusals(const LaunchTarget& target) {
         {{"the plug-in refuses the path '" + real + "'", allowedPathRemedy()}, kPathRefused});
   }
   return refusals;
+}
+
+// The one type whose strategy asks for a security zone in place of the privilege.
+bool entersZone(const std::string& type) {
+  return type.find("inhouse") == std::string::npos && type.find("dotnet") != std::string::npos;
 }
 
 bool entersZoneInDebugMode(const LaunchTarget& target) {

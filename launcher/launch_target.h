@@ -47,6 +47,9 @@ struct LaunchTarget {
 // meet it: a missing or unusable assembly, a missing privilege, a path outside the allowed folders.
 std::vector<LaunchFailure> predictRefusals(const LaunchTarget& target);
 
+// Whether applications of a type are launched inside the security zone, where there is one.
+bool entersZone(const std::string& type);
+
 // Whether the launch enters the security zone in debug mode, which its package asks for: only a
 // process that knows its package before it enters can.
 bool entersZoneInDebugMode(const LaunchTarget& target);

@@ -1,6 +1,7 @@
-// What the runtime's debugger leaves in the temporary folder when its process is killed: the runtime
-// removes it only on an orderly end. https://github.com/dotnet/diagnostics/blob/main/documentation/design-docs/ipc-protocol.md
-// has the names.
+// What the runtime's debugger leaves in the temporary folder when its process is killed: the
+// runtime removes it only on an orderly end.
+// https://github.com/dotnet/diagnostics/blob/main/documentation/design-docs/ipc-protocol.md has the
+// names.
 //
 // Both work on "/tmp" of the device root that the calling process has entered, and leave what they
 // may not remove.

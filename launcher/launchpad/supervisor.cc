@@ -20,6 +20,7 @@
 #include "launcher/launchpad/pools.h"
 #include "launcher/launchpad/stamp.h"
 #include "launcher/launchpad/text_record.h"
+#include "launcher/launchpad/zone_view.h"
 #include "launcher/plugin_library.h"
 #include "launcher/terminal.h"
 #include "tools/device/device_root.h"
@@ -45,7 +46,7 @@ Descriptor openSignals() {
 class Supervisor {
  public:
   Supervisor(const LaunchpadOptions& options, Workshop workshop, ProcessShape shape,
-             Descriptor listener);
+             Descriptor listener, ZoneView zone);
 
   void run();
 
@@ -84,6 +85,7 @@ class Supervisor {
   const ProcessShape shape_;
   const Limits limits_ = currentLimits();
   Descriptor listener_;
+  ZoneView zone_;
   Descriptor signals_;
   Clients clients_;
   uint64_t nextClient_ = 1;
@@ -93,10 +95,11 @@ class Supervisor {
 };
 
 Supervisor::Supervisor(const LaunchpadOptions& options, Workshop workshop, ProcessShape shape,
-                       Descriptor listener)
+                       Descriptor listener, ZoneView zone)
     : workshop_(workshop),
       shape_(std::move(shape)),
       listener_(std::move(listener)),
+      zone_(std::move(zone)),
       signals_(openSignals()),
       pools_(
           std::move(workshop),
@@ -104,6 +107,7 @@ Supervisor::Supervisor(const LaunchpadOptions& options, Workshop workshop, Proce
           [this] {
             clients_.clear();
             listener_.reset();
+            zone_.close();
             signals_.reset();
           }) {
   for (const PoolKey& key : catalogue_.keysOfInstalled(options.types)) pools_.want(key);
@@ -206,7 +210,11 @@ void Supervisor::launch(uint64_t number, Packet packet) {
 Expected<Entry> Supervisor::check(const Request& request) {
   if (stopping_) return fail("the launch pad is about to stop");
   if (auto same = compare(request); !same) return tl::unexpected(same.error());
-  return catalogue_.find(request);
+  auto entry = catalogue_.find(request);
+  if (entry && launcher::entersZone(entry->target.type) && !zone_.isCurrent()) {
+    return fail("the security zone is another one than at the launch pad's start");
+  }
+  return entry;
 }
 
 Expected<void> Supervisor::compare(const Request& request) const {
@@ -346,12 +354,14 @@ Launched<void> run(const LaunchpadOptions& options) {
     return stop(kNoDeviceRoot, {"there is no folder '" + options.device.string() + "'",
                                 "make a device root: quillon device init DIR"});
   }
+  ZoneView zone(options.device);
   auto listener = listenAt(address, options.device);
   if (!listener) return stop(kLaunchPadState, listener.error());
   if (auto entered = enterDevice(options, workshop); !entered) return entered;
   if (auto whole = requireParts(options, workshop); !whole) return whole;
   removeDebuggerFilesOfDead();  // of a launch pad before this one that was killed
-  Supervisor(options, std::move(workshop), std::move(shape), std::move(*listener)).run();
+  Supervisor(options, std::move(workshop), std::move(shape), std::move(*listener), std::move(zone))
+      .run();
   return {};
 }
 

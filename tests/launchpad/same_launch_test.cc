@@ -137,6 +137,21 @@ TEST_F(SameLaunch, RunsInTheZone) {
   EXPECT_EQ(probe.quit(), 0);
 }
 
+// The launch pad's view of the device root has no such zone.
+TEST_F(SameLaunch, AZoneThatStartsLaterIsEnteredByADirectLaunch) {
+  start(1);
+  prepareFor({"--raw", "--type", "dotnet", kClock});
+  const std::vector<std::string> asked = {"--raw", "--verbose", "--type", "dotnet", kClock};
+  const auto isDirect = HasSubstr("not by the launch pad: the security zone is another one");
+  {
+    const RunningZone zone(root());
+    ASSERT_NE(zone.holder(), "") << zone.started().err;
+    EXPECT_THAT(launch(asked).err, isDirect);
+    EXPECT_EQ(served(), 0);
+  }
+  EXPECT_THAT(launch(asked).err, Not(isDirect));
+}
+
 // A process that is in the zone already could not be let in for debugging any more.
 TEST_F(SameLaunch, ADebuggedPackageEntersTheZoneByItself) {
   const std::string manifest =
