@@ -13,6 +13,7 @@
 
 #include "tests/crash/child.h"
 #include "tests/crash/faulty_platform.h"
+#include "tests/support/precedence.h"
 #include "tests/support/sanitized.h"
 #include "tests/torture/device_main.h"
 
@@ -181,7 +182,7 @@ TEST_F(PluginCrash, TwoThreadsThatAbortAtOnceEndQuietly) {
       if (atEnd) {
         CALL(plugin_finalize)();
       } else {
-        sayAndAwait("Unhandled exception in App.dll\n");
+        sayAndAwait("App.dll of " + std::to_string(getpid()) + "\n");  // its own
       }
       abortOnTwoThreads();
     });
@@ -229,10 +230,12 @@ int misses(int count) {
 }
 
 TEST_F(PluginCrash, TheRuleKnowsWhatWasWrittenJustBefore) {
+  const Precedence precedence;
   EXPECT_LE(misses(kLaunches), kLaunches / 20);
 }
 
 TEST_F(PluginCrash, TheRuleKnowsItWhileTheLogIsSlow) {
+  const Precedence precedence;
   const SlowLog slow(1000);
   EXPECT_LE(misses(kLaunches / 2), kLaunches / 20);
 }
@@ -251,6 +254,37 @@ TEST_F(PluginCrash, TheMonitorReportsThroughTheLog) {
   const std::string log = takeLog();
   EXPECT_THAT(log, HasSubstr("enable_exception_monitor: 10, 3"));
   EXPECT_THAT(log, HasSubstr("[] Exception Limit exceed!!! (3 / 3)"));
+}
+
+std::atomic<int> asked{0};
+
+// The launcher's thread and both readers, then the launcher's thread once more.
+TEST_F(PluginCrash, BacktracesAreAskedForThroughTheExports) {
+  EXPECT_EQ(launchAnd([] {
+              ::signal(
+                  SIGWINCH, +[](int) { ++asked; });
+              const int all = CALL(print_all_backtrace)();
+              const int one = CALL(print_backtrace)(gettid());
+              while (asked < 4) {
+                std::this_thread::yield();
+              }
+              _exit(all == 0 && one == 0 ? 7 : 8);
+            }),
+            ended(7));
+  EXPECT_THAT(takeLog(), HasSubstr("> \x1b[31mprint_all_backtrace()"));
+}
+
+TEST_F(PluginCrash, TheDebuggersExportsDoNothing) {
+  EXPECT_EQ(CALL(lldb_sos_get_thread_list)(), 0);
+  EXPECT_EQ(CALL(lldb_sos_get_managed_thread_list)(), 0);
+  CALL(lldb_sos_disable_smdl)();
+  CALL(lldb_sos_enable_smdl)();
+  CALL(lldb_sos_dump_manage_only_threads)();
+  CALL(lldb_sos_dump_manage_threads)();
+  CALL(lldb_sos_dump_manage_threads_with_args)();
+  CALL(lldb_sos_dump_manage_threads_by_tid)();
+  CALL(lldb_sos_set_timeout_time)();
+  EXPECT_EQ(takeLog(), "");
 }
 
 // Whichever of several crashes ends the process, it ends.

@@ -1,13 +1,13 @@
 // How applications end on the real runtime: what wait status tells, and which rule of the plug-in
 // decided, by the messages that its signal handlers log. docs/crashes.md shows the same as a table.
 #include <gmock/gmock.h>
-#include <sched.h>
 #include <signal.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 
 #include "tests/launch/sample_device.h"
+#include "tests/support/precedence.h"
 #include "tests/support/skip.h"
 #include "tools/runtime/runtime_lookup.h"
 
@@ -32,23 +32,6 @@ constexpr char kTerm[] = "Sigterm Handler";
 
 constexpr int kAborted = 128 + SIGABRT;
 constexpr int kFaulted = 128 + SIGSEGV;
-
-// Lets what the test starts run before everything else, where that is allowed. The handlers wait a
-// tenth of a second for the thread that reads standard error, which a crowded machine may not let
-// run for so long; the rules are looked at here, not the bound.
-class Precedence {
- public:
-  Precedence() { set(SCHED_RR, 1); }
-  ~Precedence() { set(SCHED_OTHER, 0); }
-  Precedence(const Precedence&) = delete;
-  Precedence& operator=(const Precedence&) = delete;
-
- private:
-  static void set(int policy, int priority) {
-    const sched_param parameters{priority};
-    sched_setscheduler(0, policy, &parameters);
-  }
-};
 
 // What came out of one launch.
 struct Outcome {

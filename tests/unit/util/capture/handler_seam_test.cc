@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "tests/support/precedence.h"
 #include "tests/support/recording_platform.h"
 #include "tests/unit/util/capture/capture_process.h"
 #include "tests/unit/util/capture/scripted_calls.h"
@@ -152,6 +153,7 @@ TEST(WaitForReader, FlagsTellOfEverythingWrittenBefore) {
 }
 
 TEST(WaitForReader, AnAbortFindsTheFlagsThatItsTextSets) {
+  const Precedence precedence;
   for (int i = 0; i < 20; ++i) {
     const Captured captured = inCaptureProcess([](Notes&) {
       registerSignalHandler();
