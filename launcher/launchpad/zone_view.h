@@ -1,7 +1,7 @@
 // Whether a launch pad still sees the application zone of its device root.
 //
-// The view of a device root holds the zone folder that was there when it was entered; a zone that is
-// started where there was none does not appear in it, and the plug-in would take its absence for
+// The view of a device root holds the zone folder that was there when it was entered; a zone that
+// is started where there was none does not appear in it, and the plug-in would take its absence for
 // being inside.
 #pragma once
 
