@@ -8,6 +8,8 @@ endif()
 
 set(QUILLON_SANITIZE "" CACHE STRING "Value for -fsanitize=, for example address,undefined")
 
+option(QUILLON_SANITIZE_TOOLS "With QUILLON_SANITIZE: the launcher and the quillon tool as well" ON)
+
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -30,3 +32,15 @@ if(QUILLON_SANITIZE)
     "$<$<NOT:$<BOOL:$<TARGET_PROPERTY:QUILLON_UNINSTRUMENTED>>>:-fsanitize=${QUILLON_SANITIZE};-fno-sanitize-recover=all;-fno-omit-frame-pointer>")
   target_link_options(quillon-compile INTERFACE -fsanitize=${QUILLON_SANITIZE})
 endif()
+
+# quillon_leave_uninstrumented(<folder>): no sanitizer in the targets of that folder of the build.
+function(quillon_leave_uninstrumented folder)
+  get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target IN LISTS targets)
+    set_property(TARGET ${target} PROPERTY QUILLON_UNINSTRUMENTED ON)
+  endforeach()
+  get_property(folders DIRECTORY ${folder} PROPERTY SUBDIRECTORIES)
+  foreach(inner IN LISTS folders)
+    quillon_leave_uninstrumented(${inner})
+  endforeach()
+endfunction()
