@@ -31,12 +31,14 @@ EnvironmentChanges changesBetween(const Variables& before, const Variables& afte
 
 void replaceEnvironment(const std::vector<std::string>& entries,
                         const EnvironmentChanges& changes) {
-  // Both live until the process ends.
-  auto* const texts = new std::vector<std::string>(entries);
-  auto* const pointers = new std::vector<char*>;
-  for (std::string& text : *texts) pointers->push_back(text.data());
-  pointers->push_back(nullptr);
-  environ = pointers->data();
+  // Never destroyed: the environment is read until the process ends.
+  static auto& texts = *new std::vector<std::string>;
+  static auto& pointers = *new std::vector<char*>;
+  texts = entries;
+  pointers.clear();
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  environ = pointers.data();
   for (const auto& [name, value] : changes) {
     value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
   }
