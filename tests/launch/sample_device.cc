@@ -4,9 +4,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 
 #include "tests/support/skip.h"
 #include "tools/device/device_root.h"
@@ -20,6 +23,24 @@ namespace fs = std::filesystem;
 const fs::path kBuild = QUILLON_BUILD_DIRECTORY;
 const fs::path kQuillon = kBuild / "bin/quillon";
 const fs::path kMakeDevice = fs::path(QUILLON_SOURCE_DIRECTORY) / "scripts/make-sample-device";
+
+constexpr std::array<std::string_view, 5> kSettings = {"DOTNET_", "COMPlus_", "CORECLR_", "LC_",
+                                                       "QUILLON_"};
+constexpr std::array<std::string_view, 4> kMoreSettings = {"LANG", "LANGUAGE", "TMPDIR", "TZ"};
+constexpr std::array<std::string_view, 4> kKept = {
+    "DOTNET_ROOT", "QUILLON_DOTNET_ROOT", "QUILLON_LAUNCHPAD_STORM", "QUILLON_TESTS_MAY_NOT_SKIP"};
+
+template <typename Names>
+bool isOneOf(const Names& names, std::string_view name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+bool changesLaunches(std::string_view name) {
+  if (isOneOf(kKept, name)) return false;
+  return isOneOf(kMoreSettings, name) ||
+         std::any_of(kSettings.begin(), kSettings.end(),
+                     [&](std::string_view prefix) { return name.starts_with(prefix); });
+}
 
 [[noreturn]] void become(const std::vector<std::string>& command,
                          const std::vector<std::string>& environment, const fs::path& output) {
@@ -75,7 +96,18 @@ void write(const fs::path& file, const std::string& content) {
   std::ofstream(file, std::ios::binary) << content;
 }
 
+void forgetCallersSettings() {
+  std::vector<std::string> names;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string_view text = *variable;
+    const std::string_view name = text.substr(0, text.find('='));
+    if (changesLaunches(name)) names.emplace_back(name);
+  }
+  for (const std::string& name : names) unsetenv(name.c_str());
+}
+
 void LaunchTest::SetUp() {
+  forgetCallersSettings();
   const std::string reason = whyNoDevice(directory_.path() / "probe");
   if (!reason.empty()) QUILLON_SKIP("no device root can be entered: " << reason);
 }

@@ -33,7 +33,12 @@ Ending run(const std::vector<std::string>& command,
 std::string contentOf(const std::filesystem::path& file);
 void write(const std::filesystem::path& file, const std::string& content);
 
-// Skips where no device root can be entered.
+// Unsets what is set for whoever runs the tests and would change a launch: the runtime's and the
+// launcher's settings, the language and the temporary folder. Where the runtime is stays as told.
+void forgetCallersSettings();
+
+// Skips where no device root can be entered. Launches are not the caller's of the tests: see
+// forgetCallersSettings().
 class LaunchTest : public ::testing::Test {
  protected:
   void SetUp() override;

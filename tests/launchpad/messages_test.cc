@@ -116,13 +116,11 @@ TEST(Packet, TellsAnEndFromNothingYet) {
 TEST(ProcessShape, NamesWhatDiffers) {
   const ProcessShape own = currentShape();
   EXPECT_EQ(firstDifference(own, currentShape()), "");
-  setenv("DOTNET_TieredCompilation", "0", 1);
+  setenv("DOTNET_OfThisTest", "0", 1);
   setenv("UNRELATED", "1", 1);
-  EXPECT_EQ(firstDifference(own, currentShape()),
-            "the environment variable DOTNET_TieredCompilation");
-  EXPECT_EQ(firstDifference(currentShape(), own),
-            "the environment variable DOTNET_TieredCompilation");
-  unsetenv("DOTNET_TieredCompilation");
+  EXPECT_EQ(firstDifference(own, currentShape()), "the environment variable DOTNET_OfThisTest");
+  EXPECT_EQ(firstDifference(currentShape(), own), "the environment variable DOTNET_OfThisTest");
+  unsetenv("DOTNET_OfThisTest");
   EXPECT_EQ(firstDifference(own, currentShape()), "");
 }
 
@@ -137,7 +135,20 @@ TEST(Limits, CanOnlyBeLowered) {
   EXPECT_FALSE(canTakeOver(own, wanted));
 }
 
-TEST(Environment, IsReplacedButForWhatThePreparationChanged) {
+// Puts the environment back for the tests after.
+class Environment : public ::testing::Test {
+ protected:
+  ~Environment() override {
+    std::vector<std::string> all;
+    for (const auto& [name, value] : before_) all.push_back(name + "=" + value);
+    replaceEnvironment(all, {});
+  }
+
+ private:
+  const Variables before_ = currentVariables();
+};
+
+TEST_F(Environment, IsReplacedButForWhatThePreparationChanged) {
   const auto changes =
       changesBetween({{"KEPT", "1"}, {"GONE", "1"}, {"NEW", "1"}}, {{"KEPT", "1"}, {"NEW", "2"}});
   EXPECT_EQ(changes.size(), 2U);

@@ -1,12 +1,17 @@
 #include "tests/launchpad/running_launchpad.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <sstream>
+
+#include "launcher/launchpad/descriptor.h"
 
 namespace quillon::test {
 namespace {
@@ -38,11 +43,10 @@ int statusOf(pid_t child) {
 }  // namespace
 
 bool isAlive(pid_t process) {
-  std::ifstream stream("/proc/" + std::to_string(process) + "/stat");
-  std::string line;
-  if (!std::getline(stream, line)) return false;
-  const size_t state = line.rfind(") ");
-  return state != std::string::npos && line[state + 2] != 'Z';
+  const launchpad::Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+  if (!pidfd) return errno != ESRCH;
+  pollfd ended{pidfd.get(), POLLIN, 0};
+  return poll(&ended, 1, 0) == 0;
 }
 
 void LaunchpadTest::SetUp() {

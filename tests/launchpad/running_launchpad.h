@@ -62,6 +62,7 @@ class RunningLaunch {
   pid_t pid_ = -1;
 };
 
+// Whether any of its threads has not ended; nobody needs to have reaped it.
 bool isAlive(pid_t process);
 
 }  // namespace quillon::test
