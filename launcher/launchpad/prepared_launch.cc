@@ -25,8 +25,8 @@ std::string needsOwnProcess(const LaunchOptions& options) {
   return {};
 }
 
-void explain(const LaunchOptions& options, const std::string& why) {
-  if (options.verbose) tell({"launched directly, not by the launch pad: " + why, {}});
+void explain(const std::string& why) {
+  tell({"launched directly, not by the launch pad: " + why, {}});
 }
 
 }  // namespace
@@ -34,11 +34,11 @@ void explain(const LaunchOptions& options, const std::string& why) {
 std::optional<int> launchPrepared(const LaunchOptions& options) {
   const std::string own = needsOwnProcess(options);
   if (!own.empty()) {
-    if (launchpad::isServed(options.device)) explain(options, own);
+    if (options.verbose && launchpad::isServed(options.device)) explain(own);
     return std::nullopt;
   }
   const launchpad::Asked asked = launchpad::askForLaunch(options);
-  if (!asked.status && !asked.whyNot.empty()) explain(options, asked.whyNot);
+  if (options.verbose && !asked.status && !asked.whyNot.empty()) explain(asked.whyNot);
   return asked.status;
 }
 

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <regex>
 
+#include "launcher/launchpad/address.h"
 #include "tests/launch/running_zone.h"
 #include "tests/launchpad/running_launchpad.h"
 
@@ -234,6 +235,16 @@ TEST_F(SameLaunch, WhatAPreparedProcessCannotBeIsLaunchedDirectly) {
   setpriority(PRIO_PROCESS, 0, nice + 1);
   EXPECT_EQ(reason({}, {}), start + "its scheduling differs from the launch pad's");
   EXPECT_EQ(served(), 0);
+}
+
+// What is launched directly anyway costs the launch pad nothing, unless somebody wants to know.
+TEST_F(SameLaunch, ADirectLaunchDisturbsNoLaunchPad) {
+  const auto listener = launchpad::listenAt(launchpad::addressOf(root()), root());
+  ASSERT_TRUE(listener);
+  EXPECT_EQ(launch({"--direct", "--plan", kClock}).status, 0);
+  EXPECT_FALSE(launchpad::acceptFrom(listener->get()));
+  EXPECT_EQ(launch({"--direct", "--plan", "--verbose", kClock}).status, 0);
+  EXPECT_TRUE(launchpad::acceptFrom(listener->get()));
 }
 
 }  // namespace
