@@ -1,7 +1,5 @@
 #include "tools/partner/signing_key.h"
 
-#include <openssl/err.h>
-#include <openssl/pem.h>
 #include <quillon_tv_plugin.h>
 
 #include <cerrno>
@@ -23,8 +21,8 @@ int refusePassPhrase(char*, int, int, void* asked) {
   return -1;
 }
 
-std::string libraryMessage() {
-  const char* message = ERR_reason_error_string(ERR_peek_last_error());
+std::string lastMessage(const CryptoLibrary& crypto) {
+  const char* message = crypto.ERR_reason_error_string(crypto.ERR_peek_last_error());
   return message != nullptr ? message : "unknown cause";
 }
 
@@ -37,43 +35,49 @@ tl::unexpected<Failure> noKey(const std::string& name, bool isEncrypted) {
   return fail("'" + name + "' holds no private key in PEM", "give --key PRIVATE.pem");
 }
 
-std::string describe(const EVP_PKEY* key) {
-  const char* type = EVP_PKEY_get0_type_name(key);
+std::string describe(const CryptoLibrary& crypto, const EVP_PKEY* key) {
+  const char* type = crypto.EVP_PKEY_get0_type_name(key);
   const std::string name = type != nullptr ? type : "other";
   return (name.starts_with('D') ? "a " : "an ") + name + " key of " +
-         std::to_string(EVP_PKEY_get_bits(key)) + " bits, whose signatures have " +
-         std::to_string(EVP_PKEY_get_size(key)) + " bytes";
+         std::to_string(crypto.EVP_PKEY_get_bits(key)) + " bits, whose signatures have " +
+         std::to_string(crypto.EVP_PKEY_get_size(key)) + " bytes";
 }
 
 }  // namespace
 
 Expected<SigningKey> SigningKey::read(const std::filesystem::path& file) {
+  const auto library = cryptoLibrary();
+  if (!library) return tl::unexpected(library.error());
+  const CryptoLibrary& crypto = **library;
   const File stream(std::fopen(file.c_str(), "re"), std::fclose);
   if (stream == nullptr) {
     return fail("cannot open the key '" + file.string() + "': " + std::strerror(errno),
                 "give --key PRIVATE.pem");
   }
   bool isEncrypted = false;
-  Key key(PEM_read_PrivateKey(stream.get(), nullptr, refusePassPhrase, &isEncrypted));
+  Key key(crypto.PEM_read_PrivateKey(stream.get(), nullptr, refusePassPhrase, &isEncrypted),
+          crypto.EVP_PKEY_free);
   if (key == nullptr) {
     return noKey(file.string(), isEncrypted);
   }
-  if (EVP_PKEY_is_a(key.get(), "RSA") != 1 ||
-      EVP_PKEY_get_size(key.get()) != QUILLON_PARTNER_SIGNATURE_SIZE) {
-    return fail("'" + file.string() + "' is " + describe(key.get()), kWantedKey);
+  if (crypto.EVP_PKEY_is_a(key.get(), "RSA") != 1 ||
+      crypto.EVP_PKEY_get_size(key.get()) != QUILLON_PARTNER_SIGNATURE_SIZE) {
+    return fail("'" + file.string() + "' is " + describe(crypto, key.get()), kWantedKey);
   }
-  return SigningKey(std::move(key));
+  return SigningKey(crypto, std::move(key));
 }
 
 Expected<std::string> SigningKey::sign(const std::string& message) const {
-  const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(EVP_MD_CTX_new(),
-                                                                   EVP_MD_CTX_free);
+  const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(crypto_->EVP_MD_CTX_new(),
+                                                                   crypto_->EVP_MD_CTX_free);
   std::string signature(QUILLON_PARTNER_SIGNATURE_SIZE, '\0');
   std::size_t size = signature.size();
-  if (EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key_.get()) != 1 ||
-      EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size,
-                     reinterpret_cast<const unsigned char*>(message.data()), message.size()) != 1) {
-    return fail("cannot sign the request: " + libraryMessage(), "check the key");
+  const auto* const text = reinterpret_cast<const unsigned char*>(message.data());
+  if (crypto_->EVP_DigestSignInit(context.get(), nullptr, crypto_->EVP_sha256(), nullptr,
+                                  key_.get()) != 1 ||
+      crypto_->EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()),
+                              &size, text, message.size()) != 1) {
+    return fail("cannot sign the request: " + lastMessage(*crypto_), "check the key");
   }
   signature.resize(size);
   return signature;

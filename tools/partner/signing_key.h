@@ -1,12 +1,13 @@
 // The private key that partner packages are signed with.
 #pragma once
 
-#include <openssl/evp.h>
 #include <workstation/failure.h>
 
 #include <filesystem>
 #include <memory>
 #include <string>
+
+#include "tools/crypto/crypto_library.h"
 
 namespace quillon::partner {
 
@@ -20,12 +21,10 @@ class SigningKey {
   [[nodiscard]] Expected<std::string> sign(const std::string& message) const;
 
  private:
-  struct Free {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-  };
-  using Key = std::unique_ptr<EVP_PKEY, Free>;
-  explicit SigningKey(Key key) : key_(std::move(key)) {}
+  using Key = std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)>;
+  SigningKey(const CryptoLibrary& crypto, Key key) : crypto_(&crypto), key_(std::move(key)) {}
 
+  const CryptoLibrary* crypto_;
   Key key_;
 };
 

@@ -1,7 +1,6 @@
 #include "tools/validator/digest.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,12 +9,14 @@
 #include <cstring>
 #include <memory>
 
+#include "tools/crypto/crypto_library.h"
+
 namespace quillon::validator {
 namespace {
 
 constexpr std::size_t kPieceSize = 65536;
 
-using Context = std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)>;
+using Context = std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)>;
 
 class File {
  public:
@@ -60,17 +61,22 @@ tl::unexpected<Failure> cannotRead(const std::string& file) {
 }
 
 Expected<std::string> digestOf(const File& file, const std::string& name) {
-  const Context context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-  bool works = context != nullptr && EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) == 1;
+  const auto library = cryptoLibrary();
+  if (!library) return tl::unexpected(library.error());
+  const CryptoLibrary& crypto = **library;
+  const Context context(crypto.EVP_MD_CTX_new(), crypto.EVP_MD_CTX_free);
+  bool works = context != nullptr &&
+               crypto.EVP_DigestInit_ex(context.get(), crypto.EVP_sha256(), nullptr) == 1;
   std::array<unsigned char, kPieceSize> piece;
   ssize_t length = 0;
   while (works && (length = file.readSome(piece)) > 0) {
-    works = EVP_DigestUpdate(context.get(), piece.data(), static_cast<std::size_t>(length)) == 1;
+    works =
+        crypto.EVP_DigestUpdate(context.get(), piece.data(), static_cast<std::size_t>(length)) == 1;
   }
   if (length < 0) return cannotRead(name);
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
   unsigned int size = 0;
-  if (!works || EVP_DigestFinal_ex(context.get(), digest.data(), &size) != 1) {
+  if (!works || crypto.EVP_DigestFinal_ex(context.get(), digest.data(), &size) != 1) {
     return fail("the crypto library gave no digest of '" + name + "'");
   }
   return hexOf(digest.data(), size);

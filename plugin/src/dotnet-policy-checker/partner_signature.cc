@@ -1,5 +1,6 @@
 #include "plugin/src/dotnet-policy-checker/partner_signature.h"
 
+#include <dlfcn.h>
 #include <platform/vconf.h>
 #include <quillon_tv_plugin.h>
 #include <unistd.h>
@@ -7,7 +8,9 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
+#include "plugin/src/dotnet-policy-checker/crypto_library.h"
 #include "plugin/src/dotnet-policy-checker/partner_signature_check.h"
 #include "plugin/src/dotnet-policy-checker/partner_signature_file.h"
 #include "util/log/log.h"
@@ -81,7 +84,12 @@ bool verify_signature_file(const char* publicKeyPath, const char* signaturePath,
 int verify_signature(const char* publicKeyPath, const char* signaturePath,
                      const char* requestPath) {
   QLOG_SCOPE();
-  SignatureCheck check;
+  const std::optional<CryptoLibrary> crypto = loadCryptoLibrary();
+  if (!crypto) {
+    QLOG_ERROR("Failed to load the crypto library: %s", dlerror());
+    return 0;
+  }
+  SignatureCheck check(*crypto);
   const char* failure = check.readPublicKey(publicKeyPath);
   if (failure == nullptr) {
     failure = check.readSignature(signaturePath);

@@ -1,8 +1,6 @@
 #include "plugin/src/dotnet-policy-checker/partner_signature_check.h"
 
 #include <openssl/crypto.h>
-#include <openssl/err.h>
-#include <openssl/pem.h>
 
 #include <algorithm>
 
@@ -15,19 +13,14 @@ int refusePassPhrase(char*, int, int, void*) { return -1; }
 
 }  // namespace
 
-SignatureCheck::SignatureCheck() = default;
-
-SignatureCheck::KeptErrors::KeptErrors() { ERR_set_mark(); }
-
-// An empty queue takes no mark, and is emptied again.
-SignatureCheck::KeptErrors::~KeptErrors() { ERR_pop_to_mark(); }
+SignatureCheck::SignatureCheck(const CryptoLibrary& crypto) : crypto_(crypto) {}
 
 const char* SignatureCheck::readPublicKey(const char* path) {
   const PartnerFile file = openPartnerFile(path);
   if (file == nullptr) {
     return "Failed to open public key file";
   }
-  key_.reset(PEM_read_PUBKEY(file.get(), nullptr, refusePassPhrase, nullptr));
+  key_.reset(crypto_.PEM_read_PUBKEY(file.get(), nullptr, refusePassPhrase, nullptr));
   return key_ != nullptr ? nullptr : "Unable to decode public key from the file";
 }
 
@@ -61,19 +54,19 @@ const char* SignatureCheck::readRequest(const char* path) {
 }
 
 const char* SignatureCheck::digestRequest() {
-  context_.reset(EVP_MD_CTX_new());
-  OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);
-  const EVP_MD* digest = EVP_get_digestbyname("sha256");
+  context_.reset(crypto_.EVP_MD_CTX_new());
+  crypto_.OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);
+  const EVP_MD* digest = crypto_.EVP_get_digestbyname("sha256");
   if (digest == nullptr) {
     return "Failed to EVP_get_digestbyname()";
   }
-  if (context_ == nullptr || EVP_DigestInit_ex(context_.get(), digest, nullptr) != 1) {
+  if (context_ == nullptr || crypto_.EVP_DigestInit_ex(context_.get(), digest, nullptr) != 1) {
     return "Failed to EVP_DigestInit_ex()";
   }
-  if (EVP_DigestVerifyInit(context_.get(), nullptr, digest, nullptr, key_.get()) != 1) {
+  if (crypto_.EVP_DigestVerifyInit(context_.get(), nullptr, digest, nullptr, key_.get()) != 1) {
     return "Failed to EVP_DigestVerifyInit()";
   }
-  if (EVP_DigestUpdate(context_.get(), request_.get(), requestSize_) != 1) {
+  if (crypto_.EVP_DigestUpdate(context_.get(), request_.get(), requestSize_) != 1) {
     return "Failed to EVP_DigestVerifyUpdate()";
   }
   request_.reset();
@@ -81,5 +74,5 @@ const char* SignatureCheck::digestRequest() {
 }
 
 int SignatureCheck::verify() {
-  return EVP_DigestVerifyFinal(context_.get(), signature_.data(), signature_.size());
+  return crypto_.EVP_DigestVerifyFinal(context_.get(), signature_.data(), signature_.size());
 }

@@ -1,6 +1,6 @@
 // One verification of a signature over a file, step by step:
 //
-//   SignatureCheck check;
+//   SignatureCheck check(crypto);
 //   if (const char* failure = check.readPublicKey(path)) ...   // and so on, in this order
 //   check.verify() == 1
 //
@@ -10,7 +10,6 @@
 // thread's.
 #pragma once
 
-#include <openssl/evp.h>
 #include <quillon_tv_plugin.h>
 
 #include <array>
@@ -18,9 +17,12 @@
 #include <cstdlib>
 #include <memory>
 
+#include "plugin/src/dotnet-policy-checker/crypto_library.h"
+
 class SignatureCheck {
  public:
-  SignatureCheck();
+  // The functions of `crypto` are copied.
+  explicit SignatureCheck(const CryptoLibrary& crypto);
 
   // Reads a public key in PEM, of any type. Asks nobody for a pass phrase: an encrypted key fails.
   const char* readPublicKey(const char* path);
@@ -44,26 +46,26 @@ class SignatureCheck {
  private:
   // Puts the crypto library's error queue back as it was. The queue is a ring of 15, of which a
   // check takes up to 6 for the moment: where more than 9 wait already, the oldest ones go.
-  struct KeptErrors {
-    KeptErrors();
-    ~KeptErrors();
+  class KeptErrors {
+   public:
+    explicit KeptErrors(const CryptoLibrary& crypto) : crypto_(crypto) { crypto_.ERR_set_mark(); }
+    // An empty queue takes no mark, and is emptied again.
+    ~KeptErrors() { crypto_.ERR_pop_to_mark(); }
     KeptErrors(const KeptErrors&) = delete;
     KeptErrors& operator=(const KeptErrors&) = delete;
-  };
-  struct FreeKey {
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-  };
-  struct FreeContext {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+
+   private:
+    const CryptoLibrary& crypto_;
   };
   struct FreeBytes {
     void operator()(unsigned char* bytes) const { std::free(bytes); }
   };
 
-  KeptErrors errors_;  // first: ends after everything that may add to them
-  std::unique_ptr<EVP_PKEY, FreeKey> key_;
+  const CryptoLibrary crypto_;
+  const KeptErrors errors_{crypto_};  // ends after everything that may add to them
+  std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key_{nullptr, crypto_.EVP_PKEY_free};
   std::array<unsigned char, QUILLON_PARTNER_SIGNATURE_SIZE> signature_{};
   std::unique_ptr<unsigned char, FreeBytes> request_;
   std::size_t requestSize_ = 0;
-  std::unique_ptr<EVP_MD_CTX, FreeContext> context_;
+  std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context_{nullptr, crypto_.EVP_MD_CTX_free};
 };

@@ -1,0 +1,30 @@
+// The functions of OpenSSL's libcrypto that a signature check calls.
+//
+// The library is not linked: few launches check a signature, and linking it in would cost every
+// launch more time and memory than all the rest of the plug-in.
+#pragma once
+
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+
+#include <optional>
+
+// Each member is the function of its name, of which openssl's manual has a page.
+struct CryptoLibrary {
+  int (*ERR_set_mark)();
+  int (*ERR_pop_to_mark)();
+  EVP_PKEY* (*PEM_read_PUBKEY)(FILE*, EVP_PKEY**, pem_password_cb*, void*);
+  void (*EVP_PKEY_free)(EVP_PKEY*);
+  int (*OPENSSL_init_crypto)(uint64_t, const OPENSSL_INIT_SETTINGS*);
+  const EVP_MD* (*EVP_get_digestbyname)(const char*);
+  EVP_MD_CTX* (*EVP_MD_CTX_new)();
+  void (*EVP_MD_CTX_free)(EVP_MD_CTX*);
+  int (*EVP_DigestInit_ex)(EVP_MD_CTX*, const EVP_MD*, ENGINE*);
+  int (*EVP_DigestVerifyInit)(EVP_MD_CTX*, EVP_PKEY_CTX**, const EVP_MD*, ENGINE*, EVP_PKEY*);
+  int (*EVP_DigestUpdate)(EVP_MD_CTX*, const void*, size_t);
+  int (*EVP_DigestVerifyFinal)(EVP_MD_CTX*, const unsigned char*, size_t);
+};
+
+// The library of the version that the plug-in was built for. It stays loaded. Nothing where it, or
+// one of the functions, is missing: dlerror(3) says what then.
+std::optional<CryptoLibrary> loadCryptoLibrary();
