@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 
 #include "launcher/answer_watch.h"
 #include "launcher/assembly_table.h"
@@ -68,8 +69,14 @@ Launched<void> addFolder(std::vector<std::string>& assemblies, const fs::path& f
   return {};
 }
 
-LaunchFailure noValidator(const std::string& why) {
-  return {{"cannot ask a validator: " + why, kStartValidator}, kValidatorState};
+LaunchFailure noValidator(const std::string& why, const char* remedy = kStartValidator) {
+  return {{"cannot ask a validator: " + why, remedy}, kValidatorState};
+}
+
+// Waits however long it takes.
+void lock(int pipe, int kind) {
+  while (flock(pipe, kind) != 0 && errno == EINTR) {
+  }
 }
 
 // The request pipe, open as long as this launch's turn lasts.
@@ -97,18 +104,48 @@ class Turn {
     if (fstat(pipe_, &status) != 0 || !S_ISFIFO(status.st_mode)) {
       return tl::unexpected(noValidator("'" QUILLON_DLL_REQUEST_PIPE "' is no pipe"));
     }
-    const AnswerWatch watch(pipe_,
-                            {"waiting for another launch, whose turn it is to ask the validator",
-                             "this one goes on when that one has its answers"},
-                            {"the validator ended before this launch's turn", kStartValidator});
-    while (flock(pipe_, LOCK_EX) != 0 && errno == EINTR) {
-    }
+    waitForTurn();
+    letEarlierAnswersGo();
     return {};
   }
 
  private:
+  void waitForTurn() const {
+    const AnswerWatch watch(pipe_,
+                            {"waiting for another launch, whose turn it is to ask the validator",
+                             "this one goes on when that one has its answers"},
+                            {"the validator ended before this launch's turn", kStartValidator});
+    lock(pipe_, LOCK_EX);
+  }
+
+  // A launch that was interrupted may have left an answer under way, which this one would take for
+  // its own. The validator locks the answer pipe until it has taken such an answer back. Where
+  // there is no pipe to open, the plug-in will say so.
+  void letEarlierAnswersGo() const {
+    const int answers =
+        open(QUILLON_DLL_ANSWER_PIPE, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+    if (answers < 0) return;
+    const AnswerWatch watch(pipe_,
+                            {"waiting until the validator takes back an answer that nobody read",
+                             "it does so after ten seconds at most"},
+                            {"the validator ended before this launch's turn", kStartValidator});
+    lock(answers, LOCK_SH);
+    close(answers);
+  }
+
   int pipe_;
 };
+
+// The plug-in refuses what it cannot resolve without asking; and what went away since it was
+// listed.
+std::optional<LaunchFailure> unresolvable(const std::string& assembly) {
+  std::error_code error;
+  static_cast<void>(fs::canonical(assembly, error));
+  if (!error) return std::nullopt;
+  return LaunchFailure{{"cannot resolve the assembly '" + assembly + "': " + error.message(),
+                        "see that it and the folders above it are there and can be reached"},
+                       kLibraryRefused};
+}
 
 // errors  what the platform log's last errors were before the question; a new one is the plug-in's
 LaunchFailure refusalOf(const std::string& assembly, const Turn& turn,
@@ -119,11 +156,13 @@ LaunchFailure refusalOf(const std::string& assembly, const Turn& turn,
              "put the file itself in its place"},
             kLibraryRefused};
   }
+  if (auto failure = unresolvable(assembly)) return *failure;
   if (!isServed(turn.pipe())) {
     return noValidator("it ended before it was asked about '" + assembly + "'");
   }
   if (workstation::lastErrorMessages() != errors) {
-    return noValidator(workstation::lastErrorMessage());
+    // It runs, so its pipes are at fault, and a second one would not start.
+    return noValidator(workstation::lastErrorMessage(), kRestartValidator);
   }
   return {{"the validator refused the assembly '" + assembly + "'", kChangePolicy},
           kLibraryRefused};

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <quillon_tv_plugin.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -243,6 +244,12 @@ json threads(const std::string&) {
   return names;
 }
 
+// Locks the validator's request pipe until the process ends, as launches do while they ask.
+json takeTurn(const std::string&) {
+  const int pipe = open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  return flock(pipe, LOCK_EX) == 0;
+}
+
 using Step = std::function<json(const std::string&)>;
 
 // The plug-in ends the process from inside this one when it must; nothing is lost, since each line
@@ -273,6 +280,7 @@ const std::map<std::string, Step>& steps() {
       {"finalize", finalize},
       {"validate_dll",
        [](const auto& path) { return json(CALL(plugin_validate_dll)(1, path.c_str())); }},
+      {"take_turn", takeTurn},
       {"direct_call_mode", [](const auto&) { return json(CALL(is_coba_direct_call_mode)()); }},
       {"check_signature",
        [](const auto& mount) { return json(CALL(check_signature)(mount.c_str())); }},

@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 constexpr char kQuillon[] = QUILLON_BUILD_DIRECTORY "/bin/quillon";
@@ -62,6 +63,7 @@ class Validator {
   Validator& operator=(const Validator&) = delete;
 
   std::string output() const { return contentOf(output_); }
+  bool says(const std::string& text) const { return waitFor(output_, text); }
   void stop() const { kill(process_, SIGSTOP); }
   void resume() const { kill(process_, SIGCONT); }
   // Its exit status, or 128 + signal.
@@ -162,12 +164,14 @@ TEST_F(Validation, NeedsAValidator) {
   expectRefusal(launchValidated(), kValidatorState, "is no pipe", "quillon validator");
 }
 
-// The validator was not asked, so it is not the one that refused.
+// The validator was not asked, so it is not the one that refused; and it runs, so a second one
+// would not start.
 TEST_F(Validation, WhatThePluginCouldNotAskIsNoRefusalOfTheValidators) {
   Validator validator(root(), fresh("v"), kAllowAll);
   fs::remove(at("/tmp/dotnet_pipe_out"));
   expectRefusal(launchValidated(), kValidatorState,
-                "cannot ask a validator: open error : /tmp/dotnet_pipe_out", "quillon validator");
+                "cannot ask a validator: open error : /tmp/dotnet_pipe_out",
+                "end the validator that runs and start one: quillon validator");
 }
 
 TEST_F(Validation, AFolderThatCannotBeListedIsARefusal) {
@@ -234,17 +238,72 @@ TEST_F(Validation, AnInterruptedLaunchLeavesNoAnswerToTheNext) {
   EXPECT_THAT(validator.output(), HasSubstr("not answered: nobody waits any more"));
 }
 
-// Answers carry no name: only one launch at a time may wait for one.
-TEST_F(Validation, LaunchesTakeTurns) {
+// Neither the validator nor its pipes are at fault.
+TEST_F(Validation, AnAssemblyThatWentAwayMeanwhileIsNamed) {
   Validator validator(root(), fresh("v"), kAllowAll);
-  const int turn = open(at("/tmp/dotnet_pipe_in").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-  ASSERT_EQ(flock(turn, LOCK_EX), 0);
+  const std::string another = std::string(kBin) + "Another.dll";
+  write(at(another), "x");
+  validator.stop();
   LaunchUnderWay launch(root(), fresh("errors"));
-  EXPECT_TRUE(launch.says("another launch, whose turn it is"));
+  requestBytesBeyond(0);  // the folders were listed before the first question
+  fs::remove(at(another));
+  validator.resume();
+  EXPECT_EQ(launch.status(), kLibraryRefused);
+  EXPECT_TRUE(launch.says("quillon: cannot resolve the assembly '" + another +
+                          "': No such file or directory; see that it and the folders"));
+}
+
+// A launch that takes its turn, asks about one library and never reads the answer.
+class StuckLaunch {
+ public:
+  StuckLaunch(const fs::path& requestPipe, const fs::path& answerPipe, const std::string& library)
+      : process_(fork()) {
+    if (process_ != 0) return;
+    const int requests = open(requestPipe.c_str(), O_WRONLY | O_NONBLOCK);
+    const bool isOpen = open(answerPipe.c_str(), O_RDWR) >= 0 && flock(requests, LOCK_EX) == 0;
+    const std::string request =
+        "RequestForDllValidation:" + std::to_string(getpid()) + ":" + library + "\n";
+    if (!isOpen || ::write(requests, request.data(), request.size()) < 0) _exit(1);
+    while (true) pause();
+  }
+  // Not waited for before the end: its id stays taken.
+  void kill() const { ::kill(process_, SIGKILL); }
+  ~StuckLaunch() {
+    kill();
+    waitpid(process_, nullptr, 0);
+  }
+  StuckLaunch(const StuckLaunch&) = delete;
+  StuckLaunch& operator=(const StuckLaunch&) = delete;
+
+ private:
+  pid_t process_;
+};
+
+// Answers carry no name: only one launch at a time may wait for one, and what the one before did
+// not read may not be the answer to the next.
+TEST_F(Validation, LaunchesTakeTurnsAndNobodyElsesAnswer) {
+  Validator validator(root(), fresh("v"), kAllowAll + std::string("deny-paths = [\"/opt/old\"]\n"));
+  write(at("/opt/old/a.dll"), "x");
+  const StuckLaunch first(at("/tmp/dotnet_pipe_in"), at("/tmp/dotnet_pipe_out"), "/opt/old/a.dll");
+  EXPECT_TRUE(validator.says("refused /opt/old/a.dll"));
+  LaunchUnderWay second(root(), fresh("errors"));
+  EXPECT_TRUE(second.says("another launch, whose turn it is"));
+  EXPECT_THAT(validator.output(), Not(HasSubstr("SampleClock.dll")));
+  first.kill();
+  EXPECT_EQ(second.status(), 3);
+  EXPECT_THAT(validator.output(), HasSubstr("withdrawn: nobody took the answer"));
+  EXPECT_THAT(validator.output(), HasSubstr("allowed " + std::string(kBin) + "SampleClock.dll"));
+}
+
+TEST_F(Validation, WaitsUntilAnAnswerThatIsUnderWayIsGone) {
+  Validator validator(root(), fresh("v"), kAllowAll);
+  const int answers = open(at("/tmp/dotnet_pipe_out").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(flock(answers, LOCK_EX), 0);
+  LaunchUnderWay launch(root(), fresh("errors"));
+  EXPECT_TRUE(launch.says("quillon: waiting until the validator takes back an answer"));
   EXPECT_EQ(validator.output(), "validator ready\n");
-  close(turn);
+  close(answers);
   EXPECT_EQ(launch.status(), 3);
-  EXPECT_THAT(validator.output(), HasSubstr("SampleClock.dll"));
 }
 
 }  // namespace

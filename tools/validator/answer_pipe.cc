@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <quillon_tv_plugin.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -37,6 +38,13 @@ class AnswerPipe {
   bool isPipe() const {
     struct stat status {};
     return descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && S_ISFIFO(status.st_mode);
+  }
+  // Until the object ends. Launches hold the lock for a moment only, so it comes or is not needed.
+  void lock() const {
+    const auto end = steady_clock::now() + kPatience;
+    while (flock(descriptor_, LOCK_EX | LOCK_NB) != 0 && steady_clock::now() < end) {
+      std::this_thread::sleep_for(kShortestPause);
+    }
   }
   bool hasReaders() const {
     pollfd look{descriptor_, POLLOUT, 0};
@@ -79,6 +87,7 @@ Delivery deliver(const std::function<void()>& send, const std::function<bool()>&
   const AnswerPipe pipe;
   if (pipe.isUnread()) return Delivery::kNobody;
   if (!pipe.isPipe()) return Delivery::kNoPipe;
+  pipe.lock();
   if (isAbandoned()) return Delivery::kNobody;
   if (!pipe.isEmpty()) AnswerPipe::drain();
   send();

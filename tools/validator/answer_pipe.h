@@ -19,7 +19,9 @@ enum class Delivery {
 };
 
 // Sends an answer with `send` (create_pipe_client) and waits until it was read. What is in the pipe
-// before is thrown away.
+// before is thrown away. From before `isAbandoned` is first asked until the pipe is empty again, it
+// is locked (flock(2)): a launch that begins its turn waits for that lock, and so finds no answer
+// to an earlier one.
 //
 // isAbandoned  whether whoever opens the pipe now waits for another answer; asked before and while
 //              the answer is in the pipe

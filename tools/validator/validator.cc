@@ -17,6 +17,7 @@
 
 #include "launcher/plugin_library.h"
 #include "tools/validator/answer_pipe.h"
+#include "tools/validator/asker.h"
 #include "tools/validator/decision.h"
 #include "tools/validator/request.h"
 
@@ -63,9 +64,7 @@ bool isTurnTaken() {
 // An answer to a launch that was interrupted would go to the next one, which is in its turn by
 // then, and leave every later answer one request behind. Without turns any one that waits may take
 // it: as many answers as requests leave nobody waiting.
-bool isAbandoned(pid_t process) {
-  return process > 0 && kill(process, 0) != 0 && errno == ESRCH && isTurnTaken();
-}
+bool isAbandoned(pid_t process) { return process > 0 && hasEnded(process) && isTurnTaken(); }
 
 // The serving thread's side: one request text after the other.
 class Desk {

@@ -1,8 +1,15 @@
 // quillon validator with applications that ask through the built plug-in.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <chrono>
+#include <functional>
+#include <thread>
 
 #include "tests/unit/tools/command_fixture.h"
 #include "tools/exit_status.h"
@@ -26,6 +33,15 @@ std::size_t count(const std::string& text, const std::string& part) {
     ++times;
   }
   return times;
+}
+
+// Waits for it, ten seconds at most.
+bool eventually(const std::function<bool()>& condition) {
+  for (int look = 0; look < 5000; ++look) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return false;
 }
 
 class ValidatorCommand : public CommandTest {
@@ -132,6 +148,43 @@ TEST_F(ValidatorCommand, AnswersFiftyAtOnceOneEach) {
   EXPECT_EQ(count(ended.out, "allowed "), 25U);
   EXPECT_EQ(count(ended.out, "refused "), 25U);
   EXPECT_THAT(ended.out, Not(HasSubstr("withdrawn")));
+}
+
+// Those that take turns, as `quillon launch --validate` does, get the answer to their own request.
+TEST_F(ValidatorCommand, FiftyThatTakeTurnsGetTheirOwnAnswersEach) {
+  Program validator(validatorCommand());
+  start(validator);
+  const Finished asked = script(
+      "ask() { echo \"$1: \"$(${ASK% *} take_turn validate_dll=$2); }; i=0; "
+      "while [ $i -lt 25 ]; do ask good " +
+      std::string(kGood) + " & ask bad " + kBad + " & i=$((i+1)); done; wait");
+  const std::string turn = "{\"result\":true,\"step\":\"take_turn\"} {\"result\":";
+  EXPECT_EQ(count(asked.out, "good: " + turn + "1,"), 25U) << asked.out;
+  EXPECT_EQ(count(asked.out, "bad: " + turn + "0,"), 25U) << asked.out;
+  validator.terminate();
+  EXPECT_THAT(validator.finish().out, Not(HasSubstr("withdrawn")));
+}
+
+// By the lock on the answer pipe, launches know that an answer may still come to somebody.
+TEST_F(ValidatorCommand, LocksTheAnswerPipeAsLongAsAnAnswerIsUnderWay) {
+  Program validator(validatorCommand());
+  start(validator);
+  const int answers =
+      open(onMachine("/tmp/dotnet_pipe_out").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  const auto isLocked = [&] {
+    const bool locked = flock(answers, LOCK_SH | LOCK_NB) != 0;
+    flock(answers, LOCK_UN);
+    return locked;
+  };
+  EXPECT_FALSE(isLocked());
+  std::ofstream(onMachine("/tmp/dotnet_pipe_in")) << "RequestForDllValidation:1:/a\n";
+  EXPECT_TRUE(eventually(isLocked));
+  std::array<char, 1023> answer{};
+  EXPECT_TRUE(eventually([&] { return read(answers, answer.data(), answer.size()) > 0; }));
+  EXPECT_TRUE(eventually([&] { return !isLocked(); }));
+  close(answers);
+  validator.terminate();
+  validator.finish();
 }
 
 TEST_F(ValidatorCommand, AnswersALongPathThatOneReadDoesNotHold) {

@@ -1,9 +1,14 @@
 // Requests as the validator takes them apart, and its policy.
 #include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/program.h"
+#include "tools/validator/asker.h"
 #include "tools/validator/decision.h"
 #include "tools/validator/policy.h"
 #include "tools/validator/request.h"
@@ -105,6 +110,25 @@ TEST(ValidatorRequests, WhatNeverEndsIsGivenUp) {
   std::size_t requests = 0;
   for (int text = 0; text < 20; ++text) requests += reader.take(std::string(1023, 'x')).size();
   EXPECT_GE(requests, 2U);
+}
+
+// What nobody waited for keeps its id, but reads no answer any more.
+TEST(ValidatorAsker, HasEndedOnceItIsOnItsWayOut) {
+  EXPECT_FALSE(hasEnded(getpid()));
+  const pid_t child = fork();
+  if (child == 0) {
+    prctl(PR_SET_NAME, ") R 1 (");
+    pause();
+    _exit(0);
+  }
+  EXPECT_FALSE(hasEnded(child));
+  kill(child, SIGKILL);
+  siginfo_t ended{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(kill(child, 0), 0);
+  EXPECT_TRUE(hasEnded(child));
+  waitpid(child, nullptr, 0);
+  EXPECT_TRUE(hasEnded(child));
 }
 
 class ValidatorPolicy : public ::testing::Test {
