@@ -15,8 +15,8 @@ Launched<std::vector<std::string>> assembliesOf(const LaunchTarget& target);
 // with that status.
 //
 // Launches take turns, since answers carry no name: the request pipe is locked (flock(2)) as long
-// as one asks. A turn begins when no answer is under way any more: a validator locks the answer pipe
-// meanwhile. Call while the process has one thread.
+// as one asks. A turn begins when no answer is under way any more: a validator locks the answer
+// pipe meanwhile. Call while the process has one thread.
 [[nodiscard]] Launched<void> validateAssemblies(const PluginCalls& plugin,
                                                 const LaunchTarget& target);
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "tests/device/device_fixture.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/signing_key.h"
 
 namespace quillon::test {
@@ -15,12 +16,27 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 constexpr char kMount[] = "/opt/usr/partner";
 constexpr char kKey[] = "/usr/bin/DLLzqpartnerpub.pem";
 constexpr char kSignature[] = "/opt/usr/partner/ZQPARTNERDLLSIG.sig";
 constexpr char kRequest[] = "/opt/usr/partner/ZQPARTNERDLLREQ.dat";
 constexpr char kInvalid[] = "6 verification fail : signature is not valid";
+
+const std::vector<std::string> kAllowed = {"4 Signature verification OK",
+                                           "4 duid comparision is success",
+                                           "4 signature allow file access"};
+
+// What the plug-in says of a package, one of many on the same device.
+struct Package {
+  std::string name;
+  bool isAllowed;
+  std::vector<std::string> lines;
+};
+constexpr char kGood[] = "4 Signature verification OK";
+constexpr char kBad[] = "6 Signature verification fail...";
+constexpr char kOther[] = "6 verfication fail : duid is not valid";
 
 // A device whose id is ID1, and a package for it.
 class PartnerDevice : public DeviceLaunch {
@@ -47,7 +63,42 @@ class PartnerDevice : public DeviceLaunch {
     fs::remove(onMachine(path));
     fs::create_directories(onMachine(path));
   }
+  void putFifo(const std::string& path) {
+    fs::remove_all(onMachine(path));
+    ASSERT_EQ(mkfifo(onMachine(path).c_str(), 0600), 0);
+  }
+  // A package of its own below the mount.
+  void putPackage(const std::string& name, const std::string& request,
+                  const std::string& signature) {
+    const fs::path folder = fs::path(kMount) / name;
+    put(folder / fs::path(kRequest).filename(), request);
+    put(folder / fs::path(kSignature).filename(), signature);
+  }
+  void putSigned(const std::string& name, const std::string& request) {
+    putPackage(name, request, key().sign(request));
+  }
+
   DriverRun check(const std::string& mount = kMount) { return run({"check_signature=" + mount}); }
+
+  // Asks about the packages in one launch.
+  void expectChecked(const std::vector<Package>& packages) {
+    std::vector<std::string> steps;
+    std::vector<std::string> lines;
+    for (const Package& package : packages) {
+      steps.push_back("check_signature=" + std::string(kMount) + "/" + package.name);
+      lines.insert(lines.end(), package.lines.begin(), package.lines.end());
+    }
+    const DriverRun checked = run(steps);
+    EXPECT_EQ(checked.lines(), lines);
+    for (int n = 0; n < static_cast<int>(packages.size()); ++n) {
+      EXPECT_EQ(checked.result("check_signature", n), packages[n].isAllowed) << packages[n].name;
+    }
+  }
+  void expectRefused(const std::string& line) {
+    const DriverRun checked = check();
+    EXPECT_EQ(checked.result("check_signature"), false) << line;
+    EXPECT_THAT(checked.lines(), ElementsAre(line, kInvalid));
+  }
 
   static constexpr char kText[] = "ID1:20261121";
 };
@@ -55,9 +106,7 @@ class PartnerDevice : public DeviceLaunch {
 TEST_F(PartnerDevice, ASignedRequestForThisDeviceIsAllowed) {
   const DriverRun checked = check();
   EXPECT_EQ(checked.result("check_signature"), true);
-  EXPECT_THAT(checked.lines(),
-              ElementsAre("4 Signature verification OK", "4 duid comparision is success",
-                          "4 signature allow file access"));
+  EXPECT_EQ(checked.lines(), kAllowed);
   EXPECT_THAT(checked.spans, Contains(HasSubstr("bool check_signature(const char*)")));
 }
 
@@ -82,25 +131,211 @@ TEST_F(PartnerDevice, WithoutAMountOrItsFilesNothingIsAllowed) {
   EXPECT_THAT(check().lines(), IsEmpty());
 }
 
-TEST_F(PartnerDevice, AKeyThatCannotBeUsedAllowsNothing) {
-  putDirectory(kKey);
-  EXPECT_THAT(check().lines(),
-              ElementsAre("6 Unable to decode public key from the file", kInvalid));
-  fs::remove(onMachine(kKey));
-  ASSERT_EQ(mkfifo(onMachine(kKey).c_str(), 0600), 0);
-  EXPECT_THAT(check().lines(), ElementsAre("6 Failed to open public key file", kInvalid));
-  fs::remove(onMachine(kKey));
-  EXPECT_THAT(check().lines(), ElementsAre("6 Failed to open public key file", kInvalid));
+TEST_F(PartnerDevice, SignaturesAreTakenByTheirFirst256Bytes) {
+  const std::string good = key().sign(kText);
+  constexpr char kSize[] = "6 The signature file size is not 256 bytes, corrupted signature file";
+  putPackage("size-0", kText, "");
+  putPackage("size-255", kText, good.substr(0, 255));
+  putPackage("size-256", kText, good);
+  putPackage("size-300", kText, good + std::string(44, 'x'));
+  putPackage("last-bit", kText, good.substr(0, 255) + static_cast<char>(good[255] ^ 1));
+  expectChecked({{"size-0", false, {kSize, kInvalid}},
+                 {"size-255", false, {kSize, kInvalid}},
+                 {"size-256", true, kAllowed},
+                 {"size-300", true, kAllowed},
+                 {"last-bit", false, {kBad, kInvalid}}});
 }
 
-TEST_F(PartnerDevice, AFifoInAFilesPlaceIsRefusedWithoutWaiting) {
-  for (const char* path : {kRequest, kSignature}) {
-    fs::remove(onMachine(path));
-    ASSERT_EQ(mkfifo(onMachine(path).c_str(), 0600), 0);
-    const DriverRun checked = check();
-    EXPECT_EQ(checked.result("check_signature"), false);
-    EXPECT_THAT(checked.messages(6), Contains(kInvalid + 2));
+TEST_F(PartnerDevice, RequestsNameTheDeviceUpToTheFirstColon) {
+  using namespace std::string_literals;
+  putSigned("whole", "ID1");
+  putSigned("no-id", ":20261121");
+  putSigned("empty", "");
+  putSigned("nul-after", "ID1\0x:"s);
+  putSigned("nul-before", "\0ID1:"s);
+  putSigned("line-end", "ID1\n");
+  putSigned("size-100", std::string(100, 'd') + ":");
+  putSigned("size-1000000", std::string(1'000'000, 'd'));
+  const std::string refusal = "6 duid comparision is fail... ID1,";
+  const auto refused = [&](const std::string& name, const std::string& field) {
+    return Package{name, false, {kGood, refusal + field, kOther}};
+  };
+  Package empty = refused("empty", "");
+  empty.lines.insert(empty.lines.begin(), "6 Failed to read original message file");
+  expectChecked({{"whole", true, kAllowed},
+                 refused("no-id", ""),
+                 empty,
+                 {"nul-after", true, kAllowed},
+                 refused("nul-before", ""),
+                 refused("line-end", "ID1\n"),
+                 refused("size-100", std::string(99, 'd')),
+                 refused("size-1000000", std::string(99, 'd'))});
+}
+
+TEST_F(PartnerDevice, AnIdHas99BytesAtMost) {
+  const std::string longest(99, 'd');
+  putId(longest);
+  putSigned("size-99", longest + ":x");
+  putSigned("size-100", longest + "d:x");
+  expectChecked({{"size-99", true, kAllowed},
+                 {"size-100",
+                  false,
+                  {kGood, "6 duid comparision is fail... " + longest + "," + longest, kOther}}});
+}
+
+TEST_F(PartnerDevice, ARequestMayBeLarge) {
+  constexpr std::size_t kSize = 100'000'000;
+  std::string request = kText;
+  request.resize(kSize);
+  put(kSignature, key().sign(request));
+  fs::resize_file(onMachine(kRequest), kSize);  // a hole, which takes no room
+  EXPECT_EQ(check().result("check_signature"), true);
+  // What cannot be held is refused. A sanitizer ends the process before.
+  if (isSanitized()) return;
+  const DriverRun starved = run({"limit_memory", "check_signature=" + std::string(kMount)});
+  EXPECT_EQ(starved.result("check_signature"), false);
+  EXPECT_THAT(starved.lines(), ElementsAre("6 Failed to malloc original message buffer", kInvalid));
+}
+
+TEST_F(PartnerDevice, AKeyThatCannotBeUsedAllowsNothing) {
+  constexpr char kNotDecoded[] = "6 Unable to decode public key from the file";
+  const SigningKey large = SigningKey::rsa(4096);
+  const std::vector<std::pair<std::string, std::string>> keys = {
+      {SigningKey::ec().publicPem(), "6 Error Verifying Data : -1"},
+      {large.publicPem(), kBad},
+      {SigningKey::rsa().publicPem(), kBad},
+      {"garbage", kNotDecoded},
+      {key().encryptedPublicPem("secret"), kNotDecoded},
+      {key().privatePem(), kNotDecoded}};
+  for (const auto& [content, line] : keys) {
+    put(kKey, content);
+    expectRefused(line);
   }
+  put(kKey, large.publicPem());
+  put(kSignature, large.sign(kText));
+  expectRefused(kBad);
+  putDirectory(kKey);
+  expectRefused(kNotDecoded);
+  putFifo(kKey);
+  expectRefused("6 Failed to open public key file");
+  fs::remove(onMachine(kKey));
+  expectRefused("6 Failed to open public key file");
+}
+
+TEST_F(PartnerDevice, AnotherThingInAFilesPlaceIsRefusedWithoutWaiting) {
+  putFifo(kRequest);
+  expectRefused("6 Failed to open original message file");
+  putDirectory(kRequest);
+  expectRefused("6 Failed to malloc original message buffer");
+  fs::remove(onMachine(kRequest));
+  put(kRequest, kText);
+  putFifo(kSignature);
+  expectRefused("6 Failed to open signature file");
+  putDirectory(kSignature);
+  expectRefused("6 The signature file size is not 256 bytes, corrupted signature file");
+}
+
+// Without capabilities, which plugin_before_execute drops, the superuser too must keep to modes.
+TEST_F(PartnerDevice, AnUnreadableFileIsRefused) {
+  for (const char* path : {kRequest, kSignature, kKey}) {
+    fs::permissions(onMachine(path), fs::perms::none);
+    const DriverRun checked = run({"before_execute", "check_signature=" + std::string(kMount)});
+    EXPECT_EQ(checked.result("check_signature"), false) << path;
+    // Where the package itself cannot be read nothing is said.
+    const std::vector<std::string> lines = {"Failed to open public key file", kInvalid + 2};
+    EXPECT_EQ(checked.messages(6), path == kKey ? lines : std::vector<std::string>()) << path;
+    fs::permissions(onMachine(path), fs::perms::owner_read);
+  }
+  EXPECT_EQ(
+      run({"before_execute", "check_signature=" + std::string(kMount)}).result("check_signature"),
+      true);
+}
+
+// While it lives, the driver finds the libcrypto that faulty_crypto.cc is, or another.
+class FaultyCrypto {
+ public:
+  explicit FaultyCrypto(const std::string& folder = QUILLON_FAULTY_CRYPTO) {
+    setenv("LD_LIBRARY_PATH", folder.c_str(), 1);
+  }
+  ~FaultyCrypto() { unsetenv("LD_LIBRARY_PATH"); }
+  FaultyCrypto(const FaultyCrypto&) = delete;
+  FaultyCrypto& operator=(const FaultyCrypto&) = delete;
+};
+
+// Each failure has its line, only 1 is a yes, and the errors that wait in the library's queue are
+// those of before.
+TEST_F(PartnerDevice, AFailureOfTheCryptoLibraryIsARefusal) {
+  const FaultyCrypto library;
+  const std::vector<std::pair<std::string, std::string>> faults = {
+      {"PEM_read_PUBKEY", "6 Unable to decode public key from the file"},
+      {"EVP_get_digestbyname", "6 Failed to EVP_get_digestbyname()"},
+      {"EVP_MD_CTX_new", "6 Failed to EVP_DigestInit_ex()"},
+      {"EVP_DigestInit_ex=0", "6 Failed to EVP_DigestInit_ex()"},
+      {"EVP_DigestInit_ex=-1", "6 Failed to EVP_DigestInit_ex()"},
+      {"EVP_DigestVerifyInit=0", "6 Failed to EVP_DigestVerifyInit()"},
+      {"EVP_DigestVerifyInit=-2", "6 Failed to EVP_DigestVerifyInit()"},
+      {"EVP_DigestUpdate=0", "6 Failed to EVP_DigestVerifyUpdate()"},
+      {"EVP_DigestUpdate=-1", "6 Failed to EVP_DigestVerifyUpdate()"},
+      {"EVP_DigestVerifyFinal=0", kBad},
+      {"EVP_DigestVerifyFinal=-1", "6 Error Verifying Data : -1"},
+      {"EVP_DigestVerifyFinal=2", "6 Error Verifying Data : 2"},
+      {"EVP_DigestVerifyFinal=257", "6 Error Verifying Data : 257"}};
+  std::vector<std::string> steps;
+  std::vector<std::string> lines;
+  for (const auto& [fault, line] : faults) {
+    steps.insert(steps.end(), {"set=QUILLON_CRYPTO_FAULT=" + fault, "crypto_error=5",
+                               "check_signature=" + std::string(kMount), "crypto_errors"});
+    lines.insert(lines.end(), {line, kInvalid});
+  }
+  const DriverRun checked = run(steps);
+  EXPECT_EQ(checked.lines(), lines);
+  for (int n = 0; n < static_cast<int>(faults.size()); ++n) {
+    EXPECT_EQ(checked.result("check_signature", n), false) << faults[n].first;
+    EXPECT_EQ(checked.result("crypto_errors", n), nlohmann::json::array({5})) << faults[n].first;
+  }
+  // The library goes on without its configuration.
+  EXPECT_EQ(run({"set=QUILLON_CRYPTO_FAULT=OPENSSL_init_crypto=0",
+                 "check_signature=" + std::string(kMount)})
+                .result("check_signature"),
+            true);
+}
+
+TEST_F(PartnerDevice, WithoutTheCryptoLibraryNothingIsAllowed) {
+  const std::string folder = "/opt/usr/libraries";
+  for (const fs::path& file : fs::directory_iterator(QUILLON_FAULTY_CRYPTO)) {
+    put(folder / file.filename(), "no library");
+  }
+  const FaultyCrypto library(folder);
+  const DriverRun checked = check();
+  EXPECT_EQ(checked.result("check_signature"), false);
+  EXPECT_THAT(checked.lines(),
+              ElementsAre(StartsWith("6 Failed to load the crypto library: "), kInvalid));
+}
+
+// However soon the library is out of memory, it costs the yes at most.
+TEST_F(PartnerDevice, ALibraryOutOfMemoryMakesNoYes) {
+  const FaultyCrypto library;
+  putPackage("bad", kText, std::string(256, 'x'));
+  const std::string good = "check_signature=" + std::string(kMount);
+  const std::string bad = good + "/bad";
+  std::vector<std::string> steps = {good, bad};  // what is made once is made
+  constexpr int kMoreThanACheckTakes = 50'000;
+  int checks = 1;
+  for (int room = 0; room < kMoreThanACheckTakes; room += 1 + room / 5, ++checks) {
+    steps.insert(steps.end(), {"set=QUILLON_CRYPTO_MEMORY=" + std::to_string(room), good, bad});
+  }
+  steps.emplace_back("crypto_errors");
+  const DriverRun checked = run(steps);
+  ASSERT_EQ(checked.status, 0) << checked.output;
+  int refused = 0;
+  for (int n = 0; n < checks; ++n) {
+    refused += checked.result("check_signature", 2 * n) == false ? 1 : 0;
+    EXPECT_EQ(checked.result("check_signature", 2 * n + 1), false) << n;
+  }
+  EXPECT_EQ(checked.result("check_signature"), true);
+  EXPECT_EQ(checked.result("check_signature", 2 * (checks - 1)), true);
+  EXPECT_GT(refused, 10);
+  EXPECT_EQ(checked.result("crypto_errors"), nlohmann::json::array());
 }
 
 TEST_F(PartnerDevice, APathOfMoreThan4095BytesIsCut) {

@@ -6,6 +6,7 @@
 // the result. Ends with status 0 when all steps were taken; the plug-in may end it before.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <openssl/err.h>
 #include <pthread.h>
 #include <quillon_tv_plugin.h>
 #include <sys/file.h>
@@ -211,6 +212,17 @@ json printErrorWithoutDescriptors(const std::string& text) {
   return logged(text);
 }
 
+// Room for little more than what the process has.
+json limitMemory(const std::string&) {
+  std::ifstream file("/proc/self/statm");
+  rlim_t pages = 0;
+  file >> pages;
+  constexpr rlim_t kMore = 32 << 20;
+  const rlim_t size = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + kMore;
+  const rlimit limit{size, size};
+  return setrlimit(RLIMIT_AS, &limit);
+}
+
 // A full disk for new files in /tmp: a small file system with no room left. False where none can
 // be mounted.
 json fillTmp(const std::string&) {
@@ -242,6 +254,34 @@ json threads(const std::string&) {
     names.push_back(name);
   }
   return names;
+}
+
+// A function of the libcrypto that the plug-in uses.
+template <typename Function>
+Function* ofCrypto(const char* name) {
+  const std::string file = "libcrypto.so." + std::to_string(OPENSSL_SHLIB_VERSION);
+  void* const library = dlopen(file.c_str(), RTLD_NOW);
+  return reinterpret_cast<Function*>(dlsym(library, name));
+}
+
+// Puts an error of that reason into libcrypto's queue, or tells the reasons in it.
+json queueCryptoError(const std::string& reason) {
+  ofCrypto<decltype(ERR_new)>("ERR_new")();
+  ofCrypto<decltype(ERR_set_error)>("ERR_set_error")(ERR_LIB_USER, std::stoi(reason), nullptr);
+  return {};
+}
+json cryptoErrors(const std::string&) {
+  json reasons = json::array();
+  const auto next = ofCrypto<decltype(ERR_get_error)>("ERR_get_error");
+  for (unsigned long code; (code = next()) != 0;) {
+    reasons.push_back(ERR_GET_REASON(code));
+  }
+  return reasons;
+}
+
+json setVariable(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  return setenv(text.substr(0, equals).c_str(), text.substr(equals + 1).c_str(), 1);
 }
 
 // Locks the validator's request pipe until the process ends, as launches do while they ask.
@@ -281,6 +321,10 @@ const std::map<std::string, Step>& steps() {
       {"validate_dll",
        [](const auto& path) { return json(CALL(plugin_validate_dll)(1, path.c_str())); }},
       {"take_turn", takeTurn},
+      {"limit_memory", limitMemory},
+      {"crypto_error", queueCryptoError},
+      {"crypto_errors", cryptoErrors},
+      {"set", setVariable},
       {"direct_call_mode", [](const auto&) { return json(CALL(is_coba_direct_call_mode)()); }},
       {"check_signature",
        [](const auto& mount) { return json(CALL(check_signature)(mount.c_str())); }},

@@ -1,0 +1,123 @@
+// libcrypto as far as the plug-in uses it, with faults: a library of its name and version that hands
+// every call on to the machine's own. Read from the environment at each check:
+//
+//   QUILLON_CRYPTO_FAULT=NAME         that function answers null
+//   QUILLON_CRYPTO_FAULT=NAME=RESULT  that function answers RESULT
+//   QUILLON_CRYPTO_MEMORY=N           there is memory for N allocations, then for none
+//
+// A function that fails leaves an error in the queue, as the library's own do. Its names may be found
+// by dlsym(3) or be linked.
+#include <dlfcn.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+namespace {
+
+std::optional<long> allocationsLeft;
+
+bool isToFail() { return allocationsLeft && --*allocationsLeft < 0; }
+
+void* allocate(std::size_t size, const char*, int) { return isToFail() ? nullptr : malloc(size); }
+void* reallocate(void* memory, std::size_t size, const char*, int) {
+  return isToFail() ? nullptr : realloc(memory, size);
+}
+void release(void* memory, const char*, int) { free(memory); }
+
+void* loadedLibrary() {
+  void* const library = dlopen(QUILLON_CRYPTO_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  reinterpret_cast<decltype(&CRYPTO_set_mem_functions)>(dlsym(library, "CRYPTO_set_mem_functions"))(
+      allocate, reallocate, release);
+  return library;
+}
+
+template <typename Function>
+Function* real(const char* name) {
+  static void* const library = loadedLibrary();
+  return reinterpret_cast<Function*>(dlsym(library, name));
+}
+
+std::string variable(const char* name) {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+// What a function is to answer instead of doing its work.
+std::optional<int> faultOf(const std::string& function) {
+  const std::string fault = variable("QUILLON_CRYPTO_FAULT");
+  const std::size_t equals = fault.find('=');
+  if (fault.substr(0, equals) != function) {
+    return std::nullopt;
+  }
+  ERR_new();
+  ERR_set_error(ERR_LIB_USER, 77, nullptr);
+  return equals == std::string::npos ? 0 : std::atoi(fault.c_str() + equals + 1);
+}
+
+// The same for functions that answer a pointer.
+template <typename Type>
+Type made(int result) {
+  if constexpr (std::is_pointer_v<Type>) {
+    return nullptr;
+  } else {
+    return result;
+  }
+}
+
+}  // namespace
+
+#define FAULTY(type, name, parameters, arguments)               \
+  type name parameters {                                        \
+    if (const auto fault = faultOf(#name)) return made<type>(*fault); \
+    return real<decltype(name)>(#name) arguments;               \
+  }
+#define HANDED_ON(type, name, parameters, arguments) \
+  type name parameters { return real<decltype(name)>(#name) arguments; }
+
+extern "C" {
+
+// Every check begins with it.
+int ERR_set_mark() {
+  const int result = real<decltype(ERR_set_mark)>("ERR_set_mark")();
+  const std::string memory = variable("QUILLON_CRYPTO_MEMORY");
+  if (!memory.empty()) {
+    allocationsLeft = std::stol(memory);
+  }
+  return result;
+}
+// And ends with it.
+int ERR_pop_to_mark() {
+  allocationsLeft.reset();
+  return real<decltype(ERR_pop_to_mark)>("ERR_pop_to_mark")();
+}
+
+HANDED_ON(void, ERR_new, (), ())
+HANDED_ON(unsigned long, ERR_get_error, (), ())
+HANDED_ON(void, EVP_PKEY_free, (EVP_PKEY* key), (key))
+HANDED_ON(void, EVP_MD_CTX_free, (EVP_MD_CTX* context), (context))
+void ERR_set_error(int library, int reason, const char*, ...) {
+  real<decltype(ERR_set_error)>("ERR_set_error")(library, reason, nullptr);
+}
+
+FAULTY(int, OPENSSL_init_crypto, (uint64_t options, const OPENSSL_INIT_SETTINGS* settings),
+       (options, settings))
+FAULTY(EVP_PKEY*, PEM_read_PUBKEY,
+       (FILE * file, EVP_PKEY** key, pem_password_cb* ask, void* data), (file, key, ask, data))
+FAULTY(const EVP_MD*, EVP_get_digestbyname, (const char* name), (name))
+FAULTY(EVP_MD_CTX*, EVP_MD_CTX_new, (), ())
+FAULTY(int, EVP_DigestInit_ex, (EVP_MD_CTX * context, const EVP_MD* digest, ENGINE* engine),
+       (context, digest, engine))
+FAULTY(int, EVP_DigestVerifyInit,
+       (EVP_MD_CTX * context, EVP_PKEY_CTX** keys, const EVP_MD* digest, ENGINE* engine,
+        EVP_PKEY* key),
+       (context, keys, digest, engine, key))
+FAULTY(int, EVP_DigestUpdate, (EVP_MD_CTX * context, const void* bytes, size_t size),
+       (context, bytes, size))
+FAULTY(int, EVP_DigestVerifyFinal,
+       (EVP_MD_CTX * context, const unsigned char* signature, size_t size),
+       (context, signature, size))
+}
