@@ -1,12 +1,12 @@
-// libcrypto as far as the plug-in uses it, with faults: a library of its name and version that hands
-// every call on to the machine's own. Read from the environment at each check:
+// libcrypto as far as the plug-in uses it, with faults: a library of its name and version that
+// hands every call on to the machine's own. Read from the environment at each check:
 //
 //   QUILLON_CRYPTO_FAULT=NAME         that function answers null
 //   QUILLON_CRYPTO_FAULT=NAME=RESULT  that function answers RESULT
 //   QUILLON_CRYPTO_MEMORY=N           there is memory for N allocations, then for none
 //
-// A function that fails leaves an error in the queue, as the library's own do. Its names may be found
-// by dlsym(3) or be linked.
+// A function that fails leaves an error in the queue, as the library's own do. Its names may be
+// found by dlsym(3) or be linked.
 #include <dlfcn.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
@@ -70,10 +70,10 @@ Type made(int result) {
 
 }  // namespace
 
-#define FAULTY(type, name, parameters, arguments)               \
-  type name parameters {                                        \
+#define FAULTY(type, name, parameters, arguments)                     \
+  type name parameters {                                              \
     if (const auto fault = faultOf(#name)) return made<type>(*fault); \
-    return real<decltype(name)>(#name) arguments;               \
+    return real<decltype(name)>(#name) arguments;                     \
   }
 #define HANDED_ON(type, name, parameters, arguments) \
   type name parameters { return real<decltype(name)>(#name) arguments; }
@@ -97,16 +97,16 @@ int ERR_pop_to_mark() {
 
 HANDED_ON(void, ERR_new, (), ())
 HANDED_ON(unsigned long, ERR_get_error, (), ())
-HANDED_ON(void, EVP_PKEY_free, (EVP_PKEY* key), (key))
-HANDED_ON(void, EVP_MD_CTX_free, (EVP_MD_CTX* context), (context))
+HANDED_ON(void, EVP_PKEY_free, (EVP_PKEY * key), (key))
+HANDED_ON(void, EVP_MD_CTX_free, (EVP_MD_CTX * context), (context))
 void ERR_set_error(int library, int reason, const char*, ...) {
   real<decltype(ERR_set_error)>("ERR_set_error")(library, reason, nullptr);
 }
 
 FAULTY(int, OPENSSL_init_crypto, (uint64_t options, const OPENSSL_INIT_SETTINGS* settings),
        (options, settings))
-FAULTY(EVP_PKEY*, PEM_read_PUBKEY,
-       (FILE * file, EVP_PKEY** key, pem_password_cb* ask, void* data), (file, key, ask, data))
+FAULTY(EVP_PKEY*, PEM_read_PUBKEY, (FILE * file, EVP_PKEY** key, pem_password_cb* ask, void* data),
+       (file, key, ask, data))
 FAULTY(const EVP_MD*, EVP_get_digestbyname, (const char* name), (name))
 FAULTY(EVP_MD_CTX*, EVP_MD_CTX_new, (), ())
 FAULTY(int, EVP_DigestInit_ex, (EVP_MD_CTX * context, const EVP_MD* digest, ENGINE* engine),

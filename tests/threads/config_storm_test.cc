@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <platform/vconf.h>
 #include <quillon_tv_plugin.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <workstation/config_store.h>
@@ -21,7 +19,7 @@
 #include <variant>
 #include <vector>
 
-#include "tests/support/skip.h"
+#include "tests/threads/own_folder.h"
 
 namespace quillon::test {
 namespace {
@@ -135,41 +133,13 @@ class Writers {
   std::vector<pid_t> processes_;
 };
 
-// Gives the calling thread, and those that it starts, a device's "/opt" that is empty and ends with
-// them. A whole device root takes a process of one thread, and the thread sanitizer has one of its
-// own.
-bool takeOwnDevice() {
-  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("tmpfs", "/opt", "tmpfs", 0, nullptr) != 0) {
-    return false;
-  }
-  fs::create_directories("/opt/usr/home/owner/share/dotnet");
-  return true;
-}
-
-class ConfigStorm : public ::testing::Test {
+class ConfigStorm : public OwnFolderTest {
  protected:
-  // Runs `test` in a child with a device of its own; its failures are this test's.
   void inDevice(const std::function<void()>& test) {
-    int status = 0;
-    const pid_t child = fork();
-    if (child == 0) runIn(test);
-    waitpid(child, &status, 0);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == kNoDevice) {
-      QUILLON_SKIP("a mount namespace of one's own takes root");
-    }
-    EXPECT_EQ(status, 0) << "see the child's output";
-  }
-
- private:
-  static constexpr int kNoDevice = 77;
-
-  [[noreturn]] static void runIn(const std::function<void()>& test) {
-    if (!takeOwnDevice()) _exit(kNoDevice);
-    test();
-    // exit and not _exit: the thread sanitizer tells its findings by the status that exit ends
-    // with.
-    exit(HasFailure() ? 1 : 0);
+    inOwn("/opt", [&] {
+      fs::create_directories("/opt/usr/home/owner/share/dotnet");
+      test();
+    });
   }
 };
 

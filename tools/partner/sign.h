@@ -17,7 +17,7 @@ struct SignOptions {
 };
 
 // Writes both files or, where a failure is told, leaves those that were there; after a failure
-// between the two the pair does not match and is refused.
+// between the two, or a kill, the pair does not match and is refused.
 [[nodiscard]] Expected<void> sign(const SignOptions& options);
 
 }  // namespace quillon::partner

@@ -1,8 +1,13 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <set>
 
 #include "tests/support/signing_key.h"
+#include "tests/torture/traced_process.h"
 #include "tests/unit/tools/command_fixture.h"
+#include "tools/partner/sign.h"
 
 namespace quillon::test {
 namespace {
@@ -148,6 +153,75 @@ TEST_F(PartnerCommandTest, AFailureLeavesNoHalfWrittenFile) {
       partner({"sign", "--key", at("private.pem"), "--duid", "ID1", at("nowhere")});
   EXPECT_EQ(nowhere.status, kFailed);
   EXPECT_EQ(nowhere.err, "quillon: there is no folder '" + at("nowhere") + "'; make it first\n");
+}
+
+// The calls that files are made by; how many others there are changes from run to run.
+const std::set<std::uint64_t> kFileCalls = {
+#ifdef SYS_rename
+    SYS_rename,
+#endif
+    SYS_renameat, SYS_renameat2, SYS_openat, SYS_write, SYS_fsync, SYS_close};
+
+// Killed at each of these calls: the old package is there or the new one, or in between a
+// signature that has no request or not its own, which nobody takes.
+class KilledPartnerCommandTest : public PartnerCommandTest {
+ protected:
+  void SetUp() override {
+    PartnerCommandTest::SetUp();
+    const auto run = [](const torture::SystemCall&) { return torture::Verdict::run(); };
+    const auto tried = torture::follow([] {}, {run, nullptr});
+    if (!tried.allowed) QUILLON_SKIP(tried.reason);
+  }
+
+  using Package = std::pair<std::string, std::string>;  // request and signature
+
+  Package inPlace() const { return {contentsOf(request()), contentsOf(signature())}; }
+  static Package of(const std::string& id) { return {id + ":", key().sign(id + ":")}; }
+  partner::SignOptions optionsFor(const std::string& id) const {
+    return {at("private.pem"), id, "", package(), true};
+  }
+
+  // What a kill can leave of a command that signs for ID2.
+  std::set<Package> leftByKills(const std::function<void()>& prepare) {
+    std::set<Package> left;
+    bool killed = true;
+    for (std::size_t last = 1; killed && !HasFailure(); ++last) {
+      prepare();
+      std::size_t calls = 0;
+      const auto kill = [&](const torture::SystemCall& call) {
+        const bool counts = kFileCalls.contains(call.number);
+        return counts && ++calls == last ? torture::Verdict::kill() : torture::Verdict::run();
+      };
+      const auto work = [&] {
+        if (!partner::sign(optionsFor("ID2"))) std::abort();
+      };
+      const auto result = torture::follow(work, {kill, nullptr});
+      EXPECT_EQ(result.ending, "");
+      killed = result.killed;
+      left.insert(inPlace());
+    }
+    return left;
+  }
+};
+
+TEST_F(KilledPartnerCommandTest, LeavesTheOldPackageOrTheNewOneOrOneThatIsRefused) {
+  const Package between{of("ID1").first, of("ID2").second};
+  EXPECT_EQ(leftByKills([&] { ASSERT_TRUE(partner::sign(optionsFor("ID1"))); }),
+            (std::set<Package>{of("ID1"), between, of("ID2")}));
+  writeFile(request(), between.first);
+  for (const char* id : {"ID1", "ID2"}) EXPECT_EQ(verify(id).status, kRefused);
+  EXPECT_EQ(sign("ID2", "private.pem", {"--replace"}).status, 0);
+  EXPECT_EQ(verify("ID2").status, 0);
+}
+
+TEST_F(KilledPartnerCommandTest, LeavesNoRequestWithoutItsSignature) {
+  EXPECT_EQ(leftByKills([&] {
+              fs::remove(request());
+              fs::remove(signature());
+            }),
+            (std::set<Package>{{"", ""}, {"", of("ID2").second}, of("ID2")}));
+  fs::remove(request());
+  EXPECT_EQ(verify("ID2").status, kRefused);
 }
 
 TEST_F(PartnerCommandTest, ExplainsWhatThePluginRefuses) {

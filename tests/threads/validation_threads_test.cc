@@ -1,0 +1,83 @@
+// Threads of one application that ask a validator at once, which may do so without a lock.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <quillon_tv_plugin.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/threads/own_folder.h"
+
+namespace quillon::test {
+namespace {
+
+constexpr char kGood[] = "/tmp/good.dll";
+constexpr char kBad[] = "/tmp/bad.dll";
+constexpr int kQuestions = 200;  // of each thread
+
+template <typename Function>
+Function* exported(const char* name) {
+  static void* const plugin = dlopen(QUILLON_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+  return plugin == nullptr ? nullptr : reinterpret_cast<Function*>(dlsym(plugin, name));
+}
+#define EXPORTED(name) exported<decltype(name)>(#name)
+
+// Two answers in the pipe would both go to one thread.
+void waitUntilRead() {
+  static const int answers = open(QUILLON_DLL_ANSWER_PIPE, O_RDWR | O_CLOEXEC);
+  for (int unread = 1; unread > 0;) {
+    ioctl(answers, FIONREAD, &unread);
+    if (unread > 0) std::this_thread::yield();
+  }
+}
+
+// The validator: a text may hold several requests, and short ones come whole.
+void answer(const char* text, void*) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    EXPORTED(create_pipe_client)(line.ends_with(kGood) ? "OK" : "FAIL");
+    waitUntilRead();
+  }
+}
+
+bool isServed() {
+  const int pipe = open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  if (pipe >= 0) close(pipe);
+  return pipe >= 0;
+}
+
+class ValidationThreads : public OwnFolderTest {};
+
+TEST_F(ValidationThreads, EachQuestionHasOneAnswer) {
+  ASSERT_NE(EXPORTED(plugin_validate_dll), nullptr) << dlerror();
+  inOwn("/tmp", [] {
+    for (const char* library : {kGood, kBad}) std::ofstream(library) << "x";
+    std::thread([] { EXPORTED(create_pipe_server)(answer); }).detach();
+    while (!isServed()) std::this_thread::yield();
+    std::atomic<int> yes = 0;
+    std::atomic<int> no = 0;
+    std::vector<std::thread> threads;
+    for (const char* library : {kGood, kBad, kGood, kGood}) {
+      threads.emplace_back([&yes, &no, library] {
+        for (int question = 0; question < kQuestions; ++question) {
+          ++(EXPORTED(plugin_validate_dll)(question, library) == 1 ? yes : no);
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(yes, 3 * kQuestions);
+    EXPECT_EQ(no, kQuestions);
+  });
+}
+
+}  // namespace
+}  // namespace quillon::test
