@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <future>
 #include <iostream>
+#include <optional>
 
 #include "launcher/application_id.h"
 #include "launcher/assembly_image.h"
@@ -49,6 +50,7 @@ class Launch {
   Launched<LaunchTarget> findApplication() const;
   Launched<void> registerSelf();
   void beginLoadingRuntime();
+  void awaitLoading();
   Launched<void> load();
   Launched<void> askPlugin();
   Launched<void> planProperties();
@@ -69,6 +71,7 @@ class Launch {
   PluginLists lists_;
   RuntimePlan runtimePlan_;
   bool tpaFromCache_ = false;
+  std::optional<WithoutIdleTracing> quiet_;  // while the runtime is loaded
   // Loaded by a thread of its own, which has ended before the plug-in's first call: what the
   // plug-in sets is the calling thread's.
   std::future<Expected<Runtime>> loading_;
@@ -88,7 +91,8 @@ Launched<void> Launch::prepare() {
   target_ = std::move(*target);
   if (auto loaded = load(); !loaded) return loaded;
   if (auto registered = registerSelf(); !registered) return registered;
-  if (loading_.valid()) loading_.wait();
+  awaitLoading();
+  setenv(kAppIdVariable, target_.application.id.c_str(), 1);
   return askPlugin();
 }
 
@@ -108,10 +112,17 @@ Launched<void> Launch::enterDevice() {
 // The runtime's libraries are most of what a launch loads, and nothing before the plug-in's first
 // call needs them.
 void Launch::beginLoadingRuntime() {
+  quiet_.emplace();
   loading_ = std::async(std::launch::async | std::launch::deferred, [] {
     const TraceSpan span("load the runtime's libraries");
     return Runtime::load(device_paths::kFramework);
   });
+}
+
+// From here on the environment may change.
+void Launch::awaitLoading() {
+  if (loading_.valid()) loading_.wait();
+  quiet_.reset();
 }
 
 Launched<LaunchTarget> Launch::findApplication() const {
@@ -133,7 +144,6 @@ Launched<void> Launch::registerSelf() {
   if (auto noted = workstation::registerProcess(getpid(), target_.package.id); !noted) {
     return stop(kServiceFailed, noted.error());
   }
-  setenv(kAppIdVariable, target_.application.id.c_str(), 1);
   return {};
 }
 

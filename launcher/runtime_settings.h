@@ -24,4 +24,21 @@ struct RuntimeSettings {
 // Puts what is chosen into the process's environment. Call before the runtime is created.
 void applySettings(const RuntimeSettings& settings);
 
+// As long as it lives, a runtime whose library is loaded leaves its LTTng provider out, which it
+// loads in advance otherwise (DOTNET_LTTng). Without DOTNET_EnableEventLog the provider says
+// nothing (the runtime's docs/project/linux-performance-tracing.md); where that is set, or
+// DOTNET_LTTng itself, this changes nothing. The application sees the environment as it was.
+//
+// Changes the environment when it is made and when it ends: no other thread may read it then.
+class WithoutIdleTracing {
+ public:
+  WithoutIdleTracing();
+  ~WithoutIdleTracing();
+  WithoutIdleTracing(const WithoutIdleTracing&) = delete;
+  WithoutIdleTracing& operator=(const WithoutIdleTracing&) = delete;
+
+ private:
+  const bool isMine_;
+};
+
 }  // namespace quillon::launcher

@@ -19,16 +19,28 @@
 
 namespace {
 
-void addCommands(CLI::App& app) {
-  quillon::addDeviceCommand(app);
-  quillon::addPackageCommand(app);
-  quillon::addConfigCommand(app);
-  quillon::launcher::addLaunchCommand(app);
-  quillon::launchpad::addLaunchpadCommand(app);
-  quillon::launcher::addTimelineCommand(app);
-  quillon::addZoneCommand(app);
-  quillon::addPartnerCommand(app);
-  quillon::addValidatorCommand(app);
+struct Command {
+  const char* name;
+  void (*add)(CLI::App& app);
+};
+
+constexpr Command kCommands[] = {{"device", quillon::addDeviceCommand},
+                                 {"package", quillon::addPackageCommand},
+                                 {"config", quillon::addConfigCommand},
+                                 {"launch", quillon::launcher::addLaunchCommand},
+                                 {"launchpad", quillon::launchpad::addLaunchpadCommand},
+                                 {"timeline", quillon::launcher::addTimelineCommand},
+                                 {"zone", quillon::addZoneCommand},
+                                 {"partner", quillon::addPartnerCommand},
+                                 {"validator", quillon::addValidatorCommand}};
+
+// The command that is asked for first of all arguments, else all of them: a launch does not wait
+// for the other commands' options.
+void addCommands(CLI::App& app, const std::string& first) {
+  const auto* const asked = std::find_if(std::begin(kCommands), std::end(kCommands),
+                                         [&](const Command& each) { return each.name == first; });
+  if (asked != std::end(kCommands)) return asked->add(app);
+  for (const Command& command : kCommands) command.add(app);
 }
 
 // The arguments before the first "--", the program's name left out and in the reversed order in
@@ -53,7 +65,7 @@ int main(int argc, char** argv) {
   app.name("quillon");
   app.set_version_flag("--version", "quillon " QUILLON_VERSION);
   app.require_subcommand(1);
-  addCommands(app);
+  addCommands(app, argc > 1 ? argv[1] : "");
   try {
     app.parse(takeArguments(argc, argv));
   } catch (const CLI::RuntimeError& end) {

@@ -19,6 +19,7 @@
 #include "launcher/plugin_calls.h"
 #include "launcher/runtime.h"
 #include "launcher/runtime_plan.h"
+#include "launcher/runtime_settings.h"
 #include "launcher/terminal.h"
 #include "launcher/thread_barrier.h"
 
@@ -27,6 +28,11 @@ namespace {
 
 using launcher::Launched;
 using launcher::stop;
+
+Expected<launcher::Runtime> loadRuntime() {
+  const launcher::WithoutIdleTracing quiet;
+  return launcher::Runtime::load(launcher::device_paths::kFramework);
+}
 
 class Worker {
  public:
@@ -110,7 +116,7 @@ Launched<void> Worker::startRuntime() {
   auto folders = Placeholders::open(launcher::LaunchTarget::kFolders);
   if (!folders) return stop(kServiceFailed, folders.error());
   folders_ = std::move(*folders);
-  auto runtime = launcher::Runtime::load(launcher::device_paths::kFramework);
+  auto runtime = loadRuntime();
   if (!runtime) return stop(kRuntimeFailed, runtime.error());
   runtime_ = std::move(*runtime);
   const auto plan = launcher::planPrepared(folders_.paths(), lists_, key_.settings,

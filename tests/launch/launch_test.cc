@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "tests/launch/running_probe.h"
 #include "tests/launch/sample_device.h"
 
 namespace quillon::test {
@@ -52,6 +53,33 @@ TEST_F(Launch, LoadsEachAssemblyFromTheDevicePathItBelongsTo) {
             "/opt/usr/apps/org.velora.sample.calendar/shared/res/Velora.Sample.Calendar.dll");
   EXPECT_THAT(valueOf(ending, "assembly Velora.Sample.Moon"),
               MatchesRegex("/proc/self/fd/[0-9]+/Velora.Sample.Moon.dll"));
+}
+
+// Whether the application's process has the runtime's trace provider, for which a library stands
+// that can be loaded on any machine.
+class TraceProvider : public RuntimeTest {
+ protected:
+  static constexpr char kProvider[] = "libcoreclrtraceptprovider.so";
+
+  void SetUp() override {
+    RuntimeTest::SetUp();
+    if (IsSkipped()) return;
+    const fs::path framework = frameworkWithout(kProvider);
+    fs::copy_file(fs::path(QUILLON_BUILD_DIRECTORY) / "lib/libpreload-sample-one.so",
+                  framework / kProvider);
+    makeDevice(framework);
+  }
+  bool isLoadedWith(const std::string& variable) const {
+    const RunningProbe probe(root(), "inhouse", {"QUILLON_LOG=none", variable});
+    return contentOf("/proc/" + std::to_string(probe.pid()) + "/maps").find(kProvider) !=
+           std::string::npos;
+  }
+};
+
+TEST_F(TraceProvider, IsLoadedWhereEventsAreAskedFor) {
+  EXPECT_FALSE(isLoadedWith("QUILLON_UNRELATED=1"));
+  EXPECT_TRUE(isLoadedWith("DOTNET_EnableEventLog=1"));
+  EXPECT_TRUE(isLoadedWith("DOTNET_LTTng=1"));
 }
 
 TEST_F(Launch, NamesTheProcessAfterTheApplication) {

@@ -39,5 +39,28 @@ TEST(RuntimeSettings, EachIsItsOwnVariableAndOthersStay) {
   }
 }
 
+TEST(WithoutIdleTracing, LeavesAProviderOutThatWouldSayNothing) {
+  for (const char* name : {"DOTNET_LTTng", "DOTNET_EnableEventLog", "COMPlus_EnableEventLog"}) {
+    unsetenv(name);
+  }
+  {
+    const WithoutIdleTracing quiet;
+    EXPECT_EQ(valueOf("DOTNET_LTTng"), "0");
+  }
+  EXPECT_EQ(valueOf("DOTNET_LTTng"), "(unset)");
+}
+
+TEST(WithoutIdleTracing, LeavesItToWhoeverAskedForEvents) {
+  for (const char* name : {"DOTNET_LTTng", "DOTNET_EnableEventLog", "COMPlus_EnableEventLog"}) {
+    setenv(name, "1", 1);
+    {
+      const WithoutIdleTracing quiet;
+      EXPECT_NE(valueOf("DOTNET_LTTng"), "0") << name;
+    }
+    EXPECT_EQ(valueOf(name), "1");
+    unsetenv(name);
+  }
+}
+
 }  // namespace
 }  // namespace quillon::launcher

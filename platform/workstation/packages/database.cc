@@ -21,6 +21,7 @@ Expected<Database> Database::open(const std::string& path, bool writable) {
   database.connection_.reset(connection);
   if (result != SQLITE_OK) return tl::unexpected(database.failure());
   sqlite3_busy_timeout(connection, kLockWaitMs);
+  if (!writable) return database;
   if (auto set = database.run("PRAGMA foreign_keys = ON"); !set) {
     return tl::unexpected(set.error());
   }

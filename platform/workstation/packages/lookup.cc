@@ -50,7 +50,8 @@ Found lookUpPackageOfApplication(const std::string& appId, uid_t user) {
     Found found = registry.packageOfApplication(appId, user);
     if (found && *found) {
       const std::string& id = (*found)->id;
-      keep(stamp, packageQuestion(id, user), registry.packageVisibleTo(id, user));
+      const bool isOwn = (*found)->owner == user;  // and so comes before another of its id
+      keep(stamp, packageQuestion(id, user), isOwn ? found : registry.packageVisibleTo(id, user));
     }
     return found;
   });
