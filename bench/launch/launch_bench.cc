@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/launch/launch_pad.h"
 #include "bench/launch/launch_tables.h"
 #include "bench/launch/place.h"
 #include "bench/launch/surroundings.h"
@@ -43,7 +44,8 @@ void cleanEnvironment() {
 class Bench {
  public:
   Bench(const Options& options, const Surroundings& surroundings);
-  bool run();
+  // Fails where a row would not be what it says; says by itself what has no row.
+  [[nodiscard]] Expected<bool> run();
 
  private:
   struct Group {
@@ -59,10 +61,14 @@ class Bench {
 
   void addGroup(const Application& application);
   const Place& placeOf(size_t contender) const;
-  void measureRounds();
-  void measureRound(bool keep);
-  void measureOne(Group& group, size_t contender, bool keep);
-  void measureMemory();
+  [[nodiscard]] Expected<void> startLaunchPad();
+  [[nodiscard]] Expected<Run> runIn(size_t contender, Task task);
+  [[nodiscard]] Expected<void> measureRounds();
+  [[nodiscard]] Expected<void> measureRound(bool keep);
+  [[nodiscard]] Expected<void> measureOne(Group& group, size_t contender, bool keep);
+  [[nodiscard]] Expected<void> measureMemory();
+  [[nodiscard]] Expected<void> measureMemoryOf(Group& group, size_t contender);
+  [[nodiscard]] Expected<void> measureLaunchPad();
   static void noteCalls(Group& group, const Run& run);
   bool ranAtAll(size_t contender, const Run& run);
   void print() const;
@@ -74,6 +80,8 @@ class Bench {
   std::vector<bool> failed_;
   std::unique_ptr<Place> machine_;
   std::unique_ptr<Place> device_;
+  std::unique_ptr<LaunchPad> launchPad_;
+  std::vector<Measured> preparation_ = {{"a process that waits"}, {"the launch pad"}};
   std::mt19937 random_{std::random_device{}()};
 };
 
@@ -81,15 +89,17 @@ Bench::Bench(const Options& options, const Surroundings& surroundings)
     : options_(options), surroundings_(surroundings) {
   for (const Application& application : surroundings.applications) addGroup(application);
   failed_.resize(contenders_.size());
-  machine_ = std::make_unique<Place>(contenders_, fs::path(), std::vector<fs::path>());
+  machine_ = std::make_unique<Place>(contenders_, fs::path(), std::vector<fs::path>(), Service());
   device_ = std::make_unique<Place>(contenders_, surroundings.device,
-                                    std::vector<fs::path>{surroundings.work, surroundings.build});
+                                    std::vector<fs::path>{surroundings.work, surroundings.build},
+                                    launchPadFor(surroundings.quillon(), surroundings.device));
+  launchPad_ = std::make_unique<LaunchPad>(*device_, surroundings.device);
 }
 
 void Bench::addGroup(const Application& application) {
   Group group{application, contenders_.size(), 0, 0, 0, {}, {}, {}};
   for (Contender& contender : contendersOf(surroundings_, application)) {
-    group.measured.push_back({contender.name, {}, {}});
+    group.measured.push_back({contender.name, {}, {}, contender.aims});
     contenders_.push_back(std::move(contender));
   }
   group.end = contenders_.size();
@@ -132,58 +142,105 @@ void Bench::noteCalls(Group& group, const Run& run) {
   }
 }
 
-void Bench::measureOne(Group& group, size_t contender, bool keep) {
-  if (failed_[contender]) return;
-  const Run run = placeOf(contender).run(contender, Task::kTime);
-  if (!ranAtAll(contender, run) || !keep) return;
-  if (contender == group.resolution) {
-    group.resolutions.push_back(std::atof(run.text.data()));
-  } else if (contender == group.timedCalls) {
-    noteCalls(group, run);
-  } else {
-    group.measured[contender - group.first].seconds.push_back(run.seconds);
+Expected<void> Bench::startLaunchPad() {
+  std::vector<size_t> prepared;
+  for (size_t i = 0; i < contenders_.size(); ++i) {
+    if (contenders_[i].pool != Pool::kUnused) prepared.push_back(i);
   }
+  return launchPad_->start(prepared);
 }
 
-void Bench::measureRound(bool keep) {
+Expected<Run> Bench::runIn(size_t contender, Task task) {
+  if (contenders_[contender].pool == Pool::kUnused) return placeOf(contender).run(contender, task);
+  return launchPad_->run(contender, contenders_[contender], task);
+}
+
+Expected<void> Bench::measureOne(Group& group, size_t contender, bool keep) {
+  if (failed_[contender]) return {};
+  const auto run = runIn(contender, Task::kTime);
+  if (!run) return tl::unexpected(run.error());
+  if (!ranAtAll(contender, *run) || !keep) return {};
+  if (contender == group.resolution) {
+    group.resolutions.push_back(std::atof(run->text.data()));
+  } else if (contender == group.timedCalls) {
+    noteCalls(group, *run);
+  } else {
+    group.measured[contender - group.first].seconds.push_back(run->seconds);
+  }
+  return {};
+}
+
+Expected<void> Bench::measureRound(bool keep) {
   std::vector<std::pair<Group*, size_t>> order;
   for (Group& group : groups_) {
     for (size_t i = group.first; i <= group.timedCalls; ++i) order.emplace_back(&group, i);
   }
   std::shuffle(order.begin(), order.end(), random_);
-  for (const auto& [group, contender] : order) measureOne(*group, contender, keep);
+  for (const auto& [group, contender] : order) {
+    if (auto measured = measureOne(*group, contender, keep); !measured) return measured;
+  }
+  return {};
 }
 
-void Bench::measureRounds() {
-  for (int round = 0; round < options_.warmUps; ++round) measureRound(false);
-  for (int round = 0; round < options_.rounds; ++round) measureRound(true);
+Expected<void> Bench::measureRounds() {
+  for (int round = 0; round < options_.warmUps + options_.rounds; ++round) {
+    if (auto measured = measureRound(round >= options_.warmUps); !measured) return measured;
+  }
+  return {};
 }
 
-void Bench::measureMemory() {
+Expected<void> Bench::measureMemoryOf(Group& group, size_t contender) {
+  for (int round = 0; round < options_.memoryRounds && !failed_[contender]; ++round) {
+    const auto run = runIn(contender, Task::kMemory);
+    if (!run) return tl::unexpected(run.error());
+    if (run->ready) group.measured[contender - group.first].memory.push_back(run->memory);
+  }
+  return {};
+}
+
+Expected<void> Bench::measureMemory() {
   for (Group& group : groups_) {
     for (size_t i = group.first; i < group.end; ++i) {
-      for (int round = 0; round < options_.memoryRounds && !failed_[i]; ++round) {
-        const Run run = placeOf(i).run(i, Task::kMemory);
-        if (run.ready) group.measured[i - group.first].memory.push_back(run.memory);
-      }
+      if (auto measured = measureMemoryOf(group, i); !measured) return measured;
     }
   }
+  return measureLaunchPad();
+}
+
+Expected<void> Bench::measureLaunchPad() {
+  for (int round = 0; round < options_.memoryRounds; ++round) {
+    const auto memory = launchPad_->memory();
+    if (!memory) return tl::unexpected(memory.error());
+    for (const Memory& waiting : memory->first) preparation_[0].memory.push_back(waiting);
+    preparation_[1].memory.push_back(memory->second);
+  }
+  return {};
 }
 
 void Bench::print() const {
   printMachine(surroundings_, options_.rounds);
   for (const Group& group : groups_) {
     printTimes(group.application.title, group.measured);
+    printAims(group.application.title, group.measured);
     printCalls(group.application.title, group.calls, group.resolutions);
     printMemory(group.application.title, group.measured);
   }
+  printMemory("prepared ahead", preparation_);
 }
 
-bool Bench::run() {
-  measureRounds();
-  measureMemory();
+Expected<bool> Bench::run() {
+  const auto measured =
+      startLaunchPad().and_then([this] { return measureRounds(); }).and_then([this] {
+        return measureMemory();
+      });
+  if (!measured) return tl::unexpected(measured.error());
   print();
   return std::find(failed_.begin(), failed_.end(), true) == failed_.end();
+}
+
+int tell(const Failure& failure) {
+  std::fprintf(stderr, "bench: %s; %s\n", failure.what.c_str(), failure.remedy.c_str());
+  return 1;
 }
 
 int runBench(const Options& options) {
@@ -191,12 +248,10 @@ int runBench(const Options& options) {
   const test::TemporaryDirectory work;
   const fs::path program = fs::read_symlink("/proc/self/exe");
   const auto surroundings = makeSurroundings(program.parent_path().parent_path(), work.path());
-  if (!surroundings) {
-    std::fprintf(stderr, "bench: %s; %s\n", surroundings.error().what.c_str(),
-                 surroundings.error().remedy.c_str());
-    return 1;
-  }
-  return Bench(options, *surroundings).run() ? 0 : 1;
+  if (!surroundings) return tell(surroundings.error());
+  const auto whole = Bench(options, *surroundings).run();
+  if (!whole) return tell(whole.error());
+  return *whole ? 0 : 1;
 }
 
 }  // namespace

@@ -64,6 +64,18 @@ void printTimes(const std::string& title, const std::vector<Measured>& group) {
   }
 }
 
+void printAims(const std::string& title, const std::vector<Measured>& group) {
+  std::printf("\n%-50s %-34s %6s %6s\n", ("aims, " + title).c_str(), "beside", "aim", "ratio");
+  for (const Measured& one : group) {
+    if (one.seconds.empty()) continue;
+    for (const Aim& aim : one.aims) {
+      const double ratio = ratioOf(one.seconds, secondsOf(group, aim.beside));
+      std::printf("%-50s %-34s %6.2f %6.3f%s\n", one.name.c_str(), aim.beside.c_str(), aim.atMost,
+                  ratio, ratio <= aim.atMost ? "" : " missed");
+    }
+  }
+}
+
 void printMemory(const std::string& title, const std::vector<Measured>& group) {
   std::printf("\n%-52s %9s %9s\n", ("memory, " + title).c_str(), "PSS KiB", "private");
   for (const Measured& one : group) {

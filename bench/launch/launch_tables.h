@@ -5,23 +5,19 @@
 #include <utility>
 #include <vector>
 
-#include "bench/launch/memory.h"
+#include "bench/launch/contender.h"
 #include "bench/launch/surroundings.h"
 
 namespace quillon::bench {
-
-// The measured values of one contender.
-struct Measured {
-  std::string name;
-  std::vector<double> seconds;  // of each round
-  std::vector<Memory> memory;
-};
 
 void printMachine(const Surroundings& surroundings, int rounds);
 
 // Medians, the tenth and ninetieth percentile, and the medians of the rounds' ratios to the stock
 // host, the bare host and the direct launch.
 void printTimes(const std::string& title, const std::vector<Measured>& group);
+
+// What the contenders are meant to cost, beside what they do.
+void printAims(const std::string& title, const std::vector<Measured>& group);
 
 void printMemory(const std::string& title, const std::vector<Measured>& group);
 

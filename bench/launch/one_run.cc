@@ -11,6 +11,7 @@
 #include <fstream>
 #include <string>
 
+#include "launcher/launchpad/client.h"
 #include "tools/device/mounts.h"
 
 extern char** environ;
@@ -48,12 +49,29 @@ std::vector<std::string> environmentOf(const Contender& contender) {
   return all;
 }
 
+// Asks the launch pad, and ends with the application.
+[[noreturn]] void becomeAsking(const Contender& contender, Task task,
+                               const std::array<int, 3>& streams, int startOfAsking) {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    dup2(streams[static_cast<size_t>(fd)], fd);
+  }
+  launcher::LaunchOptions options;
+  options.device = contender.asking.device;
+  options.appId = contender.asking.appId;
+  options.raw = true;
+  if (task == Task::kMemory) options.arguments.emplace_back(kWaitArgument);
+  const Clock::time_point start = Clock::now();
+  const launchpad::Asked asked = launchpad::askForLaunch(options, contender.asking.quillon);
+  const bool told = write(startOfAsking, &start, sizeof start) == sizeof start;
+  _exit(told ? asked.status.value_or(1) : 1);
+}
+
 // A contender that runs, with the near ends of its streams.
 class Running {
  public:
   Running(const Contender& contender, Task task);
   bool readUntilReady();
-  void end();
+  bool end();  // false where it has not told when it asked
   pid_t application() const;
   const std::string& text() const { return text_; }
   double secondsUntilReady() const {
@@ -62,6 +80,7 @@ class Running {
 
  private:
   void spawn(const Contender& contender, Task task, int input, int output);
+  void ask(const Contender& contender, Task task, Pipe& input, Pipe& output);
   bool readMore();
 
   Descriptor input_;
@@ -69,13 +88,18 @@ class Running {
   pid_t process_ = -1;
   std::string text_;
   Clock::time_point start_;
+  Descriptor startOfAsking_;
   Clock::time_point ready_;
 };
 
 Running::Running(const Contender& contender, Task task) {
   Pipe in = makePipe();
   Pipe out = makePipe();
-  spawn(contender, task, in.read.get(), out.write.get());
+  if (contender.asking.appId.empty()) {
+    spawn(contender, task, in.read.get(), out.write.get());
+  } else {
+    ask(contender, task, in, out);
+  }
   input_ = std::move(in.write);
   output_ = std::move(out.read);
 }
@@ -97,6 +121,19 @@ void Running::spawn(const Contender& contender, Task task, int input, int output
     process_ = -1;
   }
   posix_spawn_file_actions_destroy(&streams);
+}
+
+// The message alone: the process that asks is there already. It tells when it asked.
+void Running::ask(const Contender& contender, Task task, Pipe& input, Pipe& output) {
+  Pipe start = makePipe();
+  process_ = fork();
+  if (process_ == 0) {
+    input.write = Descriptor();
+    output.read = Descriptor();
+    const int written = output.write.get();
+    becomeAsking(contender, task, {input.read.get(), written, written}, start.write.get());
+  }
+  startOfAsking_ = std::move(start.read);
 }
 
 bool Running::readMore() {
@@ -121,11 +158,13 @@ pid_t Running::application() const {
   return std::atoi(text_.c_str() + text_.find(kReady) + kReady.size());
 }
 
-void Running::end() {
+bool Running::end() {
   input_ = Descriptor();
   while (readMore()) {
   }
   if (process_ >= 0) waitpid(process_, nullptr, 0);
+  return !startOfAsking_.valid() ||
+         read(startOfAsking_.get(), &start_, sizeof start_) == sizeof start_;
 }
 
 }  // namespace
@@ -134,9 +173,9 @@ Run runOnce(const Contender& contender, Task task) {
   Running running(contender, task);
   Run run;
   run.ready = running.readUntilReady();
-  if (run.ready) run.seconds = running.secondsUntilReady();
   if (run.ready && task == Task::kMemory) run.memory = memoryOf(running.application());
-  running.end();
+  run.ready = running.end() && run.ready;
+  if (run.ready) run.seconds = running.secondsUntilReady();
   running.text().copy(run.text.data(), run.text.size() - 1);
   return run;
 }

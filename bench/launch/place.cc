@@ -1,5 +1,8 @@
 #include "bench/launch/place.h"
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,15 +22,48 @@ struct Request {
   Task task;
 };
 
-// Ends with the socket's other end.
-[[noreturn]] void serve(const std::vector<Contender>& contenders, int socket) {
+// Until the socket's other end is closed.
+void serve(const std::vector<Contender>& contenders, int socket) {
   Request request{};
   while (read(socket, &request, sizeof request) == sizeof request) {
     const Run run = runOnce(contenders[request.contender], request.task);
     if (write(socket, &run, sizeof run) != sizeof run) break;
   }
-  _exit(0);
 }
+
+[[noreturn]] void become(const Service& service) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const int output = open(service.output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  dup2(output, STDOUT_FILENO);
+  dup2(output, STDERR_FILENO);
+  std::vector<char*> arguments;
+  for (const std::string& word : service.command) {
+    arguments.push_back(const_cast<char*>(word.c_str()));
+  }
+  arguments.push_back(nullptr);
+  execv(arguments[0], arguments.data());
+  _exit(127);
+}
+
+// Runs as long as the object lives.
+class RunningService {
+ public:
+  explicit RunningService(const Service& service) {
+    if (service.command.empty()) return;
+    process_ = fork();
+    if (process_ == 0) become(service);
+  }
+  ~RunningService() {
+    if (process_ < 0) return;
+    kill(process_, SIGTERM);
+    waitpid(process_, nullptr, 0);
+  }
+  RunningService(const RunningService&) = delete;
+  RunningService& operator=(const RunningService&) = delete;
+
+ private:
+  pid_t process_ = -1;
+};
 
 void enterOrEnd(const std::filesystem::path& directory,
                 const std::vector<std::filesystem::path>& visible) {
@@ -43,14 +79,18 @@ void enterOrEnd(const std::filesystem::path& directory,
 }  // namespace
 
 Place::Place(const std::vector<Contender>& contenders, const std::filesystem::path& device,
-             const std::vector<std::filesystem::path>& visible) {
+             const std::vector<std::filesystem::path>& visible, const Service& service) {
   std::array<int, 2> ends{-1, -1};
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
   process_ = fork();
   if (process_ == 0) {
     close(ends[0]);
     if (!device.empty()) enterOrEnd(device, visible);
-    serve(contenders, ends[1]);
+    {
+      const RunningService running(service);
+      serve(contenders, ends[1]);
+    }
+    _exit(0);
   }
   close(ends[1]);
   socket_ = ends[0];

@@ -12,16 +12,10 @@
 #include <string>
 #include <vector>
 
+#include "bench/launch/contender.h"
 #include "bench/launch/memory.h"
 
 namespace quillon::bench {
-
-struct Contender {
-  std::string name;
-  std::vector<std::string> command;
-  std::vector<std::string> environment = {};  // NAME=VALUE, over that of the bench
-  bool inside = true;                         // the device root
-};
 
 enum class Task : int { kTime, kMemory };
 
@@ -32,12 +26,20 @@ struct Run {
   std::array<char, 1024> text{};  // what a contender printed which times itself
 };
 
+// A command and the file that its output goes to, both as the place sees them.
+struct Service {
+  std::vector<std::string> command;
+  std::filesystem::path output;
+};
+
 class Place {
  public:
-  // Makes the child process. `device`: the device root to enter, empty for the machine; `visible`:
-  // what stays visible inside. The caller must have one thread.
+  // Makes the child process. The caller must have one thread.
+  // device   the device root to enter, empty for the machine
+  // visible  what stays visible inside
+  // service  a command that runs there as long as the place does; empty: none
   Place(const std::vector<Contender>& contenders, const std::filesystem::path& device,
-        const std::vector<std::filesystem::path>& visible);
+        const std::vector<std::filesystem::path>& visible, const Service& service);
   ~Place();
   Place(const Place&) = delete;
   Place& operator=(const Place&) = delete;

@@ -12,6 +12,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char kCapturedLaunch[] = "the same, output captured, all logged";
+constexpr char kUnloggedLaunch[] = "the same, log off";
+constexpr char kAllLogged[] = "QUILLON_LOG=terminal";
 constexpr char kRemedy[] = "build the target launch_bench on a machine with a .NET SDK";
 
 // Quoted for the shell: every path here is the bench's own or the build's.
@@ -67,15 +70,16 @@ Expected<void> writeProperties(const Surroundings& surroundings, const Applicati
 }
 
 Expected<void> install(Surroundings& surroundings, const std::string& title,
-                       const std::string& name, const std::string& program) {
+                       const std::string& name, const std::string& program, double directAim) {
   const std::string id = "org.velora.bench." + name;
   const auto installed = outputOf(
       quoted(surroundings.quillon()) + " package install --device " + quoted(surroundings.device) +
       " " + quoted(surroundings.build / "bench/launch/sample/packages" / (id + ".toml")));
   if (!installed) return tl::unexpected(installed.error());
   const std::string stem = "/opt/usr/apps/" + id + "/bin/" + program;
-  surroundings.applications.push_back(
-      {title, id, stem + ".dll", stem, (surroundings.work / (name + ".properties")).string()});
+  surroundings.applications.push_back({title, id, stem + ".dll", stem,
+                                       (surroundings.work / (name + ".properties")).string(),
+                                       directAim});
   return writeProperties(surroundings, surroundings.applications.back());
 }
 
@@ -89,6 +93,51 @@ std::vector<std::string> launchCommand(const Surroundings& surroundings,
   return command;
 }
 
+std::vector<Contender> directLaunchesOf(const Surroundings& surroundings,
+                                        const Application& application) {
+  const auto launch = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), "--direct");
+    return launchCommand(surroundings, application, more);
+  };
+  std::vector<Contender> all = {
+      {kDirectLaunch, launch({"--raw"})},
+      {kCapturedLaunch, launch({}), {kAllLogged}},
+      {kUnloggedLaunch, launch({"--raw"}), {"QUILLON_LOG=none"}},
+      {"the same, all logged to a file",
+       launch({"--raw"}),
+       {"QUILLON_LOG=file:/tmp/quillon-bench.log"}},
+      {"the same, from outside the device root", launch({"--raw"}), {}, false}};
+  all[0].aims = {{kStockHost, application.directAim}, {kBareHost, 1.02}};
+  all[3].aims = {{kUnloggedLaunch, 1.02}};
+  for (const char* setting : {"--diagnostics", "--tiered-pgo", "--tiered-compilation",
+                              "--quick-jit-for-loops", "--ready-to-run", "--write-xor-execute"}) {
+    all.push_back(
+        {std::string("the same, ") + setting + " off", launch({"--raw", setting, "off"})});
+  }
+  return all;
+}
+
+std::vector<Contender> preparedLaunchesOf(const Surroundings& surroundings,
+                                          const Application& application) {
+  const auto raw = launchCommand(surroundings, application, {"--raw"});
+  const auto captured = launchCommand(surroundings, application, {});
+  std::vector<Contender> all = {
+      {"prepared, from the message", {}},
+      {"prepared, quillon launch --raw", raw},
+      {"prepared, output captured, all logged", captured, {kAllLogged}},
+      {"pool empty, quillon launch --raw", raw},
+      {"pool empty, output captured, all logged", captured, {kAllLogged}}};
+  for (Contender& one : all) {
+    one.pool = Pool::kFull;
+    one.aims = {{kStockHost, 0.05}};
+  }
+  all[0].asking = {surroundings.quillon(), surroundings.device, application.id};
+  all[3].pool = all[4].pool = Pool::kEmpty;
+  all[3].aims = {{kDirectLaunch, 1.05}};
+  all[4].aims = {{kCapturedLaunch, 1.05}};
+  return all;
+}
+
 }  // namespace
 
 Expected<Surroundings> makeSurroundings(const fs::path& build, const fs::path& work) {
@@ -98,10 +147,11 @@ Expected<Surroundings> makeSurroundings(const fs::path& build, const fs::path& w
   surroundings.device = work / "device";
   if (auto found = findHost(surroundings); !found) return tl::unexpected(found.error());
   if (auto made = makeDevice(surroundings); !made) return tl::unexpected(made.error());
-  if (auto put = install(surroundings, "console application", "hello", "Hello"); !put) {
+  if (auto put = install(surroundings, "console application", "hello", "Hello", 0.97); !put) {
     return tl::unexpected(put.error());
   }
-  if (auto put = install(surroundings, "with 200 assemblies of its own", "many", "Many"); !put) {
+  if (auto put = install(surroundings, "with 200 assemblies of its own", "many", "Many", 0.92);
+      !put) {
     return tl::unexpected(put.error());
   }
   return surroundings;
@@ -109,26 +159,15 @@ Expected<Surroundings> makeSurroundings(const fs::path& build, const fs::path& w
 
 std::vector<Contender> contendersOf(const Surroundings& surroundings,
                                     const Application& application) {
-  const auto direct = [&](std::vector<std::string> more) {
-    more.insert(more.begin(), {"--raw"});
-    return launchCommand(surroundings, application, more);
-  };
+  const auto directs = directLaunchesOf(surroundings, application);
+  const auto prepared = preparedLaunchesOf(surroundings, application);
   std::vector<Contender> all = {
       {kStockHost, {surroundings.dotnet, application.assembly}},
       {"the application's apphost", {application.appHost}},
       {kBareHost,
-       {surroundings.program("bare_host"), application.properties, application.assembly}},
-      {kDirectLaunch, direct({})},
-      {"the same, output captured, all logged",
-       launchCommand(surroundings, application, {}),
-       {"QUILLON_LOG=terminal"}},
-      {"the same, log off", direct({}), {"QUILLON_LOG=none"}},
-      {"the same, all logged to a file", direct({}), {"QUILLON_LOG=file:/tmp/quillon-bench.log"}},
-      {"the same, from outside the device root", direct({}), {}, false}};
-  for (const char* setting : {"--diagnostics", "--tiered-pgo", "--tiered-compilation",
-                              "--quick-jit-for-loops", "--ready-to-run", "--write-xor-execute"}) {
-    all.push_back({std::string("the same, ") + setting + " off", direct({setting, "off"})});
-  }
+       {surroundings.program("bare_host"), application.properties, application.assembly}}};
+  all.insert(all.end(), directs.begin(), directs.end());
+  all.insert(all.end(), prepared.begin(), prepared.end());
   return all;
 }
 

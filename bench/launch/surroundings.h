@@ -14,7 +14,7 @@ namespace quillon::bench {
 // Contenders that others are compared with.
 inline constexpr char kStockHost[] = "dotnet APP.dll";
 inline constexpr char kBareHost[] = "bare host, lists given";
-inline constexpr char kDirectLaunch[] = "quillon launch --raw";
+inline constexpr char kDirectLaunch[] = "quillon launch --direct --raw";
 
 struct Application {
   std::string title;
@@ -22,6 +22,7 @@ struct Application {
   std::string assembly;  // device paths
   std::string appHost;
   std::string properties;  // file with the runtime's properties, for the bare host
+  double directAim = 0;    // of a direct launch, beside the stock host
 };
 
 struct Surroundings {

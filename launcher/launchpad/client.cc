@@ -94,10 +94,10 @@ Asked follow(const Descriptor& socket, bool verbose) {
 
 }  // namespace
 
-Asked askForLaunch(const launcher::LaunchOptions& options) {
+Asked askForLaunch(const launcher::LaunchOptions& options, const std::filesystem::path& program) {
   const Descriptor socket = connectTo(addressOf(options.device));
   if (!socket) return {};
-  if (!sendRequest(socket.get(), makeRequest(options))) {
+  if (!sendRequest(socket.get(), makeRequest(options, program))) {
     return {std::nullopt, "the launch pad cannot be told"};
   }
   return follow(socket, options.verbose);

@@ -9,6 +9,7 @@
 
 #include "launcher/launch_options.h"
 #include "launcher/launchpad/packet.h"
+#include "launcher/launchpad/process_shape.h"
 
 namespace quillon::launchpad {
 
@@ -21,7 +22,10 @@ struct Asked {
 // application's end: signals that this process gets meanwhile go to the application, and an
 // application that a signal ended ends this process by the same. Without a status this process is
 // as it was, and nothing of the application has run.
-Asked askForLaunch(const launcher::LaunchOptions& options);
+//
+// program  file of the quillon program, where another program asks
+Asked askForLaunch(const launcher::LaunchOptions& options,
+                   const std::filesystem::path& program = kOwnProgram);
 
 // Whether a launch pad of this user's serves the device root.
 bool isServed(const std::filesystem::path& device);

@@ -40,24 +40,24 @@ std::string hexOf(const void* bytes, size_t length) {
   return text;
 }
 
-std::string identityOf(const char* path) {
+std::string identityOf(const std::filesystem::path& path) {
   struct stat status {};
-  if (stat(path, &status) != 0) return "none";
+  if (stat(path.c_str(), &status) != 0) return "none";
   return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
 // An upgraded quillon is another program at the same path.
-std::string program() {
+std::string versionOf(const std::filesystem::path& program) {
   struct stat status {};
-  if (stat("/proc/self/exe", &status) != 0) return "none";
-  return identityOf("/proc/self/exe") + ":" + std::to_string(status.st_mtim.tv_sec) + "." +
+  if (stat(program.c_str(), &status) != 0) return "none";
+  return identityOf(program) + ":" + std::to_string(status.st_mtim.tv_sec) + "." +
          std::to_string(status.st_mtim.tv_nsec);
 }
 
 std::string namespaces() {
   std::string all;
   for (const char* kind : {"mnt", "user", "pid", "ipc", "uts", "net", "time", "cgroup"}) {
-    all += identityOf((std::string("/proc/self/ns/") + kind).c_str()) + " ";
+    all += identityOf(std::string("/proc/self/ns/") + kind) + " ";
   }
   return all;
 }
@@ -124,12 +124,16 @@ bool isReadAtStart(std::string_view variable) {
                      [&](std::string_view prefix) { return variable.starts_with(prefix); });
 }
 
-ProcessShape currentShape() {
+ProcessShape currentShape(const std::filesystem::path& program) {
   ProcessShape shape = {
-      {"the quillon program", program()},    {"its namespaces", namespaces()},
-      {"its root folder", identityOf("/")},  {"its user and groups", user()},
-      {"its capabilities", capabilities()},  {"its confinement", confinement()},
-      {"its scheduling", scheduling()},      {"its blocked signals", blockedSignals()},
+      {"the quillon program", versionOf(program)},
+      {"its namespaces", namespaces()},
+      {"its root folder", identityOf("/")},
+      {"its user and groups", user()},
+      {"its capabilities", capabilities()},
+      {"its confinement", confinement()},
+      {"its scheduling", scheduling()},
+      {"its blocked signals", blockedSignals()},
       {"its memory limits", memoryLimits()},
   };
   addVariables(shape);

@@ -5,6 +5,7 @@
 // the asking command and for the launch pad; the application could tell the difference otherwise.
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
@@ -14,8 +15,12 @@ namespace quillon::launchpad {
 // Name, as a person reads it, and value.
 using ProcessShape = std::map<std::string, std::string>;
 
+// File of the program that runs.
+inline constexpr char kOwnProgram[] = "/proc/self/exe";
+
 // The calling process's. Call before it enters a device root.
-ProcessShape currentShape();
+// program  file of the quillon program, for a process that another program asks from
+ProcessShape currentShape(const std::filesystem::path& program = kOwnProgram);
 
 // The name of the first thing that differs; empty where nothing does.
 std::string firstDifference(const ProcessShape& one, const ProcessShape& other);

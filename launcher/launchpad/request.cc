@@ -96,7 +96,7 @@ Descriptor memoryFileOf(const std::string& text) {
 
 }  // namespace
 
-Request makeRequest(const launcher::LaunchOptions& options) {
+Request makeRequest(const launcher::LaunchOptions& options, const std::filesystem::path& program) {
   std::error_code ignored;
   Request request;
   request.appId = options.appId;
@@ -108,7 +108,7 @@ Request makeRequest(const launcher::LaunchOptions& options) {
   request.workingDirectory = std::filesystem::current_path(ignored).string();
   request.umask = currentUmask();
   request.limits = currentLimits();
-  request.shape = currentShape();
+  request.shape = currentShape(program);
   request.log = workstation::currentLog();
   return request;
 }

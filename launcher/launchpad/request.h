@@ -5,6 +5,7 @@
 #include <workstation/log_handover.h>
 
 #include <array>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,8 +38,9 @@ struct RequestDescriptors {
 };
 
 // A request of this process's for the launch that `options` asks for. Call before the process
-// enters a device root.
-Request makeRequest(const launcher::LaunchOptions& options);
+// enters a device root. program: see currentShape().
+Request makeRequest(const launcher::LaunchOptions& options,
+                    const std::filesystem::path& program = kOwnProgram);
 
 // Sends a request with this process's standard descriptors and its log.
 bool sendRequest(int socket, const Request& request);

@@ -1,0 +1,145 @@
+#include "bench/launch/launch_pad.h"
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "launcher/launchpad/client.h"
+
+namespace quillon::bench {
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr char kOutput[] = "/tmp/quillon-bench-launchpad.log";  // in the device root
+constexpr char kNeverByItself[] = "3600";                       // seconds
+constexpr milliseconds kPause{5};
+constexpr milliseconds kLongestWait{60'000};
+// The runtime compiles what its start has used often in the background, after a tenth of a second
+// in which nothing new was called. A process that has waited for somebody has that behind it.
+constexpr milliseconds kBackgroundCompilation{250};
+constexpr int kMostUses = 3;
+
+std::string lastWords(const std::filesystem::path& device) {
+  std::ifstream file(device / std::filesystem::path(kOutput).relative_path());
+  std::string last = "nothing";
+  for (std::string line; std::getline(file, line);) last = line;
+  return last;
+}
+
+}  // namespace
+
+Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem::path& device) {
+  return {{quillon, "launchpad", "--device", device, "--type", "none", "--size", "1",
+           "--refill-delay", kNeverByItself},
+          kOutput};
+}
+
+LaunchPad::LaunchPad(const Place& place, std::filesystem::path device)
+    : place_(place), device_(std::move(device)) {}
+
+// "serving, process 7", "served: 2", "pool 1: inhouse, raw", "  process 8: ready".
+LaunchPad::State LaunchPad::parse(const std::string& status) {
+  State state;
+  std::istringstream lines(status);
+  for (std::string line; std::getline(lines, line);) {
+    int number = 0;
+    if (std::sscanf(line.c_str(), "serving, process %d", &state.process) == 1) continue;
+    if (std::sscanf(line.c_str(), "served: %d", &state.served) == 1) continue;
+    if (std::sscanf(line.c_str(), "pool %d:", &number) == 1) ++state.pools;
+    if (std::sscanf(line.c_str(), "  process %d:", &number) != 1) continue;
+    const std::string stage = line.substr(line.rfind(": ") + 2);
+    stage == "ready" ? state.ready.push_back(number) : void(state.busy = true);
+  }
+  return state;
+}
+
+Expected<LaunchPad::State> LaunchPad::state() const {
+  const auto status = launchpad::command(device_, launchpad::PacketKind::kStatus);
+  if (!status) return tl::unexpected(status.error());
+  return parse(*status);
+}
+
+Expected<LaunchPad::State> LaunchPad::awaitFull() const {
+  const auto end = Clock::now() + kLongestWait;
+  while (Clock::now() < end) {
+    auto now = state();
+    if (now && now->isFull()) return now;
+    std::this_thread::sleep_for(kPause);
+  }
+  return fail("the launch pad has not prepared its processes", "it said: " + lastWords(device_));
+}
+
+// All waiting processes anew.
+Expected<LaunchPad::State> LaunchPad::refill() const {
+  const auto asked = launchpad::command(device_, launchpad::PacketKind::kReload);
+  if (!asked) return tl::unexpected(asked.error());
+  auto full = awaitFull();
+  std::this_thread::sleep_for(kBackgroundCompilation);
+  return full;
+}
+
+Expected<void> LaunchPad::fill() const {
+  const auto now = state();
+  if (now && now->isFull()) return {};
+  const auto filled = refill();
+  if (!filled) return tl::unexpected(filled.error());
+  return {};
+}
+
+// The run, and how many launches the launch pad has served in it.
+Expected<std::pair<Run, int>> LaunchPad::runAndCount(size_t contender, Task task) const {
+  const auto before = state();
+  if (!before) return tl::unexpected(before.error());
+  const Run run = place_.run(contender, task);
+  const auto after = state();
+  if (!after) return tl::unexpected(after.error());
+  return std::pair(run, after->served - before->served);
+}
+
+// Uses up what is ready for it.
+Expected<void> LaunchPad::empty(size_t contender) const {
+  for (int use = 0; use < kMostUses; ++use) {
+    const auto used = runAndCount(contender, Task::kTime);
+    if (!used) return tl::unexpected(used.error());
+    if (used->second == 0) return {};
+  }
+  return fail("the launch pad's pool does not get empty", "see that nobody else refills it");
+}
+
+Expected<void> LaunchPad::start(const std::vector<size_t>& contenders) const {
+  if (auto serves = awaitFull(); !serves) return tl::unexpected(serves.error());
+  for (const size_t contender : contenders) {
+    if (auto filled = fill(); !filled) return filled;
+    const auto used = runAndCount(contender, Task::kTime);
+    if (!used) return tl::unexpected(used.error());
+  }
+  return {};
+}
+
+Expected<Run> LaunchPad::run(size_t contender, const Contender& what, Task task) const {
+  const bool isFull = what.pool == Pool::kFull;
+  if (auto ready = isFull ? fill() : empty(contender); !ready) {
+    return tl::unexpected(ready.error());
+  }
+  auto done = runAndCount(contender, task);
+  if (!done) return tl::unexpected(done.error());
+  if (done->second == (isFull ? 1 : 0)) return done->first;
+  return fail("'" + what.name + "' was served by the launch pad " + std::to_string(done->second) +
+                  " times, so its row would be another one's",
+              "see why: quillon launch --verbose says it");
+}
+
+Expected<std::pair<std::vector<Memory>, Memory>> LaunchPad::memory() const {
+  const auto full = refill();
+  if (!full) return tl::unexpected(full.error());
+  std::vector<Memory> waiting;
+  for (const pid_t process : full->ready) waiting.push_back(memoryOf(process));
+  return std::pair(std::move(waiting), memoryOf(full->process));
+}
+
+}  // namespace quillon::bench
