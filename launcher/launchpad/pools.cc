@@ -20,12 +20,6 @@ milliseconds pauseAfter(unsigned failures) {
   return seconds(1) * (1U << std::min(failures - 1, kMostDoublings));
 }
 
-// Rounded up, so that whoever waits that long does not come too early.
-milliseconds until(Clock::time_point when) {
-  const auto left = when - Clock::now();
-  return left.count() <= 0 ? milliseconds(0) : std::chrono::ceil<milliseconds>(left);
-}
-
 bool hasLaunch(const Process& process) {
   return process.stage == Stage::kAssigned || process.stage == Stage::kRunning;
 }
@@ -37,17 +31,15 @@ void discard(Process& process) {
 
 }  // namespace
 
-Pools::Pools(Workshop workshop, PoolSettings settings, std::function<void()> forget)
-    : workshop_(std::move(workshop)),
-      settings_(settings),
-      forget_(std::move(forget)),
-      launchPad_(getpid()),
-      lastServed_(Clock::now() - settings.refillDelay) {}
+Pools::Pools(PoolSettings settings, Work work)
+    : settings_(std::move(settings)),
+      work_(std::move(work)),
+      lastTaken_(settings_.now() - settings_.refillDelay) {}
 
 void Pools::want(const PoolKey& key) {
   if (closed_) return;
   if (pools_.find(key) == pools_.end()) makeRoom();
-  pools_[key].lastUse = Clock::now();
+  pools_[key].lastUse = settings_.now();
 }
 
 void Pools::makeRoom() {
@@ -69,6 +61,7 @@ Process* Pools::take(const PoolKey& key) {
   for (auto& [number, process] : processes_) {
     if (process.stage != Stage::kReady || process.key != key) continue;
     process.stage = Stage::kAssigned;
+    lastTaken_ = settings_.now();
     return &process;
   }
   return nullptr;
@@ -84,8 +77,8 @@ void Pools::renew() {
   for (auto& [number, process] : processes_) {
     if (!hasLaunch(process)) discard(process);
   }
-  for (auto& [key, pool] : pools_) pool = {0, Clock::now(), pool.lastUse};
-  lastServed_ = Clock::now() - settings_.refillDelay;
+  for (auto& [key, pool] : pools_) pool = {0, settings_.now(), pool.lastUse};
+  lastTaken_ = settings_.now() - settings_.refillDelay;
 }
 
 void Pools::close() {
@@ -108,16 +101,22 @@ bool Pools::isPreparing() const {
                      [](const auto& entry) { return entry.second.stage == Stage::kPreparing; });
 }
 
+// Rounded up, so that whoever waits that long does not come too early.
+milliseconds Pools::until(Clock::time_point when) const {
+  const auto left = when - settings_.now();
+  return left.count() <= 0 ? milliseconds(0) : std::chrono::ceil<milliseconds>(left);
+}
+
 milliseconds Pools::refill() {
   milliseconds wait(-1);
   if (closed_ || isPreparing()) return wait;
-  const Clock::time_point quiet = lastServed_ + settings_.refillDelay;
+  const Clock::time_point quiet = lastTaken_ + settings_.refillDelay;
   for (auto& [key, pool] : pools_) {
     if (count(key, Stage::kReady) >= settings_.size) continue;
     const milliseconds left = until(std::max(quiet, pool.notBefore));
     if (left.count() == 0) {
       make(key, pool);
-      return milliseconds(-1);
+      return isPreparing() ? milliseconds(-1) : refill();
     }
     if (wait.count() < 0 || left < wait) wait = left;
   }
@@ -127,7 +126,7 @@ milliseconds Pools::refill() {
 void Pools::make(const PoolKey& key, Pool& pool) {
   auto process = startProcess([&](Descriptor channel) { becomeWorker(key, std::move(channel)); });
   if (!process || !process->pidfd) {
-    pool.notBefore = Clock::now() + pauseAfter(++pool.failures);
+    pool.notBefore = settings_.now() + pauseAfter(++pool.failures);
     launcher::tell({"no process can be made", "see how many this user may have (ulimit -u)"});
     return;
   }
@@ -138,9 +137,8 @@ void Pools::make(const PoolKey& key, Pool& pool) {
 
 void Pools::becomeWorker(const PoolKey& key, Descriptor channel) {
   const PoolKey own = key;
-  forget_();
   processes_.clear();
-  runWorker(workshop_, own, launchPad_, std::move(channel));
+  work_(own, std::move(channel));
 }
 
 Process* Pools::find(uint64_t number) {
@@ -164,7 +162,6 @@ void Pools::noteServed(Process& process) {
   process.stage = Stage::kRunning;
   process.channel.reset();
   ++served_;
-  lastServed_ = Clock::now();
   const auto pool = pools_.find(process.key);
   if (pool != pools_.end()) pool->second.failures = 0;
 }
@@ -183,7 +180,7 @@ void Pools::noteFailure(const PoolKey& key) {
   if (found == pools_.end() || closed_) return;
   Pool& pool = found->second;
   const milliseconds pause = pauseAfter(++pool.failures);
-  pool.notBefore = Clock::now() + pause;
+  pool.notBefore = settings_.now() + pause;
   launcher::tell({"a prepared process (" + launchpad::describe(key) + ") ended unasked",
                   "the next one is made in " + std::to_string(pause.count() / 1000) + " s"});
 }

@@ -1,8 +1,8 @@
 // The prepared processes, and when the next one is made.
 //
-// One pool for each key. A pool refills when nobody has been served for a while, one process at a
-// time, so that a refill does not compete with the launch before it. A process that dies unasked is
-// replaced after a pause that doubles each time, until one of the pool serves a launch.
+// One pool for each key. A pool refills when no process has been taken for a while, one process at
+// a time, so that a refill does not compete with the launch before it. A process that dies unasked
+// is replaced after a pause that doubles each time, until one of the pool serves a launch.
 #pragma once
 
 #include <chrono>
@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "launcher/launchpad/process.h"
-#include "launcher/launchpad/worker.h"
 
 namespace quillon::launchpad {
 
@@ -22,12 +21,16 @@ using Clock = std::chrono::steady_clock;
 struct PoolSettings {
   size_t size = 2;  // ready processes of each pool
   std::chrono::milliseconds refillDelay{3000};
+  std::function<Clock::time_point()> now = Clock::now;
 };
 
 class Pools {
  public:
-  // forget  run in every new child: lets go of all that is the parent's alone
-  Pools(Workshop workshop, PoolSettings settings, std::function<void()> forget);
+  // A prepared process from its first step to its end, with its end of the channel.
+  using Work = std::function<void(const PoolKey&, Descriptor)>;
+
+  // work  run in every new child, which lives no longer
+  Pools(PoolSettings settings, Work work);
 
   // Makes a pool for a key, unless there is one. The least recently used makes room where there are
   // too many.
@@ -69,22 +72,21 @@ class Pools {
   };
 
   void make(const PoolKey& key, Pool& pool);
-  [[noreturn]] void becomeWorker(const PoolKey& key, Descriptor channel);
+  void becomeWorker(const PoolKey& key, Descriptor channel);
   void noteFailure(const PoolKey& key);
   void makeRoom();
   void drop(const PoolKey& key);
   [[nodiscard]] size_t count(const PoolKey& key, Stage stage) const;
   [[nodiscard]] bool isPreparing() const;
+  [[nodiscard]] std::chrono::milliseconds until(Clock::time_point when) const;
 
-  const Workshop workshop_;
   const PoolSettings settings_;
-  const std::function<void()> forget_;
-  const pid_t launchPad_;
+  const Work work_;
   std::map<PoolKey, Pool> pools_;
   std::map<uint64_t, Process> processes_;
   uint64_t nextNumber_ = 1;
   uint64_t served_ = 0;
-  Clock::time_point lastServed_;
+  Clock::time_point lastTaken_;
   bool closed_ = false;
 };
 

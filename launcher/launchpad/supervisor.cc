@@ -20,6 +20,7 @@
 #include "launcher/launchpad/pools.h"
 #include "launcher/launchpad/stamp.h"
 #include "launcher/launchpad/text_record.h"
+#include "launcher/launchpad/worker.h"
 #include "launcher/launchpad/zone_view.h"
 #include "launcher/plugin_library.h"
 #include "launcher/terminal.h"
@@ -80,7 +81,9 @@ class Supervisor {
 
   void stopOrKill();
   std::string status();
+  void becomeWorker(const PoolKey& key, Descriptor channel);
 
+  const pid_t launchPad_ = getpid();
   const Workshop workshop_;
   const ProcessShape shape_;
   const Limits limits_ = currentLimits();
@@ -96,19 +99,15 @@ class Supervisor {
 
 Supervisor::Supervisor(const LaunchpadOptions& options, Workshop workshop, ProcessShape shape,
                        Descriptor listener, ZoneView zone)
-    : workshop_(workshop),
+    : workshop_(std::move(workshop)),
       shape_(std::move(shape)),
       listener_(std::move(listener)),
       zone_(std::move(zone)),
       signals_(openSignals()),
       pools_(
-          std::move(workshop),
           {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000))},
-          [this] {
-            clients_.clear();
-            listener_.reset();
-            zone_.close();
-            signals_.reset();
+          [this](const PoolKey& key, Descriptor channel) {
+            becomeWorker(key, std::move(channel));
           }) {
   for (const PoolKey& key : catalogue_.keysOfInstalled(options.types)) pools_.want(key);
 }
@@ -317,6 +316,15 @@ void Supervisor::stopOrKill() {
 std::string Supervisor::status() {
   return std::string(stopping_ ? "stopping" : "serving") + ", process " + std::to_string(getpid()) +
          "\n" + pools_.describe();
+}
+
+// In a fresh child: what is the launch pad's alone is let go of.
+void Supervisor::becomeWorker(const PoolKey& key, Descriptor channel) {
+  clients_.clear();
+  listener_.reset();
+  zone_.close();
+  signals_.reset();
+  runWorker(workshop_, key, launchPad_, std::move(channel));
 }
 
 Launched<void> enterDevice(const LaunchpadOptions& options, const Workshop& workshop) {
