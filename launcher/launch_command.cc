@@ -67,6 +67,7 @@ void addSettings(CLI::App& command, RuntimeSettings& settings) {
 void addOutput(CLI::App& command, LaunchOptions& options) {
   CLI::Option* const plan =
       command.add_flag("--plan", options.plan, "Print what a launch would do, and do no more");
+  plan->excludes("--validate");
   command.add_flag("--json", options.json, "Print the plan as JSON")->needs(plan);
   command
       .add_option("--timeline", options.timeline,

@@ -151,6 +151,14 @@ TEST_F(Validation, ALinkIsRefusedUnasked) {
                 "put the file itself");
 }
 
+// A plan that was not validated may not look as if it was.
+TEST_F(Validation, IsNoPartOfAPlan) {
+  const Ending ending = launch({kClock, "--validate", "--plan"});
+  EXPECT_EQ(ending.status, kUsage);
+  EXPECT_THAT(ending.err,
+              AllOf(HasSubstr("--plan"), HasSubstr("excludes"), HasSubstr("--validate")));
+}
+
 TEST_F(Validation, NeedsAValidator) {
   expectRefusal(launchValidated(), kValidatorState, "none runs in this device root",
                 "quillon validator --device DIR POLICY.toml");

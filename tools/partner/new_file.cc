@@ -15,7 +15,8 @@ constexpr mode_t kReadableByAll = 0644;
 
 tl::unexpected<Failure> cannotWrite(const std::filesystem::path& path, int error) {
   return fail("cannot write '" + path.string() + "': " + std::strerror(error),
-              "choose a folder that you may write to");
+              error == EISDIR ? "move the folder that has its name away"
+                              : "choose a folder that you may write to");
 }
 
 bool writeAll(int descriptor, const std::string& content) {

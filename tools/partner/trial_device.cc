@@ -27,10 +27,12 @@ Expected<fs::path> makeFolder() {
 
 Expected<void> placeKey(const fs::path& key, const fs::path& device) {
   std::error_code error;
-  if (!fs::is_regular_file(key, error)) {
-    const bool isUnreachable = error && error != std::errc::no_such_file_or_directory;
-    return fail(isUnreachable ? "cannot reach '" + key.string() + "': " + error.message()
-                              : "there is no file '" + key.string() + "'",
+  const fs::file_status status = fs::status(key, error);
+  if (!fs::is_regular_file(status)) {
+    const std::string name = "'" + key.string() + "'";
+    return fail(!fs::status_known(status) ? "cannot reach " + name + ": " + error.message()
+                : fs::exists(status)      ? name + " is no regular file"
+                                          : "there is no file " + name,
                 "give --key PUBLIC.pem");
   }
   const fs::path place = device / fs::path(QUILLON_PARTNER_PUBLIC_KEY).relative_path();

@@ -25,6 +25,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kWantedKey[] = "the policy works with an RSA key of 2048 bits alone";
+constexpr char kWantedFiles[] =
+    "both files must be regular ones that can be read into memory: quillon partner sign";
 
 // How the plug-in's reasons begin, and what a person can do.
 struct Remedy {
@@ -33,7 +35,11 @@ struct Remedy {
 };
 constexpr Remedy kRemedies[] = {
     {"Unable to decode public key", "extract it: openssl pkey -in PRIVATE.pem -pubout"},
-    {"The signature file size", kWantedKey},
+    {"The signature file size",
+     "the file is cut, or of a key that is no RSA key of 2048 bits: quillon partner sign"},
+    {"Failed to open signature file", kWantedFiles},
+    {"Failed to open original message file", kWantedFiles},
+    {"Failed to malloc original message buffer", kWantedFiles},
     {"Failed to EVP_DigestVerifyInit", kWantedKey},
     {"Error Verifying Data", kWantedKey},
     {"Signature verification fail",

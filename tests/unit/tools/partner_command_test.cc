@@ -145,7 +145,8 @@ TEST_F(PartnerCommandTest, AFailureLeavesNoHalfWrittenFile) {
   fs::create_directories(request() + "/in the way");
   const Finished failed = sign("ID1", "private.pem", {"--replace"});
   EXPECT_EQ(failed.status, kFailed);
-  EXPECT_THAT(failed.err, StartsWith("quillon: cannot write '" + request() + "': "));
+  EXPECT_EQ(failed.err, "quillon: cannot write '" + request() +
+                            "': Is a directory; move the folder that has its name away\n");
   for (const std::string& name : filesIn(package())) {
     EXPECT_EQ(name.rfind("ZQPARTNERDLL", 0), 0U) << name;
   }
@@ -261,6 +262,8 @@ TEST_F(PartnerCommandTest, NamesAFileThatIsMissing) {
   EXPECT_EQ(keyless.status, kFailed);
   EXPECT_EQ(keyless.err,
             "quillon: there is no file '" + at("nothing.pem") + "'; give --key PUBLIC.pem\n");
+  EXPECT_EQ(verify("ID1", "tmp").err,
+            "quillon: '" + at("tmp") + "' is no regular file; give --key PUBLIC.pem\n");
   const Finished pluginless = partner({"verify", "--key", at("public.pem"), "--duid", "ID1",
                                        "--plugin", at("nothing.so"), package()});
   EXPECT_EQ(pluginless.status, 103);
@@ -268,11 +271,14 @@ TEST_F(PartnerCommandTest, NamesAFileThatIsMissing) {
   EXPECT_THAT(filesIn(at("tmp")), IsEmpty());
 }
 
-TEST_F(PartnerCommandTest, AFifoInAFilesPlaceIsRefusedWithoutWaiting) {
+TEST_F(PartnerCommandTest, SaysWhatAPackagesFilesMustBe) {
   ASSERT_EQ(sign().status, 0);
   fs::remove(signature());
   ASSERT_EQ(mkfifo(signature().c_str(), 0600), 0);
-  EXPECT_THAT(verify().err, HasSubstr("Failed to open signature file"));
+  EXPECT_THAT(verify().err, HasSubstr("Failed to open signature file; both files must be regular"));
+  fs::remove(signature());
+  writeFile(signature(), std::string(255, 'x'));
+  EXPECT_THAT(verify().err, HasSubstr("corrupted signature file; the file is cut, or of a key "));
 }
 
 }  // namespace
