@@ -41,6 +41,16 @@ Expected<void> ManagedSide::bind(const launcher::Runtime& runtime) {
   });
 }
 
+// Of what is assigned nothing stays: every application gets a folder of its own, and the variable
+// is taken away again.
+void ManagedSide::warmUp() const {
+  constexpr char kVariable[] = "QUILLON_LAUNCHPAD";
+  warmUp_();
+  if (assign({{"APP_CONTEXT_BASE_DIRECTORY", "/"}}, {{kVariable, "1"}})) {
+    [[maybe_unused]] const bool isGone = assign({}, {{kVariable, std::nullopt}});
+  }
+}
+
 bool ManagedSide::assign(const launcher::RuntimeProperties& properties,
                          const EnvironmentChanges& variables) const {
   std::string settings;

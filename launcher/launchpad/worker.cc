@@ -68,7 +68,8 @@ class Worker {
   std::optional<launcher::Runtime> runtime_;
   ManagedSide managed_;
   EnvironmentChanges changes_;  // by the preparation
-  Variables seenByRuntime_;     // it has a copy of its own
+  Variables seenByRuntime_;     // its own copy is of its start
+  Variables seenByWarmUp_;      // or of this moment
   std::vector<std::string> arguments_;
 };
 
@@ -133,6 +134,7 @@ Launched<void> Worker::prepareRuntime() {
   plugin_.setRuntime(*runtime_);
   plugin_.preload();
   if (auto bound = managed_.bind(*runtime_); !bound) return stop(kRuntimeFailed, bound.error());
+  seenByWarmUp_ = currentVariables();
   managed_.warmUp();
   return {};
 }
@@ -180,7 +182,8 @@ void Worker::become(const Request& request) {
 
 Launched<void> Worker::tellApplication() {
   folders_.leadTo(target_.folders());
-  const auto variables = changesBetween(seenByRuntime_, currentVariables());
+  auto variables = changesBetween(seenByRuntime_, currentVariables());
+  variables.merge(changesBetween(seenByWarmUp_, currentVariables()));
   if (!managed_.assign(launcher::propertiesOfApplication(target_, lists_), variables)) {
     return stop(kRuntimeFailed, {"the runtime does not take the application's properties", {}});
   }

@@ -29,7 +29,6 @@ public static class Launchpad
         {
             WriteNothing();
             ReadArguments();
-            Assign(IntPtr.Zero, IntPtr.Zero);
         }
         catch (Exception)
         {
@@ -73,10 +72,6 @@ public static class Launchpad
 
     private static unsafe string Take(ref byte* next)
     {
-        if (next == null)
-        {
-            return "";  // the warm-up's
-        }
         ReadOnlySpan<byte> bytes = MemoryMarshal.CreateReadOnlySpanFromNullTerminated(next);
         next += bytes.Length + 1;
         return Encoding.UTF8.GetString(bytes);
