@@ -29,9 +29,9 @@ constexpr char kQuillon[] = QUILLON_BUILD_DIRECTORY "/bin/quillon";
 constexpr char kBin[] = "/opt/usr/apps/org.velora.sample.clock/bin/";
 constexpr char kAllowAll[] = "default = \"allow\"\n";
 
-// Waits until a file holds a text, for ten seconds at most.
+// Waits until a file holds a text, for half a minute at most.
 bool waitFor(const fs::path& file, const std::string& text) {
-  for (int look = 0; look < 2000; ++look) {
+  for (int look = 0; look < 6000; ++look) {
     if (contentOf(file).find(text) != std::string::npos) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
