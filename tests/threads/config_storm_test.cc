@@ -136,7 +136,7 @@ class Writers {
 class ConfigStorm : public OwnFolderTest {
  protected:
   void inDevice(const std::function<void()>& test) {
-    inOwn("/opt", [&] {
+    inOwn({"/opt"}, [&] {
       fs::create_directories("/opt/usr/home/owner/share/dotnet");
       test();
     });

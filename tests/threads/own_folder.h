@@ -1,4 +1,4 @@
-// Tests in a child process that has one of the machine's folders for itself, empty.
+// Tests in a child process that has some of the machine's folders for itself, empty.
 //
 // A whole device root takes a process of one thread, and the thread sanitizer has one of its own.
 #pragma once
@@ -9,8 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <vector>
 
 #include "tests/support/skip.h"
 
@@ -18,11 +20,11 @@ namespace quillon::test {
 
 class OwnFolderTest : public ::testing::Test {
  protected:
-  // Runs `test` in a child for which `folder` is empty; its failures are this test's.
-  void inOwn(const char* folder, const std::function<void()>& test) {
+  // Runs `test` in a child for which the folders are empty; its failures are this test's.
+  void inOwn(const std::vector<const char*>& folders, const std::function<void()>& test) {
     int status = 0;
     const pid_t child = fork();
-    if (child == 0) runIn(folder, test);
+    if (child == 0) runIn(folders, test);
     waitpid(child, &status, 0);
     if (WIFEXITED(status) && WEXITSTATUS(status) == kNoFolder) {
       QUILLON_SKIP("a mount namespace of one's own takes root");
@@ -33,15 +35,19 @@ class OwnFolderTest : public ::testing::Test {
  private:
   static constexpr int kNoFolder = 77;
 
-  // The calling thread's, and that of those that it starts; the folder ends with them.
-  static bool take(const char* folder) {
+  // The calling thread's, and those of the threads that it starts; the folders end with them.
+  static bool take(const std::vector<const char*>& folders) {
+    const auto isTaken = [](const char* folder) {
+      return mount("tmpfs", folder, "tmpfs", 0, nullptr) == 0;
+    };
     return unshare(CLONE_NEWNS) == 0 &&
            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("tmpfs", folder, "tmpfs", 0, nullptr) == 0;
+           std::all_of(folders.begin(), folders.end(), isTaken);
   }
 
-  [[noreturn]] static void runIn(const char* folder, const std::function<void()>& test) {
-    if (!take(folder)) _exit(kNoFolder);
+  [[noreturn]] static void runIn(const std::vector<const char*>& folders,
+                                 const std::function<void()>& test) {
+    if (!take(folders)) _exit(kNoFolder);
     test();
     // exit and not _exit: the thread sanitizer tells its findings by the status that exit ends
     // with.

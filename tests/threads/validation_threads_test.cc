@@ -1,20 +1,21 @@
-// Threads of one application that ask a validator at once, which may do so without a lock.
+// Threads of one application that ask about libraries at once, which they may do without a lock.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <quillon_tv_plugin.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <workstation/config_store.h>
 
-#include <array>
 #include <atomic>
-#include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/support/signing_key.h"
 #include "tests/threads/own_folder.h"
 
 namespace quillon::test {
@@ -23,6 +24,7 @@ namespace {
 constexpr char kGood[] = "/tmp/good.dll";
 constexpr char kBad[] = "/tmp/bad.dll";
 constexpr int kQuestions = 200;  // of each thread
+constexpr int kChecks = 20;
 
 template <typename Function>
 Function* exported(const char* name) {
@@ -59,7 +61,7 @@ class ValidationThreads : public OwnFolderTest {};
 
 TEST_F(ValidationThreads, EachQuestionHasOneAnswer) {
   ASSERT_NE(EXPORTED(plugin_validate_dll), nullptr) << dlerror();
-  inOwn("/tmp", [] {
+  inOwn({"/tmp"}, [] {
     for (const char* library : {kGood, kBad}) std::ofstream(library) << "x";
     std::thread([] { EXPORTED(create_pipe_server)(answer); }).detach();
     while (!isServed()) std::this_thread::yield();
@@ -76,6 +78,40 @@ TEST_F(ValidationThreads, EachQuestionHasOneAnswer) {
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(yes, 3 * kQuestions);
     EXPECT_EQ(no, kQuestions);
+  });
+}
+
+void putFile(const std::filesystem::path& file, const std::string& content) {
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream(file, std::ios::binary) << content;
+}
+
+// A partner's package for the device ID1.
+void putPackage(const std::string& folder, const std::string& signature) {
+  putFile(folder + "/" QUILLON_PARTNER_REQUEST, "ID1:");
+  putFile(folder + "/" QUILLON_PARTNER_SIGNATURE, signature);
+}
+
+TEST_F(ValidationThreads, EachSignatureHasItsOwnVerdict) {
+  ASSERT_NE(EXPORTED(check_signature), nullptr) << dlerror();
+  inOwn({"/opt", "/usr/bin"}, [] {
+    const SigningKey key = SigningKey::rsa();
+    putFile(QUILLON_PARTNER_PUBLIC_KEY, key.publicPem());
+    putPackage("/opt/good", key.sign("ID1:"));
+    putPackage("/opt/bad", key.sign("ID2:"));
+    ASSERT_TRUE(workstation::setConfig(QUILLON_PARTNER_DUID_KEY, std::string("ID1")));
+    std::atomic<int> wrong = 0;
+    std::vector<std::thread> threads;
+    for (const std::string package : {"good", "bad", "good", "bad"}) {
+      threads.emplace_back([&wrong, package] {
+        for (int check = 0; check < kChecks; ++check) {
+          const bool allowed = EXPORTED(check_signature)(("/opt/" + package).c_str());
+          if (allowed != (package == "good")) ++wrong;
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
   });
 }
 
