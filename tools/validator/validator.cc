@@ -168,16 +168,35 @@ tl::expected<void, ServeFailure> checkDeniedPaths(const Policy& policy) {
   return {};
 }
 
+bool isPipe(const char* path) {
+  struct stat status {};
+  return lstat(path, &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
 // Ours, since claimPipes() said so.
 void removePipes() {
   for (const char* pipe : {QUILLON_DLL_REQUEST_PIPE, QUILLON_DLL_ANSWER_PIPE}) {
-    struct stat status {};
-    if (lstat(pipe, &status) == 0 && S_ISFIFO(status.st_mode)) unlink(pipe);
+    if (isPipe(pipe)) unlink(pipe);
   }
 }
 
-// Until it is asked to end; false when the server ended first.
-bool serveUntilAsked(const launcher::PluginLibrary& plugin) {
+tl::unexpected<ServeFailure> serverEnded() {
+  return stop(kServiceFailed,
+              {"the plug-in's server ended; it logged: " + workstation::lastErrorMessage(),
+               "see that " + fs::path(QUILLON_DLL_REQUEST_PIPE).parent_path().string() +
+                   " of the device root can be written"});
+}
+
+// The server goes on without a pipe to answer through, and nobody would ever be answered.
+tl::unexpected<ServeFailure> noAnswerPipe() {
+  return stop(kServiceFailed,
+              {"the plug-in's server could not make '" QUILLON_DLL_ANSWER_PIPE "'; it logged: " +
+                   workstation::lastErrorMessage(),
+               "move what has that name in the device root away"});
+}
+
+// Until it is asked to end.
+tl::expected<void, ServeFailure> serveUntilAsked(const launcher::PluginLibrary& plugin) {
   static std::atomic<bool> ended = false;
   std::thread([server = plugin.createPipeServer] {
     server(onRequest);
@@ -186,13 +205,14 @@ bool serveUntilAsked(const launcher::PluginLibrary& plugin) {
   bool ready = false;
   for (bool asked = false; !asked;
        asked = endWasAsked(std::chrono::milliseconds(ready ? 200 : 1))) {
-    if (ended) return false;
+    if (ended) return serverEnded();
     if (!ready && isServed()) {
+      if (!isPipe(QUILLON_DLL_ANSWER_PIPE)) return noAnswerPipe();
       ready = true;
       say("validator ready");
     }
   }
-  return true;
+  return {};
 }
 
 }  // namespace
@@ -209,13 +229,9 @@ tl::expected<void, ServeFailure> serve(const Policy& policy, const fs::path& fil
   const sigset_t signals = endSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   signal(SIGPIPE, SIG_IGN);
-  const bool asked = serveUntilAsked(plugin);
+  auto served = serveUntilAsked(plugin);
   removePipes();
-  if (asked) return {};
-  return stop(kServiceFailed,
-              {"the plug-in's server ended; it logged: " + workstation::lastErrorMessage(),
-               "see that " + fs::path(QUILLON_DLL_REQUEST_PIPE).parent_path().string() +
-                   " of the device root can be written"});
+  return served;
 }
 
 }  // namespace quillon::validator

@@ -281,6 +281,15 @@ TEST_F(ValidatorCommand, SaysWhyItCannotServe) {
   const Finished ended = run(validatorCommand(), {{"QUILLON_LOG", "none"}});
   EXPECT_EQ(ended.status, kServiceFailed);
   EXPECT_THAT(ended.err, HasSubstr("open error : /tmp/dotnet_pipe_in"));
+  fs::remove_all(onMachine("/tmp/dotnet_pipe_in"));
+  put("/tmp/dotnet_pipe_out/file");
+  const Finished unanswering = run(validatorCommand(), {{"QUILLON_LOG", "none"}});
+  EXPECT_EQ(unanswering.status, kServiceFailed);
+  EXPECT_EQ(
+      unanswering.err,
+      "quillon: the plug-in's server could not make '/tmp/dotnet_pipe_out'; it logged: mkfifo "
+      "failed; move what has that name in the device root away\n");
+  EXPECT_FALSE(fs::exists(onMachine("/tmp/dotnet_pipe_in")));
 }
 
 }  // namespace
