@@ -1,7 +1,9 @@
 // quillon launch --device DIR [OPTIONS] APPID [-- ARGS...]
 #pragma once
 
-#include <CLI/App.hpp>
+namespace CLI {
+class App;
+}
 
 namespace quillon::launcher {
 

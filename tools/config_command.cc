@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/command.h"
 #include "tools/device_option.h"
 #include "tools/report.h"
 
@@ -17,7 +18,7 @@ namespace {
 
 using workstation::ConfigValue;
 
-struct Request {
+struct ConfigRequest {
   std::string device;
   std::string key;
   std::string value;
@@ -34,7 +35,7 @@ std::optional<int> decimal(const std::string& text) {
   return number;
 }
 
-ConfigValue valueOf(const Request& request) {
+ConfigValue valueOf(const ConfigRequest& request) {
   const auto number = request.asString ? std::nullopt : decimal(request.value);
   if (number) return *number;
   if (request.asInt) {
@@ -47,7 +48,7 @@ ConfigValue valueOf(const Request& request) {
 
 // A value that begins with a dash looks like an option to the parser: a negative number is taken
 // all the same, other texts stand behind "--".
-void addDashedValue(Request& request, const std::vector<std::string>& unknown) {
+void addDashedValue(ConfigRequest& request, const std::vector<std::string>& unknown) {
   std::vector<std::string> values;
   if (!request.value.empty()) values.push_back(request.value);
   values.insert(values.end(), unknown.begin(), unknown.end());
@@ -66,7 +67,7 @@ void print(const ConfigValue& value) {
   std::visit([](const auto& plain) { std::cout << plain << std::endl; }, value);
 }
 
-void get(const Request& request) {
+void get(const ConfigRequest& request) {
   enterDevice(request.device);
   const auto value = workstation::getConfig(request.key);
   if (!value) endCommand(report(value.error(), kServiceFailed));
@@ -78,7 +79,7 @@ void get(const Request& request) {
   print(**value);
 }
 
-void set(const Request& request) {
+void set(const ConfigRequest& request) {
   const ConfigValue value = valueOf(request);
   enterDevice(request.device);
   if (auto done = workstation::setConfig(request.key, value); !done) {
@@ -86,7 +87,7 @@ void set(const Request& request) {
   }
 }
 
-void watch(const Request& request) {
+void watch(const ConfigRequest& request) {
   enterDevice(request.device);
   const auto untilOutputFails = [](const ConfigValue& value) {
     print(value);
@@ -98,7 +99,8 @@ void watch(const Request& request) {
 }
 
 CLI::App* addAction(CLI::App& config, const std::string& name, const std::string& help,
-                    const std::shared_ptr<Request>& request, void (*run)(const Request&)) {
+                    const std::shared_ptr<ConfigRequest>& request,
+                    void (*run)(const ConfigRequest&)) {
   CLI::App* action = config.add_subcommand(name, help);
   addDeviceOption(*action, request->device);
   action->add_option("KEY", request->key, "The key, such as db/dotnet/velora_api_path")->required();
@@ -111,7 +113,7 @@ CLI::App* addAction(CLI::App& config, const std::string& name, const std::string
 void addConfigCommand(CLI::App& app) {
   CLI::App* config = app.add_subcommand("config", "Read, set and watch configuration keys");
   config->require_subcommand(1);
-  auto request = std::make_shared<Request>();
+  auto request = std::make_shared<ConfigRequest>();
   addAction(*config, "get", "Print a key's value", request, get);
   addAction(*config, "watch", "Print a key's value, then each new one", request, watch);
 

@@ -1,7 +1,9 @@
 // quillon config: the configuration store of a device root.
 #pragma once
 
-#include "tools/command.h"
+namespace CLI {
+class App;
+}
 
 namespace quillon {
 

@@ -2,7 +2,9 @@
 // quillon device shell DIR [--writable PATH]... [-- COMMAND ARGS...]
 #pragma once
 
-#include <CLI/App.hpp>
+namespace CLI {
+class App;
+}
 
 namespace quillon {
 

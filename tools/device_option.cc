@@ -1,5 +1,6 @@
 #include "tools/device_option.h"
 
+#include "tools/command.h"
 #include "tools/device/device_root.h"
 #include "tools/report.h"
 

@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/command.h"
+namespace CLI {
+class App;
+}
 
 namespace quillon {
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "tools/command.h"
 #include "tools/device_option.h"
 #include "tools/report.h"
 
@@ -16,7 +17,7 @@ namespace fs = std::filesystem;
 using workstation::Application;
 using workstation::Package;
 
-struct Request {
+struct PackageRequest {
   std::string device;
   std::string manifest;
   std::string id;
@@ -31,7 +32,7 @@ T valueOf(Expected<T> result) {
   return std::move(*result);
 }
 
-void install(const Request& request) {
+void install(const PackageRequest& request) {
   // Read once before the device hides the paths that were meant, so that mistakes show at once.
   const auto folders = valueOf(workstation::foldersOfManifest(request.manifest));
   const std::string manifest = fs::absolute(request.manifest).string();
@@ -41,7 +42,7 @@ void install(const Request& request) {
             << '\n';
 }
 
-void remove(const Request& request) {
+void remove(const PackageRequest& request) {
   enterDevice(request.device);
   if (!valueOf(workstation::removePackage(request.id, request.user))) {
     endCommand(report(
@@ -95,14 +96,15 @@ void printText(const std::vector<Package>& packages) {
   }
 }
 
-void list(const Request& request) {
+void list(const PackageRequest& request) {
   enterDevice(request.device);
   const auto packages = valueOf(workstation::listPackages());
   request.json ? printJson(packages) : printText(packages);
 }
 
 CLI::App* addAction(CLI::App& package, const std::string& name, const std::string& help,
-                    const std::shared_ptr<Request>& request, void (*run)(const Request&)) {
+                    const std::shared_ptr<PackageRequest>& request,
+                    void (*run)(const PackageRequest&)) {
   CLI::App* action = package.add_subcommand(name, help);
   addDeviceOption(*action, request->device);
   action->callback([request, run] { run(*request); });
@@ -114,7 +116,7 @@ CLI::App* addAction(CLI::App& package, const std::string& name, const std::strin
 void addPackageCommand(CLI::App& app) {
   CLI::App* package = app.add_subcommand("package", "Install, remove and list packages");
   package->require_subcommand(1);
-  auto request = std::make_shared<Request>();
+  auto request = std::make_shared<PackageRequest>();
   const char* userHelp = "The user whom the package is for, by number; 0, as without it, for all";
 
   CLI::App* action =

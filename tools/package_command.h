@@ -1,7 +1,9 @@
 // quillon package: the packages of a device root.
 #pragma once
 
-#include "tools/command.h"
+namespace CLI {
+class App;
+}
 
 namespace quillon {
 

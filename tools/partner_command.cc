@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 
+#include "tools/command.h"
 #include "tools/partner/sign.h"
 #include "tools/partner/verify.h"
 #include "tools/report.h"

@@ -1,7 +1,9 @@
 // quillon partner: packages of libraries that a device lets in by a signed request.
 #pragma once
 
-#include "tools/command.h"
+namespace CLI {
+class App;
+}
 
 namespace quillon {
 

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "launcher/plugin_library.h"
+#include "tools/command.h"
 #include "tools/device_option.h"
 #include "tools/report.h"
 #include "tools/validator/policy.h"
@@ -18,20 +19,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Request {
+struct ValidatorRequest {
   std::string device;
   fs::path policy;
   fs::path plugin;  // empty: the one beside the executable
 };
 
-fs::path pluginOf(const Request& request) {
+fs::path pluginOf(const ValidatorRequest& request) {
   std::error_code ignored;
   return request.plugin.empty()
              ? launcher::defaultPlugin(fs::read_symlink("/proc/self/exe", ignored))
              : fs::absolute(request.plugin, ignored);
 }
 
-void run(const Request& request) {
+void run(const ValidatorRequest& request) {
   // Read before the device hides the path that was meant.
   const auto policy = validator::readPolicy(request.policy);
   if (!policy) endCommand(report(policy.error(), kServiceFailed));
@@ -47,7 +48,7 @@ void run(const Request& request) {
 }  // namespace
 
 void addValidatorCommand(CLI::App& app) {
-  const auto request = std::make_shared<Request>();
+  const auto request = std::make_shared<ValidatorRequest>();
   CLI::App* command =
       app.add_subcommand("validator", "Answer whether applications may load their libraries");
   addDeviceOption(*command, request->device);

@@ -1,7 +1,9 @@
 // quillon validator --device DIR [--plugin FILE] POLICY.toml
 #pragma once
 
-#include "tools/command.h"
+namespace CLI {
+class App;
+}
 
 namespace quillon {
 

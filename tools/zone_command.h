@@ -3,7 +3,9 @@
 // quillon zone list --device DIR
 #pragma once
 
-#include <CLI/App.hpp>
+namespace CLI {
+class App;
+}
 
 namespace quillon {
 

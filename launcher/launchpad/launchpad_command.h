@@ -2,7 +2,9 @@
 // quillon launchpad stop|reload|status --device DIR
 #pragma once
 
-#include <CLI/App.hpp>
+namespace CLI {
+class App;
+}
 
 namespace quillon::launchpad {
 

@@ -1,7 +1,9 @@
 // quillon timeline: the picture of a trace.
 #pragma once
 
-#include <CLI/App.hpp>
+namespace CLI {
+class App;
+}
 
 namespace quillon::launcher {
 
