@@ -1,7 +1,8 @@
 #!/bin/sh
 # Compiles every header by itself, and the headers of the platform's and the plug-in's interface as C
 # as well. A header that the source file of its name includes before anything else was compiled by
-# itself there, but for commands, which are compiled several at once. Headers of tests take definitions from the programs that they are part of.
+# itself there, but for those of commands, which are compiled several at once. Headers of tests take
+# definitions from the programs that they are part of.
 #
 #   headers_test.sh <source tree> <C++ compiler> <C compiler>
 set -u
