@@ -15,7 +15,7 @@ trap 'rm -rf "$work"' EXIT
 
 source scripts/compiler-cache
 cp "$platform" "$work/libdevice.so"
-cmake -S . -B "$work" -DQUILLON_BUILD_WORKSTATION=OFF "${compiler_cache[@]}" \
+cmake -G Ninja -S . -B "$work" -DQUILLON_BUILD_WORKSTATION=OFF "${compiler_cache[@]}" \
   "$@" -DQUILLON_PLATFORM_LIBRARIES="$work/libdevice.so" >"$work/log" &&
   cmake --build "$work" --parallel 2 --target quillon-tv-plugin >>"$work/log" ||
   { cat "$work/log"; exit 1; }
