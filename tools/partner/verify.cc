@@ -70,8 +70,10 @@ Expected<void> requireFiles(const fs::path& directory) {
   for (const char* name : {QUILLON_PARTNER_REQUEST, QUILLON_PARTNER_SIGNATURE}) {
     const fs::path file = directory / name;
     if (::access(file.c_str(), R_OK) != 0) {
-      return fail("cannot read '" + file.string() + "': " + std::strerror(errno),
-                  "make a package: quillon partner sign");
+      const int error = errno;
+      return fail("cannot read '" + file.string() + "': " + std::strerror(error),
+                  error == ENOENT ? "make a package: quillon partner sign"
+                                  : "give a folder whose files you may read");
     }
   }
   return {};

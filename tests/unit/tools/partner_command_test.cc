@@ -257,6 +257,12 @@ TEST_F(PartnerCommandTest, NamesAFileThatIsMissing) {
   EXPECT_EQ(empty.status, kRefused);
   EXPECT_EQ(empty.err, "quillon: cannot read '" + request() +
                            "': No such file or directory; make a package: quillon partner sign\n");
+  const Finished folderless =
+      partner({"verify", "--key", at("public.pem"), "--duid", "ID1", at("public.pem")});
+  EXPECT_EQ(folderless.status, kRefused);
+  EXPECT_EQ(folderless.err, "quillon: cannot read '" + at("public.pem") +
+                                "/ZQPARTNERDLLREQ.dat': Not a directory; give a folder whose files "
+                                "you may read\n");
   ASSERT_EQ(sign().status, 0);
   const Finished keyless = verify("ID1", "nothing.pem");
   EXPECT_EQ(keyless.status, kFailed);
