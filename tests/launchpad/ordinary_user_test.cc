@@ -1,0 +1,100 @@
+// The launch pad of somebody who is not root: device roots and zones are in user namespaces then.
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <optional>
+
+#include "tests/launch/running_zone.h"
+#include "tests/launchpad/running_launchpad.h"
+#include "tests/support/skip.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+
+constexpr uid_t kNobody = 65534;
+
+// The test and all that it starts from here on, as long as the object lives: what it starts cannot
+// come back, since a program keeps no user that it does not act as.
+class OrdinaryUser {
+ public:
+  OrdinaryUser() : groups_(static_cast<size_t>(getgroups(0, nullptr))) {
+    groups_.resize(static_cast<size_t>(getgroups(static_cast<int>(groups_.size()), groups_.data())));
+    became_ = setgroups(0, nullptr) == 0 && setresgid(kNobody, kNobody, 0) == 0 &&
+              setresuid(kNobody, kNobody, 0) == 0;
+  }
+  ~OrdinaryUser() {
+    if (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0 ||
+        setgroups(groups_.size(), groups_.data()) != 0) {
+      std::abort();
+    }
+  }
+  OrdinaryUser(const OrdinaryUser&) = delete;
+  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
+
+  [[nodiscard]] bool became() const { return became_; }
+
+ private:
+  std::vector<gid_t> groups_;
+  bool became_ = false;
+};
+
+class OrdinaryUsersPool : public LaunchpadTest {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) {
+      QUILLON_SKIP("every test of this run is this one already: it is not run by root");
+    }
+    ASSERT_EQ(chown(fresh("").c_str(), kNobody, kNobody), 0);
+    user_.emplace();
+    ASSERT_TRUE(user_->became());
+    // This is a matter of where the build lies, not of what the machine has.
+    if (access(QUILLON_BUILD_DIRECTORY "/bin/quillon", X_OK) != 0) {
+      GTEST_SKIP() << "the build folder is closed to ordinary users";
+    }
+    LaunchpadTest::SetUp();
+  }
+
+  static std::string statusOf(const std::string& process) {
+    return contentOf("/proc/" + process + "/status");
+  }
+
+ private:
+  std::optional<OrdinaryUser> user_;
+};
+
+TEST_F(OrdinaryUsersPool, ServesItsUser) {
+  start(1);
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
+  RunningProbe probe(root(), "inhouse");
+  const std::string process = probe.ask("process");
+  EXPECT_EQ(served(), 1) << probe.errors() << errors();
+  EXPECT_THAT(statusOf(process), HasSubstr("Uid:\t65534\t65534\t65534\t65534\n"));
+  EXPECT_THAT(statusOf(process), HasSubstr("CapPrm:\t0000000000000000\n"));
+  EXPECT_EQ(probe.ask("variable QUILLON_APP_ID"), kProbe);
+  EXPECT_EQ(probe.quit(), 0);
+  EXPECT_EQ(control("stop").status, 0);
+  EXPECT_EQ(endOfLaunchpad(), 0);
+}
+
+TEST_F(OrdinaryUsersPool, RunsApplicationsInTheZone) {
+  const RunningZone zone(root());
+  ASSERT_NE(zone.holder(), "") << zone.started().err;
+  start(1);
+  { RunningProbe direct(root(), "dotnet"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
+  RunningProbe probe(root(), "dotnet");
+  const std::string process = probe.ask("process");
+  EXPECT_EQ(served(), 1) << probe.errors() << errors();
+  EXPECT_EQ(fs::read_symlink("/proc/" + process + "/ns/mnt"),
+            fs::read_symlink("/proc/" + zone.holder() + "/ns/mnt"));
+  EXPECT_EQ(probe.quit(), 0);
+}
+
+}  // namespace
+}  // namespace quillon::test
