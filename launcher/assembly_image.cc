@@ -2,10 +2,10 @@
 
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <string>
+
+#include "launcher/whole_file.h"
 
 namespace quillon::launcher {
 namespace {
@@ -90,13 +90,6 @@ std::optional<size_t> peHeader(const Bytes& image) {
   return *pe;
 }
 
-// Empty for a file that cannot be read.
-std::optional<std::string> contentOf(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream.is_open()) return std::nullopt;
-  return std::string{std::istreambuf_iterator<char>(stream), {}};
-}
-
 }  // namespace
 
 std::string_view wrongWithImage(std::string_view text) {
@@ -120,12 +113,12 @@ bool bringsCompiledCode(std::string_view text) {
 }
 
 bool bringsCompiledCode(const std::filesystem::path& file) {
-  const auto image = contentOf(file);
+  const auto image = readWholeFile(file);
   return image && bringsCompiledCode(std::string_view(*image));
 }
 
 Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {
-  const auto image = contentOf(file);
+  const auto image = readWholeFile(file);
   const std::string_view wrong = image ? wrongWithImage(*image) : "it cannot be read";
   if (wrong.empty()) return {};
   return fail("the runtime cannot run '" + file.string() + "': " + std::string(wrong),

@@ -3,14 +3,13 @@
 #include <workstation/log_tail.h>
 
 #include <exception>
-#include <fstream>
-#include <iterator>
 
 #include "launcher/boost_listener.h"
 #include "launcher/captured_output.h"
 #include "launcher/device_paths.h"
 #include "launcher/refusal_watch.h"
 #include "launcher/trace_span.h"
+#include "launcher/whole_file.h"
 
 namespace quillon::launcher {
 namespace {
@@ -87,8 +86,7 @@ void PluginCalls::captureOutput() const {
 }
 
 std::string cachedTpa() {
-  std::ifstream stream(device_paths::kTpaCache, std::ios::binary);
-  const std::string content{std::istreambuf_iterator<char>(stream), {}};
+  const std::string content = readWholeFile(device_paths::kTpaCache).value_or("");
   const bool whole =
       content.size() >= kCacheStart.size() + kCacheEnd.size() &&
       content.compare(0, kCacheStart.size(), kCacheStart) == 0 &&
