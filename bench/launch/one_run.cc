@@ -19,7 +19,7 @@ extern char** environ;
 namespace quillon::bench {
 namespace {
 
-using device::Descriptor;
+using quillon::Descriptor;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kReady = "ready ";
@@ -163,8 +163,7 @@ bool Running::end() {
   while (readMore()) {
   }
   if (process_ >= 0) waitpid(process_, nullptr, 0);
-  return !startOfAsking_.valid() ||
-         read(startOfAsking_.get(), &start_, sizeof start_) == sizeof start_;
+  return !startOfAsking_ || read(startOfAsking_.get(), &start_, sizeof start_) == sizeof start_;
 }
 
 }  // namespace

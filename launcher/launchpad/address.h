@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "launcher/launchpad/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 

@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "launcher/launchpad/catalogue.h"
-#include "launcher/launchpad/descriptor.h"
 #include "launcher/launchpad/request.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "launcher/launchpad/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 namespace {

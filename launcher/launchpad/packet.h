@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "launcher/launchpad/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 

@@ -8,10 +8,10 @@
 #include <optional>
 #include <string>
 
-#include "launcher/launchpad/descriptor.h"
 #include "launcher/launchpad/ending.h"
 #include "launcher/launchpad/packet.h"
 #include "launcher/launchpad/pool_key.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 

@@ -3,7 +3,7 @@
 
 #include <signal.h>
 
-#include "launcher/launchpad/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "launcher/launchpad/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 

@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <string>
 
-#include "launcher/launchpad/descriptor.h"
 #include "launcher/launchpad/environment.h"
 #include "launcher/launchpad/pool_key.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "launcher/launchpad/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 

@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <sstream>
 
-#include "launcher/launchpad/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace quillon::test {
 namespace {
@@ -43,7 +43,7 @@ int statusOf(pid_t child) {
 }  // namespace
 
 bool isAlive(pid_t process) {
-  const launchpad::Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+  const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
   if (!pidfd) return errno != ESRCH;
   pollfd ended{pidfd.get(), POLLIN, 0};
   return poll(&ended, 1, 0) == 0;

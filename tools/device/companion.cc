@@ -22,7 +22,7 @@ Descriptor findCompanion(const fs::path& device) {
         !workstation::readZoneState(folder.get(), name.c_str(), holder)) {
       continue;
     }
-    if (Descriptor running(workstation::openZoneHolder(holder)); running.valid()) {
+    if (Descriptor running(workstation::openZoneHolder(holder)); running) {
       return running;
     }
   }

@@ -29,7 +29,7 @@ tl::unexpected<EnterFailure> failed(EnterError error, Failure failure) {
 Expected<void> requireDeviceDirectories(const fs::path& directory) {
   const Descriptor root(::open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   for (const std::string_view folder : kDeviceDirectories) {
-    if (folder != kOptionalDeviceDirectory && !openFolder(root, std::string(folder)).valid()) {
+    if (folder != kOptionalDeviceDirectory && !openFolder(root, std::string(folder))) {
       return fail("the device root '" + directory.string() + "' has no folder '" +
                       std::string(folder) + "' of its own",
                   "make it anew: quillon device init " + directory.string());

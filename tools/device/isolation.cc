@@ -54,7 +54,7 @@ tl::unexpected<Failure> noUserNamespace(int error) {
 
 bool writeFile(const char* file, const std::string& text) {
   const Descriptor stream(::open(file, O_WRONLY | O_CLOEXEC));
-  return stream.valid() &&
+  return stream &&
          ::write(stream.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
@@ -62,7 +62,7 @@ bool writeFile(const char* file, const std::string& text) {
 std::string mapOf(unsigned id) { return std::to_string(id) + " " + std::to_string(id) + " 1\n"; }
 
 Expected<void> isolateAsUser(const Descriptor& companion) {
-  if (companion.valid() && ::setns(companion.get(), CLONE_NEWUSER) == 0) {
+  if (companion && ::setns(companion.get(), CLONE_NEWUSER) == 0) {
     return ::unshare(CLONE_NEWNS) == 0 ? Expected<void>() : noUserNamespace(errno);
   }
   const uid_t user = ::geteuid();

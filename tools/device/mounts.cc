@@ -4,13 +4,11 @@
 #include <linux/openat2.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <sstream>
-#include <utility>
 
 namespace quillon::device {
 namespace {
@@ -90,24 +88,6 @@ MountPoint parseMountLine(const std::string& line) {
 
 }  // namespace
 
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
-  if (this != &other) {
-    Descriptor old(fd_);
-    fd_ = other.release();
-  }
-  return *this;
-}
-
-Descriptor::~Descriptor() {
-  if (fd_ >= 0) {
-    const int kept = errno;
-    ::close(fd_);
-    errno = kept;
-  }
-}
-
-int Descriptor::release() { return std::exchange(fd_, -1); }
-
 tl::unexpected<Failure> stepFailed(const std::string& step, int error) {
   return fail("cannot " + step + ": " + std::strerror(error), remedyOf(error));
 }
@@ -124,7 +104,7 @@ Expected<Descriptor> copyTree(const std::string& path) {
   Descriptor tree(::open_tree(
       AT_FDCWD, path.c_str(),
       OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE | AT_NO_AUTOMOUNT | AT_SYMLINK_NOFOLLOW));
-  if (!tree.valid()) {
+  if (!tree) {
     return stepFailed("take '" + path + "' into the device root's view", errno);
   }
   return tree;
@@ -132,9 +112,8 @@ Expected<Descriptor> copyTree(const std::string& path) {
 
 Expected<Descriptor> newTmpfs(const char* mode) {
   const Descriptor context(::fsopen("tmpfs", FSOPEN_CLOEXEC));
-  if (context.valid() && configure(context, "source", "quillon") &&
-      configure(context, "mode", mode)) {
-    if (Descriptor mount = mountOf(context, MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV); mount.valid()) {
+  if (context && configure(context, "source", "quillon") && configure(context, "mode", mode)) {
+    if (Descriptor mount = mountOf(context, MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV); mount) {
       return mount;
     }
   }
@@ -144,9 +123,9 @@ Expected<Descriptor> newTmpfs(const char* mode) {
 tl::expected<Descriptor, int> newOverlay(const Descriptor& upper, const Descriptor& lower) {
   // Through descriptors, since a ":" or "," in a layer's path would end it.
   const Descriptor context(::fsopen("overlay", FSOPEN_CLOEXEC));
-  if (context.valid() && configure(context, "source", "quillon") &&
+  if (context && configure(context, "source", "quillon") &&
       configure(context, "lowerdir", pathOf(upper) + ":" + pathOf(lower))) {
-    if (Descriptor mount = mountOf(context, MOUNT_ATTR_RDONLY); mount.valid()) {
+    if (Descriptor mount = mountOf(context, MOUNT_ATTR_RDONLY); mount) {
       return mount;
     }
   }

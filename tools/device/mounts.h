@@ -7,24 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "tools/descriptor.h"
+
 namespace quillon::device {
-
-// Owns one file descriptor.
-class Descriptor {
- public:
-  explicit Descriptor(int fd = -1) : fd_(fd) {}
-  Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
-  Descriptor& operator=(Descriptor&& other) noexcept;
-  ~Descriptor();
-
-  [[nodiscard]] int get() const { return fd_; }
-  [[nodiscard]] bool valid() const { return fd_ >= 0; }
-
- private:
-  int release();
-
-  int fd_;
-};
 
 // "cannot <step>: <text of error>", with the remedy that fits the error.
 [[nodiscard]] tl::unexpected<Failure> stepFailed(const std::string& step, int error);

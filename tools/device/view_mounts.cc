@@ -108,7 +108,7 @@ Expected<void> View::placeKernelTree(const std::string& path) {
       continue;
     }
     const Descriptor inside = openInside(top_, mount.path);
-    if (inside.valid()) {
+    if (inside) {
       if (auto made = makeReadOnly(inside, Reach::kOne, mount.path); !made) {
         return made;
       }
@@ -119,7 +119,7 @@ Expected<void> View::placeKernelTree(const std::string& path) {
 
 Expected<void> View::placeSharedMemory() {
   const Descriptor target = openFolder(top_, "dev/shm");
-  if (!target.valid()) {
+  if (!target) {
     return {};
   }
   const auto mount = newTmpfs("1777");
@@ -137,11 +137,11 @@ Expected<Descriptor> View::makeMountPoint(const std::string& path, bool folder) 
     if (end == path.size() && !folder) {
       Descriptor made(::openat(place.get(), name.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, 0644));
       next = Descriptor(::openat(place.get(), name.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW));
-    } else if (!next.valid() && ::mkdirat(place.get(), name.c_str(), 0755) == 0) {
+    } else if (!next && ::mkdirat(place.get(), name.c_str(), 0755) == 0) {
       ::fchmodat(place.get(), name.c_str(), 0755, 0);  // whatever the umask
       next = openFolder(place, name);
     }
-    if (!next.valid()) {
+    if (!next) {
       return stepFailed("make a place for '" + onMachine(path) + "' in the device root's view",
                         errno);
     }
@@ -157,7 +157,7 @@ Expected<void> View::showFramework(const std::string& folder) {
 
 Expected<void> View::show(const std::string& path) {
   const Descriptor machine(::open(path.c_str(), O_PATH | O_CLOEXEC));
-  if (!machine.valid() || sameFile(machine, openInside(top_, path))) {
+  if (!machine || sameFile(machine, openInside(top_, path))) {
     return {};
   }
   return graft(path, path.substr(1));
@@ -175,7 +175,7 @@ Expected<void> View::openForWriting(const std::string& path) {
 Expected<void> View::writeMarker() {
   const std::string marker(kInsideMarker);
   const Descriptor file(::openat(top_.get(), marker.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0444));
-  if (!file.valid() ||
+  if (!file ||
       ::write(file.get(), device_.data(), device_.size()) != static_cast<ssize_t>(device_.size())) {
     return stepFailed("write '" + onMachine(marker) + "'", errno);
   }

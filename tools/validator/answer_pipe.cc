@@ -14,6 +14,8 @@
 #include <chrono>
 #include <thread>
 
+#include "tools/descriptor.h"
+
 namespace quillon::validator {
 namespace {
 
@@ -27,47 +29,42 @@ constexpr std::chrono::microseconds kLongestPause(5000);
 class AnswerPipe {
  public:
   AnswerPipe() : descriptor_(openPipe(O_WRONLY)), error_(errno) {}
-  ~AnswerPipe() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  AnswerPipe(const AnswerPipe&) = delete;
-  AnswerPipe& operator=(const AnswerPipe&) = delete;
 
   // open(2) of a pipe that no process reads fails with ENXIO (fifo(7)); an asker opens it first.
-  bool isUnread() const { return descriptor_ < 0 && error_ == ENXIO; }
+  bool isUnread() const { return !descriptor_ && error_ == ENXIO; }
   bool isPipe() const {
     struct stat status {};
-    return descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && S_ISFIFO(status.st_mode);
+    return descriptor_ && fstat(descriptor_.get(), &status) == 0 && S_ISFIFO(status.st_mode);
   }
   // Until the object ends. Launches hold the lock for a moment only, so it comes or is not needed.
   void lock() const {
     const auto end = steady_clock::now() + kPatience;
-    while (flock(descriptor_, LOCK_EX | LOCK_NB) != 0 && steady_clock::now() < end) {
+    while (flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0 && steady_clock::now() < end) {
       std::this_thread::sleep_for(kShortestPause);
     }
   }
   bool hasReaders() const {
-    pollfd look{descriptor_, POLLOUT, 0};
+    pollfd look{descriptor_.get(), POLLOUT, 0};
     return poll(&look, 1, 0) < 0 || (look.revents & POLLERR) == 0;
   }
   bool isEmpty() const {
     int unread = 0;
-    return ioctl(descriptor_, FIONREAD, &unread) != 0 || unread == 0;
+    return ioctl(descriptor_.get(), FIONREAD, &unread) != 0 || unread == 0;
   }
   static void drain() {
     std::array<char, 4096> unread;
-    const int reader = openPipe(O_RDONLY);
-    while (read(reader, unread.data(), unread.size()) > 0) {
+    const Descriptor reader = openPipe(O_RDONLY);
+    while (read(reader.get(), unread.data(), unread.size()) > 0) {
     }
-    close(reader);
   }
 
  private:
-  static int openPipe(int direction) {
-    return open(QUILLON_DLL_ANSWER_PIPE, direction | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  static Descriptor openPipe(int direction) {
+    return Descriptor(
+        open(QUILLON_DLL_ANSWER_PIPE, direction | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
   }
 
-  int descriptor_;
+  Descriptor descriptor_;
   int error_;
 };
 

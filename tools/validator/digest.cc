@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "tools/crypto/crypto_library.h"
+#include "tools/descriptor.h"
 
 namespace quillon::validator {
 namespace {
@@ -23,27 +24,22 @@ class File {
   // Without waiting for the writer of a pipe that stands in the file's place.
   explicit File(const std::string& path)
       : descriptor_(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {}
-  ~File() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
 
-  bool isOpen() const { return descriptor_ >= 0; }
+  bool isOpen() const { return static_cast<bool>(descriptor_); }
   bool isRegular() const {
     struct stat status {};
-    return fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
+    return fstat(descriptor_.get(), &status) == 0 && S_ISREG(status.st_mode);
   }
   ssize_t readSome(std::array<unsigned char, kPieceSize>& piece) const {
     ssize_t length = 0;
     do {
-      length = read(descriptor_, piece.data(), piece.size());
+      length = read(descriptor_.get(), piece.data(), piece.size());
     } while (length < 0 && errno == EINTR);
     return length;
   }
 
  private:
-  int descriptor_;
+  Descriptor descriptor_;
 };
 
 std::string hexOf(const unsigned char* bytes, unsigned int count) {

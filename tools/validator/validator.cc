@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "launcher/plugin_library.h"
+#include "tools/descriptor.h"
 #include "tools/validator/answer_pipe.h"
 #include "tools/validator/asker.h"
 #include "tools/validator/decision.h"
@@ -53,12 +54,15 @@ std::string describe(const Request& request, const Decision& decision) {
          std::to_string(request.process) + ": " + decision.reason;
 }
 
+// The writing end; none, with errno ENXIO, where no process reads the pipe.
+Descriptor openRequestPipe() {
+  return Descriptor(open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+}
+
 // Whether a launch waits for answers in its turn: only one does, and it holds the request pipe.
 bool isTurnTaken() {
-  const int pipe = open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-  const bool taken = pipe >= 0 && flock(pipe, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  if (pipe >= 0) close(pipe);
-  return taken;
+  const Descriptor pipe = openRequestPipe();
+  return pipe && flock(pipe.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 // An answer to a launch that was interrupted would go to the next one, which is in its turn by
@@ -114,26 +118,24 @@ void onRequest(const char* text, void* /*userData*/) { desk->take(text); }
 
 // Whether somebody reads the request pipe: a server does from its first moment on.
 bool isServed() {
-  const int pipe = open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  const Descriptor pipe = openRequestPipe();
   struct stat status {};
-  const bool served = pipe >= 0 && fstat(pipe, &status) == 0 && S_ISFIFO(status.st_mode);
-  if (pipe >= 0) close(pipe);
-  return served;
+  return pipe && fstat(pipe.get(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
 // Held until the process ends, so that of two that start at once one finds the other.
 tl::expected<void, ServeFailure> claimPipes() {
   const std::string folder = fs::path(QUILLON_DLL_REQUEST_PIPE).parent_path();
-  const int claim = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (claim < 0) {
+  Descriptor claim(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!claim) {
     return stop(kServiceFailed, {"cannot open '" + folder + "': " + std::strerror(errno),
                                  "make the folder readable"});
   }
-  if (flock(claim, LOCK_EX | LOCK_NB) != 0 || isServed()) {
-    close(claim);
+  if (flock(claim.get(), LOCK_EX | LOCK_NB) != 0 || isServed()) {
     return stop(kValidatorState,
                 {"a validator runs already in this device root", kSecondValidator});
   }
+  claim.release();
   return {};
 }
 

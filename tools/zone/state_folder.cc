@@ -31,17 +31,16 @@ Expected<void> makeFolder(const fs::path& folder) {
   return {};
 }
 
-int lockDirectory(const fs::path& folder) {
-  const int directory = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (directory < 0) {
-    return -1;
-  }
-  while (::flock(directory, LOCK_EX) != 0) {
+Descriptor openDirectory(const fs::path& folder) {
+  return Descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
+// None, with errno set, where it cannot be locked.
+Descriptor lockDirectory(const fs::path& folder) {
+  Descriptor directory = openDirectory(folder);
+  while (directory && ::flock(directory.get(), LOCK_EX) != 0) {
     if (errno != EINTR) {
-      const int error = errno;
-      ::close(directory);
-      errno = error;
-      return -1;
+      directory.reset();
     }
   }
   return directory;
@@ -72,29 +71,18 @@ bool writeFile(int directory, const std::string& name, const std::string& text) 
 
 }  // namespace
 
-StateFolder::StateFolder(const fs::path& device, int directory)
+StateFolder::StateFolder(const fs::path& device, Descriptor directory)
     : states_(inDevice(device, workstation::kZoneStateDirectory)),
       zones_(inDevice(device, workstation::kZoneDirectory)),
-      directory_(directory) {}
-
-StateFolder::StateFolder(StateFolder&& other) noexcept
-    : states_(std::move(other.states_)),
-      zones_(std::move(other.zones_)),
-      directory_(std::exchange(other.directory_, -1)) {}
-
-StateFolder::~StateFolder() {
-  if (directory_ >= 0) {
-    ::close(directory_);
-  }
-}
+      directory_(std::move(directory)) {}
 
 Expected<StateFolder> StateFolder::lock(const fs::path& device) {
-  StateFolder folder(device, -1);
+  StateFolder folder(device, Descriptor());
   if (auto made = makeFolder(folder.states_); !made) {
     return tl::unexpected(made.error());
   }
   folder.directory_ = lockDirectory(folder.states_);
-  if (folder.directory_ < 0) {
+  if (!folder.directory_) {
     return fail("cannot lock '" + folder.states_.string() + "': " + std::strerror(errno));
   }
   return folder;
@@ -102,7 +90,7 @@ Expected<StateFolder> StateFolder::lock(const fs::path& device) {
 
 StateFolder StateFolder::view(const fs::path& device) {
   const fs::path states = inDevice(device, workstation::kZoneStateDirectory);
-  return {device, ::open(states.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  return {device, openDirectory(states)};
 }
 
 std::set<std::string> StateFolder::names() const {
@@ -118,13 +106,13 @@ bool StateFolder::knows(const std::string& name) const {
          fs::exists(fs::symlink_status(zones_ / name, error));
 }
 
-int StateFolder::openHolder(const std::string& name, pid_t& pid) const {
+Descriptor StateFolder::openHolder(const std::string& name, pid_t& pid) const {
   ZoneHolder holder;
-  if (directory_ < 0 || !workstation::readZoneState(directory_, name.c_str(), holder)) {
-    return -1;
+  if (!directory_ || !workstation::readZoneState(directory_.get(), name.c_str(), holder)) {
+    return Descriptor();
   }
   pid = holder.pid;
-  return workstation::openZoneHolder(holder);
+  return Descriptor(workstation::openZoneHolder(holder));
 }
 
 Expected<void> StateFolder::show(const std::string& name) const {
@@ -136,8 +124,8 @@ Expected<void> StateFolder::write(const std::string& name) const {
   const std::string text =
       std::to_string(self) + " " + std::to_string(workstation::startTimeOf(self)) + "\n";
   const std::string fresh = freshName(name);
-  if (!writeFile(directory_, fresh, text) ||
-      ::renameat(directory_, fresh.c_str(), directory_, name.c_str()) != 0) {
+  if (!writeFile(descriptor(), fresh, text) ||
+      ::renameat(descriptor(), fresh.c_str(), descriptor(), name.c_str()) != 0) {
     return fail("cannot write '" + (states_ / name).string() + "': " + std::strerror(errno));
   }
   return {};

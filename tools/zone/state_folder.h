@@ -9,6 +9,8 @@
 #include <set>
 #include <string>
 
+#include "tools/descriptor.h"
+
 namespace quillon::zones {
 
 class StateFolder {
@@ -19,15 +21,11 @@ class StateFolder {
   // For reading only; works where nothing was ever started.
   [[nodiscard]] static StateFolder view(const std::filesystem::path& device);
 
-  StateFolder(StateFolder&& other) noexcept;
-  StateFolder& operator=(StateFolder&&) = delete;
-  ~StateFolder();
-
   // Of running zones and of what others left behind.
   [[nodiscard]] std::set<std::string> names() const;
   [[nodiscard]] bool knows(const std::string& name) const;
-  // A descriptor (pidfd) of the zone's holder, whose id goes to `pid`; -1 when it does not run.
-  [[nodiscard]] int openHolder(const std::string& name, pid_t& pid) const;
+  // A descriptor (pidfd) of the zone's holder, whose id goes to `pid`; none when it does not run.
+  [[nodiscard]] Descriptor openHolder(const std::string& name, pid_t& pid) const;
 
   // Makes "/zone/NAME".
   [[nodiscard]] Expected<void> show(const std::string& name) const;
@@ -37,14 +35,14 @@ class StateFolder {
   [[nodiscard]] Expected<void> forget(const std::string& name) const;
 
   // The lock's descriptor.
-  [[nodiscard]] int descriptor() const { return directory_; }
+  [[nodiscard]] int descriptor() const { return directory_.get(); }
 
  private:
-  StateFolder(const std::filesystem::path& device, int directory);
+  StateFolder(const std::filesystem::path& device, Descriptor directory);
 
   std::filesystem::path states_;
   std::filesystem::path zones_;
-  int directory_;
+  Descriptor directory_;
 };
 
 }  // namespace quillon::zones

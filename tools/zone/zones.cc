@@ -99,11 +99,9 @@ std::vector<pid_t> companionsOf(pid_t holder) {
 Zone describe(const StateFolder& states, const std::string& name) {
   Zone zone{name, -1, {}};
   pid_t holder = -1;
-  const int running = states.openHolder(name, holder);
-  if (running >= 0) {
+  if (const Descriptor running = states.openHolder(name, holder)) {
     zone.holder = holder;
     zone.processes = companionsOf(holder);
-    ::close(running);
   }
   return zone;
 }
@@ -161,11 +159,8 @@ Result<Stopped> stop(const fs::path& device, const std::string& name) {
                                "start it: " + startCommand(*root, name)});
   }
   pid_t pid = -1;
-  const int holder = states->openHolder(name, pid);
-  const int error = holder < 0 ? 0 : end(holder);
-  if (holder >= 0) {
-    ::close(holder);
-  }
+  const Descriptor holder = states->openHolder(name, pid);
+  const int error = holder ? end(holder.get()) : 0;
   if (error != 0) {
     return failed(kServiceFailed,
                   {"cannot end process " + std::to_string(pid) + ", which holds the zone '" + name +
@@ -175,7 +170,7 @@ Result<Stopped> stop(const fs::path& device, const std::string& name) {
   if (auto forgotten = states->forget(name); !forgotten) {
     return failed(kServiceFailed, forgotten.error());
   }
-  return holder < 0 ? Stopped::kEndedBefore : Stopped::kRunning;
+  return holder ? Stopped::kRunning : Stopped::kEndedBefore;
 }
 
 Result<std::vector<Zone>> list(const fs::path& device) {
