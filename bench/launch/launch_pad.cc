@@ -19,9 +19,6 @@ constexpr char kOutput[] = "/tmp/quillon-bench-launchpad.log";  // in the device
 constexpr char kNeverByItself[] = "3600";                       // seconds
 constexpr milliseconds kPause{5};
 constexpr milliseconds kLongestWait{60'000};
-// The runtime compiles what its start has used often in the background, after a tenth of a second
-// in which nothing new was called. A process that has waited for somebody has that behind it.
-constexpr milliseconds kBackgroundCompilation{250};
 constexpr int kMostUses = 3;
 
 std::string lastWords(const std::filesystem::path& device) {
@@ -39,8 +36,9 @@ Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem
           kOutput};
 }
 
-LaunchPad::LaunchPad(const Place& place, std::filesystem::path device)
-    : place_(place), device_(std::move(device)) {}
+LaunchPad::LaunchPad(const Place& place, std::filesystem::path device,
+                     std::chrono::duration<double> wait)
+    : place_(place), device_(std::move(device)), wait_(wait) {}
 
 // "serving, process 7", "served: 2", "pool 1: inhouse, raw", "  process 8: ready".
 LaunchPad::State LaunchPad::parse(const std::string& status) {
@@ -79,7 +77,7 @@ Expected<LaunchPad::State> LaunchPad::refill() const {
   const auto asked = launchpad::command(device_, launchpad::PacketKind::kReload);
   if (!asked) return tl::unexpected(asked.error());
   auto full = awaitFull();
-  std::this_thread::sleep_for(kBackgroundCompilation);
+  std::this_thread::sleep_for(wait_);
   return full;
 }
 

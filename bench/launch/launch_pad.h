@@ -7,6 +7,7 @@
 #include <sys/types.h>
 #include <workstation/failure.h>
 
+#include <chrono>
 #include <filesystem>
 #include <utility>
 #include <vector>
@@ -21,8 +22,9 @@ Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem
 
 class LaunchPad {
  public:
-  // place: where the command of launchPadFor() runs, and all that asks it.
-  LaunchPad(const Place& place, std::filesystem::path device);
+  // place  where the command of launchPadFor() runs, and all that asks it
+  // wait   how long processes have waited for their launch
+  LaunchPad(const Place& place, std::filesystem::path device, std::chrono::duration<double> wait);
 
   // Waits until it serves, and runs each of the contenders once, whoever serves it: there is a pool
   // for it from then on.
@@ -56,6 +58,7 @@ class LaunchPad {
 
   const Place& place_;
   const std::filesystem::path device_;
+  const std::chrono::duration<double> wait_;
 };
 
 }  // namespace quillon::bench

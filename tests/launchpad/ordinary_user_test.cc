@@ -23,7 +23,8 @@ constexpr uid_t kNobody = 65534;
 class OrdinaryUser {
  public:
   OrdinaryUser() : groups_(static_cast<size_t>(getgroups(0, nullptr))) {
-    groups_.resize(static_cast<size_t>(getgroups(static_cast<int>(groups_.size()), groups_.data())));
+    groups_.resize(
+        static_cast<size_t>(getgroups(static_cast<int>(groups_.size()), groups_.data())));
     became_ = setgroups(0, nullptr) == 0 && setresgid(kNobody, kNobody, 0) == 0 &&
               setresuid(kNobody, kNobody, 0) == 0;
   }
