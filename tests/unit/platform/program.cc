@@ -1,5 +1,6 @@
 #include "tests/unit/platform/program.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -59,6 +60,8 @@ void Program::become() {
 void Program::start() {
   outFd_ = memfd_create("out", MFD_CLOEXEC);
   errFd_ = memfd_create("err", MFD_CLOEXEC);
+  // Or processes that write at once would write over each other's lines.
+  for (const int fd : {outFd_, errFd_}) fcntl(fd, F_SETFL, O_APPEND);
   process_ = fork();
   if (process_ == 0) become();
 }
