@@ -1,5 +1,6 @@
 #include "launcher/boost_listener.h"
 
+#include <device_paths.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -8,8 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-
-#include "launcher/device_paths.h"
 
 namespace quillon::launcher {
 namespace {

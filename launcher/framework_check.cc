@@ -1,10 +1,9 @@
 #include "launcher/framework_check.h"
 
+#include <device_paths.h>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
-
-#include "launcher/device_paths.h"
 
 namespace quillon::launcher {
 namespace {
@@ -30,12 +29,12 @@ std::string nameOf(const std::string& version) {
 
 bool hasRuntime() {
   std::error_code ignored;
-  return fs::exists(fs::path(device_paths::kFramework) / "libcoreclr.so", ignored);
+  return fs::exists(fs::path(device_paths::kNetcoreapp) / "libcoreclr.so", ignored);
 }
 
 std::string contents() {
   std::error_code ignored;
-  const fs::path framework = device_paths::kFramework;
+  const fs::path framework = device_paths::kNetcoreapp;
   if (!fs::exists(framework, ignored)) return "no such folder";
   return fs::is_empty(framework, ignored) ? "an empty folder" : "a folder without libcoreclr.so";
 }
@@ -53,7 +52,7 @@ bool serves(const std::string& found, const std::string& wanted) {
 Launched<void> requireFramework(const std::string& wantedVersion, const std::string& foundVersion,
                                 const std::string& device) {
   const std::string where =
-      std::string("at '") + device_paths::kFramework + "' of the device root '" + device + "'";
+      std::string("at '") + device_paths::kNetcoreapp + "' of the device root '" + device + "'";
   if (!hasRuntime()) {
     return stop(kNoRuntime, {"no .NET runtime: wanted " + nameOf(wantedVersion) + ", found " +
                                  contents() + " " + where,

@@ -1,5 +1,6 @@
 #include "launcher/launch.h"
 
+#include <device_paths.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -11,7 +12,6 @@
 #include "launcher/application_id.h"
 #include "launcher/assembly_image.h"
 #include "launcher/assembly_validation.h"
-#include "launcher/device_paths.h"
 #include "launcher/framework_check.h"
 #include "launcher/launch_plan.h"
 #include "launcher/launch_target.h"
@@ -115,7 +115,7 @@ void Launch::beginLoadingRuntime() {
   quiet_.emplace();
   loading_ = std::async(std::launch::async | std::launch::deferred, [] {
     const TraceSpan span("load the runtime's libraries");
-    return Runtime::load(device_paths::kFramework);
+    return Runtime::load(device_paths::kNetcoreapp);
   });
 }
 

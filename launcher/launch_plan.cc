@@ -1,8 +1,7 @@
 #include "launcher/launch_plan.h"
 
+#include <device_paths.h>
 #include <algorithm>
-
-#include "launcher/device_paths.h"
 
 namespace quillon::launcher {
 

@@ -1,6 +1,7 @@
+#include <device_paths.h>
+
 #include <nlohmann/json.hpp>
 
-#include "launcher/device_paths.h"
 #include "launcher/launch_plan.h"
 
 namespace quillon::launcher {
@@ -87,7 +88,7 @@ Json frameworkJson(const RuntimePlan& runtime) {
   const auto textOrNull = [](const std::string& text) {
     return text.empty() ? Json() : Json(text);
   };
-  return {{"directory", device_paths::kFramework},
+  return {{"directory", device_paths::kNetcoreapp},
           {"version", textOrNull(runtime.frameworkVersion)},
           {"wanted", textOrNull(runtime.wantedVersion)}};
 }

@@ -1,6 +1,7 @@
+#include <device_paths.h>
+
 #include <iomanip>
 
-#include "launcher/device_paths.h"
 #include "launcher/launch_plan.h"
 
 namespace quillon::launcher {
@@ -19,7 +20,7 @@ void section(std::ostream& out, const std::string& title, const std::vector<std:
 }
 
 std::string frameworkText(const RuntimePlan& runtime) {
-  std::string text = device_paths::kFramework;
+  std::string text = device_paths::kNetcoreapp;
   text += runtime.frameworkVersion.empty() ? " (version unknown)"
                                            : " (" + runtime.frameworkVersion + ")";
   if (!runtime.wantedVersion.empty()) text += ", wanted " + runtime.wantedVersion;

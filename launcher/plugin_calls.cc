@@ -1,12 +1,12 @@
 #include "launcher/plugin_calls.h"
 
+#include <device_paths.h>
 #include <workstation/log_tail.h>
 
 #include <exception>
 
 #include "launcher/boost_listener.h"
 #include "launcher/captured_output.h"
-#include "launcher/device_paths.h"
 #include "launcher/refusal_watch.h"
 #include "launcher/trace_span.h"
 #include "launcher/whole_file.h"

@@ -1,12 +1,12 @@
 #include "launcher/runtime_plan.h"
 
+#include <device_paths.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
-#include "launcher/device_paths.h"
 #include "launcher/runtime_config.h"
 
 namespace quillon::launcher {
@@ -28,7 +28,7 @@ constexpr char kRuntimeIdentifier[] = "linux-arm";
 std::vector<std::string> frameworkAssemblies() {
   std::vector<std::string> paths;
   std::error_code error;
-  for (fs::directory_iterator entry(device_paths::kFramework, error), end; !error && entry != end;
+  for (fs::directory_iterator entry(device_paths::kNetcoreapp, error), end; !error && entry != end;
        entry.increment(error)) {
     const std::string path = entry->path().string();
     if (!simpleNameOf(path).empty()) paths.push_back(path);
@@ -70,7 +70,7 @@ void planFolders(RuntimePlan& plan, const std::vector<std::string>& own, const P
   }
   plan.nativePaths.addAll(splitList(lists.nativePath));
   plan.nativePaths.addAll(own);
-  plan.nativePaths.add(device_paths::kFramework);
+  plan.nativePaths.add(device_paths::kNetcoreapp);
 }
 
 // Satellite assemblies of trusted ones lie in culture folders beside them; those of the others are
@@ -103,7 +103,7 @@ void addStartupHooks(RuntimeProperties& properties) {
 }
 
 std::string frameworkDependencies() {
-  return std::string(device_paths::kFramework) + "/Microsoft.NETCore.App.deps.json";
+  return std::string(device_paths::kNetcoreapp) + "/Microsoft.NETCore.App.deps.json";
 }
 
 void setProperties(RuntimePlan& plan) {
@@ -156,7 +156,7 @@ Expected<RuntimePlan> planRuntime(const LaunchTarget& target, const PluginLists&
   const auto config = readRuntimeConfig(target.assembly);
   if (!config) return tl::unexpected(config.error());
   RuntimePlan plan;
-  plan.frameworkVersion = frameworkVersionOf(device_paths::kFramework);
+  plan.frameworkVersion = frameworkVersionOf(device_paths::kNetcoreapp);
   plan.wantedVersion = config->frameworkVersion;
   plan.assemblies.addTrusted(lists.tpa ? splitList(*lists.tpa) : frameworkAssemblies());
   planFolders(plan, target.folders(), lists);

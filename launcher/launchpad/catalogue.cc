@@ -1,10 +1,10 @@
 #include "launcher/launchpad/catalogue.h"
 
+#include <device_paths.h>
 #include <workstation/packages.h>
 
 #include <algorithm>
 
-#include "launcher/device_paths.h"
 #include "launcher/framework_check.h"
 #include "launcher/launchpad/stamp.h"
 #include "launcher/runtime_config.h"
@@ -18,8 +18,7 @@ constexpr size_t kMostKnown = 1000;
 
 std::string stampOfApplication(const launcher::LaunchTarget& target) {
   return workstation::registryStamp() + stampOf(target.assembly) +
-         stampOf(launcher::runtimeConfigOf(target.assembly)) +
-         stampOf(launcher::device_paths::kFramework);
+         stampOf(launcher::runtimeConfigOf(target.assembly)) + stampOf(device_paths::kNetcoreapp);
 }
 
 Expected<void> requireRelevantPath(const Request& request) {
@@ -43,7 +42,7 @@ Expected<Entry> lookUp(const Request& request) {
   }
   auto config = launcher::readRuntimeConfig(target->assembly);
   if (!config) return tl::unexpected(config.error());
-  const std::string found = launcher::frameworkVersionOf(launcher::device_paths::kFramework);
+  const std::string found = launcher::frameworkVersionOf(device_paths::kNetcoreapp);
   if (!launcher::serves(found, config->frameworkVersion)) {
     return fail("the application wants another .NET runtime");
   }

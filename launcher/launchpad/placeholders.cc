@@ -1,11 +1,10 @@
 #include "launcher/launchpad/placeholders.h"
 
+#include <device_paths.h>
 #include <fcntl.h>
 
 #include <cerrno>
 #include <cstring>
-
-#include "launcher/device_paths.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -31,7 +30,7 @@ Expected<Placeholders> Placeholders::open(size_t count) {
 std::vector<std::string> Placeholders::paths() const {
   std::vector<std::string> paths;
   for (const Descriptor& descriptor : descriptors_) {
-    paths.push_back(launcher::device_paths::kPlaceholderPrefix + std::to_string(descriptor.get()));
+    paths.push_back(device_paths::kPlaceholderPrefix + std::to_string(descriptor.get()));
   }
   return paths;
 }

@@ -1,5 +1,6 @@
 #include "launcher/launchpad/stamp.h"
 
+#include <device_paths.h>
 #include <sys/stat.h>
 #include <workstation/config_store.h>
 #include <workstation/packages.h>
@@ -8,15 +9,13 @@
 #include <array>
 #include <string>
 
-#include "launcher/device_paths.h"
-
 namespace quillon::launchpad {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace launcher::device_paths;
+using namespace device_paths;
 
-constexpr std::array kFiles = {kFramework,     kPreloadList,   kReadOnlyFlags,
+constexpr std::array kFiles = {kNetcoreapp,    kPreloadList,   kReadOnlyFlags,
                                kWritableFlags, kObjectTracker, kReflectionEliminator};
 
 // A folder's time of change tells of files that came, went or were replaced. The framework itself

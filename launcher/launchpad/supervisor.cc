@@ -1,5 +1,6 @@
 #include "launcher/launchpad/supervisor.h"
 
+#include <device_paths.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -10,7 +11,6 @@
 #include <functional>
 #include <iostream>
 
-#include "launcher/device_paths.h"
 #include "launcher/launch_target.h"
 #include "launcher/launchpad/address.h"
 #include "launcher/launchpad/assignment.h"
@@ -345,7 +345,7 @@ Launched<void> requireParts(const LaunchpadOptions& options, const Workshop& wor
     return stop(kNoRuntime, {"the launch pad's own assembly '" + own.string() + "' is missing",
                              "build the target 'managed' where there is a .NET SDK"});
   }
-  if (!fs::exists(fs::path(launcher::device_paths::kFramework) / "libcoreclr.so", ignored)) {
+  if (!fs::exists(fs::path(device_paths::kNetcoreapp) / "libcoreclr.so", ignored)) {
     return stop(kNoRuntime, {"the device root has no .NET runtime",
                              "quillon device init " + options.device.string()});
   }

@@ -1,5 +1,6 @@
 #include "launcher/launchpad/worker.h"
 
+#include <device_paths.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <workstation/log_handover.h>
@@ -7,7 +8,6 @@
 #include <cstdlib>
 
 #include "launcher/application_id.h"
-#include "launcher/device_paths.h"
 #include "launcher/launchpad/assignment.h"
 #include "launcher/launchpad/managed_side.h"
 #include "launcher/launchpad/packet.h"
@@ -31,7 +31,7 @@ using launcher::stop;
 
 Expected<launcher::Runtime> loadRuntime() {
   const launcher::WithoutIdleTracing quiet;
-  return launcher::Runtime::load(launcher::device_paths::kFramework);
+  return launcher::Runtime::load(device_paths::kNetcoreapp);
 }
 
 class Worker {

@@ -1,6 +1,6 @@
 // Cache files that someone else left there, and folders and names that are hard to list.
+#include <device_paths.h>
 #include <gmock/gmock.h>
-#include <plugin-util/device_paths.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 #include "tests/torture/cache_calls.h"
 
-#include <plugin-util/device_paths.h>
+#include <device_paths.h>
 #include <sys/syscall.h>
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "tests/torture/device_files.h"
 
-#include <plugin-util/device_paths.h>
+#include <device_paths.h>
 
 #include <algorithm>
 #include <fstream>

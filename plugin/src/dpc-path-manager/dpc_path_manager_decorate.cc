@@ -1,3 +1,5 @@
+#include <device_paths.h>
+
 #include <fcntl.h>
 #include <platform/app_info.h>
 #include <unistd.h>
@@ -6,16 +8,12 @@
 #include <ios>
 
 #include "plugin/include-internal/dpc-path-manager.h"
-#include "plugin/src/plugin-util/device_paths.h"
 #include "util/zq_utils/directory_walk.h"
 
 namespace {
 
 constexpr char kRequiredPackagesKey[] = QUILLON_METADATA_NAMESPACE "/tv/metadata/d.pc/required";
 constexpr char kPlaceholderTarget[] = "/proc/self";
-constexpr char kDescriptorPaths[] = "/proc/self/fd/";
-constexpr char kApplications[] = "/opt/usr/apps/";
-constexpr char kPackageDpc[] = "/shared/res/d.pc/";
 constexpr int kPlaceholderCount = 10;
 
 int openDirectory(const char* path) { return open(path, O_RDONLY | O_DIRECTORY); }
@@ -46,7 +44,9 @@ std::string DpcPathManagerDecorate::GetExtraDllPath() {
       QLOG_ERROR("Failed to open /proc/self");
       throw std::ios_base::failure("Fail to open /proc/self");
     }
-    extraDllPath_.append(":").append(kDescriptorPaths).append(std::to_string(placeholders_[i]));
+    extraDllPath_.append(":")
+        .append(device_paths::kPlaceholderPrefix)
+        .append(std::to_string(placeholders_[i]));
   }
   scanDirsInDirectory(device_paths::kDpc, [this](const std::string& path, const char*) {
     extraDllPath_.append(":").append(path);
@@ -74,7 +74,7 @@ void DpcPathManagerDecorate::ChangeTempFDForDpcToRealDpcPath(const string& appId
     if (placeholders_[next] < 0) {
       throw std::ios_base::failure("Placeholder of a DPC directory is not open");
     }
-    const std::string path = kApplications + packageId + kPackageDpc;
+    const std::string path = device_paths::kApplications + packageId + device_paths::kDpcOfPackage;
     const int directory = openDirectory(path.c_str());
     if (directory >= 0) {
       QLOG_DEBUG("DPC path : %s", path.c_str());

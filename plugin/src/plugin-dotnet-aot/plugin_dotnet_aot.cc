@@ -1,5 +1,6 @@
 #include "plugin/src/plugin-dotnet-aot/plugin_dotnet_aot.h"
 
+#include <device_paths.h>
 #include <platform/vconf.h>
 
 #include <utility>
@@ -7,19 +8,12 @@
 
 #include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
-#include "plugin/src/plugin-util/device_paths.h"
 #include "plugin/src/plugin-util/library_preload.h"
 #include "plugin/src/plugin-util/platform_lists.h"
 #include "plugin/src/plugin-util/privileges.h"
 #include "util/log/log.h"
 #include "util/malloc_text.h"
 #include "util/zq_utils/directory_walk.h"
-
-namespace {
-
-constexpr char kApiDirectoryKey[] = "db/dotnet/velora_api_path";
-
-}  // namespace
 
 PluginDotnetAot::PluginDotnetAot() {
   QLOG_SCOPE();
@@ -76,7 +70,7 @@ std::string PluginDotnetAot::GetTPAAndSaveAsCache() {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] Get TPA by searching.");
   std::vector<std::string> directories = runtimeDirectories();
-  const MallocText configured(vconf_get_str(kApiDirectoryKey));
+  const MallocText configured(vconf_get_str(device_paths::kApiDirectoryKey));
   if (configured != nullptr) {  // taken as it is, an empty or missing directory too
     QLOG_DEBUG("Device API Directory is set by vconf : %s", configured.get());
     appendApiDirectories(configured.get(), directories);

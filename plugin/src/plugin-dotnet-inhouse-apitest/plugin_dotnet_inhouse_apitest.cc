@@ -1,11 +1,11 @@
 #include "plugin/src/plugin-dotnet-inhouse-apitest/plugin_dotnet_inhouse_apitest.h"
 
+#include <device_paths.h>
 #include <utility>
 #include <vector>
 
 #include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
-#include "plugin/src/plugin-util/device_paths.h"
 #include "plugin/src/plugin-util/platform_lists.h"
 #include "plugin/src/plugin-util/privileges.h"
 #include "util/log/log.h"

@@ -1,12 +1,12 @@
 #include "plugin/src/plugin-dotnet-inhouse/plugin_dotnet_inhouse.h"
 
+#include <device_paths.h>
 #include <utility>
 #include <vector>
 
 #include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
 #include "plugin/src/plugin-util/cached_list.h"
-#include "plugin/src/plugin-util/device_paths.h"
 #include "plugin/src/plugin-util/library_preload.h"
 #include "plugin/src/plugin-util/platform_lists.h"
 #include "plugin/src/plugin-util/privileges.h"

@@ -1,5 +1,6 @@
 #include "plugin/src/plugin-dotnet/plugin_dotnet.h"
 
+#include <device_paths.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,7 +8,6 @@
 
 #include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
-#include "plugin/src/plugin-util/device_paths.h"
 #include "plugin/src/plugin-util/library_preload.h"
 #include "plugin/src/plugin-util/security_zone.h"
 #include "util/log/log.h"

@@ -1,5 +1,6 @@
 #include "plugin/src/plugin-util/cached_list.h"
 
+#include <device_paths.h>
 #include <unistd.h>
 
 #include <new>
@@ -7,7 +8,6 @@
 #include <string_view>
 #include <utility>
 
-#include "plugin/src/plugin-util/device_paths.h"
 #include "util/log/log.h"
 #include "util/zq_utils/cache_file.h"
 

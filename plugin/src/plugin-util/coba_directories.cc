@@ -1,7 +1,8 @@
 #include "plugin/src/plugin-util/coba_directories.h"
 
+#include <device_paths.h>
+
 #include "plugin/src/plugin-util/cached_list.h"
-#include "plugin/src/plugin-util/device_paths.h"
 #include "util/log/log.h"
 #include "util/malloc_text.h"
 #include "util/zq_utils/package_lookup.h"
@@ -10,7 +11,6 @@ namespace {
 
 constexpr char kExternalComponentKey[] =
     QUILLON_METADATA_NAMESPACE "/velora/metadata/support-fs-external-component";
-constexpr char kSharedResources[] = "/shared/res/";
 
 constexpr CachedList kCobaList = {
     device_paths::kCobaCache,
@@ -39,7 +39,7 @@ bool GetCoBAAppInfoCB(app_info_h handle, void*) {
   std::string root;
   getRootPath(package.get(), root);  // an unknown root stays empty and is listed as such
   QLOG_DEBUG("Path : %s", root.c_str());
-  coBASharedDirsInApp.append(":").append(root).append(kSharedResources);
+  coBASharedDirsInApp.append(":").append(root).append(device_paths::kCobaOfPackage);
   return true;
 }
 

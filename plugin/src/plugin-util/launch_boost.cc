@@ -1,5 +1,6 @@
 #include "plugin/src/plugin-util/launch_boost.h"
 
+#include <device_paths.h>
 #include <fcntl.h>
 #include <platform/launch_marker.h>
 #include <sys/prctl.h>
@@ -16,7 +17,6 @@
 
 namespace {
 
-constexpr char kDaemonSocket[] = "/tmp/kestsock";
 constexpr int kConnectAttempts = 5;
 constexpr useconds_t kPauseMicroseconds = 10'000;
 constexpr timeval kConnectTimeout = {.tv_sec = 1, .tv_usec = 0};
@@ -53,7 +53,7 @@ int openSocket() {
 int connectOnce(int descriptor) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  strncpy(address.sun_path, kDaemonSocket, sizeof(address.sun_path) - 1);
+  strncpy(address.sun_path, device_paths::kBoostSocket, sizeof(address.sun_path) - 1);
   // The daemon's contract: the length is the whole structure's.
   return connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }

@@ -1,5 +1,6 @@
 #include "plugin/src/plugin-util/library_preload.h"
 
+#include <device_paths.h>
 #include <dlfcn.h>
 
 #include <fstream>
@@ -8,8 +9,6 @@
 #include "util/log/log.h"
 
 namespace {
-
-constexpr char kListFile[] = "/usr/bin/dotnet_preload_so_list.txt";
 
 // The handle is never closed: the library stays until the process ends.
 bool load(const std::string& library) {
@@ -22,7 +21,7 @@ bool load(const std::string& library) {
 void preloadSharedLibraries() {
   QLOG_SCOPE();
   QLOG_INFO("### preloadSharedLibraries called ###");
-  std::ifstream list(kListFile);
+  std::ifstream list(device_paths::kPreloadList);
   for (std::string library; list >> library;) {
     if (!load(library)) {
       const char* why = dlerror();

@@ -1,8 +1,9 @@
 #include "plugin/src/plugin-util/platform_lists.h"
 
+#include <device_paths.h>
+
 #include "plugin/src/plugin-util/assembly_discovery.h"
 #include "plugin/src/plugin-util/coba_directories.h"
-#include "plugin/src/plugin-util/device_paths.h"
 #include "util/log/log.h"
 #include "util/zq_utils/paths.h"
 

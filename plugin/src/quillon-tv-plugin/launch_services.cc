@@ -1,5 +1,6 @@
 #include "plugin/src/quillon-tv-plugin/launch_services.h"
 
+#include <device_paths.h>
 #include <dirent.h>
 #include <platform/smack.h>
 #include <unistd.h>
@@ -20,7 +21,6 @@ namespace fs = boost::filesystem;
 constexpr char kUpdatedCertificates[] = "/opt/data/cert/zqca.pem";
 constexpr char kPlatformCertificates[] = "/usr/share/cert/zqca.pem";
 constexpr char kGcTracerOptIn[] = "/opt/usr/home/owner/share/gctracer/";
-constexpr char kObjectTrackerMarker[] = "/opt/usr/home/owner/share/ObjectTracker/OT_Installed";
 constexpr char kDebugPipeDirectory[] = "/tmp";
 constexpr char kAnyLabel[] = "*";
 
@@ -72,7 +72,7 @@ void ActivateGCTracer(const char* appId) {
   }
 }
 
-bool isObjectTrackerInstalled() { return exists(kObjectTrackerMarker); }
+bool isObjectTrackerInstalled() { return exists(device_paths::kObjectTracker); }
 
 void CallFunctionForOT() {
   QLOG_SCOPE();
