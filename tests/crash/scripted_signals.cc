@@ -1,19 +1,14 @@
 #include "tests/crash/scripted_signals.h"
 
-#include <dlfcn.h>
-
 #include <array>
 #include <cerrno>
+
+#include "tests/support/next_call.h"
 
 namespace quillon::test {
 namespace {
 
 constexpr std::array<int, 5> kSignals = {SIGTERM, SIGABRT, SIGSEGV, SIGTRAP, 28};
-
-template <typename Function>
-Function next(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
 
 int realSigaction(int signal, const struct sigaction* action, struct sigaction* old) {
   // Looked up before a handler needs it.

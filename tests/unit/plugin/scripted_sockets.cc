@@ -1,6 +1,5 @@
 #include "tests/unit/plugin/scripted_sockets.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -9,13 +8,10 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "tests/support/next_call.h"
+
 namespace quillon::test {
 namespace {
-
-template <typename Function>
-Function next(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
 
 // -1 with errno where the test wants a failure; else 0.
 int failWith(int error) {

@@ -1,19 +1,15 @@
 #include "tests/unit/util/scripted_files.h"
 
-#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
+#include "tests/support/next_call.h"
+
 namespace quillon::test {
 namespace {
-
-template <typename Function>
-Function next(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
 
 void note(const std::string& call) {
   if (files().active) {

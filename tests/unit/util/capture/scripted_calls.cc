@@ -1,6 +1,5 @@
 #include "tests/unit/util/capture/scripted_calls.h"
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -8,13 +7,10 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "tests/support/next_call.h"
+
 namespace quillon::test {
 namespace {
-
-template <typename Function>
-Function next(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
 
 // Notes a call. True where it is to fail.
 bool fails(const std::string& call) {
