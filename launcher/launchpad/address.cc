@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <fstream>
 #include <optional>
 
 namespace quillon::launchpad {
@@ -41,6 +42,14 @@ std::optional<uid_t> userOfPeer(int socket) {
 
 bool isOwnPeer(int socket) { return userOfPeer(socket) == std::optional<uid_t>(geteuid()); }
 
+// Users without a number in a user namespace, where device roots of ordinary users are, look like
+// this one there (user_namespaces(7)).
+bool isOverflowUser() {
+  uid_t overflow = 65534;
+  std::ifstream("/proc/sys/kernel/overflowuid") >> overflow;
+  return geteuid() == overflow;
+}
+
 // Whose process listens at an address, for the message.
 std::string ownerOf(const Address& address) {
   const Descriptor probe = newSocket(SOCK_NONBLOCK);
@@ -61,6 +70,10 @@ std::string addressOf(const std::filesystem::path& device) {
 }
 
 Expected<Descriptor> listenAt(const std::string& address, const std::filesystem::path& device) {
+  if (isOverflowUser()) {
+    return fail("user " + std::to_string(geteuid()) + " cannot be told from others there",
+                "run the launch pad as a user of its own");
+  }
   const Address name = toSocketAddress(address);
   Descriptor socket = newSocket(SOCK_NONBLOCK);
   if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&name.name), name.length) == 0 &&
@@ -77,7 +90,7 @@ Expected<Descriptor> listenAt(const std::string& address, const std::filesystem:
 }
 
 Descriptor connectTo(const std::string& address) {
-  if (address.empty()) return {};
+  if (address.empty() || isOverflowUser()) return {};
   const Address name = toSocketAddress(address);
   Descriptor socket = newSocket(0);
   if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&name.name), name.length) != 0 ||

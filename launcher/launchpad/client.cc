@@ -1,9 +1,15 @@
 #include "launcher/launchpad/client.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
+#include <chrono>
+#include <cstdlib>
 
 #include "launcher/launchpad/address.h"
 #include "launcher/launchpad/ending.h"
@@ -17,11 +23,39 @@
 namespace quillon::launchpad {
 namespace {
 
-// What the launch pad did last with a launch.
-struct Progress {
-  bool verbose = false;
-  bool taken = false;
-  std::optional<Asked> result;
+namespace fs = std::filesystem;
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// A launch pad that is stopped, say, says nothing to anybody; it answers at once otherwise.
+constexpr milliseconds kPatience{2000};
+constexpr milliseconds kLongestEnd{10'000};  // of a process that was killed
+
+// A launch that is asked for: what it is told, and by whom.
+class Asking {
+ public:
+  Asking(const Descriptor& socket, const Descriptor& began, bool verbose)
+      : socket_(socket), began_(began), verbose_(verbose) {}
+
+  Asked follow();
+
+ private:
+  void wait() const;
+  void handle(Packet& packet);
+  void handleTaken(Packet& packet);
+  Asked declined(const std::string& why) const;
+  Asked lost() const;
+  Asked unanswered();
+  [[nodiscard]] bool isTaken() const { return static_cast<bool>(signals_.target()); }
+  [[nodiscard]] milliseconds patienceLeft() const;
+
+  const Descriptor& socket_;
+  const Descriptor& began_;
+  const bool verbose_;
+  const Clock::time_point asked_ = Clock::now();
+  SignalRelay signals_;
+  std::optional<Asked> result_;
 };
 
 int launchPadGone() {
@@ -29,67 +63,101 @@ int launchPadGone() {
                 kLaunchPadState);
 }
 
+void awaitEnd(const Descriptor& process) {
+  pollfd ended{process.get(), POLLIN, 0};
+  poll(&ended, 1, static_cast<int>(kLongestEnd.count()));
+}
+
 // An application that was told to end before it began does not begin elsewhere.
-Asked declined(const SignalRelay& signals, const std::string& why) {
-  if (signals.endingSignal() != 0) dieBy(signals.endingSignal());
+Asked Asking::declined(const std::string& why) const {
+  if (signals_.endingSignal() != 0) dieBy(signals_.endingSignal());
   return {std::nullopt, why};
 }
 
-Asked lost(const SignalRelay& signals, bool taken) {
-  if (taken) return {launchPadGone(), {}};
-  return declined(signals, "the launch pad ended");
+// Its processes end with it.
+Asked Asking::lost() const {
+  if (isTaken()) awaitEnd(signals_.target());
+  if (wasToldBegun(began_.get())) return {launchPadGone(), {}};
+  return declined("the launch pad ended");
 }
 
-void handleTaken(Packet& packet, SignalRelay& signals, Progress& progress) {
-  progress.taken = true;
-  if (!packet.descriptors.empty()) signals.setTarget(std::move(packet.descriptors.front()));
-  if (!progress.verbose) return;
+milliseconds Asking::patienceLeft() const {
+  return std::chrono::ceil<milliseconds>(asked_ + kPatience - Clock::now());
+}
+
+// Nothing that the launch pad says from here on arrives, and it assigns no process to a launch
+// without having said so. It may have, at the last moment.
+Asked Asking::unanswered() {
+  shutdown(socket_.get(), SHUT_RD);
+  Packet packet;
+  if (receivePacketNow(socket_.get(), packet) == Received::kPacket) handle(packet);
+  if (result_) return *result_;
+  if (!isTaken()) return declined("the launch pad does not answer");
+  signals_.killTarget();
+  return lost();
+}
+
+void Asking::handleTaken(Packet& packet) {
+  if (!packet.descriptors.empty()) signals_.setTarget(std::move(packet.descriptors.front()));
+  if (!verbose_) return;
   const uint64_t process = RecordReader(packet.bytes).number();
   launcher::tell({"launched by the launch pad, in its process " + std::to_string(process), {}});
 }
 
-void handle(Packet& packet, SignalRelay& signals, Progress& progress) {
+void Asking::handle(Packet& packet) {
   switch (packet.kind) {
     case PacketKind::kTaken:
-      handleTaken(packet, signals, progress);
+      handleTaken(packet);
       break;
     case PacketKind::kEnded:
-      progress.result = Asked{endAs(endingOf(packet.bytes)), {}};
+      result_ = Asked{endAs(endingOf(packet.bytes)), {}};
       break;
     case PacketKind::kDeclined:
-      progress.result = declined(signals, packet.bytes);
+      result_ = declined(packet.bytes);
       break;
     default:
       break;
   }
 }
 
-void waitForEither(int socket, const SignalRelay& signals) {
-  std::array<pollfd, 2> events = {{{socket, POLLIN, 0}, {signals.descriptor(), POLLIN, 0}}};
-  while (poll(events.data(), events.size(), -1) < 0 && errno == EINTR) {
-  }
+void Asking::wait() const {
+  std::array<pollfd, 2> events = {{{socket_.get(), POLLIN, 0}, {signals_.descriptor(), POLLIN, 0}}};
+  const int atMost =
+      isTaken() ? -1 : static_cast<int>(std::max(patienceLeft(), milliseconds(0)).count());
+  poll(events.data(), events.size(), atMost);
 }
 
-Asked follow(const Descriptor& socket, bool verbose) {
-  SignalRelay signals;
-  Progress progress;
-  progress.verbose = verbose;
-  while (!progress.result) {
-    waitForEither(socket.get(), signals);
-    signals.relay();
+Asked Asking::follow() {
+  while (!result_) {
+    wait();
+    signals_.relay();
     Packet packet;
-    switch (receivePacketNow(socket.get(), packet)) {
+    switch (receivePacketNow(socket_.get(), packet)) {
       case Received::kPacket:
-        handle(packet, signals, progress);
+        handle(packet);
         break;
       case Received::kEnd:
-        progress.result = lost(signals, progress.taken);
+        result_ = lost();
         break;
       case Received::kNothingYet:
+        if (isTaken()) break;
+        if (signals_.endingSignal() != 0 || patienceLeft().count() <= 0) result_ = unanswered();
         break;
     }
   }
-  return *progress.result;
+  return *result_;
+}
+
+// Whether a program that this process became would find descriptors besides the standard ones.
+bool hasDescriptorsOfItsOwn() {
+  std::error_code error;
+  for (fs::directory_iterator entry("/proc/self/fd", error), end; !error && entry != end;
+       entry.increment(error)) {
+    const int fd = std::atoi(entry->path().filename().c_str());
+    const int flags = fcntl(fd, F_GETFD);
+    if (fd > STDERR_FILENO && flags >= 0 && (flags & FD_CLOEXEC) == 0) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -97,10 +165,14 @@ Asked follow(const Descriptor& socket, bool verbose) {
 Asked askForLaunch(const launcher::LaunchOptions& options, const std::filesystem::path& program) {
   const Descriptor socket = connectTo(addressOf(options.device));
   if (!socket) return {};
-  if (!sendRequest(socket.get(), makeRequest(options, program))) {
+  if (hasDescriptorsOfItsOwn()) {
+    return {std::nullopt, "the application is to have more than the standard descriptors"};
+  }
+  const Descriptor began(eventfd(0, EFD_CLOEXEC));
+  if (!began || !sendRequest(socket.get(), makeRequest(options, program), began.get())) {
     return {std::nullopt, "the launch pad cannot be told"};
   }
-  return follow(socket, options.verbose);
+  return Asking(socket, began, options.verbose).follow();
 }
 
 bool isServed(const std::filesystem::path& device) {

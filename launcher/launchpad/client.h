@@ -21,7 +21,8 @@ struct Asked {
 // Asks the launch pad of the device root, if one runs, to carry a launch out, and waits for the
 // application's end: signals that this process gets meanwhile go to the application, and an
 // application that a signal ended ends this process by the same. Without a status this process is
-// as it was, and nothing of the application has run.
+// as it was, and nothing of the application has run. A launch pad that does not answer is left
+// alone after two seconds.
 //
 // program  file of the quillon program, where another program asks
 Asked askForLaunch(const launcher::LaunchOptions& options,

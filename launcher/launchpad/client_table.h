@@ -1,6 +1,7 @@
 // The asking commands that are connected to the launch pad.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -23,6 +24,7 @@ struct Client {
   Descriptor socket;
   std::optional<Launch> launch;
   bool awaitsEnd = false;  // of the launch pad
+  std::chrono::steady_clock::time_point since;
 };
 
 using Clients = std::map<uint64_t, Client>;  // by a number that is never used again

@@ -7,14 +7,36 @@
 
 namespace quillon::launchpad {
 
+EnvironmentEntries currentEntries() {
+  EnvironmentEntries entries;
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    const char* const text = *entry;
+    const char* const end = std::strchr(text, '=');
+    // Others are no variables to anybody.
+    if (end != nullptr && end != text) entries.emplace(std::string(text, end), text);
+  }
+  return entries;
+}
+
 Variables currentVariables() {
   Variables variables;
-  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-    const std::string text = *entry;
-    const size_t end = text.find('=');
-    if (end != std::string::npos) variables.emplace(text.substr(0, end), text.substr(end + 1));
+  for (const auto& [name, entry] : currentEntries()) {
+    variables.emplace(name, entry + name.size() + 1);
   }
   return variables;
+}
+
+EnvironmentChanges changesSince(const EnvironmentEntries& before) {
+  EnvironmentChanges changes;
+  const EnvironmentEntries after = currentEntries();
+  for (const auto& [name, entry] : before) {
+    if (after.find(name) == after.end()) changes[name] = std::nullopt;
+  }
+  for (const auto& [name, entry] : after) {
+    const auto old = before.find(name);
+    if (old == before.end() || old->second != entry) changes[name] = entry + name.size() + 1;
+  }
+  return changes;
 }
 
 EnvironmentChanges changesBetween(const Variables& before, const Variables& after) {

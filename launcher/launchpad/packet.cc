@@ -56,7 +56,7 @@ Received receive(int socket, Packet& packet, int flags) {
   } while (length < 0 && errno == EINTR);
   if (length < 0 && errno == EAGAIN) return Received::kNothingYet;
   packet = Packet();
-  if (length > 0) detach(message, packet.descriptors);
+  if (length >= 0) detach(message, packet.descriptors);
   const bool isComplete = (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0;
   if (length < static_cast<ssize_t>(sizeof packet.kind) || !isComplete) return Received::kEnd;
   std::memcpy(&packet.kind, whole.data(), sizeof packet.kind);

@@ -26,8 +26,9 @@ enum class PacketKind : uint32_t {
   // To a prepared process; same descriptors as kLaunch. Bytes: an Assignment.
   kAssign,
   // From a prepared process.
-  kReady,    // bytes: the stamp of what it was prepared from
-  kStarted,  // the next thing that it does is to run the application
+  kReady,      // bytes: the stamp of what it was prepared from
+  kTakenOver,  // it has all of the launch; how it ends from here on is the launch's result
+  kStarted,    // the next thing that it does is to run the application
 };
 
 struct Packet {

@@ -15,6 +15,7 @@ using std::chrono::seconds;
 
 constexpr size_t kMostPools = 8;
 constexpr unsigned kMostDoublings = 6;  // a minute or so
+constexpr seconds kLongestPreparation(30);
 
 milliseconds pauseAfter(unsigned failures) {
   return seconds(1) * (1U << std::min(failures - 1, kMostDoublings));
@@ -107,16 +108,28 @@ milliseconds Pools::until(Clock::time_point when) const {
   return left.count() <= 0 ? milliseconds(0) : std::chrono::ceil<milliseconds>(left);
 }
 
+// One that hangs ends as one that died.
+milliseconds Pools::awaitPrepared() {
+  for (auto& [number, process] : processes_) {
+    if (process.stage != Stage::kPreparing) continue;
+    const milliseconds left = until(process.start + kLongestPreparation);
+    if (left.count() > 0) return left;
+    killProcess(process);
+  }
+  return milliseconds(-1);
+}
+
 milliseconds Pools::refill() {
   milliseconds wait(-1);
-  if (closed_ || isPreparing()) return wait;
+  if (closed_) return wait;
+  if (isPreparing()) return awaitPrepared();
   const Clock::time_point quiet = lastTaken_ + settings_.refillDelay;
   for (auto& [key, pool] : pools_) {
     if (count(key, Stage::kReady) >= settings_.size) continue;
     const milliseconds left = until(std::max(quiet, pool.notBefore));
     if (left.count() == 0) {
       make(key, pool);
-      return isPreparing() ? milliseconds(-1) : refill();
+      return refill();
     }
     if (wait.count() < 0 || left < wait) wait = left;
   }
@@ -125,13 +138,14 @@ milliseconds Pools::refill() {
 
 void Pools::make(const PoolKey& key, Pool& pool) {
   auto process = startProcess([&](Descriptor channel) { becomeWorker(key, std::move(channel)); });
-  if (!process || !process->pidfd) {
+  if (!process) {
     pool.notBefore = settings_.now() + pauseAfter(++pool.failures);
     launcher::tell({"no process can be made", "see how many this user may have (ulimit -u)"});
     return;
   }
   process->number = nextNumber_++;
   process->key = key;
+  process->start = settings_.now();
   processes_.emplace(process->number, std::move(*process));
 }
 
@@ -174,6 +188,8 @@ void Pools::noteEnded(uint64_t number) {
   processes_.erase(found);
   if (stage == Stage::kPreparing || stage == Stage::kReady) noteFailure(key);
 }
+
+void Pools::giveUp(const PoolKey& key) { drop(PoolKey(key)); }
 
 void Pools::noteFailure(const PoolKey& key) {
   const auto found = pools_.find(key);

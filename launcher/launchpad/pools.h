@@ -2,7 +2,8 @@
 //
 // One pool for each key. A pool refills when no process has been taken for a while, one process at
 // a time, so that a refill does not compete with the launch before it. A process that dies unasked
-// is replaced after a pause that doubles each time, until one of the pool serves a launch.
+// is replaced after a pause that doubles each time, until one of the pool serves a launch. One that
+// is not ready after half a minute is ended, which counts as that.
 #pragma once
 
 #include <chrono>
@@ -59,6 +60,8 @@ class Pools {
   void noteServed(Process& process);
   // A process has ended: removes it.
   void noteEnded(uint64_t number);
+  // No process of a kind can ever be made.
+  void giveUp(const PoolKey& key);
 
   [[nodiscard]] bool isEmpty() const { return processes_.empty(); }
   // Lines for a person.
@@ -78,6 +81,7 @@ class Pools {
   void drop(const PoolKey& key);
   [[nodiscard]] size_t count(const PoolKey& key, Stage stage) const;
   [[nodiscard]] bool isPreparing() const;
+  std::chrono::milliseconds awaitPrepared();
   [[nodiscard]] std::chrono::milliseconds until(Clock::time_point when) const;
 
   const PoolSettings settings_;

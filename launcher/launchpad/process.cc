@@ -35,6 +35,11 @@ std::optional<Process> startProcess(const std::function<void(Descriptor)>& becom
   process.pid = pid;
   process.channel = std::move(own);
   process.pidfd = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  if (!process.pidfd) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return {};
+  }
   return process;
 }
 
@@ -45,7 +50,8 @@ void killProcess(const Process& process) {
 std::optional<Ending> endingOf(const Process& process) {
   siginfo_t info{};
   const auto id = static_cast<id_t>(process.pidfd.get());
-  if (waitid(kByPidfd, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid == 0) return {};
+  if (waitid(kByPidfd, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0) return Ending{true, SIGKILL};
+  if (info.si_pid == 0) return {};
   removeDebuggerFilesOf(process.pid);
   waitid(kByPidfd, id, &info, WEXITED | WNOHANG);
   return Ending{info.si_code != CLD_EXITED, info.si_status};

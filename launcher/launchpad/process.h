@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -30,12 +31,14 @@ struct Process {
   Descriptor channel;  // closed by the process when its application begins
   Stage stage = Stage::kPreparing;
   PoolKey key;
-  std::string stamp;    // what it was prepared from
-  uint64_t client = 0;  // whose launch it has; 0: nobody's any more
+  std::chrono::steady_clock::time_point start;
+  std::string stamp;      // what it was prepared from
+  bool tookOver = false;  // it has all of its launch
+  uint64_t client = 0;    // whose launch it has; 0: nobody's any more
 };
 
 // Forks. The child calls `become` with its end of the channel, which must not return. Empty where
-// the machine has no process left.
+// the machine has no process or descriptor left.
 std::optional<Process> startProcess(const std::function<void(Descriptor)>& become);
 
 // Ends it at once.

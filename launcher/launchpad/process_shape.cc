@@ -15,6 +15,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <string_view>
 #include <vector>
 
@@ -92,8 +93,30 @@ std::string scheduling() {
   cpu_set_t cpus;
   CPU_ZERO(&cpus);
   sched_getaffinity(0, sizeof cpus, &cpus);
+  sched_param realTime{};
+  sched_getparam(0, &realTime);
   return std::to_string(getpriority(PRIO_PROCESS, 0)) + " " +
-         std::to_string(sched_getscheduler(0)) + " " + hexOf(&cpus, sizeof cpus);
+         std::to_string(sched_getscheduler(0)) + " " + std::to_string(realTime.sched_priority) +
+         " " + std::to_string(syscall(SYS_ioprio_get, 1 /* IOPRIO_WHO_PROCESS */, 0)) + " " +
+         std::to_string(prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0)) + " " + hexOf(&cpus, sizeof cpus);
+}
+
+std::string lineOf(const char* file) {
+  std::ifstream stream(file);
+  std::string line;
+  std::getline(stream, line);
+  return line;
+}
+
+std::string ignoredSignals() {
+  std::string text;
+  for (int signal = 1; signal < NSIG; ++signal) {
+    struct sigaction action {};
+    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+      text += std::to_string(signal) + " ";
+    }
+  }
+  return text;
 }
 
 std::string blockedSignals() {
@@ -134,6 +157,9 @@ ProcessShape currentShape(const std::filesystem::path& program) {
       {"its confinement", confinement()},
       {"its scheduling", scheduling()},
       {"its blocked signals", blockedSignals()},
+      {"its ignored signals", ignoredSignals()},
+      {"its security label", lineOf("/proc/self/attr/current")},
+      {"its place in line when memory runs out", lineOf("/proc/self/oom_score_adj")},
       {"its memory limits", memoryLimits()},
   };
   addVariables(shape);

@@ -1,6 +1,8 @@
 #include "launcher/launchpad/request.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,7 +18,8 @@ namespace {
 constexpr int kSeals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 constexpr off_t kLongest = 64 * 1024 * 1024;
 
-// Which descriptors a request comes with: bits 0 to 2 the standard ones, bit 3 the log's.
+// Which descriptors a request comes with: bits 0 to 2 the standard ones, bit 3 the log's. The
+// one to tell the application's begin through is always there, the last of all.
 constexpr uint64_t kLogBit = 1U << 3;
 
 std::string bytesOf(const Limits& limits) {
@@ -113,11 +116,12 @@ Request makeRequest(const launcher::LaunchOptions& options, const std::filesyste
   return request;
 }
 
-bool sendRequest(int socket, const Request& request) {
+bool sendRequest(int socket, const Request& request, int began) {
   const Descriptor file = memoryFileOf(encode(request));
   if (!file) return false;
   std::vector<int> descriptors = {file.get()};
   const uint64_t there = collectDescriptors(descriptors);
+  descriptors.push_back(began);
   return sendPacket(socket, PacketKind::kLaunch, RecordWriter().number(there).bytes(), descriptors);
 }
 
@@ -157,7 +161,7 @@ std::optional<ArrivedRequest> openRequest(Packet packet) {
   if (packet.descriptors.empty()) return std::nullopt;
   RecordReader reader(packet.bytes);
   const uint64_t there = reader.number();
-  const size_t expected = 1 + static_cast<size_t>(__builtin_popcountll(there));
+  const size_t expected = 2 + static_cast<size_t>(__builtin_popcountll(there));
   if (!reader.atEnd() || there > (kLogBit | 7U) || packet.descriptors.size() != expected) {
     return std::nullopt;
   }
@@ -174,8 +178,18 @@ RequestDescriptors takeDescriptors(std::vector<Descriptor>& descriptors, uint64_
       taken.standard[i] = std::move(descriptors[next++]);
     }
   }
-  if ((there & kLogBit) != 0 && next < descriptors.size()) taken.log = std::move(descriptors[next]);
+  if ((there & kLogBit) != 0 && next < descriptors.size()) {
+    taken.log = std::move(descriptors[next++]);
+  }
+  if (next < descriptors.size()) taken.began = std::move(descriptors[next]);
   return taken;
+}
+
+void tellBegun(int began) { [[maybe_unused]] const int told = eventfd_write(began, 1); }
+
+bool wasToldBegun(int began) {
+  pollfd told{began, POLLIN, 0};
+  return poll(&told, 1, 0) == 1;
 }
 
 }  // namespace quillon::launchpad

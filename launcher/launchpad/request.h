@@ -35,6 +35,7 @@ struct Request {
 struct RequestDescriptors {
   std::array<Descriptor, 3> standard;
   Descriptor log;
+  Descriptor began;  // see tellBegun()
 };
 
 // A request of this process's for the launch that `options` asks for. Call before the process
@@ -42,8 +43,14 @@ struct RequestDescriptors {
 Request makeRequest(const launcher::LaunchOptions& options,
                     const std::filesystem::path& program = kOwnProgram);
 
-// Sends a request with this process's standard descriptors and its log.
-bool sendRequest(int socket, const Request& request);
+// Sends a request with this process's standard descriptors, its log, and `began`, an eventfd(2)
+// that is counted up when the application begins.
+bool sendRequest(int socket, const Request& request, int began);
+
+// Tells through a request's `began` that the application begins.
+void tellBegun(int began);
+// Whether it was told. Does not wait.
+bool wasToldBegun(int began);
 
 // A request that arrived: its text stays in its memory file, to be handed on with the rest.
 struct ArrivedRequest {

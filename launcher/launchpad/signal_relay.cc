@@ -15,10 +15,19 @@ constexpr std::array kOwn = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGTRAP, SIGSYS
                              SIGABRT, SIGPIPE, SIGCHLD, SIGTTIN, SIGTTOU};
 constexpr std::array kEnding = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
+bool isIgnored(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 sigset_t relayed() {
   sigset_t signals;
   sigfillset(&signals);
   for (const int signal : kOwn) sigdelset(&signals, signal);
+  for (int signal = 1; signal < NSIG; ++signal) {
+    // Blocked, it would wait to be read all the same.
+    if (isIgnored(signal)) sigdelset(&signals, signal);
+  }
   return signals;
 }
 
@@ -40,6 +49,8 @@ void SignalRelay::setTarget(Descriptor process) {
   target_ = std::move(process);
   if (endingSignal_ != 0) sendTo(target_, endingSignal_);
 }
+
+void SignalRelay::killTarget() const { sendTo(target_, SIGKILL); }
 
 void SignalRelay::relay() {
   signalfd_siginfo info{};

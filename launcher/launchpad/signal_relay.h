@@ -22,6 +22,12 @@ class SignalRelay {
   // Whom signals go to from here on, a pidfd. One that came before goes to it at once.
   void setTarget(Descriptor process);
 
+  // Invalid before it is set.
+  [[nodiscard]] const Descriptor& target() const { return target_; }
+
+  // Ends it at once.
+  void killTarget() const;
+
   // Reads the signals that have come and sends them on. SIGTSTP stops both processes: the other's
   // terminal is not its own, so that the kernel would not stop it by that signal.
   void relay();

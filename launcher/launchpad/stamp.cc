@@ -15,8 +15,9 @@ namespace {
 namespace fs = std::filesystem;
 using namespace device_paths;
 
-constexpr std::array kFiles = {kNetcoreapp,    kPreloadList,   kReadOnlyFlags,
-                               kWritableFlags, kObjectTracker, kReflectionEliminator};
+constexpr std::array kFiles = {kNetcoreapp,          kPreloadList,         kReadOnlyFlags,
+                               kWritableFlags,       kObjectTracker,       kReflectionEliminator,
+                               kUpdatedCertificates, kPlatformCertificates};
 
 // A folder's time of change tells of files that came, went or were replaced. The framework itself
 // is a mount point in its parent.

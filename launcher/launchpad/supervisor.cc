@@ -1,8 +1,10 @@
 #include "launcher/launchpad/supervisor.h"
 
 #include <device_paths.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 #include <workstation/packages.h>
@@ -35,6 +37,39 @@ using launcher::Launched;
 using launcher::stop;
 
 constexpr unsigned kMostDeaths = 2;  // one try, and one again
+// Commands ask as soon as they are connected.
+constexpr std::chrono::seconds kLongestSilence(1);
+constexpr std::chrono::milliseconds kPauseWithoutRoom(100);
+
+// Whoever starts the launch pad may ignore signals, which every application would then: as from a
+// terminal, none is.
+void listenToAllSignals() {
+  for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
+}
+
+// Each command has a descriptor here, and a few more for a moment. Applications get their own
+// limit.
+void allowManyDescriptors() {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// Whether there are as many left as the launches of several commands need.
+bool hasSpareDescriptors(int any) {
+  constexpr rlim_t kSpare = 3 * kMostDescriptors;
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const Descriptor lowest(fcntl(any, F_DUPFD_CLOEXEC, 0));
+  return lowest && static_cast<rlim_t>(lowest.get()) + kSpare <= limit.rlim_cur;
+}
+
+sigset_t blockedSignals() {
+  sigset_t blocked;
+  sigprocmask(SIG_BLOCK, nullptr, &blocked);
+  return blocked;
+}
 
 Descriptor openSignals() {
   sigset_t signals;
@@ -63,8 +98,10 @@ class Supervisor {
   void waitAndAct(std::chrono::milliseconds atMost);
 
   void accept();
+  void makeRoom();
+  [[nodiscard]] bool hasRoom() const;
   void hear(uint64_t client);
-  void hear(Process& process);
+  bool hear(Process& process);
   void answer(uint64_t number, Packet packet);
   void handleSignals();
 
@@ -92,6 +129,7 @@ class Supervisor {
   Descriptor signals_;
   Clients clients_;
   uint64_t nextClient_ = 1;
+  Clock::time_point acceptAgain_;
   Catalogue catalogue_;
   Pools pools_;
   bool stopping_ = false;
@@ -118,7 +156,7 @@ void Supervisor::run() {
 
 std::vector<Supervisor::Watch> Supervisor::watches() {
   std::vector<Watch> all;
-  all.push_back({listener_.get(), [this] { accept(); }});
+  if (hasRoom()) all.push_back({listener_.get(), [this] { accept(); }});
   all.push_back({signals_.get(), [this] { handleSignals(); }});
   for (const auto& [number, client] : clients_) {
     all.push_back({client.socket.get(), [this, client = number] { hear(client); }});
@@ -140,6 +178,7 @@ void Supervisor::watchProcesses(std::vector<Watch>& watches) {
 }
 
 void Supervisor::waitAndAct(std::chrono::milliseconds atMost) {
+  if (!hasRoom() && (atMost.count() < 0 || atMost > kPauseWithoutRoom)) atMost = kPauseWithoutRoom;
   const std::vector<Watch> all = watches();
   std::vector<pollfd> events;
   for (const Watch& watch : all) events.push_back({watch.descriptor, POLLIN, 0});
@@ -150,10 +189,28 @@ void Supervisor::waitAndAct(std::chrono::milliseconds atMost) {
 }
 
 void Supervisor::accept() {
-  while (Descriptor socket = acceptFrom(listener_.get())) {
-    clients_[nextClient_++].socket = std::move(socket);
+  while (hasSpareDescriptors(listener_.get())) {
+    Descriptor socket = acceptFrom(listener_.get());
+    if (!socket && errno != ENFILE) return;
+    if (!socket) break;
+    Client& client = clients_[nextClient_++];
+    client.socket = std::move(socket);
+    client.since = Clock::now();
   }
+  makeRoom();
 }
+
+// The next command waits for a moment, and those that asked for nothing wait no longer.
+void Supervisor::makeRoom() {
+  const auto now = Clock::now();
+  std::erase_if(clients_, [&](const auto& entry) {
+    const Client& client = entry.second;
+    return !client.launch && !client.awaitsEnd && now - client.since > kLongestSilence;
+  });
+  acceptAgain_ = now + kPauseWithoutRoom;
+}
+
+bool Supervisor::hasRoom() const { return Clock::now() >= acceptAgain_; }
 
 void Supervisor::hear(uint64_t client) {
   const auto found = clients_.find(client);
@@ -173,6 +230,7 @@ void Supervisor::hear(uint64_t client) {
 
 void Supervisor::answer(uint64_t number, Packet packet) {
   Client& client = clients_[number];
+  if (client.launch) return endClient(number);  // nobody who waits for one says anything
   switch (packet.kind) {
     case PacketKind::kLaunch:
       launch(number, std::move(packet));
@@ -195,7 +253,7 @@ void Supervisor::answer(uint64_t number, Packet packet) {
 }
 
 void Supervisor::launch(uint64_t number, Packet packet) {
-  auto arrived = clients_[number].launch ? std::nullopt : openRequest(std::move(packet));
+  auto arrived = openRequest(std::move(packet));
   if (!arrived) return endClient(number);
   auto entry = check(arrived->request);
   if (!entry) return decline(number, entry.error().what);
@@ -242,7 +300,9 @@ bool Supervisor::assign(uint64_t number) {
                   {process->pidfd.get()})) {
     return true;  // the command has ended, which its socket will tell
   }
-  sendAssignment(process->channel.get(), target, launch.arrived.packet);
+  if (!sendAssignment(process->channel.get(), target, launch.arrived.packet)) {
+    killProcess(*process);
+  }
   return true;
 }
 
@@ -264,32 +324,42 @@ void Supervisor::endClient(uint64_t number) {
   clients_.erase(found);
 }
 
-void Supervisor::hear(Process& process) {
+// False where it has nothing more to say for now.
+bool Supervisor::hear(Process& process) {
   Packet packet;
   const Received received = receivePacketNow(process.channel.get(), packet);
   if (received == Received::kEnd) process.channel.reset();
-  if (received != Received::kPacket) return;
+  if (received != Received::kPacket) return false;
   if (packet.kind == PacketKind::kReady) pools_.noteReady(process, std::move(packet.bytes));
+  if (packet.kind == PacketKind::kTakenOver) process.tookOver = true;
   if (packet.kind == PacketKind::kStarted && process.stage == Stage::kAssigned) {
     pools_.noteServed(process);
     const auto client = clients_.find(process.client);
     // Its descriptors are the application's alone from here on.
     if (client != clients_.end()) client->second.launch->arrived = {};
   }
+  return true;
 }
 
 void Supervisor::reap(uint64_t number) {
   Process* const process = pools_.find(number);
   if (process == nullptr) return;
-  if (process->channel) hear(*process);
+  while (process->channel && hear(*process)) {
+  }
   const auto ending = endingOf(*process);
   if (!ending) return;
   const uint64_t client = process->client;
-  const Stage stage = process->stage;
+  const bool hasBegun = process->stage == Stage::kRunning;
+  // One that had all of its launch and ended by itself has said why: the plug-in refused, or the
+  // launch failed.
+  const bool saidWhy = process->tookOver && !ending->bySignal;
+  // The plug-in knows no such application type.
+  if (process->stage == Stage::kPreparing && !ending->bySignal && ending->number == kUsage) {
+    pools_.giveUp(process->key);
+  }
   pools_.noteEnded(number);
   if (clients_.find(client) == clients_.end()) return;
-  // One that ended by itself has said why: the plug-in refused, or the launch failed.
-  if (stage == Stage::kAssigned && ending->bySignal) return retry(client);
+  if (!hasBegun && !saidWhy) return retry(client);
   sendPacket(clients_[client].socket.get(), PacketKind::kEnded, toBytes(*ending));
   clients_.erase(client);
 }
@@ -355,7 +425,8 @@ Launched<void> requireParts(const LaunchpadOptions& options, const Workshop& wor
 Launched<void> run(const LaunchpadOptions& options) {
   std::error_code ignored;
   const fs::path executable = fs::read_symlink("/proc/self/exe", ignored);
-  Workshop workshop{executable, launcher::defaultPlugin(executable), currentVariables()};
+  Workshop workshop{executable, launcher::defaultPlugin(executable), currentEntries(),
+                    blockedSignals()};
   ProcessShape shape = currentShape();
   const std::string address = addressOf(options.device);
   if (address.empty()) {
@@ -377,6 +448,8 @@ Launched<void> run(const LaunchpadOptions& options) {
 
 int serve(const LaunchpadOptions& options) {
   launcher::keepTerminal();
+  listenToAllSignals();
+  allowManyDescriptors();
   const auto ended = run(options);
   if (ended) return kSuccess;
   launcher::tell(ended.error());

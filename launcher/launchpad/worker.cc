@@ -71,6 +71,7 @@ class Worker {
   Variables seenByRuntime_;     // its own copy is of its start
   Variables seenByWarmUp_;      // or of this moment
   std::vector<std::string> arguments_;
+  Descriptor began_;  // where the asking command is told
 };
 
 Launched<int> Worker::run() {
@@ -85,7 +86,7 @@ Launched<int> Worker::run() {
 
 Launched<void> Worker::prepare() {
   dieWith(launchPad_);
-  detachFromLaunchPad();
+  detachFromLaunchPad(workshop_.blocked);
   if (!standard_.open()) return stop(kServiceFailed, {"cannot make a memory file", {}});
   launcher::registerThreadBarrier();
   stamp_ = currentStamp(workshop_.plugin);
@@ -96,7 +97,7 @@ Launched<void> Worker::prepare() {
   dieWith(launchPad_);
   if (auto started = startRuntime(); !started) return started;
   if (auto prepared = prepareRuntime(); !prepared) return prepared;
-  changes_ = changesBetween(workshop_.environment, currentVariables());
+  changes_ = changesSince(workshop_.environment);
   changes_.emplace("TMPDIR", std::nullopt);  // unset in a device root, whoever had it
   standard_.findDuplicates();
   return {};
@@ -141,7 +142,8 @@ Launched<void> Worker::prepareRuntime() {
 
 void Worker::awaitAssignment(Packet& packet) {
   const auto received = receivePacket(channel_.get(), packet);
-  if (received != Received::kPacket || packet.kind != PacketKind::kAssign) _exit(0);
+  // Not told to have taken the launch over, so that the launch pad tries it on another process.
+  if (received != Received::kPacket || packet.kind != PacketKind::kAssign) _exit(kServiceFailed);
 }
 
 Launched<void> Worker::takeOver(Packet& packet) {
@@ -157,6 +159,7 @@ Launched<void> Worker::takeOver(Packet& packet) {
   takeDescriptorsOver(takeDescriptors(packet.descriptors, assignment->there), *request);
   packet.descriptors.clear();
   become(*request);
+  sendPacket(channel_.get(), PacketKind::kTakenOver);
   return {};
 }
 
@@ -170,6 +173,7 @@ void Worker::takeDescriptorsOver(RequestDescriptors descriptors, const Request& 
   workstation::LogHandover log = request.log;
   log.descriptor = descriptors.log.release();
   workstation::useLog(log);
+  began_ = std::move(descriptors.began);
 }
 
 void Worker::become(const Request& request) {
@@ -193,6 +197,8 @@ Launched<void> Worker::tellApplication() {
 }
 
 Launched<int> Worker::execute() {
+  tellBegun(began_.get());
+  began_.reset();
   sendPacket(channel_.get(), PacketKind::kStarted);
   channel_.reset();
   auto ended = runtime_->execute(target_.assembly, arguments_);

@@ -15,11 +15,9 @@ void dieWith(pid_t launchPad) {
   if (getppid() != launchPad) _exit(0);  // it ended before it could be asked
 }
 
-void detachFromLaunchPad() {
+void detachFromLaunchPad(const sigset_t& blocked) {
   setsid();
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  sigprocmask(SIG_SETMASK, &blocked, nullptr);
 }
 
 void dropCapabilities() {

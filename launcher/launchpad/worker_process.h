@@ -1,6 +1,7 @@
 // What a fresh child of the launch pad does to itself before it loads anything.
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 namespace quillon::launchpad {
@@ -10,7 +11,7 @@ namespace quillon::launchpad {
 void dieWith(pid_t launchPad);
 
 // A session of its own, so that no terminal's job control reaches it, and no blocked signals.
-void detachFromLaunchPad();
+void detachFromLaunchPad(const sigset_t& blocked);
 
 // Gives up every capability of the calling thread and, since it has no other, of the process: the
 // runtime's threads start with what this one has.

@@ -32,6 +32,8 @@ inline constexpr char kWritableFlags[] = "/opt/etc/dotnet_flag.ini";
 inline constexpr char kPreloadList[] = "/usr/bin/dotnet_preload_so_list.txt";
 inline constexpr char kObjectTracker[] = "/opt/usr/home/owner/share/ObjectTracker/OT_Installed";
 inline constexpr char kReflectionEliminator[] = "/opt/usr/home/owner/share/.reflection-eliminator";
+inline constexpr char kUpdatedCertificates[] = "/opt/data/cert/zqca.pem";
+inline constexpr char kPlatformCertificates[] = "/usr/share/cert/zqca.pem";
 inline constexpr char kApiDirectoryKey[] = "db/dotnet/velora_api_path";  // configuration store
 
 inline constexpr char kBoostSocket[] = "/tmp/kestsock";

@@ -22,7 +22,7 @@ constexpr char kAnswers[] = "/tmp/answers";
                          const std::vector<std::string>& environment, int questions,
                          const fs::path& errors) {
   dup2(questions, STDIN_FILENO);
-  const int file = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  const int file = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   dup2(file, STDERR_FILENO);
   dup2(file, STDOUT_FILENO);
   for (const std::string& variable : environment) putenv(const_cast<char*>(variable.c_str()));

@@ -1,6 +1,8 @@
 #include "tests/launch/sample_device.h"
 
 #include <fcntl.h>
+#include <linux/close_range.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,8 +46,8 @@ bool changesLaunches(std::string_view name) {
 
 [[noreturn]] void become(const std::vector<std::string>& command,
                          const std::vector<std::string>& environment, const fs::path& output) {
-  const int out = open((output / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  const int err = open((output / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  const int out = open((output / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  const int err = open((output / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
   close(out);
@@ -106,8 +108,20 @@ void forgetCallersSettings() {
   for (const std::string& name : names) unsetenv(name.c_str());
 }
 
+// What a program hands down besides: a build server may ignore signals and leave descriptors open.
+void forgetCallersProcess() {
+  for (int signal = 1; signal < NSIG; ++signal) {
+    struct sigaction action {};
+    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+      ::signal(signal, SIG_DFL);
+    }
+  }
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+}
+
 void LaunchTest::SetUp() {
   forgetCallersSettings();
+  forgetCallersProcess();
   const std::string reason = whyNoDevice(directory_.path() / "probe");
   if (!reason.empty()) QUILLON_SKIP("no device root can be entered: " << reason);
 }

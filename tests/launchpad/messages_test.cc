@@ -1,11 +1,15 @@
 // What asking commands and the launch pad say to each other.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstring>
+#include <filesystem>
 
 #include "launcher/launchpad/address.h"
 #include "launcher/launchpad/environment.h"
@@ -74,11 +78,12 @@ TEST(Request, ArrivesWithItsDescriptors) {
   options.arguments = {"", "two words"};
   const Request sent = makeRequest(options);
   const Pair pair;
-  ASSERT_TRUE(sendRequest(pair.one.get(), sent));
+  const Descriptor began(eventfd(0, EFD_CLOEXEC));
+  ASSERT_TRUE(sendRequest(pair.one.get(), sent, began.get()));
   Packet packet;
   ASSERT_EQ(receivePacket(pair.other.get(), packet), Received::kPacket);
   EXPECT_EQ(packet.kind, PacketKind::kLaunch);
-  const auto arrived = openRequest(std::move(packet));
+  auto arrived = openRequest(std::move(packet));
   ASSERT_TRUE(arrived);
   EXPECT_EQ(arrived->request.appId, "app");
   EXPECT_EQ(arrived->request.type, "normal");
@@ -88,6 +93,11 @@ TEST(Request, ArrivesWithItsDescriptors) {
   EXPECT_EQ(arrived->request.environment, sent.environment);
   EXPECT_EQ(firstDifference(arrived->request.shape, sent.shape), "");
   EXPECT_TRUE(canTakeOver(currentLimits(), arrived->request.limits));
+  const uint64_t there = RecordReader(arrived->packet.bytes).number();
+  const auto taken = takeDescriptors(arrived->packet.descriptors, there);
+  EXPECT_FALSE(wasToldBegun(began.get()));
+  tellBegun(taken.began.get());
+  EXPECT_TRUE(wasToldBegun(began.get()));
 }
 
 // A file that its owner can still cut would make the reader wait or fail later.
@@ -111,6 +121,40 @@ TEST(Packet, TellsAnEndFromNothingYet) {
   pair.one.reset();
   EXPECT_EQ(receivePacket(pair.other.get(), packet), Received::kEnd);
   EXPECT_FALSE(sendPacket(pair.other.get(), PacketKind::kStop));
+}
+
+size_t openDescriptors() {
+  return static_cast<size_t>(
+      std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+TEST(Packet, KeepsNoDescriptorsOfAnEmptyOne) {
+  const Pair pair;
+  union {
+    cmsghdr header;
+    char bytes[CMSG_SPACE(sizeof(int))];
+  } control{};
+  msghdr message{};
+  message.msg_control = control.bytes;
+  message.msg_controllen = sizeof control.bytes;
+  control.header = {CMSG_LEN(sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+  const int sent = STDIN_FILENO;
+  std::memcpy(CMSG_DATA(&control.header), &sent, sizeof sent);
+  const size_t before = openDescriptors();
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(sendmsg(pair.one.get(), &message, 0), 0);
+    Packet packet;
+    EXPECT_EQ(receivePacket(pair.other.get(), packet), Received::kEnd);
+  }
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(ProcessShape, KnowsWhatSignalsAreIgnored) {
+  const ProcessShape own = currentShape();
+  signal(SIGUSR2, SIG_IGN);
+  EXPECT_EQ(firstDifference(own, currentShape()), "its ignored signals");
+  signal(SIGUSR2, SIG_DFL);
+  EXPECT_EQ(firstDifference(own, currentShape()), "");
 }
 
 TEST(ProcessShape, NamesWhatDiffers) {
@@ -155,6 +199,19 @@ TEST_F(Environment, IsReplacedButForWhatThePreparationChanged) {
   replaceEnvironment({"GONE=3", "KEPT=4", "OWN=5", "PATH=/bin"}, changes);
   const Variables now = currentVariables();
   EXPECT_EQ(now, (Variables{{"KEPT", "4"}, {"OWN", "5"}, {"NEW", "2"}, {"PATH", "/bin"}}));
+}
+
+TEST_F(Environment, ChangesByBeingSetToWhatItIs) {
+  replaceEnvironment({"SAME=1", "OTHER=1", "GONE=1"}, {});
+  const EnvironmentEntries before = currentEntries();
+  setenv("SAME", "1", 1);
+  unsetenv("GONE");
+  EXPECT_EQ(changesSince(before), (EnvironmentChanges{{"SAME", "1"}, {"GONE", std::nullopt}}));
+}
+
+TEST_F(Environment, HasNoVariablesWithoutName) {
+  replaceEnvironment({"=a=b", "A=1"}, {});
+  EXPECT_EQ(currentVariables(), (Variables{{"A", "1"}}));
 }
 
 // In a child, since the test's own output is at stake.

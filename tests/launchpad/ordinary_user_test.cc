@@ -16,7 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
-constexpr uid_t kNobody = 65534;
+constexpr uid_t kSomebody = 54321;
 
 // The test and all that it starts from here on, as long as the object lives: what it starts cannot
 // come back, since a program keeps no user that it does not act as.
@@ -25,8 +25,8 @@ class OrdinaryUser {
   OrdinaryUser() : groups_(static_cast<size_t>(getgroups(0, nullptr))) {
     groups_.resize(
         static_cast<size_t>(getgroups(static_cast<int>(groups_.size()), groups_.data())));
-    became_ = setgroups(0, nullptr) == 0 && setresgid(kNobody, kNobody, 0) == 0 &&
-              setresuid(kNobody, kNobody, 0) == 0;
+    became_ = setgroups(0, nullptr) == 0 && setresgid(kSomebody, kSomebody, 0) == 0 &&
+              setresuid(kSomebody, kSomebody, 0) == 0;
   }
   ~OrdinaryUser() {
     if (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0 ||
@@ -50,7 +50,7 @@ class OrdinaryUsersPool : public LaunchpadTest {
     if (geteuid() != 0) {
       QUILLON_SKIP("every test of this run is this one already: it is not run by root");
     }
-    ASSERT_EQ(chown(fresh("").c_str(), kNobody, kNobody), 0);
+    ASSERT_EQ(chown(fresh("").c_str(), kSomebody, kSomebody), 0);
     user_.emplace();
     ASSERT_TRUE(user_->became());
     // This is a matter of where the build lies, not of what the machine has.
@@ -70,12 +70,13 @@ class OrdinaryUsersPool : public LaunchpadTest {
 
 TEST_F(OrdinaryUsersPool, ServesItsUser) {
   start(1);
+  expectNoAnswerTo(kSomebody + 1);
   { RunningProbe direct(root(), "inhouse"); }
   ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
   RunningProbe probe(root(), "inhouse");
   const std::string process = probe.ask("process");
   EXPECT_EQ(served(), 1) << probe.errors() << errors();
-  EXPECT_THAT(statusOf(process), HasSubstr("Uid:\t65534\t65534\t65534\t65534\n"));
+  EXPECT_THAT(statusOf(process), HasSubstr("Uid:\t54321\t54321\t54321\t54321\n"));
   EXPECT_THAT(statusOf(process), HasSubstr("CapPrm:\t0000000000000000\n"));
   EXPECT_EQ(probe.ask("variable QUILLON_APP_ID"), kProbe);
   EXPECT_EQ(probe.quit(), 0);

@@ -1,9 +1,7 @@
 // Whatever dies, no launch is lost, none runs twice, and nothing is left behind.
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -50,27 +48,8 @@ TEST_F(Pool, OnlyOneServesADeviceRootAndOnlyItsUser) {
   EXPECT_EQ(second.status, kLaunchPadState);
   EXPECT_THAT(second.err, HasSubstr("serves the device root"));
   if (geteuid() != 0) QUILLON_SKIP("only root can become another user");
-  const std::string address = launchpad::addressOf(root());
-  const pid_t stranger = fork();
-  if (stranger == 0) {
-    if (setuid(65534) != 0) _exit(1);
-    // The address is another one for another user, and this one is not trusted.
-    if (launchpad::connectTo(address)) _exit(2);
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    std::memcpy(name.sun_path + 1, address.data(), address.size());
-    const int socket = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
-    const auto length =
-        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + address.size());
-    if (connect(socket, reinterpret_cast<sockaddr*>(&name), length) != 0) _exit(3);
-    launchpad::sendPacket(socket, launchpad::PacketKind::kStop);
-    launchpad::Packet answer;
-    _exit(launchpad::receivePacket(socket, answer) == launchpad::Received::kEnd ? 0 : 4);
-  }
-  int status = -1;
-  waitpid(stranger, &status, 0);
-  EXPECT_EQ(status, 0);
-  EXPECT_THAT(this->status(), HasSubstr("serving"));
+  expectNoAnswerTo(65534);
+  EXPECT_THAT(status(), HasSubstr("serving"));
 }
 
 TEST_F(Pool, ADeadProcessIsReplacedAndALaunchTriedOnceMore) {
@@ -109,6 +88,76 @@ TEST_F(Pool, ADeadProcessIsReplacedAndALaunchTriedOnceMore) {
   EXPECT_EQ(ending.status, 0) << ending.err;
   EXPECT_EQ(times(ending.out, "arguments: direct\n"), 1U);
   EXPECT_EQ(served(), 1);
+}
+
+// Asked to end, which it does with status 0 before the plug-in knows of an application.
+TEST_F(Pool, ALaunchIsTriedOnceMoreHoweverItsProcessEnded) {
+  start(2);
+  prepareFor({"--raw", kClock});
+  const pid_t first = processes("ready").at(0);
+  kill(first, SIGSTOP);
+  RunningLaunch again(clock("again"));
+  ASSERT_TRUE(awaitProcesses("assigned", 1));
+  kill(first, SIGTERM);
+  kill(first, SIGCONT);
+  const Ending ending = again.wait();
+  EXPECT_EQ(ending.status, 0) << ending.err;
+  EXPECT_EQ(times(ending.out, "arguments: again\n"), 1U);
+  EXPECT_EQ(served(), 1);
+}
+
+TEST_F(Pool, ALaunchPadThatDoesNotAnswerIsLeftAlone) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  kill(launchpad(), SIGSTOP);
+  const Ending direct = launch({"--raw", "--verbose", kClock, "--", "--exit", "3"});
+  EXPECT_EQ(direct.status, 3);
+  EXPECT_THAT(direct.err, HasSubstr("the launch pad does not answer"));
+  RunningLaunch asked(clock("asked"));
+  ASSERT_TRUE(eventually([&] { return asked.relaysSignals(); }));
+  asked.signal(SIGINT);
+  EXPECT_EQ(asked.wait().status, 128 + SIGINT);
+  kill(launchpad(), SIGCONT);
+  // Nothing of the two is left to run there.
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  EXPECT_EQ(served(), 0);
+}
+
+TEST_F(Pool, ALaunchThatHasNotBegunOutlivesTheLaunchPad) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  kill(processes("ready").at(0), SIGSTOP);
+  RunningLaunch launch(clock("later"));
+  ASSERT_TRUE(awaitProcesses("assigned", 1));
+  killLaunchpad();
+  const Ending ending = launch.wait();
+  EXPECT_EQ(ending.status, 0) << ending.err;
+  EXPECT_EQ(times(ending.out, "arguments: later\n"), 1U);
+}
+
+TEST_F(Pool, CommandsThatSayNothingTakeNobodysPlace) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const rlimit few{64, 64};
+  ASSERT_EQ(prlimit(launchpad(), RLIMIT_NOFILE, &few, nullptr), 0);
+  std::vector<Descriptor> silent;
+  for (int i = 0; i < 80; ++i) silent.push_back(launchpad::connectTo(launchpad::addressOf(root())));
+  EXPECT_EQ(served(), 0);  // it answers
+  const Ending ending = launch({"--raw", "--verbose", kClock});
+  EXPECT_EQ(ending.status, 0);
+  EXPECT_EQ(served(), 1) << ending.err << errors();
+}
+
+TEST_F(Pool, AProcessIsMadeAnewForOtherCertificates) {
+  start(1);
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  write(at("/opt/data/cert/zqca.pem"), "");
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  RunningProbe probe(root(), "inhouse");
+  EXPECT_EQ(served(), 1);
+  EXPECT_EQ(probe.ask("variable SSL_CERT_FILE"), "/opt/data/cert/zqca.pem");
 }
 
 TEST_F(Pool, TheApplicationEndsWithItsAskingCommand) {
@@ -240,41 +289,62 @@ std::pair<int, int> stormSize() {
   return {row, atOnce};
 }
 
+// What may not grow however many launches there were.
+struct Holdings {
+  size_t descriptors;
+  size_t mounts;
+  size_t children;  // zombies too
+  long memory;      // resident, in kB
+};
+
+Holdings holdingsOf(pid_t process) {
+  const std::string number = std::to_string(process);
+  return {descriptorsOf(process), mountsOf(process),
+          times(contentOf("/proc/" + number + "/task/" + number + "/children"), " "),
+          memoryOf(process)};
+}
+
 TEST_F(Pool, ManyLaunchesEachRunOnceAndLeaveNothing) {
   const auto [row, atOnce] = stormSize();
-  start(4);
+  start(atOnce);
   prepareFor({"--raw", kClock});
-  const size_t descriptors = descriptorsOf(launchpad());
-  const long memory = memoryOf(launchpad());
-  const size_t mounts = mountsOf(launchpad());
-  ASSERT_GT(mounts, 0U);
-  for (int i = 0; i < row; ++i) {
-    RunningLaunch launch(clock("row" + std::to_string(i)));
+  const Holdings before = holdingsOf(launchpad());
+  ASSERT_GT(before.mounts, 0U);
+  ASSERT_EQ(before.children, static_cast<size_t>(atOnce));
+  const auto expectOneRun = [](RunningLaunch& launch, const std::string& word) {
     const Ending ending = launch.wait();
     EXPECT_EQ(ending.status, 0) << ending.err;
-    EXPECT_EQ(times(ending.out, "arguments: row" + std::to_string(i) + "\n"), 1U);
+    EXPECT_EQ(times(ending.out, "arguments: " + word + "\n"), 1U);
+  };
+  for (int i = 0; i < row; ++i) {
+    ASSERT_TRUE(eventually([&] { return !processes("ready").empty(); }));
+    const std::string word = "row" + std::to_string(i);
+    RunningLaunch launch(clock(word));
+    expectOneRun(launch, word);
   }
-  EXPECT_GT(served(), 0);
+  EXPECT_EQ(served(), row);
+  ASSERT_TRUE(awaitProcesses("ready", static_cast<size_t>(atOnce)));
   std::vector<std::unique_ptr<RunningLaunch>> launches;
   for (int i = 0; i < atOnce; ++i) {
     launches.push_back(std::make_unique<RunningLaunch>(clock("once" + std::to_string(i))));
   }
   for (int i = 0; i < atOnce; ++i) {
-    const Ending ending = launches[static_cast<size_t>(i)]->wait();
-    EXPECT_EQ(ending.status, 0) << ending.err;
-    EXPECT_EQ(times(ending.out, "arguments: once" + std::to_string(i) + "\n"), 1U);
+    expectOneRun(*launches[static_cast<size_t>(i)], "once" + std::to_string(i));
   }
-  ASSERT_TRUE(eventually([&] { return processes("ready").size() == 4; }));
-  EXPECT_EQ(descriptorsOf(launchpad()), descriptors);
-  EXPECT_EQ(mountsOf(launchpad()), mounts);
+  EXPECT_EQ(served(), row + atOnce);
+  ASSERT_TRUE(awaitProcesses("ready", static_cast<size_t>(atOnce)));
+  const Holdings after = holdingsOf(launchpad());
+  EXPECT_EQ(after.descriptors, before.descriptors);
+  EXPECT_EQ(after.mounts, before.mounts);
+  EXPECT_EQ(after.children, before.children);
   constexpr long kSlackKb = 1024;
   // A sanitizer keeps freed memory for a while.
   if (!isSanitized()) {
-    EXPECT_LE(memoryOf(launchpad()), memory + kSlackKb);
+    EXPECT_LE(after.memory, before.memory + kSlackKb);
   }
-  std::printf("served %d of %d; mounts %zu; descriptors %zu, then %zu; resident kB %ld, then %ld\n",
-              served(), row + atOnce, mountsOf(launchpad()), descriptors,
-              descriptorsOf(launchpad()), memory, memoryOf(launchpad()));
+  std::printf("served %d; mounts %zu; descriptors %zu, then %zu; resident kB %ld, then %ld\n",
+              served(), after.mounts, before.descriptors, after.descriptors, before.memory,
+              after.memory);
   EXPECT_EQ(control("stop").status, 0);
   EXPECT_EQ(endOfLaunchpad(), 0);
 }

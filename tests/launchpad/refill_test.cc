@@ -13,6 +13,7 @@ using namespace std::chrono_literals;
 using test::eventually;
 
 constexpr std::chrono::milliseconds kNothingToDo{-1};
+constexpr std::chrono::milliseconds kPreparing = 30s;  // at most
 
 class Refill : public ::testing::Test {
  protected:
@@ -32,7 +33,7 @@ class Refill : public ::testing::Test {
   // Has a process made, which dies before it is ready.
   void failOnce() {
     worksAtAll_ = false;
-    EXPECT_EQ(pools_.refill(), kNothingToDo);
+    EXPECT_EQ(pools_.refill(), kPreparing);
     ASSERT_FALSE(pools_.isEmpty());
     reap(newest());
   }
@@ -40,7 +41,7 @@ class Refill : public ::testing::Test {
   // Has a process made, and makes it serve a launch.
   void serveOnce() {
     worksAtAll_ = true;
-    EXPECT_EQ(pools_.refill(), kNothingToDo);
+    EXPECT_EQ(pools_.refill(), kPreparing);
     pools_.noteReady(newest(), "");
     Process* const taken = pools_.take(kKey);
     ASSERT_NE(taken, nullptr);
@@ -60,7 +61,7 @@ class Refill : public ::testing::Test {
 // It would compete with the launch, however long the pool had been left alone before.
 TEST_F(Refill, WaitsFromTheMomentThatAProcessIsTaken) {
   pools_.want(kKey);
-  EXPECT_EQ(pools_.refill(), kNothingToDo);
+  EXPECT_EQ(pools_.refill(), kPreparing);
   pools_.noteReady(newest(), "");
   EXPECT_EQ(pools_.refill(), kNothingToDo);
   now_ += 1h;
@@ -72,7 +73,7 @@ TEST_F(Refill, WaitsFromTheMomentThatAProcessIsTaken) {
   EXPECT_EQ(pools_.refill(), 2s);
   EXPECT_EQ(pools_.all().size(), 1U);
   now_ += 2s;
-  EXPECT_EQ(pools_.refill(), kNothingToDo);
+  EXPECT_EQ(pools_.refill(), kPreparing);
   EXPECT_EQ(pools_.all().size(), 2U);
 }
 
@@ -84,6 +85,25 @@ TEST_F(Refill, WaitsTwiceAsLongAfterEachDeathAMinuteOrSoAtMost) {
     EXPECT_TRUE(pools_.isEmpty());
     now_ += pause;
   }
+}
+
+TEST_F(Refill, WaitsForNoProcessThatHangs) {
+  pools_.want(kKey);
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  now_ += 29s;
+  EXPECT_EQ(pools_.refill(), 1s);
+  now_ += 1s;
+  EXPECT_EQ(pools_.refill(), kNothingToDo);
+  reap(newest());
+  EXPECT_EQ(pools_.refill(), 1s);
+}
+
+TEST_F(Refill, EndsWhereNoProcessCanEverBeMade) {
+  pools_.want(kKey);
+  failOnce();
+  pools_.giveUp(kKey);
+  now_ += 1h;
+  EXPECT_EQ(pools_.refill(), kNothingToDo);
 }
 
 TEST_F(Refill, ForgetsDeathsOnceALaunchIsServed) {
@@ -103,7 +123,7 @@ TEST_F(Refill, ForgetsDeathsWhenAskedToMakeAllAnew) {
   failOnce();
   EXPECT_EQ(pools_.refill(), 1s);
   pools_.renew();
-  EXPECT_EQ(pools_.refill(), kNothingToDo);
+  EXPECT_EQ(pools_.refill(), kPreparing);
   EXPECT_EQ(pools_.all().size(), 1U);
 }
 
@@ -117,7 +137,7 @@ TEST_F(Refill, TriesAgainWhereTheMachineHasNoProcessLeft) {
   setrlimit(RLIMIT_NOFILE, &before);
   EXPECT_TRUE(pools_.isEmpty());
   now_ += 1s;
-  EXPECT_EQ(pools_.refill(), kNothingToDo);
+  EXPECT_EQ(pools_.refill(), kPreparing);
   EXPECT_EQ(pools_.all().size(), 1U);
 }
 

@@ -3,13 +3,20 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <sstream>
+
+#include "launcher/launchpad/address.h"
+#include "launcher/launchpad/packet.h"
 
 #include "tools/descriptor.h"
 
@@ -22,7 +29,7 @@ const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillo
 
 [[noreturn]] void become(const std::vector<std::string>& command, const fs::path& out,
                          const fs::path& err) {
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
   dup2(open(out.c_str(), kFlags, 0600), STDOUT_FILENO);
   dup2(open(err.c_str(), kFlags, 0600), STDERR_FILENO);
   putenv(const_cast<char*>(kRuntimeSanitizerOptions));
@@ -100,6 +107,27 @@ bool LaunchpadTest::awaitProcesses(const std::string& stage, size_t count) const
   return eventually([&] { return processes(stage).size() == count; });
 }
 
+void LaunchpadTest::expectNoAnswerTo(uid_t user) const {
+  const std::string address = launchpad::addressOf(root());
+  const pid_t stranger = fork();
+  if (stranger == 0) {
+    if (setresuid(0, 0, 0) != 0 || setuid(user) != 0) _exit(1);
+    // The address is another one for another user, and this one is not trusted.
+    if (launchpad::connectTo(address)) _exit(2);
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    std::memcpy(name.sun_path + 1, address.data(), address.size());
+    const int socket = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
+    const auto length =
+        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + address.size());
+    if (connect(socket, reinterpret_cast<sockaddr*>(&name), length) != 0) _exit(3);
+    launchpad::sendPacket(socket, launchpad::PacketKind::kStop);
+    launchpad::Packet answer;
+    _exit(launchpad::receivePacket(socket, answer) == launchpad::Received::kEnd ? 0 : 4);
+  }
+  EXPECT_EQ(statusOf(stranger), 0);
+}
+
 void LaunchpadTest::killLaunchpad() {
   kill(launchpad_, SIGKILL);
   endOfLaunchpad();
@@ -123,6 +151,13 @@ RunningLaunch::~RunningLaunch() {
   if (pid_ < 0) return;
   kill(pid_, SIGKILL);
   wait();
+}
+
+bool RunningLaunch::relaysSignals() const {
+  const std::string status = contentOf("/proc/" + std::to_string(pid_) + "/status");
+  const size_t at = status.find("SigBlk:\t");
+  return at != std::string::npos &&
+         (std::stoull(status.substr(at + 8), nullptr, 16) & (1U << (SIGINT - 1))) != 0;
 }
 
 Ending RunningLaunch::wait() {

@@ -37,6 +37,9 @@ class LaunchpadTest : public RuntimeTest {
   // Waits for its end; its exit status.
   int endOfLaunchpad();
 
+  // A process of another user gets no answer from it.
+  void expectNoAnswerTo(uid_t user) const;
+
   pid_t launchpad() const { return launchpad_; }
   int size() const { return size_; }
   std::string errors() const { return contentOf(fresh("launchpad-errors")); }
@@ -56,6 +59,10 @@ class RunningLaunch {
 
   // Its end.
   Ending wait();
+
+  void signal(int signal) const { kill(pid_, signal); }
+  // Whether signals reach its application, or are kept for it, rather than act on the command.
+  [[nodiscard]] bool relaysSignals() const;
 
  private:
   TemporaryDirectory output_;

@@ -18,8 +18,6 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr char kUpdatedCertificates[] = "/opt/data/cert/zqca.pem";
-constexpr char kPlatformCertificates[] = "/usr/share/cert/zqca.pem";
 constexpr char kGcTracerOptIn[] = "/opt/usr/home/owner/share/gctracer/";
 constexpr char kDebugPipeDirectory[] = "/tmp";
 constexpr char kAnyLabel[] = "*";
@@ -47,7 +45,9 @@ std::string gcTracerEntryFor(const std::string& appId) {
 
 void setCetificationFile() {
   QLOG_SCOPE();
-  const char* file = exists(kUpdatedCertificates) ? kUpdatedCertificates : kPlatformCertificates;
+  const char* file = exists(device_paths::kUpdatedCertificates)
+                         ? device_paths::kUpdatedCertificates
+                         : device_paths::kPlatformCertificates;
   setenv("SSL_CERT_FILE", file, 1);
   QLOG_DEBUG("Use %s", file);
 }
