@@ -1,6 +1,5 @@
 #include "launcher/launchpad/client.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -9,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdlib>
 
 #include "launcher/launchpad/address.h"
 #include "launcher/launchpad/ending.h"
@@ -22,8 +20,6 @@
 
 namespace quillon::launchpad {
 namespace {
-
-namespace fs = std::filesystem;
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
@@ -148,16 +144,10 @@ Asked Asking::follow() {
   return *result_;
 }
 
-// Whether a program that this process became would find descriptors besides the standard ones.
-bool hasDescriptorsOfItsOwn() {
-  std::error_code error;
-  for (fs::directory_iterator entry("/proc/self/fd", error), end; !error && entry != end;
-       entry.increment(error)) {
-    const int fd = std::atoi(entry->path().filename().c_str());
-    const int flags = fcntl(fd, F_GETFD);
-    if (fd > STDERR_FILENO && flags >= 0 && (flags & FD_CLOEXEC) == 0) return true;
-  }
-  return false;
+// Whether a prepared process can have a request's descriptors at the same numbers.
+bool canBeHandedOver(const std::vector<int>& others) {
+  return others.size() <= kMostOthers &&
+         std::all_of(others.begin(), others.end(), [](int fd) { return fd >= kLowestOther; });
 }
 
 }  // namespace
@@ -165,11 +155,12 @@ bool hasDescriptorsOfItsOwn() {
 Asked askForLaunch(const launcher::LaunchOptions& options, const std::filesystem::path& program) {
   const Descriptor socket = connectTo(addressOf(options.device));
   if (!socket) return {};
-  if (hasDescriptorsOfItsOwn()) {
-    return {std::nullopt, "the application is to have more than the standard descriptors"};
+  const Request request = makeRequest(options, program);
+  if (!canBeHandedOver(request.others)) {
+    return {std::nullopt, "it has descriptors where a prepared process has its own"};
   }
   const Descriptor began(eventfd(0, EFD_CLOEXEC));
-  if (!began || !sendRequest(socket.get(), makeRequest(options, program), began.get())) {
+  if (!began || !sendRequest(socket.get(), request, began.get())) {
     return {std::nullopt, "the launch pad cannot be told"};
   }
   return Asking(socket, began, options.verbose).follow();

@@ -37,7 +37,7 @@ struct Packet {
   std::vector<Descriptor> descriptors;
 };
 
-inline constexpr size_t kMostDescriptors = 8;
+inline constexpr size_t kMostDescriptors = 32;
 
 // False where the other side is gone, or the socket cannot take the message. Waits for room unless
 // the socket does not block.

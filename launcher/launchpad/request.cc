@@ -8,6 +8,8 @@
 #include <unistd.h>
 #include <workstation/log_handover.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 
 #include "launcher/launchpad/text_record.h"
@@ -83,7 +85,17 @@ std::string encode(const Request& request) {
   writer.map(request.shape);
   writer.text(request.log.target).number(static_cast<uint64_t>(request.log.level));
   writer.number(request.log.applicationOutput ? 1 : 0);
+  writer.number(request.others.size());
+  for (const int other : request.others) writer.number(static_cast<uint64_t>(other));
   return writer.bytes();
+}
+
+std::vector<int> decodeOthers(RecordReader& reader) {
+  std::vector<int> others;
+  for (uint64_t left = std::min<uint64_t>(reader.number(), kMostOthers); left > 0; --left) {
+    others.push_back(static_cast<int>(reader.number()));
+  }
+  return others;
 }
 
 Descriptor memoryFileOf(const std::string& text) {
@@ -99,6 +111,18 @@ Descriptor memoryFileOf(const std::string& text) {
 
 }  // namespace
 
+std::vector<int> inheritedDescriptors() {
+  std::vector<int> others;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end;
+       !error && entry != end; entry.increment(error)) {
+    const int fd = std::atoi(entry->path().filename().c_str());
+    const int flags = fcntl(fd, F_GETFD);
+    if (fd > STDERR_FILENO && flags >= 0 && (flags & FD_CLOEXEC) == 0) others.push_back(fd);
+  }
+  return others;
+}
+
 Request makeRequest(const launcher::LaunchOptions& options, const std::filesystem::path& program) {
   std::error_code ignored;
   Request request;
@@ -113,6 +137,7 @@ Request makeRequest(const launcher::LaunchOptions& options, const std::filesyste
   request.limits = currentLimits();
   request.shape = currentShape(program);
   request.log = workstation::currentLog();
+  request.others = inheritedDescriptors();
   return request;
 }
 
@@ -122,6 +147,7 @@ bool sendRequest(int socket, const Request& request, int began) {
   std::vector<int> descriptors = {file.get()};
   const uint64_t there = collectDescriptors(descriptors);
   descriptors.push_back(began);
+  descriptors.insert(descriptors.end(), request.others.begin(), request.others.end());
   return sendPacket(socket, PacketKind::kLaunch, RecordWriter().number(there).bytes(), descriptors);
 }
 
@@ -141,6 +167,7 @@ std::optional<Request> decodeRequest(const std::string& text) {
   request.log.target = reader.text();
   request.log.level = static_cast<int>(reader.number());
   request.log.applicationOutput = reader.number() != 0;
+  request.others = decodeOthers(reader);
   if (!reader.atEnd()) return std::nullopt;
   return request;
 }
@@ -161,12 +188,12 @@ std::optional<ArrivedRequest> openRequest(Packet packet) {
   if (packet.descriptors.empty()) return std::nullopt;
   RecordReader reader(packet.bytes);
   const uint64_t there = reader.number();
-  const size_t expected = 2 + static_cast<size_t>(__builtin_popcountll(there));
-  if (!reader.atEnd() || there > (kLogBit | 7U) || packet.descriptors.size() != expected) {
-    return std::nullopt;
-  }
+  if (!reader.atEnd() || there > (kLogBit | 7U)) return std::nullopt;
   auto request = decodeRequest(textOf(packet.descriptors.front().get()));
   if (!request) return std::nullopt;
+  const size_t expected =
+      2 + static_cast<size_t>(__builtin_popcountll(there)) + request->others.size();
+  if (packet.descriptors.size() != expected) return std::nullopt;
   return ArrivedRequest{std::move(*request), std::move(packet)};
 }
 
@@ -181,7 +208,8 @@ RequestDescriptors takeDescriptors(std::vector<Descriptor>& descriptors, uint64_
   if ((there & kLogBit) != 0 && next < descriptors.size()) {
     taken.log = std::move(descriptors[next++]);
   }
-  if (next < descriptors.size()) taken.began = std::move(descriptors[next]);
+  if (next < descriptors.size()) taken.began = std::move(descriptors[next++]);
+  for (; next < descriptors.size(); ++next) taken.others.push_back(std::move(descriptors[next]));
   return taken;
 }
 

@@ -29,22 +29,32 @@ struct Request {
   Limits limits;
   ProcessShape shape;
   workstation::LogHandover log;  // without its descriptor
+  // Descriptors besides the standard ones that a program which it became would find, by number.
+  std::vector<int> others;
 };
+
+// More of them, or lower ones, where a prepared process has its own, are not handed over.
+inline constexpr size_t kMostOthers = 24;
+inline constexpr int kLowestOther = 80;
 
 // The descriptors that go with a request, each invalid where the asking command has none.
 struct RequestDescriptors {
   std::array<Descriptor, 3> standard;
   Descriptor log;
   Descriptor began;  // see tellBegun()
+  std::vector<Descriptor> others;
 };
+
+// The descriptors above the standard ones that are not closed on exec.
+std::vector<int> inheritedDescriptors();
 
 // A request of this process's for the launch that `options` asks for. Call before the process
 // enters a device root. program: see currentShape().
 Request makeRequest(const launcher::LaunchOptions& options,
                     const std::filesystem::path& program = kOwnProgram);
 
-// Sends a request with this process's standard descriptors, its log, and `began`, an eventfd(2)
-// that is counted up when the application begins.
+// Sends a request with this process's descriptors, its log, and `began`, an eventfd(2) that is
+// counted up when the application begins.
 bool sendRequest(int socket, const Request& request, int began);
 
 // Tells through a request's `began` that the application begins.

@@ -47,6 +47,11 @@ void listenToAllSignals() {
   for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
 }
 
+// No application is to find what somebody left open for the launch pad.
+void closeInherited() {
+  for (const int fd : inheritedDescriptors()) close(fd);
+}
+
 // Each command has a descriptor here, and a few more for a moment. Applications get their own
 // limit.
 void allowManyDescriptors() {
@@ -58,7 +63,7 @@ void allowManyDescriptors() {
 
 // Whether there are as many left as the launches of several commands need.
 bool hasSpareDescriptors(int any) {
-  constexpr rlim_t kSpare = 3 * kMostDescriptors;
+  constexpr rlim_t kSpare = 2 * kMostDescriptors;
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   const Descriptor lowest(fcntl(any, F_DUPFD_CLOEXEC, 0));
@@ -449,6 +454,7 @@ Launched<void> run(const LaunchpadOptions& options) {
 int serve(const LaunchpadOptions& options) {
   launcher::keepTerminal();
   listenToAllSignals();
+  closeInherited();
   allowManyDescriptors();
   const auto ended = run(options);
   if (ended) return kSuccess;

@@ -1,6 +1,7 @@
 #include "launcher/launchpad/worker.h"
 
 #include <device_paths.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <workstation/log_handover.h>
@@ -51,7 +52,7 @@ class Worker {
   void awaitAssignment(Packet& packet);
   Launched<void> takeOver(Packet& packet);
   void become(const Request& request);
-  void takeDescriptorsOver(RequestDescriptors descriptors, const Request& request);
+  [[nodiscard]] bool takeDescriptorsOver(RequestDescriptors descriptors, const Request& request);
   Launched<void> tellApplication();
   Launched<int> execute();
 
@@ -156,7 +157,9 @@ Launched<void> Worker::takeOver(Packet& packet) {
   arguments_ = std::move(request->arguments);
   replaceEnvironment(request->environment, changes_);
   setenv(launcher::kAppIdVariable, target_.application.id.c_str(), 1);
-  takeDescriptorsOver(takeDescriptors(packet.descriptors, assignment->there), *request);
+  if (!takeDescriptorsOver(takeDescriptors(packet.descriptors, assignment->there), *request)) {
+    return stop(kServiceFailed, {"a descriptor of the launch has the number of an own one", {}});
+  }
   packet.descriptors.clear();
   become(*request);
   sendPacket(channel_.get(), PacketKind::kTakenOver);
@@ -165,7 +168,12 @@ Launched<void> Worker::takeOver(Packet& packet) {
 
 // Where output is captured, descriptors 1 and 2 lead to the plug-in's pipes already, and only what
 // the runtime duplicated before is led to the asking command's.
-void Worker::takeDescriptorsOver(RequestDescriptors descriptors, const Request& request) {
+bool Worker::takeDescriptorsOver(RequestDescriptors descriptors, const Request& request) {
+  for (size_t i = 0; i < request.others.size(); ++i) {
+    const int number = request.others[i];
+    if (fcntl(number, F_GETFD) >= 0) return false;
+    dup2(descriptors.others[i].get(), number);
+  }
   for (int which = STDIN_FILENO; which <= STDERR_FILENO; ++which) {
     standard_.lead(which, descriptors.standard[static_cast<size_t>(which)].get());
   }
@@ -174,6 +182,7 @@ void Worker::takeDescriptorsOver(RequestDescriptors descriptors, const Request& 
   log.descriptor = descriptors.log.release();
   workstation::useLog(log);
   began_ = std::move(descriptors.began);
+  return true;
 }
 
 void Worker::become(const Request& request) {

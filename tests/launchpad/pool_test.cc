@@ -138,10 +138,11 @@ TEST_F(Pool, ALaunchThatHasNotBegunOutlivesTheLaunchPad) {
 TEST_F(Pool, CommandsThatSayNothingTakeNobodysPlace) {
   start(1);
   prepareFor({"--raw", kClock});
-  const rlimit few{64, 64};
+  const rlimit few{128, 128};
   ASSERT_EQ(prlimit(launchpad(), RLIMIT_NOFILE, &few, nullptr), 0);
   std::vector<Descriptor> silent;
-  for (int i = 0; i < 80; ++i) silent.push_back(launchpad::connectTo(launchpad::addressOf(root())));
+  for (int i = 0; i < 150; ++i)
+    silent.push_back(launchpad::connectTo(launchpad::addressOf(root())));
   EXPECT_EQ(served(), 0);  // it answers
   const Ending ending = launch({"--raw", "--verbose", kClock});
   EXPECT_EQ(ending.status, 0);

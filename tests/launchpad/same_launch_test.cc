@@ -1,5 +1,6 @@
 // An application launched by the launch pad is what it is when launched directly, or is launched
 // directly.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -92,9 +93,12 @@ TEST_F(SameLaunch, TakesTheAskingCommandsSurroundingsOver) {
   const mode_t mask = umask(0027);
   const fs::path before = fs::current_path();
   fs::current_path("/usr");
+  constexpr int kOwn = 93;
+  ASSERT_EQ(dup2(open("/usr", O_RDONLY | O_CLOEXEC), kOwn), kOwn);
   RunningProbe probe(root(), "inhouse", {"QUILLON_LOG=none", "OWN=a=b", "TMPDIR=/elsewhere"});
   fs::current_path(before);
   umask(mask);
+  close(kOwn);
   EXPECT_EQ(probe.ask("variable OWN"), "a=b") << probe.errors();
   EXPECT_EQ(probe.ask("variable QUILLON_APP_ID"), kProbe);
   EXPECT_EQ(probe.ask("variable DOTNET_APP"), "1");
@@ -104,6 +108,7 @@ TEST_F(SameLaunch, TakesTheAskingCommandsSurroundingsOver) {
   const fs::path process = "/proc/" + probe.ask("process");
   EXPECT_NE(process, "/proc/" + std::to_string(probe.pid()));
   EXPECT_EQ(fs::read_symlink(process / "cwd"), "/usr");
+  EXPECT_EQ(fs::read_symlink(process / "fd/93"), "/usr");
   EXPECT_THAT(contentOf(process / "status"), HasSubstr("Umask:\t0027"));
   EXPECT_EQ(probe.quit(), 0);
   EXPECT_EQ(served(), 1);
@@ -232,6 +237,13 @@ TEST_F(SameLaunch, WhatAPreparedProcessCannotBeIsLaunchedDirectly) {
   EXPECT_EQ(reason({"--type", "normal"}, {}), start + "no process is ready for it");
   EXPECT_EQ(reason({"--direct"}, {}), start + "--direct asks for it");
   EXPECT_EQ(reason({"--writable", root()}, {}), start + "--writable needs mounts of its own");
+  signal(SIGUSR2, SIG_IGN);
+  EXPECT_EQ(reason({}, {}), start + "its ignored signals differs from the launch pad's");
+  signal(SIGUSR2, SIG_DFL);
+  constexpr int kTaken = 5;
+  dup2(STDIN_FILENO, kTaken);
+  EXPECT_EQ(reason({}, {}), start + "it has descriptors where a prepared process has its own");
+  close(kTaken);
   const int nice = getpriority(PRIO_PROCESS, 0);
   setpriority(PRIO_PROCESS, 0, nice + 1);
   EXPECT_EQ(reason({}, {}), start + "its scheduling differs from the launch pad's");
