@@ -135,8 +135,8 @@ class Cat {
 
 void beside(benchmark::State& state, int Captured::*stream) {
   const auto size = static_cast<std::size_t>(state.range(0));
+  const SinkFile sink;  // first: the capture logs as it starts
   const int captureStream = captured().*stream;
-  const SinkFile sink;
   const Cat cat(sink);
   quillon::bench::runPaired(
       state,
