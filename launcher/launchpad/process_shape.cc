@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "launcher/launchpad/limits.h"
+#include "launcher/launchpad/signal_relay.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -111,10 +112,7 @@ std::string lineOf(const char* file) {
 std::string ignoredSignals() {
   std::string text;
   for (int signal = 1; signal < NSIG; ++signal) {
-    struct sigaction action {};
-    if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
-      text += std::to_string(signal) + " ";
-    }
+    if (isIgnored(signal)) text += std::to_string(signal) + " ";
   }
   return text;
 }

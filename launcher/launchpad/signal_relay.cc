@@ -15,11 +15,6 @@ constexpr std::array kOwn = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGTRAP, SIGSYS
                              SIGABRT, SIGPIPE, SIGCHLD, SIGTTIN, SIGTTOU};
 constexpr std::array kEnding = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
-bool isIgnored(int signal) {
-  struct sigaction action {};
-  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-}
-
 sigset_t relayed() {
   sigset_t signals;
   sigfillset(&signals);
@@ -36,6 +31,11 @@ bool sendTo(const Descriptor& process, int signal) {
 }
 
 }  // namespace
+
+bool isIgnored(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
 
 SignalRelay::SignalRelay() {
   const sigset_t signals = relayed();

@@ -7,6 +7,9 @@
 
 namespace quillon::launchpad {
 
+// Whether this process ignores a signal.
+bool isIgnored(int signal);
+
 // While one exists, signals that would act on this process wait to be read in place of acting; the
 // ones that this process ignores stay ignored. For a process of one thread.
 class SignalRelay {
