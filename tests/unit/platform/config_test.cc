@@ -63,6 +63,12 @@ class Notices {
 class ConfigTest : public InsideDeviceTest {
  protected:
   void set(int value, const std::string& key = kKey) { ASSERT_TRUE(setConfig(key, value)); }
+  // The store's thread allocates nothing from here on: a child that is forked meanwhile would find
+  // the sanitizers' allocator locked.
+  void awaitIdleThread(Notices& notices) {
+    set(1);
+    EXPECT_TRUE(notices.waitFor(1));
+  }
   // A change of another key, so that everything before it has been delivered.
   void expectNoFurtherNotice(Notices& notices, size_t count) {
     Notices fence;
@@ -252,6 +258,7 @@ TEST_F(ConfigTest, TheLastOfTwoThousandChangesArrives) {
 TEST_F(ConfigTest, TellsChangesMadeByOtherProcessesAndByHand) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
+  awaitIdleThread(notices);
   EXPECT_EQ(inChild([] { return setConfig(kKey, 11) ? 0 : 1; }), 0);
   EXPECT_TRUE(notices.waitFor(11));
   std::ofstream(kFile) << "int 12\n";
@@ -314,6 +321,7 @@ TEST_F(ConfigTest, ItsThreadTakesNoSignals) {
 TEST_F(ConfigTest, AForkedChildStartsAnew) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
+  awaitIdleThread(notices);
   EXPECT_EQ(inChild([] {
               if (vconf_ignore_key_changed(kKey, Notices::callback) == 0) return 1;
               Notices own;
