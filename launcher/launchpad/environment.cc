@@ -6,6 +6,25 @@
 #include <cstring>
 
 namespace quillon::launchpad {
+namespace {
+
+// valueOf  the value of a variable of `after`
+template <typename Environment, typename ValueOf>
+EnvironmentChanges differences(const Environment& before, const Environment& after,
+                               const ValueOf& valueOf) {
+  EnvironmentChanges changes;
+  for (const auto& [name, value] : before) {
+    if (after.find(name) == after.end()) changes[name] = std::nullopt;
+  }
+  for (const auto& variable : after) {
+    const auto old = before.find(variable.first);
+    const bool isSame = old != before.end() && old->second == variable.second;
+    if (!isSame) changes[variable.first] = valueOf(variable);
+  }
+  return changes;
+}
+
+}  // namespace
 
 EnvironmentEntries currentEntries() {
   EnvironmentEntries entries;
@@ -27,28 +46,13 @@ Variables currentVariables() {
 }
 
 EnvironmentChanges changesSince(const EnvironmentEntries& before) {
-  EnvironmentChanges changes;
-  const EnvironmentEntries after = currentEntries();
-  for (const auto& [name, entry] : before) {
-    if (after.find(name) == after.end()) changes[name] = std::nullopt;
-  }
-  for (const auto& [name, entry] : after) {
-    const auto old = before.find(name);
-    if (old == before.end() || old->second != entry) changes[name] = entry + name.size() + 1;
-  }
-  return changes;
+  return differences(before, currentEntries(), [](const auto& variable) {
+    return variable.second + variable.first.size() + 1;
+  });
 }
 
 EnvironmentChanges changesBetween(const Variables& before, const Variables& after) {
-  EnvironmentChanges changes;
-  for (const auto& [name, value] : before) {
-    if (after.find(name) == after.end()) changes[name] = std::nullopt;
-  }
-  for (const auto& [name, value] : after) {
-    const auto old = before.find(name);
-    if (old == before.end() || old->second != value) changes[name] = value;
-  }
-  return changes;
+  return differences(before, after, [](const auto& variable) { return variable.second; });
 }
 
 void replaceEnvironment(const std::vector<std::string>& entries,

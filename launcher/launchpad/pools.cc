@@ -48,10 +48,10 @@ void Pools::makeRoom() {
   const auto oldest = std::min_element(
       pools_.begin(), pools_.end(),
       [](const auto& one, const auto& other) { return one.second.lastUse < other.second.lastUse; });
-  drop(PoolKey(oldest->first));
+  drop(oldest->first);
 }
 
-void Pools::drop(const PoolKey& key) {
+void Pools::drop(PoolKey key) {
   for (auto& [number, process] : processes_) {
     if (process.key == key && !hasLaunch(process)) discard(process);
   }
@@ -188,8 +188,6 @@ void Pools::noteEnded(uint64_t number) {
   processes_.erase(found);
   if (stage == Stage::kPreparing || stage == Stage::kReady) noteFailure(key);
 }
-
-void Pools::giveUp(const PoolKey& key) { drop(PoolKey(key)); }
 
 void Pools::noteFailure(const PoolKey& key) {
   const auto found = pools_.find(key);

@@ -60,8 +60,8 @@ class Pools {
   void noteServed(Process& process);
   // A process has ended: removes it.
   void noteEnded(uint64_t number);
-  // No process of a kind can ever be made.
-  void giveUp(const PoolKey& key);
+  // Takes a pool away, with its processes that have no launch.
+  void drop(PoolKey key);
 
   [[nodiscard]] bool isEmpty() const { return processes_.empty(); }
   // Lines for a person.
@@ -78,7 +78,6 @@ class Pools {
   void becomeWorker(const PoolKey& key, Descriptor channel);
   void noteFailure(const PoolKey& key);
   void makeRoom();
-  void drop(const PoolKey& key);
   [[nodiscard]] size_t count(const PoolKey& key, Stage stage) const;
   [[nodiscard]] bool isPreparing() const;
   std::chrono::milliseconds awaitPrepared();

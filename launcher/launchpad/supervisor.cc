@@ -360,7 +360,7 @@ void Supervisor::reap(uint64_t number) {
   const bool saidWhy = process->tookOver && !ending->bySignal;
   // The plug-in knows no such application type.
   if (process->stage == Stage::kPreparing && !ending->bySignal && ending->number == kUsage) {
-    pools_.giveUp(process->key);
+    pools_.drop(process->key);
   }
   pools_.noteEnded(number);
   if (clients_.find(client) == clients_.end()) return;

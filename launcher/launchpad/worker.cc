@@ -195,8 +195,9 @@ void Worker::become(const Request& request) {
 
 Launched<void> Worker::tellApplication() {
   folders_.leadTo(target_.folders());
-  auto variables = changesBetween(seenByRuntime_, currentVariables());
-  variables.merge(changesBetween(seenByWarmUp_, currentVariables()));
+  const Variables now = currentVariables();
+  auto variables = changesBetween(seenByRuntime_, now);
+  variables.merge(changesBetween(seenByWarmUp_, now));
   if (!managed_.assign(launcher::propertiesOfApplication(target_, lists_), variables)) {
     return stop(kRuntimeFailed, {"the runtime does not take the application's properties", {}});
   }

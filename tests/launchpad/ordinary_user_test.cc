@@ -3,17 +3,14 @@
 #include <grp.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <optional>
 
-#include "tests/launch/running_zone.h"
 #include "tests/launchpad/running_launchpad.h"
 #include "tests/support/skip.h"
 
 namespace quillon::test {
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
 constexpr uid_t kSomebody = 54321;
@@ -84,19 +81,7 @@ TEST_F(OrdinaryUsersPool, ServesItsUser) {
   EXPECT_EQ(endOfLaunchpad(), 0);
 }
 
-TEST_F(OrdinaryUsersPool, RunsApplicationsInTheZone) {
-  const RunningZone zone(root());
-  ASSERT_NE(zone.holder(), "") << zone.started().err;
-  start(1);
-  { RunningProbe direct(root(), "dotnet"); }
-  ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
-  RunningProbe probe(root(), "dotnet");
-  const std::string process = probe.ask("process");
-  EXPECT_EQ(served(), 1) << probe.errors() << errors();
-  EXPECT_EQ(fs::read_symlink("/proc/" + process + "/ns/mnt"),
-            fs::read_symlink("/proc/" + zone.holder() + "/ns/mnt"));
-  EXPECT_EQ(probe.quit(), 0);
-}
+TEST_F(OrdinaryUsersPool, RunsApplicationsInTheZone) { expectApplicationInTheZone(); }
 
 }  // namespace
 }  // namespace quillon::test

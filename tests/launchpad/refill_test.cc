@@ -101,7 +101,7 @@ TEST_F(Refill, WaitsForNoProcessThatHangs) {
 TEST_F(Refill, EndsWhereNoProcessCanEverBeMade) {
   pools_.want(kKey);
   failOnce();
-  pools_.giveUp(kKey);
+  pools_.drop(kKey);
   now_ += 1h;
   EXPECT_EQ(pools_.refill(), kNothingToDo);
 }

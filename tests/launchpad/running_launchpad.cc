@@ -17,7 +17,7 @@
 
 #include "launcher/launchpad/address.h"
 #include "launcher/launchpad/packet.h"
-
+#include "tests/launch/running_zone.h"
 #include "tools/descriptor.h"
 
 namespace quillon::test {
@@ -126,6 +126,20 @@ void LaunchpadTest::expectNoAnswerTo(uid_t user) const {
     _exit(launchpad::receivePacket(socket, answer) == launchpad::Received::kEnd ? 0 : 4);
   }
   EXPECT_EQ(statusOf(stranger), 0);
+}
+
+void LaunchpadTest::expectApplicationInTheZone() {
+  const RunningZone zone(root());
+  ASSERT_NE(zone.holder(), "") << zone.started().err;
+  start(1);
+  { RunningProbe direct(root(), "dotnet"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
+  RunningProbe probe(root(), "dotnet");
+  const std::string process = probe.ask("process");
+  EXPECT_EQ(served(), 1) << probe.errors() << errors();
+  EXPECT_EQ(fs::read_symlink("/proc/" + process + "/ns/mnt"),
+            fs::read_symlink("/proc/" + zone.holder() + "/ns/mnt"));
+  EXPECT_EQ(probe.quit(), 0);
 }
 
 void LaunchpadTest::killLaunchpad() {

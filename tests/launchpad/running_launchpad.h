@@ -37,6 +37,9 @@ class LaunchpadTest : public RuntimeTest {
   // Waits for its end; its exit status.
   int endOfLaunchpad();
 
+  // Starts a zone, then the launch pad, and launches an application that enters it.
+  void expectApplicationInTheZone();
+
   // A process of another user gets no answer from it.
   void expectNoAnswerTo(uid_t user) const;
 
