@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <future>
 #include <iostream>
 #include <optional>
 
@@ -21,6 +20,7 @@
 #include "launcher/runtime.h"
 #include "launcher/runtime_plan.h"
 #include "launcher/runtime_settings.h"
+#include "launcher/side_thread.h"
 #include "launcher/terminal.h"
 #include "launcher/thread_barrier.h"
 #include "launcher/trace_span.h"
@@ -74,7 +74,8 @@ class Launch {
   std::optional<WithoutIdleTracing> quiet_;  // while the runtime is loaded
   // Loaded by a thread of its own, which has ended before the plug-in's first call: what the
   // plug-in sets is the calling thread's.
-  std::future<Expected<Runtime>> loading_;
+  std::optional<SideThread> loader_;
+  std::optional<Expected<Runtime>> runtime_;
 };
 
 Launched<int> Launch::run() {
@@ -113,15 +114,15 @@ Launched<void> Launch::enterDevice() {
 // call needs them.
 void Launch::beginLoadingRuntime() {
   quiet_.emplace();
-  loading_ = std::async(std::launch::async | std::launch::deferred, [] {
+  loader_.emplace([this] {
     const TraceSpan span("load the runtime's libraries");
-    return Runtime::load(device_paths::kNetcoreapp);
+    runtime_ = Runtime::load(device_paths::kNetcoreapp);
   });
 }
 
 // From here on the environment may change.
 void Launch::awaitLoading() {
-  if (loading_.valid()) loading_.wait();
+  loader_.reset();
   quiet_.reset();
 }
 
@@ -213,7 +214,7 @@ Launched<int> Launch::runApplication() {
 }
 
 Launched<Runtime> Launch::startRuntime() {
-  auto runtime = loading_.get();
+  Expected<Runtime>& runtime = *runtime_;
   if (!runtime) return stop(kRuntimeFailed, runtime.error());
   const TraceSpan span("coreclr_initialize");
   const auto started = runtime->start(executable_, target_.application.id, runtimePlan_.properties);
