@@ -2,6 +2,7 @@
 
 #include <device_paths.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -38,16 +39,35 @@ bool hasDaemon(const sockaddr_un& address) {
   return !refused;
 }
 
-// In its place in one step: another launch may put its own there at the same moment, and the last
-// one serves both.
+bool isLeftBehind(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) &&
+         !hasDaemon(addressOf(path));
+}
+
 bool listenAt(int listener, const std::string& path) {
+  const sockaddr_un address = addressOf(path);
+  if (bind(listener, generic(address), sizeof address) != 0) return false;
+  if (listen(listener, SOMAXCONN) == 0) return true;
+  unlink(path.c_str());
+  return false;
+}
+
+// In place of a name that was left behind, in one step: another launch may do so at the same
+// moment, and the last one serves both.
+bool listenInPlaceOf(int listener, const std::string& path) {
   const std::string aside = path + "." + std::to_string(getpid());
   unlink(aside.c_str());
-  const sockaddr_un address = addressOf(aside);
-  if (bind(listener, generic(address), sizeof address) != 0) return false;
-  if (listen(listener, SOMAXCONN) == 0 && rename(aside.c_str(), path.c_str()) == 0) return true;
+  if (!listenAt(listener, aside)) return false;
+  if (rename(aside.c_str(), path.c_str()) == 0) return true;
   unlink(aside.c_str());
   return false;
+}
+
+// The name is nobody's, as a rule.
+bool takeAddress(int listener, const std::string& path) {
+  if (listenAt(listener, path)) return true;
+  return errno == EADDRINUSE && isLeftBehind(path) && listenInPlaceOf(listener, path);
 }
 
 void stopListening() {
@@ -62,10 +82,9 @@ void stopListening() {
 
 BoostListener::BoostListener() {
   [[maybe_unused]] static const int registered = std::atexit(stopListening);
-  if (hasDaemon(addressOf(device_paths::kBoostSocket))) return;
   const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (listener < 0) return;
-  if (listenAt(listener, device_paths::kBoostSocket)) {
+  if (takeAddress(listener, device_paths::kBoostSocket)) {
     g_socket = listener;
   } else {
     close(listener);

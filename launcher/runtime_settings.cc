@@ -1,7 +1,6 @@
 #include "launcher/runtime_settings.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 
 namespace quillon::launcher {
@@ -10,11 +9,6 @@ namespace {
 void apply(const char* variable, const std::optional<bool>& chosen) {
   if (chosen) setenv(variable, *chosen ? "1" : "0", 1);
 }
-
-constexpr char kProvider[] = "DOTNET_LTTng";
-// The runtime takes its settings under both prefixes.
-constexpr std::array<const char*, 3> kTracing = {kProvider, "DOTNET_EnableEventLog",
-                                                 "COMPlus_EnableEventLog"};
 
 bool isSet(const char* variable) { return std::getenv(variable) != nullptr; }
 
@@ -29,13 +23,24 @@ void applySettings(const RuntimeSettings& settings) {
   apply("DOTNET_EnableDiagnostics", settings.diagnostics);
 }
 
-WithoutIdleTracing::WithoutIdleTracing()
-    : isMine_(std::none_of(kTracing.begin(), kTracing.end(), isSet)) {
-  if (isMine_) setenv(kProvider, "0", 1);
+RuntimeVariable::RuntimeVariable(const char* name, const char* value,
+                                 std::initializer_list<const char*> deciding)
+    : name_(name), isMine_(std::none_of(deciding.begin(), deciding.end(), isSet)) {
+  if (isMine_) setenv(name_, value, 1);
 }
 
-WithoutIdleTracing::~WithoutIdleTracing() {
-  if (isMine_) unsetenv(kProvider);
+RuntimeVariable::~RuntimeVariable() {
+  if (isMine_) unsetenv(name_);
 }
+
+// The runtime takes its settings under both prefixes.
+WithoutIdleTracing::WithoutIdleTracing()
+    : RuntimeVariable("DOTNET_LTTng", "0",
+                      {"DOTNET_LTTng", "DOTNET_EnableEventLog", "COMPlus_EnableEventLog"}) {}
+
+WithLastingCompiler::WithLastingCompiler()
+    : RuntimeVariable(
+          "DOTNET_TC_BackgroundWorkerTimeoutMs", "FFFFFFFF",
+          {"DOTNET_TC_BackgroundWorkerTimeoutMs", "COMPlus_TC_BackgroundWorkerTimeoutMs"}) {}
 
 }  // namespace quillon::launcher

@@ -41,12 +41,13 @@ Expected<void> ManagedSide::bind(const launcher::Runtime& runtime) {
   });
 }
 
-// Of what is assigned nothing stays: every application gets a folder of its own, and the variable
-// is taken away again.
-void ManagedSide::warmUp() const {
+// Of what is assigned nothing stays: every application gets properties of its own, and the variable
+// is taken away again. Its value is a long one, since the runtime copies short ones in other ways.
+void ManagedSide::warmUp(const launcher::RuntimeProperties& properties) const {
   constexpr char kVariable[] = "QUILLON_LAUNCHPAD";
+  constexpr size_t kLong = 256;
   warmUp_();
-  if (assign({{"APP_CONTEXT_BASE_DIRECTORY", "/"}}, {{kVariable, "1"}})) {
+  if (assign(properties, {{kVariable, std::string(kLong, '1')}})) {
     [[maybe_unused]] const bool isGone = assign({}, {{kVariable, std::nullopt}});
   }
 }

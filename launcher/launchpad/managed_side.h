@@ -18,9 +18,10 @@ class ManagedSide {
   // Finds the methods in a runtime that has the assembly among its trusted ones.
   [[nodiscard]] Expected<void> bind(const launcher::Runtime& runtime);
 
-  // Loads and compiles what nearly every application needs first, and what assign() does. The
-  // runtime has its copy of the environment from here on.
-  void warmUp() const;
+  // Loads and compiles what nearly every application needs first, and what assign() does: with the
+  // properties, which every application is assigned its own of. The runtime has its copy of the
+  // environment from here on.
+  void warmUp(const launcher::RuntimeProperties& properties) const;
 
   // Gives AppContext and the runtime's copy of the environment what they would have had from the
   // start, had the application been known. False where the runtime refuses.

@@ -124,6 +124,7 @@ Launched<void> Worker::startRuntime() {
   runtime_ = std::move(*runtime);
   const auto plan = launcher::planPrepared(folders_.paths(), lists_, key_.settings,
                                            managedAssembly(workshop_.plugin).string());
+  const launcher::WithLastingCompiler lasting;
   seenByRuntime_ = currentVariables();
   const auto started = runtime_->start(workshop_.executable, "launchpad", plan.properties);
   if (!started) return stop(kRuntimeFailed, started.error());
@@ -137,7 +138,7 @@ Launched<void> Worker::prepareRuntime() {
   plugin_.preload();
   if (auto bound = managed_.bind(*runtime_); !bound) return stop(kRuntimeFailed, bound.error());
   seenByWarmUp_ = currentVariables();
-  managed_.warmUp();
+  managed_.warmUp(launcher::propertiesOfApplication(target_, lists_));
   return {};
 }
 

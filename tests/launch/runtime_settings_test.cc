@@ -62,5 +62,25 @@ TEST(WithoutIdleTracing, LeavesItToWhoeverAskedForEvents) {
   }
 }
 
+TEST(WithLastingCompiler, LetsTheThreadThatCompilesWaitUnlessSomebodyDecidedSo) {
+  constexpr char kName[] = "DOTNET_TC_BackgroundWorkerTimeoutMs";
+  constexpr char kOtherName[] = "COMPlus_TC_BackgroundWorkerTimeoutMs";
+  for (const char* name : {kName, kOtherName}) unsetenv(name);
+  {
+    const WithLastingCompiler lasting;
+    EXPECT_EQ(valueOf(kName), "FFFFFFFF");
+  }
+  EXPECT_EQ(valueOf(kName), "(unset)");
+  for (const char* name : {kName, kOtherName}) {
+    setenv(name, "10", 1);
+    {
+      const WithLastingCompiler lasting;
+      EXPECT_NE(valueOf(kName), "FFFFFFFF") << name;
+    }
+    EXPECT_EQ(valueOf(name), "10");
+    unsetenv(name);
+  }
+}
+
 }  // namespace
 }  // namespace quillon::launcher

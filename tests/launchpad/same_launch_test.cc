@@ -103,7 +103,10 @@ TEST_F(SameLaunch, TakesTheAskingCommandsSurroundingsOver) {
   EXPECT_EQ(probe.ask("variable QUILLON_APP_ID"), kProbe);
   EXPECT_EQ(probe.ask("variable DOTNET_APP"), "1");
   EXPECT_EQ(probe.ask("variable TMPDIR"), "(none)");
-  EXPECT_EQ(probe.ask("variable QUILLON_LAUNCHPAD"), "(none)");  // the preparation's
+  for (const std::string preparations :
+       {"QUILLON_LAUNCHPAD", "DOTNET_TC_BackgroundWorkerTimeoutMs", "DOTNET_LTTng"}) {
+    EXPECT_EQ(probe.ask("variable " + preparations), "(none)");
+  }
   EXPECT_EQ(probe.ask("assembly Velora.TV.Screen").find("/proc/self/fd/"), 0U);
   const fs::path process = "/proc/" + probe.ask("process");
   EXPECT_NE(process, "/proc/" + std::to_string(probe.pid()));

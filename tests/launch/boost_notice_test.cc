@@ -1,0 +1,79 @@
+// The launch-boost notice of a launch, whose device root has no daemon as a rule.
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "tests/launch/sample_device.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// A stream socket at a path of this process's; it listens until it is closed, and its name stays.
+int listenAt(const fs::path& path) {
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.string().copy(address.sun_path, sizeof address.sun_path - 1);
+  EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(listen(listener, 4), 0);
+  return listener;
+}
+
+class BoostNotice : public RuntimeTest {
+ protected:
+  void SetUp() override {
+    RuntimeTest::SetUp();
+    if (!IsSkipped()) makeDevice();
+  }
+  // The launch's trace, where the plug-in says how it fared.
+  std::string launchTraced() {
+    const fs::path file = fresh("trace.json");
+    fs::remove(file);
+    EXPECT_EQ(launch({kClock}, {"QUILLON_LOG=none", "QUILLON_TRACE=" + file.string()}).status, 0);
+    return contentOf(file);
+  }
+  fs::path socketPath() const { return at("/tmp/kestsock"); }
+};
+
+auto IsHeardAtOnce() {
+  return AllOf(HasSubstr(std::string("APPSTART:") + kClock), Not(HasSubstr("connect error")));
+}
+
+TEST_F(BoostNotice, IsTakenByTheLauncherWhereNobodyListens) {
+  EXPECT_THAT(launchTraced(), IsHeardAtOnce());
+  EXPECT_FALSE(fs::exists(fs::symlink_status(socketPath())));
+}
+
+TEST_F(BoostNotice, IsTakenInPlaceOfASocketThatWasLeftBehind) {
+  close(listenAt(socketPath()));
+  EXPECT_THAT(launchTraced(), IsHeardAtOnce());
+  EXPECT_FALSE(fs::exists(fs::symlink_status(socketPath())));
+}
+
+TEST_F(BoostNotice, IsLeftToTheDaemon) {
+  const int daemon = listenAt(socketPath());
+  EXPECT_THAT(launchTraced(), IsHeardAtOnce());
+  const int connection = accept4(daemon, nullptr, nullptr, SOCK_CLOEXEC);
+  char bytes[256] = {};
+  EXPECT_GT(read(connection, bytes, sizeof bytes - 1), 0);
+  EXPECT_THAT(std::string(bytes), HasSubstr(std::string("APPSTART:") + kClock));
+  EXPECT_TRUE(fs::is_socket(socketPath()));
+  close(connection);
+  close(daemon);
+}
+
+// What is no socket is nobody's to remove.
+TEST_F(BoostNotice, AFileOfAnotherKindStays) {
+  write(socketPath(), "kept");
+  EXPECT_THAT(launchTraced(), HasSubstr("connect error"));
+  EXPECT_EQ(contentOf(socketPath()), "kept");
+}
+
+}  // namespace
+}  // namespace quillon::test
