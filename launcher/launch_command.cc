@@ -1,9 +1,5 @@
 #include "launcher/launch_command.h"
 
-// What CLI::App declares and leaves to these. A test of the launcher's parts may take this object
-// from the library for a function of the C++ library's that it holds, too.
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <map>
 #include <memory>
 #include <optional>
