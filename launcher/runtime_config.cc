@@ -1,7 +1,10 @@
 #include "launcher/runtime_config.h"
 
-#include <fstream>
+#include <cstdio>
+#include <memory>
 #include <nlohmann/json.hpp>
+
+#include "launcher/whole_file.h"
 
 namespace quillon::launcher {
 namespace {
@@ -14,8 +17,8 @@ constexpr char kRuntimePack[] = "Microsoft.NETCore.App.Runtime.";
 
 // Comments are allowed, as .NET's own host allows them.
 Json parseFile(const std::filesystem::path& file) {
-  std::ifstream stream(file);
-  return Json::parse(stream, nullptr, /*allow_exceptions=*/false, /*ignore_comments=*/true);
+  return Json::parse(readWholeFile(file).value_or(""), nullptr, /*allow_exceptions=*/false,
+                     /*ignore_comments=*/true);
 }
 
 const Json& member(const Json& object, const char* name) {
@@ -109,9 +112,10 @@ Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly)
 }
 
 std::string frameworkVersionOf(const std::filesystem::path& framework) {
-  std::ifstream stream(framework / kDepsFile);
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen((framework / kDepsFile).c_str(), "re"),
+                                                   fclose);
   FrameworkVersion reader;
-  Json::sax_parse(stream, &reader);
+  if (file) Json::sax_parse(file.get(), &reader);
   return reader.version;
 }
 

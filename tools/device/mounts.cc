@@ -5,10 +5,11 @@
 #include <sys/mount.h>
 #include <sys/syscall.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <string_view>
 
 namespace quillon::device {
 namespace {
@@ -58,11 +59,11 @@ std::string remedyOf(int error) {
 }
 
 // The mount table writes blanks, tabs, line breaks and backslashes as "\" and three octal digits.
-std::string unescape(const std::string& text) {
+std::string unescape(std::string_view text) {
   std::string plain;
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '\\' && i + 3 < text.size()) {
-      plain += static_cast<char>(std::stoi(text.substr(i + 1, 3), nullptr, 8));
+      plain += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 3)), nullptr, 8));
       i += 3;
     } else {
       plain += text[i];
@@ -71,18 +72,25 @@ std::string unescape(const std::string& text) {
   return plain;
 }
 
+// Takes the first word, and the blank behind it, from a line.
+std::string_view takeWord(std::string_view& line) {
+  const std::size_t end = std::min(line.find(' '), line.size());
+  const std::string_view word = line.substr(0, end);
+  line.remove_prefix(std::min(end + 1, line.size()));
+  return word;
+}
+
 // "id parent major:minor root PATH options optional... - TYPE source options"
-MountPoint parseMountLine(const std::string& line) {
-  std::istringstream words(line);
-  std::string word;
+MountPoint parseMountLine(std::string_view line) {
+  std::string_view word;
   MountPoint point;
   for (int column = 0; column < 5; ++column) {
-    words >> word;
+    word = takeWord(line);
   }
   point.path = unescape(word);
-  while (words >> word && word != "-") {
+  while (!line.empty() && takeWord(line) != "-") {
   }
-  words >> point.type;
+  point.type = takeWord(line);
   return point;
 }
 

@@ -12,6 +12,7 @@ struct sqlite3_stmt;
 
 namespace quillon::workstation {
 
+// A connection. Thread safety: one thread at a time may use it and its statements.
 class Database {
  public:
   // Opens the database file. Without `writable` the file must exist and is never changed. A lock
@@ -20,6 +21,8 @@ class Database {
 
   // Runs statements that have no parameters and no results.
   Expected<void> run(const char* sql);
+
+  [[nodiscard]] bool isInTransaction() const;
 
   // The failure of the latest call, as the database words it.
   [[nodiscard]] Failure failure() const;

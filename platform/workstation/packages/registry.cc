@@ -47,6 +47,8 @@ Expected<Registry> Registry::openForReading() {
   }
   auto database = Database::open(kRegistryPath, false);
   if (!database) return tl::unexpected(database.error());
+  // All of it is read in one transaction: as it was at one moment, and locked once.
+  if (auto begun = database->run("BEGIN"); !begun) return tl::unexpected(begun.error());
   const auto schema = schemaOf(*database);
   if (!schema) return tl::unexpected(schema.error());
   if (*schema == Schema::kMissing) return Registry();
@@ -96,8 +98,10 @@ Expected<std::vector<Package>> Registry::select(const std::string& where,
                                                 const std::function<void(Statement&)>& bind) {
   std::vector<Package> packages;
   if (!database_) return packages;
-  // One transaction, so that a package is read as it was at one moment.
-  if (auto begun = database_->run("BEGIN"); !begun) return tl::unexpected(begun.error());
+  // A package is read as it was at one moment.
+  const bool begins = !database_->isInTransaction();
+  const auto begun = begins ? database_->run("BEGIN") : Expected<void>();
+  if (!begun) return tl::unexpected(begun.error());
   const std::string sql =
       "SELECT key, id, version, root, owner FROM package WHERE " + where + " ORDER BY id, owner";
   Statement query(*database_, sql.c_str());
@@ -110,7 +114,7 @@ Expected<std::vector<Package>> Registry::select(const std::string& where,
     packages.push_back(std::move(package));
   }
   const auto done = filled ? query.finish() : filled;
-  const auto ended = database_->run("COMMIT");
+  const auto ended = begins ? database_->run("COMMIT") : Expected<void>();
   if (!done) return tl::unexpected(done.error());
   if (!ended) return tl::unexpected(ended.error());
   return packages;

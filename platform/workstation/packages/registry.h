@@ -19,7 +19,8 @@ namespace quillon::workstation {
 
 class Registry {
  public:
-  // A registry that does not exist reads as an empty one and is not created.
+  // A registry that does not exist reads as an empty one and is not created. What is read stays as
+  // it was at the first reading, and no installation ends, for as long as the object lives.
   static Expected<Registry> openForReading();
   // Creates the registry where it is missing.
   static Expected<Registry> openForWriting();
