@@ -145,6 +145,7 @@ Launched<void> Launch::registerSelf() {
   if (auto noted = workstation::registerProcess(getpid(), target_.package.id); !noted) {
     return stop(kServiceFailed, noted.error());
   }
+  workstation::clearProcessNotes();
   return {};
 }
 

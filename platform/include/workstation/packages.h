@@ -60,4 +60,7 @@ std::string registryStamp();
 // aul_app_get_pkgid_bypid. The note ends with the process.
 [[nodiscard]] Expected<void> registerProcess(pid_t pid, const std::string& packageId);
 
+// Takes away what is left of the notes of processes that have ended. Call when nobody waits.
+void clearProcessNotes();
+
 }  // namespace quillon::workstation

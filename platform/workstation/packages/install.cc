@@ -190,6 +190,8 @@ Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
   return noteProcess(pid, packageId);
 }
 
+void clearProcessNotes() { forgetEndedProcesses(); }
+
 std::string registryStamp() {
   struct stat status {};
   if (stat(kRegistryPath, &status) != 0) return "none";

@@ -54,17 +54,6 @@ bool replaceLink(const std::string& text, const std::string& path) {
 // The process of a note's name or of one that is being put in its place; 0 for other names.
 pid_t processOf(const char* name) { return static_cast<pid_t>(std::strtol(name, nullptr, 10)); }
 
-void forgetEndedProcesses() {
-  const auto close = [](DIR* directory) { closedir(directory); };
-  const std::unique_ptr<DIR, decltype(close)> notes(opendir(kProcessDirectory), close);
-  while (const dirent* const entry = notes ? readdir(notes.get()) : nullptr) {
-    const pid_t process = processOf(entry->d_name);
-    if (process > 0 && kill(process, 0) != 0 && errno == ESRCH) {
-      unlinkat(dirfd(notes.get()), entry->d_name, 0);
-    }
-  }
-}
-
 }  // namespace
 
 Expected<void> noteProcess(pid_t pid, const std::string& packageId) {
@@ -74,8 +63,18 @@ Expected<void> noteProcess(pid_t pid, const std::string& packageId) {
   const std::string text = std::to_string(*start) + ":" + packageId;
   const bool noted = makeLink(text, path) || (errno == EEXIST && replaceLink(text, path));
   if (!noted) return tl::unexpected(cannotNote(path));
-  forgetEndedProcesses();
   return {};
+}
+
+void forgetEndedProcesses() {
+  const auto close = [](DIR* directory) { closedir(directory); };
+  const std::unique_ptr<DIR, decltype(close)> notes(opendir(kProcessDirectory), close);
+  while (const dirent* const entry = notes ? readdir(notes.get()) : nullptr) {
+    const pid_t process = processOf(entry->d_name);
+    if (process > 0 && kill(process, 0) != 0 && errno == ESRCH) {
+      unlinkat(dirfd(notes.get()), entry->d_name, 0);
+    }
+  }
 }
 
 std::optional<std::string> packageOfProcess(pid_t pid) {

@@ -14,8 +14,11 @@
 
 namespace quillon::workstation {
 
-// Notes a living process and forgets those that have ended.
+// Notes a living process.
 [[nodiscard]] Expected<void> noteProcess(pid_t pid, const std::string& packageId);
+
+// Takes the notes of processes away that have ended.
+void forgetEndedProcesses();
 
 // The package that a living process runs; empty when there is no note, or one of an earlier process
 // with the same id.

@@ -281,6 +281,7 @@ TEST_F(ServicesTest, NotesOfEndedProcessesAreClearedAway) {
   const auto note = std::filesystem::path(kProcesses) / std::to_string(child);
   EXPECT_TRUE(std::filesystem::is_symlink(note));
   ASSERT_TRUE(workstation::registerProcess(getppid(), "moon"));
+  workstation::clearProcessNotes();
   EXPECT_FALSE(std::filesystem::is_symlink(note));
   EXPECT_TRUE(
       std::filesystem::is_symlink(std::filesystem::path(kProcesses) / std::to_string(getppid())));
