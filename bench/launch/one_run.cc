@@ -61,7 +61,8 @@ std::vector<std::string> environmentOf(const Contender& contender) {
   options.raw = true;
   if (task == Task::kMemory) options.arguments.emplace_back(kWaitArgument);
   const Clock::time_point start = Clock::now();
-  const launchpad::Asked asked = launchpad::askForLaunch(options, contender.asking.quillon);
+  const launchpad::Asked asked =
+      launchpad::askForLaunch(options, contender.asking.quillon.string());
   const bool told = write(startOfAsking, &start, sizeof start) == sizeof start;
   _exit(told ? asked.status.value_or(1) : 1);
 }

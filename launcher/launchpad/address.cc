@@ -1,15 +1,18 @@
 #include "launcher/launchpad/address.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
 #include <cstring>
-#include <fstream>
 #include <optional>
+
+#include "launcher/launchpad/own_process.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -46,7 +49,8 @@ bool isOwnPeer(int socket) { return userOfPeer(socket) == std::optional<uid_t>(g
 // this one there (user_namespaces(7)).
 bool isOverflowUser() {
   uid_t overflow = 65534;
-  std::ifstream("/proc/sys/kernel/overflowuid") >> overflow;
+  const std::string digits = contentAt(AT_FDCWD, "/proc/sys/kernel/overflowuid");
+  std::from_chars(digits.data(), digits.data() + digits.size(), overflow);
   return geteuid() == overflow;
 }
 

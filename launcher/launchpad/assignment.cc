@@ -3,19 +3,27 @@
 #include "launcher/launchpad/text_record.h"
 
 namespace quillon::launchpad {
+namespace {
+
+constexpr size_t kUsualPaths = 1024;
+
+}  // namespace
 
 bool sendAssignment(int socket, const launcher::LaunchTarget& target, const Packet& request) {
   std::vector<int> descriptors;
+  descriptors.reserve(request.descriptors.size());
   for (const Descriptor& descriptor : request.descriptors) descriptors.push_back(descriptor.get());
-  RecordWriter writer;
-  writer.number(RecordReader(request.bytes).number());
+  RecordReader reader(request.bytes);
+  RecordWriter writer(request.bytes.size() + kUsualPaths);
+  writer.number(reader.number());
   writer.text(target.package.id).text(target.package.rootPath).text(target.application.id);
   writer.text(target.type).text(target.exec).text(target.assembly);
+  writer.append(reader.rest());
   return sendPacket(socket, PacketKind::kAssign, writer.bytes(), descriptors);
 }
 
-std::optional<Assignment> readAssignment(const std::string& bytes) {
-  RecordReader reader(bytes);
+std::optional<Assignment> readAssignment(const Packet& packet) {
+  RecordReader reader(packet.bytes);
   Assignment assignment;
   assignment.there = reader.number();
   assignment.target.package.id = reader.text();
@@ -24,7 +32,9 @@ std::optional<Assignment> readAssignment(const std::string& bytes) {
   assignment.target.type = reader.text();
   assignment.target.exec = reader.text();
   assignment.target.assembly = reader.text();
-  if (!reader.atEnd()) return std::nullopt;
+  auto request = decodeRequest(textOf(reader.rest(), assignment.there, packet.descriptors));
+  if (!reader.ok() || !request) return std::nullopt;
+  assignment.request = std::move(*request);
   return assignment;
 }
 

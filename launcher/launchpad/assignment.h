@@ -3,10 +3,10 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 
 #include "launcher/launch_target.h"
 #include "launcher/launchpad/packet.h"
+#include "launcher/launchpad/request.h"
 
 namespace quillon::launchpad {
 
@@ -16,9 +16,10 @@ bool sendAssignment(int socket, const launcher::LaunchTarget& target, const Pack
 struct Assignment {
   launcher::LaunchTarget target;  // without privileges, metadata and other applications
   uint64_t there = 0;             // for takeDescriptors
+  Request request;
 };
 
-// Empty where the bytes are no assignment.
-std::optional<Assignment> readAssignment(const std::string& bytes);
+// Empty where the packet holds no assignment. Leaves its descriptors to takeDescriptors.
+std::optional<Assignment> readAssignment(const Packet& packet);
 
 }  // namespace quillon::launchpad

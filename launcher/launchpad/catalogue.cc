@@ -1,6 +1,7 @@
 #include "launcher/launchpad/catalogue.h"
 
 #include <device_paths.h>
+#include <fcntl.h>
 #include <workstation/packages.h>
 
 #include <algorithm>
@@ -16,9 +17,15 @@ namespace fs = std::filesystem;
 
 constexpr size_t kMostKnown = 1000;
 
-std::string stampOfApplication(const launcher::LaunchTarget& target) {
-  return workstation::registryStamp() + stampOf(target.assembly) +
-         stampOf(launcher::runtimeConfigOf(target.assembly)) + stampOf(device_paths::kNetcoreapp);
+std::vector<std::string> filesOf(const launcher::LaunchTarget& target) {
+  return {target.assembly, launcher::runtimeConfigOf(target.assembly).string(),
+          device_paths::kNetcoreapp};
+}
+
+std::string stampOfRegistryAnd(const std::vector<std::string>& files) {
+  std::string stamp = workstation::registryStamp() + '\0';
+  for (const std::string& file : files) addStamp(stamp, AT_FDCWD, file.c_str());
+  return stamp;
 }
 
 Expected<void> requireRelevantPath(const Request& request) {
@@ -54,19 +61,39 @@ Expected<Entry> lookUp(const Request& request) {
 
 }  // namespace
 
-Expected<Entry> Catalogue::find(const Request& request) {
+Expected<std::shared_ptr<const Entry>> Catalogue::find(const Request& request) {
   if (auto usable = requireRelevantPath(request); !usable) return tl::unexpected(usable.error());
   const Name name{request.appId, request.type, request.exec, request.raw};
   const auto found = known_.find(name);
-  if (found != known_.end() &&
-      found->second.stamp == stampOfApplication(found->second.entry.target)) {
+  if (found != known_.end() && found->second.stamp == stampOfRegistryAnd(found->second.files)) {
     return found->second.entry;
   }
-  auto entry = lookUp(request);
-  if (!entry) return entry;
+  auto known = learn(
+      request, found == known_.end() ? std::vector<std::string>() : std::move(found->second.files));
+  if (found != known_.end()) known_.erase(found);
+  if (!known) return tl::unexpected(known.error());
   if (known_.size() >= kMostKnown) known_.clear();
-  known_[name] = {stampOfApplication(entry->target), *entry};
-  return entry;
+  return (known_[name] = std::move(*known)).entry;
+}
+
+// What changes while it is looked at is looked at again by the next request: an answer is good only
+// for a stamp that is older. Which files it is made of is known after a first look.
+//
+// files  of an earlier answer
+Expected<Catalogue::Known> Catalogue::learn(const Request& request,
+                                            std::vector<std::string> files) {
+  Known known;
+  for (int look = 0; look < 2; ++look) {
+    known.stamp = stampOfRegistryAnd(files);
+    auto entry = lookUp(request);
+    if (!entry) return tl::unexpected(entry.error());
+    known.files = filesOf(entry->target);
+    known.entry = std::make_shared<const Entry>(std::move(*entry));
+    if (known.files == files) return known;
+    files = known.files;
+  }
+  known.stamp.clear();
+  return known;
 }
 
 std::vector<PoolKey> Catalogue::keysOfInstalled(const std::vector<std::string>& types) {
@@ -81,7 +108,8 @@ std::vector<PoolKey> Catalogue::keysOfInstalled(const std::vector<std::string>& 
       const bool isWanted =
           types.empty() || std::find(types.begin(), types.end(), application.type) != types.end();
       if (!entry || !isWanted) continue;
-      if (std::find(keys.begin(), keys.end(), entry->key) == keys.end()) keys.push_back(entry->key);
+      const PoolKey& key = (*entry)->key;
+      if (std::find(keys.begin(), keys.end(), key) == keys.end()) keys.push_back(key);
     }
   }
   return keys;

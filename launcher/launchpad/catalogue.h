@@ -4,6 +4,7 @@
 #include <workstation/failure.h>
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -25,7 +26,7 @@ struct Entry {
 class Catalogue {
  public:
   // The failure is what a direct launch would fail with too, or why only a direct launch will do.
-  [[nodiscard]] Expected<Entry> find(const Request& request);
+  [[nodiscard]] Expected<std::shared_ptr<const Entry>> find(const Request& request);
 
   // The keys of all installed applications, captured, in the registry's order; of those types only,
   // unless the list is empty. What cannot be launched is left out.
@@ -35,9 +36,12 @@ class Catalogue {
   using Name =
       std::tuple<std::string, std::optional<std::string>, std::optional<std::string>, bool>;
   struct Known {
-    std::string stamp;
-    Entry entry;
+    std::vector<std::string> files;  // that the entry is made of, beside the registry
+    std::string stamp;               // of before it was made
+    std::shared_ptr<const Entry> entry;
   };
+  static Expected<Known> learn(const Request& request, std::vector<std::string> files);
+
   std::map<Name, Known> known_;
 };
 

@@ -31,8 +31,9 @@ constexpr milliseconds kLongestEnd{10'000};  // of a process that was killed
 // A launch that is asked for: what it is told, and by whom.
 class Asking {
  public:
-  Asking(const Descriptor& socket, const Descriptor& began, bool verbose)
-      : socket_(socket), began_(began), verbose_(verbose) {}
+  // ignored  the signals that this process ignores
+  Asking(const Descriptor& socket, const Descriptor& began, const sigset_t& ignored, bool verbose)
+      : socket_(socket), began_(began), verbose_(verbose), signals_(ignored) {}
 
   Asked follow();
 
@@ -152,10 +153,12 @@ bool canBeHandedOver(const std::vector<int>& others) {
 
 }  // namespace
 
-Asked askForLaunch(const launcher::LaunchOptions& options, const std::filesystem::path& program) {
+Asked askForLaunch(const launcher::LaunchOptions& options, const std::string& program) {
   const Descriptor socket = connectTo(addressOf(options.device));
   if (!socket) return {};
-  const Request request = makeRequest(options, program);
+  const OwnProcess self;
+  const Request request = makeRequest(options, self, program);
+  if (request.shape.empty()) return {std::nullopt, "/proc does not tell what this process is"};
   if (!canBeHandedOver(request.others)) {
     return {std::nullopt, "it has descriptors where a prepared process has its own"};
   }
@@ -163,7 +166,7 @@ Asked askForLaunch(const launcher::LaunchOptions& options, const std::filesystem
   if (!began || !sendRequest(socket.get(), request, began.get())) {
     return {std::nullopt, "the launch pad cannot be told"};
   }
-  return Asking(socket, began, options.verbose).follow();
+  return Asking(socket, began, self.ignoredSignals(), options.verbose).follow();
 }
 
 bool isServed(const std::filesystem::path& device) {

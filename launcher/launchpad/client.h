@@ -9,7 +9,6 @@
 
 #include "launcher/launch_options.h"
 #include "launcher/launchpad/packet.h"
-#include "launcher/launchpad/process_shape.h"
 
 namespace quillon::launchpad {
 
@@ -25,8 +24,7 @@ struct Asked {
 // alone after two seconds.
 //
 // program  file of the quillon program, where another program asks
-Asked askForLaunch(const launcher::LaunchOptions& options,
-                   const std::filesystem::path& program = kOwnProgram);
+Asked askForLaunch(const launcher::LaunchOptions& options, const std::string& program = {});
 
 // Whether a launch pad of this user's serves the device root.
 bool isServed(const std::filesystem::path& device);

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 
 #include "launcher/launchpad/catalogue.h"
@@ -15,7 +16,7 @@ namespace quillon::launchpad {
 // What a command asked for and waits for.
 struct Launch {
   ArrivedRequest arrived;
-  Entry entry;
+  std::shared_ptr<const Entry> entry;
   unsigned deaths = 0;   // of processes that had it, before its application began
   uint64_t process = 0;  // that has it
 };

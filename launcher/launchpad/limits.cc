@@ -24,18 +24,17 @@ bool isOfMemory(int resource) {
 }  // namespace
 
 Limits currentLimits() {
-  Limits limits;
-  for (int resource = 0; resource < RLIM_NLIMITS; ++resource) limits.push_back(limitOf(resource));
+  Limits limits(RLIM_NLIMITS);
+  for (int resource = 0; resource < RLIM_NLIMITS; ++resource) {
+    limits[static_cast<size_t>(resource)] = limitOf(resource);
+  }
   return limits;
 }
 
 std::string memoryLimits() {
-  std::string text;
-  for (const auto resource : kOfMemory) {
-    const rlimit limit = limitOf(resource);
-    text += std::to_string(limit.rlim_cur) + "/" + std::to_string(limit.rlim_max) + " ";
-  }
-  return text;
+  std::array<rlimit, kOfMemory.size()> limits{};
+  std::transform(kOfMemory.begin(), kOfMemory.end(), limits.begin(), limitOf);
+  return {reinterpret_cast<const char*>(limits.data()), sizeof limits};
 }
 
 bool canTakeOver(const Limits& own, const Limits& wanted) {

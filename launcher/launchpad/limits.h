@@ -13,7 +13,7 @@ using Limits = std::vector<rlimit>;
 
 Limits currentLimits();
 
-// Those that the C library and the runtime look at when they start, as one text to compare: of the
+// Those that the C library and the runtime look at when they start, as bytes to compare: of the
 // stack, the data and the address space.
 std::string memoryLimits();
 

@@ -2,14 +2,12 @@
 
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
 namespace quillon::launchpad {
 namespace {
-
-// Bytes that are not in a memfd are short: a reason, a few paths.
-constexpr size_t kLongest = 64 * 1024;
 
 union Control {
   cmsghdr header;
@@ -42,7 +40,8 @@ void detach(msghdr& message, std::vector<Descriptor>& descriptors) {
 }
 
 Received receive(int socket, Packet& packet, int flags) {
-  std::string whole(kLongest, '\0');
+  // Every process has one thread while it speaks. Only the pages that a message fills are touched.
+  static std::array<char, kLongestPacket> whole;
   iovec part{whole.data(), whole.size()};
   Control control{};
   msghdr message{};
@@ -60,28 +59,28 @@ Received receive(int socket, Packet& packet, int flags) {
   const bool isComplete = (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0;
   if (length < static_cast<ssize_t>(sizeof packet.kind) || !isComplete) return Received::kEnd;
   std::memcpy(&packet.kind, whole.data(), sizeof packet.kind);
-  packet.bytes = whole.substr(sizeof packet.kind, static_cast<size_t>(length) - sizeof packet.kind);
+  packet.bytes.assign(whole.data() + sizeof packet.kind,
+                      static_cast<size_t>(length) - sizeof packet.kind);
   return Received::kPacket;
 }
 }  // namespace
 
-bool sendPacket(int socket, PacketKind kind, const std::string& bytes,
+bool sendPacket(int socket, PacketKind kind, std::string_view bytes,
                 const std::vector<int>& descriptors) {
-  if (bytes.size() + sizeof kind > kLongest || descriptors.size() > kMostDescriptors) return false;
-  std::string whole(sizeof kind, '\0');
-  std::memcpy(whole.data(), &kind, sizeof kind);
-  whole += bytes;
-  iovec part{whole.data(), whole.size()};
+  const size_t length = sizeof kind + bytes.size();
+  if (length > kLongestPacket || descriptors.size() > kMostDescriptors) return false;
+  std::array<iovec, 2> parts = {
+      {{&kind, sizeof kind}, {const_cast<char*>(bytes.data()), bytes.size()}}};
   Control control{};
   msghdr message{};
-  message.msg_iov = &part;
-  message.msg_iovlen = 1;
+  message.msg_iov = parts.data();
+  message.msg_iovlen = parts.size();
   attach(message, control, descriptors);
   ssize_t sent = 0;
   do {
     sent = sendmsg(socket, &message, MSG_NOSIGNAL);
   } while (sent < 0 && errno == EINTR);
-  return sent == static_cast<ssize_t>(whole.size());
+  return sent == static_cast<ssize_t>(length);
 }
 
 Received receivePacket(int socket, Packet& packet) { return receive(socket, packet, 0); }

@@ -4,8 +4,8 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/descriptor.h"
@@ -14,7 +14,7 @@ namespace quillon::launchpad {
 
 enum class PacketKind : uint32_t {
   // From the asking command.
-  kLaunch = 1,  // descriptors: the request (a memfd), then those that it says are there
+  kLaunch = 1,  // see request.h
   kStop,
   kReload,
   kStatus,
@@ -38,10 +38,11 @@ struct Packet {
 };
 
 inline constexpr size_t kMostDescriptors = 32;
+inline constexpr size_t kLongestPacket = 64 * 1024;  // its kind and its bytes
 
 // False where the other side is gone, or the socket cannot take the message. Waits for room unless
 // the socket does not block.
-bool sendPacket(int socket, PacketKind kind, const std::string& bytes = {},
+bool sendPacket(int socket, PacketKind kind, std::string_view bytes = {},
                 const std::vector<int>& descriptors = {});
 
 enum class Received { kPacket, kNothingYet, kEnd };

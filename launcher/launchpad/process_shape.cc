@@ -1,9 +1,7 @@
 #include "launcher/launchpad/process_shape.h"
 
-#include <grp.h>
-#include <linux/capability.h>
+#include <fcntl.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/personality.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -13,14 +11,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
+#include <initializer_list>
+#include <map>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include "launcher/launchpad/limits.h"
-#include "launcher/launchpad/signal_relay.h"
+#include "launcher/launchpad/text_record.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -32,109 +29,98 @@ constexpr std::array<std::string_view, 13> kNames = {
     "NLSPATH",      "GCONV_PATH",   "ICU_DATA",     "GLIBC_TUNABLES", "CLR_ICU_VERSION_OVERRIDE",
     "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"};
 
-std::string hexOf(const void* bytes, size_t length) {
-  std::string text;
-  for (size_t i = 0; i < length; ++i) {
-    char digits[3];
-    std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char*>(bytes)[i]);
-    text += digits;
-  }
-  return text;
+// In the order in which they are shown (namespaces(7)).
+constexpr std::array kNamespaces = {"ns/mnt", "ns/user", "ns/pid",  "ns/ipc",
+                                    "ns/uts", "ns/net",  "ns/time", "ns/cgroup"};
+
+// Lines of "status" that every kernel has which this can run on.
+constexpr std::array kNecessary = {"Umask",  "Uid",          "Gid",       "Groups",
+                                   "SigBlk", "SigIgn",       "CapInh",    "CapPrm",
+                                   "CapEff", "Cpus_allowed", "NoNewPrivs"};
+
+template <typename T>
+void append(std::string& bytes, const T& value) {
+  bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-std::string identityOf(const std::filesystem::path& path) {
+struct stat statusAt(int folder, const char* path) {
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0) return "none";
-  return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+  if (fstatat(folder, path, &status, 0) != 0) status = {};
+  return status;
 }
 
 // An upgraded quillon is another program at the same path.
-std::string versionOf(const std::filesystem::path& program) {
-  struct stat status {};
-  if (stat(program.c_str(), &status) != 0) return "none";
-  return identityOf(program) + ":" + std::to_string(status.st_mtim.tv_sec) + "." +
-         std::to_string(status.st_mtim.tv_nsec);
+std::string versionOf(const std::string& program) {
+  const auto status = statusAt(AT_FDCWD, program.empty() ? "/proc/self/exe" : program.c_str());
+  std::string bytes;
+  append(bytes, status.st_dev);
+  append(bytes, status.st_ino);
+  append(bytes, status.st_mtim);
+  return bytes;
 }
 
-std::string namespaces() {
+std::string rootFolder() {
+  const auto status = statusAt(AT_FDCWD, "/");
+  std::string bytes;
+  append(bytes, status.st_dev);
+  append(bytes, status.st_ino);
+  return bytes;
+}
+
+std::string namespacesOf(const OwnProcess& process) {
   std::string all;
-  for (const char* kind : {"mnt", "user", "pid", "ipc", "uts", "net", "time", "cgroup"}) {
-    all += identityOf(std::string("/proc/self/ns/") + kind) + " ";
-  }
+  for (const char* kind : kNamespaces) all += process.targetOf(kind) + " ";
   return all;
 }
 
-std::string user() {
-  std::array<uid_t, 3> users{};
-  std::array<gid_t, 3> groups{};
-  getresuid(&users[0], &users[1], &users[2]);
-  getresgid(&groups[0], &groups[1], &groups[2]);
-  std::vector<gid_t> more(static_cast<size_t>(std::max(0, getgroups(0, nullptr))));
-  more.resize(
-      static_cast<size_t>(std::max(0, getgroups(static_cast<int>(more.size()), more.data()))));
-  std::sort(more.begin(), more.end());
-  return hexOf(users.data(), sizeof users) + hexOf(groups.data(), sizeof groups) +
-         hexOf(more.data(), more.size() * sizeof(gid_t));
+std::string linesOf(const OwnProcess& process, std::initializer_list<const char*> names) {
+  std::string all;
+  for (const char* name : names) all.append(process.status(name).value_or("")) += '\n';
+  return all;
 }
 
-std::string capabilities() {
-  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
-  syscall(SYS_capget, &header, sets.data());
-  return hexOf(sets.data(), sizeof sets);
+// What looks like a kernel's may be somebody else's, who tells less.
+bool tellsAll(const OwnProcess& process) {
+  return std::all_of(kNecessary.begin(), kNecessary.end(),
+                     [&](const char* line) { return process.status(line).has_value(); });
 }
 
-std::string confinement() {
-  return std::to_string(prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0)) + " " +
-         std::to_string(prctl(PR_GET_SECCOMP, 0, 0, 0, 0)) + " " +
-         std::to_string(personality(0xffffffff));
+std::string confinementOf(const OwnProcess& process) {
+  std::string all = linesOf(process, {"NoNewPrivs", "Seccomp", "Seccomp_filters"});
+  append(all, personality(0xffffffff));
+  return all;
 }
 
-std::string scheduling() {
-  cpu_set_t cpus;
-  CPU_ZERO(&cpus);
-  sched_getaffinity(0, sizeof cpus, &cpus);
+std::string schedulingOf(const OwnProcess& process) {
   sched_param realTime{};
   sched_getparam(0, &realTime);
-  return std::to_string(getpriority(PRIO_PROCESS, 0)) + " " +
-         std::to_string(sched_getscheduler(0)) + " " + std::to_string(realTime.sched_priority) +
-         " " + std::to_string(syscall(SYS_ioprio_get, 1 /* IOPRIO_WHO_PROCESS */, 0)) + " " +
-         std::to_string(prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0)) + " " + hexOf(&cpus, sizeof cpus);
+  std::string all = linesOf(process, {"Cpus_allowed"});
+  append(all, getpriority(PRIO_PROCESS, 0));
+  append(all, sched_getscheduler(0));
+  append(all, realTime.sched_priority);
+  append(all, syscall(SYS_ioprio_get, 1 /* IOPRIO_WHO_PROCESS */, 0));
+  append(all, prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0));
+  return all;
 }
 
-std::string lineOf(const char* file) {
-  std::ifstream stream(file);
-  std::string line;
-  std::getline(stream, line);
-  return line;
-}
-
-std::string ignoredSignals() {
-  std::string text;
-  for (int signal = 1; signal < NSIG; ++signal) {
-    if (isIgnored(signal)) text += std::to_string(signal) + " ";
-  }
-  return text;
-}
-
-std::string blockedSignals() {
-  sigset_t blocked;
-  sigemptyset(&blocked);
-  sigprocmask(SIG_BLOCK, nullptr, &blocked);
-  std::string text;
-  for (int signal = 1; signal < NSIG; ++signal) {
-    if (sigismember(&blocked, signal) == 1) text += std::to_string(signal) + " ";
-  }
-  return text;
-}
-
-void addVariables(ProcessShape& shape) {
+void addVariables(RecordWriter& shape) {
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const std::string_view variable = *entry;
     const std::string_view name = variable.substr(0, variable.find('='));
     if (!isReadAtStart(name)) continue;
-    shape["the environment variable " + std::string(name)] = variable.substr(name.size());
+    shape.text("the environment variable " + std::string(name)).text(variable.substr(name.size()));
   }
+}
+
+// Empty where it is none.
+std::map<std::string, std::string> toMap(const ProcessShape& shape) {
+  std::map<std::string, std::string> all;
+  RecordReader reader(shape);
+  while (reader.ok() && !reader.atEnd()) {
+    std::string name = reader.text();
+    all[std::move(name)] = reader.text();
+  }
+  return reader.ok() ? all : std::map<std::string, std::string>();
 }
 
 }  // namespace
@@ -145,32 +131,38 @@ bool isReadAtStart(std::string_view variable) {
                      [&](std::string_view prefix) { return variable.starts_with(prefix); });
 }
 
-ProcessShape currentShape(const std::filesystem::path& program) {
-  ProcessShape shape = {
-      {"the quillon program", versionOf(program)},
-      {"its namespaces", namespaces()},
-      {"its root folder", identityOf("/")},
-      {"its user and groups", user()},
-      {"its capabilities", capabilities()},
-      {"its confinement", confinement()},
-      {"its scheduling", scheduling()},
-      {"its blocked signals", blockedSignals()},
-      {"its ignored signals", ignoredSignals()},
-      {"its security label", lineOf("/proc/self/attr/current")},
-      {"its place in line when memory runs out", lineOf("/proc/self/oom_score_adj")},
-      {"its memory limits", memoryLimits()},
-  };
+ProcessShape shapeOf(const OwnProcess& process, const std::string& program) {
+  if (!tellsAll(process)) return {};
+  RecordWriter shape;
+  shape.text("the quillon program").text(versionOf(program));
+  shape.text("its namespaces").text(namespacesOf(process));
+  shape.text("its root folder").text(rootFolder());
+  shape.text("its user and groups").text(linesOf(process, {"Uid", "Gid", "Groups"}));
+  shape.text("its capabilities")
+      .text(linesOf(process, {"CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb"}));
+  shape.text("its confinement").text(confinementOf(process));
+  shape.text("its scheduling").text(schedulingOf(process));
+  shape.text("its blocked signals").text(linesOf(process, {"SigBlk"}));
+  shape.text("its ignored signals").text(linesOf(process, {"SigIgn"}));
+  shape.text("its security label").text(process.contentOf("attr/current"));
+  shape.text("its place in line when memory runs out").text(process.contentOf("oom_score_adj"));
+  shape.text("its memory limits").text(memoryLimits());
   addVariables(shape);
-  return shape;
+  return shape.take();
 }
 
+// Most often they are the same byte for byte; where they are not, the order of the variables says
+// nothing yet.
 std::string firstDifference(const ProcessShape& one, const ProcessShape& other) {
-  for (const auto& [name, value] : one) {
-    const auto found = other.find(name);
-    if (found == other.end() || found->second != value) return name;
+  if (one == other) return {};
+  const auto left = toMap(one);
+  const auto right = toMap(other);
+  for (const auto& [name, value] : left) {
+    const auto found = right.find(name);
+    if (found == right.end() || found->second != value) return name;
   }
-  for (const auto& [name, value] : other) {
-    if (one.find(name) == one.end()) return name;
+  for (const auto& [name, value] : right) {
+    if (left.find(name) == left.end()) return name;
   }
   return {};
 }

@@ -5,22 +5,22 @@
 // the asking command and for the launch pad; the application could tell the difference otherwise.
 #pragma once
 
-#include <filesystem>
-#include <map>
 #include <string>
 #include <string_view>
 
+#include "launcher/launchpad/own_process.h"
+
 namespace quillon::launchpad {
 
-// Name, as a person reads it, and value.
-using ProcessShape = std::map<std::string, std::string>;
+// Texts (text_record.h) in pairs: a name, as a person reads it, and a value.
+using ProcessShape = std::string;
 
-// File of the program that runs.
-inline constexpr char kOwnProgram[] = "/proc/self/exe";
-
-// The calling process's. Call before it enters a device root.
-// program  file of the quillon program, for a process that another program asks from
-ProcessShape currentShape(const std::filesystem::path& program = kOwnProgram);
+// The calling process's. Call before it enters a device root. Empty where the kernel does not tell,
+// and nothing can be compared.
+//
+// program  file of the quillon program, for a process that another program asks from; empty: the
+//          one that runs
+ProcessShape shapeOf(const OwnProcess& process, const std::string& program = {});
 
 // The name of the first thing that differs; empty where nothing does.
 std::string firstDifference(const ProcessShape& one, const ProcessShape& other);

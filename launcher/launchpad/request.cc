@@ -9,8 +9,10 @@
 #include <workstation/log_handover.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
+#include <array>
+#include <charconv>
+#include <climits>
+#include <utility>
 
 #include "launcher/launchpad/text_record.h"
 
@@ -20,9 +22,16 @@ namespace {
 constexpr int kSeals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
 constexpr off_t kLongest = 64 * 1024 * 1024;
 
-// Which descriptors a request comes with: bits 0 to 2 the standard ones, bit 3 the log's. The
-// one to tell the application's begin through is always there, the last of all.
+// Which descriptors a request comes with: bit 4 the memory file that holds it, first of all, bits 0
+// to 2 the standard ones, bit 3 the log's. The one to tell the application's begin through is
+// always there, before the further ones.
 constexpr uint64_t kLogBit = 1U << 3;
+constexpr uint64_t kFileBit = 1U << 4;
+constexpr uint64_t kAllBits = kFileBit | kLogBit | 7U;
+
+// A longer one goes into a memory file. The launch pad hands it on with a few paths beside it.
+constexpr size_t kLongestInMessage = kLongestPacket / 2;
+constexpr size_t kUsualSize = 16 * 1024;
 
 std::string bytesOf(const Limits& limits) {
   return {reinterpret_cast<const char*>(limits.data()), limits.size() * sizeof(rlimit)};
@@ -35,18 +44,17 @@ Limits limitsOf(const std::string& bytes) {
   return limits;
 }
 
-std::vector<std::string> currentEnvironment() {
-  std::vector<std::string> all;
-  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-    all.emplace_back(*entry);
-  }
-  return all;
+// It is octal, and cannot be asked for without being changed otherwise (umask(2)).
+mode_t umaskOf(const OwnProcess& process) {
+  const std::string_view digits = process.status("Umask").value_or("");
+  mode_t mask = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), mask, 8);
+  return mask;
 }
 
-mode_t currentUmask() {
-  const mode_t mask = umask(0);
-  umask(mask);
-  return mask;
+std::string workingDirectory() {
+  std::array<char, PATH_MAX> path;
+  return getcwd(path.data(), path.size()) == nullptr ? std::string() : path.data();
 }
 
 bool isOpen(int fd) { return fcntl(fd, F_GETFD) >= 0; }
@@ -75,19 +83,26 @@ std::optional<std::string> decodeOptional(RecordReader& reader) {
   return values.empty() ? std::nullopt : std::optional<std::string>(values.front());
 }
 
-std::string encode(const Request& request) {
-  RecordWriter writer;
+void encodeEnvironment(RecordWriter& writer) {
+  uint64_t count = 0;
+  while (environ != nullptr && environ[count] != nullptr) ++count;
+  writer.number(count);
+  for (uint64_t i = 0; i < count; ++i) writer.text(environ[i]);
+}
+
+// What the launch pad looks at comes first.
+void encode(const Request& request, RecordWriter& writer) {
   writer.text(request.appId);
   encodeOptional(writer, request.type);
   encodeOptional(writer, request.exec);
-  writer.number(request.raw ? 1 : 0).texts(request.arguments).texts(request.environment);
-  writer.text(request.workingDirectory).number(request.umask).text(bytesOf(request.limits));
-  writer.map(request.shape);
-  writer.text(request.log.target).number(static_cast<uint64_t>(request.log.level));
-  writer.number(request.log.applicationOutput ? 1 : 0);
+  writer.number(request.raw ? 1 : 0).text(bytesOf(request.limits)).text(request.shape);
   writer.number(request.others.size());
   for (const int other : request.others) writer.number(static_cast<uint64_t>(other));
-  return writer.bytes();
+  writer.texts(request.arguments);
+  encodeEnvironment(writer);
+  writer.text(request.workingDirectory).number(request.umask);
+  writer.text(request.log.target).number(static_cast<uint64_t>(request.log.level));
+  writer.number(request.log.applicationOutput ? 1 : 0);
 }
 
 std::vector<int> decodeOthers(RecordReader& reader) {
@@ -98,7 +113,19 @@ std::vector<int> decodeOthers(RecordReader& reader) {
   return others;
 }
 
-Descriptor memoryFileOf(const std::string& text) {
+Request decodeHead(RecordReader& reader) {
+  Request request;
+  request.appId = reader.text();
+  request.type = decodeOptional(reader);
+  request.exec = decodeOptional(reader);
+  request.raw = reader.number() != 0;
+  request.limits = limitsOf(reader.text());
+  request.shape = reader.text();
+  request.others = decodeOthers(reader);
+  return request;
+}
+
+Descriptor memoryFileOf(std::string_view text) {
   Descriptor file(memfd_create("quillon-launch", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   for (size_t done = 0; file && done < text.size();) {
     const ssize_t written = write(file.get(), text.data() + done, text.size() - done);
@@ -111,63 +138,52 @@ Descriptor memoryFileOf(const std::string& text) {
 
 }  // namespace
 
-std::vector<int> inheritedDescriptors() {
-  std::vector<int> others;
-  std::error_code error;
-  for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end;
-       !error && entry != end; entry.increment(error)) {
-    const int fd = std::atoi(entry->path().filename().c_str());
-    const int flags = fcntl(fd, F_GETFD);
-    if (fd > STDERR_FILENO && flags >= 0 && (flags & FD_CLOEXEC) == 0) others.push_back(fd);
-  }
-  return others;
-}
-
-Request makeRequest(const launcher::LaunchOptions& options, const std::filesystem::path& program) {
-  std::error_code ignored;
+Request makeRequest(const launcher::LaunchOptions& options, const OwnProcess& process,
+                    const std::string& program) {
   Request request;
   request.appId = options.appId;
   request.type = options.type;
   request.exec = options.exec;
   request.raw = options.raw;
   request.arguments = options.arguments;
-  request.environment = currentEnvironment();
-  request.workingDirectory = std::filesystem::current_path(ignored).string();
-  request.umask = currentUmask();
+  request.workingDirectory = workingDirectory();
+  request.umask = umaskOf(process);
   request.limits = currentLimits();
-  request.shape = currentShape(program);
+  request.shape = shapeOf(process, program);
   request.log = workstation::currentLog();
-  request.others = inheritedDescriptors();
+  request.others = process.inheritedDescriptors();
   return request;
 }
 
 bool sendRequest(int socket, const Request& request, int began) {
-  const Descriptor file = memoryFileOf(encode(request));
-  if (!file) return false;
-  std::vector<int> descriptors = {file.get()};
-  const uint64_t there = collectDescriptors(descriptors);
+  std::vector<int> descriptors;
+  descriptors.reserve(kMostDescriptors);
+  uint64_t there = collectDescriptors(descriptors);
   descriptors.push_back(began);
   descriptors.insert(descriptors.end(), request.others.begin(), request.others.end());
+  RecordWriter writer(kUsualSize);
+  writer.number(there);
+  encode(request, writer);
+  if (writer.bytes().size() <= kLongestInMessage) {
+    return sendPacket(socket, PacketKind::kLaunch, writer.bytes(), descriptors);
+  }
+  const Descriptor file = memoryFileOf(std::string_view(writer.bytes()).substr(sizeof there));
+  if (!file) return false;
+  descriptors.insert(descriptors.begin(), file.get());
+  there |= kFileBit;
   return sendPacket(socket, PacketKind::kLaunch, RecordWriter().number(there).bytes(), descriptors);
 }
 
 std::optional<Request> decodeRequest(const std::string& text) {
   RecordReader reader(text);
-  Request request;
-  request.appId = reader.text();
-  request.type = decodeOptional(reader);
-  request.exec = decodeOptional(reader);
-  request.raw = reader.number() != 0;
+  Request request = decodeHead(reader);
   request.arguments = reader.texts();
   request.environment = reader.texts();
   request.workingDirectory = reader.text();
   request.umask = static_cast<mode_t>(reader.number());
-  request.limits = limitsOf(reader.text());
-  request.shape = reader.map();
   request.log.target = reader.text();
   request.log.level = static_cast<int>(reader.number());
   request.log.applicationOutput = reader.number() != 0;
-  request.others = decodeOthers(reader);
   if (!reader.atEnd()) return std::nullopt;
   return request;
 }
@@ -184,22 +200,28 @@ std::string textOf(int memoryFile) {
   return length == status.st_size ? text : std::string();
 }
 
+std::string textOf(std::string_view inMessage, uint64_t there,
+                   const std::vector<Descriptor>& descriptors) {
+  if ((there & kFileBit) == 0) return std::string(inMessage);
+  return descriptors.empty() ? std::string() : textOf(descriptors.front().get());
+}
+
 std::optional<ArrivedRequest> openRequest(Packet packet) {
-  if (packet.descriptors.empty()) return std::nullopt;
   RecordReader reader(packet.bytes);
   const uint64_t there = reader.number();
-  if (!reader.atEnd() || there > (kLogBit | 7U)) return std::nullopt;
-  auto request = decodeRequest(textOf(packet.descriptors.front().get()));
-  if (!request) return std::nullopt;
+  if (there > kAllBits) return std::nullopt;
+  const std::string text = textOf(reader.rest(), there, packet.descriptors);
+  RecordReader head(text);
+  Request request = decodeHead(head);
   const size_t expected =
-      2 + static_cast<size_t>(__builtin_popcountll(there)) + request->others.size();
-  if (packet.descriptors.size() != expected) return std::nullopt;
-  return ArrivedRequest{std::move(*request), std::move(packet)};
+      1 + static_cast<size_t>(__builtin_popcountll(there)) + request.others.size();
+  if (!head.ok() || packet.descriptors.size() != expected) return std::nullopt;
+  return ArrivedRequest{std::move(request), std::move(packet)};
 }
 
 RequestDescriptors takeDescriptors(std::vector<Descriptor>& descriptors, uint64_t there) {
   RequestDescriptors taken;
-  size_t next = 1;  // after the request itself
+  size_t next = (there & kFileBit) == 0 ? 0 : 1;
   for (size_t i = 0; i < taken.standard.size(); ++i) {
     if ((there & (1U << i)) != 0 && next < descriptors.size()) {
       taken.standard[i] = std::move(descriptors[next++]);

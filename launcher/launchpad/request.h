@@ -5,13 +5,15 @@
 #include <workstation/log_handover.h>
 
 #include <array>
-#include <filesystem>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "launcher/launch_options.h"
 #include "launcher/launchpad/limits.h"
+#include "launcher/launchpad/own_process.h"
 #include "launcher/launchpad/packet.h"
 #include "launcher/launchpad/process_shape.h"
 
@@ -23,7 +25,7 @@ struct Request {
   std::optional<std::string> exec;
   bool raw = false;  // the application's output is the asking command's own
   std::vector<std::string> arguments;
-  std::vector<std::string> environment;  // "NAME=VALUE"
+  std::vector<std::string> environment;  // "NAME=VALUE"; of one that arrived
   std::string workingDirectory;          // empty: it has none that can be named
   mode_t umask = 0;
   Limits limits;
@@ -45,16 +47,12 @@ struct RequestDescriptors {
   std::vector<Descriptor> others;
 };
 
-// The descriptors above the standard ones that are not closed on exec.
-std::vector<int> inheritedDescriptors();
+// A request of this process's for the launch that `options` asks for. program: see shapeOf().
+Request makeRequest(const launcher::LaunchOptions& options, const OwnProcess& process,
+                    const std::string& program = {});
 
-// A request of this process's for the launch that `options` asks for. Call before the process
-// enters a device root. program: see currentShape().
-Request makeRequest(const launcher::LaunchOptions& options,
-                    const std::filesystem::path& program = kOwnProgram);
-
-// Sends a request with this process's descriptors, its log, and `began`, an eventfd(2) that is
-// counted up when the application begins.
+// Sends a request with this process's environment and descriptors, its log, and `began`, an
+// eventfd(2) that is counted up when the application begins.
 bool sendRequest(int socket, const Request& request, int began);
 
 // Tells through a request's `began` that the application begins.
@@ -62,7 +60,8 @@ void tellBegun(int began);
 // Whether it was told. Does not wait.
 bool wasToldBegun(int began);
 
-// A request that arrived: its text stays in its memory file, to be handed on with the rest.
+// A request that arrived, as far as the launch pad needs it: what else it says stays in its packet,
+// to be handed on.
 struct ArrivedRequest {
   Request request;
   Packet packet;
@@ -71,12 +70,17 @@ struct ArrivedRequest {
 // Empty where the packet holds no request.
 std::optional<ArrivedRequest> openRequest(Packet packet);
 
-// The descriptors behind a request's own in a packet, as `there`, the number that came with the
-// request, tells them apart.
+// The descriptors of a packet without the request's memory file, as `there`, the number that came
+// with the request, tells them apart.
 RequestDescriptors takeDescriptors(std::vector<Descriptor>& descriptors, uint64_t there);
 
-// The text of a request's memory file; empty where it is none. Never waits for anybody: the file
-// has to be one that nobody can change any more.
+// The text of a request that came with `descriptors` and `there`: `inMessage`, unless it was too
+// long for a message.
+std::string textOf(std::string_view inMessage, uint64_t there,
+                   const std::vector<Descriptor>& descriptors);
+
+// The text of a memory file; empty where it is none. Never waits for anybody: the file has to be
+// one that nobody can change any more.
 std::string textOf(int memoryFile);
 
 // The request in a text; empty where there is none.

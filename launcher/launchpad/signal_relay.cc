@@ -15,13 +15,13 @@ constexpr std::array kOwn = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGTRAP, SIGSYS
                              SIGABRT, SIGPIPE, SIGCHLD, SIGTTIN, SIGTTOU};
 constexpr std::array kEnding = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
-sigset_t relayed() {
+sigset_t relayed(const sigset_t& ignored) {
   sigset_t signals;
   sigfillset(&signals);
   for (const int signal : kOwn) sigdelset(&signals, signal);
   for (int signal = 1; signal < NSIG; ++signal) {
     // Blocked, it would wait to be read all the same.
-    if (isIgnored(signal)) sigdelset(&signals, signal);
+    if (sigismember(&ignored, signal) == 1) sigdelset(&signals, signal);
   }
   return signals;
 }
@@ -32,13 +32,8 @@ bool sendTo(const Descriptor& process, int signal) {
 
 }  // namespace
 
-bool isIgnored(int signal) {
-  struct sigaction action {};
-  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-}
-
-SignalRelay::SignalRelay() {
-  const sigset_t signals = relayed();
+SignalRelay::SignalRelay(const sigset_t& ignored) {
+  const sigset_t signals = relayed(ignored);
   sigprocmask(SIG_BLOCK, &signals, &before_);
   signals_ = Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }

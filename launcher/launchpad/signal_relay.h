@@ -7,14 +7,12 @@
 
 namespace quillon::launchpad {
 
-// Whether this process ignores a signal.
-bool isIgnored(int signal);
-
 // While one exists, signals that would act on this process wait to be read in place of acting; the
 // ones that this process ignores stay ignored. For a process of one thread.
 class SignalRelay {
  public:
-  SignalRelay();
+  // ignored  the signals that this process ignores
+  explicit SignalRelay(const sigset_t& ignored);
   ~SignalRelay();
   SignalRelay(const SignalRelay&) = delete;
   SignalRelay& operator=(const SignalRelay&) = delete;

@@ -1,6 +1,7 @@
 #include "launcher/launchpad/stamp.h"
 
 #include <device_paths.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <workstation/config_store.h>
 #include <workstation/packages.h>
@@ -8,6 +9,10 @@
 
 #include <array>
 #include <string>
+#include <variant>
+
+#include "launcher/launchpad/folder_entries.h"
+#include "tools/descriptor.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -15,47 +20,62 @@ namespace {
 namespace fs = std::filesystem;
 using namespace device_paths;
 
-constexpr std::array kFiles = {kNetcoreapp,          kPreloadList,         kReadOnlyFlags,
-                               kWritableFlags,       kObjectTracker,       kReflectionEliminator,
-                               kUpdatedCertificates, kPlatformCertificates};
+constexpr std::array kFiles = {kNetcoreapp,
+                               kPreloadList,
+                               kReadOnlyFlags,
+                               kWritableFlags,
+                               kObjectTracker,
+                               kReflectionEliminator,
+                               kUpdatedCertificates,
+                               kPlatformCertificates,
+                               workstation::kZoneDirectory,
+                               workstation::kZoneStateDirectory};
+
+constexpr size_t kUsualSize = 2048;
 
 // A folder's time of change tells of files that came, went or were replaced. The framework itself
 // is a mount point in its parent.
-std::string foldersOfLists() {
-  std::string text = stampOf(kManagedFolders);
-  std::error_code error;
-  for (fs::directory_iterator entry(kManagedFolders, error), end; !error && entry != end;
-       entry.increment(error)) {
-    text += stampOf(entry->path());
+void addFoldersOfLists(std::string& stamp) {
+  const Descriptor folders(open(kManagedFolders, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  addStamp(stamp, folders.get(), ".");
+  for (const std::string& name : namesIn(folders.get())) {
+    stamp.append(name) += '\0';
+    addStamp(stamp, folders.get(), name.c_str());
   }
-  return text;
 }
 
-std::string zone() {
-  return stampOf(workstation::kZoneDirectory) + stampOf(workstation::kZoneStateDirectory);
-}
-
-std::string apiDirectory() {
+void addApiDirectory(std::string& stamp) {
   const auto value = workstation::getConfig(kApiDirectoryKey);
-  if (!value || !*value || !std::holds_alternative<std::string>(**value)) return ";";
-  return std::get<std::string>(**value) + ";";
+  if (value && *value && std::holds_alternative<std::string>(**value)) {
+    stamp.append(std::get<std::string>(**value));
+  }
+  stamp += '\0';
+}
+
+template <typename T>
+void addBytes(std::string& stamp, const T& value) {
+  stamp.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
 }  // namespace
 
-std::string stampOf(const fs::path& file) {
+void addStamp(std::string& stamp, int folder, const char* file) {
   struct stat status {};
-  if (stat(file.c_str(), &status) != 0) return "-;";
-  return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) + ":" +
-         std::to_string(status.st_size) + ":" + std::to_string(status.st_mtim.tv_sec) + "." +
-         std::to_string(status.st_mtim.tv_nsec) + ";";
+  if (fstatat(folder, file, &status, 0) != 0) status = {};  // no file has number 0
+  addBytes(stamp, status.st_dev);
+  addBytes(stamp, status.st_ino);
+  addBytes(stamp, status.st_size);
+  addBytes(stamp, status.st_mtim);
 }
 
 std::string currentStamp(const fs::path& plugin) {
-  std::string text =
-      workstation::registryStamp() + ";" + foldersOfLists() + zone() + apiDirectory();
-  for (const char* file : kFiles) text += stampOf(file);
-  return text + stampOf(plugin);
+  std::string stamp = workstation::registryStamp() + '\0';
+  stamp.reserve(kUsualSize);
+  addFoldersOfLists(stamp);
+  addApiDirectory(stamp);
+  for (const char* file : kFiles) addStamp(stamp, AT_FDCWD, file);
+  addStamp(stamp, AT_FDCWD, plugin.c_str());
+  return stamp;
 }
 
 }  // namespace quillon::launchpad

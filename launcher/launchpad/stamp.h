@@ -6,15 +6,16 @@
 
 namespace quillon::launchpad {
 
-// A text that changes whenever anything changes that the plug-in's lists and the prepared process
+// Bytes that change whenever anything changes that the plug-in's lists and the prepared process
 // were made of: the installed packages, the framework's folders, the flag files, the zone, the
-// plug-in. Two equal texts mean that a process prepared at the first is like one prepared at the
+// plug-in. Two equal ones mean that a process prepared at the first is like one prepared at the
 // second. Holds inside a device root.
 //
 // plugin  the plug-in's file
 std::string currentStamp(const std::filesystem::path& plugin);
 
-// Identity, size and time of change of a file, as a part of such a text.
-std::string stampOf(const std::filesystem::path& file);
+// Adds identity, size and time of change of a file, relative to the folder `folder` (see
+// fstatat(2)).
+void addStamp(std::string& stamp, int folder, const char* file);
 
 }  // namespace quillon::launchpad

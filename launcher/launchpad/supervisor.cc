@@ -49,7 +49,7 @@ void listenToAllSignals() {
 
 // No application is to find what somebody left open for the launch pad.
 void closeInherited() {
-  for (const int fd : inheritedDescriptors()) close(fd);
+  for (const int fd : OwnProcess().inheritedDescriptors()) close(fd);
 }
 
 // Each command has a descriptor here, and a few more for a moment. Applications get their own
@@ -111,7 +111,7 @@ class Supervisor {
   void handleSignals();
 
   void launch(uint64_t number, Packet packet);
-  Expected<Entry> check(const Request& request);
+  Expected<std::shared_ptr<const Entry>> check(const Request& request);
   Expected<void> compare(const Request& request) const;
   bool assign(uint64_t number);
   void decline(uint64_t client, const std::string& why);
@@ -262,18 +262,18 @@ void Supervisor::launch(uint64_t number, Packet packet) {
   if (!arrived) return endClient(number);
   auto entry = check(arrived->request);
   if (!entry) return decline(number, entry.error().what);
-  pools_.want(entry->key);
+  pools_.want((*entry)->key);
   pools_.discardAllBut(currentStamp(workshop_.plugin));
   clients_[number].launch = Launch{std::move(*arrived), std::move(*entry)};
   if (!assign(number)) decline(number, "no process is ready for it");
 }
 
 // What the application would be launched as, where a prepared process can do it.
-Expected<Entry> Supervisor::check(const Request& request) {
+Expected<std::shared_ptr<const Entry>> Supervisor::check(const Request& request) {
   if (stopping_) return fail("the launch pad is about to stop");
   if (auto same = compare(request); !same) return tl::unexpected(same.error());
   auto entry = catalogue_.find(request);
-  if (entry && launcher::entersZone(entry->target.type) && !zone_.isCurrent()) {
+  if (entry && launcher::entersZone((*entry)->target.type) && !zone_.isCurrent()) {
     return fail("the security zone is another one than at the launch pad's start");
   }
   return entry;
@@ -293,11 +293,11 @@ Expected<void> Supervisor::compare(const Request& request) const {
 bool Supervisor::assign(uint64_t number) {
   Client& client = clients_[number];
   Launch& launch = *client.launch;
-  Process* const process = pools_.take(launch.entry.key);
+  Process* const process = pools_.take(launch.entry->key);
   if (process == nullptr) return false;
   process->client = number;
   launch.process = process->number;
-  const auto& target = launch.entry.target;
+  const auto& target = launch.entry->target;
   const auto noted = workstation::registerProcess(process->pid, target.package.id);
   if (!noted) launcher::tell(noted.error());
   if (!sendPacket(client.socket.get(), PacketKind::kTaken,
@@ -367,6 +367,7 @@ void Supervisor::reap(uint64_t number) {
   if (!hasBegun && !saidWhy) return retry(client);
   sendPacket(clients_[client].socket.get(), PacketKind::kEnded, toBytes(*ending));
   clients_.erase(client);
+  workstation::clearProcessNotes();
 }
 
 void Supervisor::retry(uint64_t client) {
@@ -432,7 +433,10 @@ Launched<void> run(const LaunchpadOptions& options) {
   const fs::path executable = fs::read_symlink("/proc/self/exe", ignored);
   Workshop workshop{executable, launcher::defaultPlugin(executable), currentEntries(),
                     blockedSignals()};
-  ProcessShape shape = currentShape();
+  ProcessShape shape = shapeOf(OwnProcess());
+  if (shape.empty()) {
+    return stop(kServiceFailed, {"/proc does not tell what this process is", "mount it (proc(5))"});
+  }
   const std::string address = addressOf(options.device);
   if (address.empty()) {
     return stop(kNoDeviceRoot, {"there is no folder '" + options.device.string() + "'",

@@ -17,20 +17,15 @@ RecordWriter& RecordWriter::text(std::string_view value) {
   return *this;
 }
 
+RecordWriter& RecordWriter::append(std::string_view rest) {
+  bytes_.append(rest);
+  return *this;
+}
+
 RecordWriter& RecordWriter::texts(const std::vector<std::string>& values) {
   number(values.size());
   for (const std::string& value : values) text(value);
   return *this;
-}
-
-RecordWriter& RecordWriter::pairs(const std::vector<std::pair<std::string, std::string>>& values) {
-  number(values.size());
-  for (const auto& [name, value] : values) text(name).text(value);
-  return *this;
-}
-
-RecordWriter& RecordWriter::map(const std::map<std::string, std::string>& values) {
-  return pairs({values.begin(), values.end()});
 }
 
 std::string_view RecordReader::take(uint64_t length) {
@@ -52,6 +47,8 @@ uint64_t RecordReader::number() {
 
 std::string RecordReader::text() { return std::string(take(number())); }
 
+std::string_view RecordReader::rest() { return take(rest_.size()); }
+
 uint64_t RecordReader::count() {
   const uint64_t elements = number();
   // Every element has a length of its own.
@@ -63,20 +60,6 @@ std::vector<std::string> RecordReader::texts() {
   std::vector<std::string> values;
   for (uint64_t left = count(); left > 0 && ok_; --left) values.push_back(text());
   return values;
-}
-
-std::vector<std::pair<std::string, std::string>> RecordReader::pairs() {
-  std::vector<std::pair<std::string, std::string>> values;
-  for (uint64_t left = count(); left > 0 && ok_; --left) {
-    std::string name = text();
-    values.emplace_back(std::move(name), text());
-  }
-  return values;
-}
-
-std::map<std::string, std::string> RecordReader::map() {
-  const auto values = pairs();
-  return {values.begin(), values.end()};
 }
 
 }  // namespace quillon::launchpad

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,13 +14,18 @@ namespace quillon::launchpad {
 
 class RecordWriter {
  public:
+  // room  bytes that can be written before there has to be more memory
+  explicit RecordWriter(size_t room = 0) { bytes_.reserve(room); }
+
   RecordWriter& number(uint64_t value);
   RecordWriter& text(std::string_view value);
   RecordWriter& texts(const std::vector<std::string>& values);
-  RecordWriter& pairs(const std::vector<std::pair<std::string, std::string>>& values);
-  RecordWriter& map(const std::map<std::string, std::string>& values);
+  // Bytes as they are, which a reader finds with rest().
+  RecordWriter& append(std::string_view rest);
 
   [[nodiscard]] const std::string& bytes() const { return bytes_; }
+  // The same, handed over.
+  std::string take() { return std::move(bytes_); }
 
  private:
   std::string bytes_;
@@ -35,8 +39,9 @@ class RecordReader {
   uint64_t number();
   std::string text();
   std::vector<std::string> texts();
-  std::vector<std::pair<std::string, std::string>> pairs();
-  std::map<std::string, std::string> map();
+
+  // All that is left.
+  std::string_view rest();
 
   [[nodiscard]] bool ok() const { return ok_; }
   // Whether all was read and nothing is left.

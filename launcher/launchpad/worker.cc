@@ -149,11 +149,9 @@ void Worker::awaitAssignment(Packet& packet) {
 }
 
 Launched<void> Worker::takeOver(Packet& packet) {
-  auto assignment = readAssignment(packet.bytes);
-  auto request = packet.descriptors.empty()
-                     ? std::nullopt
-                     : decodeRequest(textOf(packet.descriptors.front().get()));
-  if (!assignment || !request) return stop(kServiceFailed, {"the launch pad sent no launch", {}});
+  auto assignment = readAssignment(packet);
+  if (!assignment) return stop(kServiceFailed, {"the launch pad sent no launch", {}});
+  Request* const request = &assignment->request;
   target_ = std::move(assignment->target);
   arguments_ = std::move(request->arguments);
   replaceEnvironment(request->environment, changes_);

@@ -4,37 +4,48 @@
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
+#include <sys/personality.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <set>
 
 #include "launcher/launchpad/address.h"
+#include "launcher/launchpad/assignment.h"
 #include "launcher/launchpad/environment.h"
+#include "launcher/launchpad/folder_entries.h"
 #include "launcher/launchpad/limits.h"
+#include "launcher/launchpad/own_process.h"
 #include "launcher/launchpad/packet.h"
 #include "launcher/launchpad/process_shape.h"
 #include "launcher/launchpad/request.h"
 #include "launcher/launchpad/standard_places.h"
 #include "launcher/launchpad/text_record.h"
+#include "tests/support/skip.h"
+#include "tests/support/temporary_directory.h"
 
 namespace quillon::launchpad {
 namespace {
 
+using test::TemporaryDirectory;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 TEST(TextRecord, ReadsBackWhatWasWritten) {
   const std::string zero("a\0b", 3);
   const std::string bytes =
-      RecordWriter().number(7).text(zero).texts({"", "x"}).map({{"k", "v"}}).bytes();
+      RecordWriter().number(7).text(zero).texts({"", "x"}).append("yz").bytes();
   RecordReader reader(bytes);
   EXPECT_EQ(reader.number(), 7U);
   EXPECT_EQ(reader.text(), zero);
   EXPECT_THAT(reader.texts(), ElementsAre("", "x"));
-  EXPECT_EQ(reader.map().at("k"), "v");
+  EXPECT_EQ(reader.rest(), "yz");
   EXPECT_TRUE(reader.atEnd());
   EXPECT_EQ(reader.number(), 0U);
   EXPECT_FALSE(reader.ok());
@@ -42,13 +53,12 @@ TEST(TextRecord, ReadsBackWhatWasWritten) {
 
 // Every beginning of a record, and a record whose lengths are all wrong.
 TEST(TextRecord, TakesAnyBytes) {
-  const std::string whole =
-      RecordWriter().text("abc").texts({"d", "e"}).pairs({{"f", "g"}}).bytes();
+  const std::string whole = RecordWriter().text("abc").texts({"d", "e"}).number(7).bytes();
   for (size_t length = 0; length < whole.size(); ++length) {
     RecordReader reader(std::string_view(whole).substr(0, length));
     reader.text();
     reader.texts();
-    reader.pairs();
+    reader.number();
     EXPECT_FALSE(reader.atEnd()) << length;
   }
   const std::string wrong(64, '\xff');
@@ -70,34 +80,84 @@ struct Pair {
   Descriptor other;
 };
 
-TEST(Request, ArrivesWithItsDescriptors) {
+// A request of this process's that has come to the other end of a socket.
+std::optional<ArrivedRequest> arrive(const Request& sent, const Descriptor& began) {
+  const Pair pair;
+  Packet packet;
+  EXPECT_TRUE(sendRequest(pair.one.get(), sent, began.get()));
+  EXPECT_EQ(receivePacket(pair.other.get(), packet), Received::kPacket);
+  EXPECT_EQ(packet.kind, PacketKind::kLaunch);
+  return openRequest(std::move(packet));
+}
+
+// What a prepared process is told of it.
+std::optional<Assignment> assign(const ArrivedRequest& arrived, Packet& packet) {
+  launcher::LaunchTarget target;
+  target.assembly = "/a/b.dll";
+  const Pair pair;
+  EXPECT_TRUE(sendAssignment(pair.one.get(), target, arrived.packet));
+  EXPECT_EQ(receivePacket(pair.other.get(), packet), Received::kPacket);
+  EXPECT_EQ(packet.kind, PacketKind::kAssign);
+  return readAssignment(packet);
+}
+
+std::vector<std::string> ownEnvironment() {
+  std::vector<std::string> all;
+  for (char** entry = environ; *entry != nullptr; ++entry) all.emplace_back(*entry);
+  return all;
+}
+
+// Short ones are in the message, long ones in a memory file beside it.
+class RequestOfLength : public ::testing::TestWithParam<size_t> {};
+
+TEST_P(RequestOfLength, ArrivesWithItsDescriptors) {
   launcher::LaunchOptions options;
   options.appId = "app";
   options.type = "normal";
   options.raw = true;
-  options.arguments = {"", "two words"};
-  const Request sent = makeRequest(options);
-  const Pair pair;
+  options.arguments = {"", "two words", std::string(GetParam(), 'x')};
+  const Request sent = makeRequest(options, OwnProcess());
   const Descriptor began(eventfd(0, EFD_CLOEXEC));
-  ASSERT_TRUE(sendRequest(pair.one.get(), sent, began.get()));
-  Packet packet;
-  ASSERT_EQ(receivePacket(pair.other.get(), packet), Received::kPacket);
-  EXPECT_EQ(packet.kind, PacketKind::kLaunch);
-  auto arrived = openRequest(std::move(packet));
+  const auto arrived = arrive(sent, began);
   ASSERT_TRUE(arrived);
   EXPECT_EQ(arrived->request.appId, "app");
   EXPECT_EQ(arrived->request.type, "normal");
   EXPECT_FALSE(arrived->request.exec);
   EXPECT_TRUE(arrived->request.raw);
-  EXPECT_THAT(arrived->request.arguments, ElementsAre("", "two words"));
-  EXPECT_EQ(arrived->request.environment, sent.environment);
   EXPECT_EQ(firstDifference(arrived->request.shape, sent.shape), "");
   EXPECT_TRUE(canTakeOver(currentLimits(), arrived->request.limits));
-  const uint64_t there = RecordReader(arrived->packet.bytes).number();
-  const auto taken = takeDescriptors(arrived->packet.descriptors, there);
+  Packet packet;
+  const auto assigned = assign(*arrived, packet);
+  ASSERT_TRUE(assigned);
+  EXPECT_EQ(assigned->target.assembly, "/a/b.dll");
+  EXPECT_EQ(assigned->request.arguments, options.arguments);
+  EXPECT_EQ(assigned->request.environment, ownEnvironment());
+  EXPECT_EQ(assigned->request.workingDirectory, std::filesystem::current_path());
+  const auto taken = takeDescriptors(packet.descriptors, assigned->there);
   EXPECT_FALSE(wasToldBegun(began.get()));
   tellBegun(taken.began.get());
   EXPECT_TRUE(wasToldBegun(began.get()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Request, RequestOfLength, ::testing::Values(0, 40'000, 200'000));
+
+TEST(Request, TellsTheUmask) {
+  const mode_t before = umask(0127);
+  EXPECT_EQ(makeRequest({}, OwnProcess()).umask, 0127U);
+  umask(before);
+}
+
+// A launch pad that is told of more or fewer descriptors than came would mix them up.
+TEST(Request, ComesWithTheDescriptorsThatItSays) {
+  const Request sent = makeRequest({}, OwnProcess());
+  const Descriptor began(eventfd(0, EFD_CLOEXEC));
+  auto arrived = arrive(sent, began);
+  ASSERT_TRUE(arrived);
+  arrived->packet.descriptors.pop_back();
+  EXPECT_FALSE(openRequest(std::move(arrived->packet)));
+  EXPECT_FALSE(openRequest({PacketKind::kLaunch, "", {}}));
+  const std::string inNoFile = RecordWriter().number(1U << 4).bytes();
+  EXPECT_FALSE(openRequest({PacketKind::kLaunch, inNoFile, {}}));
 }
 
 // A file that its owner can still cut would make the reader wait or fail later.
@@ -149,23 +209,94 @@ TEST(Packet, KeepsNoDescriptorsOfAnEmptyOne) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
+ProcessShape ownShape() { return shapeOf(OwnProcess()); }
+
 TEST(ProcessShape, KnowsWhatSignalsAreIgnored) {
-  const ProcessShape own = currentShape();
+  const ProcessShape own = ownShape();
   signal(SIGUSR2, SIG_IGN);
-  EXPECT_EQ(firstDifference(own, currentShape()), "its ignored signals");
+  EXPECT_EQ(firstDifference(own, ownShape()), "its ignored signals");
+  const sigset_t ignored = OwnProcess().ignoredSignals();
+  EXPECT_EQ(sigismember(&ignored, SIGUSR2), 1);
+  EXPECT_EQ(sigismember(&ignored, SIGUSR1), 0);
   signal(SIGUSR2, SIG_DFL);
-  EXPECT_EQ(firstDifference(own, currentShape()), "");
+  EXPECT_EQ(firstDifference(own, ownShape()), "");
 }
 
 TEST(ProcessShape, NamesWhatDiffers) {
-  const ProcessShape own = currentShape();
-  EXPECT_EQ(firstDifference(own, currentShape()), "");
+  const ProcessShape own = ownShape();
+  EXPECT_EQ(firstDifference(own, ownShape()), "");
   setenv("DOTNET_OfThisTest", "0", 1);
   setenv("UNRELATED", "1", 1);
-  EXPECT_EQ(firstDifference(own, currentShape()), "the environment variable DOTNET_OfThisTest");
-  EXPECT_EQ(firstDifference(currentShape(), own), "the environment variable DOTNET_OfThisTest");
+  EXPECT_EQ(firstDifference(own, ownShape()), "the environment variable DOTNET_OfThisTest");
+  EXPECT_EQ(firstDifference(ownShape(), own), "the environment variable DOTNET_OfThisTest");
   unsetenv("DOTNET_OfThisTest");
-  EXPECT_EQ(firstDifference(own, currentShape()), "");
+  EXPECT_EQ(firstDifference(own, ownShape()), "");
+}
+
+TEST(ProcessShape, TellsWhatItsProcessWillHandDown) {
+  const ProcessShape own = ownShape();
+  sigset_t some;
+  sigset_t before;
+  sigemptyset(&some);
+  sigaddset(&some, SIGUSR1);
+  sigprocmask(SIG_BLOCK, &some, &before);
+  EXPECT_EQ(firstDifference(own, ownShape()), "its blocked signals");
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  const int slack = prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0);
+  prctl(PR_SET_TIMERSLACK, slack + 1, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownShape()), "its scheduling");
+  prctl(PR_SET_TIMERSLACK, slack, 0, 0, 0);
+  const rlimit stack = currentLimits()[RLIMIT_STACK];
+  const rlimit other{stack.rlim_cur - 1, stack.rlim_max};
+  setrlimit(RLIMIT_STACK, &other);
+  EXPECT_EQ(firstDifference(own, ownShape()), "its memory limits");
+  setrlimit(RLIMIT_STACK, &stack);
+  const int personal = personality(0xffffffff);
+  personality(static_cast<unsigned>(personal ^ PER_LINUX32));
+  EXPECT_EQ(firstDifference(own, ownShape()), "its confinement");
+  personality(static_cast<unsigned>(personal));
+  EXPECT_EQ(firstDifference(own, ownShape()), "");
+}
+
+// The same variables in another order are the same; what is no shape at all is not.
+TEST(ProcessShape, IsComparedByItsParts) {
+  const std::string one = RecordWriter().text("a").text("1").text("b").text("2").bytes();
+  const std::string other = RecordWriter().text("b").text("2").text("a").text("1").bytes();
+  EXPECT_EQ(firstDifference(one, other), "");
+  EXPECT_EQ(firstDifference(one, one.substr(1)), "a");
+  EXPECT_EQ(firstDifference(one, ""), "a");
+}
+
+// Two processes about which nothing is known would look the same.
+TEST(ProcessShape, IsNoneWhereTheKernelDoesNotTell) {
+  if (geteuid() != 0) QUILLON_SKIP("only root can change its root folder");
+  const TemporaryDirectory empty;
+  const auto child = [&] {
+    _exit(chroot(empty.path().c_str()) == 0 && ownShape().empty() ? 0 : 1);
+  };
+  EXPECT_EXIT(child(), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(OwnProcess, KnowsWhatAProgramThatItBecameWouldFind) {
+  const Descriptor own(dup(STDOUT_FILENO));
+  const Descriptor closed(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+  const auto inherited = OwnProcess().inheritedDescriptors();
+  EXPECT_EQ(std::count(inherited.begin(), inherited.end(), own.get()), 1);
+  EXPECT_EQ(std::count(inherited.begin(), inherited.end(), closed.get()), 0);
+  EXPECT_EQ(std::count(inherited.begin(), inherited.end(), STDOUT_FILENO), 0);
+}
+
+TEST(FolderEntries, AreAllNamedHoweverMany) {
+  const TemporaryDirectory folder;
+  constexpr size_t kMany = 300;
+  for (size_t i = 0; i < kMany; ++i) {
+    std::filesystem::create_directory(folder.path() / std::to_string(i));
+  }
+  const Descriptor opened(open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const auto names = namesIn(opened.get());
+  EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), kMany);
+  EXPECT_EQ(names.size(), kMany);
+  EXPECT_THAT(namesIn(-1), IsEmpty());
 }
 
 TEST(Limits, CanOnlyBeLowered) {

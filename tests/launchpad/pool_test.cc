@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "launcher/launchpad/address.h"
@@ -147,6 +148,25 @@ TEST_F(Pool, CommandsThatSayNothingTakeNobodysPlace) {
   const Ending ending = launch({"--raw", "--verbose", kClock});
   EXPECT_EQ(ending.status, 0);
   EXPECT_EQ(served(), 1) << ending.err << errors();
+}
+
+// What changed before a launch was asked for, however shortly, is seen by it.
+TEST_F(Pool, AProcessIsMadeAnewForOtherFilesInAFolderOfTheLists) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const std::vector<std::function<void()>> changes = {
+      [&] { write(at("/usr/share/dotnet.velora/tvappapi/Another.dll"), ""); },
+      [&] { fs::remove(at("/usr/share/dotnet.velora/tvappapi/Another.dll")); },
+      [&] { fs::create_directory(at("/usr/share/dotnet.velora/another")); },
+      [&] { write(at("/usr/share/dotnet.velora/another/a"), ""); }};
+  for (const auto& change : changes) {
+    change();
+    EXPECT_THAT(launch({"--raw", "--verbose", kClock}).err, HasSubstr("no process is ready"));
+    ASSERT_TRUE(awaitProcesses("ready", 1));
+  }
+  EXPECT_EQ(served(), 0);
+  EXPECT_EQ(launch({"--raw", kClock}).status, 0);
+  EXPECT_EQ(served(), 1);
 }
 
 TEST_F(Pool, AProcessIsMadeAnewForOtherCertificates) {

@@ -1,0 +1,91 @@
+#include "launcher/launchpad/own_process.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <cstdlib>
+
+#include "launcher/launchpad/folder_entries.h"
+
+namespace quillon::launchpad {
+namespace {
+
+constexpr size_t kUsualSize = 2048;
+constexpr size_t kLongestLink = 64;
+
+bool isInherited(int fd) {
+  const int flags = fcntl(fd, F_GETFD);
+  return fd > STDERR_FILENO && flags >= 0 && (flags & FD_CLOEXEC) == 0;
+}
+
+}  // namespace
+
+std::string contentAt(int folder, const char* file) {
+  const Descriptor source(openat(folder, file, O_RDONLY | O_CLOEXEC));
+  std::string content;
+  std::array<char, kUsualSize> part;
+  while (source) {
+    const ssize_t length = read(source.get(), part.data(), part.size());
+    if (length <= 0) break;
+    content.append(part.data(), static_cast<size_t>(length));
+  }
+  return content;
+}
+
+OwnProcess::OwnProcess()
+    : folder_(open("/proc/self", O_PATH | O_DIRECTORY | O_CLOEXEC)),
+      status_(contentOf("status")) {}
+
+// The process's own name is in the first line, and cannot add one: the kernel writes "\n" for its
+// line breaks.
+std::optional<std::string_view> OwnProcess::status(std::string_view name) const {
+  const std::string_view all = status_;
+  for (size_t at = 0; at < all.size();) {
+    const size_t end = std::min(all.find('\n', at), all.size());
+    std::string_view line = all.substr(at, end - at);
+    at = end + 1;
+    if (!line.starts_with(name)) continue;
+    line.remove_prefix(name.size());
+    if (line.starts_with(":\t")) return line.substr(2);
+  }
+  return std::nullopt;
+}
+
+// The lowest bit is signal 1.
+sigset_t OwnProcess::ignoredSignals() const {
+  const std::string_view digits = status("SigIgn").value_or("");
+  uint64_t bits = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), bits, 16);
+  sigset_t ignored;
+  sigemptyset(&ignored);
+  for (int signal = 1; bits != 0; ++signal, bits >>= 1) {
+    if ((bits & 1) != 0) sigaddset(&ignored, signal);
+  }
+  return ignored;
+}
+
+std::string OwnProcess::contentOf(const char* file) const {
+  return folder_ ? contentAt(folder_.get(), file) : std::string();
+}
+
+std::string OwnProcess::targetOf(const char* link) const {
+  std::array<char, kLongestLink> target;
+  const ssize_t length = readlinkat(folder_.get(), link, target.data(), target.size());
+  return {target.data(), static_cast<size_t>(std::max<ssize_t>(length, 0))};
+}
+
+std::vector<int> OwnProcess::inheritedDescriptors() const {
+  const Descriptor folder(openat(folder_.get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  std::vector<int> found;
+  for (const std::string& name : namesIn(folder.get())) {
+    const int fd = std::atoi(name.c_str());
+    if (isInherited(fd)) found.push_back(fd);
+  }
+  return found;
+}
+
+}  // namespace quillon::launchpad
