@@ -6,9 +6,11 @@
 #include <unistd.h>
 #include <workstation/log_handover.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "launcher/application_id.h"
+#include "launcher/framework_check.h"
 #include "launcher/launchpad/assignment.h"
 #include "launcher/launchpad/managed_side.h"
 #include "launcher/launchpad/packet.h"
@@ -19,6 +21,7 @@
 #include "launcher/launchpad/worker_process.h"
 #include "launcher/plugin_calls.h"
 #include "launcher/runtime.h"
+#include "launcher/runtime_config.h"
 #include "launcher/runtime_plan.h"
 #include "launcher/runtime_settings.h"
 #include "launcher/terminal.h"
@@ -35,6 +38,16 @@ Expected<launcher::Runtime> loadRuntime() {
   return launcher::Runtime::load(device_paths::kNetcoreapp);
 }
 
+// Whether an application that does nothing leaves nothing behind: earlier runtimes make an event
+// source each time that one runs, and startup hooks are the launch's.
+bool canRehearse(const launcher::RuntimeProperties& properties) {
+  constexpr char kFirstRuntime[] = "10.0.0";
+  const std::string version = launcher::frameworkVersionOf(device_paths::kNetcoreapp);
+  return !version.empty() && launcher::serves(version, kFirstRuntime) &&
+         std::none_of(properties.begin(), properties.end(),
+                      [](const auto& property) { return property.first == "STARTUP_HOOKS"; });
+}
+
 class Worker {
  public:
   Worker(const Workshop& workshop, const PoolKey& key, pid_t launchPad, Descriptor channel)
@@ -49,6 +62,7 @@ class Worker {
   Launched<void> askPlugin();
   Launched<void> startRuntime();
   Launched<void> prepareRuntime();
+  Launched<void> rehearse();
   void awaitAssignment(Packet& packet);
   Launched<void> takeOver(Packet& packet);
   void become(const Request& request);
@@ -67,6 +81,7 @@ class Worker {
   StandardPlaces standard_;
   Placeholders folders_;
   std::optional<launcher::Runtime> runtime_;
+  bool rehearses_ = false;
   ManagedSide managed_;
   EnvironmentChanges changes_;  // by the preparation
   Variables seenByRuntime_;     // its own copy is of its start
@@ -124,6 +139,7 @@ Launched<void> Worker::startRuntime() {
   runtime_ = std::move(*runtime);
   const auto plan = launcher::planPrepared(folders_.paths(), lists_, key_.settings,
                                            managedAssembly(workshop_.plugin).string());
+  rehearses_ = canRehearse(plan.properties);
   const launcher::WithLastingCompiler lasting;
   seenByRuntime_ = currentVariables();
   const auto started = runtime_->start(workshop_.executable, "launchpad", plan.properties);
@@ -139,6 +155,14 @@ Launched<void> Worker::prepareRuntime() {
   if (auto bound = managed_.bind(*runtime_); !bound) return stop(kRuntimeFailed, bound.error());
   seenByWarmUp_ = currentVariables();
   managed_.warmUp(launcher::propertiesOfApplication(target_, lists_));
+  return rehearses_ ? rehearse() : Launched<void>();
+}
+
+// The runtime's way to Main. Where it was before is overwritten: the entry assembly, the command
+// line and the exit status are those of the last one.
+Launched<void> Worker::rehearse() {
+  const auto ended = runtime_->execute(managedAssembly(workshop_.plugin).string(), {});
+  if (!ended) return stop(kRuntimeFailed, ended.error());
   return {};
 }
 

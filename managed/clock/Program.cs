@@ -50,6 +50,8 @@ internal static class Program
         Print("runtime", RuntimeInformation.FrameworkDescription);
         Print("base directory", AppContext.BaseDirectory);
         Print("arguments", string.Join(" ", arguments));
+        Print("command line", string.Join(" ", Environment.GetCommandLineArgs()));
+        Print("entry assembly", Assembly.GetEntryAssembly()?.GetName().Name ?? "(none)");
     }
 
     private static void PrintGreeting(string? culture)

@@ -17,6 +17,14 @@ namespace Quillon;
 public static class Launchpad
 {
     /// <summary>
+    /// An application that does nothing: run once, it takes the runtime's way to Main for the first
+    /// time.
+    /// </summary>
+    public static void Main()
+    {
+    }
+
+    /// <summary>
     /// Loads and compiles what nearly every application needs before its first line of output.
     /// </summary>
     /// <remarks>

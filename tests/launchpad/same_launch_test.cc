@@ -211,6 +211,19 @@ TEST_F(SameLaunch, SignalsReachTheApplication) {
   EXPECT_FALSE(isAlive(application));
 }
 
+// One that cannot be loaded ends whatever runs it.
+TEST_F(SameLaunch, StartupHooksAreTheLaunchs) {
+  setenv("DOTNET_STARTUP_HOOKS", "/usr/share/no-hook.dll", 1);
+  start(1);
+  launch({"--raw", kClock});  // directly, since nothing is prepared for it yet
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const Ending ending = launch({"--raw", kClock});
+  unsetenv("DOTNET_STARTUP_HOOKS");
+  EXPECT_EQ(ending.status, 128 + SIGABRT);
+  EXPECT_THAT(ending.err, HasSubstr("no-hook.dll"));
+  EXPECT_EQ(served(), 1);
+}
+
 TEST_F(SameLaunch, WhatAPreparedProcessCannotBeIsLaunchedDirectly) {
   start(1);
   prepareFor({"--raw", kClock});
