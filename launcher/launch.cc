@@ -3,10 +3,11 @@
 #include <device_paths.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
 #include <optional>
+#include <sstream>
 
 #include "launcher/application_id.h"
 #include "launcher/assembly_image.h"
@@ -34,6 +35,13 @@ namespace fs = std::filesystem;
 fs::path executablePath() {
   std::error_code ignored;
   return fs::read_symlink("/proc/self/exe", ignored);
+}
+
+// Through C's streams: std::cout and its kin are made at the start of each program that names one.
+void print(const LaunchPlan& plan, void (*asText)(const LaunchPlan&, std::ostream&), FILE* to) {
+  std::ostringstream text;
+  asText(plan, text);
+  std::fputs(text.str().c_str(), to);
 }
 
 // A launch in progress: what one step leaves for the next.
@@ -187,7 +195,7 @@ LaunchPlan Launch::plan() const {
 Launched<int> Launch::printPlan() {
   findShadowsInFolders(runtimePlan_);
   const LaunchPlan plan = this->plan();
-  (options_.json ? printPlanJson : printPlanText)(plan, std::cout);
+  print(plan, options_.json ? printPlanJson : printPlanText, stdout);
   if (plan.missing) tell({"to go further: " + plan.missing->what, plan.missing->remedy});
   for (const LaunchFailure& refusal : plan.refusals) tell(refusal);
   return plan.refusals.empty() ? kSuccess : plan.refusals.front().status;
@@ -197,7 +205,7 @@ Launched<int> Launch::runApplication() {
   if (auto found = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
                                     options_.device.string());
       !found) {
-    printPlanText(plan(), std::cout);
+    print(plan(), printPlanText, stdout);
     return tl::unexpected(found.error());
   }
   if (auto found = requireAssembly(target_); !found) return tl::unexpected(found.error());
@@ -249,7 +257,7 @@ int Launch::shutDown(Runtime& runtime) {
 
 void Launch::explain() {
   findShadowsInFolders(runtimePlan_);
-  printPlanText(plan(), std::cerr);
+  print(plan(), printPlanText, stderr);
 }
 
 }  // namespace

@@ -37,8 +37,7 @@ std::string contentAt(int folder, const char* file) {
 }
 
 OwnProcess::OwnProcess()
-    : folder_(open("/proc/self", O_PATH | O_DIRECTORY | O_CLOEXEC)),
-      status_(contentOf("status")) {}
+    : folder_(open("/proc/self", O_PATH | O_DIRECTORY | O_CLOEXEC)), status_(contentOf("status")) {}
 
 // The process's own name is in the first line, and cannot add one: the kernel writes "\n" for its
 // line breaks.
