@@ -14,8 +14,8 @@ bool sendAssignment(int socket, const launcher::LaunchTarget& target, const Pack
   descriptors.reserve(request.descriptors.size());
   for (const Descriptor& descriptor : request.descriptors) descriptors.push_back(descriptor.get());
   RecordReader reader(request.bytes);
-  RecordWriter writer(request.bytes.size() + kUsualPaths);
-  writer.number(reader.number());
+  RecordWriter writer;
+  writer.reserve(request.bytes.size() + kUsualPaths).number(reader.number());
   writer.text(target.package.id).text(target.package.rootPath).text(target.application.id);
   writer.text(target.type).text(target.exec).text(target.assembly);
   writer.append(reader.rest());

@@ -7,7 +7,6 @@
 #include <array>
 #include <charconv>
 #include <cstdint>
-#include <cstdlib>
 
 #include "launcher/launchpad/folder_entries.h"
 
@@ -18,8 +17,9 @@ constexpr size_t kUsualSize = 2048;
 constexpr size_t kLongestLink = 64;
 
 bool isInherited(int fd) {
+  if (fd <= STDERR_FILENO) return false;
   const int flags = fcntl(fd, F_GETFD);
-  return fd > STDERR_FILENO && flags >= 0 && (flags & FD_CLOEXEC) == 0;
+  return flags >= 0 && (flags & FD_CLOEXEC) == 0;
 }
 
 }  // namespace
@@ -81,7 +81,8 @@ std::vector<int> OwnProcess::inheritedDescriptors() const {
   const Descriptor folder(openat(folder_.get(), "fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   std::vector<int> found;
   for (const std::string& name : namesIn(folder.get())) {
-    const int fd = std::atoi(name.c_str());
+    int fd = -1;
+    std::from_chars(name.data(), name.data() + name.size(), fd);
     if (isInherited(fd)) found.push_back(fd);
   }
   return found;

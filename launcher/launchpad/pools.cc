@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "launcher/launchpad/own_memory.h"
 #include "launcher/terminal.h"
 
 namespace quillon::launchpad {
@@ -143,6 +144,7 @@ void Pools::make(const PoolKey& key, Pool& pool) {
     launcher::tell({"no process can be made", "see how many this user may have (ulimit -u)"});
     return;
   }
+  ownMemory();
   process->number = nextNumber_++;
   process->key = key;
   process->start = settings_.now();

@@ -29,6 +29,8 @@ constexpr std::array<std::string_view, 13> kNames = {
     "NLSPATH",      "GCONV_PATH",   "ICU_DATA",     "GLIBC_TUNABLES", "CLR_ICU_VERSION_OVERRIDE",
     "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"};
 
+constexpr size_t kUsualSize = 1536;
+
 // In the order in which they are shown (namespaces(7)).
 constexpr std::array kNamespaces = {"ns/mnt", "ns/user", "ns/pid",  "ns/ipc",
                                     "ns/uts", "ns/net",  "ns/time", "ns/cgroup"};
@@ -134,7 +136,7 @@ bool isReadAtStart(std::string_view variable) {
 ProcessShape shapeOf(const OwnProcess& process, const std::string& program) {
   if (!tellsAll(process)) return {};
   RecordWriter shape;
-  shape.text("the quillon program").text(versionOf(program));
+  shape.reserve(kUsualSize).text("the quillon program").text(versionOf(program));
   shape.text("its namespaces").text(namespacesOf(process));
   shape.text("its root folder").text(rootFolder());
   shape.text("its user and groups").text(linesOf(process, {"Uid", "Gid", "Groups"}));

@@ -12,6 +12,7 @@
 #include <array>
 #include <charconv>
 #include <climits>
+#include <cstring>
 #include <utility>
 
 #include "launcher/launchpad/text_record.h"
@@ -31,7 +32,9 @@ constexpr uint64_t kAllBits = kFileBit | kLogBit | 7U;
 
 // A longer one goes into a memory file. The launch pad hands it on with a few paths beside it.
 constexpr size_t kLongestInMessage = kLongestPacket / 2;
-constexpr size_t kUsualSize = 16 * 1024;
+// What is before the environment, and behind it.
+constexpr size_t kUsualHead = 2 * 1024;
+constexpr size_t kUsualRest = 256;
 
 std::string bytesOf(const Limits& limits) {
   return {reinterpret_cast<const char*>(limits.data()), limits.size() * sizeof(rlimit)};
@@ -85,8 +88,11 @@ std::optional<std::string> decodeOptional(RecordReader& reader) {
 
 void encodeEnvironment(RecordWriter& writer) {
   uint64_t count = 0;
-  while (environ != nullptr && environ[count] != nullptr) ++count;
-  writer.number(count);
+  size_t length = 0;
+  for (; environ != nullptr && environ[count] != nullptr; ++count) {
+    length += sizeof count + std::strlen(environ[count]);
+  }
+  writer.reserve(length + kUsualRest).number(count);
   for (uint64_t i = 0; i < count; ++i) writer.text(environ[i]);
 }
 
@@ -161,8 +167,8 @@ bool sendRequest(int socket, const Request& request, int began) {
   uint64_t there = collectDescriptors(descriptors);
   descriptors.push_back(began);
   descriptors.insert(descriptors.end(), request.others.begin(), request.others.end());
-  RecordWriter writer(kUsualSize);
-  writer.number(there);
+  RecordWriter writer;
+  writer.reserve(kUsualHead).number(there);
   encode(request, writer);
   if (writer.bytes().size() <= kLongestInMessage) {
     return sendPacket(socket, PacketKind::kLaunch, writer.bytes(), descriptors);

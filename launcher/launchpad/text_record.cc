@@ -17,6 +17,11 @@ RecordWriter& RecordWriter::text(std::string_view value) {
   return *this;
 }
 
+RecordWriter& RecordWriter::reserve(size_t more) {
+  bytes_.reserve(bytes_.size() + more);
+  return *this;
+}
+
 RecordWriter& RecordWriter::append(std::string_view rest) {
   bytes_.append(rest);
   return *this;

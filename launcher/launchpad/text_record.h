@@ -14,12 +14,11 @@ namespace quillon::launchpad {
 
 class RecordWriter {
  public:
-  // room  bytes that can be written before there has to be more memory
-  explicit RecordWriter(size_t room = 0) { bytes_.reserve(room); }
-
   RecordWriter& number(uint64_t value);
   RecordWriter& text(std::string_view value);
   RecordWriter& texts(const std::vector<std::string>& values);
+  // Makes room for more bytes, which are then written without a copy of what is there.
+  RecordWriter& reserve(size_t more);
   // Bytes as they are, which a reader finds with rest().
   RecordWriter& append(std::string_view rest);
 

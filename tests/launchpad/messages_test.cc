@@ -6,14 +6,18 @@
 #include <sys/mman.h>
 #include <sys/personality.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <set>
 
 #include "launcher/launchpad/address.h"
@@ -21,12 +25,14 @@
 #include "launcher/launchpad/environment.h"
 #include "launcher/launchpad/folder_entries.h"
 #include "launcher/launchpad/limits.h"
+#include "launcher/launchpad/own_memory.h"
 #include "launcher/launchpad/own_process.h"
 #include "launcher/launchpad/packet.h"
 #include "launcher/launchpad/process_shape.h"
 #include "launcher/launchpad/request.h"
 #include "launcher/launchpad/standard_places.h"
 #include "launcher/launchpad/text_record.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
 
@@ -297,6 +303,43 @@ TEST(FolderEntries, AreAllNamedHoweverMany) {
   EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), kMany);
   EXPECT_EQ(names.size(), kMany);
   EXPECT_THAT(namesIn(-1), IsEmpty());
+}
+
+long faults() {
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  return used.ru_minflt;
+}
+
+// How often a process that has forked waits for a copy of its own heap.
+long faultsAfterFork(const std::function<void()>& first) {
+  constexpr size_t kPage = 4096;
+  std::vector<std::unique_ptr<char[]>> heap;
+  for (int i = 0; i < 100; ++i) heap.push_back(std::make_unique<char[]>(kPage));
+  const pid_t child = fork();
+  if (child == 0) {
+    pause();
+    _exit(0);
+  }
+  first();
+  const long before = faults();
+  for (const auto& page : heap) page[0] = 1;
+  const long after = faults();
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  return after - before;
+}
+
+TEST(OwnMemory, IsNoCopyToWaitFor) {
+  if (isSanitized()) QUILLON_SKIP("the sanitizers have a heap of their own");
+  if (madvise(nullptr, 0, 23 /* MADV_POPULATE_WRITE */) != 0) {
+    QUILLON_SKIP("this kernel cannot copy ahead");
+  }
+  const auto child = [] {
+    const long without = faultsAfterFork([] {});
+    _exit(faultsAfterFork(ownMemory) < without / 4 ? 0 : 1);
+  };
+  EXPECT_EXIT(child(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(Limits, CanOnlyBeLowered) {

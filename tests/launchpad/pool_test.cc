@@ -150,6 +150,18 @@ TEST_F(Pool, CommandsThatSayNothingTakeNobodysPlace) {
   EXPECT_EQ(served(), 1) << ending.err << errors();
 }
 
+// Whose starter ignores the end of its children: the kernel would tell the launch pad of none.
+TEST_F(Pool, IgnoredSignalsOfItsStarterAreNotItsOwn) {
+  start(1, SIGCHLD);
+  EXPECT_EQ(launch({"--raw", kClock, "--", "--exit", "5"}).status, 5);
+  ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
+  const Ending prepared = launch({"--raw", "--verbose", kClock, "--", "--exit", "5"});
+  EXPECT_EQ(prepared.status, 5) << prepared.err << errors();
+  EXPECT_EQ(served(), 1);
+  const std::string ignored = "SigIgn:\t0000000000000000";
+  EXPECT_THAT(contentOf("/proc/" + std::to_string(launchpad()) + "/status"), HasSubstr(ignored));
+}
+
 // What changed before a launch was asked for, however shortly, is seen by it.
 TEST_F(Pool, AProcessIsMadeAnewForOtherFilesInAFolderOfTheLists) {
   start(1);

@@ -65,13 +65,16 @@ LaunchpadTest::~LaunchpadTest() {
   if (launchpad_ > 0) killLaunchpad();
 }
 
-void LaunchpadTest::start(int size) {
+void LaunchpadTest::start(int size, int ignored) {
   size_ = size;
   const std::vector<std::string> command = {
       kQuillon, "launchpad", "--device",           root(),           "--type",
       "none",   "--size",    std::to_string(size), "--refill-delay", "0"};
   launchpad_ = fork();
-  if (launchpad_ == 0) become(command, fresh("launchpad-out"), fresh("launchpad-errors"));
+  if (launchpad_ == 0) {
+    if (ignored != 0) signal(ignored, SIG_IGN);
+    become(command, fresh("launchpad-out"), fresh("launchpad-errors"));
+  }
   ASSERT_TRUE(eventually([&] { return control("status").status == 0; })) << errors();
 }
 

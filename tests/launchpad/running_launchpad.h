@@ -17,8 +17,8 @@ class LaunchpadTest : public RuntimeTest {
   void SetUp() override;
   ~LaunchpadTest() override;
 
-  // Starts the launch pad and waits until it serves.
-  void start(int size);
+  // Starts the launch pad, which comes to ignore a signal, and waits until it serves.
+  void start(int size, int ignored = 0);
 
   // Makes it keep processes for such a launch: asks for one, which is launched directly, and waits
   // until as many as the pool's size are ready.
