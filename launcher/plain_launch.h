@@ -10,8 +10,8 @@
 namespace quillon::launcher {
 
 // The options of "quillon launch ..." where each argument is one of a few, in its plainest spelling
-// and there once. Nothing for every other command line, a wrong one, too: launch_command.h says what
-// there is, and the parser what is wrong. What is read here it reads alike.
+// and there once. Nothing for every other command line, a wrong one, too: launch_command.h says
+// what there is, and the parser what is wrong. What is read here it reads alike.
 //
 // arguments  the program's, its name first
 std::optional<LaunchOptions> plainLaunch(const std::vector<std::string_view>& arguments);

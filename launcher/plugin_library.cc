@@ -41,13 +41,15 @@ class Symbols {
 
 }  // namespace
 
-fs::path defaultPlugin(const fs::path& executable) {
+fs::path libraryOf(const fs::path& executable, const char* name) {
   const fs::path prefix = executable.parent_path().parent_path();
-  const fs::path built = prefix / "lib" / kFileName;
+  const fs::path built = prefix / "lib" / name;
   std::error_code ignored;
   if (fs::exists(built, ignored)) return built;
-  return prefix / QUILLON_INSTALLED_LIBRARIES / kFileName;
+  return prefix / QUILLON_INSTALLED_LIBRARIES / name;
 }
+
+fs::path defaultPlugin(const fs::path& executable) { return libraryOf(executable, kFileName); }
 
 Expected<PluginLibrary> loadPlugin(const fs::path& file) {
   void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);

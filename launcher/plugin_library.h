@@ -26,6 +26,9 @@ struct PluginLibrary {
   decltype(&create_pipe_client) createPipeClient = nullptr;
 };
 
+// Where a library that was built or installed with an executable lies.
+std::filesystem::path libraryOf(const std::filesystem::path& executable, const char* name);
+
 // Where the plug-in lies beside this executable: "../lib" in a build folder, the library folder
 // that the build was installed to otherwise.
 std::filesystem::path defaultPlugin(const std::filesystem::path& executable);

@@ -1,6 +1,6 @@
-// The subcommands of quillon, every one in one list: a library of their own, which the program loads
-// when it is asked for more than a plain launch. What they and their parser make at a program's start
-// a launch does not wait for.
+// The subcommands of quillon, every one in one list: a library of their own, which the program
+// loads when it is asked for more than a plain launch. What they and their parser make at a
+// program's start a launch does not wait for.
 #pragma once
 
 inline constexpr char kCommandsLibrary[] = "libquillon-commands.so";
