@@ -121,6 +121,8 @@ int launchWithTimeline(const LaunchOptions& options) {
   if (workstation::startTrace(trace.string())) mark("the application's process " + ending);
   const auto written = writeTimelinePage(trace, options.timeline, options.appId + " " + ending);
   if (!written) report(written.error(), kServiceFailed);
+  const auto closed = closeTrace(trace);
+  if (!closed) report(closed.error(), kServiceFailed);
   return endAs(status);
 }
 

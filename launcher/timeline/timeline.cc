@@ -4,6 +4,8 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "launcher/whole_file.h"
+
 namespace quillon::launcher {
 namespace {
 
@@ -102,6 +104,17 @@ Expected<Timeline> readTimeline(const std::filesystem::path& traceFile) {
   if (!timeline.threads.empty()) return timeline;
   return fail("the trace '" + traceFile.string() + "' holds no event",
               "name a file that QUILLON_TRACE or --timeline wrote");
+}
+
+// Every event ends with a comma and a line break.
+Expected<void> closeTrace(const std::filesystem::path& traceFile) {
+  const std::string content = readWholeFile(traceFile).value_or("");
+  const size_t end = content.rfind(",\n");
+  std::ofstream stream(traceFile, std::ios::binary | std::ios::trunc);
+  stream << (end == std::string::npos ? "[" : content.substr(0, end)) << "\n]\n";
+  if (stream.flush()) return {};
+  return fail("cannot write the trace '" + traceFile.string() + "'",
+              "name a file in a folder that exists and has space");
 }
 
 }  // namespace quillon::launcher

@@ -36,4 +36,8 @@ struct Timeline {
 // or holds no event.
 [[nodiscard]] Expected<Timeline> readTimeline(const std::filesystem::path& traceFile);
 
+// Makes a trace that nobody writes to any more a whole JSON array: leaves out what follows the last
+// whole event and closes the array. Fails where the file cannot be written.
+[[nodiscard]] Expected<void> closeTrace(const std::filesystem::path& traceFile);
+
 }  // namespace quillon::launcher

@@ -261,7 +261,9 @@ TEST_F(Launch, PicturesItselfToItsEnd) {
         ">coreclr_execute_assembly: Main<", ">coreclr_shutdown_2<", "ended with status 7"}) {
     EXPECT_THAT(text, HasSubstr(step));
   }
-  EXPECT_THAT(contentOf(fresh("launch.json")), HasSubstr("\"name\":\"coreclr_initialize\""));
+  const std::string trace = contentOf(fresh("launch.json"));
+  EXPECT_THAT(trace, HasSubstr("\"name\":\"coreclr_initialize\""));
+  EXPECT_TRUE(nlohmann::json::accept(trace));
 }
 
 TEST_F(Launch, PicturesAnApplicationThatDies) {
@@ -270,6 +272,7 @@ TEST_F(Launch, PicturesAnApplicationThatDies) {
   EXPECT_EQ(ending.status, 128 + SIGABRT);
   EXPECT_THAT(contentOf(page), HasSubstr("ended by signal 6"));
   EXPECT_THAT(contentOf(page), HasSubstr("did not end"));
+  EXPECT_TRUE(nlohmann::json::accept(contentOf(fresh("launch.json"))));
 }
 
 TEST_F(Launch, PicturesALaunchThatFails) {

@@ -10,6 +10,7 @@
 
 #include "launcher/timeline/page_parts.h"
 #include "launcher/timeline/timeline_page.h"
+#include "launcher/whole_file.h"
 #include "tests/support/temporary_directory.h"
 
 namespace quillon::launcher {
@@ -25,6 +26,13 @@ class TimelineTest : public ::testing::Test {
     std::ofstream(file_, std::ios::binary) << content;
     return readTimeline(file_);
   }
+  // What becomes of a trace that is closed.
+  std::string closed(const std::string& content) {
+    std::ofstream(file_, std::ios::binary) << content;
+    EXPECT_TRUE(closeTrace(file_));
+    return readWholeFile(file_).value_or("none");
+  }
+  Expected<Timeline> readAgain() { return readTimeline(file_); }
 
  private:
   test::TemporaryDirectory directory_;
@@ -87,6 +95,17 @@ TEST_F(TimelineTest, EndsWithoutABeginningAndForeignLinesAreLeftOut) {
   ASSERT_TRUE(timeline);
   ASSERT_THAT(timeline->threads, SizeIs(1));
   EXPECT_THAT(timeline->threads[0].entries, SizeIs(1));
+}
+
+TEST_F(TimelineTest, AClosedTraceIsAWholeArray) {
+  EXPECT_EQ(closed("[\n"), "[\n]\n");
+  EXPECT_EQ(closed(""), "[\n]\n");
+  EXPECT_EQ(closed("[\n{\"a\":1},\n{\"b\":2},\n"), "[\n{\"a\":1},\n{\"b\":2}\n]\n");
+  EXPECT_EQ(closed("[\n{\"a\":1},\n{\"cut\":"), "[\n{\"a\":1}\n]\n");
+  closed(kLaunch);
+  const auto timeline = readAgain();
+  ASSERT_TRUE(timeline);
+  EXPECT_EQ(timeline->end, 300);
 }
 
 TEST_F(TimelineTest, ATraceWithoutEventsIsAFailureThatNamesIt) {
