@@ -35,10 +35,10 @@ std::string codeOf(const std::filesystem::path& file) {
   return std::regex_replace(contentOf(file), std::regex("/\\*[^]*?\\*/|#.*"), "");
 }
 
-// What a command about the plug-in prints.
-std::string told(const std::string& command) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> output(
-      popen((command + " " + QUILLON_PLUGIN).c_str(), "r"), pclose);
+// What a command about a file, the plug-in, prints.
+std::string told(const std::string& command, const std::string& file = QUILLON_PLUGIN) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> output(popen((command + " " + file).c_str(), "r"),
+                                                     pclose);
   std::string text;
   for (int c; (c = fgetc(output.get())) != EOF;) {
     text += static_cast<char>(c);
@@ -47,9 +47,16 @@ std::string told(const std::string& command) {
 }
 
 // Names that nm prints with `option`, without versions.
-Names symbols(const std::string& option) {
-  const std::string text = told(std::string(QUILLON_NM) + " -D --format=posix " + option);
+Names symbols(const std::string& option, const std::string& file = QUILLON_PLUGIN) {
+  const std::string text = told(std::string(QUILLON_NM) + " -D --format=posix " + option, file);
   return matchesOf("\n" + text, "\n([^ @]+)");
+}
+
+// One to a line.
+std::string toText(const Names& names) {
+  std::string text;
+  for (const std::string& name : names) text += name + "\n";
+  return text;
 }
 
 // Functions declared in a C header, and its extern variables.
@@ -156,6 +163,24 @@ TEST(ExportedSymbols, EverythingIsBoundAtTheStartAndStaysLoaded) {
 }
 
 // The zone library is loaded by name when an application needs it.
+// What they hold of the C++ library is theirs: the runtime and the plug-in, which come later, have
+// to find the shared one's, and the one unwinder.
+TEST(ExportedSymbols, TheProgramAndThePlatformShowNothingOfTheCxxLibrary) {
+  for (const char* file : {QUILLON_PROGRAM, QUILLON_PLATFORM}) {
+    const std::string dynamic = told(std::string(QUILLON_READELF) + " -d", file);
+    if (dynamic.find("[libstdc++.so") != std::string::npos) {
+      GTEST_SKIP() << file << " is linked with the shared one: no archive, or sanitizers";
+    }
+    EXPECT_NE(dynamic.find("[libgcc_s.so.1]"), std::string::npos) << file;
+    EXPECT_EQ(
+        matchesOf(
+            toText(symbols("--defined-only", file)),
+            "(?:^|\n)(_ZN?K?S[a-z]\\w*|_ZT.N?S[a-z]\\w*|_Zn\\w*|_Zd\\w*|__cxa_\\w*|_Unwind\\w*)"),
+        Names())
+        << file;
+  }
+}
+
 TEST(ExportedSymbols, NoZoneFunctionIsNeededToLoadThePlugin) {
   for (const std::string& name : symbols("--undefined-only")) {
     EXPECT_NE(name.rfind("zone_", 0), 0U) << name;
