@@ -5,6 +5,7 @@
 // device root that was entered before, except where the name says so, with warm caches. Nothing but
 // the benchmark's own folder is written.
 #include <linux/close_range.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -46,8 +47,9 @@ void cleanEnvironment() {
                            "DOTNET_ReadyToRun", "DOTNET_EnableDiagnostics", "LD_PRELOAD"}) {
     unsetenv(name);
   }
-  // What a build server leaves open, every contender would have.
+  // What a build server leaves open, or ignores, every contender would have.
   close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+  for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
 }
 
 class Bench {
