@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdint>
 
 #include "launcher/launchpad/folder_entries.h"
 
@@ -15,6 +14,11 @@ namespace {
 
 constexpr size_t kUsualSize = 2048;
 constexpr size_t kLongestLink = 64;
+
+constexpr int kLastStandardSignal = 31;
+
+// The lowest bit is signal 1.
+uint64_t bitOf(int signal) { return uint64_t{1} << (signal - 1); }
 
 bool isInherited(int fd) {
   if (fd <= STDERR_FILENO) return false;
@@ -54,15 +58,20 @@ std::optional<std::string_view> OwnProcess::status(std::string_view name) const 
   return std::nullopt;
 }
 
-// The lowest bit is signal 1.
-sigset_t OwnProcess::ignoredSignals() const {
-  const std::string_view digits = status("SigIgn").value_or("");
+uint64_t OwnProcess::signals(std::string_view name) const {
+  const std::string_view digits = status(name).value_or("");
   uint64_t bits = 0;
   std::from_chars(digits.data(), digits.data() + digits.size(), bits, 16);
+  for (int signal = kLastStandardSignal + 1; signal < SIGRTMIN; ++signal) bits &= ~bitOf(signal);
+  return bits;
+}
+
+sigset_t OwnProcess::ignoredSignals() const {
+  const uint64_t bits = signals("SigIgn");
   sigset_t ignored;
   sigemptyset(&ignored);
-  for (int signal = 1; bits != 0; ++signal, bits >>= 1) {
-    if ((bits & 1) != 0) sigaddset(&ignored, signal);
+  for (int signal = 1; signal < NSIG; ++signal) {
+    if ((bits & bitOf(signal)) != 0) sigaddset(&ignored, signal);
   }
   return ignored;
 }

@@ -6,6 +6,7 @@
 
 #include <signal.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,6 +24,11 @@ class OwnProcess {
   // The value of a line of "status", such as "SigIgn"; nothing where the kernel tells none. Holds
   // as long as this object.
   [[nodiscard]] std::optional<std::string_view> status(std::string_view name) const;
+
+  // The set of signals in a line of "status", signal 1 the lowest bit. Without those between the
+  // standard and the real-time ones: they are the C library's, which for instance ignores them in
+  // what posix_spawn(3) starts, and nobody else can.
+  [[nodiscard]] uint64_t signals(std::string_view name) const;
 
   // The signals that it ignores.
   [[nodiscard]] sigset_t ignoredSignals() const;

@@ -81,6 +81,12 @@ std::string linesOf(const OwnProcess& process, std::initializer_list<const char*
   return all;
 }
 
+std::string signalsOf(const OwnProcess& process, const char* name) {
+  std::string bytes;
+  append(bytes, process.signals(name));
+  return bytes;
+}
+
 // What looks like a kernel's may be somebody else's, who tells less.
 bool tellsAll(const OwnProcess& process) {
   return std::all_of(kNecessary.begin(), kNecessary.end(),
@@ -144,8 +150,8 @@ ProcessShape shapeOf(const OwnProcess& process, const std::string& program) {
       .text(linesOf(process, {"CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb"}));
   shape.text("its confinement").text(confinementOf(process));
   shape.text("its scheduling").text(schedulingOf(process));
-  shape.text("its blocked signals").text(linesOf(process, {"SigBlk"}));
-  shape.text("its ignored signals").text(linesOf(process, {"SigIgn"}));
+  shape.text("its blocked signals").text(signalsOf(process, "SigBlk"));
+  shape.text("its ignored signals").text(signalsOf(process, "SigIgn"));
   shape.text("its security label").text(process.contentOf("attr/current"));
   shape.text("its place in line when memory runs out").text(process.contentOf("oom_score_adj"));
   shape.text("its memory limits").text(memoryLimits());

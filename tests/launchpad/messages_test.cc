@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -226,6 +227,21 @@ TEST(ProcessShape, KnowsWhatSignalsAreIgnored) {
   EXPECT_EQ(sigismember(&ignored, SIGUSR1), 0);
   signal(SIGUSR2, SIG_DFL);
   EXPECT_EQ(firstDifference(own, ownShape()), "");
+}
+
+// As posix_spawn(3) leaves them in what it starts.
+TEST(ProcessShape, LeavesTheSignalsOfTheCLibraryOut) {
+  struct {
+    void (*handler)(int);
+    unsigned long flags = 0;
+    void (*restorer)() = nullptr;
+    unsigned long mask = 0;
+  } ignored{SIG_IGN}, before{SIG_DFL};
+  constexpr int kCancel = 32;
+  const ProcessShape own = ownShape();
+  ASSERT_EQ(syscall(SYS_rt_sigaction, kCancel, &ignored, &before, sizeof ignored.mask), 0);
+  EXPECT_EQ(firstDifference(own, ownShape()), "");
+  syscall(SYS_rt_sigaction, kCancel, &before, nullptr, sizeof before.mask);
 }
 
 TEST(ProcessShape, NamesWhatDiffers) {
