@@ -203,6 +203,8 @@ Expected<void> Bench::measureRounds() {
 
 Expected<void> Bench::measureMemoryOf(Group& group, size_t contender) {
   for (int round = 0; round < options_.memoryRounds && !failed_[contender]; ++round) {
+    // What waits beside it shares its pages.
+    if (auto filled = launchPad_->fill(); !filled) return filled;
     const auto run = runIn(contender, Task::kMemory);
     if (!run) return tl::unexpected(run.error());
     if (run->ready) group.measured[contender - group.first].memory.push_back(run->memory);

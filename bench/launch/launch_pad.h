@@ -30,6 +30,9 @@ class LaunchPad {
   // for it from then on.
   [[nodiscard]] Expected<void> start(const std::vector<size_t>& contenders) const;
 
+  // Makes waiting processes anew where one is missing.
+  [[nodiscard]] Expected<void> fill() const;
+
   // Runs a contender to its end with the pool as it wants it. Fails where it was not served as it
   // should have been: its time would be another contender's.
   [[nodiscard]] Expected<Run> run(size_t contender, const Contender& what, Task task) const;
@@ -52,7 +55,6 @@ class LaunchPad {
   [[nodiscard]] Expected<State> state() const;
   [[nodiscard]] Expected<State> awaitFull() const;
   [[nodiscard]] Expected<State> refill() const;
-  [[nodiscard]] Expected<void> fill() const;
   [[nodiscard]] Expected<void> empty(size_t contender) const;
   [[nodiscard]] Expected<std::pair<Run, int>> runAndCount(size_t contender, Task task) const;
 

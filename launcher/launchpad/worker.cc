@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <workstation/log_handover.h>
+#include <workstation/packages.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -113,6 +114,7 @@ Launched<void> Worker::prepare() {
   dieWith(launchPad_);
   if (auto started = startRuntime(); !started) return started;
   if (auto prepared = prepareRuntime(); !prepared) return prepared;
+  workstation::rememberPackages();
   changes_ = changesSince(workshop_.environment);
   changes_.emplace("TMPDIR", std::nullopt);  // unset in a device root, whoever had it
   standard_.findDuplicates();

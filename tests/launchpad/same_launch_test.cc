@@ -211,6 +211,26 @@ TEST_F(SameLaunch, SignalsReachTheApplication) {
   EXPECT_FALSE(isAlive(application));
 }
 
+// The registry, locked as SQLite locks it, answers nobody meanwhile.
+TEST_F(SameLaunch, WaitsForNoRegistry) {
+  constexpr off_t kPendingByte = 0x40000000;  // SQLite's database file format
+  start(1);
+  prepareFor({"--raw", kClock});
+  launch({"--raw", kClock});
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const int registry = open(at("/opt/usr/share/quillon/packages.db").c_str(), O_RDWR | O_CLOEXEC);
+  flock lock{};
+  lock.l_type = F_WRLCK;
+  lock.l_start = kPendingByte;
+  lock.l_len = 512;
+  ASSERT_EQ(fcntl(registry, F_SETLK, &lock), 0);
+  const Ending ending = launch({"--raw", kClock});
+  close(registry);
+  EXPECT_EQ(ending.status, 0) << ending.err;
+  EXPECT_THAT(ending.out, HasSubstr(kClock));
+  EXPECT_EQ(served(), 2);
+}
+
 // One that cannot be loaded ends whatever runs it.
 TEST_F(SameLaunch, StartupHooksAreTheLaunchs) {
   setenv("DOTNET_STARTUP_HOOKS", "/usr/share/no-hook.dll", 1);

@@ -52,6 +52,10 @@ struct Package {
 // The package that holds an application; empty when no package does.
 [[nodiscard]] Expected<std::optional<Package>> findPackageOfApplication(const std::string& appId);
 
+// Answers the questions that this process will ask about any package ahead of them, until the
+// registry changes. For a process that has time now and none later.
+void rememberPackages();
+
 // A text that is another one after every change of what is installed. Never fails: where there is
 // no registry, that is its state.
 std::string registryStamp();

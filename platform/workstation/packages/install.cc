@@ -186,6 +186,8 @@ Expected<std::optional<Package>> findPackageOfApplication(const std::string& app
   return lookUpPackageOfApplication(appId, geteuid());
 }
 
+void rememberPackages() { lookUpInAdvance(geteuid()); }
+
 Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
   return noteProcess(pid, packageId);
 }

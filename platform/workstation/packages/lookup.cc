@@ -1,6 +1,7 @@
 #include "packages/lookup.h"
 
 #include <functional>
+#include <set>
 
 #include "packages/lookup_memo.h"
 #include "packages/registry.h"
@@ -55,6 +56,23 @@ Found lookUpPackageOfApplication(const std::string& appId, uid_t user) {
     }
     return found;
   });
+}
+
+// The user's own packages come first, and so does the package of an application that several hold.
+void lookUpInAdvance(uid_t user) {
+  const Stamp stamp = LookupMemo::stampNow();
+  auto registry = Registry::openForReading();
+  if (!stamp || !registry) return;
+  const auto packages = registry->packagesVisibleTo(user);
+  if (!packages) return;
+  std::set<std::string> known;
+  for (const Package& package : *packages) {
+    LookupMemo::keep(*stamp, packageQuestion(package.id, user), package);
+    for (const Application& application : package.applications) {
+      if (!known.insert(application.id).second) continue;
+      LookupMemo::keep(*stamp, applicationQuestion(application.id, user), package);
+    }
+  }
 }
 
 }  // namespace quillon::workstation

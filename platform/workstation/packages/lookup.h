@@ -17,4 +17,8 @@ namespace quillon::workstation {
 [[nodiscard]] Expected<std::optional<Package>> lookUpPackageOfApplication(const std::string& appId,
                                                                           uid_t user);
 
+// The answers for all packages that a user sees and their applications, from one look into the
+// registry. Best effort.
+void lookUpInAdvance(uid_t user);
+
 }  // namespace quillon::workstation

@@ -12,8 +12,8 @@ namespace {
 
 // More than the clock that stamps files steps by (a tick of the kernel, at most 10 ms).
 constexpr long kSettledNs = 100'000'000;
-// A launch asks a handful of questions; who asks more is no launch.
-constexpr size_t kMostAnswers = 16;
+// Two for each package of a workstation that has many.
+constexpr size_t kMostAnswers = 512;
 
 struct Memo {
   std::mutex mutex;
