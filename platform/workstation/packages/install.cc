@@ -188,6 +188,8 @@ Expected<std::optional<Package>> findPackageOfApplication(const std::string& app
 
 void rememberPackages() { lookUpInAdvance(geteuid()); }
 
+void rememberOwnPackage(const std::string& packageId) { noteOwnPackage(packageId); }
+
 Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
   return noteProcess(pid, packageId);
 }
