@@ -107,7 +107,6 @@ class Supervisor {
   [[nodiscard]] bool hasRoom() const;
   void hear(uint64_t client);
   bool hear(Process& process);
-  void noteTakenOver(Process& process);
   void answer(uint64_t number, Packet packet);
   void handleSignals();
 
@@ -299,6 +298,8 @@ bool Supervisor::assign(uint64_t number) {
   process->client = number;
   launch.process = process->number;
   const auto& target = launch.entry->target;
+  const auto noted = workstation::registerProcess(process->pid, target.package.id);
+  if (!noted) launcher::tell(noted.error());
   if (!sendPacket(client.socket.get(), PacketKind::kTaken,
                   RecordWriter().number(static_cast<uint64_t>(process->pid)).bytes(),
                   {process->pidfd.get()})) {
@@ -335,7 +336,7 @@ bool Supervisor::hear(Process& process) {
   if (received == Received::kEnd) process.channel.reset();
   if (received != Received::kPacket) return false;
   if (packet.kind == PacketKind::kReady) pools_.noteReady(process, std::move(packet.bytes));
-  if (packet.kind == PacketKind::kTakenOver) noteTakenOver(process);
+  if (packet.kind == PacketKind::kTakenOver) process.tookOver = true;
   if (packet.kind == PacketKind::kStarted && process.stage == Stage::kAssigned) {
     pools_.noteServed(process);
     const auto client = clients_.find(process.client);
@@ -343,16 +344,6 @@ bool Supervisor::hear(Process& process) {
     if (client != clients_.end()) client->second.launch->arrived = {};
   }
   return true;
-}
-
-// It knows its package itself; for others there is a note, which need not hold the launch up.
-void Supervisor::noteTakenOver(Process& process) {
-  process.tookOver = true;
-  const auto client = clients_.find(process.client);
-  if (client == clients_.end()) return;
-  const auto& package = client->second.launch->entry->target.package;
-  const auto noted = workstation::registerProcess(process.pid, package.id);
-  if (!noted) launcher::tell(noted.error());
 }
 
 void Supervisor::reap(uint64_t number) {

@@ -179,7 +179,6 @@ Launched<void> Worker::takeOver(Packet& packet) {
   if (!assignment) return stop(kServiceFailed, {"the launch pad sent no launch", {}});
   Request* const request = &assignment->request;
   target_ = std::move(assignment->target);
-  workstation::rememberOwnPackage(target_.package.id);
   arguments_ = std::move(request->arguments);
   replaceEnvironment(request->environment, changes_);
   setenv(launcher::kAppIdVariable, target_.application.id.c_str(), 1);

@@ -64,10 +64,6 @@ std::string registryStamp();
 // aul_app_get_pkgid_bypid. The note ends with the process.
 [[nodiscard]] Expected<void> registerProcess(pid_t pid, const std::string& packageId);
 
-// Makes the calling process known to itself as one that runs an application of `packageId`, ahead
-// of what registerProcess() tells all.
-void rememberOwnPackage(const std::string& packageId);
-
 // Takes away what is left of the notes of processes that have ended. Call when nobody waits.
 void clearProcessNotes();
 

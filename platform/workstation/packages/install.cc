@@ -188,8 +188,6 @@ Expected<std::optional<Package>> findPackageOfApplication(const std::string& app
 
 void rememberPackages() { lookUpInAdvance(geteuid()); }
 
-void rememberOwnPackage(const std::string& packageId) { noteOwnPackage(packageId); }
-
 Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
   return noteProcess(pid, packageId);
 }

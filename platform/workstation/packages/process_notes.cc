@@ -13,7 +13,6 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 
 #include "device_data.h"
 #include "packages/process_identity.h"
@@ -52,26 +51,6 @@ bool replaceLink(const std::string& text, const std::string& path) {
   return false;
 }
 
-// What a process knows of itself; a child that it forks is another process.
-struct Own {
-  std::mutex mutex;
-  pid_t process = 0;
-  std::string package;
-};
-
-// Lives until the process ends: threads may ask while static objects are destroyed.
-Own& own() {
-  static Own& instance = *new Own;
-  return instance;
-}
-
-// Where another thread has the lock, or had it in a child's parent, the note says the same.
-std::optional<std::string> ownPackage(pid_t pid) {
-  const std::unique_lock lock(own().mutex, std::try_to_lock);
-  if (!lock || own().process != pid || pid != getpid()) return std::nullopt;
-  return own().package;
-}
-
 // The process of a note's name or of one that is being put in its place; 0 for other names.
 pid_t processOf(const char* name) { return static_cast<pid_t>(std::strtol(name, nullptr, 10)); }
 
@@ -87,13 +66,6 @@ Expected<void> noteProcess(pid_t pid, const std::string& packageId) {
   return {};
 }
 
-void noteOwnPackage(const std::string& packageId) {
-  const std::unique_lock lock(own().mutex, std::try_to_lock);
-  if (!lock) return;
-  own().process = getpid();
-  own().package = packageId;
-}
-
 void forgetEndedProcesses() {
   const auto close = [](DIR* directory) { closedir(directory); };
   const std::unique_ptr<DIR, decltype(close)> notes(opendir(kProcessDirectory), close);
@@ -106,7 +78,6 @@ void forgetEndedProcesses() {
 }
 
 std::optional<std::string> packageOfProcess(pid_t pid) {
-  if (auto known = ownPackage(pid)) return known;
   std::array<char, PATH_MAX> buffer{};
   const std::string path = noteOf(std::to_string(pid));
   const ssize_t length = readlink(path.c_str(), buffer.data(), buffer.size());

@@ -17,14 +17,11 @@ namespace quillon::workstation {
 // Notes a living process.
 [[nodiscard]] Expected<void> noteProcess(pid_t pid, const std::string& packageId);
 
-// Tells the calling process which package it runs, ahead of the note that others look at.
-void noteOwnPackage(const std::string& packageId);
-
 // Takes the notes of processes away that have ended.
 void forgetEndedProcesses();
 
 // The package that a living process runs; empty when there is no note, or one of an earlier process
-// with the same id. The calling process may have been told its own.
+// with the same id.
 [[nodiscard]] std::optional<std::string> packageOfProcess(pid_t pid);
 
 }  // namespace quillon::workstation

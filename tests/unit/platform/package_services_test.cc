@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <optional>
 
 #include "tests/unit/platform/device_main.h"
@@ -222,12 +221,6 @@ TEST_F(ServicesTest, TargetUserIsTheCaller) {
   EXPECT_EQ(user, geteuid());
 }
 
-std::string packageOf(pid_t process) {
-  char buffer[1024] = "untouched";
-  const int result = aul_app_get_pkgid_bypid(process, buffer, sizeof buffer);
-  return result == 0 ? std::string(buffer) : std::string("unknown, ") + buffer;
-}
-
 TEST_F(ServicesTest, AProcessIsKnownUntilItEnds) {
   int gate[2];
   ASSERT_EQ(pipe(gate), 0);
@@ -236,6 +229,11 @@ TEST_F(ServicesTest, AProcessIsKnownUntilItEnds) {
     char byte;
     _exit(static_cast<int>(read(gate[0], &byte, 1)));
   }
+  const auto packageOf = [](pid_t process) {
+    char buffer[1024] = "untouched";
+    const int result = aul_app_get_pkgid_bypid(process, buffer, sizeof buffer);
+    return result == 0 ? std::string(buffer) : std::string("unknown, ") + buffer;
+  };
   EXPECT_EQ(packageOf(child), "unknown, untouched");
   ASSERT_TRUE(workstation::registerProcess(child, "clock"));
   EXPECT_EQ(packageOf(child), "clock");
@@ -252,29 +250,6 @@ TEST_F(ServicesTest, AProcessIsKnownUntilItEnds) {
   waitpid(child, nullptr, 0);
   EXPECT_EQ(packageOf(child), "unknown, untouched");
   EXPECT_FALSE(workstation::registerProcess(child, "clock"));
-}
-
-bool knowsNeitherItselfNorItsParent() {
-  return packageOf(getpid()) == "unknown, untouched" &&
-         packageOf(getppid()) == "unknown, untouched";
-}
-
-// The exit status of a child that does something.
-int statusOf(const std::function<bool()>& something) {
-  const pid_t child = fork();
-  if (child == 0) _exit(something() ? 0 : 1);
-  int status = -1;
-  waitpid(child, &status, 0);
-  return status;
-}
-
-TEST_F(ServicesTest, AProcessThatWasToldKnowsItsOwnPackageAndNobodyElseDoes) {
-  EXPECT_EQ(statusOf([] {
-              workstation::rememberOwnPackage("clock");
-              return packageOf(getpid()) == "clock" &&
-                     statusOf(knowsNeitherItselfNorItsParent) == 0;
-            }),
-            0);
 }
 
 // Makes a process's note that of one which started a tick earlier.
