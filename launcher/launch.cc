@@ -80,10 +80,10 @@ class Launch {
   RuntimePlan runtimePlan_;
   bool tpaFromCache_ = false;
   std::optional<WithoutIdleTracing> quiet_;  // while the runtime is loaded
-  // Loaded by a thread of its own, which has ended before the plug-in's first call: what the
-  // plug-in sets is the calling thread's.
-  std::optional<SideThread> loader_;
   std::optional<Expected<Runtime>> runtime_;
+  // Loads it, and so ends first. It has ended before the plug-in's first call: what the plug-in
+  // sets is the calling thread's.
+  std::optional<SideThread> loader_;
 };
 
 Launched<int> Launch::run() {

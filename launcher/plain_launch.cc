@@ -9,8 +9,11 @@ namespace {
 constexpr std::string_view kCommand = "launch";
 constexpr std::string_view kArgumentsFollow = "--";
 
-// What an option takes. The parser has more to say about one that is empty or looks like an option.
-bool isPlainValue(std::string_view text) { return !text.empty() && text.front() != '-'; }
+// What an option takes. The parser has more to say about one that is empty, looks like an option,
+// or is its sign for the end of a subcommand.
+bool isPlainValue(std::string_view text) {
+  return !text.empty() && text.front() != '-' && text != "++";
+}
 
 class Reader {
  public:

@@ -1,6 +1,8 @@
 #include "launcher/launchpad/managed_side.h"
 
+#include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "launcher/hresult.h"
@@ -42,13 +44,15 @@ Expected<void> ManagedSide::bind(const launcher::Runtime& runtime) {
 }
 
 // Of what is assigned nothing stays: every application gets properties of its own, and the variable
-// is taken away again. Its value is a long one, since the runtime copies short ones in other ways.
+// is again what it was. Its value is a long one, since the runtime copies short ones in other ways.
 void ManagedSide::warmUp(const launcher::RuntimeProperties& properties) const {
   constexpr char kVariable[] = "QUILLON_LAUNCHPAD";
   constexpr size_t kLong = 256;
+  const char* const before = std::getenv(kVariable);
   warmUp_();
   if (assign(properties, {{kVariable, std::string(kLong, '1')}})) {
-    [[maybe_unused]] const bool isGone = assign({}, {{kVariable, std::nullopt}});
+    const auto value = before != nullptr ? std::optional<std::string>(before) : std::nullopt;
+    [[maybe_unused]] const bool isAsBefore = assign({}, {{kVariable, value}});
   }
 }
 

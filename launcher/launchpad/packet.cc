@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -57,11 +58,15 @@ Received receive(int socket, Packet& packet, int flags) {
   packet = Packet();
   if (length >= 0) detach(message, packet.descriptors);
   const bool isComplete = (message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0;
-  if (length < static_cast<ssize_t>(sizeof packet.kind) || !isComplete) return Received::kEnd;
-  std::memcpy(&packet.kind, whole.data(), sizeof packet.kind);
-  packet.bytes.assign(whole.data() + sizeof packet.kind,
-                      static_cast<size_t>(length) - sizeof packet.kind);
-  return Received::kPacket;
+  const bool isPacket = length >= static_cast<ssize_t>(sizeof packet.kind) && isComplete;
+  if (isPacket) {
+    std::memcpy(&packet.kind, whole.data(), sizeof packet.kind);
+    packet.bytes.assign(whole.data() + sizeof packet.kind,
+                        static_cast<size_t>(length) - sizeof packet.kind);
+  }
+  // One application's environment is not for the next one's memory.
+  explicit_bzero(whole.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+  return isPacket ? Received::kPacket : Received::kEnd;
 }
 }  // namespace
 

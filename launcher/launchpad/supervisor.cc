@@ -363,7 +363,7 @@ void Supervisor::reap(uint64_t number) {
     pools_.drop(process->key);
   }
   pools_.noteEnded(number);
-  if (clients_.find(client) == clients_.end()) return;
+  if (clients_.find(client) == clients_.end()) return workstation::clearProcessNotes();
   if (!hasBegun && !saidWhy) return retry(client);
   sendPacket(clients_[client].socket.get(), PacketKind::kEnded, toBytes(*ending));
   clients_.erase(client);

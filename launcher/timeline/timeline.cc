@@ -108,10 +108,13 @@ Expected<Timeline> readTimeline(const std::filesystem::path& traceFile) {
 
 // Every event ends with a comma and a line break.
 Expected<void> closeTrace(const std::filesystem::path& traceFile) {
-  const std::string content = readWholeFile(traceFile).value_or("");
-  const size_t end = content.rfind(",\n");
+  const auto content = readWholeFile(traceFile);
+  if (!content) {
+    return fail("cannot read the trace '" + traceFile.string() + "'", "see that it may be read");
+  }
+  const size_t end = content->rfind(",\n");
   std::ofstream stream(traceFile, std::ios::binary | std::ios::trunc);
-  stream << (end == std::string::npos ? "[" : content.substr(0, end)) << "\n]\n";
+  stream << (end == std::string::npos ? "[" : content->substr(0, end)) << "\n]\n";
   if (stream.flush()) return {};
   return fail("cannot write the trace '" + traceFile.string() + "'",
               "name a file in a folder that exists and has space");

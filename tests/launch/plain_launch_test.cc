@@ -67,9 +67,10 @@ INSTANTIATE_TEST_SUITE_P(
                       Arguments{"--diagnostics", "off"}, Arguments{"--type=dotnet"},
                       Arguments{"--raw=true"}, Arguments{"-r"}, Arguments{"--type"},
                       Arguments{"--type", ""}, Arguments{"--type", "--raw"},
-                      Arguments{"--type", "--"}, Arguments{""}, Arguments{"another"},
-                      Arguments{"--id", "another"}, Arguments{"--device", "/e"},
-                      Arguments{"--raw", "--raw"}, Arguments{"--type", "a", "--type", "b"}));
+                      Arguments{"--type", "--"}, Arguments{"--type", "++"}, Arguments{"++"},
+                      Arguments{""}, Arguments{"another"}, Arguments{"--id", "another"},
+                      Arguments{"--device", "/e"}, Arguments{"--raw", "--raw"},
+                      Arguments{"--type", "a", "--type", "b"}));
 
 }  // namespace
 }  // namespace quillon::launcher

@@ -211,6 +211,18 @@ TEST_F(SameLaunch, SignalsReachTheApplication) {
   EXPECT_FALSE(isAlive(application));
 }
 
+TEST_F(SameLaunch, KeepsAVariableThatThePreparationUsesToo) {
+  setenv("QUILLON_LAUNCHPAD", "kept", 1);
+  start(1);
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  RunningProbe probe(root(), "inhouse");
+  unsetenv("QUILLON_LAUNCHPAD");
+  EXPECT_EQ(probe.ask("variable QUILLON_LAUNCHPAD"), "kept") << probe.errors();
+  EXPECT_EQ(probe.quit(), 0);
+  EXPECT_EQ(served(), 1);
+}
+
 // The registry, locked as SQLite locks it, answers nobody meanwhile.
 TEST_F(SameLaunch, WaitsForNoRegistry) {
   constexpr off_t kPendingByte = 0x40000000;  // SQLite's database file format
