@@ -10,8 +10,8 @@
 
 #include "bench/paired_rounds.h"
 #include "bench/raw_walk.h"
+#include "quillon/dotnet/runtime_lookup.h"
 #include "tests/support/temporary_directory.h"
-#include "tools/runtime/runtime_lookup.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ void discoverBeside(benchmark::State& state, const std::vector<std::string>& dir
 }
 
 void ofTheFramework(benchmark::State& state, Walk walk) {
-  const auto framework = quillon::findFramework();
+  const auto framework = quillon::dotnet::findFramework();
   if (!framework) {
     state.SkipWithError(framework.error().what.c_str());
     return;

@@ -3,12 +3,12 @@
 //
 // The writers do not wait for the disk, which makes their steps fall between each other's more
 // often than those of real launches.
+#include <CLI/CLI.hpp>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <util/zq_utils/cache_file.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
 #include <chrono>

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "bench/paired_rounds.h"
+#include "quillon/dotnet/runtime_lookup.h"
 #include "tests/support/temporary_directory.h"
-#include "tools/runtime/runtime_lookup.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ void readBeside(benchmark::State& state, const std::string& payload) {
 }
 
 void ofTheFramework(benchmark::State& state) {
-  const auto framework = quillon::findFramework();
+  const auto framework = quillon::dotnet::findFramework();
   if (!framework) {
     state.SkipWithError(framework.error().what.c_str());
     return;

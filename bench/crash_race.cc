@@ -3,12 +3,12 @@
 // The plug-in judges an abort by words on standard error, which a thread of its own reads. Each
 // round launches the sample application on the real runtime and lets it write such words and abort
 // at once. Counted are wrong ends, and ends of which the log does not tell the cause.
+#include <CLI/CLI.hpp>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <atomic>
 #include <csignal>
 #include <cstdio>

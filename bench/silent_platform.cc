@@ -1,6 +1,6 @@
 // A platform log and trace that do nothing, so that a benchmark measures the plug-in's own work.
-#include <platform/dlog.h>
-#include <platform/trace.h>
+#include "platform/dlog.h"
+#include "platform/trace.h"
 
 extern "C" {
 

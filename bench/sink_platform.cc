@@ -1,7 +1,5 @@
 #include "bench/sink_platform.h"
 
-#include <platform/dlog.h>
-#include <platform/trace.h>
 #include <unistd.h>
 
 #include <array>
@@ -11,6 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+
+#include "platform/dlog.h"
+#include "platform/trace.h"
 
 namespace quillon::bench {
 namespace {

@@ -12,7 +12,7 @@ if(QUILLON_BUILD_WORKSTATION)
   install(FILES ${CMAKE_BINARY_DIR}/lib/quillon/Quillon.Launchpad.dll
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon OPTIONAL)
   # Never linked; the quillon tool puts it into device roots.
-  install(TARGETS quillon-zone LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
+  install(TARGETS quillon-platform-zone LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
 endif()
 install(TARGETS ${targets} EXPORT quillon-tv-plugin-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})

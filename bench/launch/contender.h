@@ -19,7 +19,7 @@ struct Aim {
 };
 
 // A launch that is asked for by a process which is there already.
-struct Asking {
+struct PendingLaunch {
   std::filesystem::path quillon;
   std::filesystem::path device;
   std::string appId;  // empty: the contender's command is started instead
@@ -31,7 +31,7 @@ struct Contender {
   std::vector<std::string> environment = {};  // NAME=VALUE, over that of the bench
   bool inside = true;                         // the device root
   Pool pool = Pool::kUnused;
-  Asking asking = {};
+  PendingLaunch asking = {};
   std::vector<Aim> aims = {};
 };
 

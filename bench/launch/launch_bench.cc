@@ -4,11 +4,11 @@
 // Every round runs each contender once, in an order drawn anew for the round. All run inside one
 // device root that was entered before, except where the name says so, with warm caches. Nothing but
 // the benchmark's own folder is written.
+#include <CLI/CLI.hpp>
 #include <linux/close_range.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

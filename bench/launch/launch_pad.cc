@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "launcher/launchpad/client.h"
+#include "quillon/launchpad/client/client.h"
 
 namespace quillon::bench {
 namespace {
@@ -57,7 +57,7 @@ LaunchPad::State LaunchPad::parse(const std::string& status) {
 }
 
 Expected<LaunchPad::State> LaunchPad::state() const {
-  const auto status = launchpad::command(device_, launchpad::PacketKind::kStatus);
+  const auto status = launchpad::command(device_, launchpad::MessageKind::kStatus);
   if (!status) return tl::unexpected(status.error());
   return parse(*status);
 }
@@ -74,7 +74,7 @@ Expected<LaunchPad::State> LaunchPad::awaitFull() const {
 
 // All waiting processes anew.
 Expected<LaunchPad::State> LaunchPad::refill() const {
-  const auto asked = launchpad::command(device_, launchpad::PacketKind::kReload);
+  const auto asked = launchpad::command(device_, launchpad::MessageKind::kReload);
   if (!asked) return tl::unexpected(asked.error());
   auto full = awaitFull();
   std::this_thread::sleep_for(wait_);

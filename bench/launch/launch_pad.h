@@ -5,7 +5,6 @@
 #pragma once
 
 #include <sys/types.h>
-#include <workstation/failure.h>
 
 #include <chrono>
 #include <filesystem>
@@ -14,6 +13,7 @@
 
 #include "bench/launch/contender.h"
 #include "bench/launch/place.h"
+#include "quillon/base/failure.h"
 
 namespace quillon::bench {
 

@@ -11,8 +11,8 @@
 #include <fstream>
 #include <string>
 
-#include "launcher/launchpad/client.h"
-#include "tools/device/mounts.h"
+#include "quillon/device/mounts.h"
+#include "quillon/launchpad/client/client.h"
 
 extern char** environ;
 
@@ -55,14 +55,14 @@ std::vector<std::string> environmentOf(const Contender& contender) {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     dup2(streams[static_cast<size_t>(fd)], fd);
   }
-  launcher::LaunchOptions options;
+  host::LaunchOptions options;
   options.device = contender.asking.device;
   options.appId = contender.asking.appId;
   options.raw = true;
   if (task == Task::kMemory) options.arguments.emplace_back(kWaitArgument);
   const Clock::time_point start = Clock::now();
-  const launchpad::Asked asked =
-      launchpad::askForLaunch(options, contender.asking.quillon.string());
+  const launchpad::LaunchOutcome asked =
+      launchpad::requestLaunch(options, contender.asking.quillon.string());
   const bool told = write(startOfAsking, &start, sizeof start) == sizeof start;
   _exit(told ? asked.status.value_or(1) : 1);
 }

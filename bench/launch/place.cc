@@ -12,7 +12,7 @@
 #include <cstdlib>
 
 #include "bench/launch/one_run.h"
-#include "tools/device/device_root.h"
+#include "quillon/device/device_root.h"
 
 namespace quillon::bench {
 namespace {

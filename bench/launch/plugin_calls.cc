@@ -3,23 +3,23 @@
 // microseconds of each; the application does not run.
 //
 // usage: plugin_calls PLUGIN PROPERTIES PACKAGE APPID ASSEMBLY, inside a device root
-#include "launcher/boost_listener.h"
-#include "launcher/plugin_library.h"
-#include "launcher/runtime.h"
-#include "launcher/thread_barrier.h"
-
 #include <unistd.h>
-#include <workstation/packages.h>
 
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <string>
 
+#include "quillon/host/plugin/boost_listener.h"
+#include "quillon/host/plugin/plugin_library.h"
+#include "quillon/host/runtime/runtime.h"
+#include "quillon/host/thread_barrier.h"
+#include "workstation/packages.h"
+
 namespace {
 
 using namespace quillon;
-using namespace quillon::launcher;
+using namespace quillon::host;
 
 template <typename Function, typename... Arguments>
 void timed(const char* name, Function* function, Arguments... arguments) {

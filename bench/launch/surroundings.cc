@@ -1,11 +1,12 @@
 #include "bench/launch/surroundings.h"
 
+#include <nlohmann/json.hpp>
+
 #include <array>
 #include <cstdio>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
-#include "tools/runtime/runtime_lookup.h"
+#include "quillon/dotnet/runtime_lookup.h"
 
 namespace quillon::bench {
 namespace {
@@ -34,7 +35,7 @@ Expected<std::string> outputOf(const std::string& command) {
 }
 
 Expected<void> findHost(Surroundings& surroundings) {
-  const auto framework = findFramework();
+  const auto framework = dotnet::findFramework();
   if (!framework) return tl::unexpected(framework.error());
   const fs::path root = framework->directory.parent_path().parent_path().parent_path();
   surroundings.runtimeVersion = framework->version;

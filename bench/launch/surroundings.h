@@ -1,13 +1,12 @@
 // What the contenders need: a device root with both applications, and where the programs are.
 #pragma once
 
-#include <workstation/failure.h>
-
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "bench/launch/place.h"
+#include "quillon/base/failure.h"
 
 namespace quillon::bench {
 

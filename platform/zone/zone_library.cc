@@ -1,6 +1,5 @@
 // The four functions of the zone library. See platform/zone.h.
 #include <fcntl.h>
-#include <platform/zone.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -8,8 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <workstation/zone_state.h>
 #include "join.h"
+#include "platform/zone.h"
+#include "workstation/zone_state.h"
 #include "zone_log.h"
 
 using quillon::workstation::ZoneHolder;

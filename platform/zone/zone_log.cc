@@ -1,10 +1,11 @@
 #include "zone_log.h"
 
 #include <dlfcn.h>
-#include <platform/dlog.h>
 
 #include <cstdarg>
 #include <cstdio>
+
+#include "platform/dlog.h"
 
 namespace quillon::zone {
 namespace {

@@ -1,3 +1,5 @@
+#include "workstation/zone_state.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/syscall.h>
@@ -6,8 +8,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-
-#include <workstation/zone_state.h>
 
 namespace quillon::workstation {
 namespace {

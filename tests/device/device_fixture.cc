@@ -1,7 +1,6 @@
 #include "tests/device/device_fixture.h"
 
 #include <unistd.h>
-#include <workstation/packages.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -9,6 +8,8 @@
 #include <iostream>
 #include <iterator>
 #include <sstream>
+
+#include "workstation/packages.h"
 
 namespace quillon::test {
 namespace {

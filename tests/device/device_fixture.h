@@ -2,8 +2,9 @@
 // returned, logged, marked and left behind.
 #pragma once
 
-#include <filesystem>
 #include <nlohmann/json.hpp>
+
+#include <filesystem>
 #include <string>
 #include <vector>
 

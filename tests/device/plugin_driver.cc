@@ -6,9 +6,9 @@
 // the result. Ends with status 0 when all steps were taken; the plug-in may end it before.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <nlohmann/json.hpp>
 #include <openssl/err.h>
 #include <pthread.h>
-#include <quillon_tv_plugin.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -26,10 +26,11 @@
 #include <functional>
 #include <ios>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <thread>
+
+#include "quillon_tv_plugin.h"
 
 namespace {
 

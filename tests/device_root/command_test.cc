@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
+#include "quillon/base/exit_status.h"
 #include "tests/device_root/inside.h"
-#include "tools/exit_status.h"
 
 namespace quillon::test {
 namespace {

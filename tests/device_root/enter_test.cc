@@ -8,9 +8,9 @@
 #include <sstream>
 #include <thread>
 
+#include "quillon/base/exit_status.h"
 #include "tests/device_root/inside.h"
 #include "tests/support/skip.h"
-#include "tools/exit_status.h"
 
 namespace quillon::test {
 namespace {

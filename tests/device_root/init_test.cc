@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include "quillon/device/record.h"
 #include "tests/device_root/inside.h"
-#include "tools/device/record.h"
 
 namespace quillon::test {
 namespace {

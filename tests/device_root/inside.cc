@@ -71,7 +71,7 @@ Outcome inside(const fs::path& root, const std::string& script,
   return inChild([&] {
     if (auto entered = device::enter(root, options); !entered) {
       std::cout << entered.error().what << "; " << entered.error().remedy;
-      return static_cast<int>(device::exitStatusOf(entered.error().error));
+      return static_cast<int>(entered.error().status);
     }
     return runShell(script);
   });

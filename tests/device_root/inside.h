@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/device/device_root.h"
+#include "quillon/device/device_root.h"
 
 namespace quillon::test {
 

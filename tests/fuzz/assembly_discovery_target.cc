@@ -1,11 +1,10 @@
 // The search for assemblies, among files with names from outside. Input: the list to append to,
 // then a file a line: "1" or "2" for its folder, and its name.
-#include "plugin/src/plugin-util/assembly_discovery.h"
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 
+#include "plugin/src/plugin-util/assembly_discovery.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/temporary_directory.h"
 #include "util/zq_utils/directory_walk.h"

@@ -1,13 +1,12 @@
 // The launcher's look at an application's image. Input: the image.
-#include "launcher/assembly_image.h"
-
 #include <filesystem>
 
+#include "quillon/host/assemblies/assembly_image.h"
 #include "tests/fuzz/memory_file.h"
 #include "tests/fuzz/target.h"
 
-using quillon::launcher::requireExecutableAssembly;
-using quillon::launcher::wrongWithImage;
+using quillon::host::requireExecutableAssembly;
+using quillon::host::wrongWithImage;
 
 FUZZ_TARGET(assembly_image) {
   const std::string_view wrong = wrongWithImage(bytes);

@@ -1,7 +1,6 @@
 // The reader of cached lists: a list is taken from its file only if the file is whole.
 // Input: the file.
 #include "plugin/src/plugin-util/cached_list.h"
-
 #include "tests/fuzz/memory_file.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/recording_platform.h"

@@ -1,6 +1,5 @@
 // Keys and files of the configuration store. Input: a key, then a file.
 #include "config/config_file.h"
-
 #include "tests/fuzz/target.h"
 
 namespace {

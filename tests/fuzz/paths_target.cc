@@ -1,11 +1,10 @@
 // The helpers that take paths and names apart. Input: three texts, a line each; the third to the
 // end.
-#include "util/zq_utils/paths.h"
-
 #include <algorithm>
 #include <cctype>
 
 #include "tests/fuzz/target.h"
+#include "util/zq_utils/paths.h"
 
 namespace {
 

@@ -1,13 +1,14 @@
 #include "tests/fuzz/private_pipes.h"
 
 #include <fcntl.h>
-#include <quillon_tv_plugin.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+
+#include "quillon_tv_plugin.h"
 
 namespace {
 

@@ -1,9 +1,8 @@
 // An application's NAME.runtimeconfig.json, and a framework's list of what it consists of.
 // Input: the file, read as both.
-#include "launcher/runtime_config.h"
-
 #include <filesystem>
 
+#include "quillon/host/runtime/runtime_config.h"
 #include "tests/fuzz/memory_file.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/temporary_directory.h"
@@ -25,7 +24,7 @@ FUZZ_TARGET(runtime_config) {
   leadTo(file.path(), folder.path() / "a.runtimeconfig.json");
   leadTo(file.path(), folder.path() / "Microsoft.NETCore.App.deps.json");
 
-  const auto config = quillon::launcher::readRuntimeConfig(folder.path() / "a.dll");
+  const auto config = quillon::host::readRuntimeConfig(folder.path() / "a.dll");
   if (!config) {
     const std::string name = (folder.path() / "a.runtimeconfig.json").string();
     FUZZ_REQUIRE(config.error().what == "'" + name + "' is not valid JSON");
@@ -35,7 +34,7 @@ FUZZ_TARGET(runtime_config) {
       FUZZ_REQUIRE(!name.empty() || bytes.find("\"\"") != bytes.npos);
     }
   }
-  const std::string version = quillon::launcher::frameworkVersionOf(folder.path());
+  const std::string version = quillon::host::frameworkVersionOf(folder.path());
   FUZZ_REQUIRE(version.empty() || bytes.find("Microsoft.NETCore.App.Runtime.") != bytes.npos ||
                bytes.find('\\') != bytes.npos);  // or an escape spells it
 }

@@ -1,10 +1,10 @@
 // The answer of a validator: what the plug-in reads of it, and that it means no where it holds
 // "FAIL", behind a NUL too. Input: what is in the answer pipe.
-#include <quillon_tv_plugin.h>
 #include <unistd.h>
 
 #include <algorithm>
 
+#include "quillon_tv_plugin.h"
 #include "tests/fuzz/private_pipes.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/recording_platform.h"

@@ -1,11 +1,10 @@
 // The requests that a validator is called with: all that was sent, in texts of one read each.
 // Input: what is in the request pipe.
-#include <quillon_tv_plugin.h>
-
 #include <algorithm>
 #include <string>
 #include <vector>
 
+#include "quillon_tv_plugin.h"
 #include "tests/fuzz/private_pipes.h"
 #include "tests/fuzz/target.h"
 

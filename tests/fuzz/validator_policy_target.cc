@@ -1,9 +1,8 @@
 // Policies of the validator. Input: the policy file.
-#include "tools/validator/policy.h"
-
 #include <algorithm>
 #include <charconv>
 
+#include "quillon/validator/policy.h"
 #include "tests/fuzz/memory_file.h"
 #include "tests/fuzz/target.h"
 

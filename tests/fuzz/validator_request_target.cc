@@ -1,10 +1,9 @@
 // The validator's reading of requests: whatever comes out of the pipe, no byte of it is lost, and
 // only a plain path of a known process is a request to decide. Input: what is in the request pipe.
-#include "tools/validator/request.h"
-
 #include <algorithm>
 #include <filesystem>
 
+#include "quillon/validator/request.h"
 #include "tests/fuzz/target.h"
 
 namespace {

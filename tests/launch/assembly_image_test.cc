@@ -1,10 +1,10 @@
-#include "launcher/assembly_image.h"
+#include "quillon/host/assemblies/assembly_image.h"
 
 #include <gmock/gmock.h>
 
 #include <string>
 
-namespace quillon::launcher {
+namespace quillon::host {
 namespace {
 
 using ::testing::HasSubstr;
@@ -95,4 +95,4 @@ TEST(AssemblyImage, ThatCannotBeReadIsNamed) {
 }
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::host

@@ -1,4 +1,4 @@
-#include "launcher/assembly_table.h"
+#include "quillon/host/assemblies/assembly_table.h"
 
 #include <gmock/gmock.h>
 
@@ -7,7 +7,7 @@
 
 #include "tests/support/temporary_directory.h"
 
-namespace quillon::launcher {
+namespace quillon::host {
 namespace {
 
 namespace fs = std::filesystem;
@@ -117,4 +117,4 @@ TEST_F(AssemblyFolders, AreNoRivalsOfThemselves) {
 }
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::host

@@ -1,5 +1,5 @@
 // The end of a process whose output is captured, by readers of the test's own.
-#include "launcher/captured_output.h"
+#include "quillon/host/plugin/captured_output.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -15,7 +15,7 @@
 #include <string>
 #include <thread>
 
-namespace quillon::launcher {
+namespace quillon::host {
 namespace {
 
 // What came through standard output of a child that runs `body` and exits; its streams are a pipe.
@@ -87,4 +87,4 @@ TEST(CapturedOutput, TheExitWaitsForAReaderThatDoesNotPoll) {
 }
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::host

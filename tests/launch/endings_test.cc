@@ -6,10 +6,10 @@
 
 #include <algorithm>
 
+#include "quillon/dotnet/runtime_lookup.h"
 #include "tests/launch/sample_device.h"
 #include "tests/support/precedence.h"
 #include "tests/support/skip.h"
-#include "tools/runtime/runtime_lookup.h"
 
 namespace quillon::test {
 namespace {
@@ -200,7 +200,7 @@ TEST_F(Endings, StackSmashingIsPassedOnEvenAfterAKeyword) {
 }
 
 TEST_F(Endings, ATerminationEndsQuietly) {
-  if (std::stoi(findFramework()->version) < 10) {
+  if (std::stoi(dotnet::findFramework()->version) < 10) {
     QUILLON_SKIP("a runtime before version 10 handles SIGTERM itself");
   }
   expectBothTerminated({"wait"}, 0, {kTerm});

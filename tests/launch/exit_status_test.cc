@@ -1,5 +1,7 @@
 // Every row of docs/exit-status.md that a launch can end with: status, and one line that names the
 // thing and the remedy.
+#include "quillon/base/exit_status.h"
+
 #include <gmock/gmock.h>
 #include <signal.h>
 
@@ -7,7 +9,6 @@
 
 #include "tests/launch/sample_device.h"
 #include "tests/support/sanitized.h"
-#include "tools/exit_status.h"
 
 namespace quillon::test {
 namespace {

@@ -1,8 +1,8 @@
-#include "launcher/framework_check.h"
+#include "quillon/host/runtime/framework_check.h"
 
 #include <gtest/gtest.h>
 
-namespace quillon::launcher {
+namespace quillon::host {
 namespace {
 
 TEST(FrameworkVersion, ServesOlderApplications) {
@@ -24,4 +24,4 @@ TEST(FrameworkVersion, ServesWhereEitherIsUnknown) {
 }
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::host

@@ -1,8 +1,8 @@
-#include "launcher/hresult.h"
+#include "quillon/host/runtime/hresult.h"
 
 #include <gtest/gtest.h>
 
-namespace quillon::launcher {
+namespace quillon::host {
 namespace {
 
 TEST(Hresult, IsNeverABareNumberWhereItsMeaningIsKnown) {
@@ -16,4 +16,4 @@ TEST(Hresult, KeepsANumberThatIsUnknown) {
 }
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::host

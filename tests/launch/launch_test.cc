@@ -1,8 +1,8 @@
 // Launches of the sample application through the built plug-in, to its end.
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 #include <signal.h>
 
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "tests/launch/running_probe.h"

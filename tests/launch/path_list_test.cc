@@ -1,8 +1,8 @@
-#include "launcher/path_list.h"
+#include "quillon/host/assemblies/path_list.h"
 
 #include <gmock/gmock.h>
 
-namespace quillon::launcher {
+namespace quillon::host {
 namespace {
 
 using ::testing::ElementsAre;
@@ -39,4 +39,4 @@ TEST(DirectoryList, LeavesOutEmptyAndRelativeEntries) {
 }
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::host

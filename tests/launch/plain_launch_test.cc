@@ -1,14 +1,14 @@
-#include "launcher/plain_launch.h"
+#include "quillon/cli/plain_launch.h"
 
 #include <gmock/gmock.h>
 
-namespace quillon::launcher {
+namespace quillon::cli {
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-std::optional<LaunchOptions> read(std::vector<std::string_view> arguments) {
+std::optional<host::LaunchOptions> read(std::vector<std::string_view> arguments) {
   arguments.insert(arguments.begin(), "quillon");
   return plainLaunch(arguments);
 }
@@ -73,4 +73,4 @@ INSTANTIATE_TEST_SUITE_P(
                       Arguments{"--type", "a", "--type", "b"}));
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::cli

@@ -1,10 +1,9 @@
 // What a launch would do, and what it would be refused for.
 #include <gmock/gmock.h>
-
 #include <nlohmann/json.hpp>
 
+#include "quillon/base/exit_status.h"
 #include "tests/launch/sample_device.h"
-#include "tools/exit_status.h"
 
 namespace quillon::test {
 namespace {

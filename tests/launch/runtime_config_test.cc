@@ -1,4 +1,4 @@
-#include "launcher/runtime_config.h"
+#include "quillon/host/runtime/runtime_config.h"
 
 #include <gmock/gmock.h>
 
@@ -6,7 +6,7 @@
 
 #include "tests/support/temporary_directory.h"
 
-namespace quillon::launcher {
+namespace quillon::host {
 namespace {
 
 using ::testing::ElementsAre;
@@ -78,4 +78,4 @@ TEST_F(RuntimeConfigFile, LeavesTheFrameworksVersionToItsDependencyFile) {
 }
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::host

@@ -1,11 +1,11 @@
-#include "launcher/runtime_settings.h"
+#include "quillon/host/runtime/runtime_settings.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
 
-namespace quillon::launcher {
+namespace quillon::host {
 namespace {
 
 using Setting = std::optional<bool> RuntimeSettings::*;
@@ -83,4 +83,4 @@ TEST(WithLastingCompiler, LetsTheThreadThatCompilesWaitUnlessSomebodyDecidedSo) 
 }
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::host

@@ -13,9 +13,9 @@
 #include <iterator>
 #include <string_view>
 
+#include "quillon/device/device_root.h"
+#include "quillon/dotnet/runtime_lookup.h"
 #include "tests/support/skip.h"
-#include "tools/device/device_root.h"
-#include "tools/runtime/runtime_lookup.h"
 
 namespace quillon::test {
 namespace {
@@ -166,7 +166,7 @@ void LaunchTest::installClock(const std::string& manifest) {
 void RuntimeTest::SetUp() {
   LaunchTest::SetUp();
   if (IsSkipped() || HasFatalFailure()) return;
-  if (const auto framework = findFramework(); !framework) {
+  if (const auto framework = dotnet::findFramework(); !framework) {
     QUILLON_SKIP("no .NET runtime: " << framework.error().what);
   }
   if (!fs::exists(kBuild / "managed/Preload/Preload.dll")) {
@@ -177,7 +177,7 @@ void RuntimeTest::SetUp() {
 fs::path RuntimeTest::frameworkWithout(const std::string& file) const {
   fs::path copy = fresh("framework");
   fs::create_directory(copy);
-  for (const auto& entry : fs::directory_iterator(findFramework()->directory)) {
+  for (const auto& entry : fs::directory_iterator(dotnet::findFramework()->directory)) {
     if (entry.path().filename() != file) fs::create_symlink(entry, copy / entry.path().filename());
   }
   return copy;

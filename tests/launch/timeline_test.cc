@@ -1,5 +1,5 @@
 // Traces and the pages that picture them.
-#include "launcher/timeline/timeline.h"
+#include "quillon/timeline/timeline.h"
 
 #include <gmock/gmock.h>
 
@@ -8,12 +8,12 @@
 #include <set>
 #include <string>
 
-#include "launcher/timeline/page_parts.h"
-#include "launcher/timeline/timeline_page.h"
-#include "launcher/whole_file.h"
+#include "quillon/base/files.h"
+#include "quillon/timeline/page_parts.h"
+#include "quillon/timeline/timeline_page.h"
 #include "tests/support/temporary_directory.h"
 
-namespace quillon::launcher {
+namespace quillon::timeline {
 namespace {
 
 using ::testing::HasSubstr;
@@ -173,4 +173,4 @@ TEST(PageParts, NumbersLoseTheirLastZeros) {
 }
 
 }  // namespace
-}  // namespace quillon::launcher
+}  // namespace quillon::timeline

@@ -12,8 +12,8 @@
 #include <future>
 #include <thread>
 
+#include "quillon/base/exit_status.h"
 #include "tests/launch/sample_device.h"
-#include "tools/exit_status.h"
 
 namespace quillon::test {
 namespace {

@@ -21,18 +21,18 @@
 #include <memory>
 #include <set>
 
-#include "launcher/launchpad/address.h"
-#include "launcher/launchpad/assignment.h"
-#include "launcher/launchpad/environment.h"
-#include "launcher/launchpad/folder_entries.h"
-#include "launcher/launchpad/limits.h"
-#include "launcher/launchpad/own_memory.h"
-#include "launcher/launchpad/own_process.h"
-#include "launcher/launchpad/packet.h"
-#include "launcher/launchpad/process_shape.h"
-#include "launcher/launchpad/request.h"
-#include "launcher/launchpad/standard_places.h"
-#include "launcher/launchpad/text_record.h"
+#include "quillon/base/directory_entries.h"
+#include "quillon/base/record.h"
+#include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/assignment.h"
+#include "quillon/launchpad/protocol/message.h"
+#include "quillon/launchpad/protocol/request.h"
+#include "quillon/launchpad/server/prefault.h"
+#include "quillon/launchpad/state/limits.h"
+#include "quillon/launchpad/state/proc_self.h"
+#include "quillon/launchpad/state/process_state.h"
+#include "quillon/launchpad/worker/environment.h"
+#include "quillon/launchpad/worker/stdio.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
@@ -90,21 +90,21 @@ struct Pair {
 // A request of this process's that has come to the other end of a socket.
 std::optional<ArrivedRequest> arrive(const Request& sent, const Descriptor& began) {
   const Pair pair;
-  Packet packet;
+  Message packet;
   EXPECT_TRUE(sendRequest(pair.one.get(), sent, began.get()));
-  EXPECT_EQ(receivePacket(pair.other.get(), packet), Received::kPacket);
-  EXPECT_EQ(packet.kind, PacketKind::kLaunch);
+  EXPECT_EQ(receiveMessage(pair.other.get(), packet), Received::kMessage);
+  EXPECT_EQ(packet.kind, MessageKind::kLaunch);
   return openRequest(std::move(packet));
 }
 
 // What a prepared process is told of it.
-std::optional<Assignment> assign(const ArrivedRequest& arrived, Packet& packet) {
-  launcher::LaunchTarget target;
+std::optional<Assignment> assign(const ArrivedRequest& arrived, Message& packet) {
+  host::LaunchTarget target;
   target.assembly = "/a/b.dll";
   const Pair pair;
   EXPECT_TRUE(sendAssignment(pair.one.get(), target, arrived.packet));
-  EXPECT_EQ(receivePacket(pair.other.get(), packet), Received::kPacket);
-  EXPECT_EQ(packet.kind, PacketKind::kAssign);
+  EXPECT_EQ(receiveMessage(pair.other.get(), packet), Received::kMessage);
+  EXPECT_EQ(packet.kind, MessageKind::kAssign);
   return readAssignment(packet);
 }
 
@@ -118,12 +118,12 @@ std::vector<std::string> ownEnvironment() {
 class RequestOfLength : public ::testing::TestWithParam<size_t> {};
 
 TEST_P(RequestOfLength, ArrivesWithItsDescriptors) {
-  launcher::LaunchOptions options;
+  host::LaunchOptions options;
   options.appId = "app";
   options.type = "normal";
   options.raw = true;
   options.arguments = {"", "two words", std::string(GetParam(), 'x')};
-  const Request sent = makeRequest(options, OwnProcess());
+  const Request sent = makeRequest(options, ProcSelf());
   const Descriptor began(eventfd(0, EFD_CLOEXEC));
   const auto arrived = arrive(sent, began);
   ASSERT_TRUE(arrived);
@@ -133,7 +133,7 @@ TEST_P(RequestOfLength, ArrivesWithItsDescriptors) {
   EXPECT_TRUE(arrived->request.raw);
   EXPECT_EQ(firstDifference(arrived->request.shape, sent.shape), "");
   EXPECT_TRUE(canTakeOver(currentLimits(), arrived->request.limits));
-  Packet packet;
+  Message packet;
   const auto assigned = assign(*arrived, packet);
   ASSERT_TRUE(assigned);
   EXPECT_EQ(assigned->target.assembly, "/a/b.dll");
@@ -141,30 +141,30 @@ TEST_P(RequestOfLength, ArrivesWithItsDescriptors) {
   EXPECT_EQ(assigned->request.environment, ownEnvironment());
   EXPECT_EQ(assigned->request.workingDirectory, std::filesystem::current_path());
   const auto taken = takeDescriptors(packet.descriptors, assigned->there);
-  EXPECT_FALSE(wasToldBegun(began.get()));
-  tellBegun(taken.began.get());
-  EXPECT_TRUE(wasToldBegun(began.get()));
+  EXPECT_FALSE(wasStarted(began.get()));
+  signalStarted(taken.began.get());
+  EXPECT_TRUE(wasStarted(began.get()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Request, RequestOfLength, ::testing::Values(0, 40'000, 200'000));
 
 TEST(Request, TellsTheUmask) {
   const mode_t before = umask(0127);
-  EXPECT_EQ(makeRequest({}, OwnProcess()).umask, 0127U);
+  EXPECT_EQ(makeRequest({}, ProcSelf()).umask, 0127U);
   umask(before);
 }
 
 // A launch pad that is told of more or fewer descriptors than came would mix them up.
 TEST(Request, ComesWithTheDescriptorsThatItSays) {
-  const Request sent = makeRequest({}, OwnProcess());
+  const Request sent = makeRequest({}, ProcSelf());
   const Descriptor began(eventfd(0, EFD_CLOEXEC));
   auto arrived = arrive(sent, began);
   ASSERT_TRUE(arrived);
   arrived->packet.descriptors.pop_back();
   EXPECT_FALSE(openRequest(std::move(arrived->packet)));
-  EXPECT_FALSE(openRequest({PacketKind::kLaunch, "", {}}));
+  EXPECT_FALSE(openRequest({MessageKind::kLaunch, "", {}}));
   const std::string inNoFile = RecordWriter().number(1U << 4).bytes();
-  EXPECT_FALSE(openRequest({PacketKind::kLaunch, inNoFile, {}}));
+  EXPECT_FALSE(openRequest({MessageKind::kLaunch, inNoFile, {}}));
 }
 
 // A file that its owner can still cut would make the reader wait or fail later.
@@ -179,15 +179,15 @@ TEST(Request, IsTakenFromSealedMemoryOnly) {
   EXPECT_EQ(textOf(device.get()), "");
 }
 
-TEST(Packet, TellsAnEndFromNothingYet) {
+TEST(Message, TellsAnEndFromNothingYet) {
   Pair pair;
-  Packet packet;
-  EXPECT_EQ(receivePacketNow(pair.other.get(), packet), Received::kNothingYet);
+  Message packet;
+  EXPECT_EQ(receiveMessageNow(pair.other.get(), packet), Received::kNothingYet);
   ASSERT_EQ(send(pair.one.get(), "x", 1, 0), 1);
-  EXPECT_EQ(receivePacketNow(pair.other.get(), packet), Received::kEnd);
+  EXPECT_EQ(receiveMessageNow(pair.other.get(), packet), Received::kEnd);
   pair.one.reset();
-  EXPECT_EQ(receivePacket(pair.other.get(), packet), Received::kEnd);
-  EXPECT_FALSE(sendPacket(pair.other.get(), PacketKind::kStop));
+  EXPECT_EQ(receiveMessage(pair.other.get(), packet), Received::kEnd);
+  EXPECT_FALSE(sendMessage(pair.other.get(), MessageKind::kStop));
 }
 
 size_t openDescriptors() {
@@ -195,7 +195,7 @@ size_t openDescriptors() {
       std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-TEST(Packet, KeepsNoDescriptorsOfAnEmptyOne) {
+TEST(Message, KeepsNoDescriptorsOfAnEmptyOne) {
   const Pair pair;
   union {
     cmsghdr header;
@@ -210,19 +210,19 @@ TEST(Packet, KeepsNoDescriptorsOfAnEmptyOne) {
   const size_t before = openDescriptors();
   for (int i = 0; i < 3; ++i) {
     ASSERT_EQ(sendmsg(pair.one.get(), &message, 0), 0);
-    Packet packet;
-    EXPECT_EQ(receivePacket(pair.other.get(), packet), Received::kEnd);
+    Message packet;
+    EXPECT_EQ(receiveMessage(pair.other.get(), packet), Received::kEnd);
   }
   EXPECT_EQ(openDescriptors(), before);
 }
 
-ProcessShape ownShape() { return shapeOf(OwnProcess()); }
+ProcessState ownShape() { return processStateOf(ProcSelf()); }
 
-TEST(ProcessShape, KnowsWhatSignalsAreIgnored) {
-  const ProcessShape own = ownShape();
+TEST(ProcessState, KnowsWhatSignalsAreIgnored) {
+  const ProcessState own = ownShape();
   signal(SIGUSR2, SIG_IGN);
   EXPECT_EQ(firstDifference(own, ownShape()), "its ignored signals");
-  const sigset_t ignored = OwnProcess().ignoredSignals();
+  const sigset_t ignored = ProcSelf().ignoredSignals();
   EXPECT_EQ(sigismember(&ignored, SIGUSR2), 1);
   EXPECT_EQ(sigismember(&ignored, SIGUSR1), 0);
   signal(SIGUSR2, SIG_DFL);
@@ -230,7 +230,7 @@ TEST(ProcessShape, KnowsWhatSignalsAreIgnored) {
 }
 
 // As posix_spawn(3) leaves them in what it starts.
-TEST(ProcessShape, LeavesTheSignalsOfTheCLibraryOut) {
+TEST(ProcessState, LeavesTheSignalsOfTheCLibraryOut) {
   struct {
     void (*handler)(int);
     unsigned long flags = 0;
@@ -238,14 +238,14 @@ TEST(ProcessShape, LeavesTheSignalsOfTheCLibraryOut) {
     unsigned long mask = 0;
   } ignored{SIG_IGN}, before{SIG_DFL};
   constexpr int kCancel = 32;
-  const ProcessShape own = ownShape();
+  const ProcessState own = ownShape();
   ASSERT_EQ(syscall(SYS_rt_sigaction, kCancel, &ignored, &before, sizeof ignored.mask), 0);
   EXPECT_EQ(firstDifference(own, ownShape()), "");
   syscall(SYS_rt_sigaction, kCancel, &before, nullptr, sizeof before.mask);
 }
 
-TEST(ProcessShape, NamesWhatDiffers) {
-  const ProcessShape own = ownShape();
+TEST(ProcessState, NamesWhatDiffers) {
+  const ProcessState own = ownShape();
   EXPECT_EQ(firstDifference(own, ownShape()), "");
   setenv("DOTNET_OfThisTest", "0", 1);
   setenv("UNRELATED", "1", 1);
@@ -255,8 +255,8 @@ TEST(ProcessShape, NamesWhatDiffers) {
   EXPECT_EQ(firstDifference(own, ownShape()), "");
 }
 
-TEST(ProcessShape, TellsWhatItsProcessWillHandDown) {
-  const ProcessShape own = ownShape();
+TEST(ProcessState, TellsWhatItsProcessWillHandDown) {
+  const ProcessState own = ownShape();
   sigset_t some;
   sigset_t before;
   sigemptyset(&some);
@@ -281,7 +281,7 @@ TEST(ProcessShape, TellsWhatItsProcessWillHandDown) {
 }
 
 // The same variables in another order are the same; what is no shape at all is not.
-TEST(ProcessShape, IsComparedByItsParts) {
+TEST(ProcessState, IsComparedByItsParts) {
   const std::string one = RecordWriter().text("a").text("1").text("b").text("2").bytes();
   const std::string other = RecordWriter().text("b").text("2").text("a").text("1").bytes();
   EXPECT_EQ(firstDifference(one, other), "");
@@ -290,7 +290,7 @@ TEST(ProcessShape, IsComparedByItsParts) {
 }
 
 // Two processes about which nothing is known would look the same.
-TEST(ProcessShape, IsNoneWhereTheKernelDoesNotTell) {
+TEST(ProcessState, IsNoneWhereTheKernelDoesNotTell) {
   if (geteuid() != 0) QUILLON_SKIP("only root can change its root folder");
   const TemporaryDirectory empty;
   const auto child = [&] {
@@ -299,10 +299,10 @@ TEST(ProcessShape, IsNoneWhereTheKernelDoesNotTell) {
   EXPECT_EXIT(child(), ::testing::ExitedWithCode(0), "");
 }
 
-TEST(OwnProcess, KnowsWhatAProgramThatItBecameWouldFind) {
+TEST(ProcSelf, KnowsWhatAProgramThatItBecameWouldFind) {
   const Descriptor own(dup(STDOUT_FILENO));
   const Descriptor closed(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
-  const auto inherited = OwnProcess().inheritedDescriptors();
+  const auto inherited = ProcSelf().inheritedDescriptors();
   EXPECT_EQ(std::count(inherited.begin(), inherited.end(), own.get()), 1);
   EXPECT_EQ(std::count(inherited.begin(), inherited.end(), closed.get()), 0);
   EXPECT_EQ(std::count(inherited.begin(), inherited.end(), STDOUT_FILENO), 0);
@@ -315,10 +315,10 @@ TEST(FolderEntries, AreAllNamedHoweverMany) {
     std::filesystem::create_directory(folder.path() / std::to_string(i));
   }
   const Descriptor opened(open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  const auto names = namesIn(opened.get());
+  const auto names = directoryEntries(opened.get());
   EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), kMany);
   EXPECT_EQ(names.size(), kMany);
-  EXPECT_THAT(namesIn(-1), IsEmpty());
+  EXPECT_THAT(directoryEntries(-1), IsEmpty());
 }
 
 long faults() {
@@ -405,10 +405,10 @@ TEST_F(Environment, HasNoVariablesWithoutName) {
 }
 
 // In a child, since the test's own output is at stake.
-TEST(StandardPlaces, LeadDuplicatesToo) {
+TEST(StdioPlaceholders, LeadDuplicatesToo) {
   const auto child = [] {
     std::array<int, 2> pipe{};
-    StandardPlaces places;
+    StdioPlaceholders places;
     if (pipe2(pipe.data(), O_CLOEXEC) != 0 || !places.open()) _exit(1);
     const int duplicate = dup(STDOUT_FILENO);
     places.findDuplicates();

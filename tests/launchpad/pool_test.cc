@@ -11,12 +11,12 @@
 #include <functional>
 #include <memory>
 
-#include "launcher/launchpad/address.h"
-#include "launcher/launchpad/packet.h"
+#include "quillon/base/exit_status.h"
+#include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/message.h"
 #include "tests/launchpad/running_launchpad.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/skip.h"
-#include "tools/exit_status.h"
 
 namespace quillon::test {
 namespace {
@@ -91,7 +91,7 @@ TEST_F(Pool, ADeadProcessIsReplacedAndALaunchTriedOnceMore) {
   EXPECT_EQ(served(), 1);
 }
 
-// Asked to end, which it does with status 0 before the plug-in knows of an application.
+// LaunchOutcome to end, which it does with status 0 before the plug-in knows of an application.
 TEST_F(Pool, ALaunchIsTriedOnceMoreHoweverItsProcessEnded) {
   start(2);
   prepareFor({"--raw", kClock});
@@ -252,7 +252,7 @@ TEST_F(Pool, StopAndReloadLoseNothing) {
   EXPECT_EQ(late.status, 3);
   EXPECT_THAT(late.err, HasSubstr("the launch pad is about to stop"));
   EXPECT_EQ(probe->ask("variable QUILLON_APP_ID"), kProbe);
-  // Asked again it waits for nobody.
+  // LaunchOutcome again it waits for nobody.
   EXPECT_EQ(control("stop").status, 0);
   EXPECT_EQ(endOfLaunchpad(), 0);
   EXPECT_EQ(probe->quit(), 128 + SIGKILL);

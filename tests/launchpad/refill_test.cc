@@ -3,7 +3,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include "launcher/launchpad/pools.h"
+#include "quillon/launchpad/server/pools.h"
 #include "tests/launch/running_probe.h"
 
 namespace quillon::launchpad {
@@ -42,7 +42,7 @@ class Refill : public ::testing::Test {
   void serveOnce() {
     worksAtAll_ = true;
     EXPECT_EQ(pools_.refill(), kPreparing);
-    pools_.noteReady(newest(), "");
+    pools_.noteReady(newest());
     Process* const taken = pools_.take(kKey);
     ASSERT_NE(taken, nullptr);
     pools_.noteServed(*taken);
@@ -51,7 +51,8 @@ class Refill : public ::testing::Test {
   const PoolKey kKey{"inhouse", true, {}};
   Clock::time_point now_ = Clock::now();
   bool worksAtAll_ = true;
-  Pools pools_{{1, 3s, [this] { return now_; }}, [this](const PoolKey&, Descriptor channel) {
+  Pools pools_{{1, 3s, [] { return std::string(); }, [this] { return now_; }},
+               [this](const PoolKey&, Descriptor channel) {
                  char byte = 0;
                  while (worksAtAll_ && read(channel.get(), &byte, 1) > 0) {
                  }
@@ -62,7 +63,7 @@ class Refill : public ::testing::Test {
 TEST_F(Refill, WaitsFromTheMomentThatAProcessIsTaken) {
   pools_.want(kKey);
   EXPECT_EQ(pools_.refill(), kPreparing);
-  pools_.noteReady(newest(), "");
+  pools_.noteReady(newest());
   EXPECT_EQ(pools_.refill(), kNothingToDo);
   now_ += 1h;
   Process* const taken = pools_.take(kKey);

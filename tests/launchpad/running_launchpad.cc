@@ -15,10 +15,10 @@
 #include <filesystem>
 #include <sstream>
 
-#include "launcher/launchpad/address.h"
-#include "launcher/launchpad/packet.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/message.h"
 #include "tests/launch/running_zone.h"
-#include "tools/descriptor.h"
 
 namespace quillon::test {
 namespace {
@@ -124,9 +124,9 @@ void LaunchpadTest::expectNoAnswerTo(uid_t user) const {
     const auto length =
         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + address.size());
     if (connect(socket, reinterpret_cast<sockaddr*>(&name), length) != 0) _exit(3);
-    launchpad::sendPacket(socket, launchpad::PacketKind::kStop);
-    launchpad::Packet answer;
-    _exit(launchpad::receivePacket(socket, answer) == launchpad::Received::kEnd ? 0 : 4);
+    launchpad::sendMessage(socket, launchpad::MessageKind::kStop);
+    launchpad::Message answer;
+    _exit(launchpad::receiveMessage(socket, answer) == launchpad::Received::kEnd ? 0 : 4);
   }
   EXPECT_EQ(statusOf(stranger), 0);
 }

@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <regex>
 
-#include "launcher/launchpad/address.h"
+#include "quillon/launchpad/protocol/address.h"
 #include "tests/launch/running_zone.h"
 #include "tests/launchpad/running_launchpad.h"
 

@@ -9,7 +9,7 @@
 
 #include "tests/strategies/device_test.h"
 #include "tests/support/temporary_directory.h"
-#include "tools/device/device_root.h"
+#include "quillon/device/device_root.h"
 
 namespace quillon::test {
 namespace {

@@ -1,10 +1,9 @@
 // Application information, answered from platform().packages.
-#include <platform/app_info.h>
-
 #include <algorithm>
 #include <cstring>
 #include <optional>
 
+#include "platform/app_info.h"
 #include "tests/support/platform_recorder.h"
 
 using quillon::test::closeHandle;

@@ -1,9 +1,8 @@
 // Package information and package manager, answered from platform().packages.
-#include <platform/package_info.h>
-#include <platform/pkgmgr_info.h>
-
 #include <cstdio>
 
+#include "platform/package_info.h"
+#include "platform/pkgmgr_info.h"
 #include "tests/support/platform_recorder.h"
 
 using quillon::test::closeHandle;

@@ -1,11 +1,10 @@
 // Configuration store and labels, in memory.
-#include <platform/smack.h>
-#include <platform/vconf.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "platform/smack.h"
+#include "platform/vconf.h"
 #include "tests/support/platform_recorder.h"
 
 struct keynode_s {

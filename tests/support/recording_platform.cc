@@ -1,8 +1,5 @@
 #include "tests/support/recording_platform.h"
 
-#include <platform/dlog.h>
-#include <platform/launch_marker.h>
-#include <platform/trace.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -13,6 +10,9 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "platform/dlog.h"
+#include "platform/launch_marker.h"
+#include "platform/trace.h"
 #include "tests/support/platform_recorder.h"
 
 namespace quillon::test {

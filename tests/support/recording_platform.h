@@ -9,7 +9,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <platform/vconf.h>
 #include <sys/types.h>
 
 #include <map>
@@ -17,6 +16,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "platform/vconf.h"
 
 namespace quillon::test {
 

@@ -1,11 +1,8 @@
 // The time-zone hook while many processes change the configuration at once.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <platform/vconf.h>
-#include <quillon_tv_plugin.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <workstation/config_store.h>
 
 #include <algorithm>
 #include <atomic>
@@ -19,7 +16,10 @@
 #include <variant>
 #include <vector>
 
+#include "platform/vconf.h"
+#include "quillon_tv_plugin.h"
 #include "tests/threads/own_folder.h"
+#include "workstation/config_store.h"
 
 namespace quillon::test {
 namespace {

@@ -1,11 +1,9 @@
 // Threads of one application that ask about libraries at once, which they may do without a lock.
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <quillon_tv_plugin.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <workstation/config_store.h>
 
 #include <atomic>
 #include <filesystem>
@@ -15,8 +13,10 @@
 #include <thread>
 #include <vector>
 
+#include "quillon_tv_plugin.h"
 #include "tests/support/signing_key.h"
 #include "tests/threads/own_folder.h"
+#include "workstation/config_store.h"
 
 namespace quillon::test {
 namespace {

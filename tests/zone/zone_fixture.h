@@ -1,13 +1,13 @@
 // A device root with zones, the command that runs them, and processes that enter them.
 #pragma once
 
-#include <platform/zone.h>
 #include <sys/types.h>
 
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "platform/zone.h"
 #include "tests/device_root/inside.h"
 #include "tests/support/recording_platform.h"
 

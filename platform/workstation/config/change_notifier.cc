@@ -91,9 +91,9 @@ bool ChangeNotifier::launchThread() {
 
 Expected<void> ChangeNotifier::add(const std::string& key, vconf_callback_fn callback,
                                    void* userData) {
-  if (auto checked = checkKey(key); !checked) return checked;
+  RETURN_IF_FAILED(checkKey(key));
   const std::lock_guard lock(mutex_);
-  if (auto added = watch_.add(folderOfKey(key)); !added) return added;
+  RETURN_IF_FAILED(watch_.add(folderOfKey(key)));
   registrations_.push_back(std::make_shared<Registration>(Registration{key, callback, userData}));
   return {};
 }

@@ -1,10 +1,6 @@
 // Calls registered functions after changes of configuration keys, on one thread of its own.
 #pragma once
 
-#include <platform/vconf.h>
-#include <workstation/config_store.h>
-#include <workstation/failure.h>
-
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -14,6 +10,9 @@
 #include <vector>
 
 #include "config/config_watch.h"
+#include "platform/vconf.h"
+#include "quillon/base/failure.h"
+#include "workstation/config_store.h"
 
 // What the interface calls a node: a key and the value that it changed to.
 struct keynode_s {

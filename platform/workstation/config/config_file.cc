@@ -12,7 +12,8 @@
 #include <cstring>
 
 #include "device_data.h"
-#include "files/descriptor.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 namespace {
@@ -144,7 +145,7 @@ std::optional<ConfigValue> parseValue(std::string_view bytes) {
 }
 
 Expected<std::optional<ConfigValue>> readKey(const std::string& key) {
-  if (auto checked = checkKey(key); !checked) return tl::unexpected(checked.error());
+  RETURN_IF_FAILED(checkKey(key));
   const fs::path path = fileOfKey(key);
   std::string bytes;
   if (!readAll(path, bytes)) {
@@ -159,7 +160,7 @@ Expected<std::optional<ConfigValue>> readKey(const std::string& key) {
 }
 
 Expected<void> writeKey(const std::string& key, const ConfigValue& value) {
-  if (auto checked = checkKey(key); !checked) return checked;
+  RETURN_IF_FAILED(checkKey(key));
   const fs::path path = fileOfKey(key);
   std::error_code error;
   fs::create_directories(path.parent_path(), error);

@@ -1,13 +1,13 @@
 // One configuration key's file. The grammar is in docs/configuration-store.md.
 #pragma once
 
-#include <workstation/config_store.h>
-#include <workstation/failure.h>
-
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "quillon/base/failure.h"
+#include "workstation/config_store.h"
 
 namespace quillon::workstation {
 

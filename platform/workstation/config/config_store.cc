@@ -1,4 +1,4 @@
-#include <workstation/config_store.h>
+#include "workstation/config_store.h"
 
 #include "config/config_file.h"
 #include "config/config_watch.h"
@@ -13,10 +13,10 @@ Expected<void> setConfig(const std::string& key, const ConfigValue& value) {
 
 Expected<void> watchConfig(const std::string& key,
                            const std::function<bool(const ConfigValue&)>& changed) {
-  if (auto checked = checkKey(key); !checked) return checked;
+  RETURN_IF_FAILED(checkKey(key));
   auto watch = ConfigWatch::open();
   if (!watch) return tl::unexpected(watch.error());
-  if (auto added = watch->add(folderOfKey(key)); !added) return added;
+  RETURN_IF_FAILED(watch->add(folderOfKey(key)));
   // The value is read after the watch has begun, so no change falls between the two.
   ConfigChanges changes{true, {}};
   for (;;) {

@@ -1,15 +1,15 @@
 // Waits for changes of configuration keys, by watching the folders of their files (inotify(7)).
 #pragma once
 
-#include <workstation/failure.h>
-
 #include <map>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "files/descriptor.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/failure.h"
+#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 

@@ -1,4 +1,4 @@
-#include <platform/vconf.h>
+#include "platform/vconf.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,4 +1,5 @@
-#include <platform/smack.h>
+#include "platform/smack.h"
+
 #include <sys/xattr.h>
 
 #include <array>

@@ -1,8 +1,8 @@
+#include "platform/dlog.h"
+
 #include <fcntl.h>
-#include <platform/dlog.h>
 #include <sys/time.h>
 #include <unistd.h>
-#include <workstation/log_handover.h>
 
 #include <array>
 #include <atomic>
@@ -14,10 +14,12 @@
 #include <optional>
 #include <string>
 
-#include "files/descriptor.h"
 #include "log/application_output.h"
 #include "log/last_error.h"
 #include "log/log_sink.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/files.h"
+#include "workstation/log_handover.h"
 
 namespace quillon::workstation {
 namespace {

@@ -1,7 +1,6 @@
 #include "log/last_error.h"
 
 #include <pthread.h>
-#include <workstation/log_tail.h>
 
 #include <deque>
 #include <mutex>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "log/log_record.h"
+#include "workstation/log_tail.h"
 
 namespace quillon::workstation {
 namespace {

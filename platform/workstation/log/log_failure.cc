@@ -1,6 +1,6 @@
 #include "log/log_failure.h"
 
-#include <platform/dlog.h>
+#include "platform/dlog.h"
 
 namespace quillon::workstation {
 

@@ -1,7 +1,7 @@
 // How the workstation's services tell of failures that their C interface has no words for.
 #pragma once
 
-#include <workstation/failure.h>
+#include "quillon/base/failure.h"
 
 namespace quillon::workstation {
 

@@ -1,9 +1,9 @@
 #include "log/log_settings.h"
 
-#include <platform/dlog.h>
-
 #include <optional>
 #include <string_view>
+
+#include "platform/dlog.h"
 
 namespace quillon::workstation {
 namespace {

@@ -2,7 +2,6 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <platform/dlog.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -11,7 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "files/descriptor.h"
+#include "platform/dlog.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 namespace {

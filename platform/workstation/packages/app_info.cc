@@ -1,4 +1,4 @@
-#include <platform/app_info.h>
+#include "platform/app_info.h"
 
 #include <algorithm>
 #include <cstring>

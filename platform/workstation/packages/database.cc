@@ -31,9 +31,7 @@ Expected<Database> Database::open(const std::string& path, bool writable) {
   if (result != SQLITE_OK) return tl::unexpected(database.failure());
   sqlite3_busy_timeout(connection, kLockWaitMs);
   if (!writable) return database;
-  if (auto set = database.run("PRAGMA foreign_keys = ON"); !set) {
-    return tl::unexpected(set.error());
-  }
+  RETURN_IF_FAILED(database.run("PRAGMA foreign_keys = ON"));
   return database;
 }
 

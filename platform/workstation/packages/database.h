@@ -1,11 +1,11 @@
 // SQLite with owners: a connection, a prepared statement, a transaction.
 #pragma once
 
-#include <workstation/failure.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
+
+#include "quillon/base/failure.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -44,7 +44,7 @@ class Database {
 //   Statement query(database, "SELECT id FROM package WHERE owner = ?1");
 //   query.bind(owner);
 //   while (query.step()) use(query.text(0));
-//   if (auto done = query.finish(); !done) return done;
+//   RETURN_IF_FAILED(query.finish());
 class Statement {
  public:
   Statement(const Database& database, const char* sql);

@@ -65,7 +65,7 @@ Expected<std::vector<Note>> notes(Registry& registry) {
     all.push_back(
         {query.text(0), query.text(1), query.text(2), static_cast<uint64_t>(query.number(3))});
   }
-  if (auto done = query.finish(); !done) return tl::unexpected(done.error());
+  RETURN_IF_FAILED(query.finish());
   return all;
 }
 
@@ -121,7 +121,7 @@ Expected<void> FolderChange::note(const fs::path& aside, const char* step, uint6
 }
 
 Expected<fs::path> FolderChange::stage() {
-  if (auto noted = note(aside_, kGarbage, 0); !noted) return tl::unexpected(noted.error());
+  RETURN_IF_FAILED(note(aside_, kGarbage, 0));
   std::error_code error;
   fs::create_directories(root_.parent_path(), error);
   constexpr mode_t kMode = 0755;
@@ -133,7 +133,7 @@ Expected<fs::path> FolderChange::stage() {
 }
 
 Expected<void> FolderChange::replace() {
-  if (auto noted = note(aside_, kReplace, inodeOf(aside_)); !noted) return noted;
+  RETURN_IF_FAILED(note(aside_, kReplace, inodeOf(aside_)));
   const bool replaced = inodeOf(root_) != 0 ? exchange(aside_, root_)
                                             : renameat2(AT_FDCWD, aside_.c_str(), AT_FDCWD,
                                                         root_.c_str(), RENAME_NOREPLACE) == 0;
@@ -142,7 +142,7 @@ Expected<void> FolderChange::replace() {
 }
 
 Expected<void> FolderChange::remove() {
-  if (auto noted = note(aside_, kRemove, 0); !noted) return noted;
+  RETURN_IF_FAILED(note(aside_, kRemove, 0));
   if (rename(root_.c_str(), aside_.c_str()) == 0 || errno == ENOENT) return {};
   return tl::unexpected(failureAt("cannot move the folder", root_));
 }
@@ -155,7 +155,7 @@ Expected<void> recoverFolders(Registry& registry) {
   const auto all = notes(registry);
   if (!all) return tl::unexpected(all.error());
   for (const Note& note : *all) {
-    if (auto recovered = recover(registry, note); !recovered) return recovered;
+    RETURN_IF_FAILED(recover(registry, note));
   }
   return {};
 }

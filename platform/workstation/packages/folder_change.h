@@ -13,13 +13,13 @@
 // restored, after it the new one stands. Callers hold the lock of InstallLock all the time.
 #pragma once
 
-#include <workstation/failure.h>
-
 #include <filesystem>
 #include <string>
 
-#include "files/descriptor.h"
 #include "packages/registry.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/failure.h"
+#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 

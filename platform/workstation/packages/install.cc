@@ -1,7 +1,6 @@
 // Installing, removing and listing packages.
 #include <sys/stat.h>
 #include <unistd.h>
-#include <workstation/packages.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -13,6 +12,7 @@
 #include "packages/manifest.h"
 #include "packages/process_notes.h"
 #include "packages/registry.h"
+#include "workstation/packages.h"
 
 namespace quillon::workstation {
 namespace {
@@ -30,9 +30,7 @@ Expected<Workplace> openWorkplace() {
   if (!registry) return tl::unexpected(registry.error());
   auto lock = InstallLock::acquire();
   if (!lock) return tl::unexpected(lock.error());
-  if (auto recovered = recoverFolders(*registry); !recovered) {
-    return tl::unexpected(recovered.error());
-  }
+  RETURN_IF_FAILED(recoverFolders(*registry));
   return Workplace{std::move(*lock), std::move(*registry)};
 }
 
@@ -84,8 +82,8 @@ Expected<void> checkPlace(const std::vector<Package>& installed, const Package& 
       ownsRoot = true;
       continue;
     }
-    if (auto checked = checkRoots(other, package); !checked) return checked;
-    if (auto checked = checkApplications(other, package); !checked) return checked;
+    RETURN_IF_FAILED(checkRoots(other, package));
+    RETURN_IF_FAILED(checkApplications(other, package));
   }
   return ownsRoot ? Expected<void>() : checkRootIsFree(package.rootPath);
 }
@@ -105,9 +103,9 @@ Expected<void> copyFiles(const fs::path& from, const fs::path& to) {
 Expected<void> commit(Registry& registry, FolderChange& change,
                       const std::function<Expected<void>()>& edit) {
   Transaction transaction(registry.database());
-  if (auto begun = transaction.begin(); !begun) return begun;
-  if (auto edited = edit(); !edited) return edited;
-  if (auto settled = change.settle(); !settled) return settled;
+  RETURN_IF_FAILED(transaction.begin());
+  RETURN_IF_FAILED(edit());
+  RETURN_IF_FAILED(change.settle());
   return transaction.commit();
 }
 
@@ -119,11 +117,11 @@ Expected<void> place(Registry& registry, const Manifest& manifest,
   const auto staged = change.stage();
   if (!staged) return tl::unexpected(staged.error());
   if (manifest.files) {
-    if (auto copied = copyFiles(*manifest.files, *staged); !copied) return copied;
+    RETURN_IF_FAILED(copyFiles(*manifest.files, *staged));
   }
-  if (auto replaced = change.replace(); !replaced) return replaced;
+  RETURN_IF_FAILED(change.replace());
   return commit(registry, change, [&]() -> Expected<void> {
-    if (auto put = registry.put(manifest.package); !put) return put;
+    RETURN_IF_FAILED(registry.put(manifest.package));
     const bool moved = old && old->rootPath != manifest.package.rootPath;
     return moved ? change.abandon(old->rootPath) : Expected<void>();
   });
@@ -135,7 +133,7 @@ Expected<void> install(const Manifest& manifest) {
   Registry& registry = workplace->registry;
   const auto installed = registry.packages();
   if (!installed) return tl::unexpected(installed.error());
-  if (auto checked = checkPlace(*installed, manifest.package); !checked) return checked;
+  RETURN_IF_FAILED(checkPlace(*installed, manifest.package));
   const auto old = registry.package(manifest.package.id, manifest.package.owner);
   if (!old) return tl::unexpected(old.error());
   return place(registry, manifest, *old);
@@ -146,7 +144,7 @@ Expected<bool> remove(Registry& registry, const std::string& packageId, uid_t ow
   if (!package) return tl::unexpected(package.error());
   if (!*package) return false;
   FolderChange change(registry, (*package)->rootPath);
-  if (auto moved = change.remove(); !moved) return tl::unexpected(moved.error());
+  RETURN_IF_FAILED(change.remove());
   const auto erased = commit(registry, change, [&] { return registry.erase(packageId, owner); });
   if (!erased) return tl::unexpected(erased.error());
   return true;
@@ -158,7 +156,7 @@ Expected<Package> installPackage(const std::string& manifestPath, uid_t owner) {
   auto manifest = readManifest(manifestPath);
   if (!manifest) return tl::unexpected(manifest.error());
   manifest->package.owner = owner;
-  if (auto installed = install(*manifest); !installed) return tl::unexpected(installed.error());
+  RETURN_IF_FAILED(install(*manifest));
   return std::move(manifest->package);
 }
 

@@ -2,11 +2,12 @@
 #pragma once
 
 #include <sys/types.h>
-#include <workstation/failure.h>
-#include <workstation/packages.h>
 
 #include <optional>
 #include <string>
+
+#include "quillon/base/failure.h"
+#include "workstation/packages.h"
 
 namespace quillon::workstation {
 

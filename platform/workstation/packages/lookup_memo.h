@@ -7,10 +7,11 @@
 #pragma once
 
 #include <sys/stat.h>
-#include <workstation/packages.h>
 
 #include <optional>
 #include <string>
+
+#include "workstation/packages.h"
 
 namespace quillon::workstation {
 

@@ -1,12 +1,12 @@
 // Package manifests. Their grammar is in docs/package-manifest.md.
 #pragma once
 
-#include <workstation/failure.h>
-#include <workstation/packages.h>
-
 #include <filesystem>
 #include <optional>
 #include <string>
+
+#include "quillon/base/failure.h"
+#include "workstation/packages.h"
 
 namespace quillon::workstation {
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <toml++/toml.h>
-#include <workstation/failure.h>
 
 #include <filesystem>
 #include <functional>
@@ -10,6 +9,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "quillon/base/failure.h"
 
 namespace quillon::workstation {
 

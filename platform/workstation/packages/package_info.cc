@@ -1,4 +1,4 @@
-#include <platform/package_info.h>
+#include "platform/package_info.h"
 
 #include <memory>
 

@@ -1,4 +1,5 @@
-#include <platform/pkgmgr_info.h>
+#include "platform/pkgmgr_info.h"
+
 #include <unistd.h>
 
 #include <cstring>

@@ -9,7 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "files/descriptor.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 namespace {

@@ -7,10 +7,11 @@
 #pragma once
 
 #include <sys/types.h>
-#include <workstation/failure.h>
 
 #include <optional>
 #include <string>
+
+#include "quillon/base/failure.h"
 
 namespace quillon::workstation {
 

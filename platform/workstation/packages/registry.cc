@@ -48,7 +48,7 @@ Expected<Registry> Registry::openForReading() {
   auto database = Database::open(kRegistryPath, false);
   if (!database) return tl::unexpected(database.error());
   // All of it is read in one transaction: as it was at one moment, and locked once.
-  if (auto begun = database->run("BEGIN"); !begun) return tl::unexpected(begun.error());
+  RETURN_IF_FAILED(database->run("BEGIN"));
   const auto schema = schemaOf(*database);
   if (!schema) return tl::unexpected(schema.error());
   if (*schema == Schema::kMissing) return Registry();
@@ -64,7 +64,7 @@ Expected<Registry> Registry::openForWriting() {
   }
   auto database = Database::open(kRegistryPath, true);
   if (!database) return tl::unexpected(database.error());
-  if (auto ready = ensureSchema(*database); !ready) return tl::unexpected(ready.error());
+  RETURN_IF_FAILED(ensureSchema(*database));
   return Registry(std::move(*database));
 }
 
@@ -81,14 +81,14 @@ Expected<void> Registry::fill(Package& package, int64_t key) {
                        "SELECT name FROM privilege WHERE package = ?1 ORDER BY position");
   privileges.bind(key);
   while (privileges.step()) package.privileges.push_back(privileges.text(0));
-  if (auto done = privileges.finish(); !done) return done;
+  RETURN_IF_FAILED(privileges.finish());
   Statement query(*database_,
                   "SELECT key, id, exec, type, service FROM application"
                   " WHERE package = ?1 ORDER BY position");
   query.bind(key);
   while (query.step()) {
     Application application{query.text(1), query.text(2), query.text(3), query.number(4) != 0, {}};
-    if (auto filled = fillMetadata(application, query.number(0)); !filled) return filled;
+    RETURN_IF_FAILED(fillMetadata(application, query.number(0)));
     package.applications.push_back(std::move(application));
   }
   return query.finish();
@@ -167,12 +167,12 @@ Expected<int64_t> Registry::insertPackage(const Package& package) {
                    " RETURNING key");
   insert.bind(package.id).bind(package.owner).bind(package.version).bind(package.rootPath);
   const int64_t key = insert.step() ? insert.number(0) : 0;
-  if (auto done = insert.finish(); !done) return tl::unexpected(done.error());
+  RETURN_IF_FAILED(insert.finish());
   int64_t position = 0;
   for (const std::string& privilege : package.privileges) {
     Statement row(*database_, "INSERT INTO privilege VALUES(?1, ?2, ?3)");
     row.bind(key).bind(position++).bind(privilege);
-    if (auto done = row.finish(); !done) return tl::unexpected(done.error());
+    RETURN_IF_FAILED(row.finish());
   }
   return key;
 }
@@ -186,24 +186,22 @@ Expected<int64_t> Registry::insertApplication(const Application& application, in
   insert.bind(package).bind(application.id).bind(owner);
   insert.bind(application.exec).bind(application.type).bind(application.service ? 1 : 0);
   const int64_t key = insert.step() ? insert.number(0) : 0;
-  if (auto done = insert.finish(); !done) return tl::unexpected(done.error());
+  RETURN_IF_FAILED(insert.finish());
   int64_t position = 0;
   for (const auto& [name, value] : application.metadata) {
     Statement row(*database_, "INSERT INTO metadata VALUES(?1, ?2, ?3, ?4)");
     row.bind(key).bind(position++).bind(name).bind(value);
-    if (auto done = row.finish(); !done) return tl::unexpected(done.error());
+    RETURN_IF_FAILED(row.finish());
   }
   return key;
 }
 
 Expected<void> Registry::put(const Package& package) {
-  if (auto erased = erase(package.id, package.owner); !erased) return erased;
+  RETURN_IF_FAILED(erase(package.id, package.owner));
   const auto key = insertPackage(package);
   if (!key) return tl::unexpected(key.error());
   for (const Application& application : package.applications) {
-    if (auto added = insertApplication(application, *key, package.owner); !added) {
-      return tl::unexpected(added.error());
-    }
+    RETURN_IF_FAILED(insertApplication(application, *key, package.owner));
   }
   return {};
 }

@@ -5,8 +5,6 @@
 #pragma once
 
 #include <sys/types.h>
-#include <workstation/failure.h>
-#include <workstation/packages.h>
 
 #include <functional>
 #include <optional>
@@ -14,6 +12,8 @@
 #include <vector>
 
 #include "packages/database.h"
+#include "quillon/base/failure.h"
+#include "workstation/packages.h"
 
 namespace quillon::workstation {
 

@@ -51,7 +51,7 @@ PRAGMA user_version = 1;
 Expected<Schema> schemaOf(Database& database) {
   Statement query(database, "PRAGMA user_version");
   const int64_t version = query.step() ? query.number(0) : 0;
-  if (auto done = query.finish(); !done) return tl::unexpected(done.error());
+  RETURN_IF_FAILED(query.finish());
   if (version == 0) return Schema::kMissing;
   if (version == kVersion) return Schema::kCurrent;
   return fail("the package registry has version " + std::to_string(version) +
@@ -64,12 +64,12 @@ Expected<void> ensureSchema(Database& database) {
   if (!schema) return tl::unexpected(schema.error());
   if (*schema == Schema::kCurrent) return {};
   Transaction transaction(database);
-  if (auto begun = transaction.begin(); !begun) return begun;
+  RETURN_IF_FAILED(transaction.begin());
   // Another process may have been faster.
   schema = schemaOf(database);
   if (!schema) return tl::unexpected(schema.error());
   if (*schema == Schema::kCurrent) return {};
-  if (auto made = database.run(kTables); !made) return made;
+  RETURN_IF_FAILED(database.run(kTables));
   return transaction.commit();
 }
 

@@ -1,12 +1,12 @@
 // What the package services' C functions share: results, and how a failing registry shows.
 #pragma once
 
-#include <workstation/failure.h>
-#include <workstation/packages.h>
-
 #include <cerrno>
 #include <optional>
 #include <string>
+
+#include "quillon/base/failure.h"
+#include "workstation/packages.h"
 
 namespace quillon::workstation {
 

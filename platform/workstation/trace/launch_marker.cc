@@ -1,6 +1,7 @@
 // The launch-marker channel. A workstation's kernel has none, so this library stands before libc
 // with a prctl(2) of its own, which also writes the markers to the trace.
-#include <platform/launch_marker.h>
+#include "platform/launch_marker.h"
+
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>

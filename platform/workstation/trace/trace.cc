@@ -1,4 +1,5 @@
-#include <platform/trace.h>
+#include "platform/trace.h"
+
 #include <unistd.h>
 
 #include <cerrno>

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
-#include <workstation/trace_start.h>
 
 #include <array>
 #include <cerrno>
@@ -14,8 +13,10 @@
 #include <cstring>
 #include <string>
 
-#include "files/descriptor.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/files.h"
 #include "text/json_text.h"
+#include "workstation/trace_start.h"
 
 namespace quillon::workstation {
 namespace {

@@ -1,8 +1,9 @@
 /* The smallest launcher: loads the installed plug-in and asks it one question. */
 #include <dlfcn.h>
-#include <quillon_tv_plugin.h>
 #include <stdio.h>
 #include <string.h>
+
+#include "quillon_tv_plugin.h"
 
 int main(void) {
   void* plugin = dlopen(PLUGIN_FILE, RTLD_NOW);

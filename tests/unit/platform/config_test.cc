@@ -1,11 +1,9 @@
 // The configuration store, its notices included.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <platform/vconf.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <workstation/config_store.h>
 
 #include <algorithm>
 #include <atomic>
@@ -17,8 +15,10 @@
 #include <mutex>
 #include <thread>
 
+#include "platform/vconf.h"
 #include "tests/unit/platform/device_main.h"
 #include "tests/unit/platform/program.h"
+#include "workstation/config_store.h"
 
 namespace quillon::test {
 namespace {

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "tools/device/device_root.h"
+#include "quillon/device/device_root.h"
 
 namespace quillon::test {
 namespace {

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <platform/smack.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -8,6 +7,7 @@
 #include <cstring>
 #include <optional>
 
+#include "platform/smack.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/program.h"

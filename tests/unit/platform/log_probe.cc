@@ -14,13 +14,9 @@
 //   name:TEXT               sets and prints the process name with prctl
 //   bad-prctl               prints the result and errno of a marker and of an unknown option
 #include <fcntl.h>
-#include <platform/dlog.h>
-#include <platform/launch_marker.h>
-#include <platform/trace.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <workstation/log_tail.h>
 
 #include <array>
 #include <atomic>
@@ -33,6 +29,11 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "platform/dlog.h"
+#include "platform/launch_marker.h"
+#include "platform/trace.h"
+#include "workstation/log_tail.h"
 
 namespace {
 

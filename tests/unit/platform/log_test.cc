@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include <map>
-#include <nlohmann/json.hpp>
 
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"

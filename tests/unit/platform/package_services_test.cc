@@ -1,8 +1,5 @@
 // The package services' C interface over an installed registry.
 #include <gmock/gmock.h>
-#include <platform/app_info.h>
-#include <platform/package_info.h>
-#include <platform/pkgmgr_info.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +10,9 @@
 #include <fstream>
 #include <optional>
 
+#include "platform/app_info.h"
+#include "platform/package_info.h"
+#include "platform/pkgmgr_info.h"
 #include "tests/unit/platform/device_main.h"
 #include "tests/unit/platform/sample_package.h"
 

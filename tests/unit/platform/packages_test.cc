@@ -1,9 +1,10 @@
 // Installing, replacing and removing packages.
+#include "workstation/packages.h"
+
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <workstation/packages.h>
 
 #include <filesystem>
 

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <workstation/packages.h>
 
 #include <filesystem>
 #include <string>
 
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/program.h"
+#include "workstation/packages.h"
 
 namespace quillon::test {
 

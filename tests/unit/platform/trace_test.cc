@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/program.h"

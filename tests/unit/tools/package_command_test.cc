@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-
 #include <nlohmann/json.hpp>
 
 #include "tests/unit/tools/command_fixture.h"

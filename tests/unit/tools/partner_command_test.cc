@@ -4,10 +4,10 @@
 
 #include <set>
 
+#include "quillon/partner/sign.h"
 #include "tests/support/signing_key.h"
 #include "tests/torture/traced_process.h"
 #include "tests/unit/tools/command_fixture.h"
-#include "tools/partner/sign.h"
 
 namespace quillon::test {
 namespace {

@@ -11,8 +11,8 @@
 #include <functional>
 #include <thread>
 
+#include "quillon/base/exit_status.h"
 #include "tests/unit/tools/command_fixture.h"
-#include "tools/exit_status.h"
 
 namespace quillon::test {
 namespace {

@@ -6,12 +6,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "quillon/validator/asker.h"
+#include "quillon/validator/decision.h"
+#include "quillon/validator/policy.h"
+#include "quillon/validator/request.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/program.h"
-#include "tools/validator/asker.h"
-#include "tools/validator/decision.h"
-#include "tools/validator/policy.h"
-#include "tools/validator/request.h"
 
 namespace quillon::validator {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/runtime/runtime_lookup.h"
+#include "quillon/dotnet/runtime_lookup.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -9,9 +9,9 @@
 #include <optional>
 #include <string>
 
-#include "tools/runtime/command_output.h"
+#include "quillon/dotnet/command_output.h"
 
-namespace quillon {
+namespace quillon::dotnet {
 namespace {
 
 namespace fs = std::filesystem;
@@ -165,4 +165,4 @@ TEST(CommandOutput, IsWholeAndThroughNoShell) {
 }
 
 }  // namespace
-}  // namespace quillon
+}  // namespace quillon::dotnet

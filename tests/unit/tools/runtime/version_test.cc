@@ -1,8 +1,8 @@
-#include "tools/runtime/version.h"
+#include "quillon/dotnet/version.h"
 
 #include <gtest/gtest.h>
 
-namespace quillon {
+namespace quillon::dotnet {
 namespace {
 
 // Each version is preferred to every one before it, and to none after it.
@@ -40,4 +40,4 @@ TEST(Version, IgnoresBuildMetadata) {
 }
 
 }  // namespace
-}  // namespace quillon
+}  // namespace quillon::dotnet

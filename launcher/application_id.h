@@ -1,8 +1,0 @@
-// How a launched application learns its own id.
-#pragma once
-
-namespace quillon::launcher {
-
-inline constexpr char kAppIdVariable[] = "QUILLON_APP_ID";
-
-}  // namespace quillon::launcher

@@ -1,0 +1,40 @@
+#include "quillon/base/terminal.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "quillon/base/report.h"
+
+namespace quillon {
+namespace {
+
+// Above the descriptors that an application counts on, and not inherited by what it starts.
+constexpr int kFirstDescriptor = 10;
+
+int& terminal() {
+  static int descriptor = -1;  // open until the process ends
+  return descriptor;
+}
+
+}  // namespace
+
+void keepTerminal() {
+  if (terminal() < 0) terminal() = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstDescriptor);
+}
+
+void moveTerminal(int descriptor) {
+  if (terminal() < 0) return;
+  if (descriptor >= 0) {
+    dup3(descriptor, terminal(), O_CLOEXEC);
+    return;
+  }
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  dup3(nowhere, terminal(), O_CLOEXEC);
+  close(nowhere);
+}
+
+int terminalDescriptor() { return terminal() < 0 ? STDERR_FILENO : terminal(); }
+
+void tell(const Failure& failure) { report(failure, terminalDescriptor()); }
+
+}  // namespace quillon

@@ -1,0 +1,129 @@
+#include "quillon/cli/config_command.h"
+
+#include <charconv>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "quillon/base/report.h"
+#include "quillon/cli/command.h"
+#include "quillon/cli/device_option.h"
+#include "workstation/config_store.h"
+
+namespace quillon::cli {
+namespace {
+
+using workstation::ConfigValue;
+
+struct ConfigRequest {
+  std::string device;
+  std::string key;
+  std::string value;
+  bool asString = false;
+  bool asInt = false;
+};
+
+// Only the one way in which a number is written: "007" stays a text.
+std::optional<int> decimal(const std::string& text) {
+  int number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end || std::to_string(number) != text) return std::nullopt;
+  return number;
+}
+
+ConfigValue typedValue(const ConfigRequest& request) {
+  const auto number = request.asString ? std::nullopt : decimal(request.value);
+  if (number) return *number;
+  if (request.asInt) {
+    endCommand(report({"'" + request.value + "' is no decimal number of 32 bits",
+                       "leave --int out to set a string", kUsage}));
+  }
+  return request.value;
+}
+
+// A value that begins with a dash looks like an option to the parser: a negative number is taken
+// all the same, other texts stand behind "--".
+void addDashedValue(ConfigRequest& request, const std::vector<std::string>& unknown) {
+  std::vector<std::string> values;
+  if (!request.value.empty()) values.push_back(request.value);
+  values.insert(values.end(), unknown.begin(), unknown.end());
+  values.insert(values.end(), programArguments().begin(), programArguments().end());
+  const bool isNumber = unknown.empty() || decimal(unknown[0]);
+  if (values.size() != 1 || !isNumber) {
+    endCommand(report({values.empty() ? "config set wants a VALUE"
+                                      : "config set does not know '" + values.back() + "'",
+                       "see quillon config set --help", kUsage}));
+  }
+  request.value = values[0];
+}
+
+void print(const ConfigValue& value) {
+  std::visit([](const auto& plain) { std::cout << plain << std::endl; }, value);
+}
+
+void get(const ConfigRequest& request) {
+  enterDevice(request.device);
+  const auto value = workstation::getConfig(request.key);
+  if (!value) endCommand(report(value.error()));
+  if (!*value) {
+    endCommand(report({"the configuration key '" + request.key + "' has no value",
+                       "set it: quillon config set " + request.key + " VALUE", kNoKey}));
+  }
+  print(**value);
+}
+
+void set(const ConfigRequest& request) {
+  const ConfigValue value = typedValue(request);
+  enterDevice(request.device);
+  if (auto done = workstation::setConfig(request.key, value); !done) {
+    endCommand(report(done.error()));
+  }
+}
+
+void watch(const ConfigRequest& request) {
+  enterDevice(request.device);
+  const auto untilOutputFails = [](const ConfigValue& value) {
+    print(value);
+    return static_cast<bool>(std::cout);
+  };
+  if (auto done = workstation::watchConfig(request.key, untilOutputFails); !done) {
+    endCommand(report(done.error()));
+  }
+}
+
+CLI::App* addAction(CLI::App& config, const std::string& name, const std::string& help,
+                    const std::shared_ptr<ConfigRequest>& request,
+                    void (*run)(const ConfigRequest&)) {
+  CLI::App* action = config.add_subcommand(name, help);
+  addDeviceOption(*action, request->device);
+  action->add_option("KEY", request->key, "The key, such as db/dotnet/velora_api_path")->required();
+  action->callback([request, run] { run(*request); });
+  return action;
+}
+
+}  // namespace
+
+void addConfigCommand(CLI::App& app) {
+  CLI::App* config = app.add_subcommand("config", "Read, set and watch configuration keys");
+  config->require_subcommand(1);
+  auto request = std::make_shared<ConfigRequest>();
+  addAction(*config, "get", "Print a key's value", request, get);
+  addAction(*config, "watch", "Print a key's value, then each new one", request, watch);
+
+  CLI::App* action = addAction(*config, "set", "Set a key", request, set);
+  action->allow_extras();
+  CLI::Option* value = action->add_option(
+      "VALUE", request->value, "A decimal number is set as int, anything else as string");
+  CLI::Option* asString = action->add_flag("--string", request->asString, "Set as string");
+  action->add_flag("--int", request->asInt, "Set as int, or fail")->excludes(asString);
+  action->callback([request, action, value] {
+    const auto unknown = action->remaining();
+    if (value->empty() || !unknown.empty()) addDashedValue(*request, unknown);
+    set(*request);
+  });
+}
+
+}  // namespace quillon::cli

@@ -1,0 +1,13 @@
+// quillon config: the configuration store of a device root.
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace quillon::cli {
+
+// Adds "config" with "get", "set" and "watch".
+void addConfigCommand(CLI::App& app);
+
+}  // namespace quillon::cli

@@ -1,0 +1,183 @@
+#include "quillon/cli/device_command.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "quillon/base/report.h"
+#include "quillon/cli/command.h"
+#include "quillon/device/device_root.h"
+#include "quillon/dotnet/runtime_lookup.h"
+
+namespace quillon::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What a shell ends with when it cannot start a command.
+constexpr int kCannotRun = 126;
+constexpr int kCommandNotFound = 127;
+
+struct InitRequest {
+  fs::path directory;
+  std::string framework;
+};
+
+struct ShellRequest {
+  fs::path directory;
+  std::vector<fs::path> writable;
+  std::vector<std::string> command;
+};
+
+// A device root that came with a framework of its own keeps it.
+bool hasOwnFramework(const fs::path& directory) {
+  std::error_code error;
+  const fs::path own = directory / "usr/share/dotnet.velora/netcoreapp";
+  return fs::is_directory(own, error) && !fs::is_empty(own, error);
+}
+
+std::optional<fs::path> namedFramework(const fs::path& directory) {
+  std::error_code error;
+  if (!fs::is_regular_file(directory / "libcoreclr.so", error)) {
+    endCommand(report({"the folder '" + directory.string() + "' holds no libcoreclr.so",
+                       "name the runtime's own folder, such as "
+                       "/usr/share/dotnet/shared/Microsoft.NETCore.App/VERSION, or 'none'",
+                       kNoRuntime}));
+  }
+  std::cout << "framework: " << directory.string() << '\n';
+  return directory;
+}
+
+// A machine without a runtime gets a device root too, for everything but the runtime. That a person
+// named a place without one is a mistake to report.
+std::optional<fs::path> machineFramework() {
+  const auto found = dotnet::findFramework();
+  if (found) {
+    std::cout << "framework: " << found->directory.string() << " (found through "
+              << found->foundThrough << ")\n";
+    return found->directory;
+  }
+  const char* chosen = std::getenv("QUILLON_DOTNET_ROOT");
+  if (chosen != nullptr && *chosen != '\0') {
+    endCommand(report(withStatus(kNoRuntime, found.error())));
+  }
+  std::cout << "framework: none; " << found.error().what << "; " << found.error().remedy << '\n';
+  return std::nullopt;
+}
+
+std::optional<fs::path> frameworkOf(const InitRequest& request) {
+  if (request.framework.empty() && hasOwnFramework(request.directory)) {
+    std::cout << "framework: the device root's own\n";
+    return std::nullopt;
+  }
+  if (request.framework == "none") {
+    std::cout << "framework: none\n";
+    return std::nullopt;
+  }
+  return request.framework.empty() ? machineFramework() : namedFramework(request.framework);
+}
+
+void runInit(const InitRequest& request) {
+  const device::InitOptions options{frameworkOf(request)};
+  if (auto made = device::init(request.directory, options); !made) {
+    endCommand(report(made.error()));
+  }
+  std::cout << "device root: " << fs::canonical(request.directory).string() << '\n';
+}
+
+// Only what means nothing to a shell that expands its prompt.
+std::string promptName(const fs::path& directory) {
+  std::string name = directory.filename().string();
+  for (char& letter : name) {
+    if (std::isalnum(static_cast<unsigned char>(letter)) == 0 &&
+        std::strchr("._-", letter) == nullptr) {
+      letter = '_';
+    }
+  }
+  return name;
+}
+
+// bash takes its prompt from its start-up file, so it is put in front before each prompt; other
+// shells take PS1 from the environment.
+void setPrompt(const fs::path& directory) {
+  const std::string mark = "(" + promptName(directory) + ") ";
+  ::setenv("PS1", (mark + "\\$ ").c_str(), 1);
+  ::setenv("PROMPT_COMMAND", ("PS1=\"" + mark + "${PS1#\"" + mark + "\"}\"").c_str(), 1);
+}
+
+std::vector<std::string> commandOf(const ShellRequest& request) {
+  if (!request.command.empty()) {
+    return request.command;
+  }
+  const char* shell = std::getenv("SHELL");
+  return {shell != nullptr && *shell != '\0' ? shell : "/bin/sh"};
+}
+
+[[noreturn]] void become(const std::vector<std::string>& command) {
+  std::vector<char*> arguments;
+  for (const std::string& word : command) {
+    arguments.push_back(const_cast<char*>(word.c_str()));
+  }
+  arguments.push_back(nullptr);
+  ::execvp(arguments[0], arguments.data());
+  const int error = errno;
+  report({"cannot run '" + command[0] + "': " + std::strerror(error), "", kUsage});
+  endCommand(error == ENOENT ? kCommandNotFound : kCannotRun);
+}
+
+// The command takes this process over: its exit status or signal is the caller's to see.
+[[noreturn]] void runShell(const ShellRequest& request) {
+  std::error_code error;
+  const device::EnterOptions options{{fs::current_path(error)}, request.writable};
+  if (auto entered = device::enter(request.directory, options); !entered) {
+    endCommand(report(entered.error()));
+  }
+  const fs::path directory = device::current().value_or(request.directory);
+  ::setenv("QUILLON_DEVICE", directory.c_str(), 1);
+  setPrompt(directory);
+  become(commandOf(request));
+}
+
+void addInit(CLI::App& device) {
+  auto request = std::make_shared<InitRequest>();
+  CLI::App* init = device.add_subcommand("init", "Make a folder a device root, or repair one");
+  init->add_option("DIR", request->directory, "The folder; made where it is missing")->required();
+  init->add_option("--framework", request->framework,
+                   "The runtime's folder that appears as the device's framework, or 'none'; "
+                   "without it, the machine's newest");
+  init->callback([request] { runInit(*request); });
+}
+
+void addShell(CLI::App& device) {
+  auto request = std::make_shared<ShellRequest>();
+  CLI::App* shell = device.add_subcommand("shell", "Run a shell or a command inside a device root");
+  shell->add_option("DIR", request->directory, "The device root")->required();
+  shell->add_option("--writable", request->writable, "A path of the machine that stays writable")
+      ->allow_extra_args(false);
+  shell->add_option("COMMAND", request->command, "Command and arguments, after --");
+  shell->callback([request] {
+    const std::vector<std::string>& rest = programArguments();
+    request->command.insert(request->command.end(), rest.begin(), rest.end());
+    runShell(*request);
+  });
+}
+
+}  // namespace
+
+void addDeviceCommand(CLI::App& app) {
+  CLI::App* device = app.add_subcommand("device", "Make device roots and work inside them");
+  device->require_subcommand(1);
+  addInit(*device);
+  addShell(*device);
+}
+
+}  // namespace quillon::cli

@@ -1,0 +1,128 @@
+#include "quillon/cli/package_command.h"
+
+#include <nlohmann/json.hpp>
+
+#include <iostream>
+#include <memory>
+
+#include "quillon/base/report.h"
+#include "quillon/cli/command.h"
+#include "quillon/cli/device_option.h"
+#include "workstation/packages.h"
+
+namespace quillon::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using workstation::Application;
+using workstation::Package;
+
+struct PackageRequest {
+  std::string device;
+  std::string manifest;
+  std::string id;
+  uid_t user = 0;
+  bool json = false;
+};
+
+void install(const PackageRequest& request) {
+  // Read once before the device hides the paths that were meant, so that mistakes show at once.
+  const auto folders = valueOf(workstation::foldersOfManifest(request.manifest));
+  const std::string manifest = fs::absolute(request.manifest).string();
+  enterDevice(request.device, {folders.begin(), folders.end()});
+  const Package package = valueOf(workstation::installPackage(manifest, request.user));
+  std::cout << "installed " << package.id << ' ' << package.version << " to " << package.rootPath
+            << '\n';
+}
+
+void remove(const PackageRequest& request) {
+  enterDevice(request.device);
+  if (!valueOf(workstation::removePackage(request.id, request.user))) {
+    endCommand(report({"no package '" + request.id + "' is installed",
+                       "see what is: quillon package list", kNotInstalled}));
+  }
+  std::cout << "removed " << request.id << '\n';
+}
+
+nlohmann::ordered_json toJson(const Application& application) {
+  nlohmann::ordered_json metadata = nlohmann::ordered_json::array();
+  for (const auto& [key, value] : application.metadata) {
+    metadata.push_back({{"key", key}, {"value", value}});
+  }
+  return {{"id", application.id},
+          {"exec", application.exec},
+          {"type", application.type},
+          {"component", application.service ? "service" : "ui"},
+          {"metadata", metadata}};
+}
+
+nlohmann::ordered_json toJson(const Package& package) {
+  nlohmann::ordered_json applications = nlohmann::ordered_json::array();
+  for (const Application& application : package.applications) {
+    applications.push_back(toJson(application));
+  }
+  return {
+      {"id", package.id},       {"version", package.version},       {"root", package.rootPath},
+      {"owner", package.owner}, {"privileges", package.privileges}, {"applications", applications}};
+}
+
+void printJson(const std::vector<Package>& packages) {
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  for (const Package& package : packages) all.push_back(toJson(package));
+  constexpr int kIndent = 2;
+  // Bytes that are no UTF-8 are replaced rather than refused.
+  using Json = nlohmann::ordered_json;
+  std::cout << all.dump(kIndent, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+void printText(const std::vector<Package>& packages) {
+  if (packages.empty()) std::cout << "no packages are installed\n";
+  for (const Package& package : packages) {
+    std::cout << package.id << ' ' << package.version << "  " << package.rootPath;
+    if (package.owner != 0) std::cout << "  (user " << package.owner << ')';
+    std::cout << '\n';
+    for (const Application& application : package.applications) {
+      std::cout << "  " << application.id << "  " << application.type
+                << (application.service ? " service  " : "  ") << application.exec << '\n';
+    }
+  }
+}
+
+void list(const PackageRequest& request) {
+  enterDevice(request.device);
+  const auto packages = valueOf(workstation::listPackages());
+  request.json ? printJson(packages) : printText(packages);
+}
+
+CLI::App* addAction(CLI::App& package, const std::string& name, const std::string& help,
+                    const std::shared_ptr<PackageRequest>& request,
+                    void (*run)(const PackageRequest&)) {
+  CLI::App* action = package.add_subcommand(name, help);
+  addDeviceOption(*action, request->device);
+  action->callback([request, run] { run(*request); });
+  return action;
+}
+
+}  // namespace
+
+void addPackageCommand(CLI::App& app) {
+  CLI::App* package = app.add_subcommand("package", "Install, remove and list packages");
+  package->require_subcommand(1);
+  auto request = std::make_shared<PackageRequest>();
+  const char* userHelp = "The user whom the package is for, by number; 0, as without it, for all";
+
+  CLI::App* action =
+      addAction(*package, "install", "Install a package or replace it", request, install);
+  action->add_option("MANIFEST", request->manifest, "The package's manifest, a TOML file")
+      ->required();
+  action->add_option("--user", request->user, userHelp);
+
+  action = addAction(*package, "remove", "Remove a package and its files", request, remove);
+  action->add_option("ID", request->id, "The package's id")->required();
+  action->add_option("--user", request->user, userHelp);
+
+  action = addAction(*package, "list", "List the packages and their applications", request, list);
+  action->add_flag("--json", request->json, "For programs: a JSON array");
+}
+
+}  // namespace quillon::cli

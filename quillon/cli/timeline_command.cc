@@ -1,0 +1,33 @@
+#include "quillon/cli/timeline_command.h"
+
+#include <memory>
+
+#include "quillon/base/exit_status.h"
+#include "quillon/base/report.h"
+#include "quillon/cli/command.h"
+#include "quillon/timeline/timed_launch.h"
+
+namespace quillon::cli {
+namespace {
+
+struct Request {
+  std::filesystem::path trace;
+  std::filesystem::path page;
+};
+
+}  // namespace
+
+void addTimelineCommand(CLI::App& app) {
+  CLI::App* const command =
+      app.add_subcommand("timeline", "Picture a trace that QUILLON_TRACE wrote");
+  const auto request = std::make_shared<Request>();
+  command->add_option("TRACE", request->trace, "The trace")->required()->type_name("FILE");
+  command->add_option("PAGE", request->page, "HTML page to write")->required()->type_name("FILE");
+  command->callback([request] {
+    const std::string title = request->trace.filename().string();
+    const auto written = timeline::writeTimelinePage(request->trace, request->page, title);
+    if (!written) endCommand(report(written.error()));
+  });
+}
+
+}  // namespace quillon::cli

@@ -1,0 +1,13 @@
+// quillon validator --device DIR [--plugin FILE] POLICY.toml
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace quillon::cli {
+
+// Adds "validator", which answers applications until it is interrupted.
+void addValidatorCommand(CLI::App& app);
+
+}  // namespace quillon::cli

@@ -1,0 +1,96 @@
+#include "quillon/cli/zone_command.h"
+
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "quillon/base/files.h"
+#include "quillon/base/report.h"
+#include "quillon/cli/command.h"
+#include "quillon/zone/zones.h"
+
+namespace quillon::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ZoneRequest {
+  std::string name;
+  fs::path device;
+  std::vector<fs::path> visible;
+};
+
+// A launch keeps seeing in the zone what it saw outside: where it was started, and the folder that
+// this command and the plug-in lie in.
+std::vector<fs::path> visiblePaths(const ZoneRequest& request) {
+  std::error_code error;
+  std::vector<fs::path> paths = request.visible;
+  paths.push_back(fs::current_path(error));
+  paths.push_back(executablePath().parent_path().parent_path());
+  return paths;
+}
+
+void runStart(const ZoneRequest& request) {
+  const pid_t holder = valueOf(zone::start(request.device, request.name, visiblePaths(request)));
+  std::cout << "zone " << request.name << ": runs, held by process " << holder << '\n';
+}
+
+void runStop(const ZoneRequest& request) {
+  const auto stopped = valueOf(zone::stop(request.device, request.name));
+  std::cout << "zone " << request.name << ": "
+            << (stopped == zone::Stopped::kRunning ? "stopped" : "had ended already; tidied up")
+            << '\n';
+}
+
+std::string describe(const zone::Zone& zone) {
+  if (zone.holder < 0) {
+    return "not running; its holder ended without being stopped";
+  }
+  std::string text = "runs, held by process " + std::to_string(zone.holder) + "; inside:";
+  for (const pid_t process : zone.processes) {
+    text += " " + std::to_string(process);
+  }
+  return zone.processes.empty() ? text + " nobody" : text;
+}
+
+void runList(const ZoneRequest& request) {
+  for (const zone::Zone& zone : valueOf(zone::list(request.device))) {
+    std::cout << "zone " << zone.name << ": " << describe(zone) << '\n';
+  }
+}
+
+CLI::App* addAction(CLI::App& zone, const std::shared_ptr<ZoneRequest>& request, const char* name,
+                    const char* help, void (*run)(const ZoneRequest&)) {
+  CLI::App* action = zone.add_subcommand(name, help);
+  action->add_option("--device", request->device, "The device root")
+      ->envname("QUILLON_DEVICE")
+      ->required();
+  action->callback([request, run] { run(*request); });
+  return action;
+}
+
+void addName(CLI::App& action, const std::shared_ptr<ZoneRequest>& request) {
+  action.add_option("NAME", request->name, "The zone's name; applications enter 'appzone'")
+      ->required();
+}
+
+}  // namespace
+
+void addZoneCommand(CLI::App& app) {
+  auto request = std::make_shared<ZoneRequest>();
+  CLI::App* zone = app.add_subcommand("zone", "Run the security zones of a device root");
+  zone->require_subcommand(1);
+  CLI::App* start = addAction(*zone, request, "start", "Start a zone", runStart);
+  addName(*start, request);
+  start
+      ->add_option("--visible", request->visible,
+                   "A path of the machine that stays visible in the zone, read-only")
+      ->allow_extra_args(false);
+  addName(*addAction(*zone, request, "stop", "Stop a zone", runStop), request);
+  addAction(*zone, request, "list", "List the zones", runList);
+}
+
+}  // namespace quillon::cli

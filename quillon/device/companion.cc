@@ -1,0 +1,33 @@
+#include "quillon/device/companion.h"
+
+#include <fcntl.h>
+
+#include <string>
+#include <system_error>
+
+#include "workstation/zone_state.h"
+
+namespace quillon::device {
+
+namespace fs = std::filesystem;
+
+Descriptor findCompanion(const fs::path& device) {
+  const fs::path states = device / fs::path(workstation::kZoneStateDirectory).relative_path();
+  const Descriptor folder(::open(states.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  std::error_code error;
+  for (fs::directory_iterator entry(states, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    workstation::ZoneHolder holder;
+    if (!workstation::isZoneName(name.c_str()) ||
+        !workstation::readZoneState(folder.get(), name.c_str(), holder)) {
+      continue;
+    }
+    if (Descriptor running(workstation::openZoneHolder(holder)); running) {
+      return running;
+    }
+  }
+  return Descriptor();
+}
+
+}  // namespace quillon::device

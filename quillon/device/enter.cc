@@ -1,0 +1,182 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "quillon/base/files.h"
+#include "quillon/device/companion.h"
+#include "quillon/device/device_root.h"
+#include "quillon/device/isolation.h"
+#include "quillon/device/layout.h"
+#include "quillon/device/mounts.h"
+#include "quillon/device/record.h"
+#include "quillon/device/view.h"
+
+namespace quillon::device {
+namespace {
+
+namespace fs = std::filesystem;
+
+Expected<void> requireDeviceDirectories(const fs::path& directory) {
+  const Descriptor root(::open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  for (const std::string_view folder : kDeviceDirectories) {
+    if (folder != kOptionalDeviceDirectory && !openFolder(root, std::string(folder))) {
+      return fail("the device root '" + directory.string() + "' has no folder '" +
+                      std::string(folder) + "' of its own",
+                  "make it anew: quillon device init " + directory.string());
+    }
+  }
+  return {};
+}
+
+Expected<void> requireFramework(const fs::path& directory, const Record& record) {
+  std::error_code error;
+  if (!record.framework || fs::is_directory(*record.framework, error)) {
+    return {};
+  }
+  return fail("the framework folder '" + record.framework->string() + "' of the device root '" +
+                  directory.string() + "' is gone",
+              "find the machine's framework anew: quillon device init " + directory.string());
+}
+
+// Existing ones only, without symbolic links, folders before what they hold.
+std::vector<std::string> canonical(const std::vector<fs::path>& paths) {
+  std::vector<std::string> found;
+  for (const fs::path& path : paths) {
+    std::error_code error;
+    const fs::path plain = fs::canonical(path, error);
+    if (!error) {
+      found.push_back(plain.string());
+    }
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+Expected<void> requireWritable(const std::vector<fs::path>& paths) {
+  for (const fs::path& path : paths) {
+    std::error_code error;
+    const fs::path plain = fs::canonical(path, error);
+    if (error) {
+      return fail("cannot keep '" + path.string() + "' writable: " + error.message(),
+                  "make it first");
+    }
+    if (holdsDeviceDirectory(plain.relative_path().string())) {
+      return fail("cannot keep '" + path.string() + "' writable: it holds folders of the device",
+                  "name a folder further down");
+    }
+  }
+  return {};
+}
+
+struct Plan {
+  std::string device;
+  Record record;
+  std::vector<std::string> visible;
+  std::vector<std::string> writable;
+};
+
+// A process needs its own program and what lies beside it ("bin/quillon", "lib/...").
+Plan makePlan(const fs::path& directory, Record record, const EnterOptions& options) {
+  std::vector<fs::path> visible = options.visible;
+  std::error_code error;
+  const fs::path programs = executablePath().parent_path();
+  visible.insert(visible.end(), {directory, programs, programs.parent_path()});
+  return {directory.string(), std::move(record), canonical(visible), canonical(options.writable)};
+}
+
+Expected<void> showPaths(View& view, const Plan& plan) {
+  for (const std::string& path : plan.visible) {
+    if (holdsDeviceDirectory(fs::path(path).relative_path().string())) {
+      continue;  // to show it would hide the device's folder
+    }
+    RETURN_IF_FAILED(view.show(path));
+  }
+  for (const std::string& path : plan.writable) {
+    RETURN_IF_FAILED(view.openForWriting(path));
+  }
+  return {};
+}
+
+Expected<void> moveInto(const Plan& plan) {
+  View view(plan.device);
+  RETURN_IF_FAILED(view.build());
+  if (plan.record.framework) {
+    RETURN_IF_FAILED(view.showFramework(plan.record.framework->string()));
+  }
+  RETURN_IF_FAILED(showPaths(view, plan));
+  return view.moveIn();
+}
+
+Expected<void> isolateAndMove(const Plan& plan) {
+  std::error_code error;
+  const fs::path workingDirectory = fs::current_path(error);
+  RETURN_IF_FAILED(isolateMounts(findCompanion(plan.device)));
+  RETURN_IF_FAILED(moveInto(plan));
+  // The working directory is "/" by now.
+  if (!workingDirectory.empty()) {
+    fs::current_path(workingDirectory, error);
+  }
+  // It names a folder of the machine; inside, temporary files belong to the device's "/tmp".
+  ::unsetenv("TMPDIR");
+  return {};
+}
+
+bool isSameRoot(const fs::path& directory, const fs::path& inside) {
+  std::error_code error;
+  return fs::absolute(directory, error).lexically_normal() == inside ||
+         fs::canonical(directory, error) == inside;
+}
+
+Expected<void> enterFromOutside(const fs::path& directory, const EnterOptions& options) {
+  auto record = readRecord(directory);
+  if (!record) {
+    return fail(kNoDeviceRoot, record.error());
+  }
+  std::error_code error;
+  const fs::path device = fs::canonical(directory, error);
+  if (auto whole = requireDeviceDirectories(device); !whole) {
+    return fail(kNoDeviceRoot, whole.error());
+  }
+  if (auto found = requireFramework(device, *record); !found) {
+    return fail(kNoRuntime, found.error());
+  }
+  if (auto usable = requireWritable(options.writable); !usable) {
+    return fail(kUnusablePath, usable.error());
+  }
+  if (auto moved = isolateAndMove(makePlan(device, std::move(*record), options)); !moved) {
+    return fail(kNoNamespace, moved.error());
+  }
+  return {};
+}
+
+}  // namespace
+
+std::optional<fs::path> current() {
+  std::ifstream marker("/" + std::string(kInsideMarker), std::ios::binary);
+  if (!marker) {
+    return std::nullopt;
+  }
+  return fs::path(std::string(std::istreambuf_iterator<char>(marker), {}));
+}
+
+Expected<void> enter(const fs::path& directory, const EnterOptions& options) {
+  const auto inside = current();
+  if (!inside) {
+    return enterFromOutside(directory, options);
+  }
+  if (isSameRoot(directory, *inside)) {
+    return {};
+  }
+  return fail(kNoNamespace,
+              {"this process is already inside the device root '" + inside->string() + "'",
+               "leave its shell first"});
+}
+
+}  // namespace quillon::device

@@ -1,0 +1,107 @@
+#include "quillon/device/isolation.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "quillon/device/mounts.h"
+
+namespace quillon::device {
+namespace {
+
+// One folder per thread, beside "." and "..".
+bool hasOneThread() {
+  struct stat tasks {};
+  return ::stat("/proc/self/task", &tasks) != 0 || tasks.st_nlink == 3;
+}
+
+// The number in a kernel setting; -1 where the kernel does not know the setting.
+long settingOf(const char* file) {
+  std::ifstream stream(file);
+  long value = -1;
+  return stream >> value ? value : -1;
+}
+
+std::string userNamespaceRemedy() {
+  if (settingOf("/proc/sys/kernel/apparmor_restrict_unprivileged_userns") == 1) {
+    return "run as root, or enable them: sysctl kernel.apparmor_restrict_unprivileged_userns=0";
+  }
+  if (settingOf("/proc/sys/kernel/unprivileged_userns_clone") == 0) {
+    return "run as root, or enable them: sysctl kernel.unprivileged_userns_clone=1";
+  }
+  if (settingOf("/proc/sys/user/max_user_namespaces") == 0) {
+    return "run as root, or enable them: sysctl user.max_user_namespaces=10000";
+  }
+  return "run as root, or outside the container or chroot that forbids them "
+         "(docker: --cap-add SYS_ADMIN --security-opt seccomp=unconfined "
+         "--security-opt apparmor=unconfined)";
+}
+
+tl::unexpected<Failure> noUserNamespace(int error) {
+  return fail(
+      "this machine allows no private mount namespace: user namespaces are not available "
+      "to this user (" +
+          std::string(std::strerror(error)) + ")",
+      userNamespaceRemedy());
+}
+
+bool writeFile(const char* file, const std::string& text) {
+  const Descriptor stream(::open(file, O_WRONLY | O_CLOEXEC));
+  return stream &&
+         ::write(stream.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+// One identity, mapped to itself.
+std::string mapOf(unsigned id) { return std::to_string(id) + " " + std::to_string(id) + " 1\n"; }
+
+Expected<void> isolateAsUser(const Descriptor& companion) {
+  if (companion && ::setns(companion.get(), CLONE_NEWUSER) == 0) {
+    return ::unshare(CLONE_NEWNS) == 0 ? Expected<void>() : noUserNamespace(errno);
+  }
+  const uid_t user = ::geteuid();
+  const gid_t group = ::getegid();
+  if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+    return noUserNamespace(errno);
+  }
+  if (!writeFile("/proc/self/uid_map", mapOf(user)) || !writeFile("/proc/self/setgroups", "deny") ||
+      !writeFile("/proc/self/gid_map", mapOf(group))) {
+    return noUserNamespace(errno);
+  }
+  return {};
+}
+
+}  // namespace
+
+Expected<void> isolateMounts(const Descriptor& companion) {
+  if (!hasOneThread()) {
+    return fail("a device root can be entered only by a process of one thread",
+                "enter it before the first thread starts");
+  }
+  if (::unshare(CLONE_NEWNS) != 0) {
+    if (errno == ENOSPC) {
+      return fail("this machine's limit of mount namespaces is reached",
+                  "raise it: sysctl user.max_mnt_namespaces");
+    }
+    if (errno != EPERM) {
+      return stepFailed("make a private mount namespace", errno);
+    }
+    RETURN_IF_FAILED(isolateAsUser(companion));
+  }
+  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    // A user namespace without the right to mount is how AppArmor forbids it.
+    if (errno == EACCES || errno == EPERM) {
+      return noUserNamespace(errno);
+    }
+    return stepFailed("make the mount namespace private", errno);
+  }
+  return {};
+}
+
+}  // namespace quillon::device

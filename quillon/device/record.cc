@@ -1,0 +1,78 @@
+#include "quillon/device/record.h"
+
+#include <toml++/toml.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+#include <system_error>
+
+#include "quillon/device/layout.h"
+
+namespace quillon::device {
+namespace {
+
+constexpr int64_t kFormat = 1;
+
+std::string initRemedy(const std::filesystem::path& directory) {
+  return "make one: quillon device init " + directory.string();
+}
+
+Expected<Record> interpret(const toml::table& table, const std::filesystem::path& file) {
+  if (table["format"].value_or(int64_t{0}) != kFormat) {
+    return fail("'" + file.string() + "' is of a format that this version does not know",
+                "use the version of quillon that made the device root, or make a new one");
+  }
+  Record record;
+  if (const auto framework = table["framework"].value<std::string>()) {
+    record.framework = *framework;
+  }
+  return record;
+}
+
+}  // namespace
+
+Expected<Record> readRecord(const std::filesystem::path& directory) {
+  const std::filesystem::path file = directory / kRecord;
+  std::error_code error;
+  if (!std::filesystem::is_directory(directory, error)) {
+    if (error == std::errc::permission_denied) {
+      return fail("cannot look into '" + directory.string() + "': " + error.message(),
+                  "let its owner run this, or open it to you");
+    }
+    return fail("there is no folder '" + directory.string() + "'", initRemedy(directory));
+  }
+  if (!std::filesystem::is_regular_file(file, error)) {
+    return fail("'" + directory.string() + "' is no device root", initRemedy(directory));
+  }
+  try {
+    return interpret(toml::parse_file(file.string()), file);
+  } catch (const toml::parse_error& wrong) {
+    return fail("cannot read '" + file.string() + "': " + std::string(wrong.description()),
+                "write it anew: quillon device init " + directory.string());
+  }
+}
+
+Expected<void> writeRecord(const std::filesystem::path& directory, const Record& record) {
+  const std::filesystem::path file = directory / kRecord;
+  const std::filesystem::path fresh = file.string() + "." + std::to_string(::getpid());
+  toml::table table{{"format", kFormat}};
+  if (record.framework) {
+    table.insert("framework", record.framework->string());
+  }
+  std::ofstream stream(fresh, std::ios::trunc);
+  stream << table << '\n';
+  stream.close();
+  std::error_code error;
+  if (stream) {
+    std::filesystem::rename(fresh, file, error);
+    if (!error) {
+      return {};
+    }
+  }
+  std::error_code ignored;
+  std::filesystem::remove(fresh, ignored);
+  return fail("cannot write '" + file.string() + "'", "make the folder writable");
+}
+
+}  // namespace quillon::device

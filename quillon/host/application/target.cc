@@ -1,0 +1,152 @@
+#include "quillon/host/application/target.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+#include "quillon/host/assemblies/assembly_image.h"
+#include "quillon/host/assemblies/path_list.h"
+
+namespace quillon::host {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What the public header of the plug-in says of plugin_set_app_info.
+constexpr std::array<std::string_view, 3> kAllowedPrefixes = {"/usr/", "/opt/usr/", "/opt/share/"};
+constexpr char kAllowedText[] = "/usr/, /opt/usr/ or /opt/share/";
+constexpr char kPlatformPrivilege[] =
+    QUILLON_PRIVILEGE_NAMESPACE "/privilege/internal/default/platform";
+constexpr char kAppdebugPrivilege[] =
+    QUILLON_PRIVILEGE_NAMESPACE "/privilege/internal/appdebugging";
+constexpr char kRequiredDpcKey[] = QUILLON_METADATA_NAMESPACE "/tv/metadata/d.pc/required";
+constexpr char kPackageSeparator = ';';
+
+bool hasPrivilege(const workstation::Package& package, const char* privilege) {
+  return std::find(package.privileges.begin(), package.privileges.end(), privilege) !=
+         package.privileges.end();
+}
+
+bool isAllowed(const std::string& path) {
+  return std::any_of(kAllowedPrefixes.begin(), kAllowedPrefixes.end(),
+                     [&](std::string_view prefix) { return path.rfind(prefix, 0) == 0; });
+}
+
+Failure noAssembly(const LaunchTarget& target) {
+  return {"the assembly '" + target.assembly + "' of application '" + target.application.id +
+              "' does not exist in the device root",
+          "build and install package '" + target.package.id + "' again, or name it: --path"};
+}
+
+Failure privilegeMissing(const LaunchTarget& target) {
+  return {"package '" + target.package.id + "' does not have the platform privilege",
+          std::string("add \"") + kPlatformPrivilege +
+              "\" to the privileges of its manifest and install it again"};
+}
+
+std::string allowedPathRemedy() {
+  return std::string("keep the executable, links resolved, below ") + kAllowedText;
+}
+
+Expected<void> refuseSeparator(const std::string& path) {
+  if (!holdsSeparator(path)) return {};
+  return fail(kUnusablePath,
+              {"the path '" + path + "' holds ':', which joins the runtime's lists", "rename it"});
+}
+
+Expected<LaunchTarget> installedTarget(const std::string& appId) {
+  auto package = workstation::findPackageOfApplication(appId);
+  if (!package) return fail(kServiceFailed, package.error());
+  if (!*package) {
+    return fail(kNotInstalled,
+                {"no application '" + appId + "' is installed in this device root",
+                 "see quillon package list, or install it: quillon package install MANIFEST.toml"});
+  }
+  LaunchTarget target;
+  target.package = std::move(**package);
+  for (const workstation::Application& application : target.package.applications) {
+    if (application.id == appId) target.application = application;
+  }
+  return target;
+}
+
+}  // namespace
+
+std::vector<std::string> LaunchTarget::folders() const {
+  const fs::path root = package.rootPath;
+  return {fs::path(assembly).parent_path().string(), (root / "bin").string(),
+          (root / "lib").string()};
+}
+
+Expected<LaunchTarget> findTarget(const LaunchOptions& options) {
+  auto target = installedTarget(options.appId);
+  if (!target) return target;
+  target->type = options.type.value_or(target->application.type);
+  target->exec = options.exec.value_or(target->application.exec);
+  std::error_code ignored;
+  target->assembly = fs::absolute(target->exec, ignored).lexically_normal().string();
+  for (const std::string& path : {target->assembly, target->package.rootPath}) {
+    RETURN_IF_FAILED(refuseSeparator(path));
+  }
+  return target;
+}
+
+Expected<void> requireAssembly(const LaunchTarget& target) {
+  std::error_code ignored;
+  if (!fs::is_regular_file(target.assembly, ignored)) return fail(kNoAssembly, noAssembly(target));
+  if (auto usable = requireExecutableAssembly(target.assembly); !usable) {
+    return fail(kNotExecutable, usable.error());
+  }
+  return {};
+}
+
+std::vector<Failure> predictRefusals(const LaunchTarget& target) {
+  std::vector<Failure> refusals;
+  if (auto found = requireAssembly(target); !found) refusals.push_back(found.error());
+  if (!entersZone(target.type) && !hasPrivilege(target.package, kPlatformPrivilege)) {
+    refusals.push_back(withStatus(kPrivilegeMissing, privilegeMissing(target)));
+  }
+  std::error_code error;
+  const std::string real = fs::canonical(target.assembly, error).string();
+  if (!error && !isAllowed(real)) {
+    refusals.push_back(
+        {"the plug-in refuses the path '" + real + "'", allowedPathRemedy(), kPathRefused});
+  }
+  return refusals;
+}
+
+// The one type whose strategy asks for a security zone in place of the privilege.
+bool entersZone(const std::string& type) {
+  return type.find("inhouse") == std::string::npos && type.find("dotnet") != std::string::npos;
+}
+
+bool entersZoneInDebugMode(const LaunchTarget& target) {
+  return entersZone(target.type) && hasPrivilege(target.package, kAppdebugPrivilege);
+}
+
+std::vector<std::string> requiredDpcPackages(const workstation::Application& application) {
+  const auto entry = std::find_if(
+      application.metadata.begin(), application.metadata.end(),
+      [](const auto& pair) { return pair.first.find(kRequiredDpcKey) != std::string::npos; });
+  std::vector<std::string> packages;
+  if (entry == application.metadata.end()) return packages;
+  std::string_view list = entry->second;
+  while (!list.empty()) {
+    const size_t end = std::min(list.find(kPackageSeparator), list.size());
+    if (end > 0) packages.emplace_back(list.substr(0, end));
+    list.remove_prefix(std::min(end + 1, list.size()));
+  }
+  return packages;
+}
+
+std::string remedyForRefusal(const std::string& message, const LaunchTarget& target) {
+  const auto says = [&](const char* text) { return message.find(text) != std::string::npos; };
+  if (says("platform privilege")) return privilegeMissing(target).remedy;
+  if (says("Not allowed App Path")) return allowedPathRemedy();
+  if (says("wrong execPath"))
+    return "the file '" + target.exec + "' does not exist: name another with --path";
+  if (says("Not in app zone")) return "start the zone: quillon zone start appzone --device DIR";
+  return {};
+}
+
+}  // namespace quillon::host

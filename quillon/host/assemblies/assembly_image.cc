@@ -1,0 +1,128 @@
+#include "quillon/host/assemblies/assembly_image.h"
+
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "quillon/base/files.h"
+
+namespace quillon::host {
+namespace {
+
+constexpr std::string_view kNoImage = "it is not an assembly";
+constexpr std::string_view kNative = "it holds native code, not an assembly";
+constexpr std::string_view kNoEntryPoint = "it has no entry point";
+
+// Offsets and sizes of ECMA-335 II.25.2 and II.25.3.
+constexpr size_t kPeOffsetField = 0x3c;
+constexpr std::string_view kDosSignature = "MZ";
+constexpr std::string_view kPeSignature{"PE\0\0", 4};
+constexpr size_t kSectionCountField = 6;
+constexpr size_t kOptionalSizeField = 20;
+constexpr size_t kOptionalHeader = 24;
+constexpr uint16_t kPe32Plus = 0x20b;
+constexpr size_t kDirectories32 = 96;
+constexpr size_t kDirectories64 = 112;
+constexpr size_t kCliDirectory = 14;
+constexpr size_t kDirectorySize = 8;
+constexpr size_t kSectionSize = 40;
+constexpr size_t kCliFlags = 16;
+constexpr size_t kCliEntryPoint = 20;
+constexpr size_t kCliManagedNativeHeader = 64;
+constexpr uint32_t kNativeEntryPoint = 0x10;
+
+// Little-endian numbers at offsets that may lie anywhere.
+class Bytes {
+ public:
+  explicit Bytes(std::string_view bytes) : bytes_(bytes) {}
+
+  template <typename Number>
+  std::optional<Number> at(size_t offset) const {
+    if (offset > bytes_.size() || bytes_.size() - offset < sizeof(Number)) return std::nullopt;
+    Number number = 0;
+    for (size_t i = sizeof(Number); i > 0; --i) {
+      number =
+          static_cast<Number>(number << 8 | static_cast<unsigned char>(bytes_[offset + i - 1]));
+    }
+    return number;
+  }
+
+  bool holds(size_t offset, std::string_view text) const {
+    return offset <= bytes_.size() && bytes_.substr(offset, text.size()) == text;
+  }
+
+ private:
+  std::string_view bytes_;
+};
+
+// Where the section table places an address of the loaded image.
+std::optional<size_t> offsetOf(const Bytes& image, size_t pe, uint32_t address) {
+  const size_t sections =
+      pe + kOptionalHeader + image.at<uint16_t>(pe + kOptionalSizeField).value_or(0);
+  const size_t count = image.at<uint16_t>(pe + kSectionCountField).value_or(0);
+  for (size_t i = 0; i < count; ++i) {
+    const size_t section = sections + i * kSectionSize;
+    const auto start = image.at<uint32_t>(section + 12);
+    const auto size = image.at<uint32_t>(section + 16);
+    const auto offset = image.at<uint32_t>(section + 20);
+    if (!start || !size || !offset) return std::nullopt;
+    if (address >= *start && address - *start < *size) return size_t{*offset} + (address - *start);
+  }
+  return std::nullopt;
+}
+
+// The offset of the CLI header; empty where the image has none.
+std::optional<size_t> cliHeader(const Bytes& image, size_t pe) {
+  const auto magic = image.at<uint16_t>(pe + kOptionalHeader);
+  if (!magic) return std::nullopt;
+  const size_t directories = *magic == kPe32Plus ? kDirectories64 : kDirectories32;
+  const auto address =
+      image.at<uint32_t>(pe + kOptionalHeader + directories + kCliDirectory * kDirectorySize);
+  if (!address || *address == 0) return std::nullopt;
+  return offsetOf(image, pe, *address);
+}
+
+// Where the PE header of an image stands; empty where the bytes are none.
+std::optional<size_t> peHeader(const Bytes& image) {
+  const auto pe = image.at<uint32_t>(kPeOffsetField);
+  if (!image.holds(0, kDosSignature) || !pe || !image.holds(*pe, kPeSignature)) return std::nullopt;
+  return *pe;
+}
+
+}  // namespace
+
+std::string_view wrongWithImage(std::string_view text) {
+  const Bytes image(text);
+  const auto pe = peHeader(image);
+  if (!pe) return kNoImage;
+  const auto header = cliHeader(image, *pe);
+  if (!header) return kNative;
+  const auto flags = image.at<uint32_t>(*header + kCliFlags);
+  const auto entryPoint = image.at<uint32_t>(*header + kCliEntryPoint);
+  if (!flags || !entryPoint) return kNoImage;
+  if ((*flags & kNativeEntryPoint) != 0) return kNative;
+  return *entryPoint == 0 ? kNoEntryPoint : std::string_view();
+}
+
+bool bringsCompiledCode(std::string_view text) {
+  const Bytes image(text);
+  const auto pe = peHeader(image);
+  const auto header = pe ? cliHeader(image, *pe) : std::nullopt;
+  return header && image.at<uint32_t>(*header + kCliManagedNativeHeader).value_or(0) != 0;
+}
+
+bool bringsCompiledCode(const std::filesystem::path& file) {
+  const auto image = readWholeFile(file);
+  return image && bringsCompiledCode(std::string_view(*image));
+}
+
+Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {
+  const auto image = readWholeFile(file);
+  const std::string_view wrong = image ? wrongWithImage(*image) : "it cannot be read";
+  if (wrong.empty()) return {};
+  return fail("the runtime cannot run '" + file.string() + "': " + std::string(wrong),
+              "name an assembly built as an application (OutputType Exe)");
+}
+
+}  // namespace quillon::host

@@ -1,0 +1,103 @@
+#include <iomanip>
+
+#include "device_paths.h"
+#include "quillon/host/plan.h"
+
+namespace quillon::host {
+namespace {
+
+constexpr int kNameWidth = 16;
+
+void line(std::ostream& out, const std::string& name, const std::string& value) {
+  out << std::left << std::setw(kNameWidth) << name << ' ' << value << '\n';
+}
+
+void section(std::ostream& out, const std::string& title, const std::vector<std::string>& entries) {
+  if (entries.empty()) return;
+  out << '\n' << title << '\n';
+  for (const std::string& entry : entries) out << "  " << entry << '\n';
+}
+
+std::string frameworkText(const RuntimePlan& runtime) {
+  std::string text = device_paths::kNetcoreapp;
+  text += runtime.frameworkVersion.empty() ? " (version unknown)"
+                                           : " (" + runtime.frameworkVersion + ")";
+  if (!runtime.wantedVersion.empty()) text += ", wanted " + runtime.wantedVersion;
+  return text;
+}
+
+std::string tpaText(const LaunchPlan& plan) {
+  const std::string count = std::to_string(plan.runtime.assemblies.trusted().size());
+  const std::string origin = !plan.lists.tpa     ? "of the framework folder"
+                             : plan.tpaFromCache ? "from the plug-in, out of its cache"
+                                                 : "from the plug-in, by searching";
+  return count + " assemblies " + origin;
+}
+
+std::string compiledText(const LaunchPlan& plan) {
+  if (plan.bringsCompiledCode) return "yes, the assembly is ReadyToRun";
+  return "none: has no ReadyToRun code, starts slower; build it with PublishReadyToRun";
+}
+
+std::vector<std::string> requiredText(const RuntimePlan& runtime) {
+  std::vector<std::string> lines;
+  for (const RequiredDpc& dpc : runtime.requiredDpc) {
+    lines.push_back(dpc.package + ": " + dpc.directory +
+                    (dpc.placeholder.empty() ? " (not reachable)" : " through " + dpc.placeholder));
+  }
+  return lines;
+}
+
+std::vector<std::string> shadowText(const AssemblyTable& assemblies) {
+  std::vector<std::string> lines;
+  for (const Shadow& shadow : assemblies.shadows()) {
+    lines.push_back(shadow.name + ": " + shadow.loser + " lost to " + shadow.winner);
+  }
+  for (const Rejection& rejection : assemblies.rejections()) {
+    lines.push_back(rejection.path + " left out: " + rejection.reason);
+  }
+  return lines;
+}
+
+// The long list is counted above; the others are shown whole.
+std::vector<std::string> propertyText(const RuntimePlan& runtime) {
+  std::vector<std::string> lines;
+  for (const auto& [name, value] : runtime.properties) {
+    const bool isLong = name == "TRUSTED_PLATFORM_ASSEMBLIES";
+    lines.push_back(name + "=" + (isLong ? "(as above)" : value));
+  }
+  return lines;
+}
+
+std::vector<std::string> refusalText(const LaunchPlan& plan) {
+  std::vector<std::string> lines;
+  for (const Failure& refusal : plan.refusals) {
+    lines.push_back(refusal.what + "; " + refusal.remedy);
+  }
+  return lines;
+}
+
+}  // namespace
+
+void printPlanText(const LaunchPlan& plan, std::ostream& out) {
+  line(out, "application", plan.target.application.id);
+  line(out, "package", plan.target.package.id + " " + plan.target.package.version);
+  line(out, "type", plan.target.type);
+  line(out, "executable", plan.target.exec);
+  line(out, "device root", plan.options.device.string());
+  line(out, "plug-in", plan.plugin);
+  line(out, "framework", frameworkText(plan.runtime));
+  line(out, "trusted list", tpaText(plan));
+  line(out, "compiled code", compiledText(plan));
+  section(out, "calls, in order", callsOf(plan));
+  section(out, "assembly folders (APP_PATHS)", plan.runtime.appPaths.entries());
+  section(out, "left out of APP_PATHS", plan.runtime.appPaths.ignored());
+  section(out, "shared folders of packages", cobaDirectoriesOf(plan.lists));
+  section(out, "required packages", requiredText(plan.runtime));
+  section(out, "one name, one assembly", shadowText(plan.runtime.assemblies));
+  section(out, "runtime properties", propertyText(plan.runtime));
+  section(out, "the launch would be refused", refusalText(plan));
+  out.flush();
+}
+
+}  // namespace quillon::host

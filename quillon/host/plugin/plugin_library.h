@@ -1,0 +1,40 @@
+// The plug-in as a device launcher sees it: a file, and functions found in it by name.
+#pragma once
+
+#include <filesystem>
+
+#include "quillon/base/failure.h"
+#include "quillon_tv_plugin.h"
+
+namespace quillon::host {
+
+struct PluginLibrary {
+  decltype(&plugin_initialize) initialize = nullptr;
+  decltype(&plugin_preload) preload = nullptr;
+  decltype(&plugin_set_app_info) setAppInfo = nullptr;
+  decltype(&plugin_has_log_control) hasLogControl = nullptr;
+  decltype(&plugin_get_tpa) getTpa = nullptr;
+  decltype(&plugin_get_dll_path) getDllPath = nullptr;
+  decltype(&plugin_get_native_dll_searching_path) getNativeDllSearchingPath = nullptr;
+  decltype(&plugin_get_extra_dll_path) getExtraDllPath = nullptr;
+  decltype(&plugin_set_coreclr_info) setCoreclrInfo = nullptr;
+  decltype(&plugin_before_execute) beforeExecute = nullptr;
+  decltype(&plugin_finalize) finalize = nullptr;
+  decltype(&check_signature) checkSignature = nullptr;
+  decltype(&plugin_validate_dll) validateDll = nullptr;
+  decltype(&create_pipe_server) createPipeServer = nullptr;
+  decltype(&create_pipe_client) createPipeClient = nullptr;
+};
+
+// Where a library that was built or installed with an executable lies.
+std::filesystem::path libraryOf(const std::filesystem::path& executable, const char* name);
+
+// Where the plug-in lies beside this executable: "../lib" in a build folder, the library folder
+// that the build was installed to otherwise.
+std::filesystem::path defaultPlugin(const std::filesystem::path& executable);
+
+// Loads the plug-in, for good: it registers signal handlers and starts threads, so it is never
+// unloaded. The failure names the file or the function that is missing.
+[[nodiscard]] Expected<PluginLibrary> loadPlugin(const std::filesystem::path& file);
+
+}  // namespace quillon::host

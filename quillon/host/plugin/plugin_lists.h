@@ -1,0 +1,17 @@
+// The lists that the plug-in computes for the runtime.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace quillon::host {
+
+// What the plug-in's list functions returned, unchanged.
+struct PluginLists {
+  std::optional<std::string> tpa;  // nullopt if the plug-in leaves the list to the launcher
+  std::string dllPath;
+  std::string nativePath;
+  std::string extraPath;
+};
+
+}  // namespace quillon::host

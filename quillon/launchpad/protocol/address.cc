@@ -1,0 +1,114 @@
+#include "quillon/launchpad/protocol/address.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <cstring>
+#include <optional>
+
+#include "quillon/base/files.h"
+
+namespace quillon::launchpad {
+namespace {
+
+struct Address {
+  sockaddr_un name{};
+  socklen_t length = 0;
+};
+
+// An abstract name begins with a zero byte and ends with its length.
+Address toSocketAddress(const std::string& address) {
+  Address result;
+  result.name.sun_family = AF_UNIX;
+  const size_t length = std::min(address.size(), sizeof result.name.sun_path - 1);
+  std::memcpy(result.name.sun_path + 1, address.data(), length);
+  result.length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
+  return result;
+}
+
+Descriptor newSocket(int flags) {
+  return Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
+}
+
+std::optional<uid_t> userOfPeer(int socket) {
+  ucred credentials{};
+  socklen_t length = sizeof credentials;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) return {};
+  return credentials.uid;
+}
+
+bool isOwnPeer(int socket) { return userOfPeer(socket) == std::optional<uid_t>(geteuid()); }
+
+// Users without a number in a user namespace, where device roots of ordinary users are, look like
+// this one there (user_namespaces(7)).
+bool isOverflowUser() {
+  uid_t overflow = 65534;
+  const std::string digits = readSmallFileAt(AT_FDCWD, "/proc/sys/kernel/overflowuid");
+  std::from_chars(digits.data(), digits.data() + digits.size(), overflow);
+  return geteuid() == overflow;
+}
+
+// Whose process listens at an address, for the message.
+std::string ownerOf(const Address& address) {
+  const Descriptor probe = newSocket(SOCK_NONBLOCK);
+  if (connect(probe.get(), reinterpret_cast<const sockaddr*>(&address.name), address.length) != 0) {
+    return {};
+  }
+  const auto user = userOfPeer(probe.get());
+  return !user || *user == geteuid() ? "" : ", of user " + std::to_string(*user);
+}
+
+}  // namespace
+
+std::string addressOf(const std::filesystem::path& device) {
+  struct stat status {};
+  if (stat(device.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return {};
+  return "quillon-launchpad/" + std::to_string(geteuid()) + "/" + std::to_string(status.st_dev) +
+         "/" + std::to_string(status.st_ino);
+}
+
+Expected<Descriptor> listenAt(const std::string& address, const std::filesystem::path& device) {
+  if (isOverflowUser()) {
+    return fail("user " + std::to_string(geteuid()) + " cannot be told from others there",
+                "run the launch pad as a user of its own");
+  }
+  const Address name = toSocketAddress(address);
+  Descriptor socket = newSocket(SOCK_NONBLOCK);
+  if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&name.name), name.length) == 0 &&
+      listen(socket.get(), SOMAXCONN) == 0) {
+    return socket;
+  }
+  if (errno != EADDRINUSE) {
+    return fail(std::string("cannot listen for launches: ") + std::strerror(errno),
+                "see that this machine allows unix sockets");
+  }
+  return fail(
+      "a launch pad" + ownerOf(name) + " serves the device root '" + device.string() + "' already",
+      "stop it first: quillon launchpad stop --device " + device.string());
+}
+
+Descriptor connectTo(const std::string& address) {
+  if (address.empty() || isOverflowUser()) return {};
+  const Address name = toSocketAddress(address);
+  Descriptor socket = newSocket(0);
+  if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&name.name), name.length) != 0 ||
+      !isOwnPeer(socket.get())) {
+    return {};
+  }
+  return socket;
+}
+
+Descriptor acceptFrom(int listener) {
+  for (;;) {
+    Descriptor client(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!client || isOwnPeer(client.get())) return client;
+  }
+}
+
+}  // namespace quillon::launchpad

@@ -1,0 +1,65 @@
+#include "quillon/launchpad/server/debugger_files.h"
+
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+#include <functional>
+#include <string_view>
+#include <system_error>
+
+#include "quillon/base/descriptor.h"
+
+namespace quillon::launchpad {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The runtime takes this folder: TMPDIR is unset in a device root.
+constexpr char kFolder[] = "/tmp";
+// A process id, "-" and a number that tells processes of the same id apart come next.
+constexpr std::array<std::string_view, 2> kPrefixes = {"clr-debug-pipe-", "dotnet-diagnostic-"};
+
+// The process that a file is named for; 0 where it is none of the debugger's.
+pid_t processOf(std::string_view name) {
+  for (const std::string_view prefix : kPrefixes) {
+    if (name.substr(0, prefix.size()) != prefix) continue;
+    pid_t process = 0;
+    const char* const end = name.data() + name.size();
+    const auto read = std::from_chars(name.data() + prefix.size(), end, process);
+    return read.ec == std::errc() && read.ptr != end && *read.ptr == '-' ? process : 0;
+  }
+  return 0;
+}
+
+void removeFilesWhere(const std::function<bool(pid_t)>& condition) {
+  std::error_code error;
+  for (fs::directory_iterator entry(kFolder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const pid_t process = processOf(entry->path().filename().native());
+    std::error_code ignored;
+    if (process > 0 && condition(process)) fs::remove(entry->path(), ignored);
+  }
+}
+
+// One that nobody has reaped yet is gone too.
+bool isGone(pid_t process) {
+  const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+  if (!pidfd) return errno == ESRCH;
+  pollfd ended{pidfd.get(), POLLIN, 0};
+  return poll(&ended, 1, 0) == 1;
+}
+
+}  // namespace
+
+void removeDebuggerFilesOf(pid_t process) {
+  removeFilesWhere([process](pid_t named) { return named == process; });
+}
+
+void removeDebuggerFilesOfDead() { removeFilesWhere(isGone); }
+
+}  // namespace quillon::launchpad

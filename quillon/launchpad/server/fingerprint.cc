@@ -1,0 +1,81 @@
+#include "quillon/launchpad/server/fingerprint.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <string>
+#include <variant>
+
+#include "device_paths.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/directory_entries.h"
+#include "workstation/config_store.h"
+#include "workstation/packages.h"
+#include "workstation/zone_state.h"
+
+namespace quillon::launchpad {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace device_paths;
+
+constexpr std::array kFiles = {kNetcoreapp,
+                               kPreloadList,
+                               kReadOnlyFlags,
+                               kWritableFlags,
+                               kObjectTracker,
+                               kReflectionEliminator,
+                               kUpdatedCertificates,
+                               kPlatformCertificates,
+                               workstation::kZoneDirectory,
+                               workstation::kZoneStateDirectory};
+
+constexpr size_t kUsualSize = 2048;
+
+// A folder's time of change tells of files that came, went or were replaced. The framework itself
+// is a mount point in its parent.
+void addFoldersOfLists(std::string& fingerprint) {
+  const Descriptor folders(open(kManagedFolders, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  appendFileIdentity(fingerprint, folders.get(), ".");
+  for (const std::string& name : directoryEntries(folders.get())) {
+    fingerprint.append(name) += '\0';
+    appendFileIdentity(fingerprint, folders.get(), name.c_str());
+  }
+}
+
+void addApiDirectory(std::string& fingerprint) {
+  const auto value = workstation::getConfig(kApiDirectoryKey);
+  if (value && *value && std::holds_alternative<std::string>(**value)) {
+    fingerprint.append(std::get<std::string>(**value));
+  }
+  fingerprint += '\0';
+}
+
+template <typename T>
+void addBytes(std::string& fingerprint, const T& value) {
+  fingerprint.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+}  // namespace
+
+void appendFileIdentity(std::string& fingerprint, int folder, const char* file) {
+  struct stat status {};
+  if (fstatat(folder, file, &status, 0) != 0) status = {};  // no file has number 0
+  addBytes(fingerprint, status.st_dev);
+  addBytes(fingerprint, status.st_ino);
+  addBytes(fingerprint, status.st_size);
+  addBytes(fingerprint, status.st_mtim);
+}
+
+std::string currentFingerprint(const fs::path& plugin) {
+  std::string fingerprint = workstation::registryStamp() + '\0';
+  fingerprint.reserve(kUsualSize);
+  addFoldersOfLists(fingerprint);
+  addApiDirectory(fingerprint);
+  for (const char* file : kFiles) appendFileIdentity(fingerprint, AT_FDCWD, file);
+  appendFileIdentity(fingerprint, AT_FDCWD, plugin.c_str());
+  return fingerprint;
+}
+
+}  // namespace quillon::launchpad

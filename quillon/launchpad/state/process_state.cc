@@ -1,0 +1,178 @@
+#include "quillon/launchpad/state/process_state.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/personality.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <initializer_list>
+#include <map>
+#include <string_view>
+#include <utility>
+
+#include "quillon/base/record.h"
+#include "quillon/launchpad/state/limits.h"
+
+namespace quillon::launchpad {
+namespace {
+
+constexpr std::array<std::string_view, 8> kPrefixes = {
+    "DOTNET_", "COMPlus_", "CORECLR_", "LD_", "LC_", "MALLOC_", "LTTNG_", "QUILLON_TRACE"};
+constexpr std::array<std::string_view, 13> kNames = {
+    "LANG",         "LANGUAGE",     "TZ",           "TZDIR",          "LOCPATH",
+    "NLSPATH",      "GCONV_PATH",   "ICU_DATA",     "GLIBC_TUNABLES", "CLR_ICU_VERSION_OVERRIDE",
+    "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"};
+
+constexpr size_t kUsualSize = 1536;
+
+// In the order in which they are shown (namespaces(7)).
+constexpr std::array kNamespaces = {"ns/mnt", "ns/user", "ns/pid",  "ns/ipc",
+                                    "ns/uts", "ns/net",  "ns/time", "ns/cgroup"};
+
+// Lines of "status" that every kernel has which this can run on.
+constexpr std::array kNecessary = {"Umask",  "Uid",          "Gid",       "Groups",
+                                   "SigBlk", "SigIgn",       "CapInh",    "CapPrm",
+                                   "CapEff", "Cpus_allowed", "NoNewPrivs"};
+
+template <typename T>
+void append(std::string& bytes, const T& value) {
+  bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+struct stat statusAt(int folder, const char* path) {
+  struct stat status {};
+  if (fstatat(folder, path, &status, 0) != 0) status = {};
+  return status;
+}
+
+// An upgraded quillon is another program at the same path.
+std::string versionOf(const std::string& program) {
+  const auto status = statusAt(AT_FDCWD, program.empty() ? "/proc/self/exe" : program.c_str());
+  std::string bytes;
+  append(bytes, status.st_dev);
+  append(bytes, status.st_ino);
+  append(bytes, status.st_mtim);
+  return bytes;
+}
+
+std::string rootFolder() {
+  const auto status = statusAt(AT_FDCWD, "/");
+  std::string bytes;
+  append(bytes, status.st_dev);
+  append(bytes, status.st_ino);
+  return bytes;
+}
+
+std::string namespacesOf(const ProcSelf& process) {
+  std::string all;
+  for (const char* kind : kNamespaces) all += process.targetOf(kind) + " ";
+  return all;
+}
+
+std::string linesOf(const ProcSelf& process, std::initializer_list<const char*> names) {
+  std::string all;
+  for (const char* name : names) all.append(process.status(name).value_or("")) += '\n';
+  return all;
+}
+
+std::string signalsOf(const ProcSelf& process, const char* name) {
+  std::string bytes;
+  append(bytes, process.signals(name));
+  return bytes;
+}
+
+// What looks like a kernel's may be somebody else's, who tells less.
+bool tellsAll(const ProcSelf& process) {
+  return std::all_of(kNecessary.begin(), kNecessary.end(),
+                     [&](const char* line) { return process.status(line).has_value(); });
+}
+
+std::string confinementOf(const ProcSelf& process) {
+  std::string all = linesOf(process, {"NoNewPrivs", "Seccomp", "Seccomp_filters"});
+  append(all, personality(0xffffffff));
+  return all;
+}
+
+std::string schedulingOf(const ProcSelf& process) {
+  sched_param realTime{};
+  sched_getparam(0, &realTime);
+  std::string all = linesOf(process, {"Cpus_allowed"});
+  append(all, getpriority(PRIO_PROCESS, 0));
+  append(all, sched_getscheduler(0));
+  append(all, realTime.sched_priority);
+  append(all, syscall(SYS_ioprio_get, 1 /* IOPRIO_WHO_PROCESS */, 0));
+  append(all, prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0));
+  return all;
+}
+
+void addVariables(RecordWriter& shape) {
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    const std::string_view variable = *entry;
+    const std::string_view name = variable.substr(0, variable.find('='));
+    if (!isReadAtStart(name)) continue;
+    shape.text("the environment variable " + std::string(name)).text(variable.substr(name.size()));
+  }
+}
+
+// Empty where it is none.
+std::map<std::string, std::string> toMap(const ProcessState& shape) {
+  std::map<std::string, std::string> all;
+  RecordReader reader(shape);
+  while (reader.ok() && !reader.atEnd()) {
+    std::string name = reader.text();
+    all[std::move(name)] = reader.text();
+  }
+  return reader.ok() ? all : std::map<std::string, std::string>();
+}
+
+}  // namespace
+
+bool isReadAtStart(std::string_view variable) {
+  return std::find(kNames.begin(), kNames.end(), variable) != kNames.end() ||
+         std::any_of(kPrefixes.begin(), kPrefixes.end(),
+                     [&](std::string_view prefix) { return variable.starts_with(prefix); });
+}
+
+ProcessState processStateOf(const ProcSelf& process, const std::string& program) {
+  if (!tellsAll(process)) return {};
+  RecordWriter shape;
+  shape.reserve(kUsualSize).text("the quillon program").text(versionOf(program));
+  shape.text("its namespaces").text(namespacesOf(process));
+  shape.text("its root folder").text(rootFolder());
+  shape.text("its user and groups").text(linesOf(process, {"Uid", "Gid", "Groups"}));
+  shape.text("its capabilities")
+      .text(linesOf(process, {"CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb"}));
+  shape.text("its confinement").text(confinementOf(process));
+  shape.text("its scheduling").text(schedulingOf(process));
+  shape.text("its blocked signals").text(signalsOf(process, "SigBlk"));
+  shape.text("its ignored signals").text(signalsOf(process, "SigIgn"));
+  shape.text("its security label").text(process.contentOf("attr/current"));
+  shape.text("its place in line when memory runs out").text(process.contentOf("oom_score_adj"));
+  shape.text("its memory limits").text(memoryLimits());
+  addVariables(shape);
+  return shape.take();
+}
+
+// Most often they are the same byte for byte; where they are not, the order of the variables says
+// nothing yet.
+std::string firstDifference(const ProcessState& one, const ProcessState& other) {
+  if (one == other) return {};
+  const auto left = toMap(one);
+  const auto right = toMap(other);
+  for (const auto& [name, value] : left) {
+    const auto found = right.find(name);
+    if (found == right.end() || found->second != value) return name;
+  }
+  for (const auto& [name, value] : right) {
+    if (left.find(name) == left.end()) return name;
+  }
+  return {};
+}
+
+}  // namespace quillon::launchpad

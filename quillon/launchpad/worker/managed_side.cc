@@ -1,0 +1,68 @@
+#include "quillon/launchpad/worker/managed_side.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "quillon/host/runtime/hresult.h"
+
+namespace quillon::launchpad {
+namespace {
+
+constexpr char kAssembly[] = "Quillon.Launchpad";
+constexpr char kType[] = "Quillon.Launchpad";
+
+template <typename Function>
+Expected<void> find(const host::Runtime& runtime, const char* name, Function*& function) {
+  void* found = nullptr;
+  const int status =
+      runtime.createDelegate()(runtime.host(), runtime.domain(), kAssembly, kType, name, &found);
+  static_assert(sizeof function == sizeof found);
+  std::memcpy(&function, &found, sizeof found);
+  if (status >= 0 && found != nullptr) return {};
+  return fail(
+      std::string("cannot prepare: ") + kType + "." + name + ": " + host::describeHresult(status),
+      "build the target 'managed' again");
+}
+
+// Each text with its zero byte; an empty name, which the text's own last byte is, ends the list.
+void addPair(std::string& list, const std::string& name, const std::string& value) {
+  list.append(name).append(1, '\0').append(value).append(1, '\0');
+}
+
+}  // namespace
+
+std::filesystem::path managedAssembly(const std::filesystem::path& plugin) {
+  return plugin.parent_path() / "quillon" / (std::string(kAssembly) + ".dll");
+}
+
+Expected<void> ManagedSide::bind(const host::Runtime& runtime) {
+  return find(runtime, "WarmUp", warmUp_).and_then([&] {
+    return find(runtime, "Assign", assign_);
+  });
+}
+
+// Of what is assigned nothing stays: every application gets properties of its own, and the variable
+// is again what it was. Its value is a long one, since the runtime copies short ones in other ways.
+void ManagedSide::warmUp(const host::RuntimeProperties& properties) const {
+  constexpr char kVariable[] = "QUILLON_LAUNCHPAD";
+  constexpr size_t kLong = 256;
+  const char* const before = std::getenv(kVariable);
+  warmUp_();
+  if (assign(properties, {{kVariable, std::string(kLong, '1')}})) {
+    const auto value = before != nullptr ? std::optional<std::string>(before) : std::nullopt;
+    [[maybe_unused]] const bool isAsBefore = assign({}, {{kVariable, value}});
+  }
+}
+
+bool ManagedSide::assign(const host::RuntimeProperties& properties,
+                         const EnvironmentChanges& variables) const {
+  std::string settings;
+  for (const auto& [name, value] : properties) addPair(settings, name, value);
+  std::string changes;
+  for (const auto& [name, value] : variables) addPair(changes, name, value ? "=" + *value : "");
+  return assign_(settings.c_str(), changes.c_str()) == 0;
+}
+
+}  // namespace quillon::launchpad

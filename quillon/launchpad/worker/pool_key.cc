@@ -1,0 +1,11 @@
+#include "quillon/launchpad/worker/pool_key.h"
+
+namespace quillon::launchpad {
+
+std::string describe(const PoolKey& key) {
+  std::string text = key.type + (key.raw ? ", raw" : ", captured");
+  for (const auto& [name, value] : key.settings) text += ", " + name + "=" + value;
+  return text;
+}
+
+}  // namespace quillon::launchpad

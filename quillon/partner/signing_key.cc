@@ -1,0 +1,85 @@
+#include "quillon/partner/signing_key.h"
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "quillon_tv_plugin.h"
+
+namespace quillon::partner {
+namespace {
+
+constexpr char kWantedKey[] =
+    "the plug-in wants the 256 bytes of an RSA key of 2048 bits: openssl genrsa -out PRIVATE.pem "
+    "2048";
+
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+
+// Stands where the library would ask on the terminal, and notes that it wanted to.
+int refusePassPhrase(char*, int, int, void* asked) {
+  *static_cast<bool*>(asked) = true;
+  return -1;
+}
+
+std::string lastMessage() {
+  const char* message = ERR_reason_error_string(ERR_peek_last_error());
+  return message != nullptr ? message : "unknown cause";
+}
+
+tl::unexpected<Failure> noKey(const std::string& name, bool isEncrypted) {
+  if (isEncrypted) {
+    return fail(
+        "the key '" + name + "' is encrypted",
+        "decrypt it where only you can read it: openssl pkey -in " + name + " -out PRIVATE.pem");
+  }
+  return fail("'" + name + "' holds no private key in PEM", "give --key PRIVATE.pem");
+}
+
+std::string describe(const EVP_PKEY* key) {
+  const char* type = EVP_PKEY_get0_type_name(key);
+  const std::string name = type != nullptr ? type : "other";
+  return (name.starts_with('D') ? "a " : "an ") + name + " key of " +
+         std::to_string(EVP_PKEY_get_bits(key)) + " bits, whose signatures have " +
+         std::to_string(EVP_PKEY_get_size(key)) + " bytes";
+}
+
+}  // namespace
+
+Expected<SigningKey> SigningKey::read(const std::filesystem::path& file) {
+  const File stream(std::fopen(file.c_str(), "re"), std::fclose);
+  if (stream == nullptr) {
+    return fail("cannot open the key '" + file.string() + "': " + std::strerror(errno),
+                "give --key PRIVATE.pem");
+  }
+  bool isEncrypted = false;
+  Key key(PEM_read_PrivateKey(stream.get(), nullptr, refusePassPhrase, &isEncrypted),
+          EVP_PKEY_free);
+  if (key == nullptr) {
+    return noKey(file.string(), isEncrypted);
+  }
+  if (EVP_PKEY_is_a(key.get(), "RSA") != 1 ||
+      EVP_PKEY_get_size(key.get()) != QUILLON_PARTNER_SIGNATURE_SIZE) {
+    return fail("'" + file.string() + "' is " + describe(key.get()), kWantedKey);
+  }
+  return SigningKey(std::move(key));
+}
+
+Expected<std::string> SigningKey::sign(const std::string& message) const {
+  const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(EVP_MD_CTX_new(),
+                                                                   EVP_MD_CTX_free);
+  std::string signature(QUILLON_PARTNER_SIGNATURE_SIZE, '\0');
+  std::size_t size = signature.size();
+  const auto* const text = reinterpret_cast<const unsigned char*>(message.data());
+  if (EVP_DigestSignInit(context.get(), nullptr, EVP_sha256(), nullptr, key_.get()) != 1 ||
+      EVP_DigestSign(context.get(), reinterpret_cast<unsigned char*>(signature.data()), &size, text,
+                     message.size()) != 1) {
+    return fail("cannot sign the request: " + lastMessage(), "check the key");
+  }
+  signature.resize(size);
+  return signature;
+}
+
+}  // namespace quillon::partner

@@ -1,0 +1,130 @@
+#include "quillon/timeline/timed_launch.h"
+
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "platform/launch_marker.h"
+#include "quillon/base/exit_status.h"
+#include "quillon/base/report.h"
+#include "quillon/host/launch.h"
+#include "quillon/timeline/timeline.h"
+#include "quillon/timeline/timeline_page.h"
+#include "workstation/trace_start.h"
+
+namespace quillon::timeline {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::array<int, 6> kPassedOn = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2};
+
+// What a signal handler needs to know.
+volatile sig_atomic_t g_child = 0;
+
+// A terminal sends its signals to the child itself, which is in the same process group.
+void passOn(int signal, siginfo_t* info, void* /*context*/) {
+  const int callersErrno = errno;
+  if (info->si_code != SI_KERNEL) kill(static_cast<pid_t>(g_child), signal);
+  errno = callersErrno;
+}
+
+void passSignalsOnTo(pid_t child) {
+  g_child = child;
+  struct sigaction action {};
+  action.sa_sigaction = passOn;
+  action.sa_flags = SA_SIGINFO | SA_RESTART;
+  for (const int signal : kPassedOn) sigaction(signal, &action, nullptr);
+}
+
+int waitFor(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return status;
+}
+
+std::string endingOf(int status) {
+  if (!WIFSIGNALED(status)) return "ended with status " + std::to_string(WEXITSTATUS(status));
+  return "ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
+         strsignal(WTERMSIG(status)) + ")";
+}
+
+void mark(const std::string& text) { prctl(PR_LAUNCH_MARKER, text.c_str(), text.size()); }
+
+// The child left a core where one was wanted; this process, which dies for show, does not.
+[[noreturn]] void dieOf(int signal) {
+  const rlimit none{0, 0};
+  setrlimit(RLIMIT_CORE, &none);
+  ::signal(signal, SIG_DFL);
+  raise(signal);
+  _exit(128 + signal);
+}
+
+int endAs(int status) {
+  if (WIFSIGNALED(status)) dieOf(WTERMSIG(status));
+  return WEXITSTATUS(status);
+}
+
+[[noreturn]] void launchInChild(const host::LaunchOptions& options, const fs::path& trace,
+                                pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(kServiceFailed);
+  if (const auto started = workstation::startTrace(trace.string()); !started) {
+    _exit(report(started.error()));
+  }
+  exit(host::launch(options));
+}
+
+// Found out before the launch rather than after it.
+Expected<void> makeEmpty(const fs::path& file) {
+  if (std::ofstream(file, std::ios::trunc)) return {};
+  return fail("cannot write the timeline '" + file.string() + "': " + std::strerror(errno),
+              "name a file in a folder that exists and can be written");
+}
+
+}  // namespace
+
+Expected<void> writeTimelinePage(const fs::path& trace, const fs::path& page,
+                                 const std::string& title) {
+  const auto timeline = readTimeline(trace);
+  if (!timeline) return tl::unexpected(timeline.error());
+  std::ofstream stream(page, std::ios::binary | std::ios::trunc);
+  stream << timelinePage(*timeline, title);
+  if (stream.flush()) return {};
+  return fail("cannot write the timeline '" + page.string() + "'",
+              "name a file in a folder that exists and has space");
+}
+
+int launchWithTimeline(const host::LaunchOptions& options) {
+  const fs::path trace = fs::path(options.timeline).replace_extension(".json");
+  for (const fs::path& file : {trace, options.timeline}) {
+    if (const auto made = makeEmpty(file); !made) return report(made.error());
+  }
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child < 0) {
+    return report(
+        {std::string("cannot start a process: ") + std::strerror(errno), "", kServiceFailed});
+  }
+  if (child == 0) launchInChild(options, trace, parent);
+  passSignalsOnTo(child);
+  const int status = waitFor(child);
+  const std::string ending = endingOf(status);
+  if (workstation::startTrace(trace.string())) mark("the application's process " + ending);
+  const auto written = writeTimelinePage(trace, options.timeline, options.appId + " " + ending);
+  if (!written) report(written.error());
+  const auto closed = closeTrace(trace);
+  if (!closed) report(closed.error());
+  return endAs(status);
+}
+
+}  // namespace quillon::timeline

@@ -1,0 +1,124 @@
+#include "quillon/timeline/timeline.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <fstream>
+
+#include "quillon/base/files.h"
+
+namespace quillon::timeline {
+namespace {
+
+using Json = nlohmann::json;
+
+// A thread while its events come in: which of its entries are spans that have not ended.
+struct OpenThread {
+  TimelineThread thread;
+  std::vector<size_t> open;
+};
+
+template <typename Value>
+Value field(const Json& event, const char* name, Value otherwise) {
+  const auto found = event.find(name);
+  if (found == event.end() || found->is_number() != std::is_arithmetic_v<Value>) return otherwise;
+  return found->template get<Value>();
+}
+
+// One event stands on a line, with a comma behind it.
+Json eventOf(std::string line) {
+  if (!line.empty() && line.back() == ',') line.pop_back();
+  return Json::parse(line, nullptr, /*allow_exceptions=*/false);
+}
+
+class TimelineReader {
+ public:
+  void add(const Json& event);
+  Timeline finish();
+
+ private:
+  OpenThread& threadOf(const Json& event);
+
+  std::vector<OpenThread> threads_;
+  bool isFirst_ = true;
+  double origin_ = 0;
+  double end_ = 0;
+};
+
+OpenThread& TimelineReader::threadOf(const Json& event) {
+  const int process = field(event, "pid", 0);
+  const int thread = field(event, "tid", process);
+  const auto known = std::find_if(threads_.begin(), threads_.end(), [&](const OpenThread& one) {
+    return one.thread.process == process && one.thread.thread == thread;
+  });
+  if (known != threads_.end()) return *known;
+  threads_.push_back({{process, thread, {}}, {}});
+  return threads_.back();
+}
+
+void TimelineReader::add(const Json& event) {
+  const std::string phase = field(event, "ph", std::string());
+  if (phase != "B" && phase != "E" && phase != "i") return;
+  const double time = field(event, "ts", 0.0);
+  if (isFirst_) origin_ = time;
+  isFirst_ = false;
+  const double at = time - origin_;
+  end_ = std::max(end_, at);
+  OpenThread& one = threadOf(event);
+  if (phase == "E") {
+    if (one.open.empty()) return;
+    one.thread.entries[one.open.back()].end = at;
+    one.thread.entries[one.open.back()].isOpen = false;
+    one.open.pop_back();
+    return;
+  }
+  const bool isMark = phase == "i";
+  const auto depth = static_cast<int>(one.open.size());
+  if (!isMark) one.open.push_back(one.thread.entries.size());
+  one.thread.entries.push_back(
+      {field(event, "name", std::string()), at, at, depth, isMark, !isMark});
+}
+
+Timeline TimelineReader::finish() {
+  Timeline timeline{end_, {}};
+  for (OpenThread& one : threads_) {
+    for (const size_t index : one.open) one.thread.entries[index].end = end_;
+    if (!one.thread.entries.empty()) timeline.threads.push_back(std::move(one.thread));
+  }
+  return timeline;
+}
+
+}  // namespace
+
+Expected<Timeline> readTimeline(const std::filesystem::path& traceFile) {
+  std::ifstream stream(traceFile, std::ios::binary);
+  if (!stream) {
+    return fail("cannot read the trace '" + traceFile.string() + "'",
+                "name a file that QUILLON_TRACE or --timeline wrote");
+  }
+  TimelineReader reader;
+  for (std::string line; std::getline(stream, line);) {
+    const Json event = eventOf(line);
+    if (event.is_object()) reader.add(event);
+  }
+  Timeline timeline = reader.finish();
+  if (!timeline.threads.empty()) return timeline;
+  return fail("the trace '" + traceFile.string() + "' holds no event",
+              "name a file that QUILLON_TRACE or --timeline wrote");
+}
+
+// Every event ends with a comma and a line break.
+Expected<void> closeTrace(const std::filesystem::path& traceFile) {
+  const auto content = readWholeFile(traceFile);
+  if (!content) {
+    return fail("cannot read the trace '" + traceFile.string() + "'", "see that it may be read");
+  }
+  const size_t end = content->rfind(",\n");
+  std::ofstream stream(traceFile, std::ios::binary | std::ios::trunc);
+  stream << (end == std::string::npos ? "[" : content->substr(0, end)) << "\n]\n";
+  if (stream.flush()) return {};
+  return fail("cannot write the trace '" + traceFile.string() + "'",
+              "name a file in a folder that exists and has space");
+}
+
+}  // namespace quillon::timeline

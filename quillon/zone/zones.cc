@@ -1,0 +1,181 @@
+#include "quillon/zone/zones.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <system_error>
+
+#include "quillon/device/device_root.h"
+#include "quillon/device/record.h"
+#include "quillon/zone/holder.h"
+#include "quillon/zone/library.h"
+#include "quillon/zone/state_folder.h"
+
+namespace quillon::zone {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kEndsWithinMs = 5000;
+
+std::string startCommand(const fs::path& device, const std::string& name) {
+  return "quillon zone start " + name + " --device " + device.string();
+}
+
+// The device root's canonical path.
+Expected<fs::path> openDevice(const fs::path& device) {
+  if (auto record = device::readRecord(device); !record) {
+    return fail(kNoDeviceRoot, record.error());
+  }
+  std::error_code error;
+  return fs::canonical(device, error);
+}
+
+// Folders of the device are read-only under their own paths in there.
+Expected<fs::path> openDeviceForChange(const fs::path& device, const std::string& name) {
+  if (!workstation::isZoneName(name.c_str())) {
+    return fail(kUsage, {"'" + name + "' cannot be the name of a zone",
+                         "use up to 64 letters, digits, '-', '_' and '.'"});
+  }
+  if (const auto inside = device::current()) {
+    return fail(kNoNamespace, {"this process is inside the device root '" + inside->string() +
+                                   "', and zones are run from outside",
+                               "leave its shell first"});
+  }
+  return openDevice(device);
+}
+
+bool waitForEnd(int holder, int milliseconds) {
+  pollfd ended{holder, POLLIN, 0};
+  return ::poll(&ended, 1, milliseconds) > 0;
+}
+
+// Returns 0 or an errno value.
+int end(int holder) {
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    if (::syscall(SYS_pidfd_send_signal, holder, signal, nullptr, 0) != 0 && errno != ESRCH) {
+      return errno;
+    }
+    if (waitForEnd(holder, kEndsWithinMs)) {
+      return 0;
+    }
+  }
+  return ETIMEDOUT;
+}
+
+std::string mountNamespaceOf(const std::string& process) {
+  std::error_code error;
+  return fs::read_symlink("/proc/" + process + "/ns/mnt", error).string();
+}
+
+bool isNumber(const std::string& text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+std::vector<pid_t> companionsOf(pid_t holder) {
+  std::vector<pid_t> companions;
+  const std::string zone = mountNamespaceOf(std::to_string(holder));
+  std::error_code error;
+  for (fs::directory_iterator entry("/proc", error), end; !zone.empty() && !error && entry != end;
+       entry.increment(error)) {
+    const std::string process = entry->path().filename().string();
+    if (isNumber(process) && mountNamespaceOf(process) == zone && std::stoi(process) != holder) {
+      companions.push_back(std::stoi(process));
+    }
+  }
+  return companions;
+}
+
+Zone describe(const StateFolder& states, const std::string& name) {
+  Zone zone{name, -1, {}};
+  pid_t holder = -1;
+  if (const Descriptor running = states.openHolder(name, holder)) {
+    zone.holder = holder;
+    zone.processes = companionsOf(holder);
+  }
+  return zone;
+}
+
+// Everything that has to be there before the holder enters.
+Expected<void> prepare(const fs::path& device, const std::string& name, const StateFolder& states) {
+  RETURN_IF_FAILED(states.forget(name));
+  RETURN_IF_FAILED(placeLibrary(device));
+  return states.show(name);
+}
+
+}  // namespace
+
+Expected<pid_t> start(const fs::path& device, const std::string& name,
+                      const std::vector<fs::path>& visible) {
+  const auto root = openDeviceForChange(device, name);
+  if (!root) {
+    return tl::unexpected(root.error());
+  }
+  const auto states = StateFolder::lock(*root);
+  if (!states) {
+    return fail(kServiceFailed, states.error());
+  }
+  if (const Zone zone = describe(*states, name); zone.holder >= 0) {
+    return fail(kZoneState, {"the zone '" + name + "' runs already, held by process " +
+                                 std::to_string(zone.holder),
+                             ""});
+  }
+  if (auto prepared = prepare(*root, name, *states); !prepared) {
+    return fail(kServiceFailed, prepared.error());
+  }
+  auto holder = startHolder(*root, name, visible, *states);
+  if (!holder) {
+    // What cannot be removed now, the next start or stop removes.
+    [[maybe_unused]] const auto forgotten = states->forget(name);
+  }
+  return holder;
+}
+
+Expected<Stopped> stop(const fs::path& device, const std::string& name) {
+  const auto root = openDeviceForChange(device, name);
+  if (!root) {
+    return tl::unexpected(root.error());
+  }
+  const auto states = StateFolder::lock(*root);
+  if (!states) {
+    return fail(kServiceFailed, states.error());
+  }
+  if (!states->knows(name)) {
+    return fail(kZoneState, {"no zone '" + name + "' runs in '" + root->string() + "'",
+                             "start it: " + startCommand(*root, name)});
+  }
+  pid_t pid = -1;
+  const Descriptor holder = states->openHolder(name, pid);
+  const int error = holder ? end(holder.get()) : 0;
+  if (error != 0) {
+    return fail(kServiceFailed,
+                {"cannot end process " + std::to_string(pid) + ", which holds the zone '" + name +
+                     "': " + std::strerror(error),
+                 "let the user who started it stop it"});
+  }
+  if (auto forgotten = states->forget(name); !forgotten) {
+    return fail(kServiceFailed, forgotten.error());
+  }
+  return holder ? Stopped::kRunning : Stopped::kEndedBefore;
+}
+
+Expected<std::vector<Zone>> list(const fs::path& device) {
+  const auto root = openDevice(device);
+  if (!root) {
+    return tl::unexpected(root.error());
+  }
+  const StateFolder states = StateFolder::view(*root);
+  std::vector<Zone> zones;
+  for (const std::string& name : states.names()) {
+    zones.push_back(describe(states, name));
+  }
+  return zones;
+}
+
+}  // namespace quillon::zone

@@ -1,0 +1,116 @@
+# Checks every include of the tree against the table of rooms in the architecture page:
+#
+#   cmake -D ROOT=<source tree> [-D TABLE=<page>] -P includes.cmake
+#
+# Fails on an include of a folder that the row of the including file does not name, on a folder with
+# sources but without a row, on a row of a folder without sources, and on a table with a cycle.
+# Headers from outside the tree are not checked, and tests and benchmarks may include every folder.
+
+cmake_minimum_required(VERSION 3.25)
+if(NOT TABLE)
+  set(TABLE ${ROOT}/docs/architecture.md)
+endif()
+set(problems "")
+
+# The table: `rooms` in its order, and `allowed_<room>`.
+set(rooms "")
+file(STRINGS ${TABLE} rows REGEX "^\\| `")
+foreach(row IN LISTS rows)
+  string(REGEX MATCHALL "`[^`]+`" folders "${row}")
+  list(TRANSFORM folders REPLACE "`" "")
+  list(POP_FRONT folders room)
+  list(APPEND rooms ${room})
+  set(allowed_${room} ${folders})
+  set(used_${room} OFF)
+endforeach()
+if(NOT rooms)
+  message(FATAL_ERROR "${TABLE} has no table of rooms")
+endif()
+
+# An acyclic table can be emptied from below: again and again, take out the rooms all of whose arrows
+# lead to rooms that are out already.
+function(check_cycles)
+  set(left ${rooms})
+  set(out "")
+  set(progress ON)
+  while(left AND progress)
+    set(progress OFF)
+    foreach(room IN LISTS left)
+      set(below ${allowed_${room}})
+      list(REMOVE_ITEM below ${out} ${room})
+      if(NOT below)
+        list(APPEND out ${room})
+        set(progress ON)
+      endif()
+    endforeach()
+    list(REMOVE_ITEM left ${out})
+  endwhile()
+  if(left)
+    list(JOIN left ", " names)
+    set(problems ${problems} "the table has a cycle among: ${names}" PARENT_SCOPE)
+  endif()
+endfunction()
+
+# The folders in which the compiler looks for a header, beside the including file's own.
+set(search_folders
+  . platform/include platform/workstation/include plugin/include plugin/include-internal plugin/src
+  platform/workstation platform/zone)
+
+# The file of the tree that an include in `folder` names; empty for a header from outside.
+function(resolve folder include result)
+  set(found "")
+  foreach(candidate IN ITEMS ${folder} LISTS search_folders)
+    if(NOT found AND EXISTS ${ROOT}/${candidate}/${include})
+      cmake_path(SET found NORMALIZE ${candidate}/${include})
+    endif()
+  endforeach()
+  set(${result} "${found}" PARENT_SCOPE)
+endfunction()
+
+function(check_include file folder line)
+  string(REGEX REPLACE "^[ \t]*#[ \t]*include[ \t]*[<\"]([^>\"]+)[>\"].*" "\\1" include "${line}")
+  resolve(${folder} ${include} header)
+  if(NOT header)
+    return()
+  endif()
+  cmake_path(GET header PARENT_PATH target)
+  if(NOT target STREQUAL folder AND NOT target IN_LIST allowed_${folder})
+    set(problems ${problems} "${file}: ${folder} may not include ${header}" PARENT_SCOPE)
+  endif()
+endfunction()
+
+check_cycles()
+set(files "")
+foreach(top IN ITEMS platform plugin quillon util)
+  file(GLOB_RECURSE found RELATIVE ${ROOT} ${ROOT}/${top}/*.h ${ROOT}/${top}/*.cc)
+  list(APPEND files ${found})
+endforeach()
+set(checked 0)
+foreach(file IN LISTS files)
+  cmake_path(GET file PARENT_PATH folder)
+  if(NOT folder IN_LIST rooms)
+    list(APPEND problems "${file}: its folder has no row in the table of rooms")
+    continue()
+  endif()
+  set(used_${folder} ON)
+  file(STRINGS ${ROOT}/${file} lines REGEX "^[ \t]*#[ \t]*include[ \t]*[<\"]")
+  foreach(line IN LISTS lines)
+    check_include(${file} ${folder} "${line}")
+    math(EXPR checked "${checked} + 1")
+  endforeach()
+endforeach()
+foreach(room IN LISTS rooms)
+  if(NOT used_${room})
+    list(APPEND problems "${room}: the table of rooms has a row for it, but it holds no sources")
+  endif()
+endforeach()
+
+if(problems)
+  list(JOIN problems "\n  " text)
+  message(FATAL_ERROR "includes that the table of rooms forbids:\n  ${text}")
+endif()
+list(LENGTH files count)
+if(NOT count OR NOT checked)
+  message(FATAL_ERROR "nothing to check under ${ROOT}")
+endif()
+message(STATUS "${checked} includes of ${count} files follow the table of rooms")

@@ -1,3 +1,0 @@
-#include <quillon_tv_plugin.h>
-
-#include "plugin-strategy.h"
