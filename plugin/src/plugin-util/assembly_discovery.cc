@@ -12,11 +12,12 @@
 
 namespace {
 
-// The tests below run for every file of every directory, so they look at texts in place.
+// The predicates below run for every file of every directory, so they do not copy strings.
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-// True when `text` holds `pattern`, which is in lower case, `fromEnd` characters before its end.
+// Returns true if `pattern`, in lower case, stands `fromEnd` characters before the end of `text`.
+// Ignores the case of `text`.
 bool holdsFromEnd(std::string_view text, std::size_t fromEnd, std::string_view pattern) {
   if (text.size() < fromEnd) {
     return false;
@@ -50,12 +51,12 @@ std::string_view directoryOf(std::string_view path) {
   return slash == std::string_view::npos ? "." : path.substr(0, slash);
 }
 
-// What one framework's names and paths take; more comes from the heap.
+// Enough for the names and paths of one framework. More memory comes from the heap.
 constexpr std::size_t kFirstArena = std::size_t{64} * 1024;
 constexpr std::size_t kExpectedAssemblies = 512;
 
-// One path for each assembly name, in the order in which the names were first met. A name is a
-// piece of the path that it was first met in; the paths live in an arena that goes with the table.
+// Maps each assembly name to one path and keeps the order in which the names were added. A name is
+// a view into the first path that had it. The paths are stored in an arena that the table owns.
 class AssemblyTable {
  public:
   AssemblyTable() {
@@ -77,7 +78,7 @@ class AssemblyTable {
     }
   }
 
-  // Joins the paths onto `list`, which afterwards does not end with ":".
+  // Appends the paths to `list`, separated by ":". `list` does not end with ":" afterwards.
   void appendTo(std::string& list) const {
     if (!order_.empty() && !list.empty() && !list.ends_with(':')) {
       list += ':';
@@ -93,7 +94,7 @@ class AssemblyTable {
   }
 
  private:
-  // Only an IL file gives way, and only to the native image beside it.
+  // A native image replaces only an IL file in the same directory.
   static bool imageDisplaces(std::string_view image, std::string_view present) {
     return hasAssemblyExtension(present) && !isImage(present) &&
            directoryOf(present) == directoryOf(image);

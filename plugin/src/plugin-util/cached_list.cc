@@ -1,5 +1,6 @@
 #include "plugin/src/plugin-util/cached_list.h"
 
+#include <device_names.h>
 #include <device_paths.h>
 #include <unistd.h>
 
@@ -13,16 +14,16 @@
 
 namespace {
 
-constexpr std::string_view kStart = "[START]";
-constexpr std::string_view kEnd = "[END]";
+constexpr std::string_view kStart = device_names::kCacheStartMarker;
+constexpr std::string_view kEnd = device_names::kCacheEndMarker;
 
-// Throws std::out_of_range when `content` is shorter than the start marker.
+// Throws std::out_of_range if `content` is shorter than the start marker.
 std::string withoutMarkers(const std::string& content) {
   constexpr std::size_t kMarkers = kStart.size() + kEnd.size();
   return content.substr(kStart.size(), content.size() > kMarkers ? content.size() - kMarkers : 0);
 }
 
-// Empty where the file is torn, or too large for this process to hold.
+// Returns nullopt if the file is incomplete or does not fit into memory.
 std::optional<std::string> wholePayload(const char* path) {
   try {
     const std::string content = readFileToString(path);
