@@ -16,7 +16,7 @@ safe+='|sigaction|sigemptyset|signal|strlen|time|write|__errno_location|mem(cpy|
 own='waitForStderrReader|sendMessageToDlogError|itoaForSignalHandler'
 # Its data.
 own+='|g_appID.*|checkOnTerminate|managedExceptionOccurred|memoryIssueOccurred|pStdErr|stderrProgress'
-own+='|ReaderProgress::readsBesideCaller'
+own+='|ReaderProgress::runsConcurrently'
 # Called where handlers are registered, never by a handler.
 own+='|__dlog_print|FunctionEntryExitTracker::~?FunctionEntryExitTracker'
 compiler='_GLOBAL_OFFSET_TABLE_|_Unwind_Resume|__gxx_personality_v0|DW\.ref\..*|__stack_chk_fail'

@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t kReportSize = 100;
 
 void sendReport() {
-  CutText<kReportSize> report;
+  BoundedString<kReportSize> report;
   report.append("[");
   report.append(g_appID.c_str());
   report.append("] Exception Limit exceed!!! (");

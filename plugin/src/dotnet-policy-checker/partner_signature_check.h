@@ -49,14 +49,16 @@ class SignatureCheck {
   // Restores the error queue of the crypto library. The queue is a ring of 15 entries, and a check
   // temporarily uses up to 6 of them. If the queue already has more than 9 entries, the oldest ones
   // are lost.
-  class KeptErrors {
+  class ErrorQueueMark {
    public:
-    explicit KeptErrors(const CryptoLibrary& crypto) : crypto_(crypto) { crypto_.ERR_set_mark(); }
+    explicit ErrorQueueMark(const CryptoLibrary& crypto) : crypto_(crypto) {
+      crypto_.ERR_set_mark();
+    }
     // An empty queue cannot hold a mark; ERR_pop_to_mark then empties the queue, which has the same
     // effect.
-    ~KeptErrors() { crypto_.ERR_pop_to_mark(); }
-    KeptErrors(const KeptErrors&) = delete;
-    KeptErrors& operator=(const KeptErrors&) = delete;
+    ~ErrorQueueMark() { crypto_.ERR_pop_to_mark(); }
+    ErrorQueueMark(const ErrorQueueMark&) = delete;
+    ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
 
    private:
     const CryptoLibrary& crypto_;
@@ -66,7 +68,7 @@ class SignatureCheck {
   };
 
   const CryptoLibrary crypto_;
-  const KeptErrors errors_{crypto_};  // destroyed after all members that may add errors
+  const ErrorQueueMark errors_{crypto_};  // destroyed after all members that may add errors
   std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key_{nullptr, crypto_.EVP_PKEY_free};
   std::array<unsigned char, QUILLON_PARTNER_SIGNATURE_SIZE> signature_{};
   std::unique_ptr<unsigned char, FreeBytes> request_;

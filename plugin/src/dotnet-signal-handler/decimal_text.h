@@ -15,7 +15,7 @@ int itoaForSignalHandler(int value, char* out);
 
 // A string of at most Size - 1 bytes. Appended text that does not fit is truncated.
 template <std::size_t Size>
-class CutText {
+class BoundedString {
  public:
   void append(const char* text) {
     while (*text != '\0' && length_ + 1 < Size) {

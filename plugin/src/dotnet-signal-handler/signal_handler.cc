@@ -62,7 +62,7 @@ void sigtermHandler(int) { endQuietly("Sigterm Handler"); }
 
 // The crash flags depend on text that may still be in the pipe. Waits for the reader before the
 // handler adds messages of its own to the pipe, and only if the flags affect the result.
-void awaitFlags() {
+void waitForFlags() {
   if (!checkOnTerminate && !checkOnSigabrt) {
     waitForStderrReader(kMaxWait);
   }
@@ -81,10 +81,10 @@ const char* reasonToEndQuietly() {
 }
 
 void onSigabrt(int sig) {
-  awaitFlags();
+  waitForFlags();
   sendMessageToDlogError("<<< onSigabrt >>>");
-  if (const char* lastWords = reasonToEndQuietly()) {
-    endQuietly(lastWords);
+  if (const char* message = reasonToEndQuietly()) {
+    endQuietly(message);
   }
   sigaction(SIGABRT, &sig_abrt_old, nullptr);
   waitForStderrReader(kMaxWait);

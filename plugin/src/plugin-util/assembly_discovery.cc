@@ -18,7 +18,7 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 
 // Returns true if `pattern`, in lower case, stands `fromEnd` characters before the end of `text`.
 // Ignores the case of `text`.
-bool holdsFromEnd(std::string_view text, std::size_t fromEnd, std::string_view pattern) {
+bool containsFromEnd(std::string_view text, std::size_t fromEnd, std::string_view pattern) {
   if (text.size() < fromEnd) {
     return false;
   }
@@ -31,10 +31,10 @@ bool holdsFromEnd(std::string_view text, std::size_t fromEnd, std::string_view p
   return true;
 }
 
-bool isImage(std::string_view name) { return holdsFromEnd(name, 7, ".ni"); }
+bool isImage(std::string_view name) { return containsFromEnd(name, 7, ".ni"); }
 
 bool hasAssemblyExtension(std::string_view name) {
-  return holdsFromEnd(name, 4, ".dll") || holdsFromEnd(name, 4, ".exe");
+  return containsFromEnd(name, 4, ".dll") || containsFromEnd(name, 4, ".exe");
 }
 
 std::string_view assemblyName(std::string_view path) {
@@ -52,7 +52,7 @@ std::string_view directoryOf(std::string_view path) {
 }
 
 // Enough for the names and paths of one framework. More memory comes from the heap.
-constexpr std::size_t kFirstArena = std::size_t{64} * 1024;
+constexpr std::size_t kInitialArenaSize = std::size_t{64} * 1024;
 constexpr std::size_t kExpectedAssemblies = 512;
 
 // Maps each assembly name to one path and keeps the order in which the names were added. A name is
@@ -73,7 +73,7 @@ class AssemblyTable {
     const auto [entry, isNew] = paths_.try_emplace(assemblyName(kept), kept);
     if (isNew) {
       order_.push_back(&*entry);
-    } else if (image && imageDisplaces(kept, entry->second)) {
+    } else if (image && imageReplaces(kept, entry->second)) {
       entry->second = kept;
     }
   }
@@ -95,7 +95,7 @@ class AssemblyTable {
 
  private:
   // A native image replaces only an IL file in the same directory.
-  static bool imageDisplaces(std::string_view image, std::string_view present) {
+  static bool imageReplaces(std::string_view image, std::string_view present) {
     return hasAssemblyExtension(present) && !isImage(present) &&
            directoryOf(present) == directoryOf(image);
   }
@@ -113,7 +113,7 @@ class AssemblyTable {
     return length;
   }
 
-  std::array<std::byte, kFirstArena> first_;
+  std::array<std::byte, kInitialArenaSize> first_;
   std::pmr::monotonic_buffer_resource arena_{first_.data(), first_.size()};
   std::pmr::unordered_map<std::string_view, std::string_view> paths_{&arena_};
   std::vector<const decltype(paths_)::value_type*> order_;
@@ -136,7 +136,7 @@ std::string stripNiDLL(const std::string& path) {
   if (name.size() > 4 && hasAssemblyExtension(name)) {
     name.remove_suffix(4);
   }
-  if (path.size() > 4 && holdsFromEnd(name, 3, ".ni")) {
+  if (path.size() > 4 && containsFromEnd(name, 3, ".ni")) {
     name.remove_suffix(3);
   }
   return std::string(name);

@@ -24,7 +24,7 @@ std::string withoutMarkers(const std::string& content) {
 }
 
 // Returns nullopt if the file is incomplete or does not fit into memory.
-std::optional<std::string> wholePayload(const char* path) {
+std::optional<std::string> completePayload(const char* path) {
   try {
     const std::string content = readFileToString(path);
     return isCrashed(content) ? std::nullopt : std::optional(withoutMarkers(content));
@@ -39,9 +39,9 @@ std::string readCachedListOr(const CachedList& list, const std::function<std::st
   if (access(list.path, F_OK) != 0) {
     return rebuild();
   }
-  std::optional<std::string> payload = wholePayload(list.path);
+  std::optional<std::string> payload = completePayload(list.path);
   if (!payload) {
-    TTraceLog(list.tornMilestone);
+    TTraceLog(list.incompleteMilestone);
     return rebuild();
   }
   TTraceLog(list.cachedMilestone);

@@ -10,9 +10,9 @@
 
 // A cached list and the milestones that are logged when its file is read.
 struct CachedList {
-  const char* path;             // path of the file
-  const char* tornMilestone;    // logged before an incomplete file is replaced
-  const char* cachedMilestone;  // logged when the list in the file is used
+  const char* path;                 // path of the file
+  const char* incompleteMilestone;  // logged before an incomplete file is replaced
+  const char* cachedMilestone;      // logged when the list in the file is used
 };
 
 // Returns the list in the file, or the result of `rebuild` if the file is missing or incomplete.
