@@ -52,7 +52,7 @@ TEST_F(CachedListFile, IsRebuiltWhenTorn) {
 }
 
 TEST_F(CachedListFile, IsRebuiltWhenUnreadable) {
-  mkdir(file_.c_str(), 0700);  // exists, but holds no text
+  mkdir(file_.c_str(), 0700);  // exists, but is not a regular file
   EXPECT_EQ(read(), "rebuilt");
   EXPECT_THAT(platform().markers, ElementsAre("torn"));
 }

@@ -22,7 +22,7 @@ using Texts = std::vector<std::string>;
 
 class Discovery : public TreeTest {
  protected:
-  // The list for folders of the test, after what it held before.
+  // Returns the list for folders of the test, appended to `before`.
   std::string discover(const Texts& folders, const std::string& before = "") const {
     Texts directories;
     for (const std::string& folder : folders) {
@@ -37,7 +37,7 @@ class Discovery : public TreeTest {
     splitPath(list, result);
     return result;
   }
-  // Names in the order in which the directory gives them.
+  // Returns the names in a directory in the order of readdir(3).
   Texts listing(const std::string& folder) const {
     Texts names;
     scanFilesInDirectory(
@@ -59,8 +59,9 @@ TEST_F(Discovery, ImageStandsForTheFileBesideIt) {
   EXPECT_EQ(discover({"d1"}), at("d1/A.ni.dll"));
 }
 
-// A file system lists by age or by a hash of the name: pairs made in either order, under many
-// names, are listed in either order.
+// Depending on the file system, a directory lists its entries by age or by a hash of the name. With
+// pairs created in both orders and under many names, each of the two files is listed first in some
+// pair.
 TEST_F(Discovery, ImageStandsForTheFileWhicheverIsListedFirst) {
   for (int i = 0; i < 64; ++i) {
     const std::string name = "d1/N" + std::to_string(i);
@@ -108,7 +109,8 @@ TEST_F(Discovery, ImageElsewhereDisplacesNothing) {
   EXPECT_EQ(discover({"d2", "d1"}), at("d2/A.ni.dll"));
 }
 
-// The same directory under two names is two directories: the texts are compared.
+// A directory with two different paths counts as two directories, because the paths are compared as
+// strings.
 TEST_F(Discovery, DirectoriesAreToldApartByTheirText) {
   makeFile("d1/A.dll");
   EXPECT_EQ(discover({"d1"}), at("d1/A.dll"));

@@ -31,7 +31,7 @@ TEST(AssemblyNames, KeyIsTheNameWithoutExtensionAndImageSuffix) {
   EXPECT_EQ(getAssemblyNameFromPath("x.ni"), "x");
   EXPECT_EQ(getAssemblyNameFromPath("Foo"), "Foo");
   EXPECT_EQ(getAssemblyNameFromPath("/dir.with.dots/Foo"), "Foo");
-  EXPECT_EQ(getAssemblyNameFromPath(".ni.dll"), ".ni");  // three characters are no suffix
+  EXPECT_EQ(getAssemblyNameFromPath(".ni.dll"), ".ni");  // too short to be stripped
   EXPECT_EQ(getAssemblyNameFromPath(""), "");
 }
 
