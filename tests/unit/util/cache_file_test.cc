@@ -56,7 +56,7 @@ TEST_F(CacheFile, ReadsNothingFromWhatCannotBeRead) {
   EXPECT_EQ(readFileToString(""), "");
   ASSERT_EQ(mkfifo(at("pipe").c_str(), 0600), 0);
   EXPECT_EQ(readFileToString(at("pipe")), "");
-  EXPECT_EQ(readFileToString("/proc/self/mem"), "");  // opens, but its first byte cannot be read
+  EXPECT_EQ(readFileToString("/proc/self/mem"), "");  // can be opened, but not read
   EXPECT_TRUE(platform().log.empty());
 }
 
@@ -135,11 +135,11 @@ TEST_F(CacheFile, LeavesTheTemporaryWhereTheRenameFails) {
   EXPECT_TRUE(platform().messages(DLOG_ERROR).empty());
 }
 
-// A launch may be killed between any two of them.
+// A launch can be killed between any two of the calls.
 TEST_F(CacheFile, IsWrittenInAnOrderThatNeverShowsHalfAList) {
   {
     const NotedFiles noted;
-    save("[START]" + std::string(1000, 'a') + "[END]");  // the C library buffers no short texts
+    save("[START]" + std::string(1000, 'a') + "[END]");  // long enough to need its own buffer
   }
   EXPECT_EQ(quillon::test::files().calls,
             (Texts{"lstat temp_L.txt", "lstat L.txt", "fopen temp_L.txt w+", "fsync 1012", "fclose",

@@ -29,7 +29,7 @@ class CopyDirectory : public TreeTest {
     return status.st_mode & 07777U;
   }
 
-  // Names in a directory, in order.
+  // Returns the names in a directory, sorted.
   static Texts namesIn(const std::string& path) {
     Texts names;
     for (const auto& entry : std::filesystem::directory_iterator(path)) {
@@ -148,7 +148,7 @@ TEST_F(CopyDirectory, AFailureBelowEndsTheCopyWithoutASecondLine) {
   EXPECT_EQ(platform().lines().size(), 1U);
 }
 
-// Root may read everything, so the copy is made by a user who may not.
+// Root can read every file, so another user makes the copy.
 TEST_F(CopyDirectory, ASourceThatCannotBeReadIsAnError) {
   constexpr uid_t nobody = 65534;
   const uid_t user = geteuid();
@@ -177,7 +177,8 @@ TEST_F(CopyDirectory, CommitLeavesNoTemporaryFile) {
   EXPECT_EQ(contentOf(at("to/file")), "new");
 }
 
-// What the name leads to changes, not what it led to: a holder of the old file keeps the old bytes.
+// The file behind the name is replaced, not changed: an open descriptor of the old file still reads
+// the old bytes.
 TEST_F(CopyDirectory, CommitReplacesByRenaming) {
   makeFile("from/file", "new");
   makeFile("to/file", "old");

@@ -162,7 +162,7 @@ TEST_F(Milestone, GoesToTheMarkerChannelAndTheLog) {
 using TracerEntry = PlatformTest;
 
 TEST_F(TracerEntry, InfoHasItsOwnTagAndNoColour) {
-  print_log_info(strdup("heap 5%s"));  // released by the callee, as the leak checker sees
+  print_log_info(strdup("heap 5%s"));  // freed by the callee; the leak checker verifies it
   ASSERT_EQ(platform().log.size(), 1U);
   EXPECT_EQ(platform().log[0].logId, 0);
   EXPECT_EQ(platform().log[0].priority, 4);

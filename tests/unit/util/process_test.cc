@@ -10,7 +10,7 @@
 
 namespace {
 
-// The name that a fresh thread has after the call.
+// Returns the name that a new thread has after the call.
 std::string nameAfter(const std::string& name) {
   std::array<char, 17> kept{};
   std::thread([&] {
