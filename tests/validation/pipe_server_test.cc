@@ -1,4 +1,4 @@
-// The validator's side: create_pipe_server and create_pipe_client, with the test as the asker.
+// Tests of the validator's side, create_pipe_server and create_pipe_client. The test is the client.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-// What mkfifo(3) and chmod(2) do in place of their work; null: their work.
+// Replacements for mkfifo(3) and chmod(2). By default both are forwarded.
 int (*pipeMaker)(const char*) = nullptr;
 bool modeChangesFail = false;
 
@@ -40,7 +40,7 @@ using ::testing::IsEmpty;
 struct Stop {};
 constexpr char kStop[] = "stop";
 
-// Texts that the server handed out, as they came.
+// The texts that the server passed to the callback, in order.
 class Received {
  public:
   void add(const char* text) {
@@ -70,7 +70,7 @@ void onText(const char* text, void* userData) {
   received.add(text);
 }
 
-// create_pipe_server on a thread of its own, until the text "stop" comes.
+// Runs create_pipe_server in a separate thread until the text "stop" arrives.
 class Server {
  public:
   Server()
@@ -93,7 +93,7 @@ class Server {
   Server& operator=(const Server&) = delete;
 
  private:
-  // Whether somebody reads the pipe, and so everything is set up.
+  // Returns true if a process reads the pipe, which means that the server has set up everything.
   static bool isOpen() {
     const int writer = open(kRequestPipe, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     struct stat status {};
@@ -276,7 +276,7 @@ TEST_F(PipeClient, AnEmptyMessageIsTenLineEnds) {
   EXPECT_EQ(answers.read(), "\n\n\n\n\n\n\n\n\n\n");
 }
 
-// The client reads the pipe itself, so no one would ever make room.
+// The client itself holds the read end open, so no other process would make room in the pipe.
 TEST_F(PipeClient, WhatThePipeCannotHoldIsCutInsteadOfWaitedFor) {
   makePipe(kAnswerPipe);
   const OpenPipe answers(kAnswerPipe);
