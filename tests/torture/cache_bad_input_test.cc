@@ -1,4 +1,4 @@
-// Cache files that someone else left there, and folders and names that are hard to list.
+// Tests with cache files of another origin, and with folders and names that are hard to list.
 #include <device_paths.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
@@ -25,7 +25,7 @@ class CacheBadInput : public DeviceTest {
     EXPECT_EQ(launched.list, expected);
   }
 
-  // The file is taken for torn: the list is built, and written in its place.
+  // Expects that the file is treated as incomplete: the list is built and replaces the file.
   void expectReplaced(const std::string& content) const {
     SCOPED_TRACE(testing::PrintToString(content.substr(0, 40)));
     writeFile(cachePath(), content);
@@ -34,7 +34,8 @@ class CacheBadInput : public DeviceTest {
     EXPECT_FALSE(fs::exists(temporaryPath()));
   }
 
-  // Neither link is followed or removed, and the list is right at every launch.
+  // Expects that the link is neither followed nor removed, and that the list is correct at every
+  // launch.
   void expectLinkStays(const fs::path& link, const fs::path& target) const {
     fs::create_symlink(target, link);
     for (int times = 0; times < 2; ++times) {
@@ -175,7 +176,7 @@ TEST_F(CacheBadInput, MissingCacheDirectoryCostsTheCacheOnly) {
   fs::create_directory(device_paths::kCacheDirectory);
 }
 
-// Launches of a user who may read little: the tests have to be root to become one.
+// Launches of a user with few permissions. The tests must run as root to change to that user.
 class CacheOfAnotherUser : public CacheBadInput {
  protected:
   void SetUp() override {
@@ -236,7 +237,7 @@ TEST_F(CacheOfAnotherUser, UnreadableFolderOfAssembliesIsLeftOut) {
   EXPECT_EQ(*launched.list, expected.substr(expected.find(device_paths::kReflectionEliminator)));
 }
 
-// A launch does not know that a folder was missed, so its list is cached like any other.
+// A launch does not detect that a folder was skipped, so its list is cached like any other.
 TEST_F(CacheOfAnotherUser, ListWithoutAnUnreadableFolderIsServedUntilTheCacheIsRemoved) {
   fs::permissions(device_paths::kCacheDirectory, fs::perms{0777});
   fs::permissions(device_paths::kNetcoreapp, fs::perms::none);
