@@ -5,7 +5,7 @@
  * output. A launcher loads it with dlopen(3), looks up the functions below with dlsym(3), and calls
  * them while it starts one application in its own process.
  *
- * Usage. The launcher calls these functions in this order:
+ * Usage: the launcher calls these functions in this order.
  *
  *   plugin_initialize(type)                     first, once
  *   plugin_get_tpa()                            the four lists for coreclr_initialize, in any order
@@ -20,7 +20,7 @@
  *   plugin_finalize()                           after the managed entry point has returned
  *
  * The remaining functions are services for the managed code, for a validator process and for
- * debuggers. Each of them states when it can be called.
+ * debuggers. Each of them states when it may be called.
  *
  * Thread safety: the functions listed above take no lock. Call all of them from the same thread.
  * plugin_initialize, plugin_set_app_info and plugin_before_execute change the security zone, the
@@ -67,8 +67,9 @@ typedef int (*coreclr_create_delegate_ptr)(void* hostHandle, unsigned int domain
 void plugin_initialize(const char* appType);
 
 /* Prepares a process before its application is known: loads the native libraries of the platform's
- * preload list, then calls the managed method Velora.Preload.Init of the assembly Preload. If this
- * function was called, plugin_before_execute keeps the capabilities.
+ * preload list, except with the strategy "inhouseapitest", then calls the managed method
+ * Velora.Preload.Init of the assembly Preload. After this call plugin_before_execute keeps the
+ * capabilities of the process.
  *
  * Optional. The launcher calls it after plugin_set_coreclr_info. */
 void plugin_preload(void);
@@ -99,7 +100,9 @@ void plugin_set_app_info(const char* appId, const char* execPath);
  *
  * A launcher that prints messages of its own must duplicate descriptors 1 and 2 before this call.
  * Before it ends the process, it should wait until both pipes are empty; otherwise the last output
- * of the application may be missing from the log. */
+ * of the application may be missing from the log.
+ *
+ * The launcher calls it before plugin_before_execute. */
 bool plugin_has_log_control(void);
 
 /* Returns the trusted platform assemblies (TPA): absolute paths separated by ":", one path per
@@ -151,7 +154,7 @@ void plugin_before_execute(void);
 void plugin_finalize(void);
 
 /* Returns 1 if plugin_set_app_info was called with an id that contains "com.korvane.tv.csfs", a
- * component that is called directly. Returns 0 otherwise. */
+ * component that is called directly. Returns 0 otherwise. May be called at any time. */
 int is_coba_direct_call_mode(void);
 
 /* The files and the configuration key that check_signature reads: the partner's request and
@@ -211,9 +214,9 @@ int plugin_validate_dll(int type, const char* path);
  * userData  always null */
 typedef void (*pipe_message_changed_cb)(const char* text, void* userData);
 
-/* Runs the server side of the validation in the calling thread. Removes and creates both pipes,
- * makes them accessible to every user and every access label, then reads the request pipe and calls
- * `callback` for each read, one call at a time.
+/* Runs the server side of the validation in the calling thread, in a validator process. Removes and
+ * creates both pipes, makes them accessible to every user and every access label, then reads the
+ * request pipe and calls `callback` for each read, one call at a time.
  *
  * Returns only after an error, and does not remove the pipes. Run at most one server at a time on a
  * machine, because a second server replaces the pipes of the first one. */
@@ -251,11 +254,12 @@ int print_all_backtrace(void);
  *
  * tid  thread id (gettid(2))
  *
- * Returns the result of tkill(2): 0 on success, or -1 with errno set. */
+ * Returns the result of tkill(2): 0 on success, or -1 with errno set. May be called from any
+ * thread. */
 int print_backtrace(int tid);
 
 /* Entry points for a debugger extension. They have no effect. The two lists are empty, so their
- * functions return 0. */
+ * functions return 0. May be called at any time. */
 void lldb_sos_disable_smdl(void);
 void lldb_sos_enable_smdl(void);
 void lldb_sos_dump_manage_only_threads(void);

@@ -5,7 +5,6 @@
 
 #include <cstring>
 #include <memory>
-#include <string_view>
 #include <vector>
 
 #include "util/log/log.h"

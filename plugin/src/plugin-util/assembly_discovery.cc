@@ -16,7 +16,7 @@ namespace {
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-// Returns true if `pattern`, in lower case, stands `fromEnd` characters before the end of `text`.
+// Returns true if `pattern`, in lower case, begins `fromEnd` characters before the end of `text`.
 // Ignores the case of `text`.
 bool containsFromEnd(std::string_view text, std::size_t fromEnd, std::string_view pattern) {
   if (text.size() < fromEnd) {
