@@ -209,7 +209,7 @@ TEST_F(ExceptionMonitor, PassesOnWhatItGot) {
   EXPECT_EQ(lastContext, &context);
 }
 
-TEST_F(ExceptionMonitor, StandsInFrontOfTheCrashHandler) {
+TEST_F(ExceptionMonitor, RunsBeforeTheCrashHandler) {
   const Ending ending = endingWithPipe([] {
     ::signal(SIGSEGV, SIG_DFL);
     registerSignalHandler();

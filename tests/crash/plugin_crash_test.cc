@@ -2,7 +2,6 @@
 // captured.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <platform/dlog.h>
 #include <quillon_tv_plugin.h>
 #include <unistd.h>
 
@@ -263,7 +262,7 @@ TEST_F(PluginCrash, TheMonitorReportsThroughTheLog) {
 std::atomic<int> asked{0};
 
 // The launcher's thread and both readers, then the launcher's thread again.
-TEST_F(PluginCrash, BacktracesAreAskedForThroughTheExports) {
+TEST_F(PluginCrash, BacktracesAreRequestedThroughTheExports) {
   EXPECT_EQ(launchAnd([] {
               ::signal(
                   SIGWINCH, +[](int) { ++asked; });
@@ -324,7 +323,7 @@ TEST_F(PluginCrashTorture, CrashesInsideLocksOnSeveralThreadsAlwaysEnd) {
 }
 
 // A single crash always ends the process in the same way, wherever it happens.
-TEST_F(PluginCrashTorture, OneCrashInsideALockEndsAsElsewhere) {
+TEST_F(PluginCrashTorture, OneCrashInsideALockEndsLikeAnyOtherCrash) {
   constexpr std::array places = {Place::kMalloc, Place::kLogger};
   constexpr std::array crashes = {Crash::kFault, Crash::kAbort, Crash::kTrap, Crash::kTermination};
   const std::array outcomes = {killed(SIGSEGV), killed(SIGABRT), killed(SIGTRAP), ended(0)};
@@ -356,7 +355,7 @@ TEST_F(PluginCrashTorture, HandlersNeedNoLockOfTheProcess) {
 }
 
 // The pipe is full, and its reader waits for a lock that the crashing thread holds.
-TEST_F(PluginCrashTorture, AFullPipeHoldsNoHandlerUp) {
+TEST_F(PluginCrashTorture, AFullPipeBlocksNoHandler) {
   const auto endings = launches(6, [&](int i) {
     std::thread([] {
       for (;;) {

@@ -102,7 +102,7 @@ TEST_F(SignalHandler, TerminationEndsQuietly) {
 }
 
 // Every combination of the three conditions: an abort ends quietly in exactly one of them.
-TEST_F(SignalHandler, TheRuleDecidesAboutAborts) {
+TEST_F(SignalHandler, TheFlagsDecideHowAnAbortEnds) {
   for (int i = 0; i < 8; ++i) {
     const bool managed = (i & 1) != 0;
     const bool memory = (i & 2) != 0;
@@ -137,7 +137,7 @@ TEST_F(SignalHandler, AFolderIsAMarkerAndALinkToNothingIsNot) {
   EXPECT_EQ(endingWithPipe(abortAfterException), ended(0, kSuppressed));
 }
 
-TEST_F(SignalHandler, AnAbortWhileTheProcessEndsIsQuietWhateverTheFlagsSay) {
+TEST_F(SignalHandler, AnAbortWhileTheProcessEndsIsQuietForAllFlags) {
   makeFile(kMarker);
   for (const bool second : {false, true}) {
     const Ending ending = endingWithPipe([second] {

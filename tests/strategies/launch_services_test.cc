@@ -193,7 +193,7 @@ TEST_F(LaunchServices, SetAppInfoActivatesTheTracerOfAnAllowedApplicationOnly) {
   EXPECT_THAT(managedCalls, ElementsAre("activate org.example.app"));
 }
 
-TEST_F(LaunchServices, TheObjectTrackerIsStartedWhereItsMarkerIs) {
+TEST_F(LaunchServices, TheObjectTrackerIsStartedIfItsMarkerExists) {
   makeFile(kMarker);
   plugin_set_coreclr_info(&status, 5, createDelegate);
   EXPECT_THAT(managedCalls, ElementsAre("serve"));

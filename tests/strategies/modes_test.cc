@@ -80,7 +80,7 @@ TEST_F(Modes, InhouseHasItsDpcDecorator) {
   EXPECT_NE(dynamic_cast<DpcPathManagerDecorate*>(tvPluginMgr->strategy), nullptr);
 }
 
-TEST_F(Modes, DotnetStandsAlone) {
+TEST_F(Modes, DotnetHasNoDecorators) {
   EXPECT_THAT(made("dotnet"), ElementsAre("[quillon-tv-plugin] DotNET App", "PluginDotnet"));
   EXPECT_NE(dynamic_cast<PluginDotnet*>(tvPluginMgr->strategy), nullptr);
 }

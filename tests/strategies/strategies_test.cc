@@ -140,7 +140,7 @@ TEST_P(ScanningStrategy, DoesNotReadTheCachedList) {
   EXPECT_THAT(strategy->GetTPA(), StartsWith("/usr/share/dotnet.velora/netcoreapp/System.dll:"));
 }
 
-TEST_P(ScanningStrategy, DllPathIsTheTwoPlatformDirectoriesWhereThereIsNoMore) {
+TEST_P(ScanningStrategy, DllPathIsTheTwoPlatformDirectoriesIfThereIsNoMore) {
   const auto strategy = GetParam().make();
   platform().reset();
   EXPECT_EQ(strategy->GetDllPath(), kDllPath);
@@ -279,7 +279,7 @@ TEST_F(AotStrategy, AConfiguredApiDirectoryTakesThePlaceOfTheFramework) {
   EXPECT_THAT(platform().calls, Contains("vconf_get_str(db/dotnet/velora_api_path)"));
 }
 
-TEST_F(AotStrategy, AConfiguredDirectoryIsTakenAsItIs) {
+TEST_F(AotStrategy, AConfiguredDirectoryIsNotChecked) {
   makeFile("/opt/usr/api/Configured.dll");
   fs::create_symlink("/opt/usr/api", "/opt/usr/link");
   platform().config["db/dotnet/velora_api_path"] = "/opt/usr/./link/../link/";

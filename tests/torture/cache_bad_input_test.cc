@@ -45,7 +45,7 @@ class CacheBadInput : public DeviceTest {
   }
 };
 
-TEST_F(CacheBadInput, TornFilesAreReplaced) {
+TEST_F(CacheBadInput, IncompleteFilesAreReplaced) {
   const std::string whole = quillon::torture::whole(expected);
   expectReplaced("");
   expectReplaced("[START]");
@@ -61,7 +61,7 @@ TEST_F(CacheBadInput, TornFilesAreReplaced) {
   expectReplaced(std::string("\xff\xfe\0[", 4));
 }
 
-TEST_F(CacheBadInput, EveryCutOfAWholeFileIsReplaced) {
+TEST_F(CacheBadInput, EveryTruncatedFileIsReplaced) {
   const std::string content = whole(expected);
   for (std::size_t size = 0; size < content.size(); size += 1 + size / 3) {
     expectReplaced(content.substr(0, size));
@@ -69,7 +69,7 @@ TEST_F(CacheBadInput, EveryCutOfAWholeFileIsReplaced) {
   expectReplaced(content.substr(0, content.size() - 1));
 }
 
-TEST_F(CacheBadInput, WholeFileIsServedAsItIs) {
+TEST_F(CacheBadInput, CompleteFileIsUsedUnchanged) {
   for (const std::string payload : {"/a.dll:/b.dll", "[START]x[END]", ":", "a\nb", " "}) {
     SCOPED_TRACE(payload);
     writeFile(cachePath(), whole(payload));
@@ -78,7 +78,7 @@ TEST_F(CacheBadInput, WholeFileIsServedAsItIs) {
   }
 }
 
-TEST_F(CacheBadInput, WholeFileWithoutPathsIsAnEmptyList) {
+TEST_F(CacheBadInput, CompleteFileWithoutPathsIsAnEmptyList) {
   writeFile(cachePath(), whole(""));
   const Launched launched = launch();
   EXPECT_EQ(launched.ending, "");
@@ -93,7 +93,7 @@ TEST_F(CacheBadInput, HugeHoleIsReplaced) {
   EXPECT_EQ(readFile(cachePath()), whole(expected));
 }
 
-TEST_F(CacheBadInput, HugeWholeFileIsServedInFull) {
+TEST_F(CacheBadInput, HugeCompleteFileIsUsedCompletely) {
   std::string payload(std::size_t{64} * 1024 * 1024, 'x');
   payload.back() = 'y';
   writeFile(cachePath(), whole(payload));
@@ -117,7 +117,7 @@ TEST_F(CacheBadInput, MoreThanMemoryHoldsIsReplaced) {
   EXPECT_EQ(readFile(cachePath()), whole(expected));
 }
 
-TEST_F(CacheBadInput, LinkToATornFileIsNeitherFollowedForWritingNorRemoved) {
+TEST_F(CacheBadInput, LinkToAnIncompleteFileIsNeitherFollowedForWritingNorRemoved) {
   writeFile("/tmp/planted", "precious");
   expectLinkStays(cachePath(), "/tmp/planted");
   EXPECT_EQ(readFile("/tmp/planted"), "precious");
@@ -206,7 +206,7 @@ class CacheOfAnotherUser : public CacheBadInput {
   static Launched launchAsNobody() { return launch(becomeNobody); }
 };
 
-TEST_F(CacheOfAnotherUser, UnreadableCacheIsReplacedWhereTheFolderAllowsIt) {
+TEST_F(CacheOfAnotherUser, UnreadableCacheIsReplacedIfTheFolderAllowsIt) {
   fs::permissions(device_paths::kCacheDirectory, fs::perms{0777});
   writeFile(cachePath(), whole("/not/for/you.dll"));
   fs::permissions(cachePath(), fs::perms::none);
@@ -214,7 +214,7 @@ TEST_F(CacheOfAnotherUser, UnreadableCacheIsReplacedWhereTheFolderAllowsIt) {
   EXPECT_EQ(readFile(cachePath()), whole(expected));
 }
 
-TEST_F(CacheOfAnotherUser, UnreadableCacheStaysWhereTheFolderIsNotWritable) {
+TEST_F(CacheOfAnotherUser, UnreadableCacheStaysIfTheFolderIsNotWritable) {
   writeFile(cachePath(), whole("/not/for/you.dll"));
   fs::permissions(cachePath(), fs::perms::none);
   for (int times = 0; times < 2; ++times) {

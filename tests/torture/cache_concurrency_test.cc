@@ -113,7 +113,7 @@ TEST_F(CacheConcurrency, NoLaunchEverGetsAWrongList) {
 // Writers share a temporary name. If a list were written in two parts and another writer truncated
 // the file in between, the file would contain the end before the middle, and both markers around a
 // hole.
-TEST_F(CacheConcurrency, OneWriteCarriesTheWholeList) {
+TEST_F(CacheConcurrency, OneWriteTransfersTheCompleteList) {
   CacheCalls calls;
   std::vector<std::uint64_t> sizes;
   const TraceResult traced = follow(

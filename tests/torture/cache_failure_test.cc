@@ -93,7 +93,7 @@ class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int
 
 // The calls for both lists: access twice, lstat twice, open, fstat, write, fsync, close, rename,
 // sync.
-TEST_P(CacheFailure, LeavesARightListWhileBuildingTheCache) {
+TEST_P(CacheFailure, LeavesACorrectListWhileBuildingTheCache) {
   failEverywhere(16, [] {});
 }
 
@@ -101,7 +101,7 @@ TEST_P(CacheFailure, LeavesARightListWhileReadingTheCache) {
   failEverywhere(3, [this] { writeFile(cachePath(), whole(expected)); });
 }
 
-TEST_P(CacheFailure, LeavesARightListWhileReplacingATornCache) {
+TEST_P(CacheFailure, LeavesACorrectListWhileReplacingAnIncompleteCache) {
   failEverywhere(16, [this] { writeFile(cachePath(), "[START]" + expected); });
 }
 

@@ -73,7 +73,7 @@ TEST_F(CacheKill, NextLaunchIsRightAfterADeathWhileBuildingTheCache) {
   killEverywhere([] {});
 }
 
-TEST_F(CacheKill, NextLaunchIsRightAfterADeathWhileReplacingATornCache) {
+TEST_F(CacheKill, NextLaunchIsCorrectAfterADeathWhileReplacingAnIncompleteCache) {
   killEverywhere([this] {
     writeFile(cachePath(), "[START]" + expected);
     writeFile(temporaryPath(), "[START]/left/by/another/death.dll");

@@ -119,7 +119,7 @@ class CaptureFlood : public ::testing::Test {
   }
 };
 
-TEST_F(CaptureFlood, ArrivesWholeAndInOrder) {
+TEST_F(CaptureFlood, ArrivesCompletelyAndInOrder) {
   const std::size_t half = megabytes() * kMegabyte / 2;
   EXPECT_EQ(floodInChild(half, half), "");
 }

@@ -1,8 +1,6 @@
 // Launches of the built plug-in in child processes, up to the list of assemblies.
 #pragma once
 
-#include <sys/types.h>
-
 #include <functional>
 #include <optional>
 #include <string>

@@ -180,7 +180,7 @@ TEST_F(PipeServer, ReadsAtMost1023BytesAtOnce) {
               ElementsAre(std::string(1023, 'a'), std::string(1022, 'b'), "c"));
 }
 
-TEST_F(PipeServer, TakesThePlaceOfWhateverIsThere) {
+TEST_F(PipeServer, ReplacesAnyExistingFile) {
   makeFile("/opt/usr/target", "kept");
   fs::create_symlink("/opt/usr/target", kRequestPipe);
   makeFile(kAnswerPipe, "old");
@@ -206,7 +206,7 @@ TEST_F(PipeServer, GoesOnWhenTheLabelCannotBeSet) {
   EXPECT_EQ(statusOf(kRequestPipe).st_mode & 07777, 0666U);
 }
 
-TEST_F(PipeServer, GivesUpWhereThereIsNoRequestPipe) {
+TEST_F(PipeServer, GivesUpIfThereIsNoRequestPipe) {
   pipeMaker = [](const char*) { return -1; };
   modeChangesFail = true;
   create_pipe_server(onText);
@@ -217,7 +217,7 @@ TEST_F(PipeServer, GivesUpWhereThereIsNoRequestPipe) {
   EXPECT_EQ(g_callback, &onText);
 }
 
-TEST_F(PipeServer, GoesOnWithWhatItCouldNotReplace) {
+TEST_F(PipeServer, ContinuesIfItCannotReplaceAFile) {
   makeFile(std::string(kAnswerPipe) + "/file");
   { const Server server; }
   EXPECT_THAT(platform().messages(6), ElementsAre("mkfifo failed"));
@@ -277,7 +277,7 @@ TEST_F(PipeClient, AnEmptyMessageIsTenLineEnds) {
 }
 
 // The client itself holds the read end open, so no other process would make room in the pipe.
-TEST_F(PipeClient, WhatThePipeCannotHoldIsCutInsteadOfWaitedFor) {
+TEST_F(PipeClient, AnAnswerLargerThanThePipeIsTruncated) {
   makePipe(kAnswerPipe);
   const OpenPipe answers(kAnswerPipe);
   const std::string message(2000, 'x');

@@ -206,7 +206,7 @@ TEST_F(AppIdentity, AnUnknownPackageIsNoneAndSaysWhy) {
   EXPECT_THAT(platform().lines(), ElementsAre("6 package_info_create return error code : -22"));
 }
 
-TEST_F(AppIdentity, APackageWithoutARecordIsNoneAndTellsCodeZero) {
+TEST_F(AppIdentity, APackageWithoutARecordIsNoServiceAndLogsCodeZero) {
   platform().packages = {{"p", "/r", {}, {{"service", "", true, {}}}}};
   platform().nullHandles = {"package_info_create"};
   EXPECT_FALSE(isServiceApp("p"));

@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <ios>
-#include <sstream>
 
 #include "plugin/include-internal/dpc-path-manager.h"
 #include "tests/support/recording_platform.h"
@@ -94,7 +93,7 @@ TEST_F(DpcPathManager, ForwardsTheOtherOperations) {
               ElementsAre("GetTPA()", "GetDllPath()", "Initialize()", "Preload()", "Finalize()"));
 }
 
-TEST_F(DpcPathManager, TellsTheWrappedStrategyBeforeItLooksAtTheApplication) {
+TEST_F(DpcPathManager, CallsTheWrappedStrategyBeforeItExaminesTheApplication) {
   wrapped_.onCall = [] { EXPECT_THAT(platform().calls, IsEmpty()); };
   decorator_.SetAppInfo("app", "/path");
   EXPECT_THAT(wrapped_.calls, ElementsAre("SetAppInfo(app, /path)"));

@@ -6,9 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
 
-#include "plugin/src/quillon-tv-plugin/mode_selection.h"
 #include "plugin/src/quillon-tv-plugin/process_state.h"
 #include "tests/support/recording_platform.h"
 #include "tests/unit/plugin/fake_strategy.h"
@@ -275,7 +273,7 @@ TEST_F(Exports, ATypeThatSelectsNothingKeepsTheEarlierChain) {
   expectScope("void plugin_initialize(const char*)");
 }
 
-TEST_F(Exports, InitializeSetsTheEnvironmentWhateverTheType) {
+TEST_F(Exports, InitializeSetsTheEnvironmentForEveryType) {
   setenv("DOTNET_APP", "other", 1);
   setenv("DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER", "1", 1);
   plugin_initialize("unknown");

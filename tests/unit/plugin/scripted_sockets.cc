@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstring>
 
 #include "tests/support/next_call.h"
 

@@ -22,13 +22,13 @@ class CacheFile : public TreeTest {
   void save(const std::string& content) const { writeStringToFile(directory(), "L.txt", content); }
 };
 
-TEST(CacheMarks, MakeAFileWhole) {
+TEST(CacheMarks, MakeAFileComplete) {
   EXPECT_FALSE(isCrashed("[START]a:b[END]"));
   EXPECT_FALSE(isCrashed("[START][END]"));
   EXPECT_FALSE(isCrashed("[START]a\n[START][END]:b[END]"));
 }
 
-TEST(CacheMarks, AreTornWhereEitherIsMissing) {
+TEST(CacheMarks, FileIsIncompleteIfEitherIsMissing) {
   for (const char* torn : {"", "[START]a:b", "a:b[END]", "[start]a[END]", "[START]a[end]",
                            "[START]a[END]\n", " [START]a[END]", "[START", "[START]"}) {
     EXPECT_TRUE(isCrashed(torn)) << torn;
@@ -127,7 +127,7 @@ TEST_F(CacheFile, SaysThatItCannotOpen) {
   EXPECT_FALSE(isThere(at("missing")));
 }
 
-TEST_F(CacheFile, LeavesTheTemporaryWhereTheRenameFails) {
+TEST_F(CacheFile, LeavesTheTemporaryFileIfTheRenameFails) {
   makeFile("L.txt/occupied");
   save("x");
   EXPECT_EQ(contentOf(at("temp_L.txt")), "x");
@@ -146,7 +146,7 @@ TEST_F(CacheFile, IsWrittenInAnOrderThatNeverShowsHalfAList) {
                    "rename temp_L.txt L.txt", "sync"}));
 }
 
-TEST_F(CacheFile, IsFlushedToTheDiskEvenWhereTheRenameFails) {
+TEST_F(CacheFile, IsFlushedToTheDiskEvenIfTheRenameFails) {
   {
     const NotedFiles noted(EACCES);
     save("x");
@@ -156,7 +156,7 @@ TEST_F(CacheFile, IsFlushedToTheDiskEvenWhereTheRenameFails) {
   EXPECT_EQ(platform().lines().back(), "3 Save File : " + at("L.txt"));
 }
 
-TEST_F(CacheFile, NeitherOpensNorSyncsWhereANameIsALink) {
+TEST_F(CacheFile, NeitherOpensNorSyncsIfANameIsALink) {
   makeLink("L.txt", "elsewhere");
   {
     const NotedFiles noted;

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <platform/dlog.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -198,7 +197,7 @@ TEST_F(CopyDirectory, CommitReplacesALinkInTheWayOfAFile) {
   EXPECT_EQ(contentOf(at("victim")), "old");
 }
 
-TEST_F(CopyDirectory, CommitLeavesItsCopyWhereTheRenameFails) {
+TEST_F(CopyDirectory, CommitLeavesItsCopyIfTheRenameFails) {
   makeFile("from/file", "new");
   makeFile("to/file/occupied");
   EXPECT_FALSE(copy(FS_MERGE_OVERWRITE | FS_COMMIT_COPY_FILE));

@@ -135,7 +135,7 @@ TEST_F(WalkWithoutTypes, ReportsNothing) {
 }
 
 // Directories, including "." and "..", are reported too, but none is entered.
-TEST_F(WalkWithoutTypes, TheVariantLooksAtWhatTheEntriesAre) {
+TEST_F(WalkWithoutTypes, TheVariantExaminesTheEntries) {
   EXPECT_THAT(reported([&](const FileReader& reader) {
                 scanFilesInDir(
                     at("top"),

@@ -1,6 +1,5 @@
 #include "util/zq_utils/files.h"
 
-#include <platform/dlog.h>
 #include <sys/stat.h>
 
 #include "tests/support/skip.h"
@@ -162,7 +161,7 @@ TEST_F(BetweenFileSystems, ACopyReplacesContentAndCarriesTheMode) {
   EXPECT_TRUE(platform().log.empty());
 }
 
-TEST_F(BetweenFileSystems, ACopyEndsWithItsSourcesModeWhateverTheUmask) {
+TEST_F(BetweenFileSystems, ACopyHasItsSourcesModeForEveryUmask) {
   const mode_t before = umask(022);
   for (const mode_t mode : {0444U, 0777U, 0600U}) {
     SCOPED_TRACE(mode);

@@ -76,7 +76,7 @@ TEST_F(Labels, FailuresGoToStandardError) {
   EXPECT_TRUE(platform().log.empty());
 }
 
-TEST_F(Labels, OwnershipStaysWhereTheSourceCannotBeExamined) {
+TEST_F(Labels, OwnershipStaysIfTheSourceCannotBeExamined) {
   EXPECT_EQ(update(at("missing"), at("missing too"), false), "");
 }
 

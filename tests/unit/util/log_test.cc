@@ -95,7 +95,7 @@ TEST_F(Tracker, MarksEntryAndExitInLogAndTrace) {
             (std::vector<std::string>{"begin unit.cc(12) void* f(void*)", "end"}));
 }
 
-TEST_F(Tracker, KeepsAPathWithoutSlashWhole) {
+TEST_F(Tracker, KeepsAPathWithoutSlashUnchanged) {
   { const FunctionEntryExitTracker tracker("f", "unit.cc", -3); }
   ASSERT_EQ(platform().log.size(), 2U);
   EXPECT_EQ(platform().log[0].message(), " +DotNETLog:unit.cc(-3) f");

@@ -1,4 +1,3 @@
-#include <platform/dlog.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -85,7 +84,7 @@ TEST_F(Ownership, NeedsADestinationThatOpens) {
   EXPECT_EQ(platform().log[1].function(), "setDirOwnershipAndPermissions");
 }
 
-TEST_F(Ownership, LeavesPermissionsWhereTheOwnerCannotChange) {
+TEST_F(Ownership, LeavesPermissionsIfTheOwnerCannotChange) {
   makeFile("from");
   makeFile("to");
   chmod(at("from").c_str(), 0777);

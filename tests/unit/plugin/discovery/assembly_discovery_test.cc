@@ -53,7 +53,7 @@ TEST_F(Discovery, FirstDirectoryOfANameWins) {
   EXPECT_EQ(discover({"d2", "d1"}), at("d2/A.dll"));
 }
 
-TEST_F(Discovery, ImageStandsForTheFileBesideIt) {
+TEST_F(Discovery, ImageReplacesTheFileBesideIt) {
   makeFile("d1/A.dll");
   makeFile("d1/A.ni.dll");
   EXPECT_EQ(discover({"d1"}), at("d1/A.ni.dll"));
@@ -62,7 +62,7 @@ TEST_F(Discovery, ImageStandsForTheFileBesideIt) {
 // Depending on the file system, a directory lists its entries by age or by a hash of the name. With
 // pairs created in both orders and under many names, each of the two files is listed first in some
 // pair.
-TEST_F(Discovery, ImageStandsForTheFileWhicheverIsListedFirst) {
+TEST_F(Discovery, ImageReplacesTheFileWhicheverIsListedFirst) {
   for (int i = 0; i < 64; ++i) {
     const std::string name = "d1/N" + std::to_string(i);
     const bool imageFirst = i % 2 != 0;
@@ -111,7 +111,7 @@ TEST_F(Discovery, ImageElsewhereDisplacesNothing) {
 
 // A directory with two different paths counts as two directories, because the paths are compared as
 // strings.
-TEST_F(Discovery, DirectoriesAreToldApartByTheirText) {
+TEST_F(Discovery, DirectoriesAreComparedAsStrings) {
   makeFile("d1/A.dll");
   EXPECT_EQ(discover({"d1"}), at("d1/A.dll"));
   makeLink("link", "d1");
@@ -149,7 +149,7 @@ TEST_F(Discovery, NamesThatDifferInCaseAreTwo) {
   EXPECT_EQ(pieces(discover({"d1"})).size(), 2U);
 }
 
-TEST_F(Discovery, LinksCountWherePipesAndDirectoriesDoNot) {
+TEST_F(Discovery, LinksCountButPipesAndDirectoriesDoNot) {
   makeLink("d1/L.dll", "nowhere");
   makeDirectory("d1/Directory.dll");
   makeFile("d1/sub/Below.dll");

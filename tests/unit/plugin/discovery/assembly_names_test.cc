@@ -14,7 +14,7 @@ TEST(AssemblyNames, ManagedAssembliesEndInDllOrExe) {
   }
 }
 
-TEST(AssemblyNames, NativeImagesAreToldByPosition) {
+TEST(AssemblyNames, NativeImagesAreRecognizedByPosition) {
   for (const char* name : {"x.ni.dll", "x.ni.exe", "x.NI.abc", "F.ni.dll", ".ni.dll", "x.nI.123"}) {
     EXPECT_TRUE(isNativeImage(name)) << name;
   }

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "tests/unit/util/capture/capture_process.h"
 #include "tests/unit/util/capture/scripted_calls.h"
 #include "util/log/stream_capture.h"

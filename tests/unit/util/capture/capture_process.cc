@@ -1,7 +1,6 @@
 #include "tests/unit/util/capture/capture_process.h"
 
 #include <fcntl.h>
-#include <platform/dlog.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

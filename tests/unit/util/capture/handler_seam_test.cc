@@ -49,7 +49,7 @@ void fillUp(int end) {
   close(own);
 }
 
-TEST(WaitForReader, EndsAtOnceWhereThereIsNone) {
+TEST(WaitForReader, EndsImmediatelyIfThereIsNone) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     errno = EDOM;
     waitForStderrReader(kForEver);
@@ -103,7 +103,7 @@ TEST(WaitForReader, EndsWhenItsTimeIsOver) {
 }
 
 // The pipe is already empty while the reader processes a chunk; the flags are set later.
-TEST(WaitForReader, LastsUntilTheReaderHasDealtWithWhatItTook) {
+TEST(WaitForReader, LastsUntilTheReaderHasProcessedItsChunk) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     if (pipe(pStdErr) != 0) return;
     stderrProgress.starting();
@@ -123,7 +123,7 @@ TEST(WaitForReader, LastsUntilTheReaderHasDealtWithWhatItTook) {
 }
 
 // Other threads write continuously, so the pipe is never empty.
-TEST(WaitForReader, EndsWhenAllThatWasThereIsDoneAlthoughMoreComes) {
+TEST(WaitForReader, EndsWhenTheEarlierOutputIsProcessedAlthoughMoreArrives) {
   const Captured captured = inCaptureProcess([](Notes&) {
     makePipeWithSomethingIn();
     stderrProgress.starting();
@@ -176,7 +176,7 @@ TEST(HandlerMessage, GoesThroughTheCapturedStream) {
   EXPECT_THAT(captured.errors(), ::testing::ElementsAre("as %s is"));
 }
 
-TEST(HandlerMessage, IsGivenUpWhereThePipeIsFullAndNobodyReads) {
+TEST(HandlerMessage, IsGivenUpIfThePipeIsFullAndNobodyReads) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     if (pipe(pStdErr) != 0) return;
     for (const bool own : {false, true}) {  // through pStdErr, and through the message end
@@ -210,7 +210,7 @@ TEST(HandlerMessage, WaitsForRoomWhileTheReaderReads) {
   EXPECT_EQ(captured.note("written"), "4");
 }
 
-TEST(HandlerMessage, FindsNoOwnEndWhereThereIsNoneToOpen) {
+TEST(HandlerMessage, HasNoMessageEndIfItCannotBeOpened) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     if (pipe(pStdErr) != 0) return;
     openMessageEnd(-1);
@@ -221,7 +221,7 @@ TEST(HandlerMessage, FindsNoOwnEndWhereThereIsNoneToOpen) {
   EXPECT_EQ(captured.notes, (Notes{{"written", "1"}, {"read", "1"}}));
 }
 
-TEST(HandlerMessage, IsGivenUpWhereTheReadEndIsClosed) {
+TEST(HandlerMessage, IsGivenUpIfTheReadEndIsClosed) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     if (pipe(pStdErr) != 0) return;
     openMessageEnd(pStdErr[1]);

@@ -110,7 +110,7 @@ TEST(StreamCapture, ItsPipesAreNotInherited) {
 }
 
 // Tests every combination of closed standard streams.
-TEST(StreamCapture, WorksWhereStandardStreamsAreClosed) {
+TEST(StreamCapture, WorksIfStandardStreamsAreClosed) {
   for (int closed = 1; closed < 8; ++closed) {
     const Captured captured = inCaptureProcess([closed](Notes& notes) {
       for (int stream = 0; stream < 3; ++stream) {
@@ -237,7 +237,7 @@ TEST(StreamCapture, NeverTakesTextForAFormat) {
   EXPECT_EQ(captured.errorText, text + "\n");
 }
 
-TEST(StreamCapture, LogsAChunkUpToANulAndFilesItWhole) {
+TEST(StreamCapture, LogsAChunkUpToANulAndFilesItCompletely) {
   const Captured captured = capture([] { putChunk(std::string("a\0b\n", 4)); });
   EXPECT_THAT(captured.errors(), ElementsAre("a"));
   EXPECT_EQ(captured.errorText, std::string("a\0b\n", 4));
@@ -306,7 +306,7 @@ TEST(ErrorFile, IsWrittenBeforeTheChunkIsLogged) {
   EXPECT_EQ(captured.note("first"), "file");
 }
 
-TEST(ErrorFile, ExistsOnlyWhereSomethingWasWrittenToStandardError) {
+TEST(ErrorFile, ExistsOnlyIfSomethingWasWrittenToStandardError) {
   EXPECT_EQ(capturePrinted("fine").errorFile, "");
 }
 
