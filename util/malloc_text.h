@@ -1,4 +1,4 @@
-// A text that the C library or a platform service allocated for its caller.
+// A string that the C library or a platform service allocated with malloc(3) for its caller.
 #pragma once
 
 #include <cstdlib>
@@ -8,5 +8,5 @@ struct FreeText {
   void operator()(char* text) const { std::free(text); }
 };
 
-// Owns a malloc'ed text, or is null.
+// Owns a string allocated with malloc(3), or is null.
 using MallocText = std::unique_ptr<char, FreeText>;

@@ -4,22 +4,22 @@ using System.Globalization;
 
 namespace Velora.Sample.Clock;
 
-/// <summary>What the command line asks of the sample.</summary>
+/// <summary>The command-line options of the sample.</summary>
 internal sealed class Options
 {
-    /// <summary>Status that the application ends with.</summary>
+    /// <summary>The exit status of the application.</summary>
     public int Exit { get; private set; }
 
-    /// <summary>End through Environment.Exit instead of returning from Main.</summary>
+    /// <summary>Exit with Environment.Exit instead of returning from Main.</summary>
     public bool ExitAtOnce { get; private set; }
 
-    /// <summary>End with an exception that nobody catches.</summary>
+    /// <summary>Exit with an unhandled exception.</summary>
     public bool Throw { get; private set; }
 
-    /// <summary>Culture of the greeting; the invariant one when null.</summary>
+    /// <summary>Culture of the greeting; the invariant culture if null.</summary>
     public string? Culture { get; private set; }
 
-    /// <summary>Further assemblies to load by name.</summary>
+    /// <summary>Additional assemblies to load by name.</summary>
     public List<string> Load { get; } = new();
 
     /// <summary>Runtime properties to print.</summary>
@@ -35,7 +35,7 @@ internal sealed class Options
         return options;
     }
 
-    // Returns how many arguments an option took beside its name. Other arguments are only echoed.
+    // Returns the number of values that the option uses. Other arguments are only echoed.
     private int Take(string name, string value)
     {
         switch (name)

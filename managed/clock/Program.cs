@@ -10,14 +10,14 @@ using System.Runtime.InteropServices;
 namespace Velora.Sample.Clock;
 
 /// <summary>
-/// Tells what the launch made of it: its id and process name, its arguments, what it got from the
-/// packages it uses, and from which path each of its assemblies was loaded.
+/// Prints how it was launched: its id, process name and arguments, the results of the packages that
+/// it uses, and the path of each loaded assembly.
 /// </summary>
 /// <remarks>
 /// <code>
-/// --exit N          end with status N         --culture NAME    greet in that culture
-/// --exit-at-once    through Environment.Exit  --load NAME       load one more assembly
-/// --throw           die of an exception       --property NAME   print a runtime property
+/// --exit N          exit with status N         --culture NAME    greet in that culture
+/// --exit-at-once    use Environment.Exit       --load NAME       load an additional assembly
+/// --throw           throw an exception         --property NAME   print a runtime property
 /// </code>
 /// </remarks>
 internal static class Program
@@ -44,7 +44,8 @@ internal static class Program
 
     private static void PrintIdentity(string[] arguments)
     {
-        // The launcher tells the id in QUILLON_APP_ID; the plug-in shows a part of it as the name.
+        // The launcher passes the id in QUILLON_APP_ID. The plug-in uses its end as the process
+        // name.
         Print("application", Environment.GetEnvironmentVariable("QUILLON_APP_ID") ?? "(unknown)");
         Print("process name", File.ReadAllText("/proc/self/comm").TrimEnd('\n'));
         Print("runtime", RuntimeInformation.FrameworkDescription);
@@ -68,7 +69,7 @@ internal static class Program
         PrintOrReason("age of the moon", MoonAge);
     }
 
-    // A missing package costs its line, not the application.
+    // If a package is missing, prints the reason and continues.
     private static void PrintOrReason(string name, Func<string> value)
     {
         try

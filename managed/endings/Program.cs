@@ -4,22 +4,23 @@ using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Threading;
 
-// Unlike the other samples outside "Velora": what the plug-in makes of an exception depends on words
-// in its text, and here the words come from the command line alone.
+// Unlike the other samples, not in the namespace "Velora": the plug-in searches the text of an
+// exception for keywords, and here only the command line may supply them.
 namespace Sample.Ending;
 
 /// <summary>
-/// Ends in the ways in which applications end. Does what its arguments say, one after the other,
-/// and ends with status 0 where they leave it alive.
+/// Ends in the different ways in which applications end. Performs the actions of its arguments in
+/// order. If no action ends the process, it exits with status 0.
 /// </summary>
 /// <remarks>
 /// <code>
-/// end STATUS       end with that status        say TEXT       one line on standard error
-/// throw TEXT       an exception nobody         catch-null     use a null reference and catch the
-///                  catches                                    exception
-/// fail-fast TEXT   Environment.FailFast        handle-term    end with status 6 at a SIGTERM
-/// overflow         use up the stack            wait           print "waiting" and wait
-/// native WAY       native/faults.h, in a call  at-exit WAY    the same while the process exits
+/// end STATUS       exit with that status      say TEXT       write a line to standard error
+/// throw TEXT       throw an unhandled         catch-null     use a null reference and catch the
+///                  exception                                 exception
+/// fail-fast TEXT   Environment.FailFast       handle-term    exit with status 6 on SIGTERM
+/// overflow         overflow the stack         wait           print "waiting" and wait
+/// native WAY       call sample_fault          at-exit WAY    call sample_fault in an exit handler
+///                  (native/faults.h)
 /// </code>
 /// </remarks>
 internal static class Program
@@ -41,7 +42,7 @@ internal static class Program
         return 0;
     }
 
-    // Returns how many arguments an action took beside its name.
+    // Returns the number of arguments that the action uses.
     private static int Do(string action, string argument)
     {
         switch (action)

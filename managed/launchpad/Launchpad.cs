@@ -7,18 +7,18 @@ using System.Text;
 namespace Quillon;
 
 /// <summary>
-/// What the launch pad calls in a process that it prepares, and in it again when the process gets
-/// its application.
+/// The methods that the launch pad calls in a worker process: while it prepares the process, and
+/// again when it assigns an application to the process.
 /// </summary>
 /// <remarks>
-/// The names are the launcher's: it finds the methods by them. None may throw, since nobody could
-/// catch it.
+/// The launcher looks the methods up by name. They must not throw, because the native caller cannot
+/// catch managed exceptions.
 /// </remarks>
 public static class Launchpad
 {
     /// <summary>
-    /// An application that does nothing: run once, it takes the runtime's way to Main for the first
-    /// time.
+    /// An application that does nothing. The launch pad runs it once, so that the runtime has
+    /// executed its code path to Main before the real application starts.
     /// </summary>
     public static void Main()
     {
@@ -28,8 +28,9 @@ public static class Launchpad
     /// Loads and compiles what nearly every application needs before its first line of output.
     /// </summary>
     /// <remarks>
-    /// Leaves nothing behind that an application could see: no stream of the console is kept, since
-    /// descriptors 0 to 2 are not the application's yet and the terminal's state may be another one.
+    /// Keeps no state that an application could see. In particular it keeps no console stream,
+    /// because descriptors 0 to 2 are replaced before the application starts and the state of the
+    /// terminal can change.
     /// </remarks>
     public static void WarmUp()
     {
@@ -40,21 +41,22 @@ public static class Launchpad
         }
         catch (Exception)
         {
-            // What fails here fails again, and is reported, where the application needs it.
+            // If the application needs this step, it fails again there and is reported.
         }
     }
 
     /// <summary>
-    /// Gives AppContext the properties that belong to the application, and the runtime's copy of
-    /// the environment what changed since it was made.
+    /// Sets the properties of the application in AppContext, and updates the runtime's copy of the
+    /// environment.
     /// </summary>
     /// <param name="properties">
-    /// UTF-8 texts with a zero byte behind each: name, value, name, value, and an empty name.
+    /// NUL-terminated UTF-8 strings: name, value, name, value, ..., and an empty name at the end.
     /// </param>
     /// <param name="variables">
-    /// The same; a value is "=" and the variable's value, or nothing for one that is gone.
+    /// The same format. A value is "=" and the value of the variable, or an empty string if the
+    /// variable was removed.
     /// </param>
-    /// <returns>0, or -1 where the runtime refuses.</returns>
+    /// <returns>0, or -1 on failure.</returns>
     public static unsafe int Assign(IntPtr properties, IntPtr variables)
     {
         try
@@ -85,7 +87,7 @@ public static class Launchpad
         return Encoding.UTF8.GetString(bytes);
     }
 
-    // The way of Console.WriteLine, through a stream of its own that is closed again.
+    // Executes the code path of Console.WriteLine with a stream of its own, which is closed again.
     private static void WriteNothing()
     {
         RuntimeHelpers.RunClassConstructor(typeof(Console).TypeHandle);

@@ -6,7 +6,7 @@ using System.Linq;
 
 namespace Velora;
 
-/// <summary>Reports every garbage collection of the process to the platform log.</summary>
+/// <summary>Writes every garbage collection of the process to the platform log.</summary>
 internal sealed class GcTracer : EventListener
 {
     private const string Runtime = "Microsoft-Windows-DotNETRuntime";
@@ -15,14 +15,14 @@ internal sealed class GcTracer : EventListener
     private readonly PluginLog _log;
     private readonly string _appId;
 
-    // Collections that have begun; events arrive on one thread.
+    // The collections that have started. All events arrive in one thread.
     private readonly Dictionary<uint, EventWrittenEventArgs> _begun = new();
 
     public GcTracer(PluginLog log, string appId)
     {
         _log = log;
         _appId = appId;
-        // Last, since events may arrive as soon as it is done.
+        // Must be the last step, because events can arrive as soon as they are enabled.
         EventSource? runtime =
             EventSource.GetSources().FirstOrDefault(source => source.Name == Runtime);
         if (runtime != null)
@@ -72,7 +72,7 @@ internal sealed class GcTracer : EventListener
     private static uint Number(EventWrittenEventArgs data, string name) =>
         Convert.ToUInt32(Value(data, name) ?? 0u, CultureInfo.InvariantCulture);
 
-    // The first reasons of the runtime's GCReason; a later one is told by its number.
+    // The first values of the runtime's GCReason. Other values are printed as numbers.
     private static string Reason(uint reason) => reason switch
     {
         0 => "small objects",

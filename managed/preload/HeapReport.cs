@@ -4,15 +4,15 @@ using System.Text;
 
 namespace Velora;
 
-/// <summary>What the managed heap holds, generation by generation.</summary>
+/// <summary>Reports the content of the managed heap by generation.</summary>
 internal static class HeapReport
 {
     private static readonly CultureInfo Invariant = CultureInfo.InvariantCulture;
     private static readonly string[] Names = { "0", "1", "2", "large", "pinned" };
 
     /// <summary>
-    /// One line per generation and three for the whole heap; after a full collection, so that the
-    /// sizes are those of live objects.
+    /// Returns one line per generation and three lines for the whole heap. Performs a full
+    /// collection first, so that the sizes are those of live objects.
     /// </summary>
     public static string OfLiveObjects()
     {
@@ -22,7 +22,9 @@ internal static class HeapReport
         return Of(GC.GetGCMemoryInfo(GCKind.FullBlocking));
     }
 
-    /// <summary>The same as the last collection left it; sizes are 0 before the first.</summary>
+    /// <summary>
+    /// Returns the same for the state after the last collection. All sizes are 0 before the first.
+    /// </summary>
     public static string OfLastCollection() => Of(GC.GetGCMemoryInfo(GCKind.Any));
 
     private static string Of(GCMemoryInfo info)

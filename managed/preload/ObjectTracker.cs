@@ -7,22 +7,22 @@ using System.Threading;
 namespace Velora;
 
 /// <summary>
-/// Answers on a socket of this process what its heap holds. One request and one answer per
-/// connection: the line "live" gets a report after a full collection, every other line one of the
-/// last collection.
+/// A server that reports the content of the heap of this process on a Unix socket. Each connection
+/// carries one request and one answer: for the line "live" a report after a full collection, for
+/// any other line a report of the last collection.
 /// </summary>
 internal sealed class ObjectTracker
 {
-    private const int LongestRequest = 64;  // bytes
+    private const int MaxRequest = 64;       // bytes
     private const int RequestTimeout = 5000;  // milliseconds
 
     private readonly Socket _listener = new(AddressFamily.Unix, SocketType.Stream, ProtocolType.Unspecified);
     private readonly string _path = $"/tmp/object-tracker-{Environment.ProcessId}.sock";
 
-    /// <summary>Throws where the socket cannot be made.</summary>
+    /// <summary>Throws if the socket cannot be created.</summary>
     public void Start()
     {
-        // One that is there belonged to an earlier process of this number.
+        // An existing file belonged to an earlier process with the same id.
         File.Delete(_path);
         _listener.Bind(new UnixDomainSocketEndPoint(_path));
         File.SetUnixFileMode(_path, UnixFileMode.UserRead | UnixFileMode.UserWrite);
@@ -42,7 +42,7 @@ internal sealed class ObjectTracker
             }
             catch (SocketException)
             {
-                // That client is gone or slow; the next one gets its answer.
+                // This client has disconnected or is too slow. Continue with the next client.
             }
         }
     }
@@ -56,10 +56,10 @@ internal sealed class ObjectTracker
         client.Send(Encoding.UTF8.GetBytes(report));
     }
 
-    // Up to a line break, the end of the stream, or the longest request.
+    // Reads until a line break, the end of the stream, or the maximum request size.
     private static string ReadLine(Socket client)
     {
-        var line = new byte[LongestRequest];
+        var line = new byte[MaxRequest];
         int length = 0;
         while (length < line.Length && Array.IndexOf(line, (byte)'\n', 0, length) < 0)
         {

@@ -9,13 +9,13 @@ internal sealed unsafe class PluginLog
 {
     private const string PluginName = "libquillon-tv-plugin.so";
 
-    // The plug-in frees the text: it has to come from malloc.
+    // The plug-in frees the string, so it must be allocated with malloc.
     private readonly delegate* unmanaged<IntPtr, void> _printInfo;
 
     private PluginLog(IntPtr printInfo) =>
         _printInfo = (delegate* unmanaged<IntPtr, void>)printInfo;
 
-    /// <summary>Null where no plug-in is loaded or it has no such function.</summary>
+    /// <summary>Returns null if no plug-in is loaded or if it has no such function.</summary>
     public static PluginLog? Find()
     {
         string? path = LoadedPluginPath();
@@ -27,8 +27,8 @@ internal sealed unsafe class PluginLog
 
     public void Info(string text) => _printInfo(Marshal.StringToCoTaskMemUTF8(text));
 
-    // The launcher loads the plug-in with its names hidden from others, so it is reached through
-    // its path: loading it again gives the same library.
+    // The launcher loads the plug-in with RTLD_LOCAL, so its functions are found through its path.
+    // Loading the same path again returns the same library.
     private static string? LoadedPluginPath()
     {
         foreach (string line in File.ReadLines("/proc/self/maps"))

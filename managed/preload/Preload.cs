@@ -13,16 +13,16 @@ namespace Velora;
 
 /// <summary>The managed methods that the plug-in calls in the processes of applications.</summary>
 /// <remarks>
-/// It finds them by their names. None throws: a process that goes without one is slower or tells
-/// less, and is not wrong.
+/// The plug-in looks the methods up by name. They never throw: a failure makes the process slower
+/// or leaves out a report, but the application still runs correctly.
 /// </remarks>
 public static class Preload
 {
     private static GcTracer? s_tracer;
 
     /// <summary>
-    /// Loads and compiles what nearly every application needs first, so that its own start finds it
-    /// done. For a process that does not know its application yet; writes nothing.
+    /// Loads and compiles what nearly every application needs first, so that the application starts
+    /// faster. Called before the application is known. Writes no output.
     /// </summary>
     public static void Init()
     {
@@ -32,7 +32,7 @@ public static class Preload
     }
 
     /// <summary>
-    /// Reports every garbage collection from here on to the platform log, under the tag "GCTracer".
+    /// Writes every later garbage collection to the platform log, with the tag "GCTracer".
     /// </summary>
     /// <param name="appId">The application's id, a C string in UTF-8; not kept.</param>
     public static void ActivateGCTracer(IntPtr appId) => Try(() =>
@@ -45,7 +45,7 @@ public static class Preload
     });
 
     /// <summary>
-    /// Answers from here on what the heap holds, at "/tmp/object-tracker-PID.sock".
+    /// Starts a server at "/tmp/object-tracker-PID.sock" that reports the content of the heap.
     /// </summary>
     public static void StartServerForOT() => Try(() => new ObjectTracker().Start());
 
@@ -57,7 +57,7 @@ public static class Preload
         }
         catch (Exception)
         {
-            // What fails here fails again, and is reported, where the application needs it.
+            // If the application needs this step, it fails again there and is reported.
         }
     }
 
@@ -80,8 +80,8 @@ public static class Preload
 
     private static void WarmUpConsole()
     {
-        // The encoding only: the streams belong to the application, and descriptors 1 and 2 may
-        // lead elsewhere by the time it starts.
+        // Only the encoding: the streams belong to the application, and descriptors 1 and 2 can be
+        // replaced before it starts.
         _ = Console.OutputEncoding.GetEncoder();
     }
 }

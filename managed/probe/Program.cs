@@ -6,18 +6,18 @@ using System.Reflection;
 namespace Velora.Sample.Probe;
 
 /// <summary>
-/// An application that keeps running and answers what it is asked about its process: one line on
-/// standard input, one line back. It ends at "quit" and at the end of its input.
+/// An application that answers queries about its process: it reads one query per line from standard
+/// input and writes one line per answer. It exits on "quit" and at the end of the input.
 /// </summary>
 /// <remarks>
 /// <code>
-/// --answers FILE   answer in FILE in place of standard output
+/// --answers FILE   write the answers to FILE instead of standard output
 ///
-/// process          its id                       set NAME VALUE   set an environment variable
-/// assembly NAME    load it; from which path     variable NAME    an environment variable
-/// time-zone        of the local time, and its   collect          collect all garbage
-///                  offset in minutes            keep BYTES       keep an array alive
-/// screen           the screen's size
+/// process          print the process id         set NAME VALUE   set an environment variable
+/// assembly NAME    load an assembly and print   variable NAME    print an environment variable
+///                  its path                     collect          collect all garbage
+/// time-zone        print the local time zone    keep BYTES       keep an array alive
+///                  and its offset in minutes    screen           print the screen size
 /// </code>
 /// </remarks>
 internal static class Program

@@ -1,10 +1,11 @@
-// The places of a device that more than one part of this system goes to. Each stands once; a place
-// that one file alone knows stands in that file.
+// Fixed device paths that more than one part of the system uses. Each path is defined once. A path
+// that only one source file uses is defined in that file. Names, keys and markers are in
+// device_names.h.
 #pragma once
 
 namespace device_paths {
 
-// What a .NET runtime and its assemblies are found in.
+// The .NET runtime and the platform's assemblies.
 inline constexpr char kManagedFolders[] = "/usr/share/dotnet.velora";
 inline constexpr char kNetcoreapp[] = "/usr/share/dotnet.velora/netcoreapp";
 inline constexpr char kFramework[] = "/usr/share/dotnet.velora/framework";
@@ -13,20 +14,28 @@ inline constexpr char kPlatformLibraries[] = "/usr/share/dotnet.velora/lib";
 inline constexpr char kTvAppApi[] = "/usr/share/dotnet.velora/tvappapi";
 inline constexpr char kDpc[] = "/usr/share/dotnet.velora/d.pc";
 
-// The cached lists.
+// The cached assembly and directory lists.
 inline constexpr char kCacheDirectory[] = "/opt/usr/home/owner/share/dotnet/";
 inline constexpr char kTpaCacheName[] = "TPA.txt";
 inline constexpr char kTpaCache[] = "/opt/usr/home/owner/share/dotnet/TPA.txt";
 inline constexpr char kCobaCacheName[] = "CoBA.txt";
 inline constexpr char kCobaCache[] = "/opt/usr/home/owner/share/dotnet/CoBA.txt";
 
-// Applications, and what their packages offer.
+// Applications, and the directories that their packages share with other applications.
 inline constexpr char kApplications[] = "/opt/usr/apps/";
 inline constexpr char kDpcOfPackage[] = "/shared/res/d.pc/";
 inline constexpr char kCobaOfPackage[] = "/shared/res/";
+
+// An executable may be launched if its resolved path begins with one of these prefixes. They are
+// tested in this order.
+inline constexpr const char* kExecutablePrefixes[] = {"/usr/", "/opt/usr/", "/opt/share/"};
+
+// A placeholder descriptor is opened on kPlaceholderTarget. Its path is kPlaceholderPrefix followed
+// by its number.
+inline constexpr char kPlaceholderTarget[] = "/proc/self";
 inline constexpr char kPlaceholderPrefix[] = "/proc/self/fd/";
 
-// What decides about a launch.
+// Files and settings that control a launch.
 inline constexpr char kReadOnlyFlags[] = "/etc/dotnet_flag.ini";
 inline constexpr char kWritableFlags[] = "/opt/etc/dotnet_flag.ini";
 inline constexpr char kPreloadList[] = "/usr/bin/dotnet_preload_so_list.txt";
@@ -36,6 +45,10 @@ inline constexpr char kUpdatedCertificates[] = "/opt/data/cert/zqca.pem";
 inline constexpr char kPlatformCertificates[] = "/usr/share/cert/zqca.pem";
 inline constexpr char kApiDirectoryKey[] = "db/dotnet/velora_api_path";  // configuration store
 
+// Root of the application zone. Visible only outside the zone.
+inline constexpr char kAppZoneRoot[] = "/zone/appzone";
+
+// Socket of the launch-boost daemon.
 inline constexpr char kBoostSocket[] = "/tmp/kestsock";
 
 }  // namespace device_paths

@@ -1,7 +1,8 @@
-// Decorators: strategies that wrap another one, change one or two of its answers and pass
-// everything else through. They stack.
+// Decorators: strategies that wrap another strategy, change one or two of its results and forward
+// all other calls. Decorators can be nested.
 //
-// A decorator does not own what it wraps; the wrapped strategy must live as long as the decorator.
+// A decorator does not own the strategy that it wraps. That strategy must live as long as the
+// decorator.
 #pragma once
 
 #include <string>
@@ -10,12 +11,12 @@
 #include "plugin/include-internal/plugin-strategy.h"
 #include "util/log/log.h"
 
-// The forwarding lines name this header, whichever unit includes it.
+// The log lines of forwarded calls always name this header, whichever unit includes it.
 #define QUILLON_FORWARD_LOG(message)                                                               \
   QUILLON_LOG_LINE(DLOG_DEBUG, QUILLON_COLOUR_DEBUG, "dpc-path-manager.h", __FUNCTION__, __LINE__, \
                    message)
 
-// Forwards every operation, after one debug line that names it.
+// Forwards every operation after a debug line with its name.
 class Decorator : public PluginStrategy {
  public:
   explicit Decorator(PluginStrategy* wrapped) : wrapped_(wrapped) {
@@ -66,34 +67,37 @@ class Decorator : public PluginStrategy {
 // Adds directories of extra assemblies (DPC): those of the platform, and those of the packages that
 // the application requires.
 //
-// The runtime takes its lists before the application is known. So the list begins with the paths of
-// placeholder descriptors, which SetAppInfo later moves onto the required directories. The
-// placeholders stay open until the process ends.
+// The runtime receives its lists before the application is known. The list therefore begins with
+// the paths of placeholder descriptors, and SetAppInfo later makes them refer to the required
+// directories. The placeholders stay open until the process ends.
 class DpcPathManagerDecorate : public Decorator {
  public:
   explicit DpcPathManagerDecorate(PluginStrategy* wrapped);
 
-  // Opens ten placeholders and returns their paths, then the platform's directories, each with ":"
-  // before it. Does not ask the wrapped strategy. Another call opens ten more, but appends the
-  // paths of the first ten again, which SetAppInfo moves first.
+  // Opens ten placeholders and returns their paths, followed by the directories of the platform,
+  // each with ":" before it. Does not call the wrapped strategy. A second call opens ten more
+  // placeholders, but appends the paths of the first ten again; SetAppInfo redirects those first.
   //
-  // Throws std::ios_base::failure when a placeholder cannot be opened.
+  // Throws std::ios_base::failure if a placeholder cannot be opened.
   std::string GetExtraDllPath() override;
 
-  // Tells the wrapped strategy, then moves the placeholders.
+  // Calls the wrapped strategy, then redirects the placeholders.
   void SetAppInfo(const string& appId, const string& rootPath) override;
 
-  // Moves the placeholders, in order, onto the directories that the application requires. One that
-  // cannot be opened takes no placeholder; those past the last placeholder are left out.
+  // Makes the placeholders refer, in order, to the directories that the application requires. A
+  // directory that cannot be opened uses no placeholder. If there are more directories than
+  // placeholders, the remaining ones are ignored.
   //
-  // Throws std::ios_base::failure when it comes to a placeholder that failed to open.
+  // Throws std::ios_base::failure if the next placeholder could not be opened.
   void ChangeTempFDForDpcToRealDpcPath(const string& appId);
 
-  // Ids of the required packages, joined by ";"; empty when the application names none.
+  // Returns the ids of the required packages, separated by ";", or an empty string if the
+  // application requires none.
   std::string GetDpcList(const string& appId);
 
-  // Called per metadata entry: stores the value of the first key that names required packages in
-  // `*userData`, a std::string, and returns false to stop there. `userData` may be null.
+  // Callback for each metadata entry: stores the value of the first key that lists required
+  // packages in `*userData`, a std::string, and returns false to stop the iteration. `userData` may
+  // be null.
   static bool dpc_metadata_cb(const char* key, const char* value, void* userData);
 
  private:
@@ -102,18 +106,19 @@ class DpcPathManagerDecorate : public Decorator {
   std::string extraDllPath_;
 };
 
-// Puts the application's own copies of the platform's TV API in front of the wrapped strategy's
-// list, so that the runtime sees them first.
+// Inserts the application's own copies of the platform's TV API at the beginning of the list of the
+// wrapped strategy, so that the runtime uses them.
 class ApitestDecorate : public Decorator {
  public:
   explicit ApitestDecorate(PluginStrategy* wrapped);
 
-  // Ends with ":" where the application has such files and the wrapped strategy's list is empty.
+  // The result ends with ":" if the application has such files and the list of the wrapped strategy
+  // is empty.
   std::string GetTPA() override;
 };
 
-// Names the plain assembly in place of every native image of the wrapped strategy's list. The plain
-// assembly is taken to lie beside its image.
+// Replaces every native image in the list of the wrapped strategy by its IL assembly, which is
+// assumed to be in the same directory.
 class AotRemoverDecorate : public Decorator {
  public:
   explicit AotRemoverDecorate(PluginStrategy* wrapped);

@@ -1,30 +1,30 @@
-// The launch strategy: what the exported functions ask of an application type.
+// The launch strategy: the operations that the exported functions need for an application type.
 //
-// One chain of strategies serves a process. plugin_initialize builds it: the strategy of the
-// application type, wrapped by the decorators of its mode. Nothing of the chain is ever destroyed;
-// it lives until the process ends.
+// Each process has one chain of strategies. plugin_initialize builds it: the strategy of the
+// application type, wrapped by the decorators of its mode. The chain is never destroyed.
 #pragma once
 
 #include <string>
 
-// Trace lines carry signatures as the compiler spells them. Those of the strategies and decorators
-// have always read "const string&"; a std::string parameter would read "const std::string&".
+// Trace lines contain function signatures as the compiler prints them. Those of the strategies and
+// decorators must read "const string&"; a std::string parameter would print as "const
+// std::string&".
 using string = std::string;
 
 class PluginStrategy {
  public:
   virtual ~PluginStrategy() = default;
 
-  // Called by plugin_initialize, once the chain is built.
+  // Called by plugin_initialize after the chain is built.
   virtual void Initialize() = 0;
 
-  // Called by plugin_preload, in a process prepared ahead of its application.
+  // Called by plugin_preload, before the application is known.
   virtual void Preload() = 0;
 
-  // Called by plugin_set_app_info. May end the process: a refused launch exits with status 0.
+  // Called by plugin_set_app_info. If the launch is refused, the process ends with status 0.
   virtual void SetAppInfo(const string& appId, const string& execPath) = 0;
 
-  // Each list is absolute paths joined by ":"; empty where the strategy adds nothing.
+  // Each returns absolute paths separated by ":", or an empty string if the strategy adds nothing.
   virtual std::string GetDllPath() = 0;
   virtual std::string GetExtraDllPath() = 0;
   virtual std::string GetTPA() = 0;

@@ -1,11 +1,11 @@
-// What the constructor of every strategy does.
+// The common part of the constructors of all strategies.
 #pragma once
 
 #include "plugin/src/dotnet-signal-handler/signal_handler.h"
 #include "plugin/src/plugin-util/cache_invalidation.h"
 
-// Decides how the process dies before anything touches the file system, then throws the cached
-// lists away where they no longer belong to the device's runtime.
+// Installs the signal handlers before any access to the file system, then removes the cached lists
+// if they do not belong to the runtime of the device.
 inline void prepareForStrategy() {
   registerSignalHandler();
   CheckDotnetFlagAndRemoveCacheFiles();

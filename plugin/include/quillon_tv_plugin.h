@@ -1,28 +1,38 @@
-/* The interface of the launcher plug-in for managed applications.
+/* The launcher plug-in for managed applications.
  *
- * The launcher loads the plug-in into each process that it prepares, looks these functions up by
- * name and calls them around the start of one application:
+ * The plug-in is a shared library. It computes the assembly search lists for the .NET runtime,
+ * decides whether an application may be launched, handles crashes, and captures the application's
+ * output. A launcher loads it with dlopen(3), looks up the functions below with dlsym(3), and calls
+ * them while it starts one application in its own process.
+ *
+ * Usage: the launcher calls these functions in this order.
  *
  *   plugin_initialize(type)                     first, once
- *   plugin_get_tpa()                            the lists that coreclr_initialize takes, in any
- *   plugin_get_dll_path()                       order; the extra list before plugin_set_app_info
+ *   plugin_get_tpa()                            the four lists for coreclr_initialize, in any order
+ *   plugin_get_dll_path()
  *   plugin_get_native_dll_searching_path()
  *   plugin_get_extra_dll_path()
- *   plugin_set_coreclr_info(host, domain, fn)   once the runtime exists
- *   plugin_preload()                            optional; after plugin_set_coreclr_info
- *   plugin_set_app_info(id, path)               once the application is known
- *   plugin_has_log_control()
- *   plugin_before_execute()                     just before the managed entry point
- *   plugin_finalize()                           last
+ *   plugin_set_coreclr_info(host, domain, fn)   after coreclr_initialize
+ *   plugin_preload()                            optional; before the application is known
+ *   plugin_set_app_info(id, path)               when the application is known
+ *   plugin_has_log_control()                    starts the capture of standard output and error
+ *   plugin_before_execute()                     immediately before the managed entry point
+ *   plugin_finalize()                           after the managed entry point has returned
  *
- * Thread safety: none of these functions takes a lock. Call them from one thread; the process name,
- * the security zone and the capabilities that they set are the calling thread's.
+ * The remaining functions are services for the managed code, for a validator process and for
+ * debuggers. Each of them states when it may be called.
  *
- * Ownership: every text returned belongs to the plug-in. It stays valid until the same function is
- * called again. Copy what must live longer; neither free nor change it.
+ * Thread safety: the functions listed above take no lock. Call all of them from the same thread.
+ * plugin_initialize, plugin_set_app_info and plugin_before_execute change the security zone, the
+ * name and the capabilities of the calling thread only.
  *
- * Failures are reported in the platform log, never by a result. A launch that the plug-in refuses
- * ends the process with status 0 after one error line.
+ * Ownership: the plug-in copies its string arguments unless stated otherwise. Every string that one
+ * of the functions listed above returns belongs to the plug-in and stays valid until the same
+ * function is called again. The caller must neither free nor change it.
+ *
+ * Errors: these functions return no status. A failure is written to the platform log. If the
+ * plug-in refuses to launch the application, it writes one error line and ends the process with
+ * status 0.
  */
 #pragma once
 
@@ -32,96 +42,124 @@
 extern "C" {
 #endif
 
-/* The plug-in itself is compiled with everything else hidden. */
+/* The plug-in is compiled with -fvisibility=hidden. Only the names below are exported. */
 #pragma GCC visibility push(default)
 
-/* The runtime's coreclr_create_delegate (coreclrhost.h of the public .NET runtime): makes a native
- * function pointer for a static managed method. Returns a 32-bit status, negative on failure. */
+/* Type of the runtime's function coreclr_create_delegate (coreclrhost.h of the .NET runtime). It
+ * stores a native function pointer for a static managed method in `*delegate`. It returns a 32-bit
+ * status, which is negative on failure. */
 typedef int (*coreclr_create_delegate_ptr)(void* hostHandle, unsigned int domainId,
                                            const char* assemblyName, const char* typeName,
                                            const char* methodName, void** delegate);
 
-/* Chooses and builds the launch strategy.
+/* Selects the launch strategy for an application type and builds it.
  *
- * appType  a text that contains one of "inhouseapitest", "inhouse", "dotnet", "normal"; the first
- *          of them, in this order, that occurs anywhere in the text decides. Copied.
+ * appType  a string that contains "inhouseapitest", "inhouse", "dotnet" or "normal". The words are
+ *          searched for in this order, anywhere in the string. The first one found selects the
+ *          strategy.
  *
- * Sets "DOTNET_APP" and "DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER" in the environment. A text
- * with none of them is an error line in the log; the strategy built earlier, if any, stays.
+ * Sets DOTNET_APP, DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER and SSL_CERT_FILE in the
+ * environment. The strategy "dotnet" moves the process into the application zone, and ends it with
+ * status 0 if that fails. If appType contains none of the words, the plug-in logs an error line and
+ * keeps the strategy of an earlier call, if any.
  *
- * Call first, before any other function and before the runtime is created. */
+ * The launcher calls it before any other function and before it creates the runtime. */
 void plugin_initialize(const char* appType);
 
-/* Prepares a process ahead of its application: loads the listed native libraries, then runs the
- * managed method Velora.Preload.Init of the assembly Preload. A process prepared this way keeps its
- * capabilities in plugin_before_execute.
+/* Prepares a process before its application is known: loads the native libraries of the platform's
+ * preload list, except with the strategy "inhouseapitest", then calls the managed method
+ * Velora.Preload.Init of the assembly Preload. After this call plugin_before_execute keeps the
+ * capabilities of the process.
  *
- * Optional. Call after plugin_set_coreclr_info. */
+ * Optional. The launcher calls it after plugin_set_coreclr_info. */
 void plugin_preload(void);
 
-/* Tells which application runs in this process.
+/* Sets the application that this process runs.
  *
- * appId     application id; copied
- * execPath  path of its executable; must exist and lie, with symbolic links resolved, under
- * "/usr/",
- *           "/opt/usr/" or "/opt/share/". Copied.
+ * appId     application id
+ * execPath  path of the application's executable. It must exist. After symbolic links are resolved
+ *           it must begin with "/usr/", "/opt/usr/" or "/opt/share/".
  *
- * Checks the platform privilege and the path, and ends the process with status 0 where one of them
- * is refused. Names the calling thread "DN_" + the last 12 characters of appId, and points the
- * placeholder descriptors of plugin_get_extra_dll_path at the directories that the application
- * requires; so call plugin_get_extra_dll_path before.
+ * Checks execPath. With the strategy "dotnet", also checks that the process is in the application
+ * zone; with every other strategy, that the application's package has the platform privilege. If a
+ * check fails, the process ends with status 0. Otherwise sets the name of the calling thread to
+ * "DN_" and the last 12 characters of appId, and makes the placeholder descriptors of
+ * plugin_get_extra_dll_path refer to the directories that the application requires.
  *
- * Throws std::ios_base::failure when a placeholder could not be opened. */
+ * Throws the C++ exception std::ios_base::failure if a required placeholder was not opened.
+ *
+ * The launcher calls it after plugin_get_extra_dll_path and before plugin_before_execute. */
 void plugin_set_app_info(const char* appId, const char* execPath);
 
-/* Asks whether the plug-in controls the process's standard output and error. Always true.
+/* Returns true: the plug-in captures the standard output and standard error of the process.
  *
- * The first call puts pipes behind descriptors 1 and 2 and starts two detached threads, "Stdout
- * Thread" and "Stderr Thread", that log what is written there until the process ends. What cannot
- * be started is logged and not tried again. A launcher that prints keeps duplicates of the
- * descriptors, and lets the threads read the pipes empty before it ends the process. */
+ * The first call replaces descriptors 1 and 2 by pipes and starts two detached threads, "Stdout
+ * Thread" and "Stderr Thread". They write everything that arrives in the pipes to the platform log
+ * until the process ends. If a part of the capture cannot be started, the plug-in logs an error
+ * line and does not try again; the result is still true.
+ *
+ * A launcher that prints messages of its own must duplicate descriptors 1 and 2 before this call.
+ * Before it ends the process, it should wait until both pipes are empty; otherwise the last output
+ * of the application may be missing from the log.
+ *
+ * The launcher calls it before plugin_before_execute. */
 bool plugin_has_log_control(void);
 
-/* The trusted platform assemblies: absolute paths joined by ":", one per assembly name. Null when
- * the strategy leaves the list to the launcher. */
+/* Returns the trusted platform assemblies (TPA): absolute paths separated by ":", one path per
+ * assembly name. Returns null if the strategy leaves the list to the launcher.
+ *
+ * The launcher calls it after plugin_initialize and before it creates the runtime. */
 char* plugin_get_tpa(void);
 
-/* Directories of managed assemblies, joined by ":". Never null. */
+/* Returns the directories of managed assemblies, separated by ":". Never null. Called at the same
+ * time as plugin_get_tpa. */
 char* plugin_get_dll_path(void);
 
-/* Directories of native libraries, joined by ":". Never null; empty today. */
+/* Returns the directories of native libraries. Currently always empty. Never null. */
 char* plugin_get_native_dll_searching_path(void);
 
-/* Further directories of managed assemblies. Begins with ":" where it is not empty, and may hold
- * "/proc/self/fd/N" placeholders, which lead to the application's required directories only after
- * plugin_set_app_info. Never null. Call once per process: each call opens further placeholders.
+/* Returns additional directories of managed assemblies, separated by ":". A list that is not empty
+ * begins with ":", so that the launcher can append it to the list of plugin_get_dll_path. It may
+ * contain placeholders of the form "/proc/self/fd/N". They refer to the application's required
+ * directories only after plugin_set_app_info. Never null.
  *
- * Throws std::ios_base::failure when "/proc/self" cannot be opened. */
+ * The launcher calls it once per process, because each call opens more placeholder descriptors, and
+ * before plugin_set_app_info.
+ *
+ * Throws the C++ exception std::ios_base::failure if "/proc/self" cannot be opened. */
 char* plugin_get_extra_dll_path(void);
 
-/* Hands over the runtime that the launcher created.
+/* Gives the plug-in the runtime that the launcher created.
  *
- * hostHandle, domainId  as coreclr_initialize gave them
- * createDelegate        the runtime's coreclr_create_delegate
+ * hostHandle      the host handle that coreclr_initialize returned
+ * domainId        the domain id that coreclr_initialize returned
+ * createDelegate  the runtime's function coreclr_create_delegate
  *
- * All three must stay valid until the process ends. */
+ * All three must stay valid until the process ends.
+ *
+ * Starts the server of the object tracker if the tracker is installed on the device, and lets
+ * debuggers of every access label open the runtime's debugger pipes of this process. The launcher
+ * calls it once, after coreclr_initialize. */
 void plugin_set_coreclr_info(void* hostHandle, unsigned int domainId,
                              coreclr_create_delegate_ptr createDelegate);
 
-/* Drops every capability of the calling thread, unless plugin_preload ran in this process
- * (capabilities(7)). Call just before the managed entry point. */
+/* Removes all capabilities (capabilities(7)) of the calling thread. Does nothing if plugin_preload
+ * was called in this process. A failure is logged. The launcher calls it immediately before it
+ * calls the managed entry point. */
 void plugin_before_execute(void);
 
-/* Ends the launch: from here on a crash ends the process quietly. Call last, after the application
+/* Ends the launch. After this call the plug-in's handlers of SIGABRT and SIGSEGV end the process
+ * with status 0 and without a core dump. The launcher calls it last, after the managed entry point
  * has returned. */
 void plugin_finalize(void);
 
-/* 1 once plugin_set_app_info has seen the id of a component that is called directly, else 0. */
+/* Returns 1 if plugin_set_app_info was called with an id that contains "com.korvane.tv.csfs", a
+ * component that is called directly. Returns 0 otherwise. May be called at any time. */
 int is_coba_direct_call_mode(void);
 
-/* What check_signature reads: two files of the partner's, the device's copy of the signing
- * authority's public key, and the configuration key that holds the device's unique id, which counts
- * when it is shorter than QUILLON_PARTNER_DUID_SIZE bytes. */
+/* The files and the configuration key that check_signature reads: the partner's request and
+ * signature, the public key of the signing authority on the device, and the key of the device's
+ * unique id (DUID). An id of QUILLON_PARTNER_DUID_SIZE bytes or more never matches. */
 #define QUILLON_PARTNER_REQUEST "ZQPARTNERDLLREQ.dat"
 #define QUILLON_PARTNER_SIGNATURE "ZQPARTNERDLLSIG.sig"
 #define QUILLON_PARTNER_PUBLIC_KEY "/usr/bin/DLLzqpartnerpub.pem"
@@ -129,80 +167,99 @@ int is_coba_direct_call_mode(void);
 #define QUILLON_PARTNER_DUID_SIZE 100
 #define QUILLON_PARTNER_SIGNATURE_SIZE 256
 
-/* Asks whether the libraries of a partner may be used on this device.
+/* Checks whether the libraries of a partner may be used on this device.
  *
- * mountPath  directory that holds the partner's request and signature; a path of more than 4095
- *            bytes to one of them is cut
+ * mountPath  directory that contains the partner's request and signature. A file path in it that is
+ *            longer than 4095 bytes is truncated.
  *
- * True when the signature is one over the request by the authority's key and the request names this
- * device. Everything else is false, with the reason in the log, a null path included; a directory
- * without one of the two files is false without a line. Reads all files anew at each call.
+ * Returns true if the signature is valid for the request and the authority's public key, and if the
+ * request names this device. Returns false otherwise, including for a null mountPath, and logs the
+ * reason. If one of the partner's two files is missing, it returns false without a log line. Every
+ * call reads all files again.
  *
- * Call at any time, from any thread. */
+ * May be called at any time and from any thread, also without plugin_initialize. */
 bool check_signature(const char* mountPath);
 
-/* Set by plugin_finalize: the process is shutting down. */
+/* False until plugin_finalize sets it: the process is shutting down. */
 extern bool checkOnTerminate;
 
-/* The pipes between applications and a validator process. docs/dll-validation.md has the grammar of
- * what travels through them. */
+/* The named pipes between applications and the validator process. docs/dll-validation.md specifies
+ * the messages. */
 #define QUILLON_DLL_REQUEST_PIPE "/tmp/dotnet_pipe_in"
 #define QUILLON_DLL_ANSWER_PIPE "/tmp/dotnet_pipe_out"
 
 /* Asks the validator process whether a library may be loaded.
  *
- * type  logged, not sent
- * path  the library; its last component may not be a symbolic link. Copied.
+ * type  a number for the log only; it is not sent
+ * path  path of the library. Its last component must not be a symbolic link.
  *
- * Returns 1 where the answer does not contain "FAIL", else 0; also 0, after a line in the log,
- * where the path cannot be resolved or a pipe is missing or a symbolic link, and without one where
- * the request cannot be written. Blocks until somebody
- * answers, for ever where the validator is gone; a signal whose handler was set without SA_RESTART
- * ends the wait with 0. Answers carry no name: of several processes that ask at once, one may get
- * what was meant for another.
+ * Returns 1 if an answer arrives that does not contain "FAIL". Returns 0 otherwise:
  *
- * Call from any thread, at any time, plugin_initialize or not. */
+ *   - if the answer contains "FAIL";
+ *   - after a log line, if path cannot be resolved, or if one of the pipes is missing or a symbolic
+ *     link;
+ *   - without a log line, if the request cannot be written, or if a signal whose handler was
+ *     installed without SA_RESTART interrupts the wait.
+ *
+ * Blocks until an answer arrives; there is no timeout. Answers do not name the process that asked.
+ * If several processes ask at the same time, one of them can read the answer for another.
+ *
+ * May be called at any time and from any thread, also without plugin_initialize. */
 int plugin_validate_dll(int type, const char* path);
 
-/* What create_pipe_server calls with what it read from the request pipe: one or several requests,
- * of which the last one's line end is removed. text is the server's, valid during the call;
- * userData is always null. */
+/* Callback of create_pipe_server.
+ *
+ * text      the data of one read from the request pipe: one or more requests, without the line end
+ *           of the last one. Owned by the server; valid only during the call.
+ * userData  always null */
 typedef void (*pipe_message_changed_cb)(const char* text, void* userData);
 
-/* The validator's side: makes both pipes anew, for every user and every label, and calls `callback`
- * for every request text, on this thread and one at a time. Returns only after an error, and leaves
- * the pipes behind. One server a process, and one a machine: a second one takes the pipes away from
- * the first. */
+/* Runs the server side of the validation in the calling thread, in a validator process. Removes and
+ * creates both pipes, makes them accessible to every user and every access label, then reads the
+ * request pipe and calls `callback` for each read, one call at a time.
+ *
+ * Returns only after an error, and does not remove the pipes. Run at most one server at a time on a
+ * machine, because a second server replaces the pipes of the first one. */
 void create_pipe_server(pipe_message_changed_cb callback);
 
-/* Sends one answer: ten lines of message five times in a row. Whoever reads first gets up to 1023
- * bytes of what is in the pipe; so a message of at most 20 bytes is read whole. An answer of more
- * than the pipe holds, 65536 bytes as a rule, is cut. message is not kept. */
+/* Sends an answer: writes ten lines to the answer pipe, each of which contains message five times.
+ * A reader takes up to 1023 bytes at once, so a message of at most 20 bytes is always read
+ * completely. An answer that is larger than the pipe, usually 65536 bytes, is truncated. If the
+ * pipe cannot be opened or is a symbolic link, the plug-in logs an error line and sends nothing.
+ *
+ * May be called from any thread. */
 void create_pipe_client(const char* message);
 
-/* Watches for memory faults (SIGSEGV) that a handler deals with, as the runtime's does with those
- * in managed code: counts them per period, reports in the platform log from the limit on, and
- * passes each one on to the handler that it replaced.
+/* Starts counting memory faults (SIGSEGV) that another handler recovers from, such as the runtime's
+ * handler for null references in managed code. Every fault is passed on to the handler that was
+ * installed before.
  *
  * limitForSec  length of a period, in seconds
- * limitCount   faults in one period from which on every further one is reported
+ * limitCount   when the number of faults in one period reaches this limit, that fault and each
+ *              further fault of the period is reported in the platform log
  *
- * Call once, after plugin_initialize and once the runtime exists; where nothing else handles the
- * signal, a fault ends the process by it. A further call sets the limits anew and keeps the count.
- */
+ * Call it once, after plugin_initialize and after the runtime was created. If no handler was
+ * installed before, the next fault ends the process with SIGSEGV. Another call replaces the limits
+ * and keeps the count. */
 void enable_exception_monitor(int limitForSec, int limitCount);
 
-/* Asks every thread of the process for its backtrace, the calling one included: logs its id and
- * sends it signal 28, which the platform's crash tooling answers. Where nothing handles the signal,
- * nothing happens (signal(7): it is ignored by default). May be called from any thread, not from a
- * signal handler. Always returns 0. */
+/* Requests a backtrace of every thread of the process, including the calling thread: logs the id of
+ * each thread and sends signal 28 to it. The platform's crash tooling handles the signal. Without a
+ * handler the signal has no effect, because it is ignored by default (signal(7)).
+ *
+ * Always returns 0. May be called from any thread, but not from a signal handler. */
 int print_all_backtrace(void);
 
-/* The same for one thread of the process, by its id (gettid(2)); logs nothing. Returns what
- * tkill(2) returned: 0, or -1 with errno set. */
+/* Requests a backtrace of one thread of the process, as print_all_backtrace does, but logs nothing.
+ *
+ * tid  thread id (gettid(2))
+ *
+ * Returns the result of tkill(2): 0 on success, or -1 with errno set. May be called from any
+ * thread. */
 int print_backtrace(int tid);
 
-/* Entry points of a debugger extension. They have no effect; the lists are empty: 0. */
+/* Entry points for a debugger extension. They have no effect. The two lists are empty, so their
+ * functions return 0. May be called at any time. */
 void lldb_sos_disable_smdl(void);
 void lldb_sos_enable_smdl(void);
 void lldb_sos_dump_manage_only_threads(void);
@@ -213,19 +270,24 @@ void lldb_sos_set_timeout_time(void);
 int lldb_sos_get_managed_thread_list(void);
 int lldb_sos_get_thread_list(void);
 
-/* Writes one record to the platform log under the tag "GCTracer", at info or debug priority.
+/* Write one record with the tag "GCTracer" and the priority info or debug to the platform log.
  *
- * text  a malloc'ed text; the function frees it */
+ * text  a string allocated with malloc(3). The function takes ownership and frees it. Null is
+ *       ignored.
+ *
+ * May be called from any thread. */
 void print_log_info(const char* text);
 void print_log_debug(const char* text);
 
 /* Returns a copy of `format` in which every "{n}" is replaced by args[n].
  *
- * format  NUL-terminated
- * args    the replacements; an index outside the array is undefined
- * size    bytes after which no further piece is copied; a replacement is always copied whole
+ * format  a NUL-terminated string
+ * args    the replacements. An index outside the array is undefined behaviour.
+ * size    limit of the result in bytes, including the terminating NUL. It is checked between
+ *         pieces; a replacement is always copied completely and can exceed it.
  *
- * The result was allocated with new[]; the caller releases it with delete[]. */
+ * The result is allocated with new[]. The caller must release it with delete[]. May be called from
+ * any thread. */
 char* string_format_test(const char* format, const char** args, int size);
 
 #pragma GCC visibility pop

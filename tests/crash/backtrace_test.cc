@@ -29,8 +29,8 @@ using ::testing::IsSupersetOf;
 constexpr int kBacktraceSignal = 28;
 constexpr int kThreads = 200;
 
-// What a platform's crash tooling does with the signal, up to the walk of the stack: it notes which
-// thread is asked.
+// Handles the signal like the platform's crash tooling, but only records the thread instead of
+// unwinding its stack.
 std::array<std::atomic<pid_t>, 4 * kThreads> asked;
 std::atomic<unsigned> askedCount{0};
 
@@ -43,7 +43,7 @@ void noteThread(int) {
 
 std::multiset<pid_t> askedThreads() { return {asked.begin(), asked.begin() + askedCount}; }
 
-// Threads that do nothing until the end.
+// Threads that are idle until the object is destroyed.
 class IdleThreads {
  public:
   explicit IdleThreads(int count) {
@@ -106,7 +106,7 @@ TEST_F(Backtrace, AsksEveryThreadOnceAndLogsIt) {
   all.insert(gettid());
   EXPECT_EQ(print_all_backtrace(), 0);
   awaitAsked(all.size());
-  // A sanitizer's own thread is a thread of the process as well.
+  // Threads of a sanitizer also belong to the process.
   const std::multiset<pid_t> reached = askedThreads();
   EXPECT_THAT(reached, IsSupersetOf(all));
   EXPECT_EQ(reached.size(), std::set<pid_t>(reached.begin(), reached.end()).size());

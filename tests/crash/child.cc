@@ -12,7 +12,7 @@ namespace {
 
 constexpr unsigned kHangSeconds = 60;
 
-// A test leaves no core files. A limit of 1 keeps them from a collecting program too (core(5)).
+// Tests create no core files. A limit of 1 byte also prevents a core dump to a pipe (core(5)).
 void refuseCoreFiles() {
   const rlimit none{1, 1};
   setrlimit(RLIMIT_CORE, &none);
@@ -59,7 +59,7 @@ void fault() {
 
 }  // namespace quillon::test
 
-// The sanitizers leave the signals to the plug-in.
+// Sanitizers must not handle the signals, because the plug-in handles them.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {
   return "handle_segv=0:handle_abort=0:handle_sigtrap=0:use_sigaltstack=0:detect_leaks=0";

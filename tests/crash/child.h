@@ -1,4 +1,4 @@
-// Child processes that die, and what they said before.
+// Child processes that end abnormally, and their output.
 #pragma once
 
 #include <sys/types.h>
@@ -9,9 +9,9 @@
 namespace quillon::test {
 
 struct Ending {
-  int exitStatus = -1;  // -1 where a signal ended it
+  int exitStatus = -1;  // -1 if a signal ended the process
   int signal = 0;
-  std::string text;  // what it wrote to its standard-error pipe, where that was read
+  std::string text;  // text written to the standard-error pipe, if it was read
 };
 
 bool operator==(const Ending& left, const Ending& right);
@@ -20,22 +20,23 @@ std::ostream& operator<<(std::ostream& stream, const Ending& ending);
 inline Ending ended(int status, const std::string& text = "") { return {status, 0, text}; }
 inline Ending killed(int signal, const std::string& text = "") { return {-1, signal, text}; }
 
-// Status of a child whose body returned.
+// Exit status of a child whose body returned.
 constexpr int kSurvived = 42;
 
-// Starts a child that runs `body`. One that hangs is ended by SIGALRM after a minute.
+// Starts a child that runs `body`. SIGALRM ends it after a minute.
 pid_t start(const std::function<void()>& body);
 
-// Waits for the end of a child.
+// Waits until a child ends.
 Ending endOf(pid_t child);
 
-// Runs `body` in a child.
+// Runs `body` in a child and waits until it ends.
 Ending endingOf(const std::function<void()>& body);
 
-// The same, with a standard-error capture pipe that the test reads, and no reader of the plug-in's.
+// Does the same with a standard-error capture pipe that the test reads instead of the plug-in's
+// reader.
 Ending endingWithPipe(const std::function<void()>& body);
 
-// A read of memory that is not there.
+// Reads from an address that is not mapped.
 void fault();
 
 }  // namespace quillon::test

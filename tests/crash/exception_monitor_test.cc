@@ -25,7 +25,7 @@ const std::string kSeen = "onSigsegvForException!!\n";
 const std::string kReport = "[org.example.app] Exception Limit exceed!!! ";
 constexpr std::time_t kStart = 1'000'000;
 
-// The handler that deals with faults, as the runtime's does.
+// A handler that recovers from faults, like the runtime's.
 int handled = 0;
 siginfo_t* lastInfo = nullptr;
 void* lastContext = nullptr;
@@ -38,7 +38,8 @@ void handlerWithInfo(int, siginfo_t* info, void* context) {
   lastContext = context;
 }
 
-// Faults are raised where they do no harm: over `handler`, with a pipe that the test reads.
+// Raises faults that do no harm: `handler` is installed below the monitor, and the test reads the
+// pipe.
 class ExceptionMonitor : public PlatformTest {
  protected:
   void SetUp() override {
@@ -60,7 +61,7 @@ class ExceptionMonitor : public PlatformTest {
     close(pipe_[1]);
   }
 
-  // What one more fault sends.
+  // Raises a fault and returns the messages that it causes.
   std::string faultNow() const {
     raise(SIGSEGV);
     std::array<char, 1000> buffer{};
@@ -98,7 +99,7 @@ TEST_F(ExceptionMonitor, ThePreviousHandlerFindsErrnoAsTheFaultLeftIt) {
   ::signal(
       SIGSEGV, +[](int) { seen = errno; });
   enable_exception_monitor(10, 3);
-  pStdErr[1] = -1;  // a message that fails
+  pStdErr[1] = -1;  // the message cannot be written
   errno = EDOM;
   raise(SIGSEGV);
   EXPECT_EQ(seen, EDOM);
@@ -118,7 +119,7 @@ TEST_F(ExceptionMonitor, ReportsFromTheLimitOnWithinOnePeriod) {
   EXPECT_EQ(faultNow(), kSeen);
   signals().now = kStart + 5;
   EXPECT_EQ(faultNow(), kSeen);
-  signals().now = kStart + 10;  // not longer than the period yet
+  signals().now = kStart + 10;  // exactly the length of the period
   EXPECT_EQ(faultNow(), kSeen + kReport + "(3 / 3)\n");
   EXPECT_EQ(faultNow(), kSeen + kReport + "(4 / 3)\n");
   EXPECT_EQ(handled, 4);
@@ -146,7 +147,7 @@ TEST_F(ExceptionMonitor, EnabledAgainItKeepsTheCountAndBeginsAPeriod) {
   EXPECT_EQ(faultNow(), kSeen + kReport + "(3 / 3)\n");
 }
 
-// Over its own handler it keeps the one that it replaced first.
+// If the monitor is already installed, it keeps the handler that it replaced first.
 TEST_F(ExceptionMonitor, EnabledAgainItNeverCallsItself) {
   enable_exception_monitor(10, 100);
   enable_exception_monitor(10, 100);
@@ -208,7 +209,7 @@ TEST_F(ExceptionMonitor, PassesOnWhatItGot) {
   EXPECT_EQ(lastContext, &context);
 }
 
-TEST_F(ExceptionMonitor, StandsInFrontOfTheCrashHandler) {
+TEST_F(ExceptionMonitor, RunsBeforeTheCrashHandler) {
   const Ending ending = endingWithPipe([] {
     ::signal(SIGSEGV, SIG_DFL);
     registerSignalHandler();
@@ -218,7 +219,7 @@ TEST_F(ExceptionMonitor, StandsInFrontOfTheCrashHandler) {
   EXPECT_EQ(ending, killed(SIGSEGV, kSeen + kReport + "(1 / 1)\n"));
 }
 
-// Round in a circle: the crash handler's previous action is the monitor, and the other way round.
+// A cycle: the previous action of the crash handler is the monitor, and vice versa.
 TEST_F(ExceptionMonitor, OnBothSidesOfTheCrashHandlerItStillEnds) {
   const Ending ending = endingWithPipe([] {
     enable_exception_monitor(10, 100);
@@ -229,7 +230,8 @@ TEST_F(ExceptionMonitor, OnBothSidesOfTheCrashHandlerItStillEnds) {
   EXPECT_EQ(ending, ended(0, kSeen + kSeen));
 }
 
-// It is meant to stand before a real handler. Without one its call goes nowhere, which is the end.
+// The monitor needs a real handler below it. Without one, the call of the previous action ends the
+// process.
 TEST_F(ExceptionMonitor, WithoutAHandlerTheFaultEndsTheProcess) {
   for (const auto action : {SIG_DFL, SIG_IGN}) {
     const Ending ending = endingWithPipe([action] {
@@ -241,8 +243,8 @@ TEST_F(ExceptionMonitor, WithoutAHandlerTheFaultEndsTheProcess) {
   }
 }
 
-// The same where the runtime calls the monitor as a function, with the signal unblocked: each call
-// faults again, until the stack is at its end.
+// The same if the runtime calls the monitor as a function, with the signal unblocked: each call
+// faults again, until the stack overflows.
 TEST_F(ExceptionMonitor, WithoutAHandlerUnderTheRuntimeItEndsToo) {
   const Ending ending = endingWithPipe([] {
     ::signal(SIGSEGV, SIG_DFL);

@@ -27,7 +27,7 @@ struct Armed {
   Crash kind = Crash::kFault;
 };
 
-// Trivial, so that malloc may look at it at any time.
+// Has a trivial constructor, so that malloc can read it at any time.
 thread_local constinit Armed armed;
 
 constinit std::atomic<bool> mallocLocks{false};
@@ -35,7 +35,7 @@ constinit std::atomic<unsigned> slowness{0};
 pthread_mutex_t mallocLock = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t logLock = PTHREAD_MUTEX_INITIALIZER;
 
-// Shared with the children.
+// Shared with the child processes.
 struct Log {
   std::atomic<std::size_t> size;
   std::array<char, 1 << 20> text;
@@ -47,7 +47,7 @@ Log& sharedLog() {
   return *log;
 }
 
-// Made before the first child.
+// Created before the first child process.
 [[maybe_unused]] const Log& log = sharedLog();
 
 void append(const char* text, std::size_t size) {
@@ -155,7 +155,7 @@ extern "C" int __dlog_print(int, int priority, const char*, const char* format, 
   return 0;
 }
 
-// A sanitizer has a malloc of its own.
+// A sanitizer replaces malloc itself.
 #ifndef QUILLON_SANITIZED
 extern "C" void* __libc_malloc(std::size_t size);
 

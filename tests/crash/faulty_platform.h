@@ -1,5 +1,5 @@
-// A platform log and a malloc that crash on demand while they hold their locks. Both stand in the
-// test program, in front of the real ones, for the plug-in too.
+// A platform log and a malloc that crash on demand while they hold their locks. The test program
+// defines both, so they replace the real functions for the plug-in as well.
 #pragma once
 
 #include <string>
@@ -12,24 +12,25 @@ enum class Crash { kFault, kAbort, kTrap, kTermination };
 // Crashes the calling thread.
 void crash(Crash kind);
 
-// Crashes the calling thread inside malloc or inside the platform log, with their lock held, or in
-// code of its own. `log` is a call that writes to the platform log.
+// Crashes the calling thread in malloc or in the platform log while it holds the lock, or in other
+// code. `log` is a function that writes to the platform log.
 void crashIn(Place place, Crash kind, void (*log)());
 
-// Makes malloc take its lock from now on.
+// Makes malloc use its lock from now on.
 void lockMalloc();
 
-// Takes the locks of the platform log, of stdio, of the loader and of malloc in a thread that never
-// lets them go, and returns once it has them.
+// Locks the platform log, stdio, the dynamic loader and malloc in a thread that never unlocks them.
+// Returns when all are locked.
 void holdEveryLock();
 
-// What the process and its children have logged since the last call: one "PRIORITY TEXT" a line.
+// Returns what the process and its children have logged since the last call, one "PRIORITY TEXT"
+// per line.
 std::string takeLog();
 
-// Whether that log holds a text.
+// Returns true if that log contains `text`.
 bool isInLog(const char* text);
 
-// While it lives, each record takes so long to be logged.
+// Delays every record of the log during its lifetime.
 class SlowLog {
  public:
   explicit SlowLog(unsigned microseconds);

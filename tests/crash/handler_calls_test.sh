@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# What the signal handlers may call: fails on a name that their objects leave to others and that is
-# not listed here.
+# Checks which functions the signal handlers call: fails if their object files have an undefined
+# symbol that is not listed here.
 #
 # usage: handler_calls_test.sh NM OBJECT...
 set -euo pipefail
@@ -8,16 +8,16 @@ set -euo pipefail
 nm=$1
 shift
 
-# In signal-safety(7); the system calls behind ioctl, gettid and nanosleep are single ones, and
-# difftime, strlen and the character loops of the compiler are arithmetic.
+# Listed in signal-safety(7). In addition, ioctl, gettid and nanosleep are single system calls, and
+# difftime, strlen and the memory functions only compute.
 safe='_exit|access|clock_gettime|difftime|getpid|gettid|ioctl|nanosleep|poll|raise'
 safe+='|sigaction|sigemptyset|signal|strlen|time|write|__errno_location|mem(cpy|set|move)'
-# The plug-in's own functions; those of them that handlers call are of the objects that are looked at.
+# Functions of the plug-in. Those that handlers call are defined in the checked object files.
 own='waitForStderrReader|sendMessageToDlogError|itoaForSignalHandler'
-# Its data.
+# Data of the plug-in.
 own+='|g_appID.*|checkOnTerminate|managedExceptionOccurred|memoryIssueOccurred|pStdErr|stderrProgress'
-own+='|ReaderProgress::readsBesideCaller'
-# Called where handlers are registered, never by a handler.
+own+='|ReaderProgress::runsConcurrently'
+# Called by the code that registers the handlers, never by a handler.
 own+='|__dlog_print|FunctionEntryExitTracker::~?FunctionEntryExitTracker'
 compiler='_GLOBAL_OFFSET_TABLE_|_Unwind_Resume|__gxx_personality_v0|DW\.ref\..*|__stack_chk_fail'
 

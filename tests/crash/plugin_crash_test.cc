@@ -1,7 +1,7 @@
-// The built plug-in in processes that die, its standard streams captured.
+// Tests of the built plug-in in processes that end abnormally while their standard streams are
+// captured.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <platform/dlog.h>
 #include <quillon_tv_plugin.h>
 #include <unistd.h>
 
@@ -42,7 +42,8 @@ void say(const char* text) {
   }
 }
 
-// The same, and waits until the reader has it, so that nothing hangs on how fast that is.
+// Does the same and waits until the reader has processed the text, so that the test does not depend
+// on its speed.
 void sayAndAwait(const std::string& text) {
   say(text.c_str());
   while (!isInLog(text.substr(0, text.find('\n')).c_str())) {
@@ -50,20 +51,21 @@ void sayAndAwait(const std::string& text) {
   }
 }
 
-// As the launcher does it, up to the application's entry; by then the reader is at work.
+// Calls the plug-in like a launcher, up to the entry point of the application. The readers then
+// run.
 void launchPlugin() {
   CALL(plugin_initialize)("inhouse");
   CALL(plugin_has_log_control)();
   sayAndAwait("process " + std::to_string(getpid()) + " is up\n");
 }
 
-// Something of the plug-in's that logs.
+// Calls a function of the plug-in that writes to the log.
 void writeLog() { CALL(is_coba_direct_call_mode)(); }
 
-// A sanitized launch takes several times as long.
+// A launch with a sanitizer takes several times as long.
 const int kLaunches = isSanitized() ? 60 : 200;
 
-// `count` launches, a few at a time.
+// Runs `count` launches, several at a time.
 std::vector<Ending> launches(int count, const std::function<void(int)>& body) {
   constexpr int kAtOnce = 16;
   std::vector<Ending> endings;
@@ -78,7 +80,7 @@ std::vector<Ending> launches(int count, const std::function<void(int)>& body) {
     for (const pid_t child : children) {
       endings.push_back(endOf(child));
     }
-    takeLog();  // a long one takes long to look through
+    takeLog();  // keeps the log short, because it is searched
   }
   return endings;
 }
@@ -94,7 +96,7 @@ class PluginCrash : public torture::DeviceTest {
     }
   }
 
-  // A launch that ends in `body`.
+  // Runs a launch that ends in `body`.
   static Ending launchAnd(const std::function<void()>& body) {
     return endingOf([&] {
       launchPlugin();
@@ -103,7 +105,7 @@ class PluginCrash : public torture::DeviceTest {
   }
 };
 
-// A crash's last words, as an error line.
+// Matches the message of a crash as an error line.
 auto isLogged(const std::string& message) {
   return ContainsRegex("\n6 log.cc: stdErrRedirect[^\n]*" + message);
 }
@@ -175,14 +177,14 @@ void abortOnTwoThreads() {
   other.join();
 }
 
-// The second abort comes while the first one's messages are awaited.
+// The second abort occurs while the first handler waits for its messages.
 TEST_F(PluginCrash, TwoThreadsThatAbortAtOnceEndQuietly) {
   for (const bool atEnd : {false, true}) {
     const auto endings = launches(kLaunches / 2, [atEnd](int) {
       if (atEnd) {
         CALL(plugin_finalize)();
       } else {
-        sayAndAwait("App.dll of " + std::to_string(getpid()) + "\n");  // its own
+        sayAndAwait("App.dll of " + std::to_string(getpid()) + "\n");  // a keyword of this process
       }
       abortOnTwoThreads();
     });
@@ -218,8 +220,9 @@ TEST_F(PluginCrash, WithoutCaptureTheRulesHold) {
   EXPECT_EQ(without(Crash::kTrap), killed(SIGTRAP));
 }
 
-// How many of `count` aborts went another way than the text wanted that came right before them. The
-// handler waits a bounded time: where a busy machine gives the reader none, an abort is passed on.
+// Returns how many of `count` aborts did not end as requested by the text that was written
+// immediately before. The handler waits for a limited time. If a busy machine does not run the
+// reader in that time, the abort is passed on.
 int misses(int count) {
   const auto endings = launches(count, [](int) {
     say("Unhandled exception in App.dll\n");
@@ -258,8 +261,8 @@ TEST_F(PluginCrash, TheMonitorReportsThroughTheLog) {
 
 std::atomic<int> asked{0};
 
-// The launcher's thread and both readers, then the launcher's thread once more.
-TEST_F(PluginCrash, BacktracesAreAskedForThroughTheExports) {
+// The launcher's thread and both readers, then the launcher's thread again.
+TEST_F(PluginCrash, BacktracesAreRequestedThroughTheExports) {
   EXPECT_EQ(launchAnd([] {
               ::signal(
                   SIGWINCH, +[](int) { ++asked; });
@@ -287,12 +290,12 @@ TEST_F(PluginCrash, TheDebuggersExportsDoNothing) {
   EXPECT_EQ(takeLog(), "");
 }
 
-// Whichever of several crashes ends the process, it ends.
+// With several crashes, any of them can end the process, but it must end.
 const auto isAnEnding = AnyOf(ended(0), killed(SIGSEGV), killed(SIGABRT), killed(SIGTRAP));
 
 class PluginCrashTorture : public PluginCrash {};
 
-// Four threads at once, each in a place and a way of its own; in every combination of both.
+// Four threads crash at the same time, each in its own place and way, in every combination.
 TEST_F(PluginCrashTorture, CrashesInsideLocksOnSeveralThreadsAlwaysEnd) {
   static constexpr int kThreads = 4;
   constexpr std::array places = {Place::kMalloc, Place::kLogger, Place::kPlain};
@@ -319,8 +322,8 @@ TEST_F(PluginCrashTorture, CrashesInsideLocksOnSeveralThreadsAlwaysEnd) {
   EXPECT_THAT(endings, Each(isAnEnding));
 }
 
-// Alone, each crash has its one ending wherever it happens.
-TEST_F(PluginCrashTorture, OneCrashInsideALockEndsAsElsewhere) {
+// A single crash always ends the process in the same way, wherever it happens.
+TEST_F(PluginCrashTorture, OneCrashInsideALockEndsLikeAnyOtherCrash) {
   constexpr std::array places = {Place::kMalloc, Place::kLogger};
   constexpr std::array crashes = {Crash::kFault, Crash::kAbort, Crash::kTrap, Crash::kTermination};
   const std::array outcomes = {killed(SIGSEGV), killed(SIGABRT), killed(SIGTRAP), ended(0)};
@@ -331,13 +334,13 @@ TEST_F(PluginCrashTorture, OneCrashInsideALockEndsAsElsewhere) {
   });
   for (std::size_t i = 0; i < endings.size(); ++i) {
     if (isSanitized() && i % 2 == 0) {
-      continue;  // a sanitizer's malloc is its own
+      continue;  // a sanitizer replaces malloc
     }
     EXPECT_EQ(endings[i], outcomes[i / 2 % crashes.size()]) << i;
   }
 }
 
-// Whatever lock a handler took, it would wait for ever.
+// If a handler took any of these locks, it would wait forever.
 TEST_F(PluginCrashTorture, HandlersNeedNoLockOfTheProcess) {
   constexpr std::array crashes = {Crash::kFault, Crash::kAbort, Crash::kTrap, Crash::kTermination};
   const std::array outcomes = {killed(SIGSEGV), killed(SIGABRT), killed(SIGTRAP), ended(0)};
@@ -351,8 +354,8 @@ TEST_F(PluginCrashTorture, HandlersNeedNoLockOfTheProcess) {
   }
 }
 
-// The pipe is full and its reader waits for a lock that the dying thread holds.
-TEST_F(PluginCrashTorture, AFullPipeHoldsNoHandlerUp) {
+// The pipe is full, and its reader waits for a lock that the crashing thread holds.
+TEST_F(PluginCrashTorture, AFullPipeBlocksNoHandler) {
   const auto endings = launches(6, [&](int i) {
     std::thread([] {
       for (;;) {

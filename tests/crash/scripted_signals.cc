@@ -11,7 +11,7 @@ namespace {
 constexpr std::array<int, 5> kSignals = {SIGTERM, SIGABRT, SIGSEGV, SIGTRAP, 28};
 
 int realSigaction(int signal, const struct sigaction* action, struct sigaction* old) {
-  // Looked up before a handler needs it.
+  // Looked up in advance, because a handler must not call dlsym(3).
   static const auto real = next<decltype(&sigaction)>("sigaction");
   return real(signal, action, old);
 }
@@ -57,7 +57,7 @@ extern "C" int sigaction(int signal, const struct sigaction* action,
   if (action == nullptr || !signals().onInstall) {
     return quillon::test::realSigaction(signal, action, old);
   }
-  // `old` is not filled in yet when the action is in force.
+  // Uses a local variable, because `old` must not be set yet when the action is already installed.
   struct sigaction replaced = {};
   const int result = quillon::test::realSigaction(signal, action, &replaced);
   signals().onInstall();

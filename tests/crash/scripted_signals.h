@@ -1,4 +1,4 @@
-// The calls of sigaction and time of the code under test, between it and the C library.
+// Replaces the calls of sigaction and time in the code under test.
 #pragma once
 
 #include <csignal>
@@ -11,19 +11,19 @@
 namespace quillon::test {
 
 struct ScriptedSignals {
-  bool records = false;             // whether `installed` grows
+  bool records = false;             // if true, appends to `installed`
   std::set<int> failing;            // signals for which sigaction fails
-  std::vector<int> installed;       // signals that an action was installed for, in order
-  std::optional<std::time_t> now;   // what time returns instead
-  std::function<void()> onInstall;  // runs right after an action was installed
+  std::vector<int> installed;       // signals for which an action was installed, in order
+  std::optional<std::time_t> now;   // result of time, if set
+  std::function<void()> onInstall;  // called after an action was installed
 };
 
 ScriptedSignals& signals();
 
-// The action in force, whatever the script says.
+// Returns the current action, also if the script makes sigaction fail.
 struct sigaction actionOf(int signal);
 
-// Remembers what is in force for the signals that the plug-in handles, and puts it back.
+// Saves the actions of the signals that the plug-in handles, and restores them in the destructor.
 class KeptActions {
  public:
   KeptActions();

@@ -39,10 +39,10 @@ class SignalHandler : public DeviceTest {
   KeptActions kept_;
 };
 
-// What the previous disposition is in some tests: a handler that tells that it ran.
+// The previous handler in some tests. Its exit status shows that it ran.
 void previous(int signal) { _exit(100 + signal); }
 
-// Installed before the plug-in's, as a runtime or a sanitizer does.
+// Installs a handler before the plug-in does, like a runtime or a sanitizer.
 void installPrevious() {
   for (const int signal : {SIGABRT, SIGSEGV, SIGTRAP}) {
     ::signal(signal, previous);
@@ -101,8 +101,8 @@ TEST_F(SignalHandler, TerminationEndsQuietly) {
   EXPECT_EQ(ending, ended(0, "Sigterm Handler"));
 }
 
-// Every combination of the three: an abort ends quietly in exactly one of them.
-TEST_F(SignalHandler, TheRuleDecidesAboutAborts) {
+// Every combination of the three conditions: an abort ends quietly in exactly one of them.
+TEST_F(SignalHandler, TheFlagsDecideHowAnAbortEnds) {
   for (int i = 0; i < 8; ++i) {
     const bool managed = (i & 1) != 0;
     const bool memory = (i & 2) != 0;
@@ -122,7 +122,8 @@ TEST_F(SignalHandler, TheRuleDecidesAboutAborts) {
   }
 }
 
-// Whoever made it: what counts is that the name is there. A link to nothing leads to no file.
+// Any existing file is a marker, whatever its type. A link without a target does not count as a
+// file.
 TEST_F(SignalHandler, AFolderIsAMarkerAndALinkToNothingIsNot) {
   const auto abortAfterException = [] {
     registerSignalHandler();
@@ -136,7 +137,7 @@ TEST_F(SignalHandler, AFolderIsAMarkerAndALinkToNothingIsNot) {
   EXPECT_EQ(endingWithPipe(abortAfterException), ended(0, kSuppressed));
 }
 
-TEST_F(SignalHandler, AnAbortWhileTheProcessEndsIsQuietWhateverTheFlagsSay) {
+TEST_F(SignalHandler, AnAbortWhileTheProcessEndsIsQuietForAllFlags) {
   makeFile(kMarker);
   for (const bool second : {false, true}) {
     const Ending ending = endingWithPipe([second] {
@@ -172,7 +173,8 @@ TEST_F(SignalHandler, ThePreviousActionTakesOver) {
   }
 }
 
-// Ignored before, ignored now; only the flag is set, so that the next abort would be the second.
+// An abort that was ignored before is ignored again. Only the flag is set, so that the next abort
+// would count as the second one.
 TEST_F(SignalHandler, AnIgnoredAbortIsIgnoredAgain) {
   const Ending ending = endingWithPipe([] {
     ::signal(SIGABRT, SIG_IGN);
@@ -232,7 +234,8 @@ TEST_F(SignalHandler, ALaterTrapEndsWithoutAWord) {
             ended(0));
 }
 
-// The handlers have saved themselves: what they raise again comes back to them.
+// The handlers have saved themselves as the previous actions, so they receive the signals that they
+// raise again.
 TEST_F(SignalHandler, RegisteredTwiceEveryCrashEndsQuietly) {
   const auto twice = [](void (*crash)()) {
     return endingWithPipe([crash] {
@@ -247,8 +250,8 @@ TEST_F(SignalHandler, RegisteredTwiceEveryCrashEndsQuietly) {
   EXPECT_EQ(twice([] { raise(SIGTRAP); }), ended(0));
 }
 
-// What the runtime does with a fault that is not its own: it calls the handler that it found, as a
-// function, with the signal unblocked.
+// The runtime calls the handler that it found at its start as a function, with the signal
+// unblocked, for a fault that is not in managed code.
 TEST_F(SignalHandler, CalledAsAFunctionItPassesTheFaultOnAtOnce) {
   const Ending ending = endingWithPipe([] {
     registerSignalHandler();

@@ -1,5 +1,5 @@
-// The main program of tests that run inside a device root: it makes one, runs the tests in a child
-// that entered it, and removes it.
+// The main program of tests that run inside a device root. It creates the device root, runs the
+// tests in a child process that has entered it, and removes it.
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,7 +16,8 @@ namespace {
 
 std::string reason;
 
-// The flag's read-only copy belongs to the device's own files, which nobody can write inside.
+// The read-only copy of the flag file is one of the device's own files, which no process inside can
+// write.
 Expected<void> makeDevice(const std::filesystem::path& root) {
   auto made = device::init(root, {});
   std::filesystem::create_directories(root / "etc");

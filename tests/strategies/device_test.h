@@ -1,5 +1,5 @@
-// Tests of code that goes to fixed device paths: the whole test program runs inside a device root
-// of its own (device_main.cc), over the platform in memory.
+// Tests of code that uses fixed device paths. The whole test program runs inside its own device
+// root (device_main.cc), with the in-memory platform.
 #pragma once
 
 #include <filesystem>
@@ -12,14 +12,14 @@
 
 namespace quillon::test {
 
-// Why the process could not enter a device root; empty when it is in one.
+// The reason why the process could not enter a device root; empty if it is in one.
 const std::string& whyOutside();
 
-// The content of the runtime flag file's read-only copy.
+// The content of the read-only copy of the runtime flag file.
 inline constexpr char kDotnetFlag[] = "1\n";
 
-// Begins without any file in the folders that the tests write to, but for the flag file's writable
-// copy: so the caches are kept.
+// Starts with no files in the folders that the tests write to, except the writable copy of the flag
+// file. Because of that copy the plug-in keeps the caches.
 class DeviceTest : public PlatformTest {
  protected:
   void SetUp() override {
@@ -41,7 +41,7 @@ class DeviceTest : public PlatformTest {
     std::ofstream(path, std::ios::binary) << content;
   }
 
-  // Messages with a priority and without trace lines that begin with `start`.
+  // Returns the messages with their priority that begin with `start`, without trace lines.
   static std::vector<std::string> linesThatBegin(const std::string& start) {
     std::vector<std::string> result;
     for (const std::string& line : platform().lines()) {

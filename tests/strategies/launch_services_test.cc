@@ -1,4 +1,4 @@
-// The services of a launch: certificates, GC tracer, object tracker, debugger pipes.
+// Tests of the services of a launch: certificates, GC tracer, object tracker, debugger pipes.
 #include "plugin/src/quillon-tv-plugin/launch_services.h"
 
 #include <dirent.h>
@@ -15,12 +15,13 @@
 
 namespace {
 
-// A directory that cannot be opened; those of the device can by every user of the tests.
+// A directory that opendir(3) fails to open. Every user of the tests can open the real directories
+// of the device.
 std::string unreadable;
 
 }  // namespace
 
-// Stands before the C library's.
+// Replaces the function of the C library.
 extern "C" DIR* opendir(const char* path) {
   static const auto next = reinterpret_cast<decltype(&opendir)>(dlsym(RTLD_NEXT, "opendir"));
   if (unreadable == path) {
@@ -192,7 +193,7 @@ TEST_F(LaunchServices, SetAppInfoActivatesTheTracerOfAnAllowedApplicationOnly) {
   EXPECT_THAT(managedCalls, ElementsAre("activate org.example.app"));
 }
 
-TEST_F(LaunchServices, TheObjectTrackerIsStartedWhereItsMarkerIs) {
+TEST_F(LaunchServices, TheObjectTrackerIsStartedIfItsMarkerExists) {
   makeFile(kMarker);
   plugin_set_coreclr_info(&status, 5, createDelegate);
   EXPECT_THAT(managedCalls, ElementsAre("serve"));

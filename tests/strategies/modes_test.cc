@@ -1,4 +1,4 @@
-// Which chain serves an application type, and what the exported functions make of it.
+// Tests of the strategy chain for each application type, and of the exported functions with it.
 #include <gmock/gmock.h>
 #include <quillon_tv_plugin.h>
 #include <unistd.h>
@@ -23,9 +23,10 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-// plugin_initialize abandons the chain before it on purpose; the leak sanitizer is to find nothing.
+// plugin_initialize never frees the previous chain. Keeping a pointer to it prevents a report of
+// the leak sanitizer.
 void initialize(const char* type) {
-  static auto* abandoned = new std::vector<PluginContext*>;  // lives as long as the process
+  static auto* abandoned = new std::vector<PluginContext*>;  // never freed
   plugin_initialize(type);
   abandoned->push_back(tvPluginMgr);
 }
@@ -40,7 +41,8 @@ class Modes : public DeviceTest {
     unsetenv("DOTNET_SYSTEM_GLOBALIZATION_INVARIANT");
   }
 
-  // The mode's milestone, and how many decorators and strategies were made, in order.
+  // Returns the milestone of the mode and the constructors of the decorators and strategies, in
+  // order.
   static std::vector<std::string> made(const char* type) {
     platform().reset();
     initialize(type);
@@ -78,7 +80,7 @@ TEST_F(Modes, InhouseHasItsDpcDecorator) {
   EXPECT_NE(dynamic_cast<DpcPathManagerDecorate*>(tvPluginMgr->strategy), nullptr);
 }
 
-TEST_F(Modes, DotnetStandsAlone) {
+TEST_F(Modes, DotnetHasNoDecorators) {
   EXPECT_THAT(made("dotnet"), ElementsAre("[quillon-tv-plugin] DotNET App", "PluginDotnet"));
   EXPECT_NE(dynamic_cast<PluginDotnet*>(tvPluginMgr->strategy), nullptr);
 }
@@ -140,7 +142,7 @@ TEST_F(Modes, NativeSearchPathIsEmptyInEveryMode) {
   }
 }
 
-// The application's package, with files of its own.
+// The package of the application, with its own files.
 void installApplication() {
   platform().packages = {{"p",
                           "/opt/usr/apps/p",

@@ -1,4 +1,4 @@
-// The strategies that search for their assemblies at every launch.
+// Tests of the strategies that search for their assemblies at every launch.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -16,12 +16,12 @@
 
 namespace {
 
-// What is done at each sync(2), which then does nothing; null lets it through.
+// Called by each sync(2), which then does nothing. If null, sync(2) is forwarded.
 std::function<void()> atSync;
 
 }  // namespace
 
-// Stands before the C library's.
+// Replaces the function of the C library.
 extern "C" void sync() noexcept {
   if (atSync) {
     atSync();
@@ -140,7 +140,7 @@ TEST_P(ScanningStrategy, DoesNotReadTheCachedList) {
   EXPECT_THAT(strategy->GetTPA(), StartsWith("/usr/share/dotnet.velora/netcoreapp/System.dll:"));
 }
 
-TEST_P(ScanningStrategy, DllPathIsTheTwoPlatformDirectoriesWhereThereIsNoMore) {
+TEST_P(ScanningStrategy, DllPathIsTheTwoPlatformDirectoriesIfThereIsNoMore) {
   const auto strategy = GetParam().make();
   platform().reset();
   EXPECT_EQ(strategy->GetDllPath(), kDllPath);
@@ -279,7 +279,7 @@ TEST_F(AotStrategy, AConfiguredApiDirectoryTakesThePlaceOfTheFramework) {
   EXPECT_THAT(platform().calls, Contains("vconf_get_str(db/dotnet/velora_api_path)"));
 }
 
-TEST_F(AotStrategy, AConfiguredDirectoryIsTakenAsItIs) {
+TEST_F(AotStrategy, AConfiguredDirectoryIsNotChecked) {
   makeFile("/opt/usr/api/Configured.dll");
   fs::create_symlink("/opt/usr/api", "/opt/usr/link");
   platform().config["db/dotnet/velora_api_path"] = "/opt/usr/./link/../link/";
@@ -304,7 +304,7 @@ TEST_F(AotStrategy, WithoutTheKeyTheFrameworkIsResolved) {
   EXPECT_THAT(platform().messages(3), Not(Contains(StartsWith("Device API Directory"))));
 }
 
-// The order in which the directory's stream reports its folders.
+// Returns the folders in the order of readdir(3).
 std::string dpcFolders() {
   std::string list;
   for (const auto& entry : fs::directory_iterator(std::string(kRoot) + "d.pc")) {

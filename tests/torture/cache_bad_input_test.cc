@@ -1,4 +1,4 @@
-// Cache files that someone else left there, and folders and names that are hard to list.
+// Tests with cache files of another origin, and with folders and names that are hard to list.
 #include <device_paths.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
@@ -25,7 +25,7 @@ class CacheBadInput : public DeviceTest {
     EXPECT_EQ(launched.list, expected);
   }
 
-  // The file is taken for torn: the list is built, and written in its place.
+  // Expects that the file is treated as incomplete: the list is built and replaces the file.
   void expectReplaced(const std::string& content) const {
     SCOPED_TRACE(testing::PrintToString(content.substr(0, 40)));
     writeFile(cachePath(), content);
@@ -34,7 +34,8 @@ class CacheBadInput : public DeviceTest {
     EXPECT_FALSE(fs::exists(temporaryPath()));
   }
 
-  // Neither link is followed or removed, and the list is right at every launch.
+  // Expects that the link is neither followed nor removed, and that the list is correct at every
+  // launch.
   void expectLinkStays(const fs::path& link, const fs::path& target) const {
     fs::create_symlink(target, link);
     for (int times = 0; times < 2; ++times) {
@@ -44,7 +45,7 @@ class CacheBadInput : public DeviceTest {
   }
 };
 
-TEST_F(CacheBadInput, TornFilesAreReplaced) {
+TEST_F(CacheBadInput, IncompleteFilesAreReplaced) {
   const std::string whole = quillon::torture::whole(expected);
   expectReplaced("");
   expectReplaced("[START]");
@@ -60,7 +61,7 @@ TEST_F(CacheBadInput, TornFilesAreReplaced) {
   expectReplaced(std::string("\xff\xfe\0[", 4));
 }
 
-TEST_F(CacheBadInput, EveryCutOfAWholeFileIsReplaced) {
+TEST_F(CacheBadInput, EveryTruncatedFileIsReplaced) {
   const std::string content = whole(expected);
   for (std::size_t size = 0; size < content.size(); size += 1 + size / 3) {
     expectReplaced(content.substr(0, size));
@@ -68,7 +69,7 @@ TEST_F(CacheBadInput, EveryCutOfAWholeFileIsReplaced) {
   expectReplaced(content.substr(0, content.size() - 1));
 }
 
-TEST_F(CacheBadInput, WholeFileIsServedAsItIs) {
+TEST_F(CacheBadInput, CompleteFileIsUsedUnchanged) {
   for (const std::string payload : {"/a.dll:/b.dll", "[START]x[END]", ":", "a\nb", " "}) {
     SCOPED_TRACE(payload);
     writeFile(cachePath(), whole(payload));
@@ -77,7 +78,7 @@ TEST_F(CacheBadInput, WholeFileIsServedAsItIs) {
   }
 }
 
-TEST_F(CacheBadInput, WholeFileWithoutPathsIsAnEmptyList) {
+TEST_F(CacheBadInput, CompleteFileWithoutPathsIsAnEmptyList) {
   writeFile(cachePath(), whole(""));
   const Launched launched = launch();
   EXPECT_EQ(launched.ending, "");
@@ -92,7 +93,7 @@ TEST_F(CacheBadInput, HugeHoleIsReplaced) {
   EXPECT_EQ(readFile(cachePath()), whole(expected));
 }
 
-TEST_F(CacheBadInput, HugeWholeFileIsServedInFull) {
+TEST_F(CacheBadInput, HugeCompleteFileIsUsedCompletely) {
   std::string payload(std::size_t{64} * 1024 * 1024, 'x');
   payload.back() = 'y';
   writeFile(cachePath(), whole(payload));
@@ -116,7 +117,7 @@ TEST_F(CacheBadInput, MoreThanMemoryHoldsIsReplaced) {
   EXPECT_EQ(readFile(cachePath()), whole(expected));
 }
 
-TEST_F(CacheBadInput, LinkToATornFileIsNeitherFollowedForWritingNorRemoved) {
+TEST_F(CacheBadInput, LinkToAnIncompleteFileIsNeitherFollowedForWritingNorRemoved) {
   writeFile("/tmp/planted", "precious");
   expectLinkStays(cachePath(), "/tmp/planted");
   EXPECT_EQ(readFile("/tmp/planted"), "precious");
@@ -175,7 +176,7 @@ TEST_F(CacheBadInput, MissingCacheDirectoryCostsTheCacheOnly) {
   fs::create_directory(device_paths::kCacheDirectory);
 }
 
-// Launches of a user who may read little: the tests have to be root to become one.
+// Launches of a user with few permissions. The tests must run as root to change to that user.
 class CacheOfAnotherUser : public CacheBadInput {
  protected:
   void SetUp() override {
@@ -205,7 +206,7 @@ class CacheOfAnotherUser : public CacheBadInput {
   static Launched launchAsNobody() { return launch(becomeNobody); }
 };
 
-TEST_F(CacheOfAnotherUser, UnreadableCacheIsReplacedWhereTheFolderAllowsIt) {
+TEST_F(CacheOfAnotherUser, UnreadableCacheIsReplacedIfTheFolderAllowsIt) {
   fs::permissions(device_paths::kCacheDirectory, fs::perms{0777});
   writeFile(cachePath(), whole("/not/for/you.dll"));
   fs::permissions(cachePath(), fs::perms::none);
@@ -213,7 +214,7 @@ TEST_F(CacheOfAnotherUser, UnreadableCacheIsReplacedWhereTheFolderAllowsIt) {
   EXPECT_EQ(readFile(cachePath()), whole(expected));
 }
 
-TEST_F(CacheOfAnotherUser, UnreadableCacheStaysWhereTheFolderIsNotWritable) {
+TEST_F(CacheOfAnotherUser, UnreadableCacheStaysIfTheFolderIsNotWritable) {
   writeFile(cachePath(), whole("/not/for/you.dll"));
   fs::permissions(cachePath(), fs::perms::none);
   for (int times = 0; times < 2; ++times) {
@@ -236,7 +237,7 @@ TEST_F(CacheOfAnotherUser, UnreadableFolderOfAssembliesIsLeftOut) {
   EXPECT_EQ(*launched.list, expected.substr(expected.find(device_paths::kReflectionEliminator)));
 }
 
-// A launch does not know that a folder was missed, so its list is cached like any other.
+// A launch does not detect that a folder was skipped, so its list is cached like any other.
 TEST_F(CacheOfAnotherUser, ListWithoutAnUnreadableFolderIsServedUntilTheCacheIsRemoved) {
   fs::permissions(device_paths::kCacheDirectory, fs::perms{0777});
   fs::permissions(device_paths::kNetcoreapp, fs::perms::none);

@@ -9,7 +9,7 @@
 namespace quillon::torture {
 namespace {
 
-// System calls that take a path, and which argument it is.
+// System calls that take a path, and the index of that argument.
 const std::map<std::uint64_t, std::size_t>& pathArguments() {
   static const std::map<std::uint64_t, std::size_t> arguments = {
 #ifdef SYS_access

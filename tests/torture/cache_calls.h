@@ -1,18 +1,17 @@
-// Which of a launch's system calls concern the cache files.
+// Selects the system calls of a launch that concern the cache files.
 #pragma once
 
 #include <set>
-#include <string>
 
 #include "tests/torture/traced_process.h"
 
 namespace quillon::torture {
 
-// Follows the descriptors that lead to the files of the cache directory. sync(2) counts too.
+// Tracks the descriptors of files in the cache directory. sync(2) also counts.
 class CacheCalls {
  public:
   [[nodiscard]] bool concerns(const SystemCall& call) const;
-  // To be told of every call's result.
+  // Must be called with the result of every call.
   void returned(const SystemCall& call, std::int64_t result);
 
  private:

@@ -1,6 +1,6 @@
-// Launches that build, write and read one cache at the same time.
+// Tests of launches that build, write and read the same cache at the same time.
 //
-// QUILLON_TORTURE_SECONDS  how long; 10 where it is not set
+// QUILLON_TORTURE_SECONDS  duration in seconds; default 10
 #include <gmock/gmock.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -37,7 +37,8 @@ class CacheConcurrency : public DeviceTest {
  protected:
   CacheConcurrency() : writers(memory[0].counts()), readers(memory[1].counts()) {}
 
-  // Starts a process that asks for the list until the time is over, after `before` each time.
+  // Starts a process that requests the list until the time is over. Calls `before` before each
+  // request.
   template <typename Before>
   void start(Counts& counts, const Before& before) {
     const pid_t child = fork();
@@ -76,7 +77,7 @@ class CacheConcurrency : public DeviceTest {
   }
 
  private:
-  // Memory that all the processes share.
+  // Memory that all processes share.
   class SharedCounts {
    public:
     Counts& counts() { return *new (text.bytes()) Counts; }
@@ -94,7 +95,7 @@ class CacheConcurrency : public DeviceTest {
 
 TEST_F(CacheConcurrency, NoLaunchEverGetsAWrongList) {
   for (int writer = 0; writer < kWriters; ++writer) {
-    // What the construction of a strategy does to a stale cache.
+    // Removes the file, like the constructor of a strategy does with an outdated cache.
     start(writers, [] { unlink(cachePath().c_str()); });
   }
   for (int reader = 0; reader < kReaders; ++reader) {
@@ -109,9 +110,10 @@ TEST_F(CacheConcurrency, NoLaunchEverGetsAWrongList) {
   EXPECT_EQ(launch().list, expected);
 }
 
-// Writers share a temporary name. Were a list written in parts, a file that one writer empties
-// between another's parts would have its end before its middle, and both marks around a hole.
-TEST_F(CacheConcurrency, OneWriteCarriesTheWholeList) {
+// Writers share a temporary name. If a list were written in two parts and another writer truncated
+// the file in between, the file would contain the end before the middle, and both markers around a
+// hole.
+TEST_F(CacheConcurrency, OneWriteTransfersTheCompleteList) {
   CacheCalls calls;
   std::vector<std::uint64_t> sizes;
   const TraceResult traced = follow(
@@ -131,7 +133,7 @@ TEST_F(CacheConcurrency, OneWriteCarriesTheWholeList) {
   if (!traced.allowed) {
     QUILLON_SKIP(traced.reason);
   }
-  // The list of shared folders first, which is empty here, then the list of assemblies.
+  // First the list of shared folders, which is empty here, then the list of assemblies.
   EXPECT_THAT(sizes, testing::ElementsAre(whole("").size(), whole(expected).size()));
 }
 

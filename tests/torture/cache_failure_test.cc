@@ -1,4 +1,5 @@
-// A launch in which one system call on the cache files fails, for each call and each cause in turn.
+// Tests launches in which one system call on the cache files fails, for each call and each error in
+// turn.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
@@ -17,7 +18,8 @@ using Prepare = std::function<void()>;
 
 class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int> {
  protected:
-  // One launch in which the cache call number `target` fails. Returns how many there were.
+  // Performs a launch in which the cache call number `target` fails. Returns the number of cache
+  // calls.
   std::size_t launchFailingAt(std::size_t target, int error) {
     CacheCalls calls;
     std::size_t made = 0;
@@ -47,7 +49,8 @@ class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int
     EXPECT_EQ(launched.list, expected);
   }
 
-  // What is cached is torn or right; nothing else can be served later.
+  // Expects that the cache file is either incomplete or correct, so that later launches cannot use
+  // a wrong list.
   void expectNoWrongCache() const {
     const auto cached = readFile(cachePath());
     if (cached && cached->starts_with("[START]") && cached->ends_with("[END]")) {
@@ -88,8 +91,9 @@ class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int
   Launched launched;
 };
 
-// Both lists: two of access, lstat twice, open, fstat, write, fsync, close, rename, sync.
-TEST_P(CacheFailure, LeavesARightListWhileBuildingTheCache) {
+// The calls for both lists: access twice, lstat twice, open, fstat, write, fsync, close, rename,
+// sync.
+TEST_P(CacheFailure, LeavesACorrectListWhileBuildingTheCache) {
   failEverywhere(16, [] {});
 }
 
@@ -97,7 +101,7 @@ TEST_P(CacheFailure, LeavesARightListWhileReadingTheCache) {
   failEverywhere(3, [this] { writeFile(cachePath(), whole(expected)); });
 }
 
-TEST_P(CacheFailure, LeavesARightListWhileReplacingATornCache) {
+TEST_P(CacheFailure, LeavesACorrectListWhileReplacingAnIncompleteCache) {
   failEverywhere(16, [this] { writeFile(cachePath(), "[START]" + expected); });
 }
 
@@ -108,7 +112,7 @@ std::string errorName(const ::testing::TestParamInfo<int>& info) {
 INSTANTIATE_TEST_SUITE_P(Errors, CacheFailure, ::testing::Values(EIO, ENOSPC, EROFS, EMFILE, EINTR),
                          errorName);
 
-// A file that can grow to `bytes` only: as on a full disk, one write(2) is cut short.
+// Limits the size of files to `bytes`. One write(2) is then cut short, as on a full disk.
 void limitFileSize(std::size_t bytes) {
   signal(SIGXFSZ, SIG_IGN);
   const rlimit limit{bytes, bytes};

@@ -1,4 +1,4 @@
-// A launch that dies at each of its system calls in turn.
+// Tests launches that are killed at each of their system calls in turn.
 #include <gmock/gmock.h>
 
 #include <iostream>
@@ -16,7 +16,7 @@ using Prepare = std::function<void()>;
 
 class CacheKill : public DeviceTest {
  protected:
-  // One launch, killed as it is about to make its system call number `call`.
+  // Performs a launch that is killed before its system call number `call`.
   static TraceResult launchKilledAt(std::size_t call) {
     return follow(
         [] {
@@ -36,7 +36,7 @@ class CacheKill : public DeviceTest {
                 Each(AnyOf("TPA.txt", "temp_TPA.txt", "CoBA.txt", "temp_CoBA.txt")));
   }
 
-  // The launch after the killed one, and the one after that, which finds a whole cache.
+  // Checks the launch after the killed one, and the next one, which finds a complete cache.
   void expectRightLaunches() const {
     for (int times = 0; times < 2; ++times) {
       const Launched launched = launch();
@@ -46,7 +46,7 @@ class CacheKill : public DeviceTest {
     EXPECT_EQ(readFile(cachePath()), whole(expected));
   }
 
-  // Kills at every call until a launch gets through.
+  // Kills a launch at every call, until a launch completes.
   void killEverywhere(const Prepare& prepare) {
     std::size_t call = 1;
     for (; !HasFailure(); ++call) {
@@ -73,7 +73,7 @@ TEST_F(CacheKill, NextLaunchIsRightAfterADeathWhileBuildingTheCache) {
   killEverywhere([] {});
 }
 
-TEST_F(CacheKill, NextLaunchIsRightAfterADeathWhileReplacingATornCache) {
+TEST_F(CacheKill, NextLaunchIsCorrectAfterADeathWhileReplacingAnIncompleteCache) {
   killEverywhere([this] {
     writeFile(cachePath(), "[START]" + expected);
     writeFile(temporaryPath(), "[START]/left/by/another/death.dll");

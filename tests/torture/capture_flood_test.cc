@@ -1,6 +1,7 @@
-// Floods of output through the capture of the built plug-in: all of it arrives, in order.
+// Tests with large amounts of output through the capture of the built plug-in: all output arrives,
+// in order.
 //
-// QUILLON_TORTURE_MEGABYTES  how much in all; 8 where it is not set
+// QUILLON_TORTURE_MEGABYTES  total amount in megabytes; default 8
 #include <gmock/gmock.h>
 #include <platform/dlog.h>
 #include <quillon_tv_plugin.h>
@@ -22,18 +23,18 @@
 namespace quillon::torture {
 namespace {
 
-constexpr unsigned kLongest = 280;  // seconds
+constexpr unsigned kMaxDuration = 280;  // seconds
 constexpr std::size_t kMegabyte = 1'000'000;
 
-// The sink of the process's log.
+// The sink of the log of this process.
 struct Sink {
   RecordCheck out;
   RecordCheck err;
-  std::chrono::microseconds pause{0};  // what each captured chunk costs
+  std::chrono::microseconds pause{0};  // delay per captured chunk
 };
 
 Sink& sink() {
-  static auto* instance = new Sink;  // the readers outlive main
+  static auto* instance = new Sink;  // the readers can run longer than main
   return *instance;
 }
 
@@ -49,7 +50,7 @@ void startCapture() {
   start();
 }
 
-// Every writer at once on one descriptor, `records` records each.
+// Starts all writers on one descriptor, with `records` records each.
 std::vector<std::thread> startWriters(int descriptor, std::size_t records) {
   std::vector<std::thread> writers;
   for (unsigned thread = 0; thread < kWriters; ++thread) {
@@ -62,7 +63,7 @@ void await(const RecordCheck& check, std::size_t records) {
   while (check.records() < records) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-// What the error file of this process holds.
+// Checks the error file of this process. Returns a description of the first error.
 std::string checkErrorFile(std::size_t records) {
   RecordCheck check(false);
   const std::string prefix = "dotnet_error." + std::to_string(getpid()) + ".";
@@ -79,7 +80,8 @@ std::string checkErrorFile(std::size_t records) {
   return check.records() == records ? "" : "error file: " + std::to_string(check.records());
 }
 
-// Floods the streams, up to `records` records of each writer. What was wrong.
+// Writes to both streams, at most `records` records per writer. Returns a description of the first
+// error.
 std::string flood(std::size_t outRecords, std::size_t errRecords) {
   startCapture();
   std::vector<std::thread> writers = startWriters(STDOUT_FILENO, outRecords);
@@ -94,12 +96,12 @@ std::string flood(std::size_t outRecords, std::size_t errRecords) {
   return errRecords == 0 ? "" : checkErrorFile(errRecords * kWriters);
 }
 
-// The same in a process of its own.
+// Does the same in a child process.
 std::string floodInChild(std::size_t outBytes, std::size_t errBytes) {
   SharedText problem;
   const pid_t child = fork();
   if (child == 0) {
-    alarm(kLongest);
+    alarm(kMaxDuration);
     problem.set(flood(outBytes / kLineSize / kWriters, errBytes / kLineSize / kWriters).c_str());
     _exit(0);
   }
@@ -117,7 +119,7 @@ class CaptureFlood : public ::testing::Test {
   }
 };
 
-TEST_F(CaptureFlood, ArrivesWholeAndInOrder) {
+TEST_F(CaptureFlood, ArrivesCompletelyAndInOrder) {
   const std::size_t half = megabytes() * kMegabyte / 2;
   EXPECT_EQ(floodInChild(half, half), "");
 }
@@ -130,7 +132,7 @@ TEST_F(CaptureFlood, OnStandardErrorWithASlowLogArrivesToo) {
 }  // namespace
 }  // namespace quillon::torture
 
-// The log of this program and of the plug-in in it: it stands before the platform library's.
+// The log of this program and of the plug-in in it. Replaces the function of the platform library.
 extern "C" int __dlog_print(int, int, const char*, const char* format, ...) {
   using quillon::torture::sink;
   if (std::strncmp(format, "%s: %s(%d) > ", 13) != 0) return 0;

@@ -1,4 +1,4 @@
-// The files of the device that torture tests look at and damage.
+// The device files that torture tests examine and damage.
 #pragma once
 
 #include <filesystem>
@@ -8,14 +8,15 @@
 
 namespace quillon::torture {
 
-// Folders with assemblies, enough for a list of several pages. Call it inside the device root.
+// Creates folders with enough assemblies for a list of several pages. Call it inside the device
+// root.
 void makeAssemblies();
 
-// The list that a launch must return: every assembly in the order of the folders and, in a folder,
-// of its directory stream. Made with the standard library, without the code under test.
+// Returns the list that a launch must return: all assemblies in the order of the folders and,
+// within a folder, of readdir(3). Uses only the standard library, not the code under test.
 std::string expectedList();
 
-// The cached list's two names and those of the other list.
+// The final and temporary paths of the cached TPA list and of the other list.
 std::filesystem::path cachePath();
 std::filesystem::path temporaryPath();
 
@@ -23,10 +24,10 @@ void writeFile(const std::filesystem::path& path, const std::string& content);
 std::optional<std::string> readFile(const std::filesystem::path& path);
 std::string whole(const std::string& payload);
 
-// Leaves the cache directory empty.
+// Removes everything from the cache directory.
 void clearCaches();
 
-// The names in the cache directory, sorted.
+// Returns the names in the cache directory, sorted.
 std::vector<std::string> namesInCacheDirectory();
 
 }  // namespace quillon::torture

@@ -1,5 +1,5 @@
-// The main program of tests that run inside a device root: it makes one, runs the tests in a child
-// that entered it, and removes it.
+// The main program of tests that run inside a device root. It creates the device root, runs the
+// tests in a child process that has entered it, and removes it.
 #include "tests/torture/device_main.h"
 
 #include <gmock/gmock.h>
@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 std::string reason;
 
-// The flag file's two copies are equal, so that launches keep the caches.
+// Both copies of the flag file are equal, so that launches keep the caches.
 void makeDevice(const fs::path& root) {
   if (const auto made = device::init(root, {}); !made) {
     reason = made.error().what;

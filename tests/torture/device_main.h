@@ -1,4 +1,4 @@
-// Tests that run inside a device root of their own.
+// Tests that run inside their own device root.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,10 +11,10 @@
 
 namespace quillon::torture {
 
-// Why the process could not enter a device root; empty when it is in one.
+// The reason why the process could not enter a device root; empty if it is in one.
 const std::string& whyOutside();
 
-// Begins with an empty cache directory, the plug-in loaded, and assemblies to list.
+// Starts with an empty cache directory, the loaded plug-in, and assemblies to list.
 class DeviceTest : public ::testing::Test {
  protected:
   void SetUp() override;

@@ -111,7 +111,8 @@ void waitForDisk(bool wait) { waits = wait; }
 
 extern "C" {
 
-// They stand before libc's for the plug-in too, which calls them through the dynamic symbol table.
+// These replace the functions of the C library also for the plug-in, which calls them through the
+// dynamic symbol table.
 void sync() {
   if (quillon::torture::waits) {
     syscall(SYS_sync);

@@ -1,7 +1,5 @@
-// Launches of the built plug-in, up to the list of assemblies, in processes of their own.
+// Launches of the built plug-in in child processes, up to the list of assemblies.
 #pragma once
-
-#include <sys/types.h>
 
 #include <functional>
 #include <optional>
@@ -9,8 +7,8 @@
 
 namespace quillon::torture {
 
-// Memory that a process shares with the children it forks, so that a child hands over its list
-// without a system call. The mapping ends with the object.
+// Memory that a process shares with its forked children, so that a child can return its list
+// without a system call. The destructor unmaps it.
 class SharedText {
  public:
   SharedText();
@@ -18,11 +16,11 @@ class SharedText {
   SharedText(const SharedText&) = delete;
   SharedText& operator=(const SharedText&) = delete;
 
-  // Cuts a text that is longer than the memory.
+  // Truncates a text that is longer than the memory.
   void set(const char* text);
-  // Empty until a text is set.
+  // Returns nullopt until a text is set.
   [[nodiscard]] std::optional<std::string> get() const;
-  // The memory itself, for whatever else a process shares with its children.
+  // The memory itself, for other shared data.
   [[nodiscard]] void* bytes();
 
  private:
@@ -30,26 +28,28 @@ class SharedText {
   Memory* memory;
 };
 
-// Loads the plug-in into the calling process; its children inherit it. Throws std::runtime_error.
+// Loads the plug-in into the calling process; its children inherit it. Throws std::runtime_error on
+// failure.
 void loadPlugin();
 
-// Inside a launch process: the strategy of an "inhouse" application, then its list of assemblies.
-// The result is the plug-in's; null for an empty list.
+// Called in a launch process: create the strategy of an "inhouse" application, and return its list
+// of assemblies. The plug-in owns the result; null for an empty list.
 void initializePlugin();
 const char* assemblyList();
 
-// What came of a launch: the list, or how its process ended instead.
+// The result of a launch: the list, or how its process ended.
 struct Launched {
   std::optional<std::string> list;
-  std::string ending;  // "signal 11", "status 3"; empty when all went well
+  std::string ending;  // "signal 11" or "status 3"; empty on success
 };
 
-// One launch in a child process; `prepare` runs in it first. Ended after a minute.
+// Performs a launch in a child process, which first calls `prepare`. The child is killed after a
+// minute.
 Launched launch(const std::function<void()>& prepare = {});
 
-// Whether sync(2) and fsync(2) of the calling process and of children forked from now on wait for
-// the disk. They do at first. Not waiting makes more happen at once and changes nothing that
-// another process can see.
+// Sets whether sync(2) and fsync(2) wait for the disk, in the calling process and in children
+// forked later. They wait by default. Without waiting more launches overlap, and other processes
+// see no difference.
 void waitForDisk(bool wait);
 
 }  // namespace quillon::torture

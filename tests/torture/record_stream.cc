@@ -9,10 +9,10 @@
 namespace quillon::torture {
 namespace {
 
-constexpr std::size_t kMostAtOnce = 20;
+constexpr std::size_t kMaxPerWrite = 20;
 constexpr std::size_t kHeaderSize = 12;  // "T:NNNNNNNN: "
 
-static_assert(kMostAtOnce * kLineSize <= 4096, "a write(2) of up to PIPE_BUF bytes is whole");
+static_assert(kMaxPerWrite * kLineSize <= 4096, "a write(2) of up to PIPE_BUF bytes is atomic");
 
 std::string recordOf(unsigned thread, std::size_t number) {
   std::array<char, kHeaderSize + 1> header{};
@@ -28,13 +28,13 @@ std::string recordOf(unsigned thread, std::size_t number) {
 
 void writeRecords(int descriptor, unsigned thread, std::size_t records) {
   for (std::size_t number = 0; number < records;) {
-    const std::size_t end = std::min(records, number + 1 + number % kMostAtOnce);
+    const std::size_t end = std::min(records, number + 1 + number % kMaxPerWrite);
     std::string text;
     for (; number < end; ++number) {
       text += recordOf(thread, number) + "\n";
     }
     if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-      std::abort();  // the check waits for what is missing
+      std::abort();  // otherwise the check would wait forever
     }
   }
 }

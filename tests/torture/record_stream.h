@@ -1,8 +1,8 @@
-// A stream of numbered records that several threads write, and the check that none is lost, changed
-// or out of its thread's order.
+// A stream of numbered records from several threads, and a check that no record is lost, changed or
+// out of order within its thread.
 //
-// A record is kRecordSize bytes that follow from its thread and number, and a newline. The check
-// reads the stream in pieces of any size, with newlines missing where a piece ended in one.
+// A record consists of kRecordSize bytes, which depend on its thread and number, and a newline. The
+// check reads the stream in pieces of any size. A newline at the end of a piece may be missing.
 #pragma once
 
 #include <array>
@@ -17,21 +17,22 @@ constexpr std::size_t kRecordSize = 200;
 constexpr std::size_t kLineSize = kRecordSize + 1;
 constexpr unsigned kWriters = 4;
 
-// Writes `records` records of a thread to a descriptor, one to twenty with each write(2), which is
-// whole up to PIPE_BUF bytes.
+// Writes `records` records of a thread to a descriptor, one to twenty per write(2). A write(2) of
+// at most PIPE_BUF bytes is atomic.
 void writeRecords(int descriptor, unsigned thread, std::size_t records);
 
 class RecordCheck {
  public:
-  // linesWhole: whether newlines stand between records only. The error file has one more after each
-  // chunk.
+  // linesWhole: true if newlines occur only between records. The error file has an additional
+  // newline after each chunk.
   explicit RecordCheck(bool linesWhole = true) : linesWhole_(linesWhole) {}
 
   void take(std::string_view piece);
 
-  // Whole records so far. Any thread may ask.
+  // Returns the number of complete records so far. May be called by any thread.
   std::size_t records() const { return records_; }
-  // What was wrong first; empty while all is well. Ask when nothing is taken any more.
+  // Returns a description of the first error, or an empty string. Call it only after the last piece
+  // was checked.
   const std::string& problem() const { return problem_; }
 
  private:
@@ -39,7 +40,7 @@ class RecordCheck {
   void fail(const std::string& what);
 
   const bool linesWhole_;
-  std::string record_;  // as far as it came
+  std::string record_;  // the incomplete record
   std::array<std::size_t, kWriters> next_{};
   std::atomic<std::size_t> records_{0};
   std::string problem_;

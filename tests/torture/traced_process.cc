@@ -88,7 +88,7 @@ class Tracer {
     return WEXITSTATUS(status) == 0 ? "" : "status " + std::to_string(WEXITSTATUS(status));
   }
 
-  // Returns the signal to hand on to the child.
+  // Returns the signal to deliver to the child.
   int stopped(int signal) {
     if (signal != kSystemCallStop) {
       return signal;
@@ -143,7 +143,7 @@ std::string SystemCall::textAt(std::size_t argument) const {
   while (text.size() < PATH_MAX) {
     char part[kPage];
     iovec local{part, sizeof part};
-    // To the end of the page: the next one may not be mapped.
+    // Reads up to the end of the page, because the next page may not be mapped.
     iovec remote{reinterpret_cast<void*>(address), kPage - address % kPage};
     const ssize_t size = process_vm_readv(process, &local, 1, &remote, 1, 0);
     if (size <= 0) {

@@ -1,4 +1,5 @@
-// A child process followed from system call to system call, to kill it at one or to make one fail.
+// Traces the system calls of a child process, and kills the child or makes a call fail at a
+// selected one.
 #pragma once
 
 #include <sys/types.h>
@@ -12,18 +13,18 @@ namespace quillon::torture {
 
 struct SystemCall {
   pid_t process;
-  std::size_t index;  // 1 for the first call that the child's work makes
+  std::size_t index;  // 1 for the first call of the child's work
   std::uint64_t number;
   std::array<std::uint64_t, 6> arguments;
 
-  // The text that an argument points to; empty when it cannot be read.
+  // Returns the string that an argument points to, or an empty string if it cannot be read.
   [[nodiscard]] std::string textAt(std::size_t argument) const;
 };
 
-// What becomes of a system call that is about to be made.
+// The action for a system call that is about to be executed.
 struct Verdict {
   enum class Kind { kRun, kKill, kFail } kind = Kind::kRun;
-  int error = 0;  // errno value of kFail: the call is not made and returns this
+  int error = 0;  // for kFail: the call is skipped and fails with this errno value
 
   static Verdict run() { return {}; }
   static Verdict kill() { return {Kind::kKill, 0}; }
@@ -32,18 +33,18 @@ struct Verdict {
 
 struct Follower {
   std::function<Verdict(const SystemCall&)> atEntry;
-  // Optional; `result` is what the call returns to the child: a negative errno value on failure.
+  // Optional. `result` is the return value of the call: a negative errno value on failure.
   std::function<void(const SystemCall&, std::int64_t result)> atExit;
 };
 
 struct TraceResult {
-  bool allowed = true;  // false where the machine allows no tracing; `reason` says why
+  bool allowed = true;  // false if the machine does not allow tracing; see `reason`
   std::string reason;
-  bool killed = false;  // by a verdict
-  std::string ending;   // "signal 11", "status 3"; empty for a child that did all its work
+  bool killed = false;  // the follower killed the child
+  std::string ending;   // "signal 11" or "status 3"; empty if the child completed its work
 };
 
-// Runs `work` in a child process, every system call of which passes `follower`.
+// Runs `work` in a child process and passes each of its system calls to `follower`.
 TraceResult follow(const std::function<void()>& work, const Follower& follower);
 
 }  // namespace quillon::torture

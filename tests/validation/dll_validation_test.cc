@@ -1,4 +1,4 @@
-// The application's side: plugin_validate_dll, with the test as the validator.
+// Tests of the application's side, plugin_validate_dll. The test is the validator.
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <signal.h>
@@ -35,7 +35,7 @@ class DllValidation : public PipeTest {
     return "RequestForDllValidation:" + std::to_string(getpid()) + ":" + path + "\n";
   }
 
-  // What plugin_validate_dll makes of an answer.
+  // Returns the result of plugin_validate_dll for an answer.
   static int resultOf(const std::string& answer) {
     const OpenPipe requests(kRequestPipe);
     const OpenPipe answers(kAnswerPipe);
@@ -45,7 +45,7 @@ class DllValidation : public PipeTest {
     return result.get();
   }
 
-  // Expects a refusal without a byte in either pipe.
+  // Expects a refusal and no data in either pipe.
   static void expectNoTraffic(const char* path) {
     const OpenPipe requests(kRequestPipe);
     const OpenPipe answers(kAnswerPipe);
@@ -182,7 +182,7 @@ TEST_F(DllValidation, PlainFilesAreReadAndWrittenAsPipesAre) {
   EXPECT_EQ(plugin_validate_dll(1, kLibrary), 1);
 }
 
-// Nobody would answer, so nothing is waited for.
+// No answer would arrive, so the call must not wait.
 TEST_F(DllValidation, ARequestThatCannotBeWrittenIsARefusal) {
   makeFile(kRequestPipe);
   makePipe(kAnswerPipe);
@@ -200,7 +200,7 @@ TEST_F(DllValidation, ARequestThatCannotBeWrittenIsARefusal) {
   EXPECT_EQ(answers.unread(), 3);
 }
 
-// Longer than a stream's buffer: what other askers write may not come in between.
+// Longer than the buffer of a stream. Requests of other processes must not arrive in between.
 TEST_F(DllValidation, ALongRequestIsOneWrite) {
   makePipes();
   std::string path = "/opt/usr";
@@ -235,7 +235,8 @@ TEST_F(DllValidation, FoldersInPlaceOfPipesAreRefused) {
               ElementsAre("open error : /tmp/dotnet_pipe_out", "pipe open error"));
 }
 
-// Neither open(2) waits for the other end, and the answer is waited for as long as it takes.
+// open(2) does not wait for the other end of either pipe. The wait for the answer has no time
+// limit.
 TEST_F(DllValidation, WaitsForALateAnswerAtPipesThatADeadValidatorLeft) {
   makePipes();
   std::future<int> result = ask(kLibrary);
@@ -248,7 +249,7 @@ TEST_F(DllValidation, WaitsForALateAnswerAtPipesThatADeadValidatorLeft) {
 
 TEST_F(DllValidation, WaitsOnWhenTheValidatorDiesAfterTheRequest) {
   makePipes();
-  // Held here too: a pipe that nobody has open forgets what was written.
+  // Also open here, because a pipe that no process has open loses its content.
   const OpenPipe requests(kRequestPipe);
   const OpenPipe answers(kAnswerPipe);
   const pid_t validator = fork();

@@ -1,4 +1,4 @@
-// The validator's side: create_pipe_server and create_pipe_client, with the test as the asker.
+// Tests of the validator's side, create_pipe_server and create_pipe_client. The test is the client.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -14,7 +14,7 @@
 
 namespace {
 
-// What mkfifo(3) and chmod(2) do in place of their work; null: their work.
+// Replacements for mkfifo(3) and chmod(2). By default both are forwarded.
 int (*pipeMaker)(const char*) = nullptr;
 bool modeChangesFail = false;
 
@@ -40,7 +40,7 @@ using ::testing::IsEmpty;
 struct Stop {};
 constexpr char kStop[] = "stop";
 
-// Texts that the server handed out, as they came.
+// The texts that the server passed to the callback, in order.
 class Received {
  public:
   void add(const char* text) {
@@ -70,7 +70,7 @@ void onText(const char* text, void* userData) {
   received.add(text);
 }
 
-// create_pipe_server on a thread of its own, until the text "stop" comes.
+// Runs create_pipe_server in a separate thread until the text "stop" arrives.
 class Server {
  public:
   Server()
@@ -93,7 +93,7 @@ class Server {
   Server& operator=(const Server&) = delete;
 
  private:
-  // Whether somebody reads the pipe, and so everything is set up.
+  // Returns true if a process reads the pipe, which means that the server has set up everything.
   static bool isOpen() {
     const int writer = open(kRequestPipe, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     struct stat status {};
@@ -180,7 +180,7 @@ TEST_F(PipeServer, ReadsAtMost1023BytesAtOnce) {
               ElementsAre(std::string(1023, 'a'), std::string(1022, 'b'), "c"));
 }
 
-TEST_F(PipeServer, TakesThePlaceOfWhateverIsThere) {
+TEST_F(PipeServer, ReplacesAnyExistingFile) {
   makeFile("/opt/usr/target", "kept");
   fs::create_symlink("/opt/usr/target", kRequestPipe);
   makeFile(kAnswerPipe, "old");
@@ -206,7 +206,7 @@ TEST_F(PipeServer, GoesOnWhenTheLabelCannotBeSet) {
   EXPECT_EQ(statusOf(kRequestPipe).st_mode & 07777, 0666U);
 }
 
-TEST_F(PipeServer, GivesUpWhereThereIsNoRequestPipe) {
+TEST_F(PipeServer, GivesUpIfThereIsNoRequestPipe) {
   pipeMaker = [](const char*) { return -1; };
   modeChangesFail = true;
   create_pipe_server(onText);
@@ -217,7 +217,7 @@ TEST_F(PipeServer, GivesUpWhereThereIsNoRequestPipe) {
   EXPECT_EQ(g_callback, &onText);
 }
 
-TEST_F(PipeServer, GoesOnWithWhatItCouldNotReplace) {
+TEST_F(PipeServer, ContinuesIfItCannotReplaceAFile) {
   makeFile(std::string(kAnswerPipe) + "/file");
   { const Server server; }
   EXPECT_THAT(platform().messages(6), ElementsAre("mkfifo failed"));
@@ -276,8 +276,8 @@ TEST_F(PipeClient, AnEmptyMessageIsTenLineEnds) {
   EXPECT_EQ(answers.read(), "\n\n\n\n\n\n\n\n\n\n");
 }
 
-// The client reads the pipe itself, so no one would ever make room.
-TEST_F(PipeClient, WhatThePipeCannotHoldIsCutInsteadOfWaitedFor) {
+// The client itself holds the read end open, so no other process would make room in the pipe.
+TEST_F(PipeClient, AnAnswerLargerThanThePipeIsTruncated) {
   makePipe(kAnswerPipe);
   const OpenPipe answers(kAnswerPipe);
   const std::string message(2000, 'x');

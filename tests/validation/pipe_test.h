@@ -1,5 +1,5 @@
-// Tests at the two pipes of library validation, inside a device root: the test plays the side that
-// is not under test.
+// Tests with the two pipes of library validation, inside a device root. The test plays the other
+// side.
 #pragma once
 
 #include <quillon_tv_plugin.h>
@@ -14,18 +14,18 @@ namespace quillon::test {
 inline constexpr char kRequestPipe[] = QUILLON_DLL_REQUEST_PIPE;
 inline constexpr char kAnswerPipe[] = QUILLON_DLL_ANSWER_PIPE;
 
-// A pipe of the file system, open in both directions as long as the object lives.
+// A named pipe that is open for reading and writing during the lifetime of the object.
 class OpenPipe {
  public:
-  explicit OpenPipe(const char* path);  // opens what is there
+  explicit OpenPipe(const char* path);  // opens the existing pipe
   ~OpenPipe();
   OpenPipe(const OpenPipe&) = delete;
   OpenPipe& operator=(const OpenPipe&) = delete;
 
   void write(const std::string& bytes) const;
-  // One read; waits until something is there.
+  // Performs one read. Waits until data arrives.
   [[nodiscard]] std::string read() const;
-  // Bytes in the pipe, unread.
+  // Returns the number of unread bytes in the pipe.
   [[nodiscard]] int unread() const;
 
  private:
@@ -34,17 +34,17 @@ class OpenPipe {
 
 class PipeTest : public DeviceTest {
  protected:
-  // Begins without anything at the two paths.
+  // Starts without any file at the two paths.
   void SetUp() override;
   void TearDown() override;
 
   static void makePipe(const char* path);
   static void makePipes();
 
-  // How many descriptors this process has open.
+  // Returns the number of open descriptors of this process.
   static std::size_t openDescriptors();
 
-  // plugin_validate_dll on a thread of its own.
+  // Calls plugin_validate_dll in a separate thread.
   static std::future<int> ask(const std::string& path, int type = 1);
 };
 

@@ -1,23 +1,23 @@
-// What the standard-error reader recognises of a process that is about to die.
+// Searches captured standard error for signs that the process is about to end abnormally.
 //
-// Thread safety: the functions are pure, but for scanForCrashKeywords, which the standard-error
-// reader calls. The flags may be read anywhere, signal handlers included.
+// Thread safety: the functions have no side effects, except scanForCrashKeywords, which only the
+// standard-error reader calls. The flags may be read by any thread and by signal handlers.
 #pragma once
 
 #include <array>
 #include <atomic>
 
-// Set once a chunk of standard error holds a keyword of the kind; never cleared.
+// Set when a chunk of standard error contains a keyword of that kind. Never cleared.
 extern std::atomic<bool> managedExceptionOccurred;
 extern std::atomic<bool> memoryIssueOccurred;
 
-// Any of them tells of a managed exception. Stack traces name assemblies, hence "dll"; so does much
-// that is no exception, and sets the flag as well.
+// A chunk that contains one of these keywords sets managedExceptionOccurred. "dll" is a keyword
+// because stack traces contain assembly names; other text that contains it also sets the flag.
 extern const std::array<const char*, 3> managedExceptionKeywords;
 
 bool hasManagedExceptionKeyword(const char* text);
 bool hasStackSmashingKeyword(const char* text);
 bool hasDoubleFreeOrCorruptionKeyword(const char* text);
 
-// Sets the flags that `text` tells of.
+// Sets the flags for the keywords that `text` contains.
 void scanForCrashKeywords(const char* text);

@@ -1,6 +1,6 @@
-// A moment until which signal handlers may wait.
+// A point in time that limits the waiting of signal handlers.
 //
-// Thread safety: a value. Async-signal-safe.
+// Thread safety: a value type. All functions are async-signal-safe.
 #pragma once
 
 #include <algorithm>
@@ -11,7 +11,7 @@ class Deadline {
  public:
   explicit Deadline(int milliseconds) : end_(now() + milliseconds) {}
 
-  // Milliseconds left; 0 once it has passed.
+  // Returns the remaining milliseconds, or 0 after the deadline.
   int left() const { return static_cast<int>(std::max<std::int64_t>(end_ - now(), 0)); }
 
  private:

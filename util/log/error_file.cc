@@ -16,10 +16,10 @@ std::string& errorLogFile = *new std::string;
 namespace {
 
 constexpr char kNamePattern[] = "/tmp/dotnet_error.%d.%d.log";
-constexpr std::size_t kLongestName = 4096;
+constexpr std::size_t kMaxPathSize = 4096;
 
 std::string nameForThisProcess() {
-  std::array<char, kLongestName> name{};
+  std::array<char, kMaxPathSize> name{};
   std::snprintf(name.data(), name.size(), kNamePattern, static_cast<int>(getpid()),
                 static_cast<int>(time(nullptr)));
   return name.data();
@@ -32,8 +32,8 @@ bool isRegular(int descriptor) {
   return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// Null where it cannot be had. Anybody may write to /tmp and guess the name: what another user put
-// there, a link or a pipe that nobody reads, is not written to and not waited for.
+// Returns null if the file cannot be opened. Any user can create files in /tmp and guess the name.
+// A symbolic link or a pipe of another user is therefore neither written to nor waited for.
 File openToAppend(const std::string& path) {
   constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   constexpr mode_t kMode = 0666;

@@ -10,11 +10,11 @@
 
 namespace {
 
-// Digits beyond this buffer do not count.
+// Size of the buffer for an index. Further digits are ignored.
 constexpr std::size_t kIndexBuffer = 30;
 
-// The index that a placeholder's text stands for; -1 for one that no array can have. The length of
-// the array is its owner's knowledge alone.
+// Returns the index in a placeholder, or -1 if it cannot be the index of an array. The length of
+// the array is known only to the caller.
 long placeholderIndex(std::string_view text) {
   std::array<char, kIndexBuffer> buffer{};
   text.copy(buffer.data(), buffer.size() - 1);
@@ -28,8 +28,8 @@ void appendArgument(std::string& output, const char** args, long index) {
   }
 }
 
-// Replaces placeholders until the text ends or `limit` bytes are reached. The limit is looked at
-// between pieces only: an argument is copied whole.
+// Replaces placeholders until the text ends or the output has `limit` bytes. The limit is checked
+// only between pieces, so an argument is always copied completely.
 std::string replacePlaceholders(std::string_view format, const char** args, std::size_t limit) {
   std::string output;
   for (std::size_t at = 0; at < format.size() && output.size() < limit; ++at) {

@@ -4,14 +4,14 @@
 //   QLOG_ERROR("Cannot remove: %s, %s", path, why);
 //   TTraceLog("[quillon-tv-plugin] GetTPA Start");
 //
-// A line goes to the platform log with log id 0 and the tag "QUILLON", as
+// A line is written to the platform log with log id 0 and the tag "QUILLON":
 //
 //   <file>: <function>(<line>) > <colour><message>\e[0m\n
 //
-// where <file> names the unit, however many files the unit is split into. The macros are
-// expressions, take a literal format, and check its arguments.
+// <file> is the name of the unit, even if the unit consists of several source files. The macros are
+// expressions, require a string literal as format, and check the arguments against it.
 //
-// Thread safety: everything here may be called from any thread without a lock. Only
+// Thread safety: everything in this header may be called from any thread without a lock. Only
 // sendMessageToDlogError may be called from a signal handler.
 #pragma once
 
@@ -23,7 +23,7 @@
 #define QUILLON_LOG_TAG "QUILLON"
 #define QUILLON_LOG_PREFIX "%s: %s(%d) > "
 
-// One line with its origin given: used where the origin is not the call site.
+// Writes one line with an explicit origin, for lines whose origin is not the call site.
 #define QUILLON_LOG_LINE(priority, colour, file, function, line, format, ...)                  \
   static_cast<void>(__dlog_print(0, priority, QUILLON_LOG_TAG,                                 \
                                  QUILLON_LOG_PREFIX colour format "\x1b[0m\n", file, function, \
@@ -47,16 +47,17 @@
 #define QLOG_ERROR(format, ...) \
   QUILLON_LOG_HERE(DLOG_ERROR, QUILLON_COLOUR_ERROR, format __VA_OPT__(, ) __VA_ARGS__)
 
-// Brackets the enclosing function in the log and in the platform trace.
+// Logs and traces the entry and the exit of the enclosing function.
 #define QLOG_SCOPE() \
   const FunctionEntryExitTracker qlog_scope(__PRETTY_FUNCTION__, QUILLON_UNIT_PATH, __LINE__)
 
-// Writes an entry line and opens a trace span; the destructor writes the exit line and closes it.
+// Writes an entry line and opens a trace span. The destructor writes an exit line and closes the
+// span.
 class FunctionEntryExitTracker {
  public:
-  // function  signature of the function traced; copied
-  // file      source path; the message carries its last component; copied
-  // line      line number in it
+  //   function  signature of the traced function; copied
+  //   file      source path; the message contains its last component; copied
+  //   line      line number in the file
   FunctionEntryExitTracker(const char* function, const char* file, int line);
   ~FunctionEntryExitTracker();
 
@@ -71,12 +72,12 @@ class FunctionEntryExitTracker {
   std::string message;
 };
 
-// Marks a launch milestone: once in the kernel's launch-marker channel, once as an info line.
-// `text` is a finished text.
+// Marks a launch milestone in the kernel's launch-marker channel and in the platform log, at info
+// priority. `text` is not a format.
 void TTraceLog(const char* text);
 
-// Writes the bytes of `text` to the standard-error capture pipe and returns what write(2) returned;
-// -1 while there is no capture. Async-signal-safe.
+// Writes `text` to the standard-error capture pipe. Returns the result of write(2), or -1 if there
+// is no capture. Async-signal-safe.
 ssize_t sendMessageToDlogError(const char* text);
 
 // Returns a copy of `format` with every "{n}" replaced by args[n]; see string_format_test in the

@@ -1,4 +1,4 @@
-// The log entries exported for the tracer library that the plug-in activates.
+// The exported log functions for the tracer library that the plug-in activates.
 #include <platform/dlog.h>
 #include <platform/launch_marker.h>
 #include <quillon_tv_plugin.h>
@@ -11,8 +11,8 @@
 
 namespace {
 
-// The tracer's lines name the plug-in's main source as their origin, and carry neither colour nor
-// line end.
+// The tracer's lines have the main source file of the plug-in as their origin. They have no colour
+// and no line end.
 constexpr char kTracerTag[] = "GCTracer";
 constexpr char kOriginFile[] = "quillon-tv-plugin.cc";
 constexpr int kInfoLine = 222;

@@ -13,10 +13,10 @@
 
 namespace {
 
-// How long a message waits for room while the reader lives.
-constexpr int kLongestWait = 1000;
+// Time that a message waits for room in the pipe while a reader exists.
+constexpr int kMaxWait = 1000;  // milliseconds
 
-int endForMessages() {
+int descriptorForMessages() {
   const int own = messageEnd;
   return own >= 0 ? own : std::atomic_ref(pStdErr[1]).load();
 }
@@ -27,7 +27,7 @@ bool hasRoom(int end, const Deadline& deadline) {
   do {
     ready = poll(&room, 1, deadline.left());
   } while (ready < 0 && errno == EINTR && deadline.left() > 0);
-  // A pipe that nobody reads any more would answer a write with SIGPIPE.
+  // A write to a pipe without a reader would raise SIGPIPE.
   return ready > 0 && (room.revents & POLLERR) == 0;
 }
 
@@ -36,8 +36,8 @@ bool hasRoom(int end, const Deadline& deadline) {
 constinit std::atomic<int> messageEnd{-1};
 
 ssize_t sendMessageToDlogError(const char* text) {
-  const int end = endForMessages();
-  const Deadline deadline(stderrProgress.readsBesideCaller() ? kLongestWait : 0);
+  const int end = descriptorForMessages();
+  const Deadline deadline(stderrProgress.runsConcurrently() ? kMaxWait : 0);
   ssize_t written = -1;
   do {
     if (end >= 0 && !hasRoom(end, deadline)) {

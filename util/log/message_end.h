@@ -1,18 +1,19 @@
-// Where signal handlers put their messages: the standard-error pipe, through an open file
-// description of its own.
+// The end of the standard-error pipe to which signal handlers write their messages. It has an open
+// file description of its own.
 //
-// Descriptor 2 and pStdErr share theirs, so that a non-blocking mode set there would be the
-// application's too. One of our own can be non-blocking by itself (pipe(7), proc(5): opening
-// /proc/self/fd/N opens the pipe anew).
+// Descriptor 2 and pStdErr share an open file description with the application, so setting
+// O_NONBLOCK there would affect the application. Opening /proc/self/fd/N opens the pipe again
+// (pipe(7), proc(5)); the new description can be non-blocking independently.
 #pragma once
 
 #include <atomic>
 
-// Its number; -1 while it is not open.
+// The descriptor of the message end, or -1 if it is not open.
 extern std::atomic<int> messageEnd;
 static_assert(std::atomic<int>::is_always_lock_free, "signal handlers read it");
 
-// Opens it over `writeEnd`. Without it, where it cannot be opened, messages go to `writeEnd`.
+// Opens the message end for the pipe of `writeEnd`. If that fails, messages are written to
+// `writeEnd`.
 void openMessageEnd(int writeEnd);
-// Closes it.
+// Closes the message end.
 void closeMessageEnd();

@@ -4,14 +4,14 @@
 #include <array>
 #include <cstdio>
 
-#include "util/log/kept_descriptor.h"
 #include "util/log/message_end.h"
+#include "util/log/private_descriptor.h"
 
 void openMessageEnd(int writeEnd) {
   std::array<char, 32> path{};
   std::snprintf(path.data(), path.size(), "/proc/self/fd/%d", writeEnd);
   const int end = open(path.data(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-  messageEnd = end < 0 ? end : keptToItself(end);
+  messageEnd = end < 0 ? end : makePrivate(end);
 }
 
 void closeMessageEnd() {

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-// Unlike read, a poll that a signal interrupts has taken nothing and is simply asked again.
+// An interrupted poll(2) has no effect on the pipe, so it is simply repeated.
 void Chunk::await(int descriptor) {
   pollfd readable{descriptor, POLLIN, 0};
   while (poll(&readable, 1, -1) < 0 && errno == EINTR) {
@@ -13,7 +13,7 @@ void Chunk::await(int descriptor) {
 }
 
 bool Chunk::read(int descriptor) {
-  const ssize_t count = ::read(descriptor, buffer_.data(), kLongestChunk);
+  const ssize_t count = ::read(descriptor, buffer_.data(), kMaxChunk);
   if (count <= 0) {
     return false;
   }

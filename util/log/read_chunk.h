@@ -1,5 +1,5 @@
-// One chunk of a captured stream: whatever one read of its pipe returned, without the newline that
-// ends it.
+// One chunk of a captured stream: the bytes that one read of the pipe returned, without a newline
+// at the end.
 #pragma once
 
 #include <array>
@@ -7,20 +7,20 @@
 #include <string_view>
 
 constexpr std::size_t kChunkBuffer = 10000;
-constexpr std::size_t kLongestChunk = kChunkBuffer - 1;
+constexpr std::size_t kMaxChunk = kChunkBuffer - 1;
 
 class Chunk {
  public:
-  // Waits until there is something to read, or no writer any more.
+  // Waits until the pipe contains data or has no writer any more.
   static void await(int descriptor);
 
-  // Reads. False at the end of the stream and on failure.
+  // Reads a chunk. Returns false at the end of the stream and on failure.
   bool read(int descriptor);
 
-  // Ends with NUL. The bytes may hold NULs of their own.
+  // text() is NUL-terminated. bytes() can contain NUL bytes.
   const char* text() const { return buffer_.data(); }
   std::string_view bytes() const { return {buffer_.data(), size_}; }
-  // What was taken out of the pipe, the newline included.
+  // Returns the number of bytes read from the pipe, including the newline at the end.
   std::size_t taken() const { return taken_; }
 
  private:

@@ -26,9 +26,9 @@ void ReaderProgress::ended() {
   busy_ = false;
 }
 
-bool ReaderProgress::readsBesideCaller() const { return process_ != 0 && thread_ != gettid(); }
+bool ReaderProgress::runsConcurrently() const { return process_ != 0 && thread_ != gettid(); }
 
-bool ReaderProgress::scansBesideCaller() const {
+bool ReaderProgress::runsConcurrentlyInThisProcess() const {
   return process_ == getpid() && thread_ != gettid();
 }
 
@@ -36,7 +36,8 @@ namespace {
 
 constexpr long kPauseNanoseconds = 200'000;
 
-// Bytes that stand in the pipe. One system call and nothing else: as good in a handler as anywhere.
+// Returns the number of unread bytes in the pipe. Performs a single system call, so it is safe in a
+// signal handler.
 std::size_t unreadBytes() {
   int bytes = 0;
   const int readEnd = std::atomic_ref(pStdErr[0]).load();
@@ -48,14 +49,14 @@ void pauseBriefly() {
   nanosleep(&pause, nullptr);
 }
 
-// Where the reader is when it has dealt with all that was written by now, at the latest: with what
-// stands in the pipe and what it may hold in its hand. Later output does not move it.
-std::uint64_t latestGoal() {
+// Upper bound of the reader's byte count once it has processed everything written so far: the
+// unread bytes and at most one chunk that it is processing. Later output does not change the bound.
+std::uint64_t backlogEnd() {
   const std::size_t unread = unreadBytes();
-  return stderrProgress.doneBytes() + unread + kLongestChunk;
+  return stderrProgress.doneBytes() + unread + kMaxChunk;
 }
 
-// The order matters, see ReaderProgress.
+// The order of the two tests matters, see ReaderProgress.
 bool caughtUp() { return unreadBytes() == 0 && !stderrProgress.busy(); }
 
 }  // namespace
@@ -63,9 +64,9 @@ bool caughtUp() { return unreadBytes() == 0 && !stderrProgress.busy(); }
 void waitForStderrReader(int milliseconds) {
   const int error = errno;
   const Deadline deadline(milliseconds);
-  const std::uint64_t goal = latestGoal();
-  while (stderrProgress.scansBesideCaller() && !caughtUp() && stderrProgress.doneBytes() < goal &&
-         deadline.left() > 0) {
+  const std::uint64_t goal = backlogEnd();
+  while (stderrProgress.runsConcurrentlyInThisProcess() && !caughtUp() &&
+         stderrProgress.doneBytes() < goal && deadline.left() > 0) {
     pauseBriefly();
   }
   errno = error;

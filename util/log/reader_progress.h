@@ -1,11 +1,12 @@
-// How far the standard-error reader is, for code that must not take a lock: signal handlers.
+// The progress of the standard-error reader, for signal handlers, which must not take a lock.
 //
-// The reader tells before it takes a chunk out of the pipe and after it has dealt with it: flags,
-// error file and log. Hence, when the pipe is seen empty and the reader is then seen not busy, all
-// that was in it is dealt with.
+// The reader sets the busy flag before it reads a chunk from the pipe, and clears it after the
+// chunk was processed: the crash flags, the error file and the log. If a caller first finds the
+// pipe empty and then finds the reader not busy, everything that was in the pipe has been
+// processed.
 //
-// Thread safety: the reader's functions belong to the thread that is or starts the reader; the rest
-// is async-signal-safe.
+// Thread safety: the functions for the reader may be called only by the reader thread or by the
+// thread that starts it. All other functions are async-signal-safe.
 #pragma once
 
 #include <sys/types.h>
@@ -16,18 +17,19 @@
 
 class ReaderProgress {
  public:
-  // The reader's side, in this order.
-  void starting();  // before its thread is made
-  void running();   // first thing on its thread
-  void taking();    // something is to be read, and is read next
-  void done(std::size_t bytes);
-  void ended();  // also: its thread could not be made
+  // Called for the reader, in this order.
+  void starting();               // before its thread is created
+  void running();                // first call in its thread
+  void taking();                 // before each read
+  void done(std::size_t bytes);  // after a chunk was processed
+  void ended();                  // also if its thread could not be created
 
-  // Whether a reader empties the pipe while the caller waits: there is one, on another thread.
-  bool readsBesideCaller() const;
-  // The same, and in this process: what it finds, the caller sees. A forked child has no such
-  // reader.
-  bool scansBesideCaller() const;
+  // Returns true if a reader exists and runs in another thread than the caller, so that it empties
+  // the pipe while the caller waits.
+  bool runsConcurrently() const;
+  // Returns true if such a reader exists in this process, so that the caller sees the flags it
+  // sets. Returns false in a forked child, which has no reader.
+  bool runsConcurrentlyInThisProcess() const;
 
   bool busy() const { return busy_; }
   std::uint64_t doneBytes() const { return done_; }

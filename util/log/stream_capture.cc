@@ -1,5 +1,6 @@
 #include "util/log/stream_capture.h"
 
+#include <device_names.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -7,9 +8,9 @@
 
 #include "util/log/crash_keywords.h"
 #include "util/log/error_file.h"
-#include "util/log/kept_descriptor.h"
 #include "util/log/log.h"
 #include "util/log/message_end.h"
+#include "util/log/private_descriptor.h"
 #include "util/log/read_chunk.h"
 #include "util/log/reader_progress.h"
 
@@ -21,8 +22,9 @@ FILE* stderrFP = nullptr;
 
 namespace {
 
-// Both numbers are forgotten first: the application's next file may get them, and a handler must
-// not write to a pipe whose read end is closed, which is a SIGPIPE.
+// Resets both numbers before closing. Afterwards the application can reuse the numbers for its own
+// files, and a handler must not write to a pipe whose read end is closed, which would raise
+// SIGPIPE.
 void closePipe(int (&ends)[2]) {
   const int writeEnd = std::atomic_ref(ends[1]).exchange(-1);
   const int readEnd = std::atomic_ref(ends[0]).exchange(-1);
@@ -30,13 +32,13 @@ void closePipe(int (&ends)[2]) {
   close(readEnd);
 }
 
-// Programs that the application starts get descriptors 1 and 2 and nothing else of it.
+// Programs that the application starts inherit only descriptors 1 and 2 of the pipes.
 bool openPipe(int (&ends)[2]) {
   if (pipe(ends) < 0) {
     return false;
   }
   for (int& end : ends) {
-    end = keptToItself(end);
+    end = makePrivate(end);
   }
   return true;
 }
@@ -52,7 +54,7 @@ bool nextErrorChunk(Chunk& chunk, int descriptor) {
   return chunk.read(descriptor);
 }
 
-// The body of thread "Stdout Thread".
+// The body of the thread "Stdout Thread".
 void* stdOutRedirect(void*) {
   QLOG_SCOPE();
   for (Chunk chunk; nextChunk(chunk, pStdOut[0]);) {
@@ -62,7 +64,8 @@ void* stdOutRedirect(void*) {
   return nullptr;
 }
 
-// The body of thread "Stderr Thread". The flags come first: an abort may follow the text at once.
+// The body of the thread "Stderr Thread". Sets the crash flags first, because an abort may follow
+// the text immediately.
 void* stdErrRedirect(void*) {
   stderrProgress.running();
   QLOG_SCOPE();
@@ -78,26 +81,27 @@ void* stdErrRedirect(void*) {
   return nullptr;
 }
 
-// While it lives, the calling thread and those that it makes do not take SIGTERM. A reader that
-// took it would wait for itself, and its message would be lost.
-class TerminationBlocked {
+// Blocks SIGTERM in the calling thread, and in the threads that it creates, during the lifetime of
+// the object. If a reader thread ran the SIGTERM handler, the handler would wait for its own thread
+// and the message would be lost.
+class SigtermBlocker {
  public:
-  TerminationBlocked() {
+  SigtermBlocker() {
     sigset_t termination;
     sigemptyset(&termination);
     sigaddset(&termination, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &termination, &before_);
   }
-  ~TerminationBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  TerminationBlocked(const TerminationBlocked&) = delete;
-  TerminationBlocked& operator=(const TerminationBlocked&) = delete;
+  ~SigtermBlocker() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SigtermBlocker(const SigtermBlocker&) = delete;
+  SigtermBlocker& operator=(const SigtermBlocker&) = delete;
 
  private:
   sigset_t before_{};
 };
 
 bool createReader(pthread_t& thread, void* (*body)(void*)) {
-  const TerminationBlocked blocked;
+  const SigtermBlocker blocked;
   const bool created = pthread_create(&thread, nullptr, body, nullptr) == 0;
   if (!created) {
     QLOG_ERROR("fail to create pthread");
@@ -105,7 +109,7 @@ bool createReader(pthread_t& thread, void* (*body)(void*)) {
   return created;
 }
 
-// Names a reader and lets it go its own way.
+// Sets the name of a reader thread and detaches it.
 bool releaseReader(pthread_t thread, const char* name) {
   if (pthread_setname_np(thread, name) != 0) {
     QLOG_ERROR("fail to set name of pthread");
@@ -119,7 +123,7 @@ bool releaseReader(pthread_t thread, const char* name) {
 
 bool startStdoutReader() {
   return createReader(loggingThread, stdOutRedirect) &&
-         releaseReader(loggingThread, "Stdout Thread");
+         releaseReader(loggingThread, device_names::kStdoutReader);
 }
 
 bool startStderrReader() {
@@ -128,7 +132,7 @@ bool startStderrReader() {
     stderrProgress.ended();
     return false;
   }
-  return releaseReader(loggingThread2, "Stderr Thread");
+  return releaseReader(loggingThread2, device_names::kStderrReader);
 }
 
 }  // namespace

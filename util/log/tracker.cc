@@ -4,13 +4,13 @@
 
 namespace {
 
-// Tools that read the log find a tracker's lines by these origins, so they stay as they are
-// wherever the code moves.
+// Tools that read the log identify the lines of a tracker by these origins. They must not change
+// when the code moves.
 constexpr char kOriginFile[] = "log.h";
 constexpr int kEntryLine = 78;
 constexpr int kExitLine = 87;
 
-// The part after the last "/"; the whole path when there is none.
+// Returns the part after the last "/", or the whole path if there is none.
 std::string lastComponent(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 }  // namespace

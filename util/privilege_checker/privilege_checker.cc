@@ -20,7 +20,8 @@ bool privilege_info_cb(const char* privilege, void* search) {
   return true;
 }
 
-// The record is not released: a launch looks once, and the process is short-lived.
+// The package record is not released: a launch makes only a few queries, and the process is
+// short-lived.
 bool HasPrivilege(const std::string& privilege, const std::string& packageId) {
   QLOG_SCOPE();
   package_info_h package = nullptr;

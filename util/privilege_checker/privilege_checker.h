@@ -1,18 +1,18 @@
-// Asks the package database whether a package declares a privilege.
+// Queries the package database for the privileges that a package declares.
 #pragma once
 
 #include <string>
 
-// What the walk over a package's privileges looks for and finds.
+// The state of the search through the privileges of a package.
 struct PrivilegeSearch {
   bool found;
   const char* privilege;
 };
 
-// True when the package declares exactly `privilege`. False, with an error line, when the package
-// cannot be looked up.
+// Returns true if the package declares exactly `privilege`. Returns false, after an error line, if
+// the package cannot be looked up.
 bool HasPrivilege(const std::string& privilege, const std::string& packageId);
 
-// The walk's callback: logs each privilege and notes a match in `search`. Always true, so that the
-// whole list is seen.
+// Callback for each privilege: logs it, and records a match in `search`. Always returns true to
+// continue the iteration.
 bool privilege_info_cb(const char* privilege, void* search);

@@ -1,5 +1,6 @@
 #include "util/zq_utils/cache_file.h"
 
+#include <device_names.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,13 +17,14 @@
 
 namespace {
 
-// What one read is asked for at least, for files that do not tell their size.
-constexpr std::size_t kSmallestRead = 4096;
+// Minimum buffer size of a read, for files that do not report their size.
+constexpr std::size_t kMinReadSize = 4096;
 
-// Reads to the end; empty when a read fails. The size that the file tells is a hint: one byte more
-// leaves room for the read that sees the end, and only a file that has grown needs a larger text.
+// Reads to the end of the file. Returns an empty string if a read fails. `size` is a hint. The
+// buffer has room for one more byte, so that one more read detects the end of the file; it grows
+// only if the file has grown.
 std::string readAll(const Descriptor& file, std::size_t size) {
-  std::string content(std::max(size + 1, kSmallestRead), '\0');
+  std::string content(std::max(size + 1, kMinReadSize), '\0');
   std::size_t filled = 0;
   for (;;) {
     if (filled == content.size()) {
@@ -37,19 +39,20 @@ std::string readAll(const Descriptor& file, std::size_t size) {
   }
 }
 
-// "w+" creates or truncates, with the permissions that the umask leaves. What goes wrong from here
-// on is seen by the next reader, who looks for both marks.
+// Writes `content` to the stream and closes it. A failure is not reported here; the next reader
+// detects it because a marker is missing.
 //
-// The stream's buffer takes the whole content, so that one write(2) carries it. Writers share the
-// temporary name: were the content cut in two, a file emptied by one writer between another's parts
-// would have its end before its middle, and for a moment both marks around a hole.
+// The stream has a buffer for the whole content, so that one write(2) transfers it. Writers share
+// the temporary name. If the content were written in two parts and another writer truncated the
+// file in between, the file would contain the end before the middle, and for a moment both markers
+// around a hole.
 void save(FILE* file, const std::string& content) {
   const std::size_t room = content.size() + 1;
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[room]);
   if (buffer != nullptr) {
     setvbuf(file, buffer.get(), _IOFBF, room);
   }
-  fcntl(fileno(file), F_SETFL, O_NONBLOCK);  // a planted pipe would stop the launch once full
+  fcntl(fileno(file), F_SETFL, O_NONBLOCK);  // if the file is a pipe, the launch must not block
   fprintf(file, "%s", content.c_str());
   fflush(file);
   fsync(fileno(file));
@@ -59,8 +62,8 @@ void save(FILE* file, const std::string& content) {
 }  // namespace
 
 std::string readFileToString(std::string path) {
-  // Someone may plant a pipe, which would keep the reader waiting, or a link to a device that never
-  // ends. Only files have content.
+  // Another user may have placed a pipe here, which would block the reader, or a link to a device
+  // that has no end. Only regular files are read.
   const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat status;
   if (!file.isOpen() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
@@ -75,9 +78,10 @@ std::string readFileToString(std::string path) {
   }
 }
 
-// The marks cannot overlap: neither ends as the other begins.
+// The markers cannot overlap, because neither begins with the end of the other.
 bool isCrashed(std::string content) {
-  return !startWith(content, "[START]") || !endWith(content, "[END]");
+  return !startWith(content, device_names::kCacheStartMarker) ||
+         !endWith(content, device_names::kCacheEndMarker);
 }
 
 void writeStringToFile(std::string directory, std::string name, std::string content) {
@@ -86,6 +90,7 @@ void writeStringToFile(std::string directory, std::string name, std::string cont
   if (!isRealPath(temporary) || !isRealPath(target)) {
     return;
   }
+  // "w+" creates or truncates the file, with the permissions that the umask allows.
   FILE* file = fopen(temporary.c_str(), "w+");
   if (file == nullptr) {
     QLOG_ERROR("Fail to write string to file - open error");

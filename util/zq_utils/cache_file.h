@@ -1,14 +1,16 @@
-// Small text files that are whole or torn: "[START]" + payload + "[END]".
+// Small text files with markers that show whether they are complete: "[START]" + payload + "[END]".
 #pragma once
 
 #include <string>
 
-// The file's bytes; empty when it cannot be opened.
+// Returns the content of the file, or an empty string if it cannot be read or is not a regular
+// file.
 std::string readFileToString(std::string path);
 
-// True unless `content` begins with "[START]" and ends with "[END]".
+// Returns false if `content` begins with "[START]" and ends with "[END]", and true otherwise.
 bool isCrashed(std::string content);
 
-// Replaces directory + name by `content` through a temporary file beside it. `directory` ends with
-// "/". Does nothing where either name is a symbolic link.
+// Replaces the content of the file directory + name. Writes a temporary file in the same directory
+// and renames it. `directory` must end with "/". Does nothing if one of the two files is a symbolic
+// link.
 void writeStringToFile(std::string directory, std::string name, std::string content);

@@ -19,8 +19,8 @@ bool isDirectory(const fs::path& path) {
   return fs::is_directory(path, error);
 }
 
-// An existing directory takes its source's owner under plain overwrite as well, a new one only when
-// that is asked for.
+// An existing directory gets the owner of its source also with FS_MERGE_OVERWRITE; a new directory
+// gets it only with FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS.
 bool prepareExisting(const fs::path& from, const fs::path& to, FSFlag flags) {
   if (!hasAny(flags, kMerge)) {
     QLOG_ERROR("Destination directory %s already exists", to.c_str());
@@ -43,7 +43,7 @@ bool prepareNew(const fs::path& from, const fs::path& to, FSFlag flags) {
   return true;
 }
 
-// Copies the link itself. A link or file that is already there is kept in a merge.
+// Copies the link itself. In a merge, an existing link or file is kept.
 bool copyLink(const fs::path& link, const fs::path& target, FSFlag flags) {
   if (hasAny(flags, kMerge) && pathExists(target)) {
     return true;
@@ -63,7 +63,7 @@ void putInPlace(const fs::path& copy, const fs::path& target, FSFlag flags) {
   fs::rename(copy, target);
 }
 
-// Throws the library's exception on failure.
+// Throws filesystem_error on failure.
 void copyOrThrow(const fs::path& file, const fs::path& copy, FSFlag flags) {
   error_code error;
   copyFileAnywhere(file, copy,
@@ -75,7 +75,7 @@ void copyOrThrow(const fs::path& file, const fs::path& copy, FSFlag flags) {
   }
 }
 
-// Throws likewise.
+// Throws filesystem_error on failure.
 void copyOneFile(const fs::path& file, const fs::path& target, FSFlag flags) {
   if (hasAny(flags, FS_MERGE_SKIP) && pathExists(target)) {
     return;

@@ -1,4 +1,4 @@
-// A file descriptor with an owner.
+// Owns a file descriptor and closes it.
 #pragma once
 
 #include <unistd.h>
@@ -7,9 +7,9 @@
 
 class Descriptor {
  public:
-  // Takes over what open(2) returned; -1 is no file.
+  // Takes ownership of the result of open(2); -1 means no file.
   explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  // Keeps errno, so that a caller can still tell what failed.
+  // Preserves errno, so that the caller can still report what failed.
   ~Descriptor() {
     if (descriptor_ >= 0) {
       const int kept = errno;
@@ -23,7 +23,7 @@ class Descriptor {
   bool isOpen() const { return descriptor_ >= 0; }
   int get() const { return descriptor_; }
 
-  // read(2) and write(2), begun again where a signal came in between.
+  // read(2) and write(2), repeated if a signal interrupts them.
   ssize_t readSome(char* buffer, std::size_t size) const {
     return retried([&] { return read(descriptor_, buffer, size); });
   }

@@ -5,7 +5,6 @@
 
 #include <cstring>
 #include <memory>
-#include <string_view>
 #include <vector>
 
 #include "util/log/log.h"
@@ -24,7 +23,8 @@ bool isSelfOrParent(const char* name) {
   return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
 }
 
-// The full paths of one directory's entries, each built in the same text: a walk sees thousands.
+// Builds the full paths of the entries of one directory in the same buffer, because a walk visits
+// thousands of entries.
 class EntryPath {
  public:
   explicit EntryPath(const std::string& directory) : path_(concatPath(directory, "")) {
@@ -42,7 +42,7 @@ class EntryPath {
   std::size_t prefix_;
 };
 
-// True where the target of a link, or an entry of unknown type, is a file or a directory.
+// Returns true if the path leads to a file or a directory. For links and entries of unknown type.
 bool leadsToFileOrDirectory(const std::string& path) {
   struct stat status;
   return stat(path.c_str(), &status) == 0 && (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode));

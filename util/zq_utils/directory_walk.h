@@ -1,19 +1,19 @@
-// Directory walks, one pass of the directory stream each, in the stream's order.
+// Iterates over directories. Each directory is read once, in the order of readdir(3).
 #pragma once
 
 #include <functional>
 #include <string>
 
-// Called per entry with its full path and its bare name, which lives during the call.
+// Called for each entry with its full path and its name. `name` is valid only during the call.
 using FileReader = std::function<void(const std::string& path, const char* name)>;
 
-// Calls `reader` for each file and symbolic link of `directory`, and for those of its
-// subdirectories down to `depth` levels. A directory that cannot be opened is skipped silently.
+// Calls `reader` for each file and symbolic link in `directory`, and in its subdirectories down to
+// `depth` levels. A directory that cannot be opened is skipped without a log line.
 void scanFilesInDirectory(const std::string& directory, FileReader reader, unsigned int depth);
 
-// The same, but skips ".tac_symlink" trees, resolves links and entries of unknown type with
-// stat(2), and descends only from a depth of 2.
+// Does the same, with these differences: skips ".tac_symlink" trees, resolves links and entries of
+// unknown type with stat(2), and enters subdirectories only if `depth` is at least 2.
 void scanFilesInDir(const std::string& directory, FileReader reader, unsigned int depth);
 
-// Calls `reader` for each subdirectory of `directory`; links to directories are none.
+// Calls `reader` for each subdirectory of `directory`. Links to directories are skipped.
 void scanDirsInDirectory(const std::string& directory, FileReader reader);

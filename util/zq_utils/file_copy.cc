@@ -25,7 +25,7 @@ bool writeAll(const Descriptor& file, const char* bytes, std::size_t size) {
   return true;
 }
 
-// False with errno on failure.
+// Returns false and sets errno on failure.
 bool copyBytes(const Descriptor& from, const Descriptor& to) {
   std::array<char, 64 * 1024> buffer;
   for (;;) {
@@ -39,8 +39,8 @@ bool copyBytes(const Descriptor& from, const Descriptor& to) {
   }
 }
 
-// The target is there already, made by the attempt before; like a copy by the library it ends with
-// the source's mode, whatever the umask. False with errno on failure.
+// The failed first attempt has already created the target. Like a copy by the library, the target
+// gets the mode of the source, independently of the umask. Returns false and sets errno on failure.
 bool copyByReading(const fs::path& from, const fs::path& to) {
   const Descriptor source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat status;

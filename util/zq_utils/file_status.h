@@ -1,4 +1,4 @@
-// What this unit means by a path that exists, and by a permission.
+// Definitions of an existing path and of permission bits for this unit.
 #pragma once
 
 #include <sys/types.h>
@@ -6,10 +6,11 @@
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
 
-// The part of a mode that chmod(2) sets.
+// The bits of a mode that chmod(2) sets.
 inline constexpr mode_t kPermissionBits = 07777;
 
-// True when the path's status, links followed, is neither an error nor not-found.
+// Returns true if the status of the path, after links are followed, is neither an error nor
+// not-found.
 inline bool pathExists(const boost::filesystem::path& path) {
   boost::system::error_code error;
   return boost::filesystem::exists(path, error);

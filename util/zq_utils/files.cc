@@ -16,7 +16,7 @@ bool copyOver(const fs::path& from, const fs::path& to, error_code& error) {
   return !error;
 }
 
-// What a move is where a rename cannot be one, as between file systems.
+// Moves a file by copying it, for moves that rename(2) cannot do, such as between file systems.
 bool moveByCopy(const fs::path& from, const fs::path& to) {
   error_code error;
   if (!copyOver(from, to, error)) {

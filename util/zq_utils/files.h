@@ -1,55 +1,57 @@
-// File operations with one error policy: none throws; each returns true or false and writes one
-// error line that names the path and the file-system library's message.
+// File operations with a common error policy: none of them throws. On failure each returns false
+// and, unless stated otherwise, logs one error line with the path and the message of the
+// file-system library.
 //
-// "Exists" means that the path's status is neither an error nor not-found.
+// A path "exists" if its status is neither an error nor not-found.
 #pragma once
 
 #include <boost/filesystem/path.hpp>
 #include <string>
 
-// How copyDir treats a destination that is already there, and what it carries over.
+// How copyDir handles an existing destination, and which attributes it copies.
 enum FSFlag : int {
-  FS_NONE = 0,                                // the destination must not exist yet
-  FS_MERGE_SKIP = 1,                          // files and links already there are kept
-  FS_MERGE_OVERWRITE = 2,                     // files already there are replaced, links are kept
-  FS_COMMIT_COPY_FILE = 4,                    // each file: copy to a fresh name, then rename
-  FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS = 8,  // owner, group and mode of the source
+  FS_NONE = 0,                                // fail if the destination exists
+  FS_MERGE_SKIP = 1,                          // keep existing files and links
+  FS_MERGE_OVERWRITE = 2,                     // replace existing files, keep links
+  FS_COMMIT_COPY_FILE = 4,                    // copy each file to a new name, then rename it
+  FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS = 8,  // copy owner, group and mode
 };
 
 constexpr FSFlag operator|(FSFlag a, FSFlag b) {
   return static_cast<FSFlag>(static_cast<int>(a) | static_cast<int>(b));
 }
 
-// Removes a tree. True also where nothing is there.
+// Removes a directory tree. Returns true if the path does not exist.
 bool removeAll(const boost::filesystem::path& path);
 
-// Removes one file or empty directory. True also where nothing is there.
+// Removes one file or empty directory. Returns true if the path does not exist.
 bool removeFile(const boost::filesystem::path& path);
 
-// Renames `from` to `to`, or copies and removes across file systems. False, silently, unless `from`
-// exists and `to` does not.
+// Renames `from` to `to`; between file systems, copies and removes. Returns false without a log
+// line if `from` does not exist or `to` exists.
 bool moveFile(const boost::filesystem::path& from, const boost::filesystem::path& to);
 
-// Copies over an existing `to`. False, silently, where `from` does not exist.
+// Copies `from` to `to` and replaces an existing `to`. Returns false without a log line if `from`
+// does not exist.
 bool copyFile(const boost::filesystem::path& from, const boost::filesystem::path& to);
 
-// Creates the directory with its parents. True where the path exists, of whatever kind.
+// Creates the directory and its parents. Returns true if the path exists, whatever its type.
 bool createDir(const boost::filesystem::path& path);
 
-// Copies a directory tree. What was done before a failure stays.
+// Copies a directory tree. On failure, the part that was already copied remains.
 bool copyDir(const boost::filesystem::path& from, const boost::filesystem::path& to,
              FSFlag flags = FS_NONE);
 
-// Gives `to` the owner, group and permission bits of `from`. `to` must be readable.
+// Sets the owner, group and permission bits of `to` to those of `from`. `to` must be readable.
 void copyOwnershipAndPermissions(const boost::filesystem::path& from,
                                  const boost::filesystem::path& to);
 
-// Sets the access label.
+// Sets the access label of `path`.
 bool setSmack(const std::string& path, const std::string& label);
 
-// Copies access label, owner and group from `source` to `destination`; with `isSymlink` the
-// destination is a link and gets them itself. Failures go to standard error.
+// Copies the access label, owner and group from `source` to `destination`. If `isSymlink` is true,
+// changes the link `destination` itself. Failures are written to standard error.
 void updateAssemblyInfo(const std::string& source, const std::string& destination, bool isSymlink);
 
-// Size in bytes, following links; 0 when stat(2) fails.
+// Returns the size in bytes of the file that `path` leads to, or 0 if stat(2) fails.
 unsigned int getFileSize(const std::string& path);

@@ -11,7 +11,7 @@
 
 namespace {
 
-// Null where the file has no label, or none that can be read.
+// Returns null if the file has no label or the label cannot be read.
 MallocText readLabel(const std::string& path, bool isSymlink) {
   char* label = nullptr;
   const auto get = isSymlink ? smack_lgetlabel : smack_getlabel;

@@ -12,7 +12,7 @@ using boost::system::error_code;
 
 namespace {
 
-// Works through a descriptor, so that it is the file opened that changes hands.
+// Uses a descriptor, so that exactly the file that was opened changes its owner.
 bool setOwnership(const fs::path& path, uid_t user, gid_t group) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file.isOpen()) {

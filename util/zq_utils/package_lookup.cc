@@ -7,7 +7,7 @@
 
 namespace {
 
-// A package's record; null until it is opened, released at the end.
+// The record of a package. Null until it is opened; released by the destructor.
 class PackageRecord {
  public:
   PackageRecord() = default;
@@ -19,7 +19,7 @@ class PackageRecord {
   PackageRecord(const PackageRecord&) = delete;
   PackageRecord& operator=(const PackageRecord&) = delete;
 
-  // The record of all users.
+  // Opens the record for all users.
   bool open(const std::string& packageId) {
     return pkgmgrinfo_pkginfo_get_pkginfo(packageId.c_str(), &handle_) == 0 && handle_ != nullptr;
   }
@@ -27,7 +27,7 @@ class PackageRecord {
     return pkgmgrinfo_pkginfo_get_usr_pkginfo(packageId.c_str(), user, &handle_) == 0 &&
            handle_ != nullptr;
   }
-  // Null when the record has none; both texts live as long as the record.
+  // Each returns null if the record has no such entry. The strings are valid as long as the record.
   const char* mainApplication() const {
     char* id = nullptr;
     return pkgmgrinfo_pkginfo_get_mainappid(handle_, &id) == 0 ? id : nullptr;
@@ -41,7 +41,8 @@ class PackageRecord {
   pkgmgrinfo_pkginfo_h handle_ = nullptr;
 };
 
-// The record of a package's main application, likewise.
+// The record of the main application of a package. Null until it is opened; released by the
+// destructor.
 class MainApplicationRecord {
  public:
   MainApplicationRecord() = default;
@@ -60,7 +61,7 @@ class MainApplicationRecord {
     const char* id = package_.mainApplication();
     return id != nullptr && pkgmgrinfo_appinfo_get_appinfo(id, &handle_) == 0 && handle_ != nullptr;
   }
-  // Null when the record has none; both texts live as long as the record.
+  // Each returns null if the record has no such entry. The strings are valid as long as the record.
   const char* executable() const {
     char* path = nullptr;
     return pkgmgrinfo_appinfo_get_exec(handle_, &path) == 0 ? path : nullptr;

@@ -10,7 +10,7 @@ void setCmdName(const std::string& name) {
   if (name.empty()) {
     return;
   }
-  // What the kernel keeps of a thread's name, the NUL included.
+  // The size of a thread name in the kernel, including the NUL.
   std::array<char, 16> kept{};
   name.copy(kept.data(), kept.size() - 1);
   prctl(PR_SET_NAME, kept.data());

@@ -1,10 +1,11 @@
-// The calling process and the system it runs on.
+// Functions for the calling process and its system.
 #pragma once
 
 #include <string>
 
-// Names the calling thread, cut to 15 characters (prctl(2), PR_SET_NAME). An empty name is ignored.
+// Sets the name of the calling thread, truncated to 15 characters (prctl(2), PR_SET_NAME). Does
+// nothing if the name is empty.
 void setCmdName(const std::string& name);
 
-// True when "/etc/release" exists.
+// Returns true if "/etc/release" exists.
 bool isReleaseVersion();

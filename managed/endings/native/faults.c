@@ -14,7 +14,7 @@ static void write_nowhere(void) {
 
 static void free_twice(size_t size) {
   void* volatile block = malloc(size);
-  /* Keeps the block from being merged into the heap's free end. */
+  /* Prevents the block from being merged into the free memory at the end of the heap. */
   void* volatile neighbour = malloc(size);
   free(block);
   free(block);

@@ -1,20 +1,20 @@
-/* Ways in which native code that an application calls can end its process. */
+/* Faults in native code that end the process of an application. */
 #ifndef QUILLON_SAMPLE_FAULTS_H
 #define QUILLON_SAMPLE_FAULTS_H
 
-/* Ends the process at once:
+/* Ends the process immediately. `way` is one of:
  *
- *   fault              writes through a pointer to nowhere
- *   abort              abort(3)
+ *   fault              writes through a null pointer
+ *   abort              calls abort(3)
  *   double-free        frees a block twice that is too large for the C library's per-thread cache
- *   small-double-free  the same with a small block, of which the C library says other words
+ *   small-double-free  frees a small block twice; the C library prints a different message
  *   smash              writes past the end of an array on the stack
  *
- * Returns, with -1, only where it knows no such way. */
+ * Returns -1 if `way` is unknown. Does not return otherwise. */
 int sample_fault(const char* way);
 
-/* The same when the process exits, in an exit handler. Once for a process. Returns 0, or -1 where
- * no handler can be registered. */
+/* Registers an exit handler that calls sample_fault(way). Call it at most once per process. Returns
+ * 0, or -1 if the handler cannot be registered. */
 int sample_fault_at_exit(const char* way);
 
 #endif

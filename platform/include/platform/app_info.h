@@ -1,7 +1,7 @@
 /* The platform's application-information service.
  *
- * Every function returns 0 on success and a negative value on failure. Handles are owned by the
- * caller of the function that created them unless a line below says otherwise.
+ * Every function returns 0 on success and a negative value on failure. The caller of a create
+ * function owns the handle and must destroy it.
  */
 #pragma once
 
@@ -14,17 +14,17 @@ extern "C" {
 typedef struct app_info_s* app_info_h;
 typedef struct app_info_metadata_filter_s* app_info_metadata_filter_h;
 
-/* Called per metadata entry; returns false to stop. The texts live during the call. */
+/* Called for each metadata entry. Returns false to stop. The strings are valid during the call. */
 typedef bool (*app_info_metadata_cb)(const char* key, const char* value, void* user_data);
 
-/* Called per matching application; returns false to stop. `app` stays the service's and lives
- * during the call. */
+/* Called for each matching application. Returns false to stop. The service owns `app`, which is
+ * valid during the call. */
 typedef bool (*app_info_filter_cb)(app_info_h app, void* user_data);
 
 int app_info_create(const char* app_id, app_info_h* handle);
 int app_info_destroy(app_info_h handle);
 
-/* Stores the application's package id in `*package`, a malloc'ed text that the caller frees. */
+/* Stores the application's package id in `*package`. The caller must free(3) it. */
 int app_info_get_package(app_info_h handle, char** package);
 
 int app_info_foreach_metadata(app_info_h handle, app_info_metadata_cb cb, void* user_data);
@@ -32,7 +32,8 @@ int app_info_foreach_metadata(app_info_h handle, app_info_metadata_cb cb, void* 
 int app_info_metadata_filter_create(app_info_metadata_filter_h* handle);
 int app_info_metadata_filter_destroy(app_info_metadata_filter_h handle);
 
-/* Adds a condition; all conditions must hold. A null `value` matches any value of `key`. */
+/* Adds a condition. An application matches if all conditions are true. A null `value` matches any
+ * value of `key`. */
 int app_info_metadata_filter_add(app_info_metadata_filter_h handle, const char* key,
                                  const char* value);
 

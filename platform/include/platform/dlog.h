@@ -1,7 +1,6 @@
 /* The platform's log.
  *
- * __dlog_print formats like printf(3) and appends one record to the log buffer `log_id`. Safe to
- * call from any thread. Never call it from a signal handler.
+ * __dlog_print may be called from any thread, but not from a signal handler.
  */
 #pragma once
 
@@ -9,21 +8,21 @@
 extern "C" {
 #endif
 
-/* Priorities in use; the platform defines further ones. */
+/* The priorities that the plug-in uses. The platform defines more. */
 enum {
   DLOG_DEBUG = 3,
   DLOG_INFO = 4,
   DLOG_ERROR = 6,
 };
 
-/* Appends one record.
+/* Formats a text like printf(3) and appends one record to a log buffer.
  *
- * log_id  buffer; 0 is the main one
- * prio    priority, one of the above
- * tag     who writes; copied
+ * log_id  log buffer; 0 is the main buffer
+ * prio    one of the priorities above
+ * tag     name of the writer; copied
  * fmt     printf(3) format of the text
  *
- * Returns a negative value on failure; callers ignore it.
+ * Returns a negative value on failure, which callers ignore.
  */
 int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));

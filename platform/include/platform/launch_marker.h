@@ -1,6 +1,6 @@
 /* The platform kernel's launch-marker channel: prctl(PR_LAUNCH_MARKER, text, strlen(text)).
  *
- * A kernel without the option fails the call with EINVAL, which callers ignore (prctl(2)).
+ * On a kernel without this option the call fails with EINVAL (prctl(2)). Callers ignore that.
  */
 #pragma once
 

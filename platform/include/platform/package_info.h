@@ -1,4 +1,7 @@
-/* The platform's package-information service. Results: 0 on success, negative on failure. */
+/* The platform's package-information service.
+ *
+ * Every function returns 0 on success and a negative value on failure.
+ */
 #pragma once
 
 #include <stdbool.h>
@@ -15,14 +18,17 @@ typedef enum {
   PACKAGE_INFO_APP_COMPONENT_TYPE_SERVICE = 2,
 } package_info_app_component_type_e;
 
-/* Called per application of the package; returns false to stop. `app_id` lives during the call. */
+/* Called for each application of the package. Returns false to stop. `app_id` is valid during the
+ * call. */
 typedef bool (*package_info_app_cb)(package_info_app_component_type_e type, const char* app_id,
                                     void* user_data);
 
-/* Called per declared privilege; returns false to stop. `privilege` lives during the call. */
+/* Called for each declared privilege. Returns false to stop. `privilege` is valid during the call.
+ */
 typedef bool (*package_info_privilege_info_cb)(const char* privilege, void* user_data);
 
-/* Opens the record of `package_id`. An empty or unknown id fails. */
+/* Opens the record of `package_id`. Fails if the id is empty or unknown. The caller must destroy
+ * the handle. */
 int package_info_create(const char* package_id, package_info_h* handle);
 int package_info_destroy(package_info_h handle);
 

@@ -1,7 +1,7 @@
 /* The platform's package manager.
  *
- * Every function returns 0 on success and a negative value on failure. Texts handed out belong to
- * the handle they came from and live as long as it does.
+ * Every function returns 0 on success and a negative value on failure. A string that a function
+ * stores belongs to the handle and is valid as long as the handle.
  */
 #pragma once
 
@@ -27,11 +27,11 @@ int pkgmgrinfo_appinfo_get_metadata_value(pkgmgrinfo_appinfo_h handle, const cha
                                           char** value);
 int pkgmgrinfo_appinfo_destroy_appinfo(pkgmgrinfo_appinfo_h handle);
 
-/* Stores the user that the installer works for; 0 means packages for all users. */
+/* Stores the user that the installer works for. 0 means that packages are for all users. */
 int pkgmgr_installer_info_get_target_uid(uid_t* uid);
 
-/* Copies the package id of the application that runs as process `pid` into `package_id`, a buffer
- * of `length` bytes. */
+/* Copies the package id of the application in process `pid` into `package_id`, a buffer of `length`
+ * bytes. */
 int aul_app_get_pkgid_bypid(int pid, char* package_id, int length);
 
 #ifdef __cplusplus

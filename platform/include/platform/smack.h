@@ -1,7 +1,8 @@
 /* The platform's mandatory-access labels.
  *
- * A label is an extended attribute of the file (xattr(7)); that of type ACCESS is
- * "security.SMACK64". The `l` forms act on a symbolic link itself.
+ * A label is an extended attribute of a file (xattr(7)). The attribute of a label of type
+ * SMACK_LABEL_ACCESS is "security.SMACK64". The functions with an "l" before "setlabel" or
+ * "getlabel" operate on a symbolic link itself.
  */
 #pragma once
 
@@ -16,12 +17,12 @@ enum smack_label_type {
   SMACK_LABEL_TRANSMUTE = 3,
 };
 
-/* 0 on success, -1 with errno on failure. */
+/* Set a label. Return 0 on success, or -1 with errno set. */
 int smack_setlabel(const char* path, const char* label, enum smack_label_type type);
 int smack_lsetlabel(const char* path, const char* label, enum smack_label_type type);
 
-/* 0 on success with a malloc'ed text in `*label`, which the caller frees, or null there when the
- * file has no label; -1 with errno on failure. */
+/* Store the label in `*label`, or null if the file has no label. The caller must free(3) it. Return
+ * 0 on success, or -1 with errno set. */
 int smack_getlabel(const char* path, char** label, enum smack_label_type type);
 int smack_lgetlabel(const char* path, char** label, enum smack_label_type type);
 

@@ -1,14 +1,14 @@
-/* The platform's trace: nested spans of one thread. Safe to call from any thread. */
+/* The platform's trace: nested spans per thread. May be called from any thread. */
 #pragma once
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* Opens a span on the calling thread. `name` is a finished text, never a format; copied. */
+/* Opens a span on the calling thread. `name` is not a format. It is copied. */
 void trace_begin(const char* name);
 
-/* Closes the calling thread's innermost open span. */
+/* Closes the innermost open span of the calling thread. */
 void trace_end(void);
 
 #ifdef __cplusplus

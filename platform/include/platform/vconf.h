@@ -5,23 +5,24 @@
 extern "C" {
 #endif
 
-/* One key with its value, handed to a change callback. Opaque. */
+/* A key and its value, as passed to a change callback. Opaque. */
 typedef struct keynode_s keynode_t;
 
-/* Called after a change of the key, on a thread of the store's own. `node` lives during the call.
- */
+/* Called after the key changed, in a thread of the store. `node` is valid during the call. */
 typedef void (*vconf_callback_fn)(keynode_t* node, void* user_data);
 
-/* The key's text, malloc'ed for the caller to free; null when the key is absent. */
+/* Returns the string value of the key, or null if the key does not exist. The caller must free(3)
+ * it. */
 char* vconf_get_str(const char* key);
 
 /* Registers `cb` for changes of `key`. Returns 0 on success, negative on failure. */
 int vconf_notify_key_changed(const char* key, vconf_callback_fn cb, void* user_data);
 
-/* Takes the registration back; allowed from inside the callback. 0 on success, else negative. */
+/* Removes the registration of `cb`. May be called from the callback. Returns 0 on success, negative
+ * on failure. */
 int vconf_ignore_key_changed(const char* key, vconf_callback_fn cb);
 
-/* The integer that the notice carries; 0 where the value is no integer. */
+/* Returns the integer value of the node, or 0 if the value is not an integer. */
 int vconf_keynode_get_int(const keynode_t* node);
 
 #ifdef __cplusplus

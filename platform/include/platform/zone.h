@@ -1,16 +1,17 @@
 /* The platform's zone library: moves a process into a running security zone.
  *
- * Never linked: who needs it loads ZONE_LIBRARY_PATH at run time and looks the functions up by the
- * names below. The declarations give their types (decltype(&zone_attach_process), or typeof in C).
+ * The library is not linked. Callers load ZONE_LIBRARY_PATH with dlopen(3) and look up the
+ * functions with dlsym(3). The declarations provide the types (decltype(&zone_attach_process), or
+ * typeof in C).
  *
  *   void* context = zone_get_context("appzone");
  *   if (context != NULL && zone_attach_process(context) < 0) {
- *     // still wholly outside the zone
+ *     // the process is unchanged, outside the zone
  *   }
  *   zone_release_context(&context);
  *
- * Every failure writes one line to the platform log and changes nothing about the process. A
- * context may be used by one thread at a time. errno is left as it was.
+ * On failure a function writes one line to the platform log and does not change the process. A
+ * context may be used by one thread at a time. errno is preserved.
  */
 #pragma once
 
@@ -24,28 +25,28 @@ extern "C" {
  *
  * name  the zone's name; copied
  *
- * Returns a context, which the caller gives back with zone_release_context; null when there is no
- * zone of that name or when it does not run. The context goes on naming that very run of the zone:
- * it never comes to mean another process, or the zone started anew.
+ * Returns a context that the caller must release with zone_release_context, or null if there is no
+ * running zone of that name. The context always refers to this run of the zone, never to a later
+ * run or to another process that reuses a process id.
  */
 void* zone_get_context(const char* name);
 
-/* Lets a debugger that has no privilege beyond the calling process's own, and that runs outside the
- * zone, attach to the calling process; it stays so in the zone. Attaching itself stays the kernel's
- * decision: the debugger must be of the same user and have no fewer capabilities.
+/* Allows a debugger outside the zone that has no more privileges than the calling process to attach
+ * to it. This remains in effect after the process has entered the zone. The kernel still checks
+ * each attachment: the debugger must run as the same user and have at least the same capabilities.
  *
  * Returns a negative value on failure.
  */
 int zone_enable_debug_mode(void* context);
 
-/* Moves the calling process, which must have one thread, into the zone. The working directory stays
- * at its path where the zone has that path, and is "/" otherwise.
+/* Moves the calling process into the zone. The process must have exactly one thread. The working
+ * directory keeps its path if the path exists in the zone, and becomes "/" otherwise.
  *
- * Returns a negative value on failure; the process is then as it was.
+ * Returns a negative value on failure. The process is then unchanged.
  */
 int zone_attach_process(void* context);
 
-/* Gives a context back and sets the caller's variable to null. Null, or a null variable, is fine.
+/* Releases a context and sets `*context` to null. Does nothing if `context` or `*context` is null.
  *
  * Returns 0.
  */

@@ -13,7 +13,7 @@
 
 namespace {
 
-// The platform's crash tooling answers it with a backtrace of the thread that receives it.
+// The platform's crash tooling handles this signal with a backtrace of the thread that receives it.
 constexpr int kBacktraceSignal = 28;
 
 struct DirectoryCloser {

@@ -1,12 +1,12 @@
-// The pieces of print_all_backtrace. Stacks are walked by the platform's crash tooling, which the
-// plug-in asks with a signal, one thread at a time.
+// The parts of print_all_backtrace. The plug-in sends a signal to one thread at a time; the
+// platform's crash tooling then unwinds the stack.
 //
-// Thread safety: any thread may call these.
+// Thread safety: any thread may call these functions.
 #pragma once
 
-// Calls `callback` with the name of every entry of the directory `path` but "." and "..", in the
-// order in which the directory yields them. The directory has to exist. Always returns 0.
+// Calls `callback` with the name of every entry of the directory `path` except "." and "..", in the
+// order of readdir(3). Calls nothing if the directory cannot be opened. Always returns 0.
 int dir_traverse(const char* path, void (*callback)(const char* name));
 
-// Logs `name`, a thread id in decimal, and asks that thread for its backtrace.
+// Logs `name`, a thread id in decimal, and requests a backtrace of that thread.
 void print_name(const char* name);

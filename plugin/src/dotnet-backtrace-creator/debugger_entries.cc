@@ -1,4 +1,4 @@
-// What a debugger extension calls: fixed answers, no effect.
+// Entry points for a debugger extension: fixed results, no effect.
 #include <quillon_tv_plugin.h>
 
 void lldb_sos_disable_smdl() {}

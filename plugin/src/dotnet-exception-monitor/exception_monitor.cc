@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t kReportSize = 100;
 
 void sendReport() {
-  CutText<kReportSize> report;
+  BoundedString<kReportSize> report;
   report.append("[");
   report.append(g_appID.c_str());
   report.append("] Exception Limit exceed!!! (");
@@ -42,8 +42,9 @@ void countFault() {
   }
 }
 
-// Called whatever it is: the monitor stands in front of a real handler, as a rule the runtime's. A
-// fault without one ends the process at the call, by the same signal.
+// The previous action is called without a check for SIG_DFL and SIG_IGN, because the monitor runs
+// in front of a real handler, usually that of the runtime. Without one, the call itself ends the
+// process with the same signal.
 void callPreviousHandler(int sig, siginfo_t* info, void* context) {
   const struct sigaction& previous = sig_segv_for_exception_old;
   if ((previous.sa_flags & SA_SIGINFO) != 0) {
@@ -65,8 +66,9 @@ bool isMonitor(const struct sigaction& action) {
   return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == onSigsegvForException;
 }
 
-// Before the monitor is installed, so that a fault right after finds a handler to go on to. False
-// where the monitor is enabled again: the chain must not lead back to it.
+// Saves the current action before the monitor is installed, so that a fault immediately afterwards
+// is passed on correctly. Returns false if the monitor is already installed; the monitor must not
+// be its own previous handler.
 bool keepPrevious() {
   struct sigaction current = {};
   if (sigaction(SIGSEGV, nullptr, &current) != 0) {

@@ -1,7 +1,7 @@
 // The functions of OpenSSL's libcrypto that a signature check calls.
 //
-// The library is not linked: few launches check a signature, and linking it in would cost every
-// launch more time and memory than all the rest of the plug-in.
+// The library is loaded at run time: few launches check a signature, and linking the library would
+// cost every launch more time and memory than the rest of the plug-in.
 #pragma once
 
 #include <openssl/evp.h>
@@ -9,7 +9,7 @@
 
 #include <optional>
 
-// Each member is the function of its name, of which openssl's manual has a page.
+// Each member points to the function of the same name, which OpenSSL's manual documents.
 struct CryptoLibrary {
   int (*ERR_set_mark)();
   int (*ERR_pop_to_mark)();
@@ -25,6 +25,6 @@ struct CryptoLibrary {
   int (*EVP_DigestVerifyFinal)(EVP_MD_CTX*, const unsigned char*, size_t);
 };
 
-// The library of the version that the plug-in was built for. It stays loaded. Nothing where it, or
-// one of the functions, is missing: dlerror(3) says what then.
+// Loads the library version that the plug-in was built for. The library stays loaded. Returns
+// nullopt if the library or one of the functions is missing; dlerror(3) then returns the reason.
 std::optional<CryptoLibrary> loadCryptoLibrary();

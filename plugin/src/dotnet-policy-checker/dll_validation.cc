@@ -1,11 +1,11 @@
 #include "plugin/src/dotnet-policy-checker/dll_validation.h"
 
+#include <device_names.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <optional>
@@ -21,16 +21,14 @@ namespace {
 
 constexpr char kRequestPipe[] = QUILLON_DLL_REQUEST_PIPE;
 constexpr char kAnswerPipe[] = QUILLON_DLL_ANSWER_PIPE;
-constexpr char kKeyword[] = "RequestForDllValidation:";
-constexpr char kRefusal[] = "FAIL";
 constexpr char kAnyLabel[] = "*";
 constexpr mode_t kCreateMode = 0644;
-constexpr mode_t kOpenMode = 0666;  // chmod(2) is not masked
+constexpr mode_t kOpenMode = 0666;  // chmod(2) ignores the umask
 constexpr int kAnswerLines = 10;
 constexpr std::size_t kTextSize = 1024;  // terminator included
 
-// fopen(3) reads and writes from the "+" on and passes over the "w": a pipe opened so never waits
-// for its other end.
+// "+" opens for reading and writing, so that opening a pipe never waits for the other end. fopen(3)
+// ignores the "w" after "r".
 constexpr char kStreamMode[] = "rw+";
 
 struct StreamCloser {
@@ -38,8 +36,8 @@ struct StreamCloser {
 };
 using Stream = std::unique_ptr<FILE, StreamCloser>;
 
-// The stream's buffer takes the whole text, so that one write(2) carries it, up to what the pipe
-// holds. False where the text could not be written.
+// Gives the stream a buffer for the whole text, so that one write(2) transfers as much of it as the
+// pipe can hold. Returns false if the text could not be written.
 bool writeAtOnce(Stream stream, const std::string& text) {
   const std::size_t room = text.size() + 1;
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[room]);
@@ -48,14 +46,14 @@ bool writeAtOnce(Stream stream, const std::string& text) {
   }
   const bool isWritten =
       fwrite(text.data(), 1, text.size(), stream.get()) == text.size() && fflush(stream.get()) == 0;
-  stream.reset();  // before the buffer goes
+  stream.reset();  // before the buffer is freed
   return isWritten;
 }
 
 const char* textOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
-// One read of a text, without its line end; it may hold NUL bytes. Nothing where the read failed or
-// gave no bytes; a signal that comes in between counts as a failure.
+// Performs one read and returns the text without its line end; it can contain NUL bytes. Returns
+// nullopt if the read failed, was interrupted by a signal, or returned no bytes.
 std::optional<std::string> readText(int descriptor) {
   char buffer[kTextSize];
   ssize_t length = read(descriptor, buffer, sizeof(buffer) - 1);
@@ -76,21 +74,22 @@ Stream openStream(const char* path) {
   return stream;
 }
 
-// False where the request pipe cannot be opened or written: nobody would answer.
+// Returns false if the request pipe cannot be opened or written; no answer would arrive then.
 bool sendRequest(const std::string& path) {
   Stream pipe = openStream(kRequestPipe);
   if (pipe == nullptr) {
     QLOG_ERROR("pipe open error");
     return false;
   }
-  const std::string request = kKeyword + std::to_string(getpid()) + ":" + path;
+  const std::string request =
+      device_names::kValidationKeyword + std::to_string(getpid()) + ":" + path;
   QLOG_INFO("Send %s", request.c_str());
   return writeAtOnce(std::move(pipe), request + "\n");
 }
 
 bool isAccepted(const std::string& answer) {
   QLOG_INFO("RequestForDllValidation Result : %s", answer.c_str());
-  return answer.find(kRefusal) == std::string::npos;
+  return answer.find(device_names::kValidationRefusal) == std::string::npos;
 }
 
 bool isLink(const char* path) {
@@ -98,13 +97,14 @@ bool isLink(const char* path) {
   return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
 }
 
-// Any process may use the pipe, of whatever user and label.
+// Creates a pipe that processes of every user and every access label may use.
 void createPipe(const char* path) {
   remove(path);
   if (mkfifo(path, kCreateMode) != 0) {
     QLOG_ERROR("mkfifo failed");
   }
-  // Whoever planted a link in the meantime may not open its target to everybody.
+  // If another process has replaced the pipe by a link in the meantime, the access rights of its
+  // target must not change.
   if (isLink(path)) {
     return;
   }
@@ -132,12 +132,13 @@ int plugin_validate_dll(int type, const char* path) {
   const std::string asked = textOrEmpty(path);
   const std::string resolved = getAbsolutePath(asked);
   QLOG_INFO("Type %d : %s", type, asked.c_str());
-  // A link could lead elsewhere between the answer and the load, so the path asked is no link.
+  // A link could be changed between the answer and the load, so `path` itself must not be a link.
   if (!isRealPath(resolved) || !isRealPath(asked) || !isRealPath(kAnswerPipe) ||
       !isRealPath(kRequestPipe)) {
     return 0;
   }
-  // Open for the answer before asking. Open for writing too, so that the open waits for no writer.
+  // Open the answer pipe before the request is sent. O_RDWR, so that open(2) does not wait for a
+  // writer.
   const Descriptor answers(open(kAnswerPipe, O_RDWR | O_CLOEXEC));
   if (!answers.isOpen()) {
     QLOG_ERROR("open error : %s", kAnswerPipe);
@@ -158,7 +159,7 @@ void create_pipe_server(pipe_message_changed_cb callback) {
   if (!isRealPath(kRequestPipe)) {
     return;
   }
-  // Open for writing too, so that a client that closes its end is no end of file.
+  // O_RDWR, so that a client that closes its end does not cause an end of file.
   const Descriptor requests(open(kRequestPipe, O_RDWR | O_CLOEXEC));
   if (!requests.isOpen()) {
     QLOG_ERROR("open error : %s", kRequestPipe);
@@ -183,7 +184,8 @@ void create_pipe_client(const char* message) {
   for (int written = 0; written < kAnswerLines; ++written) {
     answer += line;
   }
-  // The client reads the pipe itself, so a write of what the pipe cannot hold would never end.
+  // This function also holds the read end open, so a blocking write of more than the pipe can hold
+  // might never return.
   if (static_cast<ssize_t>(answer.size()) > fcntl(fileno(pipe.get()), F_GETPIPE_SZ)) {
     fcntl(fileno(pipe.get()), F_SETFL, O_NONBLOCK);
   }

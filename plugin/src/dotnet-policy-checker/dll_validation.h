@@ -1,10 +1,10 @@
-// Asking a validator process about a library, and the validator's side of that exchange.
+// Validation of libraries: the client side, which asks the validator process, and the server side.
 //
-// The functions are exported: see plugin_validate_dll, create_pipe_server and create_pipe_client in
-// the public header, and docs/dll-validation.md for what travels through the pipes.
+// The functions are exported. See plugin_validate_dll, create_pipe_server and create_pipe_client in
+// the public header, and docs/dll-validation.md for the messages.
 #pragma once
 
 #include <quillon_tv_plugin.h>
 
-// What the server of this process calls with each request text; null until it was first started.
+// The callback of the server in this process; null until create_pipe_server is called.
 extern pipe_message_changed_cb g_callback;

@@ -24,7 +24,7 @@ constexpr std::size_t kPathSize = 4096;
 using PathText = std::array<char, kPathSize>;
 using DuidText = std::array<char, QUILLON_PARTNER_DUID_SIZE>;
 
-// A longer path is cut.
+// Truncates a longer path.
 PathText joined(const char* directory, const char* name) {
   PathText path;
   static_cast<void>(snprintf(path.data(), path.size(), "%s/%s", directory, name));
@@ -33,7 +33,8 @@ PathText joined(const char* directory, const char* name) {
 
 bool isReadable(const PathText& path) { return access(path.data(), R_OK) == 0; }
 
-// Fills `duid`, which ends with NUL also where the field is too long for it; false then.
+// Reads the first field of the request into `duid`, which is always NUL-terminated. Returns false
+// if the field is too long.
 bool readDuid(FILE* request, DuidText& duid) {
   duid.fill('\0');
   std::size_t length = 0;
@@ -98,7 +99,7 @@ int verify_signature(const char* publicKeyPath, const char* signaturePath,
     failure = check.readRequest(requestPath);
   }
   if (failure == nullptr && check.isRequestEmpty()) {
-    QLOG_ERROR("Failed to read original message file");  // and an empty message is verified
+    QLOG_ERROR("Failed to read original message file");  // an empty message is verified too
   }
   if (failure == nullptr) {
     failure = check.digestRequest();

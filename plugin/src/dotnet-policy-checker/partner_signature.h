@@ -1,26 +1,27 @@
-// The partner signature policy: whether the libraries on a partner's mount may be used here.
-// docs/partner-packages.md has the files and what the policy does and does not defend against.
+// The partner signature policy: decides whether the libraries on a partner's mount may be used on
+// this device. docs/partner-packages.md describes the files and the threat model.
 //
-// The exported check_signature asks these in turn. Each call reads files and configuration anew,
-// keeps nothing, writes its reason for a refusal to the log once, and leaves the crypto library's
-// error queue as it was.
+// The exported check_signature calls these functions. Each call reads the files and the
+// configuration again, keeps no state, logs the reason for a refusal once, and restores the crypto
+// library's error queue.
 //
-// Thread safety: none of them holds state; any thread may call them. A path that is null or leads
-// to neither a regular file nor a directory counts as a file that cannot be opened, so a FIFO
-// blocks nobody.
+// Thread safety: the functions keep no state; any thread may call them. A path that is null, or
+// that is neither a regular file nor a directory, is treated as a file that cannot be opened. A
+// FIFO therefore never blocks the caller.
 #pragma once
 
-// The three checks in order, up to the first that fails. True grants access.
+// Runs the three checks below in order, up to the first one that fails. Returns true if all
+// succeed.
 bool verify_signature_file(const char* publicKeyPath, const char* signaturePath,
                            const char* requestPath);
 
-// 1 when the first 256 bytes of the signature file are a signature over the whole request file with
-// SHA-256, made with the private half of the PEM public key; else 0.
+// Returns 1 if the first 256 bytes of the signature file are a SHA-256 signature of the complete
+// request file, made with the private key that belongs to the PEM public key. Otherwise returns 0.
 int verify_signature(const char* publicKeyPath, const char* signaturePath, const char* requestPath);
 
-// 1 when the request's first field, up to the first ":" or the end, is this device's unique id;
-// else 0. A field of 100 bytes or more is nobody's id.
+// Returns 1 if the first field of the request, up to the first ":" or the end, is the unique id of
+// this device. Otherwise returns 0. A field of 100 bytes or more never matches.
 int verify_duid(const char* requestPath);
 
-// Always 1: a request does not expire. The place of a later rule about dates.
+// Always returns 1: a request does not expire. A future rule about dates belongs here.
 int verify_date(const char* requestPath);

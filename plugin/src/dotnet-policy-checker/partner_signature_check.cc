@@ -8,7 +8,8 @@
 
 namespace {
 
-// Stands where the library would ask on the terminal (PEM_read(3), pem_password_cb).
+// Pass phrase callback (PEM_read(3), pem_password_cb). Without it the library would prompt on the
+// terminal.
 int refusePassPhrase(char*, int, int, void*) { return -1; }
 
 }  // namespace
@@ -42,7 +43,7 @@ const char* SignatureCheck::readRequest(const char* path) {
   }
   const std::optional<std::size_t> size = sizeOf(file.get());
   if (size) {
-    // malloc may answer a size of 0 with null.
+    // malloc(0) may return null.
     const std::size_t room = std::max<std::size_t>(*size, 1);
     request_.reset(static_cast<unsigned char*>(std::malloc(room)));
   }

@@ -1,13 +1,13 @@
-// One verification of a signature over a file, step by step:
+// Verifies one signature over a file, step by step:
 //
 //   SignatureCheck check(crypto);
-//   if (const char* failure = check.readPublicKey(path)) ...   // and so on, in this order
+//   if (const char* failure = check.readPublicKey(path)) ...   // the other steps in this order
 //   check.verify() == 1
 //
-// The steps that can fail return the message that says so, a constant text; null is success.
-// Errors that the crypto library queues are taken off its queue when the object ends, and none that
-// was queued before. The thread that makes the object must also end it, since that queue is the
-// thread's.
+// Steps that can fail return null on success and otherwise an error message, which is a constant
+// string. When the object is destroyed, it removes the errors that the steps added to the crypto
+// library's error queue; errors from before remain. That queue is per thread, so the thread that
+// creates the object must also destroy it.
 #pragma once
 
 #include <quillon_tv_plugin.h>
@@ -21,38 +21,44 @@
 
 class SignatureCheck {
  public:
-  // The functions of `crypto` are copied.
+  // Copies the functions of `crypto`.
   explicit SignatureCheck(const CryptoLibrary& crypto);
 
-  // Reads a public key in PEM, of any type. Asks nobody for a pass phrase: an encrypted key fails.
+  // Reads a public key in PEM format, of any type. Never prompts for a pass phrase, so an encrypted
+  // key fails.
   const char* readPublicKey(const char* path);
 
-  // Reads the first 256 bytes of a file that must have as many.
+  // Reads the first 256 bytes of the file. Fails if the file is shorter.
   const char* readSignature(const char* path);
 
   // Reads the whole file.
   const char* readRequest(const char* path);
 
-  // Nothing could be read of the request; it is verified as an empty message.
+  // Returns true if no bytes could be read from the request. It is then verified as an empty
+  // message.
   bool isRequestEmpty() const { return requestSize_ == 0; }
 
-  // Prepares the verification and digests the request, which is released.
+  // Prepares the verification and digests the request, then frees the request.
   const char* digestRequest();
 
-  // What EVP_DigestVerifyFinal answers. 1 alone means that the signature is good; an error is
-  // negative.
+  // Returns the result of EVP_DigestVerifyFinal. Only 1 means that the signature is valid; errors
+  // are negative.
   int verify();
 
  private:
-  // Puts the crypto library's error queue back as it was. The queue is a ring of 15, of which a
-  // check takes up to 6 for the moment: where more than 9 wait already, the oldest ones go.
-  class KeptErrors {
+  // Restores the error queue of the crypto library. The queue is a ring of 15 entries, and a check
+  // temporarily uses up to 6 of them. If the queue already has more than 9 entries, the oldest ones
+  // are lost.
+  class ErrorQueueMark {
    public:
-    explicit KeptErrors(const CryptoLibrary& crypto) : crypto_(crypto) { crypto_.ERR_set_mark(); }
-    // An empty queue takes no mark, and is emptied again.
-    ~KeptErrors() { crypto_.ERR_pop_to_mark(); }
-    KeptErrors(const KeptErrors&) = delete;
-    KeptErrors& operator=(const KeptErrors&) = delete;
+    explicit ErrorQueueMark(const CryptoLibrary& crypto) : crypto_(crypto) {
+      crypto_.ERR_set_mark();
+    }
+    // An empty queue cannot hold a mark; ERR_pop_to_mark then empties the queue, which has the same
+    // effect.
+    ~ErrorQueueMark() { crypto_.ERR_pop_to_mark(); }
+    ErrorQueueMark(const ErrorQueueMark&) = delete;
+    ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
 
    private:
     const CryptoLibrary& crypto_;
@@ -62,7 +68,7 @@ class SignatureCheck {
   };
 
   const CryptoLibrary crypto_;
-  const KeptErrors errors_{crypto_};  // ends after everything that may add to them
+  const ErrorQueueMark errors_{crypto_};  // destroyed after all members that may add errors
   std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key_{nullptr, crypto_.EVP_PKEY_free};
   std::array<unsigned char, QUILLON_PARTNER_SIGNATURE_SIZE> signature_{};
   std::unique_ptr<unsigned char, FreeBytes> request_;

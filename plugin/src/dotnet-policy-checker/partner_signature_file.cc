@@ -18,7 +18,7 @@ PartnerFile openPartnerFile(const char* path) {
   if (path == nullptr) {
     return nullptr;
   }
-  // A FIFO opened without O_NONBLOCK waits for a writer, see fifo(7).
+  // Without O_NONBLOCK, opening a FIFO waits for a writer (fifo(7)).
   const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (descriptor < 0) {
     return nullptr;
@@ -31,7 +31,8 @@ PartnerFile openPartnerFile(const char* path) {
 }
 
 std::optional<std::size_t> sizeOf(FILE* file) {
-  // Some file systems give a directory an end to seek to.
+  // On some file systems seeking to the end of a directory succeeds, so only regular files have a
+  // size.
   if (!isOfType(fileno(file), S_IFREG, S_IFREG) || fseek(file, 0, SEEK_END) != 0) {
     return std::nullopt;
   }

@@ -1,4 +1,4 @@
-// Files that come from a partner, opened so that none of them can stop the caller.
+// Opens files of a partner without blocking the caller.
 #pragma once
 
 #include <cstdio>
@@ -12,10 +12,10 @@ struct CloseFile {
 // Owns a stream, or is null.
 using PartnerFile = std::unique_ptr<FILE, CloseFile>;
 
-// Opens a file for reading as fopen(path, "r") does, but never waits for a writer: what is neither
-// a regular file nor a directory is refused. Null where it cannot be opened.
+// Opens a file for reading like fopen(path, "r"), but never waits for a writer. Returns null if the
+// file cannot be opened, or if it is neither a regular file nor a directory.
 PartnerFile openPartnerFile(const char* path);
 
-// The size of a regular file, in bytes, with the stream at its start again; nothing where it has
-// none that this machine can hold.
+// Returns the size of a regular file in bytes and rewinds the stream. Returns nullopt if the file
+// is not regular or its size cannot be represented.
 std::optional<std::size_t> sizeOf(FILE* file);

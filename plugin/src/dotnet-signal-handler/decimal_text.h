@@ -1,21 +1,21 @@
-// Numbers and texts for messages that a signal handler writes: no library call, no allocation.
+// Formats messages in a signal handler, without library calls and allocations.
 //
-// Thread safety: every function works on its arguments alone and is async-signal-safe.
+// Thread safety: all functions use only their arguments and are async-signal-safe.
 #pragma once
 
 #include <cstddef>
 
-// Digits of the longest number, its sign and the NUL.
+// Size of the longest decimal int: 10 digits, a sign and the NUL.
 constexpr std::size_t kDecimalTextSize = 12;
 
-// Writes the decimal digits of a positive `value` and a NUL into `out`, which has room for
-// kDecimalTextSize bytes. Returns the number of digits; 0 and an empty text for zero, which has no
-// digits here, and for a negative value, which has no text here.
+// Writes the decimal digits of a positive `value` and a NUL into `out`, which must have room for
+// kDecimalTextSize bytes. Returns the number of digits. For zero and negative values, writes an
+// empty string and returns 0.
 int itoaForSignalHandler(int value, char* out);
 
-// A text of limited size that is put together piece by piece; what does not fit is cut.
+// A string of at most Size - 1 bytes. Appended text that does not fit is truncated.
 template <std::size_t Size>
-class CutText {
+class BoundedString {
  public:
   void append(const char* text) {
     while (*text != '\0' && length_ + 1 < Size) {
@@ -24,7 +24,7 @@ class CutText {
     text_[length_] = '\0';
   }
 
-  // As "%d" prints it, zero and negative values included.
+  // Appends the number like "%d", including zero and negative values.
   void append(int value) {
     char digits[kDecimalTextSize];
     if (value > 0) {
@@ -34,7 +34,7 @@ class CutText {
       append("0");
     } else {
       append("-");
-      // The last digit apart: the smallest value has no positive counterpart.
+      // Appends the last digit separately, because INT_MIN cannot be negated.
       itoaForSignalHandler(-(value / 10), digits);
       append(digits);
       const char last[] = {static_cast<char>('0' - value % 10), '\0'};

@@ -19,14 +19,15 @@ bool checkOnSigabrt = false;
 
 namespace {
 
-// Its presence turns dumps on for aborts that would end quietly, whatever its name suggests.
+// If this file exists, aborts that would end quietly create a dump, although its name suggests the
+// opposite.
 constexpr char kDumpMarker[] = "/tmp/dotnet_dont_create_dump";
 
-// For a crash of either kind.
+// Logged for SIGABRT and SIGSEGV.
 constexpr char kCrashAtEnd[] = "onSigabrt called while terminate. go to exit";
 
-// How long a handler waits for the standard-error reader, each time.
-constexpr int kLongestWait = 100;  // milliseconds
+// Limit for each wait of a handler for the standard-error reader.
+constexpr int kMaxWait = 100;  // milliseconds
 
 void fill(struct sigaction& action, void (*handler)(int)) {
   action.sa_handler = handler;
@@ -34,39 +35,41 @@ void fill(struct sigaction& action, void (*handler)(int)) {
   action.sa_flags = 0;
 }
 
-// From here on the end is decided: another thread's abort makes no dump of it. Other faults stay
-// with who handles them, as the runtime does those at null references.
+// The process ends quietly from here on, so an abort of another thread must not create a dump.
+// Other signals keep their handlers, because the runtime needs them, for example for null
+// references.
 void keepAbortsQuiet() {
   struct sigaction quiet = {};
   fill(quiet, [](int) { _exit(0); });
   sigaction(SIGABRT, &quiet, nullptr);
 }
 
-// A message that the reader has not logged by the end of the process is lost.
+// Waits for the reader, because messages that it has not logged when the process ends are lost.
 void endQuietly(const char* message) {
   keepAbortsQuiet();
   sendMessageToDlogError(message);
-  waitForStderrReader(kLongestWait);
+  waitForStderrReader(kMaxWait);
   _exit(0);
 }
 
-// An abort after a managed exception is the runtime's way out, not a fault worth a dump.
+// An abort after a managed exception is how the runtime ends the process; it is not a fault that
+// needs a dump.
 bool dumpIsSuppressed() {
   return managedExceptionOccurred && access(kDumpMarker, F_OK) != 0 && !memoryIssueOccurred;
 }
 
 void sigtermHandler(int) { endQuietly("Sigterm Handler"); }
 
-// The flags tell of text that may still stand in the pipe. Waited for before our own messages join
-// it, and only where the flags decide.
-void awaitFlags() {
+// The crash flags depend on text that may still be in the pipe. Waits for the reader before the
+// handler adds messages of its own to the pipe, and only if the flags affect the result.
+void waitForFlags() {
   if (!checkOnTerminate && !checkOnSigabrt) {
-    waitForStderrReader(kLongestWait);
+    waitForStderrReader(kMaxWait);
   }
 }
 
-// Asked before the previous action is put back: in between, another thread's abort would go to
-// that.
+// Called before the previous action is restored. Otherwise an abort of another thread in between
+// would reach the previous action.
 const char* reasonToEndQuietly() {
   if (checkOnTerminate) {
     return kCrashAtEnd;
@@ -78,13 +81,13 @@ const char* reasonToEndQuietly() {
 }
 
 void onSigabrt(int sig) {
-  awaitFlags();
+  waitForFlags();
   sendMessageToDlogError("<<< onSigabrt >>>");
-  if (const char* lastWords = reasonToEndQuietly()) {
-    endQuietly(lastWords);
+  if (const char* message = reasonToEndQuietly()) {
+    endQuietly(message);
   }
   sigaction(SIGABRT, &sig_abrt_old, nullptr);
-  waitForStderrReader(kLongestWait);
+  waitForStderrReader(kMaxWait);
   checkOnSigabrt = true;
   sigaction(SIGABRT, &sig_abrt_old, nullptr);
   raise(sig);

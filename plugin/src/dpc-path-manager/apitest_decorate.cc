@@ -8,7 +8,7 @@ namespace {
 constexpr char kTvApiNamespace[] = "Velora.TV.";
 constexpr char kAssemblySuffix[] = ".dll";
 
-// Both are looked for in the whole path: a directory named after the namespace counts as well.
+// Searches the whole path, so a file in a directory named after the namespace matches as well.
 bool isTvApiAssembly(const std::string& path) {
   return path.find(kTvApiNamespace) != std::string::npos &&
          path.find(kAssemblySuffix) != std::string::npos;

@@ -1,5 +1,5 @@
+#include <device_names.h>
 #include <device_paths.h>
-
 #include <fcntl.h>
 #include <platform/app_info.h>
 #include <unistd.h>
@@ -12,17 +12,18 @@
 
 namespace {
 
-constexpr char kRequiredPackagesKey[] = QUILLON_METADATA_NAMESPACE "/tv/metadata/d.pc/required";
-constexpr char kPlaceholderTarget[] = "/proc/self";
 constexpr int kPlaceholderCount = 10;
 
 int openDirectory(const char* path) { return open(path, O_RDONLY | O_DIRECTORY); }
 
-// Empty pieces are pieces too, and so is what stands after a last ";".
+// Splits the list at each separator. Keeps empty ids, including the one after a separator at the
+// end.
 std::vector<std::string> packagesOf(const std::string& list) {
+  constexpr char kSeparator = device_names::kRequiredPackagesSeparator;
   std::vector<std::string> packages;
   std::size_t begin = 0;
-  for (std::size_t end; (end = list.find(';', begin)) != std::string::npos; begin = end + 1) {
+  for (std::size_t end; (end = list.find(kSeparator, begin)) != std::string::npos;
+       begin = end + 1) {
     packages.push_back(list.substr(begin, end - begin));
   }
   packages.push_back(list.substr(begin));
@@ -39,7 +40,7 @@ DpcPathManagerDecorate::DpcPathManagerDecorate(PluginStrategy* wrapped)
 std::string DpcPathManagerDecorate::GetExtraDllPath() {
   QLOG_SCOPE();
   for (std::size_t i = 0; i < static_cast<std::size_t>(placeholderCount_); ++i) {
-    placeholders_.push_back(openDirectory(kPlaceholderTarget));
+    placeholders_.push_back(openDirectory(device_paths::kPlaceholderTarget));
     if (placeholders_[i] < 0) {
       QLOG_ERROR("Failed to open /proc/self");
       throw std::ios_base::failure("Fail to open /proc/self");
@@ -95,7 +96,7 @@ std::string DpcPathManagerDecorate::GetDpcList(const string& appId) {
 }
 
 bool DpcPathManagerDecorate::dpc_metadata_cb(const char* key, const char* value, void* userData) {
-  if (key == nullptr || strstr(key, kRequiredPackagesKey) == nullptr) {
+  if (key == nullptr || strstr(key, QUILLON_REQUIRED_PACKAGES_KEY) == nullptr) {
     return true;
   }
   value = value != nullptr ? value : "";

@@ -71,7 +71,7 @@ std::string PluginDotnetAot::GetTPAAndSaveAsCache() {
   TTraceLog("[quillon-tv-plugin] Get TPA by searching.");
   std::vector<std::string> directories = runtimeDirectories();
   const MallocText configured(vconf_get_str(device_paths::kApiDirectoryKey));
-  if (configured != nullptr) {  // taken as it is, an empty or missing directory too
+  if (configured != nullptr) {  // not checked; may be empty or missing
     QLOG_DEBUG("Device API Directory is set by vconf : %s", configured.get());
     appendApiDirectories(configured.get(), directories);
   } else {

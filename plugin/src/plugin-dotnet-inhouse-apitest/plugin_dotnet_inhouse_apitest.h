@@ -1,6 +1,6 @@
-// The strategy of application types that contain "inhouseapitest": applications that test the
-// platform's API. They get the in-house lists, searched anew at every launch, and a process in
-// which nothing was loaded ahead of them.
+// The strategy for application types that contain "inhouseapitest": applications that test the
+// platform's API. It returns the same lists as the in-house strategy, searches them at every
+// launch, and preloads no libraries.
 #pragma once
 
 #include <string>
@@ -9,29 +9,29 @@
 
 class PluginDotnetInhouseApitest : public PluginStrategy {
  public:
-  // Installs the crash signal handlers, then throws the cached lists away where they no longer
-  // belong to the device's runtime.
+  // Installs the crash signal handlers, then removes the cached lists if they do not belong to the
+  // runtime of the device.
   PluginDotnetInhouseApitest();
 
   void Initialize() override;
 
-  // Loads nothing: a test must not find its libraries loaded already.
+  // Does nothing: the libraries under test must not be loaded in advance.
   void Preload() override;
 
-  // Ends the process with status 0 when the platform privilege is missing or the path is refused.
+  // Ends the process with status 0 if the platform privilege is missing or the path is refused.
   void SetAppInfo(const string& appId, const string& execPath) override;
 
-  // The platform's libraries, the TV application API, then the CoBA shared directories.
+  // Returns the platform's libraries, the TV application API, then the CoBA shared directories.
   std::string GetDllPath() override;
 
-  // Empty: only decorators add extra directories.
+  // Returns an empty list; only decorators add extra directories.
   std::string GetExtraDllPath() override;
 
-  // Searched at every call.
+  // Searches the directories at every call.
   std::string GetTPA() override;
 
   void Finalize() override;
 
-  // Scans the assembly directories. Saves nothing, whatever its name says.
+  // Scans the assembly directories. Despite its name, it saves nothing.
   std::string GetTPAAndSaveAsCache();
 };

@@ -1,5 +1,5 @@
-// The strategy of application types that contain "inhouse": the platform's own assemblies, from a
-// list that is kept between launches.
+// The strategy for application types that contain "inhouse": the platform's own assemblies, from a
+// list that is cached between launches.
 #pragma once
 
 #include <string>
@@ -8,30 +8,30 @@
 
 class PluginDotnetInhouse : public PluginStrategy {
  public:
-  // Installs the crash signal handlers, then throws the cached lists away where they no longer
-  // belong to the device's runtime.
+  // Installs the crash signal handlers, then removes the cached lists if they do not belong to the
+  // runtime of the device.
   PluginDotnetInhouse();
 
   void Initialize() override;
 
-  // Loads the listed native libraries.
+  // Loads the native libraries of the preload list.
   void Preload() override;
 
-  // Ends the process with status 0 when the platform privilege is missing or the path is refused.
+  // Ends the process with status 0 if the platform privilege is missing or the path is refused.
   void SetAppInfo(const string& appId, const string& execPath) override;
 
-  // The platform's libraries, the TV application API, then the CoBA shared directories.
+  // Returns the platform's libraries, the TV application API, then the CoBA shared directories.
   std::string GetDllPath() override;
 
-  // Empty: only decorators add extra directories.
+  // Returns an empty list; only decorators add extra directories.
   std::string GetExtraDllPath() override;
 
-  // The cached list, or one that is built and saved now.
+  // Returns the cached list, or builds and saves a new one.
   std::string GetTPA() override;
 
   void Finalize() override;
 
-  // The cached list; built and saved anew when its file is missing or torn.
+  // Returns the cached list. If its file is missing or incomplete, builds and saves a new one.
   std::string GetTPAFromCache();
 
   // Scans the assembly directories and saves the list for later launches.

@@ -1,5 +1,5 @@
-// The strategy of application types that contain "dotnet": the assembly list is the launcher's, and
-// the application runs in the application zone only.
+// The strategy for application types that contain "dotnet": the launcher provides the assembly
+// list, and the application may run only in the application zone.
 #pragma once
 
 #include <string>
@@ -8,32 +8,32 @@
 
 class PluginDotnet : public PluginStrategy {
  public:
-  // Installs the crash signal handlers, then throws the cached lists away where they no longer
-  // belong to the device's runtime.
+  // Installs the crash signal handlers, then removes the cached lists if they do not belong to the
+  // runtime of the device.
   PluginDotnet();
 
-  // Enters the application zone. Ends the process with status 0 when that fails.
+  // Enters the application zone. Ends the process with status 0 on failure.
   void Initialize() override;
 
-  // Loads the listed native libraries.
+  // Loads the native libraries of the preload list.
   void Preload() override;
 
-  // Ends the process with status 0 outside the application zone, or when the path is refused.
+  // Ends the process with status 0 if it is not in the application zone or if the path is refused.
   void SetAppInfo(const string& appId, const string& execPath) override;
 
-  // The platform's libraries.
+  // Returns the directory of the platform's libraries.
   std::string GetDllPath() override;
 
-  // Empty: only decorators add extra directories.
+  // Returns an empty list; only decorators add extra directories.
   std::string GetExtraDllPath() override;
 
-  // Empty: the launcher brings its own list.
+  // Returns an empty list; the launcher uses its own list.
   std::string GetTPA() override;
 
   void Finalize() override;
 
-  // Announces the application's start to the hybrid-AOT manager by a folder in "/tmp/hybridAOT",
-  // which has to exist: the whole message is the folder's name. Service applications are not
-  // announced. For callers that link this class, after SetAppInfo.
+  // Notifies the hybrid-AOT manager that the application starts, by creating a directory in
+  // "/tmp/hybridAOT", which must exist. The name of the directory is the whole message. Does
+  // nothing for service applications. Callers that link this class call it after SetAppInfo.
   void SendAppInfoToHybridAOTManager();
 };

@@ -1,5 +1,6 @@
 #include "plugin/src/plugin-util/app_identity.h"
 
+#include <device_paths.h>
 #include <platform/pkgmgr_info.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -15,7 +16,7 @@
 namespace {
 
 constexpr char kProcessNamePrefix[] = "DN_";
-// With the prefix, the 15 characters that the kernel keeps of a thread name.
+// The prefix and these characters fill the 15 characters that the kernel keeps of a thread name.
 constexpr std::size_t kProcessNameTail = 12;
 
 constexpr std::size_t kPackageIdSize = 1024;
@@ -24,7 +25,9 @@ constexpr std::size_t kPackageIdSize = 1024;
 
 std::string g_execPath;
 std::string& g_appID = *new std::string;
-const std::string allowedExecPathPrefix[3] = {"/usr/", "/opt/usr/", "/opt/share/"};
+const std::string allowedExecPathPrefix[3] = {device_paths::kExecutablePrefixes[0],
+                                              device_paths::kExecutablePrefixes[1],
+                                              device_paths::kExecutablePrefixes[2]};
 
 void _SetAppInfo(const std::string& appId, const std::string& execPath) {
   QLOG_SCOPE();
@@ -90,7 +93,7 @@ bool isServiceApp(const std::string& packageId) {
   bool service = false;
   package_info_foreach_app_from_package(handle, PACKAGE_INFO_APP_COMPONENT_TYPE_ALL,
                                         _package_info_app_cb, &service);
-  return service;  // the handle lives until the process ends
+  return service;  // the handle is not released
 }
 
 bool _package_info_app_cb(package_info_app_component_type_e type, const char* appId,

@@ -12,12 +12,13 @@
 
 namespace {
 
-// The tests below run for every file of every directory, so they look at texts in place.
+// The predicates below run for every file of every directory, so they do not copy strings.
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-// True when `text` holds `pattern`, which is in lower case, `fromEnd` characters before its end.
-bool holdsFromEnd(std::string_view text, std::size_t fromEnd, std::string_view pattern) {
+// Returns true if `pattern`, in lower case, begins `fromEnd` characters before the end of `text`.
+// Ignores the case of `text`.
+bool containsFromEnd(std::string_view text, std::size_t fromEnd, std::string_view pattern) {
   if (text.size() < fromEnd) {
     return false;
   }
@@ -30,10 +31,10 @@ bool holdsFromEnd(std::string_view text, std::size_t fromEnd, std::string_view p
   return true;
 }
 
-bool isImage(std::string_view name) { return holdsFromEnd(name, 7, ".ni"); }
+bool isImage(std::string_view name) { return containsFromEnd(name, 7, ".ni"); }
 
 bool hasAssemblyExtension(std::string_view name) {
-  return holdsFromEnd(name, 4, ".dll") || holdsFromEnd(name, 4, ".exe");
+  return containsFromEnd(name, 4, ".dll") || containsFromEnd(name, 4, ".exe");
 }
 
 std::string_view assemblyName(std::string_view path) {
@@ -50,12 +51,12 @@ std::string_view directoryOf(std::string_view path) {
   return slash == std::string_view::npos ? "." : path.substr(0, slash);
 }
 
-// What one framework's names and paths take; more comes from the heap.
-constexpr std::size_t kFirstArena = std::size_t{64} * 1024;
+// Enough for the names and paths of one framework. More memory comes from the heap.
+constexpr std::size_t kInitialArenaSize = std::size_t{64} * 1024;
 constexpr std::size_t kExpectedAssemblies = 512;
 
-// One path for each assembly name, in the order in which the names were first met. A name is a
-// piece of the path that it was first met in; the paths live in an arena that goes with the table.
+// Maps each assembly name to one path and keeps the order in which the names were added. A name is
+// a view into the first path that had it. The paths are stored in an arena that the table owns.
 class AssemblyTable {
  public:
   AssemblyTable() {
@@ -72,12 +73,12 @@ class AssemblyTable {
     const auto [entry, isNew] = paths_.try_emplace(assemblyName(kept), kept);
     if (isNew) {
       order_.push_back(&*entry);
-    } else if (image && imageDisplaces(kept, entry->second)) {
+    } else if (image && imageReplaces(kept, entry->second)) {
       entry->second = kept;
     }
   }
 
-  // Joins the paths onto `list`, which afterwards does not end with ":".
+  // Appends the paths to `list`, separated by ":". `list` does not end with ":" afterwards.
   void appendTo(std::string& list) const {
     if (!order_.empty() && !list.empty() && !list.ends_with(':')) {
       list += ':';
@@ -93,8 +94,8 @@ class AssemblyTable {
   }
 
  private:
-  // Only an IL file gives way, and only to the native image beside it.
-  static bool imageDisplaces(std::string_view image, std::string_view present) {
+  // A native image replaces only an IL file in the same directory.
+  static bool imageReplaces(std::string_view image, std::string_view present) {
     return hasAssemblyExtension(present) && !isImage(present) &&
            directoryOf(present) == directoryOf(image);
   }
@@ -112,7 +113,7 @@ class AssemblyTable {
     return length;
   }
 
-  std::array<std::byte, kFirstArena> first_;
+  std::array<std::byte, kInitialArenaSize> first_;
   std::pmr::monotonic_buffer_resource arena_{first_.data(), first_.size()};
   std::pmr::unordered_map<std::string_view, std::string_view> paths_{&arena_};
   std::vector<const decltype(paths_)::value_type*> order_;
@@ -135,7 +136,7 @@ std::string stripNiDLL(const std::string& path) {
   if (name.size() > 4 && hasAssemblyExtension(name)) {
     name.remove_suffix(4);
   }
-  if (path.size() > 4 && holdsFromEnd(name, 3, ".ni")) {
+  if (path.size() > 4 && containsFromEnd(name, 3, ".ni")) {
     name.remove_suffix(3);
   }
   return std::string(name);

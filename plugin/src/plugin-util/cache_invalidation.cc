@@ -23,8 +23,7 @@ void removeCacheFiles() {
 
 void CheckDotnetFlagAndRemoveCacheFiles() {
   QLOG_SCOPE();
-  // The writable copy is asked for twice, the read-only one never: a missing read-only copy counts
-  // as an empty one.
+  // Only the writable copy is tested, twice. A missing read-only copy counts as an empty file.
   if (!exists(device_paths::kWritableFlags) || !exists(device_paths::kWritableFlags)) {
     TTraceLog("[quillon-tv-plugin] remove cache");
     removeCacheFiles();
@@ -36,7 +35,7 @@ void CheckDotnetFlagAndRemoveCacheFiles() {
     TTraceLog("[quillon-tv-plugin] RO and RW same");
     return;
   }
-  // The writable copy stays as it is: bringing the two into line is not this plug-in's business.
+  // The plug-in itself does not update the writable copy.
   TTraceLog("[quillon-tv-plugin] RO and RW diff");
   removeCacheFiles();
 }

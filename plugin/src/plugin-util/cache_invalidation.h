@@ -1,6 +1,6 @@
-// When cached lists are thrown away.
+// Invalidation of the cached lists.
 #pragma once
 
-// Removes the cached lists when the runtime flag file's writable copy is missing or differs from
-// the read-only one. Run at the construction of every strategy.
+// Removes the cached lists if the writable copy of the runtime flag file is missing or differs from
+// the read-only copy. Every strategy calls it in its constructor.
 void CheckDotnetFlagAndRemoveCacheFiles();

@@ -1,5 +1,6 @@
 #include "plugin/src/plugin-util/cached_list.h"
 
+#include <device_names.h>
 #include <device_paths.h>
 #include <unistd.h>
 
@@ -13,17 +14,17 @@
 
 namespace {
 
-constexpr std::string_view kStart = "[START]";
-constexpr std::string_view kEnd = "[END]";
+constexpr std::string_view kStart = device_names::kCacheStartMarker;
+constexpr std::string_view kEnd = device_names::kCacheEndMarker;
 
-// Throws std::out_of_range when `content` is shorter than the start marker.
+// Throws std::out_of_range if `content` is shorter than the start marker.
 std::string withoutMarkers(const std::string& content) {
   constexpr std::size_t kMarkers = kStart.size() + kEnd.size();
   return content.substr(kStart.size(), content.size() > kMarkers ? content.size() - kMarkers : 0);
 }
 
-// Empty where the file is torn, or too large for this process to hold.
-std::optional<std::string> wholePayload(const char* path) {
+// Returns nullopt if the file is incomplete or does not fit into memory.
+std::optional<std::string> completePayload(const char* path) {
   try {
     const std::string content = readFileToString(path);
     return isCrashed(content) ? std::nullopt : std::optional(withoutMarkers(content));
@@ -38,9 +39,9 @@ std::string readCachedListOr(const CachedList& list, const std::function<std::st
   if (access(list.path, F_OK) != 0) {
     return rebuild();
   }
-  std::optional<std::string> payload = wholePayload(list.path);
+  std::optional<std::string> payload = completePayload(list.path);
   if (!payload) {
-    TTraceLog(list.tornMilestone);
+    TTraceLog(list.incompleteMilestone);
     return rebuild();
   }
   TTraceLog(list.cachedMilestone);

@@ -1,21 +1,22 @@
-// Lists that outlive a launch: each in one file of the cache directory, between two markers.
+// Lists that are cached between launches. Each list is one file in the cache directory, enclosed by
+// two markers.
 //
-// A list is taken from its file while the file is whole, else built again and saved. Nothing in the
-// file tells which state of the device it describes; cache_invalidation.h throws old ones away.
+// A complete file is used as it is; otherwise the list is built again and saved. The file does not
+// record the state of the device that it describes. cache_invalidation.h removes outdated files.
 #pragma once
 
 #include <functional>
 #include <string>
 
-// One cached list and what a launch says when it meets its file.
+// A cached list and the milestones that are logged when its file is read.
 struct CachedList {
-  const char* path;             // device path of the file
-  const char* tornMilestone;    // marked before a torn file is replaced
-  const char* cachedMilestone;  // marked when the file's list is used
+  const char* path;                 // path of the file
+  const char* incompleteMilestone;  // logged before an incomplete file is replaced
+  const char* cachedMilestone;      // logged when the list in the file is used
 };
 
-// Returns the list in the file, or what `rebuild` returns when the file is missing or torn.
+// Returns the list in the file, or the result of `rebuild` if the file is missing or incomplete.
 std::string readCachedListOr(const CachedList& list, const std::function<std::string()>& rebuild);
 
-// Saves `payload` under `name` in the cache directory. A failure leaves the earlier file.
+// Saves `payload` as the file `name` in the cache directory. On failure the existing file remains.
 void saveCachedList(const char* name, const std::string& payload);

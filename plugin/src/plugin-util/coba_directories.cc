@@ -18,7 +18,7 @@ constexpr CachedList kCobaList = {
     "[quillon-tv-plugin] Get CoBA shared directories by cache file",
 };
 
-// Null when the service does not know the package.
+// Returns null if the service does not know the package.
 MallocText packageOf(app_info_h application) {
   char* package = nullptr;
   if (application == nullptr || app_info_get_package(application, &package) != 0) {
@@ -37,7 +37,7 @@ bool GetCoBAAppInfoCB(app_info_h handle, void*) {
     return true;
   }
   std::string root;
-  getRootPath(package.get(), root);  // an unknown root stays empty and is listed as such
+  getRootPath(package.get(), root);  // on failure the root stays empty and is still listed
   QLOG_DEBUG("Path : %s", root.c_str());
   coBASharedDirsInApp.append(":").append(root).append(device_paths::kCobaOfPackage);
   return true;

@@ -1,27 +1,27 @@
-// The shared resource directories of packages that offer an external component (CoBA), for the DLL
-// search path.
+// The shared resource directories of packages that provide an external component (CoBA), for the
+// DLL search path.
 //
-// A list of them begins with ":" and has no separator at its end, so that it can be appended as it
-// is; it is empty where no package offers a component.
+// A list of these directories begins with ":" and has no separator at its end, so that it can be
+// appended to another list. It is empty if no package provides a component.
 #pragma once
 
 #include <platform/app_info.h>
 
 #include <string>
 
-// Every directory that a query of this process found. Only ever grows: a second query appends the
-// whole list again.
+// All directories that the queries of this process have found. The list is never cleared: a second
+// query appends all directories again.
 extern std::string coBASharedDirsInApp;
 
-// Called per application that declares an external component: appends its package's directory to
-// coBASharedDirsInApp. Always true, so that every application is seen.
+// Called for each application that declares an external component: appends the directory of its
+// package to coBASharedDirsInApp. Always returns true to continue the iteration.
 bool GetCoBAAppInfoCB(app_info_h handle, void* userData);
 
-// Asks the application-information service; returns a copy of coBASharedDirsInApp.
+// Queries the application-information service. Returns a copy of coBASharedDirsInApp.
 std::string GetCoBASharedDirsInApp();
 
-// As GetCoBASharedDirsInApp, and saves the list for later launches.
+// Does the same as GetCoBASharedDirsInApp and saves the list for later launches.
 std::string GetCoBADirsAndSaveAsCache();
 
-// The saved list; queried and saved anew when it is missing or torn.
+// Returns the saved list. If it is missing or incomplete, queries the service and saves the result.
 std::string GetCoBADirFromCache();

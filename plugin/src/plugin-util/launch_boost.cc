@@ -26,7 +26,7 @@ using Notice = char[kNoticeSize];
 
 void mark(const char* text) { prctl(PR_LAUNCH_MARKER, text, strlen(text)); }
 
-// Closes `descriptor`, says why, and stands for "no socket".
+// Closes `descriptor`, writes `why` to the launch-marker channel, and returns -1.
 int giveUp(int descriptor, const char* why) {
   mark(why);
   close(descriptor);
@@ -43,7 +43,7 @@ int openSocket() {
   if (flags < 0) {
     return giveUp(descriptor, "kest Client:socket fcntl get fail:");
   }
-  // Non-blocking only so that the wait for a slow daemon has an end.
+  // Non-blocking, so that the wait for a slow daemon can time out.
   if (fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) < 0) {
     return giveUp(descriptor, "kest Client:socket fcntl fail:");
   }
@@ -54,11 +54,12 @@ int connectOnce(int descriptor) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   strncpy(address.sun_path, device_paths::kBoostSocket, sizeof(address.sun_path) - 1);
-  // The daemon's contract: the length is the whole structure's.
+  // The daemon expects the length of the whole structure.
   return connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }
 
-// A set of our own size: launchers hold many descriptors, and an fd_set ends at FD_SETSIZE.
+// Allocates a descriptor set that is large enough for `descriptor`: launchers can have more than
+// FD_SETSIZE descriptors open, which an fd_set cannot hold.
 bool isWritableInTime(int descriptor) {
   const auto number = static_cast<std::size_t>(descriptor);
   std::vector<fd_mask> words(std::max(number / NFDBITS + 1, sizeof(fd_set) / sizeof(fd_mask)));
@@ -74,7 +75,7 @@ int pendingError(int descriptor) {
   return getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
 }
 
-// Waits for a connection under way; returns its socket, or -1.
+// Waits until a pending connection is established. Returns the socket, or -1 on failure.
 int finishConnecting(int descriptor) {
   if (!isWritableInTime(descriptor)) {
     return giveUp(descriptor, "kest Client:connect timeout");
@@ -107,7 +108,7 @@ int connectToDaemon() {
   }
 }
 
-// One notice a connection, and no reply.
+// Each connection carries one notice and no reply.
 void sendAndClose(const Notice& notice) {
   if (send(KestrelScok, notice, strlen(notice) + 1, MSG_NOSIGNAL) < 0) {
     mark("kest Client:cannot send_msg_to_bstr");
@@ -133,7 +134,7 @@ void notifyLaunchBoost(const std::string& appId, pid_t pid) {
   if (KestrelScok == -1) {
     KestrelScok = connectToDaemon();
   }
-  // Descriptor 0 counts as no socket: devices have always tested it this way.
+  // Descriptor 0 counts as "no socket". Devices depend on this.
   if (KestrelScok >= 1) {
     sendAndClose(notice);
   } else {

@@ -10,7 +10,7 @@
 
 namespace {
 
-// The handle is never closed: the library stays until the process ends.
+// The handle is never closed, so the library stays loaded until the process ends.
 bool load(const std::string& library) {
   dlerror();
   return dlopen(library.c_str(), RTLD_NOW) != nullptr;

@@ -1,7 +1,8 @@
-// Native libraries that a process loads before it knows its application.
+// Native libraries that a process loads before its application is known.
 #pragma once
 
-// Loads every library named in "/usr/bin/dotnet_preload_so_list.txt": names or paths as dlopen(3)
-// takes them, separated by white space. They stay loaded until the process ends. One that does not
-// load is an error line with the loader's text; a missing list is none.
+// Loads every library listed in "/usr/bin/dotnet_preload_so_list.txt": names or paths as dlopen(3)
+// takes them, separated by white space. They stay loaded until the process ends. If a library
+// cannot be loaded, logs an error line with the message of dlerror(3). A missing list is not an
+// error.
 void preloadSharedLibraries();

@@ -1,22 +1,26 @@
-// What the lists of several strategies are made of: where the platform's assemblies lie, how the
-// TPA comes from there, and how the shared component directories join a DLL search path.
+// Parts of the search lists that several strategies share: the platform's assembly directories, the
+// TPA built from them, and the shared component directories of the DLL search path.
 #pragma once
 
 #include <string>
 #include <vector>
 
-// The platform's API assemblies, where nothing redirects them; empty when the directory is missing.
+// Returns the directory of the platform's API assemblies, or an empty string if it does not exist.
+// Used if no configuration redirects the API.
 std::string platformApiDirectory();
 
-// A TPA is searched in these directories first: the runtime's framework, then the assemblies made
-// by the reflection eliminator. The first path of a name stays in the list, so the order decides.
+// Returns the directories that are searched first for a TPA: the framework of the runtime, then the
+// assemblies that the reflection eliminator generated. The order matters, because the first path of
+// an assembly name is used.
 std::vector<std::string> runtimeDirectories();
 
-// Then in the device API and its reference assemblies.
+// Appends the directory of the device API and that of its reference assemblies, which are searched
+// next.
 void appendApiDirectories(const std::string& apiDirectory, std::vector<std::string>& directories);
 
-// The TPA string of the directories followed by those of `dllPath`, a ":"-joined list.
+// Returns the TPA string of `directories` followed by the directories of `dllPath`, a ":"-separated
+// list.
 std::string findAssemblies(std::vector<std::string> directories, const std::string& dllPath);
 
-// Appends the shared directories of component packages, which bring their own separators.
+// Appends the shared directories of component packages. Their list begins with ":".
 void appendCobaDirectories(std::string& dllPath);

@@ -1,30 +1,23 @@
 #include "plugin/src/plugin-util/privileges.h"
 
+#include <device_names.h>
+
 #include <cstdlib>
 
 #include "plugin/src/plugin-util/app_identity.h"
 #include "util/log/log.h"
 #include "util/privilege_checker/privilege_checker.h"
 
-namespace {
-
-constexpr char kPlatformPrivilege[] =
-    QUILLON_PRIVILEGE_NAMESPACE "/privilege/internal/default/platform";
-constexpr char kAppdebugPrivilege[] =
-    QUILLON_PRIVILEGE_NAMESPACE "/privilege/internal/appdebugging";
-
-}  // namespace
-
 bool HasPlatformPrivilege() {
   QLOG_SCOPE();
   QLOG_INFO("### HasPlatformPrivilege() called ###");
-  return HasPrivilege(kPlatformPrivilege, GetLaunchedAppPackageID());
+  return HasPrivilege(QUILLON_PLATFORM_PRIVILEGE, GetLaunchedAppPackageID());
 }
 
 bool HasAppdebugPrivilege() {
   QLOG_SCOPE();
   QLOG_INFO("### HasAppdebugPrivilege() called ###");
-  return HasPrivilege(kAppdebugPrivilege, GetLaunchedAppPackageID());
+  return HasPrivilege(QUILLON_APPDEBUG_PRIVILEGE, GetLaunchedAppPackageID());
 }
 
 void checkAppHasPlatformPrivilege() {

@@ -1,13 +1,12 @@
-// The privileges that decide over a launch. Which package they are asked of is decided by the
-// calling process.
+// The privileges that a launch requires. They are looked up for the package of the calling process.
 #pragma once
 
-// True when the calling process's package declares the platform privilege.
+// Returns true if the package of the calling process declares the platform privilege.
 bool HasPlatformPrivilege();
 
-// True when the calling process's package declares the application-debugging privilege.
+// Returns true if the package of the calling process declares the application-debugging privilege.
 bool HasAppdebugPrivilege();
 
-// Returns only when the platform privilege is held; otherwise ends the process with status 0 after
-// one error line.
+// Returns only if the package has the platform privilege. Otherwise ends the process with status 0
+// after one error line.
 void checkAppHasPlatformPrivilege();

@@ -1,5 +1,7 @@
 #include "plugin/src/plugin-util/security_zone.h"
 
+#include <device_names.h>
+#include <device_paths.h>
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -15,15 +17,12 @@ decltype(&zone_enable_debug_mode) _enable_debug = nullptr;
 
 namespace {
 
-constexpr char kAppZone[] = "appzone";
-constexpr char kAppZoneRoot[] = "/zone/appzone";
-
 template <typename Function>
 void look(void* library, const char* name, Function& function) {
   function = reinterpret_cast<Function>(dlsym(library, name));
 }
 
-// Whether the library has all four functions.
+// Returns true if the library has all four functions.
 bool lookUpFunctions(void* library) {
   look(library, "zone_get_context", _get_zone);
   look(library, "zone_release_context", _release_Zone);
@@ -38,7 +37,7 @@ void release(void* library, void* context) {
   dlclose(library);
 }
 
-// Status 0: the launcher is to take no refused launch for a crash.
+// Ends with status 0, so that the launcher does not treat a refused launch as a crash.
 [[noreturn]] void endLaunch(void* library) {
   dlclose(library);
   exit(0);
@@ -53,7 +52,7 @@ void release(void* library, void* context) {
 
 Zone GetZone() {
   QLOG_SCOPE();
-  if (access(kAppZoneRoot, F_OK) == 0) {
+  if (access(device_paths::kAppZoneRoot, F_OK) == 0) {
     QLOG_DEBUG("Host");
     return Host;
   }
@@ -74,7 +73,7 @@ void enterSecureZone() {
     return;
   }
   QLOG_INFO("### Attach to App Zone ###");
-  AttachZone(kAppZone);
+  AttachZone(device_names::kAppZone);
 }
 
 void AttachZone(const std::string& name) {

@@ -1,4 +1,4 @@
-// The application zone: where the calling process is, and how it gets in.
+// The application zone: tests whether the calling process is in it, and enters it.
 #pragma once
 
 #include <platform/zone.h>
@@ -7,24 +7,25 @@
 
 enum Zone { Host = 0, AppZone = 1 };
 
-// The zone library's functions, as the last AttachZone found them; null before. They point into a
-// library that AttachZone has closed again: nobody else calls through them.
+// The functions of the zone library that the last AttachZone found; null before. AttachZone closes
+// the library before it returns, so no other code may call them.
 extern decltype(&zone_get_context) _get_zone;
 extern decltype(&zone_release_context) _release_Zone;
 extern decltype(&zone_attach_process) _attach_Zone;
 extern decltype(&zone_enable_debug_mode) _enable_debug;
 
-// Host while the zone's root can be seen, which it can from outside only; AppZone otherwise, on a
-// device without zones as well.
+// Returns Host if the root directory of the application zone is visible, which is possible only
+// outside the zone. Returns AppZone otherwise, also on a device without zones.
 Zone GetZone();
 
 bool isInAppZone();
 
-// Moves the calling process, which must have one thread, into the application zone unless it is
-// there already. Returns inside the zone, or outside where the platform has no zone library. Ends
-// the process with status 0, after one error line, when the zone cannot be entered.
+// Moves the calling process into the application zone, unless it is already there. The process must
+// have one thread. Returns inside the zone, or outside if the platform has no zone library. Ends
+// the process with status 0, after one error line, if the zone cannot be entered.
 void enterSecureZone();
 
-// The same for the zone `name`, without asking where the process is. Lets debuggers attach first
-// when the calling process's package holds the application-debugging privilege.
+// Moves the calling process into the zone `name` without testing its current zone; otherwise the
+// same as enterSecureZone. If the package of the calling process has the application-debugging
+// privilege, allows debuggers to attach first.
 void AttachZone(const std::string& name);

@@ -1,8 +1,8 @@
-// The exported functions. Each is a few lines: it forwards to the chain that plugin_initialize
-// built or starts a service.
+// The exported functions. Each one calls the strategy chain that plugin_initialize built, or a
+// service.
 //
-// A function called before plugin_initialize finds no chain. That is the launcher's fault; the
-// function then does what it would with a chain that adds nothing.
+// If a function is called before plugin_initialize, there is no chain. This is an error of the
+// launcher; the function then behaves as with a chain that adds nothing.
 #include <quillon_tv_plugin.h>
 #include <sys/capability.h>
 

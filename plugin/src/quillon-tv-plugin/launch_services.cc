@@ -1,5 +1,6 @@
 #include "plugin/src/quillon-tv-plugin/launch_services.h"
 
+#include <device_names.h>
 #include <device_paths.h>
 #include <dirent.h>
 #include <platform/smack.h>
@@ -28,7 +29,7 @@ struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
-// The name of the opt-in entry that lets `appId` in; empty where there is none.
+// Returns the name of the opt-in entry that matches `appId`, or an empty string if there is none.
 std::string gcTracerEntryFor(const std::string& appId) {
   boost::system::error_code error;
   for (fs::directory_iterator entry(kGcTracerOptIn, error), end; !error && entry != end;
@@ -86,7 +87,7 @@ void CallFunctionForOT() {
 void handleDebugPipe() {
   QLOG_SCOPE();
   QLOG_DEBUG("handleDebugPipe called!!");
-  const std::string prefix = "clr-debug-pipe-" + std::to_string(getpid()) + "-";
+  const std::string prefix = device_names::kDebuggerPipePrefix + std::to_string(getpid()) + "-";
   const std::unique_ptr<DIR, CloseDirectory> directory(opendir(kDebugPipeDirectory));
   if (directory == nullptr) {
     return;

@@ -1,25 +1,27 @@
-// Small services of a launch. None of them stops it: a failure is one log line, or silent where
-// that is said.
+// Optional services of a launch. A failure never stops the launch. It is logged as one error line,
+// unless stated otherwise.
 #pragma once
 
 #include <string>
 
-// Names the certificate file for the runtime's TLS code in SSL_CERT_FILE: the updated one where
-// there is one, else the one that came with the platform.
+// Sets SSL_CERT_FILE, the certificate file for the TLS code of the runtime. Uses the updated file
+// if it exists, otherwise the file of the platform.
 void setCetificationFile();
 
-// True when an entry of the opt-in directory has `appId` anywhere in its name. So the id of one
-// application also lets in those whose id is a part of it; an empty id is let in by any entry.
+// Returns true if the name of an entry in the opt-in directory contains `appId`. An entry therefore
+// also matches every application whose id is a part of its name, and every entry matches an empty
+// id.
 bool IsAllowedToActivateGCTracer(const std::string& appId);
 
-// Calls the managed method Velora.Preload.ActivateGCTracer with `appId`. Failures are silent.
+// Calls the managed method Velora.Preload.ActivateGCTracer with `appId`. Failures are not logged.
 void ActivateGCTracer(const char* appId);
 
-// True when the object tracker is installed on the device.
+// Returns true if the object tracker is installed on the device.
 bool isObjectTrackerInstalled();
 
-// Calls the managed method Velora.Preload.StartServerForOT. Failures are silent.
+// Calls the managed method Velora.Preload.StartServerForOT. Failures are not logged.
 void CallFunctionForOT();
 
-// Lets a debugger of any label open the debugger pipes that the runtime made for this process.
+// Allows debuggers with any access label to open the debugger pipes that the runtime created for
+// this process.
 void handleDebugPipe();

@@ -1,5 +1,7 @@
 #include "plugin/src/quillon-tv-plugin/mode_selection.h"
 
+#include <device_names.h>
+
 #include <algorithm>
 #include <iterator>
 
@@ -13,7 +15,7 @@
 namespace {
 
 struct Mode {
-  const char* word;  // selects the mode wherever it occurs in the application type
+  const char* word;  // selects the mode if the application type contains it
   const char* milestone;
   PluginStrategy* (*build)();
 };
@@ -29,12 +31,12 @@ PluginStrategy* dotnetChain() { return new PluginDotnet; }
 
 PluginStrategy* normalChain() { return new DpcPathManagerDecorate(new PluginDotnetAot); }
 
-// Tested in this order: "inhouseapitest" contains "inhouse".
+// Tested in this order, because "inhouseapitest" contains "inhouse".
 constexpr Mode kModes[] = {
-    {"inhouseapitest", "[quillon-tv-plugin] Inhouse Api Test App", apitestChain},
-    {"inhouse", "[quillon-tv-plugin] Inhouse App", inhouseChain},
-    {"dotnet", "[quillon-tv-plugin] DotNET App", dotnetChain},
-    {"normal", "[quillon-tv-plugin] Normal", normalChain},
+    {device_names::kInhouseApitestType, "[quillon-tv-plugin] Inhouse Api Test App", apitestChain},
+    {device_names::kInhouseType, "[quillon-tv-plugin] Inhouse App", inhouseChain},
+    {device_names::kDotnetType, "[quillon-tv-plugin] DotNET App", dotnetChain},
+    {device_names::kNormalType, "[quillon-tv-plugin] Normal", normalChain},
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The one implementation of `Target`: traces each operation and leaves the work to GlobalManager.
+// The implementation of `Target`: traces each operation and delegates it to GlobalManager.
 #pragma once
 
 #include <memory>
@@ -14,7 +14,7 @@ class GlobalAdapter : public Target {
 
   void initialize() override;
 
-  // These two and before_execute throw std::runtime_error("NotImplementedException").
+  // These two functions and before_execute throw std::runtime_error("NotImplementedException").
   void set_app_info(const std::string& appInfo) override;
   std::string get_dll_path() override;
 
@@ -27,5 +27,5 @@ class GlobalAdapter : public Target {
   std::unique_ptr<GlobalManager> manager_;
 };
 
-// The process's adapter. Made when the library is loaded and never destroyed.
+// The adapter of the process. Created when the library is loaded and never destroyed.
 extern GlobalAdapter* globalAdapter;

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kAgreed = 1;
 
-// What stands for an operation that has no behaviour yet.
+// Used for operations that are not implemented.
 [[noreturn]] void notImplemented() { throw std::runtime_error("NotImplementedException"); }
 
 int createClearFunction(void** function) {

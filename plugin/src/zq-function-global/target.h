@@ -1,4 +1,5 @@
-// What the exported functions ask of the managed runtime's own globals, beside the launch strategy.
+// Operations on global state of the managed runtime that the exported functions perform in addition
+// to the launch strategy.
 #pragma once
 
 #include <quillon_tv_plugin.h>
@@ -9,10 +10,10 @@ class Target {
  public:
   virtual ~Target() = default;
 
-  // Called by plugin_initialize, once the strategy is initialised.
+  // Called by plugin_initialize after the strategy is initialized.
   virtual void initialize() = 0;
 
-  // For later use, as before_execute is: nothing calls them today.
+  // Reserved, like before_execute: not called.
   virtual void set_app_info(const std::string& appInfo) = 0;
   virtual std::string get_dll_path() = 0;
 

@@ -34,7 +34,7 @@ class AppIdentity : public PlatformTest {
     PlatformTest::SetUp();
     g_appID.clear();
     g_execPath.clear();
-    KestrelConnectionTryCnt = 0;  // no notice, and so no pauses
+    KestrelConnectionTryCnt = 0;  // no notice, and therefore no pauses
     earlierName_ = processName();
   }
   void TearDown() override { prctl(PR_SET_NAME, earlierName_.c_str()); }
@@ -88,10 +88,10 @@ TEST_F(AppIdentity, AnEmptyIdStillPassesTheCheckAndRenames) {
   EXPECT_THAT(platform().markers, IsEmpty());
 }
 
-// The refusals end the process, so they are looked at from outside: the child prints its log.
+// A refusal ends the process, so each test runs it in a child that prints its log.
 class Refusal : public AppIdentity {
  protected:
-  // Runs _SetAppInfo; when it ends the process, notes what it had changed by then.
+  // Runs _SetAppInfo. If it ends the process, prints what it had changed before.
   static void launch(const std::string& path) {
     platform().echo = true;
     atexit([] {
@@ -122,7 +122,7 @@ TEST_F(Refusal, SendsTheNoticeFirst) {
   EXPECT_EXIT(
       {
         KestrelConnectionTryCnt = 1;
-        KestrelScok = 0;  // held, but counts as none
+        KestrelScok = 0;  // open, but counts as no socket
         atexit([] {
           for (const std::string& marker : platform().markers) {
             fprintf(stderr, "marker %s\n", marker.c_str());
@@ -146,7 +146,7 @@ TEST_F(AppIdentity, AllowsThreePrefixesByPlainComparison) {
 TEST_F(AppIdentity, JudgesALinkByItsTarget) {
   const TemporaryDirectory folder;
   std::filesystem::create_symlink("/usr/bin/env", folder.path() / "link");
-  checkExecRunable((folder.path() / "link").string());  // returns: the target is under /usr
+  checkExecRunable((folder.path() / "link").string());  // returns, because the target is under /usr
   EXPECT_THAT(platform().messages(6), IsEmpty());
 }
 
@@ -206,7 +206,7 @@ TEST_F(AppIdentity, AnUnknownPackageIsNoneAndSaysWhy) {
   EXPECT_THAT(platform().lines(), ElementsAre("6 package_info_create return error code : -22"));
 }
 
-TEST_F(AppIdentity, APackageWithoutARecordIsNoneAndTellsCodeZero) {
+TEST_F(AppIdentity, APackageWithoutARecordIsNoServiceAndLogsCodeZero) {
   platform().packages = {{"p", "/r", {}, {{"service", "", true, {}}}}};
   platform().nullHandles = {"package_info_create"};
   EXPECT_FALSE(isServiceApp("p"));

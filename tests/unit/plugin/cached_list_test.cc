@@ -30,7 +30,7 @@ class CachedListFile : public PlatformTest {
   std::string file_ = (folder_.path() / "list.txt").string();
 };
 
-TEST_F(CachedListFile, IsUsedWhenWhole) {
+TEST_F(CachedListFile, IsUsedIfComplete) {
   EXPECT_EQ(readWith("[START]/a/A.dll:/b/B.dll[END]"), "/a/A.dll:/b/B.dll");
   EXPECT_THAT(platform().markers, ElementsAre("cached"));
   EXPECT_EQ(readWith("[START][END]"), "");
@@ -42,7 +42,7 @@ TEST_F(CachedListFile, IsRebuiltSilentlyWhenMissing) {
   EXPECT_THAT(platform().markers, IsEmpty());
 }
 
-TEST_F(CachedListFile, IsRebuiltWhenTorn) {
+TEST_F(CachedListFile, IsRebuiltIfIncomplete) {
   for (const char* content : {"", "[START]", "[END]", "[START]a:b", "a:b[END]", "[start]a[END]",
                               "[START]a[end]", "[START]a[END]\n", "[START[END]", "[STARTEND]"}) {
     platform().reset();
@@ -52,7 +52,7 @@ TEST_F(CachedListFile, IsRebuiltWhenTorn) {
 }
 
 TEST_F(CachedListFile, IsRebuiltWhenUnreadable) {
-  mkdir(file_.c_str(), 0700);  // exists, but holds no text
+  mkdir(file_.c_str(), 0700);  // exists, but is not a regular file
   EXPECT_EQ(read(), "rebuilt");
   EXPECT_THAT(platform().markers, ElementsAre("torn"));
 }

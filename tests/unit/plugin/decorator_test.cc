@@ -129,7 +129,7 @@ TEST_F(Apitest, EndsWithASeparatorOverAnEmptyList) {
   EXPECT_EQ(tpaOver(""), foo + ":");
 }
 
-TEST_F(Apitest, LeavesTheListWhereThePackageIsUnknown) {
+TEST_F(Apitest, LeavesTheListIfThePackageIsUnknown) {
   platform().processes.clear();
   EXPECT_EQ(tpaOver("/p/A.dll"), "/p/A.dll");
 }

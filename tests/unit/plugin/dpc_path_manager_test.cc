@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <ios>
-#include <sstream>
 
 #include "plugin/include-internal/dpc-path-manager.h"
 #include "tests/support/recording_platform.h"
@@ -20,7 +19,7 @@ using ::testing::IsEmpty;
 
 constexpr char kKey[] = "http://korvane.example/tv/metadata/d.pc/required";
 
-// The decorator leaves its placeholders open, so each test closes what it opened.
+// Closes the descriptors that a test opened, because the decorator leaves its placeholders open.
 class OpenDescriptors {
  public:
   ~OpenDescriptors() {
@@ -94,7 +93,7 @@ TEST_F(DpcPathManager, ForwardsTheOtherOperations) {
               ElementsAre("GetTPA()", "GetDllPath()", "Initialize()", "Preload()", "Finalize()"));
 }
 
-TEST_F(DpcPathManager, TellsTheWrappedStrategyBeforeItLooksAtTheApplication) {
+TEST_F(DpcPathManager, CallsTheWrappedStrategyBeforeItExaminesTheApplication) {
   wrapped_.onCall = [] { EXPECT_THAT(platform().calls, IsEmpty()); };
   decorator_.SetAppInfo("app", "/path");
   EXPECT_THAT(wrapped_.calls, ElementsAre("SetAppInfo(app, /path)"));
@@ -148,7 +147,7 @@ TEST_F(DpcPathManager, MapsNothingWithoutPlaceholders) {
   EXPECT_THAT(descriptors_.opened(), IsEmpty());
 }
 
-// No descriptor may be opened past those that are open already.
+// While the object exists, the process cannot open any more descriptors.
 class NoMoreDescriptors {
  public:
   NoMoreDescriptors() {
@@ -184,7 +183,7 @@ TEST_F(DpcPathManager, APlaceholderThatDoesNotOpenIsAFailureForTheCaller) {
   EXPECT_THAT(errors, ElementsAre("Failed to open /proc/self"));
   EXPECT_EQ(platform().log.back().message().substr(0, 12), "-DotNETLog:d");
 
-  // It stays among the placeholders, and SetAppInfo fails when it comes to it.
+  // The failed placeholder stays in the list, and SetAppInfo fails when it reaches it.
   EXPECT_NE(failureOf([&] { decorator_.SetAppInfo("app", "/path"); }), "");
   EXPECT_THAT(wrapped_.calls, ElementsAre("SetAppInfo(app, /path)"));
 }

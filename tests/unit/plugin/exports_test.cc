@@ -1,4 +1,4 @@
-// The exported functions over a strategy that only notes what it is asked.
+// Tests of the exported functions with a strategy that only records its calls.
 #include <gmock/gmock.h>
 #include <quillon_tv_plugin.h>
 #include <sys/resource.h>
@@ -6,9 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
 
-#include "plugin/src/quillon-tv-plugin/mode_selection.h"
 #include "plugin/src/quillon-tv-plugin/process_state.h"
 #include "tests/support/recording_platform.h"
 #include "tests/unit/plugin/fake_strategy.h"
@@ -64,7 +62,7 @@ class Exports : public PlatformTest {
     capabilities() = {};
   }
 
-  // What the call wrote: its span's name, and its lines.
+  // Expects the name of the trace span and the log lines of the call.
   static void expectScope(const char* signature) {
     EXPECT_THAT(platform().trace.front(),
                 MatchesRegex("begin quillon-tv-plugin\\.cc\\([0-9]+\\) .*"));
@@ -186,7 +184,7 @@ TEST_F(Exports, DirectCallModeIsForEver) {
   expectScope("int is_coba_direct_call_mode()");
 }
 
-// Each in a process of its own: capture has no stop.
+// Runs in a child process, because a capture cannot be stopped.
 int claimLogControlTwice() {
   const bool first = plugin_has_log_control();
   const bool second = plugin_has_log_control();
@@ -199,7 +197,7 @@ int startsOfCapture() {
   return static_cast<int>(std::count(lines.begin(), lines.end(), "3 Run TV Logging Thread"));
 }
 
-// How often capture was started; 100 where anything else is not as it should be.
+// Returns how often the capture was started, or 100 if anything else is wrong.
 int startsWhenClaimedTwice(const std::vector<std::string>& errors) {
   const int claimed = claimLogControlTwice();
   return claimed == 0 && platform().messages(6) == errors ? startsOfCapture() : 100;
@@ -275,7 +273,7 @@ TEST_F(Exports, ATypeThatSelectsNothingKeepsTheEarlierChain) {
   expectScope("void plugin_initialize(const char*)");
 }
 
-TEST_F(Exports, InitializeSetsTheEnvironmentWhateverTheType) {
+TEST_F(Exports, InitializeSetsTheEnvironmentForEveryType) {
   setenv("DOTNET_APP", "other", 1);
   setenv("DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER", "1", 1);
   plugin_initialize("unknown");

@@ -1,4 +1,4 @@
-// A strategy that notes what it is asked and answers as the test told it to.
+// A strategy that records its calls and returns the results that the test sets.
 #pragma once
 
 #include <functional>

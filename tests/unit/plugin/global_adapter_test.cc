@@ -27,7 +27,7 @@ static_assert(std::is_abstract_v<Target> && std::has_virtual_destructor_v<Target
 static_assert(std::is_base_of_v<Target, GlobalAdapter>);
 static_assert(!std::is_polymorphic_v<GlobalManager> && std::is_empty_v<GlobalManager>);
 
-// The runtime: what it is asked for and what it answers.
+// A fake runtime: the methods that were requested, and the results that it returns.
 std::vector<std::string> asked;
 int status = 0;
 void (*managed)() = nullptr;

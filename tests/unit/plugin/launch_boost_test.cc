@@ -21,7 +21,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// A daemon that listens, and reads one notice to its end.
+// A daemon that accepts a connection and reads one notice.
 class Daemon {
  public:
   explicit Daemon(const std::string& path) : listener_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
@@ -37,7 +37,7 @@ class Daemon {
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
 
-  // All bytes of the next connection up to its end.
+  // Accepts the next connection and returns all of its bytes.
   [[nodiscard]] std::string receive() const {
     const int connection = accept(listener_, nullptr, nullptr);
     std::string bytes;
@@ -65,7 +65,7 @@ class LaunchBoost : public PlatformTest {
   }
   void TearDown() override { sockets().reset(); }
 
-  // Starts the daemon without the script in between.
+  // Starts the daemon while the scripted calls are inactive.
   void startDaemon() {
     sockets().active = false;
     daemon_.emplace(sockets().daemon);
@@ -203,7 +203,7 @@ TEST_F(LaunchBoost, WaitsASecondAtMostForASlowDaemon) {
 
 TEST_F(LaunchBoost, ADelayedConnectionIsUsed) {
   sockets().connectErrors = {EINPROGRESS};
-  notifyLaunchBoost("a", 1);  // the socket is ready, but nobody listens: the send fails
+  notifyLaunchBoost("a", 1);  // the socket is ready but not connected, so the send fails
   EXPECT_THAT(platform().markers,
               ElementsAre("kest Client:connect delayed", "kest Client:cannot send_msg_to_bstr"));
 }

@@ -29,7 +29,7 @@ constexpr char kEmpty[] = "6 Failed to read original message file";
 constexpr char kGood[] = "4 Signature verification OK";
 constexpr char kBad[] = "6 Signature verification fail...";
 
-// A sanitizer sees the same in every bit, only more slowly.
+// With a sanitizer, tests fewer bits: every bit takes the same code path, and the run is slower.
 const std::size_t kBitStride = isSanitized() ? 7 : 1;
 
 std::size_t openDescriptors() {
@@ -37,7 +37,7 @@ std::size_t openDescriptors() {
   return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
-// A partner's key, request and signature, all good until a test spoils them.
+// The key, request and signature of a partner. All are valid until a test changes them.
 class PartnerSignatureTest : public TreeTest {
  protected:
   void SetUp() override {
@@ -226,7 +226,7 @@ TEST_F(PartnerSignatureTest, ARequestMayBeLargeAndHoldAnyBytes) {
   std::string request = "ID1:";
   request.resize(kSize);
   makeFile("request", "ID1:");
-  std::filesystem::resize_file(at("request"), kSize);  // a hole, which takes no room
+  std::filesystem::resize_file(at("request"), kSize);  // a sparse file
   makeFile("signature", key().sign(request));
   EXPECT_TRUE(verifyFile());
   std::filesystem::resize_file(at("request"), kSize - 1);
@@ -255,7 +255,7 @@ TEST_F(PartnerSignatureTest, ABrokenKeyFileIsRefused) {
   }
 }
 
-// Without a terminal the library would ask on standard input.
+// If there is no terminal, the library would read the pass phrase from standard input.
 TEST_F(PartnerSignatureTest, NobodyIsAskedForThePassPhraseOfAKey) {
   makeFile("key", key().encryptedPublicPem("secret"));
   makeFile("answer", "secret\n");

@@ -34,7 +34,7 @@ TEST_F(Privileges, FindThePlatformPrivilegeInThePackageOfTheProcess) {
                           std::string("4 ### Have ") + kPlatform + " privilege ###"));
 }
 
-TEST_F(Privileges, TheTwoAreToldApart) {
+TEST_F(Privileges, TheTwoAreDistinguished) {
   declare({kAppdebug});
   EXPECT_TRUE(HasAppdebugPrivilege());
   EXPECT_EQ(platform().lines().front(), "4 ### HasAppdebugPrivilege() called ###");

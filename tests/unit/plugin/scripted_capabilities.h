@@ -1,5 +1,5 @@
-// A libcap of the test's own: counts calls, and fails them on demand. The process keeps what it
-// has.
+// A replacement for libcap: counts the calls and fails on demand. The capabilities of the process
+// do not change.
 #pragma once
 
 namespace quillon::test {

@@ -6,14 +6,13 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstring>
 
 #include "tests/support/next_call.h"
 
 namespace quillon::test {
 namespace {
 
-// -1 with errno where the test wants a failure; else 0.
+// Returns -1 and sets errno if the test requests a failure, otherwise 0.
 int failWith(int error) {
   if (!sockets().active || error == 0) {
     return 0;

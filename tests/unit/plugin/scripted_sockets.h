@@ -1,8 +1,8 @@
-// The socket calls of the launch-boost client, between the code under test and the C library.
+// Replaces the socket calls of the launch-boost client.
 //
-// The test program defines connect, socket and so on itself. Each call goes to the C library unless
-// the test told it to fail; connect is pointed at a socket of the test's own in place of the
-// device's.
+// The test program defines connect, socket and the other calls. Each call is forwarded to the C
+// library unless the test makes it fail. connect uses a socket of the test instead of the device's
+// socket.
 #pragma once
 
 #include <sys/socket.h>
@@ -14,30 +14,30 @@
 namespace quillon::test {
 
 struct ScriptedSockets {
-  bool active = false;   // whether anything below counts
-  std::string daemon;    // path that connect goes to
-  std::string askedFor;  // path that the code under test gave
+  bool active = false;   // if false, all calls are forwarded
+  std::string daemon;    // path of the socket that connect uses
+  std::string askedFor;  // path that the code under test passed
   socklen_t askedLength = 0;
   int askedFamily = -1;
 
-  // What calls return instead: errno values, taken one a call; 0 lets the call through.
+  // The errno values of the next calls, one per call. 0 forwards the call.
   std::deque<int> connectErrors;
   int socketError = 0;
   int getFlagsError = 0;
   int setFlagsError = 0;
-  bool delays = false;  // each connect does its work and then reads as still under way
+  bool delays = false;  // each connect succeeds but reports EINPROGRESS
   int sendError = 0;
-  int pendingError = 0;  // what SO_ERROR reads as
-  int selectResult = 1;  // 0 times out
+  int pendingError = 0;  // value of SO_ERROR
+  int selectResult = 1;  // 0: timeout
 
-  // What happened.
-  std::vector<std::string> pauses;  // "connect" and "usleep(N)" in order
+  // The recorded calls.
+  std::vector<std::string> pauses;  // "connect" and "usleep(N)", in order
   timeval selectTimeout{};
   int selectCalls = 0;
   int sendFlags = 0;
   int lastSocket = -1;
-  std::vector<int> socketArguments;  // domain, type and protocol of the last one
-  long setFlags = 0;                 // given to F_SETFL
+  std::vector<int> socketArguments;  // domain, type and protocol of the last call
+  long setFlags = 0;                 // argument of F_SETFL
 
   void reset() { *this = ScriptedSockets(); }
 };

@@ -22,13 +22,13 @@ class CacheFile : public TreeTest {
   void save(const std::string& content) const { writeStringToFile(directory(), "L.txt", content); }
 };
 
-TEST(CacheMarks, MakeAFileWhole) {
+TEST(CacheMarks, MakeAFileComplete) {
   EXPECT_FALSE(isCrashed("[START]a:b[END]"));
   EXPECT_FALSE(isCrashed("[START][END]"));
   EXPECT_FALSE(isCrashed("[START]a\n[START][END]:b[END]"));
 }
 
-TEST(CacheMarks, AreTornWhereEitherIsMissing) {
+TEST(CacheMarks, FileIsIncompleteIfEitherIsMissing) {
   for (const char* torn : {"", "[START]a:b", "a:b[END]", "[start]a[END]", "[START]a[end]",
                            "[START]a[END]\n", " [START]a[END]", "[START", "[START]"}) {
     EXPECT_TRUE(isCrashed(torn)) << torn;
@@ -56,7 +56,7 @@ TEST_F(CacheFile, ReadsNothingFromWhatCannotBeRead) {
   EXPECT_EQ(readFileToString(""), "");
   ASSERT_EQ(mkfifo(at("pipe").c_str(), 0600), 0);
   EXPECT_EQ(readFileToString(at("pipe")), "");
-  EXPECT_EQ(readFileToString("/proc/self/mem"), "");  // opens, but its first byte cannot be read
+  EXPECT_EQ(readFileToString("/proc/self/mem"), "");  // can be opened, but not read
   EXPECT_TRUE(platform().log.empty());
 }
 
@@ -127,7 +127,7 @@ TEST_F(CacheFile, SaysThatItCannotOpen) {
   EXPECT_FALSE(isThere(at("missing")));
 }
 
-TEST_F(CacheFile, LeavesTheTemporaryWhereTheRenameFails) {
+TEST_F(CacheFile, LeavesTheTemporaryFileIfTheRenameFails) {
   makeFile("L.txt/occupied");
   save("x");
   EXPECT_EQ(contentOf(at("temp_L.txt")), "x");
@@ -135,18 +135,18 @@ TEST_F(CacheFile, LeavesTheTemporaryWhereTheRenameFails) {
   EXPECT_TRUE(platform().messages(DLOG_ERROR).empty());
 }
 
-// A launch may be killed between any two of them.
+// A launch can be killed between any two of the calls.
 TEST_F(CacheFile, IsWrittenInAnOrderThatNeverShowsHalfAList) {
   {
     const NotedFiles noted;
-    save("[START]" + std::string(1000, 'a') + "[END]");  // the C library buffers no short texts
+    save("[START]" + std::string(1000, 'a') + "[END]");  // long enough to need its own buffer
   }
   EXPECT_EQ(quillon::test::files().calls,
             (Texts{"lstat temp_L.txt", "lstat L.txt", "fopen temp_L.txt w+", "fsync 1012", "fclose",
                    "rename temp_L.txt L.txt", "sync"}));
 }
 
-TEST_F(CacheFile, IsFlushedToTheDiskEvenWhereTheRenameFails) {
+TEST_F(CacheFile, IsFlushedToTheDiskEvenIfTheRenameFails) {
   {
     const NotedFiles noted(EACCES);
     save("x");
@@ -156,7 +156,7 @@ TEST_F(CacheFile, IsFlushedToTheDiskEvenWhereTheRenameFails) {
   EXPECT_EQ(platform().lines().back(), "3 Save File : " + at("L.txt"));
 }
 
-TEST_F(CacheFile, NeitherOpensNorSyncsWhereANameIsALink) {
+TEST_F(CacheFile, NeitherOpensNorSyncsIfANameIsALink) {
   makeLink("L.txt", "elsewhere");
   {
     const NotedFiles noted;

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <platform/dlog.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,7 +28,7 @@ class CopyDirectory : public TreeTest {
     return status.st_mode & 07777U;
   }
 
-  // Names in a directory, in order.
+  // Returns the names in a directory, sorted.
   static Texts namesIn(const std::string& path) {
     Texts names;
     for (const auto& entry : std::filesystem::directory_iterator(path)) {
@@ -148,7 +147,7 @@ TEST_F(CopyDirectory, AFailureBelowEndsTheCopyWithoutASecondLine) {
   EXPECT_EQ(platform().lines().size(), 1U);
 }
 
-// Root may read everything, so the copy is made by a user who may not.
+// Root can read every file, so another user makes the copy.
 TEST_F(CopyDirectory, ASourceThatCannotBeReadIsAnError) {
   constexpr uid_t nobody = 65534;
   const uid_t user = geteuid();
@@ -177,7 +176,8 @@ TEST_F(CopyDirectory, CommitLeavesNoTemporaryFile) {
   EXPECT_EQ(contentOf(at("to/file")), "new");
 }
 
-// What the name leads to changes, not what it led to: a holder of the old file keeps the old bytes.
+// The file behind the name is replaced, not changed: an open descriptor of the old file still reads
+// the old bytes.
 TEST_F(CopyDirectory, CommitReplacesByRenaming) {
   makeFile("from/file", "new");
   makeFile("to/file", "old");
@@ -197,7 +197,7 @@ TEST_F(CopyDirectory, CommitReplacesALinkInTheWayOfAFile) {
   EXPECT_EQ(contentOf(at("victim")), "old");
 }
 
-TEST_F(CopyDirectory, CommitLeavesItsCopyWhereTheRenameFails) {
+TEST_F(CopyDirectory, CommitLeavesItsCopyIfTheRenameFails) {
   makeFile("from/file", "new");
   makeFile("to/file/occupied");
   EXPECT_FALSE(copy(FS_MERGE_OVERWRITE | FS_COMMIT_COPY_FILE));

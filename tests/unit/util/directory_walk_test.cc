@@ -13,12 +13,12 @@ using ::testing::UnorderedElementsAre;
 
 namespace {
 
-// Whether directories tell no types, as those of some file systems.
+// If true, readdir(3) reports no entry types, as on some file systems.
 bool withoutTypes = false;
 
 }  // namespace
 
-// Stands before the C library's.
+// Replaces the function of the C library.
 extern "C" dirent* readdir(DIR* directory) {
   static const auto next = reinterpret_cast<decltype(&readdir)>(dlsym(RTLD_NEXT, "readdir"));
   dirent* entry = next(directory);
@@ -44,7 +44,7 @@ class DirectoryWalk : public quillon::test::TreeTest {
     ASSERT_EQ(mkfifo(at("top/pipe").c_str(), 0600), 0);
   }
 
-  // Runs a walk and returns what it reported, relative to the test's folder.
+  // Runs a walk and returns the reported paths, relative to the folder of the test.
   template <typename Walk>
   std::vector<std::string> reported(const Walk& walk) const {
     std::vector<std::string> result;
@@ -134,8 +134,8 @@ TEST_F(WalkWithoutTypes, ReportsNothing) {
   EXPECT_THAT(directories(at("top")), IsEmpty());
 }
 
-// Directories too, those of the walk itself among them; none is entered.
-TEST_F(WalkWithoutTypes, TheVariantLooksAtWhatTheEntriesAre) {
+// Directories, including "." and "..", are reported too, but none is entered.
+TEST_F(WalkWithoutTypes, TheVariantExaminesTheEntries) {
   EXPECT_THAT(reported([&](const FileReader& reader) {
                 scanFilesInDir(
                     at("top"),

@@ -1,6 +1,5 @@
 #include "util/zq_utils/files.h"
 
-#include <platform/dlog.h>
 #include <sys/stat.h>
 
 #include "tests/support/skip.h"
@@ -14,7 +13,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-// Nobody may unlink it, whoever runs the test.
+// No user can remove this file, not even root.
 constexpr char kIrremovable[] = "/proc/self/comm";
 
 class Files : public TreeTest {};
@@ -97,7 +96,7 @@ TEST_F(Files, SaysThatTheOldFileOfAMoveStays) {
                    "[Operation not permitted]"}));
 }
 
-// Moves and copies to a folder on a file system other than the test's own.
+// Moves and copies to a folder on a different file system.
 class BetweenFileSystems : public Files {
  protected:
   void SetUp() override {
@@ -117,7 +116,7 @@ class BetweenFileSystems : public Files {
   }
   std::string there(const std::string& name) const { return elsewhere_ + "/" + name; }
 
-  // What a move says before it copies.
+  // Returns the log line of a move that continues with a copy.
   std::string cannotRename(const std::string& path) const {
     return "6 Cannot move file: " + path +
            ". Will copy/remove... with error [Invalid cross-device link]";
@@ -162,7 +161,7 @@ TEST_F(BetweenFileSystems, ACopyReplacesContentAndCarriesTheMode) {
   EXPECT_TRUE(platform().log.empty());
 }
 
-TEST_F(BetweenFileSystems, ACopyEndsWithItsSourcesModeWhateverTheUmask) {
+TEST_F(BetweenFileSystems, ACopyHasItsSourcesModeForEveryUmask) {
   const mode_t before = umask(022);
   for (const mode_t mode : {0444U, 0777U, 0600U}) {
     SCOPED_TRACE(mode);
@@ -232,7 +231,7 @@ TEST_F(Files, SizeFollowsLinks) {
   EXPECT_EQ(getFileSize(at("missing")), 0U);
 }
 
-// The result has 32 bits; callers ask for the sizes of small files.
+// The result has 32 bits, because callers need only the sizes of small files.
 TEST_F(Files, SizePastFourGibibytesIsCut) {
   const std::string file = makeFile("sparse");
   std::error_code error;

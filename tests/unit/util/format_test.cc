@@ -39,7 +39,7 @@ TEST(Format, StopsAtTheRoomBetweenSteps) {
   EXPECT_EQ(format("abcdef", {}, 7), "abcdef");
 }
 
-TEST(Format, CopiesAnArgumentWholeBeyondTheRoom) {
+TEST(Format, CopiesAnArgumentCompletelyBeyondTheLimit) {
   const std::string longText(5000, 'x');
   EXPECT_EQ(format("a{0}bc", {longText.c_str()}, 4), "a" + longText);
   EXPECT_EQ(format("abc{0}", {longText.c_str()}, 4), "abc");
@@ -56,7 +56,7 @@ TEST(Format, IndexIsReadAsANumberInBaseTen) {
   EXPECT_EQ(format("{}{x}", {"p"}, 100), "pp");
 }
 
-TEST(Format, StaysWithinItsBuffersWhateverTheIndex) {
+TEST(Format, StaysWithinItsBuffersForEveryIndex) {
   EXPECT_EQ(format("a{-1}b", {"x"}, 100), "ab");
   EXPECT_EQ(format("a{99999999999999999999999999999999999999999999999}b", {"x"}, 100), "ab");
   EXPECT_EQ(format(("{" + std::string(29, '0') + "1}").c_str(), {"p", "q"}, 100), "p");

@@ -14,7 +14,7 @@ namespace {
 
 class Labels : public TreeTest {
  protected:
-  // What updateAssemblyInfo writes to standard error.
+  // Returns what updateAssemblyInfo writes to standard error.
   static std::string update(const std::string& from, const std::string& to, bool isSymlink) {
     ::testing::internal::CaptureStderr();
     updateAssemblyInfo(from, to, isSymlink);
@@ -76,7 +76,7 @@ TEST_F(Labels, FailuresGoToStandardError) {
   EXPECT_TRUE(platform().log.empty());
 }
 
-TEST_F(Labels, OwnershipStaysWhereTheSourceCannotBeExamined) {
+TEST_F(Labels, OwnershipStaysIfTheSourceCannotBeExamined) {
   EXPECT_EQ(update(at("missing"), at("missing too"), false), "");
 }
 

@@ -95,7 +95,7 @@ TEST_F(Tracker, MarksEntryAndExitInLogAndTrace) {
             (std::vector<std::string>{"begin unit.cc(12) void* f(void*)", "end"}));
 }
 
-TEST_F(Tracker, KeepsAPathWithoutSlashWhole) {
+TEST_F(Tracker, KeepsAPathWithoutSlashUnchanged) {
   { const FunctionEntryExitTracker tracker("f", "unit.cc", -3); }
   ASSERT_EQ(platform().log.size(), 2U);
   EXPECT_EQ(platform().log[0].message(), " +DotNETLog:unit.cc(-3) f");
@@ -162,7 +162,7 @@ TEST_F(Milestone, GoesToTheMarkerChannelAndTheLog) {
 using TracerEntry = PlatformTest;
 
 TEST_F(TracerEntry, InfoHasItsOwnTagAndNoColour) {
-  print_log_info(strdup("heap 5%s"));  // released by the callee, as the leak checker sees
+  print_log_info(strdup("heap 5%s"));  // freed by the callee; the leak checker verifies it
   ASSERT_EQ(platform().log.size(), 1U);
   EXPECT_EQ(platform().log[0].logId, 0);
   EXPECT_EQ(platform().log[0].priority, 4);

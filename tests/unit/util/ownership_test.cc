@@ -1,4 +1,3 @@
-#include <platform/dlog.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -18,7 +17,7 @@ bool ownershipIsRefused = false;
 
 }  // namespace
 
-// Stands before the C library's: no file system at hand refuses this call to the superuser.
+// Replaces the function of the C library, because no file system refuses this call to root.
 extern "C" int fchown(int descriptor, uid_t user, gid_t group) noexcept {
   if (ownershipIsRefused) {
     errno = EPERM;
@@ -85,7 +84,7 @@ TEST_F(Ownership, NeedsADestinationThatOpens) {
   EXPECT_EQ(platform().log[1].function(), "setDirOwnershipAndPermissions");
 }
 
-TEST_F(Ownership, LeavesPermissionsWhereTheOwnerCannotChange) {
+TEST_F(Ownership, LeavesPermissionsIfTheOwnerCannotChange) {
   makeFile("from");
   makeFile("to");
   chmod(at("from").c_str(), 0777);
@@ -102,7 +101,7 @@ TEST_F(Ownership, LeavesPermissionsWhereTheOwnerCannotChange) {
 TEST_F(Ownership, SaysThatPermissionsCannotChange) {
   makeFile("from");
   chmod(at("from").c_str(), 0640);
-  const std::string fixed = "/proc/self/comm";  // its permission bits are nobody's to change
+  const std::string fixed = "/proc/self/comm";  // no user can change its permission bits
   copyOwnershipAndPermissions(at("from"), fixed);
   EXPECT_EQ(
       platform().lines(),

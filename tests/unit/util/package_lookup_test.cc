@@ -62,7 +62,7 @@ TEST_F(PackageLookup, RootPathOfAnUnknownPackageFailsSilently) {
   EXPECT_TRUE(platform().log.empty());
 }
 
-TEST_F(PackageLookup, RecordIsReleasedWhereItHasNoRootPath) {
+TEST_F(PackageLookup, RecordIsReleasedIfItHasNoRootPath) {
   platform().failures["pkgmgrinfo_pkginfo_get_root_path"] = -7;
   std::string path = "before";
   EXPECT_EQ(getRootPath("pkg", path), -1);

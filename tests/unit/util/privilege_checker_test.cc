@@ -30,7 +30,7 @@ TEST_F(Privileges, MatchByteForByte) {
   EXPECT_FALSE(HasPrivilege("", "pkg"));
 }
 
-TEST_F(Privileges, AreAbsentWhereThePackageIsUnknown) {
+TEST_F(Privileges, AreAbsentIfThePackageIsUnknown) {
   EXPECT_FALSE(HasPrivilege("wanted", "unknown"));
   EXPECT_FALSE(HasPrivilege("wanted", ""));
   EXPECT_THAT(platform().lines(), ElementsAre("6 package_info_create return error code : -1",
@@ -39,13 +39,13 @@ TEST_F(Privileges, AreAbsentWhereThePackageIsUnknown) {
               ElementsAre("package_info_create(unknown)", "package_info_create()"));
 }
 
-TEST_F(Privileges, FailureCodeIsTold) {
+TEST_F(Privileges, FailureCodeIsLogged) {
   platform().failures["package_info_create"] = -22;
   EXPECT_FALSE(HasPrivilege("wanted", "pkg"));
   EXPECT_THAT(platform().lines(), ElementsAre("6 package_info_create return error code : -22"));
 }
 
-TEST_F(Privileges, APackageWithoutARecordHasNoneAndTellsCodeZero) {
+TEST_F(Privileges, APackageWithoutARecordHasNoneAndLogsCodeZero) {
   platform().nullHandles = {"package_info_create"};
   EXPECT_FALSE(HasPrivilege("wanted", "pkg"));
   EXPECT_THAT(platform().lines(), ElementsAre("6 package_info_create return error code : 0"));

@@ -10,7 +10,7 @@
 
 namespace {
 
-// The name that a fresh thread has after the call.
+// Returns the name that a new thread has after the call.
 std::string nameAfter(const std::string& name) {
   std::array<char, 17> kept{};
   std::thread([&] {
@@ -27,7 +27,7 @@ TEST(ThreadName, IsCutToFifteenCharacters) {
   EXPECT_EQ(nameAfter("1234567890123456"), "123456789012345");
 }
 
-TEST(ThreadName, StaysWhereTheNewOneIsEmpty) { EXPECT_EQ(nameAfter(""), "before"); }
+TEST(ThreadName, StaysIfTheNewOneIsEmpty) { EXPECT_EQ(nameAfter(""), "before"); }
 
 TEST(ReleaseVersion, FollowsTheReleaseFile) {
   EXPECT_EQ(isReleaseVersion(), std::filesystem::exists("/etc/release"));

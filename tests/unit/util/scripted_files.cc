@@ -27,7 +27,7 @@ long bytesIn(int descriptor) {
 }  // namespace
 
 ScriptedFiles& files() {
-  // Never destroyed: streams are closed while the process ends.
+  // Never destroyed, because streams are closed while the process ends.
   static auto* instance = new ScriptedFiles;
   return *instance;
 }

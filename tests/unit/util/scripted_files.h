@@ -1,8 +1,8 @@
-// The cache writer's file calls, between the code under test and the C library.
+// Replaces the file calls of the cache writer.
 //
-// The test program defines fopen, rename and so on itself. Each call goes on to the C library,
-// except that sync does nothing while calls are noted, and that rename fails where the test told it
-// to.
+// The test program defines fopen, rename and the other calls. Each call is forwarded to the C
+// library, with two exceptions: sync does nothing while calls are recorded, and rename fails if the
+// test requests it.
 #pragma once
 
 #include <string>
@@ -11,15 +11,14 @@
 namespace quillon::test {
 
 struct ScriptedFiles {
-  bool active = false;  // whether calls are noted
-  int renameError = 0;  // an errno value that rename fails with
-  std::vector<std::string>
-      calls;  // "function file-name", and for fsync the bytes in the file by then
+  bool active = false;             // if true, calls are recorded
+  int renameError = 0;             // errno value with which rename fails
+  std::vector<std::string> calls;  // "function file-name"; for fsync also the size of the file
 };
 
 ScriptedFiles& files();
 
-// Notes the calls of its scope.
+// Records the calls during its lifetime.
 class NotedFiles {
  public:
   explicit NotedFiles(int renameError = 0) { files() = {true, renameError, {}}; }

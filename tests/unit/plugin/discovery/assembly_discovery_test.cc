@@ -22,7 +22,7 @@ using Texts = std::vector<std::string>;
 
 class Discovery : public TreeTest {
  protected:
-  // The list for folders of the test, after what it held before.
+  // Returns the list for folders of the test, appended to `before`.
   std::string discover(const Texts& folders, const std::string& before = "") const {
     Texts directories;
     for (const std::string& folder : folders) {
@@ -37,7 +37,7 @@ class Discovery : public TreeTest {
     splitPath(list, result);
     return result;
   }
-  // Names in the order in which the directory gives them.
+  // Returns the names in a directory in the order of readdir(3).
   Texts listing(const std::string& folder) const {
     Texts names;
     scanFilesInDirectory(
@@ -53,15 +53,16 @@ TEST_F(Discovery, FirstDirectoryOfANameWins) {
   EXPECT_EQ(discover({"d2", "d1"}), at("d2/A.dll"));
 }
 
-TEST_F(Discovery, ImageStandsForTheFileBesideIt) {
+TEST_F(Discovery, ImageReplacesTheFileBesideIt) {
   makeFile("d1/A.dll");
   makeFile("d1/A.ni.dll");
   EXPECT_EQ(discover({"d1"}), at("d1/A.ni.dll"));
 }
 
-// A file system lists by age or by a hash of the name: pairs made in either order, under many
-// names, are listed in either order.
-TEST_F(Discovery, ImageStandsForTheFileWhicheverIsListedFirst) {
+// Depending on the file system, a directory lists its entries by age or by a hash of the name. With
+// pairs created in both orders and under many names, each of the two files is listed first in some
+// pair.
+TEST_F(Discovery, ImageReplacesTheFileWhicheverIsListedFirst) {
   for (int i = 0; i < 64; ++i) {
     const std::string name = "d1/N" + std::to_string(i);
     const bool imageFirst = i % 2 != 0;
@@ -108,8 +109,9 @@ TEST_F(Discovery, ImageElsewhereDisplacesNothing) {
   EXPECT_EQ(discover({"d2", "d1"}), at("d2/A.ni.dll"));
 }
 
-// The same directory under two names is two directories: the texts are compared.
-TEST_F(Discovery, DirectoriesAreToldApartByTheirText) {
+// A directory with two different paths counts as two directories, because the paths are compared as
+// strings.
+TEST_F(Discovery, DirectoriesAreComparedAsStrings) {
   makeFile("d1/A.dll");
   EXPECT_EQ(discover({"d1"}), at("d1/A.dll"));
   makeLink("link", "d1");
@@ -147,7 +149,7 @@ TEST_F(Discovery, NamesThatDifferInCaseAreTwo) {
   EXPECT_EQ(pieces(discover({"d1"})).size(), 2U);
 }
 
-TEST_F(Discovery, LinksCountWherePipesAndDirectoriesDoNot) {
+TEST_F(Discovery, LinksCountButPipesAndDirectoriesDoNot) {
   makeLink("d1/L.dll", "nowhere");
   makeDirectory("d1/Directory.dll");
   makeFile("d1/sub/Below.dll");

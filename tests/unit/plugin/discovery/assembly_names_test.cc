@@ -14,7 +14,7 @@ TEST(AssemblyNames, ManagedAssembliesEndInDllOrExe) {
   }
 }
 
-TEST(AssemblyNames, NativeImagesAreToldByPosition) {
+TEST(AssemblyNames, NativeImagesAreRecognizedByPosition) {
   for (const char* name : {"x.ni.dll", "x.ni.exe", "x.NI.abc", "F.ni.dll", ".ni.dll", "x.nI.123"}) {
     EXPECT_TRUE(isNativeImage(name)) << name;
   }
@@ -31,7 +31,7 @@ TEST(AssemblyNames, KeyIsTheNameWithoutExtensionAndImageSuffix) {
   EXPECT_EQ(getAssemblyNameFromPath("x.ni"), "x");
   EXPECT_EQ(getAssemblyNameFromPath("Foo"), "Foo");
   EXPECT_EQ(getAssemblyNameFromPath("/dir.with.dots/Foo"), "Foo");
-  EXPECT_EQ(getAssemblyNameFromPath(".ni.dll"), ".ni");  // three characters are no suffix
+  EXPECT_EQ(getAssemblyNameFromPath(".ni.dll"), ".ni");  // too short to be stripped
   EXPECT_EQ(getAssemblyNameFromPath(""), "");
 }
 

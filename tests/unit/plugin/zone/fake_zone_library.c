@@ -1,6 +1,7 @@
-/* A zone library that notes its calls in a file and fails as the environment says:
- * FAKE_ZONE=no-context, debug-refused, attach-refused. One function may be left out at compile
- * time. */
+/* A zone library that records its calls in a file. The environment variable FAKE_ZONE selects a
+ * failure: no-context, debug-refused or attach-refused. One function can be omitted at compile
+ * time.
+ */
 #include <platform/zone.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -32,7 +33,7 @@ void* zone_get_context(const char* name) {
 int zone_release_context(void** given) {
   note("release", text(*given));
   *given = NULL;
-  return -1; /* of no interest to callers */
+  return -1; /* callers ignore the result */
 }
 #endif
 

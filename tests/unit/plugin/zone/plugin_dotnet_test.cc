@@ -28,7 +28,7 @@ static_assert(sizeof(PluginDotnet) == sizeof(void*), "has no data members");
 
 class Dotnet : public ZoneTest {
  protected:
-  // The log of one operation, without the lines of the construction.
+  // Runs one operation and returns its log, without the lines of the constructor.
   ZoneRun runOn(void (*operation)(PluginDotnet&), const std::string& behaviour = "") {
     return run(
         [operation] {
@@ -76,7 +76,8 @@ TEST_F(Dotnet, EveryOperationIsTraced) {
   EXPECT_TRUE(run.returned) << run.status;
 }
 
-// The place in the table of virtual functions that a pointer to a member holds (Itanium C++ ABI).
+// Returns the index in the virtual function table that a pointer to a member function contains
+// (Itanium C++ ABI).
 template <typename Operation>
 std::ptrdiff_t slotOf(Operation operation) {
   std::ptrdiff_t offset = 0;
@@ -85,8 +86,8 @@ std::ptrdiff_t slotOf(Operation operation) {
   return (offset - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
-// Callers that were built against an earlier header call by place. The two forms of the destructor
-// come first.
+// Callers that were compiled against an earlier header use the index in the virtual function table.
+// The first two entries are the two forms of the destructor.
 TEST(Strategy, OperationsKeepTheirPlaces) {
 #if defined(__x86_64__) || defined(__i386__)
   EXPECT_EQ(slotOf(&PluginStrategy::Initialize), 2);
@@ -101,7 +102,7 @@ TEST(Strategy, OperationsKeepTheirPlaces) {
 #endif
 }
 
-// In the zone already: nothing ends the process.
+// The process is already in the zone, so no operation ends it.
 TEST_F(Dotnet, TracesItsOperationsBySignature) {
   const ZoneRun run = this->run([] {
     platform().trace.clear();
@@ -179,7 +180,7 @@ TEST_F(Dotnet, InTheZoneSetAppInfoAsksForNoPrivilege) {
 
 class HybridAot : public Dotnet {
  protected:
-  // Announces the application "org.example.clock" as often as told.
+  // Announces the application "org.example.clock" `times` times.
   ZoneRun announce(bool service, int times = 1) {
     return run([service, times] {
       platform().packages[0].applications = {{"org.example.clock", "/x", service, {}}};

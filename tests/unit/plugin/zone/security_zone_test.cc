@@ -159,7 +159,7 @@ TEST_F(ZoneLookup, SeesTheZonesRootFromOutsideOnly) {
 }
 
 TEST_F(ZoneLookup, InsideTheZoneNoLibraryIsLoaded) {
-  placeLibrary("GET_CONTEXT");  // would end the process
+  placeLibrary("GET_CONTEXT");  // would end the process if it were used
   const ZoneRun run = this->run(enterSecureZone);
   EXPECT_TRUE(run.returned);
   EXPECT_THAT(run.lines, ElementsAre("4 ### enterSecureZone() called ###", "3 AppZone",

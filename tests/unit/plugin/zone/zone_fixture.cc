@@ -30,7 +30,7 @@ bool isMapped(const std::string& name) {
   return text.find(name) != std::string::npos;
 }
 
-// At the end of the process, whoever ends it.
+// Runs at exit, whichever code ends the process.
 void tell() {
   for (const std::string& line : platform().lines()) {
     std::cout << "line " << line << '\n';

@@ -1,4 +1,4 @@
-// A device root with a zone to enter, and what code under test did in it.
+// A device root with a zone, and a record of what the code under test did in it.
 #pragma once
 
 #include <functional>
@@ -11,24 +11,25 @@
 namespace quillon::test {
 
 struct ZoneRun {
-  bool returned = false;           // else the process ended by itself
-  int status = -1;                 // with this exit status
-  std::vector<std::string> lines;  // of the log, "PRIORITY TEXT", without trace lines
-  std::string lastOrigin;          // of the last one: unit, function, colour
-  std::vector<std::string> calls;  // of the fake zone library
-  bool libraryMapped = false;      // at the end
-  int descriptorsLeft = 0;         // more of them open at the end than at the beginning
+  bool returned = false;           // false if the code under test ended the process
+  int status = -1;                 // exit status in that case
+  std::vector<std::string> lines;  // log lines, "PRIORITY TEXT", without trace lines
+  std::string lastOrigin;          // of the last line: unit, function, colour
+  std::vector<std::string> calls;  // calls of the fake zone library
+  bool libraryMapped = false;      // at the end of the process
+  int descriptorsLeft = 0;         // open descriptors at the end minus those at the beginning
 };
 
 class ZoneTest : public DeviceRootTest {
  protected:
-  // Puts the fake zone library that lacks one function into the device root ("NOTHING": whole).
+  // Copies a fake zone library without the function `without` into the device root. "NOTHING"
+  // selects the complete library.
   void placeLibrary(const std::string& without);
-  // Makes "/zone/appzone": a process in the device root is outside the zone.
+  // Creates "/zone/appzone", so that a process in the device root is outside the zone.
   void showZone();
 
-  // Runs `body` in a process of its own inside the device root, as a process of a package that
-  // declares `privileges`.
+  // Runs `body` in a child process inside the device root. The package of the process declares
+  // `privileges`.
   ZoneRun run(const std::function<void()>& body, const std::string& behaviour = "",
               const std::vector<std::string>& privileges = {});
 };

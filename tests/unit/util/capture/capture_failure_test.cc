@@ -1,8 +1,7 @@
-// Every way in which a capture fails to start: the message, the result, and what stays.
+// Tests of every way in which a capture can fail to start: the message, the result, and the
+// remaining state.
 #include <gmock/gmock.h>
 #include <unistd.h>
-
-#include <algorithm>
 
 #include "tests/unit/util/capture/capture_process.h"
 #include "tests/unit/util/capture/scripted_calls.h"
@@ -17,7 +16,7 @@ struct Failure {
   const char* call;
   int result;
   std::vector<std::string> messages;
-  const char* redirected;  // which of "out" and "err" lead into the pipes
+  const char* redirected;  // which of "out" and "err" are redirected to the pipes
   std::vector<std::string> readers;
 };
 
@@ -69,7 +68,7 @@ std::string namedReaders() {
 
 class CaptureFailure : public ::testing::TestWithParam<Failure> {
  protected:
-  // Starts a capture of which one call fails, then prints on both streams.
+  // Starts a capture in which one call fails, then writes to both streams.
   Captured start() const {
     return inCaptureProcess([](Notes& notes) {
       calls().active = true;

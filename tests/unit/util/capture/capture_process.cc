@@ -1,7 +1,6 @@
 #include "tests/unit/util/capture/capture_process.h"
 
 #include <fcntl.h>
-#include <platform/dlog.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,7 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-constexpr unsigned kLongestLife = 60;
+constexpr unsigned kMaxLifetime = 60;
 constexpr int kFirstDescriptor = 20;
 
 size_t threads() {
@@ -39,7 +38,7 @@ void closeIfOpen(int descriptor) {
   if (descriptor >= 0) close(descriptor);
 }
 
-// The readers end when nobody can write any more, and have logged everything by then.
+// The readers end when no write end is open any more. They have then logged everything.
 void endCapture() {
   std::fflush(nullptr);
   closeMessageEnd();
@@ -76,7 +75,8 @@ json found(const Notes& notes) {
   return result;
 }
 
-// Pipes that nobody reads stand behind the descriptors, so that a test can tell them from others.
+// Redirects the descriptors to pipes that no one reads, so that a test can distinguish them from
+// others.
 void leadNowhere() {
   for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
     std::array<int, 2> ends{};
@@ -85,7 +85,7 @@ void leadNowhere() {
 }
 
 [[noreturn]] void live(int results, const std::function<void(Notes&)>& body) {
-  alarm(kLongestLife);
+  alarm(kMaxLifetime);
   leadNowhere();
   platform().reset();
   calls().calls.clear();
@@ -97,7 +97,7 @@ void leadNowhere() {
   _exit(0);
 }
 
-// Those of a process that a signal or a handler ended.
+// Removes the error files of a process that was ended by a signal or a handler.
 void removeErrorFiles(pid_t process) {
   const std::string name = "dotnet_error." + std::to_string(process) + ".";
   std::vector<fs::path> files;

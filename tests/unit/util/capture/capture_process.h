@@ -1,4 +1,4 @@
-// Captures in processes of their own: a capture has no stop.
+// Runs captures in child processes, because a capture cannot be stopped.
 #pragma once
 
 #include <functional>
@@ -8,20 +8,20 @@
 
 namespace quillon::test {
 
-// What came of a process.
+// The results of a child process.
 struct Captured {
-  std::string ending;              // "signal 6", "status 3"; empty when all went well
-  std::vector<std::string> lines;  // "PRIORITY message" of the log, without trace lines
-  std::vector<std::string> texts;  // the same as they were logged, from "file: function" on
-  std::vector<std::string> trace;  // names of functions traced
+  std::string ending;              // "signal 6" or "status 3"; empty on success
+  std::vector<std::string> lines;  // log lines, "PRIORITY message", without trace lines
+  std::vector<std::string> texts;  // the same lines as logged, from "file: function" on
+  std::vector<std::string> trace;  // names of the traced functions
   std::vector<std::string> calls;  // see ScriptedCalls
   std::string errorFile;           // path of the error file
-  std::string errorText;           // its content; the file is removed
-  bool managedException = false;   // the flags
+  std::string errorText;           // content of the error file, which is removed
+  bool managedException = false;   // the crash flags
   bool memoryIssue = false;
-  std::map<std::string, std::string> notes;  // what the body noted
+  std::map<std::string, std::string> notes;  // values that the body recorded
 
-  // Messages of captured output.
+  // Returns the messages of captured output.
   [[nodiscard]] std::vector<std::string> output() const;
   [[nodiscard]] std::vector<std::string> errors() const;
   [[nodiscard]] std::string note(const std::string& name) const;
@@ -30,17 +30,18 @@ struct Captured {
 using Notes = std::map<std::string, std::string>;
 
 // Runs `body` in a child process, then closes every write end, waits until the readers have ended,
-// and tells what there was. A minute at most. The process's descriptors 1 and 2 are pipes that lead
-// nowhere when it begins.
+// and returns the results. The child is killed after a minute. At the start of the child,
+// descriptors 1 and 2 are pipes that no one reads.
 Captured inCaptureProcess(const std::function<void(Notes&)>& body);
 
-// The whole text to a descriptor, in as few writes as it takes.
+// Writes the complete text to a descriptor, in as few writes as possible.
 void put(int descriptor, const std::string& text);
 
-// Descriptors of the same open file or pipe have the same name; "" where it is closed.
+// Returns a name that is the same for all descriptors of an open file or pipe, or "" if the
+// descriptor is closed.
 std::string fileBehind(int descriptor);
 
-// The names of this process's threads, sorted.
+// Returns the names of the threads of this process, sorted.
 std::vector<std::string> threadNames();
 
 }  // namespace quillon::test

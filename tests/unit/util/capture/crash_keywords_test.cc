@@ -1,4 +1,4 @@
-// What the standard-error reader makes of the last words of a process.
+// Tests of the keywords that the standard-error reader recognizes.
 #include "util/log/crash_keywords.h"
 
 #include <gmock/gmock.h>
@@ -46,7 +46,7 @@ struct Words {
   bool memory;
 };
 
-// Each in a process of its own; what comes later changes nothing.
+// Each case runs in its own child process. Later text does not change the flags.
 TEST(CrashFlags, AreSetByChunksOfStandardErrorAndStaySet) {
   for (const Words& words :
        {Words{"at Velora.App", true, false}, Words{"libapp.dll", true, false},
@@ -71,7 +71,7 @@ TEST(CrashFlags, AreSetByChunksOfStandardErrorAndStaySet) {
   }
 }
 
-// The file's name is made, and with it the time asked for, before anything is written to it.
+// The file name, and with it the time, is created before the first write to the file.
 TEST(CrashFlags, AreSetBeforeTheErrorFileIsWritten) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     calls().onTime = [&] {

@@ -1,4 +1,5 @@
-// What signal handlers use of a capture: the wait for the reader, and messages that never block.
+// Tests of the functions that signal handlers use during a capture: the wait for the reader, and
+// messages that never block.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <plugin/src/dotnet-signal-handler/signal_handler.h>
@@ -22,22 +23,23 @@
 #include "util/log/reader_progress.h"
 #include "util/log/stream_capture.h"
 
-// A sanitizer's own handler would print into the full pipe before the process ends.
+// The handler of a sanitizer would write to the full pipe before the process ends.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options() { return "handle_segv=0:handle_abort=0"; }
 
 namespace quillon::test {
 namespace {
 
-// Longer than a process of inCaptureProcess may live: a wait that is not cut short ends it.
+// Longer than the time limit of inCaptureProcess: if a wait does not end early, the process is
+// killed.
 constexpr int kForEver = 600'000;
 
-// As if another thread were the reader of a pipe that holds something.
+// Sets the state as if another thread were the reader of a pipe that contains data.
 void makePipeWithSomethingIn() {
   if (pipe(pStdErr) == 0) put(pStdErr[1], "something");
 }
 
-// Fills a pipe to the last byte.
+// Fills a pipe completely.
 void fillUp(int end) {
   const std::string path = "/proc/self/fd/" + std::to_string(end);
   const int own = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -47,7 +49,7 @@ void fillUp(int end) {
   close(own);
 }
 
-TEST(WaitForReader, EndsAtOnceWhereThereIsNone) {
+TEST(WaitForReader, EndsImmediatelyIfThereIsNone) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     errno = EDOM;
     waitForStderrReader(kForEver);
@@ -100,8 +102,8 @@ TEST(WaitForReader, EndsWhenItsTimeIsOver) {
   EXPECT_EQ(captured.ending, "");
 }
 
-// The pipe is empty as soon as the reader has the bytes in its hand; the flags come later.
-TEST(WaitForReader, LastsUntilTheReaderHasDealtWithWhatItTook) {
+// The pipe is already empty while the reader processes a chunk; the flags are set later.
+TEST(WaitForReader, LastsUntilTheReaderHasProcessedItsChunk) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     if (pipe(pStdErr) != 0) return;
     stderrProgress.starting();
@@ -120,8 +122,8 @@ TEST(WaitForReader, LastsUntilTheReaderHasDealtWithWhatItTook) {
   EXPECT_EQ(captured.note("dealt with"), "yes");
 }
 
-// Others write on and on: the pipe is never seen empty.
-TEST(WaitForReader, EndsWhenAllThatWasThereIsDoneAlthoughMoreComes) {
+// Other threads write continuously, so the pipe is never empty.
+TEST(WaitForReader, EndsWhenTheEarlierOutputIsProcessedAlthoughMoreArrives) {
   const Captured captured = inCaptureProcess([](Notes&) {
     makePipeWithSomethingIn();
     stderrProgress.starting();
@@ -174,10 +176,10 @@ TEST(HandlerMessage, GoesThroughTheCapturedStream) {
   EXPECT_THAT(captured.errors(), ::testing::ElementsAre("as %s is"));
 }
 
-TEST(HandlerMessage, IsGivenUpWhereThePipeIsFullAndNobodyReads) {
+TEST(HandlerMessage, IsGivenUpIfThePipeIsFullAndNobodyReads) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     if (pipe(pStdErr) != 0) return;
-    for (const bool own : {false, true}) {  // through pStdErr itself, and through its own end
+    for (const bool own : {false, true}) {  // through pStdErr, and through the message end
       if (own) openMessageEnd(pStdErr[1]);
       fillUp(pStdErr[1]);
       const ssize_t written = sendMessageToDlogError("lost");
@@ -208,7 +210,7 @@ TEST(HandlerMessage, WaitsForRoomWhileTheReaderReads) {
   EXPECT_EQ(captured.note("written"), "4");
 }
 
-TEST(HandlerMessage, FindsNoOwnEndWhereThereIsNoneToOpen) {
+TEST(HandlerMessage, HasNoMessageEndIfItCannotBeOpened) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     if (pipe(pStdErr) != 0) return;
     openMessageEnd(-1);
@@ -219,7 +221,7 @@ TEST(HandlerMessage, FindsNoOwnEndWhereThereIsNoneToOpen) {
   EXPECT_EQ(captured.notes, (Notes{{"written", "1"}, {"read", "1"}}));
 }
 
-TEST(HandlerMessage, IsGivenUpWhereTheReadEndIsClosed) {
+TEST(HandlerMessage, IsGivenUpIfTheReadEndIsClosed) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     if (pipe(pStdErr) != 0) return;
     openMessageEnd(pStdErr[1]);
@@ -230,7 +232,8 @@ TEST(HandlerMessage, IsGivenUpWhereTheReadEndIsClosed) {
   EXPECT_EQ(captured.note("written"), "-1");
 }
 
-// Nobody can write to standard error any more: the reader has ended, the handlers have not.
+// No write end of standard error is open any more: the reader has ended, but the handlers are still
+// active.
 TEST(HandlerMessage, IsGivenUpAfterTheReadersEndAndHandlersAct) {
   const auto after = [](int signal) {
     return inCaptureProcess([signal](Notes& notes) {
@@ -248,7 +251,7 @@ TEST(HandlerMessage, IsGivenUpAfterTheReadersEndAndHandlersAct) {
   EXPECT_EQ(after(SIGABRT).ending, "signal " + std::to_string(SIGABRT));
 }
 
-// The reader asks for the time when it names the error file.
+// The reader calls time() when it creates the name of the error file.
 Captured faultOnTheReader(int signal) {
   return inCaptureProcess([=](Notes&) {
     registerSignalHandler();

@@ -12,7 +12,7 @@
 namespace quillon::test {
 namespace {
 
-// Notes a call. True where it is to fail.
+// Records a call. Returns true if the call must fail.
 bool fails(const std::string& call) {
   if (!calls().active) {
     return false;
@@ -22,7 +22,7 @@ bool fails(const std::string& call) {
   return call == calls().failing;
 }
 
-// The same of a call that is told by how often it was made.
+// Does the same for a call whose name includes the number of the call.
 bool failsNumbered(const std::string& name) {
   const auto& all = calls().calls;
   const auto before = std::count_if(all.begin(), all.end(),
@@ -40,7 +40,7 @@ std::string textOf(int mode, size_t size) {
 thread_local bool ScriptedCalls::active = false;
 
 ScriptedCalls& calls() {
-  // Never destroyed: threads may outlive main.
+  // Never destroyed, because threads can run longer than main.
   static auto* instance = new ScriptedCalls;
   return *instance;
 }

@@ -1,7 +1,7 @@
-// The C library's calls that start a capture, between the code under test and the C library.
+// Replaces the calls of the C library that start a capture.
 //
-// The test program defines setvbuf, pipe, pthread_create and so on itself. Each call is noted and
-// goes on to the C library, except where the test wants it to fail.
+// The test program defines setvbuf, pipe, pthread_create and the other calls. Each call is recorded
+// and forwarded to the C library unless the test makes it fail.
 #pragma once
 
 #include <ctime>
@@ -12,13 +12,13 @@
 namespace quillon::test {
 
 struct ScriptedCalls {
-  static thread_local bool active;  // whether this thread's calls are noted and fail
-  std::string failing;              // the call that fails, as it is noted
+  static thread_local bool active;  // if true, calls of this thread are recorded and can fail
+  std::string failing;              // the call that fails, in its recorded form
   std::vector<std::string> calls;   // "setvbuf stdout line 0", "pipe", "dup2 1",
                                     // "pthread_create 2", "pthread_setname_np Stdout Thread",
                                     // "pthread_detach 1"; a number is that of the call or the
                                     // descriptor
-  time_t now = 0;                   // what time() tells, a second later each time; 0: the truth
+  time_t now = 0;                   // result of time(), one more per call; 0: real time
   std::function<void()> onTime;     // runs inside time()
 };
 

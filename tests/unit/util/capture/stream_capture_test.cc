@@ -1,4 +1,4 @@
-// What becomes of what a process prints.
+// Tests of the capture of standard output and standard error.
 #include "util/log/stream_capture.h"
 
 #include <fcntl.h>
@@ -32,16 +32,16 @@ using ::testing::MatchesRegex;
 using ::testing::Not;
 using ::testing::SizeIs;
 
-constexpr size_t kLongestChunk = 9999;
+constexpr size_t kMaxChunk = 9999;
 constexpr int kAMinute = 60'000;
 
-// One chunk on standard error, dealt with before the next.
+// Writes one chunk to standard error and waits until it is processed.
 void putChunk(const std::string& text) {
   put(STDERR_FILENO, text);
   waitForStderrReader(kAMinute);
 }
 
-// A capture, and what `body` does while it lasts.
+// Runs `body` while a capture is active.
 Captured capture(const std::function<void()>& body) {
   const Captured captured = inCaptureProcess([&](Notes& notes) {
     notes["result"] = std::to_string(tvRunLoggingThread());
@@ -94,7 +94,8 @@ TEST(StreamCapture, PutsItsPipesBehindDescriptorsOneAndTwoAndKeepsTheirEnds) {
             (Notes{{"out", "same"}, {"err", "same"}, {"apart", "yes"}, {"blocking", "yes"}}));
 }
 
-// Programs that the application starts get the streams, and nothing to read or to hold them by.
+// Programs that the application starts inherit only the streams, not the other descriptors of the
+// capture.
 TEST(StreamCapture, ItsPipesAreNotInherited) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     tvRunLoggingThread();
@@ -108,8 +109,8 @@ TEST(StreamCapture, ItsPipesAreNotInherited) {
   EXPECT_EQ(captured.notes, (Notes{{"own", "cccc"}, {"streams", "ii"}}));
 }
 
-// Which of the three standard streams are closed: each alone, every two, all.
-TEST(StreamCapture, WorksWhereStandardStreamsAreClosed) {
+// Tests every combination of closed standard streams.
+TEST(StreamCapture, WorksIfStandardStreamsAreClosed) {
   for (int closed = 1; closed < 8; ++closed) {
     const Captured captured = inCaptureProcess([closed](Notes& notes) {
       for (int stream = 0; stream < 3; ++stream) {
@@ -128,7 +129,7 @@ TEST(StreamCapture, WorksWhereStandardStreamsAreClosed) {
   }
 }
 
-// While a thread is made, every signal is blocked in it.
+// All signals are blocked in a new thread until it runs.
 void awaitReaders() {
   put(STDOUT_FILENO, "out");
   putChunk("err");
@@ -200,26 +201,26 @@ TEST(StreamCapture, DropsOneNewlineAtTheEndOfAChunkAndNoOther) {
 
 TEST(StreamCapture, CutsALongTextIntoChunks) {
   std::string text;
-  for (int i = 0; text.size() < 4 * kLongestChunk; ++i) text += std::to_string(i) + ",";
+  for (int i = 0; text.size() < 4 * kMaxChunk; ++i) text += std::to_string(i) + ",";
   for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
     const Captured captured = capture([&] { put(descriptor, text); });
     const auto chunks = descriptor == STDOUT_FILENO ? captured.output() : captured.errors();
     ASSERT_GE(chunks.size(), 4U);
     std::string joined;
     for (const std::string& chunk : chunks) {
-      EXPECT_LE(chunk.size(), kLongestChunk);
+      EXPECT_LE(chunk.size(), kMaxChunk);
       joined += chunk;
     }
     EXPECT_EQ(joined, text);
   }
 }
 
-// The whole text stands in the pipe before the reader comes to it.
+// The complete text is in the pipe before the reader reads from it.
 TEST(StreamCapture, TakesAsMuchAsItsBufferHolds) {
-  const std::string text(kLongestChunk + 6, 'y');
+  const std::string text(kMaxChunk + 6, 'y');
   const Captured captured = capture([&] {
     calls().onTime = [&] { put(STDERR_FILENO, text); };
-    putChunk("x");  // its error file is named while the text comes
+    putChunk("x");  // its error file gets its name while the text is written
     calls().onTime = {};
   });
   EXPECT_THAT(captured.errors(), ElementsAre("x", text.substr(6), "yyyyyy"));
@@ -236,7 +237,7 @@ TEST(StreamCapture, NeverTakesTextForAFormat) {
   EXPECT_EQ(captured.errorText, text + "\n");
 }
 
-TEST(StreamCapture, LogsAChunkUpToANulAndFilesItWhole) {
+TEST(StreamCapture, LogsAChunkUpToANulAndFilesItCompletely) {
   const Captured captured = capture([] { putChunk(std::string("a\0b\n", 4)); });
   EXPECT_THAT(captured.errors(), ElementsAre("a"));
   EXPECT_EQ(captured.errorText, std::string("a\0b\n", 4));
@@ -272,7 +273,7 @@ TEST(StreamCapture, SurvivesSignalsOnTheReaders) {
 }
 
 TEST(ErrorFile, HoldsEachChunkWithANewlineAndIsNamedOnce) {
-  calls().now = 1000;  // and a second later each time it is asked
+  calls().now = 1000;  // each call of time() returns a second more
   const Captured captured = inCaptureProcess([](Notes& notes) {
     notes["name"] = "/tmp/dotnet_error." + std::to_string(getpid()) + ".1000.log";
     tvRunLoggingThread();
@@ -285,7 +286,7 @@ TEST(ErrorFile, HoldsEachChunkWithANewlineAndIsNamedOnce) {
   EXPECT_EQ(captured.note("asked"), "1001");
 }
 
-// Where an event that holds `text` stands among those of the platform.
+// Returns the position among the platform events of the first one that contains `text`.
 size_t placeOf(const std::string& text) {
   const auto& events = platform().events;
   const auto place = std::find_if(events.begin(), events.end(), [&](const std::string& event) {
@@ -305,7 +306,7 @@ TEST(ErrorFile, IsWrittenBeforeTheChunkIsLogged) {
   EXPECT_EQ(captured.note("first"), "file");
 }
 
-TEST(ErrorFile, ExistsOnlyWhereSomethingWasWrittenToStandardError) {
+TEST(ErrorFile, ExistsOnlyIfSomethingWasWrittenToStandardError) {
   EXPECT_EQ(capturePrinted("fine").errorFile, "");
 }
 
@@ -344,7 +345,8 @@ TEST(ErrorFile, ThatTakesNoMoreIsSkippedAndTheChunkLogged) {
   EXPECT_THAT(captured.lines, SizeIs(4));
 }
 
-// Chunks whose error file has the name of what `plant` made.
+// Captures chunks while the name of the error file is already taken by the file that `plant`
+// creates.
 Captured captureOverPlanted(const std::function<void(const char* name)>& plant) {
   const Captured captured = capture([&] {
     errorLogFile = "/tmp/quillon-planted-test." + std::to_string(getpid());

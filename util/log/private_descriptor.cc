@@ -1,9 +1,9 @@
-#include "util/log/kept_descriptor.h"
+#include "util/log/private_descriptor.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
-int keptToItself(int descriptor) {
+int makePrivate(int descriptor) {
   if (descriptor > STDERR_FILENO) {
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     return descriptor;
