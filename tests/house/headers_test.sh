@@ -8,12 +8,13 @@
 set -u
 cd "$1" || exit 1
 
-options="-Wall -Wextra -Wpedantic -Werror -fsyntax-only -I. -Iplatform/include -Iplatform/workstation/include -Iplugin/include
-  -Iplugin/include-internal -Iplugin/src -Iplatform/workstation -Iplatform/zone"
+options="-Wall -Wextra -Wpedantic -Werror -fsyntax-only -I. -Iplatform/include"
+options="$options -Iplatform/workstation/include -Iplugin/include -Iplugin/include-internal"
+options="$options -Iplugin/src -Iplatform/workstation -Iplatform/zone"
 
 # each <compiler and its own options>: one compilation for each header named on standard input.
 each() {
-  xargs -P 2 -I HEADER sh -c 'printf "#include \"%s\"\n" HEADER | '"$1 $(echo $options)"' - ||
+  xargs -P 2 -I HEADER sh -c 'printf "#include \"%s\"\n" HEADER | '"$1 $options"' - ||
     { echo "does not compile alone: HEADER"; exit 1; }'
 }
 
@@ -29,7 +30,10 @@ is_proven() {
 all=$(find platform plugin quillon util -name '*.h')
 rest=$(for header in $all; do is_proven "$header" || echo "$header"; done)
 interface=$(find plugin/include platform/include/platform -name '*.h')
-[ -n "$all" ] && [ -n "$interface" ] || { echo "no headers found"; exit 1; }
+if [ -z "$all" ] || [ -z "$interface" ]; then
+  echo "no headers found"
+  exit 1
+fi
 
 failed=0
 echo "$rest" | each "$2 -std=c++20 -x c++" || failed=1

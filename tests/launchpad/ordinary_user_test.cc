@@ -1,9 +1,12 @@
 // The launch pad of somebody who is not root: device roots and zones are in user namespaces then.
 #include <gmock/gmock.h>
 #include <grp.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "tests/launchpad/running_launchpad.h"
 #include "tests/support/skip.h"
@@ -28,7 +31,7 @@ class OrdinaryUser {
   ~OrdinaryUser() {
     if (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0 ||
         setgroups(groups_.size(), groups_.data()) != 0) {
-      std::abort();
+      abort();
     }
   }
   OrdinaryUser(const OrdinaryUser&) = delete;
@@ -41,6 +44,30 @@ class OrdinaryUser {
   bool became_ = false;
 };
 
+// Puts the test's temporary files into that folder, as long as the object lives. By TMP, which
+// nothing but std::filesystem::temp_directory_path() reads: TMPDIR would change the launches.
+class TemporaryFilesIn {
+ public:
+  explicit TemporaryFilesIn(const std::string& folder) {
+    if (const char* before = getenv("TMP")) {
+      before_ = before;
+    }
+    setenv("TMP", folder.c_str(), 1);
+  }
+  ~TemporaryFilesIn() {
+    if (before_) {
+      setenv("TMP", before_->c_str(), 1);
+    } else {
+      unsetenv("TMP");
+    }
+  }
+  TemporaryFilesIn(const TemporaryFilesIn&) = delete;
+  TemporaryFilesIn& operator=(const TemporaryFilesIn&) = delete;
+
+ private:
+  std::optional<std::string> before_;
+};
+
 class OrdinaryUsersPool : public LaunchpadTest {
  protected:
   void SetUp() override {
@@ -48,6 +75,7 @@ class OrdinaryUsersPool : public LaunchpadTest {
       QUILLON_SKIP("every test of this run is this one already: it is not run by root");
     }
     ASSERT_EQ(chown(fresh("").c_str(), kSomebody, kSomebody), 0);
+    files_.emplace(fresh(""));  // the user may have no right to write to /tmp
     user_.emplace();
     ASSERT_TRUE(user_->became());
     // This is a matter of where the build lies, not of what the machine has.
@@ -63,6 +91,7 @@ class OrdinaryUsersPool : public LaunchpadTest {
 
  private:
   std::optional<OrdinaryUser> user_;
+  std::optional<TemporaryFilesIn> files_;
 };
 
 TEST_F(OrdinaryUsersPool, ServesItsUser) {

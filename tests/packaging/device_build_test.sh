@@ -15,10 +15,10 @@ trap 'rm -rf "$work"' EXIT
 
 source scripts/compiler-cache
 cp "$platform" "$work/libdevice.so"
-cmake -G Ninja -S . -B "$work" -DQUILLON_BUILD_WORKSTATION=OFF "${compiler_cache[@]}" \
-  "$@" -DQUILLON_PLATFORM_LIBRARIES="$work/libdevice.so" >"$work/log" &&
-  cmake --build "$work" --parallel 2 --target quillon-tv-plugin >>"$work/log" ||
-  { cat "$work/log"; exit 1; }
+quietly() { "$@" >"$work/log" || { cat "$work/log"; exit 1; }; }
+quietly cmake -G Ninja -S . -B "$work" -DQUILLON_BUILD_WORKSTATION=OFF "${compiler_cache[@]}" \
+  "$@" -DQUILLON_PLATFORM_LIBRARIES="$work/libdevice.so"
+quietly cmake --build "$work" --parallel 2 --target quillon-tv-plugin
 
 plugin=$work/lib/libquillon-tv-plugin.so
 nm -D --undefined-only "$plugin" >"$work/undefined"
@@ -26,7 +26,7 @@ grep -qw __dlog_print "$work/undefined"
 [[ ! -e $work/bin/quillon ]]
 
 # Without a platform the configure step says what is missing.
-if cmake -S . -B "$work/none" -DQUILLON_BUILD_WORKSTATION=OFF >"$work/log" 2>&1; then
+if cmake -G Ninja -S . -B "$work/none" -DQUILLON_BUILD_WORKSTATION=OFF >"$work/log" 2>&1; then
   echo "configuring without any platform should fail"
   exit 1
 fi

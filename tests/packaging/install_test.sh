@@ -6,10 +6,10 @@ build=$1 consumer=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-cmake --install "$build" --prefix "$work/prefix" >"$work/log" || { cat "$work/log"; exit 1; }
-
-cmake -S "$consumer" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" >"$work/log" &&
-  cmake --build "$work/cmake" >>"$work/log" || { cat "$work/log"; exit 1; }
+quietly() { "$@" >"$work/log" || { cat "$work/log"; exit 1; }; }
+quietly cmake --install "$build" --prefix "$work/prefix"
+quietly cmake -G Ninja -S "$consumer" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix"
+quietly cmake --build "$work/cmake"
 "$work/cmake/consumer"
 
 # The file names the prefix of the configure step, so it is told the one used here.
