@@ -1,28 +1,19 @@
 #include "quillon/timeline/html_text.h"
 
+#include <array>
+
 namespace quillon::timeline {
 
 std::string escapeHtml(std::string_view text) {
+  constexpr std::string_view kSpecial = "&<>\"'";
+  constexpr std::array kEntities = {"&amp;", "&lt;", "&gt;", "&quot;", "&#39;"};
   std::string escaped;
   for (const char letter : text) {
-    switch (letter) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      case '\'':
-        escaped += "&#39;";
-        break;
-      default:
-        escaped += static_cast<unsigned char>(letter) < 0x20 || letter == 0x7f ? ' ' : letter;
+    const bool isControl = static_cast<unsigned char>(letter) < 0x20 || letter == 0x7f;
+    if (const size_t special = kSpecial.find(letter); special != kSpecial.npos) {
+      escaped += kEntities[special];
+    } else {
+      escaped += isControl ? ' ' : letter;
     }
   }
   return escaped;

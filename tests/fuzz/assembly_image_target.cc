@@ -5,8 +5,8 @@
 #include "tests/fuzz/memory_file.h"
 #include "tests/fuzz/target.h"
 
-using quillon::host::requireExecutableAssembly;
 using quillon::host::imageError;
+using quillon::host::requireExecutableAssembly;
 
 FUZZ_TARGET(assembly_image) {
   const std::string_view wrong = imageError(bytes);

@@ -3,7 +3,6 @@
 #include "quillon/base/exit_status.h"
 
 #include <gmock/gmock.h>
-#include <signal.h>
 
 #include <algorithm>
 
@@ -69,7 +68,7 @@ TEST_F(ExitStatus, OfAnApplicationThatIsNotInstalled) {
   expectOneLine(launch({"--id", ""}), kNotInstalled, "''", "quillon package install");
 }
 
-TEST_F(ExitStatus, OfAPathThatHoldsAColon) {
+TEST_F(ExitStatus, OfAPathWithAColon) {
   expectOneLine(launch({kClock, "--path", "/opt/usr/a:b/c.dll"}), kUnusablePath,
                 "'/opt/usr/a:b/c.dll' holds ':'", "rename");
 }

@@ -58,7 +58,7 @@ TEST_F(Launch, LoadsEachAssemblyFromItsDevicePath) {
               MatchesRegex("/proc/self/fd/[0-9]+/Velora.Sample.Moon.dll"));
 }
 
-// The runtime's trace provider. A library that loads on any machine replaces it.
+// The runtime's trace provider, replaced by a library that loads on any machine.
 class TraceProvider : public RuntimeTest {
  protected:
   static constexpr char kProvider[] = "libcoreclrtraceptprovider.so";

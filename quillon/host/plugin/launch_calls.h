@@ -51,10 +51,10 @@ inline constexpr std::array kDirectLaunchCalls = {
     LaunchCall::kFinalize,        LaunchCall::kShutdown,
 };
 
-// A prepared launch (quillon/launchpad/worker), which makes the calls before kSetAppInfo when it
-// does not know its application yet. It captures the output before managed code can use the
-// console, and always preloads. kHasLogControl is not made with --raw. Before it is ready, the
-// worker may also run an assembly that does nothing, to warm up the runtime's path to Main.
+// A prepared launch (quillon/launchpad/worker). Its worker makes the calls before kSetAppInfo
+// before it knows the application. It captures the output before managed code can use the console,
+// and always preloads. kHasLogControl is not made with --raw. Before it is ready, the worker may
+// also run an assembly that does nothing, to warm up the runtime's path to Main.
 inline constexpr std::array kPreparedLaunchCalls = {
     LaunchCall::kInitialize,      LaunchCall::kGetTpa,
     LaunchCall::kGetDllPath,      LaunchCall::kGetNativeDllSearchingPath,
