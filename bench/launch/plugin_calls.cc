@@ -10,10 +10,10 @@
 #include <fstream>
 #include <string>
 
+#include "quillon/host/membarrier.h"
 #include "quillon/host/plugin/boost_listener.h"
 #include "quillon/host/plugin/plugin_library.h"
 #include "quillon/host/runtime/runtime.h"
-#include "quillon/host/thread_barrier.h"
 #include "workstation/packages.h"
 
 namespace {
@@ -60,7 +60,7 @@ void timeApplication(const PluginLibrary& plugin, const Runtime& runtime, const 
 
 int main(int argc, char** argv) {
   if (argc != 6) return 100;
-  registerThreadBarrier();
+  registerMembarrier();
   auto runtime = Runtime::load("/usr/share/dotnet.velora/netcoreapp");
   const auto start = std::chrono::steady_clock::now();
   const auto plugin = loadPlugin(argv[1]);

@@ -16,6 +16,8 @@
 #include "quillon/host/application/application_id.h"
 #include "quillon/host/application/target.h"
 #include "quillon/host/assemblies/assembly_image.h"
+#include "quillon/host/background_task.h"
+#include "quillon/host/membarrier.h"
 #include "quillon/host/plan.h"
 #include "quillon/host/plugin/assembly_validation.h"
 #include "quillon/host/plugin/plugin_calls.h"
@@ -24,22 +26,20 @@
 #include "quillon/host/runtime/runtime.h"
 #include "quillon/host/runtime/runtime_settings.h"
 #include "quillon/host/runtime_plan.h"
-#include "quillon/host/side_thread.h"
-#include "quillon/host/thread_barrier.h"
 
 namespace quillon::host {
 namespace {
 
 namespace fs = std::filesystem;
 
-// Through C's streams: std::cout and its kin are made at the start of each program that names one.
-void print(const LaunchPlan& plan, void (*asText)(const LaunchPlan&, std::ostream&), FILE* to) {
+// Writes with stdio: a program that names std::cout constructs all standard streams when it starts.
+void print(const LaunchPlan& plan, void (*format)(const LaunchPlan&, std::ostream&), FILE* file) {
   std::ostringstream text;
-  asText(plan, text);
-  std::fputs(text.str().c_str(), to);
+  format(plan, text);
+  std::fputs(text.str().c_str(), file);
 }
 
-// A launch in progress: what one step leaves for the next.
+// A launch in progress. The members hold the results of one step for the next ones.
 class Launch {
  public:
   explicit Launch(const LaunchOptions& options)
@@ -51,11 +51,11 @@ class Launch {
   Expected<void> prepare();
   Expected<void> enterDevice();
   Expected<LaunchTarget> findApplication() const;
-  Expected<void> registerSelf();
-  void beginLoadingRuntime();
-  void awaitLoading();
-  Expected<void> load();
-  Expected<void> askPlugin();
+  Expected<void> registerProcess();
+  void startLoadingRuntime();
+  void finishLoadingRuntime();
+  Expected<void> loadPlugin();
+  Expected<void> initializePlugin();
   Expected<void> planProperties();
   Expected<int> printPlan();
   Expected<int> runApplication();
@@ -64,7 +64,7 @@ class Launch {
   Expected<unsigned> executeAssembly(Runtime& runtime) const;
   static int shutDown(Runtime& runtime);
   LaunchPlan plan() const;
-  void explain();
+  void printVerbosePlan();
 
   const LaunchOptions& options_;
   const fs::path executable_;
@@ -74,11 +74,11 @@ class Launch {
   PluginLists lists_;
   RuntimePlan runtimePlan_;
   bool tpaFromCache_ = false;
-  std::optional<WithoutIdleTracing> quiet_;  // while the runtime is loaded
+  std::optional<ScopedLttngOff> lttngOff_;  // while the runtime's libraries are loaded
   std::optional<Expected<Runtime>> runtime_;
-  // Loads it, and so ends first. It has ended before the plug-in's first call: what the plug-in
-  // sets is the calling thread's.
-  std::optional<SideThread> loader_;
+  // Sets runtime_, so it is declared after it. It ends before the first call of the plug-in, which
+  // changes attributes of the calling thread only.
+  std::optional<BackgroundTask> loader_;
 };
 
 Expected<int> Launch::run() {
@@ -87,17 +87,17 @@ Expected<int> Launch::run() {
 }
 
 Expected<void> Launch::prepare() {
-  registerThreadBarrier();
+  registerMembarrier();
   RETURN_IF_FAILED(enterDevice());
-  if (!options_.plan) beginLoadingRuntime();
-  auto target = findApplication();
-  if (!target) return tl::unexpected(target.error());
-  target_ = std::move(*target);
-  RETURN_IF_FAILED(load());
-  RETURN_IF_FAILED(registerSelf());
-  awaitLoading();
+  if (!options_.plan) {
+    startLoadingRuntime();
+  }
+  ASSIGN_OR_RETURN(target_, findApplication());
+  RETURN_IF_FAILED(loadPlugin());
+  RETURN_IF_FAILED(registerProcess());
+  finishLoadingRuntime();
   setenv(kAppIdVariable, target_.application.id.c_str(), 1);
-  return askPlugin();
+  return initializePlugin();
 }
 
 Expected<void> Launch::enterDevice() {
@@ -108,25 +108,23 @@ Expected<void> Launch::enterDevice() {
   device::EnterOptions view;
   view.visible = {executable_.parent_path().parent_path(), pluginFile_.parent_path()};
   view.writable = options_.writable;
-  auto entered = device::enter(options_.device, view);
-  if (entered) return {};
-  return tl::unexpected(entered.error());
+  return device::enter(options_.device, view);
 }
 
-// The runtime's libraries are most of what a launch loads, and nothing before the plug-in's first
-// call needs them.
-void Launch::beginLoadingRuntime() {
-  quiet_.emplace();
+// The runtime's libraries are most of what a launch loads, and no step before the first call of the
+// plug-in needs them.
+void Launch::startLoadingRuntime() {
+  lttngOff_.emplace();
   loader_.emplace([this] {
     const TraceSpan span("load the runtime's libraries");
     runtime_ = Runtime::load(device_paths::kNetcoreapp);
   });
 }
 
-// From here on the environment may change.
-void Launch::awaitLoading() {
+// No other thread reads the environment after this function, so it may change.
+void Launch::finishLoadingRuntime() {
   loader_.reset();
-  quiet_.reset();
+  lttngOff_.reset();
 }
 
 Expected<LaunchTarget> Launch::findApplication() const {
@@ -134,39 +132,37 @@ Expected<LaunchTarget> Launch::findApplication() const {
   return findTarget(options_);
 }
 
-Expected<void> Launch::load() {
+Expected<void> Launch::loadPlugin() {
   const TraceSpan span("load the plug-in");
-  auto library = loadPlugin(pluginFile_);
+  auto library = host::loadPlugin(pluginFile_);
   if (!library) return fail(kNoPlugin, library.error());
   plugin_ = PluginCalls(*library, &target_);
   return {};
 }
 
-// Before anything of the plug-in that asks whose process this is.
-Expected<void> Launch::registerSelf() {
+// Call before the first function of the plug-in that looks up the package of this process.
+Expected<void> Launch::registerProcess() {
   const TraceSpan span("register the process");
-  if (auto noted = workstation::registerProcess(getpid(), target_.package.id); !noted) {
-    return fail(kServiceFailed, noted.error());
+  if (auto registered = workstation::registerProcess(getpid(), target_.package.id); !registered) {
+    return fail(kServiceFailed, registered.error());
   }
   workstation::clearProcessNotes();
   return {};
 }
 
-Expected<void> Launch::askPlugin() {
+Expected<void> Launch::initializePlugin() {
   RETURN_IF_FAILED(plugin_.initialize());
   const std::string cached = cachedTpa();
-  auto lists = plugin_.lists();
-  if (!lists) return tl::unexpected(lists.error());
-  lists_ = std::move(*lists);
+  ASSIGN_OR_RETURN(lists_, plugin_.lists());
   tpaFromCache_ = lists_.tpa && !cached.empty() && *lists_.tpa == cached;
   return planProperties();
 }
 
 Expected<void> Launch::planProperties() {
   const TraceSpan span("plan the runtime's properties");
-  auto planned = planRuntime(target_, lists_);
-  if (!planned) return fail(kNotExecutable, planned.error());
-  runtimePlan_ = std::move(*planned);
+  auto plan = planRuntime(target_, lists_);
+  if (!plan) return fail(kNotExecutable, plan.error());
+  runtimePlan_ = std::move(*plan);
   return {};
 }
 
@@ -177,7 +173,7 @@ LaunchPlan Launch::plan() const {
                   runtimePlan_,
                   pluginFile_.string(),
                   tpaFromCache_,
-                  bringsCompiledCode(fs::path(target_.assembly)),
+                  hasReadyToRunCode(fs::path(target_.assembly)),
                   {},
                   {}};
   plan.refusals = predictRefusals(target_);
@@ -204,15 +200,16 @@ Expected<int> Launch::runApplication() {
     return tl::unexpected(found.error());
   }
   RETURN_IF_FAILED(requireAssembly(target_));
-  if (options_.verbose) explain();
-  // Before the runtime, and so before other threads, exists.
+  if (options_.verbose) {
+    printVerbosePlan();
+  }
+  // validateAssemblies() requires a process with one thread, so call it before the runtime starts.
   if (options_.validate) {
     RETURN_IF_FAILED(validateAssemblies(plugin_, target_));
   }
   applySettings(options_.settings);
-  auto runtime = startRuntime();
-  if (!runtime) return tl::unexpected(runtime.error());
-  return execute(*runtime);
+  ASSIGN_OR_RETURN(Runtime runtime, startRuntime());
+  return execute(runtime);
 }
 
 Expected<Runtime> Launch::startRuntime() {
@@ -237,7 +234,8 @@ Expected<int> Launch::execute(Runtime& runtime) {
   return latched;
 }
 
-// Nothing native sees the moment of Main: the runtime loads the assembly first, within this span.
+// The span covers the loading of the assembly and Main: native code cannot observe the start of
+// Main.
 Expected<unsigned> Launch::executeAssembly(Runtime& runtime) const {
   const TraceSpan span("coreclr_execute_assembly: Main");
   return runtime.execute(target_.assembly, options_.arguments);
@@ -248,7 +246,7 @@ int Launch::shutDown(Runtime& runtime) {
   return runtime.shutDown();
 }
 
-void Launch::explain() {
+void Launch::printVerbosePlan() {
   findShadowsInFolders(runtimePlan_);
   print(plan(), printPlanText, stderr);
 }

@@ -1,5 +1,5 @@
-// What a launch would do, for people and for programs. docs/launcher-authors.md has the form of the
-// latter.
+// What a launch would do, as text for people and as JSON for programs. docs/launcher-authors.md
+// describes the JSON object.
 #pragma once
 
 #include <optional>
@@ -9,6 +9,7 @@
 
 #include "quillon/host/application/options.h"
 #include "quillon/host/application/target.h"
+#include "quillon/host/plugin/plugin_lists.h"
 #include "quillon/host/runtime_plan.h"
 
 namespace quillon::host {
@@ -20,20 +21,20 @@ struct LaunchPlan {
   const RuntimePlan& runtime;
   std::string plugin;  // file
   bool tpaFromCache = false;
-  bool bringsCompiledCode = false;  // the application's assembly, for the runtime to start with
-  std::vector<Failure> refusals;    // why the application would not come to run
-  std::optional<Failure> missing;   // what the machine lacks for the rest, if anything
+  bool readyToRun = false;         // the application's assembly has ReadyToRun code
+  std::vector<Failure> refusals;   // why the launch would not reach the application
+  std::optional<Failure> missing;  // what the machine lacks for the rest of the launch
 };
 
 void printPlanText(const LaunchPlan& plan, std::ostream& out);
 
-// One JSON object and a line break.
+// Prints one JSON object and a line break.
 void printPlanJson(const LaunchPlan& plan, std::ostream& out);
 
-// The plug-in's calls of a launch in their order, as both forms name them.
-std::vector<std::string> callsOf(const LaunchPlan& plan);
+// The calls of a direct launch in their order, with their arguments, as both forms print them.
+std::vector<std::string> formatCalls(const LaunchPlan& plan);
 
-// The directories of a list that are shared resources of packages.
+// The directories of the list that are shared resources of packages.
 std::vector<std::string> cobaDirectoriesOf(const PluginLists& lists);
 
 }  // namespace quillon::host

@@ -1,6 +1,8 @@
 #include <nlohmann/json.hpp>
 
 #include "device_paths.h"
+#include "quillon/host/assemblies/assembly_table.h"
+#include "quillon/host/assemblies/path_list.h"
 #include "quillon/host/plan.h"
 
 namespace quillon::host {
@@ -96,11 +98,11 @@ Json frameworkJson(const RuntimePlan& runtime) {
 
 void printPlanJson(const LaunchPlan& plan, std::ostream& out) {
   const RuntimePlan& runtime = plan.runtime;
-  const Json json = {{"application", applicationJson(plan.target, plan.bringsCompiledCode)},
+  const Json json = {{"application", applicationJson(plan.target, plan.readyToRun)},
                      {"device", plan.options.device.string()},
                      {"plugin", plan.plugin},
                      {"framework", frameworkJson(runtime)},
-                     {"calls", callsOf(plan)},
+                     {"calls", formatCalls(plan)},
                      {"lists", listsJson(plan)},
                      {"trustedAssemblies", trustedJson(plan)},
                      {"placeholders", runtime.placeholders},
@@ -112,7 +114,7 @@ void printPlanJson(const LaunchPlan& plan, std::ostream& out) {
                      {"arguments", plan.options.arguments},
                      {"refusals", refusalsJson(plan.refusals)},
                      {"missing", plan.missing ? failureJson(*plan.missing) : Json()}};
-  // A file name may hold any bytes; those that are no UTF-8 are shown as U+FFFD.
+  // A file name may contain any bytes. Bytes that are not valid UTF-8 become U+FFFD.
   out << json.dump(2, ' ', false, Json::error_handler_t::replace) << std::endl;
 }
 

@@ -34,8 +34,8 @@ std::string tpaText(const LaunchPlan& plan) {
   return count + " assemblies " + origin;
 }
 
-std::string compiledText(const LaunchPlan& plan) {
-  if (plan.bringsCompiledCode) return "yes, the assembly is ReadyToRun";
+std::string readyToRunText(const LaunchPlan& plan) {
+  if (plan.readyToRun) return "yes, the assembly is ReadyToRun";
   return "none: has no ReadyToRun code, starts slower; build it with PublishReadyToRun";
 }
 
@@ -59,7 +59,7 @@ std::vector<std::string> shadowText(const AssemblyTable& assemblies) {
   return lines;
 }
 
-// The long list is counted above; the others are shown whole.
+// Shows all properties except the list of trusted assemblies, which is too long.
 std::vector<std::string> propertyText(const RuntimePlan& runtime) {
   std::vector<std::string> lines;
   for (const auto& [name, value] : runtime.properties) {
@@ -88,8 +88,8 @@ void printPlanText(const LaunchPlan& plan, std::ostream& out) {
   line(out, "plug-in", plan.plugin);
   line(out, "framework", frameworkText(plan.runtime));
   line(out, "trusted list", tpaText(plan));
-  line(out, "compiled code", compiledText(plan));
-  section(out, "calls, in order", callsOf(plan));
+  line(out, "compiled code", readyToRunText(plan));
+  section(out, "calls, in order", formatCalls(plan));
   section(out, "assembly folders (APP_PATHS)", plan.runtime.appPaths.entries());
   section(out, "left out of APP_PATHS", plan.runtime.appPaths.ignored());
   section(out, "shared folders of packages", cobaDirectoriesOf(plan.lists));

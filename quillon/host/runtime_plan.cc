@@ -24,7 +24,7 @@ constexpr char kRuntimeIdentifier[] = "linux-arm";
 #error "name this processor's runtime identifier"
 #endif
 
-// Without a list of the plug-in's the framework's own assemblies are the trusted ones.
+// The framework's assemblies, which are the trusted ones if the plug-in returns no list.
 std::vector<std::string> frameworkAssemblies() {
   std::vector<std::string> paths;
   std::error_code error;
@@ -46,7 +46,7 @@ bool canOpen(const std::string& directory) {
   return fs::is_directory(directory, ignored) && access(directory.c_str(), R_OK) == 0;
 }
 
-// The placeholders go to the directories that can be opened, in order.
+// Assigns the placeholders, in order, to the directories that can be opened.
 std::vector<RequiredDpc> assignPlaceholders(const workstation::Application& application,
                                             const std::vector<std::string>& placeholders) {
   std::vector<RequiredDpc> required;
@@ -60,21 +60,22 @@ std::vector<RequiredDpc> assignPlaceholders(const workstation::Application& appl
   return required;
 }
 
-// own  the application's folders
-void planFolders(RuntimePlan& plan, const std::vector<std::string>& own, const PluginLists& lists) {
-  plan.appPaths.addAll(own);
+// application  the application's own folders
+void planFolders(RuntimePlan& plan, const std::vector<std::string>& application,
+                 const PluginLists& lists) {
+  plan.appPaths.addAll(application);
   plan.appPaths.addAll(splitList(lists.dllPath));
   plan.appPaths.addAll(splitList(lists.extraPath));
   for (const std::string& folder : plan.appPaths.entries()) {
     if (isPlaceholder(folder)) plan.placeholders.push_back(folder);
   }
   plan.nativePaths.addAll(splitList(lists.nativePath));
-  plan.nativePaths.addAll(own);
+  plan.nativePaths.addAll(application);
   plan.nativePaths.add(device_paths::kNetcoreapp);
 }
 
-// Satellite assemblies of trusted ones lie in culture folders beside them; those of the others are
-// found through APP_PATHS.
+// The runtime searches culture folders beside the trusted assemblies for their satellite
+// assemblies. It finds those of other assemblies through APP_PATHS.
 void planResourceRoots(RuntimePlan& plan) {
   for (const std::string& path : plan.assemblies.trusted()) {
     plan.resourceRoots.add(path.substr(0, path.rfind('/')));
@@ -86,17 +87,15 @@ void addIfFile(std::vector<std::string>& files, const fs::path& file) {
   if (fs::exists(file, ignored)) files.push_back(file.string());
 }
 
-// The dependency files that applications read through Microsoft.Extensions.DependencyModel.
+// The dependency files, which applications read through Microsoft.Extensions.DependencyModel.
 std::string dependencyFiles(const std::string& assembly, const std::string& frameworkFile) {
   std::vector<std::string> files;
   addIfFile(files, fs::path(assembly).replace_extension(".deps.json"));
   addIfFile(files, frameworkFile);
-  std::string list;
-  for (const std::string& file : files) list += (list.empty() ? "" : ";") + file;
-  return list;
+  return joinList(files, ';');
 }
 
-// What .NET's own host passes on of the environment.
+// .NET's own host passes this variable to the runtime as a property.
 void addStartupHooks(RuntimeProperties& properties) {
   const char* const hooks = std::getenv("DOTNET_STARTUP_HOOKS");
   if (hooks != nullptr && *hooks != '\0') properties.emplace_back("STARTUP_HOOKS", hooks);
@@ -126,22 +125,16 @@ RuntimeProperties propertiesOfAssembly(const LaunchTarget& target) {
   };
 }
 
-void setApplicationProperties(RuntimePlan& plan, const LaunchTarget& target) {
-  for (auto& property : propertiesOfAssembly(target)) {
-    plan.properties.push_back(std::move(property));
-  }
-}
-
-// The application's own settings, which may not replace what the launch rests on.
+// Adds the application's own settings. They cannot replace the properties that the launch needs.
 void addConfigured(RuntimeProperties& properties, const RuntimeProperties& configured) {
   for (const auto& setting : configured) {
-    const bool isTaken = std::any_of(properties.begin(), properties.end(), [&](const auto& known) {
-      return known.first == setting.first;
-    });
-    if (!isTaken) properties.push_back(setting);
+    const bool isSet = std::any_of(properties.begin(), properties.end(),
+                                   [&](const auto& known) { return known.first == setting.first; });
+    if (!isSet) properties.push_back(setting);
   }
 }
 
+// The directory that a folder of APP_PATHS will refer to; empty for an unused placeholder.
 std::string directoryBehind(const RuntimePlan& plan, const std::string& folder) {
   if (!isPlaceholder(folder)) return folder;
   for (const RequiredDpc& dpc : plan.requiredDpc) {
@@ -153,18 +146,19 @@ std::string directoryBehind(const RuntimePlan& plan, const std::string& folder) 
 }  // namespace
 
 Expected<RuntimePlan> planRuntime(const LaunchTarget& target, const PluginLists& lists) {
-  const auto config = readRuntimeConfig(target.assembly);
-  if (!config) return tl::unexpected(config.error());
+  ASSIGN_OR_RETURN(const RuntimeConfig config, readRuntimeConfig(target.assembly));
   RuntimePlan plan;
   plan.frameworkVersion = frameworkVersionOf(device_paths::kNetcoreapp);
-  plan.wantedVersion = config->frameworkVersion;
+  plan.wantedVersion = config.frameworkVersion;
   plan.assemblies.addTrusted(lists.tpa ? splitList(*lists.tpa) : frameworkAssemblies());
   planFolders(plan, target.folders(), lists);
   planResourceRoots(plan);
   plan.requiredDpc = assignPlaceholders(target.application, plan.placeholders);
   setProperties(plan);
-  setApplicationProperties(plan, target);
-  addConfigured(plan.properties, config->properties);
+  for (auto& property : propertiesOfAssembly(target)) {
+    plan.properties.push_back(std::move(property));
+  }
+  addConfigured(plan.properties, config.properties);
   return plan;
 }
 

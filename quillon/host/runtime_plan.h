@@ -1,7 +1,6 @@
-// From the plug-in's lists to what the runtime is started with.
+// Computes the runtime's properties from the application and from the plug-in's lists.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,16 +13,16 @@
 
 namespace quillon::host {
 
-// A package that the application requires, and the placeholder that will lead to its directory.
+// A package that the application requires, and the placeholder that will refer to its directory.
 struct RequiredDpc {
   std::string package;
   std::string directory;
-  std::string placeholder;  // empty: the directory cannot be opened, or no placeholder is left
+  std::string placeholder;  // empty if the directory cannot be opened or no placeholder is free
 };
 
 struct RuntimePlan {
-  std::string frameworkVersion;  // found in the device; empty: unknown
-  std::string wantedVersion;     // by the application; empty: not said
+  std::string frameworkVersion;  // in the device; empty if unknown
+  std::string wantedVersion;     // by the application; empty if it does not state one
   AssemblyTable assemblies;      // trusted platform assemblies
   DirectoryList appPaths;
   DirectoryList nativePaths;
@@ -33,22 +32,25 @@ struct RuntimePlan {
   RuntimeProperties properties;
 };
 
-// Fails where the application's runtimeconfig.json cannot be read.
+// The plan of a launch. Fails if the application's runtimeconfig.json cannot be read.
 [[nodiscard]] Expected<RuntimePlan> planRuntime(const LaunchTarget& target,
                                                 const PluginLists& lists);
 
-// The plan of a process that does not know its application yet: `folders` stand in the places of
-// the application's own, and `configured` is what its build will say of the runtime; `assembly` is
-// one more trusted assembly. The plan has none of the properties that the application's own files
-// decide.
+// The plan of a prepared process, which does not know its application yet. The plan has none of the
+// properties that depend on the application's own files.
+//
+// folders     used in place of LaunchTarget::folders()
+// configured  the properties of the application's runtimeconfig.json
+// assembly    added to the trusted assemblies
 RuntimePlan planPrepared(const std::vector<std::string>& folders, const PluginLists& lists,
                          const RuntimeProperties& configured, const std::string& assembly);
 
-// The properties in which planRuntime's plan differs from planPrepared's.
+// The properties in which the plan of planRuntime() differs from that of planPrepared().
 RuntimeProperties propertiesOfApplication(const LaunchTarget& target, const PluginLists& lists);
 
-// Looks into every folder of APP_PATHS for files that lose to another one, placeholders seen as the
-// directories that they will lead to. Reads directories, so it is for those who ask.
+// Searches every folder of APP_PATHS for files that are shadowed by another one, and adds them to
+// plan.assemblies. A placeholder counts as the directory that it will refer to. Reads directories,
+// so call it only if the result is shown.
 void findShadowsInFolders(RuntimePlan& plan);
 
 }  // namespace quillon::host

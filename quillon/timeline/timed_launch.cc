@@ -25,24 +25,26 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array<int, 6> kPassedOn = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2};
+constexpr std::array<int, 6> kForwardedSignals = {SIGINT, SIGQUIT, SIGTERM,
+                                                  SIGHUP, SIGUSR1, SIGUSR2};
 
-// What a signal handler needs to know.
+// For the signal handler.
 volatile sig_atomic_t g_child = 0;
 
-// A terminal sends its signals to the child itself, which is in the same process group.
-void passOn(int signal, siginfo_t* info, void* /*context*/) {
-  const int callersErrno = errno;
+// Ignores signals from the terminal, which also sends them to the child: it is in the same process
+// group.
+void forwardSignal(int signal, siginfo_t* info, void* /*context*/) {
+  const int savedErrno = errno;
   if (info->si_code != SI_KERNEL) kill(static_cast<pid_t>(g_child), signal);
-  errno = callersErrno;
+  errno = savedErrno;
 }
 
-void passSignalsOnTo(pid_t child) {
+void forwardSignalsTo(pid_t child) {
   g_child = child;
   struct sigaction action {};
-  action.sa_sigaction = passOn;
+  action.sa_sigaction = forwardSignal;
   action.sa_flags = SA_SIGINFO | SA_RESTART;
-  for (const int signal : kPassedOn) sigaction(signal, &action, nullptr);
+  for (const int signal : kForwardedSignals) sigaction(signal, &action, nullptr);
 }
 
 int waitFor(pid_t child) {
@@ -52,7 +54,7 @@ int waitFor(pid_t child) {
   return status;
 }
 
-std::string endingOf(int status) {
+std::string describeExit(int status) {
   if (!WIFSIGNALED(status)) return "ended with status " + std::to_string(WEXITSTATUS(status));
   return "ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
          strsignal(WTERMSIG(status)) + ")";
@@ -60,8 +62,8 @@ std::string endingOf(int status) {
 
 void mark(const std::string& text) { prctl(PR_LAUNCH_MARKER, text.c_str(), text.size()); }
 
-// The child left a core where one was wanted; this process, which dies for show, does not.
-[[noreturn]] void dieOf(int signal) {
+// Ends this process by the signal that ended the child, without a second core dump.
+[[noreturn]] void dieBySignal(int signal) {
   const rlimit none{0, 0};
   setrlimit(RLIMIT_CORE, &none);
   ::signal(signal, SIG_DFL);
@@ -69,8 +71,8 @@ void mark(const std::string& text) { prctl(PR_LAUNCH_MARKER, text.c_str(), text.
   _exit(128 + signal);
 }
 
-int endAs(int status) {
-  if (WIFSIGNALED(status)) dieOf(WTERMSIG(status));
+int exitLikeChild(int status) {
+  if (WIFSIGNALED(status)) dieBySignal(WTERMSIG(status));
   return WEXITSTATUS(status);
 }
 
@@ -84,8 +86,8 @@ int endAs(int status) {
   exit(host::launch(options));
 }
 
-// Found out before the launch rather than after it.
-Expected<void> makeEmpty(const fs::path& file) {
+// Creates the file, or empties it. Call before the launch, so that a failure is reported before it.
+Expected<void> createEmpty(const fs::path& file) {
   if (std::ofstream(file, std::ios::trunc)) return {};
   return fail("cannot write the timeline '" + file.string() + "': " + std::strerror(errno),
               "name a file in a folder that exists and can be written");
@@ -95,10 +97,9 @@ Expected<void> makeEmpty(const fs::path& file) {
 
 Expected<void> writeTimelinePage(const fs::path& trace, const fs::path& page,
                                  const std::string& title) {
-  const auto timeline = readTimeline(trace);
-  if (!timeline) return tl::unexpected(timeline.error());
+  ASSIGN_OR_RETURN(const Timeline timeline, readTimeline(trace));
   std::ofstream stream(page, std::ios::binary | std::ios::trunc);
-  stream << timelinePage(*timeline, title);
+  stream << timelinePage(timeline, title);
   if (stream.flush()) return {};
   return fail("cannot write the timeline '" + page.string() + "'",
               "name a file in a folder that exists and has space");
@@ -107,7 +108,7 @@ Expected<void> writeTimelinePage(const fs::path& trace, const fs::path& page,
 int launchWithTimeline(const host::LaunchOptions& options) {
   const fs::path trace = fs::path(options.timeline).replace_extension(".json");
   for (const fs::path& file : {trace, options.timeline}) {
-    if (const auto made = makeEmpty(file); !made) return report(made.error());
+    if (const auto created = createEmpty(file); !created) return report(created.error());
   }
   const pid_t parent = getpid();
   const pid_t child = fork();
@@ -116,15 +117,18 @@ int launchWithTimeline(const host::LaunchOptions& options) {
         {std::string("cannot start a process: ") + std::strerror(errno), "", kServiceFailed});
   }
   if (child == 0) launchInChild(options, trace, parent);
-  passSignalsOnTo(child);
+  forwardSignalsTo(child);
   const int status = waitFor(child);
-  const std::string ending = endingOf(status);
-  if (workstation::startTrace(trace.string())) mark("the application's process " + ending);
-  const auto written = writeTimelinePage(trace, options.timeline, options.appId + " " + ending);
-  if (!written) report(written.error());
-  const auto closed = closeTrace(trace);
-  if (!closed) report(closed.error());
-  return endAs(status);
+  const std::string exitText = describeExit(status);
+  if (workstation::startTrace(trace.string())) mark("the application's process " + exitText);
+  const std::string title = options.appId + " " + exitText;
+  if (const auto written = writeTimelinePage(trace, options.timeline, title); !written) {
+    report(written.error());
+  }
+  if (const auto closed = closeTrace(trace); !closed) {
+    report(closed.error());
+  }
+  return exitLikeChild(status);
 }
 
 }  // namespace quillon::timeline

@@ -1,4 +1,4 @@
-// A launch that leaves a picture of itself.
+// A launch that writes a page with its timeline.
 #pragma once
 
 #include <filesystem>
@@ -9,16 +9,16 @@
 
 namespace quillon::timeline {
 
-// Launches as launch() does, in a child process, since the application may end in ways in which
-// nothing of its process can write any more. Writes the page options.timeline, and the trace events
-// beside it with the extension ".json"; both files are replaced.
+// Launches as host::launch() does, but in a child process, because the application may end in ways
+// after which its process cannot write a file. Writes the page options.timeline, and the trace
+// events to the same path with the extension ".json". Replaces both files if they exist.
 //
-// The child shares everything with this process, which passes on the signals that it is sent, ends
-// with the child's status or by the child's signal, and does not outlive it; nor the child this
-// process. The process must have one thread.
+// This process forwards the signals that it receives to the child, and ends with the child's exit
+// status or by the signal that ended the child. If one of the two processes dies, so does the
+// other. The calling process must have one thread.
 int launchWithTimeline(const host::LaunchOptions& options);
 
-// Writes the page of a trace. Fails where one of the files cannot be used.
+// Writes the page of a trace. Fails if the trace cannot be read or the page cannot be written.
 [[nodiscard]] Expected<void> writeTimelinePage(const std::filesystem::path& trace,
                                                const std::filesystem::path& page,
                                                const std::string& title);

@@ -12,20 +12,20 @@ namespace {
 
 using Json = nlohmann::json;
 
-// A thread while its events come in: which of its entries are spans that have not ended.
+// A thread whose events are being read.
 struct OpenThread {
   TimelineThread thread;
-  std::vector<size_t> open;
+  std::vector<size_t> open;  // indexes of the entries that are spans without an end so far
 };
 
 template <typename Value>
-Value field(const Json& event, const char* name, Value otherwise) {
+Value field(const Json& event, const char* name, Value fallback) {
   const auto found = event.find(name);
-  if (found == event.end() || found->is_number() != std::is_arithmetic_v<Value>) return otherwise;
+  if (found == event.end() || found->is_number() != std::is_arithmetic_v<Value>) return fallback;
   return found->template get<Value>();
 }
 
-// One event stands on a line, with a comma behind it.
+// Each line is one event, followed by a comma.
 Json eventOf(std::string line) {
   if (!line.empty() && line.back() == ',') line.pop_back();
   return Json::parse(line, nullptr, /*allow_exceptions=*/false);

@@ -1,4 +1,4 @@
-// One launch as spans and marks on a line of time, read from trace events.
+// The spans and marks of one launch, read from a file of trace events.
 #pragma once
 
 #include <filesystem>
@@ -13,13 +13,13 @@ namespace quillon::timeline {
 struct TimelineEntry {
   std::string name;
   double start = 0;
-  double end = 0;  // that of a mark is its start
-  int depth = 0;   // spans around it
+  double end = 0;  // equal to start for a mark
+  int depth = 0;   // number of spans around it
   bool isMark = false;
-  bool isOpen = false;  // the trace ends before the span does
+  bool isOpen = false;  // the span has no end in the trace
 };
 
-// What one thread did, in the order in which it began.
+// The entries of one thread, in the order of their starts.
 struct TimelineThread {
   int process = 0;
   int thread = 0;
@@ -28,16 +28,16 @@ struct TimelineThread {
 
 struct Timeline {
   double end = 0;
-  std::vector<TimelineThread> threads;  // in the order in which they come up
+  std::vector<TimelineThread> threads;  // in the order of their first events
 };
 
-// Reads the events of docs/workstation-log-and-trace.md. A line that is no event, such as the last
-// one of a process that was killed while it wrote, is left out. Fails where the file cannot be read
-// or holds no event.
+// Reads the events that docs/workstation-log-and-trace.md describes. Ignores lines that are not
+// events, such as an incomplete last line of a process that was killed. Fails if the file cannot be
+// read or contains no event.
 [[nodiscard]] Expected<Timeline> readTimeline(const std::filesystem::path& traceFile);
 
-// Makes a trace that nobody writes to any more a whole JSON array: leaves out what follows the last
-// whole event and closes the array. Fails where the file cannot be written.
+// Makes a trace a complete JSON array: removes the bytes after the last complete event and closes
+// the array. No process may write to the file any more. Fails if the file cannot be written.
 [[nodiscard]] Expected<void> closeTrace(const std::filesystem::path& traceFile);
 
 }  // namespace quillon::timeline

@@ -4,8 +4,11 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <map>
+#include <string_view>
 
-#include "quillon/timeline/page_parts.h"
+#include "quillon/timeline/html_text.h"
+#include "quillon/timeline/page_files.h"
 
 namespace quillon::timeline {
 namespace {
@@ -17,8 +20,8 @@ constexpr int kWidth = kNamesWidth + kBarsWidth + kTimesWidth;
 constexpr int kRowHeight = 20;
 constexpr int kTop = 34;
 constexpr int kIndent = 14;
-constexpr double kSmallestBar = 1.5;
-constexpr int kMostTicks = 10;
+constexpr double kMinBarWidth = 1.5;
+constexpr int kMaxTicks = 10;
 constexpr double kMicrosecondsPerMs = 1000;
 
 std::string number(double value) {
@@ -27,7 +30,7 @@ std::string number(double value) {
   return text.data();
 }
 
-// Milliseconds with as many digits as a reader can use.
+// Milliseconds with three decimals below ten, else one.
 std::string milliseconds(double microseconds) {
   const double ms = microseconds / kMicrosecondsPerMs;
   std::array<char, 32> text{};
@@ -35,29 +38,28 @@ std::string milliseconds(double microseconds) {
   return text.data();
 }
 
-bool begins(const std::string& text, const char* start) { return text.rfind(start, 0) == 0; }
-
-// The class that gives a row its colour: who works in it.
-const char* kindOf(const TimelineEntry& entry) {
+// The CSS class that gives a row its colour, by the component that the span belongs to.
+const char* classOf(const TimelineEntry& entry) {
   if (entry.isMark) return "mark";
-  if (begins(entry.name, "coreclr_") || entry.name == "load the runtime's libraries") {
+  if (entry.name.starts_with("coreclr_") || entry.name == "load the runtime's libraries") {
     return "runtime";
   }
-  if (begins(entry.name, "plugin_")) return "plugin";
+  if (entry.name.starts_with("plugin_")) return "plugin";
   return entry.depth == 0 ? "launcher" : "inner";
 }
 
-// 1, 2 or 5 times a power of ten, so that the scale has at most kMostTicks steps.
+// The smallest step of 1, 2 or 5 times a power of ten with which the scale has at most kMaxTicks
+// steps.
 double tickStep(double length) {
-  const double least = length / kMostTicks;
-  const double power = std::pow(10, std::floor(std::log10(least)));
+  const double min = length / kMaxTicks;
+  const double power = std::pow(10, std::floor(std::log10(min)));
   for (const double factor : {1.0, 2.0, 5.0}) {
-    if (factor * power >= least) return factor * power;
+    if (factor * power >= min) return factor * power;
   }
   return 10 * power;
 }
 
-// Draws downwards, row by row.
+// Draws the rows from top to bottom.
 class Picture {
  public:
   explicit Picture(const Timeline& timeline)
@@ -88,7 +90,7 @@ void Picture::drawScale(int height) {
     const std::string ms = number(i * step / kMicrosecondsPerMs);
     scale_ += "<line class='grid' x1='" + x + "' x2='" + x + "' y1='24' y2='" +
               std::to_string(height) + "'/><text class='tick' x='" + x + "' y='17'>" +
-              withoutZeros(ms) + "</text>\n";
+              withoutTrailingZeros(ms) + "</text>\n";
   }
   scale_ += "<text class='unit' x='" + std::to_string(kNamesWidth - 12) + "' y='17'>ms</text>\n";
 }
@@ -100,13 +102,13 @@ std::string Picture::shapeOf(const TimelineEntry& entry) const {
     return "<circle class='shape mark' cx='" + number(x) + "' cy='" + std::to_string(middle) +
            "' r='3.5'/>";
   }
-  const double width = std::max(xOf(entry.end) - x, kSmallestBar);
-  return "<rect class='shape " + std::string(kindOf(entry)) + (entry.isOpen ? " open" : "") +
+  const double width = std::max(xOf(entry.end) - x, kMinBarWidth);
+  return "<rect class='shape " + std::string(classOf(entry)) + (entry.isOpen ? " open" : "") +
          "' x='" + number(x) + "' y='" + std::to_string(y_ + 4) + "' width='" + number(width) +
          "' height='" + std::to_string(kRowHeight - 8) + "' rx='2'/>";
 }
 
-// At the right edge, where no other label of the row can be.
+// At the right edge, where the row has no other label.
 std::string Picture::labelOf(const TimelineEntry& entry) const {
   const std::string text = entry.isMark   ? "at " + milliseconds(entry.start)
                            : entry.isOpen ? "did not end"
@@ -120,12 +122,12 @@ std::string Picture::nameOf(const TimelineEntry& entry) const {
   return "<svg x='" + std::to_string(indent) + "' y='" + std::to_string(y_) + "' width='" +
          std::to_string(std::max(kNamesWidth - 16 - indent, 1)) + "' height='" +
          std::to_string(kRowHeight) + "'><text class='name" + (entry.isMark ? " dim" : "") +
-         "' x='0' y='14'>" + escaped(entry.name) + "</text></svg>";
+         "' x='0' y='14'>" + escapeHtml(entry.name) + "</text></svg>";
 }
 
 void Picture::drawEntry(const TimelineEntry& entry) {
   rows_ += "<g class='row' data-start='" + number(entry.start) + "' data-end='" +
-           number(entry.end) + "'><title>" + escaped(entry.name) + "\n" +
+           number(entry.end) + "'><title>" + escapeHtml(entry.name) + "\n" +
            milliseconds(entry.start) + (entry.isMark ? "" : " to " + milliseconds(entry.end)) +
            "</title><rect class='stripe' x='0' y='" + std::to_string(y_) + "' width='" +
            std::to_string(kWidth) + "' height='" + std::to_string(kRowHeight) + "'/>" +
@@ -153,12 +155,29 @@ std::string Picture::draw() {
          rows_ + "</g>\n<g id='scale'>\n" + scale_ + "</g>\n</svg>\n";
 }
 
+// Replaces each {{name}} of `page` by its value. A value may contain any text, also "{{".
+std::string fillFields(std::string_view page,
+                       const std::map<std::string_view, std::string>& values) {
+  constexpr std::string_view kBegin = "{{";
+  constexpr std::string_view kEnd = "}}";
+  std::string filled;
+  for (size_t begin; (begin = page.find(kBegin)) != page.npos;) {
+    const size_t end = page.find(kEnd, begin);
+    filled += page.substr(0, begin);
+    filled += values.at(page.substr(begin + kBegin.size(), end - begin - kBegin.size()));
+    page.remove_prefix(end + kEnd.size());
+  }
+  return filled.append(page);
+}
+
 }  // namespace
 
 std::string timelinePage(const Timeline& timeline, const std::string& title) {
-  return pageStart(title) + "<p class='sum'>" + milliseconds(timeline.end) +
-         " from the first event to the last</p>\n" + legend() + Picture(timeline).draw() +
-         pageEnd();
+  return fillFields(kPageHtml, {{"title", escapeHtml(title)},
+                                {"style", kPageCss},
+                                {"duration", milliseconds(timeline.end)},
+                                {"picture", Picture(timeline).draw()},
+                                {"script", kPageJs}});
 }
 
 }  // namespace quillon::timeline

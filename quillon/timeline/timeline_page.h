@@ -1,4 +1,4 @@
-// The page that pictures a launch.
+// The HTML page of a timeline.
 #pragma once
 
 #include <string>
@@ -7,9 +7,8 @@
 
 namespace quillon::timeline {
 
-// An HTML page that needs nothing beside itself: every span and mark is a row of one inline
-// picture, below a scale in milliseconds. With scripts a click on a row shows its time alone.
-// `title` and all names may hold any text.
+// Returns a page that needs no other files. It shows every span and mark as a row of one inline SVG
+// picture, below a scale in milliseconds. `title` and all names may be any text.
 std::string timelinePage(const Timeline& timeline, const std::string& title);
 
 }  // namespace quillon::timeline

@@ -5,11 +5,11 @@
 #include "tests/fuzz/memory_file.h"
 #include "tests/fuzz/target.h"
 
+using quillon::host::imageError;
 using quillon::host::requireExecutableAssembly;
-using quillon::host::wrongWithImage;
 
 FUZZ_TARGET(assembly_image) {
-  const std::string_view wrong = wrongWithImage(bytes);
+  const std::string_view wrong = imageError(bytes);
   const MemoryFile file(bytes);
   const auto required = requireExecutableAssembly(file.path());
   FUZZ_REQUIRE(required.has_value() == wrong.empty());
@@ -21,7 +21,7 @@ FUZZ_TARGET(assembly_image) {
   FUZZ_REQUIRE(bytes.starts_with("MZ"));
   FUZZ_REQUIRE(bytes.find(std::string_view("PE\0\0", 4)) != bytes.npos);
   // What follows an image does not make it another one, and its start is part of it.
-  FUZZ_REQUIRE(wrongWithImage(std::string(bytes) + std::string(64, '\xff')).empty());
-  FUZZ_REQUIRE(!wrongWithImage(bytes.substr(1)).empty() || bytes.substr(1).starts_with("MZ"));
-  FUZZ_REQUIRE(!wrongWithImage(bytes.substr(0, 0x40)).empty());
+  FUZZ_REQUIRE(imageError(std::string(bytes) + std::string(64, '\xff')).empty());
+  FUZZ_REQUIRE(!imageError(bytes.substr(1)).empty() || bytes.substr(1).starts_with("MZ"));
+  FUZZ_REQUIRE(!imageError(bytes.substr(0, 0x40)).empty());
 }

@@ -13,7 +13,7 @@ void put(std::string& image, size_t offset, unsigned long number, int size) {
   for (int i = 0; i < size; ++i) image[offset + i] = static_cast<char>(number >> (8 * i));
 }
 
-// The least image that the check looks at: one section, which holds the CLI header.
+// The smallest image that the check accepts: one section, which contains the CLI header.
 std::string image(unsigned long entryPoint, unsigned long flags = 1, bool is64 = false) {
   constexpr size_t kPe = 0x80;
   constexpr size_t kOptionalSize = 0xf0;
@@ -36,59 +36,57 @@ std::string image(unsigned long entryPoint, unsigned long flags = 1, bool is64 =
 }
 
 TEST(AssemblyImage, IsExecutableWithAManagedEntryPoint) {
-  EXPECT_EQ(wrongWithImage(image(0x06000001)), "");
-  EXPECT_EQ(wrongWithImage(image(0x06000001, 1, true)), "");
+  EXPECT_EQ(imageError(image(0x06000001)), "");
+  EXPECT_EQ(imageError(image(0x06000001, 1, true)), "");
 }
 
-TEST(AssemblyImage, NeedsAnEntryPoint) {
-  EXPECT_EQ(wrongWithImage(image(0)), "it has no entry point");
-}
+TEST(AssemblyImage, NeedsAnEntryPoint) { EXPECT_EQ(imageError(image(0)), "it has no entry point"); }
 
-TEST(AssemblyImage, MayNotBeNative) {
-  EXPECT_EQ(wrongWithImage(image(0x06000001, 0x10)), "it holds native code, not an assembly");
+TEST(AssemblyImage, RejectsNativeImages) {
+  EXPECT_EQ(imageError(image(0x06000001, 0x10)), "it holds native code, not an assembly");
   std::string noCli = image(0x06000001);
   put(noCli, 0x80 + 24 + 96 + 14 * 8, 0, 4);
-  EXPECT_EQ(wrongWithImage(noCli), "it holds native code, not an assembly");
+  EXPECT_EQ(imageError(noCli), "it holds native code, not an assembly");
 }
 
-TEST(AssemblyImage, IsNoneForOtherBytes) {
-  EXPECT_EQ(wrongWithImage(""), "it is not an assembly");
-  EXPECT_EQ(wrongWithImage("MZ"), "it is not an assembly");
-  EXPECT_EQ(wrongWithImage("\x7f"
-                           "ELF and what follows it, for some bytes more than sixty-four of them"),
+TEST(AssemblyImage, RejectsOtherBytes) {
+  EXPECT_EQ(imageError(""), "it is not an assembly");
+  EXPECT_EQ(imageError("MZ"), "it is not an assembly");
+  EXPECT_EQ(imageError("\x7f"
+                       "ELF and what follows it, for some bytes more than sixty-four of them"),
             "it is not an assembly");
 }
 
-TEST(AssemblyImage, CutShortAnywhereIsRefused) {
+TEST(AssemblyImage, RejectsTruncatedImages) {
   const std::string whole = image(0x06000001);
   constexpr size_t kEndOfEntryPoint = 0x200 + 8 + 24;
   for (size_t size = 0; size < kEndOfEntryPoint; ++size) {
-    EXPECT_NE(wrongWithImage(std::string(whole, 0, size)), "") << size;
+    EXPECT_NE(imageError(std::string(whole, 0, size)), "") << size;
   }
 }
 
-TEST(AssemblyImage, WithWildNumbersIsReadWithinItsBounds) {
+TEST(AssemblyImage, ReadsWithinBoundsWhateverTheNumbers) {
   const std::string whole = image(0x06000001);
   for (size_t at = 0; at + 4 <= whole.size(); ++at) {
-    std::string wild = whole;
-    put(wild, at, 0xffffffff, 4);
-    (void)wrongWithImage(wild);  // under the address sanitizer, a read outside fails here
+    std::string modified = whole;
+    put(modified, at, 0xffffffff, 4);
+    (void)imageError(modified);  // the address sanitizer reports a read out of bounds
   }
 }
 
-TEST(AssemblyImage, BringsCompiledCodeWhereItNamesItsHeader) {
+TEST(AssemblyImage, HasReadyToRunCodeIfItHasAReadyToRunHeader) {
   constexpr size_t kManagedNativeHeader = 0x200 + 8 + 64;
   std::string compiled = image(0x06000001);
-  EXPECT_FALSE(bringsCompiledCode(std::string_view(compiled)));
+  EXPECT_FALSE(hasReadyToRunCode(std::string_view(compiled)));
   put(compiled, kManagedNativeHeader, 0x2060, 4);
-  EXPECT_TRUE(bringsCompiledCode(std::string_view(compiled)));
+  EXPECT_TRUE(hasReadyToRunCode(std::string_view(compiled)));
   for (size_t size = 0; size < kManagedNativeHeader + 4; ++size) {
-    EXPECT_FALSE(bringsCompiledCode(std::string_view(compiled).substr(0, size))) << size;
+    EXPECT_FALSE(hasReadyToRunCode(std::string_view(compiled).substr(0, size))) << size;
   }
-  EXPECT_FALSE(bringsCompiledCode(std::filesystem::path("/nonexistent/App.dll")));
+  EXPECT_FALSE(hasReadyToRunCode(std::filesystem::path("/nonexistent/App.dll")));
 }
 
-TEST(AssemblyImage, ThatCannotBeReadIsNamed) {
+TEST(AssemblyImage, FailureNamesAFileThatCannotBeRead) {
   const auto checked = requireExecutableAssembly("/nonexistent/App.dll");
   ASSERT_FALSE(checked.has_value());
   EXPECT_THAT(checked.error().what, HasSubstr("'/nonexistent/App.dll': it cannot be read"));

@@ -15,7 +15,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-TEST(SimpleName, IsTheFileNameWithoutItsEndings) {
+TEST(SimpleName, IsTheFileNameWithoutExtensions) {
   EXPECT_EQ(simpleNameOf("/a/System.Linq.dll"), "System.Linq");
   EXPECT_EQ(simpleNameOf("/a/System.Linq.ni.dll"), "System.Linq");
   EXPECT_EQ(simpleNameOf("A.NI.EXE"), "A");
@@ -24,7 +24,7 @@ TEST(SimpleName, IsTheFileNameWithoutItsEndings) {
   EXPECT_EQ(simpleNameOf(""), "");
 }
 
-TEST(AssemblyTable, KeepsTheFirstPathOfANameWhateverTheCase) {
+TEST(AssemblyTable, KeepsTheFirstPathOfANameIgnoringCase) {
   AssemblyTable table;
   table.addTrusted({"/1/A.dll", "/2/a.DLL", "/2/B.dll", "/3/A.exe"});
   EXPECT_THAT(table.trusted(), ElementsAre("/1/A.dll", "/2/B.dll"));
@@ -34,7 +34,7 @@ TEST(AssemblyTable, KeepsTheFirstPathOfANameWhateverTheCase) {
   EXPECT_EQ(table.shadows()[0].winner, "/1/A.dll");
 }
 
-TEST(AssemblyTable, LetsANativeImageTakeThePlaceOfTheFileBesideIt) {
+TEST(AssemblyTable, PrefersANativeImageInTheSameFolder) {
   AssemblyTable table;
   table.addTrusted(
       {"/1/A.dll", "/1/A.ni.dll", "/1/B.ni.dll", "/1/B.dll", "/1/C.dll", "/2/C.ni.dll"});
@@ -43,14 +43,14 @@ TEST(AssemblyTable, LetsANativeImageTakeThePlaceOfTheFileBesideIt) {
   EXPECT_EQ(table.shadows()[0].loser, "/1/A.dll");
 }
 
-TEST(AssemblyTable, LeavesOutWhatIsNoAbsolutePathOfAnAssembly) {
+TEST(AssemblyTable, RejectsPathsThatAreRelativeOrNotAssemblies) {
   AssemblyTable table;
   table.addTrusted({"A.dll", "/1/x.ni.abc", "/1/B.dll"});
   EXPECT_THAT(table.trusted(), ElementsAre("/1/B.dll"));
   EXPECT_THAT(table.rejections(), SizeIs(2));
 }
 
-TEST(AssemblyTable, TakesThePathThatIsThereTwiceOnce) {
+TEST(AssemblyTable, IgnoresARepeatedPath) {
   AssemblyTable table;
   table.addTrusted({"/1/A.dll", "/1/A.dll"});
   EXPECT_THAT(table.trusted(), SizeIs(1));
@@ -71,7 +71,7 @@ class AssemblyFolders : public ::testing::Test {
   test::TemporaryDirectory directory_;
 };
 
-TEST_F(AssemblyFolders, ShowWhichFileLosesToATrustedOne) {
+TEST_F(AssemblyFolders, ReportTheFileShadowedByATrustedOne) {
   const std::string trusted = make("fw/A.dll");
   const std::string own = make("bin/a.dll");
   AssemblyTable table;
@@ -82,7 +82,7 @@ TEST_F(AssemblyFolders, ShowWhichFileLosesToATrustedOne) {
   EXPECT_EQ(table.shadows()[0].winner, trusted);
 }
 
-TEST_F(AssemblyFolders, ShowWhichFileLosesToAnEarlierFolder) {
+TEST_F(AssemblyFolders, ReportTheFileShadowedByAnEarlierFolder) {
   const std::string first = make("1/A.dll");
   const std::string sameFolder = make("1/A.exe");
   const std::string second = make("2/A.dll");
@@ -95,7 +95,7 @@ TEST_F(AssemblyFolders, ShowWhichFileLosesToAnEarlierFolder) {
   EXPECT_EQ(table.shadows()[1].winner, first);
 }
 
-TEST_F(AssemblyFolders, ShowAFileThatLostAlreadyOnce) {
+TEST_F(AssemblyFolders, ReportAShadowedFileOnlyOnce) {
   const std::string winner = make("fw/A.dll");
   const std::string loser = make("shared/A.dll");
   AssemblyTable table;
@@ -105,7 +105,7 @@ TEST_F(AssemblyFolders, ShowAFileThatLostAlreadyOnce) {
   EXPECT_EQ(table.shadows()[0].loser, loser);
 }
 
-TEST_F(AssemblyFolders, AreNoRivalsOfThemselves) {
+TEST_F(AssemblyFolders, DoNotShadowTheirOwnFiles) {
   const std::string path = make("1/A.dll");
   fs::create_symlink(folder("1"), folder("link"));
   AssemblyTable table;

@@ -1,4 +1,4 @@
-// The launch-boost notice of a launch, whose device root has no daemon as a rule.
+// The launch-boost notice of a launch, in a device root that usually has no daemon.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -14,7 +14,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-// A stream socket at a path of this process's; it listens until it is closed, and its name stays.
+// Returns a listening stream socket. Its path remains when it is closed.
 int listenAt(const fs::path& path) {
   const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
@@ -31,7 +31,7 @@ class BoostNotice : public RuntimeTest {
     RuntimeTest::SetUp();
     if (!IsSkipped()) makeDevice();
   }
-  // The launch's trace, where the plug-in says how it fared.
+  // Returns the launch's trace, in which the plug-in reports whether the notice was sent.
   std::string launchTraced() {
     const fs::path file = fresh("trace.json");
     fs::remove(file);
@@ -41,24 +41,24 @@ class BoostNotice : public RuntimeTest {
   fs::path socketPath() const { return at("/tmp/kestsock"); }
 };
 
-auto IsHeardAtOnce() {
+auto IsReceivedAtOnce() {
   return AllOf(HasSubstr(std::string("APPSTART:") + kClock), Not(HasSubstr("connect error")));
 }
 
-TEST_F(BoostNotice, IsTakenByTheLauncherWhereNobodyListens) {
-  EXPECT_THAT(launchTraced(), IsHeardAtOnce());
+TEST_F(BoostNotice, IsReceivedByTheLauncherIfThereIsNoDaemon) {
+  EXPECT_THAT(launchTraced(), IsReceivedAtOnce());
   EXPECT_FALSE(fs::exists(fs::symlink_status(socketPath())));
 }
 
-TEST_F(BoostNotice, IsTakenInPlaceOfASocketThatWasLeftBehind) {
+TEST_F(BoostNotice, IsReceivedByTheLauncherInPlaceOfAStaleSocket) {
   close(listenAt(socketPath()));
-  EXPECT_THAT(launchTraced(), IsHeardAtOnce());
+  EXPECT_THAT(launchTraced(), IsReceivedAtOnce());
   EXPECT_FALSE(fs::exists(fs::symlink_status(socketPath())));
 }
 
-TEST_F(BoostNotice, IsLeftToTheDaemon) {
+TEST_F(BoostNotice, IsReceivedByTheDaemonIfThereIsOne) {
   const int daemon = listenAt(socketPath());
-  EXPECT_THAT(launchTraced(), IsHeardAtOnce());
+  EXPECT_THAT(launchTraced(), IsReceivedAtOnce());
   const int connection = accept4(daemon, nullptr, nullptr, SOCK_CLOEXEC);
   char bytes[256] = {};
   EXPECT_GT(read(connection, bytes, sizeof bytes - 1), 0);
@@ -68,8 +68,7 @@ TEST_F(BoostNotice, IsLeftToTheDaemon) {
   close(daemon);
 }
 
-// What is no socket is nobody's to remove.
-TEST_F(BoostNotice, AFileOfAnotherKindStays) {
+TEST_F(BoostNotice, DoesNotReplaceAFileThatIsNotASocket) {
   write(socketPath(), "kept");
   EXPECT_THAT(launchTraced(), HasSubstr("connect error"));
   EXPECT_EQ(contentOf(socketPath()), "kept");

@@ -1,4 +1,4 @@
-// The end of a process whose output is captured, by readers of the test's own.
+// The exit of a process whose output is captured. The tests provide the reader threads.
 #include "quillon/host/plugin/captured_output.h"
 
 #include <gtest/gtest.h>
@@ -18,8 +18,8 @@
 namespace quillon::host {
 namespace {
 
-// What came through standard output of a child that runs `body` and exits; its streams are a pipe.
-// One that hangs is ended by SIGALRM.
+// Runs `body` in a child that then exits, and returns the bytes that it wrote to its standard
+// output or error, which are a pipe. SIGALRM ends a child that hangs.
 std::string printedBy(const std::function<void()>& body) {
   std::array<int, 2> ends{};
   if (pipe(ends.data()) != 0) return "no pipe";
@@ -42,7 +42,7 @@ std::string printedBy(const std::function<void()>& body) {
                      : "status " + std::to_string(status);
 }
 
-// A thread that holds a stream's lock for ever, as one in a read from the terminal does.
+// Holds a stream's lock in another thread for ever, as a read from the terminal does.
 void holdLockOf(FILE* file) {
   std::atomic<bool> held{false};
   std::thread([&held, file] {
@@ -53,16 +53,16 @@ void holdLockOf(FILE* file) {
   while (!held) std::this_thread::yield();
 }
 
-TEST(CapturedOutput, AThreadThatReadsInputHoldsNoExitUp) {
+TEST(CapturedOutput, AThreadThatReadsInputDoesNotDelayTheExit) {
   EXPECT_EQ(printedBy([] {
-              awaitCapturedOutputAtExit();
+              drainCapturedOutputAtExit();
               std::fputs("unflushed", stdout);
               holdLockOf(stdin);
             }),
             "unflushed");
 }
 
-// A reader that is in a read, not in a poll, may have something in its hand.
+// A reader in read(2), not in poll(2), may not have logged all of its input.
 void readThenPrint(std::atomic<bool>& reads, int input) {
   pthread_setname_np(pthread_self(), "Stdout Thread");
   reads = true;
@@ -70,12 +70,12 @@ void readThenPrint(std::atomic<bool>& reads, int input) {
   if (read(input, &byte, 1) != 1 || write(STDERR_FILENO, "dealt with", 10) < 0) _exit(1);
 }
 
-TEST(CapturedOutput, TheExitWaitsForAReaderThatDoesNotPoll) {
+TEST(CapturedOutput, TheExitWaitsForAReaderThatIsNotInPoll) {
   EXPECT_EQ(printedBy([] {
               static std::array<int, 2> ends{};
               static std::atomic<bool> reads{false};
               if (pipe(ends.data()) != 0) _exit(1);
-              awaitCapturedOutputAtExit();
+              drainCapturedOutputAtExit();
               std::thread([] { readThenPrint(reads, ends[0]); }).detach();
               while (!reads) std::this_thread::yield();
               std::thread([] {

@@ -1,5 +1,6 @@
-// How applications end on the real runtime: what wait status tells, and which rule of the plug-in
-// decided, by the messages that its signal handlers log. docs/crashes.md shows the same as a table.
+// How applications end on the real runtime: the wait status, and the rule of the plug-in that
+// applied, which the log messages of its signal handlers show. docs/crashes.md has the same as a
+// table.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -33,7 +34,7 @@ constexpr char kTerm[] = "Sigterm Handler";
 constexpr int kAborted = 128 + SIGABRT;
 constexpr int kFaulted = 128 + SIGSEGV;
 
-// What came out of one launch.
+// The result of one launch.
 struct Outcome {
   int status;
   Words messages;  // of the signal handlers, in order
@@ -49,13 +50,14 @@ class Endings : public RuntimeTest {
     makeEndingDevice();
   }
 
-  // The application's status and messages; `actions` are those of the sample.
+  // Runs the sample application with `actions` to its end.
   Outcome end(const Words& actions) {
     Words command = {kEnding, "--"};
     command.insert(command.end(), actions.begin(), actions.end());
     fs::remove(logFile());
-    const Ending ending = launchCaptured(command, {"QUILLON_LOG=json:" + logFile().string()});
-    return {ending.status, messages()};
+    const CommandResult result =
+        launchCaptured(command, {"QUILLON_LOG=json:" + logFile().string()});
+    return {result.status, messages()};
   }
 
   Outcome terminate(const Words& actions) {
@@ -65,8 +67,8 @@ class Endings : public RuntimeTest {
         "sh",    "-c", kTerminateOnceItWaits, logFile(), kQuillon, "launch", "--device", root(),
         kEnding, "--"};
     command.insert(command.end(), actions.begin(), actions.end());
-    const Ending ending = run(command, {"QUILLON_LOG=json:" + logFile().string()});
-    return {ending.status, messages()};
+    const CommandResult result = run(command, {"QUILLON_LOG=json:" + logFile().string()});
+    return {result.status, messages()};
   }
 
   void expectBoth(const Words& actions, int status, const Words& expected) {
@@ -75,14 +77,14 @@ class Endings : public RuntimeTest {
     expectOutcome("with the marker", end(actions), status, expected);
   }
 
-  // The same for an application that waits to be terminated.
+  // The same for an application that waits for SIGTERM.
   void expectBothTerminated(const Words& actions, int status, const Words& expected) {
     expectOutcome("without the marker", terminate(actions), status, expected);
     write(at(kDumpMarker), "");
     expectOutcome("with the marker", terminate(actions), status, expected);
   }
 
-  // An abort that ends quietly without the marker only.
+  // Expects an abort that ends the process quietly, but only without the marker.
   void expectQuietWithoutMarker(const Words& actions) {
     expectOutcome("without the marker", end(actions), 0, {kAbort, kQuiet});
     write(at(kDumpMarker), "");
@@ -97,9 +99,9 @@ class Endings : public RuntimeTest {
          kill -TERM $!; wait $!)";
 
   void makeEndingDevice() {
-    const Ending made = run({kQuillon, "device", "init", root()});
+    const CommandResult made = run({kQuillon, "device", "init", root()});
     ASSERT_EQ(made.status, 0) << made.err;
-    const Ending installed =
+    const CommandResult installed =
         run({kQuillon, "package", "install", "--device", root(),
              std::string(QUILLON_BUILD_DIRECTORY "/managed/packages/") + kEnding + ".toml"});
     ASSERT_EQ(installed.status, 0) << installed.err;
@@ -107,7 +109,7 @@ class Endings : public RuntimeTest {
 
   fs::path logFile() const { return fresh("log"); }
 
-  // The handlers' messages share a stream, and so their lines, with what else is written there.
+  // Searches the whole text: a line may also contain other output of the same stream.
   Words messages() const {
     const std::string text = log();
     std::vector<std::pair<size_t, std::string>> found;
@@ -132,32 +134,33 @@ class Endings : public RuntimeTest {
   Precedence precedence_;
 };
 
-TEST_F(Endings, AnExceptionNobodyCatchesIsAnAbortWithADump) {
+TEST_F(Endings, AnUncaughtExceptionIsAnAbortWithADump) {
   expectBoth({"throw", "plain words"}, kAborted, {kAbort});
 }
 
-TEST_F(Endings, AnExceptionWhoseTextHoldsAKeywordEndsQuietly) {
+TEST_F(Endings, AnUncaughtExceptionWithAKeywordInItsTextEndsQuietly) {
   expectQuietWithoutMarker({"throw", "no Velora here"});
 }
 
-TEST_F(Endings, TheTerminalShowsWhatAQuietEndHides) {
-  const Ending ending = launchCaptured({kEnding, "--", "throw", "no Velora here"}, {});
-  EXPECT_EQ(ending.status, 0);
-  EXPECT_THAT(ending.err, HasSubstr("System.InvalidOperationException: no Velora here"));
-  EXPECT_THAT(ending.err, HasSubstr(kQuiet));
+TEST_F(Endings, TheTerminalShowsTheCauseOfAQuietEnd) {
+  const CommandResult result = launchCaptured({kEnding, "--", "throw", "no Velora here"}, {});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.err, HasSubstr("System.InvalidOperationException: no Velora here"));
+  EXPECT_THAT(result.err, HasSubstr(kQuiet));
 }
 
 TEST_F(Endings, WithoutCaptureNoExceptionEndsQuietly) {
-  const Ending ending = launch({kEnding, "--", "throw", "no Velora here"}, {"QUILLON_LOG=none"});
-  EXPECT_EQ(ending.status, kAborted);
-  EXPECT_THAT(ending.err, HasSubstr("System.InvalidOperationException: no Velora here"));
+  const CommandResult result =
+      launch({kEnding, "--", "throw", "no Velora here"}, {"QUILLON_LOG=none"});
+  EXPECT_EQ(result.status, kAborted);
+  EXPECT_THAT(result.err, HasSubstr("System.InvalidOperationException: no Velora here"));
 }
 
 TEST_F(Endings, FailFastIsAnAbortWithADump) {
   expectBoth({"fail-fast", "plain words"}, kAborted, {kAbort});
 }
 
-TEST_F(Endings, FailFastWhoseTextHoldsAKeywordEndsQuietly) {
+TEST_F(Endings, FailFastWithAKeywordInItsTextEndsQuietly) {
   expectQuietWithoutMarker({"fail-fast", "missing.dll"});
 }
 
@@ -167,7 +170,7 @@ TEST_F(Endings, AStackOverflowAfterAKeywordEndsQuietly) {
   expectQuietWithoutMarker({"say", "loaded some.dll", "overflow"});
 }
 
-TEST_F(Endings, ANullReferenceThatIsCaughtConcernsNobody) {
+TEST_F(Endings, ACaughtNullReferenceDoesNotEndTheProcess) {
   expectBoth({"catch-null", "end", "5"}, 5, {});
   EXPECT_THAT(log(), HasSubstr("caught"));
 }
@@ -189,7 +192,7 @@ TEST_F(Endings, ADoubleFreeIsPassedOnEvenAfterAKeyword) {
   EXPECT_THAT(log(), HasSubstr("double free or corruption"));
 }
 
-TEST_F(Endings, ADoubleFreeThatTheCLibraryDescribesInOtherWordsIsNoMemoryIssue) {
+TEST_F(Endings, ADoubleFreeWithAnotherMessageOfTheCLibraryIsNotAMemoryIssue) {
   expectQuietWithoutMarker({"say", "loaded some.dll", "native", "small-double-free"});
   EXPECT_THAT(log(), HasSubstr("free(): double free detected"));
 }
@@ -206,7 +209,7 @@ TEST_F(Endings, ATerminationEndsQuietly) {
   expectBothTerminated({"wait"}, 0, {kTerm});
 }
 
-TEST_F(Endings, ATerminationThatTheApplicationHandlesIsItsOwn) {
+TEST_F(Endings, ATerminationThatTheApplicationHandlesHasItsExitStatus) {
   expectBothTerminated({"handle-term", "wait"}, 6, {});
 }
 

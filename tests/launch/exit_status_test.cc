@@ -1,9 +1,8 @@
-// Every row of docs/exit-status.md that a launch can end with: status, and one line that names the
-// thing and the remedy.
+// Every row of docs/exit-status.md with which a launch can end: the status, and one line that names
+// the cause and the remedy.
 #include "quillon/base/exit_status.h"
 
 #include <gmock/gmock.h>
-#include <signal.h>
 
 #include <algorithm>
 
@@ -22,11 +21,11 @@ constexpr char kQuillon[] = QUILLON_BUILD_DIRECTORY "/bin/quillon";
 constexpr char kLibraryPath[] = QUILLON_BUILD_DIRECTORY "/lib";
 constexpr char kBin[] = "/opt/usr/apps/org.velora.sample.clock/bin/";
 
-void expectOneLine(const Ending& ending, int status, const std::string& what,
+void expectOneLine(const CommandResult& result, int status, const std::string& what,
                    const std::string& remedy) {
-  EXPECT_EQ(ending.status, status);
-  EXPECT_THAT(ending.err, AllOf(StartsWith("quillon: "), HasSubstr(what), HasSubstr(remedy)));
-  EXPECT_EQ(std::count(ending.err.begin(), ending.err.end(), '\n'), 1) << ending.err;
+  EXPECT_EQ(result.status, status);
+  EXPECT_THAT(result.err, AllOf(StartsWith("quillon: "), HasSubstr(what), HasSubstr(remedy)));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
 }
 
 // Rows that need no runtime.
@@ -69,23 +68,23 @@ TEST_F(ExitStatus, OfAnApplicationThatIsNotInstalled) {
   expectOneLine(launch({"--id", ""}), kNotInstalled, "''", "quillon package install");
 }
 
-TEST_F(ExitStatus, OfAPathThatHoldsAColon) {
+TEST_F(ExitStatus, OfAPathWithAColon) {
   expectOneLine(launch({kClock, "--path", "/opt/usr/a:b/c.dll"}), kUnusablePath,
                 "'/opt/usr/a:b/c.dll' holds ':'", "rename");
 }
 
 TEST_F(ExitStatus, OfADamagedRegistry) {
   write(at("/opt/usr/share/quillon/packages.db"), std::string(5000, 'x'));
-  const Ending ending = launch({kClock});
-  EXPECT_EQ(ending.status, kServiceFailed);
-  EXPECT_THAT(ending.err, HasSubstr("packages.db"));
+  const CommandResult result = launch({kClock});
+  EXPECT_EQ(result.status, kServiceFailed);
+  EXPECT_THAT(result.err, HasSubstr("packages.db"));
 }
 
 TEST_F(ExitStatus, OfAMissingRuntime) {
   expectOneLine(launch({kClock}), kNoRuntime, "found an empty folder", "quillon device init");
 }
 
-// Rows of launches that come further.
+// Rows that need a runtime.
 class RuntimeExitStatus : public RuntimeTest {};
 
 TEST_F(RuntimeExitStatus, OfAMissingAssembly) {
@@ -111,10 +110,10 @@ TEST_F(RuntimeExitStatus, OfAnUnreadableRuntimeConfiguration) {
 
 TEST_F(RuntimeExitStatus, OfAFrameworkWithoutItsCoreLibrary) {
   makeDevice(frameworkWithout("System.Private.CoreLib.dll"));
-  const Ending ending = launch({kClock});
-  expectOneLine(ending, kRuntimeFailed, "coreclr_initialize", "quillon device init");
-  EXPECT_THAT(ending.err, HasSubstr("0x80070002 (file not found)"));
-  EXPECT_THAT(ending.err,
+  const CommandResult result = launch({kClock});
+  expectOneLine(result, kRuntimeFailed, "coreclr_initialize", "quillon device init");
+  EXPECT_THAT(result.err, HasSubstr("0x80070002 (file not found)"));
+  EXPECT_THAT(result.err,
               HasSubstr("/usr/share/dotnet.velora/netcoreapp/System.Private.CoreLib.dll"));
 }
 
@@ -124,7 +123,7 @@ TEST_F(RuntimeExitStatus, OfAFrameworkWithoutItsCompiler) {
                 "/usr/share/dotnet.velora/netcoreapp/libclrjit.so", "quillon device init");
 }
 
-TEST_F(RuntimeExitStatus, OfAnAssemblyThatIsNone) {
+TEST_F(RuntimeExitStatus, OfAFileThatIsNotAnAssembly) {
   makeDevice();
   const std::string bad = std::string(kBin) + "Bad.dll";
   write(at(bad), "no assembly");
@@ -163,16 +162,17 @@ exec = "bin/SampleClock.dll"
 }
 
 TEST_F(RuntimeExitStatus, IsAServiceFailureWhenNoDescriptorIsLeftForPlaceholders) {
-  if (isSanitized())
+  if (isSanitized()) {
     GTEST_SKIP() << "the sanitizers' check of an exception's type needs descriptors of its own";
+  }
   makeDevice();
-  // Inside beforehand, since entering takes descriptors too.
+  // Enter the device root before the limit applies, because that needs descriptors too.
   const std::string device = root().string();
   const std::string script =
       "ulimit -n 12; exec " + std::string(kQuillon) + " launch --device '" + device + "' " + kClock;
-  const Ending ending =
+  const CommandResult result =
       run({kQuillon, "device", "shell", device, "--", "sh", "-c", script}, {"QUILLON_LOG=none"});
-  expectOneLine(ending, kServiceFailed, "Fail to open /proc/self", "ulimit -n");
+  expectOneLine(result, kServiceFailed, "Fail to open /proc/self", "ulimit -n");
 }
 
 }  // namespace

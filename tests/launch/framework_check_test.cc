@@ -18,7 +18,7 @@ TEST(FrameworkVersion, DoesNotServeNewerApplications) {
   EXPECT_FALSE(serves("10.0.0", "10.1.0"));
 }
 
-TEST(FrameworkVersion, ServesWhereEitherIsUnknown) {
+TEST(FrameworkVersion, ServesIfEitherIsUnknown) {
   EXPECT_TRUE(serves("", "10.0.0"));
   EXPECT_TRUE(serves("8.0.0", ""));
 }

@@ -1,4 +1,4 @@
-// Every application type on the real runtime, and the services of its launch.
+// Launches of every application type on the real runtime, and the services of the plug-in.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -40,12 +40,12 @@ class ModesTest : public RuntimeTest {
   std::string log() const { return contentOf(logFile()); }
 
   void setConfig(const std::string& key, const std::string& value) const {
-    const Ending set = run({std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon", "config", "set",
-                            "--device", root(), key, value});
+    const CommandResult set = run({std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon", "config",
+                                   "set", "--device", root(), key, value});
     ASSERT_EQ(set.status, 0) << set.err;
   }
 
-  // Gives the platform a TV API assembly of the name that the application brings, too.
+  // Copies a TV API assembly of the application to the platform, under this file name.
   void addToPlatform(const std::string& name) const {
     fs::copy(at(std::string(kOwnFolder) + "/Velora.TV.Screen.dll"),
              at(std::string(kFrameworkFolder) + "/" + name));
@@ -102,7 +102,7 @@ TEST_F(ModesTest, AnApitestApplicationsOwnTvApiWinsOverThePlatforms) {
             std::string(kOwnFolder) + "/Velora.TV.Screen.dll");
 }
 
-TEST_F(ModesTest, ApitestLoadsThePlainAssemblyBesideAFileThatStandsForItsNativeImage) {
+TEST_F(ModesTest, ApitestLoadsTheILAssemblyBesideItsNativeImage) {
   addToPlatform("Velora.TV.Screen.dll");
   addToPlatform("Velora.TV.Screen.ni.dll");
   fs::remove(at(std::string(kOwnFolder) + "/Velora.TV.Screen.dll"));
@@ -112,7 +112,7 @@ TEST_F(ModesTest, ApitestLoadsThePlainAssemblyBesideAFileThatStandsForItsNativeI
             std::string(kFrameworkFolder) + "/Velora.TV.Screen.dll");
 }
 
-TEST_F(ModesTest, NormalTakesItsDeviceApiFromTheConfiguredDirectory) {
+TEST_F(ModesTest, NormalLoadsItsDeviceApiFromTheConfiguredDirectory) {
   const std::string api = "/opt/usr/share/api";
   fs::create_directories(at(api));
   fs::rename(at(std::string(kOwnFolder) + "/Velora.TV.Screen.dll"),
@@ -130,7 +130,7 @@ TEST_F(ModesTest, TheApplicationSeesTheCertificateFile) {
             "/opt/data/cert/zqca.pem");
 }
 
-TEST_F(ModesTest, AnApplicationThatIsOptedInHasItsCollectionsTraced) {
+TEST_F(ModesTest, CollectionsOfAnOptedInApplicationAreTraced) {
   write(at("/opt/usr/home/owner/share/gctracer/org.velora.sample.probe.debug"), "");
   RunningProbe probe(root(), "inhouse", logged());
   const std::regex collection(
@@ -151,7 +151,7 @@ TEST_F(ModesTest, OtherApplicationsAreNotTraced) {
   EXPECT_THAT(log(), Not(HasSubstr("\"GCTracer\"")));
 }
 
-// What the object tracker of a process answers; empty where none listens.
+// The answer of a process's object tracker; empty if none listens.
 std::string askTracker(const fs::path& path, const std::string& request) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -188,7 +188,7 @@ class ObjectTracker : public ModesTest {
   }
 };
 
-TEST_F(ObjectTracker, AnswersWhatTheHeapHolds) {
+TEST_F(ObjectTracker, ReportsTheSizesOfTheHeap) {
   RunningProbe probe(root(), "inhouse");
   const std::string before = askTracker(socketOf(probe), "live\n");
   for (const char* line : {"generation 0: ", "generation 1: ", "generation 2: ",
@@ -223,7 +223,7 @@ std::string labelOf(const fs::path& path) {
   return size < 0 ? std::strerror(errno) : std::string(label.data(), static_cast<size_t>(size));
 }
 
-TEST_F(ModesTest, TheDebuggerPipesOfTheRuntimeAreOpenToEveryLabel) {
+TEST_F(ModesTest, TheDebuggerPipesOfTheRuntimeHaveTheLabelForAll) {
   if (geteuid() != 0) QUILLON_SKIP("labels are set by root only");
   RunningProbe probe(root(), "normal");
   const std::string prefix = "clr-debug-pipe-" + std::to_string(probe.pid()) + "-";
@@ -256,7 +256,7 @@ TEST_F(ModesTest, ConsentClearsTheTimeZoneCacheOnce) {
   probe.ask("set TZ Asia/Tokyo");
   setConfig(kDisclaimer, "0");
   setConfig(kDisclaimer, "1");
-  // Nobody tells that nothing happens: half a second is far longer than a notice takes.
+  // No event shows that nothing happens. Half a second is much longer than a notice takes.
   usleep(500'000);
   EXPECT_EQ(probe.ask("time-zone"), "Europe/Madrid 60");
   EXPECT_EQ(probe.quit(), 0);

@@ -8,7 +8,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-TEST(PathList, SplitsWithoutEmptyPieces) {
+TEST(PathList, SplitsWithoutEmptyEntries) {
   EXPECT_THAT(splitList(":/a::/b:"), ElementsAre("/a", "/b"));
   EXPECT_THAT(splitList(""), IsEmpty());
   EXPECT_THAT(splitList("::"), IsEmpty());
@@ -20,9 +20,9 @@ TEST(PathList, JoinsWithoutSeparatorsAtTheEnds) {
   EXPECT_EQ(joinList({}), "");
 }
 
-TEST(PathList, KnowsPathsThatCannotBeJoined) {
-  EXPECT_TRUE(holdsSeparator("/a:b"));
-  EXPECT_FALSE(holdsSeparator("/a b"));
+TEST(PathList, FindsPathsThatCannotBeEntries) {
+  EXPECT_TRUE(containsSeparator("/a:b"));
+  EXPECT_FALSE(containsSeparator("/a b"));
 }
 
 TEST(DirectoryList, KeepsTheFirstOfEachDirectoryInOrder) {

@@ -50,7 +50,7 @@ TEST(PlainLaunch, LeavesOtherCommandsToTheParser) {
   EXPECT_FALSE(read({"device", "--device", "/d", "clock"}));
 }
 
-// The other options, other spellings of these, and every mistake.
+// Other options, other spellings of the same options, and every kind of mistake.
 class NotPlain : public ::testing::TestWithParam<std::vector<std::string_view>> {};
 
 TEST_P(NotPlain, IsLeftToTheParser) {

@@ -1,8 +1,9 @@
-// What a launch would do, and what it would be refused for.
+// The output of --plan: what a launch would do, and why it would be refused.
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include "quillon/base/exit_status.h"
+#include "quillon/host/plugin/launch_calls.h"
 #include "tests/launch/sample_device.h"
 
 namespace quillon::test {
@@ -50,13 +51,24 @@ TEST_F(Plan, ListsTheCallsOfALaunchInOrder) {
                   "coreclr_shutdown_2()"));
 }
 
-TEST_F(Plan, LeavesTheStreamsAloneWhenRaw) {
+// The name of the function in a call of the plan.
+std::string functionOf(const std::string& call) { return call.substr(0, call.find('(')); }
+
+TEST_F(Plan, ListsTheStatedCallsOfADirectLaunch) {
+  const auto calls = json({"--preload"})["calls"].get<std::vector<std::string>>();
+  ASSERT_EQ(calls.size(), host::kDirectLaunchCalls.size());
+  for (size_t i = 0; i < calls.size(); ++i) {
+    EXPECT_EQ(functionOf(calls[i]), host::nameOf(host::kDirectLaunchCalls[i]));
+  }
+}
+
+TEST_F(Plan, DoesNotCallLogControlWithRaw) {
   EXPECT_THAT(json()["calls"], ::testing::Contains("plugin_has_log_control()"));
   EXPECT_THAT(json({"--raw"})["calls"],
               ::testing::Not(::testing::Contains("plugin_has_log_control()")));
 }
 
-TEST_F(Plan, ShowsListsWordForWordAndPropertiesWithoutEmptyEntries) {
+TEST_F(Plan, ShowsListsUnchangedAndPropertiesWithoutEmptyEntries) {
   const auto plan = json();
   EXPECT_THAT(plan["lists"]["plugin_get_extra_dll_path"].get<std::string>(),
               StartsWith(":/proc/self/fd/"));
@@ -66,7 +78,7 @@ TEST_F(Plan, ShowsListsWordForWordAndPropertiesWithoutEmptyEntries) {
   EXPECT_THAT(plan["placeholders"], SizeIs(10));
 }
 
-TEST_F(Plan, ShowsWhereTheUsedPackagesAre) {
+TEST_F(Plan, ShowsTheDirectoriesOfTheUsedPackages) {
   const auto plan = json();
   EXPECT_EQ(plan["sharedDirectories"],
             nlohmann::json::array({"/opt/usr/apps/org.velora.sample.calendar/shared/res/"}));
@@ -76,7 +88,7 @@ TEST_F(Plan, ShowsWhereTheUsedPackagesAre) {
             "/opt/usr/apps/org.velora.sample.moon/shared/res/d.pc/");
 }
 
-TEST_F(Plan, GivesPlaceholdersToTheDirectoriesThatExistInOrder) {
+TEST_F(Plan, AssignsPlaceholdersInOrderToTheDirectoriesThatExist) {
   write(at("/opt/usr/apps/here/shared/res/d.pc/Here.dll"), "");
   installClock(std::string(kNoPrivilege) +
                "[application.metadata]\n\"/tv/metadata/d.pc/required\" = \"gone;;here\"\n");
@@ -86,7 +98,7 @@ TEST_F(Plan, GivesPlaceholdersToTheDirectoriesThatExistInOrder) {
   EXPECT_EQ(plan["requiredPackages"][1]["placeholder"], plan["placeholders"][0]);
 }
 
-TEST_F(Plan, TellsWhetherTheTrustedListComesFromTheCache) {
+TEST_F(Plan, ShowsWhetherTheTrustedListComesFromTheCache) {
   write(at("/usr/share/dotnet.velora/framework/Some.dll"), "");
   EXPECT_EQ(json()["trustedAssemblies"]["source"], "search");
   EXPECT_EQ(json()["trustedAssemblies"]["source"], "cache");
@@ -95,21 +107,21 @@ TEST_F(Plan, TellsWhetherTheTrustedListComesFromTheCache) {
 }
 
 TEST_F(Plan, ReadsAsTextForPeople) {
-  const Ending plan = launch({kClock, "--plan"});
+  const CommandResult plan = launch({kClock, "--plan"});
   EXPECT_THAT(plan.out, HasSubstr("application      org.velora.sample.clock\n"));
   EXPECT_THAT(plan.out, HasSubstr("  plugin_initialize(\"inhouse\")\n"));
   EXPECT_THAT(plan.out, HasSubstr("  org.velora.sample.moon: /opt/usr/apps/"));
 }
 
-TEST_F(Plan, SaysInOneLineWhatTheMachineLacks) {
-  const Ending plan = launch({kClock, "--plan"});
+TEST_F(Plan, ReportsInOneLineWhatTheMachineLacks) {
+  const CommandResult plan = launch({kClock, "--plan"});
   EXPECT_THAT(plan.err, HasSubstr("quillon: to go further: no .NET runtime: wanted "
                                   "Microsoft.NETCore.App"));
   EXPECT_THAT(json()["missing"]["what"].get<std::string>(), StartsWith("no .NET runtime"));
 }
 
 TEST_F(Plan, PredictsAMissingAssembly) {
-  const Ending plan = launch({kClock, "--plan", "--path", "/opt/usr/none.dll"});
+  const CommandResult plan = launch({kClock, "--plan", "--path", "/opt/usr/none.dll"});
   EXPECT_EQ(plan.status, kNoAssembly);
   EXPECT_THAT(plan.err, HasSubstr("'/opt/usr/none.dll'"));
 }
@@ -134,11 +146,11 @@ TEST_F(Plan, PredictsARefusedPathByItsTarget) {
 }
 
 TEST_F(Plan, NeedsNoRuntimeToShowThePlanOfALaunch) {
-  const Ending ending = launch({kClock});
-  EXPECT_EQ(ending.status, kNoRuntime);
-  EXPECT_THAT(ending.out, HasSubstr("plugin_set_coreclr_info()"));
-  EXPECT_THAT(ending.err, StartsWith("quillon: no .NET runtime: wanted Microsoft.NETCore.App"));
-  EXPECT_EQ(std::count(ending.err.begin(), ending.err.end(), '\n'), 1);
+  const CommandResult result = launch({kClock});
+  EXPECT_EQ(result.status, kNoRuntime);
+  EXPECT_THAT(result.out, HasSubstr("plugin_set_coreclr_info()"));
+  EXPECT_THAT(result.err, StartsWith("quillon: no .NET runtime: wanted Microsoft.NETCore.App"));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
 }
 
 }  // namespace

@@ -91,7 +91,7 @@ std::string RunningProbe::errors() const { return contentOf(errors_); }
 std::vector<std::string> RunningProbe::lines() const {
   std::ifstream file(answers_);
   std::vector<std::string> result;
-  // A line without its end is still being written.
+  // A line without a line break is still being written.
   for (std::string line; std::getline(file, line) && !file.eof();) result.push_back(line);
   return result;
 }

@@ -1,4 +1,4 @@
-// The sample application that answers questions, while it runs in a device root.
+// The sample application that answers questions, running in a device root.
 #pragma once
 
 #include <sys/types.h>
@@ -13,40 +13,40 @@ namespace quillon::test {
 
 inline constexpr char kProbe[] = "org.velora.sample.probe";
 
-// True as soon as `condition` holds; false after a generous while.
+// Waits until `condition` is true. Returns false after the limit.
 bool eventually(const std::function<bool()>& condition,
                 std::chrono::seconds limit = std::chrono::seconds(30));
 
 class RunningProbe {
  public:
-  // Launches it as an application of that type and waits until it is ready.
+  // Launches the sample as an application of that type and waits until it is ready.
   //
   // device       device root
   // environment  "NAME=VALUE", added to this process's
   RunningProbe(const std::filesystem::path& device, const std::string& type,
                const std::vector<std::string>& environment = {"QUILLON_LOG=none"});
-  // Ends it, by force if it still runs.
+  // Kills the application if it still runs.
   ~RunningProbe();
   RunningProbe(const RunningProbe&) = delete;
   RunningProbe& operator=(const RunningProbe&) = delete;
 
-  // The answer, one line; "(no answer)" when none came.
+  // Returns the answer, one line, or "(no answer)" if there is none.
   std::string ask(const std::string& question);
 
-  // Lets it end; its exit status, 128 + signal.
+  // Lets the application end. Returns its exit status, or 128 + signal.
   int quit();
 
   [[nodiscard]] pid_t pid() const { return pid_; }
-  // What the launch wrote to its standard error so far.
+  // The launch's standard output and error so far.
   [[nodiscard]] std::string errors() const;
 
  private:
   std::string answer();
   [[nodiscard]] std::vector<std::string> lines() const;
 
-  std::filesystem::path answers_;  // as this process sees them
+  std::filesystem::path answers_;  // as a path of this process
   std::filesystem::path errors_;
-  std::size_t read_ = 0;  // answers taken
+  std::size_t read_ = 0;  // number of answers returned so far
   int questions_ = -1;
   pid_t pid_ = -1;
 };

@@ -1,4 +1,4 @@
-// The application zone of a device root, while it runs.
+// A running application zone of a device root.
 #pragma once
 
 #include <filesystem>
@@ -8,7 +8,7 @@
 
 namespace quillon::test {
 
-// Runs as long as the object lives.
+// Starts the zone in the constructor and stops it in the destructor.
 class RunningZone {
  public:
   explicit RunningZone(const std::filesystem::path& device)
@@ -17,8 +17,8 @@ class RunningZone {
   RunningZone(const RunningZone&) = delete;
   RunningZone& operator=(const RunningZone&) = delete;
 
-  [[nodiscard]] const Ending& started() const { return started_; }
-  // Id of the process that holds it; empty where it could not be started.
+  [[nodiscard]] const CommandResult& started() const { return started_; }
+  // The id of the process that holds the zone; empty if it could not be started.
   [[nodiscard]] std::string holder() const {
     static constexpr char kBefore[] = "held by process ";
     const size_t at = started_.out.find(kBefore);
@@ -28,13 +28,13 @@ class RunningZone {
   }
 
  private:
-  Ending zone(const std::string& action) const {
+  CommandResult zone(const std::string& action) const {
     return run({std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon", "zone", action, "--device",
                 device_, "appzone"});
   }
 
   std::filesystem::path device_;
-  Ending started_;
+  CommandResult started_;
 };
 
 }  // namespace quillon::test

@@ -27,7 +27,7 @@ class RuntimeConfigFile : public ::testing::Test {
   test::TemporaryDirectory directory_;
 };
 
-TEST_F(RuntimeConfigFile, GivesPropertiesAsTextsInOrder) {
+TEST_F(RuntimeConfigFile, ReturnsPropertiesAsStringsInOrder) {
   const auto config = read(R"({"runtimeOptions": {"configProperties": {
       "b": true, "a": "text", "n": 12 /* a comment */ }}})");
   ASSERT_TRUE(config.has_value());
@@ -35,7 +35,7 @@ TEST_F(RuntimeConfigFile, GivesPropertiesAsTextsInOrder) {
               ElementsAre(Pair("b", "true"), Pair("a", "text"), Pair("n", "12")));
 }
 
-TEST_F(RuntimeConfigFile, TellsTheWantedVersionInBothForms) {
+TEST_F(RuntimeConfigFile, ReadsTheWantedVersionInBothForms) {
   EXPECT_EQ(read(R"({"runtimeOptions": {"framework":
                  {"name": "Microsoft.NETCore.App", "version": "8.0.1"}}})")
                 ->frameworkVersion,
@@ -46,7 +46,7 @@ TEST_F(RuntimeConfigFile, TellsTheWantedVersionInBothForms) {
             "9.0.0");
 }
 
-TEST_F(RuntimeConfigFile, MayBeMissingOrSayNothing) {
+TEST_F(RuntimeConfigFile, MayBeMissingOrHaveNoSettings) {
   EXPECT_THAT(readRuntimeConfig(directory_.path() / "None.dll")->properties, IsEmpty());
   for (const char* text : {"{}", R"({"runtimeOptions": 1})",
                            R"({"runtimeOptions": {"framework": {"name": 3}, "frameworks": 4}})",
@@ -59,7 +59,7 @@ TEST_F(RuntimeConfigFile, MayBeMissingOrSayNothing) {
   }
 }
 
-TEST_F(RuntimeConfigFile, IsNamedWhenItIsNoJson) {
+TEST_F(RuntimeConfigFile, IsNamedByTheFailureIfItIsNotJson) {
   for (const char* text : {"", "{", "[]", "\xff"}) {
     const auto config = read(text);
     ASSERT_FALSE(config.has_value()) << text;
@@ -67,7 +67,7 @@ TEST_F(RuntimeConfigFile, IsNamedWhenItIsNoJson) {
   }
 }
 
-TEST_F(RuntimeConfigFile, LeavesTheFrameworksVersionToItsDependencyFile) {
+TEST_F(RuntimeConfigFile, ReadsTheFrameworksVersionFromItsDependencyFile) {
   EXPECT_EQ(version(R"({"targets": {".NETCoreApp,Version=v10.0": {},
                 ".NETCoreApp,Version=v10.0/linux-x64":
                 {"Microsoft.NETCore.App.Runtime.linux-x64/10.0.12": {}}}})"),

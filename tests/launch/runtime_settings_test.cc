@@ -15,7 +15,7 @@ std::string valueOf(const char* variable) {
   return value != nullptr ? value : "(unset)";
 }
 
-TEST(RuntimeSettings, EachIsItsOwnVariableAndOthersStay) {
+TEST(RuntimeSettings, EachSetsOnlyItsOwnVariable) {
   const std::pair<Setting, const char*> all[] = {
       {&RuntimeSettings::tieredCompilation, "DOTNET_TieredCompilation"},
       {&RuntimeSettings::quickJitForLoops, "DOTNET_TC_QuickJitForLoops"},
@@ -39,22 +39,22 @@ TEST(RuntimeSettings, EachIsItsOwnVariableAndOthersStay) {
   }
 }
 
-TEST(WithoutIdleTracing, LeavesAProviderOutThatWouldSayNothing) {
+TEST(ScopedLttngOff, TurnsTheProviderOffByDefault) {
   for (const char* name : {"DOTNET_LTTng", "DOTNET_EnableEventLog", "COMPlus_EnableEventLog"}) {
     unsetenv(name);
   }
   {
-    const WithoutIdleTracing quiet;
+    const ScopedLttngOff lttngOff;
     EXPECT_EQ(valueOf("DOTNET_LTTng"), "0");
   }
   EXPECT_EQ(valueOf("DOTNET_LTTng"), "(unset)");
 }
 
-TEST(WithoutIdleTracing, LeavesItToWhoeverAskedForEvents) {
+TEST(ScopedLttngOff, DoesNothingIfEventsAreConfigured) {
   for (const char* name : {"DOTNET_LTTng", "DOTNET_EnableEventLog", "COMPlus_EnableEventLog"}) {
     setenv(name, "1", 1);
     {
-      const WithoutIdleTracing quiet;
+      const ScopedLttngOff lttngOff;
       EXPECT_NE(valueOf("DOTNET_LTTng"), "0") << name;
     }
     EXPECT_EQ(valueOf(name), "1");
@@ -62,19 +62,19 @@ TEST(WithoutIdleTracing, LeavesItToWhoeverAskedForEvents) {
   }
 }
 
-TEST(WithLastingCompiler, LetsTheThreadThatCompilesWaitUnlessSomebodyDecidedSo) {
+TEST(ScopedJitThreadKeepAlive, SetsTheTimeoutUnlessItIsConfigured) {
   constexpr char kName[] = "DOTNET_TC_BackgroundWorkerTimeoutMs";
   constexpr char kOtherName[] = "COMPlus_TC_BackgroundWorkerTimeoutMs";
   for (const char* name : {kName, kOtherName}) unsetenv(name);
   {
-    const WithLastingCompiler lasting;
+    const ScopedJitThreadKeepAlive keepAlive;
     EXPECT_EQ(valueOf(kName), "FFFFFFFF");
   }
   EXPECT_EQ(valueOf(kName), "(unset)");
   for (const char* name : {kName, kOtherName}) {
     setenv(name, "10", 1);
     {
-      const WithLastingCompiler lasting;
+      const ScopedJitThreadKeepAlive keepAlive;
       EXPECT_NE(valueOf(kName), "FFFFFFFF") << name;
     }
     EXPECT_EQ(valueOf(name), "10");

@@ -26,10 +26,10 @@ const fs::path kBuild = QUILLON_BUILD_DIRECTORY;
 const fs::path kQuillon = kBuild / "bin/quillon";
 const fs::path kMakeDevice = fs::path(QUILLON_SOURCE_DIRECTORY) / "scripts/make-sample-device";
 
-constexpr std::array<std::string_view, 5> kSettings = {"DOTNET_", "COMPlus_", "CORECLR_", "LC_",
-                                                       "QUILLON_"};
-constexpr std::array<std::string_view, 4> kMoreSettings = {"LANG", "LANGUAGE", "TMPDIR", "TZ"};
-constexpr std::array<std::string_view, 4> kKept = {
+constexpr std::array<std::string_view, 5> kVariablePrefixes = {"DOTNET_", "COMPlus_", "CORECLR_",
+                                                               "LC_", "QUILLON_"};
+constexpr std::array<std::string_view, 4> kVariables = {"LANG", "LANGUAGE", "TMPDIR", "TZ"};
+constexpr std::array<std::string_view, 4> kKeptVariables = {
     "DOTNET_ROOT", "QUILLON_DOTNET_ROOT", "QUILLON_LAUNCHPAD_STORM", "QUILLON_TESTS_MAY_NOT_SKIP"};
 
 template <typename Names>
@@ -38,9 +38,9 @@ bool isOneOf(const Names& names, std::string_view name) {
 }
 
 bool changesLaunches(std::string_view name) {
-  if (isOneOf(kKept, name)) return false;
-  return isOneOf(kMoreSettings, name) ||
-         std::any_of(kSettings.begin(), kSettings.end(),
+  if (isOneOf(kKeptVariables, name)) return false;
+  return isOneOf(kVariables, name) ||
+         std::any_of(kVariablePrefixes.begin(), kVariablePrefixes.end(),
                      [&](std::string_view prefix) { return name.starts_with(prefix); });
 }
 
@@ -67,25 +67,26 @@ int statusOf(pid_t child) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-// Why no device root can be entered here; empty where one can.
-std::string whyNoDevice(const fs::path& root) {
-  const Ending made = run({kQuillon, "device", "init", "--framework", "none", root});
+// The reason why no device root can be entered here; empty if one can.
+std::string deviceError(const fs::path& root) {
+  const CommandResult made = run({kQuillon, "device", "init", "--framework", "none", root});
   if (made.status != 0) return made.err;
-  const Ending entered = run({kQuillon, "device", "shell", root, "--", "true"});
+  const CommandResult entered = run({kQuillon, "device", "shell", root, "--", "true"});
   return entered.status == 0 ? "" : entered.err;
 }
 
 }  // namespace
 
-Ending run(const std::vector<std::string>& command, const std::vector<std::string>& environment) {
+CommandResult run(const std::vector<std::string>& command,
+                  const std::vector<std::string>& environment) {
   const TemporaryDirectory output;
   const pid_t child = fork();
   if (child == 0) become(command, environment, output.path());
-  Ending ending;
-  ending.status = statusOf(child);
-  ending.out = contentOf(output.path() / "out");
-  ending.err = contentOf(output.path() / "err");
-  return ending;
+  CommandResult result;
+  result.status = statusOf(child);
+  result.out = contentOf(output.path() / "out");
+  result.err = contentOf(output.path() / "err");
+  return result;
 }
 
 std::string contentOf(const fs::path& file) {
@@ -98,7 +99,7 @@ void write(const fs::path& file, const std::string& content) {
   std::ofstream(file, std::ios::binary) << content;
 }
 
-void forgetCallersSettings() {
+void unsetLaunchVariables() {
   std::vector<std::string> names;
   for (char** variable = environ; *variable != nullptr; ++variable) {
     const std::string_view text = *variable;
@@ -108,8 +109,8 @@ void forgetCallersSettings() {
   for (const std::string& name : names) unsetenv(name.c_str());
 }
 
-// What a program hands down besides: a build server may ignore signals and leave descriptors open.
-void forgetCallersProcess() {
+// Resets other inherited state: a build server may ignore signals and leave descriptors open.
+void resetProcessState() {
   for (int signal = 1; signal < NSIG; ++signal) {
     struct sigaction action {};
     if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
@@ -120,9 +121,9 @@ void forgetCallersProcess() {
 }
 
 void LaunchTest::SetUp() {
-  forgetCallersSettings();
-  forgetCallersProcess();
-  const std::string reason = whyNoDevice(directory_.path() / "probe");
+  unsetLaunchVariables();
+  resetProcessState();
+  const std::string reason = deviceError(directory_.path() / "probe");
   if (!reason.empty()) QUILLON_SKIP("no device root can be entered: " << reason);
 }
 
@@ -130,19 +131,19 @@ void LaunchTest::makeDevice(const std::string& framework) {
   std::vector<std::string> command = {kMakeDevice, "--build", kBuild};
   if (!framework.empty()) command.insert(command.end(), {"--framework", framework});
   command.push_back(root_);
-  const Ending made = run(command);
+  const CommandResult made = run(command);
   ASSERT_EQ(made.status, 0) << made.out << made.err;
 }
 
-Ending LaunchTest::launch(const std::vector<std::string>& more,
-                          const std::vector<std::string>& environment) const {
+CommandResult LaunchTest::launch(const std::vector<std::string>& more,
+                                 const std::vector<std::string>& environment) const {
   std::vector<std::string> raw = {"--raw"};
   raw.insert(raw.end(), more.begin(), more.end());
   return launchCaptured(raw, environment);
 }
 
-Ending LaunchTest::launchCaptured(const std::vector<std::string>& more,
-                                  const std::vector<std::string>& environment) const {
+CommandResult LaunchTest::launchCaptured(const std::vector<std::string>& more,
+                                         const std::vector<std::string>& environment) const {
   std::vector<std::string> command = {kQuillon, "launch", "--device", root_};
   command.insert(command.end(), more.begin(), more.end());
   return run(command, environment);
@@ -158,7 +159,7 @@ void LaunchTest::installClock(const std::string& manifest) {
   fs::copy(kBuild / "managed/packages" / kClock, folder / kClock,
            fs::copy_options::recursive | fs::copy_options::overwrite_existing);
   write(folder / "clock.toml", manifest);
-  const Ending installed =
+  const CommandResult installed =
       run({kQuillon, "package", "install", "--device", root_, folder / "clock.toml"});
   ASSERT_EQ(installed.status, 0) << installed.err;
 }

@@ -1,10 +1,9 @@
-// A device root of a test's own with the sample packages in it, and launches in it.
+// A temporary device root with the sample packages, and launches in it.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,51 +13,52 @@ namespace quillon::test {
 
 inline constexpr char kClock[] = "org.velora.sample.clock";
 
-// For every process that runs the runtime: it handles SIGSEGV itself and leaks what lives as long
-// as the process.
+// For every process with a runtime, which handles SIGSEGV itself and never frees memory that it
+// uses until the process ends.
 inline constexpr char kRuntimeSanitizerOptions[] =
     "ASAN_OPTIONS=handle_segv=0:handle_sigfpe=0:handle_abort=0:detect_leaks=0:use_sigaltstack=0:"
     "allow_user_segv_handler=1";
 
-struct Ending {
-  int status = -1;  // exit status; 128 + signal
+// The result of a process that has ended.
+struct CommandResult {
+  int status = -1;  // exit status, or 128 + signal
   std::string out;
   std::string err;
 };
 
-// Runs a program to its end, with `environment` ("NAME=VALUE") added to this process's.
-Ending run(const std::vector<std::string>& command,
-           const std::vector<std::string>& environment = {});
+// Runs a program to its end. Adds `environment` ("NAME=VALUE") to this process's environment.
+CommandResult run(const std::vector<std::string>& command,
+                  const std::vector<std::string>& environment = {});
 
 std::string contentOf(const std::filesystem::path& file);
 void write(const std::filesystem::path& file, const std::string& content);
 
-// Unsets what is set for whoever runs the tests and would change a launch: the runtime's and the
-// launcher's settings, the language and the temporary folder. Where the runtime is stays as told.
-void forgetCallersSettings();
+// Unsets the environment variables that change a launch: the settings of the runtime and of the
+// launcher, the language and the temporary folder. Keeps the location of the runtime.
+void unsetLaunchVariables();
 
-// Skips where no device root can be entered. Launches are not the caller's of the tests: see
-// forgetCallersSettings().
+// Skips if no device root can be entered. Makes launches independent of the settings of the person
+// who runs the tests: see unsetLaunchVariables().
 class LaunchTest : public ::testing::Test {
  protected:
   void SetUp() override;
 
-  // Makes the device root. framework: a folder, "none", or empty for the machine's own.
+  // Makes the device root. `framework` is a folder, "none", or empty for the machine's own.
   void makeDevice(const std::string& framework = {});
 
-  // quillon launch --device ROOT --raw MORE..., so that the ending tells what the application
-  // wrote.
-  Ending launch(const std::vector<std::string>& more,
-                const std::vector<std::string>& environment = {"QUILLON_LOG=none"}) const;
+  // Runs quillon launch --device ROOT --raw MORE.... The result contains the application's output.
+  CommandResult launch(const std::vector<std::string>& more,
+                       const std::vector<std::string>& environment = {"QUILLON_LOG=none"}) const;
 
-  // quillon launch --device ROOT MORE...: what the application wrote goes to the log.
-  Ending launchCaptured(const std::vector<std::string>& more,
-                        const std::vector<std::string>& environment = {"QUILLON_LOG=none"}) const;
+  // Runs quillon launch --device ROOT MORE.... The application's output goes to the log.
+  CommandResult launchCaptured(const std::vector<std::string>& more,
+                               const std::vector<std::string>& environment = {
+                                   "QUILLON_LOG=none"}) const;
 
-  // A device path as this process sees it.
+  // The path of a device path for this process.
   std::filesystem::path at(const std::string& devicePath) const;
 
-  // Installs a package of one application over the sample clock's files.
+  // Installs a package with this manifest and the files of the sample clock.
   void installClock(const std::string& manifest);
 
   std::filesystem::path fresh(const std::string& name) const { return directory_.path() / name; }
@@ -69,12 +69,12 @@ class LaunchTest : public ::testing::Test {
   std::filesystem::path root_ = directory_.path() / "device";
 };
 
-// Launches to the end: skips where there is no .NET runtime or the samples are not built.
+// For launches of applications. Skips if there is no .NET runtime or the samples are not built.
 class RuntimeTest : public LaunchTest {
  protected:
   void SetUp() override;
 
-  // A copy, made of links, of the machine's framework without one file.
+  // Returns a folder of links to the files of the machine's framework, without one file.
   std::filesystem::path frameworkWithout(const std::string& file) const;
 };
 

@@ -1,4 +1,4 @@
-// Traces and the pages that picture them.
+// Traces, and the pages that show them.
 #include "quillon/timeline/timeline.h"
 
 #include <gmock/gmock.h>
@@ -9,7 +9,7 @@
 #include <string>
 
 #include "quillon/base/files.h"
-#include "quillon/timeline/page_parts.h"
+#include "quillon/timeline/html_text.h"
 #include "quillon/timeline/timeline_page.h"
 #include "tests/support/temporary_directory.h"
 
@@ -26,7 +26,7 @@ class TimelineTest : public ::testing::Test {
     std::ofstream(file_, std::ios::binary) << content;
     return readTimeline(file_);
   }
-  // What becomes of a trace that is closed.
+  // The content of a trace after closeTrace().
   std::string closed(const std::string& content) {
     std::ofstream(file_, std::ios::binary) << content;
     EXPECT_TRUE(closeTrace(file_));
@@ -49,7 +49,7 @@ constexpr char kLaunch[] = R"([
 {"ph":"E","pid":7,"tid":7,"ts":400.0},
 )";
 
-TEST_F(TimelineTest, HoldsEverySpanAndMarkOfEachThread) {
+TEST_F(TimelineTest, HasEverySpanAndMarkOfEachThread) {
   const auto timeline = read(kLaunch);
   ASSERT_TRUE(timeline);
   EXPECT_EQ(timeline->end, 300);
@@ -86,7 +86,7 @@ TEST_F(TimelineTest, SpansOfAProcessThatDiedReachTheEndAndAreOpen) {
   EXPECT_THAT(timelinePage(*timeline, "t"), HasSubstr("did not end"));
 }
 
-TEST_F(TimelineTest, EndsWithoutABeginningAndForeignLinesAreLeftOut) {
+TEST_F(TimelineTest, IgnoresEndsWithoutAStartAndOtherLines) {
   const auto timeline = read(
       "[\n{\"ph\":\"E\",\"pid\":1,\"tid\":1,\"ts\":1},\nnonsense\n[1],\n"
       "{\"ph\":\"X\",\"pid\":1,\"tid\":1,\"ts\":1,\"name\":\"complete\"},\n"
@@ -97,7 +97,7 @@ TEST_F(TimelineTest, EndsWithoutABeginningAndForeignLinesAreLeftOut) {
   EXPECT_THAT(timeline->threads[0].entries, SizeIs(1));
 }
 
-TEST_F(TimelineTest, AClosedTraceIsAWholeArray) {
+TEST_F(TimelineTest, AClosedTraceIsACompleteArray) {
   EXPECT_EQ(closed("[\n"), "[\n]\n");
   EXPECT_EQ(closed(""), "[\n]\n");
   EXPECT_EQ(closed("[\n{\"a\":1},\n{\"b\":2},\n"), "[\n{\"a\":1},\n{\"b\":2}\n]\n");
@@ -114,7 +114,7 @@ TEST_F(TimelineTest, ATraceWithoutEventsIsAFailureThatNamesIt) {
     ASSERT_FALSE(timeline) << content;
     EXPECT_THAT(timeline.error().what, HasSubstr("trace.json' holds no event"));
   }
-  EXPECT_THAT(readTimeline("/nonexistent").error().what, HasSubstr("cannot read"));
+  EXPECT_THAT(readTimeline("/nonexistent/trace.json").error().what, HasSubstr("cannot read"));
 }
 
 TEST_F(TimelineTest, ThePageNamesEverySpanAndMark) {
@@ -127,8 +127,8 @@ TEST_F(TimelineTest, ThePageNamesEverySpanAndMark) {
   }
 }
 
-// Whatever could fetch anything: addresses, imports, and elements with a source.
-TEST_F(TimelineTest, ThePageNeedsNothingBesideItself) {
+// Searches for everything that could load a file: addresses, imports, and elements with a source.
+TEST_F(TimelineTest, ThePageNeedsNoOtherFiles) {
   const auto timeline = read(kLaunch);
   const std::string page = timelinePage(*timeline, "t");
   for (const char* outside : {"http:", "https:", "src=", "href", "url(", "@import", "fetch(",
@@ -149,7 +149,7 @@ TEST_F(TimelineTest, NamesCannotBecomeMarkup) {
   EXPECT_THAT(page, HasSubstr("&lt;/title&gt;&lt;script&gt;alert(&#39;y&#39;)"));
 }
 
-// The top of every row of the picture.
+// The y coordinate of every row of the picture.
 std::multiset<std::string> tops(const std::string& page) {
   const std::regex stripe("class='stripe' x='0' y='([0-9]+)'");
   std::multiset<std::string> found;
@@ -159,17 +159,17 @@ std::multiset<std::string> tops(const std::string& page) {
   return found;
 }
 
-TEST_F(TimelineTest, NoTwoRowsShareAPlace) {
+TEST_F(TimelineTest, RowsDoNotOverlap) {
   const auto timeline = read(kLaunch);
   const auto found = tops(timelinePage(*timeline, "t"));
   EXPECT_THAT(found, SizeIs(4));
   EXPECT_EQ(std::set<std::string>(found.begin(), found.end()).size(), found.size());
 }
 
-TEST(PageParts, NumbersLoseTheirLastZeros) {
-  EXPECT_EQ(withoutZeros("2.50"), "2.5");
-  EXPECT_EQ(withoutZeros("10.00"), "10");
-  EXPECT_EQ(withoutZeros("100"), "100");
+TEST(HtmlText, NumbersLoseTrailingZeros) {
+  EXPECT_EQ(withoutTrailingZeros("2.50"), "2.5");
+  EXPECT_EQ(withoutTrailingZeros("10.00"), "10");
+  EXPECT_EQ(withoutTrailingZeros("100"), "100");
 }
 
 }  // namespace

@@ -38,7 +38,7 @@ bool waitFor(const fs::path& file, const std::string& text) {
   return false;
 }
 
-// A validator of a device root that answers from the constructor to the destructor.
+// A validator of a device root. It answers requests from the constructor to the destructor.
 class Validator {
  public:
   Validator(const fs::path& device, const fs::path& folder, const std::string& policy)
@@ -63,10 +63,10 @@ class Validator {
   Validator& operator=(const Validator&) = delete;
 
   std::string output() const { return contentOf(output_); }
-  bool says(const std::string& text) const { return waitFor(output_, text); }
+  bool prints(const std::string& text) const { return waitFor(output_, text); }
   void stop() const { kill(process_, SIGSTOP); }
   void resume() const { kill(process_, SIGCONT); }
-  // Its exit status, or 128 + signal.
+  // Sends the signal and returns the exit status, or 128 + signal.
   int end(int signal) {
     if (process_ < 0) return -1;
     int status = 0;
@@ -88,9 +88,12 @@ class Validation : public RuntimeTest {
     if (!IsSkipped()) makeDevice();
   }
 
-  Ending launchValidated() const { return launch({kClock, "--validate", "--", "--exit", "3"}); }
+  CommandResult launchValidated() const {
+    return launch({kClock, "--validate", "--", "--exit", "3"});
+  }
 
-  // Waits until more bytes than these are unread in the request pipe, for ten seconds at most.
+  // Waits until the request pipe contains more than `before` bytes, for ten seconds at most.
+  // Returns the number of bytes.
   int requestBytesBeyond(int before) const {
     const int pipe = open(at("/tmp/dotnet_pipe_in").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     int unread = before;
@@ -102,21 +105,21 @@ class Validation : public RuntimeTest {
     return unread;
   }
 
-  static void expectRefusal(const Ending& ending, int status, const std::string& what,
+  static void expectRefusal(const CommandResult& result, int status, const std::string& what,
                             const std::string& remedy) {
-    EXPECT_EQ(ending.status, status) << ending.out;
-    EXPECT_THAT(ending.err, AllOf(StartsWith("quillon: "), HasSubstr(what), HasSubstr(remedy)));
-    EXPECT_EQ(std::count(ending.err.begin(), ending.err.end(), '\n'), 1) << ending.err;
-    EXPECT_EQ(ending.out, "");
+    EXPECT_EQ(result.status, status) << result.out;
+    EXPECT_THAT(result.err, AllOf(StartsWith("quillon: "), HasSubstr(what), HasSubstr(remedy)));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_EQ(result.out, "");
   }
 };
 
-TEST_F(Validation, AsksAboutEachAssemblyOfTheApplicationMainOneFirst) {
+TEST_F(Validation, RequestsEachAssemblyOfTheApplicationTheExecutedOneFirst) {
   Validator validator(root(), fresh("v"), kAllowAll);
   write(at(std::string(kBin) + "Another.dll"), "x");
-  const Ending ending = launchValidated();
-  EXPECT_EQ(ending.status, 3) << ending.err;
-  EXPECT_EQ(ending.err, "");
+  const CommandResult result = launchValidated();
+  EXPECT_EQ(result.status, 3) << result.err;
+  EXPECT_EQ(result.err, "");
   const std::string bin = kBin;
   EXPECT_THAT(validator.output(),
               MatchesRegex("validator ready\n"
@@ -144,18 +147,18 @@ TEST_F(Validation, ARefusedAssemblyIsNamedAndNothingRuns) {
                 "validator's policy");
 }
 
-TEST_F(Validation, ALinkIsRefusedUnasked) {
+TEST_F(Validation, ALinkIsRefusedWithoutARequest) {
   Validator validator(root(), fresh("v"), kAllowAll);
   fs::create_symlink("SampleClock.dll", at(std::string(kBin) + "Link.dll"));
   expectRefusal(launchValidated(), kLibraryRefused, "Link.dll' is a symbolic link",
                 "put the file itself");
 }
 
-// A plan that was not validated may not look as if it was.
-TEST_F(Validation, IsNoPartOfAPlan) {
-  const Ending ending = launch({kClock, "--validate", "--plan"});
-  EXPECT_EQ(ending.status, kUsage);
-  EXPECT_THAT(ending.err,
+// Otherwise a plan would look validated.
+TEST_F(Validation, ExcludesAPlan) {
+  const CommandResult result = launch({kClock, "--validate", "--plan"});
+  EXPECT_EQ(result.status, kUsage);
+  EXPECT_THAT(result.err,
               AllOf(HasSubstr("--plan"), HasSubstr("excludes"), HasSubstr("--validate")));
 }
 
@@ -172,9 +175,9 @@ TEST_F(Validation, NeedsAValidator) {
   expectRefusal(launchValidated(), kValidatorState, "is no pipe", "quillon validator");
 }
 
-// The validator was not asked, so it is not the one that refused; and it runs, so a second one
-// would not start.
-TEST_F(Validation, WhatThePluginCouldNotAskIsNoRefusalOfTheValidators) {
+// The validator received no request, so it did not refuse. It runs, so a second one would not
+// start.
+TEST_F(Validation, AFailureToSendARequestIsNotARefusal) {
   Validator validator(root(), fresh("v"), kAllowAll);
   fs::remove(at("/tmp/dotnet_pipe_out"));
   expectRefusal(launchValidated(), kValidatorState,
@@ -191,77 +194,77 @@ TEST_F(Validation, AFolderThatCannotBeListedIsARefusal) {
                 "cannot list the folder '" + library.string() + "'", "make it readable");
 }
 
-// A launch that goes on while the test looks on.
-class LaunchUnderWay {
+// A launch that runs beside the test.
+class BackgroundLaunch {
  public:
-  LaunchUnderWay(const fs::path& device, const fs::path& errors)
+  BackgroundLaunch(const fs::path& device, const fs::path& errors)
       : errors_(errors), process_(errors.string() + ".process") {
     write(errors_, "");
     write(process_, "");
     const std::string script = "echo $$ >'" + process_.string() + "'; exec " + kQuillon +
                                " launch --device '" + device.string() + "' " + kClock +
                                " --validate -- --exit 3 2>>'" + errors_.string() + "'";
-    ending_ = std::async(std::launch::async, [script] {
+    result_ = std::async(std::launch::async, [script] {
       return run({"sh", "-c", script}, {"QUILLON_LOG=none"});
     });
   }
-  bool says(const std::string& text) const { return waitFor(errors_, text); }
-  int status() { return ending_.get().status; }
+  bool prints(const std::string& text) const { return waitFor(errors_, text); }
+  int status() { return result_.get().status; }
   void interrupt() {
     kill(std::stoi(contentOf(process_)), SIGKILL);
-    ending_.wait();
+    result_.wait();
   }
 
  private:
   fs::path errors_;
   fs::path process_;
-  std::future<Ending> ending_;
+  std::future<CommandResult> result_;
 };
 
-TEST_F(Validation, DoesNotWaitInSilenceNorForADeadValidator) {
+TEST_F(Validation, ReportsItsWaitAndEndsIfTheValidatorEnds) {
   Validator validator(root(), fresh("v"), kAllowAll);
   validator.stop();
-  LaunchUnderWay launch(root(), fresh("errors"));
+  BackgroundLaunch launch(root(), fresh("errors"));
   const std::string subject = "'" + std::string(kBin) + "SampleClock.dll'; ";
-  EXPECT_TRUE(launch.says("quillon: waiting for the validator's answer about " + subject));
+  EXPECT_TRUE(launch.prints("quillon: waiting for the validator's answer about " + subject));
   validator.end(SIGKILL);
   EXPECT_EQ(launch.status(), kValidatorState);
-  EXPECT_TRUE(launch.says("quillon: the validator ended without an answer about " + subject));
+  EXPECT_TRUE(launch.prints("quillon: the validator ended without an answer about " + subject));
 }
 
-// Or the answer to the request that it left behind would go to the next launch, and its last one be
-// left over: a refusal that nobody reads.
-TEST_F(Validation, AnInterruptedLaunchLeavesNoAnswerToTheNext) {
+// Otherwise the next launch would read the answer to the request of the interrupted one, and its
+// own last answer, a refusal, would remain unread.
+TEST_F(Validation, AnInterruptedLaunchLeavesNoAnswerForTheNext) {
   const std::string refused = std::string(kBin) + "fr";
   Validator validator(root(), fresh("v"), kAllowAll + ("deny-paths = [\"" + refused + "\"]\n"));
   validator.stop();
-  LaunchUnderWay interrupted(root(), fresh("errors-a"));
+  BackgroundLaunch interrupted(root(), fresh("errors-a"));
   const int first = requestBytesBeyond(0);
   interrupted.interrupt();
-  LaunchUnderWay next(root(), fresh("errors-b"));
+  BackgroundLaunch next(root(), fresh("errors-b"));
   EXPECT_GT(requestBytesBeyond(first), first);
   validator.resume();
   EXPECT_EQ(next.status(), kLibraryRefused);
-  EXPECT_TRUE(next.says(refused + "/SampleClock.resources.dll'"));
+  EXPECT_TRUE(next.prints(refused + "/SampleClock.resources.dll'"));
   EXPECT_THAT(validator.output(), HasSubstr("not answered: nobody waits any more"));
 }
 
-// Neither the validator nor its pipes are at fault.
-TEST_F(Validation, AnAssemblyThatWentAwayMeanwhileIsNamed) {
+// The failure must not blame the validator or its pipes.
+TEST_F(Validation, TheFailureNamesAnAssemblyThatWasRemovedMeanwhile) {
   Validator validator(root(), fresh("v"), kAllowAll);
   const std::string another = std::string(kBin) + "Another.dll";
   write(at(another), "x");
   validator.stop();
-  LaunchUnderWay launch(root(), fresh("errors"));
+  BackgroundLaunch launch(root(), fresh("errors"));
   requestBytesBeyond(0);  // the folders were listed before the first question
   fs::remove(at(another));
   validator.resume();
   EXPECT_EQ(launch.status(), kLibraryRefused);
-  EXPECT_TRUE(launch.says("quillon: cannot resolve the assembly '" + another +
-                          "': No such file or directory; see that it and the folders"));
+  EXPECT_TRUE(launch.prints("quillon: cannot resolve the assembly '" + another +
+                            "': No such file or directory; see that it and the folders"));
 }
 
-// A launch that takes its turn, asks about one library and never reads the answer.
+// A launch that locks the request pipe, sends one request and never reads the answer.
 class StuckLaunch {
  public:
   StuckLaunch(const fs::path& requestPipe, const fs::path& answerPipe, const std::string& library)
@@ -274,7 +277,7 @@ class StuckLaunch {
     if (!isOpen || ::write(requests, request.data(), request.size()) < 0) _exit(1);
     while (true) pause();
   }
-  // Not waited for before the end: its id stays taken.
+  // Does not wait for the process, so its id remains in use.
   void kill() const { ::kill(process_, SIGKILL); }
   ~StuckLaunch() {
     kill();
@@ -287,15 +290,15 @@ class StuckLaunch {
   pid_t process_;
 };
 
-// Answers carry no name: only one launch at a time may wait for one, and what the one before did
-// not read may not be the answer to the next.
-TEST_F(Validation, LaunchesTakeTurnsAndNobodyElsesAnswer) {
+// Answers do not name their request: only one launch at a time may wait for one, and a launch must
+// not read an answer to an earlier launch.
+TEST_F(Validation, LaunchesTakeTurnsAndReadOnlyTheirOwnAnswers) {
   Validator validator(root(), fresh("v"), kAllowAll + std::string("deny-paths = [\"/opt/old\"]\n"));
   write(at("/opt/old/a.dll"), "x");
   const StuckLaunch first(at("/tmp/dotnet_pipe_in"), at("/tmp/dotnet_pipe_out"), "/opt/old/a.dll");
-  EXPECT_TRUE(validator.says("refused /opt/old/a.dll"));
-  LaunchUnderWay second(root(), fresh("errors"));
-  EXPECT_TRUE(second.says("another launch, whose turn it is"));
+  EXPECT_TRUE(validator.prints("refused /opt/old/a.dll"));
+  BackgroundLaunch second(root(), fresh("errors"));
+  EXPECT_TRUE(second.prints("another launch, whose turn it is"));
   EXPECT_THAT(validator.output(), Not(HasSubstr("SampleClock.dll")));
   first.kill();
   EXPECT_EQ(second.status(), 3);
@@ -303,12 +306,12 @@ TEST_F(Validation, LaunchesTakeTurnsAndNobodyElsesAnswer) {
   EXPECT_THAT(validator.output(), HasSubstr("allowed " + std::string(kBin) + "SampleClock.dll"));
 }
 
-TEST_F(Validation, WaitsUntilAnAnswerThatIsUnderWayIsGone) {
+TEST_F(Validation, WaitsUntilAnEarlierAnswerIsWithdrawn) {
   Validator validator(root(), fresh("v"), kAllowAll);
   const int answers = open(at("/tmp/dotnet_pipe_out").c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_EQ(flock(answers, LOCK_EX), 0);
-  LaunchUnderWay launch(root(), fresh("errors"));
-  EXPECT_TRUE(launch.says("quillon: waiting until the validator takes back an answer"));
+  BackgroundLaunch launch(root(), fresh("errors"));
+  EXPECT_TRUE(launch.prints("quillon: waiting until the validator takes back an answer"));
   EXPECT_EQ(validator.output(), "validator ready\n");
   close(answers);
   EXPECT_EQ(launch.status(), 3);

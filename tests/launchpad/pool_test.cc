@@ -44,7 +44,7 @@ size_t times(const std::string& text, const std::string& part) {
 
 TEST_F(Pool, OnlyOneServesADeviceRootAndOnlyItsUser) {
   start(1);
-  const Ending second =
+  const CommandResult second =
       run({std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon", "launchpad", "--device", root()});
   EXPECT_EQ(second.status, kLaunchPadState);
   EXPECT_THAT(second.err, HasSubstr("serves the device root"));
@@ -69,7 +69,7 @@ TEST_F(Pool, ADeadProcessIsReplacedAndALaunchTriedOnceMore) {
   RunningLaunch again(clock("again"));
   ASSERT_TRUE(awaitProcesses("assigned", 1));
   kill(ready[0], SIGKILL);
-  Ending ending = again.wait();
+  CommandResult ending = again.wait();
   EXPECT_EQ(ending.status, 0) << ending.err;
   EXPECT_EQ(times(ending.out, "arguments: again\n"), 1U);
   EXPECT_EQ(served(), 1);
@@ -101,7 +101,7 @@ TEST_F(Pool, ALaunchIsTriedOnceMoreHoweverItsProcessEnded) {
   ASSERT_TRUE(awaitProcesses("assigned", 1));
   kill(first, SIGTERM);
   kill(first, SIGCONT);
-  const Ending ending = again.wait();
+  const CommandResult ending = again.wait();
   EXPECT_EQ(ending.status, 0) << ending.err;
   EXPECT_EQ(times(ending.out, "arguments: again\n"), 1U);
   EXPECT_EQ(served(), 1);
@@ -111,7 +111,7 @@ TEST_F(Pool, ALaunchPadThatDoesNotAnswerIsLeftAlone) {
   start(1);
   prepareFor({"--raw", kClock});
   kill(launchpad(), SIGSTOP);
-  const Ending direct = launch({"--raw", "--verbose", kClock, "--", "--exit", "3"});
+  const CommandResult direct = launch({"--raw", "--verbose", kClock, "--", "--exit", "3"});
   EXPECT_EQ(direct.status, 3);
   EXPECT_THAT(direct.err, HasSubstr("the launch pad does not answer"));
   RunningLaunch asked(clock("asked"));
@@ -131,7 +131,7 @@ TEST_F(Pool, ALaunchThatHasNotBegunOutlivesTheLaunchPad) {
   RunningLaunch launch(clock("later"));
   ASSERT_TRUE(awaitProcesses("assigned", 1));
   killLaunchpad();
-  const Ending ending = launch.wait();
+  const CommandResult ending = launch.wait();
   EXPECT_EQ(ending.status, 0) << ending.err;
   EXPECT_EQ(times(ending.out, "arguments: later\n"), 1U);
 }
@@ -145,7 +145,7 @@ TEST_F(Pool, CommandsThatSayNothingTakeNobodysPlace) {
   for (int i = 0; i < 150; ++i)
     silent.push_back(launchpad::connectTo(launchpad::addressOf(root())));
   EXPECT_EQ(served(), 0);  // it answers
-  const Ending ending = launch({"--raw", "--verbose", kClock});
+  const CommandResult ending = launch({"--raw", "--verbose", kClock});
   EXPECT_EQ(ending.status, 0);
   EXPECT_EQ(served(), 1) << ending.err << errors();
 }
@@ -155,7 +155,7 @@ TEST_F(Pool, IgnoredSignalsOfItsStarterAreNotItsOwn) {
   start(1, SIGCHLD);
   EXPECT_EQ(launch({"--raw", kClock, "--", "--exit", "5"}).status, 5);
   ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
-  const Ending prepared = launch({"--raw", "--verbose", kClock, "--", "--exit", "5"});
+  const CommandResult prepared = launch({"--raw", "--verbose", kClock, "--", "--exit", "5"});
   EXPECT_EQ(prepared.status, 5) << prepared.err << errors();
   EXPECT_EQ(served(), 1);
   const std::string ignored = "SigIgn:\t0000000000000000";
@@ -248,7 +248,7 @@ TEST_F(Pool, StopAndReloadLoseNothing) {
   kill(launchpad(), SIGTERM);
   ASSERT_TRUE(eventually([&] { return status().starts_with("stopping"); }));
   EXPECT_TRUE(awaitProcesses("ready", 0));
-  const Ending late = launch({"--raw", "--verbose", kClock, "--", "--exit", "3"});
+  const CommandResult late = launch({"--raw", "--verbose", kClock, "--", "--exit", "3"});
   EXPECT_EQ(late.status, 3);
   EXPECT_THAT(late.err, HasSubstr("the launch pad is about to stop"));
   EXPECT_EQ(probe->ask("variable QUILLON_APP_ID"), kProbe);
@@ -345,7 +345,7 @@ TEST_F(Pool, ManyLaunchesEachRunOnceAndLeaveNothing) {
   ASSERT_GT(before.mounts, 0U);
   ASSERT_EQ(before.children, static_cast<size_t>(atOnce));
   const auto expectOneRun = [](RunningLaunch& launch, const std::string& word) {
-    const Ending ending = launch.wait();
+    const CommandResult ending = launch.wait();
     EXPECT_EQ(ending.status, 0) << ending.err;
     EXPECT_EQ(times(ending.out, "arguments: " + word + "\n"), 1U);
   };

@@ -84,7 +84,7 @@ void LaunchpadTest::prepareFor(const std::vector<std::string>& launchArguments) 
   ASSERT_TRUE(awaitProcesses("ready", ready + static_cast<size_t>(size_))) << status() << errors();
 }
 
-Ending LaunchpadTest::control(const std::string& action) const {
+CommandResult LaunchpadTest::control(const std::string& action) const {
   return run({kQuillon, "launchpad", action, "--device", root()});
 }
 
@@ -177,8 +177,8 @@ bool RunningLaunch::relaysSignals() const {
          (std::stoull(status.substr(at + 8), nullptr, 16) & (1U << (SIGINT - 1))) != 0;
 }
 
-Ending RunningLaunch::wait() {
-  Ending ending;
+CommandResult RunningLaunch::wait() {
+  CommandResult ending;
   ending.status = statusOf(pid_);
   pid_ = -1;
   ending.out = contentOf(output_.path() / "out");

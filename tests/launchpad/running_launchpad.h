@@ -24,7 +24,7 @@ class LaunchpadTest : public RuntimeTest {
   // until as many as the pool's size are ready.
   void prepareFor(const std::vector<std::string>& launchArguments);
 
-  Ending control(const std::string& action) const;
+  CommandResult control(const std::string& action) const;
   std::string status() const { return control("status").out; }
   int served() const;
   // Process ids with that word in the status.
@@ -61,7 +61,7 @@ class RunningLaunch {
   RunningLaunch& operator=(const RunningLaunch&) = delete;
 
   // Its end.
-  Ending wait();
+  CommandResult wait();
 
   void signal(int signal) const { kill(pid_, signal); }
   // Whether signals reach its application, or are kept for it, rather than act on the command.

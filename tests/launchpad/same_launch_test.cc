@@ -7,9 +7,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <regex>
+#include <sstream>
 
+#include "quillon/host/plugin/launch_calls.h"
 #include "quillon/launchpad/protocol/address.h"
 #include "tests/launch/running_zone.h"
 #include "tests/launchpad/running_launchpad.h"
@@ -50,9 +53,9 @@ TEST_F(SameLaunch, PrintsAndEndsTheSame) {
                                           "--property", "APP_CONTEXT_DEPS_FILES",
                                           "--property", "Velora.Sample.Clock.Face",
                                           "a b",        ""};
-  const Ending direct = launch(std::vector<std::string>{"--raw", "--direct"} + asked);
+  const CommandResult direct = launch(std::vector<std::string>{"--raw", "--direct"} + asked);
   const pid_t process = processes("ready").at(0);
-  const Ending prepared = launch(std::vector<std::string>{"--raw", "--verbose"} + asked);
+  const CommandResult prepared = launch(std::vector<std::string>{"--raw", "--verbose"} + asked);
   EXPECT_EQ(served(), 1);
   EXPECT_EQ(prepared.status, 7);
   EXPECT_EQ(prepared.status, direct.status);
@@ -62,10 +65,41 @@ TEST_F(SameLaunch, PrintsAndEndsTheSame) {
   EXPECT_EQ(prepared.err, "quillon: launched by the launch pad, in its process " +
                               std::to_string(process) + "\n");
   ASSERT_TRUE(awaitProcesses("ready", 1));
-  const Ending failed = launch({"--raw", kClock, "--", "--throw"});
+  const CommandResult failed = launch({"--raw", kClock, "--", "--throw"});
   EXPECT_EQ(failed.status, 128 + SIGABRT);
   EXPECT_THAT(failed.err, HasSubstr("asked to fail"));
   EXPECT_EQ(served(), 2);
+}
+
+// The functions of the plug-in that a process's trace has a span for, in their order.
+std::vector<std::string> tracedCalls(const fs::path& trace, pid_t process) {
+  const std::regex span(R"x("ph":"B","pid":([0-9]+),.*"name":"(plugin_[a-z_]+)")x");
+  std::vector<std::string> calls;
+  std::istringstream lines(contentOf(trace));
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch match;
+    if (std::regex_search(line, match, span) && match[1] == std::to_string(process)) {
+      calls.push_back(match[2]);
+    }
+  }
+  return calls;
+}
+
+TEST_F(SameLaunch, MakesTheCallsOfAPreparedLaunchInTheStatedOrder) {
+  const fs::path trace = fresh("trace.json");
+  setenv("QUILLON_TRACE", trace.c_str(), 1);
+  start(1);
+  ASSERT_EQ(launchCaptured({kClock}).status, 0);
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const pid_t process = processes("ready").front();
+  ASSERT_EQ(launchCaptured({kClock}).status, 0);
+  ASSERT_EQ(served(), 1);
+  std::vector<std::string> expected;
+  for (const host::LaunchCall call : host::kPreparedLaunchCalls) {
+    const std::string name = host::nameOf(call);
+    if (name.starts_with("plugin_")) expected.push_back(name);
+  }
+  EXPECT_EQ(tracedCalls(trace, process), expected);
 }
 
 TEST_F(SameLaunch, LogsWhereTheAskingCommandDoes) {
@@ -73,14 +107,15 @@ TEST_F(SameLaunch, LogsWhereTheAskingCommandDoes) {
   ASSERT_EQ(launchCaptured({kClock}).status, 0);
   ASSERT_TRUE(awaitProcesses("ready", 1));
   const std::string log = fresh("log").string();
-  const Ending ending = launchCaptured({kClock, "--", "logged"}, {"QUILLON_LOG=json:" + log});
+  const CommandResult ending =
+      launchCaptured({kClock, "--", "logged"}, {"QUILLON_LOG=json:" + log});
   EXPECT_EQ(served(), 1);
   EXPECT_EQ(ending.out, "");
   EXPECT_EQ(ending.err, "");
   EXPECT_THAT(contentOf(log), HasSubstr("arguments: logged"));
   EXPECT_THAT(contentOf(log), HasSubstr("### App ID : org.velora.sample.clock ###"));
   ASSERT_TRUE(awaitProcesses("ready", 1));
-  const Ending shown = launchCaptured({kClock, "--", "shown"}, {"QUILLON_LOG=terminal"});
+  const CommandResult shown = launchCaptured({kClock, "--", "shown"}, {"QUILLON_LOG=terminal"});
   EXPECT_EQ(served(), 2);
   EXPECT_THAT(shown.err, HasSubstr("arguments: shown"));
 }
@@ -161,7 +196,7 @@ TEST_F(SameLaunch, ADebuggedPackageEntersTheZoneByItself) {
   installClock(manifest);
   start(1);
   prepareFor({"--raw", kClock});  // of a type that enters no zone
-  const Ending direct = launch({"--raw", "--verbose", "--type", "dotnet", kClock});
+  const CommandResult direct = launch({"--raw", "--verbose", "--type", "dotnet", kClock});
   EXPECT_THAT(direct.err, HasSubstr("not by the launch pad: its package asks for debug mode"));
   EXPECT_THAT(status(), Not(HasSubstr("dotnet")));
   EXPECT_EQ(served(), 0);
@@ -177,10 +212,10 @@ TEST_F(SameLaunch, ARefusalIsTheResult) {
       "files = \"org.velora.sample.clock\"\n"
       "[[application]]\nid = \"org.velora.sample.clock\"\nexec = \"bin/SampleClock.dll\"\n");
   // What was prepared before the installation is not used any more.
-  const Ending first = launch({"--raw", "--verbose", kClock});
+  const CommandResult first = launch({"--raw", "--verbose", kClock});
   EXPECT_THAT(first.err, HasSubstr("launched directly, not by the launch pad"));
   ASSERT_TRUE(awaitProcesses("ready", 1));
-  const Ending refused = launch({"--raw", "--verbose", kClock});
+  const CommandResult refused = launch({"--raw", "--verbose", kClock});
   EXPECT_EQ(refused.status, 0);
   EXPECT_EQ(refused.out, "");
   EXPECT_THAT(refused.err, HasSubstr("### This App doesn't have platform privilege ###"));
@@ -236,7 +271,7 @@ TEST_F(SameLaunch, WaitsForNoRegistry) {
   lock.l_start = kPendingByte;
   lock.l_len = 512;
   ASSERT_EQ(fcntl(registry, F_SETLK, &lock), 0);
-  const Ending ending = launch({"--raw", kClock});
+  const CommandResult ending = launch({"--raw", kClock});
   close(registry);
   EXPECT_EQ(ending.status, 0) << ending.err;
   EXPECT_THAT(ending.out, HasSubstr(kClock));
@@ -249,7 +284,7 @@ TEST_F(SameLaunch, StartupHooksAreTheLaunchs) {
   start(1);
   launch({"--raw", kClock});  // directly, since nothing is prepared for it yet
   ASSERT_TRUE(awaitProcesses("ready", 1));
-  const Ending ending = launch({"--raw", kClock});
+  const CommandResult ending = launch({"--raw", kClock});
   unsetenv("DOTNET_STARTUP_HOOKS");
   EXPECT_EQ(ending.status, 128 + SIGABRT);
   EXPECT_THAT(ending.err, HasSubstr("no-hook.dll"));
@@ -261,9 +296,9 @@ TEST_F(SameLaunch, WhatAPreparedProcessCannotBeIsLaunchedDirectly) {
   prepareFor({"--raw", kClock});
   const auto reason = [&](const std::vector<std::string>& options,
                           const std::vector<std::string>& environment) {
-    const Ending ending = launch(std::vector<std::string>{"--raw", "--verbose"} + options +
-                                     std::vector<std::string>{kClock, "--", "--exit", "5"},
-                                 std::vector<std::string>{"QUILLON_LOG=none"} + environment);
+    const CommandResult ending = launch(std::vector<std::string>{"--raw", "--verbose"} + options +
+                                            std::vector<std::string>{kClock, "--", "--exit", "5"},
+                                        std::vector<std::string>{"QUILLON_LOG=none"} + environment);
     EXPECT_EQ(ending.status, 5) << ending.err;
     return ending.err.substr(0, ending.err.find('\n'));
   };

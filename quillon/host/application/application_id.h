@@ -1,4 +1,4 @@
-// How a launched application learns its own id.
+// The environment variable that tells a launched application its own id.
 #pragma once
 
 namespace quillon::host {

@@ -1,4 +1,4 @@
-// What the command line of `quillon launch` asks for.
+// The options of `quillon launch`.
 #pragma once
 
 #include <filesystem>
@@ -13,18 +13,18 @@ namespace quillon::host {
 struct LaunchOptions {
   std::filesystem::path device;
   std::string appId;
-  std::optional<std::string> type;  // else what the registry says of the application
-  std::optional<std::string> exec;  // device path; else what the registry says
-  std::filesystem::path plugin;     // empty: the one beside the executable
-  bool preload = false;             // prepare the process before the application is told
-  bool raw = false;                 // leave the application the command's own descriptors 1 and 2
+  std::optional<std::string> type;  // replaces the type in the registry
+  std::optional<std::string> exec;  // device path; replaces the path in the registry
+  std::filesystem::path plugin;     // empty: the plug-in beside the executable
+  bool preload = false;             // call plugin_preload before plugin_set_app_info
+  bool raw = false;                 // do not capture the application's descriptors 1 and 2
   bool validate = false;            // ask the validator about the application's assemblies
-  bool direct = false;              // not through the launch pad, even where one runs
-  bool plan = false;                // stop before the runtime and print
-  bool json = false;                // the plan as JSON
-  bool verbose = false;             // say on the terminal what the launcher decided
+  bool direct = false;              // do not use the launch pad
+  bool plan = false;                // print the plan instead of launching
+  bool json = false;                // print the plan as JSON
+  bool verbose = false;             // print the launcher's decisions on the terminal
   RuntimeSettings settings;
-  std::filesystem::path timeline;               // page that pictures the launch; empty: none
+  std::filesystem::path timeline;               // page to write; empty: none
   std::vector<std::filesystem::path> writable;  // machine paths that stay writable
   std::vector<std::string> arguments;           // of the application
 };

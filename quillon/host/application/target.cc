@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What the public header of the plug-in says of plugin_set_app_info.
+// The folders that plugin_set_app_info accepts, as the public header of the plug-in lists them.
 constexpr std::array<std::string_view, 3> kAllowedPrefixes = {"/usr/", "/opt/usr/", "/opt/share/"};
 constexpr char kAllowedText[] = "/usr/, /opt/usr/ or /opt/share/";
 constexpr char kPlatformPrivilege[] =
@@ -32,13 +32,13 @@ bool isAllowed(const std::string& path) {
                      [&](std::string_view prefix) { return path.rfind(prefix, 0) == 0; });
 }
 
-Failure noAssembly(const LaunchTarget& target) {
+Failure missingAssembly(const LaunchTarget& target) {
   return {"the assembly '" + target.assembly + "' of application '" + target.application.id +
               "' does not exist in the device root",
           "build and install package '" + target.package.id + "' again, or name it: --path"};
 }
 
-Failure privilegeMissing(const LaunchTarget& target) {
+Failure missingPrivilege(const LaunchTarget& target) {
   return {"package '" + target.package.id + "' does not have the platform privilege",
           std::string("add \"") + kPlatformPrivilege +
               "\" to the privileges of its manifest and install it again"};
@@ -48,8 +48,8 @@ std::string allowedPathRemedy() {
   return std::string("keep the executable, links resolved, below ") + kAllowedText;
 }
 
-Expected<void> refuseSeparator(const std::string& path) {
-  if (!holdsSeparator(path)) return {};
+Expected<void> requireNoSeparator(const std::string& path) {
+  if (!containsSeparator(path)) return {};
   return fail(kUnusablePath,
               {"the path '" + path + "' holds ':', which joins the runtime's lists", "rename it"});
 }
@@ -79,21 +79,21 @@ std::vector<std::string> LaunchTarget::folders() const {
 }
 
 Expected<LaunchTarget> findTarget(const LaunchOptions& options) {
-  auto target = installedTarget(options.appId);
-  if (!target) return target;
-  target->type = options.type.value_or(target->application.type);
-  target->exec = options.exec.value_or(target->application.exec);
+  ASSIGN_OR_RETURN(LaunchTarget target, installedTarget(options.appId));
+  target.type = options.type.value_or(target.application.type);
+  target.exec = options.exec.value_or(target.application.exec);
   std::error_code ignored;
-  target->assembly = fs::absolute(target->exec, ignored).lexically_normal().string();
-  for (const std::string& path : {target->assembly, target->package.rootPath}) {
-    RETURN_IF_FAILED(refuseSeparator(path));
+  target.assembly = fs::absolute(target.exec, ignored).lexically_normal().string();
+  for (const std::string& path : {target.assembly, target.package.rootPath}) {
+    RETURN_IF_FAILED(requireNoSeparator(path));
   }
   return target;
 }
 
 Expected<void> requireAssembly(const LaunchTarget& target) {
   std::error_code ignored;
-  if (!fs::is_regular_file(target.assembly, ignored)) return fail(kNoAssembly, noAssembly(target));
+  if (!fs::is_regular_file(target.assembly, ignored))
+    return fail(kNoAssembly, missingAssembly(target));
   if (auto usable = requireExecutableAssembly(target.assembly); !usable) {
     return fail(kNotExecutable, usable.error());
   }
@@ -104,7 +104,7 @@ std::vector<Failure> predictRefusals(const LaunchTarget& target) {
   std::vector<Failure> refusals;
   if (auto found = requireAssembly(target); !found) refusals.push_back(found.error());
   if (!entersZone(target.type) && !hasPrivilege(target.package, kPlatformPrivilege)) {
-    refusals.push_back(withStatus(kPrivilegeMissing, privilegeMissing(target)));
+    refusals.push_back(withStatus(kPrivilegeMissing, missingPrivilege(target)));
   }
   std::error_code error;
   const std::string real = fs::canonical(target.assembly, error).string();
@@ -115,7 +115,7 @@ std::vector<Failure> predictRefusals(const LaunchTarget& target) {
   return refusals;
 }
 
-// The one type whose strategy asks for a security zone in place of the privilege.
+// Applications of this type need the security zone instead of the platform privilege.
 bool entersZone(const std::string& type) {
   return type.find("inhouse") == std::string::npos && type.find("dotnet") != std::string::npos;
 }
@@ -128,24 +128,17 @@ std::vector<std::string> requiredDpcPackages(const workstation::Application& app
   const auto entry = std::find_if(
       application.metadata.begin(), application.metadata.end(),
       [](const auto& pair) { return pair.first.find(kRequiredDpcKey) != std::string::npos; });
-  std::vector<std::string> packages;
-  if (entry == application.metadata.end()) return packages;
-  std::string_view list = entry->second;
-  while (!list.empty()) {
-    const size_t end = std::min(list.find(kPackageSeparator), list.size());
-    if (end > 0) packages.emplace_back(list.substr(0, end));
-    list.remove_prefix(std::min(end + 1, list.size()));
-  }
-  return packages;
+  if (entry == application.metadata.end()) return {};
+  return splitList(entry->second, kPackageSeparator);
 }
 
 std::string remedyForRefusal(const std::string& message, const LaunchTarget& target) {
-  const auto says = [&](const char* text) { return message.find(text) != std::string::npos; };
-  if (says("platform privilege")) return privilegeMissing(target).remedy;
-  if (says("Not allowed App Path")) return allowedPathRemedy();
-  if (says("wrong execPath"))
+  const auto contains = [&](const char* text) { return message.find(text) != std::string::npos; };
+  if (contains("platform privilege")) return missingPrivilege(target).remedy;
+  if (contains("Not allowed App Path")) return allowedPathRemedy();
+  if (contains("wrong execPath"))
     return "the file '" + target.exec + "' does not exist: name another with --path";
-  if (says("Not in app zone")) return "start the zone: quillon zone start appzone --device DIR";
+  if (contains("Not in app zone")) return "start the zone: quillon zone start appzone --device DIR";
   return {};
 }
 

@@ -1,7 +1,7 @@
-// What is launched: an application of the device root's registry, and what the plug-in will want of
-// it.
+// The application to launch, as the device root's registry and the command line describe it, and
+// the plug-in's requirements for it.
 //
-// Everything here holds inside the device root only.
+// Call these functions inside the device root only.
 #pragma once
 
 #include <string>
@@ -17,38 +17,39 @@ namespace quillon::host {
 struct LaunchTarget {
   workstation::Package package;
   workstation::Application application;
-  std::string type;      // application type handed to the plug-in
-  std::string exec;      // executable path as handed to the plug-in
-  std::string assembly;  // absolute form of exec, as handed to the runtime
+  std::string type;      // application type, as passed to the plug-in
+  std::string exec;      // executable path, as passed to the plug-in
+  std::string assembly;  // absolute form of exec, as passed to the runtime
 
-  // The application's own folders: the assembly's, and "bin" and "lib" of the package.
-  static constexpr size_t kFolders = 3;
+  // The application's own folders: that of the assembly, and "bin" and "lib" of the package.
+  static constexpr size_t kFolderCount = 3;
   std::vector<std::string> folders() const;
 };
 
-// Finds the application and applies what the command line says otherwise. Fails with kNotInstalled,
-// kServiceFailed, or kUnusablePath for a path that holds ":".
+// Finds the application in the registry and applies the command line's options. Fails with
+// kNotInstalled, with kServiceFailed, or with kUnusablePath if a path contains ":".
 [[nodiscard]] Expected<LaunchTarget> findTarget(const LaunchOptions& options);
 
-// Why the launch of a target cannot come to its application, in the order in which a launch would
-// meet it: a missing or unusable assembly, a missing privilege, a path outside the allowed folders.
+// The reasons why a launch would not reach the application, in the order in which a launch meets
+// them: a missing or unusable assembly, a missing privilege, a path outside the allowed folders.
 std::vector<Failure> predictRefusals(const LaunchTarget& target);
 
-// Whether applications of a type are launched inside the security zone, where there is one.
+// Whether applications of this type are launched inside the security zone, if the zone runs.
 bool entersZone(const std::string& type);
 
-// Whether the launch enters the security zone in debug mode, which its package asks for: only a
-// process that knows its package before it enters can.
+// Whether the launch enters the security zone in debug mode, as requested by a privilege of the
+// package. A process can do so only if it knows the package before it enters the zone.
 bool entersZoneInDebugMode(const LaunchTarget& target);
 
-// kNoAssembly where the assembly is missing, kNotExecutable where it is none or has no entry point.
+// Fails with kNoAssembly if the assembly is missing, and with kNotExecutable if the file is not an
+// assembly or has no entry point.
 [[nodiscard]] Expected<void> requireAssembly(const LaunchTarget& target);
 
-// Packages whose DPC directory the application requires, in order; empty pieces left out.
+// The packages whose DPC directories the application requires, in order, without empty names.
 std::vector<std::string> requiredDpcPackages(const workstation::Application& application);
 
-// The remedies of the refusals that the plug-in itself ends the process with, for the launcher to
-// print beside the plug-in's own words; empty for words that are not known here.
+// The remedy for a refusal with which the plug-in ends the process, to print beside the plug-in's
+// message. Empty if the message is not a known refusal.
 std::string remedyForRefusal(const std::string& message, const LaunchTarget& target);
 
 }  // namespace quillon::host

@@ -10,7 +10,7 @@
 namespace quillon::host {
 namespace {
 
-constexpr std::string_view kNoImage = "it is not an assembly";
+constexpr std::string_view kNotAnAssembly = "it is not an assembly";
 constexpr std::string_view kNative = "it holds native code, not an assembly";
 constexpr std::string_view kNoEntryPoint = "it has no entry point";
 
@@ -32,7 +32,7 @@ constexpr size_t kCliEntryPoint = 20;
 constexpr size_t kCliManagedNativeHeader = 64;
 constexpr uint32_t kNativeEntryPoint = 0x10;
 
-// Little-endian numbers at offsets that may lie anywhere.
+// Reads little-endian numbers with bounds checks.
 class Bytes {
  public:
   explicit Bytes(std::string_view bytes) : bytes_(bytes) {}
@@ -48,7 +48,7 @@ class Bytes {
     return number;
   }
 
-  bool holds(size_t offset, std::string_view text) const {
+  bool hasTextAt(size_t offset, std::string_view text) const {
     return offset <= bytes_.size() && bytes_.substr(offset, text.size()) == text;
   }
 
@@ -56,7 +56,7 @@ class Bytes {
   std::string_view bytes_;
 };
 
-// Where the section table places an address of the loaded image.
+// The offset in the file of a relative virtual address, by the section table.
 std::optional<size_t> offsetOf(const Bytes& image, size_t pe, uint32_t address) {
   const size_t sections =
       pe + kOptionalHeader + image.at<uint16_t>(pe + kOptionalSizeField).value_or(0);
@@ -72,7 +72,7 @@ std::optional<size_t> offsetOf(const Bytes& image, size_t pe, uint32_t address) 
   return std::nullopt;
 }
 
-// The offset of the CLI header; empty where the image has none.
+// The offset of the CLI header; empty if the image has none.
 std::optional<size_t> cliHeader(const Bytes& image, size_t pe) {
   const auto magic = image.at<uint16_t>(pe + kOptionalHeader);
   if (!magic) return std::nullopt;
@@ -83,45 +83,46 @@ std::optional<size_t> cliHeader(const Bytes& image, size_t pe) {
   return offsetOf(image, pe, *address);
 }
 
-// Where the PE header of an image stands; empty where the bytes are none.
+// The offset of the PE header; empty if the bytes are not an image.
 std::optional<size_t> peHeader(const Bytes& image) {
   const auto pe = image.at<uint32_t>(kPeOffsetField);
-  if (!image.holds(0, kDosSignature) || !pe || !image.holds(*pe, kPeSignature)) return std::nullopt;
+  if (!image.hasTextAt(0, kDosSignature) || !pe || !image.hasTextAt(*pe, kPeSignature))
+    return std::nullopt;
   return *pe;
 }
 
 }  // namespace
 
-std::string_view wrongWithImage(std::string_view text) {
+std::string_view imageError(std::string_view text) {
   const Bytes image(text);
   const auto pe = peHeader(image);
-  if (!pe) return kNoImage;
+  if (!pe) return kNotAnAssembly;
   const auto header = cliHeader(image, *pe);
   if (!header) return kNative;
   const auto flags = image.at<uint32_t>(*header + kCliFlags);
   const auto entryPoint = image.at<uint32_t>(*header + kCliEntryPoint);
-  if (!flags || !entryPoint) return kNoImage;
+  if (!flags || !entryPoint) return kNotAnAssembly;
   if ((*flags & kNativeEntryPoint) != 0) return kNative;
   return *entryPoint == 0 ? kNoEntryPoint : std::string_view();
 }
 
-bool bringsCompiledCode(std::string_view text) {
+bool hasReadyToRunCode(std::string_view text) {
   const Bytes image(text);
   const auto pe = peHeader(image);
   const auto header = pe ? cliHeader(image, *pe) : std::nullopt;
   return header && image.at<uint32_t>(*header + kCliManagedNativeHeader).value_or(0) != 0;
 }
 
-bool bringsCompiledCode(const std::filesystem::path& file) {
+bool hasReadyToRunCode(const std::filesystem::path& file) {
   const auto image = readWholeFile(file);
-  return image && bringsCompiledCode(std::string_view(*image));
+  return image && hasReadyToRunCode(std::string_view(*image));
 }
 
 Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {
   const auto image = readWholeFile(file);
-  const std::string_view wrong = image ? wrongWithImage(*image) : "it cannot be read";
-  if (wrong.empty()) return {};
-  return fail("the runtime cannot run '" + file.string() + "': " + std::string(wrong),
+  const std::string_view error = image ? imageError(*image) : "it cannot be read";
+  if (error.empty()) return {};
+  return fail("the runtime cannot run '" + file.string() + "': " + std::string(error),
               "name an assembly built as an application (OutputType Exe)");
 }
 

@@ -1,7 +1,7 @@
-// Whether a file is an assembly with an entry point, and whether it brings compiled code.
+// Whether a file is an assembly with an entry point, and whether it contains compiled code.
 //
-// The runtime answers a file that is not with an exception that nobody can catch, and dies of it
-// (SIGABRT). The launcher looks first.
+// The runtime reports a file that it cannot execute with an exception that no code can catch, which
+// ends the process with SIGABRT. So the launcher checks the file first.
 #pragma once
 
 #include <filesystem>
@@ -15,13 +15,13 @@ namespace quillon::host {
 // managed code.
 [[nodiscard]] Expected<void> requireExecutableAssembly(const std::filesystem::path& file);
 
-// What is wrong with an image (PE/COFF with a CLI header, ECMA-335 II.25); empty where it can be
-// executed. Reads any bytes whatever without leaving them.
-std::string_view wrongWithImage(std::string_view image);
+// Why an image (PE/COFF with a CLI header, ECMA-335 II.25) cannot be executed; empty if it can.
+// `image` may be any bytes.
+std::string_view imageError(std::string_view image);
 
-// Whether an image brings compiled code (ReadyToRun) beside its IL, so that the runtime need not
-// compile what the application starts with. Reads any bytes whatever without leaving them.
-bool bringsCompiledCode(std::string_view image);
-bool bringsCompiledCode(const std::filesystem::path& file);
+// Whether an image contains ReadyToRun code beside its IL, so that the runtime need not compile the
+// code that runs at the start. `image` may be any bytes. False for a file that cannot be read.
+bool hasReadyToRunCode(std::string_view image);
+bool hasReadyToRunCode(const std::filesystem::path& file);
 
 }  // namespace quillon::host

@@ -32,7 +32,7 @@ std::string_view directoryOf(std::string_view path) {
   return path.substr(0, std::min(path.rfind('/'), path.size()));
 }
 
-// Without ".dll" or ".exe"; empty where the name has neither.
+// The name without ".dll" or ".exe"; empty if it has neither extension.
 std::string_view stem(std::string_view fileName) {
   for (std::string_view extension : kExtensions) {
     if (endsWith(fileName, extension))
@@ -43,7 +43,7 @@ std::string_view stem(std::string_view fileName) {
 
 bool isNative(std::string_view path) { return endsWith(stem(fileNameOf(path)), kNativeSuffix); }
 
-bool displaces(const std::string& later, const std::string& earlier) {
+bool replaces(const std::string& later, const std::string& earlier) {
   return isNative(later) && !isNative(earlier) && directoryOf(later) == directoryOf(earlier);
 }
 
@@ -59,7 +59,7 @@ std::vector<std::string> fileNamesOf(const std::string& directory) {
        entry.increment(error)) {
     names.push_back(entry->path().filename().string());
   }
-  // The runtime tries NAME.dll before NAME.exe, and the order of a directory is no order.
+  // Directories have no order. The runtime tries NAME.dll before NAME.exe, so sort by name.
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -88,31 +88,37 @@ void AssemblyTable::addOneTrusted(const std::string& path) {
     if (isNew) {
       trusted_.push_back(path);
     } else {
-      settle(entry->second, name, path);
+      resolveConflict(entry->second, name, path);
     }
   }
 }
 
-void AssemblyTable::settle(size_t index, const std::string& name, const std::string& path) {
+void AssemblyTable::resolveConflict(size_t index, const std::string& name,
+                                    const std::string& path) {
   std::string& chosen = trusted_[index];
   if (chosen == path) return;
-  const bool change = displaces(path, chosen);
-  note({name, change ? chosen : path, change ? path : chosen});
-  if (change) chosen = path;
+  if (replaces(path, chosen)) {
+    addShadow({name, chosen, path});
+    chosen = path;
+  } else {
+    addShadow({name, path, chosen});
+  }
 }
 
-// A shared folder is searched for trusted assemblies and stands in APP_PATHS too.
-void AssemblyTable::note(const Shadow& shadow) {
+// A file may be found twice: a shared folder is searched for trusted assemblies and is in APP_PATHS
+// too.
+void AssemblyTable::addShadow(const Shadow& shadow) {
   const bool isKnown = std::any_of(shadows_.begin(), shadows_.end(), [&](const Shadow& known) {
     return known.loser == shadow.loser;
   });
   if (!isKnown) shadows_.push_back(shadow);
 }
 
-void AssemblyTable::addFolder(const std::string& directory, const std::string& shownAs) {
+void AssemblyTable::addFolder(const std::string& directory, const std::string& displayPath) {
   for (const std::string& name : fileNamesOf(directory)) {
     if (simpleNameOf(name).empty()) continue;
-    addFile((fs::path(shownAs) / name).string(), realPathOf((fs::path(directory) / name).string()));
+    addFile((fs::path(displayPath) / name).string(),
+            realPathOf((fs::path(directory) / name).string()));
   }
 }
 
@@ -122,12 +128,12 @@ void AssemblyTable::addFile(const std::string& path, const std::string& realPath
   const auto trusted = trustedIndex_.find(key);
   if (trusted != trustedIndex_.end()) {
     const std::string& winner = trusted_[trusted->second];
-    if (realPathOf(winner) != realPath) note({name, path, winner});
+    if (realPathOf(winner) != realPath) addShadow({name, path, winner});
     return;
   }
   const auto [entry, isNew] = folderWinners_.emplace(key, Winner{path, realPath});
   if (!isNew && entry->second.realPath != realPath) {
-    note({name, path, entry->second.path});
+    addShadow({name, path, entry->second.path});
   }
 }
 

@@ -1,7 +1,7 @@
-// ":"-joined lists of paths, as the plug-in returns them and the runtime takes them.
+// Lists of paths joined by ":", as the plug-in returns them and the runtime accepts them.
 //
-// The two disagree in one point: the plug-in's lists may begin with ":" and hold an entry twice,
-// and the runtime refuses a list with an empty or relative entry as a whole (0x80070057).
+// The plug-in's lists may begin with ":" and contain an entry twice. The runtime rejects a whole
+// list (0x80070057) if one entry is empty or relative.
 #pragma once
 
 #include <string>
@@ -12,22 +12,19 @@ namespace quillon::host {
 
 inline constexpr char kListSeparator = ':';
 
-// The pieces of a list in order, empty ones left out.
-std::vector<std::string> splitList(std::string_view list);
+// The entries of a list in order, without empty ones.
+std::vector<std::string> splitList(std::string_view list, char separator = kListSeparator);
 
-std::string joinList(const std::vector<std::string>& entries);
+std::string joinList(const std::vector<std::string>& entries, char separator = kListSeparator);
 
-// Whether a path cannot stand in a list.
-bool holdsSeparator(std::string_view path);
-
-// A path without final slashes, "/" itself excepted.
-std::string_view withoutFinalSlash(std::string_view path);
+// Whether a path contains ":", so that it cannot be an entry of a list.
+bool containsSeparator(std::string_view path);
 
 // Collects directories for one runtime property.
 class DirectoryList {
  public:
-  // Appends a directory unless it is empty, relative or already there. A relative one is kept in
-  // ignored().
+  // Appends a directory unless it is empty, relative or already in the list. Relative ones are
+  // collected in ignored().
   void add(const std::string& directory);
   void addAll(const std::vector<std::string>& directories);
 
@@ -35,7 +32,7 @@ class DirectoryList {
   const std::vector<std::string>& ignored() const { return ignored_; }
 
  private:
-  bool holds(std::string_view directory) const;
+  bool contains(std::string_view directory) const;
 
   std::vector<std::string> entries_;
   std::vector<std::string> ignored_;

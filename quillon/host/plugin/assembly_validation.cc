@@ -10,10 +10,13 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <vector>
 
+#include "quillon/base/descriptor.h"
 #include "quillon/host/assemblies/assembly_table.h"
-#include "quillon/host/plugin/answer_watch.h"
 #include "quillon/host/plugin/validator_remedies.h"
+#include "quillon/host/plugin/validator_watchdog.h"
 #include "quillon_tv_plugin.h"
 #include "workstation/log_tail.h"
 
@@ -22,25 +25,25 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What leads to the same file is asked about once, under the first name; but the name of a link
-// stays, since the plug-in refuses it.
-void addOnce(std::vector<std::string>& assemblies, const fs::path& path) {
+// Adds a path unless another path of the same file is in the list. Keeps the path of a symbolic
+// link to a file as a separate entry, because the plug-in refuses links.
+void addUnique(std::vector<std::string>& assemblies, const fs::path& path) {
   std::error_code error;
   const fs::path folder = fs::canonical(path.parent_path(), error);
-  const std::string plain = error ? path.string() : (folder / path.filename()).string();
-  if (std::find(assemblies.begin(), assemblies.end(), plain) == assemblies.end()) {
-    assemblies.push_back(plain);
+  const std::string resolved = error ? path.string() : (folder / path.filename()).string();
+  if (std::find(assemblies.begin(), assemblies.end(), resolved) == assemblies.end()) {
+    assemblies.push_back(resolved);
   }
 }
 
-Failure unlistable(const fs::path& folder, const std::error_code& error) {
+Failure listingFailed(const fs::path& folder, const std::error_code& error) {
   return {"cannot list the folder '" + folder.string() + "': " + error.message(),
           "make it readable, so that its assemblies can be validated", kLibraryRefused};
 }
 
-// The assemblies of a folder by name; with `depth` 1 those of its folders too, after its own.
-// A folder that is not there has none; one that cannot be listed is a failure, since its assemblies
-// would go unasked.
+// Adds the assemblies of a folder by name, then, if `depth` is 1, those of the folders in it. Adds
+// none if the folder does not exist. Fails if it cannot be listed, because its assemblies would not
+// be validated.
 Expected<void> addFolder(std::vector<std::string>& assemblies, const fs::path& folder, int depth) {
   std::vector<fs::path> files;
   std::vector<fs::path> folders;
@@ -56,11 +59,11 @@ Expected<void> addFolder(std::vector<std::string>& assemblies, const fs::path& f
   }
   if (error && error != std::errc::no_such_file_or_directory &&
       error != std::errc::not_a_directory) {
-    return tl::unexpected(unlistable(folder, error));
+    return tl::unexpected(listingFailed(folder, error));
   }
   std::sort(files.begin(), files.end());
   std::sort(folders.begin(), folders.end());
-  for (const fs::path& file : files) addOnce(assemblies, file);
+  for (const fs::path& file : files) addUnique(assemblies, file);
   if (depth == 0) return {};
   for (const fs::path& below : folders) {
     RETURN_IF_FAILED(addFolder(assemblies, below, depth - 1));
@@ -68,31 +71,40 @@ Expected<void> addFolder(std::vector<std::string>& assemblies, const fs::path& f
   return {};
 }
 
+Expected<std::vector<std::string>> listAssemblies(const LaunchTarget& target) {
+  std::vector<std::string> assemblies;
+  addUnique(assemblies, target.assembly);
+  for (const std::string& folder : target.folders()) {
+    RETURN_IF_FAILED(addFolder(assemblies, folder, 1));
+  }
+  return assemblies;
+}
+
 Failure noValidator(const std::string& why, const char* remedy = kStartValidator) {
   return {"cannot ask a validator: " + why, remedy, kValidatorState};
 }
 
-// Waits however long it takes.
-void lock(int pipe, int kind) {
-  while (flock(pipe, kind) != 0 && errno == EINTR) {
+Descriptor openPipe(const char* path, int direction) {
+  return Descriptor(open(path, direction | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+}
+
+// Waits without a time limit.
+void lock(int pipe, int operation) {
+  while (flock(pipe, operation) != 0 && errno == EINTR) {
   }
 }
 
-// The request pipe, open as long as this launch's turn lasts.
-class Turn {
+// The turn of this launch. It holds the lock of the request pipe until it is destroyed.
+class ValidationTurn {
  public:
-  Turn() : pipe_(open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC)) {}
-  ~Turn() {
-    if (pipe_ >= 0) close(pipe_);
-  }
-  Turn(const Turn&) = delete;
-  Turn& operator=(const Turn&) = delete;
+  ValidationTurn() : pipe_(openPipe(QUILLON_DLL_REQUEST_PIPE, O_WRONLY)) {}
 
-  int pipe() const { return pipe_; }
+  int pipe() const { return pipe_.get(); }
 
-  // Fails where no process reads the pipe, and so none would answer.
+  // Waits for the turn. Fails if no validator reads the request pipe. Call first, right after the
+  // constructor, whose open(2) sets errno.
   Expected<void> take() const {
-    if (pipe_ < 0) {
+    if (!pipe_) {
       const std::string why = errno == ENXIO ? "none runs any more, only its pipes are there"
                               : errno == ENOENT
                                   ? "none runs in this device root"
@@ -100,44 +112,44 @@ class Turn {
       return tl::unexpected(noValidator(why));
     }
     struct stat status {};
-    if (fstat(pipe_, &status) != 0 || !S_ISFIFO(status.st_mode)) {
+    if (fstat(pipe_.get(), &status) != 0 || !S_ISFIFO(status.st_mode)) {
       return tl::unexpected(noValidator("'" QUILLON_DLL_REQUEST_PIPE "' is no pipe"));
     }
-    waitForTurn();
-    letEarlierAnswersGo();
+    lockRequestPipe();
+    waitForEarlierAnswers();
     return {};
   }
 
  private:
-  void waitForTurn() const {
-    const AnswerWatch watch(pipe_,
-                            {"waiting for another launch, whose turn it is to ask the validator",
-                             "this one goes on when that one has its answers"},
-                            {"the validator ended before this launch's turn", kStartValidator});
-    lock(pipe_, LOCK_EX);
+  void lockRequestPipe() const {
+    const ValidatorWatchdog watchdog(
+        pipe(),
+        {"waiting for another launch, whose turn it is to ask the validator",
+         "this one goes on when that one has its answers"},
+        {"the validator ended before this launch's turn", kStartValidator});
+    lock(pipe(), LOCK_EX);
   }
 
-  // A launch that was interrupted may have left an answer under way, which this one would take for
-  // its own. The validator locks the answer pipe until it has taken such an answer back. Where
-  // there is no pipe to open, the plug-in will say so.
-  void letEarlierAnswersGo() const {
-    const int answers =
-        open(QUILLON_DLL_ANSWER_PIPE, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-    if (answers < 0) return;
-    const AnswerWatch watch(pipe_,
-                            {"waiting until the validator takes back an answer that nobody read",
-                             "it does so after ten seconds at most"},
-                            {"the validator ended before this launch's turn", kStartValidator});
-    lock(answers, LOCK_SH);
-    close(answers);
+  // The validator may be sending the answer to a launch that was interrupted, which this launch
+  // would read as its own. The validator locks the answer pipe until it has withdrawn the answer.
+  // If the pipe cannot be opened, the plug-in reports that later.
+  void waitForEarlierAnswers() const {
+    const Descriptor answers = openPipe(QUILLON_DLL_ANSWER_PIPE, O_RDONLY);
+    if (!answers) return;
+    const ValidatorWatchdog watchdog(
+        pipe(),
+        {"waiting until the validator takes back an answer that nobody read",
+         "it does so after ten seconds at most"},
+        {"the validator ended before this launch's turn", kStartValidator});
+    lock(answers.get(), LOCK_SH);
   }
 
-  int pipe_;
+  Descriptor pipe_;
 };
 
-// The plug-in refuses what it cannot resolve without asking; and what went away since it was
-// listed.
-std::optional<Failure> unresolvable(const std::string& assembly) {
+// The failure if a path cannot be resolved, for example because the file was removed after it was
+// listed. The plug-in refuses such a path without a request to the validator.
+std::optional<Failure> resolutionFailure(const std::string& assembly) {
   std::error_code error;
   static_cast<void>(fs::canonical(assembly, error));
   if (!error) return std::nullopt;
@@ -146,20 +158,22 @@ std::optional<Failure> unresolvable(const std::string& assembly) {
                  kLibraryRefused};
 }
 
-// errors  what the platform log's last errors were before the question; a new one is the plug-in's
-Failure refusalOf(const std::string& assembly, const Turn& turn,
+// Why plugin_validate_dll refused an assembly.
+//
+// errors  the last errors in the platform log before the call; the plug-in logged newer ones
+Failure refusalOf(const std::string& assembly, const ValidationTurn& turn,
                   const std::vector<std::string>& errors) {
   std::error_code ignored;
   if (fs::is_symlink(assembly, ignored)) {
     return {"the assembly '" + assembly + "' is a symbolic link, which is refused unasked",
             "put the file itself in its place", kLibraryRefused};
   }
-  if (auto failure = unresolvable(assembly)) return *failure;
-  if (!isServed(turn.pipe())) {
+  if (auto failure = resolutionFailure(assembly)) return *failure;
+  if (!hasReader(turn.pipe())) {
     return noValidator("it ended before it was asked about '" + assembly + "'");
   }
   if (workstation::lastErrorMessages() != errors) {
-    // It runs, so its pipes are at fault, and a second one would not start.
+    // The validator runs, so its pipes are damaged. A second validator would not start.
     return noValidator(workstation::lastErrorMessage(), kRestartValidator);
   }
   return {"the validator refused the assembly '" + assembly + "'", kChangePolicy, kLibraryRefused};
@@ -167,23 +181,13 @@ Failure refusalOf(const std::string& assembly, const Turn& turn,
 
 }  // namespace
 
-Expected<std::vector<std::string>> assembliesOf(const LaunchTarget& target) {
-  std::vector<std::string> assemblies;
-  addOnce(assemblies, target.assembly);
-  for (const std::string& folder : target.folders()) {
-    RETURN_IF_FAILED(addFolder(assemblies, folder, 1));
-  }
-  return assemblies;
-}
-
 Expected<void> validateAssemblies(const PluginCalls& plugin, const LaunchTarget& target) {
-  const Turn turn;
+  const ValidationTurn turn;
   RETURN_IF_FAILED(turn.take());
-  const auto assemblies = assembliesOf(target);
-  if (!assemblies) return tl::unexpected(assemblies.error());
-  for (const std::string& assembly : *assemblies) {
+  ASSIGN_OR_RETURN(const std::vector<std::string> assemblies, listAssemblies(target));
+  for (const std::string& assembly : assemblies) {
     const std::vector<std::string> errors = workstation::lastErrorMessages();
-    const AnswerWatch watch(
+    const ValidatorWatchdog watchdog(
         turn.pipe(),
         {"waiting for the validator's answer about '" + assembly + "'",
          "see the terminal that it runs in"},

@@ -1,4 +1,4 @@
-// Asking the validator about an application before any of it is loaded.
+// Validates an application's assemblies before any of them is loaded.
 #pragma once
 
 #include "quillon/host/application/target.h"
@@ -6,17 +6,14 @@
 
 namespace quillon::host {
 
-// The assemblies in the application's own folders and in the culture folders right below them: the
-// one to execute first, then the others by folder and name. Each path once.
-Expected<std::vector<std::string>> assembliesOf(const LaunchTarget& target);
-
-// Asks plugin_validate_dll about each, and stops at the first that is refused: kLibraryRefused.
-// kValidatorState where no validator runs; where it ends while the launch waits, the process ends
-// with that status.
+// Passes the assemblies of the application to plugin_validate_dll: those in its own folders and in
+// the culture folders directly below, the executed one first, then by folder and name. Fails with
+// kLibraryRefused at the first assembly that is refused, and with kValidatorState if no validator
+// runs. If the validator ends during a call, the process ends with kValidatorState.
 //
-// Launches take turns, since answers carry no name: the request pipe is locked (flock(2)) as long
-// as one asks. A turn begins when no answer is under way any more: a validator locks the answer
-// pipe meanwhile. Call while the process has one thread.
+// Answers do not name their request, so launches take turns: a launch locks the request pipe
+// (flock(2)) for all of its requests. It then waits until no answer to an earlier launch is in the
+// answer pipe, which the validator locks while one is. Call while the process has one thread.
 [[nodiscard]] Expected<void> validateAssemblies(const PluginCalls& plugin,
                                                 const LaunchTarget& target);
 

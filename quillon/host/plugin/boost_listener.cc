@@ -9,14 +9,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "device_paths.h"
+#include "quillon/base/descriptor.h"
 
 namespace quillon::host {
 namespace {
 
-// What an exit handler, which takes no arguments, needs to know.
-int g_socket = -1;
+// A static variable because the exit handler takes no arguments.
+Descriptor g_listener;
 
 sockaddr_un addressOf(const std::string& path) {
   sockaddr_un address{};
@@ -29,18 +31,17 @@ const sockaddr* generic(const sockaddr_un& address) {
   return reinterpret_cast<const sockaddr*>(&address);
 }
 
-// A datagram socket is not let in, so a daemon notices nothing: the kernel says EPROTOTYPE where a
-// stream socket has the address, and ECONNREFUSED where one was left behind, unix(7).
+// Connects with a datagram socket, which a daemon does not notice: connect(2) fails with EPROTOTYPE
+// if a stream socket listens at the address, and with ECONNREFUSED if no socket does (unix(7)).
 bool hasDaemon(const sockaddr_un& address) {
-  const int probe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (probe < 0) return false;
-  const bool refused = connect(probe, generic(address), sizeof address) != 0 &&
-                       (errno == ENOENT || errno == ECONNREFUSED);
-  close(probe);
-  return !refused;
+  const Descriptor probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!probe) return false;
+  return connect(probe.get(), generic(address), sizeof address) == 0 ||
+         (errno != ENOENT && errno != ECONNREFUSED);
 }
 
-bool isLeftBehind(const std::string& path) {
+// Whether the path is a socket of a process that has ended.
+bool isStaleSocket(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) &&
          !hasDaemon(addressOf(path));
@@ -54,41 +55,36 @@ bool listenAt(int listener, const std::string& path) {
   return false;
 }
 
-// In place of a name that was left behind, in one step: another launch may do so at the same
-// moment, and the last one serves both.
-bool listenInPlaceOf(int listener, const std::string& path) {
-  const std::string aside = path + "." + std::to_string(getpid());
-  unlink(aside.c_str());
-  if (!listenAt(listener, aside)) return false;
-  if (rename(aside.c_str(), path.c_str()) == 0) return true;
-  unlink(aside.c_str());
+// Replaces a stale socket atomically. If another launch does so at the same time, the later one
+// serves both.
+bool replaceStaleSocket(int listener, const std::string& path) {
+  const std::string temporary = path + "." + std::to_string(getpid());
+  unlink(temporary.c_str());
+  if (!listenAt(listener, temporary)) return false;
+  if (rename(temporary.c_str(), path.c_str()) == 0) return true;
+  unlink(temporary.c_str());
   return false;
 }
 
-// The name is nobody's, as a rule.
-bool takeAddress(int listener, const std::string& path) {
+bool listenAtFreePath(int listener, const std::string& path) {
   if (listenAt(listener, path)) return true;
-  return errno == EADDRINUSE && isLeftBehind(path) && listenInPlaceOf(listener, path);
+  return errno == EADDRINUSE && isStaleSocket(path) && replaceStaleSocket(listener, path);
 }
 
 void stopListening() {
-  if (g_socket < 0) return;
-  // Its name first: whoever finds it is still heard.
+  if (!g_listener) return;
+  // Remove the path first, so that a client that found it can still connect.
   unlink(device_paths::kBoostSocket);
-  close(g_socket);
-  g_socket = -1;
+  g_listener.reset();
 }
 
 }  // namespace
 
 BoostListener::BoostListener() {
   [[maybe_unused]] static const int registered = std::atexit(stopListening);
-  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (listener < 0) return;
-  if (takeAddress(listener, device_paths::kBoostSocket)) {
-    g_socket = listener;
-  } else {
-    close(listener);
+  Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (listener && listenAtFreePath(listener.get(), device_paths::kBoostSocket)) {
+    g_listener = std::move(listener);
   }
 }
 

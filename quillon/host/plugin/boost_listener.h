@@ -1,14 +1,15 @@
-// The launch-boost daemon's place on a machine that has none.
+// A stand-in for the launch-boost daemon on a machine without one.
 //
-// plugin_set_app_info sends the daemon a notice, and where nobody listens it tries five times with
-// a pause of 10 ms between: twice as long as a small application takes to start. While a listener
-// is there and no daemon is, the launcher listens itself, and drops what it is sent.
+// plugin_set_app_info sends the daemon a notice. If no process listens, it tries five times with
+// pauses of 10 ms, which takes twice as long as the start of a small application. So if there is no
+// daemon, the launcher listens itself, and ignores what it receives.
 #pragma once
 
 namespace quillon::host {
 
-// One at a time; make it right before plugin_set_app_info. It ends without a trace, also where the
-// plug-in ends the process meanwhile. Where it cannot listen the plug-in waits as it would.
+// Only one may exist at a time. Create it right before plugin_set_app_info. It removes its socket
+// when it is destroyed, and also if the plug-in ends the process. If it cannot listen, the plug-in
+// waits as described above.
 class BoostListener {
  public:
   BoostListener();

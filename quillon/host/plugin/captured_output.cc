@@ -12,9 +12,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
+
+#include "quillon/base/files.h"
 
 namespace quillon::host {
 namespace {
@@ -23,18 +24,16 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr milliseconds kLongestWait{3000};
-constexpr milliseconds kPause{1};
-// For a reader that cannot be watched, as in a zone without a /proc of this process.
-constexpr milliseconds kGrace{50};
-constexpr int kFirstDescriptor = 10;
+constexpr milliseconds kMaxWait{3000};
+constexpr milliseconds kPollInterval{1};
+// For a reader whose state is unknown, as in a zone whose /proc does not show this process.
+constexpr milliseconds kUnknownStateDelay{50};
+constexpr int kMinDescriptor = 10;
 
-// A captured stream: a duplicate of its pipe, taken before the application can replace the
-// descriptor, and the name of the plug-in's thread that reads it.
 struct Stream {
   int descriptor;
-  const char* reader;
-  int pipe = -1;
+  const char* reader;  // name of the plug-in's thread that reads the pipe
+  int pipe = -1;       // duplicate of the descriptor: the application may replace the original
 };
 
 std::array<Stream, 2>& streams() {
@@ -48,30 +47,25 @@ bool isPipe(int descriptor) {
   return fstat(descriptor, &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-std::string firstLine(const fs::path& file) {
-  std::ifstream stream(file);
-  std::string line;
-  std::getline(stream, line);
-  return line;
-}
+std::string readProcFile(const fs::path& file) { return readSmallFileAt(AT_FDCWD, file.c_str()); }
 
-// The folder of the thread of that name in /proc; empty where there is none to be seen.
+// The folder in /proc of the thread with that name; empty if there is none.
 fs::path threadOf(const std::string& name) {
   std::error_code gone;
   for (fs::directory_iterator entry("/proc/self/task", gone), end; !gone && entry != end;
        entry.increment(gone)) {
-    if (firstLine(entry->path() / "comm") == name) return entry->path();
+    if (readProcFile(entry->path() / "comm") == name + "\n") return entry->path();
   }
   return {};
 }
 
-// What /proc tells of a reader.
-enum class Reader { kNone, kUnseen, kBusy, kWaiting };
+// The state of a reader thread, from /proc.
+enum class Reader { kNone, kUnknown, kBusy, kWaiting };
 
-// The readers wait for input in poll(2) alone. `call` is a line of "syscall", proc(5).
+// The readers wait for input only in poll(2). `call` is the content of "syscall" (proc(5)).
 Reader stateIn(const std::string& call) {
   const auto is = [&](long number) { return call.rfind(std::to_string(number) + " ", 0) == 0; };
-  if (call.empty()) return Reader::kUnseen;
+  if (call.empty()) return Reader::kUnknown;
 #ifdef SYS_poll
   if (is(SYS_poll)) return Reader::kWaiting;
 #endif
@@ -79,10 +73,10 @@ Reader stateIn(const std::string& call) {
 }
 
 Reader readerOf(const Stream& stream) {
-  std::error_code hidden;
-  if (!fs::exists("/proc/self/task", hidden)) return Reader::kUnseen;
+  std::error_code ignored;
+  if (!fs::exists("/proc/self/task", ignored)) return Reader::kUnknown;
   const fs::path thread = threadOf(stream.reader);
-  return thread.empty() ? Reader::kNone : stateIn(firstLine(thread / "syscall"));
+  return thread.empty() ? Reader::kNone : stateIn(readProcFile(thread / "syscall"));
 }
 
 bool isEmpty(int pipe) {
@@ -90,8 +84,8 @@ bool isEmpty(int pipe) {
   return ioctl(pipe, FIONREAD, &unread) != 0 || unread == 0;
 }
 
-// In this order: a reader that waits after its pipe was empty has logged what was in it. Without a
-// reader nothing would be.
+// Checks the pipe before the reader: if the reader waits after its pipe was empty, it has logged
+// all bytes. Without a reader nothing will be logged.
 bool isLogged(const Stream& stream) {
   if (stream.pipe < 0) return true;
   const bool empty = isEmpty(stream.pipe);
@@ -99,37 +93,39 @@ bool isLogged(const Stream& stream) {
   return reader == Reader::kNone || (empty && reader != Reader::kBusy);
 }
 
-bool isUnseen(const Stream& stream) {
-  return stream.pipe >= 0 && readerOf(stream) == Reader::kUnseen;
+bool isUnknown(const Stream& stream) {
+  return stream.pipe >= 0 && readerOf(stream) == Reader::kUnknown;
 }
 
-// What `file` holds goes into its pipe. A thread of the application may hold a stream's lock for
-// ever, for instance in a read from the terminal, so that nothing here waits for one.
+// Flushes the buffer of `file` into its pipe. Does not wait for the stream's lock, which a thread
+// of the application may hold for ever, for example during a read from the terminal.
 void flush(const Stream& stream, FILE* file) {
   if (stream.pipe < 0 || ftrylockfile(file) != 0) return;
   fflush_unlocked(file);
   funlockfile(file);
 }
 
-void awaitCapturedOutput() {
+void drainCapturedOutput() {
   const auto& all = streams();
   flush(all[0], stdout);
   flush(all[1], stderr);
-  const auto end = Clock::now() + kLongestWait;
+  const auto end = Clock::now() + kMaxWait;
   while (!std::all_of(all.begin(), all.end(), isLogged) && Clock::now() < end) {
-    std::this_thread::sleep_for(kPause);
+    std::this_thread::sleep_for(kPollInterval);
   }
-  if (std::any_of(all.begin(), all.end(), isUnseen)) std::this_thread::sleep_for(kGrace);
+  if (std::any_of(all.begin(), all.end(), isUnknown)) {
+    std::this_thread::sleep_for(kUnknownStateDelay);
+  }
 }
 
 }  // namespace
 
-void awaitCapturedOutputAtExit() {
+void drainCapturedOutputAtExit() {
   for (Stream& stream : streams()) {
     if (!isPipe(stream.descriptor)) continue;
-    stream.pipe = fcntl(stream.descriptor, F_DUPFD_CLOEXEC, kFirstDescriptor);
+    stream.pipe = fcntl(stream.descriptor, F_DUPFD_CLOEXEC, kMinDescriptor);
   }
-  std::atexit(awaitCapturedOutput);
+  std::atexit(drainCapturedOutput);
 }
 
 }  // namespace quillon::host

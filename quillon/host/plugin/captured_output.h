@@ -1,15 +1,14 @@
-// The end of what an application printed.
+// The last lines of an application whose output is captured.
 //
-// From plugin_has_log_control on, output goes through pipes that threads of the plug-in read. They
-// end with the process, and so would the last lines of an application that prints and ends: the
-// launcher gives them the time to log those.
+// After plugin_has_log_control, output goes through pipes that threads of the plug-in read. The
+// threads end with the process, so without a wait the last lines before the exit would be lost.
 #pragma once
 
 namespace quillon::host {
 
-// From here on the process, when it exits, flushes what stdout and stderr hold and waits until the
-// plug-in has logged all that was printed; a few seconds at most. A process that ends otherwise, by
-// a signal or _exit, does not. Call right after plugin_has_log_control, once.
-void awaitCapturedOutputAtExit();
+// Registers an exit handler that flushes stdout and stderr and waits, for a few seconds at most,
+// until the plug-in has logged all output. A process that ends by a signal or by _exit() does not
+// run it. Call once, right after plugin_has_log_control.
+void drainCapturedOutputAtExit();
 
 }  // namespace quillon::host

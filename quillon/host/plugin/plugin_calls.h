@@ -1,7 +1,9 @@
-// The plug-in's functions in the order in which a launch calls them, with what can go wrong in each
-// made into a failure or, where the plug-in ends the process, explained. Each call is a span of the
-// launch's trace, by its name.
+// The plug-in's functions, as launches call them: see launch_calls.h for their order. Each method
+// turns the failures of its call into a Failure or, if the plug-in ends the process, explains the
+// exit. Each call is a span of the launch's trace that has the name of the plug-in's function.
 #pragma once
+
+#include <string>
 
 #include "quillon/host/application/target.h"
 #include "quillon/host/plugin/plugin_library.h"
@@ -13,26 +15,27 @@ namespace quillon::host {
 class PluginCalls {
  public:
   PluginCalls() = default;
-  // `target` must outlive the calls.
+  // `target` must outlive this object.
   PluginCalls(const PluginLibrary& library, const LaunchTarget* target)
       : library_(library), target_(target) {}
 
-  // Fails with kUsage where the plug-in does not know the application type.
+  // Fails with kUsage if the plug-in does not know the application type.
   [[nodiscard]] Expected<void> initialize() const;
 
   // Copies of the four lists. Call once.
   [[nodiscard]] Expected<PluginLists> lists() const;
 
-  // Whether the validator accepts a library. May wait for ever.
+  // Whether the validator accepts a library. May block for ever: see ValidatorWatchdog.
   bool validate(const std::string& path) const;
 
   void setRuntime(const Runtime& runtime) const;
   void preload() const;
 
-  // Ends the process with status 0, after a line on the terminal, where the plug-in refuses.
+  // If the plug-in refuses the application, prints a line on the terminal and ends the process with
+  // status 0.
   [[nodiscard]] Expected<void> setApplication() const;
 
-  // Leads standard output and error into the log, to the last line.
+  // Redirects standard output and error into the log. The process flushes them when it exits.
   void captureOutput() const;
 
   void beforeExecute() const;
@@ -43,8 +46,8 @@ class PluginCalls {
   const LaunchTarget* target_ = nullptr;
 };
 
-// The payload of the plug-in's cached list of trusted assemblies; empty where no whole one is
-// there.
+// The payload of the plug-in's cached list of trusted assemblies. Empty if there is no complete
+// one.
 std::string cachedTpa();
 
 }  // namespace quillon::host

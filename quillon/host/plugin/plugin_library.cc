@@ -18,7 +18,7 @@ std::string loaderMessage() {
   return message != nullptr ? message : "unknown cause";
 }
 
-// Looks functions up until one is missing.
+// Looks up functions until one is missing.
 class Symbols {
  public:
   explicit Symbols(void* library) : library_(library) {}

@@ -1,4 +1,4 @@
-// The plug-in as a device launcher sees it: a file, and functions found in it by name.
+// The plug-in as a device launcher uses it: a shared library whose functions are looked up by name.
 #pragma once
 
 #include <filesystem>
@@ -26,15 +26,15 @@ struct PluginLibrary {
   decltype(&create_pipe_client) createPipeClient = nullptr;
 };
 
-// Where a library that was built or installed with an executable lies.
+// The path of a library that was built or installed with an executable.
 std::filesystem::path libraryOf(const std::filesystem::path& executable, const char* name);
 
-// Where the plug-in lies beside this executable: "../lib" in a build folder, the library folder
-// that the build was installed to otherwise.
+// The path of the plug-in that belongs to an executable: in "../lib" of a build folder, otherwise
+// in the library folder of the installation.
 std::filesystem::path defaultPlugin(const std::filesystem::path& executable);
 
-// Loads the plug-in, for good: it registers signal handlers and starts threads, so it is never
-// unloaded. The failure names the file or the function that is missing.
+// Loads the plug-in. It is never unloaded, because it registers signal handlers and starts threads.
+// A failure names the file or the missing function.
 [[nodiscard]] Expected<PluginLibrary> loadPlugin(const std::filesystem::path& file);
 
 }  // namespace quillon::host

@@ -6,7 +6,7 @@
 
 namespace quillon::host {
 
-// What the plug-in's list functions returned, unchanged.
+// The results of the plug-in's list functions, unchanged.
 struct PluginLists {
   std::optional<std::string> tpa;  // nullopt if the plug-in leaves the list to the launcher
   std::string dllPath;

@@ -1,4 +1,4 @@
-// What a person does about the validator. Each text stands once.
+// Remedies for failures that concern the validator. Each text is defined only here.
 #pragma once
 
 namespace quillon::host {

@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Major, minor and patch; what follows a number is ignored, so a preview counts as its release.
+// Major, minor and patch version. Ignores a suffix, so a preview compares equal to its release.
 std::array<long, 3> numbersOf(const std::string& version) {
   std::array<long, 3> numbers{};
   const char* rest = version.c_str();
@@ -33,7 +33,7 @@ bool hasRuntime() {
   return fs::exists(fs::path(device_paths::kNetcoreapp) / "libcoreclr.so", ignored);
 }
 
-std::string contents() {
+std::string describeFolder() {
   std::error_code ignored;
   const fs::path framework = device_paths::kNetcoreapp;
   if (!fs::exists(framework, ignored)) return "no such folder";
@@ -56,7 +56,7 @@ Expected<void> requireFramework(const std::string& wantedVersion, const std::str
       std::string("at '") + device_paths::kNetcoreapp + "' of the device root '" + device + "'";
   if (!hasRuntime()) {
     return fail(kNoRuntime, {"no .NET runtime: wanted " + nameOf(wantedVersion) + ", found " +
-                                 contents() + " " + where,
+                                 describeFolder() + " " + where,
                              remedy(device)});
   }
   if (!serves(foundVersion, wantedVersion)) {

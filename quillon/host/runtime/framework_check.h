@@ -7,17 +7,17 @@
 
 namespace quillon::host {
 
-// Fails with kNoRuntime, naming what was wanted, what was found, where, and one remedy: where the
-// folder holds no runtime, or one that is older than the application wants.
+// Fails with kNoRuntime if the folder has no runtime, or one that is older than the application
+// wants. The failure names the wanted version, what was found, the folder and one remedy.
 //
-// wantedVersion, foundVersion  of Microsoft.NETCore.App; empty where unknown
-// device                       the device root, as the person named it
+// wantedVersion, foundVersion  of Microsoft.NETCore.App; empty if unknown
+// device                       the device root, as on the command line
 [[nodiscard]] Expected<void> requireFramework(const std::string& wantedVersion,
                                               const std::string& foundVersion,
                                               const std::string& device);
 
-// Whether version `found` serves an application built for version `wanted`: .NET is compatible
-// upwards. Unknown versions serve.
+// Whether version `found` can run an application built for version `wanted`: newer versions of .NET
+// run older applications. True if either version is unknown.
 bool serves(const std::string& found, const std::string& wanted);
 
 }  // namespace quillon::host

@@ -1,11 +1,11 @@
-// What the runtime's status codes mean, in words.
+// Descriptions of the runtime's status codes.
 #pragma once
 
 #include <string>
 
 namespace quillon::host {
 
-// "0x80070002 (file not found)"; the code alone where its meaning is not known here.
+// "0x80070002 (file not found)", or the code alone if its meaning is unknown.
 std::string describeHresult(int status);
 
 }  // namespace quillon::host

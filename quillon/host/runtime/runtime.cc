@@ -15,21 +15,21 @@ constexpr char kRemedy[] =
     "the framework folder is damaged or of another machine: make the device root again with a "
     "working .NET runtime (quillon device init)";
 
-// What the runtime reported since the last step began. The runtime's error writer takes no argument
-// of ours, so the text has to stand here.
+// The messages that the runtime reported during the current step. They are in a static variable
+// because the runtime's error writer has no argument for context.
 std::string& runtimeMessages() {
   static std::string messages;
   return messages;
 }
 
-void keepRuntimeMessage(const char* message) {
+void addRuntimeMessage(const char* message) {
   std::string& messages = runtimeMessages();
   if (!messages.empty()) messages += ' ';
   messages += message;
 }
 
-// "; the runtime says: ..." without final line breaks, or nothing.
-std::string runtimeSays() {
+// "; the runtime says: ..." without trailing line breaks; empty without a message.
+std::string messageSuffix() {
   std::string text = runtimeMessages();
   while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
   return text.empty() ? text : "; the runtime says: " + text;
@@ -43,10 +43,10 @@ bool find(void* library, const char* name, Function*& function) {
   return symbol != nullptr;
 }
 
-// The runtime's own text names the file only in its message; this says it for every cause.
+// Names the file for every cause. The runtime names it in some of its messages only.
 Failure failedStep(const std::string& step, const std::filesystem::path& file, int status) {
   return {
-      step + " of '" + file.string() + "' failed with " + describeHresult(status) + runtimeSays(),
+      step + " of '" + file.string() + "' failed with " + describeHresult(status) + messageSuffix(),
       kRemedy};
 }
 
@@ -56,7 +56,7 @@ Expected<Runtime> Runtime::load(const std::filesystem::path& framework) {
   Runtime runtime;
   runtime.library_ = framework / kLibrary;
   void* const library = dlopen(runtime.library_.c_str(), RTLD_NOW | RTLD_LOCAL);
-  // The runtime loads its compiler by itself, and aborts without naming it where it cannot.
+  // Load the compiler too: the runtime loads it later, and aborts without naming it on failure.
   if (library == nullptr ||
       dlopen((framework / kCompiler).c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
     return fail(std::string("cannot load the runtime: ") + dlerror(), kRemedy);
@@ -80,7 +80,7 @@ Expected<void> Runtime::start(const std::filesystem::path& executable,
     names.push_back(name.c_str());
     values.push_back(value.c_str());
   }
-  if (setErrorWriter_ != nullptr) setErrorWriter_(keepRuntimeMessage);
+  if (setErrorWriter_ != nullptr) setErrorWriter_(addRuntimeMessage);
   const int status =
       initialize_(executable.c_str(), domainName.c_str(), static_cast<int>(properties.size()),
                   names.data(), values.data(), &host_, &domain_);

@@ -1,8 +1,8 @@
-// The .NET runtime of a framework folder, through its hosting interface (coreclrhost.h of the
+// The .NET runtime of a framework folder, used through its hosting interface (coreclrhost.h of the
 // public runtime).
 //
-// One runtime serves one process, once: it cannot be started again after it was shut down. While
-// coreclr_initialize runs, the calling thread must be the only one that the launcher made.
+// A process can start the runtime only once, also after it was shut down. During start(), the
+// calling thread must be the only one that the launcher created.
 #pragma once
 
 #include <filesystem>
@@ -15,27 +15,27 @@
 
 namespace quillon::host {
 
-// Name and value, in the order in which the runtime gets them.
+// Names and values, in the order in which the runtime receives them.
 using RuntimeProperties = std::vector<std::pair<std::string, std::string>>;
 
 class Runtime {
  public:
-  // Loads libcoreclr.so of a framework folder. The failure names the file and the loader's cause.
+  // Loads libcoreclr.so of a framework folder. A failure names the file and the loader's cause.
   [[nodiscard]] static Expected<Runtime> load(const std::filesystem::path& framework);
 
-  // Starts the runtime. The failure says the step, the status and what the runtime itself reported.
+  // Starts the runtime. A failure names the step, the status and the runtime's own message.
   [[nodiscard]] Expected<void> start(const std::filesystem::path& executable,
                                      const std::string& domainName,
                                      const RuntimeProperties& properties);
 
-  // Runs an assembly's entry point and returns the application's exit status. The failure is that
-  // the assembly could not be run. An exception that the application does not catch ends the
-  // process with SIGABRT, as under every .NET host.
+  // Runs an assembly's entry point and returns the application's exit status. Fails if the assembly
+  // cannot be run. An exception that the application does not catch ends the process with SIGABRT,
+  // as with every .NET host.
   [[nodiscard]] Expected<unsigned> execute(const std::string& assembly,
                                            const std::vector<std::string>& arguments);
 
-  // Shuts the runtime down. Returns the exit status that the runtime latched, which is the
-  // application's.
+  // Shuts the runtime down. Returns the exit status that the runtime latched, which is that of the
+  // application.
   int shutDown();
 
   void* host() const { return host_; }
@@ -52,7 +52,7 @@ class Runtime {
                      unsigned*) = nullptr;
   int (*execute_)(void*, unsigned, int, const char**, const char*, unsigned*) = nullptr;
   int (*shutDown_)(void*, unsigned, int*) = nullptr;
-  int (*setErrorWriter_)(ErrorWriter) = nullptr;  // null before .NET 7
+  int (*setErrorWriter_)(ErrorWriter) = nullptr;  // null if older than .NET 7
   coreclr_create_delegate_ptr createDelegate_ = nullptr;
   void* host_ = nullptr;
   unsigned domain_ = 0;

@@ -16,7 +16,7 @@ constexpr char kFrameworkName[] = "Microsoft.NETCore.App";
 constexpr char kDepsFile[] = "Microsoft.NETCore.App.deps.json";
 constexpr char kRuntimePack[] = "Microsoft.NETCore.App.Runtime.";
 
-// Comments are allowed, as .NET's own host allows them.
+// Allows comments, as .NET's own host does.
 Json parseFile(const std::filesystem::path& file) {
   return Json::parse(readWholeFile(file).value_or(""), nullptr, /*allow_exceptions=*/false,
                      /*ignore_comments=*/true);
@@ -52,9 +52,9 @@ std::string wantedVersion(const Json& options) {
   return {};
 }
 
-// Reads the framework's dependency file up to the key that names its version, "targets": {...:
-// {"Microsoft.NETCore.App.Runtime.linux-x64/10.0.12": ..., which stands at its top; the file goes
-// on for hundreds of lines.
+// Reads the framework's dependency file up to the key that contains its version, "targets": {...:
+// {"Microsoft.NETCore.App.Runtime.linux-x64/10.0.12": ..., which is near the start of a file of
+// hundreds of lines.
 class FrameworkVersion : public nlohmann::json_sax<Json> {
  public:
   std::string version;
@@ -105,7 +105,7 @@ Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly)
   RuntimeConfig config;
   config.frameworkVersion = wantedVersion(options);
   const Json& properties = member(options, "configProperties");
-  if (!properties.is_object()) return config;  // items() would make one of anything
+  if (!properties.is_object()) return config;  // items() accepts other types too
   for (const auto& [name, value] : properties.items()) {
     config.properties.emplace_back(name, textOf(value));
   }

@@ -1,30 +1,28 @@
-// What an application's own build says of its runtime: NAME.runtimeconfig.json beside NAME.dll.
+// The runtime settings in an application's build output: NAME.runtimeconfig.json beside NAME.dll.
 #pragma once
 
 #include <filesystem>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "quillon/base/failure.h"
+#include "quillon/host/runtime/runtime.h"
 
 namespace quillon::host {
 
 struct RuntimeConfig {
-  std::string frameworkVersion;  // wanted version of Microsoft.NETCore.App; empty: not said
-  // "configProperties", in file order, as the texts that the runtime takes.
-  std::vector<std::pair<std::string, std::string>> properties;
+  std::string frameworkVersion;  // wanted version of Microsoft.NETCore.App; empty if not stated
+  RuntimeProperties properties;  // "configProperties" as strings, in file order
 };
 
-// The file beside an assembly that would hold its configuration.
+// The path of the configuration file of an assembly, which need not exist.
 std::filesystem::path runtimeConfigOf(std::filesystem::path assembly);
 
-// The configuration of an assembly; an empty one where it has none. Fails, naming the file, where
-// the file is there and is no such configuration.
+// Reads the configuration of an assembly. Returns an empty one if the file does not exist. Fails,
+// naming the file, if it exists and is not a JSON object.
 [[nodiscard]] Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly);
 
-// The version of the framework in a folder, as Microsoft.NETCore.App.deps.json tells it; empty
-// where it does not.
+// The version of the framework in a folder, from its Microsoft.NETCore.App.deps.json. Empty if the
+// file does not state it.
 std::string frameworkVersionOf(const std::filesystem::path& framework);
 
 }  // namespace quillon::host

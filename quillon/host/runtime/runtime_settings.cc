@@ -6,8 +6,8 @@
 namespace quillon::host {
 namespace {
 
-void apply(const char* variable, const std::optional<bool>& chosen) {
-  if (chosen) setenv(variable, *chosen ? "1" : "0", 1);
+void apply(const char* variable, const std::optional<bool>& setting) {
+  if (setting) setenv(variable, *setting ? "1" : "0", 1);
 }
 
 bool isSet(const char* variable) { return std::getenv(variable) != nullptr; }
@@ -23,23 +23,23 @@ void applySettings(const RuntimeSettings& settings) {
   apply("DOTNET_EnableDiagnostics", settings.diagnostics);
 }
 
-RuntimeVariable::RuntimeVariable(const char* name, const char* value,
-                                 std::initializer_list<const char*> deciding)
-    : name_(name), isMine_(std::none_of(deciding.begin(), deciding.end(), isSet)) {
-  if (isMine_) setenv(name_, value, 1);
+ScopedVariable::ScopedVariable(const char* name, const char* value,
+                               std::initializer_list<const char*> overrides)
+    : name_(name), isOwner_(std::none_of(overrides.begin(), overrides.end(), isSet)) {
+  if (isOwner_) setenv(name_, value, 1);
 }
 
-RuntimeVariable::~RuntimeVariable() {
-  if (isMine_) unsetenv(name_);
+ScopedVariable::~ScopedVariable() {
+  if (isOwner_) unsetenv(name_);
 }
 
-// The runtime takes its settings under both prefixes.
-WithoutIdleTracing::WithoutIdleTracing()
-    : RuntimeVariable("DOTNET_LTTng", "0",
-                      {"DOTNET_LTTng", "DOTNET_EnableEventLog", "COMPlus_EnableEventLog"}) {}
+// The runtime reads its settings under both prefixes.
+ScopedLttngOff::ScopedLttngOff()
+    : ScopedVariable("DOTNET_LTTng", "0",
+                     {"DOTNET_LTTng", "DOTNET_EnableEventLog", "COMPlus_EnableEventLog"}) {}
 
-WithLastingCompiler::WithLastingCompiler()
-    : RuntimeVariable(
+ScopedJitThreadKeepAlive::ScopedJitThreadKeepAlive()
+    : ScopedVariable(
           "DOTNET_TC_BackgroundWorkerTimeoutMs", "FFFFFFFF",
           {"DOTNET_TC_BackgroundWorkerTimeoutMs", "COMPlus_TC_BackgroundWorkerTimeoutMs"}) {}
 

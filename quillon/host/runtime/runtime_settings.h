@@ -1,8 +1,8 @@
 // Settings of the runtime that change how fast an application starts.
 //
-// Each is a variable of the environment that the runtime reads as it is created (its public
-// documentation lists them as runtime configuration settings). docs/launch-speed.md says what each
-// is worth.
+// Each is an environment variable that the runtime reads when it is created (its public
+// documentation lists them as runtime configuration settings). docs/launch-speed.md describes the
+// effect of each.
 #pragma once
 
 #include <initializer_list>
@@ -10,52 +10,53 @@
 
 namespace quillon::host {
 
-// Empty: as the environment and the application's own configuration say, and the runtime's default
-// where they are silent, which is on for all of them.
+// An empty setting leaves the choice to the environment and the application's own configuration. If
+// neither makes one, the runtime's default applies, which is on for all settings.
 struct RuntimeSettings {
   std::optional<bool> tieredCompilation;
   std::optional<bool> quickJitForLoops;
   std::optional<bool> tieredPgo;
   std::optional<bool> readyToRun;
-  std::optional<bool>
-      writeXorExecute;              // a defence: memory is never writable and executable at once
+  // A security feature: memory is never writable and executable at the same time.
+  std::optional<bool> writeXorExecute;
   std::optional<bool> diagnostics;  // debugger, profiler and the diagnostic socket
 };
 
-// Puts what is chosen into the process's environment. Call before the runtime is created.
+// Sets the environment variables of the settings that are not empty. Call before the runtime is
+// created.
 void applySettings(const RuntimeSettings& settings);
 
-// A variable that the runtime alone is meant to read: of the environment as long as this lives,
-// unless somebody set one of the variables that decide the same.
+// Sets an environment variable for the lifetime of the object, so that the runtime reads it and the
+// application does not. Does nothing if a variable in `overrides` is set, which decides the same.
 //
-// Changes the environment when it is made and when it ends: no other thread may read it then.
-class RuntimeVariable {
+// The constructor and the destructor change the environment: no other thread may read it meanwhile.
+class ScopedVariable {
  public:
-  RuntimeVariable(const char* name, const char* value, std::initializer_list<const char*> deciding);
-  ~RuntimeVariable();
-  RuntimeVariable(const RuntimeVariable&) = delete;
-  RuntimeVariable& operator=(const RuntimeVariable&) = delete;
+  ScopedVariable(const char* name, const char* value, std::initializer_list<const char*> overrides);
+  ~ScopedVariable();
+  ScopedVariable(const ScopedVariable&) = delete;
+  ScopedVariable& operator=(const ScopedVariable&) = delete;
 
  private:
   const char* const name_;
-  const bool isMine_;
+  const bool isOwner_;
 };
 
-// As long as it lives, a runtime whose library is loaded leaves its LTTng provider out, which it
-// loads in advance otherwise (DOTNET_LTTng). Without DOTNET_EnableEventLog the provider says
-// nothing (the runtime's docs/project/linux-performance-tracing.md); where that is set, or
-// DOTNET_LTTng itself, this changes nothing. The application sees the environment as it was.
-class WithoutIdleTracing : RuntimeVariable {
+// Prevents the runtime from loading its LTTng provider when its library is loaded (DOTNET_LTTng).
+// The provider emits no events without DOTNET_EnableEventLog (the runtime's
+// docs/project/linux-performance-tracing.md). Does nothing if DOTNET_EnableEventLog or DOTNET_LTTng
+// is set.
+class ScopedLttngOff : ScopedVariable {
  public:
-  WithoutIdleTracing();
+  ScopedLttngOff();
 };
 
-// As long as it lives, a runtime that is created keeps the thread that compiles, however long it
-// has nothing to do; it ends after four seconds otherwise (DOTNET_TC_BackgroundWorkerTimeoutMs),
-// and the first new method starts it anew.
-class WithLastingCompiler : RuntimeVariable {
+// Makes a runtime that is created during the lifetime of the object keep its background compilation
+// thread (DOTNET_TC_BackgroundWorkerTimeoutMs). By default the thread ends after four seconds
+// without work, and the next new method starts it again.
+class ScopedJitThreadKeepAlive : ScopedVariable {
  public:
-  WithLastingCompiler();
+  ScopedJitThreadKeepAlive();
 };
 
 }  // namespace quillon::host

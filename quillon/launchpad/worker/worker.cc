@@ -10,13 +10,13 @@
 #include "device_paths.h"
 #include "quillon/base/terminal.h"
 #include "quillon/host/application/application_id.h"
+#include "quillon/host/membarrier.h"
 #include "quillon/host/plugin/plugin_calls.h"
 #include "quillon/host/runtime/framework_check.h"
 #include "quillon/host/runtime/runtime.h"
 #include "quillon/host/runtime/runtime_config.h"
 #include "quillon/host/runtime/runtime_settings.h"
 #include "quillon/host/runtime_plan.h"
-#include "quillon/host/thread_barrier.h"
 #include "quillon/launchpad/protocol/assignment.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
@@ -31,7 +31,7 @@ namespace quillon::launchpad {
 namespace {
 
 Expected<host::Runtime> loadRuntime() {
-  const host::WithoutIdleTracing quiet;
+  const host::ScopedLttngOff lttngOff;
   return host::Runtime::load(device_paths::kNetcoreapp);
 }
 
@@ -100,7 +100,7 @@ Expected<void> Worker::prepare() {
   setParentDeathSignal(launchPad_);
   detachFromLaunchPad(config_.blocked);
   if (!standard_.open()) return fail(kServiceFailed, {"cannot make a memory file", {}});
-  host::registerThreadBarrier();
+  host::registerMembarrier();
   RETURN_IF_FAILED(askPlugin());
   // The zone that the plug-in may have entered and the lists that it may have saved were the last
   // to need any.
@@ -127,7 +127,7 @@ Expected<void> Worker::askPlugin() {
 }
 
 Expected<void> Worker::startRuntime() {
-  auto folders = Placeholders::open(host::LaunchTarget::kFolders);
+  auto folders = Placeholders::open(host::LaunchTarget::kFolderCount);
   if (!folders) return fail(kServiceFailed, folders.error());
   folders_ = std::move(*folders);
   auto runtime = loadRuntime();
@@ -136,7 +136,7 @@ Expected<void> Worker::startRuntime() {
   const auto plan = host::planPrepared(folders_.paths(), lists_, key_.settings,
                                        managedAssembly(config_.plugin).string());
   rehearses_ = canRehearse(plan.properties);
-  const host::WithLastingCompiler lasting;
+  const host::ScopedJitThreadKeepAlive keepAlive;
   seenByRuntime_ = currentVariables();
   const auto started = runtime_->start(config_.executable, "launchpad", plan.properties);
   if (!started) return fail(kRuntimeFailed, started.error());

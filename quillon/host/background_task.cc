@@ -1,4 +1,4 @@
-#include "quillon/host/side_thread.h"
+#include "quillon/host/background_task.h"
 
 #include <pthread.h>
 #include <sched.h>
@@ -8,8 +8,9 @@
 namespace quillon::host {
 namespace {
 
-// A thread that waits to run is moved at once, and stays when it may go back.
-void moveAside(pthread_t thread) {
+// The kernel moves a runnable thread at once when its affinity changes, and does not move it back
+// when the affinity allows the old processor again.
+void moveToOtherProcessor(pthread_t thread) {
   cpu_set_t allowed;
   if (pthread_getaffinity_np(thread, sizeof allowed, &allowed) != 0) return;
   cpu_set_t others = allowed;
@@ -21,17 +22,17 @@ void moveAside(pthread_t thread) {
 
 }  // namespace
 
-SideThread::SideThread(const std::function<void()>& work) {
+BackgroundTask::BackgroundTask(const std::function<void()>& work) {
   try {
     thread_ = std::thread(work);
   } catch (const std::system_error&) {
     work();
     return;
   }
-  moveAside(thread_.native_handle());
+  moveToOtherProcessor(thread_.native_handle());
 }
 
-SideThread::~SideThread() {
+BackgroundTask::~BackgroundTask() {
   if (thread_.joinable()) thread_.join();
 }
 

@@ -1,4 +1,4 @@
-#include "quillon/host/thread_barrier.h"
+#include "quillon/host/membarrier.h"
 
 #include <linux/membarrier.h>
 #include <sys/syscall.h>
@@ -6,7 +6,7 @@
 
 namespace quillon::host {
 
-void registerThreadBarrier() {
+void registerMembarrier() {
   syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0);
 }
 
