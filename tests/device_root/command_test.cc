@@ -82,7 +82,7 @@ TEST_F(DeviceCommand, FailuresAreOneLineWithARemedy) {
   const Outcome missing = quillon("shell /no/such/root -- true");
   EXPECT_EQ(missing.status, kNoDeviceRoot);
   EXPECT_EQ(missing.output,
-            "quillon: there is no folder '/no/such/root'; make one: quillon device init "
+            "quillon: there is no folder '/no/such/root'; create one: quillon device init "
             "/no/such/root\n");
   EXPECT_EQ(shell("--writable / -- true").status, kUnusablePath);
 }

@@ -80,7 +80,8 @@ TEST_F(Init, RefusesAFrameworkThatIsNotThere) {
 TEST_F(Init, RefusesTheMachineItself) {
   const auto made = device::init("/", {});
   ASSERT_FALSE(made);
-  EXPECT_THAT(made.error().what, HasSubstr("'/' is this machine"));
+  EXPECT_THAT(made.error().what,
+              HasSubstr("'/' cannot be a device root, since it holds this machine's files"));
   EXPECT_FALSE(fs::exists("/.quillon"));
 }
 
@@ -98,7 +99,7 @@ TEST_F(Init, ReportsARecordThatCannotBeRead) {
   write(root_ / ".quillon/device.toml", "format = \n");
   EXPECT_THAT(device::readRecord(root_).error().what, HasSubstr("cannot read"));
   fs::remove(root_ / ".quillon/device.toml");
-  EXPECT_THAT(device::readRecord(root_).error().what, HasSubstr("is no device root"));
+  EXPECT_THAT(device::readRecord(root_).error().what, HasSubstr("is not a device root"));
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ TEST_F(ZoneCommand, AZoneRunsFromStartToStop) {
   EXPECT_TRUE(fs::is_directory(root_ / "zone/appzone"));
   EXPECT_NE(namespaceOf(name, "mnt"), namespaceOf("self", "mnt"));
   EXPECT_THAT(zone("list").output,
-              "zone appzone: runs, held by process " + name + "; inside: nobody\n");
+              "zone appzone: runs, held by process " + name + "; inside: none\n");
   const Outcome stopped = zone("stop appzone");
   EXPECT_EQ(stopped.status, 0);
   EXPECT_EQ(stopped.output, "zone appzone: stopped\n");
@@ -85,9 +85,9 @@ TEST_F(ZoneCommand, ListNamesTheProcessesInside) {
             }).status);
   }
   ::close(life[0]);
-  for (int time = 0; time < 500 && listed.find("inside: nobody") == std::string::npos; ++time) {
+  for (int time = 0; time < 500 && listed.find("inside: none") == std::string::npos; ++time) {
     listed = zone("list").output;
-    if (listed.find("inside: nobody") == std::string::npos) break;
+    if (listed.find("inside: none") == std::string::npos) break;
     listed.clear();
     ::usleep(10000);
   }
@@ -106,7 +106,7 @@ TEST_F(ZoneCommand, AKilledHolderIsNoRunningZone) {
             "zone appzone: not running; its holder ended without being stopped\n");
   const Outcome stopped = zone("stop appzone");
   EXPECT_EQ(stopped.status, 0);
-  EXPECT_EQ(stopped.output, "zone appzone: had ended already; tidied up\n");
+  EXPECT_EQ(stopped.output, "zone appzone: had ended already; removed its files\n");
   EXPECT_THAT(leftovers(), IsEmpty());
 }
 

@@ -26,12 +26,13 @@ struct PluginLibrary {
   decltype(&create_pipe_client) createPipeClient = nullptr;
 };
 
-// Where a library that was built or installed with an executable lies.
-std::filesystem::path libraryOf(const std::filesystem::path& executable, const char* name);
-
 // Where the plug-in lies beside this executable: "../lib" in a build folder, the library folder
 // that the build was installed to otherwise.
 std::filesystem::path defaultPlugin(const std::filesystem::path& executable);
+
+// The absolute path of the plug-in that the user named, or the default one of the running program
+// if `named` is empty. Relative paths need the working directory of the program's start.
+std::filesystem::path pluginOrDefault(const std::filesystem::path& named);
 
 // Loads the plug-in, for good: it registers signal handlers and starts threads, so it is never
 // unloaded. The failure names the file or the function that is missing.

@@ -71,7 +71,8 @@ TEST_F(PackageCommandTest, NamesAPackageThatIsNotInstalled) {
   const Finished refused = quillon({"package", "remove", "clock"});
   EXPECT_EQ(refused.status, 104);
   EXPECT_EQ(refused.err,
-            "quillon: no package 'clock' is installed; see what is: quillon package list\n");
+            "quillon: no package 'clock' is installed; list the installed packages: quillon "
+            "package list\n");
 }
 
 }  // namespace

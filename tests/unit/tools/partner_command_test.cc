@@ -89,10 +89,10 @@ TEST_F(PartnerCommandTest, TheOpensslCommandVerifiesWhatItSigns) {
 TEST_F(PartnerCommandTest, RefusesIdsThatThePluginCouldNotMatch) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", "the device id is empty; "},
-      {"ID:1", "the device id 'ID:1' holds ':', "},
+      {"ID:1", "the device id 'ID:1' contains ':', "},
       {std::string(100, 'd'), "the device id has 100 bytes; "},
-      {"ID1\n", "the device id holds a line break or another control character; "},
-      {"ID\t1", "the device id holds a line break or another control character; "}};
+      {"ID1\n", "the device id contains a line break or another control character; "},
+      {"ID\t1", "the device id contains a line break or another control character; "}};
   for (const auto& [id, message] : cases) {
     const Finished refused = sign(id);
     EXPECT_EQ(refused.status, kFailed);
@@ -117,10 +117,10 @@ TEST_F(PartnerCommandTest, RefusesKeysThatThePluginCouldNotUse) {
       {"curve.pem", "' is an EC key of 256 bits, "},
       {"edwards.pem", "' is an ED25519 key of 256 bits, "},
       {"encrypted.pem", "' is encrypted; decrypt it"},
-      {"garbage.pem", "' holds no private key in PEM; "},
-      {"public.pem", "' holds no private key in PEM; "},
+      {"garbage.pem", "' contains no private key in PEM; "},
+      {"public.pem", "' contains no private key in PEM; "},
       {"nothing.pem", "': No such file or directory; "},
-      {"tmp", "' holds no private key in PEM; "}};
+      {"tmp", "' contains no private key in PEM; "}};
   for (const auto& [name, message] : cases) {
     const Finished refused = sign("ID1", name);
     EXPECT_EQ(refused.status, kFailed);
@@ -146,14 +146,14 @@ TEST_F(PartnerCommandTest, AFailureLeavesNoHalfWrittenFile) {
   const Finished failed = sign("ID1", "private.pem", {"--replace"});
   EXPECT_EQ(failed.status, kFailed);
   EXPECT_EQ(failed.err, "quillon: cannot write '" + request() +
-                            "': Is a directory; move the folder that has its name away\n");
+                            "': Is a directory; move the folder of that name away\n");
   for (const std::string& name : filesIn(package())) {
     EXPECT_EQ(name.rfind("ZQPARTNERDLL", 0), 0U) << name;
   }
   const Finished nowhere =
       partner({"sign", "--key", at("private.pem"), "--duid", "ID1", at("nowhere")});
   EXPECT_EQ(nowhere.status, kFailed);
-  EXPECT_EQ(nowhere.err, "quillon: there is no folder '" + at("nowhere") + "'; make it first\n");
+  EXPECT_EQ(nowhere.err, "quillon: there is no folder '" + at("nowhere") + "'; create it first\n");
 }
 
 // The calls that files are made by; how many others there are changes from run to run.
@@ -231,7 +231,7 @@ TEST_F(PartnerCommandTest, ExplainsWhatThePluginRefuses) {
   writeFile(at("other.pem"), SigningKey::rsa().publicPem());
   ASSERT_EQ(sign().status, 0);
   const std::string invalid = "verification fail : signature is not valid, ";
-  const std::string wanted = "; the policy works with an RSA key of 2048 bits alone\n";
+  const std::string wanted = "; the policy works with 2048-bit RSA keys only\n";
   const std::vector<std::array<std::string, 3>> cases = {
       {"ID2", "public.pem",
        "verfication fail : duid is not valid, duid comparision is fail... ID2,ID1; sign a request "
@@ -255,8 +255,9 @@ TEST_F(PartnerCommandTest, ExplainsWhatThePluginRefuses) {
 TEST_F(PartnerCommandTest, NamesAFileThatIsMissing) {
   const Finished empty = verify();
   EXPECT_EQ(empty.status, kRefused);
-  EXPECT_EQ(empty.err, "quillon: cannot read '" + request() +
-                           "': No such file or directory; make a package: quillon partner sign\n");
+  EXPECT_EQ(empty.err,
+            "quillon: cannot read '" + request() +
+                "': No such file or directory; create a package: quillon partner sign\n");
   const Finished folderless =
       partner({"verify", "--key", at("public.pem"), "--duid", "ID1", at("public.pem")});
   EXPECT_EQ(folderless.status, kRefused);
@@ -269,7 +270,7 @@ TEST_F(PartnerCommandTest, NamesAFileThatIsMissing) {
   EXPECT_EQ(keyless.err,
             "quillon: there is no file '" + at("nothing.pem") + "'; give --key PUBLIC.pem\n");
   EXPECT_EQ(verify("ID1", "tmp").err,
-            "quillon: '" + at("tmp") + "' is no regular file; give --key PUBLIC.pem\n");
+            "quillon: '" + at("tmp") + "' is not a regular file; give --key PUBLIC.pem\n");
   const Finished pluginless = partner({"verify", "--key", at("public.pem"), "--duid", "ID1",
                                        "--plugin", at("nothing.so"), package()});
   EXPECT_EQ(pluginless.status, 103);
@@ -284,7 +285,8 @@ TEST_F(PartnerCommandTest, SaysWhatAPackagesFilesMustBe) {
   EXPECT_THAT(verify().err, HasSubstr("Failed to open signature file; both files must be regular"));
   fs::remove(signature());
   writeFile(signature(), std::string(255, 'x'));
-  EXPECT_THAT(verify().err, HasSubstr("corrupted signature file; the file is cut, or of a key "));
+  EXPECT_THAT(verify().err,
+              HasSubstr("corrupted signature file; the file is truncated, or its key "));
 }
 
 }  // namespace

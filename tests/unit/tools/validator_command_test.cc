@@ -226,9 +226,9 @@ TEST_F(ValidatorCommand, AnswersNobodyWhereNobodyWaits) {
       std::string(kGood) + "\\n\" >/tmp/dotnet_pipe_in");
   EXPECT_EQ(ask(kBad), 0);
   validator.terminate();
-  const std::string said = validator.finish().out;
-  EXPECT_THAT(said, HasSubstr("malformed request 'hello ?[31m': does not begin with "));
-  EXPECT_THAT(said, HasSubstr("not answered: nobody waits any more"));
+  const std::string output = validator.finish().out;
+  EXPECT_THAT(output, HasSubstr("malformed request 'hello ?[31m': does not begin with "));
+  EXPECT_THAT(output, ::testing::ContainsRegex("not answered: process [0-9]+ no longer waits"));
 }
 
 TEST_F(ValidatorCommand, WithdrawsAnAnswerWhoseAskerEnded) {
@@ -243,7 +243,7 @@ TEST_F(ValidatorCommand, WithdrawsAnAnswerWhoseAskerEnded) {
   EXPECT_TRUE(validator.waitForOutput("allowed "));
   asker.terminate();
   asker.finish();
-  EXPECT_TRUE(validator.waitForOutput("withdrawn: nobody took "));
+  EXPECT_TRUE(validator.waitForOutput("discarded: no process read "));
   EXPECT_EQ(ask(kBad), 0);
   validator.terminate();
   validator.finish();
@@ -287,8 +287,8 @@ TEST_F(ValidatorCommand, SaysWhyItCannotServe) {
   EXPECT_EQ(unanswering.status, kServiceFailed);
   EXPECT_EQ(
       unanswering.err,
-      "quillon: the plug-in's server could not make '/tmp/dotnet_pipe_out'; it logged: mkfifo "
-      "failed; move what has that name in the device root away\n");
+      "quillon: the plug-in's server could not create '/tmp/dotnet_pipe_out'; it logged: mkfifo "
+      "failed; move the file of that name in the device root away\n");
   EXPECT_FALSE(fs::exists(onMachine("/tmp/dotnet_pipe_in")));
 }
 

@@ -6,10 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "quillon/validator/asker.h"
 #include "quillon/validator/decision.h"
 #include "quillon/validator/policy.h"
 #include "quillon/validator/request.h"
+#include "quillon/validator/requester.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/program.h"
 
@@ -161,15 +161,15 @@ TEST_F(ValidatorPolicy, NamesFileLineKeyAndRemedy) {
       {"default = \"maybe\"", ":1: key 'default' is neither", "\"allow\" or \"deny\""},
       {"default = true", ":1: key 'default' is neither", "\"allow\" or \"deny\""},
       {"default = \"deny\"\nallow = []", ":2: key 'allow' is unknown", "allow-sha256"},
-      {"default = \"deny\"\nallow-paths = \"/a\"", ":2: key 'allow-paths' is no list", "\"/opt"},
-      {"default = \"deny\"\nallow-paths = [\n 1]", ":3: key 'allow-paths' holds something", "\"/"},
-      {"default = \"deny\"\ndeny-paths = [\"a\"]", ":2: key 'deny-paths' holds 'a'", "\"/opt"},
-      {"default = \"deny\"\ndeny-paths = [\"/a/../b\"]", "holds '/a/../b'", "\"/opt"},
-      {"default = \"deny\"\nallow-sha256 = [\"12\"]", ":2: key 'allow-sha256' holds '12'",
+      {"default = \"deny\"\nallow-paths = \"/a\"", ":2: key 'allow-paths' is not a list", "\"/opt"},
+      {"default = \"deny\"\nallow-paths = [\n 1]", ":3: key 'allow-paths' contains a value", "\"/"},
+      {"default = \"deny\"\ndeny-paths = [\"a\"]", ":2: key 'deny-paths' contains 'a'", "\"/opt"},
+      {"default = \"deny\"\ndeny-paths = [\"/a/../b\"]", "contains '/a/../b'", "\"/opt"},
+      {"default = \"deny\"\nallow-sha256 = [\"12\"]", ":2: key 'allow-sha256' contains '12'",
        "sha256sum"},
-      {"default = \"deny\"\nallow-sha256 = [\"" + std::string(64, 'g') + "\"]", "holds 'ggg",
+      {"default = \"deny\"\nallow-sha256 = [\"" + std::string(64, 'g') + "\"]", "contains 'ggg",
        "sha256sum"},
-      {"default = ", ":1: this is no TOML", "correct it there"},
+      {"default = ", ":1: invalid TOML", "correct it there"},
   };
   for (const Mistake& mistake : mistakes) {
     const auto policy = readPolicy(policyFile(mistake.text));
@@ -192,7 +192,7 @@ TEST_F(ValidatorPolicy, ThatIsAFifoIsRefused) {
   ASSERT_EQ(mkfifo(at("policy.toml").c_str(), 0600), 0);
   const auto policy = readPolicy(at("policy.toml"));
   ASSERT_FALSE(policy);
-  EXPECT_THAT(policy.error().what, HasSubstr("no regular file"));
+  EXPECT_THAT(policy.error().what, HasSubstr("not a regular file"));
 }
 
 TEST_F(ValidatorPolicy, DefaultDecidesWhereNothingElseDoes) {
