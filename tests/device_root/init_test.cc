@@ -39,7 +39,7 @@ TEST_F(Init, GivesBothFlagFilesTheSameContent) {
   EXPECT_EQ(read(root_ / "etc/dotnet_flag.ini"), read(root_ / "opt/etc/dotnet_flag.ini"));
 }
 
-TEST_F(Init, CompletesAPairOfFlagFilesFromTheOneThatIsThere) {
+TEST_F(Init, CopiesAMissingFlagFileFromTheOther) {
   write(root_ / "opt/etc/dotnet_flag.ini", "writable");
   ASSERT_TRUE(device::init(root_, {}));
   EXPECT_EQ(read(root_ / "etc/dotnet_flag.ini"), "writable");
@@ -70,14 +70,14 @@ TEST_F(Init, RecordsTheFrameworkAndUpdatesTheRecord) {
   fs::remove_all(framework);
 }
 
-TEST_F(Init, RefusesAFrameworkThatIsNotThere) {
+TEST_F(Init, RefusesAMissingFramework) {
   const auto made = device::init(root_, {"/no/such/framework"});
   ASSERT_FALSE(made);
   EXPECT_THAT(made.error().what, HasSubstr("'/no/such/framework'"));
   EXPECT_FALSE(fs::exists(root_));
 }
 
-TEST_F(Init, RefusesTheMachineItself) {
+TEST_F(Init, RefusesTheRootOfTheMachine) {
   const auto made = device::init("/", {});
   ASSERT_FALSE(made);
   EXPECT_THAT(made.error().what,
@@ -85,7 +85,7 @@ TEST_F(Init, RefusesTheMachineItself) {
   EXPECT_FALSE(fs::exists("/.quillon"));
 }
 
-TEST_F(Init, NamesAFileThatStandsWhereAFolderMust) {
+TEST_F(Init, ReportsAFileInPlaceOfAFolder) {
   write(root_ / "opt/usr", "a file");
   const auto made = device::init(root_, {});
   ASSERT_FALSE(made);

@@ -97,7 +97,7 @@ TEST_F(ZoneCommand, ListNamesTheProcessesInside) {
   EXPECT_TRUE(ends(inside));
 }
 
-TEST_F(ZoneCommand, AKilledHolderIsNoRunningZone) {
+TEST_F(ZoneCommand, AZoneWithAKilledHolderIsNotRunning) {
   start();
   const pid_t process = holder();
   ::kill(process, SIGKILL);
@@ -110,7 +110,7 @@ TEST_F(ZoneCommand, AKilledHolderIsNoRunningZone) {
   EXPECT_THAT(leftovers(), IsEmpty());
 }
 
-TEST_F(ZoneCommand, StartTakesTheplaceOfAKilledHolder) {
+TEST_F(ZoneCommand, StartReplacesAKilledHolder) {
   start();
   const pid_t process = holder();
   ::kill(process, SIGKILL);
@@ -120,7 +120,7 @@ TEST_F(ZoneCommand, StartTakesTheplaceOfAKilledHolder) {
   EXPECT_THAT(zone("list").output, HasSubstr("zone appzone: runs"));
 }
 
-TEST_F(ZoneCommand, TheHolderEndsWhenAsked) {
+TEST_F(ZoneCommand, TheHolderEndsOnSigterm) {
   start();
   const pid_t process = holder();
   ::kill(process, SIGINT);
@@ -131,7 +131,7 @@ TEST_F(ZoneCommand, TheHolderEndsWhenAsked) {
   EXPECT_TRUE(ends(process));
 }
 
-TEST_F(ZoneCommand, StopOfAnUnknownZoneSaysHowToStartIt) {
+TEST_F(ZoneCommand, StopOfAnUnknownZoneReportsHowToStartIt) {
   const Outcome outcome = zone("stop appzone");
   EXPECT_EQ(outcome.status, kZoneState);
   EXPECT_THAT(outcome.output,
@@ -147,7 +147,7 @@ TEST_F(ZoneCommand, NamesThatAreNoFileNamesAreRefused) {
   EXPECT_EQ(zone("start " + std::string(64, 'a')).status, 0);
 }
 
-TEST_F(ZoneCommand, AFolderThatIsNoDeviceRootIsLeftAlone) {
+TEST_F(ZoneCommand, AFolderThatIsNotADeviceRootStaysUnchanged) {
   const fs::path folder = fresh("/var/tmp");
   root_ = folder;
   EXPECT_EQ(zone("start appzone").status, kNoDeviceRoot);
@@ -155,7 +155,7 @@ TEST_F(ZoneCommand, AFolderThatIsNoDeviceRootIsLeftAlone) {
   EXPECT_TRUE(fs::is_empty(folder));
 }
 
-TEST_F(ZoneCommand, TheZoneLibraryIsPutIntoTheDeviceRootOnce) {
+TEST_F(ZoneCommand, TheZoneLibraryIsCopiedToTheDeviceRootOnce) {
   start();
   EXPECT_EQ(read(root_ / "usr/lib/libzone.so.5"), read(QUILLON_ZONE_LIBRARY));
   zone("stop appzone");
@@ -165,7 +165,7 @@ TEST_F(ZoneCommand, TheZoneLibraryIsPutIntoTheDeviceRootOnce) {
 }
 
 TEST_F(ZoneCommand, AFailedStartLeavesNothing) {
-  // A folder that the view needs is gone.
+  // A folder that the view needs is missing.
   fs::remove_all(root_ / "opt/data");
   const Outcome outcome = zone("start appzone");
   EXPECT_EQ(outcome.status, kNoDeviceRoot);

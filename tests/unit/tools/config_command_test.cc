@@ -42,7 +42,7 @@ TEST_F(ConfigCommandTest, TakesADecimalNumberAsInt) {
   }
 }
 
-TEST_F(ConfigCommandTest, RefusesWhatMakesNoSense) {
+TEST_F(ConfigCommandTest, RefusesInvalidValues) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{"k", "x", "--int"},
        "quillon: 'x' is not a 32-bit decimal number; omit --int to set a string\n"},
@@ -60,7 +60,7 @@ TEST_F(ConfigCommandTest, RefusesWhatMakesNoSense) {
   EXPECT_EQ(stored("k"), "");
 }
 
-TEST_F(ConfigCommandTest, TellsAnAbsentKeyFromAFailure) {
+TEST_F(ConfigCommandTest, DistinguishesAMissingKeyFromAFailure) {
   const Finished absent = quillon({"config", "get", "a/b"});
   EXPECT_EQ(absent.status, 114);
   EXPECT_EQ(absent.out, "");
@@ -95,7 +95,7 @@ TEST_F(ConfigCommandTest, NamesAMissingDeviceRoot) {
   EXPECT_THAT(wrong.err, HasSubstr("/nowhere"));
 }
 
-TEST_F(ConfigCommandTest, UnderstandsOnlyItsCommandLine) {
+TEST_F(ConfigCommandTest, RefusesUnknownArguments) {
   const Finished usage = quillon({"config", "get"});
   EXPECT_EQ(usage.status, 100);
   EXPECT_EQ(usage.err, "quillon: KEY is required; see quillon --help\n");

@@ -61,7 +61,7 @@ class PartnerCommandTest : public CommandTest {
   }
 };
 
-TEST_F(PartnerCommandTest, WhatItSignsThePluginAllows) {
+TEST_F(PartnerCommandTest, ThePluginAcceptsItsSignatures) {
   const Finished made = sign("ID1", "private.pem", {"--note", "20261121"});
   EXPECT_EQ(made.status, 0) << made.err;
   EXPECT_EQ(made.out, "signed '" + package() + "' for the device ID1\n");
@@ -75,7 +75,7 @@ TEST_F(PartnerCommandTest, WhatItSignsThePluginAllows) {
   EXPECT_THAT(filesIn(at("tmp")), IsEmpty());
 }
 
-TEST_F(PartnerCommandTest, TheOpensslCommandVerifiesWhatItSigns) {
+TEST_F(PartnerCommandTest, TheOpensslCommandAcceptsItsSignatures) {
   if (run({"/bin/sh", "-c", "openssl version"}).status != 0) {
     QUILLON_SKIP("there is no openssl command");
   }
@@ -129,7 +129,7 @@ TEST_F(PartnerCommandTest, RefusesKeysThatThePluginCouldNotUse) {
   EXPECT_THAT(filesIn(package()), IsEmpty());
 }
 
-TEST_F(PartnerCommandTest, ReplacesFilesOnlyWhenItIsTold) {
+TEST_F(PartnerCommandTest, ReplacesFilesOnlyWithTheOption) {
   ASSERT_EQ(sign("ID1").status, 0);
   const Finished kept = sign("ID2");
   EXPECT_EQ(kept.status, kFailed);
@@ -141,7 +141,7 @@ TEST_F(PartnerCommandTest, ReplacesFilesOnlyWhenItIsTold) {
   EXPECT_EQ(verify("ID2").status, 0);
 }
 
-TEST_F(PartnerCommandTest, AFailureLeavesNoHalfWrittenFile) {
+TEST_F(PartnerCommandTest, AFailureLeavesNoIncompleteFile) {
   fs::create_directories(request() + "/in the way");
   const Finished failed = sign("ID1", "private.pem", {"--replace"});
   EXPECT_EQ(failed.status, kFailed);
@@ -156,15 +156,15 @@ TEST_F(PartnerCommandTest, AFailureLeavesNoHalfWrittenFile) {
   EXPECT_EQ(nowhere.err, "quillon: there is no folder '" + at("nowhere") + "'; create it first\n");
 }
 
-// The calls that files are made by; how many others there are changes from run to run.
+// The system calls that write the files. The number of other calls differs between runs.
 const std::set<std::uint64_t> kFileCalls = {
 #ifdef SYS_rename
     SYS_rename,
 #endif
     SYS_renameat, SYS_renameat2, SYS_openat, SYS_write, SYS_fsync, SYS_close};
 
-// Killed at each of these calls: the old package is there or the new one, or in between a
-// signature that has no request or not its own, which nobody takes.
+// Kills the command at each of these calls. Afterwards the folder has the old package, the new one,
+// or a signature without a matching request, which the plug-in refuses.
 class KilledPartnerCommandTest : public PartnerCommandTest {
  protected:
   void SetUp() override {
@@ -182,7 +182,7 @@ class KilledPartnerCommandTest : public PartnerCommandTest {
     return {at("private.pem"), id, "", package(), true};
   }
 
-  // What a kill can leave of a command that signs for ID2.
+  // The packages that exist after kills of a command that signs for ID2.
   std::set<Package> leftByKills(const std::function<void()>& prepare) {
     std::set<Package> left;
     bool killed = true;
@@ -278,7 +278,7 @@ TEST_F(PartnerCommandTest, NamesAFileThatIsMissing) {
   EXPECT_THAT(filesIn(at("tmp")), IsEmpty());
 }
 
-TEST_F(PartnerCommandTest, SaysWhatAPackagesFilesMustBe) {
+TEST_F(PartnerCommandTest, ReportsTheRequirementsOfThePackageFiles) {
   ASSERT_EQ(sign().status, 0);
   fs::remove(signature());
   ASSERT_EQ(mkfifo(signature().c_str(), 0600), 0);

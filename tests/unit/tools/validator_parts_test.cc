@@ -1,4 +1,4 @@
-// Requests as the validator takes them apart, and its policy.
+// How the validator parses requests and applies its policy.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -71,8 +71,8 @@ TEST(ValidatorRequests, OfSeveralClientsComeInOneText) {
   EXPECT_EQ(pathsOf(reader.take(requestOf("/d"))), std::vector<std::string>{"/d"});
 }
 
-// A read of the server takes at most 1023 bytes.
-TEST(ValidatorRequests, ThatReadsTookApartArePutTogether) {
+// A read of the server returns at most 1023 bytes.
+TEST(ValidatorRequests, ThatReadsSplitAreReassembled) {
   const std::string first = requestOf("/" + std::string(900, 'a'));
   const std::string second = requestOf("/" + std::string(2000, 'b'));
   const std::string third = requestOf("/c");
@@ -90,9 +90,9 @@ TEST(ValidatorRequests, ThatReadsTookApartArePutTogether) {
   EXPECT_EQ(all[2].text, third);
 }
 
-TEST(ValidatorRequests, OneOfExactly1023BytesIsWhole) {
+TEST(ValidatorRequests, OneOfExactly1023BytesIsComplete) {
   const std::string request = requestOf("/" + std::string(1022 - requestOf("/").size(), 'a'));
-  RequestReader reader;  // the server has dropped its line end
+  RequestReader reader;  // the server has removed the line end
   EXPECT_EQ(reader.take(request).size(), 1U);
 }
 
@@ -105,15 +105,15 @@ TEST(ValidatorRequests, ALineBreakInAPathMakesOneMalformedRequest) {
   EXPECT_EQ(requests[1].path, "/c");
 }
 
-TEST(ValidatorRequests, WhatNeverEndsIsGivenUp) {
+TEST(ValidatorRequests, ARequestWithoutAnEndIsDropped) {
   RequestReader reader;
   std::size_t requests = 0;
   for (int text = 0; text < 20; ++text) requests += reader.take(std::string(1023, 'x')).size();
   EXPECT_GE(requests, 2U);
 }
 
-// What nobody waited for keeps its id, but reads no answer any more.
-TEST(ValidatorAsker, HasEndedOnceItIsOnItsWayOut) {
+// A zombie keeps its process id, but reads no answer.
+TEST(ValidatorRequester, HasEndedWhenItIsExiting) {
   EXPECT_FALSE(hasEnded(getpid()));
   const pid_t child = fork();
   if (child == 0) {
@@ -187,7 +187,7 @@ TEST_F(ValidatorPolicy, ThatCannotBeReadIsNamed) {
   }
 }
 
-// Opening it would wait for a writer.
+// open(2) of a FIFO waits for a writer.
 TEST_F(ValidatorPolicy, ThatIsAFifoIsRefused) {
   ASSERT_EQ(mkfifo(at("policy.toml").c_str(), 0600), 0);
   const auto policy = readPolicy(at("policy.toml"));
@@ -195,7 +195,7 @@ TEST_F(ValidatorPolicy, ThatIsAFifoIsRefused) {
   EXPECT_THAT(policy.error().what, HasSubstr("not a regular file"));
 }
 
-TEST_F(ValidatorPolicy, DefaultDecidesWhereNothingElseDoes) {
+TEST_F(ValidatorPolicy, DefaultAppliesIfNoOtherRuleMatches) {
   test::writeFile(at("a.dll"), "abc");
   EXPECT_TRUE(decide(policyOf("default = \"allow\""), at("a.dll")).allowed);
   const Decision denied = decide(policyOf("default = \"deny\""), at("a.dll"));
@@ -233,7 +233,7 @@ TEST_F(ValidatorPolicy, DeniedPathsComeFirstThenDigests) {
   EXPECT_FALSE(decide(policyOf("default = \"deny\"\n" + digest), at("a.dll")).allowed);
 }
 
-TEST_F(ValidatorPolicy, NeverAllowsWhatIsNoReadableFileAtItsCanonicalPath) {
+TEST_F(ValidatorPolicy, DeniesFilesThatAreUnreadableOrHaveAnotherCanonicalPath) {
   const Policy policy = policyOf("default = \"allow\"");
   test::writeFile(at("a.dll"), "x");
   fs::create_symlink("a.dll", at("link.dll"));
