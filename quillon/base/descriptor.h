@@ -1,8 +1,5 @@
-// A file descriptor with an owner, for the tools and the launcher.
-//
-// The plug-in (util/zq_utils) and the workstation platform (platform/workstation/files) have one
-// each of their own: they are other libraries, and neither sees a header of the tools or of the
-// other.
+// A file descriptor that is closed when its owner ends, for the program and the workstation
+// platform. The plug-in has its own in util/zq_utils, since it includes no header of the program.
 #pragma once
 
 #include <unistd.h>
@@ -15,7 +12,7 @@ namespace quillon {
 class Descriptor {
  public:
   Descriptor() = default;
-  // Takes over what open(2) returned; -1 is no file.
+  // Takes ownership of `fd`, a result of open(2); -1 means no file.
   explicit Descriptor(int fd) : fd_(fd) {}
   ~Descriptor() { reset(); }
   Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
@@ -32,7 +29,7 @@ class Descriptor {
   [[nodiscard]] int get() const { return fd_; }
   explicit operator bool() const { return fd_ >= 0; }
   int release() { return std::exchange(fd_, -1); }
-  // Closes it. Keeps errno, so that a caller can still tell what failed.
+  // Closes the descriptor. Preserves errno, so that a caller can still report what failed.
   void reset() {
     if (fd_ < 0) return;
     const int kept = errno;

@@ -8,7 +8,7 @@
 namespace quillon {
 namespace {
 
-constexpr size_t kUsualSize = 2048;  // of the entries of a few dozen files
+constexpr size_t kTypicalSize = 2048;  // the entries of a few dozen files
 
 void addNames(const char* entries, ssize_t length, std::vector<std::string>& names) {
   for (ssize_t at = 0; at < length;) {
@@ -21,10 +21,10 @@ void addNames(const char* entries, ssize_t length, std::vector<std::string>& nam
 
 }  // namespace
 
-// opendir(3) would take 32 KiB of memory for it.
+// getdents64(2) directly, since opendir(3) would allocate 32 KiB.
 std::vector<std::string> directoryEntries(int folder) {
   std::vector<std::string> names;
-  alignas(dirent64) std::array<char, kUsualSize> entries;
+  alignas(dirent64) std::array<char, kTypicalSize> entries;
   for (;;) {
     const ssize_t length = getdents64(folder, entries.data(), entries.size());
     if (length <= 0) return names;

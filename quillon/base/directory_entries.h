@@ -1,4 +1,4 @@
-// What a folder holds.
+// Lists the entries of a folder.
 #pragma once
 
 #include <string>
@@ -6,8 +6,9 @@
 
 namespace quillon {
 
-// The names in an open folder, from its first to its last, without "." and "..". Empty where it is
-// none. Call once for each opening.
+// Returns the names of all entries of the open folder, without "." and "..". Returns an empty list
+// if `folder` is not an open folder. The call advances the descriptor's offset, so call it once per
+// open(2).
 std::vector<std::string> directoryEntries(int folder);
 
 }  // namespace quillon

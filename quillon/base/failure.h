@@ -1,9 +1,9 @@
-// A failure that a person reads: what went wrong, naming the thing, and what to do about it.
+// A failure to report to the user: what went wrong, and how to fix it.
 //
 //   Expected<Record> readRecord(const Path& file) {
-//     ASSIGN_OR_RETURN(const std::string text, readText(file));    // passes a failure on
-//     RETURN_IF_FAILED(requireVersion(text));                      // the same, without a value
-//     if (text.empty()) return fail("'" + file + "' is empty", "make it again");
+//     ASSIGN_OR_RETURN(const std::string text, readText(file));    // returns a failure to the
+//     caller RETURN_IF_FAILED(requireVersion(text));                      // the same, without a
+//     value if (text.empty()) return fail("'" + file + "' is empty", "create it again");
 //     ...
 //   }
 #pragma once
@@ -23,7 +23,7 @@ struct Failure {
   ExitStatus status = kServiceFailed;  // of the command that reports it
 };
 
-// A result, or the failure in its place.
+// A value of type T, or a failure.
 template <typename T>
 using Expected = tl::expected<T, Failure>;
 
@@ -31,13 +31,13 @@ inline tl::unexpected<Failure> fail(std::string what, std::string remedy = {}) {
   return tl::unexpected<Failure>(Failure{std::move(what), std::move(remedy)});
 }
 
-// The same failure, with another exit status.
+// Returns `failure` with its exit status replaced.
 inline Failure withStatus(ExitStatus status, Failure failure) {
   failure.status = status;
   return failure;
 }
 
-// A failure that ends the command with `status`.
+// A failure with the exit status `status`.
 inline tl::unexpected<Failure> fail(ExitStatus status, Failure failure) {
   return tl::unexpected<Failure>(withStatus(status, std::move(failure)));
 }
@@ -53,7 +53,8 @@ inline tl::unexpected<Failure> fail(ExitStatus status, Failure failure) {
   } while (false)
 
 // Assigns the value of `expression` to `target`, a variable or a declaration, or returns its
-// failure from the calling function. One for each line; not the body of an if without braces.
+// failure from the calling function. Expands to several statements: use it once per line, and only
+// inside braces.
 #define ASSIGN_OR_RETURN(target, expression) \
   QUILLON_ASSIGN_OR_RETURN_(target, expression, QUILLON_CONCATENATE_(result_, __LINE__))
 #define QUILLON_ASSIGN_OR_RETURN_(target, expression, result)    \

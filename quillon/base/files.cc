@@ -14,15 +14,15 @@
 namespace quillon {
 namespace {
 
-constexpr int kFullForMs = 1000;
+constexpr int kWriteTimeoutMs = 1000;
 constexpr size_t kTypicalSize = 2048;
 
-// Whether a write that failed with errno is worth another try.
+// Whether to retry a write(2) that failed with errno. Waits if the descriptor is full.
 bool mayRetry(int descriptor) {
   if (errno == EINTR) return true;
   if (errno != EAGAIN) return false;
   pollfd writable{descriptor, POLLOUT, 0};
-  return poll(&writable, 1, kFullForMs) > 0;
+  return poll(&writable, 1, kWriteTimeoutMs) > 0;
 }
 
 }  // namespace
@@ -32,11 +32,23 @@ std::filesystem::path executablePath() {
   return std::filesystem::read_symlink("/proc/self/exe", ignored);
 }
 
+std::filesystem::path libraryOf(const std::filesystem::path& executable, const char* name) {
+  const std::filesystem::path prefix = executable.parent_path().parent_path();
+  const std::filesystem::path built = prefix / "lib" / name;
+  std::error_code ignored;
+  if (std::filesystem::exists(built, ignored)) return built;
+  return prefix / QUILLON_INSTALLED_LIBRARIES / name;
+}
+
 std::optional<std::string> readWholeFile(const std::filesystem::path& file) {
-  // O_NONBLOCK: the open of a FIFO would wait for a writer.
+  // O_NONBLOCK, since open(2) of a FIFO would wait for a writer.
   const Descriptor source(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
-  if (!source || fstat(source.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  if (!source || fstat(source.get(), &status) != 0) return std::nullopt;
+  if (!S_ISREG(status.st_mode)) {
+    errno = EINVAL;
+    return std::nullopt;
+  }
   std::string content(static_cast<size_t>(status.st_size), '\0');
   size_t length = 0;
   for (ssize_t part = 1; part > 0 && length < content.size();) {
@@ -49,14 +61,20 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& file) {
 
 std::string readSmallFileAt(int directory, const char* file) {
   const Descriptor source(openat(directory, file, O_RDONLY | O_CLOEXEC));
+  return source ? readAll(source.get()) : std::string();
+}
+
+std::string readAll(int descriptor) {
   std::string content;
   std::array<char, kTypicalSize> part;
-  while (source) {
-    const ssize_t length = read(source.get(), part.data(), part.size());
-    if (length <= 0) break;
-    content.append(part.data(), static_cast<size_t>(length));
+  for (;;) {
+    const ssize_t length = read(descriptor, part.data(), part.size());
+    if (length > 0) {
+      content.append(part.data(), static_cast<size_t>(length));
+    } else if (length == 0 || errno != EINTR) {
+      return content;
+    }
   }
-  return content;
 }
 
 bool writeAll(int descriptor, std::string_view bytes) {

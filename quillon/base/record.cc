@@ -56,7 +56,7 @@ std::string_view RecordReader::rest() { return take(rest_.size()); }
 
 uint64_t RecordReader::count() {
   const uint64_t elements = number();
-  // Every element has a length of its own.
+  // Each element takes at least the bytes of its length.
   if (elements > rest_.size() / sizeof(uint64_t)) ok_ = false;
   return ok_ ? elements : 0;
 }

@@ -1,7 +1,7 @@
-// Texts and numbers, one after the other, in a string of bytes. docs/launchpad.md has the grammar.
+// Serializes strings and numbers to a string of bytes. docs/launchpad.md has the grammar.
 //
-// A reader takes any bytes whatever: past their end, or where they do not fit, every result is
-// empty and ok() is false from there on.
+// A reader accepts arbitrary bytes. After the first read past the end, or of an invalid length,
+// ok() is false and every result is empty.
 #pragma once
 
 #include <cstdint>
@@ -17,13 +17,13 @@ class RecordWriter {
   RecordWriter& number(uint64_t value);
   RecordWriter& text(std::string_view value);
   RecordWriter& texts(const std::vector<std::string>& values);
-  // Makes room for more bytes, which are then written without a copy of what is there.
+  // Reserves space for `more` bytes, so that writing them does not reallocate.
   RecordWriter& reserve(size_t more);
-  // Bytes as they are, which a reader finds with rest().
+  // Appends raw bytes, which RecordReader::rest() returns.
   RecordWriter& append(std::string_view rest);
 
   [[nodiscard]] const std::string& bytes() const { return bytes_; }
-  // The same, handed over.
+  // Moves the bytes out.
   std::string take() { return std::move(bytes_); }
 
  private:
@@ -39,16 +39,16 @@ class RecordReader {
   std::string text();
   std::vector<std::string> texts();
 
-  // All that is left.
+  // Returns all remaining bytes.
   std::string_view rest();
 
   [[nodiscard]] bool ok() const { return ok_; }
-  // Whether all was read and nothing is left.
+  // Whether every read succeeded and no bytes remain.
   [[nodiscard]] bool atEnd() const { return ok_ && rest_.empty(); }
 
  private:
   std::string_view take(uint64_t length);
-  // The number of elements of a list; a count that the bytes cannot hold ends the reading.
+  // Reads the number of elements of a list. Fails if the remaining bytes cannot hold that many.
   uint64_t count();
 
   std::string_view rest_;

@@ -6,8 +6,8 @@
 namespace quillon {
 namespace {
 
-// A path or value inside a message may hold line breaks and what a terminal obeys; the report stays
-// one plain line.
+// Replaces control characters, so that line breaks and terminal escapes in a path or value keep the
+// report on one plain line.
 std::string oneLine(std::string text) {
   const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7f; };
   std::replace_if(text.begin(), text.end(), isControl, ' ');
@@ -24,7 +24,7 @@ std::string reportLine(const Failure& failure) {
 
 int report(const Failure& failure, int descriptor) {
   const std::string line = reportLine(failure);
-  // Unbuffered and in one piece, whatever else writes to the terminal.
+  // One unbuffered write, so that other output to the terminal does not split the line.
   [[maybe_unused]] const ssize_t written = write(descriptor, line.data(), line.size());
   return failure.status;
 }

@@ -1,4 +1,4 @@
-// How the quillon command speaks to a person when something does not work.
+// Reports failures to the user.
 #pragma once
 
 #include <unistd.h>
@@ -7,10 +7,10 @@
 
 namespace quillon {
 
-// "quillon: <what>; <remedy>" as one line, its end included.
+// Returns "quillon: <what>; <remedy>" with a line end.
 std::string reportLine(const Failure& failure);
 
-// Prints that line on standard error, or on another descriptor, and returns the failure's status.
+// Writes that line to `descriptor` and returns the failure's exit status.
 int report(const Failure& failure, int descriptor = STDERR_FILENO);
 
 }  // namespace quillon

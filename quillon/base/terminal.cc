@@ -8,11 +8,11 @@
 namespace quillon {
 namespace {
 
-// Above the descriptors that an application counts on, and not inherited by what it starts.
+// Above the descriptor numbers that applications expect to be theirs.
 constexpr int kFirstDescriptor = 10;
 
 int& terminal() {
-  static int descriptor = -1;  // open until the process ends
+  static int descriptor = -1;  // stays open until the process ends
   return descriptor;
 }
 

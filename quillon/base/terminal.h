@@ -1,25 +1,25 @@
-// The person at the terminal, whatever becomes of descriptors 1 and 2.
+// Reports to the terminal while descriptors 1 and 2 are redirected.
 //
-// From plugin_has_log_control on, the plug-in may lead the process's standard output and error into
-// the platform log. What the launcher has to say goes to where standard error led at the start.
+// From plugin_has_log_control on, the plug-in may redirect the process's standard output and error
+// to the platform log. The launcher's own reports go to the standard error of the program's start.
 #pragma once
 
 #include "quillon/base/failure.h"
 
 namespace quillon {
 
-// Keeps a descriptor of its own for standard error. Call before the plug-in is loaded; calls after
-// the first do nothing.
+// Duplicates standard error to a close-on-exec descriptor for tell(). Call it before the plug-in is
+// loaded; later calls do nothing.
 void keepTerminal();
 
-// Where tell() writes to, for a signal handler that writes by itself.
+// The descriptor that tell() writes to, for signal handlers that call write(2) themselves.
 int terminalDescriptor();
 
-// Moves the terminal to where `descriptor` leads, which stays the caller's; nowhere for -1. For a
-// process that was prepared before it was known who asks for a launch.
+// Redirects tell() to the file of `descriptor`, which the caller keeps; to /dev/null if it is -1.
+// For a worker that was prepared before its client was known.
 void moveTerminal(int descriptor);
 
-// Writes "quillon: <what>; <remedy>" as one line.
+// Reports `failure` on that descriptor; see report().
 void tell(const Failure& failure);
 
 }  // namespace quillon

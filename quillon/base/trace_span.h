@@ -1,11 +1,11 @@
-// The launcher's own steps in the launch's trace, beside the plug-in's.
+// Spans of the launcher in the trace of a launch.
 #pragma once
 
 #include "platform/trace.h"
 
 namespace quillon {
 
-// A span of the calling thread, from its construction to its end. `name` is copied.
+// A span of the calling thread for the lifetime of the object. `name` is copied.
 class TraceSpan {
  public:
   explicit TraceSpan(const char* name) { trace_begin(name); }

@@ -1,13 +1,14 @@
-// What the subcommands of quillon share.
+// Helpers for the subcommands of quillon.
 //
 // A subcommand is one function, void addXCommand(CLI::App&), that declares its options and a
-// callback; main.cc lists them. A callback that returns ends the command with status 0.
+// callback; commands.cc lists them. If the callback returns, the command ends with status 0.
 #pragma once
 
 #include <CLI/App.hpp>
 #include <CLI/Error.hpp>
 
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -15,18 +16,20 @@
 
 namespace quillon::cli {
 
-// Ends the running subcommand: main returns `status`. Throws; call it from a callback only.
+// Ends the running subcommand with the exit status `status`. Throws, so call it from callbacks
+// only.
 [[noreturn]] inline void endCommand(int status) { throw CLI::RuntimeError(status); }
 
-// The value of a result. Reports a failure and ends the running subcommand.
+// Returns the value of `result`. If it is a failure, reports it and ends the running subcommand.
 template <typename T>
 T valueOf(Expected<T> result) {
   if (!result) endCommand(report(result.error()));
-  return std::move(*result);
+  if constexpr (!std::is_void_v<T>) return std::move(*result);
 }
 
-// What stands behind the first "--" of the command line: the arguments of the program that a
-// subcommand starts, untouched by the parser. Set by main before it parses.
+// The arguments after the first "--" of the command line, which the parser does not interpret:
+// those of the program or application that the subcommand starts. Set before the command line is
+// parsed.
 inline std::vector<std::string>& programArguments() {
   static std::vector<std::string> arguments;
   return arguments;

@@ -36,17 +36,18 @@ constexpr Command kCommands[] = {{"device", quillon::cli::addDeviceCommand},
                                  {"partner", quillon::cli::addPartnerCommand},
                                  {"validator", quillon::cli::addValidatorCommand}};
 
-// The command that is asked for first of all arguments, else all of them: a launch does not wait
-// for the other commands' options.
+// Adds the command named `first`, or all commands if there is no such command. Adding only one
+// saves the time to build the options of the others.
 void addCommands(CLI::App& app, const std::string& first) {
-  const auto* const asked = std::find_if(std::begin(kCommands), std::end(kCommands),
-                                         [&](const Command& each) { return each.name == first; });
-  if (asked != std::end(kCommands)) return asked->add(app);
+  const auto* const requested =
+      std::find_if(std::begin(kCommands), std::end(kCommands),
+                   [&](const Command& each) { return each.name == first; });
+  if (requested != std::end(kCommands)) return requested->add(app);
   for (const Command& command : kCommands) command.add(app);
 }
 
-// The arguments before the first "--", the program's name left out and in the reversed order in
-// which CLI11 takes them; the others are kept for programArguments().
+// Returns the arguments before the first "--", without the program's name, in the reversed order
+// that CLI11 expects. Stores the arguments after it in programArguments().
 std::vector<std::string> takeArguments(int argc, char** argv) {
   const std::vector<std::string> all(argv + 1, argv + argc);
   const auto dashes = std::find(all.begin(), all.end(), "--");
@@ -54,7 +55,7 @@ std::vector<std::string> takeArguments(int argc, char** argv) {
   return {std::make_reverse_iterator(dashes), all.rend()};
 }
 
-// Help and version end with 0; what CLI11 could not understand becomes one line.
+// Prints help or version and returns 0, or reports a parse error in one line.
 int endOfParse(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) return app.exit(error);
   return quillon::report({error.what(), "see quillon --help", quillon::kUsage});
@@ -63,7 +64,7 @@ int endOfParse(const CLI::App& app, const CLI::ParseError& error) {
 }  // namespace
 
 int quillon_commands(int argc, char** argv) {
-  CLI::App app{"Runs and tends managed applications on a workstation as a device would."};
+  CLI::App app{"Run managed TV applications on a workstation the way a device does."};
   app.name("quillon");
   app.set_version_flag("--version", "quillon " QUILLON_VERSION);
   app.require_subcommand(1);

@@ -1,10 +1,9 @@
-// The subcommands of quillon, every one in one list: a library of their own, which the program
-// loads when it is asked for more than a plain launch. What they and their parser make at a
-// program's start a launch does not wait for.
+// All subcommands of quillon, in a shared library that the program loads for every command line
+// except a plain launch. So a plain launch does not pay for loading the parser and its libraries.
 #pragma once
 
 inline constexpr char kCommandsLibrary[] = "libquillon-commands.so";
 inline constexpr char kCommandsFunction[] = "quillon_commands";
 
-// Parses a command line, runs what it asks for and returns the program's exit status.
+// Parses a command line, runs the command and returns its exit status.
 extern "C" int quillon_commands(int argc, char** argv);

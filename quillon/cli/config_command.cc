@@ -25,7 +25,7 @@ struct ConfigRequest {
   bool asInt = false;
 };
 
-// Only the one way in which a number is written: "007" stays a text.
+// Accepts the canonical spelling only: "007" stays a string.
 std::optional<int> decimal(const std::string& text) {
   int number = 0;
   const char* end = text.data() + text.size();
@@ -38,14 +38,14 @@ ConfigValue typedValue(const ConfigRequest& request) {
   const auto number = request.asString ? std::nullopt : decimal(request.value);
   if (number) return *number;
   if (request.asInt) {
-    endCommand(report({"'" + request.value + "' is no decimal number of 32 bits",
-                       "leave --int out to set a string", kUsage}));
+    endCommand(report({"'" + request.value + "' is not a 32-bit decimal number",
+                       "omit --int to set a string", kUsage}));
   }
   return request.value;
 }
 
-// A value that begins with a dash looks like an option to the parser: a negative number is taken
-// all the same, other texts stand behind "--".
+// Handles values that begin with a dash, which the parser takes for options. Negative numbers are
+// accepted as they are; other values must follow "--".
 void addDashedValue(ConfigRequest& request, const std::vector<std::string>& unknown) {
   std::vector<std::string> values;
   if (!request.value.empty()) values.push_back(request.value);
@@ -53,7 +53,7 @@ void addDashedValue(ConfigRequest& request, const std::vector<std::string>& unkn
   values.insert(values.end(), programArguments().begin(), programArguments().end());
   const bool isNumber = unknown.empty() || decimal(unknown[0]);
   if (values.size() != 1 || !isNumber) {
-    endCommand(report({values.empty() ? "config set wants a VALUE"
+    endCommand(report({values.empty() ? "config set needs a VALUE"
                                       : "config set does not know '" + values.back() + "'",
                        "see quillon config set --help", kUsage}));
   }
@@ -66,21 +66,18 @@ void print(const ConfigValue& value) {
 
 void get(const ConfigRequest& request) {
   enterDevice(request.device);
-  const auto value = workstation::getConfig(request.key);
-  if (!value) endCommand(report(value.error()));
-  if (!*value) {
+  const auto value = valueOf(workstation::getConfig(request.key));
+  if (!value) {
     endCommand(report({"the configuration key '" + request.key + "' has no value",
                        "set it: quillon config set " + request.key + " VALUE", kNoKey}));
   }
-  print(**value);
+  print(*value);
 }
 
 void set(const ConfigRequest& request) {
   const ConfigValue value = typedValue(request);
   enterDevice(request.device);
-  if (auto done = workstation::setConfig(request.key, value); !done) {
-    endCommand(report(done.error()));
-  }
+  valueOf(workstation::setConfig(request.key, value));
 }
 
 void watch(const ConfigRequest& request) {
@@ -89,9 +86,7 @@ void watch(const ConfigRequest& request) {
     print(value);
     return static_cast<bool>(std::cout);
   };
-  if (auto done = workstation::watchConfig(request.key, untilOutputFails); !done) {
-    endCommand(report(done.error()));
-  }
+  valueOf(workstation::watchConfig(request.key, untilOutputFails));
 }
 
 CLI::App* addAction(CLI::App& config, const std::string& name, const std::string& help,
@@ -99,7 +94,7 @@ CLI::App* addAction(CLI::App& config, const std::string& name, const std::string
                     void (*run)(const ConfigRequest&)) {
   CLI::App* action = config.add_subcommand(name, help);
   addDeviceOption(*action, request->device);
-  action->add_option("KEY", request->key, "The key, such as db/dotnet/velora_api_path")->required();
+  action->add_option("KEY", request->key, "Key, for example db/dotnet/velora_api_path")->required();
   action->callback([request, run] { run(*request); });
   return action;
 }
@@ -111,14 +106,15 @@ void addConfigCommand(CLI::App& app) {
   config->require_subcommand(1);
   auto request = std::make_shared<ConfigRequest>();
   addAction(*config, "get", "Print a key's value", request, get);
-  addAction(*config, "watch", "Print a key's value, then each new one", request, watch);
+  addAction(*config, "watch", "Print a key's value, now and after each change", request, watch);
 
   CLI::App* action = addAction(*config, "set", "Set a key", request, set);
   action->allow_extras();
   CLI::Option* value = action->add_option(
-      "VALUE", request->value, "A decimal number is set as int, anything else as string");
+      "VALUE", request->value, "Value; decimal numbers are set as int, other values as string");
   CLI::Option* asString = action->add_flag("--string", request->asString, "Set as string");
-  action->add_flag("--int", request->asInt, "Set as int, or fail")->excludes(asString);
+  action->add_flag("--int", request->asInt, "Set as int; fail if the value is not a number")
+      ->excludes(asString);
   action->callback([request, action, value] {
     const auto unknown = action->remaining();
     if (value->empty() || !unknown.empty()) addDashedValue(*request, unknown);

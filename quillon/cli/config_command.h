@@ -1,4 +1,4 @@
-// quillon config: the configuration store of a device root.
+// quillon config: reads and changes the configuration store of a device root.
 #pragma once
 
 namespace CLI {

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <vector>
 
+#include "device_paths.h"
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/device/device_root.h"
@@ -23,7 +24,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What a shell ends with when it cannot start a command.
+// Exit statuses of a shell that cannot start a command.
 constexpr int kCannotRun = 126;
 constexpr int kCommandNotFound = 127;
 
@@ -38,10 +39,9 @@ struct ShellRequest {
   std::vector<std::string> command;
 };
 
-// A device root that came with a framework of its own keeps it.
 bool hasOwnFramework(const fs::path& directory) {
   std::error_code error;
-  const fs::path own = directory / "usr/share/dotnet.velora/netcoreapp";
+  const fs::path own = device::pathInDevice(directory, device_paths::kNetcoreapp);
   return fs::is_directory(own, error) && !fs::is_empty(own, error);
 }
 
@@ -49,7 +49,7 @@ std::optional<fs::path> namedFramework(const fs::path& directory) {
   std::error_code error;
   if (!fs::is_regular_file(directory / "libcoreclr.so", error)) {
     endCommand(report({"the folder '" + directory.string() + "' holds no libcoreclr.so",
-                       "name the runtime's own folder, such as "
+                       "name the folder of the runtime, for example "
                        "/usr/share/dotnet/shared/Microsoft.NETCore.App/VERSION, or 'none'",
                        kNoRuntime}));
   }
@@ -57,8 +57,8 @@ std::optional<fs::path> namedFramework(const fs::path& directory) {
   return directory;
 }
 
-// A machine without a runtime gets a device root too, for everything but the runtime. That a person
-// named a place without one is a mistake to report.
+// Without a runtime on this machine, a device root is made without a framework. But if the user
+// named a folder in QUILLON_DOTNET_ROOT, a missing runtime is an error.
 std::optional<fs::path> machineFramework() {
   const auto found = dotnet::findFramework();
   if (found) {
@@ -88,13 +88,11 @@ std::optional<fs::path> frameworkOf(const InitRequest& request) {
 
 void runInit(const InitRequest& request) {
   const device::InitOptions options{frameworkOf(request)};
-  if (auto made = device::init(request.directory, options); !made) {
-    endCommand(report(made.error()));
-  }
+  valueOf(device::init(request.directory, options));
   std::cout << "device root: " << fs::canonical(request.directory).string() << '\n';
 }
 
-// Only what means nothing to a shell that expands its prompt.
+// Keeps only characters that have no meaning in the expansion of a shell prompt.
 std::string promptName(const fs::path& directory) {
   std::string name = directory.filename().string();
   for (char& letter : name) {
@@ -106,12 +104,12 @@ std::string promptName(const fs::path& directory) {
   return name;
 }
 
-// bash takes its prompt from its start-up file, so it is put in front before each prompt; other
-// shells take PS1 from the environment.
+// Most shells take PS1 from the environment. bash sets it in its start-up file, so PROMPT_COMMAND
+// adds the mark before each prompt.
 void setPrompt(const fs::path& directory) {
   const std::string mark = "(" + promptName(directory) + ") ";
-  ::setenv("PS1", (mark + "\\$ ").c_str(), 1);
-  ::setenv("PROMPT_COMMAND", ("PS1=\"" + mark + "${PS1#\"" + mark + "\"}\"").c_str(), 1);
+  setenv("PS1", (mark + "\\$ ").c_str(), 1);
+  setenv("PROMPT_COMMAND", ("PS1=\"" + mark + "${PS1#\"" + mark + "\"}\"").c_str(), 1);
 }
 
 std::vector<std::string> commandOf(const ShellRequest& request) {
@@ -122,48 +120,49 @@ std::vector<std::string> commandOf(const ShellRequest& request) {
   return {shell != nullptr && *shell != '\0' ? shell : "/bin/sh"};
 }
 
-[[noreturn]] void become(const std::vector<std::string>& command) {
+[[noreturn]] void execute(const std::vector<std::string>& command) {
   std::vector<char*> arguments;
   for (const std::string& word : command) {
     arguments.push_back(const_cast<char*>(word.c_str()));
   }
   arguments.push_back(nullptr);
-  ::execvp(arguments[0], arguments.data());
+  execvp(arguments[0], arguments.data());
   const int error = errno;
   report({"cannot run '" + command[0] + "': " + std::strerror(error), "", kUsage});
   endCommand(error == ENOENT ? kCommandNotFound : kCannotRun);
 }
 
-// The command takes this process over: its exit status or signal is the caller's to see.
+// Replaces this process, so that our parent sees the command's exit status or signal.
 [[noreturn]] void runShell(const ShellRequest& request) {
   std::error_code error;
   const device::EnterOptions options{{fs::current_path(error)}, request.writable};
-  if (auto entered = device::enter(request.directory, options); !entered) {
-    endCommand(report(entered.error()));
-  }
+  valueOf(device::enter(request.directory, options));
   const fs::path directory = device::current().value_or(request.directory);
-  ::setenv("QUILLON_DEVICE", directory.c_str(), 1);
+  setenv("QUILLON_DEVICE", directory.c_str(), 1);
   setPrompt(directory);
-  become(commandOf(request));
+  execute(commandOf(request));
 }
 
 void addInit(CLI::App& device) {
   auto request = std::make_shared<InitRequest>();
-  CLI::App* init = device.add_subcommand("init", "Make a folder a device root, or repair one");
-  init->add_option("DIR", request->directory, "The folder; made where it is missing")->required();
+  CLI::App* init = device.add_subcommand("init", "Make a device root, or repair one");
+  init->add_option("DIR", request->directory, "Folder of the device root; created if it is missing")
+      ->required();
   init->add_option("--framework", request->framework,
-                   "The runtime's folder that appears as the device's framework, or 'none'; "
-                   "without it, the machine's newest");
+                   "Folder of the .NET runtime to use as the device's framework, or 'none'; "
+                   "default: the newest of this machine")
+      ->type_name("DIR");
   init->callback([request] { runInit(*request); });
 }
 
 void addShell(CLI::App& device) {
   auto request = std::make_shared<ShellRequest>();
   CLI::App* shell = device.add_subcommand("shell", "Run a shell or a command inside a device root");
-  shell->add_option("DIR", request->directory, "The device root")->required();
-  shell->add_option("--writable", request->writable, "A path of the machine that stays writable")
+  shell->add_option("DIR", request->directory, "Device root")->required();
+  shell->add_option("--writable", request->writable, "Machine path that stays writable")
       ->allow_extra_args(false);
-  shell->add_option("COMMAND", request->command, "Command and arguments, after --");
+  shell->add_option("COMMAND", request->command,
+                    "Command and arguments, after --; default: $SHELL");
   shell->callback([request] {
     const std::vector<std::string>& rest = programArguments();
     request->command.insert(request->command.end(), rest.begin(), rest.end());
@@ -174,7 +173,7 @@ void addShell(CLI::App& device) {
 }  // namespace
 
 void addDeviceCommand(CLI::App& app) {
-  CLI::App* device = app.add_subcommand("device", "Make device roots and work inside them");
+  CLI::App* device = app.add_subcommand("device", "Make device roots and run commands inside them");
   device->require_subcommand(1);
   addInit(*device);
   addShell(*device);

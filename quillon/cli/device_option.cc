@@ -7,7 +7,7 @@
 namespace quillon::cli {
 
 void addDeviceOption(CLI::App& command, std::string& directory) {
-  command.add_option("--device", directory, "The device root")
+  command.add_option("--device", directory, "Device root")
       ->envname("QUILLON_DEVICE")
       ->type_name("DIR");
 }
@@ -15,11 +15,9 @@ void addDeviceOption(CLI::App& command, std::string& directory) {
 void enterDevice(const std::string& directory, const std::vector<std::filesystem::path>& visible) {
   if (directory.empty()) {
     endCommand(
-        report({"no device root is named", "give --device DIR or set QUILLON_DEVICE", kUsage}));
+        report({"no device root is given", "give --device DIR or set QUILLON_DEVICE", kUsage}));
   }
-  if (auto entered = device::enter(directory, {visible, {}}); !entered) {
-    endCommand(report(entered.error()));
-  }
+  valueOf(device::enter(directory, {visible, {}}));
 }
 
 }  // namespace quillon::cli

@@ -11,11 +11,11 @@ class App;
 
 namespace quillon::cli {
 
-// Adds --device DIR, which QUILLON_DEVICE may give instead.
+// Adds --device DIR, whose default is the environment variable QUILLON_DEVICE.
 void addDeviceOption(CLI::App& command, std::string& directory);
 
-// Moves the process into the device root, or reports why not and ends the subcommand. Call it from
-// a callback only. `visible` are machine paths that stay visible inside.
+// Moves the process into the device root. On failure, reports it and ends the subcommand; so call
+// it from callbacks only. The machine paths `visible` stay visible inside.
 void enterDevice(const std::string& directory,
                  const std::vector<std::filesystem::path>& visible = {});
 

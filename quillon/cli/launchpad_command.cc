@@ -14,32 +14,31 @@ namespace {
 using launchpad::LaunchpadOptions;
 using launchpad::MessageKind;
 
-void addDevice(CLI::App& command, LaunchpadOptions& options) {
-  command.add_option("--device", options.device, "Device root that is served")
-      ->required()
+CLI::Option* addDevice(CLI::App& command, LaunchpadOptions& options) {
+  return command.add_option("--device", options.device, "Device root to serve")
       ->envname("QUILLON_DEVICE")
       ->type_name("DIR");
 }
 
-void ask(const LaunchpadOptions& options, MessageKind kind) {
-  const auto answer = launchpad::command(options.device, kind);
-  if (!answer) endCommand(report(withStatus(kLaunchPadState, answer.error())));
-  std::cout << *answer;
+void request(const LaunchpadOptions& options, MessageKind kind) {
+  const auto reply = launchpad::command(options.device, kind);
+  if (!reply) endCommand(report(withStatus(kLaunchPadState, reply.error())));
+  std::cout << *reply;
 }
 
 void addAction(CLI::App& launchpad, const char* name, const char* help, MessageKind kind) {
   const auto options = std::make_shared<LaunchpadOptions>();
   CLI::App* const action = launchpad.add_subcommand(name, help);
-  addDevice(*action, *options);
-  action->callback([options, kind] { ask(*options, kind); });
+  addDevice(*action, *options)->required();
+  action->callback([options, kind] { request(*options, kind); });
 }
 
 void addServe(CLI::App& command, const std::shared_ptr<LaunchpadOptions>& options) {
   command
       .add_option("--type", options->types,
-                  "Application type to prepare for from the start; else all that are installed")
+                  "Application type to prepare from the start; default: all installed types")
       ->allow_extra_args(false);
-  command.add_option("--size", options->size, "Prepared processes of each kind")
+  command.add_option("--size", options->size, "Prepared processes per application type")
       ->check(CLI::Range(1, 64))
       ->capture_default_str();
   command
@@ -52,18 +51,18 @@ void addServe(CLI::App& command, const std::shared_ptr<LaunchpadOptions>& option
 }  // namespace
 
 void addLaunchpadCommand(CLI::App& app) {
-  CLI::App* const command =
-      app.add_subcommand("launchpad", "Keep processes prepared for the launches of a device root");
+  CLI::App* const command = app.add_subcommand(
+      "launchpad", "Keep processes prepared to launch the applications of a device root faster");
   command->require_subcommand(0, 1);
   const auto options = std::make_shared<LaunchpadOptions>();
-  command->add_option("--device", options->device, "Device root that is served")
-      ->envname("QUILLON_DEVICE")
-      ->type_name("DIR");
+  addDevice(*command, *options);
   addServe(*command, options);
-  addAction(*command, "stop", "Let applications end, then stop; asked again, end them too",
+  addAction(*command, "stop",
+            "Stop once the running applications have ended; a second time, end them too",
             MessageKind::kStop);
-  addAction(*command, "reload", "Prepare all processes anew", MessageKind::kReload);
-  addAction(*command, "status", "Print what is prepared and what runs", MessageKind::kStatus);
+  addAction(*command, "reload", "Replace all prepared processes", MessageKind::kReload);
+  addAction(*command, "status", "Print the prepared processes and the running applications",
+            MessageKind::kStatus);
   command->callback([command, options] {
     if (!command->get_subcommands().empty()) return;
     if (options->device.empty()) {

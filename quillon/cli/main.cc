@@ -1,7 +1,6 @@
-// The quillon program: a plain launch is its own, everything else its commands'.
+// The quillon program. It handles plain launches itself and loads the commands for everything else.
 #include <dlfcn.h>
 
-#include <filesystem>
 #include <string>
 
 #include "quillon/base/files.h"
@@ -10,25 +9,20 @@
 #include "quillon/cli/plain_launch.h"
 #include "quillon/cli/run_launch.h"
 #include "quillon/host/launch.h"
-#include "quillon/host/plugin/plugin_library.h"
 
 namespace {
 
-// By its path: a sanitizer's dlopen() would look where the sanitizer's libraries are.
-std::filesystem::path commandsLibrary() {
-  std::error_code ignored;
-  return quillon::host::libraryOf(quillon::executablePath(), kCommandsLibrary);
-}
-
 int runCommands(int argc, char** argv) {
-  void* const library = dlopen(commandsLibrary().c_str(), RTLD_LAZY | RTLD_LOCAL);
+  // By its path, since a sanitizer's dlopen() searches the sanitizer's run path instead of ours.
+  const auto file = quillon::libraryOf(quillon::executablePath(), kCommandsLibrary);
+  void* const library = dlopen(file.c_str(), RTLD_LAZY | RTLD_LOCAL);
   auto* const run =
       library == nullptr
           ? nullptr
           : reinterpret_cast<decltype(&quillon_commands)>(dlsym(library, kCommandsFunction));
   if (run != nullptr) return run(argc, argv);
   return quillon::report(
-      {std::string("cannot load its commands: ") + dlerror(), "install it again"});
+      {std::string("cannot load the commands: ") + dlerror(), "install it again"});
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ struct PackageRequest {
 };
 
 void install(const PackageRequest& request) {
-  // Read once before the device hides the paths that were meant, so that mistakes show at once.
+  // Read the manifest before entering the device root, which may hide its paths.
   const auto folders = valueOf(workstation::foldersOfManifest(request.manifest));
   const std::string manifest = fs::absolute(request.manifest).string();
   enterDevice(request.device, {folders.begin(), folders.end()});
@@ -39,7 +39,7 @@ void remove(const PackageRequest& request) {
   enterDevice(request.device);
   if (!valueOf(workstation::removePackage(request.id, request.user))) {
     endCommand(report({"no package '" + request.id + "' is installed",
-                       "see what is: quillon package list", kNotInstalled}));
+                       "list the installed packages: quillon package list", kNotInstalled}));
   }
   std::cout << "removed " << request.id << '\n';
 }
@@ -70,7 +70,7 @@ void printJson(const std::vector<Package>& packages) {
   nlohmann::ordered_json all = nlohmann::ordered_json::array();
   for (const Package& package : packages) all.push_back(toJson(package));
   constexpr int kIndent = 2;
-  // Bytes that are no UTF-8 are replaced rather than refused.
+  // Replaces invalid UTF-8 instead of throwing.
   using Json = nlohmann::ordered_json;
   std::cout << all.dump(kIndent, ' ', false, Json::error_handler_t::replace) << '\n';
 }
@@ -109,20 +109,19 @@ void addPackageCommand(CLI::App& app) {
   CLI::App* package = app.add_subcommand("package", "Install, remove and list packages");
   package->require_subcommand(1);
   auto request = std::make_shared<PackageRequest>();
-  const char* userHelp = "The user whom the package is for, by number; 0, as without it, for all";
+  const char* userHelp = "Numeric id of the user that the package is for; 0: all users";
 
   CLI::App* action =
-      addAction(*package, "install", "Install a package or replace it", request, install);
-  action->add_option("MANIFEST", request->manifest, "The package's manifest, a TOML file")
-      ->required();
+      addAction(*package, "install", "Install or replace a package", request, install);
+  action->add_option("MANIFEST", request->manifest, "Package manifest, a TOML file")->required();
   action->add_option("--user", request->user, userHelp);
 
   action = addAction(*package, "remove", "Remove a package and its files", request, remove);
-  action->add_option("ID", request->id, "The package's id")->required();
+  action->add_option("ID", request->id, "Package id")->required();
   action->add_option("--user", request->user, userHelp);
 
   action = addAction(*package, "list", "List the packages and their applications", request, list);
-  action->add_flag("--json", request->json, "For programs: a JSON array");
+  action->add_flag("--json", request->json, "Print a JSON array");
 }
 
 }  // namespace quillon::cli

@@ -1,4 +1,4 @@
-// quillon package: the packages of a device root.
+// quillon package: installs, removes and lists the packages of a device root.
 #pragma once
 
 namespace CLI {

@@ -12,40 +12,39 @@ namespace quillon::cli {
 namespace {
 
 void runSign(const partner::SignOptions& options) {
-  if (auto signedIt = partner::sign(options); !signedIt) {
-    endCommand(report(signedIt.error()));
-  }
+  valueOf(partner::sign(options));
   std::cout << "signed '" << options.directory.string() << "' for the device " << options.duid
             << '\n';
 }
 
 void addSign(CLI::App& partner) {
-  CLI::App* sign = partner.add_subcommand("sign", "Make a request for a device, and sign it");
+  CLI::App* sign = partner.add_subcommand("sign", "Write a signed request for one device");
   const auto options = std::make_shared<partner::SignOptions>();
-  sign->add_option("--key", options->key, "The signing authority's private key, RSA 2048 in PEM")
+  sign->add_option("--key", options->key, "Private key of the signing authority, RSA 2048 in PEM")
       ->required()
       ->type_name("PRIVATE.pem");
-  sign->add_option("--duid", options->duid, "The device's unique id")->required()->type_name("ID");
-  sign->add_option("--note", options->note, "What the request says besides, say a date");
-  sign->add_flag("--replace", options->replace, "Replace the two files where they exist");
-  sign->add_option("DIR", options->directory, "Where the two files go")->required();
+  sign->add_option("--duid", options->duid, "Unique id of the device")->required()->type_name("ID");
+  sign->add_option("--note", options->note, "Additional text of the request, for example a date");
+  sign->add_flag("--replace", options->replace, "Replace existing files");
+  sign->add_option("DIR", options->directory, "Folder to write the two files to")->required();
   sign->callback([options] { runSign(*options); });
 }
 
 void addVerify(CLI::App& partner) {
-  CLI::App* verify =
-      partner.add_subcommand("verify", "Ask the plug-in, as a device with that key and id would");
+  CLI::App* verify = partner.add_subcommand(
+      "verify", "Let the plug-in check a request, as on a device with that key and id");
   const auto options = std::make_shared<partner::VerifyOptions>();
-  verify->add_option("--key", options->key, "The signing authority's public key in PEM")
+  verify->add_option("--key", options->key, "Public key of the signing authority in PEM")
       ->required()
       ->type_name("PUBLIC.pem");
-  verify->add_option("--duid", options->duid, "The device's unique id")
+  verify->add_option("--duid", options->duid, "Unique id of the device")
       ->required()
       ->type_name("ID");
   verify
-      ->add_option("--plugin", options->plugin, "Plug-in to ask; else the one built with this tool")
+      ->add_option("--plugin", options->plugin,
+                   "Plug-in to load; default: the one built with this tool")
       ->type_name("FILE");
-  verify->add_option("DIR", options->directory, "Holds the two files")->required();
+  verify->add_option("DIR", options->directory, "Folder of the two files")->required();
   verify->callback([options] { endCommand(partner::verify(*options)); });
 }
 
@@ -53,7 +52,7 @@ void addVerify(CLI::App& partner) {
 
 void addPartnerCommand(CLI::App& app) {
   CLI::App* partner =
-      app.add_subcommand("partner", "Sign partner packages, and ask the plug-in about them");
+      app.add_subcommand("partner", "Sign partner packages and verify them with the plug-in");
   partner->require_subcommand(1);
   addSign(*partner);
   addVerify(*partner);

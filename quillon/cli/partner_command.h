@@ -1,4 +1,5 @@
-// quillon partner: packages of libraries that a device lets in by a signed request.
+// quillon partner: signs and verifies packages of libraries that a device accepts by a signed
+// request.
 #pragma once
 
 namespace CLI {

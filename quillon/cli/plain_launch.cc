@@ -1,7 +1,12 @@
 #include "quillon/cli/plain_launch.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
+#include <type_traits>
 #include <utility>
+
+#include "quillon/cli/launch_options_table.h"
 
 namespace quillon::cli {
 namespace {
@@ -11,10 +16,20 @@ using host::LaunchOptions;
 constexpr std::string_view kCommand = "launch";
 constexpr std::string_view kArgumentsFollow = "--";
 
-// What an option takes. The parser has more to say about one that is empty, looks like an option,
-// or is its sign for the end of a subcommand.
+// The full parser treats an empty value, one that looks like an option, and "++", its mark for the
+// end of a subcommand, in special ways.
 bool isPlainValue(std::string_view text) {
   return !text.empty() && text.front() != '-' && text != "++";
+}
+
+const LaunchOption* findOption(std::string_view argument) {
+  const bool isPositional = isPlainValue(argument);
+  const auto* const found = std::find_if(
+      std::begin(kLaunchOptions), std::end(kLaunchOptions), [&](const LaunchOption& option) {
+        return option.parser == Parser::kBoth &&
+               (isPositional ? *option.positional != '\0' : option.name == argument);
+      });
+  return found == std::end(kLaunchOptions) ? nullptr : found;
 }
 
 class Reader {
@@ -25,62 +40,51 @@ class Reader {
   std::optional<LaunchOptions> read();
 
  private:
-  bool readOne(std::string_view argument);
-  bool take(std::string_view& value);
-  bool takeOnce(std::optional<std::string>& value);
-  bool takeId(std::string_view id);
-  static bool raise(bool& flag) { return !std::exchange(flag, true); }
+  bool readOne();
+  bool hasRequired();
+
+  // Each option may be given once.
+  bool set(bool& flag) {
+    ++next_;
+    return !std::exchange(flag, true);
+  }
+  template <typename Value>
+  bool set(Value& value) {
+    if constexpr (std::is_assignable_v<Value&, std::string_view>) {
+      if (!isPlainValue(*next_)) ++next_;  // the option's name
+      if (value != Value() || next_ == end_ || !isPlainValue(*next_)) return false;
+      value = *next_++;
+      return true;
+    }
+    return false;
+  }
 
   Iterator next_;
   const Iterator end_;
   LaunchOptions options_;
 };
 
-bool Reader::take(std::string_view& value) {
-  if (next_ == end_ || !isPlainValue(*next_)) return false;
-  value = *next_++;
-  return true;
+bool Reader::readOne() {
+  const LaunchOption* const option = findOption(*next_);
+  return option != nullptr &&
+         withMember(*option, options_, [this](auto& member) { return set(member); });
 }
 
-bool Reader::takeOnce(std::optional<std::string>& value) {
-  std::string_view text;
-  if (value || !take(text)) return false;
-  value = text;
-  return true;
-}
-
-bool Reader::takeId(std::string_view id) {
-  if (!options_.appId.empty()) return false;
-  options_.appId = id;
-  return true;
-}
-
-bool Reader::readOne(std::string_view argument) {
-  std::string_view value;
-  if (isPlainValue(argument)) return takeId(argument);
-  if (argument == "--id") return take(value) && takeId(value);
-  if (argument == "--device") {
-    if (!options_.device.empty() || !take(value)) return false;
-    options_.device = value;
-    return true;
-  }
-  if (argument == "--type") return takeOnce(options_.type);
-  if (argument == "--path") return takeOnce(options_.exec);
-  if (argument == "--raw") return raise(options_.raw);
-  if (argument == "--direct") return raise(options_.direct);
-  return argument == "--preload" && raise(options_.preload);
+bool Reader::hasRequired() {
+  return std::all_of(
+      std::begin(kLaunchOptions), std::end(kLaunchOptions), [this](const LaunchOption& option) {
+        return !option.isRequired || withMember(option, options_, [](const auto& member) {
+          return member != std::remove_cvref_t<decltype(member)>();
+        });
+      });
 }
 
 std::optional<LaunchOptions> Reader::read() {
-  while (next_ != end_) {
-    const std::string_view argument = *next_++;
-    if (argument == kArgumentsFollow) {
-      options_.arguments.assign(next_, end_);
-      break;
-    }
-    if (!readOne(argument)) return std::nullopt;
+  while (next_ != end_ && *next_ != kArgumentsFollow) {
+    if (!readOne()) return std::nullopt;
   }
-  if (options_.device.empty() || options_.appId.empty()) return std::nullopt;
+  if (next_ != end_) options_.arguments.assign(next_ + 1, end_);
+  if (!hasRequired()) return std::nullopt;
   return std::move(options_);
 }
 

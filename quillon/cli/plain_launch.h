@@ -1,4 +1,4 @@
-// The command line of the launches that are made most often, read without the parser of commands.
+// Parses the most common launch command lines without the full parser.
 #pragma once
 
 #include <optional>
@@ -9,11 +9,11 @@
 
 namespace quillon::cli {
 
-// The options of "quillon launch ..." where each argument is one of a few, in its plainest spelling
-// and there once. Nothing for every other command line, a wrong one, too: launch_command.h says
-// what there is, and the parser what is wrong. What is read here it reads alike.
+// Returns the options of "quillon launch ..." if each argument is an option that
+// launch_options_table.h marks with Parser::kBoth, given once, as separate words. Returns nullopt
+// for any other command line, valid or not; the full parser then handles it, with the same result.
 //
-// arguments  the program's, its name first
+// arguments  of the program, its name first
 std::optional<host::LaunchOptions> plainLaunch(const std::vector<std::string_view>& arguments);
 
 }  // namespace quillon::cli

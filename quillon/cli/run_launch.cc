@@ -16,15 +16,15 @@ bool hasChoice(const RuntimeSettings& settings) {
          settings.readyToRun || settings.writeXorExecute || settings.diagnostics;
 }
 
-// Why only a process of this command's own can do it; empty where another one can.
+// Returns why the launch must run in this process; empty if a prepared process can run it.
 std::string needsOwnProcess(const LaunchOptions& options) {
-  if (options.direct) return "--direct asks for it";
+  if (options.direct) return "--direct is given";
   if (options.plan) return "--plan launches nothing";
   if (!options.plugin.empty()) return "--plugin names another plug-in";
   if (options.validate) return "--validate asks before the runtime starts";
-  if (!options.timeline.empty()) return "--timeline pictures a whole launch";
+  if (!options.timeline.empty()) return "--timeline records a whole launch";
   if (hasChoice(options.settings)) return "the runtime's settings are chosen when it starts";
-  if (!options.writable.empty()) return "--writable needs mounts of its own";
+  if (!options.writable.empty()) return "--writable needs its own mounts";
   return {};
 }
 
@@ -32,17 +32,17 @@ void explain(const std::string& why) {
   tell({"launched directly, not by the launch pad: " + why, {}});
 }
 
-// The status to end with if the launch pad carried the launch out. Without one, this process is as
-// it was.
+// Returns the exit status if the launch pad ran the launch; else nullopt, with this process
+// unchanged.
 std::optional<int> launchPrepared(const LaunchOptions& options) {
-  const std::string own = needsOwnProcess(options);
-  if (!own.empty()) {
-    if (options.verbose && launchpad::isServed(options.device)) explain(own);
+  const std::string reason = needsOwnProcess(options);
+  if (!reason.empty()) {
+    if (options.verbose && launchpad::isServed(options.device)) explain(reason);
     return std::nullopt;
   }
-  const launchpad::LaunchOutcome asked = launchpad::requestLaunch(options);
-  if (options.verbose && !asked.status && !asked.whyNot.empty()) explain(asked.whyNot);
-  return asked.status;
+  const launchpad::LaunchOutcome outcome = launchpad::requestLaunch(options);
+  if (options.verbose && !outcome.status && !outcome.whyNot.empty()) explain(outcome.whyNot);
+  return outcome.status;
 }
 
 }  // namespace

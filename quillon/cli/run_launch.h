@@ -1,13 +1,12 @@
-// `quillon launch`: through the launch pad if one runs and can serve the launch, else in this
-// process.
+// Runs `quillon launch`: in a prepared process if a launch pad can serve it, else in this process.
 #pragma once
 
 #include "quillon/host/application/options.h"
 
 namespace quillon::cli {
 
-// Launches the application and returns the status to end with; see host::launch(). Under --verbose
-// it also reports which way the launch took, and why.
+// Launches the application and returns the exit status; see host::launch(). With --verbose it also
+// reports which of the two processes runs the launch, and why.
 //
 // launchHere  launches in this process: host::launch() or timeline::launchWithTimeline()
 int runLaunch(const host::LaunchOptions& options,

@@ -2,8 +2,6 @@
 
 #include <memory>
 
-#include "quillon/base/exit_status.h"
-#include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/timeline/timed_launch.h"
 
@@ -18,15 +16,14 @@ struct Request {
 }  // namespace
 
 void addTimelineCommand(CLI::App& app) {
-  CLI::App* const command =
-      app.add_subcommand("timeline", "Picture a trace that QUILLON_TRACE wrote");
+  CLI::App* const command = app.add_subcommand(
+      "timeline", "Write an HTML page with the timeline of a trace that QUILLON_TRACE recorded");
   const auto request = std::make_shared<Request>();
-  command->add_option("TRACE", request->trace, "The trace")->required()->type_name("FILE");
+  command->add_option("TRACE", request->trace, "Trace file")->required()->type_name("FILE");
   command->add_option("PAGE", request->page, "HTML page to write")->required()->type_name("FILE");
   command->callback([request] {
     const std::string title = request->trace.filename().string();
-    const auto written = timeline::writeTimelinePage(request->trace, request->page, title);
-    if (!written) endCommand(report(written.error()));
+    valueOf(timeline::writeTimelinePage(request->trace, request->page, title));
   });
 }
 

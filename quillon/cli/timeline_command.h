@@ -1,4 +1,4 @@
-// quillon timeline: the picture of a trace.
+// quillon timeline TRACE PAGE: shows a trace in an HTML page.
 #pragma once
 
 namespace CLI {

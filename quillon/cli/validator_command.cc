@@ -5,9 +5,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <system_error>
 
-#include "quillon/base/files.h"
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
@@ -23,25 +21,18 @@ namespace fs = std::filesystem;
 struct ValidatorRequest {
   std::string device;
   fs::path policy;
-  fs::path plugin;  // empty: the one beside the executable
+  fs::path plugin;  // empty: the one built with this program
 };
 
-fs::path pluginOf(const ValidatorRequest& request) {
-  std::error_code ignored;
-  return request.plugin.empty() ? host::defaultPlugin(executablePath())
-                                : fs::absolute(request.plugin, ignored);
-}
-
 void run(const ValidatorRequest& request) {
-  // Read before the device hides the path that was meant.
-  const auto policy = validator::readPolicy(request.policy);
-  if (!policy) endCommand(report(policy.error()));
-  const fs::path plugin = pluginOf(request);
+  // Read the policy before entering the device root, which may hide its path.
+  const validator::Policy policy = valueOf(validator::readPolicy(request.policy));
+  const fs::path plugin = host::pluginOrDefault(request.plugin);
   enterDevice(request.device, {plugin.parent_path()});
-  const auto served = validator::serve(*policy, plugin);
+  const auto served = validator::serve(policy, plugin);
   if (!served) report(served.error());
-  // A thread is still in the plug-in's server: nothing may be torn down under it. Nor is standard
-  // output flushed, which that thread may be blocked at; each line was as it was printed.
+  // _exit(2), since a thread still runs in the plug-in's server: destructors must not run under it,
+  // and it may hold the lock of standard output. Every line was flushed when it was printed.
   _exit(served ? kSuccess : served.error().status);
 }
 
@@ -49,13 +40,13 @@ void run(const ValidatorRequest& request) {
 
 void addValidatorCommand(CLI::App& app) {
   const auto request = std::make_shared<ValidatorRequest>();
-  CLI::App* command =
-      app.add_subcommand("validator", "Answer whether applications may load their libraries");
+  CLI::App* command = app.add_subcommand(
+      "validator", "Answer the requests of applications whether they may load a library");
   addDeviceOption(*command, request->device);
-  command->add_option("POLICY", request->policy, "What is allowed, a TOML file")->required();
+  command->add_option("POLICY", request->policy, "Policy, a TOML file")->required();
   command
       ->add_option("--plugin", request->plugin,
-                   "Plug-in to load; else the one built with this tool")
+                   "Plug-in to load; default: the one built with this tool")
       ->type_name("FILE");
   command->callback([request] { run(*request); });
 }

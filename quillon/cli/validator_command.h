@@ -7,7 +7,7 @@ class App;
 
 namespace quillon::cli {
 
-// Adds "validator", which answers applications until it is interrupted.
+// Adds "validator", which answers requests until a signal ends it.
 void addValidatorCommand(CLI::App& app);
 
 }  // namespace quillon::cli

@@ -23,8 +23,8 @@ struct ZoneRequest {
   std::vector<fs::path> visible;
 };
 
-// A launch keeps seeing in the zone what it saw outside: where it was started, and the folder that
-// this command and the plug-in lie in.
+// Launches in the zone need the same machine paths as outside: their working directory, and the
+// folder of this program and the plug-in.
 std::vector<fs::path> visiblePaths(const ZoneRequest& request) {
   std::error_code error;
   std::vector<fs::path> paths = request.visible;
@@ -41,7 +41,8 @@ void runStart(const ZoneRequest& request) {
 void runStop(const ZoneRequest& request) {
   const auto stopped = valueOf(zone::stop(request.device, request.name));
   std::cout << "zone " << request.name << ": "
-            << (stopped == zone::Stopped::kRunning ? "stopped" : "had ended already; tidied up")
+            << (stopped == zone::Stopped::kRunning ? "stopped"
+                                                   : "had ended already; removed its files")
             << '\n';
 }
 
@@ -53,7 +54,7 @@ std::string describe(const zone::Zone& zone) {
   for (const pid_t process : zone.processes) {
     text += " " + std::to_string(process);
   }
-  return zone.processes.empty() ? text + " nobody" : text;
+  return zone.processes.empty() ? text + " none" : text;
 }
 
 void runList(const ZoneRequest& request) {
@@ -65,15 +66,16 @@ void runList(const ZoneRequest& request) {
 CLI::App* addAction(CLI::App& zone, const std::shared_ptr<ZoneRequest>& request, const char* name,
                     const char* help, void (*run)(const ZoneRequest&)) {
   CLI::App* action = zone.add_subcommand(name, help);
-  action->add_option("--device", request->device, "The device root")
+  action->add_option("--device", request->device, "Device root")
       ->envname("QUILLON_DEVICE")
+      ->type_name("DIR")
       ->required();
   action->callback([request, run] { run(*request); });
   return action;
 }
 
 void addName(CLI::App& action, const std::shared_ptr<ZoneRequest>& request) {
-  action.add_option("NAME", request->name, "The zone's name; applications enter 'appzone'")
+  action.add_option("NAME", request->name, "Name of the zone; applications enter 'appzone'")
       ->required();
 }
 
@@ -81,13 +83,14 @@ void addName(CLI::App& action, const std::shared_ptr<ZoneRequest>& request) {
 
 void addZoneCommand(CLI::App& app) {
   auto request = std::make_shared<ZoneRequest>();
-  CLI::App* zone = app.add_subcommand("zone", "Run the security zones of a device root");
+  CLI::App* zone =
+      app.add_subcommand("zone", "Start, stop and list the security zones of a device root");
   zone->require_subcommand(1);
   CLI::App* start = addAction(*zone, request, "start", "Start a zone", runStart);
   addName(*start, request);
   start
       ->add_option("--visible", request->visible,
-                   "A path of the machine that stays visible in the zone, read-only")
+                   "Machine path that stays visible in the zone, read-only")
       ->allow_extra_args(false);
   addName(*addAction(*zone, request, "stop", "Stop a zone", runStop), request);
   addAction(*zone, request, "list", "List the zones", runList);

@@ -1,15 +1,14 @@
-// Device roots: a folder that holds a device's files at their device paths, and the private mount
-// namespace in which those paths lead into it.
+// Device roots: folders that hold a device's files at their device paths. A process enters one by a
+// private mount namespace in which the device paths refer to the files of the device root.
 //
-// Inside the namespace "/usr/share/dotnet.velora", "/usr/apps", "/opt/usr", "/opt/etc",
+// Inside the namespace, "/usr/share/dotnet.velora", "/usr/apps", "/opt/usr", "/opt/etc",
 // "/opt/data",
-// "/opt/share", "/zone" and "/tmp" are the device root's own folders, read-write; the device root's
-// other files lie over the machine's, read-only; everything else is the machine's, read-only.
-// Nothing outside the device root can be written, and the mounts end with the last process inside.
+// "/opt/share", "/zone" and "/tmp" are the device root's own folders, read-write. All other files
+// of the device root are shown over the machine's, read-only. Everything else is the machine's,
+// read-only. Nothing outside the device root can be written. The kernel removes the mounts when the
+// last process inside has ended.
 //
-//   if (auto entered = device::enter(directory, {.visible = {"/tmp/build"}}); !entered) {
-//     return report(entered.error());
-//   }
+//   RETURN_IF_FAILED(device::enter(directory, {.visible = {"/tmp/build"}}));
 #pragma once
 
 #include <filesystem>
@@ -22,34 +21,39 @@
 namespace quillon::device {
 
 struct InitOptions {
-  // Framework folder to place at "/usr/share/dotnet.velora/netcoreapp"; empty: the device root's
-  // own folder is used as it is.
+  // Framework folder to show at "/usr/share/dotnet.velora/netcoreapp"; nullopt: the device root's
+  // own folder.
   std::optional<std::filesystem::path> framework = {};
 };
 
-// Makes a device root of `directory`, which is created where it is missing. Files already in it
-// stay.
+// Makes `directory` a device root. Creates the folder if it is missing, and keeps its files.
 [[nodiscard]] Expected<void> init(const std::filesystem::path& directory,
                                   const InitOptions& options);
 
 struct EnterOptions {
-  // Machine paths that must stay visible although a device folder hides them (say, under "/tmp"):
-  // read-only. Their mount points are made in the device root. One that does not exist, or that
-  // holds a device folder itself, is passed over. The device root is always visible, and so are
-  // the running program's folder and the one above it.
+  // Machine paths that stay visible, read-only, even below a device folder such as "/tmp". Their
+  // mount points are created in the device root. Paths that do not exist or that contain a device
+  // folder are ignored. The device root, the running program's folder and that folder's parent are
+  // always visible.
   std::vector<std::filesystem::path> visible = {};
-  // Machine paths that stay writable. They must exist and hold no device folder.
+  // Machine paths that stay writable. They must exist and contain no device folder.
   std::vector<std::filesystem::path> writable = {};
 };
 
 // Moves the calling process, which must have one thread, into the device root's namespace. The
-// working directory stays where it still exists, else it is "/"; TMPDIR, which would name a folder
-// of the machine, is unset. Success without any effect when the process is in that device root
-// already. After kNoNamespace the process may be in a namespace that is half made: let it end.
+// working directory stays the same if its path exists inside, else it becomes "/". TMPDIR is unset,
+// since it names a folder of the machine. Does nothing if the process is already in that device
+// root. After a failure with kNoNamespace, the process must end: its namespace may be incomplete.
 [[nodiscard]] Expected<void> enter(const std::filesystem::path& directory,
                                    const EnterOptions& options);
 
-// The device root that the calling process is inside of.
+// Returns the device root that the calling process has entered, if any.
 [[nodiscard]] std::optional<std::filesystem::path> current();
+
+// Returns where the file at the absolute device path `path` is stored in the device root `device`.
+[[nodiscard]] inline std::filesystem::path pathInDevice(const std::filesystem::path& device,
+                                                        const std::filesystem::path& path) {
+  return device / path.relative_path();
+}
 
 }  // namespace quillon::device

@@ -3,20 +3,18 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "quillon/base/files.h"
-#include "quillon/device/companion.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/isolation.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/mounts.h"
 #include "quillon/device/record.h"
 #include "quillon/device/view.h"
+#include "quillon/device/zone_holder.h"
 
 namespace quillon::device {
 namespace {
@@ -24,12 +22,12 @@ namespace {
 namespace fs = std::filesystem;
 
 Expected<void> requireDeviceDirectories(const fs::path& directory) {
-  const Descriptor root(::open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor root(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   for (const std::string_view folder : kDeviceDirectories) {
     if (folder != kOptionalDeviceDirectory && !openFolder(root, std::string(folder))) {
       return fail("the device root '" + directory.string() + "' has no folder '" +
                       std::string(folder) + "' of its own",
-                  "make it anew: quillon device init " + directory.string());
+                  "repair it: quillon device init " + directory.string());
     }
   }
   return {};
@@ -42,10 +40,10 @@ Expected<void> requireFramework(const fs::path& directory, const Record& record)
   }
   return fail("the framework folder '" + record.framework->string() + "' of the device root '" +
                   directory.string() + "' is gone",
-              "find the machine's framework anew: quillon device init " + directory.string());
+              "find the framework again: quillon device init " + directory.string());
 }
 
-// Existing ones only, without symbolic links, folders before what they hold.
+// Returns the canonical paths of those that exist, with each folder before its contents.
 std::vector<std::string> canonical(const std::vector<fs::path>& paths) {
   std::vector<std::string> found;
   for (const fs::path& path : paths) {
@@ -65,11 +63,11 @@ Expected<void> requireWritable(const std::vector<fs::path>& paths) {
     const fs::path plain = fs::canonical(path, error);
     if (error) {
       return fail("cannot keep '" + path.string() + "' writable: " + error.message(),
-                  "make it first");
+                  "create it first");
     }
     if (holdsDeviceDirectory(plain.relative_path().string())) {
-      return fail("cannot keep '" + path.string() + "' writable: it holds folders of the device",
-                  "name a folder further down");
+      return fail("cannot keep '" + path.string() + "' writable: it contains folders of the device",
+                  "name a folder below it");
     }
   }
   return {};
@@ -82,7 +80,7 @@ struct Plan {
   std::vector<std::string> writable;
 };
 
-// A process needs its own program and what lies beside it ("bin/quillon", "lib/...").
+// The process needs its program and the libraries of the installation ("bin/quillon", "lib/...").
 Plan makePlan(const fs::path& directory, Record record, const EnterOptions& options) {
   std::vector<fs::path> visible = options.visible;
   std::error_code error;
@@ -94,7 +92,7 @@ Plan makePlan(const fs::path& directory, Record record, const EnterOptions& opti
 Expected<void> showPaths(View& view, const Plan& plan) {
   for (const std::string& path : plan.visible) {
     if (holdsDeviceDirectory(fs::path(path).relative_path().string())) {
-      continue;  // to show it would hide the device's folder
+      continue;  // it would hide the folders of the device
     }
     RETURN_IF_FAILED(view.show(path));
   }
@@ -117,14 +115,14 @@ Expected<void> moveInto(const Plan& plan) {
 Expected<void> isolateAndMove(const Plan& plan) {
   std::error_code error;
   const fs::path workingDirectory = fs::current_path(error);
-  RETURN_IF_FAILED(isolateMounts(findCompanion(plan.device)));
+  RETURN_IF_FAILED(isolateMounts(findZoneHolder(plan.device)));
   RETURN_IF_FAILED(moveInto(plan));
-  // The working directory is "/" by now.
+  // moveInto() has changed it to "/".
   if (!workingDirectory.empty()) {
     fs::current_path(workingDirectory, error);
   }
-  // It names a folder of the machine; inside, temporary files belong to the device's "/tmp".
-  ::unsetenv("TMPDIR");
+  // TMPDIR names a folder of the machine. Inside, temporary files belong in the device's "/tmp".
+  unsetenv("TMPDIR");
   return {};
 }
 
@@ -158,13 +156,7 @@ Expected<void> enterFromOutside(const fs::path& directory, const EnterOptions& o
 
 }  // namespace
 
-std::optional<fs::path> current() {
-  std::ifstream marker("/" + std::string(kInsideMarker), std::ios::binary);
-  if (!marker) {
-    return std::nullopt;
-  }
-  return fs::path(std::string(std::istreambuf_iterator<char>(marker), {}));
-}
+std::optional<fs::path> current() { return readWholeFile("/" + std::string(kInsideMarker)); }
 
 Expected<void> enter(const fs::path& directory, const EnterOptions& options) {
   const auto inside = current();

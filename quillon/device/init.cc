@@ -1,9 +1,10 @@
 #include <cerrno>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <system_error>
 
+#include "device_paths.h"
+#include "quillon/base/files.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/record.h"
@@ -13,25 +14,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kDirectories[] = {"usr/share/dotnet.velora/netcoreapp",
-                                        "usr/share/dotnet.velora/framework/ref",
-                                        "usr/share/dotnet.velora/lib",
-                                        "usr/share/dotnet.velora/tvappapi",
-                                        "usr/share/dotnet.velora/d.pc",
-                                        "usr/apps",
-                                        "opt/usr/apps",
-                                        "opt/usr/home/owner/share/dotnet",
-                                        "opt/usr/share/quillon",
-                                        "opt/etc",
-                                        "opt/data",
-                                        "opt/share",
-                                        "etc",
-                                        "tmp"};
+constexpr char kTemporaryFiles[] = "/tmp";
 
-// The writable copy of the flag file beside the read-only one: while both say the same, the plug-in
-// keeps its caches.
-constexpr char kFlagFile[] = "etc/dotnet_flag.ini";
-constexpr char kWritableFlagFile[] = "opt/etc/dotnet_flag.ini";
+constexpr const char* kDirectories[] = {device_paths::kNetcoreapp,
+                                        "/usr/share/dotnet.velora/framework/ref",
+                                        device_paths::kPlatformLibraries,
+                                        device_paths::kTvAppApi,
+                                        device_paths::kDpc,
+                                        "/usr/apps",
+                                        device_paths::kApplications,
+                                        device_paths::kCacheDirectory,
+                                        "/opt/usr/share/quillon",
+                                        "/opt/etc",
+                                        "/opt/data",
+                                        "/opt/share",
+                                        "/etc",
+                                        kTemporaryFiles};
+
 constexpr char kFlagFileContent[] = "[dotnet]\n";
 
 Expected<void> makeDirectory(const fs::path& directory) {
@@ -41,7 +40,7 @@ Expected<void> makeDirectory(const fs::path& directory) {
     error = std::make_error_code(std::errc::not_a_directory);
   }
   if (error) {
-    return fail("cannot make the folder '" + directory.string() + "': " + error.message(),
+    return fail("cannot create the folder '" + directory.string() + "': " + error.message(),
                 "choose a folder that you may write to");
   }
   return {};
@@ -49,20 +48,16 @@ Expected<void> makeDirectory(const fs::path& directory) {
 
 Expected<void> makeDirectories(const fs::path& root) {
   for (const char* directory : kDirectories) {
-    RETURN_IF_FAILED(makeDirectory(root / directory));
+    RETURN_IF_FAILED(makeDirectory(pathInDevice(root, directory)));
   }
+  const fs::path temporaryFiles = pathInDevice(root, kTemporaryFiles);
   std::error_code error;
-  fs::permissions(root / "tmp", fs::perms::all | fs::perms::sticky_bit, error);
+  fs::permissions(temporaryFiles, fs::perms::all | fs::perms::sticky_bit, error);
   if (error) {
-    return fail("cannot open '" + (root / "tmp").string() + "' to everyone: " + error.message(),
+    return fail("cannot open '" + temporaryFiles.string() + "' to everyone: " + error.message(),
                 "let the folder's owner run this");
   }
   return {};
-}
-
-std::string contentOf(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 Expected<void> writeIfMissing(const fs::path& file, const std::string& content) {
@@ -79,13 +74,15 @@ Expected<void> writeIfMissing(const fs::path& file, const std::string& content) 
   return {};
 }
 
-// A copy that is there decides the content of the one that is missing.
+// Makes the read-only and the writable flag file with the same content, since the plug-in drops its
+// caches when they differ. A missing file becomes a copy of the other one.
 Expected<void> makeFlagFiles(const fs::path& root) {
-  const fs::path writable = root / kWritableFlagFile;
+  const fs::path readOnly = pathInDevice(root, device_paths::kReadOnlyFlags);
+  const fs::path writable = pathInDevice(root, device_paths::kWritableFlags);
   const std::string content =
-      fs::exists(writable) ? contentOf(writable) : std::string(kFlagFileContent);
-  RETURN_IF_FAILED(writeIfMissing(root / kFlagFile, content));
-  return writeIfMissing(writable, contentOf(root / kFlagFile));
+      fs::exists(writable) ? readWholeFile(writable).value_or("") : std::string(kFlagFileContent);
+  RETURN_IF_FAILED(writeIfMissing(readOnly, content));
+  return writeIfMissing(writable, readWholeFile(readOnly).value_or(""));
 }
 
 Expected<Record> recordOf(const InitOptions& options) {
@@ -104,19 +101,17 @@ Expected<Record> recordOf(const InitOptions& options) {
 }  // namespace
 
 Expected<void> init(const fs::path& directory, const InitOptions& options) {
-  const auto record = recordOf(options);
-  if (!record) {
-    return tl::unexpected(record.error());
-  }
+  ASSIGN_OR_RETURN(const Record record, recordOf(options));
   std::error_code error;
   if (fs::equivalent(directory, "/", error)) {
-    return fail("'/' is this machine and cannot be a device root", "choose an empty folder");
+    return fail("'/' cannot be a device root, since it holds this machine's files",
+                "choose an empty folder");
   }
   RETURN_IF_FAILED(makeDirectory(directory / kRecordDirectory));
   RETURN_IF_FAILED(makeDirectories(directory));
   RETURN_IF_FAILED(makeFlagFiles(directory));
-  // Last, so that a folder with a record is complete.
-  return writeRecord(directory, *record);
+  // The record comes last, so that a folder with a record is complete.
+  return writeRecord(directory, record);
 }
 
 }  // namespace quillon::device

@@ -11,18 +11,19 @@
 #include <fstream>
 #include <string>
 
+#include "quillon/base/files.h"
 #include "quillon/device/mounts.h"
 
 namespace quillon::device {
 namespace {
 
-// One folder per thread, beside "." and "..".
+// The folder has one subfolder per thread, and its link count also counts "." and "..".
 bool hasOneThread() {
   struct stat tasks {};
-  return ::stat("/proc/self/task", &tasks) != 0 || tasks.st_nlink == 3;
+  return stat("/proc/self/task", &tasks) != 0 || tasks.st_nlink == 3;
 }
 
-// The number in a kernel setting; -1 where the kernel does not know the setting.
+// Returns the number in a kernel setting, or -1 if the kernel does not have the setting.
 long settingOf(const char* file) {
   std::ifstream stream(file);
   long value = -1;
@@ -53,21 +54,20 @@ tl::unexpected<Failure> noUserNamespace(int error) {
 }
 
 bool writeFile(const char* file, const std::string& text) {
-  const Descriptor stream(::open(file, O_WRONLY | O_CLOEXEC));
-  return stream &&
-         ::write(stream.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  const Descriptor stream(open(file, O_WRONLY | O_CLOEXEC));
+  return stream && writeAll(stream.get(), text);
 }
 
-// One identity, mapped to itself.
+// Maps one user or group id to itself.
 std::string mapOf(unsigned id) { return std::to_string(id) + " " + std::to_string(id) + " 1\n"; }
 
-Expected<void> isolateAsUser(const Descriptor& companion) {
-  if (companion && ::setns(companion.get(), CLONE_NEWUSER) == 0) {
-    return ::unshare(CLONE_NEWNS) == 0 ? Expected<void>() : noUserNamespace(errno);
+Expected<void> isolateAsUser(const Descriptor& zoneHolder) {
+  if (zoneHolder && setns(zoneHolder.get(), CLONE_NEWUSER) == 0) {
+    return unshare(CLONE_NEWNS) == 0 ? Expected<void>() : noUserNamespace(errno);
   }
-  const uid_t user = ::geteuid();
-  const gid_t group = ::getegid();
-  if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
     return noUserNamespace(errno);
   }
   if (!writeFile("/proc/self/uid_map", mapOf(user)) || !writeFile("/proc/self/setgroups", "deny") ||
@@ -79,12 +79,12 @@ Expected<void> isolateAsUser(const Descriptor& companion) {
 
 }  // namespace
 
-Expected<void> isolateMounts(const Descriptor& companion) {
+Expected<void> isolateMounts(const Descriptor& zoneHolder) {
   if (!hasOneThread()) {
-    return fail("a device root can be entered only by a process of one thread",
-                "enter it before the first thread starts");
+    return fail("only a process with one thread can enter a device root",
+                "enter it before starting threads");
   }
-  if (::unshare(CLONE_NEWNS) != 0) {
+  if (unshare(CLONE_NEWNS) != 0) {
     if (errno == ENOSPC) {
       return fail("this machine's limit of mount namespaces is reached",
                   "raise it: sysctl user.max_mnt_namespaces");
@@ -92,10 +92,10 @@ Expected<void> isolateMounts(const Descriptor& companion) {
     if (errno != EPERM) {
       return stepFailed("make a private mount namespace", errno);
     }
-    RETURN_IF_FAILED(isolateAsUser(companion));
+    RETURN_IF_FAILED(isolateAsUser(zoneHolder));
   }
-  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    // A user namespace without the right to mount is how AppArmor forbids it.
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    // AppArmor forbids it this way: it allows the user namespace, but no mount in it.
     if (errno == EACCES || errno == EPERM) {
       return noUserNamespace(errno);
     }

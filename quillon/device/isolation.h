@@ -1,4 +1,4 @@
-// A mount namespace of the process's own.
+// Gives the process its own mount namespace.
 #pragma once
 
 #include "quillon/base/failure.h"
@@ -6,10 +6,10 @@
 
 namespace quillon::device {
 
-// Gives the calling process, which must have one thread, a mount namespace in which nothing that it
-// mounts reaches the machine, nor the other way round. A process that may not do so by itself gets
-// a user namespace too, in which it keeps its own user and group: that of `companion`, a process's
-// descriptor, where it may join it, else a new one. The failure names what to enable.
-[[nodiscard]] Expected<void> isolateMounts(const Descriptor& companion);
+// Moves the calling process, which must have one thread, to a private mount namespace: mounts do
+// not propagate between it and the machine. An unprivileged process also gets a user namespace, in
+// which it keeps its user and group ids: the one of `zoneHolder`, a pidfd, if it may join that one,
+// else a new one. The remedy of a failure names the setting to change.
+[[nodiscard]] Expected<void> isolateMounts(const Descriptor& zoneHolder);
 
 }  // namespace quillon::device

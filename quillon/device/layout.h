@@ -1,31 +1,37 @@
-// Where things stand in a device root.
+// Paths in a device root. They are relative to it.
 #pragma once
 
 #include <array>
 #include <string_view>
 
+#include "device_paths.h"
+
 namespace quillon::device {
 
-// The record that makes a folder a device root.
+// The file that makes a folder a device root.
 inline constexpr std::string_view kRecordDirectory = ".quillon";
 inline constexpr std::string_view kRecord = ".quillon/device.toml";
 
-// At the top of the view that a process inside has: a file that names the device root.
+// A file at the top of the view of a process inside, which contains the path of the device root.
 inline constexpr std::string_view kInsideMarker = ".quillon-device";
 
-// Where the framework of the record appears.
-inline constexpr std::string_view kFrameworkMountPoint = "usr/share/dotnet.velora/netcoreapp";
+// The absolute device path `path` as a path relative to the device root.
+constexpr std::string_view inRoot(std::string_view path) { return path.substr(1); }
 
-// The folders that belong to the device root alone, writable inside. The last one is optional: its
-// content decides about security zones, and a device without zones has none.
-inline constexpr std::array<std::string_view, 8> kDeviceDirectories = {"usr/share/dotnet.velora",
-                                                                       "usr/apps",
-                                                                       "opt/usr",
-                                                                       "opt/etc",
-                                                                       "opt/data",
-                                                                       "opt/share",
-                                                                       "tmp",
-                                                                       "zone"};
+// The mount point of the framework that the record names.
+inline constexpr std::string_view kFrameworkMountPoint = inRoot(device_paths::kNetcoreapp);
+
+// The folders that are not shared with the machine and that processes inside may write to. "zone"
+// is optional: it lists the running security zones, and a device without zones does not have it.
+inline constexpr std::array<std::string_view, 8> kDeviceDirectories = {
+    inRoot(device_paths::kManagedFolders),
+    "usr/apps",
+    "opt/usr",
+    "opt/etc",
+    "opt/data",
+    "opt/share",
+    "tmp",
+    "zone"};
 inline constexpr std::string_view kOptionalDeviceDirectory = "zone";
 
 }  // namespace quillon::device

@@ -20,19 +20,19 @@ Descriptor openResolved(const Descriptor& root, const std::string& path, uint64_
   how.flags = flags | O_PATH | O_CLOEXEC;
   how.resolve = resolve;
   return Descriptor(
-      static_cast<int>(::syscall(SYS_openat2, root.get(), path.c_str(), &how, sizeof how)));
+      static_cast<int>(syscall(SYS_openat2, root.get(), path.c_str(), &how, sizeof how)));
 }
 
 bool configure(const Descriptor& context, const char* key, const std::string& value) {
-  return ::fsconfig(context.get(), FSCONFIG_SET_STRING, key, value.c_str(), 0) == 0;
+  return fsconfig(context.get(), FSCONFIG_SET_STRING, key, value.c_str(), 0) == 0;
 }
 
-// The detached mount of a configured file system; invalid, with errno set, when the kernel refuses.
+// Returns the detached mount of a configured file system; invalid, with errno set, on failure.
 Descriptor mountOf(const Descriptor& context, unsigned attributes) {
-  if (::fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0) {
+  if (fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) != 0) {
     return Descriptor();
   }
-  return Descriptor(::fsmount(context.get(), FSMOUNT_CLOEXEC, attributes));
+  return Descriptor(fsmount(context.get(), FSMOUNT_CLOEXEC, attributes));
 }
 
 std::string pathOf(const Descriptor& descriptor) {
@@ -58,7 +58,7 @@ std::string remedyOf(int error) {
   }
 }
 
-// The mount table writes blanks, tabs, line breaks and backslashes as "\" and three octal digits.
+// The mount table escapes blanks, tabs, line breaks and backslashes as "\" and three octal digits.
 std::string unescape(std::string_view text) {
   std::string plain;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -72,7 +72,7 @@ std::string unescape(std::string_view text) {
   return plain;
 }
 
-// Takes the first word, and the blank behind it, from a line.
+// Removes the first word and the blank after it from `line`, and returns the word.
 std::string_view takeWord(std::string_view& line) {
   const std::size_t end = std::min(line.find(' '), line.size());
   const std::string_view word = line.substr(0, end);
@@ -109,17 +109,17 @@ Descriptor openFolder(const Descriptor& root, const std::string& path) {
 }
 
 Expected<Descriptor> copyTree(const std::string& path) {
-  Descriptor tree(::open_tree(
+  Descriptor tree(open_tree(
       AT_FDCWD, path.c_str(),
       OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_RECURSIVE | AT_NO_AUTOMOUNT | AT_SYMLINK_NOFOLLOW));
   if (!tree) {
-    return stepFailed("take '" + path + "' into the device root's view", errno);
+    return stepFailed("copy the mounts of '" + path + "' into the device root's view", errno);
   }
   return tree;
 }
 
 Expected<Descriptor> newTmpfs(const char* mode) {
-  const Descriptor context(::fsopen("tmpfs", FSOPEN_CLOEXEC));
+  const Descriptor context(fsopen("tmpfs", FSOPEN_CLOEXEC));
   if (context && configure(context, "source", "quillon") && configure(context, "mode", mode)) {
     if (Descriptor mount = mountOf(context, MOUNT_ATTR_NOSUID | MOUNT_ATTR_NODEV); mount) {
       return mount;
@@ -129,8 +129,8 @@ Expected<Descriptor> newTmpfs(const char* mode) {
 }
 
 tl::expected<Descriptor, int> newOverlay(const Descriptor& upper, const Descriptor& lower) {
-  // Through descriptors, since a ":" or "," in a layer's path would end it.
-  const Descriptor context(::fsopen("overlay", FSOPEN_CLOEXEC));
+  // Pass descriptors, since a ":" or "," in the path of a layer would end it.
+  const Descriptor context(fsopen("overlay", FSOPEN_CLOEXEC));
   if (context && configure(context, "source", "quillon") &&
       configure(context, "lowerdir", pathOf(upper) + ":" + pathOf(lower))) {
     if (Descriptor mount = mountOf(context, MOUNT_ATTR_RDONLY); mount) {
@@ -144,15 +144,15 @@ Expected<void> makeReadOnly(const Descriptor& mount, Reach reach, const std::str
   mount_attr attributes{};
   attributes.attr_set = MOUNT_ATTR_RDONLY;
   const unsigned flags = AT_EMPTY_PATH | (reach == Reach::kWholeTree ? AT_RECURSIVE : 0U);
-  if (::mount_setattr(mount.get(), "", flags, &attributes, sizeof attributes) != 0) {
+  if (mount_setattr(mount.get(), "", flags, &attributes, sizeof attributes) != 0) {
     return stepFailed("make '" + path + "' read-only", errno);
   }
   return {};
 }
 
 Expected<void> attach(const Descriptor& mount, const Descriptor& target, const std::string& path) {
-  if (::move_mount(mount.get(), "", target.get(), "",
-                   MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_EMPTY_PATH) != 0) {
+  if (move_mount(mount.get(), "", target.get(), "",
+                 MOVE_MOUNT_F_EMPTY_PATH | MOVE_MOUNT_T_EMPTY_PATH) != 0) {
     return stepFailed("mount on '" + path + "' in the device root's view", errno);
   }
   return {};

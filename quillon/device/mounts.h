@@ -1,5 +1,5 @@
-// The kernel's mount calls, as values: a mount is made detached, given its properties, and only
-// then attached, so that a half-made one is never visible.
+// Wraps the kernel's mount API. A mount is created detached, configured, and then attached, so that
+// an incomplete one is never visible.
 #pragma once
 
 #include <string>
@@ -10,30 +10,31 @@
 
 namespace quillon::device {
 
-// "cannot <step>: <text of error>", with the remedy that fits the error.
+// Returns "cannot <step>: <text of error>" with the remedy for the errno value `error`.
 [[nodiscard]] tl::unexpected<Failure> stepFailed(const std::string& step, int error);
 
-// The file at `path` as a process sees it whose root is `root`; symbolic links are followed, and
-// stay inside. Invalid, with errno set, when there is none.
+// Opens the file at `path` as a process with the root directory `root` would: symbolic links cannot
+// lead out of it. Returns an invalid descriptor with errno set on failure.
 [[nodiscard]] Descriptor openInside(const Descriptor& root, const std::string& path);
 
-// The folder at `path` beneath `root`, where no component may be a symbolic link.
+// Opens the folder at `path` below `root`. Fails if a component of `path` is a symbolic link.
 [[nodiscard]] Descriptor openFolder(const Descriptor& root, const std::string& path);
 
-// A detached copy of what is mounted at `path` and beneath it.
+// Returns a detached copy of the mounts at and below `path`.
 [[nodiscard]] Expected<Descriptor> copyTree(const std::string& path);
 
-// Detached file systems. The overlay shows the files of `upper` over those of `lower` and can be
-// written by nobody. `what` names it in a failure.
+// Create detached file systems. The overlay shows the files of `upper` over those of `lower` and is
+// read-only; its error is an errno value.
 [[nodiscard]] Expected<Descriptor> newTmpfs(const char* mode);
 [[nodiscard]] tl::expected<Descriptor, int> newOverlay(const Descriptor& upper,
                                                        const Descriptor& lower);
 
+// Whether a call applies to one mount or to all mounts below it, too.
 enum class Reach { kOne, kWholeTree };
 [[nodiscard]] Expected<void> makeReadOnly(const Descriptor& mount, Reach reach,
                                           const std::string& path);
 
-// Places a detached mount on `target`; `path` names the place in a failure.
+// Attaches a detached mount to `target`, whose path is `path` in a failure.
 [[nodiscard]] Expected<void> attach(const Descriptor& mount, const Descriptor& target,
                                     const std::string& path);
 
@@ -42,7 +43,7 @@ struct MountPoint {
   std::string type;
 };
 
-// What is mounted in the calling process's namespace.
+// Returns the mounts of the calling process's namespace.
 [[nodiscard]] std::vector<MountPoint> readMountPoints();
 
 }  // namespace quillon::device

@@ -15,13 +15,13 @@ namespace {
 constexpr int64_t kFormat = 1;
 
 std::string initRemedy(const std::filesystem::path& directory) {
-  return "make one: quillon device init " + directory.string();
+  return "create one: quillon device init " + directory.string();
 }
 
 Expected<Record> interpret(const toml::table& table, const std::filesystem::path& file) {
   if (table["format"].value_or(int64_t{0}) != kFormat) {
-    return fail("'" + file.string() + "' is of a format that this version does not know",
-                "use the version of quillon that made the device root, or make a new one");
+    return fail("'" + file.string() + "' has a format that this version does not know",
+                "use the version of quillon that made the device root, or create a new one");
   }
   Record record;
   if (const auto framework = table["framework"].value<std::string>()) {
@@ -38,24 +38,24 @@ Expected<Record> readRecord(const std::filesystem::path& directory) {
   if (!std::filesystem::is_directory(directory, error)) {
     if (error == std::errc::permission_denied) {
       return fail("cannot look into '" + directory.string() + "': " + error.message(),
-                  "let its owner run this, or open it to you");
+                  "let its owner run this, or get permission to read it");
     }
     return fail("there is no folder '" + directory.string() + "'", initRemedy(directory));
   }
   if (!std::filesystem::is_regular_file(file, error)) {
-    return fail("'" + directory.string() + "' is no device root", initRemedy(directory));
+    return fail("'" + directory.string() + "' is not a device root", initRemedy(directory));
   }
   try {
     return interpret(toml::parse_file(file.string()), file);
   } catch (const toml::parse_error& wrong) {
     return fail("cannot read '" + file.string() + "': " + std::string(wrong.description()),
-                "write it anew: quillon device init " + directory.string());
+                "write it again: quillon device init " + directory.string());
   }
 }
 
 Expected<void> writeRecord(const std::filesystem::path& directory, const Record& record) {
   const std::filesystem::path file = directory / kRecord;
-  const std::filesystem::path fresh = file.string() + "." + std::to_string(::getpid());
+  const std::filesystem::path fresh = file.string() + "." + std::to_string(getpid());
   toml::table table{{"format", kFormat}};
   if (record.framework) {
     table.insert("framework", record.framework->string());

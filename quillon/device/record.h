@@ -12,14 +12,14 @@
 namespace quillon::device {
 
 struct Record {
-  // The machine's folder that appears as the device's framework; empty: the device root's own.
+  // Folder of the machine to show as the device's framework; nullopt: the device root's own.
   std::optional<std::filesystem::path> framework;
 };
 
-// Fails when `directory` holds no record, or one that this version cannot read.
+// Fails if `directory` has no record, or one that this version cannot read.
 [[nodiscard]] Expected<Record> readRecord(const std::filesystem::path& directory);
 
-// Replaces the record as a whole; a reader sees the old one or the new one.
+// Replaces the record atomically.
 [[nodiscard]] Expected<void> writeRecord(const std::filesystem::path& directory,
                                          const Record& record);
 

@@ -1,4 +1,4 @@
-// Paths in the tree that a process inside sees: they have no leading "/", and the top is "".
+// Paths in the file tree of a process inside. They have no leading "/", and the top is "".
 #pragma once
 
 #include <string>

@@ -1,7 +1,7 @@
-// Which of both file trees each part of the view is made of. The mounts themselves: view_mounts.cc.
+// Decides which parts of the view come from the machine and which from the device root.
+// view_mounts.cc mounts them.
 #include "quillon/device/view.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +14,7 @@
 #include <system_error>
 #include <utility>
 
+#include "quillon/base/directory_entries.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/tree_path.h"
 
@@ -24,7 +25,7 @@ enum class Kind { kNone, kFolder, kLink, kOther };
 
 Kind kindOf(const std::string& path) {
   struct stat status {};
-  if (::lstat(path.c_str(), &status) != 0) {
+  if (lstat(path.c_str(), &status) != 0) {
     return Kind::kNone;
   }
   if (S_ISDIR(status.st_mode)) {
@@ -33,22 +34,12 @@ Kind kindOf(const std::string& path) {
   return S_ISLNK(status.st_mode) ? Kind::kLink : Kind::kOther;
 }
 
-// Adds the names in `folder`, if there is one.
-void addNames(const std::string& folder, std::set<std::string>& names) {
-  DIR* stream = ::opendir(folder.c_str());
-  if (stream == nullptr) {
-    return;
-  }
-  while (const dirent* entry = ::readdir(stream)) {
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") {
-      names.emplace(name);
-    }
-  }
-  ::closedir(stream);
+std::vector<std::string> entriesOf(const std::string& folder) {
+  const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return directoryEntries(opened.get());
 }
 
-// The kernel's own trees: never overlaid, and left as they are.
+// File systems of the kernel, which are shown unchanged and never overlaid.
 bool isKernelTree(const std::string& path) {
   return path == "dev" || path == "proc" || path == "sys";
 }
@@ -74,11 +65,12 @@ Expected<void> View::build() {
   return writeMarker();
 }
 
-// One by one: what an overlay cannot hold.
+// Places the entries of a folder one by one, for folders that an overlay cannot show.
 Expected<void> View::split(const std::string& path) {
   std::set<std::string> names;
-  addNames(onMachine(path), names);
-  addNames(inDevice(path), names);
+  for (const std::string& folder : {onMachine(path), inDevice(path)}) {
+    for (std::string& name : entriesOf(folder)) names.insert(std::move(name));
+  }
   if (path.empty()) {
     names.erase(std::string(kRecordDirectory));
   }
@@ -110,13 +102,14 @@ Expected<void> View::place(const std::string& path) {
   if (path.find('/') == std::string::npos && machine == Kind::kLink && device == Kind::kFolder) {
     return fail("'" + inDevice(path) + "' is a folder, but '" + onMachine(path) +
                     "' is a symbolic link on this machine",
-                "move its files to where the link leads");
+                "move its files to the target of the link");
   }
   return placeBoth(path, machine == Kind::kFolder, device == Kind::kFolder);
 }
 
-// The device root's file lies over the machine's; only the machine's top folders and links are
-// never replaced by a file, since everything on it hangs on them.
+// Shows the file of the device root instead of the machine's. But folders and links at the top of
+// the machine's tree are never replaced by a file, since all programs of the machine depend on
+// them.
 Expected<void> View::placeBoth(const std::string& path, bool machineIsFolder, bool deviceIsFolder) {
   if (!machineIsFolder || !deviceIsFolder) {
     const bool isTop = path.find('/') == std::string::npos;
@@ -129,7 +122,7 @@ Expected<void> View::placeBoth(const std::string& path, bool machineIsFolder, bo
   return overlay(path);
 }
 
-// An overlay does not show what is mounted beneath its layers.
+// An overlay does not show the mounts below its layers.
 bool View::mustSplit(const std::string& path) const {
   return std::any_of(machineMounts_.begin(), machineMounts_.end(), [&](const MountPoint& mount) {
     return isBeneath(mount.path, onMachine(path));
@@ -137,30 +130,26 @@ bool View::mustSplit(const std::string& path) const {
 }
 
 Expected<void> View::overlay(const std::string& path) {
-  const Descriptor upper(::open(inDevice(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  const Descriptor lower(::open(onMachine(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor upper(open(inDevice(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor lower(open(onMachine(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   const auto mount = newOverlay(upper, lower);
   if (!mount && mount.error() == ELOOP) {
-    return splitFolder(path);  // one layer lies in the other: the device root is in it
+    return splitFolder(path);  // one layer contains the other: the device root is in this folder
   }
   if (!mount) {
-    return stepFailed("lay '" + inDevice(path) + "' over '" + onMachine(path) + "' (overlay)",
+    return stepFailed("show '" + inDevice(path) + "' over '" + onMachine(path) + "' (overlay)",
                       mount.error());
   }
-  const auto target = makeMountPoint(path, true);
-  if (!target) {
-    return tl::unexpected(target.error());
-  }
-  RETURN_IF_FAILED(attach(*mount, *target, onMachine(path)));
+  ASSIGN_OR_RETURN(const Descriptor target, makeMountPoint(path, true));
+  RETURN_IF_FAILED(attach(*mount, target, onMachine(path)));
   return placeDeviceDirectoriesBeneath(path);
 }
 
 Expected<void> View::placeDeviceDirectoriesBeneath(const std::string& path) {
   for (const std::string_view folder : kDeviceDirectories) {
-    if (!isBeneath(folder, path)) {
-      continue;
+    if (isBeneath(folder, path)) {
+      RETURN_IF_FAILED(placeWritable(std::string(folder)));
     }
-    RETURN_IF_FAILED(placeWritable(std::string(folder)));
   }
   return {};
 }
@@ -180,7 +169,7 @@ Expected<void> View::placeReadOnly(const std::string& source, const std::string&
   }
   std::error_code error;
   const std::filesystem::path target = std::filesystem::read_symlink(source, error);
-  if (error || ::symlinkat(target.c_str(), top_.get(), path.c_str()) != 0) {
+  if (error || symlinkat(target.c_str(), top_.get(), path.c_str()) != 0) {
     return stepFailed("copy the symbolic link '" + source + "'", error ? error.value() : errno);
   }
   return {};

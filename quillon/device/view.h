@@ -1,5 +1,5 @@
-// The file tree that a process inside a device root sees: the machine's with the device root's over
-// it, built of mounts on an empty root of its own, so that neither is written to.
+// The file tree of a process inside a device root: the machine's files with the device root's over
+// them. It consists of mounts on a new tmpfs, so that building it writes to neither.
 #pragma once
 
 #include <string>
@@ -15,19 +15,19 @@ class View {
   // `device` is the device root's canonical path. Call in a private mount namespace.
   explicit View(std::string device);
 
-  // Builds the whole tree over the root of the mount namespace, where the process does not see it
-  // yet.
+  // Builds the whole tree on top of the root of the mount namespace. The process does not see it
+  // before moveIn().
   [[nodiscard]] Expected<void> build();
 
-  // Shows the machine's folder as the device's framework.
+  // Shows the machine's folder `folder` as the device's framework.
   [[nodiscard]] Expected<void> showFramework(const std::string& folder);
 
-  // Shows a canonical path of the machine that the tree hides so far.
+  // Shows a canonical path of the machine, if the tree hides it.
   [[nodiscard]] Expected<void> show(const std::string& path);
   // Makes a canonical path of the machine writable.
   [[nodiscard]] Expected<void> openForWriting(const std::string& path);
 
-  // Makes the tree the process's root, and lets go of the machine's. Nothing can be added after it.
+  // Makes the tree the process's root and unmounts the machine's. Call it last.
   [[nodiscard]] Expected<void> moveIn();
 
  private:
@@ -58,9 +58,9 @@ class View {
   Descriptor top_;
 };
 
-// Whether `path` (no leading "/") is one of the folders that belong to the device root alone.
+// Whether `path` (without leading "/") is one of kDeviceDirectories.
 [[nodiscard]] bool isDeviceDirectory(const std::string& path);
-// Whether `path` is such a folder or holds one.
+// Whether `path` is such a folder or contains one.
 [[nodiscard]] bool holdsDeviceDirectory(const std::string& path);
 
 }  // namespace quillon::device

@@ -1,4 +1,4 @@
-// How the parts of the view are mounted.
+// Mounts the parts of the view.
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -10,6 +10,7 @@
 #include <set>
 #include <utility>
 
+#include "quillon/base/files.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/tree_path.h"
 #include "quillon/device/view.h"
@@ -29,70 +30,57 @@ bool keepsNoFiles(const std::string& type) {
 bool sameFile(const Descriptor& one, const Descriptor& other) {
   struct stat a {};
   struct stat b {};
-  return ::fstat(one.get(), &a) == 0 && ::fstat(other.get(), &b) == 0 && a.st_dev == b.st_dev &&
+  return fstat(one.get(), &a) == 0 && fstat(other.get(), &b) == 0 && a.st_dev == b.st_dev &&
          a.st_ino == b.st_ino;
 }
 
 bool isFolder(const Descriptor& file) {
   struct stat status {};
-  return ::fstat(file.get(), &status) == 0 && S_ISDIR(status.st_mode);
+  return fstat(file.get(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 }  // namespace
 
-// Mounted over "/", the new tree hides nothing: the process's own root stays what is beneath.
+// A mount over "/" is not visible yet: the root directory of the process stays the one below it.
 Expected<void> View::makeTop() {
-  auto mount = newTmpfs("0755");
-  if (!mount) {
-    return tl::unexpected(mount.error());
-  }
-  const Descriptor root(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-  RETURN_IF_FAILED(attach(*mount, root, "/"));
-  top_ = std::move(*mount);
-  return {};
+  ASSIGN_OR_RETURN(top_, newTmpfs("0755"));
+  const Descriptor root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  return attach(top_, root, "/");
 }
 
-// A folder of the tree's own, as open to others as the machine's.
+// Creates a folder in the tree with the permissions of the machine's.
 Expected<void> View::makeFolderLike(const std::string& path) {
   struct stat status {};
   RETURN_IF_FAILED(makeMountPoint(path, true));
-  if (::stat(onMachine(path).c_str(), &status) != 0 ||
-      ::fchmodat(top_.get(), path.c_str(), status.st_mode & 07777U, 0) != 0) {
-    return stepFailed("make a folder like '" + onMachine(path) + "'", errno);
+  if (stat(onMachine(path).c_str(), &status) != 0 ||
+      fchmodat(top_.get(), path.c_str(), status.st_mode & 07777U, 0) != 0) {
+    return stepFailed("create a folder like '" + onMachine(path) + "'", errno);
   }
   return {};
 }
 
 Expected<void> View::graft(const std::string& source, const std::string& path) {
-  const auto tree = copyTree(source);
-  if (!tree) {
-    return tl::unexpected(tree.error());
-  }
-  RETURN_IF_FAILED(makeReadOnly(*tree, Reach::kWholeTree, source));
-  const auto target = makeMountPoint(path, isFolder(*tree));
-  return target ? attach(*tree, *target, onMachine(path)) : tl::unexpected(target.error());
+  ASSIGN_OR_RETURN(const Descriptor tree, copyTree(source));
+  RETURN_IF_FAILED(makeReadOnly(tree, Reach::kWholeTree, source));
+  ASSIGN_OR_RETURN(const Descriptor target, makeMountPoint(path, isFolder(tree)));
+  return attach(tree, target, onMachine(path));
 }
 
 Expected<void> View::placeWritable(const std::string& path) {
-  const auto tree = copyTree(inDevice(path));
-  if (!tree) {
-    return tl::unexpected(tree.error());
-  }
-  const auto target = makeMountPoint(path, true);
-  return target ? attach(*tree, *target, onMachine(path)) : tl::unexpected(target.error());
+  ASSIGN_OR_RETURN(const Descriptor tree, copyTree(inDevice(path)));
+  ASSIGN_OR_RETURN(const Descriptor target, makeMountPoint(path, true));
+  return attach(tree, target, onMachine(path));
 }
 
-// "/dev" itself can hold files, the file systems of the kernel beneath it cannot.
+// Makes "/dev" and the mounts that can store files read-only. File systems that only show kernel
+// state stay writable.
 Expected<void> View::placeKernelTree(const std::string& path) {
-  const auto tree = copyTree(onMachine(path));
-  const auto target = makeMountPoint(path, true);
-  if (!tree || !target) {
-    return tl::unexpected(tree ? target.error() : tree.error());
-  }
+  ASSIGN_OR_RETURN(const Descriptor tree, copyTree(onMachine(path)));
+  ASSIGN_OR_RETURN(const Descriptor target, makeMountPoint(path, true));
   if (path == "dev") {
-    RETURN_IF_FAILED(makeReadOnly(*tree, Reach::kOne, "/dev"));
+    RETURN_IF_FAILED(makeReadOnly(tree, Reach::kOne, "/dev"));
   }
-  RETURN_IF_FAILED(attach(*tree, *target, onMachine(path)));
+  RETURN_IF_FAILED(attach(tree, target, onMachine(path)));
   for (const MountPoint& mount : machineMounts_) {
     if (!isBeneath(mount.path, onMachine(path)) || keepsNoFiles(mount.type)) {
       continue;
@@ -110,28 +98,28 @@ Expected<void> View::placeSharedMemory() {
   if (!target) {
     return {};
   }
-  const auto mount = newTmpfs("1777");
-  return mount ? attach(*mount, target, "/dev/shm") : tl::unexpected(mount.error());
+  ASSIGN_OR_RETURN(const Descriptor mount, newTmpfs("1777"));
+  return attach(mount, target, "/dev/shm");
 }
 
-// Makes what is missing of `path` in the tree, and opens it. No symbolic link is followed: a device
-// root's content must not lead the way out of it.
+// Creates the missing components of `path` in the tree, and opens it. Follows no symbolic link, so
+// that links in a device root cannot lead out of it.
 Expected<Descriptor> View::makeMountPoint(const std::string& path, bool folder) {
-  Descriptor place(::fcntl(top_.get(), F_DUPFD_CLOEXEC, 0));
+  Descriptor place(fcntl(top_.get(), F_DUPFD_CLOEXEC, 0));
   for (std::size_t start = 0; start < path.size();) {
     const std::size_t end = std::min(path.find('/', start), path.size());
     const std::string name = path.substr(start, end - start);
     Descriptor next = openFolder(place, name);
     if (end == path.size() && !folder) {
-      Descriptor made(::openat(place.get(), name.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-      next = Descriptor(::openat(place.get(), name.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW));
-    } else if (!next && ::mkdirat(place.get(), name.c_str(), 0755) == 0) {
-      ::fchmodat(place.get(), name.c_str(), 0755, 0);  // whatever the umask
+      Descriptor made(openat(place.get(), name.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+      next = Descriptor(openat(place.get(), name.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW));
+    } else if (!next && mkdirat(place.get(), name.c_str(), 0755) == 0) {
+      fchmodat(place.get(), name.c_str(), 0755, 0);  // mkdirat(2) applied the umask
       next = openFolder(place, name);
     }
     if (!next) {
-      return stepFailed("make a place for '" + onMachine(path) + "' in the device root's view",
-                        errno);
+      return stepFailed(
+          "create a mount point for '" + onMachine(path) + "' in the device root's view", errno);
     }
     place = std::move(next);
     start = end + 1;
@@ -144,7 +132,7 @@ Expected<void> View::showFramework(const std::string& folder) {
 }
 
 Expected<void> View::show(const std::string& path) {
-  const Descriptor machine(::open(path.c_str(), O_PATH | O_CLOEXEC));
+  const Descriptor machine(open(path.c_str(), O_PATH | O_CLOEXEC));
   if (!machine || sameFile(machine, openInside(top_, path))) {
     return {};
   }
@@ -152,19 +140,15 @@ Expected<void> View::show(const std::string& path) {
 }
 
 Expected<void> View::openForWriting(const std::string& path) {
-  const auto tree = copyTree(path);
-  if (!tree) {
-    return tl::unexpected(tree.error());
-  }
-  const auto target = makeMountPoint(path.substr(1), isFolder(*tree));
-  return target ? attach(*tree, *target, path) : tl::unexpected(target.error());
+  ASSIGN_OR_RETURN(const Descriptor tree, copyTree(path));
+  ASSIGN_OR_RETURN(const Descriptor target, makeMountPoint(path.substr(1), isFolder(tree)));
+  return attach(tree, target, path);
 }
 
 Expected<void> View::writeMarker() {
   const std::string marker(kInsideMarker);
-  const Descriptor file(::openat(top_.get(), marker.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0444));
-  if (!file ||
-      ::write(file.get(), device_.data(), device_.size()) != static_cast<ssize_t>(device_.size())) {
+  const Descriptor file(openat(top_.get(), marker.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0444));
+  if (!file || !writeAll(file.get(), device_)) {
     return stepFailed("write '" + onMachine(marker) + "'", errno);
   }
   return {};
@@ -172,9 +156,9 @@ Expected<void> View::writeMarker() {
 
 Expected<void> View::moveIn() {
   RETURN_IF_FAILED(makeReadOnly(top_, Reach::kOne, "/"));
-  // The old root comes to lie on the new one, from where it is taken off with all its mounts.
-  if (::fchdir(top_.get()) != 0 || ::syscall(SYS_pivot_root, ".", ".") != 0 ||
-      ::umount2(".", MNT_DETACH) != 0 || ::chdir("/") != 0) {
+  // pivot_root(".", ".") stacks the old root on the new one; see pivot_root(2).
+  if (fchdir(top_.get()) != 0 || syscall(SYS_pivot_root, ".", ".") != 0 ||
+      umount2(".", MNT_DETACH) != 0 || chdir("/") != 0) {
     return stepFailed("move into the device root's view (pivot_root)", errno);
   }
   return {};

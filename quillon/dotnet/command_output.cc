@@ -9,10 +9,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "quillon/base/files.h"
+
 namespace quillon::dotnet {
 namespace {
 
-// Standard output goes to `output`; a program's complaints are not ours to print.
+// Redirects standard output to `output`, and discards standard error.
 int spawn(const std::vector<std::string>& words, int output, pid_t& child) {
   std::vector<char*> arguments;
   for (const std::string& word : words) {
@@ -25,27 +27,14 @@ int spawn(const std::vector<std::string>& words, int output, pid_t& child) {
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
   const int error =
-      ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+      posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   return error;
 }
 
-std::string readAll(int input) {
-  std::string text;
-  std::array<char, 4096> buffer{};
-  for (;;) {
-    const ssize_t count = ::read(input, buffer.data(), buffer.size());
-    if (count > 0) {
-      text.append(buffer.data(), static_cast<std::size_t>(count));
-    } else if (count == 0 || errno != EINTR) {
-      return text;
-    }
-  }
-}
-
 int waitFor(pid_t child) {
   int status = 0;
-  while (::waitpid(child, &status, 0) < 0) {
+  while (waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) {
       return -1;
     }
@@ -57,14 +46,14 @@ int waitFor(pid_t child) {
 
 tl::expected<std::string, std::string> commandOutput(const std::vector<std::string>& words) {
   std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-    return tl::unexpected("no pipe to it: " + std::string(std::strerror(errno)));
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    return tl::unexpected("cannot make a pipe: " + std::string(std::strerror(errno)));
   }
   pid_t child = -1;
   const int error = spawn(words, ends[1], child);
-  ::close(ends[1]);
+  close(ends[1]);
   std::string text = error == 0 ? readAll(ends[0]) : std::string();
-  ::close(ends[0]);
+  close(ends[0]);
   if (error != 0) {
     return tl::unexpected("it cannot be run: " + std::string(std::strerror(error)));
   }

@@ -1,4 +1,4 @@
-// What a program prints.
+// Runs a program and returns its output.
 #pragma once
 
 #include <tl/expected.hpp>
@@ -8,9 +8,9 @@
 
 namespace quillon::dotnet {
 
-// Runs `words` (a program looked up on PATH, and its arguments; no shell is involved) and returns
-// its standard output once it has ended with status 0. The error is a clause that says what
-// happened instead: "it cannot be run: No such file or directory", "it ended with status 1".
+// Runs `words`, a program name to look up in PATH and its arguments, without a shell. Returns the
+// standard output if the program exits with status 0. Otherwise the error is a clause such as
+// "it cannot be run: No such file or directory" or "it ended with status 1".
 [[nodiscard]] tl::expected<std::string, std::string> commandOutput(
     const std::vector<std::string>& words);
 

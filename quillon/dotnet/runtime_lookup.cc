@@ -23,7 +23,7 @@ constexpr char kInstallRemedy[] =
     "install the .NET runtime, or set QUILLON_DOTNET_ROOT to a .NET folder (the one that holds "
     "'dotnet' and 'shared')";
 
-// What one place has to offer: a framework, or a clause for the failure.
+// The result of searching one place: a framework, or a clause for the failure message.
 struct Answer {
   std::optional<Framework> framework;
   std::string instead;

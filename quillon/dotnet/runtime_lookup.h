@@ -1,5 +1,5 @@
-// Finds a .NET runtime on this machine: QUILLON_DOTNET_ROOT, DOTNET_ROOT, then what
-// `dotnet --list-runtimes` prints.
+// Finds a .NET runtime on this machine: in QUILLON_DOTNET_ROOT, in DOTNET_ROOT, then in the output
+// of `dotnet --list-runtimes`.
 #pragma once
 
 #include <filesystem>
@@ -10,15 +10,15 @@
 namespace quillon::dotnet {
 
 struct Framework {
-  std::filesystem::path directory;  // the folder that holds libcoreclr.so
+  std::filesystem::path directory;  // the folder of libcoreclr.so
   std::string version;              // "10.0.12"
   std::string foundThrough;         // "DOTNET_ROOT"
 };
 
-// The preferred Microsoft.NETCore.App of the first place that holds one: the newest release, or the
-// newest preview where there is no release. QUILLON_DOTNET_ROOT is a person's word: where it is set
-// and holds no runtime, no other place is asked. The failure says what was wanted, what was found,
-// and where.
+// Returns the preferred Microsoft.NETCore.App of the first place that has one: the newest release,
+// or the newest preview if there is no release. If QUILLON_DOTNET_ROOT is set but has no runtime,
+// the search fails without looking at other places. The failure lists the places and what was
+// found.
 [[nodiscard]] Expected<Framework> findFramework();
 
 }  // namespace quillon::dotnet

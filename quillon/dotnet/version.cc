@@ -21,7 +21,7 @@ bool isNumber(std::string_view part) {
   return !part.empty() && part.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-// Of any length, so that no version overflows.
+// Compares as text, so that numbers of any length do not overflow.
 bool isLowerNumber(std::string_view a, std::string_view b) {
   a.remove_prefix(std::min(a.find_first_not_of('0'), a.size()));
   b.remove_prefix(std::min(b.find_first_not_of('0'), b.size()));

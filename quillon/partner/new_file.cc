@@ -8,6 +8,9 @@
 #include <cstring>
 #include <utility>
 
+#include "quillon/base/descriptor.h"
+#include "quillon/base/files.h"
+
 namespace quillon::partner {
 namespace {
 
@@ -15,20 +18,8 @@ constexpr mode_t kReadableByAll = 0644;
 
 tl::unexpected<Failure> cannotWrite(const std::filesystem::path& path, int error) {
   return fail("cannot write '" + path.string() + "': " + std::strerror(error),
-              error == EISDIR ? "move the folder that has its name away"
+              error == EISDIR ? "move the folder of that name away"
                               : "choose a folder that you may write to");
-}
-
-bool writeAll(int descriptor, const std::string& content) {
-  std::size_t done = 0;
-  while (done < content.size()) {
-    const ssize_t count = ::write(descriptor, content.data() + done, content.size() - done);
-    if (count < 0 && errno != EINTR) {
-      return false;
-    }
-    done += count < 0 ? 0 : static_cast<std::size_t>(count);
-  }
-  return true;
 }
 
 }  // namespace
@@ -36,24 +27,20 @@ bool writeAll(int descriptor, const std::string& content) {
 NewFile::NewFile(std::filesystem::path path)
     : path_(std::move(path)),
       temporary_(path_.parent_path() /
-                 ("." + path_.filename().string() + "." + std::to_string(::getpid()))) {}
+                 ("." + path_.filename().string() + "." + std::to_string(getpid()))) {}
 
 NewFile::~NewFile() {
   if (!temporary_.empty()) {
-    ::unlink(temporary_.c_str());
+    unlink(temporary_.c_str());
   }
 }
 
 Expected<void> NewFile::write(const std::string& content) {
-  const int descriptor = ::open(
-      temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kReadableByAll);
-  if (descriptor < 0) {
+  const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
+  Descriptor file(open(temporary_.c_str(), flags, kReadableByAll));
+  if (!file || !writeAll(file.get(), content) || fsync(file.get()) != 0 ||
+      close(file.release()) != 0) {
     return cannotWrite(path_, errno);
-  }
-  const bool written = writeAll(descriptor, content) && ::fsync(descriptor) == 0;
-  const int error = errno;
-  if (::close(descriptor) != 0 || !written) {
-    return cannotWrite(path_, written ? errno : error);
   }
   return {};
 }

@@ -1,4 +1,4 @@
-// A file that appears under its name only once it is whole and on the disk.
+// Writes a file that appears under its name only when it is complete and on disk.
 #pragma once
 
 #include <filesystem>
@@ -11,14 +11,14 @@ namespace quillon::partner {
 class NewFile {
  public:
   explicit NewFile(std::filesystem::path path);
-  // Takes a file that was not given its name away again.
+  // Removes the temporary file if publish() did not succeed.
   ~NewFile();
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
   // Writes `content` under a temporary name in the same folder.
   [[nodiscard]] Expected<void> write(const std::string& content);
-  // Gives the file its name, in place of one that has it.
+  // Renames the temporary file to the final name. Replaces an existing file.
   [[nodiscard]] Expected<void> publish();
 
  private:

@@ -24,7 +24,7 @@ bool isControl(char character) {
 
 Expected<void> requireDuid(const std::string& duid) {
   if (duid.empty()) {
-    return fail("the device id is empty", "give the device's own: --duid ID");
+    return fail("the device id is empty", "give the id of the device: --duid ID");
   }
   if (duid.size() >= QUILLON_PARTNER_DUID_SIZE) {
     return fail("the device id has " + std::to_string(duid.size()) + " bytes",
@@ -32,12 +32,12 @@ Expected<void> requireDuid(const std::string& duid) {
                     std::to_string(QUILLON_PARTNER_DUID_SIZE - 1) + " bytes");
   }
   if (duid.find(kFieldEnd) != std::string::npos) {
-    return fail("the device id '" + duid + "' holds ':', which ends it in the request",
-                "give the id alone, and what follows it with --note");
+    return fail("the device id '" + duid + "' contains ':', which ends it in the request",
+                "give only the id, and additional text with --note");
   }
   if (std::any_of(duid.begin(), duid.end(), isControl)) {
-    return fail("the device id holds a line break or another control character",
-                "give the id as the device's configuration store holds it");
+    return fail("the device id contains a line break or another control character",
+                "give the id as stored in the configuration store of the device");
   }
   return {};
 }
@@ -45,7 +45,7 @@ Expected<void> requireDuid(const std::string& duid) {
 Expected<void> requirePlace(const SignOptions& options) {
   std::error_code error;
   if (!fs::is_directory(options.directory, error)) {
-    return fail("there is no folder '" + options.directory.string() + "'", "make it first");
+    return fail("there is no folder '" + options.directory.string() + "'", "create it first");
   }
   for (const char* name : {QUILLON_PARTNER_REQUEST, QUILLON_PARTNER_SIGNATURE}) {
     const fs::path file = options.directory / name;
@@ -57,7 +57,7 @@ Expected<void> requirePlace(const SignOptions& options) {
   return {};
 }
 
-// The signature before the request: a package that is not whole has no request, or an old one.
+// Writes the signature first, so that an incomplete package has no request, or an old one.
 Expected<void> writePackage(const fs::path& directory, const std::string& request,
                             const std::string& signature) {
   NewFile signatureFile(directory / QUILLON_PARTNER_SIGNATURE);

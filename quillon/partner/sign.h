@@ -1,4 +1,4 @@
-// Makes a partner package: a request that names one device, and a signature over it.
+// Creates partner packages. A package is a request that names one device, and its signature.
 #pragma once
 
 #include <filesystem>
@@ -11,13 +11,13 @@ namespace quillon::partner {
 struct SignOptions {
   std::filesystem::path key;        // private key in PEM
   std::string duid;                 // the device's unique id
-  std::string note;                 // what the request says besides; signed, not interpreted
-  std::filesystem::path directory;  // where the two files go; must exist
-  bool replace = false;             // two files that are there may be replaced
+  std::string note;                 // additional text of the request; signed, not interpreted
+  std::filesystem::path directory;  // to write the two files to; must exist
+  bool replace = false;             // replace existing files
 };
 
-// Writes both files or, where a failure is told, leaves those that were there; after a failure
-// between the two, or a kill, the pair does not match and is refused.
+// Writes both files. On failure, existing files are unchanged, except after a failure or a kill
+// between the two renames: then the files do not match, and the plug-in refuses the package.
 [[nodiscard]] Expected<void> sign(const SignOptions& options);
 
 }  // namespace quillon::partner

@@ -13,14 +13,14 @@ namespace quillon::partner {
 namespace {
 
 constexpr char kWantedKey[] =
-    "the plug-in wants the 256 bytes of an RSA key of 2048 bits: openssl genrsa -out PRIVATE.pem "
-    "2048";
+    "the plug-in accepts the 256-byte signatures of 2048-bit RSA keys only: openssl genrsa -out "
+    "PRIVATE.pem 2048";
 
 using File = std::unique_ptr<FILE, int (*)(FILE*)>;
 
-// Stands where the library would ask on the terminal, and notes that it wanted to.
-int refusePassPhrase(char*, int, int, void* asked) {
-  *static_cast<bool*>(asked) = true;
+// A pem_password_cb that records the request for a pass phrase instead of asking on the terminal.
+int refusePassPhrase(char*, int, int, void* requested) {
+  *static_cast<bool*>(requested) = true;
   return -1;
 }
 
@@ -31,11 +31,11 @@ std::string lastMessage() {
 
 tl::unexpected<Failure> noKey(const std::string& name, bool isEncrypted) {
   if (isEncrypted) {
-    return fail(
-        "the key '" + name + "' is encrypted",
-        "decrypt it where only you can read it: openssl pkey -in " + name + " -out PRIVATE.pem");
+    return fail("the key '" + name + "' is encrypted",
+                "decrypt it to a file that only you can read: openssl pkey -in " + name +
+                    " -out PRIVATE.pem");
   }
-  return fail("'" + name + "' holds no private key in PEM", "give --key PRIVATE.pem");
+  return fail("'" + name + "' contains no private key in PEM", "give --key PRIVATE.pem");
 }
 
 std::string describe(const EVP_PKEY* key) {

@@ -1,4 +1,4 @@
-// The private key that partner packages are signed with.
+// The private key to sign partner packages with.
 #pragma once
 
 #include <openssl/evp.h>
@@ -13,11 +13,11 @@ namespace quillon::partner {
 
 class SigningKey {
  public:
-  // Reads an RSA key of 2048 bits in PEM, the one kind whose signatures the plug-in takes. Asks for
-  // no pass phrase; an encrypted key fails. Every failure names the file and what to do.
+  // Reads a 2048-bit RSA key in PEM, the only kind of key whose signatures the plug-in accepts.
+  // Fails for an encrypted key, without asking for a pass phrase. Every failure names the file.
   [[nodiscard]] static Expected<SigningKey> read(const std::filesystem::path& file);
 
-  // A signature with SHA-256 and the key type's default scheme.
+  // Returns a signature with SHA-256 and the key type's default scheme.
   [[nodiscard]] Expected<std::string> sign(const std::string& message) const;
 
  private:

@@ -18,8 +18,8 @@ namespace fs = std::filesystem;
 Expected<fs::path> makeFolder() {
   std::error_code error;
   std::string path = (fs::temp_directory_path(error) / "quillon-partner-XXXXXX").string();
-  if (error || ::mkdtemp(path.data()) == nullptr) {
-    return fail("cannot make the folder '" + path + "': " + std::strerror(errno),
+  if (error || mkdtemp(path.data()) == nullptr) {
+    return fail("cannot create the folder '" + path + "': " + std::strerror(errno),
                 "set TMPDIR to a folder that you may write to");
   }
   return path;
@@ -31,11 +31,11 @@ Expected<void> placeKey(const fs::path& key, const fs::path& device) {
   if (!fs::is_regular_file(status)) {
     const std::string name = "'" + key.string() + "'";
     return fail(!fs::status_known(status) ? "cannot reach " + name + ": " + error.message()
-                : fs::exists(status)      ? name + " is no regular file"
+                : fs::exists(status)      ? name + " is not a regular file"
                                           : "there is no file " + name,
                 "give --key PUBLIC.pem");
   }
-  const fs::path place = device / fs::path(QUILLON_PARTNER_PUBLIC_KEY).relative_path();
+  const fs::path place = device::pathInDevice(device, QUILLON_PARTNER_PUBLIC_KEY);
   fs::create_directories(place.parent_path(), error);
   fs::copy_file(key, place, error);
   if (error) {
@@ -48,16 +48,10 @@ Expected<void> placeKey(const fs::path& key, const fs::path& device) {
 }  // namespace
 
 Expected<TrialDevice> TrialDevice::make(const fs::path& publicKey) {
-  const auto folder = makeFolder();
-  if (!folder) {
-    return tl::unexpected(folder.error());
-  }
-  TrialDevice trial(*folder);
-  const auto made =
-      device::init(*folder, {}).and_then([&] { return placeKey(publicKey, *folder); });
-  if (!made) {
-    return tl::unexpected(made.error());
-  }
+  ASSIGN_OR_RETURN(fs::path folder, makeFolder());
+  TrialDevice trial(std::move(folder));
+  RETURN_IF_FAILED(device::init(trial.path(), {}));
+  RETURN_IF_FAILED(placeKey(publicKey, trial.path()));
   return trial;
 }
 

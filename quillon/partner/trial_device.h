@@ -1,5 +1,5 @@
-// A device root that lives as long as one trial: it holds a public key where the plug-in looks for
-// the signing authority's, and nothing else.
+// A temporary device root for one verification. It contains only a public key, at the place where
+// the plug-in looks for the key of the signing authority.
 #pragma once
 
 #include <filesystem>
@@ -10,7 +10,7 @@ namespace quillon::partner {
 
 class TrialDevice {
  public:
-  // Makes the device root in the folder for temporary files.
+  // Creates the device root in the folder for temporary files. The destructor removes it.
   [[nodiscard]] static Expected<TrialDevice> make(const std::filesystem::path& publicKey);
   ~TrialDevice();
   TrialDevice(TrialDevice&& other) noexcept;
@@ -21,7 +21,7 @@ class TrialDevice {
  private:
   explicit TrialDevice(std::filesystem::path path) : path_(std::move(path)) {}
 
-  std::filesystem::path path_;  // empty: handed over
+  std::filesystem::path path_;  // empty: moved to another object
 };
 
 }  // namespace quillon::partner

@@ -8,10 +8,9 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <system_error>
 #include <vector>
 
-#include "quillon/base/files.h"
+#include "quillon/base/descriptor.h"
 #include "quillon/base/report.h"
 #include "quillon/device/device_root.h"
 #include "quillon/host/plugin/plugin_library.h"
@@ -25,11 +24,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kWantedKey[] = "the policy works with an RSA key of 2048 bits alone";
+constexpr char kWantedKey[] = "the policy works with 2048-bit RSA keys only";
 constexpr char kWantedFiles[] =
-    "both files must be regular ones that can be read into memory: quillon partner sign";
+    "both files must be regular files that fit into memory: quillon partner sign";
 
-// How the plug-in's reasons begin, and what a person can do.
+// The beginning of a reason that the plug-in logs, and what the user can do.
 struct Remedy {
   const char* reason;
   const char* text;
@@ -37,7 +36,7 @@ struct Remedy {
 constexpr Remedy kRemedies[] = {
     {"Unable to decode public key", "extract it: openssl pkey -in PRIVATE.pem -pubout"},
     {"The signature file size",
-     "the file is cut, or of a key that is no RSA key of 2048 bits: quillon partner sign"},
+     "the file is truncated, or its key is not a 2048-bit RSA key: quillon partner sign"},
     {"Failed to open signature file", kWantedFiles},
     {"Failed to open original message file", kWantedFiles},
     {"Failed to malloc original message buffer", kWantedFiles},
@@ -50,68 +49,70 @@ constexpr Remedy kRemedies[] = {
 
 std::string remedyFor(const std::string& reason) {
   for (const Remedy& remedy : kRemedies) {
-    if (reason.rfind(remedy.reason, 0) == 0) {
+    if (reason.starts_with(remedy.reason)) {
       return remedy.text;
     }
   }
   return "check both files and the key";
 }
 
-// The plug-in logs its reason and then which check failed.
+// The plug-in logs the reason, then which check failed.
 Failure explain(const fs::path& directory) {
-  const std::vector<std::string> said = workstation::lastErrorMessages();
-  const std::string verdict = said.empty() ? "it logged no error" : said.back();
-  const std::string reason = said.size() < 2 ? verdict : said[said.size() - 2];
+  const std::vector<std::string> logged = workstation::lastErrorMessages();
+  const std::string verdict = logged.empty() ? "it logged no error" : logged.back();
+  const std::string reason = logged.size() < 2 ? verdict : logged[logged.size() - 2];
   return {"the plug-in refuses '" + directory.string() + "': " + verdict + ", " + reason,
           remedyFor(reason)};
 }
 
-// Where a file is missing the plug-in says nothing.
+// Checks for missing files, since the plug-in logs nothing about them.
 Expected<void> requireFiles(const fs::path& directory) {
   for (const char* name : {QUILLON_PARTNER_REQUEST, QUILLON_PARTNER_SIGNATURE}) {
     const fs::path file = directory / name;
-    if (::access(file.c_str(), R_OK) != 0) {
+    if (access(file.c_str(), R_OK) != 0) {
       const int error = errno;
       return fail("cannot read '" + file.string() + "': " + std::strerror(error),
-                  error == ENOENT ? "make a package: quillon partner sign"
+                  error == ENOENT ? "create a package: quillon partner sign"
                                   : "give a folder whose files you may read");
     }
   }
   return {};
 }
 
-int answer(const host::PluginLibrary& plugin, const std::string& mount, const fs::path& directory) {
-  if (!plugin.checkSignature(mount.c_str())) {
-    return report(withStatus(kPartnerRefused, explain(directory)));
+// Runs in the child.
+Expected<void> check(const VerifyOptions& options, const fs::path& plugin,
+                     const TrialDevice& trial) {
+  // The package is accessed through a descriptor, since the device root may hide its path.
+  const Descriptor package(open(options.directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!package) {
+    return fail(kPartnerRefused,
+                {"cannot open '" + options.directory.string() + "': " + std::strerror(errno),
+                 "give a directory that you may read"});
   }
-  std::cout << "the plug-in allows access to '" << directory.string() << "'\n" << std::flush;
+  RETURN_IF_FAILED(device::enter(trial.path(), {{plugin.parent_path()}, {}}));
+  RETURN_IF_FAILED(workstation::setConfig(QUILLON_PARTNER_DUID_KEY, options.duid));
+  const auto library = host::loadPlugin(plugin);
+  if (!library) {
+    return fail(kNoPlugin, library.error());
+  }
+  const std::string mountPath = "/proc/self/fd/" + std::to_string(package.get());
+  if (!library->checkSignature(mountPath.c_str())) {
+    return fail(kPartnerRefused, explain(options.directory));
+  }
+  return {};
+}
+
+// Runs in the child. Returns its exit status.
+int checkAndReport(const VerifyOptions& options, const TrialDevice& trial) {
+  if (const auto checked = check(options, host::pluginOrDefault(options.plugin), trial); !checked) {
+    return report(checked.error());
+  }
+  std::cout << "the plug-in allows access to '" << options.directory.string() << "'\n"
+            << std::flush;
   return kSuccess;
 }
 
-// A descriptor leads to the package wherever the device root hides its path.
-std::string mountPathOf(int directory) { return "/proc/self/fd/" + std::to_string(directory); }
-
-// In the child. Returns the status to end with.
-int ask(const VerifyOptions& options, const fs::path& plugin, const TrialDevice& trial) {
-  const int directory = ::open(options.directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  if (directory < 0) {
-    return report({"cannot open '" + options.directory.string() + "': " + std::strerror(errno),
-                   "give a directory that you may read", kPartnerRefused});
-  }
-  if (auto entered = device::enter(trial.path(), {{plugin.parent_path()}, {}}); !entered) {
-    return report(entered.error());
-  }
-  if (auto stored = workstation::setConfig(QUILLON_PARTNER_DUID_KEY, options.duid); !stored) {
-    return report(stored.error());
-  }
-  const auto library = host::loadPlugin(plugin);
-  if (!library) {
-    return report(withStatus(kNoPlugin, library.error()));
-  }
-  return answer(*library, mountPathOf(directory), options.directory);
-}
-
-// While it lives, a signal that asks to end waits: the trial device is removed first.
+// Blocks the signals that end the process, so that the trial device is removed first.
 class SignalDelay {
  public:
   SignalDelay() {
@@ -124,7 +125,7 @@ class SignalDelay {
   SignalDelay(const SignalDelay&) = delete;
   SignalDelay& operator=(const SignalDelay&) = delete;
 
-  // Early, in a child that may be interrupted.
+  // Unblocks the signals in a child process.
   void restore() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
 
  private:
@@ -133,41 +134,35 @@ class SignalDelay {
 
 int statusOf(pid_t child) {
   int status = 0;
-  while (::waitpid(child, &status, 0) < 0) {
+  while (waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) {
-      return report(
-          {std::string("cannot wait for the trial: ") + std::strerror(errno), "", kServiceFailed});
+      return report({std::string("cannot wait for the child process: ") + std::strerror(errno), "",
+                     kServiceFailed});
     }
   }
   constexpr int kSignalled = 128;
   return WIFSIGNALED(status) ? kSignalled + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-fs::path pluginOf(const VerifyOptions& options) {
-  std::error_code ignored;
-  return options.plugin.empty() ? host::defaultPlugin(executablePath())
-                                : fs::absolute(options.plugin, ignored);
-}
-
 }  // namespace
 
 int verify(const VerifyOptions& options) {
-  if (auto there = requireFiles(options.directory); !there) {
-    return report(withStatus(kPartnerRefused, there.error()));
+  if (const auto readable = requireFiles(options.directory); !readable) {
+    return report(withStatus(kPartnerRefused, readable.error()));
   }
-  const SignalDelay delay;  // outlives the trial device
+  const SignalDelay delay;  // must outlive the trial device
   const auto trial = TrialDevice::make(options.key);
   if (!trial) {
     return report(trial.error());
   }
-  const pid_t child = ::fork();
+  const pid_t child = fork();
   if (child < 0) {
     return report(
         {std::string("cannot start a process: ") + std::strerror(errno), "", kServiceFailed});
   }
   if (child == 0) {
     delay.restore();
-    ::_exit(ask(options, pluginOf(options), *trial));
+    _exit(checkAndReport(options, *trial));
   }
   return statusOf(child);
 }

@@ -1,4 +1,4 @@
-// Asks the plug-in about a partner package, as a device with a given key and id would.
+// Verifies a partner package with the plug-in, as on a device with a given key and id.
 #pragma once
 
 #include <filesystem>
@@ -9,12 +9,12 @@ namespace quillon::partner {
 struct VerifyOptions {
   std::filesystem::path key;        // the signing authority's public key in PEM
   std::string duid;                 // the device's unique id
-  std::filesystem::path directory;  // holds the two files
-  std::filesystem::path plugin;     // plug-in to ask; empty: the one beside this program
+  std::filesystem::path directory;  // of the two files
+  std::filesystem::path plugin;     // to load; empty: the one built with this program
 };
 
-// Reports the answer to a person and returns the status to end with. The calling process must have
-// one thread; it enters no device root, a child of it does.
+// Reports the result to the user and returns the exit status. The calling process must have one
+// thread. It does not enter a device root; its child process does.
 int verify(const VerifyOptions& options);
 
 }  // namespace quillon::partner

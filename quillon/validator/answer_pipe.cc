@@ -21,26 +21,29 @@ namespace {
 
 using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kPatience(10);
-constexpr std::chrono::microseconds kShortestPause(50);
-constexpr std::chrono::microseconds kLongestPause(5000);
+constexpr std::chrono::seconds kTimeout(10);
+constexpr std::chrono::microseconds kMinPause(50);
+constexpr std::chrono::microseconds kMaxPause(5000);
 
-// A writing end: it keeps the pipe's content, and is told when the last reader closes.
+// The write end of the pipe. While it is open, the pipe keeps its content, and poll(2) reports when
+// the last reader has closed it.
 class AnswerPipe {
  public:
   AnswerPipe() : descriptor_(openPipe(O_WRONLY)), error_(errno) {}
 
-  // open(2) of a pipe that no process reads fails with ENXIO (fifo(7)); an asker opens it first.
+  // open(2) of a pipe without a reader fails with ENXIO (fifo(7)). A requester opens it before it
+  // asks.
   bool isUnread() const { return !descriptor_ && error_ == ENXIO; }
   bool isPipe() const {
     struct stat status {};
     return descriptor_ && fstat(descriptor_.get(), &status) == 0 && S_ISFIFO(status.st_mode);
   }
-  // Until the object ends. Launches hold the lock for a moment only, so it comes or is not needed.
+  // Locks the pipe until the object ends. Continues without the lock after the timeout: launches
+  // hold it for a moment only.
   void lock() const {
-    const auto end = steady_clock::now() + kPatience;
+    const auto end = steady_clock::now() + kTimeout;
     while (flock(descriptor_.get(), LOCK_EX | LOCK_NB) != 0 && steady_clock::now() < end) {
-      std::this_thread::sleep_for(kShortestPause);
+      std::this_thread::sleep_for(kMinPause);
     }
   }
   bool hasReaders() const {
@@ -68,10 +71,10 @@ class AnswerPipe {
   int error_;
 };
 
-// False when nobody emptied the pipe in time.
+// Returns false if no reader emptied the pipe in time.
 bool waitUntilEmpty(const AnswerPipe& pipe, const std::function<bool()>& isAbandoned) {
-  const auto end = steady_clock::now() + kPatience;
-  for (auto pause = kShortestPause; !pipe.isEmpty(); pause = std::min(2 * pause, kLongestPause)) {
+  const auto end = steady_clock::now() + kTimeout;
+  for (auto pause = kMinPause; !pipe.isEmpty(); pause = std::min(2 * pause, kMaxPause)) {
     if (!pipe.hasReaders() || isAbandoned() || steady_clock::now() > end) return pipe.isEmpty();
     std::this_thread::sleep_for(pause);
   }
@@ -82,15 +85,15 @@ bool waitUntilEmpty(const AnswerPipe& pipe, const std::function<bool()>& isAband
 
 Delivery deliver(const std::function<void()>& send, const std::function<bool()>& isAbandoned) {
   const AnswerPipe pipe;
-  if (pipe.isUnread()) return Delivery::kNobody;
+  if (pipe.isUnread()) return Delivery::kNoReader;
   if (!pipe.isPipe()) return Delivery::kNoPipe;
   pipe.lock();
-  if (isAbandoned()) return Delivery::kNobody;
+  if (isAbandoned()) return Delivery::kNoReader;
   if (!pipe.isEmpty()) AnswerPipe::drain();
   send();
-  if (waitUntilEmpty(pipe, isAbandoned)) return Delivery::kTaken;
+  if (waitUntilEmpty(pipe, isAbandoned)) return Delivery::kRead;
   AnswerPipe::drain();
-  return Delivery::kWithdrawn;
+  return Delivery::kDiscarded;
 }
 
 }  // namespace quillon::validator

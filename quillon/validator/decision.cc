@@ -11,13 +11,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The folder or file itself, or what lies below it; whole components only.
+// Whether `path` is `folder` or below it. Compares whole path components.
 bool isBelow(const std::string& path, const std::string& folder) {
   return path.starts_with(folder) &&
          (folder.ends_with('/') || path.size() == folder.size() || path[folder.size()] == '/');
 }
 
-// The first entry of the list that the path lies below; null: none.
+// Returns the first entry of `folders` that contains `path`, or nullptr.
 const std::string* folderOf(const std::string& path, const std::vector<std::string>& folders) {
   const auto found = std::find_if(folders.begin(), folders.end(),
                                   [&](const std::string& folder) { return isBelow(path, folder); });

@@ -1,4 +1,4 @@
-// What a policy says of one library.
+// Applies a policy to a library.
 #pragma once
 
 #include <string>
@@ -9,11 +9,11 @@ namespace quillon::validator {
 
 struct Decision {
   bool allowed = false;
-  std::string reason;  // for the person at the terminal
+  std::string reason;  // for the user at the terminal
 };
 
-// Applies the policy's rules in their order: denied paths, allowed digests, allowed paths, the
-// default. A library that cannot be read, or whose path is not the canonical one, is denied.
+// Applies the policy's rules in this order: denied paths, allowed digests, allowed paths, default.
+// Denies a library that cannot be read or whose path is not canonical.
 [[nodiscard]] Decision decide(const Policy& policy, const std::string& library);
 
 }  // namespace quillon::validator

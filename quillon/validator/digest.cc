@@ -21,7 +21,7 @@ using Context = std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)>;
 
 class File {
  public:
-  // Without waiting for the writer of a pipe that stands in the file's place.
+  // O_NONBLOCK, so that open(2) of a FIFO does not wait for a writer.
   explicit File(const std::string& path)
       : descriptor_(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {}
 
@@ -68,7 +68,7 @@ Expected<std::string> digestOf(const File& file, const std::string& name) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
   unsigned int size = 0;
   if (!works || EVP_DigestFinal_ex(context.get(), digest.data(), &size) != 1) {
-    return fail("the crypto library gave no digest of '" + name + "'");
+    return fail("the crypto library returned no digest of '" + name + "'");
   }
   return hexOf(digest.data(), size);
 }
@@ -78,7 +78,7 @@ Expected<std::string> digestOf(const File& file, const std::string& name) {
 Expected<std::string> sha256Of(const std::string& path) {
   const File file(path);
   if (!file.isOpen()) return cannotRead(path);
-  if (!file.isRegular()) return fail("'" + path + "' is no regular file");
+  if (!file.isRegular()) return fail("'" + path + "' is not a regular file");
   return digestOf(file, path);
 }
 

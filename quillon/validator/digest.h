@@ -1,4 +1,4 @@
-// SHA-256 digests of files.
+// Computes SHA-256 digests of files.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 namespace quillon::validator {
 
-// 64 lower-case hexadecimal digits. Reads regular files only and follows no symbolic link in the
-// path's last component.
+// Returns the digest of a regular file as 64 lower-case hexadecimal digits. Fails if the last
+// component of the path is a symbolic link.
 [[nodiscard]] Expected<std::string> sha256Of(const std::string& file);
 
 }  // namespace quillon::validator

@@ -7,9 +7,9 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <optional>
+
+#include "quillon/base/files.h"
 
 namespace quillon::validator {
 namespace {
@@ -46,7 +46,7 @@ bool isPath(const std::string& text) {
          text.find('\0') == std::string::npos;
 }
 
-// Reads one document; keeps the first mistake.
+// Interprets a policy document. Reports the first mistake.
 class PolicyReader {
  public:
   PolicyReader(std::string name, const toml::table& document)
@@ -69,7 +69,7 @@ class PolicyReader {
   void mistake(const toml::node& where, std::string_view key, const std::string& what,
                std::string remedy) {
     if (failure_) return;
-    // The top table has no place of its own in the file.
+    // The top table has no line number.
     const auto line = std::max<toml::source_index>(where.source().begin.line, 1);
     failure_ =
         Failure{name_ + ":" + std::to_string(line) + ": key '" + std::string(key) + "' " + what,
@@ -83,7 +83,7 @@ class PolicyReader {
       for (const std::string_view known : kKeys) {
         all += (all.empty() ? "" : ", ") + std::string(known);
       }
-      mistake(node, key.str(), "is unknown", "the keys here are " + all);
+      mistake(node, key.str(), "is unknown", "the known keys are " + all);
     }
   }
 
@@ -106,13 +106,14 @@ class PolicyReader {
     const toml::node* node = document_.get(key);
     if (node == nullptr) return all;
     if (!node->is_array()) {
-      mistake(*node, key, "is no list", remedy);
+      mistake(*node, key, "is not a list", remedy);
       return all;
     }
     for (const toml::node& item : *node->as_array()) {
       const auto value = item.value_exact<std::string>();
       if (!value || !rule(*value)) {
-        mistake(item, key, value ? "holds '" + *value + "'" : "holds something else than texts",
+        mistake(item, key,
+                value ? "contains '" + *value + "'" : "contains a value that is not a string",
                 remedy);
       }
       all.push_back(value.value_or(""));
@@ -120,7 +121,7 @@ class PolicyReader {
     return all;
   }
 
-  // Without final slashes.
+  // Returns the paths of a list without final slashes.
   std::vector<std::string> paths(std::string_view key) {
     std::vector<std::string> all = texts(key, isPath, kPathRemedy);
     for (std::string& path : all) {
@@ -134,33 +135,21 @@ class PolicyReader {
   std::optional<Failure> failure_;
 };
 
-Expected<std::string> contentOf(const fs::path& file) {
-  std::error_code error;
-  const fs::file_status status = fs::status(file, error);
-  // Not opened, since the open of a FIFO waits.
-  const bool isOther = fs::exists(status) && !fs::is_regular_file(status);
-  std::ifstream stream;
-  if (!isOther) stream.open(file, std::ios::binary);
-  const int cause = errno;
-  if (stream.is_open()) {
-    return std::string(std::istreambuf_iterator<char>(stream), {});
-  }
-  return fail("cannot read the policy '" + file.string() +
-                  "': " + (isOther ? "no regular file" : std::strerror(cause)),
-              "name a readable TOML file");
-}
-
 }  // namespace
 
 Expected<Policy> readPolicy(const fs::path& file) {
-  const auto content = contentOf(file);
-  if (!content) return tl::unexpected(content.error());
+  const auto content = readWholeFile(file);
+  if (!content) {
+    const std::string reason = errno == EINVAL ? "not a regular file" : std::strerror(errno);
+    return fail("cannot read the policy '" + file.string() + "': " + reason,
+                "name a readable TOML file");
+  }
   try {
     const toml::table document = toml::parse(*content, file.string());
     return PolicyReader(file.string(), document).read();
   } catch (const toml::parse_error& error) {
     return fail(file.string() + ":" + std::to_string(error.source().begin.line) +
-                    ": this is no TOML: " + std::string(error.description()),
+                    ": invalid TOML: " + std::string(error.description()),
                 "correct it there");
   }
 }

@@ -17,12 +17,12 @@ namespace quillon::validator {
 
 struct Policy {
   bool allowsByDefault = false;
-  std::vector<std::string> deniedPaths;   // absolute, in their shortest form, without final slash
+  std::vector<std::string> deniedPaths;   // absolute, normalized, without final slash
   std::vector<std::string> allowedPaths;  // the same
   std::set<std::string> allowedDigests;   // SHA-256, lower-case hexadecimal
 };
 
-// The failure names file, line, key and remedy.
+// Reads a policy file. The failure names file, line and key.
 [[nodiscard]] Expected<Policy> readPolicy(const std::filesystem::path& file);
 
 }  // namespace quillon::validator

@@ -8,11 +8,12 @@ namespace quillon::validator {
 namespace {
 
 constexpr std::string_view kKeyword = "RequestForDllValidation:";
-// What one read of the server returns at most. A text of this length had no line end to drop, so
-// its last request goes on in the next text; a shorter one ends where a client's write ended.
-constexpr std::size_t kFullText = 1023;
-// Nothing longer is a request: a path has at most 4095 bytes.
-constexpr std::size_t kLongestRequest = 8192;
+// The maximum length of one read of the server. In a text of this length, the last request
+// continues in the next text. A shorter text ends at the end of a client's write, whose line end
+// the server has removed.
+constexpr std::size_t kMaxText = 1023;
+// A path has at most 4095 bytes, so a longer text is not a request.
+constexpr std::size_t kMaxRequest = 8192;
 
 Request malformed(Request request, std::string wrong) {
   request.wrong = std::move(wrong);
@@ -38,13 +39,13 @@ Request parseRequest(const std::string& text) {
     return malformed(request, "has no process id");
   }
   request.path.assign(next + 1, end);
-  if (!isPlainPath(request.path)) return malformed(request, "holds no absolute, canonical path");
+  if (!isPlainPath(request.path)) return malformed(request, "has no absolute, canonical path");
   return request;
 }
 
 std::vector<Request> RequestReader::take(std::string_view text) {
   pending_ += text;
-  if (text.size() < kFullText || pending_.size() > kLongestRequest) pending_ += '\n';
+  if (text.size() < kMaxText || pending_.size() > kMaxRequest) pending_ += '\n';
   std::vector<std::string> whole;
   std::size_t begin = 0;
   for (std::size_t end; (end = pending_.find('\n', begin)) != std::string::npos; begin = end + 1) {

@@ -1,8 +1,9 @@
-// Requests as they come out of create_pipe_server, docs/dll-validation.md:
+// Parses the requests that create_pipe_server passes to its callback, docs/dll-validation.md:
 //
 //   RequestForDllValidation:<process id>:<path> NEWLINE
 //
-// A text of the server may hold several requests, and a long one may come in several texts.
+// A text of the server may contain several requests, and a long request may be split into several
+// texts.
 #pragma once
 
 #include <sys/types.h>
@@ -14,27 +15,25 @@
 namespace quillon::validator {
 
 struct Request {
-  std::string text;  // as it came
-  // Who asks; 0 where no number can be read. Nobody waits for an answer to a text that does not
-  // begin as a request.
-  bool isRequest = false;
-  pid_t process = 0;
-  std::string path;   // absolute; empty where the request is malformed
-  std::string wrong;  // what is malformed; else empty
+  std::string text;        // unchanged
+  bool isRequest = false;  // false: the text lacks the keyword, so no process waits for an answer
+  pid_t process = 0;       // of the requester; 0 if the text has no process id
+  std::string path;        // absolute; empty if the request is malformed
+  std::string wrong;       // what is malformed; else empty
 };
 
-// Reads one request, without its line end. A line without the keyword that follows a request
-// belongs to that one's path, which makes it malformed.
+// Parses one request without its line end. A line without the keyword counts as a part of the path
+// of the request before it, which makes that request malformed.
 [[nodiscard]] Request parseRequest(const std::string& text);
 
-// Puts together what the server's reads took apart.
+// Reassembles requests that are split over several texts of the server.
 class RequestReader {
  public:
-  // The requests that are whole after one more text of the server.
+  // Returns the requests that are complete after another text of the server.
   [[nodiscard]] std::vector<Request> take(std::string_view text);
 
  private:
-  std::string pending_;  // of a request whose end has not come yet
+  std::string pending_;  // the beginning of an incomplete request
 };
 
 }  // namespace quillon::validator

@@ -17,9 +17,9 @@
 #include "quillon/base/descriptor.h"
 #include "quillon/host/plugin/plugin_library.h"
 #include "quillon/validator/answer_pipe.h"
-#include "quillon/validator/asker.h"
 #include "quillon/validator/decision.h"
 #include "quillon/validator/request.h"
+#include "quillon/validator/requester.h"
 #include "workstation/log_tail.h"
 
 namespace quillon::validator {
@@ -27,15 +27,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// At most 20 bytes: five of them in each of ten lines are one read of the asker's.
+// At most 20 bytes, so that even fifty of them, five in each of ten lines, fit into one read of the
+// requester.
 constexpr char kYes[] = "OK";
 constexpr char kNo[] = "FAIL";
 constexpr char kMalformed[] = "FAIL malformed";
 
-constexpr char kSecondValidator[] = "end that one first; a second one would take its pipes away";
+constexpr char kSecondValidator[] = "stop it first; a second validator would remove its pipes";
 
-// One line on the terminal, whatever bytes a request holds.
-void say(const std::string& text) {
+// Prints one line to standard output. Replaces control characters, since a request may contain any
+// bytes.
+void printLine(const std::string& text) {
   std::string line;
   for (const char c : text) {
     const bool isControl = static_cast<unsigned char>(c) < ' ' || c == '\x7f';
@@ -50,40 +52,41 @@ std::string describe(const Request& request, const Decision& decision) {
          std::to_string(request.process) + ": " + decision.reason;
 }
 
-// The writing end; none, with errno ENXIO, where no process reads the pipe.
+// Opens the write end. Fails with ENXIO if no process has the pipe open for reading.
 Descriptor openRequestPipe() {
   return Descriptor(open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
 }
 
-// Whether a launch waits for answers in its turn: only one does, and it holds the request pipe.
+// Whether a launch waits for answers. Launches take turns: the one that waits locks the request
+// pipe.
 bool isTurnTaken() {
   const Descriptor pipe = openRequestPipe();
   return pipe && flock(pipe.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
-// An answer to a launch that was interrupted would go to the next one, which is in its turn by
-// then, and leave every later answer one request behind. Without turns any one that waits may take
-// it: as many answers as requests leave nobody waiting.
+// Whether to withhold the answer to a requester that has ended. If another launch has taken its
+// turn since, that launch would read the answer, and every later answer would be one request late.
+// Without turns, any waiting process may read it, so every request must get an answer.
 bool isAbandoned(pid_t process) { return process > 0 && hasEnded(process) && isTurnTaken(); }
 
-// The serving thread's side: one request text after the other.
-class Desk {
+// Handles the requests, in the serving thread.
+class RequestHandler {
  public:
-  Desk(const Policy& policy, const host::PluginLibrary& plugin)
+  RequestHandler(const Policy& policy, const host::PluginLibrary& plugin)
       : policy_(policy), plugin_(plugin) {}
 
-  void take(const char* text) {
+  void handle(const char* text) {
     for (const Request& request : reader_.take(text)) answer(request);
   }
 
  private:
   void answer(const Request& request) {
     if (!request.wrong.empty()) {
-      say("malformed request '" + request.text + "': " + request.wrong);
+      printLine("malformed request '" + request.text + "': " + request.wrong);
       if (request.isRequest) send(request, kMalformed);
     } else {
       const Decision decision = decide(policy_, request.path);
-      say(describe(request, decision));
+      printLine(describe(request, decision));
       send(request, decision.allowed ? kYes : kNo);
     }
   }
@@ -92,14 +95,14 @@ class Desk {
     const std::string process = "process " + std::to_string(request.process);
     switch (deliver([&] { plugin_.createPipeClient(message); },
                     [&] { return isAbandoned(request.process); })) {
-      case Delivery::kTaken:
+      case Delivery::kRead:
         return;
-      case Delivery::kNobody:
-        return say("not answered: nobody waits any more, " + process + " asked");
-      case Delivery::kWithdrawn:
-        return say("withdrawn: nobody took the answer to " + process);
+      case Delivery::kNoReader:
+        return printLine("not answered: " + process + " no longer waits");
+      case Delivery::kDiscarded:
+        return printLine("discarded: no process read the answer to " + process);
       case Delivery::kNoPipe:
-        return say("the answer pipe is gone; " + process + " was not answered");
+        return printLine("not answered: the answer pipe of " + process + " is gone");
     }
   }
 
@@ -108,18 +111,19 @@ class Desk {
   RequestReader reader_;
 };
 
-Desk* desk = nullptr;  // the server's callback has no data of ours; lives as long as the process
+// Global, since the server passes no user data to its callback. Never deleted.
+RequestHandler* requestHandler = nullptr;
 
-void onRequest(const char* text, void* /*userData*/) { desk->take(text); }
+void onRequest(const char* text, void* /*userData*/) { requestHandler->handle(text); }
 
-// Whether somebody reads the request pipe: a server does from its first moment on.
+// Whether a process has the request pipe open for reading. A server does from its start.
 bool isServed() {
   const Descriptor pipe = openRequestPipe();
   struct stat status {};
   return pipe && fstat(pipe.get(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-// Held until the process ends, so that of two that start at once one finds the other.
+// Locks the folder until the process ends, so that of two validators that start at once one fails.
 Expected<void> claimPipes() {
   const std::string folder = fs::path(QUILLON_DLL_REQUEST_PIPE).parent_path();
   Descriptor claim(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -142,20 +146,22 @@ sigset_t endSignals() {
   return signals;
 }
 
-bool endWasAsked(std::chrono::milliseconds patience) {
+bool endRequested(std::chrono::milliseconds timeout) {
   const sigset_t signals = endSignals();
-  const timespec time{0, std::chrono::nanoseconds(patience).count()};
+  const timespec time{0, std::chrono::nanoseconds(timeout).count()};
   return sigtimedwait(&signals, nullptr, &time) > 0;
 }
 
-// Libraries are compared by canonical paths, so an entry with a link in it would deny nothing.
+// Fails if a denied path contains a symbolic link: it would deny nothing, since the paths of
+// libraries are canonical.
 Expected<void> checkDeniedPaths(const Policy& policy) {
   for (const std::string& path : policy.deniedPaths) {
     std::error_code error;
     const std::string canonical = fs::weakly_canonical(path, error).string();
     if (error) {
-      return fail(kServiceFailed, {"cannot follow '" + path + "' of deny-paths: " + error.message(),
-                                   "write the path of a folder or file that can be reached"});
+      return fail(kServiceFailed,
+                  {"cannot resolve '" + path + "' of deny-paths: " + error.message(),
+                   "write the path of a reachable folder or file"});
     }
     if (canonical != path) {
       return fail(kServiceFailed,
@@ -171,7 +177,7 @@ bool isPipe(const char* path) {
   return lstat(path, &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-// Ours, since claimPipes() said so.
+// After claimPipes(), the pipes are ours.
 void removePipes() {
   for (const char* pipe : {QUILLON_DLL_REQUEST_PIPE, QUILLON_DLL_ANSWER_PIPE}) {
     if (isPipe(pipe)) unlink(pipe);
@@ -181,33 +187,33 @@ void removePipes() {
 tl::unexpected<Failure> serverEnded() {
   return fail(kServiceFailed,
               {"the plug-in's server ended; it logged: " + workstation::lastErrorMessage(),
-               "see that " + fs::path(QUILLON_DLL_REQUEST_PIPE).parent_path().string() +
-                   " of the device root can be written"});
+               "make " + fs::path(QUILLON_DLL_REQUEST_PIPE).parent_path().string() +
+                   " of the device root writable"});
 }
 
-// The server goes on without a pipe to answer through, and nobody would ever be answered.
+// The server continues to run without an answer pipe, but no request would be answered.
 tl::unexpected<Failure> noAnswerPipe() {
   return fail(kServiceFailed,
-              {"the plug-in's server could not make '" QUILLON_DLL_ANSWER_PIPE "'; it logged: " +
+              {"the plug-in's server could not create '" QUILLON_DLL_ANSWER_PIPE "'; it logged: " +
                    workstation::lastErrorMessage(),
-               "move what has that name in the device root away"});
+               "move the file of that name in the device root away"});
 }
 
-// Until it is asked to end.
-Expected<void> serveUntilAsked(const host::PluginLibrary& plugin) {
+// Serves until a signal requests the end.
+Expected<void> serveUntilSignal(const host::PluginLibrary& plugin) {
   static std::atomic<bool> ended = false;
   std::thread([server = plugin.createPipeServer] {
     server(onRequest);
     ended = true;
   }).detach();
   bool ready = false;
-  for (bool asked = false; !asked;
-       asked = endWasAsked(std::chrono::milliseconds(ready ? 200 : 1))) {
+  for (bool requested = false; !requested;
+       requested = endRequested(std::chrono::milliseconds(ready ? 200 : 1))) {
     if (ended) return serverEnded();
     if (!ready && isServed()) {
       if (!isPipe(QUILLON_DLL_ANSWER_PIPE)) return noAnswerPipe();
       ready = true;
-      say("validator ready");
+      printLine("validator ready");
     }
   }
   return {};
@@ -222,12 +228,12 @@ Expected<void> serve(const Policy& policy, const fs::path& file) {
   RETURN_IF_FAILED(claimPipes());
   static const host::PluginLibrary plugin = *library;
   static const Policy rules = policy;
-  desk = new Desk(rules, plugin);
-  // The serving thread inherits both.
+  requestHandler = new RequestHandler(rules, plugin);
+  // The serving thread inherits the signal mask and the disposition of SIGPIPE.
   const sigset_t signals = endSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   signal(SIGPIPE, SIG_IGN);
-  auto served = serveUntilAsked(plugin);
+  auto served = serveUntilSignal(plugin);
   removePipes();
   return served;
 }

@@ -1,4 +1,4 @@
-// A validator process: answers applications that ask whether a library may be loaded.
+// A validator process: answers the requests of applications whether they may load a library.
 #pragma once
 
 #include <filesystem>
@@ -9,13 +9,13 @@
 
 namespace quillon::validator {
 
-// Serves the pipes of the device root that the process is in, through the plug-in's own
-// create_pipe_server and create_pipe_client, and prints one line for each request. Returns after
-// SIGINT, SIGTERM or SIGHUP, with the pipes removed; the serving thread lives on, so the caller
-// ends the process without more ado.
+// Serves the pipes of the device root that the process has entered, with the plug-in's
+// create_pipe_server and create_pipe_client. Prints one line for each request. After SIGINT,
+// SIGTERM or SIGHUP it removes the pipes and returns. The serving thread still runs then, so the
+// caller must call _exit(2) next.
 //
-// The process must have one thread and serves once. Fails where a validator runs already, where the
-// plug-in cannot be loaded and where the pipes cannot be made.
+// The process must have one thread and may call this once. Fails if a validator runs already, if
+// the plug-in cannot be loaded, or if the pipes cannot be created.
 [[nodiscard]] Expected<void> serve(const Policy& policy, const std::filesystem::path& plugin);
 
 }  // namespace quillon::validator

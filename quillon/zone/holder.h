@@ -1,4 +1,4 @@
-// The process that keeps a zone's namespaces.
+// The holder: a process that keeps the namespaces of a zone alive.
 #pragma once
 
 #include <sys/types.h>
@@ -12,9 +12,9 @@
 
 namespace quillon::zone {
 
-// Forks the holder and returns its id once the zone is complete and its state written; the holder
-// then lets go of `states`. On failure there is no holder left, and the state may have to be
-// forgotten.
+// Forks the holder. Returns its process id when the zone is complete and its state is written; the
+// holder then has closed its copy of `states`. After a failure no holder runs, but the caller must
+// call StateFolder::forget(), since parts of the state may exist.
 [[nodiscard]] Expected<pid_t> startHolder(const std::filesystem::path& device,
                                           const std::string& name,
                                           const std::vector<std::filesystem::path>& visible,

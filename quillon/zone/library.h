@@ -1,4 +1,4 @@
-// The zone library in a device root.
+// Installs the zone library in device roots.
 #pragma once
 
 #include <filesystem>
@@ -7,8 +7,8 @@
 
 namespace quillon::zone {
 
-// Puts a copy of this build's zone library at its place in the device root. One that is there
-// stays, since it may be the device's own.
+// Copies this build's zone library to the device root. Keeps an existing library, since it may be
+// the device's own.
 [[nodiscard]] Expected<void> placeLibrary(const std::filesystem::path& device);
 
 }  // namespace quillon::zone

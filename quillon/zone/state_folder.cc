@@ -10,6 +10,9 @@
 #include <system_error>
 #include <utility>
 
+#include "quillon/base/files.h"
+#include "quillon/device/device_root.h"
+
 namespace quillon::zone {
 namespace {
 
@@ -17,28 +20,24 @@ namespace fs = std::filesystem;
 using workstation::isZoneName;
 using workstation::ZoneHolder;
 
-fs::path inDevice(const fs::path& device, const char* path) {
-  return device / fs::path(path).relative_path();
-}
-
 Expected<void> makeFolder(const fs::path& folder) {
   std::error_code error;
   fs::create_directories(folder, error);
   if (error) {
-    return fail("cannot make the folder '" + folder.string() + "': " + error.message(),
+    return fail("cannot create the folder '" + folder.string() + "': " + error.message(),
                 "let the device root's owner run this");
   }
   return {};
 }
 
 Descriptor openDirectory(const fs::path& folder) {
-  return Descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
-// None, with errno set, where it cannot be locked.
+// Returns an invalid descriptor with errno set if the folder cannot be locked.
 Descriptor lockDirectory(const fs::path& folder) {
   Descriptor directory = openDirectory(folder);
-  while (directory && ::flock(directory.get(), LOCK_EX) != 0) {
+  while (directory && flock(directory.get(), LOCK_EX) != 0) {
     if (errno != EINTR) {
       directory.reset();
     }
@@ -56,24 +55,20 @@ void addNames(const fs::path& folder, std::set<std::string>& names) {
   }
 }
 
-// No name of a zone begins with a dot. One is enough: writers hold the lock.
-std::string freshName(const std::string& name) { return "." + name; }
+// No zone name begins with a dot. One name is enough, since writers hold the lock.
+std::string temporaryName(const std::string& name) { return "." + name; }
 
 bool writeFile(int directory, const std::string& name, const std::string& text) {
-  const int file = ::openat(directory, name.c_str(),
-                            O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
-  if (file < 0) {
-    return false;
-  }
-  const bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  return ::close(file) == 0 && written;
+  const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
+  Descriptor file(openat(directory, name.c_str(), flags, 0644));
+  return file && writeAll(file.get(), text) && close(file.release()) == 0;
 }
 
 }  // namespace
 
 StateFolder::StateFolder(const fs::path& device, Descriptor directory)
-    : states_(inDevice(device, workstation::kZoneStateDirectory)),
-      zones_(inDevice(device, workstation::kZoneDirectory)),
+    : states_(device::pathInDevice(device, workstation::kZoneStateDirectory)),
+      zones_(device::pathInDevice(device, workstation::kZoneDirectory)),
       directory_(std::move(directory)) {}
 
 Expected<StateFolder> StateFolder::lock(const fs::path& device) {
@@ -87,7 +82,7 @@ Expected<StateFolder> StateFolder::lock(const fs::path& device) {
 }
 
 StateFolder StateFolder::view(const fs::path& device) {
-  const fs::path states = inDevice(device, workstation::kZoneStateDirectory);
+  const fs::path states = device::pathInDevice(device, workstation::kZoneStateDirectory);
   return {device, openDirectory(states)};
 }
 
@@ -118,12 +113,12 @@ Expected<void> StateFolder::show(const std::string& name) const {
 }
 
 Expected<void> StateFolder::write(const std::string& name) const {
-  const pid_t self = ::getpid();
+  const pid_t self = getpid();
   const std::string text =
       std::to_string(self) + " " + std::to_string(workstation::startTimeOf(self)) + "\n";
-  const std::string fresh = freshName(name);
-  if (!writeFile(descriptor(), fresh, text) ||
-      ::renameat(descriptor(), fresh.c_str(), descriptor(), name.c_str()) != 0) {
+  const std::string temporary = temporaryName(name);
+  if (!writeFile(descriptor(), temporary, text) ||
+      renameat(descriptor(), temporary.c_str(), descriptor(), name.c_str()) != 0) {
     return fail("cannot write '" + (states_ / name).string() + "': " + std::strerror(errno));
   }
   return {};
@@ -131,9 +126,10 @@ Expected<void> StateFolder::write(const std::string& name) const {
 
 Expected<void> StateFolder::forget(const std::string& name) const {
   std::error_code error;
-  for (const fs::path& path : {states_ / freshName(name), states_ / name, zones_ / name}) {
+  for (const fs::path& path : {states_ / temporaryName(name), states_ / name, zones_ / name}) {
     if (fs::remove(path, error); error) {
-      return fail("cannot remove '" + path.string() + "': " + error.message(), "remove it by hand");
+      return fail("cannot remove '" + path.string() + "': " + error.message(),
+                  "remove it yourself");
     }
   }
   return {};

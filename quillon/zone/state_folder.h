@@ -1,5 +1,5 @@
-// What a device root keeps about its zones, seen from outside it: the states, and the folders by
-// which processes outside a zone know that it runs.
+// The files about zones in a device root, accessed from outside it: the state files, and the
+// folders by which processes outside a zone recognize that it runs.
 #pragma once
 
 #include <filesystem>
@@ -14,26 +14,27 @@ namespace quillon::zone {
 
 class StateFolder {
  public:
-  // Makes the folder where it is missing, and waits until no other process holds it. The lock ends
-  // with the last process that has it: a child that this one forks has it too.
+  // Creates the folder if it is missing, and waits for the lock. A child process inherits the lock,
+  // which ends when the last process with the descriptor closes it.
   [[nodiscard]] static Expected<StateFolder> lock(const std::filesystem::path& device);
-  // For reading only; works where nothing was ever started.
+  // Opens the folder for reading only. Works if no zone was ever started.
   [[nodiscard]] static StateFolder view(const std::filesystem::path& device);
 
-  // Of running zones and of what others left behind.
+  // Returns the names of running zones and of zones that were not stopped.
   [[nodiscard]] std::set<std::string> names() const;
   [[nodiscard]] bool knows(const std::string& name) const;
-  // A descriptor (pidfd) of the zone's holder, whose id goes to `pid`; none when it does not run.
+  // Returns a descriptor (pidfd) of the zone's holder and stores its id in `pid`. Returns an
+  // invalid descriptor if the holder does not run.
   [[nodiscard]] Descriptor openHolder(const std::string& name, pid_t& pid) const;
 
-  // Makes "/zone/NAME".
+  // Creates "/zone/NAME".
   [[nodiscard]] Expected<void> show(const std::string& name) const;
-  // Writes that the calling process holds the zone.
+  // Records the calling process as the holder of the zone.
   [[nodiscard]] Expected<void> write(const std::string& name) const;
   // Removes the state, then "/zone/NAME".
   [[nodiscard]] Expected<void> forget(const std::string& name) const;
 
-  // The lock's descriptor.
+  // Returns the descriptor that holds the lock.
   [[nodiscard]] int descriptor() const { return directory_.get(); }
 
  private:

@@ -22,22 +22,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kEndsWithinMs = 5000;
+constexpr int kEndTimeoutMs = 5000;
 
 std::string startCommand(const fs::path& device, const std::string& name) {
   return "quillon zone start " + name + " --device " + device.string();
 }
 
-// The device root's canonical path.
+// Returns the device root's canonical path.
 Expected<fs::path> openDevice(const fs::path& device) {
-  if (auto record = device::readRecord(device); !record) {
+  if (const auto record = device::readRecord(device); !record) {
     return fail(kNoDeviceRoot, record.error());
   }
   std::error_code error;
   return fs::canonical(device, error);
 }
 
-// Folders of the device are read-only under their own paths in there.
+// Fails inside a device root, since the zone folders are read-only under their machine paths there.
 Expected<fs::path> openDeviceForChange(const fs::path& device, const std::string& name) {
   if (!workstation::isZoneName(name.c_str())) {
     return fail(kUsage, {"'" + name + "' cannot be the name of a zone",
@@ -45,7 +45,7 @@ Expected<fs::path> openDeviceForChange(const fs::path& device, const std::string
   }
   if (const auto inside = device::current()) {
     return fail(kNoNamespace, {"this process is inside the device root '" + inside->string() +
-                                   "', and zones are run from outside",
+                                   "', and zones are started and stopped from outside",
                                "leave its shell first"});
   }
   return openDevice(device);
@@ -53,16 +53,16 @@ Expected<fs::path> openDeviceForChange(const fs::path& device, const std::string
 
 bool waitForEnd(int holder, int milliseconds) {
   pollfd ended{holder, POLLIN, 0};
-  return ::poll(&ended, 1, milliseconds) > 0;
+  return poll(&ended, 1, milliseconds) > 0;
 }
 
-// Returns 0 or an errno value.
+// Ends the process of the pidfd `holder`. Returns 0 or an errno value.
 int end(int holder) {
   for (const int signal : {SIGTERM, SIGKILL}) {
-    if (::syscall(SYS_pidfd_send_signal, holder, signal, nullptr, 0) != 0 && errno != ESRCH) {
+    if (syscall(SYS_pidfd_send_signal, holder, signal, nullptr, 0) != 0 && errno != ESRCH) {
       return errno;
     }
-    if (waitForEnd(holder, kEndsWithinMs)) {
+    if (waitForEnd(holder, kEndTimeoutMs)) {
       return 0;
     }
   }
@@ -78,18 +78,19 @@ bool isNumber(const std::string& text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-std::vector<pid_t> companionsOf(pid_t holder) {
-  std::vector<pid_t> companions;
+// Returns the other processes in the zone of `holder`.
+std::vector<pid_t> processesBeside(pid_t holder) {
+  std::vector<pid_t> processes;
   const std::string zone = mountNamespaceOf(std::to_string(holder));
   std::error_code error;
   for (fs::directory_iterator entry("/proc", error), end; !zone.empty() && !error && entry != end;
        entry.increment(error)) {
     const std::string process = entry->path().filename().string();
     if (isNumber(process) && mountNamespaceOf(process) == zone && std::stoi(process) != holder) {
-      companions.push_back(std::stoi(process));
+      processes.push_back(std::stoi(process));
     }
   }
-  return companions;
+  return processes;
 }
 
 Zone describe(const StateFolder& states, const std::string& name) {
@@ -97,12 +98,12 @@ Zone describe(const StateFolder& states, const std::string& name) {
   pid_t holder = -1;
   if (const Descriptor running = states.openHolder(name, holder)) {
     zone.holder = holder;
-    zone.processes = companionsOf(holder);
+    zone.processes = processesBeside(holder);
   }
   return zone;
 }
 
-// Everything that has to be there before the holder enters.
+// Creates the files that must exist before the holder enters the device root.
 Expected<void> prepare(const fs::path& device, const std::string& name, const StateFolder& states) {
   RETURN_IF_FAILED(states.forget(name));
   RETURN_IF_FAILED(placeLibrary(device));
@@ -113,11 +114,8 @@ Expected<void> prepare(const fs::path& device, const std::string& name, const St
 
 Expected<pid_t> start(const fs::path& device, const std::string& name,
                       const std::vector<fs::path>& visible) {
-  const auto root = openDeviceForChange(device, name);
-  if (!root) {
-    return tl::unexpected(root.error());
-  }
-  const auto states = StateFolder::lock(*root);
+  ASSIGN_OR_RETURN(const fs::path root, openDeviceForChange(device, name));
+  const auto states = StateFolder::lock(root);
   if (!states) {
     return fail(kServiceFailed, states.error());
   }
@@ -126,29 +124,26 @@ Expected<pid_t> start(const fs::path& device, const std::string& name,
                                  std::to_string(zone.holder),
                              ""});
   }
-  if (auto prepared = prepare(*root, name, *states); !prepared) {
+  if (auto prepared = prepare(root, name, *states); !prepared) {
     return fail(kServiceFailed, prepared.error());
   }
-  auto holder = startHolder(*root, name, visible, *states);
+  auto holder = startHolder(root, name, visible, *states);
   if (!holder) {
-    // What cannot be removed now, the next start or stop removes.
+    // The next start or stop removes what cannot be removed now.
     [[maybe_unused]] const auto forgotten = states->forget(name);
   }
   return holder;
 }
 
 Expected<Stopped> stop(const fs::path& device, const std::string& name) {
-  const auto root = openDeviceForChange(device, name);
-  if (!root) {
-    return tl::unexpected(root.error());
-  }
-  const auto states = StateFolder::lock(*root);
+  ASSIGN_OR_RETURN(const fs::path root, openDeviceForChange(device, name));
+  const auto states = StateFolder::lock(root);
   if (!states) {
     return fail(kServiceFailed, states.error());
   }
   if (!states->knows(name)) {
-    return fail(kZoneState, {"no zone '" + name + "' runs in '" + root->string() + "'",
-                             "start it: " + startCommand(*root, name)});
+    return fail(kZoneState, {"no zone '" + name + "' runs in '" + root.string() + "'",
+                             "start it: " + startCommand(root, name)});
   }
   pid_t pid = -1;
   const Descriptor holder = states->openHolder(name, pid);
@@ -166,11 +161,8 @@ Expected<Stopped> stop(const fs::path& device, const std::string& name) {
 }
 
 Expected<std::vector<Zone>> list(const fs::path& device) {
-  const auto root = openDevice(device);
-  if (!root) {
-    return tl::unexpected(root.error());
-  }
-  const StateFolder states = StateFolder::view(*root);
+  ASSIGN_OR_RETURN(const fs::path root, openDevice(device));
+  const StateFolder states = StateFolder::view(root);
   std::vector<Zone> zones;
   for (const std::string& name : states.names()) {
     zones.push_back(describe(states, name));

@@ -1,4 +1,4 @@
-// Telling the plug-in which application runs: who is let through, and who is not.
+// plugin_set_app_info: which applications the plug-in accepts and which it refuses.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -31,7 +31,7 @@ class AppInfo : public DeviceLaunch {
   DriverRun launch(const std::string& exec, const std::string& id = kApp) {
     return run({"initialize=inhouse", "set_app_info=" + id + "," + exec, "process_name"}, kApp);
   }
-  // Refused: status 0 and no step after it, with `error` as the last line.
+  // Expects a refusal: status 0, no further step, and `error` as the last log line.
   static void expectRefused(const DriverRun& launched, const std::string& error) {
     EXPECT_EQ(launched.status, 0);
     EXPECT_EQ(launched.results.size(), 1U) << launched.output;
@@ -39,11 +39,12 @@ class AppInfo : public DeviceLaunch {
   }
 };
 
-TEST_F(AppInfo, LetsAPrivilegedApplicationThrough) {
+TEST_F(AppInfo, AcceptsAPrivilegedApplication) {
   const DriverRun launched = launch(kExec);
   EXPECT_EQ(launched.result("process_name"), "DN_e.weatherapp");
   std::vector<std::string> lines = launched.linesFrom("4 [quillon-tv-plugin] plugin_set_app_info");
-  lines.resize(std::min<std::size_t>(lines.size(), 11));  // what follows is not the strategy's
+  lines.resize(
+      std::min<std::size_t>(lines.size(), 11));  // the following lines are not from the strategy
   EXPECT_THAT(lines,
               ElementsAre("4 [quillon-tv-plugin] plugin_set_app_info", "3 Decorator::SetAppInfo",
                           "4 ### SetAppInfo ###", "4 ### HasPlatformPrivilege() called ###",
@@ -93,7 +94,7 @@ TEST_F(AppInfo, AllowsTheThreePlaces) {
   }
 }
 
-TEST_F(AppInfo, AnEmptyIdIsLaunchedAllTheSame) {
+TEST_F(AppInfo, AcceptsAnEmptyId) {
   const DriverRun launched = launch(kExec, "");
   EXPECT_EQ(launched.result("process_name"), "DN_");
   for (const std::string& marker : launched.markers) {

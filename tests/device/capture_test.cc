@@ -1,4 +1,4 @@
-// The capture of standard output and error by the built plug-in.
+// The built plug-in captures standard output and error.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -17,7 +17,7 @@ using ::testing::Not;
 
 class Capture : public DeviceLaunch {
  protected:
-  // The device paths of the error files that launches left.
+  // Returns the device paths of the error files of all launches.
   std::vector<std::string> errorFiles() const {
     std::vector<std::string> paths;
     for (const auto& entry : fs::directory_iterator(onMachine("/tmp"))) {
@@ -45,7 +45,7 @@ TEST_F(Capture, BothStreamsReachTheLogAndErrorsTheirFile) {
   EXPECT_EQ(read(errorFiles()[0]), "first complaint\nsecond 100%s\n");
 }
 
-TEST_F(Capture, StartsOnceHoweverOftenItIsAskedFor) {
+TEST_F(Capture, StartsOnlyOnce) {
   const DriverRun launched =
       run({"initialize=inhouse", "has_log_control", "has_log_control", "threads"});
   EXPECT_EQ(count(launched, "3 Run TV Logging Thread"), 1U);

@@ -1,4 +1,4 @@
-// The DLL search path of an "inhouse" application, and the file that keeps its shared directories.
+// The DLL search path of an "inhouse" application, and the cache file of its shared directories.
 #include <gmock/gmock.h>
 
 #include "tests/device/device_fixture.h"
@@ -43,13 +43,13 @@ TEST_F(CobaCache, HoldsTheDirectoryOfEveryPackageThatOffersAComponent) {
   EXPECT_EQ(read(kCache), "[START]" + path.substr(std::string(kFixed).size()) + "[END]");
 }
 
-TEST_F(CobaCache, IsUsedAsItIsWhenWhole) {
+TEST_F(CobaCache, IsUsedUnchangedIfComplete) {
   keepCaches();
   put(kCache, "[START]:/x/shared/res/[END]");
   EXPECT_EQ(launch().result("get_dll_path"), std::string(kFixed) + ":/x/shared/res/");
 }
 
-TEST_F(CobaCache, IsReplacedWhenTorn) {
+TEST_F(CobaCache, IsReplacedIfIncomplete) {
   keepCaches();
   put(kCache, "[START]:/x/shared/res/");
   const DriverRun launched = launch();
@@ -58,7 +58,7 @@ TEST_F(CobaCache, IsReplacedWhenTorn) {
   EXPECT_EQ(read(kCache), "[START][END]");
 }
 
-TEST_F(CobaCache, GoesWithTheWritableFlag) {
+TEST_F(CobaCache, IsRemovedWithTheWritableFlag) {
   put(kCache, "[START]:/x/shared/res/[END]");
   EXPECT_EQ(launch().result("get_dll_path"), kFixed);
 }

@@ -20,7 +20,7 @@ using nlohmann::json;
 constexpr char kLog[] = "/tmp/log.jsonl";
 constexpr char kTrace[] = "/tmp/trace.json";
 
-// Objects of a file that holds one a line, with or without an array around them.
+// Parses a file with one JSON object per line, with or without an array around them.
 std::vector<json> objectsOf(const std::string& text) {
   std::vector<json> result;
   std::istringstream lines(text);
@@ -55,7 +55,7 @@ int complain(const Failure& failure) {
   return 100;
 }
 
-// In the child, inside the device root. Returns only when something is wrong.
+// Runs in the child, inside the device root. Returns only on failure.
 int exec(const std::vector<std::string>& steps, const std::string& package,
          const std::vector<std::string>& manifests) {
   for (const std::string& manifest : manifests) {

@@ -1,4 +1,5 @@
-// Extra DLL directories: placeholders that lead to the application's required directories later.
+// Extra DLL directories: placeholder descriptors that later refer to the application's required
+// directories.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -18,7 +19,7 @@ constexpr char kExec[] = "/opt/usr/apps/org.example.app/bin/A.dll";
 
 class Dpc : public DeviceLaunch {
  protected:
-  // The application, which requires the packages of a ";"-joined list.
+  // An application that requires the packages of a list with separator ";".
   void require(const std::string& packages) {
     installApplication(kApp, "\"/tv/metadata/d.pc/required\" = \"" + packages + "\"");
     run({});
@@ -33,7 +34,7 @@ class Dpc : public DeviceLaunch {
     steps.insert(steps.end(), more.begin(), more.end());
     return run(steps, kApp);
   }
-  // The descriptor numbers of the placeholders.
+  // Returns the descriptor numbers of the placeholders.
   static std::vector<std::string> placeholders(const DriverRun& launched) {
     std::vector<std::string> numbers;
     std::istringstream list(launched.result("get_extra_dll_path").get<std::string>());

@@ -1,4 +1,5 @@
-// The dynamic symbol table of the built plug-in: what it defines, and what it leaves to others.
+// The dynamic symbol table of the built plug-in: the symbols that it defines and those that it
+// needs.
 #include <gmock/gmock.h>
 
 #include <cstdio>
@@ -30,12 +31,12 @@ Names matchesOf(const std::string& text, const std::string& pattern) {
   return names;
 }
 
-// Without comments and preprocessor lines.
+// Returns a header without comments and preprocessor lines.
 std::string codeOf(const std::filesystem::path& file) {
   return std::regex_replace(contentOf(file), std::regex("/\\*[^]*?\\*/|#.*"), "");
 }
 
-// What a command about a file, the plug-in, prints.
+// Returns the output of a command with a file as its argument; default: the plug-in.
 std::string told(const std::string& command, const std::string& file = QUILLON_PLUGIN) {
   const std::unique_ptr<FILE, int (*)(FILE*)> output(popen((command + " " + file).c_str(), "r"),
                                                      pclose);
@@ -46,20 +47,20 @@ std::string told(const std::string& command, const std::string& file = QUILLON_P
   return text;
 }
 
-// Names that nm prints with `option`, without versions.
+// Returns the names that nm prints with `option`, without versions.
 Names symbols(const std::string& option, const std::string& file = QUILLON_PLUGIN) {
   const std::string text = told(std::string(QUILLON_NM) + " -D --format=posix " + option, file);
   return matchesOf("\n" + text, "\n([^ @]+)");
 }
 
-// One to a line.
+// Joins the names with line ends.
 std::string toText(const Names& names) {
   std::string text;
   for (const std::string& name : names) text += name + "\n";
   return text;
 }
 
-// Functions declared in a C header, and its extern variables.
+// Returns the functions and extern variables that a C header declares.
 Names declaredIn(const std::filesystem::path& header) {
   const std::string text = codeOf(header);
   Names names = matchesOf(text, "\\b([a-z_]+[a-z_0-9]*)\\(");
@@ -70,7 +71,7 @@ Names declaredIn(const std::filesystem::path& header) {
   return names;
 }
 
-// Those that belong to the platform's services.
+// Returns the names that belong to the platform's services.
 Names symbolsOfThePlatform(const Names& all) {
   const std::regex services(
       "__dlog_.*|trace_(begin|end)|(app_info|package_info|pkgmgr|pkgmgrinfo|aul|smack|vconf)_.*");
@@ -95,7 +96,7 @@ TEST(ExportedSymbols, AreThoseOfTheVersionScript) {
   EXPECT_EQ(symbols("--defined-only"), matchesOf(text, "\\b(\\w+);"));
 }
 
-// A preloaded library must be able to stand in for any of them.
+// A preloaded library must be able to replace each of them.
 TEST(ExportedSymbols, ThePlatformIsReachedThroughTheSymbolTable) {
   const Names defined = symbols("--defined-only");
   Names platform;
@@ -107,7 +108,7 @@ TEST(ExportedSymbols, ThePlatformIsReachedThroughTheSymbolTable) {
   }
 }
 
-// The list is what the plug-in uses of the platform, no more and no less.
+// The plug-in uses exactly these functions of the platform.
 TEST(ExportedSymbols, ThePlatformFunctionsInUseAreUndefined) {
   const Names expected = {
       "__dlog_print",
@@ -155,16 +156,16 @@ TEST(ExportedSymbols, TheKernelIsReachedThroughTheSymbolTable) {
   }
 }
 
-// Signal handlers of the plug-in run no dynamic linker, and never go away.
+// The signal handlers of the plug-in must not run the dynamic linker, and must stay mapped.
 TEST(ExportedSymbols, EverythingIsBoundAtTheStartAndStaysLoaded) {
   const std::string dynamic = told(std::string(QUILLON_READELF) + " -d");
   EXPECT_EQ(matchesOf(dynamic, "FLAGS_1.*(NOW)").size(), 1U) << dynamic;
   EXPECT_EQ(matchesOf(dynamic, "FLAGS_1.*(NODELETE)").size(), 1U) << dynamic;
 }
 
-// The zone library is loaded by name when an application needs it.
-// What they hold of the C++ library is theirs: the runtime and the plug-in, which come later, have
-// to find the shared one's, and the one unwinder.
+// The program and the platform link the C++ library statically. They must not export its symbols:
+// the runtime and the plug-in, which are loaded later, must find those of the shared library, and
+// only one unwinder.
 TEST(ExportedSymbols, TheProgramAndThePlatformShowNothingOfTheCxxLibrary) {
   for (const char* file : {QUILLON_PROGRAM, QUILLON_PLATFORM}) {
     const std::string dynamic = told(std::string(QUILLON_READELF) + " -d", file);
@@ -181,6 +182,7 @@ TEST(ExportedSymbols, TheProgramAndThePlatformShowNothingOfTheCxxLibrary) {
   }
 }
 
+// The zone library is loaded by name when an application needs it.
 TEST(ExportedSymbols, NoZoneFunctionIsNeededToLoadThePlugin) {
   for (const std::string& name : symbols("--undefined-only")) {
     EXPECT_NE(name.rfind("zone_", 0), 0U) << name;

@@ -1,4 +1,4 @@
-// The exported functions of the built plug-in, as a launcher calls them.
+// Calls the exported functions of the built plug-in as a launcher does.
 #include <gmock/gmock.h>
 
 #include "tests/device/device_fixture.h"

@@ -1,12 +1,12 @@
-// libcrypto as far as the plug-in uses it, with faults: a library of its name and version that
-// hands every call on to the machine's own. Read from the environment at each check:
+// A libcrypto with injected faults: it has the name, the version and the functions that the plug-in
+// uses, and forwards the calls to the machine's libcrypto. It reads the environment at each check:
 //
-//   QUILLON_CRYPTO_FAULT=NAME         that function answers null
-//   QUILLON_CRYPTO_FAULT=NAME=RESULT  that function answers RESULT
-//   QUILLON_CRYPTO_MEMORY=N           there is memory for N allocations, then for none
+//   QUILLON_CRYPTO_FAULT=NAME         the function NAME returns null
+//   QUILLON_CRYPTO_FAULT=NAME=RESULT  the function NAME returns RESULT
+//   QUILLON_CRYPTO_MEMORY=N           N allocations succeed, all later ones fail
 //
-// A function that fails leaves an error in the queue, as the library's own do. Its names may be
-// found by dlsym(3) or be linked.
+// A failing function adds an error to the queue, as in libcrypto. Programs may link the library or
+// look its functions up with dlsym(3).
 #include <dlfcn.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
@@ -46,7 +46,7 @@ std::string variable(const char* name) {
   return value == nullptr ? "" : value;
 }
 
-// What a function is to answer instead of doing its work.
+// Returns the result that a function must return instead of its own.
 std::optional<int> faultOf(const std::string& function) {
   const std::string fault = variable("QUILLON_CRYPTO_FAULT");
   const std::size_t equals = fault.find('=');
@@ -58,7 +58,7 @@ std::optional<int> faultOf(const std::string& function) {
   return equals == std::string::npos ? 0 : std::atoi(fault.c_str() + equals + 1);
 }
 
-// The same for functions that answer a pointer.
+// The same for functions that return a pointer.
 template <typename Type>
 Type made(int result) {
   if constexpr (std::is_pointer_v<Type>) {
@@ -80,7 +80,7 @@ Type made(int result) {
 
 extern "C" {
 
-// Every check begins with it.
+// Every check calls this first.
 int ERR_set_mark() {
   const int result = real<decltype(ERR_set_mark)>("ERR_set_mark")();
   const std::string memory = variable("QUILLON_CRYPTO_MEMORY");
@@ -89,7 +89,7 @@ int ERR_set_mark() {
   }
   return result;
 }
-// And ends with it.
+// Every check calls this last.
 int ERR_pop_to_mark() {
   allocationsLeft.reset();
   return real<decltype(ERR_pop_to_mark)>("ERR_pop_to_mark")();

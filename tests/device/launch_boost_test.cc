@@ -1,4 +1,4 @@
-// The notice to a real daemon on the device's socket.
+// Sends the notice to a real daemon on the device's socket.
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -35,7 +35,7 @@ class LaunchBoostNotice : public DeviceLaunch {
   }
 };
 
-// Everything that the next connection sends.
+// Returns all bytes of the next connection.
 std::string receive(int listener) {
   pollfd waiting{listener, POLLIN, 0};
   if (poll(&waiting, 1, 5000) != 1) {

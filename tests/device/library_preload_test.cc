@@ -1,4 +1,4 @@
-// Native libraries that a prepared process loads.
+// The native libraries that a prepared process loads.
 #include <gmock/gmock.h>
 
 #include "tests/device/device_fixture.h"
@@ -41,7 +41,7 @@ TEST_F(LibraryPreload, LoadsEveryWordOfTheList) {
   EXPECT_THAT(launched.messages(6), IsEmpty());
 }
 
-TEST_F(LibraryPreload, TellsOfALibraryThatDoesNotLoadAndGoesOn) {
+TEST_F(LibraryPreload, ReportsALibraryThatDoesNotLoadAndContinues) {
   put(kList, std::string("libno-such.so\n\n  ") + kLibraries + "two.so");
   const DriverRun launched = launch();
   EXPECT_THAT(loaded(launched), ElementsAre(false, true));
@@ -63,7 +63,7 @@ TEST_F(LibraryPreload, AMissingListIsNoError) {
                   "4 [quillon-tv-plugin] process in Host. preload C# methods"));
 }
 
-TEST_F(LibraryPreload, AListThatIsADirectoryIsNone) {
+TEST_F(LibraryPreload, IgnoresAListThatIsADirectory) {
   std::filesystem::create_directories(onMachine(kList));
   const DriverRun launched = launch();
   EXPECT_EQ(launched.status, 0) << launched.output;

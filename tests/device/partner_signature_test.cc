@@ -1,4 +1,4 @@
-// The exported check_signature, with the key and the id where a device has them.
+// The exported check_signature, with the key and the id at their places in a device.
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -28,7 +28,7 @@ const std::vector<std::string> kAllowed = {"4 Signature verification OK",
                                            "4 duid comparision is success",
                                            "4 signature allow file access"};
 
-// What the plug-in says of a package, one of many on the same device.
+// The plug-in's result for one of several packages on the same device.
 struct Package {
   std::string name;
   bool isAllowed;
@@ -38,7 +38,7 @@ constexpr char kGood[] = "4 Signature verification OK";
 constexpr char kBad[] = "6 Signature verification fail...";
 constexpr char kOther[] = "6 verfication fail : duid is not valid";
 
-// A device whose id is ID1, and a package for it.
+// A device with the id ID1, and a package for it.
 class PartnerDevice : public DeviceLaunch {
  protected:
   void SetUp() override {
@@ -67,7 +67,7 @@ class PartnerDevice : public DeviceLaunch {
     fs::remove_all(onMachine(path));
     ASSERT_EQ(mkfifo(onMachine(path).c_str(), 0600), 0);
   }
-  // A package of its own below the mount.
+  // Writes another package below the mount.
   void putPackage(const std::string& name, const std::string& request,
                   const std::string& signature) {
     const fs::path folder = fs::path(kMount) / name;
@@ -80,7 +80,7 @@ class PartnerDevice : public DeviceLaunch {
 
   DriverRun check(const std::string& mount = kMount) { return run({"check_signature=" + mount}); }
 
-  // Asks about the packages in one launch.
+  // Checks the packages in one launch.
   void expectChecked(const std::vector<Package>& packages) {
     std::vector<std::string> steps;
     std::vector<std::string> lines;
@@ -131,7 +131,7 @@ TEST_F(PartnerDevice, WithoutAMountOrItsFilesNothingIsAllowed) {
   EXPECT_THAT(check().lines(), IsEmpty());
 }
 
-TEST_F(PartnerDevice, SignaturesAreTakenByTheirFirst256Bytes) {
+TEST_F(PartnerDevice, OnlyTheFirst256BytesOfASignatureCount) {
   const std::string good = key().sign(kText);
   constexpr char kSize[] = "6 The signature file size is not 256 bytes, corrupted signature file";
   putPackage("size-0", kText, "");
@@ -172,7 +172,7 @@ TEST_F(PartnerDevice, RequestsNameTheDeviceUpToTheFirstColon) {
                  refused("size-1000000", std::string(99, 'd'))});
 }
 
-TEST_F(PartnerDevice, AnIdHas99BytesAtMost) {
+TEST_F(PartnerDevice, AnIdHasAtMost99Bytes) {
   const std::string longest(99, 'd');
   putId(longest);
   putSigned("size-99", longest + ":x");
@@ -188,9 +188,9 @@ TEST_F(PartnerDevice, ARequestMayBeLarge) {
   std::string request = kText;
   request.resize(kSize);
   put(kSignature, key().sign(request));
-  fs::resize_file(onMachine(kRequest), kSize);  // a hole, which takes no room
+  fs::resize_file(onMachine(kRequest), kSize);  // a hole, which uses no disk space
   EXPECT_EQ(check().result("check_signature"), true);
-  // What cannot be held is refused. A sanitizer ends the process before.
+  // A request that does not fit into memory is refused. A sanitizer would end the process before.
   if (isSanitized()) return;
   const DriverRun starved = run({"limit_memory", "check_signature=" + std::string(kMount)});
   EXPECT_EQ(starved.result("check_signature"), false);
@@ -222,7 +222,7 @@ TEST_F(PartnerDevice, AKeyThatCannotBeUsedAllowsNothing) {
   expectRefused("6 Failed to open public key file");
 }
 
-TEST_F(PartnerDevice, AnotherThingInAFilesPlaceIsRefusedWithoutWaiting) {
+TEST_F(PartnerDevice, AnythingButARegularFileIsRefusedWithoutWaiting) {
   putFifo(kRequest);
   expectRefused("6 Failed to open original message file");
   putDirectory(kRequest);
@@ -235,13 +235,13 @@ TEST_F(PartnerDevice, AnotherThingInAFilesPlaceIsRefusedWithoutWaiting) {
   expectRefused("6 The signature file size is not 256 bytes, corrupted signature file");
 }
 
-// Without capabilities, which plugin_before_execute drops, the superuser too must keep to modes.
+// File modes apply to the superuser, too, after plugin_before_execute has dropped the capabilities.
 TEST_F(PartnerDevice, AnUnreadableFileIsRefused) {
   for (const char* path : {kRequest, kSignature, kKey}) {
     fs::permissions(onMachine(path), fs::perms::none);
     const DriverRun checked = run({"before_execute", "check_signature=" + std::string(kMount)});
     EXPECT_EQ(checked.result("check_signature"), false) << path;
-    // Where the package itself cannot be read nothing is said.
+    // If the package itself cannot be read, nothing is logged.
     const std::vector<std::string> lines = {"Failed to open public key file", kInvalid + 2};
     EXPECT_EQ(checked.messages(6), path == kKey ? lines : std::vector<std::string>()) << path;
     fs::permissions(onMachine(path), fs::perms::owner_read);
@@ -251,7 +251,7 @@ TEST_F(PartnerDevice, AnUnreadableFileIsRefused) {
       true);
 }
 
-// While it lives, the driver finds the libcrypto that faulty_crypto.cc is, or another.
+// During its lifetime, the driver loads the libcrypto of faulty_crypto.cc, or another one.
 class FaultyCrypto {
  public:
   explicit FaultyCrypto(const std::string& folder = QUILLON_FAULTY_CRYPTO) {
@@ -262,8 +262,8 @@ class FaultyCrypto {
   FaultyCrypto& operator=(const FaultyCrypto&) = delete;
 };
 
-// Each failure has its line, only 1 is a yes, and the errors that wait in the library's queue are
-// those of before.
+// Each failure has its log line, only the result 1 means success, and the library's error queue is
+// unchanged.
 TEST_F(PartnerDevice, AFailureOfTheCryptoLibraryIsARefusal) {
   const FaultyCrypto library;
   const std::vector<std::pair<std::string, std::string>> faults = {
@@ -293,7 +293,7 @@ TEST_F(PartnerDevice, AFailureOfTheCryptoLibraryIsARefusal) {
     EXPECT_EQ(checked.result("check_signature", n), false) << faults[n].first;
     EXPECT_EQ(checked.result("crypto_errors", n), nlohmann::json::array({5})) << faults[n].first;
   }
-  // The library goes on without its configuration.
+  // The library works without its configuration.
   EXPECT_EQ(run({"set=QUILLON_CRYPTO_FAULT=OPENSSL_init_crypto=0",
                  "check_signature=" + std::string(kMount)})
                 .result("check_signature"),
@@ -312,13 +312,13 @@ TEST_F(PartnerDevice, WithoutTheCryptoLibraryNothingIsAllowed) {
               ElementsAre(StartsWith("6 Failed to load the crypto library: "), kInvalid));
 }
 
-// However soon the library is out of memory, it costs the yes at most.
-TEST_F(PartnerDevice, ALibraryOutOfMemoryMakesNoYes) {
+// An allocation failure at any time must never turn a refusal into a success.
+TEST_F(PartnerDevice, AnAllocationFailureIsNeverASuccess) {
   const FaultyCrypto library;
   putPackage("bad", kText, std::string(256, 'x'));
   const std::string good = "check_signature=" + std::string(kMount);
   const std::string bad = good + "/bad";
-  std::vector<std::string> steps = {good, bad};  // what is made once is made
+  std::vector<std::string> steps = {good, bad};  // the first check creates what later ones reuse
   constexpr int kMoreThanACheckTakes = 50'000;
   int checks = 1;
   for (int room = 0; room < kMoreThanACheckTakes; room += 1 + room / 5, ++checks) {
@@ -338,7 +338,7 @@ TEST_F(PartnerDevice, ALibraryOutOfMemoryMakesNoYes) {
   EXPECT_EQ(checked.result("crypto_errors"), nlohmann::json::array());
 }
 
-TEST_F(PartnerDevice, APathOfMoreThan4095BytesIsCut) {
+TEST_F(PartnerDevice, APathOfMoreThan4095BytesIsTruncated) {
   constexpr std::size_t kLongest = 4095;
   constexpr char kNames[][15] = {"ZQPARTNERDLLRE", "ZQPARTNERDLLSI"};
   fs::rename(onMachine(kRequest), onMachine(std::string(kMount) + "/" + kNames[0]));
@@ -350,7 +350,7 @@ TEST_F(PartnerDevice, APathOfMoreThan4095BytesIsCut) {
   EXPECT_EQ(check("/" + mount).result("check_signature"), false);
 }
 
-TEST_F(PartnerDevice, ASignatureOfTheOpensslCommandIsTaken) {
+TEST_F(PartnerDevice, ASignatureOfTheOpensslCommandIsAccepted) {
   if (std::system("openssl version >/dev/null 2>&1") != 0) {
     QUILLON_SKIP("there is no openssl command");
   }

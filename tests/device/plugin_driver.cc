@@ -1,9 +1,9 @@
-// A launcher that does as it is told: plugin-driver PLUGIN STEP...
+// A scripted launcher: plugin-driver PLUGIN STEP...
 //
-// Loads the plug-in and takes one step after the other. Each step is the name of an exported
-// function without "plugin_", or something to look at, with its argument after a "=". Each prints
-// one JSON line: {"step":"get_tpa","result":"..."}; a step that throws gives "threw" in place of
-// the result. Ends with status 0 when all steps were taken; the plug-in may end it before.
+// Loads the plug-in and runs the steps in order. A step is the name of an exported function without
+// "plugin_", or the name of an inspection, with its argument after a "=". Each step prints one JSON
+// line: {"step":"get_tpa","result":"..."}. If a step throws, the line has "threw" instead of
+// "result". Exits with status 0 after the last step, unless the plug-in ends the process before.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
@@ -38,7 +38,7 @@ using nlohmann::json;
 
 void* plugin = nullptr;
 
-// Standard output as it was at the start, whatever the plug-in puts in its place.
+// The standard output of the start, which the plug-in may redirect.
 FILE* results = nullptr;
 
 template <typename Function>
@@ -53,7 +53,7 @@ Function* exported(const char* name) {
 
 #define CALL(name) exported<decltype(name)>(#name)
 
-// The runtime's side: what the plug-in asked it for.
+// A fake runtime that records the requests of the plug-in.
 int delegateStatus = 0;
 int managedCalls = 0;
 json delegateCall;
@@ -95,7 +95,7 @@ json finalize(const std::string&) {
   return {{"before", before}, {"after", *exported<bool>("checkOnTerminate")}};
 }
 
-// Each open descriptor: where it leads, and whether exec closes it.
+// Returns the target and the close-on-exec flag of each open descriptor.
 json descriptors(const std::string&) {
   json result = json::object();
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -114,7 +114,7 @@ json processName(const std::string&) {
   return name.data();
 }
 
-// One field of /proc/self/status.
+// Returns a field of /proc/self/status.
 json status(const std::string& field) {
   std::ifstream file("/proc/self/status");
   for (std::string line; std::getline(file, line);) {
@@ -133,7 +133,7 @@ json mapped(const std::string& name) {
   return text.str().find("/" + name) != std::string::npos;
 }
 
-// A file's whole text through the process's own view, descriptors' paths included; null: none.
+// Returns the content of a file, which may be a path below /proc/self/fd; null if it is missing.
 json readFile(const std::string& path) {
   std::ifstream file(path);
   if (!file) {
@@ -144,7 +144,7 @@ json readFile(const std::string& path) {
   return text.str();
 }
 
-// While it lives, no further descriptor can be opened.
+// No descriptor can be opened during the lifetime of this object.
 class NoMoreDescriptors {
  public:
   NoMoreDescriptors() {
@@ -174,16 +174,16 @@ json hasLogControlWithoutDescriptors(const std::string& argument) {
   return hasLogControl(argument);
 }
 
-// Text and a line break in one write.
+// Writes a line with one write(2).
 json print(int descriptor, const std::string& text) {
   const std::string line = text + "\n";
   return write(descriptor, line.data(), line.size());
 }
 
-// The log as it was at the start, whatever is mounted over its path.
+// The log file of the start, even if something is mounted over its path later.
 int logFile = -1;
 
-// By system calls alone: a sanitizer needs descriptors to check what a stream does.
+// Uses system calls only, since the checks of a sanitizer for streams need descriptors.
 std::string logContent() {
   std::string content;
   std::array<char, 4096> block{};
@@ -194,7 +194,7 @@ std::string logContent() {
   return content;
 }
 
-// Whether the log comes to hold a text.
+// Waits until the log contains a text. Returns false after a timeout.
 json logged(const std::string& text) {
   constexpr std::chrono::seconds limit{20};
   for (const auto end = std::chrono::steady_clock::now() + limit;
@@ -213,7 +213,7 @@ json printErrorWithoutDescriptors(const std::string& text) {
   return logged(text);
 }
 
-// Room for little more than what the process has.
+// Limits the address space to little more than its current size.
 json limitMemory(const std::string&) {
   std::ifstream file("/proc/self/statm");
   rlim_t pages = 0;
@@ -224,8 +224,8 @@ json limitMemory(const std::string&) {
   return setrlimit(RLIMIT_AS, &limit);
 }
 
-// A full disk for new files in /tmp: a small file system with no room left. False where none can
-// be mounted.
+// Simulates a full disk for new files in /tmp with a small, full file system. Returns false if it
+// cannot be mounted.
 json fillTmp(const std::string&) {
   if (mount("tmpfs", "/tmp", "tmpfs", 0, "size=4k") != 0) {
     return false;
@@ -236,7 +236,7 @@ json fillTmp(const std::string&) {
   return !file;
 }
 
-// No thread can be started with default attributes: no address space holds its stack.
+// Makes thread creation with default attributes fail, by a default stack size that is too large.
 json forbidThreads(const std::string&) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
@@ -257,7 +257,7 @@ json threads(const std::string&) {
   return names;
 }
 
-// A function of the libcrypto that the plug-in uses.
+// Looks up a function of the libcrypto that the plug-in uses.
 template <typename Function>
 Function* ofCrypto(const char* name) {
   const std::string file = "libcrypto.so." + std::to_string(OPENSSL_SHLIB_VERSION);
@@ -265,7 +265,7 @@ Function* ofCrypto(const char* name) {
   return reinterpret_cast<Function*>(dlsym(library, name));
 }
 
-// Puts an error of that reason into libcrypto's queue, or tells the reasons in it.
+// Adds an error with that reason to libcrypto's queue, or returns the reasons in it.
 json queueCryptoError(const std::string& reason) {
   ofCrypto<decltype(ERR_new)>("ERR_new")();
   ofCrypto<decltype(ERR_set_error)>("ERR_set_error")(ERR_LIB_USER, std::stoi(reason), nullptr);
@@ -293,8 +293,7 @@ json takeTurn(const std::string&) {
 
 using Step = std::function<json(const std::string&)>;
 
-// The plug-in ends the process from inside this one when it must; nothing is lost, since each line
-// is flushed.
+// The plug-in may end the process during a step. No output is lost, since each line is flushed.
 const std::map<std::string, Step>& steps() {
   static const std::map<std::string, Step> all = {
       {"initialize",
@@ -361,8 +360,8 @@ void take(const std::string& text) {
 
 }  // namespace
 
-// What the plug-in leaves to the end of the process: package handles, and a chain that another
-// plugin_initialize replaced. Asked by the leak checker of a sanitized build.
+// Called by the leak checker of a sanitized build. The plug-in keeps these until the process ends:
+// package handles, and a chain that another plugin_initialize replaced.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:package_info_create\nleak:plugin_initialize\n";

@@ -1,4 +1,4 @@
-// The list of platform assemblies of an "inhouse" application, and the file that keeps it.
+// The list of platform assemblies of an "inhouse" application, and its cache file.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -27,7 +27,7 @@ class TpaCache : public DeviceLaunch {
   static constexpr char kTpa[] = "/usr/share/dotnet.velora/netcoreapp/System.dll";
 };
 
-TEST_F(TpaCache, IsBuiltWhereThereIsNone) {
+TEST_F(TpaCache, IsBuiltIfItIsMissing) {
   const DriverRun launched = launch();
   EXPECT_EQ(launched.status, 0) << launched.output;
   EXPECT_EQ(launched.result("get_tpa"), kTpa);
@@ -35,7 +35,7 @@ TEST_F(TpaCache, IsBuiltWhereThereIsNone) {
   EXPECT_FALSE(exists("/opt/usr/home/owner/share/dotnet/temp_TPA.txt"));
 }
 
-TEST_F(TpaCache, SaysWhatItDoesInOrder) {
+TEST_F(TpaCache, LogsItsStepsInOrder) {
   keepCaches();
   const DriverRun launched = launch();
   std::vector<std::string> beginning =
@@ -70,24 +70,24 @@ TEST_F(TpaCache, TakesDirectoriesInTheOrderOfTheDesign) {
       "/opt/usr/apps/offering/shared/res",
   };
   installApplication("offering", R"("/velora/metadata/support-fs-external-component" = "")");
-  run({});  // installed before its files: the root is the installer's
+  run({});  // installs the package first, since the installer creates the root folder
   std::string expected = kTpa;
   for (std::size_t i = 0; i < directories.size(); ++i) {
     const std::string own = "/Own" + std::to_string(i) + ".dll";
     put(directories[i] + own);
     if (i > 0) {
       expected += ":" + directories[i] + own;
-      put(directories[i] + "/System.dll");  // the first directory's stays
+      put(directories[i] + "/System.dll");  // the file of the first directory wins
     }
   }
   const std::string tpa = launch().result("get_tpa");
-  // Two files of the first directory; the order within one directory is the file system's.
+  // Two files of the first directory; the file system decides their order.
   const std::string own0 = directories[0] + "/Own0.dll";
   std::string rest = expected.substr(std::string(kTpa).size());
   EXPECT_THAT(tpa, ::testing::AnyOf(kTpa + (":" + own0) + rest, own0 + ":" + kTpa + rest));
 }
 
-TEST_F(TpaCache, IsUsedAsItIsWhenWhole) {
+TEST_F(TpaCache, IsUsedUnchangedIfComplete) {
   keepCaches();
   put(kCache, "[START]/a/A.dll:/b/B.dll[END]");
   const DriverRun launched = launch();
@@ -105,7 +105,7 @@ TEST_F(TpaCache, ServesTheSecondLaunch) {
   EXPECT_EQ(second.result("get_tpa"), kTpa);
 }
 
-TEST_F(TpaCache, OfMarkersAloneIsAnEmptyList) {
+TEST_F(TpaCache, OfMarkersOnlyIsAnEmptyList) {
   keepCaches();
   put(kCache, "[START][END]");
   const DriverRun launched = launch();
@@ -113,7 +113,7 @@ TEST_F(TpaCache, OfMarkersAloneIsAnEmptyList) {
   EXPECT_EQ(launched.lines().back(), "4 [quillon-tv-plugin] GetTPA Finish");
 }
 
-TEST_F(TpaCache, IsReplacedWhenTorn) {
+TEST_F(TpaCache, IsReplacedIfIncomplete) {
   keepCaches();
   for (const char* content :
        {"", "[START]/a/A.dll", "/a/A.dll[END]", "[start]/a/A.dll[end]", "[START]/a/A.dll[END]\n"}) {
@@ -126,7 +126,7 @@ TEST_F(TpaCache, IsReplacedWhenTorn) {
   }
 }
 
-TEST_F(TpaCache, GoesWhenTheWritableFlagIsMissing) {
+TEST_F(TpaCache, IsRemovedIfTheWritableFlagIsMissing) {
   put("/etc/dotnet_flag.ini", "same");
   put(kCache, "[START]/a/A.dll[END]");
   const DriverRun launched = launch();
@@ -134,7 +134,7 @@ TEST_F(TpaCache, GoesWhenTheWritableFlagIsMissing) {
   EXPECT_THAT(launched.lines(), Contains("4 [quillon-tv-plugin] remove cache"));
 }
 
-TEST_F(TpaCache, GoesAtEveryConstructionWhileTheFlagsDiffer) {
+TEST_F(TpaCache, IsRemovedAtEveryConstructionWhileTheFlagsDiffer) {
   put("/etc/dotnet_flag.ini", "same");
   put("/opt/etc/dotnet_flag.ini", "same\n");
   for (int launches = 0; launches < 2; ++launches) {
@@ -150,7 +150,7 @@ class FlagFiles : public TpaCache {
  protected:
   static constexpr char kCoba[] = "/opt/usr/home/owner/share/dotnet/CoBA.txt";
 
-  // What is left of both lists once a strategy was made, and what it said.
+  // Returns which lists remain after the construction of a strategy, and its log.
   struct Outcome {
     bool tpaKept;
     bool cobaKept;

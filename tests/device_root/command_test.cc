@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-// Runs the quillon command with `arguments`, in the words of a shell.
+// Runs the quillon command with `arguments`, which a shell splits.
 Outcome quillon(const std::string& arguments) {
   return inChild([&] {
     const std::string line = std::string("exec ") + QUILLON_COMMAND + " device " + arguments;
@@ -25,13 +25,13 @@ Outcome quillon(const std::string& arguments) {
 
 class DeviceCommand : public DeviceRootTest {
  protected:
-  // What `quillon device shell` does with `command` in this test's device root.
+  // Runs `quillon device shell` with `command` in this test's device root.
   Outcome shell(const std::string& command) {
     return quillon("shell " + root_.string() + " " + command);
   }
 };
 
-TEST_F(DeviceCommand, TheStatusIsTheCommands) {
+TEST_F(DeviceCommand, ReturnsTheStatusOfTheCommand) {
   EXPECT_EQ(shell("-- true").status, 0);
   EXPECT_EQ(shell("-- sh -c 'exit 7'").status, 7);
   EXPECT_EQ(shell("-- sh -c 'kill -TERM $$'").status, 128 + 15);
@@ -39,11 +39,11 @@ TEST_F(DeviceCommand, TheStatusIsTheCommands) {
   EXPECT_EQ(shell("-- /etc/passwd").status, 126);
 }
 
-TEST_F(DeviceCommand, HandsTheCommandItsArguments) {
+TEST_F(DeviceCommand, PassesTheArgumentsToTheCommand) {
   EXPECT_EQ(shell("-- echo -n --writable 'a b' -- --help").output, "--writable a b -- --help");
 }
 
-TEST_F(DeviceCommand, TheShellIsTheUsersAndKnowsWhereItIs) {
+TEST_F(DeviceCommand, StartsTheUsersShellWithADevicePrompt) {
   ::setenv("SHELL", "/usr/bin/env", 1);
   const std::string name = root_.filename().string();
   const Outcome outcome = shell("");
@@ -82,7 +82,7 @@ TEST_F(DeviceCommand, FailuresAreOneLineWithARemedy) {
   const Outcome missing = quillon("shell /no/such/root -- true");
   EXPECT_EQ(missing.status, kNoDeviceRoot);
   EXPECT_EQ(missing.output,
-            "quillon: there is no folder '/no/such/root'; make one: quillon device init "
+            "quillon: there is no folder '/no/such/root'; create one: quillon device init "
             "/no/such/root\n");
   EXPECT_EQ(shell("--writable / -- true").status, kUnusablePath);
 }
@@ -102,7 +102,7 @@ TEST_F(DeviceCommand, InitRecordsTheMachinesFramework) {
   EXPECT_EQ(shell("-- cat /usr/share/dotnet.velora/netcoreapp/libcoreclr.so").output, "runtime");
 }
 
-TEST_F(DeviceCommand, InitWithoutAnyRuntimeSaysSoAndSucceeds) {
+TEST_F(DeviceCommand, InitWithoutAnyRuntimeReportsItAndSucceeds) {
   ::setenv("DOTNET_ROOT", "/no/such/dotnet", 1);
   const std::string path = std::getenv("PATH");
   ::setenv("PATH", "/no/such/path", 1);
@@ -124,7 +124,7 @@ TEST_F(DeviceCommand, InitTakesANamedFrameworkOrNone) {
   EXPECT_EQ(shell("-- ls /usr/share/dotnet.velora/netcoreapp").output, "");
 }
 
-TEST_F(DeviceCommand, InitKeepsAFrameworkOfTheDeviceRootsOwn) {
+TEST_F(DeviceCommand, InitKeepsTheDeviceRootsOwnFramework) {
   write(root_ / "usr/share/dotnet.velora/netcoreapp/libcoreclr.so", "own");
   EXPECT_THAT(quillon("init " + root_.string()).output, HasSubstr("the device root's own"));
   EXPECT_EQ(shell("-- cat /usr/share/dotnet.velora/netcoreapp/libcoreclr.so").output, "own");

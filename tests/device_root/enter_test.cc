@@ -33,7 +33,7 @@ TEST_F(Enter, ShowsTheDeviceFoldersAndTheMachineAround) {
   EXPECT_FALSE(fs::exists("/usr/share/dotnet.velora/framework/Device.dll"));
 }
 
-TEST_F(Enter, WritesOfDeviceFoldersLandInTheDeviceRoot) {
+TEST_F(Enter, WritesToDeviceFoldersGoToTheDeviceRoot) {
   fs::create_directory(root_ / "zone");
   const Outcome outcome = inside(
       root_,
@@ -47,7 +47,7 @@ TEST_F(Enter, WritesOfDeviceFoldersLandInTheDeviceRoot) {
   EXPECT_FALSE(fs::exists(root_ / "opt/usr/written"));
 }
 
-// Every folder at the top, and one further down.
+// All folders at the top, and a folder below one of them.
 TEST_F(Enter, NothingElseCanBeWritten) {
   const Outcome outcome = inside(
       root_,
@@ -70,7 +70,7 @@ TEST_F(Enter, SharedMemoryIsThePrivateOne) {
   EXPECT_FALSE(fs::exists(name));
 }
 
-TEST_F(Enter, OtherFilesOfTheDeviceRootLieOverTheMachines) {
+TEST_F(Enter, OtherFilesOfTheDeviceRootHideTheMachines) {
   write(root_ / "usr/lib/libzone.so.5", "zone");
   write(root_ / "etc/hostname", "device\n");
   const Outcome outcome = inside(root_,
@@ -94,7 +94,7 @@ TEST_F(Enter, FilesOnlyInTheDeviceRootAppear) {
 
 TEST_F(Enter, HidesItsOwnRecord) { EXPECT_NE(inside(root_, "test -e /.quillon").status, 0); }
 
-TEST_F(Enter, AZoneFolderAppearsOnlyWhereTheDeviceRootHasOne) {
+TEST_F(Enter, AZoneFolderAppearsOnlyIfTheDeviceRootHasOne) {
   EXPECT_EQ(inside(root_, "test -e /zone").status, 1);
   write(root_ / "zone/appzone", "");
   EXPECT_EQ(inside(root_, "test -e /zone/appzone").status, 0);
@@ -109,7 +109,7 @@ TEST_F(Enter, KeepsTheMachinesTopLinks) {
   }
 }
 
-TEST_F(Enter, RefusesAFolderWhereTheMachineHasALink) {
+TEST_F(Enter, RefusesAFolderInPlaceOfALinkOfTheMachine) {
   if (!fs::is_symlink("/bin")) {
     QUILLON_SKIP("/bin is a folder on this machine");
   }
@@ -133,7 +133,7 @@ TEST_F(Enter, TheFrameworkIsAtTheDevicePathAndReadOnly) {
   EXPECT_TRUE(fs::is_empty(root_ / "usr/share/dotnet.velora/netcoreapp"));
 }
 
-TEST_F(Enter, SaysSoWhenTheFrameworkIsGone) {
+TEST_F(Enter, ReportsAMissingFramework) {
   const fs::path framework = fresh("/var/tmp");
   ASSERT_TRUE(device::init(root_, {framework}));
   fs::remove_all(framework);
@@ -143,7 +143,7 @@ TEST_F(Enter, SaysSoWhenTheFrameworkIsGone) {
   EXPECT_THAT(outcome.output, HasSubstr("quillon device init " + root_.string()));
 }
 
-TEST_F(Enter, RefusesWhatIsNoDeviceRoot) {
+TEST_F(Enter, RefusesAFolderThatIsNotADeviceRoot) {
   EXPECT_EQ(inside(root_ / "missing", "true").status, kNoDeviceRoot);
   EXPECT_EQ(inside(root_ / "etc", "true").status, kNoDeviceRoot);
   fs::remove(root_ / "usr/apps");
@@ -152,7 +152,7 @@ TEST_F(Enter, RefusesWhatIsNoDeviceRoot) {
   EXPECT_THAT(outcome.output, HasSubstr("'usr/apps'"));
 }
 
-TEST_F(Enter, RefusesADeviceFolderThatLeadsElsewhere) {
+TEST_F(Enter, RefusesADeviceFolderThatIsALink) {
   const fs::path elsewhere = fresh("/var/tmp");
   fs::remove_all(root_ / "opt/data");
   fs::create_directory_symlink(elsewhere, root_ / "opt/data");
@@ -169,7 +169,7 @@ TEST_F(Enter, RefusesAProcessOfTwoThreads) {
   EXPECT_EQ(outcome.status, 0);
 }
 
-TEST_F(Enter, KeepsTheWorkingDirectoryWhereItStillExists) {
+TEST_F(Enter, KeepsTheWorkingDirectoryIfItExistsInside) {
   const auto from = [&](const fs::path& directory, const device::EnterOptions& options) {
     return inChild([&] {
              fs::current_path(directory);
@@ -197,7 +197,7 @@ TEST_F(Enter, ShowsAHiddenPathReadOnly) {
   EXPECT_EQ(inside(root_, "cat " + file, {.visible = {file}}).output, "seen");
 }
 
-TEST_F(Enter, PassesOverVisiblePathsThatWouldHideTheDevice) {
+TEST_F(Enter, IgnoresVisiblePathsThatWouldHideTheDevice) {
   const fs::path hidden = fresh("/tmp");
   const Outcome outcome = inside(root_, "test -e " + hidden.string() + " || touch /tmp/written",
                                  {.visible = {"/tmp", "/", "/no/such"}});
@@ -227,7 +227,7 @@ TEST_F(Enter, KeepsAWritablePathWritable) {
   EXPECT_EQ(read(plain / "b"), "b\n");
 }
 
-TEST_F(Enter, RefusesToOpenAFolderThatHoldsTheDevices) {
+TEST_F(Enter, RefusesAWritableFolderThatContainsDeviceFolders) {
   for (const char* path : {"/", "/opt", "/usr/share/../../tmp", "/no/such"}) {
     EXPECT_EQ(inside(root_, "true", {.writable = {path}}).status, kUnusablePath) << path;
   }
@@ -238,7 +238,7 @@ TEST_F(Enter, TheDeviceRootStaysReachableAtItsOwnPath) {
   EXPECT_EQ(inside(root_, "cat " + root_.string() + "/opt/data/file").output, "x");
 }
 
-TEST_F(Enter, TemporaryFilesAreTheDevices) {
+TEST_F(Enter, TemporaryFilesGoToTheDeviceRoot) {
   ::setenv("TMPDIR", "/var/tmp", 1);
   const Outcome outcome = inside(root_, "echo \"[$TMPDIR]\"; mktemp");
   ::unsetenv("TMPDIR");
@@ -269,7 +269,7 @@ TEST_F(Enter, LeavesNoDescriptorOpen) {
   EXPECT_EQ(outcome.status, 0);
 }
 
-TEST_F(Enter, AUmaskDoesNotCloseTheWayToAMountPoint) {
+TEST_F(Enter, AUmaskDoesNotMakeAMountPointUnreachable) {
   const fs::path hidden = fresh("/tmp");
   write(hidden / "deep/file", "seen");
   const Outcome outcome = inChild([&] {
@@ -280,8 +280,8 @@ TEST_F(Enter, AUmaskDoesNotCloseTheWayToAMountPoint) {
   EXPECT_EQ(fs::status(root_ / hidden.relative_path()).permissions(), fs::perms(0755));
 }
 
-// The names that a path may have: none of them means anything to a mount.
-TEST_F(Enter, TakesADeviceRootOfAnyName) {
+// Paths with characters that are special in mount options.
+TEST_F(Enter, AcceptsADeviceRootOfAnyName) {
   for (const char* name : {"a:b", "a,b", "a\\b", "with blank", "line\nbreak", "(x)"}) {
     const fs::path root = root_ / name;
     ASSERT_TRUE(device::init(root, {}));
@@ -303,7 +303,7 @@ TEST_F(EnterUnderTmp, Works) {
   EXPECT_EQ(read(root_ / "tmp/y"), "y\n");
 }
 
-// A device root beneath a folder that it lies over itself.
+// A device root below a folder that it overlays.
 class EnterUnderOpt : public DeviceRootTest {
  protected:
   EnterUnderOpt() : DeviceRootTest(::access("/opt", W_OK) == 0 ? "/opt" : "/tmp") {}
@@ -323,7 +323,7 @@ TEST_F(EnterUnderOpt, Works) {
   EXPECT_FALSE(fs::exists("/opt/vendor"));
 }
 
-TEST_F(Enter, AFolderThatItLiesInKeepsItsMode) {
+TEST_F(Enter, KeepsTheModeOfTheFoldersAboveIt) {
   if (::geteuid() != 0) {
     QUILLON_SKIP("only root has a home that others may not look into");
   }

@@ -39,7 +39,7 @@ TEST_F(Init, GivesBothFlagFilesTheSameContent) {
   EXPECT_EQ(read(root_ / "etc/dotnet_flag.ini"), read(root_ / "opt/etc/dotnet_flag.ini"));
 }
 
-TEST_F(Init, CompletesAPairOfFlagFilesFromTheOneThatIsThere) {
+TEST_F(Init, CopiesAMissingFlagFileFromTheOther) {
   write(root_ / "opt/etc/dotnet_flag.ini", "writable");
   ASSERT_TRUE(device::init(root_, {}));
   EXPECT_EQ(read(root_ / "etc/dotnet_flag.ini"), "writable");
@@ -70,21 +70,22 @@ TEST_F(Init, RecordsTheFrameworkAndUpdatesTheRecord) {
   fs::remove_all(framework);
 }
 
-TEST_F(Init, RefusesAFrameworkThatIsNotThere) {
+TEST_F(Init, RefusesAMissingFramework) {
   const auto made = device::init(root_, {"/no/such/framework"});
   ASSERT_FALSE(made);
   EXPECT_THAT(made.error().what, HasSubstr("'/no/such/framework'"));
   EXPECT_FALSE(fs::exists(root_));
 }
 
-TEST_F(Init, RefusesTheMachineItself) {
+TEST_F(Init, RefusesTheRootOfTheMachine) {
   const auto made = device::init("/", {});
   ASSERT_FALSE(made);
-  EXPECT_THAT(made.error().what, HasSubstr("'/' is this machine"));
+  EXPECT_THAT(made.error().what,
+              HasSubstr("'/' cannot be a device root, since it holds this machine's files"));
   EXPECT_FALSE(fs::exists("/.quillon"));
 }
 
-TEST_F(Init, NamesAFileThatStandsWhereAFolderMust) {
+TEST_F(Init, ReportsAFileInPlaceOfAFolder) {
   write(root_ / "opt/usr", "a file");
   const auto made = device::init(root_, {});
   ASSERT_FALSE(made);
@@ -98,7 +99,7 @@ TEST_F(Init, ReportsARecordThatCannotBeRead) {
   write(root_ / ".quillon/device.toml", "format = \n");
   EXPECT_THAT(device::readRecord(root_).error().what, HasSubstr("cannot read"));
   fs::remove(root_ / ".quillon/device.toml");
-  EXPECT_THAT(device::readRecord(root_).error().what, HasSubstr("is no device root"));
+  EXPECT_THAT(device::readRecord(root_).error().what, HasSubstr("is not a device root"));
 }
 
 }  // namespace

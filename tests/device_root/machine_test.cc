@@ -1,5 +1,5 @@
-// What entering a device root does to the machine: nothing, however it ends; and what is mounted on
-// the machine stays where it is.
+// Entering a device root does not change the machine, even if the process is killed, and keeps the
+// mounts of the machine.
 #include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -22,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
-// The names in the machine's upper folders, without those of tests that run beside this one.
+// Returns the names in the machine's top folders, without the files of tests that run in parallel.
 std::set<std::string> machineNames() {
   std::set<std::string> names;
   for (const char* folder : {"/", "/usr", "/usr/share", "/etc", "/opt", "/dev/shm"}) {
@@ -36,8 +36,8 @@ std::set<std::string> machineNames() {
   return names;
 }
 
-// Starts a process that enters `root`, ends it after `delay` microseconds, and tells whether it was
-// inside by then.
+// Starts a process that enters `root`, kills it after `delay` microseconds, and returns whether it
+// was inside by then.
 bool enterAndKill(const fs::path& root, unsigned delay) {
   int ends[2];
   if (::pipe(ends) != 0) {
@@ -76,8 +76,8 @@ TEST_F(Machine, IsTheSameWhenKilledAtAnyMoment) {
   int inside = 0;
   int early = 0;
   for (int round = 0; round < 200; ++round) {
-    // Up to twice as long as entering takes, in steps that fall between any two of its calls; some
-    // longer, so that a busy machine gets inside too.
+    // Up to twice the duration of entering, in steps shorter than the time between two calls; and a
+    // few longer delays, so that the process gets inside on a busy machine, too.
     const unsigned longest = round % 4 == 0 ? 40000 : 8000;
     (enterAndKill(root_, static_cast<unsigned>(random() % longest)) ? inside : early) += 1;
     ASSERT_EQ(read("/proc/self/mountinfo"), mounts) << "round " << round;
@@ -88,8 +88,8 @@ TEST_F(Machine, IsTheSameWhenKilledAtAnyMoment) {
   EXPECT_EQ(test::inside(root_, "cat /etc/dotnet_flag.ini").status, 0);
 }
 
-// As most distributions mount everything: what one namespace mounts appears in its relatives.
-TEST_F(Machine, IsTheSameWhereMountsAreShared) {
+// With shared mounts, the default of most distributions: mounts propagate between namespaces.
+TEST_F(Machine, IsTheSameWithSharedMounts) {
   if (::geteuid() != 0) {
     QUILLON_SKIP("only root can share mounts first");
   }
@@ -108,7 +108,7 @@ TEST_F(Machine, IsTheSameWhereMountsAreShared) {
   EXPECT_EQ(outcome.status, 0);
 }
 
-// Runs `script` inside, on a machine that has a file system of its own mounted at "/etc/ssl".
+// Runs `script` inside, on a machine with a separate file system at "/etc/ssl".
 class MachineWithMounts : public DeviceRootTest {
  protected:
   void SetUp() override {
@@ -132,7 +132,7 @@ class MachineWithMounts : public DeviceRootTest {
         return 1;
       }
       write("/etc/ssl/mounted", "mounted");
-      // A process that changed its user may write its own maps only when it is dumpable.
+      // After a change of user, only a dumpable process may write its own id maps.
       if (::setgid(user) != 0 || ::setuid(user) != 0 || ::prctl(PR_SET_DUMPABLE, 1) != 0) {
         return 2;
       }
@@ -156,7 +156,7 @@ TEST_F(MachineWithMounts, KeepsThemUnderAnOverlaidFolder) {
   EXPECT_THAT(outcome.output, HasSubstr("'/etc/ssl/x': Read-only file system"));
 }
 
-// In a user namespace the kernel refuses an overlay that would show what lies under a mount.
+// In a user namespace, the kernel refuses an overlay that would show files below a mount.
 TEST_F(MachineWithMounts, KeepsThemForAnOrdinaryUser) {
   write(root_ / "etc/vendor/file", "vendor");
   write(root_ / "etc/dotnet_flag.ini", "flag");

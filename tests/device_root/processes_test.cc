@@ -1,4 +1,4 @@
-// Who may be inside a device root, and with whom.
+// Several processes in one device root, and unprivileged users.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
@@ -27,10 +27,10 @@ using ::testing::HasSubstr;
 
 using Processes = DeviceRootTest;
 
-// A process that is inside `root` until it is told to end.
-class Companion {
+// A process that stays inside `root` until it is stopped.
+class ProcessInside {
  public:
-  explicit Companion(const fs::path& root) {
+  explicit ProcessInside(const fs::path& root) {
     std::array<int, 2> ends{};
     if (::pipe(ends.data()) != 0) {
       return;
@@ -47,15 +47,15 @@ class Companion {
     ::close(ends[0]);
     ::close(ends[1]);
   }
-  Companion(const Companion&) = delete;
-  Companion& operator=(const Companion&) = delete;
-  ~Companion() {
+  ProcessInside(const ProcessInside&) = delete;
+  ProcessInside& operator=(const ProcessInside&) = delete;
+  ~ProcessInside() {
     ::kill(child_, SIGKILL);
     ::waitpid(child_, nullptr, 0);
   }
 
   [[nodiscard]] bool entered() const { return entered_; }
-  // A path as this process sees it.
+  // Returns the path by which this process reaches a file of that process.
   [[nodiscard]] fs::path see(const std::string& path) const {
     return "/proc/" + std::to_string(child_) + "/root" + path;
   }
@@ -66,8 +66,8 @@ class Companion {
 };
 
 TEST_F(Processes, SeeEachOthersWritesAtOnce) {
-  const Companion one(root_);
-  const Companion other(root_);
+  const ProcessInside one(root_);
+  const ProcessInside other(root_);
   ASSERT_TRUE(one.entered());
   ASSERT_TRUE(other.entered());
   write(one.see("/opt/usr/apps/file"), "first");
@@ -81,7 +81,7 @@ TEST_F(Processes, SeeEachOthersWritesAtOnce) {
   EXPECT_FALSE(fs::exists(other.see("/tmp/file")));
 }
 
-// How a diagnostic tool outside reaches a runtime inside.
+// Diagnostic tools outside connect to a runtime inside this way.
 TEST_F(Processes, ASocketInsideIsReachedThroughTheDeviceRoot) {
   const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const Outcome listening = inChild([&] {
@@ -110,7 +110,7 @@ TEST_F(Processes, AnOrdinaryUserEntersThroughAUserNamespace) {
   const fs::path root = fresh("/var/tmp");
   ASSERT_EQ(::chown(root.c_str(), kNobody, kNobody), 0);
   const Outcome outcome = inChild([&] {
-    // A process that changed its user may write its own maps only when it is dumpable.
+    // After a change of user, only a dumpable process may write its own id maps.
     if (::setgroups(0, nullptr) != 0 || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0 ||
         ::prctl(PR_SET_DUMPABLE, 1) != 0 || !device::init(root, {})) {
       return 1;
@@ -132,7 +132,7 @@ TEST_F(Processes, AnOrdinaryUserEntersThroughAUserNamespace) {
   EXPECT_EQ(read(root / "opt/usr/written"), "x\n");
 }
 
-// Sets a limit that holds for this process alone, in a user namespace of its own.
+// Sets a limit for this process only, in a new user namespace.
 bool limitTo0(const char* setting) {
   return ::unshare(CLONE_NEWUSER) == 0 && (write(setting, "0"), read(setting) == "0\n");
 }
@@ -143,26 +143,27 @@ bool dropCapabilities() {
   return ::syscall(SYS_capset, &header, none.data()) == 0;
 }
 
-// The status of entering, with its message on the child's output.
-int enterAloud(const fs::path& root) {
+// Enters and returns the exit status; prints the failure.
+int enterAndPrint(const fs::path& root) {
   const Outcome outcome = inside(root, "true");
   std::cout << outcome.output;
   return outcome.status;
 }
 
-TEST_F(Processes, AnOrdinaryUserIsToldWhatToEnable) {
+TEST_F(Processes, ReportsToAnOrdinaryUserWhatToEnable) {
   const Outcome outcome = inChild([&] {
-    return limitTo0("/proc/sys/user/max_user_namespaces") && dropCapabilities() ? enterAloud(root_)
-                                                                                : 1;
+    return limitTo0("/proc/sys/user/max_user_namespaces") && dropCapabilities()
+               ? enterAndPrint(root_)
+               : 1;
   });
   EXPECT_EQ(outcome.status, kNoNamespace);
   EXPECT_THAT(outcome.output, HasSubstr("user namespaces are not available"));
   EXPECT_THAT(outcome.output, HasSubstr("sysctl user.max_user_namespaces="));
 }
 
-TEST_F(Processes, AReachedLimitIsNamed) {
+TEST_F(Processes, ReportsAReachedLimit) {
   const Outcome outcome = inChild(
-      [&] { return limitTo0("/proc/sys/user/max_mnt_namespaces") ? enterAloud(root_) : 1; });
+      [&] { return limitTo0("/proc/sys/user/max_mnt_namespaces") ? enterAndPrint(root_) : 1; });
   EXPECT_EQ(outcome.status, kNoNamespace);
   EXPECT_THAT(outcome.output, HasSubstr("sysctl user.max_mnt_namespaces"));
 }

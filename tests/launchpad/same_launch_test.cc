@@ -306,8 +306,8 @@ TEST_F(SameLaunch, WhatAPreparedProcessCannotBeIsLaunchedDirectly) {
   EXPECT_EQ(reason({}, {"LC_MESSAGES=C.UTF-8"}),
             start + "the environment variable LC_MESSAGES differs from the launch pad's");
   EXPECT_EQ(reason({"--type", "normal"}, {}), start + "no process is ready for it");
-  EXPECT_EQ(reason({"--direct"}, {}), start + "--direct asks for it");
-  EXPECT_EQ(reason({"--writable", root()}, {}), start + "--writable needs mounts of its own");
+  EXPECT_EQ(reason({"--direct"}, {}), start + "--direct is given");
+  EXPECT_EQ(reason({"--writable", root()}, {}), start + "--writable needs its own mounts");
   signal(SIGUSR2, SIG_IGN);
   EXPECT_EQ(reason({}, {}), start + "its ignored signals differs from the launch pad's");
   signal(SIGUSR2, SIG_DFL);

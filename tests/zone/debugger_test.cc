@@ -1,4 +1,4 @@
-// Debug mode, seen by a debugger outside the zone that has no privilege of its own.
+// Debug mode with an unprivileged debugger outside the zone.
 #include <gmock/gmock.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
@@ -17,9 +17,9 @@
 namespace quillon::test {
 namespace {
 
-// Where the kernel lets nobody see a process's memory but the privileged, as it does after a change
-// of user.
-void becomeOpaque() { ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0); }
+// Makes the memory of this process accessible to privileged processes only, as the kernel does
+// after a change of user.
+void becomeUndumpable() { ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0); }
 
 int enterZone(bool debugMode) {
   const ZoneLibrary library;
@@ -33,8 +33,8 @@ int enterZone(bool debugMode) {
 
 class Debugger : public ZoneTest {
  protected:
-  // An application in the zone that has given up its privileges, as an application does before it
-  // runs. Its process id; it ends when `life` is closed.
+  // Starts an application in the zone that has dropped its privileges, as before its execution.
+  // Returns its process id. It ends when `life` is closed.
   pid_t launch(bool debugMode, int& life) {
     std::array<int, 2> ready{};
     std::array<int, 2> end{};
@@ -53,7 +53,7 @@ class Debugger : public ZoneTest {
     return runs ? application : -1;
   }
 
-  // What comes of an attempt to attach from outside the zone.
+  // Returns the result of an attempt to attach from outside the zone.
   static std::string attach(pid_t application) {
     return inChild([application] {
              dropCapabilities();
@@ -79,7 +79,7 @@ class Debugger : public ZoneTest {
     char byte = 0;
     const std::string zone = std::to_string(holder());
     if (!device::enter(root_, {})) return 1;
-    becomeOpaque();
+    becomeUndumpable();
     if (enterZone(debugMode) != 0) return 2;
     if (namespaceOf("self", "mnt") != namespaceOf(zone, "mnt")) return 5;
     dropCapabilities();

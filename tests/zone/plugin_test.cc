@@ -1,4 +1,4 @@
-// The plug-in's way into a real zone.
+// The plug-in enters a real zone.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -23,7 +23,8 @@ TEST_F(PluginInZone, ADotnetApplicationEndsUpInside) {
   const Outcome outcome = inDevice([&] {
     PluginDotnet strategy;
     strategy.Initialize();
-    strategy.SetAppInfo("org.example.clock", "/usr/bin/env");  // would end the process outside
+    strategy.SetAppInfo("org.example.clock",
+                        "/usr/bin/env");  // outside the zone this would end the process
     std::cout << (namespaceOf("self", "mnt") == namespaceOf(pid, "mnt"))
               << ::access("/zone/appzone", F_OK);
     return 55;
@@ -32,7 +33,7 @@ TEST_F(PluginInZone, ADotnetApplicationEndsUpInside) {
   EXPECT_EQ(outcome.output, "1-1");
 }
 
-TEST_F(PluginInZone, ADeadZoneRefusesTheLaunchAndSaysWhy) {
+TEST_F(PluginInZone, AZoneWithoutAHolderRefusesTheLaunchAndLogsWhy) {
   start();
   const pid_t process = holder();
   ::kill(process, SIGKILL);

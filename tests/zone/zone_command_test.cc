@@ -26,7 +26,7 @@ TEST_F(ZoneCommand, AZoneRunsFromStartToStop) {
   EXPECT_TRUE(fs::is_directory(root_ / "zone/appzone"));
   EXPECT_NE(namespaceOf(name, "mnt"), namespaceOf("self", "mnt"));
   EXPECT_THAT(zone("list").output,
-              "zone appzone: runs, held by process " + name + "; inside: nobody\n");
+              "zone appzone: runs, held by process " + name + "; inside: none\n");
   const Outcome stopped = zone("stop appzone");
   EXPECT_EQ(stopped.status, 0);
   EXPECT_EQ(stopped.output, "zone appzone: stopped\n");
@@ -85,9 +85,9 @@ TEST_F(ZoneCommand, ListNamesTheProcessesInside) {
             }).status);
   }
   ::close(life[0]);
-  for (int time = 0; time < 500 && listed.find("inside: nobody") == std::string::npos; ++time) {
+  for (int time = 0; time < 500 && listed.find("inside: none") == std::string::npos; ++time) {
     listed = zone("list").output;
-    if (listed.find("inside: nobody") == std::string::npos) break;
+    if (listed.find("inside: none") == std::string::npos) break;
     listed.clear();
     ::usleep(10000);
   }
@@ -97,7 +97,7 @@ TEST_F(ZoneCommand, ListNamesTheProcessesInside) {
   EXPECT_TRUE(ends(inside));
 }
 
-TEST_F(ZoneCommand, AKilledHolderIsNoRunningZone) {
+TEST_F(ZoneCommand, AZoneWithAKilledHolderIsNotRunning) {
   start();
   const pid_t process = holder();
   ::kill(process, SIGKILL);
@@ -106,11 +106,11 @@ TEST_F(ZoneCommand, AKilledHolderIsNoRunningZone) {
             "zone appzone: not running; its holder ended without being stopped\n");
   const Outcome stopped = zone("stop appzone");
   EXPECT_EQ(stopped.status, 0);
-  EXPECT_EQ(stopped.output, "zone appzone: had ended already; tidied up\n");
+  EXPECT_EQ(stopped.output, "zone appzone: had ended already; removed its files\n");
   EXPECT_THAT(leftovers(), IsEmpty());
 }
 
-TEST_F(ZoneCommand, StartTakesTheplaceOfAKilledHolder) {
+TEST_F(ZoneCommand, StartReplacesAKilledHolder) {
   start();
   const pid_t process = holder();
   ::kill(process, SIGKILL);
@@ -120,7 +120,7 @@ TEST_F(ZoneCommand, StartTakesTheplaceOfAKilledHolder) {
   EXPECT_THAT(zone("list").output, HasSubstr("zone appzone: runs"));
 }
 
-TEST_F(ZoneCommand, TheHolderEndsWhenAsked) {
+TEST_F(ZoneCommand, TheHolderEndsOnSigterm) {
   start();
   const pid_t process = holder();
   ::kill(process, SIGINT);
@@ -131,7 +131,7 @@ TEST_F(ZoneCommand, TheHolderEndsWhenAsked) {
   EXPECT_TRUE(ends(process));
 }
 
-TEST_F(ZoneCommand, StopOfAnUnknownZoneSaysHowToStartIt) {
+TEST_F(ZoneCommand, StopOfAnUnknownZoneReportsHowToStartIt) {
   const Outcome outcome = zone("stop appzone");
   EXPECT_EQ(outcome.status, kZoneState);
   EXPECT_THAT(outcome.output,
@@ -147,7 +147,7 @@ TEST_F(ZoneCommand, NamesThatAreNoFileNamesAreRefused) {
   EXPECT_EQ(zone("start " + std::string(64, 'a')).status, 0);
 }
 
-TEST_F(ZoneCommand, AFolderThatIsNoDeviceRootIsLeftAlone) {
+TEST_F(ZoneCommand, AFolderThatIsNotADeviceRootStaysUnchanged) {
   const fs::path folder = fresh("/var/tmp");
   root_ = folder;
   EXPECT_EQ(zone("start appzone").status, kNoDeviceRoot);
@@ -155,7 +155,7 @@ TEST_F(ZoneCommand, AFolderThatIsNoDeviceRootIsLeftAlone) {
   EXPECT_TRUE(fs::is_empty(folder));
 }
 
-TEST_F(ZoneCommand, TheZoneLibraryIsPutIntoTheDeviceRootOnce) {
+TEST_F(ZoneCommand, TheZoneLibraryIsCopiedToTheDeviceRootOnce) {
   start();
   EXPECT_EQ(read(root_ / "usr/lib/libzone.so.5"), read(QUILLON_ZONE_LIBRARY));
   zone("stop appzone");
@@ -165,7 +165,7 @@ TEST_F(ZoneCommand, TheZoneLibraryIsPutIntoTheDeviceRootOnce) {
 }
 
 TEST_F(ZoneCommand, AFailedStartLeavesNothing) {
-  // A folder that the view needs is gone.
+  // A folder that the view needs is missing.
   fs::remove_all(root_ / "opt/data");
   const Outcome outcome = zone("start appzone");
   EXPECT_EQ(outcome.status, kNoDeviceRoot);

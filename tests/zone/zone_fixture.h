@@ -1,4 +1,4 @@
-// A device root with zones, the command that runs them, and processes that enter them.
+// A device root with zones, the zone command, and processes that enter zones.
 #pragma once
 
 #include <sys/types.h>
@@ -13,7 +13,7 @@
 
 namespace quillon::test {
 
-// The zone library as the plug-in loads it, in a process that is in a device root.
+// The zone library as the plug-in loads it, in a process inside a device root.
 struct ZoneLibrary {
   ZoneLibrary();
 
@@ -24,7 +24,7 @@ struct ZoneLibrary {
   decltype(&zone_release_context) releaseContext = nullptr;
 };
 
-// "mnt:[4026532180]" of a process, "self" included.
+// Returns the id of a namespace of a process or of "self", such as "mnt:[4026532180]".
 std::string namespaceOf(const std::string& process, const std::string& kind);
 
 // Drops every capability of the calling process.
@@ -34,21 +34,21 @@ class ZoneTest : public DeviceRootTest {
  protected:
   ~ZoneTest() override;
 
-  // quillon zone ARGUMENTS --device ROOT
+  // Runs `quillon zone ARGUMENTS --device ROOT`.
   Outcome zone(const std::string& arguments);
   void start(const std::string& name = "appzone");
 
-  // The holder's process id, as the state file says; -1 without one.
+  // Returns the holder's process id from the state file, or -1 without a state file.
   pid_t holder(const std::string& name = "appzone");
 
-  // Runs `body` in a process of its own in the device root, outside every zone. What it prints is
-  // the output, what it returns the status.
+  // Runs `body` in a child process in the device root, outside all zones. Returns its output, and
+  // its result as the status.
   Outcome inDevice(const std::function<int()>& body);
 
   // Waits until the process is gone or a zombie.
   static bool ends(pid_t process);
 
-  // What is left in the folders of states and zones.
+  // Returns the names in the folders of states and zones.
   std::vector<std::string> leftovers();
 };
 

@@ -1,4 +1,4 @@
-// Zones under a storm of kills.
+// Kills zone commands and holders at random times.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
@@ -20,11 +20,11 @@ using ::testing::IsEmpty;
 namespace fs = std::filesystem;
 
 constexpr int kRounds = 40;
-constexpr int kLatestKillUs = 60000;  // a start takes some tens of milliseconds
+constexpr int kMaxKillDelayUs = 60000;  // a start takes some tens of milliseconds
 
 class ZoneKill : public ZoneTest {
  protected:
-  // Starts the command and kills it within kLatestKillUs, unless it has ended.
+  // Starts the command and kills it within kMaxKillDelayUs, unless it has ended.
   void runAndKill(const char* action) {
     const pid_t command = ::fork();
     if (command == 0) {
@@ -35,7 +35,7 @@ class ZoneKill : public ZoneTest {
               nullptr);
       ::_exit(127);
     }
-    ::usleep(std::uniform_int_distribution<unsigned>(0, kLatestKillUs)(random_));
+    ::usleep(std::uniform_int_distribution<unsigned>(0, kMaxKillDelayUs)(random_));
     ::kill(command, SIGKILL);
     ::waitpid(command, nullptr, 0);
   }
@@ -66,14 +66,14 @@ class ZoneKill : public ZoneTest {
   }
 };
 
-TEST_F(ZoneKill, NothingOutlivesAStopWhateverWasKilledBefore) {
+TEST_F(ZoneKill, StopRemovesEverythingAfterAnyKill) {
   const std::string mounts = read("/proc/self/mountinfo");
   int running = 0;
   for (int round = 0; round < kRounds; ++round) {
     runAndKill("start");
     if (round % 3 == 1) killHolder();
     if (round % 4 == 2) runAndKill("stop");
-    // Whatever state that left, the next commands are right.
+    // The next commands must work after any of these kills.
     const Outcome started = zone("start appzone");
     ASSERT_TRUE(started.status == 0 || started.status == kZoneState) << started.output;
     running += started.status == kZoneState ? 1 : 0;

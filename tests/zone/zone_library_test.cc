@@ -47,7 +47,7 @@ int descriptors() {
   return static_cast<int>(std::distance(begin(entries), end(entries)));
 }
 
-// What the library logged, one "PRIORITY TAG TEXT" a line.
+// Returns the log of the library, with a line "PRIORITY TAG TEXT" per record.
 std::string logged() {
   std::string text;
   for (const LogRecord& record : platform().log) {
@@ -56,7 +56,7 @@ std::string logged() {
   return text;
 }
 
-// 0 when entering the zone succeeds.
+// Returns 0 if entering the zone succeeds.
 int enter(const ZoneLibrary& library, const char* name = "appzone") {
   void* context = library.getContext(name);
   if (context == nullptr) return 1;
@@ -114,7 +114,7 @@ TEST_F(ZoneLibraryTest, TheWorkingDirectoryStaysWhereTheZoneHasIt) {
   EXPECT_EQ(directoryAfter("/zone/appzone"), "/");
 }
 
-TEST_F(ZoneLibraryTest, EnteringTwiceIsFine) {
+TEST_F(ZoneLibraryTest, EnteringTwiceSucceeds) {
   start();
   EXPECT_EQ(inDevice([] {
               const ZoneLibrary library;
@@ -123,9 +123,9 @@ TEST_F(ZoneLibraryTest, EnteringTwiceIsFine) {
             0);
 }
 
-// Without privileges a zone lives in a user namespace, which whoever enters it has to share.
+// The zone of an unprivileged user is in a user namespace, which processes must share to enter it.
 TEST_F(ZoneLibraryTest, AnOrdinaryUserEntersAZoneOfTheirOwn) {
-  if (::geteuid() != 0) return;  // every other test here shows it then
+  if (::geteuid() != 0) return;  // all other tests of this file cover it then
   for (const auto& entry : fs::recursive_directory_iterator(root_)) {
     ASSERT_EQ(::lchown(entry.path().c_str(), kOrdinaryUser, kOrdinaryUser), 0);
   }
@@ -136,10 +136,11 @@ TEST_F(ZoneLibraryTest, AnOrdinaryUserEntersAZoneOfTheirOwn) {
         ::setresuid(kOrdinaryUser, kOrdinaryUser, kOrdinaryUser) != 0) {
       return 3;
     }
-    // A process that was root keeps others from looking at it.
+    // The kernel denies access to /proc of a process that has changed its user.
     ::prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
     if (::access(QUILLON_TOOL, X_OK) != 0) return kUnreachable;
-    std::cout << zone("start appzone").output << std::flush;  // once: children copy it
+    std::cout << zone("start appzone").output
+              << std::flush;  // flushed, since children copy the buffer
     const std::string pid = std::to_string(holder());
     std::cout << inDevice([&] {
                    const ZoneLibrary library;
@@ -158,7 +159,7 @@ TEST_F(ZoneLibraryTest, AnOrdinaryUserEntersAZoneOfTheirOwn) {
                                                       "zone appzone: stopped\n"));
 }
 
-// The kernel itself would move half of such a process.
+// setns(2) would move only one thread of such a process.
 TEST_F(ZoneLibraryTest, AProcessWithThreadsIsRefusedAndStaysAsItWas) {
   start();
   const Outcome outcome = inDevice([] {
@@ -191,7 +192,7 @@ TEST_F(ZoneLibraryTest, AProcessWithoutTheRightIsRefusedAndStaysAsItWas) {
               HasSubstr("210 6 ZONE cannot enter the zone 'appzone': this process may not"));
 }
 
-TEST_F(ZoneLibraryTest, AZoneThatStopsMeanwhileIsNotEntered) {
+TEST_F(ZoneLibraryTest, AZoneThatStopsAfterTheLookupIsNotEntered) {
   start();
   const pid_t process = holder();
   const Outcome outcome = inDevice([&] {
@@ -211,8 +212,8 @@ TEST_F(ZoneLibraryTest, AZoneThatStopsMeanwhileIsNotEntered) {
 
 struct NoZone {
   const char* what;
-  const char* name;   // asked for
-  const char* state;  // of "appzone"; null: none
+  const char* name;   // to look up
+  const char* state;  // of "appzone"; null: no state file
   const char* line;
 };
 
@@ -248,7 +249,7 @@ INSTANTIATE_TEST_SUITE_P(
                "1 2\n                                                               ",
                "Bad message"},
         NoZone{"NegativeProcess", "appzone", "-1 5\n", "Bad message"},
-        // Process 1 runs, but started at another time.
+        // Process 1 runs, but its start time differs.
         NoZone{"ReusedProcessId", "appzone", "1 18446744073709551615\n",
                "the zone 'appzone' is not running: process 1, which held it, has ended"},
         NoZone{"ImpossibleProcessId", "appzone", "2147483646 5\n", "has ended"}),

@@ -3,6 +3,9 @@
 #include <dlfcn.h>
 
 #include <cstring>
+#include <system_error>
+
+#include "quillon/base/files.h"
 
 namespace quillon::host {
 namespace {
@@ -41,15 +44,12 @@ class Symbols {
 
 }  // namespace
 
-fs::path libraryOf(const fs::path& executable, const char* name) {
-  const fs::path prefix = executable.parent_path().parent_path();
-  const fs::path built = prefix / "lib" / name;
-  std::error_code ignored;
-  if (fs::exists(built, ignored)) return built;
-  return prefix / QUILLON_INSTALLED_LIBRARIES / name;
-}
-
 fs::path defaultPlugin(const fs::path& executable) { return libraryOf(executable, kFileName); }
+
+fs::path pluginOrDefault(const fs::path& named) {
+  std::error_code ignored;
+  return named.empty() ? defaultPlugin(executablePath()) : fs::absolute(named, ignored);
+}
 
 Expected<PluginLibrary> loadPlugin(const fs::path& file) {
   void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);

@@ -26,12 +26,13 @@ struct PluginLibrary {
   decltype(&create_pipe_client) createPipeClient = nullptr;
 };
 
-// The path of a library that was built or installed with an executable.
-std::filesystem::path libraryOf(const std::filesystem::path& executable, const char* name);
-
 // The path of the plug-in that belongs to an executable: in "../lib" of a build folder, otherwise
 // in the library folder of the installation.
 std::filesystem::path defaultPlugin(const std::filesystem::path& executable);
+
+// The absolute path of the plug-in that the user named, or the default one of the running program
+// if `named` is empty. Relative paths need the working directory of the program's start.
+std::filesystem::path pluginOrDefault(const std::filesystem::path& named);
 
 // Loads the plug-in. It is never unloaded, because it registers signal handlers and starts threads.
 // A failure names the file or the missing function.

@@ -1,4 +1,4 @@
-// The built quillon command with a device root of its own.
+// Runs the built quillon command with a fresh device root.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ class CommandTest : public ::testing::Test {
     arguments.insert(arguments.begin(), QUILLON_COMMAND);
     return arguments;
   }
-  // With QUILLON_DEVICE set to the device root.
+  // Runs the command with QUILLON_DEVICE set to the device root.
   Finished quillon(const std::vector<std::string>& arguments) {
     return run(commandOf(arguments), {{"QUILLON_DEVICE", device()}});
   }

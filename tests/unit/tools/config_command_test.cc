@@ -42,11 +42,11 @@ TEST_F(ConfigCommandTest, TakesADecimalNumberAsInt) {
   }
 }
 
-TEST_F(ConfigCommandTest, RefusesWhatMakesNoSense) {
+TEST_F(ConfigCommandTest, RefusesInvalidValues) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{"k", "x", "--int"},
-       "quillon: 'x' is no decimal number of 32 bits; leave --int out to set a string\n"},
-      {{"k"}, "quillon: config set wants a VALUE; see quillon config set --help\n"},
+       "quillon: 'x' is not a 32-bit decimal number; omit --int to set a string\n"},
+      {{"k"}, "quillon: config set needs a VALUE; see quillon config set --help\n"},
       {{"k", "-x"}, "quillon: config set does not know '-x'; see quillon config set --help\n"},
       {{"k", "1", "2"}, "quillon: config set does not know '2'; see quillon config set --help\n"},
   };
@@ -60,7 +60,7 @@ TEST_F(ConfigCommandTest, RefusesWhatMakesNoSense) {
   EXPECT_EQ(stored("k"), "");
 }
 
-TEST_F(ConfigCommandTest, TellsAnAbsentKeyFromAFailure) {
+TEST_F(ConfigCommandTest, DistinguishesAMissingKeyFromAFailure) {
   const Finished absent = quillon({"config", "get", "a/b"});
   EXPECT_EQ(absent.status, 114);
   EXPECT_EQ(absent.out, "");
@@ -88,14 +88,14 @@ TEST_F(ConfigCommandTest, NamesAMissingDeviceRoot) {
   const Finished unnamed = run(commandOf({"config", "get", "k"}));
   EXPECT_EQ(unnamed.status, 100);
   EXPECT_EQ(unnamed.err,
-            "quillon: no device root is named; give --device DIR or set QUILLON_DEVICE\n");
+            "quillon: no device root is given; give --device DIR or set QUILLON_DEVICE\n");
   const Finished wrong = run(commandOf({"config", "get", "k", "--device", "/nowhere"}));
   EXPECT_EQ(wrong.status, 101);
   EXPECT_THAT(linesOf(wrong.err), ::testing::SizeIs(1));
   EXPECT_THAT(wrong.err, HasSubstr("/nowhere"));
 }
 
-TEST_F(ConfigCommandTest, UnderstandsOnlyItsCommandLine) {
+TEST_F(ConfigCommandTest, RefusesUnknownArguments) {
   const Finished usage = quillon({"config", "get"});
   EXPECT_EQ(usage.status, 100);
   EXPECT_EQ(usage.err, "quillon: KEY is required; see quillon --help\n");

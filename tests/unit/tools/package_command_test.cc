@@ -50,14 +50,14 @@ TEST_F(PackageCommandTest, ListsAsJson) {
   EXPECT_EQ(quillon({"package", "remove", "clock", "--user", "1234"}).status, 0);
 }
 
-TEST_F(PackageCommandTest, FilesMayLieBesideTheManifestsFolder) {
+TEST_F(PackageCommandTest, FilesMayBeOutsideTheManifestsFolder) {
   writeFile((folder() / "build/out/c.dll").string(), "elsewhere");
   const Finished installed = quillon({"package", "install", manifest("../build/out")});
   EXPECT_EQ(installed.status, 0) << installed.err;
   EXPECT_EQ(contentsOf(device() + "/opt/usr/apps/clock/c.dll"), "elsewhere");
 }
 
-TEST_F(PackageCommandTest, AMistakeIsOneLineWithItsPlace) {
+TEST_F(PackageCommandTest, AMistakeIsReportedInOneLineWithItsPosition) {
   const std::string path = manifest("missing");
   const Finished refused = quillon({"package", "install", path});
   EXPECT_EQ(refused.status, 112);
@@ -71,7 +71,8 @@ TEST_F(PackageCommandTest, NamesAPackageThatIsNotInstalled) {
   const Finished refused = quillon({"package", "remove", "clock"});
   EXPECT_EQ(refused.status, 104);
   EXPECT_EQ(refused.err,
-            "quillon: no package 'clock' is installed; see what is: quillon package list\n");
+            "quillon: no package 'clock' is installed; list the installed packages: quillon "
+            "package list\n");
 }
 
 }  // namespace

@@ -61,7 +61,7 @@ class PartnerCommandTest : public CommandTest {
   }
 };
 
-TEST_F(PartnerCommandTest, WhatItSignsThePluginAllows) {
+TEST_F(PartnerCommandTest, ThePluginAcceptsItsSignatures) {
   const Finished made = sign("ID1", "private.pem", {"--note", "20261121"});
   EXPECT_EQ(made.status, 0) << made.err;
   EXPECT_EQ(made.out, "signed '" + package() + "' for the device ID1\n");
@@ -75,7 +75,7 @@ TEST_F(PartnerCommandTest, WhatItSignsThePluginAllows) {
   EXPECT_THAT(filesIn(at("tmp")), IsEmpty());
 }
 
-TEST_F(PartnerCommandTest, TheOpensslCommandVerifiesWhatItSigns) {
+TEST_F(PartnerCommandTest, TheOpensslCommandAcceptsItsSignatures) {
   if (run({"/bin/sh", "-c", "openssl version"}).status != 0) {
     QUILLON_SKIP("there is no openssl command");
   }
@@ -89,10 +89,10 @@ TEST_F(PartnerCommandTest, TheOpensslCommandVerifiesWhatItSigns) {
 TEST_F(PartnerCommandTest, RefusesIdsThatThePluginCouldNotMatch) {
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", "the device id is empty; "},
-      {"ID:1", "the device id 'ID:1' holds ':', "},
+      {"ID:1", "the device id 'ID:1' contains ':', "},
       {std::string(100, 'd'), "the device id has 100 bytes; "},
-      {"ID1\n", "the device id holds a line break or another control character; "},
-      {"ID\t1", "the device id holds a line break or another control character; "}};
+      {"ID1\n", "the device id contains a line break or another control character; "},
+      {"ID\t1", "the device id contains a line break or another control character; "}};
   for (const auto& [id, message] : cases) {
     const Finished refused = sign(id);
     EXPECT_EQ(refused.status, kFailed);
@@ -117,10 +117,10 @@ TEST_F(PartnerCommandTest, RefusesKeysThatThePluginCouldNotUse) {
       {"curve.pem", "' is an EC key of 256 bits, "},
       {"edwards.pem", "' is an ED25519 key of 256 bits, "},
       {"encrypted.pem", "' is encrypted; decrypt it"},
-      {"garbage.pem", "' holds no private key in PEM; "},
-      {"public.pem", "' holds no private key in PEM; "},
+      {"garbage.pem", "' contains no private key in PEM; "},
+      {"public.pem", "' contains no private key in PEM; "},
       {"nothing.pem", "': No such file or directory; "},
-      {"tmp", "' holds no private key in PEM; "}};
+      {"tmp", "' contains no private key in PEM; "}};
   for (const auto& [name, message] : cases) {
     const Finished refused = sign("ID1", name);
     EXPECT_EQ(refused.status, kFailed);
@@ -129,7 +129,7 @@ TEST_F(PartnerCommandTest, RefusesKeysThatThePluginCouldNotUse) {
   EXPECT_THAT(filesIn(package()), IsEmpty());
 }
 
-TEST_F(PartnerCommandTest, ReplacesFilesOnlyWhenItIsTold) {
+TEST_F(PartnerCommandTest, ReplacesFilesOnlyWithTheOption) {
   ASSERT_EQ(sign("ID1").status, 0);
   const Finished kept = sign("ID2");
   EXPECT_EQ(kept.status, kFailed);
@@ -141,30 +141,30 @@ TEST_F(PartnerCommandTest, ReplacesFilesOnlyWhenItIsTold) {
   EXPECT_EQ(verify("ID2").status, 0);
 }
 
-TEST_F(PartnerCommandTest, AFailureLeavesNoHalfWrittenFile) {
+TEST_F(PartnerCommandTest, AFailureLeavesNoIncompleteFile) {
   fs::create_directories(request() + "/in the way");
   const Finished failed = sign("ID1", "private.pem", {"--replace"});
   EXPECT_EQ(failed.status, kFailed);
   EXPECT_EQ(failed.err, "quillon: cannot write '" + request() +
-                            "': Is a directory; move the folder that has its name away\n");
+                            "': Is a directory; move the folder of that name away\n");
   for (const std::string& name : filesIn(package())) {
     EXPECT_EQ(name.rfind("ZQPARTNERDLL", 0), 0U) << name;
   }
   const Finished nowhere =
       partner({"sign", "--key", at("private.pem"), "--duid", "ID1", at("nowhere")});
   EXPECT_EQ(nowhere.status, kFailed);
-  EXPECT_EQ(nowhere.err, "quillon: there is no folder '" + at("nowhere") + "'; make it first\n");
+  EXPECT_EQ(nowhere.err, "quillon: there is no folder '" + at("nowhere") + "'; create it first\n");
 }
 
-// The calls that files are made by; how many others there are changes from run to run.
+// The system calls that write the files. The number of other calls differs between runs.
 const std::set<std::uint64_t> kFileCalls = {
 #ifdef SYS_rename
     SYS_rename,
 #endif
     SYS_renameat, SYS_renameat2, SYS_openat, SYS_write, SYS_fsync, SYS_close};
 
-// Killed at each of these calls: the old package is there or the new one, or in between a
-// signature that has no request or not its own, which nobody takes.
+// Kills the command at each of these calls. Afterwards the folder has the old package, the new one,
+// or a signature without a matching request, which the plug-in refuses.
 class KilledPartnerCommandTest : public PartnerCommandTest {
  protected:
   void SetUp() override {
@@ -182,7 +182,7 @@ class KilledPartnerCommandTest : public PartnerCommandTest {
     return {at("private.pem"), id, "", package(), true};
   }
 
-  // What a kill can leave of a command that signs for ID2.
+  // The packages that exist after kills of a command that signs for ID2.
   std::set<Package> leftByKills(const std::function<void()>& prepare) {
     std::set<Package> left;
     bool killed = true;
@@ -231,7 +231,7 @@ TEST_F(PartnerCommandTest, ExplainsWhatThePluginRefuses) {
   writeFile(at("other.pem"), SigningKey::rsa().publicPem());
   ASSERT_EQ(sign().status, 0);
   const std::string invalid = "verification fail : signature is not valid, ";
-  const std::string wanted = "; the policy works with an RSA key of 2048 bits alone\n";
+  const std::string wanted = "; the policy works with 2048-bit RSA keys only\n";
   const std::vector<std::array<std::string, 3>> cases = {
       {"ID2", "public.pem",
        "verfication fail : duid is not valid, duid comparision is fail... ID2,ID1; sign a request "
@@ -255,8 +255,9 @@ TEST_F(PartnerCommandTest, ExplainsWhatThePluginRefuses) {
 TEST_F(PartnerCommandTest, NamesAFileThatIsMissing) {
   const Finished empty = verify();
   EXPECT_EQ(empty.status, kRefused);
-  EXPECT_EQ(empty.err, "quillon: cannot read '" + request() +
-                           "': No such file or directory; make a package: quillon partner sign\n");
+  EXPECT_EQ(empty.err,
+            "quillon: cannot read '" + request() +
+                "': No such file or directory; create a package: quillon partner sign\n");
   const Finished folderless =
       partner({"verify", "--key", at("public.pem"), "--duid", "ID1", at("public.pem")});
   EXPECT_EQ(folderless.status, kRefused);
@@ -269,7 +270,7 @@ TEST_F(PartnerCommandTest, NamesAFileThatIsMissing) {
   EXPECT_EQ(keyless.err,
             "quillon: there is no file '" + at("nothing.pem") + "'; give --key PUBLIC.pem\n");
   EXPECT_EQ(verify("ID1", "tmp").err,
-            "quillon: '" + at("tmp") + "' is no regular file; give --key PUBLIC.pem\n");
+            "quillon: '" + at("tmp") + "' is not a regular file; give --key PUBLIC.pem\n");
   const Finished pluginless = partner({"verify", "--key", at("public.pem"), "--duid", "ID1",
                                        "--plugin", at("nothing.so"), package()});
   EXPECT_EQ(pluginless.status, 103);
@@ -277,14 +278,15 @@ TEST_F(PartnerCommandTest, NamesAFileThatIsMissing) {
   EXPECT_THAT(filesIn(at("tmp")), IsEmpty());
 }
 
-TEST_F(PartnerCommandTest, SaysWhatAPackagesFilesMustBe) {
+TEST_F(PartnerCommandTest, ReportsTheRequirementsOfThePackageFiles) {
   ASSERT_EQ(sign().status, 0);
   fs::remove(signature());
   ASSERT_EQ(mkfifo(signature().c_str(), 0600), 0);
   EXPECT_THAT(verify().err, HasSubstr("Failed to open signature file; both files must be regular"));
   fs::remove(signature());
   writeFile(signature(), std::string(255, 'x'));
-  EXPECT_THAT(verify().err, HasSubstr("corrupted signature file; the file is cut, or of a key "));
+  EXPECT_THAT(verify().err,
+              HasSubstr("corrupted signature file; the file is truncated, or its key "));
 }
 
 }  // namespace

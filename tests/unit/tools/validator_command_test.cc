@@ -1,4 +1,4 @@
-// quillon validator with applications that ask through the built plug-in.
+// quillon validator with applications that send requests through the built plug-in.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -35,7 +35,7 @@ std::size_t count(const std::string& text, const std::string& part) {
   return times;
 }
 
-// Waits for it, ten seconds at most.
+// Waits for at most ten seconds.
 bool eventually(const std::function<bool()>& condition) {
   for (int look = 0; look < 5000; ++look) {
     if (condition()) return true;
@@ -68,20 +68,20 @@ class ValidatorCommand : public CommandTest {
   std::vector<std::string> validatorCommand() {
     return commandOf({"validator", "--device", device(), policy()});
   }
-  // Waits until it answers.
+  // Waits until the validator answers.
   void start(Program& validator) {
     validator.with("QUILLON_LOG", "none").start();
     ASSERT_TRUE(validator.waitForOutput("validator ready\n"));
   }
 
-  // Runs a script inside; $ASK is the command that asks about the path put behind it.
+  // Runs a script inside. $ASK is a command that asks about the path in its last argument.
   Finished script(const std::string& text) {
     const std::string ask = std::string(QUILLON_DRIVER) + " " + QUILLON_PLUGIN + " validate_dll=";
     return run(
         commandOf({"device", "shell", device(), "--", "sh", "-c", "ASK='" + ask + "'; " + text}),
         {{"QUILLON_LOG", "none"}});
   }
-  // 1 or 0; something else where nothing came of it.
+  // Returns the answer, 1 or 0; another value on failure.
   int ask(const std::string& path) {
     const Finished asked = script("exec $ASK'" + path + "'");
     if (count(asked.out, "\"result\":1") == 1) return 1;
@@ -91,7 +91,7 @@ class ValidatorCommand : public CommandTest {
   }
 };
 
-TEST_F(ValidatorCommand, AnswersByThePolicyAndSaysSo) {
+TEST_F(ValidatorCommand, AnswersByThePolicyAndPrintsIt) {
   Program validator(validatorCommand());
   start(validator);
   EXPECT_EQ(ask(kGood), 1);
@@ -126,7 +126,7 @@ TEST_F(ValidatorCommand, OnlyOneRunsInADeviceRoot) {
   validator.finish();
 }
 
-TEST_F(ValidatorCommand, TakesOverPipesOfADeadOne) {
+TEST_F(ValidatorCommand, TakesOverThePipesOfAKilledValidator) {
   ASSERT_EQ(script("mkfifo /tmp/dotnet_pipe_in /tmp/dotnet_pipe_out").status, 0);
   Program validator(validatorCommand());
   start(validator);
@@ -135,7 +135,7 @@ TEST_F(ValidatorCommand, TakesOverPipesOfADeadOne) {
   validator.finish();
 }
 
-// Each answer goes to one application: none is left over, none takes two.
+// Each answer goes to exactly one application.
 TEST_F(ValidatorCommand, AnswersFiftyAtOnceOneEach) {
   Program validator(validatorCommand());
   start(validator);
@@ -150,8 +150,9 @@ TEST_F(ValidatorCommand, AnswersFiftyAtOnceOneEach) {
   EXPECT_THAT(ended.out, Not(HasSubstr("withdrawn")));
 }
 
-// Those that take turns, as `quillon launch --validate` does, get the answer to their own request.
-TEST_F(ValidatorCommand, FiftyThatTakeTurnsGetTheirOwnAnswersEach) {
+// Applications that take turns, as with `quillon launch --validate`, get the answer to their own
+// request.
+TEST_F(ValidatorCommand, FiftyInTurnsGetTheirOwnAnswersEach) {
   Program validator(validatorCommand());
   start(validator);
   const Finished asked = script(
@@ -165,8 +166,8 @@ TEST_F(ValidatorCommand, FiftyThatTakeTurnsGetTheirOwnAnswersEach) {
   EXPECT_THAT(validator.finish().out, Not(HasSubstr("withdrawn")));
 }
 
-// By the lock on the answer pipe, launches know that an answer may still come to somebody.
-TEST_F(ValidatorCommand, LocksTheAnswerPipeAsLongAsAnAnswerIsUnderWay) {
+// The lock of the answer pipe tells launches that an answer to another request may still arrive.
+TEST_F(ValidatorCommand, LocksTheAnswerPipeWhileItSendsAnAnswer) {
   Program validator(validatorCommand());
   start(validator);
   const int answers =
@@ -187,7 +188,7 @@ TEST_F(ValidatorCommand, LocksTheAnswerPipeAsLongAsAnAnswerIsUnderWay) {
   validator.finish();
 }
 
-TEST_F(ValidatorCommand, AnswersALongPathThatOneReadDoesNotHold) {
+TEST_F(ValidatorCommand, AnswersAPathLongerThanOneRead) {
   std::string path = "/opt/usr/apps/good";
   for (int folder = 0; folder < 10; ++folder) path += "/" + std::string(200, 'a');
   put(path + "/a.dll");
@@ -199,7 +200,7 @@ TEST_F(ValidatorCommand, AnswersALongPathThatOneReadDoesNotHold) {
   validator.finish();
 }
 
-TEST_F(ValidatorCommand, RefusesAMalformedRequestInWords) {
+TEST_F(ValidatorCommand, ReportsAndRefusesAMalformedRequest) {
   Program validator(validatorCommand());
   start(validator);
   const Finished asked = script(
@@ -214,8 +215,8 @@ TEST_F(ValidatorCommand, RefusesAMalformedRequestInWords) {
               HasSubstr("malformed request 'RequestForDllValidation:x:/a': has no process id\n"));
 }
 
-// Nobody waits for these answers, so they must not be there for the next who asks.
-TEST_F(ValidatorCommand, AnswersNobodyWhereNobodyWaits) {
+// No process waits for these answers, so they must not stay in the pipe for the next requester.
+TEST_F(ValidatorCommand, SendsNoAnswerIfNoProcessWaits) {
   Program validator(validatorCommand());
   start(validator);
   script("printf 'hello \\033[31m\\n' >/tmp/dotnet_pipe_in");
@@ -226,24 +227,24 @@ TEST_F(ValidatorCommand, AnswersNobodyWhereNobodyWaits) {
       std::string(kGood) + "\\n\" >/tmp/dotnet_pipe_in");
   EXPECT_EQ(ask(kBad), 0);
   validator.terminate();
-  const std::string said = validator.finish().out;
-  EXPECT_THAT(said, HasSubstr("malformed request 'hello ?[31m': does not begin with "));
-  EXPECT_THAT(said, HasSubstr("not answered: nobody waits any more"));
+  const std::string output = validator.finish().out;
+  EXPECT_THAT(output, HasSubstr("malformed request 'hello ?[31m': does not begin with "));
+  EXPECT_THAT(output, ::testing::ContainsRegex("not answered: process [0-9]+ no longer waits"));
 }
 
-TEST_F(ValidatorCommand, WithdrawsAnAnswerWhoseAskerEnded) {
+TEST_F(ValidatorCommand, DiscardsTheAnswerToARequesterThatEnded) {
   Program validator(validatorCommand());
   start(validator);
-  Program asker(
+  Program requester(
       commandOf({"device", "shell", device(), "--", "sh", "-c",
                  "exec 3<>/tmp/dotnet_pipe_out; "
                  "printf \"RequestForDllValidation:$$:" +
                      std::string(kGood) + "\\n\" >/tmp/dotnet_pipe_in; exec sleep 1000"}));
-  asker.start();
+  requester.start();
   EXPECT_TRUE(validator.waitForOutput("allowed "));
-  asker.terminate();
-  asker.finish();
-  EXPECT_TRUE(validator.waitForOutput("withdrawn: nobody took "));
+  requester.terminate();
+  requester.finish();
+  EXPECT_TRUE(validator.waitForOutput("discarded: no process read "));
   EXPECT_EQ(ask(kBad), 0);
   validator.terminate();
   validator.finish();
@@ -257,7 +258,7 @@ TEST_F(ValidatorCommand, APolicyWithAMistakeStartsNothing) {
   EXPECT_FALSE(hasPipes());
 }
 
-// Libraries have canonical paths, so such an entry would deny nothing.
+// The paths of libraries are canonical, so such an entry would deny nothing.
 TEST_F(ValidatorCommand, ADeniedPathThroughALinkStartsNothing) {
   fs::create_directory_symlink("good", onMachine("/opt/usr/apps/link"));
   writeFile(policy(), "default = \"allow\"\ndeny-paths = [\"/opt/usr/apps/link/a.dll\"]\n");
@@ -276,7 +277,7 @@ TEST_F(ValidatorCommand, AMissingPluginIsNamed) {
   EXPECT_THAT(ended.err, HasSubstr("/no/plugin.so"));
 }
 
-TEST_F(ValidatorCommand, SaysWhyItCannotServe) {
+TEST_F(ValidatorCommand, ReportsWhyItCannotServe) {
   put("/tmp/dotnet_pipe_in/file");
   const Finished ended = run(validatorCommand(), {{"QUILLON_LOG", "none"}});
   EXPECT_EQ(ended.status, kServiceFailed);
@@ -287,8 +288,8 @@ TEST_F(ValidatorCommand, SaysWhyItCannotServe) {
   EXPECT_EQ(unanswering.status, kServiceFailed);
   EXPECT_EQ(
       unanswering.err,
-      "quillon: the plug-in's server could not make '/tmp/dotnet_pipe_out'; it logged: mkfifo "
-      "failed; move what has that name in the device root away\n");
+      "quillon: the plug-in's server could not create '/tmp/dotnet_pipe_out'; it logged: mkfifo "
+      "failed; move the file of that name in the device root away\n");
   EXPECT_FALSE(fs::exists(onMachine("/tmp/dotnet_pipe_in")));
 }
 

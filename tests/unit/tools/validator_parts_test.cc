@@ -1,4 +1,4 @@
-// Requests as the validator takes them apart, and its policy.
+// How the validator parses requests and applies its policy.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -6,10 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "quillon/validator/asker.h"
 #include "quillon/validator/decision.h"
 #include "quillon/validator/policy.h"
 #include "quillon/validator/request.h"
+#include "quillon/validator/requester.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/platform/program.h"
 
@@ -71,8 +71,8 @@ TEST(ValidatorRequests, OfSeveralClientsComeInOneText) {
   EXPECT_EQ(pathsOf(reader.take(requestOf("/d"))), std::vector<std::string>{"/d"});
 }
 
-// A read of the server takes at most 1023 bytes.
-TEST(ValidatorRequests, ThatReadsTookApartArePutTogether) {
+// A read of the server returns at most 1023 bytes.
+TEST(ValidatorRequests, ThatReadsSplitAreReassembled) {
   const std::string first = requestOf("/" + std::string(900, 'a'));
   const std::string second = requestOf("/" + std::string(2000, 'b'));
   const std::string third = requestOf("/c");
@@ -90,9 +90,9 @@ TEST(ValidatorRequests, ThatReadsTookApartArePutTogether) {
   EXPECT_EQ(all[2].text, third);
 }
 
-TEST(ValidatorRequests, OneOfExactly1023BytesIsWhole) {
+TEST(ValidatorRequests, OneOfExactly1023BytesIsComplete) {
   const std::string request = requestOf("/" + std::string(1022 - requestOf("/").size(), 'a'));
-  RequestReader reader;  // the server has dropped its line end
+  RequestReader reader;  // the server has removed the line end
   EXPECT_EQ(reader.take(request).size(), 1U);
 }
 
@@ -105,15 +105,15 @@ TEST(ValidatorRequests, ALineBreakInAPathMakesOneMalformedRequest) {
   EXPECT_EQ(requests[1].path, "/c");
 }
 
-TEST(ValidatorRequests, WhatNeverEndsIsGivenUp) {
+TEST(ValidatorRequests, ARequestWithoutAnEndIsDropped) {
   RequestReader reader;
   std::size_t requests = 0;
   for (int text = 0; text < 20; ++text) requests += reader.take(std::string(1023, 'x')).size();
   EXPECT_GE(requests, 2U);
 }
 
-// What nobody waited for keeps its id, but reads no answer any more.
-TEST(ValidatorAsker, HasEndedOnceItIsOnItsWayOut) {
+// A zombie keeps its process id, but reads no answer.
+TEST(ValidatorRequester, HasEndedWhenItIsExiting) {
   EXPECT_FALSE(hasEnded(getpid()));
   const pid_t child = fork();
   if (child == 0) {
@@ -161,15 +161,15 @@ TEST_F(ValidatorPolicy, NamesFileLineKeyAndRemedy) {
       {"default = \"maybe\"", ":1: key 'default' is neither", "\"allow\" or \"deny\""},
       {"default = true", ":1: key 'default' is neither", "\"allow\" or \"deny\""},
       {"default = \"deny\"\nallow = []", ":2: key 'allow' is unknown", "allow-sha256"},
-      {"default = \"deny\"\nallow-paths = \"/a\"", ":2: key 'allow-paths' is no list", "\"/opt"},
-      {"default = \"deny\"\nallow-paths = [\n 1]", ":3: key 'allow-paths' holds something", "\"/"},
-      {"default = \"deny\"\ndeny-paths = [\"a\"]", ":2: key 'deny-paths' holds 'a'", "\"/opt"},
-      {"default = \"deny\"\ndeny-paths = [\"/a/../b\"]", "holds '/a/../b'", "\"/opt"},
-      {"default = \"deny\"\nallow-sha256 = [\"12\"]", ":2: key 'allow-sha256' holds '12'",
+      {"default = \"deny\"\nallow-paths = \"/a\"", ":2: key 'allow-paths' is not a list", "\"/opt"},
+      {"default = \"deny\"\nallow-paths = [\n 1]", ":3: key 'allow-paths' contains a value", "\"/"},
+      {"default = \"deny\"\ndeny-paths = [\"a\"]", ":2: key 'deny-paths' contains 'a'", "\"/opt"},
+      {"default = \"deny\"\ndeny-paths = [\"/a/../b\"]", "contains '/a/../b'", "\"/opt"},
+      {"default = \"deny\"\nallow-sha256 = [\"12\"]", ":2: key 'allow-sha256' contains '12'",
        "sha256sum"},
-      {"default = \"deny\"\nallow-sha256 = [\"" + std::string(64, 'g') + "\"]", "holds 'ggg",
+      {"default = \"deny\"\nallow-sha256 = [\"" + std::string(64, 'g') + "\"]", "contains 'ggg",
        "sha256sum"},
-      {"default = ", ":1: this is no TOML", "correct it there"},
+      {"default = ", ":1: invalid TOML", "correct it there"},
   };
   for (const Mistake& mistake : mistakes) {
     const auto policy = readPolicy(policyFile(mistake.text));
@@ -187,15 +187,15 @@ TEST_F(ValidatorPolicy, ThatCannotBeReadIsNamed) {
   }
 }
 
-// Opening it would wait for a writer.
+// open(2) of a FIFO waits for a writer.
 TEST_F(ValidatorPolicy, ThatIsAFifoIsRefused) {
   ASSERT_EQ(mkfifo(at("policy.toml").c_str(), 0600), 0);
   const auto policy = readPolicy(at("policy.toml"));
   ASSERT_FALSE(policy);
-  EXPECT_THAT(policy.error().what, HasSubstr("no regular file"));
+  EXPECT_THAT(policy.error().what, HasSubstr("not a regular file"));
 }
 
-TEST_F(ValidatorPolicy, DefaultDecidesWhereNothingElseDoes) {
+TEST_F(ValidatorPolicy, DefaultAppliesIfNoOtherRuleMatches) {
   test::writeFile(at("a.dll"), "abc");
   EXPECT_TRUE(decide(policyOf("default = \"allow\""), at("a.dll")).allowed);
   const Decision denied = decide(policyOf("default = \"deny\""), at("a.dll"));
@@ -233,7 +233,7 @@ TEST_F(ValidatorPolicy, DeniedPathsComeFirstThenDigests) {
   EXPECT_FALSE(decide(policyOf("default = \"deny\"\n" + digest), at("a.dll")).allowed);
 }
 
-TEST_F(ValidatorPolicy, NeverAllowsWhatIsNoReadableFileAtItsCanonicalPath) {
+TEST_F(ValidatorPolicy, DeniesFilesThatAreUnreadableOrHaveAnotherCanonicalPath) {
   const Policy policy = policyOf("default = \"allow\"");
   test::writeFile(at("a.dll"), "x");
   fs::create_symlink("a.dll", at("link.dll"));

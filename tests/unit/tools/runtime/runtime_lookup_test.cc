@@ -18,7 +18,8 @@ namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-// A machine of the test's own: no variable is set, and PATH leads to a folder that it fills.
+// An isolated machine: the environment variables are unset, and PATH contains only a folder of the
+// test.
 class RuntimeLookup : public ::testing::Test {
  protected:
   RuntimeLookup() : folder_((fs::temp_directory_path() / "quillon-XXXXXX").string()) {
@@ -53,7 +54,7 @@ class RuntimeLookup : public ::testing::Test {
     ::setenv(variable, (folder_ + "/" + root).c_str(), 1);
   }
 
-  // A `dotnet` that runs `script`.
+  // Installs a `dotnet` command that runs `script`.
   void installCommand(const std::string& script) const {
     const fs::path command = fs::path(folder_) / "bin/dotnet";
     fs::create_directories(command.parent_path());
@@ -61,7 +62,7 @@ class RuntimeLookup : public ::testing::Test {
     fs::permissions(command, fs::perms(0755));
   }
 
-  // One that lists what is installed in `root`.
+  // Installs a `dotnet` command that lists the runtimes in `root`.
   void installLister(const std::string& root, const std::string& version) const {
     installCommand(
         "test \"$*\" = --list-runtimes || exit 9\n"
@@ -88,14 +89,14 @@ TEST_F(RuntimeLookup, TakesTheNewestReleaseOfAFolder) {
   EXPECT_EQ(found->foundThrough, "QUILLON_DOTNET_ROOT");
 }
 
-TEST_F(RuntimeLookup, TakesAPreviewWhereThereIsNoRelease) {
+TEST_F(RuntimeLookup, TakesAPreviewIfThereIsNoRelease) {
   install("root", "11.0.0-preview.1");
   install("root", "11.0.0-preview.2");
   set("DOTNET_ROOT", "root");
   EXPECT_EQ(findFramework()->version, "11.0.0-preview.2");
 }
 
-TEST_F(RuntimeLookup, AsksThePlacesInOrder) {
+TEST_F(RuntimeLookup, SearchesThePlacesInOrder) {
   install("chosen", "8.0.1");
   install("root", "9.0.1");
   install("listed", "10.0.1");
@@ -124,14 +125,14 @@ TEST_F(RuntimeLookup, AChosenFolderWithoutARuntimeIsAnError) {
   EXPECT_THAT(found.error().remedy, HasSubstr("unset it"));
 }
 
-TEST_F(RuntimeLookup, AnAmbientFolderWithoutARuntimeIsPassedOver) {
+TEST_F(RuntimeLookup, IgnoresADotnetRootWithoutARuntime) {
   install("listed", "10.0.1");
   installLister("listed", "10.0.1");
   set("DOTNET_ROOT", "empty");
   EXPECT_EQ(findFramework()->foundThrough, "dotnet --list-runtimes");
 }
 
-TEST_F(RuntimeLookup, SaysWhatWasFoundInstead) {
+TEST_F(RuntimeLookup, ReportsWhatWasFoundInstead) {
   fs::create_directories(frameworkIn("root", "10.0.1"));
   set("DOTNET_ROOT", "root");
   const auto found = findFramework();
@@ -151,13 +152,13 @@ TEST_F(RuntimeLookup, ReportsACommandThatFails) {
   EXPECT_THAT(findFramework().error().what, HasSubstr("(no Microsoft.NETCore.App)"));
 }
 
-TEST_F(RuntimeLookup, TheListMayNameWhatIsGone) {
+TEST_F(RuntimeLookup, IgnoresListedRuntimesThatAreMissing) {
   installLister("gone", "10.0.1");
   EXPECT_THAT(findFramework().error().what, HasSubstr("10.0.1 without libcoreclr.so"));
 }
 
-// More than a pipe holds, and words that a shell would take for its own.
-TEST(CommandOutput, IsWholeAndThroughNoShell) {
+// The output exceeds the capacity of a pipe, and the words contain special characters of a shell.
+TEST(CommandOutput, IsCompleteAndUsesNoShell) {
   const auto much = commandOutput({"/usr/bin/head", "-c", "300000", "/dev/zero"});
   ASSERT_TRUE(much);
   EXPECT_EQ(much->size(), 300000U);

@@ -5,7 +5,7 @@
 namespace quillon::dotnet {
 namespace {
 
-// Each version is preferred to every one before it, and to none after it.
+// Each version is preferred to all earlier ones in the list, and to no later one.
 TEST(Version, OrdersReleasesByNumberAndPreviewsBehindThem) {
   const char* ascending[] = {"",
                              "9.0.0-preview.7.1",

@@ -1,4 +1,4 @@
-#include "quillon/validator/asker.h"
+#include "quillon/validator/requester.h"
 
 #include <signal.h>
 
@@ -10,11 +10,12 @@
 namespace quillon::validator {
 namespace {
 
-// PF_EXITING of the kernel's include/linux/sched.h, which is set before descriptors and locks go.
+// PF_EXITING of the kernel's include/linux/sched.h. The kernel sets it before it closes descriptors
+// and releases locks.
 constexpr unsigned long kExiting = 0x4;
 
-// Field 9 of /proc/PID/stat (proc(5)); 0 where it cannot be read. Field 2 is the program's name in
-// parentheses, which may hold anything.
+// Returns field 9 of /proc/PID/stat (proc(5)), or 0 if it cannot be read. Field 2 is the program's
+// name in parentheses, which may contain any character.
 unsigned long kernelFlagsOf(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/stat");
   std::string line;

@@ -1,19 +1,20 @@
-#include "quillon/device/companion.h"
+#include "quillon/device/zone_holder.h"
 
 #include <fcntl.h>
 
 #include <string>
 #include <system_error>
 
+#include "quillon/device/device_root.h"
 #include "workstation/zone_state.h"
 
 namespace quillon::device {
 
 namespace fs = std::filesystem;
 
-Descriptor findCompanion(const fs::path& device) {
-  const fs::path states = device / fs::path(workstation::kZoneStateDirectory).relative_path();
-  const Descriptor folder(::open(states.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+Descriptor findZoneHolder(const fs::path& device) {
+  const fs::path states = pathInDevice(device, workstation::kZoneStateDirectory);
+  const Descriptor folder(open(states.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   std::error_code error;
   for (fs::directory_iterator entry(states, error), end; !error && entry != end;
        entry.increment(error)) {

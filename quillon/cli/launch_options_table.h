@@ -1,0 +1,102 @@
+// The options of `quillon launch`: one table for the fast path (plain_launch.h) and for the full
+// parser (launch_parser.h), so that both accept the same options with the same meaning.
+//
+// Included by the fast path: no header of the full parser's library may be included here.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "quillon/host/application/options.h"
+
+namespace quillon::cli {
+
+// The member that an option sets. Its type decides how the option is parsed: a bool is a flag
+// without a value, a vector takes one value each time, an optional<bool> takes "on" or "off".
+using LaunchMember = std::variant<bool host::LaunchOptions::*, std::string host::LaunchOptions::*,
+                                  std::optional<std::string> host::LaunchOptions::*,
+                                  std::filesystem::path host::LaunchOptions::*,
+                                  std::vector<std::filesystem::path> host::LaunchOptions::*,
+                                  std::optional<bool> host::RuntimeSettings::*>;
+
+enum class Parser { kFull, kBoth };
+
+struct LaunchOption {
+  std::string_view name;
+  LaunchMember member;
+  const char* help;
+  const char* valueName = "";     // in the help text
+  Parser parser = Parser::kFull;  // kBoth: the fast path accepts the option too
+  bool isRequired = false;
+  const char* positional = "";  // name of the argument that sets the same member; "": none
+};
+
+inline constexpr char kPlanOption[] = "--plan";
+inline constexpr char kJsonOption[] = "--json";
+inline constexpr char kTimelineOption[] = "--timeline";
+inline constexpr char kValidateOption[] = "--validate";
+
+// In the order of the help text.
+inline constexpr LaunchOption kLaunchOptions[] = {
+    {"--device", &host::LaunchOptions::device, "Device root to launch in", "DIR", Parser::kBoth,
+     true},
+    {"--id", &host::LaunchOptions::appId, "Id of an installed application", "ID", Parser::kBoth,
+     true, "APPID"},
+    {"--type", &host::LaunchOptions::type, "Application type; default: from the manifest", "TYPE",
+     Parser::kBoth},
+    {"--path", &host::LaunchOptions::exec,
+     "Device path of the executable; default: from the manifest", "PATH", Parser::kBoth},
+    {"--plugin", &host::LaunchOptions::plugin,
+     "Plug-in to load; default: the one built with this tool", "FILE"},
+    {"--preload", &host::LaunchOptions::preload,
+     "Prepare the process before the application is set", "", Parser::kBoth},
+    {"--raw", &host::LaunchOptions::raw,
+     "Leave standard output and error unchanged; default: redirect them to the log", "",
+     Parser::kBoth},
+    {kValidateOption, &host::LaunchOptions::validate,
+     "Ask the validator about the application's assemblies before loading any"},
+    {"--direct", &host::LaunchOptions::direct, "Launch in this process, even if a launch pad runs",
+     "", Parser::kBoth},
+    {"--writable", &host::LaunchOptions::writable, "Machine path that the application may write to",
+     "PATH"},
+    {"--tiered-compilation", &host::RuntimeSettings::tieredCompilation,
+     "Compile methods quickly at first, optimize hot ones later"},
+    {"--quick-jit-for-loops", &host::RuntimeSettings::quickJitForLoops,
+     "Compile methods with loops quickly at first, too"},
+    {"--tiered-pgo", &host::RuntimeSettings::tieredPgo,
+     "Profile quickly compiled methods to optimize them better later"},
+    {"--ready-to-run", &host::RuntimeSettings::readyToRun,
+     "Use the precompiled code of assemblies"},
+    {"--write-xor-execute", &host::RuntimeSettings::writeXorExecute,
+     "Never map memory writable and executable at once; a defence, leave it on"},
+    {"--diagnostics", &host::RuntimeSettings::diagnostics,
+     "Allow debuggers, profilers and the diagnostic socket; off is for production"},
+    {kPlanOption, &host::LaunchOptions::plan, "Print what a launch would do, and exit"},
+    {kJsonOption, &host::LaunchOptions::json, "Print the plan as JSON"},
+    {kTimelineOption, &host::LaunchOptions::timeline,
+     "HTML page to write with a timeline of the launch; trace events go to a .json file beside it",
+     "FILE.html"},
+    {"--verbose", &host::LaunchOptions::verbose, "Print the plan to standard error, then launch"},
+};
+
+template <typename Value>
+Value& memberOf(host::LaunchOptions& options, Value host::LaunchOptions::*member) {
+  return options.*member;
+}
+template <typename Value>
+Value& memberOf(host::LaunchOptions& options, Value host::RuntimeSettings::*member) {
+  return options.settings.*member;
+}
+
+// Calls `function` with a reference to the member of `options` that `option` sets.
+template <typename Function>
+auto withMember(const LaunchOption& option, host::LaunchOptions& options, Function function) {
+  return std::visit([&](auto member) { return function(memberOf(options, member)); },
+                    option.member);
+}
+
+}  // namespace quillon::cli
