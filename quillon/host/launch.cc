@@ -148,7 +148,7 @@ Expected<void> Launch::registerSelf() {
   if (auto noted = workstation::registerProcess(getpid(), target_.package.id); !noted) {
     return fail(kServiceFailed, noted.error());
   }
-  workstation::clearProcessNotes();
+  workstation::forgetEndedProcesses();
   return {};
 }
 

@@ -1,4 +1,4 @@
-// Gives the committed corpus to every fuzz target, with whatever compiler builds the tests.
+// Runs every fuzz target with its committed corpus. Needs no fuzzing compiler.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -34,7 +34,7 @@ std::string contentOf(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// In memory of exactly their size, so that a sanitizer sees a step beyond the end.
+// In a buffer of exactly their size, so that a sanitizer reports a read beyond the end.
 void give(const std::string& bytes, Target target) {
   const auto exact = std::make_unique<char[]>(bytes.size());
   std::copy(bytes.begin(), bytes.end(), exact.get());

@@ -7,13 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/device_main.h"
 #include "tests/support/recording_platform.h"
 #include "tests/support/skip.h"
 
 namespace quillon::test {
-
-// Why the process could not enter a device root; empty when it is in one.
-const std::string& whyOutside();
 
 // The content of the runtime flag file's read-only copy.
 inline constexpr char kDotnetFlag[] = "1\n";

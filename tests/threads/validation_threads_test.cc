@@ -1,4 +1,4 @@
-// Threads of one application that ask about libraries at once, which they may do without a lock.
+// Several threads of an application validate libraries at the same time, without a lock.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -23,7 +23,7 @@ namespace {
 
 constexpr char kGood[] = "/tmp/good.dll";
 constexpr char kBad[] = "/tmp/bad.dll";
-constexpr int kQuestions = 200;  // of each thread
+constexpr int kQuestions = 200;  // for each thread
 constexpr int kChecks = 20;
 
 template <typename Function>
@@ -33,7 +33,7 @@ Function* exported(const char* name) {
 }
 #define EXPORTED(name) exported<decltype(name)>(#name)
 
-// Two answers in the pipe would both go to one thread.
+// One thread could read two answers from the pipe at once, so this writes one at a time.
 void waitUntilRead() {
   static const int answers = open(QUILLON_DLL_ANSWER_PIPE, O_RDWR | O_CLOEXEC);
   for (int unread = 1; unread > 0;) {
@@ -42,7 +42,7 @@ void waitUntilRead() {
   }
 }
 
-// The validator: a text may hold several requests, and short ones come whole.
+// The validator. A read may return several requests; short requests are never split.
 void answer(const char* text, void*) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
@@ -86,7 +86,7 @@ void putFile(const std::filesystem::path& file, const std::string& content) {
   std::ofstream(file, std::ios::binary) << content;
 }
 
-// A partner's package for the device ID1.
+// A partner package for the device ID1.
 void putPackage(const std::string& folder, const std::string& signature) {
   putFile(folder + "/" QUILLON_PARTNER_REQUEST, "ID1:");
   putFile(folder + "/" QUILLON_PARTNER_SIGNATURE, signature);

@@ -5,11 +5,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include "packages/manifest_reader.h"
 #include "packages/manifest_rules.h"
+#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 namespace {
@@ -22,7 +21,7 @@ constexpr const char* kRootRemedy =
 constexpr const char* kExecRemedy =
     "write the assembly's path relative to the package's root, such as \"bin/Clock.dll\"";
 
-// Identifiers may leave out the namespace that all of their kind share.
+// Identifiers in a manifest may omit the namespace that they all share.
 std::string withNamespace(const char* prefix, const std::string& identifier) {
   return identifier.starts_with('/') ? prefix + identifier : identifier;
 }
@@ -52,7 +51,7 @@ std::vector<std::string> privileges(ManifestReader& reader, const toml::table& t
 
 using Metadata = std::vector<std::pair<std::string, std::string>>;
 
-// TOML tables are sorted by key; this is the order of the file.
+// toml++ sorts tables by key; this restores the order of the file.
 std::vector<std::pair<std::string, const toml::node*>> inFileOrder(const toml::table& table) {
   std::vector<std::pair<std::string, const toml::node*>> entries;
   for (const auto& [key, node] : table) entries.emplace_back(key.str(), &node);
@@ -173,12 +172,9 @@ Expected<Manifest> readDocument(const toml::table& document, const fs::path& pat
 }
 
 Expected<std::string> contents(const fs::path& path) {
-  std::error_code error;
-  std::ifstream file(path, std::ios::binary);
+  if (auto text = readWholeFile(path)) return std::move(*text);
   const int cause = errno;
-  if (fs::is_regular_file(path, error) && file) {
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  }
+  std::error_code error;
   const bool isFolder = fs::is_directory(path, error);
   return fail("cannot read the manifest '" + path.string() +
                   "': " + std::strerror(isFolder ? EISDIR : cause),
@@ -188,10 +184,9 @@ Expected<std::string> contents(const fs::path& path) {
 }  // namespace
 
 Expected<Manifest> readManifest(const fs::path& path) {
-  const auto text = contents(path);
-  if (!text) return tl::unexpected(text.error());
+  ASSIGN_OR_RETURN(const std::string text, contents(path));
   try {
-    return readDocument(toml::parse(*text, path.string()), path);
+    return readDocument(toml::parse(text, path.string()), path);
   } catch (const toml::parse_error& error) {
     const toml::source_position& begin = error.source().begin;
     return fail(path.string() + ':' + std::to_string(begin.line) + ':' +

@@ -4,12 +4,12 @@
 #include <array>
 #include <filesystem>
 
-#include "device_data.h"
+#include "data_paths.h"
 
 namespace quillon::workstation {
 namespace {
 
-constexpr size_t kLongestId = 200;
+constexpr size_t kMaxIdLength = 200;
 constexpr std::array<std::string_view, 3> kRoots = {"/opt/usr/", "/usr/apps/", "/opt/share/"};
 
 bool hasControlCharacter(std::string_view text) {
@@ -21,7 +21,7 @@ bool leavesItsFolder(const std::filesystem::path& path) {
   return std::find(path.begin(), path.end(), "..") != path.end();
 }
 
-// "/a/b" and nothing that another text could name as well.
+// An absolute path in its shortest form, such as "/a/b".
 bool isPlainAbsolute(const std::filesystem::path& path) {
   return path.is_absolute() && path.native() == path.lexically_normal().native() &&
          path.has_filename();
@@ -37,8 +37,8 @@ std::string wrongWithText(std::string_view text) {
 
 std::string wrongWithId(std::string_view id) {
   if (std::string wrong = wrongWithText(id); !wrong.empty()) return wrong;
-  if (id.size() > kLongestId) {
-    return "is longer than " + std::to_string(kLongestId) + " bytes";
+  if (id.size() > kMaxIdLength) {
+    return "is longer than " + std::to_string(kMaxIdLength) + " bytes";
   }
   if (id == "." || id == "..") return "names a folder, not a package";
   if (id.find_first_of("/:") != id.npos) return "holds '/' or ':'";

@@ -8,7 +8,7 @@
 #include "quillon/host/plugin/boost_listener.h"
 #include "quillon/host/plugin/captured_output.h"
 #include "quillon/host/plugin/refusal_watch.h"
-#include "workstation/log_tail.h"
+#include "workstation/last_errors.h"
 
 namespace quillon::host {
 namespace {

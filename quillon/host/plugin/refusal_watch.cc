@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "quillon/base/terminal.h"
-#include "workstation/log_tail.h"
+#include "workstation/last_errors.h"
 
 namespace quillon::host {
 namespace {

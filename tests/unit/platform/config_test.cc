@@ -1,4 +1,4 @@
-// The configuration store, its notices included.
+// The configuration store and its change notifications.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -16,8 +16,8 @@
 #include <thread>
 
 #include "platform/vconf.h"
+#include "tests/support/program.h"
 #include "tests/unit/platform/device_main.h"
-#include "tests/unit/platform/program.h"
 #include "workstation/config_store.h"
 
 namespace quillon::test {
@@ -35,7 +35,7 @@ using workstation::setConfig;
 constexpr const char* kKey = "db/menu/agree";
 constexpr const char* kFile = "/opt/usr/share/quillon/config/db/menu/agree";
 
-// Collects the integers of notices; one for each registration.
+// Collects the integers of notifications. Each registration has its own object.
 class Notices {
  public:
   static void callback(keynode_t* node, void* self) {
@@ -63,13 +63,13 @@ class Notices {
 class ConfigTest : public InsideDeviceTest {
  protected:
   void set(int value, const std::string& key = kKey) { ASSERT_TRUE(setConfig(key, value)); }
-  // The store's thread allocates nothing from here on: a child that is forked meanwhile would find
-  // the sanitizers' allocator locked.
+  // Waits until the store's thread allocates nothing more: otherwise a forked child might find the
+  // sanitizers' allocator locked.
   void awaitIdleThread(Notices& notices) {
     set(1);
     EXPECT_TRUE(notices.waitFor(1));
   }
-  // A change of another key, so that everything before it has been delivered.
+  // When the change of another key arrives, all changes before it have been delivered.
   void expectNoFurtherNotice(Notices& notices, size_t count) {
     Notices fence;
     ASSERT_EQ(vconf_notify_key_changed("fence", Notices::callback, &fence), 0);
@@ -298,7 +298,7 @@ TEST_F(ConfigTest, StartsItsThreadWithTheFirstRegistrationOnly) {
             0);
 }
 
-// Every signal but SIGKILL, SIGSTOP and the two that libc keeps for itself.
+// All signals except SIGKILL, SIGSTOP and the two that libc reserves.
 constexpr uint64_t kAllSignals = 0xfffffffe7ffbfeff;
 
 uint64_t blockedSignals(const fs::path& task) {

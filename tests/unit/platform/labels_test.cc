@@ -8,9 +8,9 @@
 #include <optional>
 
 #include "platform/smack.h"
+#include "tests/support/program.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::test {
 namespace {
@@ -33,7 +33,7 @@ class LabelTest : public ::testing::Test {
     if (length < 0) return std::nullopt;
     return std::string(value, static_cast<size_t>(length));
   }
-  // The label, or "none", or "failed".
+  // Returns the label, "none" or "failed".
   static std::string label(decltype(smack_getlabel) get, const std::string& path,
                            smack_label_type type) {
     char* text = nullptr;

@@ -4,9 +4,9 @@
 
 #include <map>
 
+#include "tests/support/program.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::test {
 namespace {
@@ -120,7 +120,8 @@ TEST_F(LogTest, WritesExactJson) {
 }
 
 TEST_F(LogTest, ReplacesBytesThatAreNoUtf8) {
-  // A lone byte, an overlong form, a surrogate, a value past the last plane, a cut sequence.
+  // A lone byte, an overlong form, a surrogate, a value beyond the last plane, a truncated
+  // sequence.
   probe({"log:3:T:\xff|\xc0\xaf|\xed\xa0\x80|\xf4\x90\x80\x80|\xe2\x82"},
         {{"QUILLON_LOG", "json:" + file}});
   const std::string r = "\xef\xbf\xbd";

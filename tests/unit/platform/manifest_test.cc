@@ -2,8 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/support/program.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::workstation {
 namespace {
@@ -18,7 +18,7 @@ class ManifestTest : public ::testing::Test {
     test::writeFile(path, text);
     return readManifest(path);
   }
-  // "LINE:COLUMN: what; remedy", or "accepted".
+  // Returns "LINE:COLUMN: what; remedy", or "accepted".
   std::string mistake(const std::string& text) {
     const auto manifest = read(text);
     if (manifest) return "accepted";

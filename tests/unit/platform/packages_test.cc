@@ -163,7 +163,7 @@ TEST_F(PackagesTest, AUsersOwnPackageGoesBeforeThatForAll) {
   const uid_t self = geteuid();
   if (self == 0) {
     EXPECT_EQ(inChild([] {
-                // Root's own packages are those for all, so this takes another user.
+                // Packages of root are for all users, so this needs another user.
                 fs::create_directories("/opt/usr/share/quillon");
                 fs::permissions("/opt/usr/share/quillon", fs::perms::all);
                 EXPECT_TRUE(SamplePackage("p", "all").install());
@@ -188,7 +188,7 @@ TEST_F(PackagesTest, AUsersOwnPackageGoesBeforeThatForAll) {
   EXPECT_EQ(findPackageOfApplication("a").value()->version, "all");
 }
 
-// What a process has found it knows again only while the registry is the same.
+// The lookup cache is valid only as long as the registry does not change.
 TEST_F(PackagesTest, AnAnswerOfBeforeYieldsToWhatAnotherProcessInstalls) {
   const auto versionOfA = [] {
     const auto package = findPackageOfApplication("a");

@@ -4,8 +4,8 @@
 #include <map>
 #include <memory>
 
+#include "tests/support/program.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::test {
 namespace {
@@ -21,7 +21,7 @@ class TraceTest : public ::testing::Test {
     steps.insert(steps.begin(), LOG_PROBE);
     return run(steps, {{"QUILLON_TRACE", file}, {"QUILLON_LOG", "none"}});
   }
-  // As the viewers do, with the bracket closed.
+  // Trace viewers accept a missing closing bracket; the JSON parser does not.
   Json events() {
     std::string text = contentsOf(file);
     EXPECT_TRUE(text.starts_with("[\n")) << text;
