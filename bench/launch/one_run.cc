@@ -8,7 +8,6 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 
 #include "quillon/device/mounts.h"

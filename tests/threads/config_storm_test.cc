@@ -168,7 +168,7 @@ void expectOneClearance() {
   EXPECT_EQ(cleared, 1);
 }
 
-TEST_F(ConfigStorm, ConsentInTheMidstOfChangesClearsTheCacheOnce) {
+TEST_F(ConfigStorm, ConsentDuringChangesClearsTheCacheOnce) {
   inDevice([] {
     refusals = 5;
     Writers writers([](int change) { return change % 3; });
@@ -178,7 +178,7 @@ TEST_F(ConfigStorm, ConsentInTheMidstOfChangesClearsTheCacheOnce) {
   });
 }
 
-TEST_F(ConfigStorm, TheLastValueArrivesWhateverCameBefore) {
+TEST_F(ConfigStorm, TheLastValueArrives) {
   inDevice([] {
     Writers writers([](int change) { return kAgreed + 1 + change; });
     const Plugin plugin = launchAmong(writers);

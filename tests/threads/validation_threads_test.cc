@@ -23,7 +23,7 @@ namespace {
 
 constexpr char kGood[] = "/tmp/good.dll";
 constexpr char kBad[] = "/tmp/bad.dll";
-constexpr int kQuestions = 200;  // for each thread
+constexpr int kRequests = 200;  // for each thread
 constexpr int kChecks = 20;
 
 template <typename Function>
@@ -59,7 +59,7 @@ bool isServed() {
 
 class ValidationThreads : public OwnFolderTest {};
 
-TEST_F(ValidationThreads, EachQuestionHasOneAnswer) {
+TEST_F(ValidationThreads, EachRequestHasOneAnswer) {
   ASSERT_NE(EXPORTED(plugin_validate_dll), nullptr) << dlerror();
   inOwn({"/tmp"}, [] {
     for (const char* library : {kGood, kBad}) std::ofstream(library) << "x";
@@ -70,14 +70,14 @@ TEST_F(ValidationThreads, EachQuestionHasOneAnswer) {
     std::vector<std::thread> threads;
     for (const char* library : {kGood, kBad, kGood, kGood}) {
       threads.emplace_back([&yes, &no, library] {
-        for (int question = 0; question < kQuestions; ++question) {
+        for (int question = 0; question < kRequests; ++question) {
           ++(EXPORTED(plugin_validate_dll)(question, library) == 1 ? yes : no);
         }
       });
     }
     for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(yes, 3 * kQuestions);
-    EXPECT_EQ(no, kQuestions);
+    EXPECT_EQ(yes, 3 * kRequests);
+    EXPECT_EQ(no, kRequests);
   });
 }
 
@@ -92,7 +92,7 @@ void putPackage(const std::string& folder, const std::string& signature) {
   putFile(folder + "/" QUILLON_PARTNER_SIGNATURE, signature);
 }
 
-TEST_F(ValidationThreads, EachSignatureHasItsOwnVerdict) {
+TEST_F(ValidationThreads, EachSignatureHasItsOwnResult) {
   ASSERT_NE(EXPORTED(check_signature), nullptr) << dlerror();
   inOwn({"/opt", "/usr/bin"}, [] {
     const SigningKey key = SigningKey::rsa();

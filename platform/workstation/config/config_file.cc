@@ -9,9 +9,9 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 
 #include "data_paths.h"
+#include "path_failure.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
 
@@ -39,11 +39,6 @@ bool isKey(std::string_view key) {
     if (end == key.npos) return true;
     start = end + 1;
   }
-}
-
-Failure failureAt(const char* what, const fs::path& path) {
-  return {std::string(what) + " '" + path.string() + "': " + std::strerror(errno),
-          "check that the device root is writable and has space"};
 }
 
 // A temporary file that replaces the key's file when it is completely on disk. Deleted otherwise.
@@ -107,7 +102,7 @@ bool readAll(const fs::path& path, std::string& bytes) {
 
 Expected<void> checkKey(std::string_view key) {
   if (isKey(key)) return {};
-  return fail("'" + std::string(key) + "' is no configuration key",
+  return fail("'" + std::string(key) + "' is not a configuration key",
               "write one such as db/dotnet/velora_api_path: parts of at most 200 bytes, joined by "
               "'/', none of which is empty or begins with '.'");
 }
@@ -151,11 +146,11 @@ Expected<std::optional<ConfigValue>> readKey(const std::string& key) {
   if (!readAll(path, bytes)) {
     // EISDIR: the key is a folder of other keys and has no value itself.
     if (errno == ENOENT || errno == ENOTDIR || errno == EISDIR) return std::optional<ConfigValue>();
-    return tl::unexpected(failureAt("cannot read the configuration file", path));
+    return failAt("cannot read the configuration file", path);
   }
   auto value = parseValue(bytes);
   if (value) return value;
-  return fail("the configuration file '" + path.string() + "' holds no value",
+  return fail("the configuration file '" + path.string() + "' has no valid value",
               "set the key again: quillon config set " + key + " VALUE");
 }
 
@@ -166,7 +161,7 @@ Expected<void> writeKey(const std::string& key, const ConfigValue& value) {
   fs::create_directories(path.parent_path(), error);
   errno = error.value();
   if (error || !Replacement(path).finish(formatValue(value))) {
-    return tl::unexpected(failureAt("cannot write the configuration file", path));
+    return failAt("cannot write the configuration file", path);
   }
   return {};
 }

@@ -9,7 +9,6 @@
 
 #include "quillon/base/descriptor.h"
 #include "quillon/base/failure.h"
-#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 

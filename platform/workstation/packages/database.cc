@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include "path_failure.h"
+
 namespace quillon::workstation {
 namespace {
 
@@ -48,7 +50,7 @@ Failure Database::failure() const {
   return {"the package registry '" + path_ + "' failed: " + cause,
           damaged                 ? "remove the file and install the packages again"
           : result == SQLITE_BUSY ? "try again when the other installation has ended"
-                                  : "check that the device root is writable and has space"};
+                                  : kWritableRemedy};
 }
 
 Statement::Statement(const Database& database, const char* sql) : database_(database) {

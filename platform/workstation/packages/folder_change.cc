@@ -8,10 +8,10 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <vector>
 
 #include "data_paths.h"
+#include "path_failure.h"
 
 namespace quillon::workstation {
 namespace {
@@ -21,7 +21,6 @@ namespace fs = std::filesystem;
 constexpr const char* kGarbage = "garbage";
 constexpr const char* kReplace = "replace";
 constexpr const char* kRemove = "remove";
-constexpr const char* kWritableRemedy = "check that the device root is writable and has space";
 
 struct LogEntry {
   fs::path temporary;
@@ -34,11 +33,6 @@ struct LogEntry {
 uint64_t inodeOf(const fs::path& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
-}
-
-tl::unexpected<Failure> failAt(const std::string& what, const fs::path& path,
-                               const char* remedy = kWritableRemedy) {
-  return fail(what + " '" + path.string() + "': " + std::strerror(errno), remedy);
 }
 
 bool exchange(const fs::path& one, const fs::path& other) {

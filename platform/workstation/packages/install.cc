@@ -41,8 +41,8 @@ Expected<void> checkRoots(const Package& other, const Package& package) {
   if (!isWithin(package.rootPath, other.rootPath) && !isWithin(other.rootPath, package.rootPath)) {
     return {};
   }
-  return fail("the root '" + package.rootPath + "' of package '" + package.id + "' meets '" +
-                  other.rootPath + "', that of the installed package '" + other.id + "'",
+  return fail("the root '" + package.rootPath + "' of package '" + package.id + "' overlaps '" +
+                  other.rootPath + "', the root of the installed package '" + other.id + "'",
               "choose another 'package.root'");
 }
 
@@ -65,7 +65,7 @@ Expected<void> checkRootIsFree(const fs::path& root) {
   const auto status = fs::symlink_status(root, error);
   if (status.type() == fs::file_type::not_found) return {};
   if (fs::is_directory(status) && fs::is_empty(root, error) && !error) return {};
-  return fail("'" + root.string() + "' is there already and belongs to no package",
+  return fail("'" + root.string() + "' exists already and belongs to no package",
               "move it away or choose another 'package.root'");
 }
 

@@ -34,12 +34,13 @@ std::vector<std::string> privileges(ManifestReader& reader, const toml::table& t
   if (node == nullptr) return all;
   const toml::array* list = node->as_array();
   if (list == nullptr) {
-    reader.mistake(*node, kKey, "is no list", kRemedy);
+    reader.mistake(*node, kKey, "is not a list", kRemedy);
     return all;
   }
   for (const toml::node& item : *list) {
     const auto value = item.value_exact<std::string>();
-    const std::string wrong = value ? wrongWithText(*value) : "holds something else than strings";
+    const std::string wrong =
+        value ? wrongWithText(*value) : "contains a value that is not a string";
     if (!wrong.empty()) {
       reader.mistake(item, kKey, wrong, kRemedy);
       return all;
@@ -71,14 +72,14 @@ Metadata metadata(ManifestReader& reader, const toml::table& table) {
   Metadata all;
   const toml::node* node = table.get("metadata");
   if (node == nullptr) return all;
-  if (!node->is_table()) reader.mistake(*node, kKey, "is no table", kRemedy);
+  if (!node->is_table()) reader.mistake(*node, kKey, "is not a table", kRemedy);
   if (!node->is_table()) return all;
   for (const auto& [key, item] : inFileOrder(*node->as_table())) {
     if (const std::string wrong = wrongWithText(key); !wrong.empty()) {
       reader.mistake(*item, kKey, "has a key that " + wrong, kRemedy);
     }
     const auto value = item->value_exact<std::string>();
-    if (!value) reader.mistake(*item, dotted(kKey, key), "is no string", kRemedy);
+    if (!value) reader.mistake(*item, dotted(kKey, key), "is not a string", kRemedy);
     all.emplace_back(withNamespace(QUILLON_METADATA_NAMESPACE, key), value.value_or(""));
   }
   return all;
@@ -109,7 +110,7 @@ void addApplication(ManifestReader& reader, const toml::table& table, Package& p
   Application added = application(reader, table, package.rootPath);
   for (const Application& other : package.applications) {
     if (other.id == added.id && !added.id.empty()) {
-      reader.mistake(*table.get("id"), "application.id", "'" + added.id + "' is there twice",
+      reader.mistake(*table.get("id"), "application.id", "'" + added.id + "' occurs twice",
                      "give each application an id of its own");
     }
   }
@@ -121,7 +122,7 @@ void readApplications(ManifestReader& reader, const toml::table& document, Packa
   if (node == nullptr) return;
   const toml::array* list = node->as_array();
   if (list == nullptr || !list->is_homogeneous(toml::node_type::table)) {
-    reader.mistake(*node, "application", "is no list of tables",
+    reader.mistake(*node, "application", "is not a list of tables",
                    "write [[application]], with two brackets, before each application");
     return;
   }
@@ -130,7 +131,7 @@ void readApplications(ManifestReader& reader, const toml::table& document, Packa
 
 std::string wrongWithFiles(const fs::path& folder) {
   std::error_code error;
-  return fs::is_directory(folder, error) ? "" : "names no folder: '" + folder.string() + "'";
+  return fs::is_directory(folder, error) ? "" : "does not name a folder: '" + folder.string() + "'";
 }
 
 Manifest readPackage(ManifestReader& reader, const toml::table& table, const fs::path& folder) {
@@ -160,7 +161,7 @@ Expected<Manifest> readDocument(const toml::table& document, const fs::path& pat
   const toml::node* node = document.get("package");
   if (node == nullptr || !node->is_table()) {
     reader.mistake(node == nullptr ? document : *node, "package",
-                   node == nullptr ? "is missing" : "is no table",
+                   node == nullptr ? "is missing" : "is not a table",
                    "begin the manifest with a [package] table");
     return tl::unexpected(*reader.failure());
   }
@@ -191,7 +192,7 @@ Expected<Manifest> readManifest(const fs::path& path) {
     const toml::source_position& begin = error.source().begin;
     return fail(path.string() + ':' + std::to_string(begin.line) + ':' +
                     std::to_string(begin.column) +
-                    ": this is no TOML: " + std::string(error.description()),
+                    ": this is not valid TOML: " + std::string(error.description()),
                 "correct it there");
   }
 }

@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <optional>
-#include <string>
 
 #include "quillon/base/failure.h"
 #include "workstation/packages.h"

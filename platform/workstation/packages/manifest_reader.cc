@@ -26,7 +26,7 @@ std::optional<std::string> ManifestReader::optionalText(const toml::table& table
   if (node == nullptr || failure_) return std::nullopt;
   const auto value = node->value_exact<std::string>();
   if (!value) {
-    mistake(*node, dotted(name, key), "is no string", remedy);
+    mistake(*node, dotted(name, key), "is not a string", remedy);
     return std::nullopt;
   }
   if (const std::string wrong = rule(*value); !wrong.empty()) {

@@ -31,7 +31,7 @@ bool isPlainAbsolute(const std::filesystem::path& path) {
 
 std::string wrongWithText(std::string_view text) {
   if (text.empty()) return "is empty";
-  if (hasControlCharacter(text)) return "holds a control character";
+  if (hasControlCharacter(text)) return "contains a control character";
   return {};
 }
 
@@ -41,19 +41,19 @@ std::string wrongWithId(std::string_view id) {
     return "is longer than " + std::to_string(kMaxIdLength) + " bytes";
   }
   if (id == "." || id == "..") return "names a folder, not a package";
-  if (id.find_first_of("/:") != id.npos) return "holds '/' or ':'";
+  if (id.find_first_of("/:") != id.npos) return "contains '/' or ':'";
   return {};
 }
 
 std::string wrongWithRoot(const std::string& root) {
   if (std::string wrong = wrongWithText(root); !wrong.empty()) return wrong;
-  if (!isPlainAbsolute(root)) return "is no absolute path in its shortest form";
-  if (root.find(':') != root.npos) return "holds ':', which joins lists of paths";
+  if (!isPlainAbsolute(root)) return "is not an absolute path in its shortest form";
+  if (root.find(':') != root.npos) return "contains ':', which joins lists of paths";
   const bool allowed = std::any_of(kRoots.begin(), kRoots.end(), [&](std::string_view folder) {
     return root.starts_with(folder);
   });
   if (root == kDataDirectory || root.starts_with(std::string(kDataDirectory) + '/')) {
-    return "lies in the platform's own folder";
+    return "is in the platform's own folder";
   }
   return allowed ? "" : "is not under /opt/usr/, /usr/apps/ or /opt/share/";
 }
@@ -61,7 +61,7 @@ std::string wrongWithRoot(const std::string& root) {
 std::string wrongWithExec(const std::string& exec) {
   if (std::string wrong = wrongWithText(exec); !wrong.empty()) return wrong;
   if (!std::filesystem::path(exec).has_filename()) return "names a folder";
-  if (leavesItsFolder(exec)) return "holds '..'";
+  if (leavesItsFolder(exec)) return "contains '..'";
   return {};
 }
 

@@ -8,11 +8,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 
 #include "data_paths.h"
+#include "path_failure.h"
 #include "workstation/packages.h"
 #include "workstation/zone_state.h"
 
@@ -55,8 +55,7 @@ Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
   const std::string path = linkOf(pid);
   const std::string text = std::to_string(start) + ":" + packageId;
   if (makeLink(text, path) || (errno == EEXIST && replaceLink(text, path))) return {};
-  return fail("cannot note a process in '" + path + "': " + std::strerror(errno),
-              "check that the device root is writable and has space");
+  return failAt("cannot register a process in", path);
 }
 
 void forgetEndedProcesses() {

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 
 #include "data_paths.h"
 #include "packages/schema.h"
+#include "path_failure.h"
 
 namespace quillon::workstation {
 namespace {
@@ -33,18 +33,14 @@ std::optional<Package> firstVisible(std::vector<Package> packages, uid_t user) {
   return std::nullopt;
 }
 
-Failure unreadable(const std::string& path) {
-  return {"cannot reach the package registry '" + path + "': " + std::strerror(errno),
-          "check the permissions of its folders"};
-}
-
 }  // namespace
 
 Expected<Registry> Registry::openForReading() {
   struct stat status {};
   if (stat(kRegistryPath, &status) != 0) {
     if (errno == ENOENT || errno == ENOTDIR) return Registry();
-    return tl::unexpected(unreadable(kRegistryPath));
+    return failAt("cannot reach the package registry", kRegistryPath,
+                  "check the permissions of its folders");
   }
   ASSIGN_OR_RETURN(Database database, Database::open(kRegistryPath, false));
   // One transaction for all reads: a consistent state, locked once.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cerrno>
-#include <optional>
 #include <string>
 
 #include "quillon/base/failure.h"

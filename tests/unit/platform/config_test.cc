@@ -115,7 +115,7 @@ TEST_F(ConfigTest, ReadsTextOfTextKeysOnly) {
   EXPECT_EQ(vconf_get_str(nullptr), nullptr);
 }
 
-TEST_F(ConfigTest, RefusesWhatIsNoKey) {
+TEST_F(ConfigTest, RejectsInvalidKeys) {
   for (const std::string key : {"", "/", "/a", "a/", "a//b", "../a", "a/../b", ".hidden", "a\nb"}) {
     EXPECT_FALSE(getConfig(key)) << key;
     EXPECT_FALSE(setConfig(key, 1)) << key;
@@ -125,14 +125,14 @@ TEST_F(ConfigTest, RefusesWhatIsNoKey) {
   EXPECT_TRUE(setConfig(std::string(200, 'k'), 1));
 }
 
-TEST_F(ConfigTest, SaysThatAFileHoldsNoValue) {
+TEST_F(ConfigTest, ReportsAMalformedFile) {
   for (const char* bad :
        {"", "int", "int 5", "int \n", "int 5x\n", "int 99999999999\n", "5\n", "string"}) {
     writeFile(kFile, bad);
     const auto value = getConfig(kKey);
     ASSERT_FALSE(value) << bad;
     EXPECT_EQ(value.error().what,
-              std::string("the configuration file '") + kFile + "' holds no value");
+              std::string("the configuration file '") + kFile + "' has no valid value");
     EXPECT_EQ(text(kKey), "null");
   }
 }
@@ -163,7 +163,7 @@ TEST_F(ConfigTest, ReadersSeeOldOrNewWhileAWriterReplaces) {
   writer.join();
 }
 
-TEST_F(ConfigTest, TellsTheFirstValueOfAKeyWhoseFolderIsMissing) {
+TEST_F(ConfigTest, ReportsTheFirstValueOfAKeyWhoseFolderIsMissing) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   set(3);
@@ -171,7 +171,7 @@ TEST_F(ConfigTest, TellsTheFirstValueOfAKeyWhoseFolderIsMissing) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, TellsChangesOfItsKeyOnlyAndOncePerChange) {
+TEST_F(ConfigTest, ReportsEachChangeOfItsKeyOnce) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   set(1, "db/menu/agreement");
@@ -182,7 +182,7 @@ TEST_F(ConfigTest, TellsChangesOfItsKeyOnlyAndOncePerChange) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, TellsEachRegistrationOfAKey) {
+TEST_F(ConfigTest, CallsEachRegistrationOfAKey) {
   Notices one;
   Notices other;
   const auto second = [](keynode_t* node, void* self) { Notices::callback(node, self); };
@@ -198,7 +198,7 @@ TEST_F(ConfigTest, TellsEachRegistrationOfAKey) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, second), 0);
 }
 
-TEST_F(ConfigTest, ATextGivesZero) {
+TEST_F(ConfigTest, ATextReadsAsZero) {
   Notices notices;
   set(5);
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
@@ -255,7 +255,7 @@ TEST_F(ConfigTest, TheLastOfTwoThousandChangesArrives) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, TellsChangesMadeByOtherProcessesAndByHand) {
+TEST_F(ConfigTest, ReportsChangesByOtherProcessesAndByHand) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   awaitIdleThread(notices);
@@ -266,7 +266,7 @@ TEST_F(ConfigTest, TellsChangesMadeByOtherProcessesAndByHand) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, GoesOnWhenTheFolderIsRemovedOrMovedAway) {
+TEST_F(ConfigTest, ContinuesWhenTheFolderIsRemovedOrMoved) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   const fs::path folder = fs::path(kFile).parent_path();
@@ -318,7 +318,7 @@ TEST_F(ConfigTest, ItsThreadTakesNoSignals) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, AForkedChildStartsAnew) {
+TEST_F(ConfigTest, AForkedChildHasNoRegistrations) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   awaitIdleThread(notices);
@@ -342,7 +342,7 @@ TEST_F(ConfigTest, NullIsAFailure) {
   EXPECT_LT(vconf_ignore_key_changed("never/registered", Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, WatchingBeginsWithTheValueAndEndsWhenTold) {
+TEST_F(ConfigTest, WatchingBeginsWithTheValueAndEndsWhenTheCallbackReturnsFalse) {
   set(1);
   std::vector<ConfigValue> seen;
   const auto watched = workstation::watchConfig(kKey, [&](const ConfigValue& value) {

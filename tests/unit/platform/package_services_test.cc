@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 
 #include "platform/app_info.h"
 #include "platform/package_info.h"
@@ -90,7 +89,7 @@ TEST_F(ServicesTest, AHandleOutlivesItsPackage) {
   app_info_destroy(app);
 }
 
-TEST_F(ServicesTest, AnUnknownIdLeavesTheHandleAlone) {
+TEST_F(ServicesTest, AnUnknownIdDoesNotChangeTheHandle) {
   app_info_h app = nullptr;
   package_info_h package = nullptr;
   pkgmgrinfo_pkginfo_h record = nullptr;
@@ -126,7 +125,7 @@ TEST_F(ServicesTest, MetadataFilter) {
   EXPECT_THAT(matching({{k, "none"}}), IsEmpty());
 }
 
-TEST_F(ServicesTest, StopsWhenTheCallbackSaysSo) {
+TEST_F(ServicesTest, StopsWhenTheCallbackReturnsFalse) {
   const auto stopMetadata = [](const char*, const char*, void* count) {
     return ++*static_cast<int*>(count) < 1;
   };
@@ -198,7 +197,7 @@ TEST_F(ServicesTest, PackageManager) {
   EXPECT_EQ(pkgmgrinfo_appinfo_destroy_appinfo(app), 0);
 }
 
-TEST_F(ServicesTest, UsersPackagesComeBeforeThoseForAll) {
+TEST_F(ServicesTest, UsersPackagesComeBeforePackagesForAll) {
   constexpr uid_t kUser = 1234;
   ASSERT_TRUE(SamplePackage("moon").add("root='/opt/share/own'").install(kUser));
   const auto root = [](uid_t user) {
