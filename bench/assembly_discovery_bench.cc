@@ -1,4 +1,4 @@
-// Assembly discovery beside a bare walk of the same directories.
+// Compares assembly discovery with a plain walk of the same directories.
 #include <plugin-util/assembly_discovery.h>
 
 #include <filesystem>
@@ -40,7 +40,7 @@ void ofTheFramework(benchmark::State& state, Walk walk) {
   discoverBeside(state, {framework->directory.string()}, walk);
 }
 
-// Folders of assemblies, no name twice. They are removed with the object.
+// Folders of assemblies with unique names. The destructor removes them.
 class MadeFolders {
  public:
   MadeFolders(int count, int files) {
@@ -87,7 +87,7 @@ void registerBenchmarks(const MadeFolders& made, Size size) {
 
 }  // namespace
 
-// The last argument may be "--tiny": small folders, to see that the program runs.
+// With the last argument "--tiny" the folders are small, to test that the program runs.
 int main(int argc, char** argv) {
   const bool tiny = argc > 1 && std::string_view(argv[argc - 1]) == "--tiny";
   const Size size = tiny ? Size{2, 20} : Size{20, 500};

@@ -1,8 +1,8 @@
-// How many readers of a cache file get a list that no writer wrote, while several processes write
-// it at once through their one temporary name.
+// Counts readers of a cache file that get a list that no writer wrote, while several processes
+// write the file at the same time through the same temporary name.
 //
-// The writers do not wait for the disk, which makes their steps fall between each other's more
-// often than those of real launches.
+// The writers do not wait for the disk, so their steps interleave more often than those of real
+// launches.
 #include <CLI/CLI.hpp>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -158,6 +158,6 @@ int main(int argc, char** argv) {
   Counts& counts = sharedCounts();
   Contention(options, counts).run();
   report(options, counts);
-  // Different contents may mix; equal ones never make a wrong list.
+  // Different contents may mix. Equal contents never result in a wrong list.
   return options.contents == "equal" && counts.wrong > 0 ? EXIT_FAILURE : EXIT_SUCCESS;
 }

@@ -1,4 +1,4 @@
-// The cached list beside a plain read of its file.
+// Compares reading the cached list with a plain read of its file.
 #include <fcntl.h>
 #include <plugin-util/assembly_discovery.h>
 #include <plugin-util/cached_list.h>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kMarkers = sizeof "[START][END]" - 1;
 
-// The road of a launch that finds a whole cache: existence, read, test, milestone, cut.
+// The steps of a launch with a complete cache file: existence, read, check, milestone, cut.
 std::string cachedList(const std::string& path) {
   const CachedList list = {path.c_str(), "[quillon-tv-plugin] TPA Cache file was crashed.",
                            "[quillon-tv-plugin] Get TPA by cache file"};

@@ -1,4 +1,5 @@
-// Captured output beside cat, and a log line and a traced scope beside the sink's bare call.
+// Compares captured output with cat, and a log line and a traced scope with a plain call of the
+// sink.
 #define QUILLON_UNIT_FILE "capture_bench.cc"
 #define QUILLON_UNIT_PATH "bench/capture_bench.cc"
 
@@ -25,10 +26,10 @@ namespace {
 
 using quillon::bench::capturedBytes;
 
-constexpr std::size_t kBytes = 8 << 20;  // through a stream in one round
-constexpr int kCalls = 1000;             // of the log in one round
+constexpr std::size_t kBytes = 8 << 20;  // for each stream and round
+constexpr int kCalls = 1000;             // of the log for each round
 
-// Between two looks at what has arrived; asleep, so that the readers have the cores.
+// Between two checks of the received bytes. Sleeps, so that the readers can use the cores.
 constexpr std::chrono::microseconds kPause{50};
 
 struct Captured {
@@ -36,7 +37,7 @@ struct Captured {
   int err = -1;
 };
 
-// Starts a capture, and gives the program its own streams back: the report is for people.
+// Starts a capture, then restores the program's own streams for the report.
 Captured startCapture() {
   const std::array<int, 2> own = {dup(STDOUT_FILENO), dup(STDERR_FILENO)};
   if (tvRunLoggingThread() < 0) std::abort();
@@ -51,7 +52,7 @@ const Captured& captured() {
   return instance;
 }
 
-// The bytes of a round, in writes of one size.
+// Writes the bytes of a round in writes of one size.
 void writeAll(int descriptor, std::size_t size) {
   const std::string text(size, 'x');
   for (std::size_t done = 0; done < kBytes;) {
@@ -68,7 +69,7 @@ void throughCapture(int stream, std::size_t size) {
   if (!errorLogFile.empty()) unlink(errorLogFile.c_str());
 }
 
-// A file that every round writes anew.
+// A file that is truncated for every round.
 class SinkFile {
  public:
   SinkFile() : descriptor_(open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)) {
@@ -93,8 +94,8 @@ class SinkFile {
   const int descriptor_;
 };
 
-// A cat that writes to the sink. It runs through all rounds, as the capture's readers do, so that
-// no round has its start to pay for.
+// A cat that writes to the sink. Like the capture's readers it runs during all rounds, so that its
+// start is not measured.
 class Cat {
  public:
   explicit Cat(const SinkFile& sink) : sink_(sink) {
@@ -114,7 +115,7 @@ class Cat {
   Cat(const Cat&) = delete;
   Cat& operator=(const Cat&) = delete;
 
-  // A round's bytes, from an empty sink on until they have arrived.
+  // Empties the sink, writes a round's bytes, and waits until they have arrived.
   void carry(std::size_t size) const {
     writeAll(input_, size);
     while (sink_.size() < kBytes) std::this_thread::sleep_for(kPause);
@@ -135,7 +136,7 @@ class Cat {
 
 void beside(benchmark::State& state, int Captured::*stream) {
   const auto size = static_cast<std::size_t>(state.range(0));
-  const SinkFile sink;  // first: the capture logs as it starts
+  const SinkFile sink;  // first, because the capture logs when it starts
   const int captureStream = captured().*stream;
   const Cat cat(sink);
   quillon::bench::runPaired(

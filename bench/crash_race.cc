@@ -1,8 +1,10 @@
-// How many launches end in the wrong way because an abort overtook the text that goes before it.
+// Counts launches with a wrong exit status because an abort was handled before the text that
+// precedes it.
 //
-// The plug-in judges an abort by words on standard error, which a thread of its own reads. Each
-// round launches the sample application on the real runtime and lets it write such words and abort
-// at once. Counted are wrong ends, and ends of which the log does not tell the cause.
+// The plug-in decides on an abort by texts on standard error, which its own thread reads. Each
+// round launches the sample application on the real runtime. The application writes such a text and
+// aborts immediately. The program counts wrong exit statuses, and ends whose cause is not in the
+// log.
 #include <CLI/CLI.hpp>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -36,11 +38,11 @@ struct Options {
   std::string plugin = QUILLON_BUILD_DIRECTORY "/lib/libquillon-tv-plugin.so";
 };
 
-// What the application does, how it ends where the rule saw the text, and what the log then holds.
+// The application's actions, its end if the plug-in has read the text, and the texts in the log.
 struct Case {
   const char* name;
   Words actions;
-  int status;  // as waitpid tells it
+  int status;  // as waitpid returns it
   Words texts;
 };
 
@@ -81,7 +83,7 @@ int run(const Words& command, const std::string& output) {
   if (child == 0) become(command, output);
   int status = 0;
   waitpid(child, &status, 0);
-  return WIFSIGNALED(status) ? WTERMSIG(status) : status;  // the core flag aside
+  return WIFSIGNALED(status) ? WTERMSIG(status) : status;  // without the core flag
 }
 
 std::string contentOf(const std::string& file) {
@@ -89,7 +91,7 @@ std::string contentOf(const std::string& file) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-// Processes that keep the processors busy as long as the object lives.
+// Processes that keep all processors busy as long as the object lives.
 class Load {
  public:
   explicit Load(int processes) {
@@ -162,12 +164,12 @@ class Race {
   quillon::test::TemporaryDirectory directory_;
 };
 
-// Whether every round of every case ended as it should and was told.
+// Whether every round of every case had the expected end and log.
 bool measureAll(const Options& options) {
   const Race race(options);
   const Load load(options.load);
   std::printf("%d launches a row, %d busy processes beside them\n", options.rounds, options.load);
-  std::fflush(stdout);  // which the launches below would print again
+  std::fflush(stdout);  // otherwise the forked children would print it again
   bool good = true;
   for (const Case& which : cases()) {
     const Counts counts = race.measure(which);

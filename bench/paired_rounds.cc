@@ -42,7 +42,7 @@ void runPaired(benchmark::State& state, const std::function<void()>& measured,
                const std::function<void()>& reference) {
   std::mt19937 random(std::random_device{}());
   Rounds rounds;
-  measured();  // the first run of each pays for cold caches
+  measured();  // the first run of each has cold caches
   reference();
   for (auto _ : state) {
     const bool measuredFirst = (random() & 1U) != 0;

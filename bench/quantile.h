@@ -6,7 +6,8 @@
 
 namespace quillon::bench {
 
-// The value below which `fraction` of the values lie. Precondition: there is a value.
+// Returns the value that `fraction` of the values are less than. Precondition: `values` is not
+// empty.
 inline double quantile(std::vector<double> values, double fraction) {
   std::sort(values.begin(), values.end());
   return values[static_cast<std::size_t>(fraction * static_cast<double>(values.size() - 1))];

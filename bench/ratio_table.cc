@@ -11,7 +11,7 @@ namespace {
 
 constexpr double kMicroseconds = 1e6;
 
-// Without what the library adds about the clock.
+// The benchmark's name without the library's suffix about the clock.
 std::string nameOf(const benchmark::BenchmarkReporter::Run& run) {
   const std::string& arguments = run.run_name.args;
   return run.run_name.function_name + (arguments.empty() ? "" : "/" + arguments);

@@ -1,11 +1,11 @@
-// Prints paired benchmarks as one line each: both medians and their ratio.
+// Prints one line for each paired benchmark: both medians and their ratio.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
 namespace quillon::bench {
 
-// Reads the counters that runPaired leaves.
+// Reads the counters of runPaired.
 class RatioTable : public benchmark::BenchmarkReporter {
  public:
   bool ReportContext(const Context& context) override;

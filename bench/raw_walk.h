@@ -1,5 +1,5 @@
-// What assembly discovery is compared with: the directories read with getdents64(2) through one
-// 64 KiB buffer and nothing in between.
+// The reference for assembly discovery: reads the directories with getdents64(2) into a 64 KiB
+// buffer.
 #pragma once
 
 #include <cstddef>
@@ -8,10 +8,10 @@
 
 namespace quillon::bench {
 
-// The number of files and symbolic links in the directories. Keeps nothing.
+// Counts the files and symbolic links in the directories. Stores nothing.
 std::size_t walkKeepingNothing(const std::vector<std::string>& directories);
 
-// The number of different assembly names in the directories. Keeps one name for each assembly.
+// Counts the different assembly names in the directories. Stores one name for each assembly.
 std::size_t walkKeepingNames(const std::vector<std::string>& directories);
 
 }  // namespace quillon::bench

@@ -19,7 +19,7 @@ namespace {
 std::atomic<int> sinkDescriptor{-1};
 std::atomic<std::size_t> captured{0};
 
-// Of a record in the plug-in's format whose message is captured output; 0 for every other.
+// The length of the captured output in a record of the plug-in; 0 for other records.
 std::size_t capturedIn(const char* format, va_list arguments) {
   if (!std::string_view(format).starts_with("%s: %s(%d) > ")) return 0;
   va_arg(arguments, const char*);

@@ -1,15 +1,15 @@
-// A platform log that formats each record and writes it to a descriptor, as a real sink does, for
-// benchmarks of what stands in front of it.
+// A platform log that formats each record and writes it to a descriptor, like a real sink. For
+// benchmarks of the code that calls it.
 #pragma once
 
 #include <cstddef>
 
 namespace quillon::bench {
 
-// Where records go from now on.
+// Sets the descriptor for all further records.
 void setSink(int descriptor);
 
-// Bytes of captured output that the sink has had so far.
+// The number of bytes of captured output that the sink has received.
 std::size_t capturedBytes();
 
 }  // namespace quillon::bench

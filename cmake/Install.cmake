@@ -1,5 +1,5 @@
-# What `cmake --install` puts where: the plug-in, its public header, a CMake package and a
-# pkg-config file; beside them, where it was built, the workstation platform and the quillon tool.
+# `cmake --install` installs the plug-in, its public header, a CMake package and a pkg-config file.
+# If they were built, it also installs the workstation platform and the quillon tool.
 
 include(CMakePackageConfigHelpers)
 
@@ -8,10 +8,10 @@ if(QUILLON_BUILD_WORKSTATION)
   list(APPEND targets quillon-platform)
   install(TARGETS quillon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(TARGETS quillon-commands LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  # The launch pad's managed side, where there was an SDK to build it.
+  # The launch pad's managed side, if there was an SDK to build it.
   install(FILES ${CMAKE_BINARY_DIR}/lib/quillon/Quillon.Launchpad.dll
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon OPTIONAL)
-  # Never linked; the quillon tool puts it into device roots.
+  # Nothing links it; the quillon tool copies it into device roots.
   install(TARGETS quillon-platform-zone LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
 endif()
 install(TARGETS ${targets} EXPORT quillon-tv-plugin-targets

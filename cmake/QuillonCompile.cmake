@@ -1,6 +1,6 @@
-# How every target of the project is compiled: link to `quillon-compile`.
+# Compile options of all targets: link to `quillon-compile`.
 #
-# Warnings are errors only where CMAKE_COMPILE_WARNING_AS_ERROR is set, which the presets do.
+# Warnings are errors only if CMAKE_COMPILE_WARNING_AS_ERROR is set, as in the presets.
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
@@ -24,20 +24,22 @@ add_library(quillon-compile INTERFACE)
 target_compile_options(quillon-compile INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wvla
   "$<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor;-Wold-style-cast>"
-  # GCC 12 takes std::string's own copies for overlapping ones when it optimises (GCC bug 105329).
+  # GCC 12 warns falsely about overlapping copies in std::string when it optimises (GCC bug 105329).
   "$<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>"
   # A section for each function and variable, for quillon_start_fast().
   "$<$<NOT:$<CONFIG:Debug>>:-ffunction-sections;-fdata-sections>"
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_link_libraries(quillon-compile INTERFACE Threads::Threads)
 if(QUILLON_SANITIZE)
-  # A target with the property QUILLON_UNINSTRUMENTED is only linked with the sanitizers.
+  # A target with the property QUILLON_UNINSTRUMENTED is linked, but not compiled with the
+  # sanitizers.
   target_compile_options(quillon-compile INTERFACE
     "$<$<NOT:$<BOOL:$<TARGET_PROPERTY:QUILLON_UNINSTRUMENTED>>>:-fsanitize=${QUILLON_SANITIZE};-fno-sanitize-recover=all;-fno-omit-frame-pointer>")
   target_link_options(quillon-compile INTERFACE -fsanitize=${QUILLON_SANITIZE})
 endif()
 
-# quillon_leave_uninstrumented(<folder>): no sanitizer in the targets of that folder of the build.
+# quillon_leave_uninstrumented(<folder>): compiles the targets of a source folder without
+# sanitizers.
 function(quillon_leave_uninstrumented folder)
   get_property(targets DIRECTORY ${folder} PROPERTY BUILDSYSTEM_TARGETS)
   foreach(target IN LISTS targets)
@@ -49,13 +51,13 @@ function(quillon_leave_uninstrumented folder)
   endforeach()
 endfunction()
 
-# quillon_start_fast(<target>): for a program that is started for every launch, and the libraries
-# that are loaded with it. Most of a short process's time is page faults, and most of those are
-# the C++ library's: of its relocations, and of looking up its names. So the target holds what it
-# uses of that library itself, hidden, keeps no section that nothing uses, and has its relocations
-# packed (ld(1), "-z pack-relative-relocs") where this machine's dynamic linker can read that.
-# The unwinder stays the process's one: the plug-in's exceptions reach the launcher. The sanitizers
-# have to see the C++ library's calls.
+# quillon_start_fast(<target>): reduces the start-up time of a program that every launch starts, or
+# of a library that it loads. A short process spends most of its time in page faults, most of them
+# for the relocations and symbol lookups of the C++ library. So the target links that library
+# statically with hidden symbols, drops unused sections, and packs its relocations (ld(1), "-z
+# pack-relative-relocs") if this machine's dynamic linker supports it. The process keeps one shared
+# unwinder, because exceptions of the plug-in reach the launcher. Has no effect with sanitizers,
+# which must intercept the C++ library's calls.
 if(QUILLON_BUILD_WORKSTATION AND NOT CMAKE_CROSSCOMPILING)
   set(CMAKE_REQUIRED_LINK_OPTIONS -static-libstdc++)
   check_cxx_source_compiles(

@@ -1,8 +1,8 @@
 # quillon_room(<folder> SOURCES <file>... [PUBLIC <library>...] [PRIVATE <library>...])
 #
-# The library of one folder of the program, for example quillon_room(host/runtime ...): the target
-# quillon-host-runtime, with the alias quillon::host-runtime. It compiles the sources of its own
-# folder only, and its headers are included by their path from the top of the tree. PUBLIC names the
+# The library of one folder of the program. For example, quillon_room(host/runtime ...) makes the
+# target quillon-host-runtime with the alias quillon::host-runtime. It compiles only sources of its
+# own folder. Its headers are included by their path from the top of the tree. PUBLIC lists the
 # libraries whose headers its own headers include, PRIVATE those that only its sources include.
 
 find_package(tl-expected REQUIRED)
@@ -20,7 +20,7 @@ function(quillon_room folder)
     PRIVATE quillon-compile ${arg_PRIVATE})
 endfunction()
 
-# The interfaces of the device and of the plug-in, as headers.
+# The headers of the device's and the plug-in's interface.
 foreach(interface platform plugin)
   add_library(quillon-${interface}-interface INTERFACE)
   add_library(quillon::${interface}-interface ALIAS quillon-${interface}-interface)

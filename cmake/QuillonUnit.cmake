@@ -1,11 +1,12 @@
 # quillon_unit(<path> <source>...)
 #
-# Declares one unit of the plug-in, for example quillon_unit(plugin/src/plugin-util a.cc b.cc).
-# The unit's log lines carry the file field "<last component of path>.cc" however many files the
-# unit is split into. The shared library and the archive that unit tests link are made of the same
-# objects, whose names the library hides from other libraries.
+# Declares one unit of the plug-in, for example quillon_unit(plugin/src/plugin-util a.cc b.cc). The
+# unit's log lines have the file field "<last component of path>.cc", even if the unit consists of
+# several files. The shared library and the archive for unit tests are built from the same objects.
+# The library hides their symbols.
 
-# Here and not in a folder of units: the plug-in and what links its archive use the same target.
+# Defined here instead of in a unit's folder, because the plug-in and the users of its archive link
+# the same target.
 find_package(Boost REQUIRED COMPONENTS filesystem)
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
 

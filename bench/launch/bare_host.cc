@@ -1,9 +1,9 @@
-// The least that runs a managed application: what a launcher is measured beside.
+// A minimal host for managed applications, as a reference for the launcher.
 //
 // usage: bare_host PROPERTIES ASSEMBLY [ARGUMENT...]
 //
-// PROPERTIES is a file with the runtime's properties, NAME=VALUE on a line each, the list of
-// trusted assemblies among them: a host with nothing left to find out.
+// PROPERTIES is a file with all runtime properties, one NAME=VALUE on each line, including the list
+// of trusted assemblies. So the host resolves nothing itself.
 #include <dlfcn.h>
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// What is timed: the ways to start an application.
+// Contenders: the ways to start an application that the benchmark times.
 #pragma once
 
 #include <filesystem>
@@ -9,36 +9,37 @@
 
 namespace quillon::bench {
 
-// What the launch pad has ready when a contender is started. kUnused: it asks no launch pad.
+// The state of the launch pad's pool when a contender starts. kUnused: it does not use the launch
+// pad.
 enum class Pool { kUnused, kFull, kEmpty };
 
-// What a contender is meant to cost at most, as a multiple of another one's time.
+// The target for a contender: the maximum ratio of its time to that of a reference contender.
 struct Aim {
-  std::string beside;
-  double atMost = 0;
+  std::string reference;
+  double maxRatio = 0;
 };
 
-// A launch that is asked for by a process which is there already.
-struct PendingLaunch {
+// A launch request that an existing process sends, without starting a command.
+struct PreparedRequest {
   std::filesystem::path quillon;
   std::filesystem::path device;
-  std::string appId;  // empty: the contender's command is started instead
+  std::string appId;  // empty: start the contender's command instead
 };
 
 struct Contender {
   std::string name;
   std::vector<std::string> command;
-  std::vector<std::string> environment = {};  // NAME=VALUE, over that of the bench
+  std::vector<std::string> environment = {};  // NAME=VALUE, added to the benchmark's
   bool inside = true;                         // the device root
   Pool pool = Pool::kUnused;
-  PendingLaunch asking = {};
+  PreparedRequest request = {};
   std::vector<Aim> aims = {};
 };
 
 // The measured values of one contender.
 struct Measured {
   std::string name;
-  std::vector<double> seconds = {};  // of each round
+  std::vector<double> seconds = {};  // for each round
   std::vector<Memory> memory = {};
   std::vector<Aim> aims = {};
 };

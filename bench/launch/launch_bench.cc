@@ -1,9 +1,9 @@
-// How long the ways to start a managed application take, side by side: from the request to the
-// application's first output.
+// Compares the ways to start a managed application: the time from the request to the application's
+// first output.
 //
-// Every round runs each contender once, in an order drawn anew for the round. All run inside one
-// device root that was entered before, except where the name says so, with warm caches. Nothing but
-// the benchmark's own folder is written.
+// Each round runs every contender once, in a new random order. All run with warm caches inside one
+// device root that was entered before, unless their name states otherwise. The benchmark writes
+// only to its own folder.
 #include <CLI/CLI.hpp>
 #include <linux/close_range.h>
 #include <signal.h>
@@ -23,7 +23,8 @@
 #include "bench/launch/launch_pad.h"
 #include "bench/launch/launch_tables.h"
 #include "bench/launch/place.h"
-#include "bench/launch/surroundings.h"
+#include "bench/launch/setup.h"
+#include "quillon/base/files.h"
 #include "tests/support/temporary_directory.h"
 
 namespace quillon::bench {
@@ -35,27 +36,28 @@ struct Options {
   int rounds = 100;
   int warmUps = 3;
   int memoryRounds = 5;
-  // The runtime compiles what its start has used often in the background, after a tenth of a second
-  // in which nothing new was called.
+  // The runtime compiles hot methods of its start-up in the background, when no new method was
+  // called for a tenth of a second.
   double wait = 0.25;
 };
 
-// Variables that change how a runtime starts would change it for some contenders only.
+// Clears variables that change how a runtime starts: they would affect only some contenders.
 void cleanEnvironment() {
   for (const char* name : {"QUILLON_LOG", "QUILLON_LOG_LEVEL", "QUILLON_TRACE", "DOTNET_ROOT",
                            "DOTNET_STARTUP_HOOKS", "DOTNET_TieredCompilation", "DOTNET_TieredPGO",
                            "DOTNET_ReadyToRun", "DOTNET_EnableDiagnostics", "LD_PRELOAD"}) {
     unsetenv(name);
   }
-  // What a build server leaves open, or ignores, every contender would have.
+  // Contenders must not inherit descriptors or ignored signals from a build server.
   close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
 }
 
 class Bench {
  public:
-  Bench(const Options& options, const Surroundings& surroundings);
-  // Fails where a row would not be what it says; says by itself what has no row.
+  Bench(const Options& options, const Setup& setup);
+  // Runs the benchmark and prints the tables. Returns false, after a message, if a contender does
+  // not work. Fails if a measurement would be wrong.
   [[nodiscard]] Expected<bool> run();
 
  private:
@@ -80,12 +82,12 @@ class Bench {
   [[nodiscard]] Expected<void> measureMemory();
   [[nodiscard]] Expected<void> measureMemoryOf(Group& group, size_t contender);
   [[nodiscard]] Expected<void> measureLaunchPad();
-  static void noteCalls(Group& group, const Run& run);
-  bool ranAtAll(size_t contender, const Run& run);
+  static void recordCalls(Group& group, const Run& run);
+  bool hasRun(size_t contender, const Run& run);
   void print() const;
 
   const Options& options_;
-  const Surroundings& surroundings_;
+  const Setup& setup_;
   std::vector<Contender> contenders_;
   std::vector<Group> groups_;
   std::vector<bool> failed_;
@@ -96,29 +98,28 @@ class Bench {
   std::mt19937 random_{std::random_device{}()};
 };
 
-Bench::Bench(const Options& options, const Surroundings& surroundings)
-    : options_(options), surroundings_(surroundings) {
-  for (const Application& application : surroundings.applications) addGroup(application);
+Bench::Bench(const Options& options, const Setup& setup) : options_(options), setup_(setup) {
+  for (const Application& application : setup.applications) addGroup(application);
   failed_.resize(contenders_.size());
   machine_ = std::make_unique<Place>(contenders_, fs::path(), std::vector<fs::path>(), Service());
-  device_ = std::make_unique<Place>(contenders_, surroundings.device,
-                                    std::vector<fs::path>{surroundings.work, surroundings.build},
-                                    launchPadFor(surroundings.quillon(), surroundings.device));
-  launchPad_ = std::make_unique<LaunchPad>(*device_, surroundings.device,
+  device_ = std::make_unique<Place>(contenders_, setup.device,
+                                    std::vector<fs::path>{setup.work, setup.build},
+                                    launchPadFor(setup.quillon(), setup.device));
+  launchPad_ = std::make_unique<LaunchPad>(*device_, setup.device,
                                            std::chrono::duration<double>(options.wait));
 }
 
 void Bench::addGroup(const Application& application) {
   Group group{application, contenders_.size(), 0, 0, 0, {}, {}, {}};
-  for (Contender& contender : contendersOf(surroundings_, application)) {
+  for (Contender& contender : contendersOf(setup_, application)) {
     group.measured.push_back({contender.name, {}, {}, contender.aims});
     contenders_.push_back(std::move(contender));
   }
   group.end = contenders_.size();
   group.resolution = contenders_.size();
-  contenders_.push_back(stockResolutionOf(surroundings_, application));
+  contenders_.push_back(stockResolutionOf(setup_, application));
   group.timedCalls = contenders_.size();
-  contenders_.push_back(pluginCallsOf(surroundings_, application));
+  contenders_.push_back(pluginCallsOf(setup_, application));
   groups_.push_back(std::move(group));
 }
 
@@ -126,8 +127,8 @@ const Place& Bench::placeOf(size_t contender) const {
   return contenders_[contender].inside ? *device_ : *machine_;
 }
 
-// Says once that a contender does not work; its rows are left out then.
-bool Bench::ranAtAll(size_t contender, const Run& run) {
+// Whether a contender works. Reports a failing contender once; the tables then omit it.
+bool Bench::hasRun(size_t contender, const Run& run) {
   const bool timesItself = std::any_of(groups_.begin(), groups_.end(), [&](const Group& group) {
     return contender == group.resolution || contender == group.timedCalls;
   });
@@ -140,7 +141,7 @@ bool Bench::ranAtAll(size_t contender, const Run& run) {
   return false;
 }
 
-void Bench::noteCalls(Group& group, const Run& run) {
+void Bench::recordCalls(Group& group, const Run& run) {
   std::istringstream lines(run.text.data());
   std::string name;
   for (double microseconds = 0; lines >> name >> microseconds;) {
@@ -169,15 +170,14 @@ Expected<Run> Bench::runIn(size_t contender, Task task) {
 
 Expected<void> Bench::measureOne(Group& group, size_t contender, bool keep) {
   if (failed_[contender]) return {};
-  const auto run = runIn(contender, Task::kTime);
-  if (!run) return tl::unexpected(run.error());
-  if (!ranAtAll(contender, *run) || !keep) return {};
+  ASSIGN_OR_RETURN(const Run run, runIn(contender, Task::kTime));
+  if (!hasRun(contender, run) || !keep) return {};
   if (contender == group.resolution) {
-    group.resolutions.push_back(std::atof(run->text.data()));
+    group.resolutions.push_back(std::atof(run.text.data()));
   } else if (contender == group.timedCalls) {
-    noteCalls(group, *run);
+    recordCalls(group, run);
   } else {
-    group.measured[contender - group.first].seconds.push_back(run->seconds);
+    group.measured[contender - group.first].seconds.push_back(run.seconds);
   }
   return {};
 }
@@ -189,25 +189,24 @@ Expected<void> Bench::measureRound(bool keep) {
   }
   std::shuffle(order.begin(), order.end(), random_);
   for (const auto& [group, contender] : order) {
-    if (auto measured = measureOne(*group, contender, keep); !measured) return measured;
+    RETURN_IF_FAILED(measureOne(*group, contender, keep));
   }
   return {};
 }
 
 Expected<void> Bench::measureRounds() {
   for (int round = 0; round < options_.warmUps + options_.rounds; ++round) {
-    if (auto measured = measureRound(round >= options_.warmUps); !measured) return measured;
+    RETURN_IF_FAILED(measureRound(round >= options_.warmUps));
   }
   return {};
 }
 
 Expected<void> Bench::measureMemoryOf(Group& group, size_t contender) {
   for (int round = 0; round < options_.memoryRounds && !failed_[contender]; ++round) {
-    // What waits beside it shares its pages.
-    if (auto filled = launchPad_->fill(); !filled) return filled;
-    const auto run = runIn(contender, Task::kMemory);
-    if (!run) return tl::unexpected(run.error());
-    if (run->ready) group.measured[contender - group.first].memory.push_back(run->memory);
+    // Waiting processes share pages with the measured process.
+    RETURN_IF_FAILED(launchPad_->fill());
+    ASSIGN_OR_RETURN(const Run run, runIn(contender, Task::kMemory));
+    if (run.ready) group.measured[contender - group.first].memory.push_back(run.memory);
   }
   return {};
 }
@@ -215,7 +214,7 @@ Expected<void> Bench::measureMemoryOf(Group& group, size_t contender) {
 Expected<void> Bench::measureMemory() {
   for (Group& group : groups_) {
     for (size_t i = group.first; i < group.end; ++i) {
-      if (auto measured = measureMemoryOf(group, i); !measured) return measured;
+      RETURN_IF_FAILED(measureMemoryOf(group, i));
     }
   }
   return measureLaunchPad();
@@ -223,16 +222,15 @@ Expected<void> Bench::measureMemory() {
 
 Expected<void> Bench::measureLaunchPad() {
   for (int round = 0; round < options_.memoryRounds; ++round) {
-    const auto memory = launchPad_->memory();
-    if (!memory) return tl::unexpected(memory.error());
-    for (const Memory& waiting : memory->first) preparation_[0].memory.push_back(waiting);
-    preparation_[1].memory.push_back(memory->second);
+    ASSIGN_OR_RETURN(const auto memory, launchPad_->memory());
+    for (const Memory& waiting : memory.first) preparation_[0].memory.push_back(waiting);
+    preparation_[1].memory.push_back(memory.second);
   }
   return {};
 }
 
 void Bench::print() const {
-  printMachine(surroundings_, options_.rounds);
+  printMachine(setup_, options_.rounds);
   for (const Group& group : groups_) {
     printTimes(group.application.title, group.measured);
     printAims(group.application.title, group.measured);
@@ -243,11 +241,9 @@ void Bench::print() const {
 }
 
 Expected<bool> Bench::run() {
-  const auto measured =
-      startLaunchPad().and_then([this] { return measureRounds(); }).and_then([this] {
-        return measureMemory();
-      });
-  if (!measured) return tl::unexpected(measured.error());
+  RETURN_IF_FAILED(startLaunchPad());
+  RETURN_IF_FAILED(measureRounds());
+  RETURN_IF_FAILED(measureMemory());
   print();
   return std::find(failed_.begin(), failed_.end(), true) == failed_.end();
 }
@@ -260,10 +256,10 @@ int tell(const Failure& failure) {
 int runBench(const Options& options) {
   cleanEnvironment();
   const test::TemporaryDirectory work;
-  const fs::path program = fs::read_symlink("/proc/self/exe");
-  const auto surroundings = makeSurroundings(program.parent_path().parent_path(), work.path());
-  if (!surroundings) return tell(surroundings.error());
-  const auto whole = Bench(options, *surroundings).run();
+  const fs::path program = executablePath();
+  const auto setup = makeSetup(program.parent_path().parent_path(), work.path());
+  if (!setup) return tell(setup.error());
+  const auto whole = Bench(options, *setup).run();
   if (!whole) return tell(whole.error());
   return *whole ? 0 : 1;
 }

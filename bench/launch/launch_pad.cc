@@ -16,12 +16,12 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr char kOutput[] = "/tmp/quillon-bench-launchpad.log";  // in the device root
-constexpr char kNeverByItself[] = "3600";                       // seconds
+constexpr char kNever[] = "3600";                               // seconds
 constexpr milliseconds kPause{5};
-constexpr milliseconds kLongestWait{60'000};
-constexpr int kMostUses = 3;
+constexpr milliseconds kMaxWait{60'000};
+constexpr int kMaxUses = 3;
 
-std::string lastWords(const std::filesystem::path& device) {
+std::string lastOutputLine(const std::filesystem::path& device) {
   std::ifstream file(device / std::filesystem::path(kOutput).relative_path());
   std::string last = "nothing";
   for (std::string line; std::getline(file, line);) last = line;
@@ -32,7 +32,7 @@ std::string lastWords(const std::filesystem::path& device) {
 
 Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem::path& device) {
   return {{quillon, "launchpad", "--device", device, "--type", "none", "--size", "1",
-           "--refill-delay", kNeverByItself},
+           "--refill-delay", kNever},
           kOutput};
 }
 
@@ -40,7 +40,8 @@ LaunchPad::LaunchPad(const Place& place, std::filesystem::path device,
                      std::chrono::duration<double> wait)
     : place_(place), device_(std::move(device)), wait_(wait) {}
 
-// "serving, process 7", "served: 2", "pool 1: inhouse, raw", "  process 8: ready".
+// Parses lines such as "serving, process 7", "served: 2", "pool 1: inhouse, raw" and
+// "  process 8: ready".
 LaunchPad::State LaunchPad::parse(const std::string& status) {
   State state;
   std::istringstream lines(status);
@@ -57,25 +58,25 @@ LaunchPad::State LaunchPad::parse(const std::string& status) {
 }
 
 Expected<LaunchPad::State> LaunchPad::state() const {
-  const auto status = launchpad::command(device_, launchpad::MessageKind::kStatus);
-  if (!status) return tl::unexpected(status.error());
-  return parse(*status);
+  ASSIGN_OR_RETURN(const std::string status,
+                   launchpad::command(device_, launchpad::MessageKind::kStatus));
+  return parse(status);
 }
 
 Expected<LaunchPad::State> LaunchPad::awaitFull() const {
-  const auto end = Clock::now() + kLongestWait;
+  const auto end = Clock::now() + kMaxWait;
   while (Clock::now() < end) {
     auto now = state();
     if (now && now->isFull()) return now;
     std::this_thread::sleep_for(kPause);
   }
-  return fail("the launch pad has not prepared its processes", "it said: " + lastWords(device_));
+  return fail("the launch pad has not prepared its processes",
+              "it said: " + lastOutputLine(device_));
 }
 
-// All waiting processes anew.
+// Replaces all waiting processes.
 Expected<LaunchPad::State> LaunchPad::refill() const {
-  const auto asked = launchpad::command(device_, launchpad::MessageKind::kReload);
-  if (!asked) return tl::unexpected(asked.error());
+  RETURN_IF_FAILED(launchpad::command(device_, launchpad::MessageKind::kReload));
   auto full = awaitFull();
   std::this_thread::sleep_for(wait_);
   return full;
@@ -84,60 +85,52 @@ Expected<LaunchPad::State> LaunchPad::refill() const {
 Expected<void> LaunchPad::fill() const {
   const auto now = state();
   if (now && now->isFull()) return {};
-  const auto filled = refill();
-  if (!filled) return tl::unexpected(filled.error());
+  RETURN_IF_FAILED(refill());
   return {};
 }
 
-// The run, and how many launches the launch pad has served in it.
+// Runs a contender. Returns the run and the number of launches that the launch pad served
+// meanwhile.
 Expected<std::pair<Run, int>> LaunchPad::runAndCount(size_t contender, Task task) const {
-  const auto before = state();
-  if (!before) return tl::unexpected(before.error());
+  ASSIGN_OR_RETURN(const State before, state());
   const Run run = place_.run(contender, task);
-  const auto after = state();
-  if (!after) return tl::unexpected(after.error());
-  return std::pair(run, after->served - before->served);
+  ASSIGN_OR_RETURN(const State after, state());
+  return std::pair(run, after.served - before.served);
 }
 
-// Uses up what is ready for it.
+// Uses the waiting processes until the contender's pool is empty.
 Expected<void> LaunchPad::empty(size_t contender) const {
-  for (int use = 0; use < kMostUses; ++use) {
-    const auto used = runAndCount(contender, Task::kTime);
-    if (!used) return tl::unexpected(used.error());
-    if (used->second == 0) return {};
+  for (int use = 0; use < kMaxUses; ++use) {
+    ASSIGN_OR_RETURN(const auto used, runAndCount(contender, Task::kTime));
+    if (used.second == 0) return {};
   }
   return fail("the launch pad's pool does not get empty", "see that nobody else refills it");
 }
 
 Expected<void> LaunchPad::start(const std::vector<size_t>& contenders) const {
-  if (auto serves = awaitFull(); !serves) return tl::unexpected(serves.error());
+  RETURN_IF_FAILED(awaitFull());
   for (const size_t contender : contenders) {
-    if (auto filled = fill(); !filled) return filled;
-    const auto used = runAndCount(contender, Task::kTime);
-    if (!used) return tl::unexpected(used.error());
+    RETURN_IF_FAILED(fill());
+    RETURN_IF_FAILED(runAndCount(contender, Task::kTime));
   }
   return {};
 }
 
 Expected<Run> LaunchPad::run(size_t contender, const Contender& what, Task task) const {
   const bool isFull = what.pool == Pool::kFull;
-  if (auto ready = isFull ? fill() : empty(contender); !ready) {
-    return tl::unexpected(ready.error());
-  }
-  auto done = runAndCount(contender, task);
-  if (!done) return tl::unexpected(done.error());
-  if (done->second == (isFull ? 1 : 0)) return done->first;
-  return fail("'" + what.name + "' was served by the launch pad " + std::to_string(done->second) +
+  RETURN_IF_FAILED(isFull ? fill() : empty(contender));
+  ASSIGN_OR_RETURN(const auto done, runAndCount(contender, task));
+  if (done.second == (isFull ? 1 : 0)) return done.first;
+  return fail("'" + what.name + "' was served by the launch pad " + std::to_string(done.second) +
                   " times, so its row would be another one's",
               "see why: quillon launch --verbose says it");
 }
 
 Expected<std::pair<std::vector<Memory>, Memory>> LaunchPad::memory() const {
-  const auto full = refill();
-  if (!full) return tl::unexpected(full.error());
+  ASSIGN_OR_RETURN(const State full, refill());
   std::vector<Memory> waiting;
-  for (const pid_t process : full->ready) waiting.push_back(memoryOf(process));
-  return std::pair(std::move(waiting), memoryOf(full->process));
+  for (const pid_t process : full.ready) waiting.push_back(memoryOf(process));
+  return std::pair(std::move(waiting), memoryOf(full.process));
 }
 
 }  // namespace quillon::bench

@@ -1,7 +1,7 @@
 // The launch pad that serves the prepared contenders.
 //
-// Each of its pools holds one process and is filled only when this object asks for it, so that no
-// launch meets a refill, and every launch is known to have been served by it or not.
+// Each pool holds one process and is refilled only on request of this object. So no launch overlaps
+// with a refill, and it is known whether the launch pad served a launch.
 #pragma once
 
 #include <sys/types.h>
@@ -17,27 +17,27 @@
 
 namespace quillon::bench {
 
-// The command that serves a device root in this way.
+// The launch pad's command for a device root.
 Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem::path& device);
 
 class LaunchPad {
  public:
-  // place  where the command of launchPadFor() runs, and all that asks it
-  // wait   how long processes have waited for their launch
+  // place  the place in which the command of launchPadFor() and its clients run
+  // wait   how long processes wait before their launch
   LaunchPad(const Place& place, std::filesystem::path device, std::chrono::duration<double> wait);
 
-  // Waits until it serves, and runs each of the contenders once, whoever serves it: there is a pool
-  // for it from then on.
+  // Waits until the launch pad is ready and runs each contender once, so that it has a pool
+  // afterwards.
   [[nodiscard]] Expected<void> start(const std::vector<size_t>& contenders) const;
 
-  // Makes waiting processes anew where one is missing.
+  // Replaces the waiting processes if one is missing.
   [[nodiscard]] Expected<void> fill() const;
 
-  // Runs a contender to its end with the pool as it wants it. Fails where it was not served as it
-  // should have been: its time would be another contender's.
+  // Runs a contender to its end, with its pool full or empty as it requires. Fails if it was not
+  // served accordingly, because its time would belong to another contender.
   [[nodiscard]] Expected<Run> run(size_t contender, const Contender& what, Task task) const;
 
-  // Makes all waiting processes anew; what each of them and the launch pad itself cost.
+  // Replaces all waiting processes. Returns the memory of each of them and of the launch pad.
   [[nodiscard]] Expected<std::pair<std::vector<Memory>, Memory>> memory() const;
 
  private:
@@ -46,7 +46,7 @@ class LaunchPad {
     int served = 0;
     size_t pools = 0;
     std::vector<pid_t> ready;
-    bool busy = false;  // a process is neither ready nor gone
+    bool busy = false;  // a process is starting or ending
 
     [[nodiscard]] bool isFull() const { return ready.size() == pools && !busy; }
   };

@@ -13,7 +13,7 @@ namespace {
 
 constexpr double kMilliseconds = 1e3;
 
-// Round by round: what disturbs the machine falls on both.
+// The median of the ratios of each round: a disturbance of the machine affects both values.
 double ratioOf(const std::vector<double>& measured, const std::vector<double>& reference) {
   std::vector<double> ratios;
   for (size_t i = 0; i < std::min(measured.size(), reference.size()); ++i) {
@@ -39,12 +39,12 @@ long medianOf(const std::vector<Memory>& memory, Value Memory::*field) {
 
 }  // namespace
 
-void printMachine(const Surroundings& surroundings, int rounds) {
+void printMachine(const Setup& setup, int rounds) {
   utsname system{};
   uname(&system);
   std::printf("machine: %u cores, %s %s; .NET %s; %d rounds in random order\n",
               std::thread::hardware_concurrency(), system.sysname, system.release,
-              surroundings.runtimeVersion.c_str(), rounds);
+              setup.runtimeVersion.c_str(), rounds);
 #ifndef NDEBUG
   std::printf("assertions are on: measure a release build\n");
 #endif
@@ -69,9 +69,9 @@ void printAims(const std::string& title, const std::vector<Measured>& group) {
   for (const Measured& one : group) {
     if (one.seconds.empty()) continue;
     for (const Aim& aim : one.aims) {
-      const double ratio = ratioOf(one.seconds, secondsOf(group, aim.beside));
-      std::printf("%-50s %-34s %6.2f %6.3f%s\n", one.name.c_str(), aim.beside.c_str(), aim.atMost,
-                  ratio, ratio <= aim.atMost ? "" : " missed");
+      const double ratio = ratioOf(one.seconds, secondsOf(group, aim.reference));
+      std::printf("%-50s %-34s %6.2f %6.3f%s\n", one.name.c_str(), aim.reference.c_str(),
+                  aim.maxRatio, ratio, ratio <= aim.maxRatio ? "" : " missed");
     }
   }
 }
@@ -85,7 +85,7 @@ void printMemory(const std::string& title, const std::vector<Measured>& group) {
   }
 }
 
-// In what plugin_calls prints.
+// A name in the output of plugin_calls.
 constexpr char kLoading[] = "loading";
 constexpr double kCallsAim = 0.2;
 

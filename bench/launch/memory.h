@@ -1,4 +1,4 @@
-// What a process costs in memory.
+// The memory of a process.
 #pragma once
 
 #include <sys/types.h>
@@ -6,11 +6,11 @@
 namespace quillon::bench {
 
 struct Memory {
-  long pssKib = 0;  // proportional set size: shared pages in equal parts to those who share them
-  long privateKib = 0;  // pages of this process alone
+  long pssKib = 0;      // proportional set size: each sharer counts its part of a shared page
+  long privateKib = 0;  // pages that are not shared
 };
 
-// From /proc/PID/smaps_rollup; zeros where it cannot be read.
+// Reads /proc/PID/smaps_rollup. Returns zeros if it cannot be read.
 [[nodiscard]] Memory memoryOf(pid_t process);
 
 }  // namespace quillon::bench

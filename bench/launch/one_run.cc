@@ -8,7 +8,6 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 
 #include "quillon/device/mounts.h"
@@ -49,30 +48,30 @@ std::vector<std::string> environmentOf(const Contender& contender) {
   return all;
 }
 
-// Asks the launch pad, and ends with the application.
-[[noreturn]] void becomeAsking(const Contender& contender, Task task,
-                               const std::array<int, 3>& streams, int startOfAsking) {
+// Requests a launch from the launch pad and exits with the application's status.
+[[noreturn]] void becomeClient(const Contender& contender, Task task,
+                               const std::array<int, 3>& streams, int requestStart) {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     dup2(streams[static_cast<size_t>(fd)], fd);
   }
   host::LaunchOptions options;
-  options.device = contender.asking.device;
-  options.appId = contender.asking.appId;
+  options.device = contender.request.device;
+  options.appId = contender.request.appId;
   options.raw = true;
   if (task == Task::kMemory) options.arguments.emplace_back(kWaitArgument);
   const Clock::time_point start = Clock::now();
   const launchpad::LaunchOutcome asked =
-      launchpad::requestLaunch(options, contender.asking.quillon.string());
-  const bool told = write(startOfAsking, &start, sizeof start) == sizeof start;
+      launchpad::requestLaunch(options, contender.request.quillon.string());
+  const bool told = write(requestStart, &start, sizeof start) == sizeof start;
   _exit(told ? asked.status.value_or(1) : 1);
 }
 
-// A contender that runs, with the near ends of its streams.
+// A running contender and our ends of its streams.
 class Running {
  public:
   Running(const Contender& contender, Task task);
   bool readUntilReady();
-  bool end();  // false where it has not told when it asked
+  bool end();  // false if it has not sent the time of its request
   pid_t application() const;
   const std::string& text() const { return text_; }
   double secondsUntilReady() const {
@@ -89,14 +88,14 @@ class Running {
   pid_t process_ = -1;
   std::string text_;
   Clock::time_point start_;
-  Descriptor startOfAsking_;
+  Descriptor requestStart_;
   Clock::time_point ready_;
 };
 
 Running::Running(const Contender& contender, Task task) {
   Pipe in = makePipe();
   Pipe out = makePipe();
-  if (contender.asking.appId.empty()) {
+  if (contender.request.appId.empty()) {
     spawn(contender, task, in.read.get(), out.write.get());
   } else {
     ask(contender, task, in, out);
@@ -124,7 +123,7 @@ void Running::spawn(const Contender& contender, Task task, int input, int output
   posix_spawn_file_actions_destroy(&streams);
 }
 
-// The message alone: the process that asks is there already. It tells when it asked.
+// Only the request is timed: the client is forked before. It sends the time of its request.
 void Running::ask(const Contender& contender, Task task, Pipe& input, Pipe& output) {
   Pipe start = makePipe();
   process_ = fork();
@@ -132,9 +131,9 @@ void Running::ask(const Contender& contender, Task task, Pipe& input, Pipe& outp
     input.write = Descriptor();
     output.read = Descriptor();
     const int written = output.write.get();
-    becomeAsking(contender, task, {input.read.get(), written, written}, start.write.get());
+    becomeClient(contender, task, {input.read.get(), written, written}, start.write.get());
   }
-  startOfAsking_ = std::move(start.read);
+  requestStart_ = std::move(start.read);
 }
 
 bool Running::readMore() {
@@ -149,7 +148,7 @@ bool Running::readUntilReady() {
     if (!readMore()) return false;
   }
   ready_ = Clock::now();
-  // The process id that stands behind it.
+  // Read the process id after it.
   while (text_.find('\n', text_.find(kReady)) == text_.npos && readMore()) {
   }
   return process_ >= 0;
@@ -164,7 +163,7 @@ bool Running::end() {
   while (readMore()) {
   }
   if (process_ >= 0) waitpid(process_, nullptr, 0);
-  return !startOfAsking_ || read(startOfAsking_.get(), &start_, sizeof start_) == sizeof start_;
+  return !requestStart_ || read(requestStart_.get(), &start_, sizeof start_) == sizeof start_;
 }
 
 }  // namespace

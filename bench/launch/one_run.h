@@ -1,12 +1,12 @@
-// One start of a contender, from the request to its first output.
+// Starts a contender and measures the time from the request to its first output.
 #pragma once
 
 #include "bench/launch/place.h"
 
 namespace quillon::bench {
 
-// Starts the contender with both outputs in one pipe, and waits for its end. The application says
-// "ready PID"; what others print is their own measure.
+// Starts the contender with both outputs in one pipe and waits for its end. Applications print
+// "ready PID". Other contenders print times that they have measured themselves.
 [[nodiscard]] Run runOnce(const Contender& contender, Task task);
 
 }  // namespace quillon::bench

@@ -22,7 +22,7 @@ struct Request {
   Task task;
 };
 
-// Until the socket's other end is closed.
+// Serves requests until the other end of the socket is closed.
 void serve(const std::vector<Contender>& contenders, int socket) {
   Request request{};
   while (read(socket, &request, sizeof request) == sizeof request) {
@@ -45,7 +45,7 @@ void serve(const std::vector<Contender>& contenders, int socket) {
   _exit(127);
 }
 
-// Runs as long as the object lives.
+// A process that runs as long as the object lives.
 class RunningService {
  public:
   explicit RunningService(const Service& service) {

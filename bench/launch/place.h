@@ -1,8 +1,8 @@
-// Where contenders are started and timed: on the machine, or inside the device root.
+// A place in which contenders are started and timed: the machine, or the inside of the device root.
 //
-// A place is a child process of its own, since a process that entered a device root cannot leave
-// it. It starts a contender and reads the clock on both ends itself, so that the place costs
-// nothing that is measured.
+// A place is a child process, because a process that has entered a device root cannot leave it. The
+// child starts a contender and reads the clock at both ends, so that the communication with it is
+// not measured.
 #pragma once
 
 #include <sys/types.h>
@@ -20,13 +20,13 @@ namespace quillon::bench {
 enum class Task : int { kTime, kMemory };
 
 struct Run {
-  bool ready = false;             // the application said so
+  bool ready = false;             // the application has reported it
   double seconds = 0;             // from the request to the application's first output
   Memory memory = {};             // of the application's process while it runs (kMemory)
-  std::array<char, 1024> text{};  // what a contender printed which times itself
+  std::array<char, 1024> text{};  // the output of a contender that times itself
 };
 
-// A command and the file that its output goes to, both as the place sees them.
+// A command and the file for its output; paths inside the place.
 struct Service {
   std::vector<std::string> command;
   std::filesystem::path output;
@@ -34,17 +34,17 @@ struct Service {
 
 class Place {
  public:
-  // Makes the child process. The caller must have one thread.
-  // device   the device root to enter, empty for the machine
-  // visible  what stays visible inside
-  // service  a command that runs there as long as the place does; empty: none
+  // Starts the child process. The caller must have one thread.
+  // device   the device root to enter; empty for the machine
+  // visible  folders of the machine that are visible inside
+  // service  a command that runs as long as the place exists; empty for none
   Place(const std::vector<Contender>& contenders, const std::filesystem::path& device,
         const std::vector<std::filesystem::path>& visible, const Service& service);
   ~Place();
   Place(const Place&) = delete;
   Place& operator=(const Place&) = delete;
 
-  // Runs a contender to its end. With kMemory it is told to wait and looked at meanwhile.
+  // Runs a contender to its end. With kMemory, the contender waits while its memory is measured.
   [[nodiscard]] Run run(std::size_t contender, Task task) const;
 
  private:

@@ -1,6 +1,5 @@
-// How long each call of the plug-in takes in a launch that leaves its output alone, and how long
-// the plug-in takes to load, timed around each and without a trace. Prints the name and the
-// microseconds of each; the application does not run.
+// Times loading the plug-in and each of its calls in a launch without output capture, without a
+// trace. Prints a name and microseconds for each. Does not run the application.
 //
 // usage: plugin_calls PLUGIN PROPERTIES PACKAGE APPID ASSEMBLY, inside a device root
 #include <unistd.h>
@@ -68,7 +67,7 @@ int main(int argc, char** argv) {
       std::chrono::steady_clock::now() - start;
   std::printf("loading %.1f\n", loading.count());
   if (!runtime || !plugin || !workstation::registerProcess(getpid(), argv[3])) return 101;
-  // As the launcher has done before: the application's package is known.
+  // Like the launcher, which has looked up the application's package before.
   if (const auto package = workstation::findPackageOfApplication(argv[4]); !package) return 101;
   timeLists(*plugin);
   if (!runtime->start(argv[0], argv[4], readProperties(argv[2]))) return 102;

@@ -1,10 +1,9 @@
-// How long the stock host needs from nothing to the runtime's properties, without starting the
-// runtime: what a launcher's lists are measured beside. Prints microseconds.
+// Times the stock host until it has resolved the runtime's properties, without starting the
+// runtime. The reference for the launcher's lists. Prints microseconds.
 //
 // usage: stock_resolution HOSTFXR DOTNET_ROOT ASSEMBLY
 //
-// The functions are those of the host's public interface (docs/design/features/native-hosting.md of
-// the .NET runtime).
+// Uses the host's public interface (docs/design/features/native-hosting.md of the .NET runtime).
 #include <dlfcn.h>
 
 #include <array>
@@ -24,14 +23,14 @@ using Initialize = int32_t(int, const char**, const Parameters*, void**);
 using GetProperties = int32_t(void*, size_t*, const char**, const char**);
 using Close = int32_t(void*);
 
-constexpr size_t kMostProperties = 100;
+constexpr size_t kMaxProperties = 100;
 
 template <typename Function>
 Function* find(void* library, const char* name) {
   return reinterpret_cast<Function*>(dlsym(library, name));
 }
 
-// The number of properties, 0 where the host does not resolve the application.
+// Returns the number of properties; 0 if the host cannot resolve the application.
 size_t resolve(const char* library, const char* root, const char* assembly) {
   void* const host = dlopen(library, RTLD_NOW | RTLD_LOCAL);
   if (host == nullptr) return 0;
@@ -41,8 +40,8 @@ size_t resolve(const char* library, const char* root, const char* assembly) {
           1, &assembly, &parameters, &context) < 0) {
     return 0;
   }
-  std::array<const char*, kMostProperties> names{};
-  std::array<const char*, kMostProperties> values{};
+  std::array<const char*, kMaxProperties> names{};
+  std::array<const char*, kMaxProperties> values{};
   size_t count = names.size();
   if (find<GetProperties>(host, "hostfxr_get_runtime_properties")(context, &count, names.data(),
                                                                   values.data()) < 0) {

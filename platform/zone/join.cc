@@ -12,15 +12,15 @@ namespace {
 
 constexpr int kZoneNamespaces = CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWIPC;
 
-// One folder per thread, beside "." and "..".
+// The link count of the folder: one for each thread, besides "." and "..".
 bool hasOneThread() {
   struct stat tasks {};
   return ::stat("/proc/self/task", &tasks) == 0 && tasks.st_nlink == 3;
 }
 
-// The kernel puts a process that joins a mount namespace at that namespace's root, where it stays
-// when the zone has no such path.
-void returnTo(const char* workingDirectory) {
+// setns(2) moves the working directory to the root of the new mount namespace. The process stays
+// there if the zone does not have its previous working directory.
+void restore(const char* workingDirectory) {
   if (workingDirectory[0] == '/') {
     [[maybe_unused]] const int result = ::chdir(workingDirectory);
   }
@@ -29,8 +29,8 @@ void returnTo(const char* workingDirectory) {
 }  // namespace
 
 int joinNamespaces(int pidfd) {
-  // The kernel does not refuse several threads when it joins more than a mount namespace: the
-  // others would get the zone's root and keep their own namespaces.
+  // setns(2) with more than a mount namespace does not fail if there are several threads. The other
+  // threads would get the zone's root but keep their own namespaces.
   if (!hasOneThread()) {
     return EBUSY;
   }
@@ -41,7 +41,7 @@ int joinNamespaces(int pidfd) {
   if (::setns(pidfd, kZoneNamespaces) != 0) {
     return errno;
   }
-  returnTo(workingDirectory);
+  restore(workingDirectory);
   return 0;
 }
 

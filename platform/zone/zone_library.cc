@@ -1,4 +1,4 @@
-// The four functions of the zone library. See platform/zone.h.
+// The functions of the zone library. See platform/zone.h.
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -19,10 +19,10 @@ namespace {
 
 struct Context {
   int holder;  // pidfd
-  char name[quillon::workstation::kLongestZoneName + 1];
+  char name[quillon::workstation::kMaxZoneNameLength + 1];
 };
 
-// Callers see no errno of ours.
+// Restores errno, so that callers do not see our changes of it.
 class ErrnoKeeper {
  public:
   ErrnoKeeper() : kept_(errno) {}
@@ -55,7 +55,7 @@ Context* makeContext(const char* name, int holder) {
     return nullptr;
   }
   context->holder = holder;
-  std::strncpy(context->name, name, quillon::workstation::kLongestZoneName);
+  std::strncpy(context->name, name, quillon::workstation::kMaxZoneNameLength);
   return context;
 }
 
@@ -106,7 +106,7 @@ int zone_enable_debug_mode(void* context) {
   if (context == nullptr) {
     return failed("cannot enable debug mode", "no zone given", EINVAL);
   }
-  // EINVAL: a kernel without Yama, where no debugger needs to be named.
+  // EINVAL: the kernel has no Yama, so debuggers need no permission.
   if (::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY, 0, 0, 0) != 0 && errno != EINVAL) {
     return failed("cannot enable debug mode", std::strerror(errno), errno);
   }

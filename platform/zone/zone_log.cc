@@ -12,16 +12,16 @@ namespace {
 
 constexpr char kTag[] = "ZONE";
 
-// Looked up, not linked: the library has to load wherever the platform's log comes from, and the
-// libraries that it needs would be searched for inside a device root.
+// Looked up at run time instead of linked: any library may provide the platform's log, and the
+// loader would search for a linked library inside the device root.
 decltype(&__dlog_print) platformLog() {
   void* found = ::dlsym(RTLD_DEFAULT, "__dlog_print");
   if (found == nullptr) {
-    // Loaded for the plug-in alone, the platform is not in the process's global scope.
+    // If only the plug-in has loaded the platform, it is not in the process's global scope.
     void* platform = ::dlopen("libquillon-platform.so", RTLD_LAZY | RTLD_NOLOAD);
     if (platform != nullptr) {
       found = ::dlsym(platform, "__dlog_print");
-      ::dlclose(platform);  // takes back this reference; the process's own keeps it loaded
+      ::dlclose(platform);  // drops our reference only; the library stays loaded
     }
   }
   return reinterpret_cast<decltype(&__dlog_print)>(found);

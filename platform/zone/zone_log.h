@@ -1,10 +1,9 @@
-// The zone library's lines in the platform log.
+// Writes the zone library's lines to the platform log.
 #pragma once
 
 namespace quillon::zone {
 
-// Appends one error line with the tag "ZONE". Where the process has no platform log the line is
-// lost.
+// Logs an error with the tag "ZONE". Does nothing if the process has no platform log.
 [[gnu::format(printf, 1, 2)]] void logError(const char* format, ...);
 
 }  // namespace quillon::zone

@@ -14,10 +14,11 @@ namespace {
 
 constexpr char kNameLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_.";
 
-// The columns of /proc/PID/stat after the command, which is the second and may hold anything.
+// Fields of /proc/PID/stat from the command, field 2, to the start time, field 22. The command may
+// contain any characters.
 constexpr int kStartTimeAfterCommand = 20;
 
-// The whole of a small file as a text; false when it cannot be read or does not fit.
+// Reads a small file. Returns false with errno if it cannot be read or does not fit.
 template <std::size_t N>
 bool readText(int directory, const char* path, char (&text)[N]) {
   const int file = ::openat(directory, path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -39,7 +40,7 @@ const char* skipColumns(const char* text, int columns) {
   return text;
 }
 
-// Readable once the process has ended, a zombie included.
+// A pidfd becomes readable when the process ends, also if it stays a zombie.
 bool hasEnded(int pidfd) {
   pollfd ended{pidfd, POLLIN, 0};
   return ::poll(&ended, 1, 0) != 0;
@@ -48,8 +49,8 @@ bool hasEnded(int pidfd) {
 }  // namespace
 
 bool isZoneName(const char* name) {
-  const std::size_t length = name == nullptr ? 0 : ::strnlen(name, kLongestZoneName + 1);
-  return length > 0 && length <= kLongestZoneName && name[0] != '.' &&
+  const std::size_t length = name == nullptr ? 0 : ::strnlen(name, kMaxZoneNameLength + 1);
+  return length > 0 && length <= kMaxZoneNameLength && name[0] != '.' &&
          std::strspn(name, kNameLetters) == length;
 }
 
@@ -82,8 +83,8 @@ int openZoneHolder(const ZoneHolder& holder) {
   if (pidfd < 0) {
     return -1;
   }
-  // The descriptor stands for whoever had the number when it was opened: compared after that, and
-  // alive after the comparison, it is the holder.
+  // The pidfd refers to the process that had this id at the time of the call. It is the holder if
+  // the start time matches now and the process is still alive after the comparison.
   if (startTimeOf(holder.pid) == holder.startTime && !hasEnded(pidfd)) {
     return pidfd;
   }

@@ -146,7 +146,7 @@ Expected<void> Launch::registerProcess() {
   if (auto registered = workstation::registerProcess(getpid(), target_.package.id); !registered) {
     return fail(kServiceFailed, registered.error());
   }
-  workstation::clearProcessNotes();
+  workstation::forgetEndedProcesses();
   return {};
 }
 

@@ -17,7 +17,7 @@
 #include "quillon/partner/trial_device.h"
 #include "quillon_tv_plugin.h"
 #include "workstation/config_store.h"
-#include "workstation/log_tail.h"
+#include "workstation/last_errors.h"
 
 namespace quillon::partner {
 namespace {

@@ -20,7 +20,7 @@
 #include "quillon/validator/decision.h"
 #include "quillon/validator/request.h"
 #include "quillon/validator/requester.h"
-#include "workstation/log_tail.h"
+#include "workstation/last_errors.h"
 
 namespace quillon::validator {
 namespace {

@@ -1,5 +1,5 @@
-// The search for assemblies, among files with names from outside. Input: the list to append to,
-// then a file a line: "1" or "2" for its folder, and its name.
+// The search for assemblies, with arbitrary file names. Input: the list to append to, then one line
+// for each file: "1" or "2" for its folder, and its name.
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kMostFiles = 16;
+constexpr int kMaxFiles = 16;
 
 bool canNameAFile(std::string_view name) {
   return !name.empty() && name.size() <= 255 && name != "." && name != ".." &&
@@ -25,8 +25,8 @@ struct Found {
   std::string path;
 };
 
-// The rule, written as it is told: the first path of a name stays, but an image displaces the IL
-// file beside it.
+// A direct implementation of the rule: the first path with a name wins, but a native image replaces
+// the IL file in the same folder.
 void offer(std::vector<Found>& all, const std::string& folder, const std::string& file) {
   const bool image = isNativeImage(file);
   if (!image && !isManagedAssembly(file)) return;
@@ -54,7 +54,7 @@ std::string model(const std::vector<std::string>& folders, std::string list) {
 }
 
 void makeFiles(const std::vector<std::string>& folders, quillon::fuzz::Input input) {
-  for (int made = 0; made < kMostFiles && !input.atEnd();) {
+  for (int made = 0; made < kMaxFiles && !input.atEnd();) {
     const std::string_view line = input.line();
     if (line.empty() || !canNameAFile(line.substr(1))) continue;
     const std::string& folder = folders[line[0] == '2' ? 1 : 0];

@@ -1,4 +1,4 @@
-// The launcher's look at an application's image. Input: the image.
+// The launcher's reader of an application's image. Input: the image.
 #include <filesystem>
 
 #include "quillon/host/assemblies/assembly_image.h"
@@ -20,7 +20,7 @@ FUZZ_TARGET(assembly_image) {
   }
   FUZZ_REQUIRE(bytes.starts_with("MZ"));
   FUZZ_REQUIRE(bytes.find(std::string_view("PE\0\0", 4)) != bytes.npos);
-  // What follows an image does not make it another one, and its start is part of it.
+  // Bytes after an image do not change the result. An image without its start is invalid.
   FUZZ_REQUIRE(imageError(std::string(bytes) + std::string(64, '\xff')).empty());
   FUZZ_REQUIRE(!imageError(bytes.substr(1)).empty() || bytes.substr(1).starts_with("MZ"));
   FUZZ_REQUIRE(!imageError(bytes.substr(0, 0x40)).empty());

@@ -1,4 +1,4 @@
-// What a file's name says of an assembly. Input: one name or path.
+// The parser of assembly file names. Input: one name or path.
 #include <cctype>
 
 #include "plugin/src/plugin-util/assembly_discovery.h"

@@ -1,5 +1,4 @@
-// The reader of cached lists: a list is taken from its file only if the file is whole.
-// Input: the file.
+// The reader of cached lists. It accepts a file only if it is complete. Input: the file.
 #include "plugin/src/plugin-util/cached_list.h"
 #include "tests/fuzz/memory_file.h"
 #include "tests/fuzz/target.h"

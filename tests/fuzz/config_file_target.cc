@@ -1,4 +1,4 @@
-// Keys and files of the configuration store. Input: a key, then a file.
+// Keys and files of the configuration store. Input: a key on a line, then a file.
 #include "config/config_file.h"
 #include "tests/fuzz/target.h"
 

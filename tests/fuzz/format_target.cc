@@ -1,4 +1,5 @@
-// my_strinf_format beside a model of it. Input: the size, the arguments, an empty line, the format.
+// Compares my_strinf_format with a model. Input: the size, the arguments, an empty line, the
+// format.
 #include <algorithm>
 #include <charconv>
 #include <climits>
@@ -13,15 +14,15 @@
 
 namespace {
 
-constexpr int kLargestSize = 4096;
+constexpr int kMaxSize = 4096;
 
 int sizeFrom(std::string_view text) {
   int size = 0;
   std::from_chars(text.data(), text.data() + text.size(), size);
-  return std::min(size, kLargestSize);
+  return std::min(size, kMaxSize);
 }
 
-// What strtol(3) makes of the first 29 characters, in steps of one digit; INT_MAX + 1 for more.
+// The result of strtol(3) for the first 29 characters; INT_MAX + 1 for larger numbers.
 long indexOf(std::string_view text) {
   constexpr long kTooLarge = static_cast<long>(INT_MAX) + 1;
   text = text.substr(0, std::min<std::size_t>({text.size(), 29, text.find('\0')}));
@@ -35,8 +36,8 @@ long indexOf(std::string_view text) {
   return negative ? -index : index;
 }
 
-// Nothing where the format asks for an argument that the caller's array does not have: that is the
-// caller's mistake, and undefined.
+// Returns nullopt if the format refers to an argument that the caller's array does not have: the
+// result is then undefined.
 std::optional<std::string> model(const std::string& format, const std::vector<std::string>& texts,
                                  int size) {
   std::string output;
@@ -74,6 +75,6 @@ FUZZ_TARGET(format) {
   for (const std::string& text : texts) arguments.push_back(text.c_str());
   const std::unique_ptr<char[]> output(my_strinf_format(format.c_str(), arguments.data(), size));
   FUZZ_REQUIRE(output.get() == *expected);
-  // The array has `size` bytes, however short the text; a sanitizer sees it if it has fewer.
+  // The array has exactly `size` bytes, so that a sanitizer reports a write beyond them.
   if (size > 0) std::memset(output.get(), 0, static_cast<std::size_t>(size));
 }

@@ -1,4 +1,4 @@
-// What libFuzzer calls. QUILLON_FUZZ_TARGET is the name of the program's target.
+// The entry point for libFuzzer. QUILLON_FUZZ_TARGET is the name of the program's target.
 #include <cstddef>
 #include <cstdint>
 

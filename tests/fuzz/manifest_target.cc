@@ -26,7 +26,7 @@ bool isId(const std::string& text) {
          text.find('/') == text.npos && text.find(':') == text.npos;
 }
 
-// No text reaches out of its folder by names that lead up.
+// No path leaves its folder through "..".
 bool hasNoWayUp(const std::string& path) {
   return ("/" + path + "/").find("/../") == std::string::npos;
 }
@@ -66,7 +66,7 @@ void requirePackage(const Package& package) {
   }
 }
 
-// Takes ":NUMBER" off the front.
+// Removes ":NUMBER" from the front.
 unsigned long takeNumber(std::string_view& text) {
   FUZZ_REQUIRE(text.starts_with(':'));
   unsigned long number = 0;
@@ -76,7 +76,7 @@ unsigned long takeNumber(std::string_view& text) {
   return number;
 }
 
-// "FILE:LINE:COLUMN: what", and the line is one of the file.
+// The message has the form "FILE:LINE:COLUMN: what", and the file has such a line.
 void requirePlace(std::string_view failure, const std::string& file, std::string_view bytes) {
   FUZZ_REQUIRE(failure.starts_with(file));
   failure.remove_prefix(file.size());

@@ -1,4 +1,4 @@
-// A file that holds some bytes and is on no disk.
+// A file in memory.
 #pragma once
 
 #include <sys/mman.h>
@@ -24,7 +24,7 @@ class MemoryFile {
   MemoryFile(const MemoryFile&) = delete;
   MemoryFile& operator=(const MemoryFile&) = delete;
 
-  // Leads to the file while the object lives.
+  // Valid as long as the object lives.
   [[nodiscard]] std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
 
  private:

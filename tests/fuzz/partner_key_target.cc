@@ -1,5 +1,5 @@
-// The partner key file: a good signature counts under the key that made it only, and nobody is
-// asked for a pass phrase. Input: the key file.
+// The partner key file. A signature is accepted only with the key that made it, and nothing prompts
+// for a pass phrase. Input: the key file.
 #include <openssl/pem.h>
 
 #include <memory>

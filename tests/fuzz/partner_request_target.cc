@@ -1,4 +1,4 @@
-// The partner request file: its first field is this device's id, or the request is refused.
+// The partner request file. A request is accepted only if its first field is this device's id.
 // Input: the device's id, then the request.
 #include "plugin/src/dotnet-policy-checker/partner_signature.h"
 #include "tests/fuzz/memory_file.h"
@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t kDuidSize = 100;
 
-// As the configuration store and strcmp(3) see it.
+// Up to the first NUL, like the configuration store and strcmp(3).
 std::string_view upToNul(std::string_view text) { return text.substr(0, text.find('\0')); }
 
 bool namesDevice(std::string_view request, std::string_view device) {

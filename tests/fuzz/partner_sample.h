@@ -1,4 +1,5 @@
-// A partner's public key and what it signed. The private key was made for this and thrown away.
+// A partner's public key and a request that it signed. The private key was generated for this
+// sample and deleted.
 #pragma once
 
 #include <openssl/err.h>
@@ -26,7 +27,7 @@ inline constexpr std::string_view kPartnerKey =
 
 inline constexpr std::string_view kPartnerRequest = "device-1:2026-11-21";
 
-// Over that request, in base 64.
+// The signature of that request, in base64.
 inline constexpr std::string_view kPartnerSignature =
     "X42J52evE8dPgVQnzqddNToxK7gi9UL7P1vwDaWaCvZXthhEo/lb/SylDYCXOA4LjePAkamuxZKn"
     "OU/3Va/np8aW+bX+09M6LcgKEPRoZ//58lqiiT2p1eQaLTtcwUjlM5U8kiaSNMLkCRWZe9cXHHla"
@@ -45,8 +46,8 @@ inline std::string partnerSignature() {
   return bytes;
 }
 
-// What verify_signature answers to these files. The crypto library's error queue must stay as it
-// was; it holds an error of somebody else's meanwhile.
+// The result of verify_signature for these files. Requires that the call leaves the crypto
+// library's error queue unchanged; the queue holds an unrelated error during the call.
 inline int verified(std::string_view key, std::string_view signature, std::string_view request) {
   const MemoryFile keyFile(key);
   const MemoryFile signatureFile(signature);

@@ -1,6 +1,6 @@
-// The partner signature file: nothing but the signature over the very request is a yes.
-// Input: the file's size, the request ("=" for the one that was signed), and what is changed: bytes
-// that are combined with those of the good signature by exclusive or.
+// The partner signature file. Only the signature of exactly this request is accepted. Input: the
+// file's size, the request ("=" for the signed request), and bytes that are XORed with the good
+// signature.
 #include <algorithm>
 #include <charconv>
 
@@ -8,12 +8,12 @@
 
 namespace {
 
-constexpr std::size_t kLargestFile = 1024;
+constexpr std::size_t kMaxFileSize = 1024;
 
 std::size_t sizeFrom(std::string_view text) {
   std::size_t size = 0;
   std::from_chars(text.data(), text.data() + text.size(), size);
-  return std::min(size, kLargestFile);
+  return std::min(size, kMaxFileSize);
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
-// The helpers that take paths and names apart. Input: three texts, a line each; the third to the
-// end.
+// The helpers that split paths and names. Input: two lines, and the rest as a third text.
 #include <algorithm>
 #include <cctype>
 
@@ -42,7 +41,7 @@ void requirePiecesMakeTheList(const std::string& list) {
     FUZZ_REQUIRE(piece.find(':') == piece.npos);
     joined += piece + ":";
   }
-  // Each piece ends at a separator or, the last one, at the end of the list.
+  // Each piece ends at a separator or, for the last piece, at the end of the list.
   FUZZ_REQUIRE(joined == "kept:" + list || joined == "kept:" + list + ":");
   FUZZ_REQUIRE(pieces.size() ==
                1 + static_cast<std::size_t>(std::count(list.begin(), list.end(), ':') +
@@ -75,7 +74,7 @@ void requireComparisonByCharacters(const std::string& a, const std::string& b) {
   FUZZ_REQUIRE(!iCompare(a, 1, b, 0, std::string::npos));
 }
 
-// A resolved path is resolved already. What lies below /proc comes and goes.
+// Resolving a resolved path changes nothing. Excludes /proc, whose files come and go.
 void requireResolvedPathsStay(const std::string& path) {
   const std::string resolved = getAbsolutePath(path);
   if (resolved.empty() || resolved.starts_with("/proc/")) return;

@@ -12,7 +12,7 @@
 
 namespace {
 
-// What the wrapped calls look at; empty while there are no private pipes.
+// The folder that the wrapped calls use; empty if there are no private pipes.
 std::string folder;
 std::string unsent;
 
@@ -21,8 +21,10 @@ bool isPipe(const char* path) {
                              std::strcmp(path, QUILLON_DLL_ANSWER_PIPE) == 0);
 }
 
-// Where a path leads.
-std::string led(const char* path) { return isPipe(path) ? folder + std::strrchr(path, '/') : path; }
+// Maps the path of a pipe to the private folder.
+std::string redirected(const char* path) {
+  return isPipe(path) ? folder + std::strrchr(path, '/') : path;
+}
 
 }  // namespace
 
@@ -41,7 +43,8 @@ int __wrap_open(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  const int file = __real_open(led(path).c_str(), flags | (isPipe(path) ? O_NONBLOCK : 0), mode);
+  const int file =
+      __real_open(redirected(path).c_str(), flags | (isPipe(path) ? O_NONBLOCK : 0), mode);
   if (file >= 0 && isPipe(path)) {
     static_cast<void>(!write(file, unsent.data(), unsent.size()));
     unsent.clear();
@@ -49,14 +52,18 @@ int __wrap_open(const char* path, int flags, ...) {
   return file;
 }
 FILE* __wrap_fopen(const char* path, const char* mode) {
-  return __real_fopen(led(path).c_str(), mode);
+  return __real_fopen(redirected(path).c_str(), mode);
 }
 int __wrap_lstat(const char* path, struct stat* status) {
-  return __real_lstat(led(path).c_str(), status);
+  return __real_lstat(redirected(path).c_str(), status);
 }
-int __wrap_remove(const char* path) { return __real_remove(led(path).c_str()); }
-int __wrap_mkfifo(const char* path, mode_t mode) { return __real_mkfifo(led(path).c_str(), mode); }
-int __wrap_chmod(const char* path, mode_t mode) { return __real_chmod(led(path).c_str(), mode); }
+int __wrap_remove(const char* path) { return __real_remove(redirected(path).c_str()); }
+int __wrap_mkfifo(const char* path, mode_t mode) {
+  return __real_mkfifo(redirected(path).c_str(), mode);
+}
+int __wrap_chmod(const char* path, mode_t mode) {
+  return __real_chmod(redirected(path).c_str(), mode);
+}
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
@@ -65,7 +72,7 @@ namespace {
 
 int openedPipe(const char* path) {
   mkfifo(path, 0600);
-  return __real_open(led(path).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  return __real_open(redirected(path).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Pipes of a target's own in place of the validator's, which every process of the machine shares.
-// The program's calls are led there by the linker (--wrap in CMakeLists.txt).
+// Private replacements for the validator's pipes, which all processes of the machine share. The
+// linker redirects the program's calls (--wrap in CMakeLists.txt).
 #pragma once
 
 #include <string>
@@ -9,8 +9,8 @@
 
 namespace quillon::fuzz {
 
-// While one lives, the request pipe and the answer pipe are two FIFOs in a folder of its own, and
-// no read from them waits. One at a time.
+// As long as an object lives, the request pipe and the answer pipe are two FIFOs in a private
+// folder, and reads from them do not block. Only one object may exist at a time.
 class PrivatePipes {
  public:
   PrivatePipes();
@@ -18,10 +18,10 @@ class PrivatePipes {
   PrivatePipes(const PrivatePipes&) = delete;
   PrivatePipes& operator=(const PrivatePipes&) = delete;
 
-  // Whoever next opens one of the pipes with open(2) finds these bytes in it, up to 4096.
+  // The next open(2) of one of the pipes finds these bytes in it, up to 4096.
   void send(std::string_view bytes);
 
-  // What is in a pipe, taken out of it: what was written to it and not read, up to 64 KiB.
+  // Reads and returns the unread bytes of a pipe, up to 64 KiB.
   [[nodiscard]] std::string takeRequests() const { return take(requests_); }
   [[nodiscard]] std::string takeAnswers() const { return take(answers_); }
 
@@ -29,7 +29,7 @@ class PrivatePipes {
   static std::string take(int pipe);
 
   test::TemporaryDirectory folder_;
-  int requests_;  // both are kept open, or what is in them would go with the last who closes
+  int requests_;  // both stay open: the last close would discard their content
   int answers_;
 };
 

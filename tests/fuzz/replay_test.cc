@@ -1,4 +1,4 @@
-// Gives the committed corpus to every fuzz target, with whatever compiler builds the tests.
+// Runs every fuzz target with its committed corpus. Needs no fuzzing compiler.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -34,7 +34,7 @@ std::string contentOf(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// In memory of exactly their size, so that a sanitizer sees a step beyond the end.
+// In a buffer of exactly their size, so that a sanitizer reports a read beyond the end.
 void give(const std::string& bytes, Target target) {
   const auto exact = std::make_unique<char[]>(bytes.size());
   std::copy(bytes.begin(), bytes.end(), exact.get());
@@ -44,7 +44,7 @@ void give(const std::string& bytes, Target target) {
 
 class FuzzCorpus : public ::testing::TestWithParam<Entry> {};
 
-TEST_P(FuzzCorpus, HoldsWhatItsTargetRequires) {
+TEST_P(FuzzCorpus, SatisfiesTheRequirementsOfItsTarget) {
   const fs::path folder = fs::path(QUILLON_FUZZ_CORPUS) / GetParam().name;
   ASSERT_TRUE(fs::is_directory(folder)) << "the target has no corpus: " << folder;
   std::size_t inputs = 0;
@@ -61,7 +61,7 @@ TEST_P(FuzzCorpus, IsNotNeededForTheEmptyInput) { give("", GetParam().target); }
 INSTANTIATE_TEST_SUITE_P(Target, FuzzCorpus, ::testing::ValuesIn(kTargets),
                          [](const auto& entry) { return std::string(entry.param.name); });
 
-TEST(FuzzCorpora, BelongToATargetEach) {
+TEST(FuzzCorpora, EachBelongToATarget) {
   std::set<std::string> names;
   for (const Entry& entry : kTargets) names.insert(entry.name);
   for (const auto& folder : fs::directory_iterator(QUILLON_FUZZ_CORPUS)) {
@@ -69,7 +69,7 @@ TEST(FuzzCorpora, BelongToATargetEach) {
   }
 }
 
-TEST(FuzzRequirement, NamesItsPlaceAndConditionWhenBroken) {
+TEST(FuzzRequirement, ReportsItsPositionAndCondition) {
   EXPECT_NO_THROW(FUZZ_REQUIRE(1 + 1 == 2));
   try {
     FUZZ_REQUIRE(1 + 1 == 3);
@@ -81,7 +81,7 @@ TEST(FuzzRequirement, NamesItsPlaceAndConditionWhenBroken) {
   }
 }
 
-TEST(FuzzInput, IsLinesAndTheRest) {
+TEST(FuzzInput, ConsistsOfLinesAndTheRest) {
   Input input("a\n\nb\nc\nd");
   EXPECT_EQ(input.line(), "a");
   EXPECT_EQ(input.line(), "");

@@ -1,5 +1,5 @@
-// An application's NAME.runtimeconfig.json, and a framework's list of what it consists of.
-// Input: the file, read as both.
+// The readers of an application's NAME.runtimeconfig.json and of a framework's list of files.
+// Input: the file, which both read.
 #include <filesystem>
 
 #include "quillon/host/runtime/runtime_config.h"
@@ -36,5 +36,5 @@ FUZZ_TARGET(runtime_config) {
   }
   const std::string version = quillon::host::frameworkVersionOf(folder.path());
   FUZZ_REQUIRE(version.empty() || bytes.find("Microsoft.NETCore.App.Runtime.") != bytes.npos ||
-               bytes.find('\\') != bytes.npos);  // or an escape spells it
+               bytes.find('\\') != bytes.npos);  // or it is written with an escape
 }

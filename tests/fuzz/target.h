@@ -1,19 +1,19 @@
-// What fuzz targets are made of.
+// Declarations for fuzz targets.
 //
-// A target hands arbitrary bytes to one reader of outside bytes and requires what holds for every
-// input, not merely that nothing crashes:
+// A target passes arbitrary bytes to a parser and checks properties that hold for every input, in
+// addition to the absence of crashes:
 //
-//   FUZZ_TARGET(cached_list) {                     // in cached_list_target.cc, named in
-//   CMakeLists.txt
+//   // in cached_list_target.cc, which CMakeLists.txt lists
+//   FUZZ_TARGET(cached_list) {
 //     const MemoryFile file(bytes);
 //     FUZZ_REQUIRE(readFileToString(file.path()) == bytes);
 //   }
 //
-// Under the preset `fuzz` each target is a program of its own (scripts/fuzz runs them). Under every
-// other preset fuzz-replay-test gives the committed corpus to all of them.
+// With the preset `fuzz`, each target is a program, which scripts/fuzz runs. With all other
+// presets, fuzz-replay-test runs all targets with the committed corpus.
 //
-// A target runs on the recording platform, which is reset before each input, and keeps nothing from
-// one input to the next.
+// A target runs on the recording platform, which is reset before each input. It must not keep state
+// from one input to the next.
 #pragma once
 
 #include <stdexcept>
@@ -22,7 +22,8 @@
 
 namespace quillon::fuzz {
 
-// Something that must hold does not. Fails a replay, and is caught by nothing in a fuzzing program.
+// A violated requirement. Fails the replay test; in a fuzzing program nothing catches it, so the
+// program aborts.
 class Violation : public std::logic_error {
  public:
   Violation(const char* file, int line, const char* condition)
@@ -38,17 +39,17 @@ class Violation : public std::logic_error {
 
 using Target = void (*)(std::string_view bytes);
 
-// All targets, made from the list in CMakeLists.txt.
+// All targets, generated from the list in CMakeLists.txt.
 #define DECLARE_FUZZ_TARGET(name) void name##_target(std::string_view bytes);
 #include "fuzz_targets.inc"
 #undef DECLARE_FUZZ_TARGET
 
-// Takes the bytes apart, so that an input can be written by hand: lines first, then the rest.
+// Splits an input into lines and the rest, so that inputs can be written by hand.
 class Input {
  public:
   explicit Input(std::string_view bytes) : bytes_(bytes) {}
 
-  // Up to the next line feed, which is dropped; empty at the end.
+  // The text up to the next line feed, without it; empty at the end.
   std::string_view line() {
     const std::size_t end = bytes_.find('\n');
     const std::string_view taken = bytes_.substr(0, end);

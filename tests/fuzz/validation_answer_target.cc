@@ -1,5 +1,5 @@
-// The answer of a validator: what the plug-in reads of it, and that it means no where it holds
-// "FAIL", behind a NUL too. Input: what is in the answer pipe.
+// The plug-in's reader of a validator's answer. An answer with "FAIL" is a refusal, also after a
+// NUL. Input: the content of the answer pipe.
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,20 +12,20 @@
 
 namespace {
 
-constexpr std::size_t kMostRead = 1023;
+constexpr std::size_t kMaxRead = 1023;
 
-// The text that one read gives: without one line end, and up to a NUL.
+// The text of one read: up to a NUL, without one line end.
 std::string modelOfText(std::string_view bytes) {
-  bytes = bytes.substr(0, kMostRead);
+  bytes = bytes.substr(0, kMaxRead);
   if (bytes.ends_with('\n')) bytes.remove_suffix(1);
   return std::string(bytes.substr(0, bytes.find('\0')));
 }
 
 bool isYes(std::string_view bytes) {
-  return !bytes.empty() && bytes.substr(0, kMostRead).find("FAIL") == std::string_view::npos;
+  return !bytes.empty() && bytes.substr(0, kMaxRead).find("FAIL") == std::string_view::npos;
 }
 
-// What the client writes for a message.
+// The bytes that the client writes for a message.
 std::string modelOfAnswer(const std::string& message) {
   std::string line;
   for (int i = 0; i < 5; ++i) line += message;
@@ -46,7 +46,7 @@ FUZZ_TARGET(validation_answer) {
   pipes.send(bytes);
   FUZZ_REQUIRE(plugin_validate_dll(0, library.c_str()) == (isYes(bytes) ? 1 : 0));
   FUZZ_REQUIRE(pipes.takeRequests() == request);
-  FUZZ_REQUIRE(pipes.takeAnswers() == bytes.substr(std::min(bytes.size(), kMostRead)));
+  FUZZ_REQUIRE(pipes.takeAnswers() == bytes.substr(std::min(bytes.size(), kMaxRead)));
   const auto lines = quillon::test::platform().lines();
   FUZZ_REQUIRE(bytes.empty() ||
                lines.back() == "4 RequestForDllValidation Result : " + modelOfText(bytes));
@@ -55,6 +55,6 @@ FUZZ_TARGET(validation_answer) {
   create_pipe_client(message.c_str());
   const std::string answer = pipes.takeAnswers();
   FUZZ_REQUIRE(answer == modelOfAnswer(message));
-  pipes.send(std::string_view(answer).substr(0, kMostRead));
+  pipes.send(std::string_view(answer).substr(0, kMaxRead));
   FUZZ_REQUIRE(plugin_validate_dll(0, library.c_str()) == (isYes(answer) ? 1 : 0));
 }

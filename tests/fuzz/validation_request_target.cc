@@ -1,5 +1,5 @@
-// The requests that a validator is called with: all that was sent, in texts of one read each.
-// Input: what is in the request pipe.
+// The requests that a validator receives: all bytes that were sent, one text for each read.
+// Input: the content of the request pipe.
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::size_t kMostRead = 1023;
+constexpr std::size_t kMaxRead = 1023;
 
 std::vector<std::string> received;
 
@@ -19,11 +19,11 @@ void receive(const char* text, void* userData) {
   received.emplace_back(text);
 }
 
-// One text for each read: without one line end, and up to a NUL.
+// One text for each read: up to a NUL, without one line end.
 std::vector<std::string> model(std::string_view bytes) {
   std::vector<std::string> texts;
-  for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kMostRead))) {
-    std::string_view text = bytes.substr(0, kMostRead);
+  for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kMaxRead))) {
+    std::string_view text = bytes.substr(0, kMaxRead);
     if (text.ends_with('\n')) text.remove_suffix(1);
     texts.emplace_back(text.substr(0, text.find('\0')));
   }
@@ -36,6 +36,6 @@ FUZZ_TARGET(validation_request) {
   received.clear();
   PrivatePipes pipes;
   pipes.send(bytes);
-  create_pipe_server(receive);  // returns at the end of what was sent: nothing waits for more
+  create_pipe_server(receive);  // returns after the last byte, because reads do not block
   FUZZ_REQUIRE(received == model(bytes.substr(0, 4096)));
 }

@@ -19,7 +19,7 @@ void requirePaths(const std::vector<std::string>& paths) {
   }
 }
 
-// "FILE:LINE: what", and the line is one of the file.
+// The message has the form "FILE:LINE: what", and the file has such a line.
 void requirePlace(std::string_view failure, const std::string& file, std::string_view bytes) {
   FUZZ_REQUIRE(failure.starts_with(file + ":"));
   failure.remove_prefix(file.size() + 1);
@@ -41,7 +41,7 @@ FUZZ_TARGET(validator_policy) {
     return;
   }
   FUZZ_REQUIRE(!policy->allowsByDefault || bytes.find("allow") != bytes.npos ||
-               bytes.find('\\') != bytes.npos);  // or an escape spells it
+               bytes.find('\\') != bytes.npos);  // or it is written with an escape
   requirePaths(policy->deniedPaths);
   requirePaths(policy->allowedPaths);
   for (const std::string& digest : policy->allowedDigests) {

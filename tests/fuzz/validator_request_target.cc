@@ -1,5 +1,5 @@
-// The validator's reading of requests: whatever comes out of the pipe, no byte of it is lost, and
-// only a plain path of a known process is a request to decide. Input: what is in the request pipe.
+// The validator's parser of requests. It loses no byte of the input, and accepts only requests with
+// a plain path and a valid process id. Input: the content of the request pipe.
 #include <algorithm>
 #include <filesystem>
 
@@ -12,7 +12,7 @@ using quillon::validator::Request;
 using quillon::validator::RequestReader;
 
 constexpr std::string_view kKeyword = "RequestForDllValidation:";
-constexpr std::size_t kMostRead = 1023;
+constexpr std::size_t kMaxRead = 1023;
 
 std::string withoutLineEnds(std::string_view text) {
   std::string rest(text);
@@ -42,15 +42,15 @@ FUZZ_TARGET(validator_request) {
   const auto give = [&](std::string_view text) {
     for (Request& request : reader.take(text)) requests.push_back(std::move(request));
   };
-  // As the server does: one text a read, without one line end, and up to a NUL.
-  for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kMostRead))) {
-    std::string_view text = bytes.substr(0, kMostRead);
+  // Like the server: one text for each read, up to a NUL, without one line end.
+  for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kMaxRead))) {
+    std::string_view text = bytes.substr(0, kMaxRead);
     if (text.ends_with('\n')) text.remove_suffix(1);
     text = text.substr(0, text.find('\0'));
     sent += text;
     give(text);
   }
-  give("");  // ends what a full text has left open
+  give("");  // ends a request that a full text has left incomplete
 
   std::string received;
   for (const Request& request : requests) {

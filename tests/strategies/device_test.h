@@ -7,15 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/device_main.h"
 #include "tests/support/recording_platform.h"
 #include "tests/support/skip.h"
 
 namespace quillon::test {
 
-// The reason why the process could not enter a device root; empty if it is in one.
-const std::string& whyOutside();
-
-// The content of the read-only copy of the runtime flag file.
+// The content of the runtime flag file's read-only copy.
 inline constexpr char kDotnetFlag[] = "1\n";
 
 // Starts with no files in the folders that the tests write to, except the writable copy of the flag

@@ -1,2 +1,2 @@
-// The program that the precompiled headers of the tests belong to.
+// An empty program, for which the precompiled headers of the tests are compiled.
 int main() { return 0; }

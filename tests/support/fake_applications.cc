@@ -1,4 +1,4 @@
-// Application information, answered from platform().packages.
+// The application services, with data from platform().packages.
 #include <algorithm>
 #include <cstring>
 #include <optional>
@@ -19,7 +19,7 @@ using quillon::test::platform;
 using quillon::test::record;
 using quillon::test::textOf;
 
-// A filter is a handle of its own kind; all its conditions must hold.
+// Filters are separate handles. An application matches if all conditions hold.
 struct app_info_metadata_filter_s {
   struct Condition {
     std::string key;
@@ -48,7 +48,7 @@ bool matches(const FakeApplication& application, const app_info_metadata_filter_
                      [&](const auto& condition) { return holds(application, condition); });
 }
 
-// Shows an application to the callback; its handle stays the service's.
+// Calls the callback with a handle that the service owns.
 bool show(const FakeApplication& application, app_info_filter_cb cb, void* user_data) {
   Handle handle{application.id, {}};
   return cb(reinterpret_cast<app_info_h>(&handle), user_data);

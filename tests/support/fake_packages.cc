@@ -1,4 +1,4 @@
-// Package information and package manager, answered from platform().packages.
+// The package services, with data from platform().packages.
 #include <cstdio>
 
 #include "platform/package_info.h"
@@ -22,8 +22,8 @@ namespace quillon::test {
 
 namespace {
 
-// Every handle in use. Some stay in use until the process ends, as on a device; never destroyed, so
-// that a leak checker finds them still owned.
+// All open handles. As on a device, some stay open until the process ends. Never destroyed, so that
+// leak checkers can reach them.
 std::set<Handle*>& handlesInUse() {
   static auto* handles = new std::set<Handle*>;
   return *handles;
@@ -90,7 +90,7 @@ namespace {
 Handle* handleOf(void* handle) { return static_cast<Handle*>(handle); }
 Handle* handleOf(package_info_h handle) { return reinterpret_cast<Handle*>(handle); }
 
-// Hands out a text that lives as long as the handle.
+// Returns a text that lives as long as the handle.
 int give(Handle* handle, const std::string& text, char** out) {
   handle->text = text;
   *out = handle->text.data();
@@ -109,7 +109,7 @@ int openPackage(int failure, const char* id, Opaque* handle) {
   return 0;
 }
 
-// What stands behind a handle; null for a null one.
+// The object of a handle; null for a null handle.
 const FakePackage* packageBehind(Handle* handle) {
   return handle == nullptr ? nullptr : findPackage(handle->id);
 }

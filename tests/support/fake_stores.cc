@@ -1,4 +1,4 @@
-// Configuration store and labels, in memory.
+// The configuration store and access labels, in memory.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>

@@ -1,5 +1,4 @@
-// The C library's own function behind one that a test program defines itself, to stand between the
-// code under test and the C library.
+// For a test program that overrides a function of the C library: finds the C library's function.
 #pragma once
 
 #include <dlfcn.h>

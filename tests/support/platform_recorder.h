@@ -1,4 +1,4 @@
-// What the parts of the recording platform share.
+// Helpers of the recording platform.
 #pragma once
 
 #include <initializer_list>
@@ -12,32 +12,32 @@ namespace quillon::test {
 // Held while a record is added.
 std::mutex& recorderMutex();
 
-// Notes the call of a service as "function(a, b)". Returns 0, or the failure that the test set.
+// Records a service call as "function(a, b)". Returns 0, or the failure that the test has set.
 int record(const char* function, std::initializer_list<std::string> arguments);
 
 // Text for a record: "null" for a null pointer.
 inline std::string textOf(const char* text) { return text == nullptr ? "null" : text; }
 
-// Something that the service hands out: the id that it stands for, and the texts that live as long.
+// A handle of a service: the id of its object, and texts that live as long as the handle.
 struct Handle {
   std::string id;
-  std::string text;  // the last text handed out
+  std::string text;  // the last text returned
 };
 
 inline std::string idOf(const Handle* handle) { return handle == nullptr ? "null" : handle->id; }
 
-// A new handle, noted as open.
+// Creates a handle and records it as open.
 Handle* openHandle(const std::string& id);
-// Notes the end of a handle. A null one, or one that is not open, is refused.
+// Records the release of a handle. Fails if it is null or not open.
 int closeHandle(Handle* handle);
 
-// The package or application of that id; null when the test declared none.
+// The package or application with that id; null if the test has not declared it.
 const FakePackage* findPackage(const std::string& id);
 const FakeApplication* findApplication(const std::string& id);
-// The package that the application belongs to.
+// The package that contains the application.
 const FakePackage* packageOf(const std::string& applicationId);
 
-// The result of a failed service call that the test did not choose.
+// The default result of a failed service call.
 inline constexpr int kFailed = -1;
 
 }  // namespace quillon::test

@@ -1,13 +1,13 @@
-// Tests of what happens within a bounded time, on a machine that does other things as well.
+// For tests of code with a time limit, on a machine that runs other programs too.
 #pragma once
 
 #include <sched.h>
 
 namespace quillon::test {
 
-// Lets what the test starts run before everything else, where that is allowed. The plug-in's signal
-// handlers wait a tenth of a second for the thread that reads standard error, which a crowded
-// machine may not let run for so long; the rules are looked at, not the bound.
+// Raises the scheduling priority of the test and its children, if permitted. The plug-in's signal
+// handlers wait a tenth of a second for the thread that reads standard error. On a busy machine
+// that thread may not run in time, but these tests check the rules, not the time limit.
 class Precedence {
  public:
   Precedence() : granted_(set(SCHED_RR, 1)) {}

@@ -18,7 +18,7 @@
 namespace quillon::test {
 namespace {
 
-// The pieces of "<file>: <function>(<line>) > <rest>"; empty ones for any other text.
+// The parts of "<file>: <function>(<line>) > <rest>"; empty for other texts.
 struct Line {
   std::string file;
   std::string function;
@@ -37,7 +37,7 @@ Line splitLine(const std::string& text) {
           std::atoi(text.c_str() + number + 1), text.substr(prefix + 4)};
 }
 
-// The colour escape that a text begins with; empty where it begins with none.
+// The colour escape at the start of a text; empty if there is none.
 std::string leadingEscape(const std::string& text) {
   const bool escaped = text.starts_with("\x1b[");
   return escaped ? text.substr(0, text.find('m') + 1) : std::string();
@@ -72,7 +72,7 @@ std::string LogRecord::message() const {
 }
 
 RecordingPlatform& platform() {
-  // Never destroyed: code under test may log while the process ends.
+  // Never destroyed: the code under test may log while the process exits.
   static auto* instance = new RecordingPlatform;
   return *instance;
 }
@@ -125,7 +125,7 @@ void noteMarker(const std::string& text) {
   platform().events.push_back("marker " + text);
 }
 
-// Notes a new process name. Returns 0, or the failure that the test set.
+// Records a new process name. Returns 0, or the failure that the test has set.
 int setName(const char* name) {
   const std::lock_guard lock(recorderMutex());
   platform().events.push_back(std::string("process name ") + name);
@@ -166,7 +166,7 @@ extern "C" void trace_end(void) {
   platform().events.emplace_back("end");
 }
 
-// Stands before the C library's: launch markers and names are recorded, everything goes on to the
+// Overrides the C library's function: records launch markers and names, and passes all calls to the
 // kernel.
 extern "C" int prctl(int option, ...) noexcept {
   std::array<unsigned long, 4> arguments;

@@ -1,7 +1,7 @@
-// Whether the product that the tests look at is built with sanitizers.
+// Whether the code under test is built with sanitizers.
 //
-// A function and no macro: test code is compiled alike with and without them, so that a compiler
-// cache serves both.
+// A function instead of a macro: test code is compiled identically with and without sanitizers, so
+// that both builds share the compiler cache.
 #pragma once
 
 bool isSanitized();

@@ -36,7 +36,7 @@ SigningKey::SigningKey(EVP_PKEY* key) : key_(key) { require(key != nullptr, "can
 SigningKey SigningKey::rsa(unsigned int bits) {
   const std::unique_ptr<EVP_PKEY_CTX, void (*)(EVP_PKEY_CTX*)> context(
       EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr), EVP_PKEY_CTX_free);
-  // Several short primes are found much sooner than two long ones; the public half is no different.
+  // Several short primes are found much faster than two long ones. The public key looks the same.
   const int primes = bits >= 4096 ? 4 : 2;
   EVP_PKEY* key = nullptr;
   require(EVP_PKEY_keygen_init(context.get()) == 1 &&

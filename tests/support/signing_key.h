@@ -1,4 +1,4 @@
-// Key pairs that tests sign with, made when they are asked for.
+// Key pairs for signatures in tests, generated at run time.
 #pragma once
 
 #include <openssl/evp.h>
@@ -16,7 +16,7 @@ class SigningKey {
 
   [[nodiscard]] std::string publicPem() const;
   [[nodiscard]] std::string privatePem() const;
-  // Protected by a pass phrase of at least 4 bytes.
+  // Encrypted with a pass phrase of at least 4 bytes.
   [[nodiscard]] std::string encryptedPublicPem(const std::string& passPhrase) const;
   [[nodiscard]] std::string encryptedPrivatePem(const std::string& passPhrase) const;
 

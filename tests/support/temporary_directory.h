@@ -1,4 +1,4 @@
-// A fresh folder for one test or measurement, removed with everything in it.
+// A new folder for one test or measurement. The destructor removes it with its contents.
 #pragma once
 
 #include <stdlib.h>
@@ -12,8 +12,9 @@ namespace quillon::test {
 
 class TemporaryDirectory {
  public:
-  TemporaryDirectory() {
-    std::string made = (std::filesystem::temp_directory_path() / "quillon-XXXXXX").string();
+  explicit TemporaryDirectory(
+      const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+    std::string made = (parent / "quillon-XXXXXX").string();
     if (mkdtemp(made.data()) == nullptr) {
       throw std::system_error(errno, std::generic_category(), made);
     }

@@ -1,4 +1,4 @@
-// A test that builds a tree of its own, on a platform of its own.
+// A test with a temporary folder and an empty platform.
 #pragma once
 
 #include <filesystem>
@@ -13,7 +13,7 @@ namespace quillon::test {
 
 class TreeTest : public PlatformTest {
  protected:
-  // The path of a name below the test's folder.
+  // The path of `name` in the test's folder.
   std::string at(const std::string& name) const { return (directory_.path() / name).string(); }
 
   std::string makeDirectory(const std::string& name) const {
@@ -21,7 +21,7 @@ class TreeTest : public PlatformTest {
     return at(name);
   }
 
-  // A file with its parent directories.
+  // Creates a file and its parent directories.
   std::string makeFile(const std::string& name, const std::string& content = "") const {
     std::filesystem::create_directories(std::filesystem::path(at(name)).parent_path());
     std::ofstream(at(name), std::ios::binary) << content;
@@ -39,7 +39,7 @@ class TreeTest : public PlatformTest {
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
-  // Whether anything is there, a dangling link included.
+  // Whether the path exists, even as a dangling link.
   static bool isThere(const std::string& path) {
     return std::filesystem::exists(std::filesystem::symlink_status(path));
   }

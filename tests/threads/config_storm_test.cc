@@ -1,4 +1,4 @@
-// The time-zone hook while many processes change the configuration at once.
+// The time-zone hook, while many processes change the configuration at the same time.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
@@ -30,15 +30,15 @@ constexpr char kDisclaimer[] = "db/menu/glade_port/homedatacontrol/defaultdiscla
 constexpr int kProcesses = 8;
 constexpr int kChanges = 10'000;
 constexpr int kAgreed = 1;
-constexpr int kFinal = 424242;  // written by no writer
+constexpr int kFinal = 424242;  // no writer writes this value
 
-// The runtime: counts how often its cache was cleared.
+// Stands for the runtime: counts how often its cache was cleared.
 std::atomic<int> cleared{0};
 std::atomic<int> refusals{0};
 
 void clearCachedData() { ++cleared; }
 
-// Refuses as often as it was told to, then makes the function.
+// Fails a given number of times, then returns the function.
 int createDelegate(void*, unsigned int, const char*, const char*, const char* method,
                    void** delegate) {
   if (std::string(method) != "ClearCachedData" || refusals-- > 0) return -1;
@@ -46,7 +46,7 @@ int createDelegate(void*, unsigned int, const char*, const char*, const char* me
   return 0;
 }
 
-// What another watcher of the key saw last.
+// The last value that another watcher of the key received.
 std::atomic<int> lastSeen{-1};
 
 void watch(keynode_t* node, void*) { lastSeen = vconf_keynode_get_int(node); }
@@ -89,8 +89,8 @@ void set(int value) {
   if (!changed) _exit(1);
 }
 
-// Processes that change the key to what `value` makes of a change's number, and end. Forked while
-// this process has one thread; they begin when start() is called.
+// Processes that set the key to value(0), value(1), ... and exit. They are forked while this
+// process has one thread, and begin when start() is called.
 class Writers {
  public:
   explicit Writers(const std::function<int(int)>& value) {
@@ -102,7 +102,7 @@ class Writers {
     close(gate_[0]);
   }
   void start() { close(gate_[1]); }
-  // True until each of them has ended.
+  // Whether any of them is still running.
   [[nodiscard]] bool run() const {
     return std::any_of(processes_.begin(), processes_.end(), [](pid_t process) {
       siginfo_t info{};
@@ -110,7 +110,7 @@ class Writers {
       return info.si_pid == 0;
     });
   }
-  // True when each of them made all its changes.
+  // Whether all of them made all their changes.
   bool join() {
     bool whole = true;
     for (const pid_t process : processes_) {
@@ -143,7 +143,7 @@ class ConfigStorm : public OwnFolderTest {
   }
 };
 
-// A launch whose lists are asked for as long as the writers run, with a second watcher of the key.
+// A launch that requests its lists as long as the writers run, with a second watcher of the key.
 Plugin launchAmong(Writers& writers) {
   const Plugin plugin = loadPlugin();
   plugin.initialize("inhouse");
@@ -158,7 +158,7 @@ Plugin launchAmong(Writers& writers) {
   return plugin;
 }
 
-// Consent is given again and again, and the cache is not cleared again.
+// Repeated consent does not clear the cache again.
 void expectOneClearance() {
   set(kAgreed);
   EXPECT_TRUE(eventually([] { return cleared > 0; }));
@@ -168,7 +168,7 @@ void expectOneClearance() {
   EXPECT_EQ(cleared, 1);
 }
 
-TEST_F(ConfigStorm, ConsentInTheMidstOfChangesClearsTheCacheOnce) {
+TEST_F(ConfigStorm, ConsentDuringChangesClearsTheCacheOnce) {
   inDevice([] {
     refusals = 5;
     Writers writers([](int change) { return change % 3; });
@@ -178,7 +178,7 @@ TEST_F(ConfigStorm, ConsentInTheMidstOfChangesClearsTheCacheOnce) {
   });
 }
 
-TEST_F(ConfigStorm, TheLastValueArrivesWhateverCameBefore) {
+TEST_F(ConfigStorm, TheLastValueArrives) {
   inDevice([] {
     Writers writers([](int change) { return kAgreed + 1 + change; });
     const Plugin plugin = launchAmong(writers);
@@ -193,5 +193,5 @@ TEST_F(ConfigStorm, TheLastValueArrivesWhateverCameBefore) {
 }  // namespace
 }  // namespace quillon::test
 
-// Stands before the C library's for the store, too: ten thousand changes need not reach the disk.
+// Overrides the C library's function for the store too: the many changes need not reach the disk.
 extern "C" int fsync(int) { return 0; }

@@ -1,6 +1,7 @@
-// Tests in a child process that has some of the machine's folders for itself, empty.
+// Runs tests in a child process in which some of the machine's folders are private and empty.
 //
-// A whole device root takes a process of one thread, and the thread sanitizer has one of its own.
+// The tests cannot enter a device root: that requires a process with one thread, but the thread
+// sanitizer adds another.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,7 +21,7 @@ namespace quillon::test {
 
 class OwnFolderTest : public ::testing::Test {
  protected:
-  // Runs `test` in a child for which the folders are empty; its failures are this test's.
+  // Runs `test` in a child process with empty folders. Its failures count for this test.
   void inOwn(const std::vector<const char*>& folders, const std::function<void()>& test) {
     int status = 0;
     const pid_t child = fork();
@@ -35,7 +36,7 @@ class OwnFolderTest : public ::testing::Test {
  private:
   static constexpr int kNoFolder = 77;
 
-  // The calling thread's, and those of the threads that it starts; the folders end with them.
+  // Makes the folders private to the calling thread and the threads that it starts.
   static bool take(const std::vector<const char*>& folders) {
     const auto isTaken = [](const char* folder) {
       return mount("tmpfs", folder, "tmpfs", 0, nullptr) == 0;
@@ -49,8 +50,7 @@ class OwnFolderTest : public ::testing::Test {
                                  const std::function<void()>& test) {
     if (!take(folders)) _exit(kNoFolder);
     test();
-    // exit and not _exit: the thread sanitizer tells its findings by the status that exit ends
-    // with.
+    // exit instead of _exit, because the thread sanitizer sets the exit status in exit(3).
     exit(HasFailure() ? 1 : 0);
   }
 };

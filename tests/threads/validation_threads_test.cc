@@ -1,4 +1,4 @@
-// Threads of one application that ask about libraries at once, which they may do without a lock.
+// Several threads of an application validate libraries at the same time, without a lock.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -23,7 +23,7 @@ namespace {
 
 constexpr char kGood[] = "/tmp/good.dll";
 constexpr char kBad[] = "/tmp/bad.dll";
-constexpr int kQuestions = 200;  // of each thread
+constexpr int kRequests = 200;  // for each thread
 constexpr int kChecks = 20;
 
 template <typename Function>
@@ -33,7 +33,7 @@ Function* exported(const char* name) {
 }
 #define EXPORTED(name) exported<decltype(name)>(#name)
 
-// Two answers in the pipe would both go to one thread.
+// One thread could read two answers from the pipe at once, so this writes one at a time.
 void waitUntilRead() {
   static const int answers = open(QUILLON_DLL_ANSWER_PIPE, O_RDWR | O_CLOEXEC);
   for (int unread = 1; unread > 0;) {
@@ -42,7 +42,7 @@ void waitUntilRead() {
   }
 }
 
-// The validator: a text may hold several requests, and short ones come whole.
+// The validator. A read may return several requests; short requests are never split.
 void answer(const char* text, void*) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
@@ -59,7 +59,7 @@ bool isServed() {
 
 class ValidationThreads : public OwnFolderTest {};
 
-TEST_F(ValidationThreads, EachQuestionHasOneAnswer) {
+TEST_F(ValidationThreads, EachRequestHasOneAnswer) {
   ASSERT_NE(EXPORTED(plugin_validate_dll), nullptr) << dlerror();
   inOwn({"/tmp"}, [] {
     for (const char* library : {kGood, kBad}) std::ofstream(library) << "x";
@@ -70,14 +70,14 @@ TEST_F(ValidationThreads, EachQuestionHasOneAnswer) {
     std::vector<std::thread> threads;
     for (const char* library : {kGood, kBad, kGood, kGood}) {
       threads.emplace_back([&yes, &no, library] {
-        for (int question = 0; question < kQuestions; ++question) {
+        for (int question = 0; question < kRequests; ++question) {
           ++(EXPORTED(plugin_validate_dll)(question, library) == 1 ? yes : no);
         }
       });
     }
     for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(yes, 3 * kQuestions);
-    EXPECT_EQ(no, kQuestions);
+    EXPECT_EQ(yes, 3 * kRequests);
+    EXPECT_EQ(no, kRequests);
   });
 }
 
@@ -86,13 +86,13 @@ void putFile(const std::filesystem::path& file, const std::string& content) {
   std::ofstream(file, std::ios::binary) << content;
 }
 
-// A partner's package for the device ID1.
+// A partner package for the device ID1.
 void putPackage(const std::string& folder, const std::string& signature) {
   putFile(folder + "/" QUILLON_PARTNER_REQUEST, "ID1:");
   putFile(folder + "/" QUILLON_PARTNER_SIGNATURE, signature);
 }
 
-TEST_F(ValidationThreads, EachSignatureHasItsOwnVerdict) {
+TEST_F(ValidationThreads, EachSignatureHasItsOwnResult) {
   ASSERT_NE(EXPORTED(check_signature), nullptr) << dlerror();
   inOwn({"/opt", "/usr/bin"}, [] {
     const SigningKey key = SigningKey::rsa();

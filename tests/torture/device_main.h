@@ -5,14 +5,14 @@
 
 #include <string>
 
+#include "tests/support/device_main.h"
 #include "tests/support/skip.h"
 #include "tests/torture/device_files.h"
 #include "tests/torture/launch.h"
 
 namespace quillon::torture {
 
-// The reason why the process could not enter a device root; empty if it is in one.
-const std::string& whyOutside();
+using test::whyOutside;
 
 // Starts with an empty cache directory, the loaded plug-in, and assemblies to list.
 class DeviceTest : public ::testing::Test {

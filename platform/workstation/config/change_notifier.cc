@@ -14,7 +14,7 @@ namespace {
 struct Process {
   std::mutex mutex;
   ChangeNotifier* notifier = nullptr;  // never deleted: its thread uses it until the process ends
-  ChangeNotifier* parents = nullptr;   // of the process that forked this one
+  ChangeNotifier* parents = nullptr;   // the parent's, so that leak checkers find it
 };
 
 void lockForFork();
@@ -32,15 +32,16 @@ Process& process() {
 void lockForFork() { process().mutex.lock(); }
 void unlockInParent() { process().mutex.unlock(); }
 
-// The child has neither the thread nor, since another thread may have held it, a usable lock of the
-// notifier. Its copy is left alone.
+// The child does not have the notifier's thread, and another thread may have held the notifier's
+// lock at the fork. So the child must not use its copy.
 void forgetInChild() {
   if (process().notifier != nullptr) process().parents = process().notifier;
   process().notifier = nullptr;
   process().mutex.unlock();
 }
 
-// Blocks every signal while alive, so that a thread started meanwhile takes none of the process's.
+// Blocks all signals during its life, so that a thread started meanwhile handles none of the
+// process's signals.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
@@ -61,9 +62,8 @@ class SignalsBlocked {
 Expected<ChangeNotifier*> ChangeNotifier::start() {
   const std::lock_guard lock(process().mutex);
   if (process().notifier != nullptr) return process().notifier;
-  auto watch = ConfigWatch::open();
-  if (!watch) return tl::unexpected(watch.error());
-  std::unique_ptr<ChangeNotifier> notifier(new ChangeNotifier(std::move(*watch)));
+  ASSIGN_OR_RETURN(ConfigWatch watch, ConfigWatch::open());
+  std::unique_ptr<ChangeNotifier> notifier(new ChangeNotifier(std::move(watch)));
   if (!notifier->launchThread()) {
     return fail("cannot start the thread for configuration changes", "raise the limit of threads");
   }
@@ -124,11 +124,11 @@ void ChangeNotifier::stopWatchingUnused(const std::string& folder) {
 }
 
 void ChangeNotifier::run() {
-  // Its own name costs a thread one system call, another thread's a walk through /proc.
+  // A thread sets its own name with one system call; the name of another thread needs /proc.
   pthread_setname_np(pthread_self(), "Config Thread");
   for (;;) {
     const std::string_view events = watch_.wait();
-    if (events.empty()) return;  // the descriptor is gone: somebody closed what was not theirs
+    if (events.empty()) return;  // the application closed our descriptor
     ConfigChanges changes;
     {
       const std::lock_guard lock(mutex_);

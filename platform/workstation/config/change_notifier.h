@@ -1,4 +1,4 @@
-// Calls registered functions after changes of configuration keys, on one thread of its own.
+// Calls registered callbacks after changes of configuration keys, on its own thread.
 #pragma once
 
 #include <condition_variable>
@@ -14,7 +14,7 @@
 #include "quillon/base/failure.h"
 #include "workstation/config_store.h"
 
-// What the interface calls a node: a key and the value that it changed to.
+// The interface's node: a key and its new value.
 struct keynode_s {
   std::string key;
   quillon::workstation::ConfigValue value;
@@ -22,19 +22,19 @@ struct keynode_s {
 
 namespace quillon::workstation {
 
-// Thread safety: any thread may call it. Callbacks run without a lock held and may call it, too.
+// Thread safety: any thread may call it. Callbacks run without a lock and may call it too.
 class ChangeNotifier {
  public:
-  // The process's notifier, started at the first call; null with the cause when that fails. Lives
-  // until the process ends. A forked child starts without registrations.
+  // Returns the process's notifier and starts it at the first call. It lives until the process
+  // ends. A forked child has no registrations.
   static Expected<ChangeNotifier*> start();
-  // The same, or null where none was started.
+  // Returns the notifier, or null if it was not started.
   static ChangeNotifier* started();
 
   Expected<void> add(const std::string& key, vconf_callback_fn callback, void* userData);
 
-  // Takes every such registration back and returns whether there was one. When it returns, the
-  // callback is not running any more, unless it is the callback that calls.
+  // Removes all registrations of the callback for the key. Returns whether there was one. Waits
+  // until the callback is not running, unless the callback itself calls.
   bool remove(const std::string& key, vconf_callback_fn callback);
 
  private:
@@ -54,7 +54,7 @@ class ChangeNotifier {
   std::vector<std::shared_ptr<Registration>> registrationsOf(const std::string& key);
   void stopWatchingUnused(const std::string& folder);
 
-  std::mutex mutex_;  // guards what follows
+  std::mutex mutex_;  // guards all members below
   ConfigWatch watch_;
   std::vector<std::shared_ptr<Registration>> registrations_;
   std::shared_ptr<Registration> running_;

@@ -9,9 +9,9 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 
-#include "device_data.h"
+#include "data_paths.h"
+#include "path_failure.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
 
@@ -22,12 +22,12 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kIntPrefix = "int ";
 constexpr std::string_view kStringPrefix = "string ";
-// Leaves room in a file name for the temporary one's dot and suffix.
-constexpr size_t kLongestComponent = 200;
+// A temporary file's name adds a dot and a suffix, and must not exceed NAME_MAX.
+constexpr size_t kMaxComponentLength = 200;
 
 bool isComponent(std::string_view part) {
-  // Names that begin with a dot are those of files being written.
-  return !part.empty() && part.size() <= kLongestComponent && part[0] != '.' &&
+  // Temporary files have names that begin with a dot.
+  return !part.empty() && part.size() <= kMaxComponentLength && part[0] != '.' &&
          std::none_of(part.begin(), part.end(),
                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
@@ -41,12 +41,7 @@ bool isKey(std::string_view key) {
   }
 }
 
-Failure failureAt(const char* what, const fs::path& path) {
-  return {std::string(what) + " '" + path.string() + "': " + std::strerror(errno),
-          "check that the device root is writable and has space"};
-}
-
-// A file that takes the key's place once it is whole on the disk. Removed if it does not.
+// A temporary file that replaces the key's file when it is completely on disk. Deleted otherwise.
 class Replacement {
  public:
   explicit Replacement(fs::path target)
@@ -70,7 +65,7 @@ class Replacement {
   }
 
  private:
-  // The file is closed before it takes its name: closing it later would be a second change.
+  // Closes the file before the rename: a later close would be reported as a second change.
   bool write(std::string_view bytes) {
     constexpr mode_t kMode = 0644;
     const bool whole = file_ && fchmod(file_.get(), kMode) == 0 && writeAll(file_.get(), bytes) &&
@@ -84,10 +79,10 @@ class Replacement {
   fs::path target_;
   std::string path_;
   Descriptor file_;
-  bool made_;  // and not yet in its place
+  bool made_;  // exists under its temporary name
 };
 
-// The file's bytes; false with errno on failure.
+// Appends the file's content to `bytes`. Returns false with errno on failure.
 bool readAll(const fs::path& path, std::string& bytes) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
   if (!file) return false;
@@ -107,7 +102,7 @@ bool readAll(const fs::path& path, std::string& bytes) {
 
 Expected<void> checkKey(std::string_view key) {
   if (isKey(key)) return {};
-  return fail("'" + std::string(key) + "' is no configuration key",
+  return fail("'" + std::string(key) + "' is not a configuration key",
               "write one such as db/dotnet/velora_api_path: parts of at most 200 bytes, joined by "
               "'/', none of which is empty or begins with '.'");
 }
@@ -149,13 +144,13 @@ Expected<std::optional<ConfigValue>> readKey(const std::string& key) {
   const fs::path path = fileOfKey(key);
   std::string bytes;
   if (!readAll(path, bytes)) {
-    // A folder of further keys is no value either.
+    // EISDIR: the key is a folder of other keys and has no value itself.
     if (errno == ENOENT || errno == ENOTDIR || errno == EISDIR) return std::optional<ConfigValue>();
-    return tl::unexpected(failureAt("cannot read the configuration file", path));
+    return failAt("cannot read the configuration file", path);
   }
   auto value = parseValue(bytes);
   if (value) return value;
-  return fail("the configuration file '" + path.string() + "' holds no value",
+  return fail("the configuration file '" + path.string() + "' has no valid value",
               "set the key again: quillon config set " + key + " VALUE");
 }
 
@@ -166,7 +161,7 @@ Expected<void> writeKey(const std::string& key, const ConfigValue& value) {
   fs::create_directories(path.parent_path(), error);
   errno = error.value();
   if (error || !Replacement(path).finish(formatValue(value))) {
-    return tl::unexpected(failureAt("cannot write the configuration file", path));
+    return failAt("cannot write the configuration file", path);
   }
   return {};
 }

@@ -1,4 +1,5 @@
-// One configuration key's file. The grammar is in docs/configuration-store.md.
+// Reads and writes the file of a configuration key. docs/configuration-store.md describes its
+// grammar.
 #pragma once
 
 #include <filesystem>
@@ -11,20 +12,20 @@
 
 namespace quillon::workstation {
 
-// Fails for a text that is no key: one with an empty component, with one that begins with ".", with
-// a control character, or too long for a file name.
+// Fails if a text is not a key: if a component is empty, too long for a file name, begins with "."
+// or contains a control character.
 Expected<void> checkKey(std::string_view key);
 
-// The file of a key, and the part of the key before its last component: "db/menu" of "db/menu/on",
-// empty for a key of one component.
+// The file of a key, and the part of the key before its last component: "db/menu" for "db/menu/on",
+// empty for a key with one component.
 std::filesystem::path fileOfKey(std::string_view key);
 std::string folderOfKey(std::string_view key);
 
-// The two directions of a file's grammar; nothing where the bytes are not in it.
+// Format and parse a file's content. parseValue returns nullopt for malformed content.
 std::string formatValue(const ConfigValue& value);
 std::optional<ConfigValue> parseValue(std::string_view bytes);
 
-// An int for a text that is exactly one in decimal.
+// Parses a decimal int. Returns nullopt for any other text.
 std::optional<int> parseDecimal(std::string_view text);
 
 Expected<std::optional<ConfigValue>> readKey(const std::string& key);

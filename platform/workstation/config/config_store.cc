@@ -14,20 +14,18 @@ Expected<void> setConfig(const std::string& key, const ConfigValue& value) {
 Expected<void> watchConfig(const std::string& key,
                            const std::function<bool(const ConfigValue&)>& changed) {
   RETURN_IF_FAILED(checkKey(key));
-  auto watch = ConfigWatch::open();
-  if (!watch) return tl::unexpected(watch.error());
-  RETURN_IF_FAILED(watch->add(folderOfKey(key)));
-  // The value is read after the watch has begun, so no change falls between the two.
+  ASSIGN_OR_RETURN(ConfigWatch watch, ConfigWatch::open());
+  RETURN_IF_FAILED(watch.add(folderOfKey(key)));
+  // Reads the value after the watch has begun, so that no change is missed.
   ConfigChanges changes{true, {}};
   for (;;) {
     if (changes.concern(key)) {
-      const auto value = readKey(key);
-      if (!value) return tl::unexpected(value.error());
-      if (*value && !changed(**value)) return {};
+      ASSIGN_OR_RETURN(const auto value, readKey(key));
+      if (value && !changed(*value)) return {};
     }
-    const std::string_view events = watch->wait();
+    const std::string_view events = watch.wait();
     if (events.empty()) return fail("cannot wait for changes of '" + key + "'");
-    changes = watch->changes(events);
+    changes = watch.changes(events);
   }
 }
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "config/config_file.h"
-#include "device_data.h"
+#include "data_paths.h"
 #include "log/log_failure.h"
 
 namespace quillon::workstation {
@@ -16,9 +16,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The store replaces files; a person with an editor may rewrite one.
+// The store renames files into place; an editor may rewrite a file.
 constexpr uint32_t kEvents = IN_MOVED_TO | IN_CLOSE_WRITE | IN_MOVE_SELF | IN_ONLYDIR;
-constexpr size_t kBufferSize = 4096;  // more than the longest event; what does not fit comes next
+constexpr size_t kBufferSize = 4096;  // larger than any event; the next read returns the rest
 
 fs::path pathOf(const std::string& folder) {
   return folder.empty() ? fs::path(kConfigDirectory) : fs::path(kConfigDirectory) / folder;
@@ -90,7 +90,7 @@ ConfigChanges ConfigWatch::changes(std::string_view events) {
       continue;  // no longer watched
     } else if ((event.mask & (IN_IGNORED | IN_MOVE_SELF)) != 0) {
       renew(event.wd);
-      result.all = true;  // what was written meanwhile was not seen
+      result.all = true;  // changes before the new watch were missed
     } else if (event.len > 0) {
       result.keys.insert(folder->second.empty() ? name : folder->second + '/' + name);
     }

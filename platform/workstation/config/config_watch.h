@@ -9,12 +9,11 @@
 
 #include "quillon/base/descriptor.h"
 #include "quillon/base/failure.h"
-#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 
-// What happened since the last look. After an overflow of the kernel's queue any key may have
-// changed.
+// The keys that changed. `all`: any key may have changed, for example after the kernel's queue
+// overflowed.
 struct ConfigChanges {
   bool all = false;
   std::set<std::string> keys;
@@ -22,26 +21,27 @@ struct ConfigChanges {
   [[nodiscard]] bool concern(const std::string& key) const { return all || keys.contains(key); }
 };
 
-// Thread safety: one thread may wait() while others call the rest; that rest wants a lock.
+// Thread safety: one thread may call wait() while others call the other functions, which need a
+// lock among themselves.
 class ConfigWatch {
  public:
   static Expected<ConfigWatch> open();
 
-  // Watches a folder of keys ("db/menu"), which is made where it is missing: so a key's first value
-  // is a change too. Watching it again changes nothing.
+  // Watches a folder of keys ("db/menu"). Creates a missing folder, so that the first value of a
+  // key is a change too. Has no effect if the folder is watched already.
   Expected<void> add(const std::string& folder);
   void remove(const std::string& folder);
 
-  // Waits for the next events; empty on failure. They live until the next call.
+  // Waits for events and returns them; empty on failure. They are valid until the next call.
   [[nodiscard]] std::string_view wait();
-  // What the events mean. A watched folder that was removed or moved away is made again.
+  // Decodes events. Creates a watched folder again if it was removed or moved.
   ConfigChanges changes(std::string_view events);
 
  private:
   explicit ConfigWatch(Descriptor inotify);
   void renew(int watch);
   Descriptor inotify_;
-  std::vector<char> buffer_;            // the waiting thread's
+  std::vector<char> buffer_;            // used by the waiting thread only
   std::map<int, std::string> folders_;  // by watch descriptor
 };
 

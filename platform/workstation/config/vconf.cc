@@ -26,7 +26,7 @@ char* vconf_get_str(const char* key) {
   const auto value = readKey(key);
   if (!value) failed(value.error());
   if (!value || !*value) return nullptr;
-  // A number is no text: the types of keys are fixed.
+  // A number is not converted to text: each key has a fixed type.
   const auto* text = std::get_if<std::string>(&**value);
   return text == nullptr ? nullptr : strdup(text->c_str());
 }

@@ -4,14 +4,13 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 namespace {
 
-// Longest label, without the NUL.
-constexpr size_t kLongestLabel = 255;
+// Without the NUL.
+constexpr size_t kMaxLabelLength = 255;
 
 const char* attributeOf(smack_label_type type) {
   switch (type) {
@@ -37,7 +36,7 @@ int setLabel(Set set, const char* path, const char* label, smack_label_type type
   const char* attribute = attributeOf(type);
   if (path == nullptr || label == nullptr || attribute == nullptr) return invalid();
   const size_t length = std::strlen(label);
-  if (length == 0 || length > kLongestLabel) return invalid();
+  if (length == 0 || length > kMaxLabelLength) return invalid();
   return set(path, attribute, label, length, 0);
 }
 
@@ -48,8 +47,8 @@ int getLabel(Get get, const char* path, char** label, smack_label_type type) {
   const char* attribute = attributeOf(type);
   if (path == nullptr || label == nullptr || attribute == nullptr) return invalid();
   *label = nullptr;
-  std::array<char, kLongestLabel + 1> value{};
-  const ssize_t length = get(path, attribute, value.data(), kLongestLabel);
+  std::array<char, kMaxLabelLength + 1> value{};
+  const ssize_t length = get(path, attribute, value.data(), kMaxLabelLength);
   if (length < 0) return noLabelOrError();
   *label = strndup(value.data(), static_cast<size_t>(length));
   return *label == nullptr ? -1 : 0;

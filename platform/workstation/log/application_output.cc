@@ -5,7 +5,7 @@
 namespace quillon::workstation {
 namespace {
 
-// How every line of the plug-in begins, and the origin of those that hold captured output.
+// The beginning of the plug-in's log formats, and the origin in its records of captured output.
 constexpr std::string_view kPrefix = "%s: %s(%d) > ";
 constexpr std::string_view kFile = "log.cc";
 constexpr std::string_view kFunction = "stdOutRedirect";

@@ -19,7 +19,7 @@
 #include "log/log_sink.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
-#include "workstation/log_handover.h"
+#include "workstation/log_config.h"
 
 namespace quillon::workstation {
 namespace {
@@ -31,24 +31,24 @@ struct Log {
   std::unique_ptr<LogSink> sink;  // null: records are dropped
 };
 
-void complain(const std::string& problem) { writeAll(STDERR_FILENO, "quillon: " + problem + "\n"); }
+void warn(const std::string& problem) { writeAll(STDERR_FILENO, "quillon: " + problem + "\n"); }
 
 Log openLog() {
   LogSettings settings =
       parseLogSettings(std::getenv("QUILLON_LOG"), std::getenv("QUILLON_LOG_LEVEL"));
-  for (const std::string& problem : settings.problems) complain(problem);
+  for (const std::string& problem : settings.problems) warn(problem);
   std::string problem;
   Log log{settings.target, settings.level, settings.applicationOutput,
           openLogSink(settings, problem)};
   if (problem.empty() || settings.target == LogTarget::kTerminal) return log;
-  complain(problem);
+  warn(problem);
   settings = parseLogSettings(nullptr, nullptr);
   return Log{settings.target, settings.level, settings.applicationOutput,
              openLogSink(settings, problem)};
 }
 
-// Lives until the process ends: threads may log while static objects are destroyed. So does a log
-// that was replaced: threads may be in it.
+// Lives until the process ends: threads may log while static objects are destroyed. A replaced log
+// is never deleted either, because threads may still use it.
 std::atomic<const Log*>& logInUse() {
   static std::atomic<const Log*> log = new Log(openLog());
   return log;
@@ -77,17 +77,17 @@ bool needsDescriptor(LogTarget target) {
   return target != LogTarget::kJournal && target != LogTarget::kNone;
 }
 
-// Moves `fd` to where the old log writes, so that a thread which is still in the old one writes to
-// the new target, and the old target is let go of.
-int placedOver(const Log& old, Descriptor fd) {
+// Duplicates `fd` onto the old log's descriptor, so that threads which still use the old log write
+// to the new target, and the old target is closed. Returns the descriptor to use.
+int replaceDescriptor(const Log& old, Descriptor fd) {
   if (descriptorOf(old) < 0 || dup3(fd.get(), descriptorOf(old), O_CLOEXEC) < 0) {
     return fd.release();
   }
   return descriptorOf(old);
 }
 
-// At load, so that files are opened before a device root is entered and descriptor 2 is duplicated
-// before anything replaces it.
+// Runs when the library is loaded: it opens files before the process enters a device root, and
+// duplicates descriptor 2 before anything replaces it.
 [[gnu::constructor]] void openAtLoad() { theLog(); }
 
 int64_t nowUs() {
@@ -98,7 +98,7 @@ int64_t nowUs() {
 
 [[gnu::format(printf, 1, 0)]] std::optional<std::string> formatted(const char* format,
                                                                    va_list arguments) {
-  const int formatErrno = errno;  // what "%m" means
+  const int formatErrno = errno;  // for "%m"
   std::array<char, 512> brief;
   va_list again;
   va_copy(again, arguments);
@@ -115,7 +115,7 @@ int64_t nowUs() {
   return text;
 }
 
-// Whether the sink gets a record; known before the record is formatted.
+// Whether the sink gets a record. Decided before the record is formatted.
 [[gnu::format(printf, 2, 0)]] bool isWritten(int priority, const char* format, va_list arguments) {
   const Log& log = theLog();
   if (log.sink == nullptr) return false;
@@ -124,32 +124,32 @@ int64_t nowUs() {
 
 void write(int id, int priority, const char* tag, const std::string& text) {
   const Log& log = theLog();
-  if (log.sink == nullptr) return;  // replaced since it was asked
+  if (log.sink == nullptr) return;  // the log was replaced after isWritten()
   log.sink->write({nowUs(), getpid(), gettid(), id, priority, tag == nullptr ? "" : tag, text});
 }
 
 }  // namespace
 
-LogHandover currentLog() {
+LogConfig currentLog() {
   const Log& log = theLog();
-  LogHandover handover{{}, log.level, log.applicationOutput, descriptorOf(log)};
+  LogConfig config{{}, log.level, log.applicationOutput, descriptorOf(log)};
   for (const auto& [target, name] : kTargetNames) {
-    if (target == log.target) handover.target = name;
+    if (target == log.target) config.target = name;
   }
-  if (log.sink == nullptr) handover.target = "none";
-  return handover;
+  if (log.sink == nullptr) config.target = "none";
+  return config;
 }
 
-bool useLog(const LogHandover& handover) {
-  Descriptor fd(handover.descriptor);
-  const auto target = targetNamed(handover.target);
+bool useLog(const LogConfig& config) {
+  Descriptor fd(config.descriptor);
+  const auto target = targetNamed(config.target);
   if (!target || (needsDescriptor(*target) && !fd)) return false;
   auto next = std::make_unique<Log>();
   next->target = *target;
-  next->level = handover.level;
-  next->applicationOutput = handover.applicationOutput;
+  next->level = config.level;
+  next->applicationOutput = config.applicationOutput;
   if (needsDescriptor(*target)) {
-    next->sink = logSinkOn(*target, placedOver(theLog(), std::move(fd)));
+    next->sink = logSinkOn(*target, replaceDescriptor(theLog(), std::move(fd)));
   } else {
     std::string problem;
     LogSettings settings;
@@ -174,7 +174,7 @@ int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
   va_start(arguments, fmt);
   const auto text = workstation::formatted(fmt, arguments);
   va_end(arguments);
-  if (text && prio >= DLOG_ERROR) workstation::rememberError(*text);
+  if (text && prio >= DLOG_ERROR) workstation::keepError(*text);
   if (text && isWritten) workstation::write(log_id, prio, tag, *text);
   errno = callersErrno;
   return text ? static_cast<int>(text->size()) : -1;

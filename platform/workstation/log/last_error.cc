@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "log/log_record.h"
-#include "workstation/log_tail.h"
+#include "workstation/last_errors.h"
 
 namespace quillon::workstation {
 namespace {
 
-constexpr std::size_t kKept = 16;
+constexpr std::size_t kMaxMessages = 16;
 
 struct LastErrors {
   std::mutex mutex;
@@ -26,7 +26,7 @@ void unlockAfterFork();
 // Lives until the process ends: threads may log while static objects are destroyed.
 LastErrors& lastErrors() {
   static LastErrors& instance = []() -> LastErrors& {
-    // A child of a process with several threads must not inherit a held lock.
+    // A forked child must not inherit a lock that another thread holds.
     pthread_atfork(lockForFork, unlockAfterFork, unlockAfterFork);
     return *new LastErrors;
   }();
@@ -36,7 +36,7 @@ LastErrors& lastErrors() {
 void lockForFork() { lastErrors().mutex.lock(); }
 void unlockAfterFork() { lastErrors().mutex.unlock(); }
 
-// The part behind "<file>: <function>(<line>) > ", where the text has such an origin.
+// The text without its origin, "<file>: <function>(<line>) > ", if it has one.
 std::string_view withoutOrigin(std::string_view text) {
   constexpr std::string_view kBreak = ") > ";
   const size_t at = text.find(kBreak);
@@ -45,12 +45,12 @@ std::string_view withoutOrigin(std::string_view text) {
 
 }  // namespace
 
-void rememberError(std::string_view text) {
+void keepError(std::string_view text) {
   std::string message = withoutColours(withoutLineBreak(withoutOrigin(text)));
   LastErrors& last = lastErrors();
   const std::lock_guard lock(last.mutex);
   last.messages.push_back(std::move(message));
-  if (last.messages.size() > kKept) last.messages.pop_front();
+  if (last.messages.size() > kMaxMessages) last.messages.pop_front();
 }
 
 std::vector<std::string> lastErrorMessages() {

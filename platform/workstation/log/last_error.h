@@ -1,11 +1,11 @@
-// Remembers the last few error records of the process.
+// Keeps the last error messages of the process for workstation/last_errors.h.
 #pragma once
 
 #include <string_view>
 
 namespace quillon::workstation {
 
-// Keeps the message of an error record's text. Any thread may call it.
-void rememberError(std::string_view text);
+// Keeps the message of an error record. Any thread may call it.
+void keepError(std::string_view text);
 
 }  // namespace quillon::workstation

@@ -1,11 +1,11 @@
-// How the workstation's services tell of failures that their C interface has no words for.
+// Logs failures that the services' C interface reports only as an error code.
 #pragma once
 
 #include "quillon/base/failure.h"
 
 namespace quillon::workstation {
 
-// Writes "<what>; <remedy>" as an error record.
+// Logs "<what>; <remedy>" as an error.
 void logFailure(const Failure& failure);
 
 }  // namespace quillon::workstation

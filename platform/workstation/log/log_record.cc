@@ -9,8 +9,8 @@
 namespace quillon::workstation {
 namespace {
 
-// Computed without libc's time zone functions: their lock could be held by another thread when this
-// process is the child of a fork.
+// Does not use libc's time zone functions: in a forked child, their lock may be held by a thread of
+// the parent that does not exist here.
 std::string utcTime(int64_t timeUs) {
   using std::chrono::days;
   using std::chrono::floor;

@@ -1,5 +1,4 @@
-// One record of the log, and its two written forms. The forms are described in
-// docs/workstation-log-and-trace.md.
+// A log record and its text forms, which docs/workstation-log-and-trace.md describes.
 #pragma once
 
 #include <sys/types.h>
@@ -17,7 +16,7 @@ struct LogRecord {
   int id;
   int priority;
   std::string_view tag;
-  std::string_view text;  // as formatted by the caller, line break and colours included
+  std::string_view text;  // formatted, with line break and colours
 };
 
 // 'D' for debug, 'I' for info and so on; '?' for a priority that the platform does not define.
@@ -35,7 +34,7 @@ std::string jsonLine(const LogRecord& record);
 // `text` without colour escapes ("\x1b[...m").
 std::string withoutColours(std::string_view text);
 
-// `text` without its line break at the end, if it has one.
+// `text` without a line break at its end.
 std::string_view withoutLineBreak(std::string_view text);
 
 }  // namespace quillon::workstation

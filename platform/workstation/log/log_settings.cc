@@ -34,7 +34,7 @@ std::optional<Target> parseTarget(std::string_view value) {
 }
 
 std::optional<int> parseLevel(std::string_view value) {
-  // "debug" is the lowest level, so it lets even lower priorities through.
+  // "debug" is the lowest level. It includes lower priorities too.
   if (value == "debug") return 0;
   if (value == "info") return DLOG_INFO;
   if (value == "error") return DLOG_ERROR;

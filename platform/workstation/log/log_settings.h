@@ -1,4 +1,4 @@
-// What the environment asks of the log: QUILLON_LOG and QUILLON_LOG_LEVEL.
+// The log settings in the environment: QUILLON_LOG and QUILLON_LOG_LEVEL.
 #pragma once
 
 #include <string>
@@ -12,12 +12,12 @@ struct LogSettings {
   LogTarget target = LogTarget::kTerminal;
   std::string path;                   // of kFile and kJson
   int level = 0;                      // lowest priority written
-  bool applicationOutput = false;     // below that, what the application prints is written
-  std::vector<std::string> problems;  // one line per value that was not understood
+  bool applicationOutput = false;     // write the application's output even below that level
+  std::vector<std::string> problems;  // one line for each invalid value
 };
 
-// The settings of two variables' values, either of which may be null for an unset one. A value that
-// is not understood counts as unset and leaves a problem.
+// Parses the values of the two variables; null for a variable that is not set. An invalid value
+// adds a problem and counts as not set.
 LogSettings parseLogSettings(const char* target, const char* level);
 
 }  // namespace quillon::workstation

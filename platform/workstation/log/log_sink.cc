@@ -17,12 +17,12 @@
 namespace quillon::workstation {
 namespace {
 
-// Descriptors below this are where programs and shells expect their own.
+// Programs and shells use descriptors below this for themselves.
 constexpr int kFirstLogDescriptor = 200;
 constexpr const char* kJournalSocket = "/run/systemd/journal/socket";
 
-// Standard error as it was when the library was loaded: capture replaces descriptor 2 later, and a
-// line written there would come back as a new record.
+// Writes to the standard error at the time of load. The plug-in's capture replaces descriptor 2
+// later, so a line written there would be logged again.
 class TerminalSink : public LogSink {
  public:
   explicit TerminalSink(Descriptor fd) : fd_(std::move(fd)) {
@@ -51,7 +51,7 @@ class FileSink : public LogSink {
   Format format_;
 };
 
-// The journal's priority, syslog(3), for the platform's.
+// Maps the platform's priority to the journal's, see syslog(3).
 int journalPriority(int priority) {
   if (priority <= DLOG_DEBUG) return 7;
   if (priority == DLOG_INFO) return 6;
@@ -59,8 +59,8 @@ int journalPriority(int priority) {
   return priority == DLOG_ERROR ? 3 : 2;
 }
 
-// sd_journal_sendv(3) and its library, which is loaded when the journal is asked for: with all that
-// it needs it would cost every launch more than the log does.
+// sd_journal_sendv(3). Its library is loaded only if the journal is the target, because loading it
+// and its dependencies would cost every launch more than logging does.
 using SendToJournal = int(const iovec*, int);
 constexpr const char* kJournalLibrary = "libsystemd.so.0";
 
@@ -74,7 +74,7 @@ class JournalSink : public LogSink {
  public:
   explicit JournalSink(SendToJournal* send) : send_(send) {}
   void write(const LogRecord& record) override {
-    // Escapes would make the journal show the message as binary data.
+    // The journal shows messages with escape sequences as binary data.
     std::array<std::string, 5> fields = {
         "MESSAGE=" + withoutColours(withoutLineBreak(record.text)),
         "PRIORITY=" + std::to_string(journalPriority(record.priority)),
@@ -91,7 +91,7 @@ class JournalSink : public LogSink {
   SendToJournal* send_;
 };
 
-// Moves a descriptor out of the range that programs use themselves.
+// Moves a descriptor out of the range that programs use for themselves.
 Descriptor raised(Descriptor low) {
   Descriptor high(fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstLogDescriptor));
   return high ? std::move(high) : std::move(low);

@@ -1,4 +1,4 @@
-// Where log records go. One sink serves a process from the library's load until the process ends.
+// Log sinks: the targets that log records are written to.
 #pragma once
 
 #include <memory>
@@ -12,18 +12,17 @@ namespace quillon::workstation {
 class LogSink {
  public:
   virtual ~LogSink() = default;
-  // Any thread may call it; a record is written whole or, where the target fails, not at all.
+  // Any thread may call it. Writes a record completely or, if the target fails, not at all.
   virtual void write(const LogRecord& record) = 0;
-  // What it writes to; -1 where that is no descriptor of the sink's own.
+  // The descriptor that the sink owns and writes to; -1 if it has none.
   [[nodiscard]] virtual int descriptor() const { return -1; }
 };
 
-// The sink of the settings; null for LogTarget::kNone. Where the target cannot be opened,
-// `problem` says so and the result is null.
+// Opens the sink for the settings. Returns null for LogTarget::kNone, and if the target cannot be
+// opened; in that case it sets `problem`.
 std::unique_ptr<LogSink> openLogSink(const LogSettings& settings, std::string& problem);
 
-// A sink that writes to a descriptor which is open already, and owns it; null for a target that has
-// none.
+// Returns a sink that owns an open descriptor and writes to it; null if the target uses none.
 std::unique_ptr<LogSink> logSinkOn(LogTarget target, int descriptor);
 
 }  // namespace quillon::workstation

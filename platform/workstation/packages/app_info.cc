@@ -16,7 +16,7 @@ using quillon::workstation::kInvalidArgument;
 using quillon::workstation::kNoMemory;
 using quillon::workstation::kOk;
 
-// Copies of what the registry held when the handle was made.
+// A copy of the registry's data at the time of app_info_create.
 struct app_info_s {
   FoundApplication found;
 };

@@ -2,16 +2,17 @@
 
 #include <sqlite3.h>
 
+#include "path_failure.h"
+
 namespace quillon::workstation {
 namespace {
 
 constexpr int kLockWaitMs = 10'000;
 
-// SQLite makes room for twenty pages whenever a cache gets its first, and touches it all; a lookup
-// reads fewer than ten. Refused, and without effect, where the process uses SQLite already.
+// By default SQLite allocates and touches twenty pages when a page cache gets its first page, but a
+// lookup reads fewer than ten. Has no effect if the process has already initialized SQLite.
 void leavePagesToMalloc() {
-  static const int answer = sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
-  static_cast<void>(answer);
+  [[maybe_unused]] static const int result = sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
 }
 
 }  // namespace
@@ -49,16 +50,16 @@ Failure Database::failure() const {
   return {"the package registry '" + path_ + "' failed: " + cause,
           damaged                 ? "remove the file and install the packages again"
           : result == SQLITE_BUSY ? "try again when the other installation has ended"
-                                  : "check that the device root is writable and has space"};
+                                  : kWritableRemedy};
 }
 
 Statement::Statement(const Database& database, const char* sql) : database_(database) {
   sqlite3_stmt* statement = nullptr;
-  note(sqlite3_prepare_v2(database.get(), sql, -1, &statement, nullptr));
+  check(sqlite3_prepare_v2(database.get(), sql, -1, &statement, nullptr));
   statement_.reset(statement);
 }
 
-void Statement::note(int result) {
+void Statement::check(int result) {
   if (failed_ || result == SQLITE_OK || result == SQLITE_ROW || result == SQLITE_DONE) return;
   failed_ = true;
   failure_ = database_.failure();
@@ -66,21 +67,21 @@ void Statement::note(int result) {
 
 Statement& Statement::bind(const std::string& text) {
   if (failed_) return *this;
-  note(sqlite3_bind_text(statement_.get(), ++parameter_, text.data(), static_cast<int>(text.size()),
-                         SQLITE_TRANSIENT));
+  check(sqlite3_bind_text(statement_.get(), ++parameter_, text.data(),
+                          static_cast<int>(text.size()), SQLITE_TRANSIENT));
   return *this;
 }
 
 Statement& Statement::bind(int64_t number) {
   if (failed_) return *this;
-  note(sqlite3_bind_int64(statement_.get(), ++parameter_, number));
+  check(sqlite3_bind_int64(statement_.get(), ++parameter_, number));
   return *this;
 }
 
 bool Statement::step() {
   if (failed_) return false;
   const int result = sqlite3_step(statement_.get());
-  note(result);
+  check(result);
   return result == SQLITE_ROW;
 }
 

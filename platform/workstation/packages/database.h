@@ -1,4 +1,4 @@
-// SQLite with owners: a connection, a prepared statement, a transaction.
+// RAII wrappers of SQLite: a connection, a prepared statement, a transaction.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@ namespace quillon::workstation {
 // A connection. Thread safety: one thread at a time may use it and its statements.
 class Database {
  public:
-  // Opens the database file. Without `writable` the file must exist and is never changed. A lock
-  // held by another process is waited for, up to ten seconds for each statement.
+  // Opens the database file. Without `writable` the file must exist and is never changed. Each
+  // statement waits up to ten seconds for a lock that another process holds.
   static Expected<Database> open(const std::string& path, bool writable);
 
   // Runs statements that have no parameters and no results.
@@ -24,7 +24,7 @@ class Database {
 
   [[nodiscard]] bool isInTransaction() const;
 
-  // The failure of the latest call, as the database words it.
+  // The failure of the latest call, with SQLite's error message.
   [[nodiscard]] Failure failure() const;
 
   [[nodiscard]] sqlite3* get() const { return connection_.get(); }
@@ -38,8 +38,8 @@ class Database {
   std::unique_ptr<sqlite3, Close> connection_;
 };
 
-// One prepared statement. A failure of any call is kept and returned by finish(), so that a row
-// loop reads as one:
+// A prepared statement. finish() returns the first failure of any call, so that a loop over rows
+// needs no other check:
 //
 //   Statement query(database, "SELECT id FROM package WHERE owner = ?1");
 //   query.bind(owner);
@@ -49,24 +49,24 @@ class Statement {
  public:
   Statement(const Database& database, const char* sql);
 
-  // Give the parameters in order.
+  // Binds the next parameter.
   Statement& bind(const std::string& text);
   Statement& bind(int64_t number);
 
-  // Moves to the next row; false at the end and on failure.
+  // Moves to the next row. Returns false after the last row and on failure.
   bool step();
 
   [[nodiscard]] std::string text(int column) const;
   [[nodiscard]] int64_t number(int column) const;
 
-  // Runs the statement to its end and tells how all of it went.
+  // Runs the statement to its end and returns the first failure, if any.
   Expected<void> finish();
 
  private:
   struct Finalize {
     void operator()(sqlite3_stmt* statement) const;
   };
-  void note(int result);
+  void check(int result);
   const Database& database_;
   std::unique_ptr<sqlite3_stmt, Finalize> statement_;
   int parameter_ = 0;
@@ -74,7 +74,7 @@ class Statement {
   Failure failure_;
 };
 
-// A writing transaction: rolled back at the end of its life unless committed.
+// A write transaction. The destructor rolls it back unless it was committed.
 class Transaction {
  public:
   explicit Transaction(Database& database) : database_(database) {}

@@ -8,10 +8,10 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <vector>
 
-#include "device_data.h"
+#include "data_paths.h"
+#include "path_failure.h"
 
 namespace quillon::workstation {
 namespace {
@@ -22,44 +22,32 @@ constexpr const char* kGarbage = "garbage";
 constexpr const char* kReplace = "replace";
 constexpr const char* kRemove = "remove";
 
-struct Note {
-  fs::path aside;
+struct LogEntry {
+  fs::path temporary;
   fs::path root;
   std::string step;
   uint64_t inode;
 };
 
-// 0 where there is nothing.
+// 0 if there is no such file.
 uint64_t inodeOf(const fs::path& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
-}
-
-Failure failureAt(const std::string& what, const fs::path& path) {
-  return {what + " '" + path.string() + "': " + std::strerror(errno),
-          "check that the device root is writable and has space"};
-}
-
-Failure cannotReplace(const fs::path& root) {
-  const bool unsupported = errno == EINVAL || errno == ENOSYS;
-  return {"cannot replace the folder '" + root.string() + "': " + std::strerror(errno),
-          unsupported ? "remove the package first: quillon package remove ID"
-                      : "check that the device root is writable and has space"};
 }
 
 bool exchange(const fs::path& one, const fs::path& other) {
   return renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0;
 }
 
-// A name in the same folder, and so on the same file system, that no other change has.
-fs::path asideOf(const fs::path& root) {
+// A unique name in the same folder, and therefore on the same file system.
+fs::path temporaryNameFor(const fs::path& root) {
   static std::atomic<unsigned> count;
   return root.parent_path() /
          (".quillon-" + std::to_string(getpid()) + "-" + std::to_string(++count));
 }
 
-Expected<std::vector<Note>> notes(Registry& registry) {
-  std::vector<Note> all;
+Expected<std::vector<LogEntry>> logEntries(Registry& registry) {
+  std::vector<LogEntry> all;
   Statement query(registry.database(), "SELECT aside, root, step, inode FROM folder_change");
   while (query.step()) {
     all.push_back(
@@ -69,28 +57,28 @@ Expected<std::vector<Note>> notes(Registry& registry) {
   return all;
 }
 
-// Takes the step back, if it was taken.
-bool undo(const Note& note) {
-  if (note.step == kReplace && inodeOf(note.root) == note.inode) {
-    return inodeOf(note.aside) != 0 ? exchange(note.aside, note.root)
-                                    : rename(note.root.c_str(), note.aside.c_str()) == 0;
+// Undoes the step, if it was taken.
+bool undo(const LogEntry& entry) {
+  if (entry.step == kReplace && inodeOf(entry.root) == entry.inode) {
+    return inodeOf(entry.temporary) != 0 ? exchange(entry.temporary, entry.root)
+                                         : rename(entry.root.c_str(), entry.temporary.c_str()) == 0;
   }
-  if (note.step == kRemove && inodeOf(note.aside) != 0) {
-    return rename(note.aside.c_str(), note.root.c_str()) == 0;
+  if (entry.step == kRemove && inodeOf(entry.temporary) != 0) {
+    return rename(entry.temporary.c_str(), entry.root.c_str()) == 0;
   }
   return true;
 }
 
-Expected<void> recover(Registry& registry, const Note& note) {
-  if (!undo(note)) return tl::unexpected(failureAt("cannot restore the folder", note.root));
+Expected<void> recover(Registry& registry, const LogEntry& entry) {
+  if (!undo(entry)) return failAt("cannot restore the folder", entry.root);
   std::error_code error;
-  fs::remove_all(note.aside, error);
+  fs::remove_all(entry.temporary, error);
   if (error) {
-    return fail("cannot remove the folder '" + note.aside.string() + "': " + error.message(),
+    return fail("cannot remove the folder '" + entry.temporary.string() + "': " + error.message(),
                 "remove it by hand");
   }
   Statement forget(registry.database(), "DELETE FROM folder_change WHERE aside = ?1");
-  return forget.bind(note.aside.string()).finish();
+  return forget.bind(entry.temporary.string()).finish();
 }
 
 }  // namespace
@@ -98,64 +86,66 @@ Expected<void> recover(Registry& registry, const Note& note) {
 Expected<InstallLock> InstallLock::acquire() {
   constexpr mode_t kMode = 0644;
   Descriptor file(open(kRegistryLockPath, O_RDWR | O_CREAT | O_CLOEXEC, kMode));
-  if (!file) return tl::unexpected(failureAt("cannot open the lock", kRegistryLockPath));
+  if (!file) return failAt("cannot open the lock", kRegistryLockPath);
   while (flock(file.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) return tl::unexpected(failureAt("cannot take the lock", kRegistryLockPath));
+    if (errno != EINTR) return failAt("cannot take the lock", kRegistryLockPath);
   }
   return InstallLock(std::move(file));
 }
 
 FolderChange::FolderChange(Registry& registry, fs::path root)
-    : registry_(registry), root_(std::move(root)), aside_(asideOf(root_)) {}
+    : registry_(registry), root_(std::move(root)), temporary_(temporaryNameFor(root_)) {}
 
 FolderChange::~FolderChange() {
-  // What fails here stays noted, and the next installation tries again.
+  // If this fails, the entry stays in the log and the next install tries again.
   [[maybe_unused]] const auto recovered = recoverFolders(registry_);
 }
 
-Expected<void> FolderChange::note(const fs::path& aside, const char* step, uint64_t inode) {
+Expected<void> FolderChange::log(const fs::path& temporary, const char* step, uint64_t inode) {
   Statement row(registry_.database(),
                 "INSERT OR REPLACE INTO folder_change VALUES(?1, ?2, ?3, ?4)");
-  row.bind(aside.string()).bind(root_.string()).bind(step);
+  row.bind(temporary.string()).bind(root_.string()).bind(step);
   return row.bind(static_cast<int64_t>(inode)).finish();
 }
 
 Expected<fs::path> FolderChange::stage() {
-  RETURN_IF_FAILED(note(aside_, kGarbage, 0));
+  RETURN_IF_FAILED(log(temporary_, kGarbage, 0));
   std::error_code error;
   fs::create_directories(root_.parent_path(), error);
   constexpr mode_t kMode = 0755;
-  if (error || mkdir(aside_.c_str(), kMode) != 0) {
+  if (error || mkdir(temporary_.c_str(), kMode) != 0) {
     if (error) errno = error.value();
-    return tl::unexpected(failureAt("cannot make the folder", aside_));
+    return failAt("cannot make the folder", temporary_);
   }
-  return aside_;
+  return temporary_;
 }
 
 Expected<void> FolderChange::replace() {
-  RETURN_IF_FAILED(note(aside_, kReplace, inodeOf(aside_)));
-  const bool replaced = inodeOf(root_) != 0 ? exchange(aside_, root_)
-                                            : renameat2(AT_FDCWD, aside_.c_str(), AT_FDCWD,
+  RETURN_IF_FAILED(log(temporary_, kReplace, inodeOf(temporary_)));
+  const bool replaced = inodeOf(root_) != 0 ? exchange(temporary_, root_)
+                                            : renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD,
                                                         root_.c_str(), RENAME_NOREPLACE) == 0;
   if (replaced) return {};
-  return tl::unexpected(cannotReplace(root_));
+  const bool unsupported = errno == EINVAL || errno == ENOSYS;
+  return failAt(
+      "cannot replace the folder", root_,
+      unsupported ? "remove the package first: quillon package remove ID" : kWritableRemedy);
 }
 
 Expected<void> FolderChange::remove() {
-  RETURN_IF_FAILED(note(aside_, kRemove, 0));
-  if (rename(root_.c_str(), aside_.c_str()) == 0 || errno == ENOENT) return {};
-  return tl::unexpected(failureAt("cannot move the folder", root_));
+  RETURN_IF_FAILED(log(temporary_, kRemove, 0));
+  if (rename(root_.c_str(), temporary_.c_str()) == 0 || errno == ENOENT) return {};
+  return failAt("cannot move the folder", root_);
 }
 
-Expected<void> FolderChange::settle() { return note(aside_, kGarbage, 0); }
+Expected<void> FolderChange::settle() { return log(temporary_, kGarbage, 0); }
 
-Expected<void> FolderChange::abandon(const fs::path& folder) { return note(folder, kGarbage, 0); }
+Expected<void> FolderChange::abandon(const fs::path& folder) { return log(folder, kGarbage, 0); }
 
 Expected<void> recoverFolders(Registry& registry) {
-  const auto all = notes(registry);
-  if (!all) return tl::unexpected(all.error());
-  for (const Note& note : *all) {
-    RETURN_IF_FAILED(recover(registry, note));
+  ASSIGN_OR_RETURN(const auto entries, logEntries(registry));
+  for (const LogEntry& entry : entries) {
+    RETURN_IF_FAILED(recover(registry, entry));
   }
   return {};
 }

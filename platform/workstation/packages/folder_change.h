@@ -1,29 +1,33 @@
-// Changes of a package's folder that a kill at any moment leaves whole.
+// Changes of a package's folder that are atomic even if the process is killed.
 //
-// The new folder is made aside, in the folder that holds the package's, and takes its place in one
-// rename. The registry notes each step before it is taken, in the table folder_change, so that the
-// next installation can undo what the registry did not come to know of:
+// The new folder is filled under a temporary name beside the package's folder and then renamed to
+// its place. The table folder_change of the registry is an intent log: each step is logged before
+// it is taken, so that the next install or removal can undo what the registry did not commit.
 //
-//   step "garbage"  the folder aside is of no use: it is being filled, or is what was replaced
-//   step "replace"  the folder aside, with the inode noted, is about to change places with the
-//                   package's folder
-//   step "remove"   the package's folder is about to be moved aside
+//   step "garbage"  the temporary folder can be deleted: it is being filled, or it was replaced
+//   step "replace"  the temporary folder, identified by its inode, is about to be exchanged with
+//                   the package's folder
+//   step "remove"   the package's folder is about to be renamed to the temporary name
 //
-// The registry's own change and the note "garbage" are one transaction: before it the old state is
-// restored, after it the new one stands. Callers hold the lock of InstallLock all the time.
+// One transaction changes the registry and sets the step to "garbage". Before its commit, recovery
+// restores the old folder; after it, recovery deletes the temporary folder.
+//
+// Temporary names and rename(2) alone are not enough: without the log, recovery could not tell the
+// folder of an interrupted first install, or the old root of a package that moved, from a folder
+// that belongs to no package and must be kept.
+//
+// Callers hold the InstallLock during the whole change.
 #pragma once
 
 #include <filesystem>
-#include <string>
 
 #include "packages/registry.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/failure.h"
-#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 
-// Only one process at a time changes packages. Held from acquire to the end of the object's life.
+// Lets one process at a time change packages. Held until the object is destroyed.
 class InstallLock {
  public:
   static Expected<InstallLock> acquire();
@@ -36,27 +40,27 @@ class InstallLock {
 class FolderChange {
  public:
   FolderChange(Registry& registry, std::filesystem::path root);
-  // Undoes what the registry did not commit, and removes what is aside.
+  // Undoes the change if the registry did not commit it, and deletes the temporary folder.
   ~FolderChange();
   FolderChange(const FolderChange&) = delete;
   FolderChange& operator=(const FolderChange&) = delete;
 
-  // Makes the empty folder aside, and returns its path, for the caller to fill.
+  // Creates the empty temporary folder and returns its path. The caller fills it.
   Expected<std::filesystem::path> stage();
-  // Puts the staged folder in the place of the package's folder, where there may be none.
+  // Puts the staged folder in the place of the package's folder, which may be missing.
   Expected<void> replace();
-  // Moves the package's folder, if there is one, aside.
+  // Renames the package's folder, if there is one, to the temporary name.
   Expected<void> remove();
-  // Part of the registry's transaction: from its commit on the change stands.
+  // Makes the change permanent. Call inside the transaction that changes the registry.
   Expected<void> settle();
-  // Part of that transaction too: a folder that the package leaves behind goes with its commit.
+  // Deletes `folder`, an old root of the package, when the transaction commits. Call inside it.
   Expected<void> abandon(const std::filesystem::path& folder);
 
  private:
-  Expected<void> note(const std::filesystem::path& aside, const char* step, uint64_t inode);
+  Expected<void> log(const std::filesystem::path& temporary, const char* step, uint64_t inode);
   Registry& registry_;
   std::filesystem::path root_;
-  std::filesystem::path aside_;
+  std::filesystem::path temporary_;
 };
 
 // Finishes or undoes the changes of processes that were killed.

@@ -1,16 +1,13 @@
 // Installing, removing and listing packages.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <functional>
 
-#include "device_data.h"
+#include "data_paths.h"
 #include "packages/folder_change.h"
-#include "packages/lookup.h"
 #include "packages/manifest.h"
-#include "packages/process_notes.h"
 #include "packages/registry.h"
 #include "workstation/packages.h"
 
@@ -19,19 +16,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Workplace {
+// The registry, locked against other installers, without unfinished changes.
+struct InstallSession {
   InstallLock lock;
   Registry registry;
 };
 
-// The registry, locked against other installers and with nothing half done in it.
-Expected<Workplace> openWorkplace() {
-  auto registry = Registry::openForWriting();
-  if (!registry) return tl::unexpected(registry.error());
-  auto lock = InstallLock::acquire();
-  if (!lock) return tl::unexpected(lock.error());
-  RETURN_IF_FAILED(recoverFolders(*registry));
-  return Workplace{std::move(*lock), std::move(*registry)};
+Expected<InstallSession> beginInstallSession() {
+  ASSIGN_OR_RETURN(Registry registry, Registry::openForWriting());
+  ASSIGN_OR_RETURN(InstallLock lock, InstallLock::acquire());
+  RETURN_IF_FAILED(recoverFolders(registry));
+  return InstallSession{std::move(lock), std::move(registry)};
 }
 
 bool isWithin(const fs::path& inner, const fs::path& outer) {
@@ -46,8 +41,8 @@ Expected<void> checkRoots(const Package& other, const Package& package) {
   if (!isWithin(package.rootPath, other.rootPath) && !isWithin(other.rootPath, package.rootPath)) {
     return {};
   }
-  return fail("the root '" + package.rootPath + "' of package '" + package.id + "' meets '" +
-                  other.rootPath + "', that of the installed package '" + other.id + "'",
+  return fail("the root '" + package.rootPath + "' of package '" + package.id + "' overlaps '" +
+                  other.rootPath + "', the root of the installed package '" + other.id + "'",
               "choose another 'package.root'");
 }
 
@@ -64,17 +59,18 @@ Expected<void> checkApplications(const Package& other, const Package& package) {
   return {};
 }
 
-// A folder that no package owns is a person's or the platform's and is not replaced.
+// A folder that no package owns belongs to the user or the platform and is not replaced.
 Expected<void> checkRootIsFree(const fs::path& root) {
   std::error_code error;
   const auto status = fs::symlink_status(root, error);
   if (status.type() == fs::file_type::not_found) return {};
   if (fs::is_directory(status) && fs::is_empty(root, error) && !error) return {};
-  return fail("'" + root.string() + "' is there already and belongs to no package",
+  return fail("'" + root.string() + "' exists already and belongs to no package",
               "move it away or choose another 'package.root'");
 }
 
-// Nothing of the device is overwritten, and no two packages share a folder or an application.
+// Fails if the package would overwrite files of the device, or share a folder or an application
+// with another package.
 Expected<void> checkPlace(const std::vector<Package>& installed, const Package& package) {
   bool ownsRoot = false;
   for (const Package& other : installed) {
@@ -109,15 +105,14 @@ Expected<void> commit(Registry& registry, FolderChange& change,
   return transaction.commit();
 }
 
-// Puts the files in their place, then the package into the registry. A root path that the package
-// had before and has no more goes with the same transaction.
+// Installs the files, then registers the package. If the package had another root path before, the
+// same transaction abandons it.
 Expected<void> place(Registry& registry, const Manifest& manifest,
                      const std::optional<Package>& old) {
   FolderChange change(registry, manifest.package.rootPath);
-  const auto staged = change.stage();
-  if (!staged) return tl::unexpected(staged.error());
+  ASSIGN_OR_RETURN(const fs::path staged, change.stage());
   if (manifest.files) {
-    RETURN_IF_FAILED(copyFiles(*manifest.files, *staged));
+    RETURN_IF_FAILED(copyFiles(*manifest.files, staged));
   }
   RETURN_IF_FAILED(change.replace());
   return commit(registry, change, [&]() -> Expected<void> {
@@ -128,71 +123,47 @@ Expected<void> place(Registry& registry, const Manifest& manifest,
 }
 
 Expected<void> install(const Manifest& manifest) {
-  auto workplace = openWorkplace();
-  if (!workplace) return tl::unexpected(workplace.error());
-  Registry& registry = workplace->registry;
-  const auto installed = registry.packages();
-  if (!installed) return tl::unexpected(installed.error());
-  RETURN_IF_FAILED(checkPlace(*installed, manifest.package));
-  const auto old = registry.package(manifest.package.id, manifest.package.owner);
-  if (!old) return tl::unexpected(old.error());
-  return place(registry, manifest, *old);
-}
-
-Expected<bool> remove(Registry& registry, const std::string& packageId, uid_t owner) {
-  const auto package = registry.package(packageId, owner);
-  if (!package) return tl::unexpected(package.error());
-  if (!*package) return false;
-  FolderChange change(registry, (*package)->rootPath);
-  RETURN_IF_FAILED(change.remove());
-  const auto erased = commit(registry, change, [&] { return registry.erase(packageId, owner); });
-  if (!erased) return tl::unexpected(erased.error());
-  return true;
+  ASSIGN_OR_RETURN(InstallSession session, beginInstallSession());
+  Registry& registry = session.registry;
+  ASSIGN_OR_RETURN(const auto installed, registry.packages());
+  RETURN_IF_FAILED(checkPlace(installed, manifest.package));
+  ASSIGN_OR_RETURN(const auto old, registry.package(manifest.package.id, manifest.package.owner));
+  return place(registry, manifest, old);
 }
 
 }  // namespace
 
 Expected<Package> installPackage(const std::string& manifestPath, uid_t owner) {
-  auto manifest = readManifest(manifestPath);
-  if (!manifest) return tl::unexpected(manifest.error());
-  manifest->package.owner = owner;
-  RETURN_IF_FAILED(install(*manifest));
-  return std::move(manifest->package);
+  ASSIGN_OR_RETURN(Manifest manifest, readManifest(manifestPath));
+  manifest.package.owner = owner;
+  RETURN_IF_FAILED(install(manifest));
+  return std::move(manifest.package);
 }
 
 Expected<std::vector<std::string>> foldersOfManifest(const std::string& manifestPath) {
-  const auto manifest = readManifest(manifestPath);
-  if (!manifest) return tl::unexpected(manifest.error());
+  ASSIGN_OR_RETURN(const Manifest manifest, readManifest(manifestPath));
   std::vector<std::string> folders = {fs::absolute(manifestPath).parent_path().string()};
-  if (manifest->files) folders.push_back(manifest->files->string());
+  if (manifest.files) folders.push_back(manifest.files->string());
   return folders;
 }
 
 Expected<bool> removePackage(const std::string& packageId, uid_t owner) {
-  auto workplace = openWorkplace();
-  if (!workplace) return tl::unexpected(workplace.error());
-  return remove(workplace->registry, packageId, owner);
+  ASSIGN_OR_RETURN(InstallSession session, beginInstallSession());
+  Registry& registry = session.registry;
+  ASSIGN_OR_RETURN(const auto package, registry.package(packageId, owner));
+  if (!package) return false;
+  FolderChange change(registry, package->rootPath);
+  RETURN_IF_FAILED(change.remove());
+  RETURN_IF_FAILED(commit(registry, change, [&] { return registry.erase(packageId, owner); }));
+  return true;
 }
 
 Expected<std::vector<Package>> listPackages() {
-  auto registry = Registry::openForReading();
-  if (!registry) return tl::unexpected(registry.error());
-  return registry->packages();
+  ASSIGN_OR_RETURN(Registry registry, Registry::openForReading());
+  return registry.packages();
 }
 
-Expected<std::optional<Package>> findPackageOfApplication(const std::string& appId) {
-  return lookUpPackageOfApplication(appId, geteuid());
-}
-
-void rememberPackages() { lookUpInAdvance(geteuid()); }
-
-Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
-  return noteProcess(pid, packageId);
-}
-
-void clearProcessNotes() { forgetEndedProcesses(); }
-
-std::string registryStamp() {
+std::string registryFingerprint() {
   struct stat status {};
   if (stat(kRegistryPath, &status) != 0) return "none";
   return std::to_string(status.st_ino) + ":" + std::to_string(status.st_size) + ":" +

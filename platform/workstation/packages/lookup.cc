@@ -1,76 +1,84 @@
 #include "packages/lookup.h"
 
+#include <unistd.h>
+
 #include <functional>
 #include <set>
 
-#include "packages/lookup_memo.h"
+#include "packages/lookup_cache.h"
 #include "packages/registry.h"
 
 namespace quillon::workstation {
 namespace {
 
 using Found = Expected<std::optional<Package>>;
-using Stamp = std::optional<LookupMemo::Stamp>;
+using Version = std::optional<LookupCache::FileVersion>;
 
-std::string packageQuestion(const std::string& id, uid_t user) {
+std::string packageKey(const std::string& id, uid_t user) {
   return "package " + std::to_string(user) + " " + id;
 }
 
-std::string applicationQuestion(const std::string& appId, uid_t user) {
+std::string applicationKey(const std::string& appId, uid_t user) {
   return "application " + std::to_string(user) + " " + appId;
 }
 
-void keep(const Stamp& stamp, const std::string& question, const Found& found) {
-  if (stamp && found) LookupMemo::keep(*stamp, question, *found);
+void store(const Version& version, const std::string& key, const Found& found) {
+  if (version && found) LookupCache::store(*version, key, *found);
 }
 
-// Asks the memo, else the registry as it was no earlier than the stamp.
-Found askOnce(const std::string& question,
-              const std::function<Found(Registry&, const Stamp&)>& ask) {
-  const Stamp stamp = LookupMemo::stampNow();
-  if (stamp) {
-    if (auto known = LookupMemo::find(*stamp, question)) return std::move(*known);
+// Returns the cache entry or, if there is none, the result of `query` on the registry, which is at
+// least as new as the version.
+Found findOrQuery(const std::string& key,
+                  const std::function<Found(Registry&, const Version&)>& query) {
+  const Version version = LookupCache::currentVersion();
+  if (version) {
+    if (auto known = LookupCache::find(*version, key)) return std::move(*known);
   }
-  auto registry = Registry::openForReading();
-  if (!registry) return tl::unexpected(registry.error());
-  Found found = ask(*registry, stamp);
-  keep(stamp, question, found);
+  ASSIGN_OR_RETURN(Registry registry, Registry::openForReading());
+  Found found = query(registry, version);
+  store(version, key, found);
   return found;
 }
 
 }  // namespace
 
 Found lookUpPackage(const std::string& id, uid_t user) {
-  return askOnce(packageQuestion(id, user), [&](Registry& registry, const Stamp& /*stamp*/) {
+  return findOrQuery(packageKey(id, user), [&](Registry& registry, const Version& /*version*/) {
     return registry.packageVisibleTo(id, user);
   });
 }
 
 Found lookUpPackageOfApplication(const std::string& appId, uid_t user) {
-  return askOnce(applicationQuestion(appId, user), [&](Registry& registry, const Stamp& stamp) {
+  return findOrQuery(applicationKey(appId, user), [&](Registry& registry, const Version& version) {
     Found found = registry.packageOfApplication(appId, user);
     if (found && *found) {
       const std::string& id = (*found)->id;
-      const bool isOwn = (*found)->owner == user;  // and so comes before another of its id
-      keep(stamp, packageQuestion(id, user), isOwn ? found : registry.packageVisibleTo(id, user));
+      const bool isOwn = (*found)->owner == user;  // then it hides other packages of that id
+      store(version, packageKey(id, user), isOwn ? found : registry.packageVisibleTo(id, user));
     }
     return found;
   });
 }
 
-// The user's own packages come first, and so does the package of an application that several hold.
-void lookUpInAdvance(uid_t user) {
-  const Stamp stamp = LookupMemo::stampNow();
+Found findPackageOfApplication(const std::string& appId) {
+  return lookUpPackageOfApplication(appId, geteuid());
+}
+
+// packagesVisibleTo() returns the user's own packages first. If several packages contain an
+// application, the first one counts.
+void cachePackages() {
+  const uid_t user = geteuid();
+  const Version version = LookupCache::currentVersion();
   auto registry = Registry::openForReading();
-  if (!stamp || !registry) return;
+  if (!version || !registry) return;
   const auto packages = registry->packagesVisibleTo(user);
   if (!packages) return;
   std::set<std::string> known;
   for (const Package& package : *packages) {
-    LookupMemo::keep(*stamp, packageQuestion(package.id, user), package);
+    LookupCache::store(*version, packageKey(package.id, user), package);
     for (const Application& application : package.applications) {
       if (!known.insert(application.id).second) continue;
-      LookupMemo::keep(*stamp, applicationQuestion(application.id, user), package);
+      LookupCache::store(*version, applicationKey(application.id, user), package);
     }
   }
 }

@@ -1,4 +1,4 @@
-// Single packages of the registry, as one user sees them.
+// Lookup of single packages, as one user sees them, through the process's lookup cache.
 #pragma once
 
 #include <sys/types.h>
@@ -13,13 +13,9 @@ namespace quillon::workstation {
 
 [[nodiscard]] Expected<std::optional<Package>> lookUpPackage(const std::string& id, uid_t user);
 
-// The package that holds an application. That package is likely to be looked up next and is known
-// without another look into the registry.
+// Returns the package that contains an application. Also caches that package under its id, because
+// callers usually look it up next.
 [[nodiscard]] Expected<std::optional<Package>> lookUpPackageOfApplication(const std::string& appId,
                                                                           uid_t user);
-
-// The answers for all packages that a user sees and their applications, from one look into the
-// registry. Best effort.
-void lookUpInAdvance(uid_t user);
 
 }  // namespace quillon::workstation

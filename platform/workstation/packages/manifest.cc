@@ -5,11 +5,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include "packages/manifest_reader.h"
 #include "packages/manifest_rules.h"
+#include "quillon/base/files.h"
 
 namespace quillon::workstation {
 namespace {
@@ -22,7 +21,7 @@ constexpr const char* kRootRemedy =
 constexpr const char* kExecRemedy =
     "write the assembly's path relative to the package's root, such as \"bin/Clock.dll\"";
 
-// Identifiers may leave out the namespace that all of their kind share.
+// Identifiers in a manifest may omit the namespace that they all share.
 std::string withNamespace(const char* prefix, const std::string& identifier) {
   return identifier.starts_with('/') ? prefix + identifier : identifier;
 }
@@ -35,12 +34,13 @@ std::vector<std::string> privileges(ManifestReader& reader, const toml::table& t
   if (node == nullptr) return all;
   const toml::array* list = node->as_array();
   if (list == nullptr) {
-    reader.mistake(*node, kKey, "is no list", kRemedy);
+    reader.mistake(*node, kKey, "is not a list", kRemedy);
     return all;
   }
   for (const toml::node& item : *list) {
     const auto value = item.value_exact<std::string>();
-    const std::string wrong = value ? wrongWithText(*value) : "holds something else than strings";
+    const std::string wrong =
+        value ? wrongWithText(*value) : "contains a value that is not a string";
     if (!wrong.empty()) {
       reader.mistake(item, kKey, wrong, kRemedy);
       return all;
@@ -52,7 +52,7 @@ std::vector<std::string> privileges(ManifestReader& reader, const toml::table& t
 
 using Metadata = std::vector<std::pair<std::string, std::string>>;
 
-// TOML tables are sorted by key; this is the order of the file.
+// toml++ sorts tables by key; this restores the order of the file.
 std::vector<std::pair<std::string, const toml::node*>> inFileOrder(const toml::table& table) {
   std::vector<std::pair<std::string, const toml::node*>> entries;
   for (const auto& [key, node] : table) entries.emplace_back(key.str(), &node);
@@ -72,14 +72,14 @@ Metadata metadata(ManifestReader& reader, const toml::table& table) {
   Metadata all;
   const toml::node* node = table.get("metadata");
   if (node == nullptr) return all;
-  if (!node->is_table()) reader.mistake(*node, kKey, "is no table", kRemedy);
+  if (!node->is_table()) reader.mistake(*node, kKey, "is not a table", kRemedy);
   if (!node->is_table()) return all;
   for (const auto& [key, item] : inFileOrder(*node->as_table())) {
     if (const std::string wrong = wrongWithText(key); !wrong.empty()) {
       reader.mistake(*item, kKey, "has a key that " + wrong, kRemedy);
     }
     const auto value = item->value_exact<std::string>();
-    if (!value) reader.mistake(*item, dotted(kKey, key), "is no string", kRemedy);
+    if (!value) reader.mistake(*item, dotted(kKey, key), "is not a string", kRemedy);
     all.emplace_back(withNamespace(QUILLON_METADATA_NAMESPACE, key), value.value_or(""));
   }
   return all;
@@ -110,7 +110,7 @@ void addApplication(ManifestReader& reader, const toml::table& table, Package& p
   Application added = application(reader, table, package.rootPath);
   for (const Application& other : package.applications) {
     if (other.id == added.id && !added.id.empty()) {
-      reader.mistake(*table.get("id"), "application.id", "'" + added.id + "' is there twice",
+      reader.mistake(*table.get("id"), "application.id", "'" + added.id + "' occurs twice",
                      "give each application an id of its own");
     }
   }
@@ -122,7 +122,7 @@ void readApplications(ManifestReader& reader, const toml::table& document, Packa
   if (node == nullptr) return;
   const toml::array* list = node->as_array();
   if (list == nullptr || !list->is_homogeneous(toml::node_type::table)) {
-    reader.mistake(*node, "application", "is no list of tables",
+    reader.mistake(*node, "application", "is not a list of tables",
                    "write [[application]], with two brackets, before each application");
     return;
   }
@@ -131,7 +131,7 @@ void readApplications(ManifestReader& reader, const toml::table& document, Packa
 
 std::string wrongWithFiles(const fs::path& folder) {
   std::error_code error;
-  return fs::is_directory(folder, error) ? "" : "names no folder: '" + folder.string() + "'";
+  return fs::is_directory(folder, error) ? "" : "does not name a folder: '" + folder.string() + "'";
 }
 
 Manifest readPackage(ManifestReader& reader, const toml::table& table, const fs::path& folder) {
@@ -161,7 +161,7 @@ Expected<Manifest> readDocument(const toml::table& document, const fs::path& pat
   const toml::node* node = document.get("package");
   if (node == nullptr || !node->is_table()) {
     reader.mistake(node == nullptr ? document : *node, "package",
-                   node == nullptr ? "is missing" : "is no table",
+                   node == nullptr ? "is missing" : "is not a table",
                    "begin the manifest with a [package] table");
     return tl::unexpected(*reader.failure());
   }
@@ -173,12 +173,9 @@ Expected<Manifest> readDocument(const toml::table& document, const fs::path& pat
 }
 
 Expected<std::string> contents(const fs::path& path) {
-  std::error_code error;
-  std::ifstream file(path, std::ios::binary);
+  if (auto text = readWholeFile(path)) return std::move(*text);
   const int cause = errno;
-  if (fs::is_regular_file(path, error) && file) {
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  }
+  std::error_code error;
   const bool isFolder = fs::is_directory(path, error);
   return fail("cannot read the manifest '" + path.string() +
                   "': " + std::strerror(isFolder ? EISDIR : cause),
@@ -188,15 +185,14 @@ Expected<std::string> contents(const fs::path& path) {
 }  // namespace
 
 Expected<Manifest> readManifest(const fs::path& path) {
-  const auto text = contents(path);
-  if (!text) return tl::unexpected(text.error());
+  ASSIGN_OR_RETURN(const std::string text, contents(path));
   try {
-    return readDocument(toml::parse(*text, path.string()), path);
+    return readDocument(toml::parse(text, path.string()), path);
   } catch (const toml::parse_error& error) {
     const toml::source_position& begin = error.source().begin;
     return fail(path.string() + ':' + std::to_string(begin.line) + ':' +
                     std::to_string(begin.column) +
-                    ": this is no TOML: " + std::string(error.description()),
+                    ": this is not valid TOML: " + std::string(error.description()),
                 "correct it there");
   }
 }

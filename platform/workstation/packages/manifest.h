@@ -1,9 +1,8 @@
-// Package manifests. Their grammar is in docs/package-manifest.md.
+// Reads package manifests. docs/package-manifest.md describes their grammar.
 #pragma once
 
 #include <filesystem>
 #include <optional>
-#include <string>
 
 #include "quillon/base/failure.h"
 #include "workstation/packages.h"
@@ -12,12 +11,12 @@ namespace quillon::workstation {
 
 struct Manifest {
   Package package;
-  // The folder to copy to the package's root path; empty: the package has no files.
+  // The folder to copy to the package's root path; nullopt if the package has no files.
   std::optional<std::filesystem::path> files;
 };
 
-// Reads a manifest and checks all of it. The failure is the first mistake, with file, line, column
-// and key.
+// Reads and checks a manifest. A failure describes the first mistake with file, line, column and
+// key.
 Expected<Manifest> readManifest(const std::filesystem::path& path);
 
 }  // namespace quillon::workstation

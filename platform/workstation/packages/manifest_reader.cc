@@ -8,12 +8,12 @@ std::string dotted(std::string_view table, std::string_view key) {
   return table.empty() ? std::string(key) : std::string(table) + '.' + std::string(key);
 }
 
-void ManifestReader::mistake(const toml::node& where, std::string_view key, std::string_view what,
+void ManifestReader::mistake(const toml::node& node, std::string_view key, std::string_view what,
                              std::string_view remedy) {
   if (failure_) return;
-  // The top table has no place of its own in the file.
-  const auto line = std::max<toml::source_index>(where.source().begin.line, 1);
-  const auto column = std::max<toml::source_index>(where.source().begin.column, 1);
+  // The top-level table has no position in the file.
+  const auto line = std::max<toml::source_index>(node.source().begin.line, 1);
+  const auto column = std::max<toml::source_index>(node.source().begin.column, 1);
   failure_ = Failure{file_.string() + ':' + std::to_string(line) + ':' + std::to_string(column) +
                          ": key '" + std::string(key) + "' " + std::string(what),
                      std::string(remedy)};
@@ -26,7 +26,7 @@ std::optional<std::string> ManifestReader::optionalText(const toml::table& table
   if (node == nullptr || failure_) return std::nullopt;
   const auto value = node->value_exact<std::string>();
   if (!value) {
-    mistake(*node, dotted(name, key), "is no string", remedy);
+    mistake(*node, dotted(name, key), "is not a string", remedy);
     return std::nullopt;
   }
   if (const std::string wrong = rule(*value); !wrong.empty()) {

@@ -1,4 +1,4 @@
-// Reads values out of TOML tables and keeps the first mistake.
+// Reads values from TOML tables and keeps the first mistake.
 #pragma once
 
 #include <toml++/toml.h>
@@ -14,27 +14,27 @@
 
 namespace quillon::workstation {
 
-// After the first mistake every read returns an empty value, so that a caller reads all and asks
-// for the failure once.
+// After the first mistake every read returns an empty value, so a caller can read all values and
+// check failure() once.
 class ManifestReader {
  public:
   explicit ManifestReader(std::filesystem::path file) : file_(std::move(file)) {}
 
-  // What is wrong with a text; empty where nothing is.
+  // Returns what is wrong with a text; empty if it is valid.
   using Rule = std::function<std::string(const std::string&)>;
 
-  // `name` is the table's, as messages show it: "package". The remedies say how it is right.
+  // `name`: the table's name in messages, such as "package". `remedy`: how to correct the value.
   std::string text(const toml::table& table, std::string_view name, std::string_view key,
                    const Rule& rule, std::string_view remedy);
   std::optional<std::string> optionalText(const toml::table& table, std::string_view name,
                                           std::string_view key, const Rule& rule,
                                           std::string_view remedy);
 
-  // Notes a mistake if a key of the table is none of `known`.
+  // Records a mistake if the table has a key that is not in `known`.
   void checkKeys(const toml::table& table, std::string_view name,
                  std::initializer_list<std::string_view> known);
 
-  void mistake(const toml::node& where, std::string_view key, std::string_view what,
+  void mistake(const toml::node& node, std::string_view key, std::string_view what,
                std::string_view remedy);
   [[nodiscard]] const std::optional<Failure>& failure() const { return failure_; }
 
@@ -43,7 +43,7 @@ class ManifestReader {
   std::optional<Failure> failure_;
 };
 
-// "package.id"; only the key where the table has no name.
+// "package.id", or only the key if the table has no name.
 std::string dotted(std::string_view table, std::string_view key);
 
 }  // namespace quillon::workstation

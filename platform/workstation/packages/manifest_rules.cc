@@ -4,12 +4,12 @@
 #include <array>
 #include <filesystem>
 
-#include "device_data.h"
+#include "data_paths.h"
 
 namespace quillon::workstation {
 namespace {
 
-constexpr size_t kLongestId = 200;
+constexpr size_t kMaxIdLength = 200;
 constexpr std::array<std::string_view, 3> kRoots = {"/opt/usr/", "/usr/apps/", "/opt/share/"};
 
 bool hasControlCharacter(std::string_view text) {
@@ -21,7 +21,7 @@ bool leavesItsFolder(const std::filesystem::path& path) {
   return std::find(path.begin(), path.end(), "..") != path.end();
 }
 
-// "/a/b" and nothing that another text could name as well.
+// An absolute path in its shortest form, such as "/a/b".
 bool isPlainAbsolute(const std::filesystem::path& path) {
   return path.is_absolute() && path.native() == path.lexically_normal().native() &&
          path.has_filename();
@@ -31,29 +31,29 @@ bool isPlainAbsolute(const std::filesystem::path& path) {
 
 std::string wrongWithText(std::string_view text) {
   if (text.empty()) return "is empty";
-  if (hasControlCharacter(text)) return "holds a control character";
+  if (hasControlCharacter(text)) return "contains a control character";
   return {};
 }
 
 std::string wrongWithId(std::string_view id) {
   if (std::string wrong = wrongWithText(id); !wrong.empty()) return wrong;
-  if (id.size() > kLongestId) {
-    return "is longer than " + std::to_string(kLongestId) + " bytes";
+  if (id.size() > kMaxIdLength) {
+    return "is longer than " + std::to_string(kMaxIdLength) + " bytes";
   }
   if (id == "." || id == "..") return "names a folder, not a package";
-  if (id.find_first_of("/:") != id.npos) return "holds '/' or ':'";
+  if (id.find_first_of("/:") != id.npos) return "contains '/' or ':'";
   return {};
 }
 
 std::string wrongWithRoot(const std::string& root) {
   if (std::string wrong = wrongWithText(root); !wrong.empty()) return wrong;
-  if (!isPlainAbsolute(root)) return "is no absolute path in its shortest form";
-  if (root.find(':') != root.npos) return "holds ':', which joins lists of paths";
+  if (!isPlainAbsolute(root)) return "is not an absolute path in its shortest form";
+  if (root.find(':') != root.npos) return "contains ':', which joins lists of paths";
   const bool allowed = std::any_of(kRoots.begin(), kRoots.end(), [&](std::string_view folder) {
     return root.starts_with(folder);
   });
   if (root == kDataDirectory || root.starts_with(std::string(kDataDirectory) + '/')) {
-    return "lies in the platform's own folder";
+    return "is in the platform's own folder";
   }
   return allowed ? "" : "is not under /opt/usr/, /usr/apps/ or /opt/share/";
 }
@@ -61,7 +61,7 @@ std::string wrongWithRoot(const std::string& root) {
 std::string wrongWithExec(const std::string& exec) {
   if (std::string wrong = wrongWithText(exec); !wrong.empty()) return wrong;
   if (!std::filesystem::path(exec).has_filename()) return "names a folder";
-  if (leavesItsFolder(exec)) return "holds '..'";
+  if (leavesItsFolder(exec)) return "contains '..'";
   return {};
 }
 

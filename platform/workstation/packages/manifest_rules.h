@@ -1,5 +1,5 @@
-// What the values of a manifest have to be. Each function returns what is wrong with a value, or
-// an empty text.
+// The rules for values in a manifest. Each function returns what is wrong with a value, or an empty
+// text if it is valid.
 #pragma once
 
 #include <string>
@@ -9,13 +9,13 @@ namespace quillon::workstation {
 
 std::string wrongWithId(std::string_view id);
 
-// A text that ends up in lists and lines: not empty, no control characters.
+// A text that is written to lists and lines: not empty, no control characters.
 std::string wrongWithText(std::string_view text);
 
-// Where a package may lie on the device.
+// A package's root path on the device.
 std::string wrongWithRoot(const std::string& root);
 
-// An executable: absolute, or relative to the root and not leaving it.
+// An executable: an absolute path, or a path relative to the root without "..".
 std::string wrongWithExec(const std::string& exec);
 
 }  // namespace quillon::workstation

@@ -10,7 +10,7 @@ using quillon::workstation::kInvalidArgument;
 using quillon::workstation::kOk;
 using quillon::workstation::Package;
 
-// A copy of what the registry held when the handle was made.
+// A copy of the registry's data at the time of package_info_create.
 struct package_info_s {
   Package package;
 };

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <memory>
 
-#include "packages/process_notes.h"
+#include "packages/process_registry.h"
 #include "packages/service.h"
 
 using quillon::workstation::findApplication;
@@ -20,11 +20,11 @@ using quillon::workstation::packageOfProcess;
 
 namespace {
 
-// The user of packages for every user.
-constexpr uid_t kEveryUser = 0;
+// The owner of packages for all users.
+constexpr uid_t kAllUsers = 0;
 
-// The interface's handles are void*: a package's is a Package, an application's a FoundApplication,
-// each a copy of what the registry held when the handle was made.
+// The interface's handles are void*. They point to a Package or a FoundApplication: a copy of the
+// registry's data at the time when the handle was created.
 template <typename Record>
 Record* recordOf(void* handle) {
   return static_cast<Record*>(handle);
@@ -37,8 +37,8 @@ int destroy(void* handle) {
   return kOk;
 }
 
-// The interface hands texts out as char*, which nobody may change.
-int handOut(std::string& text, char** out) {
+// The interface returns texts as char*, but callers must not change them.
+int returnText(std::string& text, char** out) {
   *out = text.data();
   return kOk;
 }
@@ -46,7 +46,7 @@ int handOut(std::string& text, char** out) {
 }  // namespace
 
 int pkgmgrinfo_pkginfo_get_pkginfo(const char* package_id, pkgmgrinfo_pkginfo_h* handle) {
-  return pkgmgrinfo_pkginfo_get_usr_pkginfo(package_id, kEveryUser, handle);
+  return pkgmgrinfo_pkginfo_get_usr_pkginfo(package_id, kAllUsers, handle);
 }
 
 int pkgmgrinfo_pkginfo_get_usr_pkginfo(const char* package_id, uid_t uid,
@@ -61,12 +61,12 @@ int pkgmgrinfo_pkginfo_get_usr_pkginfo(const char* package_id, uid_t uid,
 int pkgmgrinfo_pkginfo_get_mainappid(pkgmgrinfo_pkginfo_h handle, char** app_id) {
   if (handle == nullptr || app_id == nullptr) return kInvalidArgument;
   auto& applications = recordOf<Package>(handle)->applications;
-  return applications.empty() ? kNotFound : handOut(applications.front().id, app_id);
+  return applications.empty() ? kNotFound : returnText(applications.front().id, app_id);
 }
 
 int pkgmgrinfo_pkginfo_get_root_path(pkgmgrinfo_pkginfo_h handle, char** path) {
   if (handle == nullptr || path == nullptr) return kInvalidArgument;
-  return handOut(recordOf<Package>(handle)->rootPath, path);
+  return returnText(recordOf<Package>(handle)->rootPath, path);
 }
 
 int pkgmgrinfo_pkginfo_destroy_pkginfo(pkgmgrinfo_pkginfo_h handle) {
@@ -83,14 +83,14 @@ int pkgmgrinfo_appinfo_get_appinfo(const char* app_id, pkgmgrinfo_appinfo_h* han
 
 int pkgmgrinfo_appinfo_get_exec(pkgmgrinfo_appinfo_h handle, char** exec) {
   if (handle == nullptr || exec == nullptr) return kInvalidArgument;
-  return handOut(recordOf<FoundApplication>(handle)->application.exec, exec);
+  return returnText(recordOf<FoundApplication>(handle)->application.exec, exec);
 }
 
 int pkgmgrinfo_appinfo_get_metadata_value(pkgmgrinfo_appinfo_h handle, const char* key,
                                           char** value) {
   if (handle == nullptr || key == nullptr || value == nullptr) return kInvalidArgument;
   for (auto& [name, text] : recordOf<FoundApplication>(handle)->application.metadata) {
-    if (name == key) return handOut(text, value);
+    if (name == key) return returnText(text, value);
   }
   return kNotFound;
 }

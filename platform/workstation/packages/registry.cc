@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 
-#include "device_data.h"
+#include "data_paths.h"
 #include "packages/schema.h"
+#include "path_failure.h"
 
 namespace quillon::workstation {
 namespace {
@@ -17,7 +17,8 @@ bool belongsTo(const Package& package, uid_t user) {
   return package.owner == 0 || package.owner == user;
 }
 
-// Own packages before those for all, so that the first of an id is the one that counts.
+// Sorts own packages before packages for all users. Of several packages with one id, the first
+// counts.
 void ownFirst(std::vector<Package>& packages) {
   std::stable_sort(packages.begin(), packages.end(), [](const Package& left, const Package& right) {
     return left.owner != 0 && right.owner == 0;
@@ -32,27 +33,21 @@ std::optional<Package> firstVisible(std::vector<Package> packages, uid_t user) {
   return std::nullopt;
 }
 
-Failure unreadable(const std::string& path) {
-  return {"cannot reach the package registry '" + path + "': " + std::strerror(errno),
-          "check the permissions of its folders"};
-}
-
 }  // namespace
 
 Expected<Registry> Registry::openForReading() {
   struct stat status {};
   if (stat(kRegistryPath, &status) != 0) {
     if (errno == ENOENT || errno == ENOTDIR) return Registry();
-    return tl::unexpected(unreadable(kRegistryPath));
+    return failAt("cannot reach the package registry", kRegistryPath,
+                  "check the permissions of its folders");
   }
-  auto database = Database::open(kRegistryPath, false);
-  if (!database) return tl::unexpected(database.error());
-  // All of it is read in one transaction: as it was at one moment, and locked once.
-  RETURN_IF_FAILED(database->run("BEGIN"));
-  const auto schema = schemaOf(*database);
-  if (!schema) return tl::unexpected(schema.error());
-  if (*schema == Schema::kMissing) return Registry();
-  return Registry(std::move(*database));
+  ASSIGN_OR_RETURN(Database database, Database::open(kRegistryPath, false));
+  // One transaction for all reads: a consistent state, locked once.
+  RETURN_IF_FAILED(database.run("BEGIN"));
+  ASSIGN_OR_RETURN(const Schema schema, schemaOf(database));
+  if (schema == Schema::kMissing) return Registry();
+  return Registry(std::move(database));
 }
 
 Expected<Registry> Registry::openForWriting() {
@@ -62,10 +57,9 @@ Expected<Registry> Registry::openForWriting() {
     return fail(std::string("cannot make the folder '") + kDataDirectory + "': " + error.message(),
                 "check that the device root is writable");
   }
-  auto database = Database::open(kRegistryPath, true);
-  if (!database) return tl::unexpected(database.error());
-  RETURN_IF_FAILED(ensureSchema(*database));
-  return Registry(std::move(*database));
+  ASSIGN_OR_RETURN(Database database, Database::open(kRegistryPath, true));
+  RETURN_IF_FAILED(ensureSchema(database));
+  return Registry(std::move(database));
 }
 
 Expected<void> Registry::fillMetadata(Application& application, int64_t key) {
@@ -94,16 +88,17 @@ Expected<void> Registry::fill(Package& package, int64_t key) {
   return query.finish();
 }
 
-Expected<std::vector<Package>> Registry::select(const std::string& where,
+Expected<std::vector<Package>> Registry::select(const std::string& condition,
                                                 const std::function<void(Statement&)>& bind) {
   std::vector<Package> packages;
   if (!database_) return packages;
-  // A package is read as it was at one moment.
+  // One transaction, so that the rows of a package belong together.
   const bool begins = !database_->isInTransaction();
-  const auto begun = begins ? database_->run("BEGIN") : Expected<void>();
-  if (!begun) return tl::unexpected(begun.error());
-  const std::string sql =
-      "SELECT key, id, version, root, owner FROM package WHERE " + where + " ORDER BY id, owner";
+  if (begins) {
+    RETURN_IF_FAILED(database_->run("BEGIN"));
+  }
+  const std::string sql = "SELECT key, id, version, root, owner FROM package WHERE " + condition +
+                          " ORDER BY id, owner";
   Statement query(*database_, sql.c_str());
   bind(query);
   Expected<void> filled;
@@ -115,8 +110,8 @@ Expected<std::vector<Package>> Registry::select(const std::string& where,
   }
   const auto done = filled ? query.finish() : filled;
   const auto ended = begins ? database_->run("COMMIT") : Expected<void>();
-  if (!done) return tl::unexpected(done.error());
-  if (!ended) return tl::unexpected(ended.error());
+  RETURN_IF_FAILED(done);
+  RETURN_IF_FAILED(ended);
   return packages;
 }
 
@@ -125,11 +120,11 @@ Expected<std::vector<Package>> Registry::packages() {
 }
 
 Expected<std::vector<Package>> Registry::packagesVisibleTo(uid_t user) {
-  auto all = select("owner IN (0, ?1)", [&](Statement& query) { query.bind(user); });
-  if (!all) return all;
-  ownFirst(*all);
+  ASSIGN_OR_RETURN(auto all,
+                   select("owner IN (0, ?1)", [&](Statement& query) { query.bind(user); }));
+  ownFirst(all);
   std::vector<Package> visible;
-  for (Package& package : *all) {
+  for (Package& package : all) {
     const auto sameId = [&](const Package& seen) { return seen.id == package.id; };
     if (std::none_of(visible.begin(), visible.end(), sameId)) {
       visible.push_back(std::move(package));
@@ -139,26 +134,25 @@ Expected<std::vector<Package>> Registry::packagesVisibleTo(uid_t user) {
 }
 
 Expected<std::optional<Package>> Registry::package(const std::string& id, uid_t owner) {
-  auto found =
-      select("id = ?1 AND owner = ?2", [&](Statement& query) { query.bind(id).bind(owner); });
-  if (!found) return tl::unexpected(found.error());
-  if (found->empty()) return std::optional<Package>();
-  return std::optional<Package>(std::move(found->front()));
+  ASSIGN_OR_RETURN(auto found, select("id = ?1 AND owner = ?2",
+                                      [&](Statement& query) { query.bind(id).bind(owner); }));
+  if (found.empty()) return std::optional<Package>();
+  return std::optional<Package>(std::move(found.front()));
 }
 
 Expected<std::optional<Package>> Registry::packageVisibleTo(const std::string& id, uid_t user) {
-  auto found =
-      select("id = ?1 AND owner IN (0, ?2)", [&](Statement& query) { query.bind(id).bind(user); });
-  if (!found) return tl::unexpected(found.error());
-  return firstVisible(std::move(*found), user);
+  ASSIGN_OR_RETURN(auto found, select("id = ?1 AND owner IN (0, ?2)",
+                                      [&](Statement& query) { query.bind(id).bind(user); }));
+  return firstVisible(std::move(found), user);
 }
 
 Expected<std::optional<Package>> Registry::packageOfApplication(const std::string& appId,
                                                                 uid_t user) {
-  auto found = select("key IN (SELECT package FROM application WHERE id = ?1) AND owner IN (0, ?2)",
-                      [&](Statement& query) { query.bind(appId).bind(user); });
-  if (!found) return tl::unexpected(found.error());
-  return firstVisible(std::move(*found), user);
+  ASSIGN_OR_RETURN(
+      auto found,
+      select("key IN (SELECT package FROM application WHERE id = ?1) AND owner IN (0, ?2)",
+             [&](Statement& query) { query.bind(appId).bind(user); }));
+  return firstVisible(std::move(found), user);
 }
 
 Expected<int64_t> Registry::insertPackage(const Package& package) {
@@ -198,10 +192,9 @@ Expected<int64_t> Registry::insertApplication(const Application& application, in
 
 Expected<void> Registry::put(const Package& package) {
   RETURN_IF_FAILED(erase(package.id, package.owner));
-  const auto key = insertPackage(package);
-  if (!key) return tl::unexpected(key.error());
+  ASSIGN_OR_RETURN(const int64_t key, insertPackage(package));
   for (const Application& application : package.applications) {
-    RETURN_IF_FAILED(insertApplication(application, *key, package.owner));
+    RETURN_IF_FAILED(insertApplication(application, key, package.owner));
   }
   return {};
 }

@@ -1,7 +1,7 @@
 // The package registry: packages and their applications.
 //
-// Packages belong to one user or, with owner 0, to all. Whoever looks sees the own ones and those
-// for all, and of two with the same id the own one.
+// A package is installed for one user or, with owner 0, for all users. A user sees the own packages
+// and those for all users. An own package hides a package for all users with the same id.
 #pragma once
 
 #include <sys/types.h>
@@ -19,10 +19,10 @@ namespace quillon::workstation {
 
 class Registry {
  public:
-  // A registry that does not exist reads as an empty one and is not created. What is read stays as
-  // it was at the first reading, and no installation ends, for as long as the object lives.
+  // A missing registry reads as empty and is not created. All reads see the state at the first
+  // read, and no installation can commit as long as the object lives.
   static Expected<Registry> openForReading();
-  // Creates the registry where it is missing.
+  // Creates the registry if it is missing.
   static Expected<Registry> openForWriting();
 
   Expected<std::vector<Package>> packages();
@@ -35,14 +35,13 @@ class Registry {
   Expected<void> put(const Package& package);
   Expected<void> erase(const std::string& id, uid_t owner);
 
-  [[nodiscard]] bool isEmptyForLackOfFile() const { return !database_.has_value(); }
-  // Precondition: there is a file.
+  // Precondition: the registry was opened for writing.
   Database& database() { return *database_; }
 
  private:
   Registry() = default;
   explicit Registry(Database database) : database_(std::move(database)) {}
-  Expected<std::vector<Package>> select(const std::string& where,
+  Expected<std::vector<Package>> select(const std::string& condition,
                                         const std::function<void(Statement&)>& bind);
   Expected<void> fill(Package& package, int64_t key);
   Expected<void> fillMetadata(Application& application, int64_t key);

@@ -3,8 +3,8 @@
 namespace quillon::workstation {
 namespace {
 
-// Kept in the file as its user_version. Count it up with every change of the tables that another
-// quillon could not live with.
+// Stored in the file as its user_version. Increment it with every incompatible change of the
+// tables.
 constexpr int kVersion = 1;
 
 constexpr const char* kTables = R"(
@@ -37,7 +37,7 @@ CREATE TABLE metadata(
   key TEXT NOT NULL,
   value TEXT NOT NULL,
   PRIMARY KEY(application, position)) WITHOUT ROWID;
--- Folder changes under way; see folder_change.h.
+-- Folder changes in progress; see folder_change.h.
 CREATE TABLE folder_change(
   aside TEXT PRIMARY KEY,
   root TEXT NOT NULL,
@@ -60,15 +60,13 @@ Expected<Schema> schemaOf(Database& database) {
 }
 
 Expected<void> ensureSchema(Database& database) {
-  auto schema = schemaOf(database);
-  if (!schema) return tl::unexpected(schema.error());
-  if (*schema == Schema::kCurrent) return {};
+  ASSIGN_OR_RETURN(Schema schema, schemaOf(database));
+  if (schema == Schema::kCurrent) return {};
   Transaction transaction(database);
   RETURN_IF_FAILED(transaction.begin());
-  // Another process may have been faster.
-  schema = schemaOf(database);
-  if (!schema) return tl::unexpected(schema.error());
-  if (*schema == Schema::kCurrent) return {};
+  // Another process may have created them meanwhile.
+  ASSIGN_OR_RETURN(schema, schemaOf(database));
+  if (schema == Schema::kCurrent) return {};
   RETURN_IF_FAILED(database.run(kTables));
   return transaction.commit();
 }

@@ -7,10 +7,10 @@ namespace quillon::workstation {
 
 enum class Schema { kMissing, kCurrent };
 
-// Which tables the database has. Those of a newer quillon are a failure.
+// Returns whether the database has the tables. Tables of a newer version are a failure.
 Expected<Schema> schemaOf(Database& database);
 
-// Makes the tables where they are missing; several processes may do so at once.
+// Creates the tables if they are missing. Several processes may call it at once.
 Expected<void> ensureSchema(Database& database);
 
 }  // namespace quillon::workstation

@@ -9,7 +9,7 @@
 namespace quillon::workstation {
 namespace {
 
-// The first application of that id, or null.
+// Returns the first application with that id; null if there is none.
 const Application* applicationOf(const Package& package, const std::string& appId) {
   for (const Application& application : package.applications) {
     if (application.id == appId) return &application;

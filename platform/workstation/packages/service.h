@@ -1,8 +1,7 @@
-// What the package services' C functions share: results, and how a failing registry shows.
+// Helpers shared by the C functions of the package services.
 #pragma once
 
 #include <cerrno>
-#include <optional>
 #include <string>
 
 #include "quillon/base/failure.h"
@@ -10,7 +9,7 @@
 
 namespace quillon::workstation {
 
-// The services' results. All but the first are negative, as the interface asks.
+// Results of the services. The interface requires negative values for failures.
 enum ServiceResult : int {
   kOk = 0,
   kInvalidArgument = -EINVAL,
@@ -20,22 +19,22 @@ enum ServiceResult : int {
   kRegistryFailed = -EIO,
 };
 
-// A user's view of one package; for the calling user by default. On any result but kOk `found` is
-// untouched. A registry that cannot be read leaves an error record.
+// Finds a package that a user sees, by default the calling user. Sets `found` only if the result is
+// kOk. Logs an error if the registry cannot be read.
 ServiceResult findPackage(const char* packageId, Package& found);
 ServiceResult findPackage(const char* packageId, uid_t user, Package& found);
 
-// An application and the package that it is part of.
+// An application and the id of its package.
 struct FoundApplication {
   std::string packageId;
   Application application;
 };
 ServiceResult findApplication(const char* appId, FoundApplication& found);
 
-// All applications that the calling user sees.
+// Finds all applications that the calling user sees.
 ServiceResult findAllApplications(std::vector<FoundApplication>& found);
 
-// Writes the error record of a failure.
+// Logs a failure as an error.
 ServiceResult registryFailed(const Failure& failure);
 
 }  // namespace quillon::workstation

@@ -8,7 +8,7 @@ namespace {
 
 bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
-// The code point that a lead byte and its continuation bytes encode.
+// Decodes a UTF-8 sequence.
 unsigned codePoint(std::string_view sequence) {
   const auto lead = static_cast<unsigned char>(sequence[0]);
   unsigned value = lead & (0xFFU >> (sequence.size() + 1));
@@ -18,13 +18,13 @@ unsigned codePoint(std::string_view sequence) {
   return value;
 }
 
-// Overlong forms, surrogates and values past the last plane are no characters.
+// False for overlong forms, surrogates and values beyond the last plane.
 bool isCharacter(unsigned value, size_t length) {
-  constexpr std::array<unsigned, 5> kSmallest = {0, 0, 0x80, 0x800, 0x10000};
-  return value >= kSmallest[length] && value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
+  constexpr std::array<unsigned, 5> kMinValue = {0, 0, 0x80, 0x800, 0x10000};
+  return value >= kMinValue[length] && value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
 }
 
-// Length of the UTF-8 sequence of two to four bytes that `text` begins with; 0 where it is none.
+// Length of the multi-byte UTF-8 sequence at the start of `text`; 0 if it is invalid.
 size_t sequenceLength(std::string_view text) {
   const auto lead = static_cast<unsigned char>(text[0]);
   const size_t length = lead >= 0xF8   ? 0

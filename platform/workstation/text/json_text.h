@@ -1,4 +1,4 @@
-// JSON string literals of any bytes.
+// JSON string literals from arbitrary bytes.
 #pragma once
 
 #include <string>
@@ -6,8 +6,8 @@
 
 namespace quillon::workstation {
 
-// `text` as a JSON string, quotes included. Bytes that are no UTF-8 become U+FFFD each, so the
-// result is always valid JSON.
+// Returns `text` as a JSON string with quotes. Replaces each byte that is not valid UTF-8 by
+// U+FFFD, so that the result is always valid JSON.
 std::string jsonQuote(std::string_view text);
 
 }  // namespace quillon::workstation

@@ -1,5 +1,5 @@
-// The launch-marker channel. A workstation's kernel has none, so this library stands before libc
-// with a prctl(2) of its own, which also writes the markers to the trace.
+// Launch markers. A workstation's kernel does not support them, so this library overrides libc's
+// prctl(2) with a function that also writes the markers to the trace.
 #include "platform/launch_marker.h"
 
 #include <sys/prctl.h>
@@ -24,7 +24,7 @@ void recordMarker(const char* text, unsigned long length) {
 }  // namespace
 
 int prctl(int option, ...) noexcept {
-  // As libc does: takes four arguments whatever was passed; the kernel looks at those it needs.
+  // Like libc, always takes four arguments; the kernel ignores those that it does not need.
   va_list arguments;
   va_start(arguments, option);
   const auto first = va_arg(arguments, unsigned long);

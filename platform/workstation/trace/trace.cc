@@ -9,17 +9,17 @@
 namespace quillon::workstation {
 namespace {
 
-// The calling thread's open spans. Where a beginning could not be written, neither it nor what it
-// encloses is in the file, so the endings stay out as well.
+// The calling thread's open spans. If the begin event of a span could not be written, the span and
+// the spans within it are not in the file, so their end events must not be written either.
 struct OpenSpans {
   pid_t thread;
   unsigned written;
-  unsigned left_out;
+  unsigned skipped;
 };
 
 thread_local OpenSpans t_spans;
 
-// A forked child starts with the spans of its parent's thread, which are not its own.
+// A forked child inherits the counts of its parent's thread, which do not apply to it.
 OpenSpans& openSpans() {
   if (const pid_t thread = gettid(); t_spans.thread != thread) t_spans = {thread, 0, 0};
   return t_spans;
@@ -27,17 +27,17 @@ OpenSpans& openSpans() {
 
 void begin(const char* name) {
   OpenSpans& spans = openSpans();
-  if (spans.left_out == 0 && traceBegin(name)) {
+  if (spans.skipped == 0 && traceBegin(name)) {
     ++spans.written;
   } else {
-    ++spans.left_out;
+    ++spans.skipped;
   }
 }
 
 void end() {
   OpenSpans& spans = openSpans();
-  if (spans.left_out > 0) {
-    --spans.left_out;
+  if (spans.skipped > 0) {
+    --spans.skipped;
   } else if (spans.written > 0) {
     --spans.written;
     traceEnd();

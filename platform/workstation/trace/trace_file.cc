@@ -23,8 +23,8 @@ namespace {
 
 constexpr int kFirstTraceDescriptor = 200;
 
-// The first process to come writes the opening bracket. Whoever opens the file waits for the lock,
-// so that no event gets before the bracket.
+// The first process writes the opening bracket. Every process takes the lock when it opens the
+// file, so that no event precedes the bracket.
 bool writeOpening(int fd) {
   struct stat status {};
   while (flock(fd, LOCK_EX) != 0) {
@@ -35,11 +35,11 @@ bool writeOpening(int fd) {
   return opened;
 }
 
-// Invalid, with errno set, where the file cannot be written.
+// Returns an invalid descriptor with errno if the file cannot be written.
 Descriptor openTrace(const char* path) {
   constexpr mode_t kMode = 0644;
   const Descriptor low(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, kMode));
-  // Out of the range that programs use themselves.
+  // Out of the range that programs use for themselves.
   Descriptor fd(low ? fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstTraceDescriptor) : -1);
   if (fd && writeOpening(fd.get())) return fd;
   return {};
@@ -63,10 +63,10 @@ Descriptor& traceFile() {
   return file;
 }
 
-// At load, so that the file is opened before a device root is entered.
+// Runs when the library is loaded: it opens the file before the process enters a device root.
 [[gnu::constructor]] void openAtLoad() { traceFile(); }
 
-// "ph", "pid", "tid" and "ts", which every event has.
+// The fields "ph", "pid", "tid" and "ts" of every event.
 std::string commonFields(char phase) {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);

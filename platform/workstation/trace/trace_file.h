@@ -1,4 +1,4 @@
-// The trace file that QUILLON_TRACE names: Chrome trace events, one line each.
+// The trace file of the process: Chrome trace events, one for each line.
 #pragma once
 
 #include <string_view>
@@ -8,7 +8,7 @@ namespace quillon::workstation {
 // Whether the process writes a trace.
 bool isTracing();
 
-// Each appends one event of the calling thread and returns whether it was written.
+// Each function appends one event of the calling thread. Returns false if it could not be written.
 bool traceBegin(std::string_view name);
 bool traceEnd();
 bool traceInstant(std::string_view name);

@@ -18,7 +18,7 @@
 #include "quillon/host/plugin/validator_remedies.h"
 #include "quillon/host/plugin/validator_watchdog.h"
 #include "quillon_tv_plugin.h"
-#include "workstation/log_tail.h"
+#include "workstation/last_errors.h"
 
 namespace quillon::host {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "quillon/base/terminal.h"
-#include "workstation/log_tail.h"
+#include "workstation/last_errors.h"
 
 namespace quillon::host {
 namespace {

@@ -10,7 +10,7 @@
 #include "quillon/host/plugin/captured_output.h"
 #include "quillon/host/plugin/exit_explainer.h"
 #include "quillon/host/plugin/launch_calls.h"
-#include "workstation/log_tail.h"
+#include "workstation/last_errors.h"
 
 namespace quillon::host {
 namespace {

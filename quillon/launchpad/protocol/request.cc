@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "quillon/base/record.h"
-#include "workstation/log_handover.h"
+#include "workstation/log_config.h"
 
 namespace quillon::launchpad {
 namespace {

@@ -15,7 +15,7 @@
 #include "quillon/launchpad/state/limits.h"
 #include "quillon/launchpad/state/proc_self.h"
 #include "quillon/launchpad/state/process_state.h"
-#include "workstation/log_handover.h"
+#include "workstation/log_config.h"
 
 namespace quillon::launchpad {
 
@@ -30,7 +30,7 @@ struct Request {
   mode_t umask = 0;
   Limits limits;
   ProcessState shape;
-  workstation::LogHandover log;  // without its descriptor
+  workstation::LogConfig log;  // without its descriptor
   // Descriptors besides the standard ones that a program which it became would find, by number.
   std::vector<int> others;
 };

@@ -23,7 +23,7 @@ std::vector<std::string> filesOf(const host::LaunchTarget& target) {
 }
 
 std::string fingerprintOf(const std::vector<std::string>& files) {
-  std::string fingerprint = workstation::registryStamp() + '\0';
+  std::string fingerprint = workstation::registryFingerprint() + '\0';
   for (const std::string& file : files) appendFileIdentity(fingerprint, AT_FDCWD, file.c_str());
   return fingerprint;
 }

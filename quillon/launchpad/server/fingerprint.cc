@@ -69,7 +69,7 @@ void appendFileIdentity(std::string& fingerprint, int folder, const char* file) 
 }
 
 std::string currentFingerprint(const fs::path& plugin) {
-  std::string fingerprint = workstation::registryStamp() + '\0';
+  std::string fingerprint = workstation::registryFingerprint() + '\0';
   fingerprint.reserve(kUsualSize);
   addFoldersOfLists(fingerprint);
   addApiDirectory(fingerprint);

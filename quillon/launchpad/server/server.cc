@@ -363,11 +363,11 @@ void Server::reap(uint64_t number) {
     pools_.drop(process->key);
   }
   pools_.noteEnded(number);
-  if (clients_.find(client) == clients_.end()) return workstation::clearProcessNotes();
+  if (clients_.find(client) == clients_.end()) return workstation::forgetEndedProcesses();
   if (!hasBegun && !saidWhy) return retry(client);
   sendMessage(clients_[client].socket.get(), MessageKind::kEnded, toBytes(*ending));
   clients_.erase(client);
-  workstation::clearProcessNotes();
+  workstation::forgetEndedProcesses();
 }
 
 void Server::retry(uint64_t client) {

@@ -24,7 +24,7 @@
 #include "quillon/launchpad/worker/placeholders.h"
 #include "quillon/launchpad/worker/process_setup.h"
 #include "quillon/launchpad/worker/stdio.h"
-#include "workstation/log_handover.h"
+#include "workstation/log_config.h"
 #include "workstation/packages.h"
 
 namespace quillon::launchpad {
@@ -108,7 +108,7 @@ Expected<void> Worker::prepare() {
   setParentDeathSignal(launchPad_);
   RETURN_IF_FAILED(startRuntime());
   RETURN_IF_FAILED(prepareRuntime());
-  workstation::rememberPackages();
+  workstation::cachePackages();
   changes_ = changesSince(config_.environment);
   changes_.emplace("TMPDIR", std::nullopt);  // unset in a device root, whoever had it
   standard_.findDuplicates();
@@ -197,7 +197,7 @@ bool Worker::takeDescriptorsOver(RequestDescriptors descriptors, const Request& 
     standard_.lead(which, descriptors.standard[static_cast<size_t>(which)].get());
   }
   moveTerminal(descriptors.standard[STDERR_FILENO].get());
-  workstation::LogHandover log = request.log;
+  workstation::LogConfig log = request.log;
   log.descriptor = descriptors.log.release();
   workstation::useLog(log);
   began_ = std::move(descriptors.began);

@@ -1,4 +1,4 @@
-// The configuration store, its notices included.
+// The configuration store and its change notifications.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -16,8 +16,8 @@
 #include <thread>
 
 #include "platform/vconf.h"
+#include "tests/support/program.h"
 #include "tests/unit/platform/device_main.h"
-#include "tests/unit/platform/program.h"
 #include "workstation/config_store.h"
 
 namespace quillon::test {
@@ -35,7 +35,7 @@ using workstation::setConfig;
 constexpr const char* kKey = "db/menu/agree";
 constexpr const char* kFile = "/opt/usr/share/quillon/config/db/menu/agree";
 
-// Collects the integers of notices; one for each registration.
+// Collects the integers of notifications. Each registration has its own object.
 class Notices {
  public:
   static void callback(keynode_t* node, void* self) {
@@ -63,13 +63,13 @@ class Notices {
 class ConfigTest : public InsideDeviceTest {
  protected:
   void set(int value, const std::string& key = kKey) { ASSERT_TRUE(setConfig(key, value)); }
-  // The store's thread allocates nothing from here on: a child that is forked meanwhile would find
-  // the sanitizers' allocator locked.
+  // Waits until the store's thread allocates nothing more: otherwise a forked child might find the
+  // sanitizers' allocator locked.
   void awaitIdleThread(Notices& notices) {
     set(1);
     EXPECT_TRUE(notices.waitFor(1));
   }
-  // A change of another key, so that everything before it has been delivered.
+  // When the change of another key arrives, all changes before it have been delivered.
   void expectNoFurtherNotice(Notices& notices, size_t count) {
     Notices fence;
     ASSERT_EQ(vconf_notify_key_changed("fence", Notices::callback, &fence), 0);
@@ -115,7 +115,7 @@ TEST_F(ConfigTest, ReadsTextOfTextKeysOnly) {
   EXPECT_EQ(vconf_get_str(nullptr), nullptr);
 }
 
-TEST_F(ConfigTest, RefusesWhatIsNoKey) {
+TEST_F(ConfigTest, RejectsInvalidKeys) {
   for (const std::string key : {"", "/", "/a", "a/", "a//b", "../a", "a/../b", ".hidden", "a\nb"}) {
     EXPECT_FALSE(getConfig(key)) << key;
     EXPECT_FALSE(setConfig(key, 1)) << key;
@@ -125,14 +125,14 @@ TEST_F(ConfigTest, RefusesWhatIsNoKey) {
   EXPECT_TRUE(setConfig(std::string(200, 'k'), 1));
 }
 
-TEST_F(ConfigTest, SaysThatAFileHoldsNoValue) {
+TEST_F(ConfigTest, ReportsAMalformedFile) {
   for (const char* bad :
        {"", "int", "int 5", "int \n", "int 5x\n", "int 99999999999\n", "5\n", "string"}) {
     writeFile(kFile, bad);
     const auto value = getConfig(kKey);
     ASSERT_FALSE(value) << bad;
     EXPECT_EQ(value.error().what,
-              std::string("the configuration file '") + kFile + "' holds no value");
+              std::string("the configuration file '") + kFile + "' has no valid value");
     EXPECT_EQ(text(kKey), "null");
   }
 }
@@ -163,7 +163,7 @@ TEST_F(ConfigTest, ReadersSeeOldOrNewWhileAWriterReplaces) {
   writer.join();
 }
 
-TEST_F(ConfigTest, TellsTheFirstValueOfAKeyWhoseFolderIsMissing) {
+TEST_F(ConfigTest, ReportsTheFirstValueOfAKeyWhoseFolderIsMissing) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   set(3);
@@ -171,7 +171,7 @@ TEST_F(ConfigTest, TellsTheFirstValueOfAKeyWhoseFolderIsMissing) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, TellsChangesOfItsKeyOnlyAndOncePerChange) {
+TEST_F(ConfigTest, ReportsEachChangeOfItsKeyOnce) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   set(1, "db/menu/agreement");
@@ -182,7 +182,7 @@ TEST_F(ConfigTest, TellsChangesOfItsKeyOnlyAndOncePerChange) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, TellsEachRegistrationOfAKey) {
+TEST_F(ConfigTest, CallsEachRegistrationOfAKey) {
   Notices one;
   Notices other;
   const auto second = [](keynode_t* node, void* self) { Notices::callback(node, self); };
@@ -198,7 +198,7 @@ TEST_F(ConfigTest, TellsEachRegistrationOfAKey) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, second), 0);
 }
 
-TEST_F(ConfigTest, ATextGivesZero) {
+TEST_F(ConfigTest, ATextReadsAsZero) {
   Notices notices;
   set(5);
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
@@ -255,7 +255,7 @@ TEST_F(ConfigTest, TheLastOfTwoThousandChangesArrives) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, TellsChangesMadeByOtherProcessesAndByHand) {
+TEST_F(ConfigTest, ReportsChangesByOtherProcessesAndByHand) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   awaitIdleThread(notices);
@@ -266,7 +266,7 @@ TEST_F(ConfigTest, TellsChangesMadeByOtherProcessesAndByHand) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, GoesOnWhenTheFolderIsRemovedOrMovedAway) {
+TEST_F(ConfigTest, ContinuesWhenTheFolderIsRemovedOrMoved) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   const fs::path folder = fs::path(kFile).parent_path();
@@ -298,7 +298,7 @@ TEST_F(ConfigTest, StartsItsThreadWithTheFirstRegistrationOnly) {
             0);
 }
 
-// Every signal but SIGKILL, SIGSTOP and the two that libc keeps for itself.
+// All signals except SIGKILL, SIGSTOP and the two that libc reserves.
 constexpr uint64_t kAllSignals = 0xfffffffe7ffbfeff;
 
 uint64_t blockedSignals(const fs::path& task) {
@@ -318,7 +318,7 @@ TEST_F(ConfigTest, ItsThreadTakesNoSignals) {
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, AForkedChildStartsAnew) {
+TEST_F(ConfigTest, AForkedChildHasNoRegistrations) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   awaitIdleThread(notices);
@@ -342,7 +342,7 @@ TEST_F(ConfigTest, NullIsAFailure) {
   EXPECT_LT(vconf_ignore_key_changed("never/registered", Notices::callback), 0);
 }
 
-TEST_F(ConfigTest, WatchingBeginsWithTheValueAndEndsWhenTold) {
+TEST_F(ConfigTest, WatchingBeginsWithTheValueAndEndsWhenTheCallbackReturnsFalse) {
   set(1);
   std::vector<ConfigValue> seen;
   const auto watched = workstation::watchConfig(kKey, [&](const ConfigValue& value) {

@@ -1,25 +1,18 @@
-// Tests that run inside a device root of their own, which their main program makes and enters.
+// Tests of what the workstation platform stores at device paths. The test program runs inside its
+// own device root.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <string>
-
+#include "tests/support/device_main.h"
 #include "tests/support/skip.h"
 
 namespace quillon::test {
 
-// Why the process could not enter a device root; empty when it is in one.
-const std::string& whyOutside();
-
-// Begins with no package, no configuration and no registry.
+// Begins without packages, configuration and registry.
 class InsideDeviceTest : public ::testing::Test {
  protected:
   void SetUp() override;
 };
-
-// Runs `body` in a child process and returns its exit status; 128 + signal.
-int inChild(const std::function<int()>& body);
 
 }  // namespace quillon::test

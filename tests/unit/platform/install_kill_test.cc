@@ -1,4 +1,4 @@
-// An installation killed at every system call in turn: what stands afterwards is whole.
+// Kills an installation at each of its system calls. Packages must be complete afterwards.
 #include <gmock/gmock.h>
 #include <sys/syscall.h>
 
@@ -19,10 +19,10 @@ using workstation::listPackages;
 
 class InstallKillTest : public InsideDeviceTest {
  protected:
-  // Kills the work at its first, second, ... system call until it is through, and checks after
-  // each.
+  // Runs the work again and again, and kills it at its first, second, ... system call until it
+  // completes. Checks after each run.
   template <typename Prepare, typename Work, typename Check>
-  void killEverywhere(const Prepare& prepare, const Work& work, const Check& check) {
+  void killAtEachCall(const Prepare& prepare, const Work& work, const Check& check) {
     bool killed = true;
     size_t index = 1;
     for (; killed; ++index) {
@@ -41,8 +41,8 @@ class InstallKillTest : public InsideDeviceTest {
     EXPECT_GT(index, 50U) << "the work made no calls worth the name";
   }
 
-  // The next installation clears up; then files and registry agree and nothing else is there.
-  static void expectWhole() {
+  // The next installation cleans up. Then files and registry match and no other files are left.
+  static void expectComplete() {
     ASSERT_TRUE(SamplePackage("other").install());
     const auto packages = listPackages().value();
     size_t others = 0;
@@ -66,9 +66,9 @@ class InstallKillTest : public InsideDeviceTest {
     EXPECT_EQ(folders, packages.size());
   }
 
-  // And the package that was replaced is there, in whichever version.
-  static void expectWholeAndThere() {
-    expectWhole();
+  // In addition, the replaced package is installed, in the old or the new version.
+  static void expectCompleteAndInstalled() {
+    expectComplete();
     const auto packages = listPackages().value();
     ASSERT_EQ(packages.size(), 2U);
     EXPECT_EQ(packages[1].id, "p");
@@ -82,24 +82,24 @@ void install(const std::string& version, const std::string& line = "") {
 }
 
 TEST_F(InstallKillTest, ANewPackage) {
-  killEverywhere([] {}, [] { install("1"); }, expectWhole);
+  killAtEachCall([] {}, [] { install("1"); }, expectComplete);
 }
 
 TEST_F(InstallKillTest, AReplacement) {
-  killEverywhere([] { install("1"); }, [] { install("2"); }, expectWholeAndThere);
+  killAtEachCall([] { install("1"); }, [] { install("2"); }, expectCompleteAndInstalled);
 }
 
 TEST_F(InstallKillTest, AReplacementAtAnotherRoot) {
-  killEverywhere([] { install("1"); }, [] { install("2", "root = '/opt/share/p'"); },
-                 expectWholeAndThere);
+  killAtEachCall([] { install("1"); }, [] { install("2", "root = '/opt/share/p'"); },
+                 expectCompleteAndInstalled);
 }
 
 TEST_F(InstallKillTest, ARemoval) {
-  killEverywhere([] { install("1"); },
+  killAtEachCall([] { install("1"); },
                  [] {
                    if (!workstation::removePackage("p")) std::abort();
                  },
-                 expectWhole);
+                 expectComplete);
 }
 
 }  // namespace

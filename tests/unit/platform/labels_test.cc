@@ -8,9 +8,9 @@
 #include <optional>
 
 #include "platform/smack.h"
+#include "tests/support/program.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::test {
 namespace {
@@ -33,7 +33,7 @@ class LabelTest : public ::testing::Test {
     if (length < 0) return std::nullopt;
     return std::string(value, static_cast<size_t>(length));
   }
-  // The label, or "none", or "failed".
+  // Returns the label, "none" or "failed".
   static std::string label(decltype(smack_getlabel) get, const std::string& path,
                            smack_label_type type) {
     char* text = nullptr;
@@ -48,7 +48,7 @@ class LabelTest : public ::testing::Test {
   const std::string link = (folder.path() / "link").string();
 };
 
-TEST_F(LabelTest, EachTypeIsAnAttributeOfItsOwn) {
+TEST_F(LabelTest, EachTypeHasItsOwnAttribute) {
   needLabels();
   if (IsSkipped()) return;
   const std::pair<smack_label_type, const char*> types[] = {
@@ -64,7 +64,7 @@ TEST_F(LabelTest, EachTypeIsAnAttributeOfItsOwn) {
   }
 }
 
-TEST_F(LabelTest, OnlyTheLinkFormsActOnALink) {
+TEST_F(LabelTest, OnlyTheLinkFunctionsActOnALink) {
   needLabels();
   if (IsSkipped()) return;
   EXPECT_EQ(smack_setlabel(link.c_str(), "target", SMACK_LABEL_ACCESS), 0);
@@ -76,7 +76,7 @@ TEST_F(LabelTest, OnlyTheLinkFormsActOnALink) {
   EXPECT_EQ(label(smack_lgetlabel, link, SMACK_LABEL_ACCESS), "link");
 }
 
-TEST_F(LabelTest, NoLabelIsNoFailure) {
+TEST_F(LabelTest, AMissingLabelIsNotAFailure) {
   EXPECT_EQ(label(smack_getlabel, file, SMACK_LABEL_EXEC), "none");
   EXPECT_EQ(label(smack_lgetlabel, link, SMACK_LABEL_EXEC), "none");
   EXPECT_EQ(label(smack_getlabel, "/proc/self/status", SMACK_LABEL_EXEC), "none");
@@ -91,7 +91,7 @@ TEST_F(LabelTest, FailsWithErrno) {
   EXPECT_EQ(text, nullptr);
 }
 
-TEST_F(LabelTest, RefusesWhatIsNoLabel) {
+TEST_F(LabelTest, RejectsInvalidLabels) {
   const std::string longest(255, 'l');
   for (const std::string& bad : {std::string(), longest + "l"}) {
     EXPECT_EQ(smack_setlabel(file.c_str(), bad.c_str(), SMACK_LABEL_ACCESS), -1);

@@ -1,16 +1,16 @@
-// A program that logs and traces as its arguments tell it, one step each:
+// A program that logs and traces. Each argument is a step:
 //
-//   log:PRIORITY:TAG:TEXT   one record
-//   output:TEXT             one debug record as the plug-in logs what an application printed
-//   long:N                  a debug record of N letters
-//   replace-stderr          puts /dev/null in the place of descriptor 2
+//   log:PRIORITY:TAG:TEXT   logs one record
+//   output:TEXT             logs a debug record in the form of captured application output
+//   long:N                  logs a debug record of N letters
+//   replace-stderr          opens /dev/null as descriptor 2
 //   threads:T:N             T threads write N numbered debug records each
-//   forks:N                 N children log once each, while a thread logs errors all the time
+//   forks:N                 forks N children that log once each, while a thread logs errors
 //   last-error              prints lastErrorMessage()
 //   last-errors             prints each of lastErrorMessages()
-//   errno                   prints whether logging and tracing leave errno alone
+//   errno                   prints whether logging and tracing preserve errno
 //   begin:NAME  end  marker:TEXT
-//   fork-in-span            a child ends a span that its parent began
+//   fork-in-span            forks a child that ends a span of its parent
 //   name:TEXT               sets and prints the process name with prctl
 //   bad-prctl               prints the result and errno of a marker and of an unknown option
 #include <fcntl.h>
@@ -33,7 +33,7 @@
 #include "platform/dlog.h"
 #include "platform/launch_marker.h"
 #include "platform/trace.h"
-#include "workstation/log_tail.h"
+#include "workstation/last_errors.h"
 
 namespace {
 
@@ -63,7 +63,7 @@ void logFromForks(int children) {
   std::thread busy([&] {
     while (!stop) {
       __dlog_print(0, DLOG_ERROR, "P", "parent");
-      std::this_thread::yield();  // the lock to fork(2), too
+      std::this_thread::yield();  // lets fork(2) get the lock too
     }
   });
   for (int i = 0; i < children; ++i) {
@@ -123,7 +123,7 @@ void printBadPrctl() {
 
 void mark(const std::string& text) { prctl(PR_LAUNCH_MARKER, text.c_str(), text.size()); }
 
-// Cuts at ":", at most into `count` words.
+// Splits at ":" into at most `count` words.
 Words cut(const std::string& step, size_t count) {
   Words words;
   std::istringstream stream(step);

@@ -4,9 +4,9 @@
 
 #include <map>
 
+#include "tests/support/program.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::test {
 namespace {
@@ -75,7 +75,7 @@ TEST_F(LogTest, WritesNothingForNone) {
   EXPECT_EQ(ran.status, 0);
 }
 
-TEST_F(LogTest, LeavesColoursOutWhereStandardErrorIsNoTerminal) {
+TEST_F(LogTest, OmitsColoursIfStandardErrorIsNotATerminal) {
   EXPECT_THAT(probe({"log:6:T:\x1b[31mred\x1b[0m \x1b[2Kkept\n"}).err,
               EndsWith("): red \x1b[2Kkept\n"));
 }
@@ -119,8 +119,9 @@ TEST_F(LogTest, WritesExactJson) {
   EXPECT_LT(std::abs(all[0]["time_us"].get<int64_t>() / 1'000'000 - time(nullptr)), 10);
 }
 
-TEST_F(LogTest, ReplacesBytesThatAreNoUtf8) {
-  // A lone byte, an overlong form, a surrogate, a value past the last plane, a cut sequence.
+TEST_F(LogTest, ReplacesBytesThatAreNotUtf8) {
+  // A lone byte, an overlong form, a surrogate, a value beyond the last plane, a truncated
+  // sequence.
   probe({"log:3:T:\xff|\xc0\xaf|\xed\xa0\x80|\xf4\x90\x80\x80|\xe2\x82"},
         {{"QUILLON_LOG", "json:" + file}});
   const std::string r = "\xef\xbf\xbd";
@@ -135,7 +136,7 @@ TEST_F(LogTest, WritesTextsOfAnyLength) {
   }
 }
 
-TEST_F(LogTest, NamesBadValuesInOneLineEachAndGoesOnWithDefaults) {
+TEST_F(LogTest, ReportsInvalidValuesInOneLineEachAndUsesDefaults) {
   const Finished ran =
       probe(kThreeLevels, {{"QUILLON_LOG", "printer"}, {"QUILLON_LOG_LEVEL", "x"}});
   EXPECT_THAT(linesOf(ran.err),
@@ -147,7 +148,7 @@ TEST_F(LogTest, NamesBadValuesInOneLineEachAndGoesOnWithDefaults) {
                           EndsWith("): error")));
 }
 
-TEST_F(LogTest, NamesAFileThatCannotBeOpenedAndGoesOnOnTheTerminal) {
+TEST_F(LogTest, ReportsAFileThatCannotBeOpenedAndUsesTheTerminal) {
   const Finished ran = probe(kThreeLevels, {{"QUILLON_LOG", "file:/nowhere/log"}});
   EXPECT_THAT(linesOf(ran.err),
               ElementsAre("quillon: QUILLON_LOG: cannot open the log file '/nowhere/log': No such "
@@ -155,14 +156,14 @@ TEST_F(LogTest, NamesAFileThatCannotBeOpenedAndGoesOnOnTheTerminal) {
                           EndsWith("): error")));
 }
 
-TEST_F(LogTest, SaysThatNoJournalListens) {
+TEST_F(LogTest, ReportsThatNoJournalListens) {
   if (access("/run/systemd/journal/socket", F_OK) == 0) QUILLON_SKIP("a journal listens here");
   EXPECT_THAT(linesOf(probe({}, {{"QUILLON_LOG", "journal"}}).err),
               ElementsAre("quillon: QUILLON_LOG=journal: no journal listens at "
                           "/run/systemd/journal/socket; going on with errors on the terminal"));
 }
 
-TEST_F(LogTest, KeepsRecordsWholeWhenProcessesAndThreadsShareAFile) {
+TEST_F(LogTest, WritesCompleteRecordsWhenProcessesAndThreadsShareAFile) {
   constexpr int kProcesses = 8;
   std::vector<std::unique_ptr<Program>> programs;
   for (int i = 0; i < kProcesses; ++i) {
@@ -187,7 +188,7 @@ TEST_F(LogTest, LogsInChildrenOfAProcessWithBusyThreads) {
   EXPECT_THAT(ran.out, Not(HasSubstr("failed")));
 }
 
-TEST_F(LogTest, RemembersTheMessageOfTheLastErrorWhateverTheSink) {
+TEST_F(LogTest, KeepsTheMessageOfTheLastErrorForEverySink) {
   const std::string line = "log:6:QUILLON:a.cc: f(3) > \x1b[31mCannot go on: 7 > 5\x1b[0m\n";
   for (const char* sink : {"none", "terminal"}) {
     const Finished ran =
@@ -197,7 +198,7 @@ TEST_F(LogTest, RemembersTheMessageOfTheLastErrorWhateverTheSink) {
   EXPECT_EQ(probe({"last-error"}).out, "\n");
 }
 
-TEST_F(LogTest, RemembersTheLast16Errors) {
+TEST_F(LogTest, KeepsTheLast16Errors) {
   std::vector<std::string> steps;
   std::string last16;
   for (int i = 0; i < 18; ++i) {
@@ -209,7 +210,7 @@ TEST_F(LogTest, RemembersTheLast16Errors) {
   EXPECT_EQ(probe({"last-errors"}).out, "");
 }
 
-TEST_F(LogTest, LeavesErrnoAloneAndFormatsIt) {
+TEST_F(LogTest, PreservesErrnoAndFormatsIt) {
   const Finished ran = probe({"errno"}, {{"QUILLON_TRACE", file}});
   EXPECT_EQ(ran.out, "kept\n");
   EXPECT_THAT(ran.err, HasSubstr("Argument list too long"));

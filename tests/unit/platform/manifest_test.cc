@@ -2,8 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/support/program.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::workstation {
 namespace {
@@ -18,7 +18,7 @@ class ManifestTest : public ::testing::Test {
     test::writeFile(path, text);
     return readManifest(path);
   }
-  // "LINE:COLUMN: what; remedy", or "accepted".
+  // Returns "LINE:COLUMN: what; remedy", or "accepted".
   std::string mistake(const std::string& text) {
     const auto manifest = read(text);
     if (manifest) return "accepted";
@@ -31,7 +31,7 @@ class ManifestTest : public ::testing::Test {
   const std::string path = (folder.path() / "m.toml").string();
 };
 
-TEST_F(ManifestTest, FillsInWhatIsLeftOut) {
+TEST_F(ManifestTest, UsesDefaultsForMissingKeys) {
   const auto manifest =
       read("[package]\nid='a.b'\nversion='1'\n[[application]]\nid='a.b.c'\nexec='x.dll'\n");
   ASSERT_TRUE(manifest) << manifest.error().what;
@@ -95,19 +95,19 @@ TEST_F(ManifestTest, APackageNeedsNoApplication) {
 
 constexpr const char* kHead = "[package]\nid='p'\nversion='1'\n";
 
-TEST_F(ManifestTest, NamesThePlaceOfAMistakeInThePackage) {
+TEST_F(ManifestTest, ReportsThePositionOfAMistakeInThePackage) {
   const std::string idRemedy = "; write an id such as \"org.example.clock\"";
   EXPECT_EQ(mistake(""),
             "1:1: key 'package' is missing; begin the manifest with a [package] table");
   EXPECT_EQ(mistake("package = 1"),
-            "1:11: key 'package' is no table; begin the manifest with a [package] table");
+            "1:11: key 'package' is not a table; begin the manifest with a [package] table");
   EXPECT_EQ(mistake("[package]\nversion='1'"), "1:1: key 'package.id' is missing" + idRemedy);
   EXPECT_EQ(mistake("[package]\nid=5\nversion='1'"),
-            "2:4: key 'package.id' is no string" + idRemedy);
+            "2:4: key 'package.id' is not a string" + idRemedy);
   EXPECT_EQ(mistake("[package]\nid=''\nversion='1'"), "2:4: key 'package.id' is empty" + idRemedy);
   for (const char* bad : {"a/b", "a:b", "/"}) {
     EXPECT_EQ(mistake("[package]\nid='" + std::string(bad) + "'\nversion='1'"),
-              "2:4: key 'package.id' holds '/' or ':'" + idRemedy);
+              "2:4: key 'package.id' contains '/' or ':'" + idRemedy);
   }
   for (const char* bad : {".", ".."}) {
     EXPECT_EQ(mistake("[package]\nid='" + std::string(bad) + "'\nversion='1'"),
@@ -115,7 +115,7 @@ TEST_F(ManifestTest, NamesThePlaceOfAMistakeInThePackage) {
   }
   for (const char* bad : {"a\\u0000b", "a\\nb", "\\u007f"}) {
     EXPECT_EQ(mistake("[package]\nid=\"" + std::string(bad) + "\"\nversion='1'"),
-              "2:4: key 'package.id' holds a control character" + idRemedy);
+              "2:4: key 'package.id' contains a control character" + idRemedy);
   }
   EXPECT_EQ(mistake("[package]\nid='" + std::string(201, 'i') + "'\nversion='1'"),
             "2:4: key 'package.id' is longer than 200 bytes" + idRemedy);
@@ -124,7 +124,7 @@ TEST_F(ManifestTest, NamesThePlaceOfAMistakeInThePackage) {
             "1:1: key 'package.version' is missing; write a version such as \"1.0.0\"");
 }
 
-TEST_F(ManifestTest, NamesUnknownKeys) {
+TEST_F(ManifestTest, ReportsUnknownKeys) {
   EXPECT_EQ(mistake("[package]\nid='p'\nversion='1'\nverison='2'"),
             "4:9: key 'package.verison' is unknown; the keys here are id, version, root, "
             "privileges, files");
@@ -135,7 +135,7 @@ TEST_F(ManifestTest, NamesUnknownKeys) {
             "metadata");
 }
 
-TEST_F(ManifestTest, AcceptsOnlyRootsThatAPackageMayHave) {
+TEST_F(ManifestTest, AcceptsOnlyValidRoots) {
   const std::string remedy =
       "; write a path such as \"/opt/usr/apps/org.example.clock\", or leave the key out";
   const auto wrong = [&](const std::string& root) {
@@ -144,14 +144,14 @@ TEST_F(ManifestTest, AcceptsOnlyRootsThatAPackageMayHave) {
   const std::string at = "4:6: key 'package.root' ";
   for (const char* bad :
        {"relative", "/opt/usr/../etc", "/opt/usr/apps/", "/opt//usr/x", "/opt/usr/./x"}) {
-    EXPECT_EQ(wrong(bad), at + "is no absolute path in its shortest form" + remedy) << bad;
+    EXPECT_EQ(wrong(bad), at + "is not an absolute path in its shortest form" + remedy) << bad;
   }
   for (const char* bad : {"/etc/x", "/opt/usr", "/opt/etc/x", "/usr/bin", "/opt/usrx/y"}) {
     EXPECT_EQ(wrong(bad), at + "is not under /opt/usr/, /usr/apps/ or /opt/share/" + remedy) << bad;
   }
-  EXPECT_EQ(wrong("/opt/usr/a:b"), at + "holds ':', which joins lists of paths" + remedy);
+  EXPECT_EQ(wrong("/opt/usr/a:b"), at + "contains ':', which joins lists of paths" + remedy);
   for (const char* bad : {"/opt/usr/share/quillon", "/opt/usr/share/quillon/config/x"}) {
-    EXPECT_EQ(wrong(bad), at + "lies in the platform's own folder" + remedy) << bad;
+    EXPECT_EQ(wrong(bad), at + "is in the platform's own folder" + remedy) << bad;
   }
   for (const char* good :
        {"/opt/usr/x", "/usr/apps/x", "/opt/share/x/y", "/opt/usr/share/quillons"}) {
@@ -159,31 +159,31 @@ TEST_F(ManifestTest, AcceptsOnlyRootsThatAPackageMayHave) {
   }
 }
 
-TEST_F(ManifestTest, NamesThePlaceOfAMistakeInLists) {
+TEST_F(ManifestTest, ReportsThePositionOfAMistakeInLists) {
   const std::string privileges = "; write a list of strings such as [\"/privilege/internet\"]";
   EXPECT_EQ(mistake(std::string(kHead) + "privileges='x'"),
-            "4:12: key 'package.privileges' is no list" + privileges);
+            "4:12: key 'package.privileges' is not a list" + privileges);
   EXPECT_EQ(mistake(std::string(kHead) + "privileges=['x', 1]"),
-            "4:18: key 'package.privileges' holds something else than strings" + privileges);
+            "4:18: key 'package.privileges' contains a value that is not a string" + privileges);
   EXPECT_EQ(mistake(std::string(kHead) + "privileges=['']"),
             "4:13: key 'package.privileges' is empty" + privileges);
   EXPECT_EQ(mistake(std::string(kHead) + "files='none'"),
-            "4:7: key 'package.files' names no folder: '" + (folder.path() / "none").string() +
-                "'; name a folder, relative to the manifest's");
+            "4:7: key 'package.files' does not name a folder: '" +
+                (folder.path() / "none").string() + "'; name a folder, relative to the manifest's");
 }
 
-TEST_F(ManifestTest, NamesThePlaceOfAMistakeInAnApplication) {
+TEST_F(ManifestTest, ReportsThePositionOfAMistakeInAnApplication) {
   const auto wrong = [&](const std::string& lines) {
     return mistake(std::string(kHead) + "[[application]]\n" + lines);
   };
   const std::string execRemedy =
       "; write the assembly's path relative to the package's root, such as \"bin/Clock.dll\"";
   EXPECT_EQ(mistake(std::string(kHead) + "[application]\nid='a'"),
-            "4:1: key 'application' is no list of tables; write [[application]], with two "
+            "4:1: key 'application' is not a list of tables; write [[application]], with two "
             "brackets, before each application");
   EXPECT_EQ(wrong("id='a'"), "4:1: key 'application.exec' is missing" + execRemedy);
   EXPECT_EQ(wrong("id='a'\nexec='../x.dll'"),
-            "6:6: key 'application.exec' holds '..'" + execRemedy);
+            "6:6: key 'application.exec' contains '..'" + execRemedy);
   EXPECT_EQ(wrong("id='a'\nexec='bin/'"),
             "6:6: key 'application.exec' names a folder" + execRemedy);
   EXPECT_EQ(wrong("id='a'\nexec='x'\ntype=''"),
@@ -192,28 +192,30 @@ TEST_F(ManifestTest, NamesThePlaceOfAMistakeInAnApplication) {
             "7:11: key 'application.component' is neither \"ui\" nor \"service\"; write \"ui\" or "
             "\"service\"");
   EXPECT_EQ(wrong("id='a'\nexec='x'\nmetadata=1"),
-            "7:10: key 'application.metadata' is no table; write a table of strings such as { "
+            "7:10: key 'application.metadata' is not a table; write a table of strings such as { "
             "\"/velora/metadata/name\" = \"value\" }");
-  EXPECT_EQ(wrong("id='a'\nexec='x'\nmetadata={ k = 1 }"),
-            "7:16: key 'application.metadata.k' is no string; write a table of strings such as { "
-            "\"/velora/metadata/name\" = \"value\" }");
+  EXPECT_EQ(
+      wrong("id='a'\nexec='x'\nmetadata={ k = 1 }"),
+      "7:16: key 'application.metadata.k' is not a string; write a table of strings such as { "
+      "\"/velora/metadata/name\" = \"value\" }");
   EXPECT_EQ(wrong("id='a'\nexec='x'\n[[application]]\nid='a'\nexec='y'"),
-            "8:4: key 'application.id' 'a' is there twice; give each application an id of its own");
+            "8:4: key 'application.id' 'a' occurs twice; give each application an id of its own");
 }
 
 TEST_F(ManifestTest, ReportsTheFirstMistakeOnly) {
   EXPECT_THAT(mistake("[package]\nid=1\nversion=2\nroot=3"), ::testing::StartsWith("2:4:"));
 }
 
-TEST_F(ManifestTest, SaysWhereTheFileIsNoToml) {
-  EXPECT_THAT(mistake("[package]\nid = \n"), ::testing::StartsWith("2:6: this is no TOML: "));
+TEST_F(ManifestTest, ReportsThePositionOfInvalidToml) {
+  EXPECT_THAT(mistake("[package]\nid = \n"),
+              ::testing::StartsWith("2:6: this is not valid TOML: "));
   for (const std::string header : {"[=]", "[!a]", "[\1]", "[a\xef\xbb\xbd]", "[a \xef\xac\xa6]"}) {
     EXPECT_THAT(mistake(header), ::testing::StartsWith("1:")) << header;
-    EXPECT_THAT(mistake(header), ::testing::HasSubstr(": this is no TOML: ")) << header;
+    EXPECT_THAT(mistake(header), ::testing::HasSubstr(": this is not valid TOML: ")) << header;
   }
 }
 
-TEST_F(ManifestTest, SaysThatTheFileCannotBeRead) {
+TEST_F(ManifestTest, ReportsAFileThatCannotBeRead) {
   const auto missing = readManifest(folder.path() / "missing.toml");
   ASSERT_FALSE(missing);
   EXPECT_THAT(missing.error().what, ::testing::StartsWith("cannot read the manifest '"));

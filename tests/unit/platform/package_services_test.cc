@@ -1,4 +1,4 @@
-// The package services' C interface over an installed registry.
+// The C interface of the package services.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 
 #include "platform/app_info.h"
 #include "platform/package_info.h"
@@ -90,7 +89,7 @@ TEST_F(ServicesTest, AHandleOutlivesItsPackage) {
   app_info_destroy(app);
 }
 
-TEST_F(ServicesTest, AnUnknownIdLeavesTheHandleAlone) {
+TEST_F(ServicesTest, AnUnknownIdDoesNotChangeTheHandle) {
   app_info_h app = nullptr;
   package_info_h package = nullptr;
   pkgmgrinfo_pkginfo_h record = nullptr;
@@ -126,7 +125,7 @@ TEST_F(ServicesTest, MetadataFilter) {
   EXPECT_THAT(matching({{k, "none"}}), IsEmpty());
 }
 
-TEST_F(ServicesTest, StopsWhenTheCallbackSaysSo) {
+TEST_F(ServicesTest, StopsWhenTheCallbackReturnsFalse) {
   const auto stopMetadata = [](const char*, const char*, void* count) {
     return ++*static_cast<int*>(count) < 1;
   };
@@ -198,7 +197,7 @@ TEST_F(ServicesTest, PackageManager) {
   EXPECT_EQ(pkgmgrinfo_appinfo_destroy_appinfo(app), 0);
 }
 
-TEST_F(ServicesTest, UsersPackagesComeBeforeThoseForAll) {
+TEST_F(ServicesTest, UsersPackagesComeBeforePackagesForAll) {
   constexpr uid_t kUser = 1234;
   ASSERT_TRUE(SamplePackage("moon").add("root='/opt/share/own'").install(kUser));
   const auto root = [](uid_t user) {
@@ -252,48 +251,48 @@ TEST_F(ServicesTest, AProcessIsKnownUntilItEnds) {
   EXPECT_FALSE(workstation::registerProcess(child, "clock"));
 }
 
-// Makes a process's note that of one which started a tick earlier.
-void age(const std::filesystem::path& note) {
-  const std::string text = std::filesystem::read_symlink(note).string();
+// Changes the record of a process to that of a process that started one tick earlier.
+void age(const std::filesystem::path& link) {
+  const std::string text = std::filesystem::read_symlink(link).string();
   const size_t end = text.find(':');
-  std::filesystem::remove(note);
-  std::filesystem::create_symlink(std::to_string(std::stoull(text) - 1) + text.substr(end), note);
+  std::filesystem::remove(link);
+  std::filesystem::create_symlink(std::to_string(std::stoull(text) - 1) + text.substr(end), link);
 }
 
-TEST_F(ServicesTest, ANoteDoesNotFitALaterProcessWithTheSameId) {
+TEST_F(ServicesTest, ARecordDoesNotApplyToALaterProcessWithTheSameId) {
   ASSERT_TRUE(workstation::registerProcess(getpid(), "clock"));
   char package[1024] = "";
   ASSERT_EQ(aul_app_get_pkgid_bypid(getpid(), package, sizeof package), 0);
   age(std::filesystem::path(kProcesses) / std::to_string(getpid()));
   EXPECT_LT(aul_app_get_pkgid_bypid(getpid(), package, sizeof package), 0);
-  // Its own note takes the place of the earlier one.
+  // Registering again replaces the earlier record.
   ASSERT_TRUE(workstation::registerProcess(getpid(), "moon"));
   ASSERT_EQ(aul_app_get_pkgid_bypid(getpid(), package, sizeof package), 0);
   EXPECT_STREQ(package, "moon");
 }
 
-TEST_F(ServicesTest, NotesOfEndedProcessesAreClearedAway) {
+TEST_F(ServicesTest, RecordsOfEndedProcessesAreRemoved) {
   const pid_t child = fork();
   if (child == 0) _exit(workstation::registerProcess(getpid(), "clock") ? 0 : 1);
   int status = -1;
   waitpid(child, &status, 0);
   ASSERT_EQ(status, 0);
-  const auto note = std::filesystem::path(kProcesses) / std::to_string(child);
-  EXPECT_TRUE(std::filesystem::is_symlink(note));
+  const auto link = std::filesystem::path(kProcesses) / std::to_string(child);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
   ASSERT_TRUE(workstation::registerProcess(getppid(), "moon"));
-  workstation::clearProcessNotes();
-  EXPECT_FALSE(std::filesystem::is_symlink(note));
+  workstation::forgetEndedProcesses();
+  EXPECT_FALSE(std::filesystem::is_symlink(link));
   EXPECT_TRUE(
       std::filesystem::is_symlink(std::filesystem::path(kProcesses) / std::to_string(getppid())));
 }
 
-TEST_F(ServicesTest, AProcessThatCannotBeNotedIsAFailureWithItsCause) {
+TEST_F(ServicesTest, AFailedRegistrationReportsItsCause) {
   std::filesystem::create_directories("/opt/usr/share/quillon");
   std::filesystem::remove_all(kProcesses);
   std::ofstream(kProcesses) << "a file";
-  const auto noted = workstation::registerProcess(getpid(), "clock");
-  ASSERT_FALSE(noted);
-  EXPECT_THAT(noted.error().what, ::testing::HasSubstr("Not a directory"));
+  const auto registered = workstation::registerProcess(getpid(), "clock");
+  ASSERT_FALSE(registered);
+  EXPECT_THAT(registered.error().what, ::testing::HasSubstr("Not a directory"));
   std::filesystem::remove(kProcesses);
 }
 

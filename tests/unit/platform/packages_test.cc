@@ -39,7 +39,7 @@ class PackagesTest : public InsideDeviceTest {
   }
 };
 
-TEST_F(PackagesTest, AMissingRegistryIsEmptyAndReadingDoesNotMakeIt) {
+TEST_F(PackagesTest, AMissingRegistryIsEmptyAndReadingDoesNotCreateIt) {
   EXPECT_THAT(all(), IsEmpty());
   EXPECT_FALSE(findPackageOfApplication("a").value());
   EXPECT_FALSE(fs::exists("/opt/usr/share/quillon"));
@@ -107,34 +107,36 @@ TEST_F(PackagesTest, RemovesAPackageWhoseFilesAreGone) {
   EXPECT_TRUE(removePackage("p").value());
 }
 
-TEST_F(PackagesTest, LeavesFoldersOfOthersAlone) {
+TEST_F(PackagesTest, DoesNotTouchFoldersOfOthers) {
   writeFile("/opt/usr/apps/p/precious", "data");
   EXPECT_EQ(failureOf(SamplePackage("p").file("f", "").install()),
-            "'/opt/usr/apps/p' is there already and belongs to no package");
+            "'/opt/usr/apps/p' exists already and belongs to no package");
   EXPECT_EQ(contentsOf("/opt/usr/apps/p/precious"), "data");
   EXPECT_THAT(all(), IsEmpty());
 }
 
-TEST_F(PackagesTest, TakesAnEmptyFolderAsItsRoot) {
+TEST_F(PackagesTest, AcceptsAnEmptyFolderAsItsRoot) {
   fs::create_directories("/opt/usr/apps/p");
   EXPECT_EQ(failureOf(SamplePackage("p").file("f", "").install()), "installed");
   EXPECT_TRUE(fs::exists("/opt/usr/apps/p/f"));
 }
 
-TEST_F(PackagesTest, NoTwoPackagesMeet) {
+TEST_F(PackagesTest, PackagesMustNotOverlap) {
   ASSERT_TRUE(SamplePackage("p").install());
   for (const char* root : {"/opt/usr/apps/p", "/opt/usr/apps/p/in", "/opt/usr/apps"}) {
-    EXPECT_EQ(failureOf(SamplePackage("q").add("root='" + std::string(root) + "'").install()),
-              "the root '" + std::string(root) +
-                  "' of package 'q' meets '/opt/usr/apps/p', that of the installed package 'p'");
+    EXPECT_EQ(
+        failureOf(SamplePackage("q").add("root='" + std::string(root) + "'").install()),
+        "the root '" + std::string(root) +
+            "' of package 'q' overlaps '/opt/usr/apps/p', the root of the installed package 'p'");
   }
-  EXPECT_EQ(failureOf(SamplePackage("p").add("root='/opt/usr/apps/p/in'").install()),
-            "the root '/opt/usr/apps/p/in' of package 'p' meets '/opt/usr/apps/p', that of the "
-            "installed package 'p'");
+  EXPECT_EQ(
+      failureOf(SamplePackage("p").add("root='/opt/usr/apps/p/in'").install()),
+      "the root '/opt/usr/apps/p/in' of package 'p' overlaps '/opt/usr/apps/p', the root of the "
+      "installed package 'p'");
   EXPECT_EQ(failureOf(SamplePackage("p2").install()), "installed");
 }
 
-TEST_F(PackagesTest, NoTwoPackagesHoldAnApplication) {
+TEST_F(PackagesTest, PackagesMustNotContainTheSameApplication) {
   ASSERT_TRUE(SamplePackage("p").add("[[application]]\nid='a'\nexec='x'").install());
   EXPECT_EQ(failureOf(SamplePackage("q").add("[[application]]\nid='a'\nexec='x'").install()),
             "application 'a' is part of the installed package 'p'");
@@ -159,11 +161,11 @@ TEST_F(PackagesTest, DoesNotCopyAPackageIntoItself) {
   EXPECT_THAT(namesIn("/opt/usr/apps"), IsEmpty());
 }
 
-TEST_F(PackagesTest, AUsersOwnPackageGoesBeforeThatForAll) {
+TEST_F(PackagesTest, AUsersPackageHidesThePackageForAll) {
   const uid_t self = geteuid();
   if (self == 0) {
     EXPECT_EQ(inChild([] {
-                // Root's own packages are those for all, so this takes another user.
+                // Packages of root are for all users, so this needs another user.
                 fs::create_directories("/opt/usr/share/quillon");
                 fs::permissions("/opt/usr/share/quillon", fs::perms::all);
                 EXPECT_TRUE(SamplePackage("p", "all").install());
@@ -188,8 +190,8 @@ TEST_F(PackagesTest, AUsersOwnPackageGoesBeforeThatForAll) {
   EXPECT_EQ(findPackageOfApplication("a").value()->version, "all");
 }
 
-// What a process has found it knows again only while the registry is the same.
-TEST_F(PackagesTest, AnAnswerOfBeforeYieldsToWhatAnotherProcessInstalls) {
+// The lookup cache is valid only as long as the registry does not change.
+TEST_F(PackagesTest, LookupsSeeAnInstallByAnotherProcess) {
   const auto versionOfA = [] {
     const auto package = findPackageOfApplication("a");
     return package && *package ? (*package)->version : std::string("none");
@@ -243,7 +245,7 @@ TEST_F(PackagesTest, ManyProcessesInstallListAndRegisterAtOnce) {
   EXPECT_THAT(namesIn("/opt/usr/apps"), SizeIs(kProcesses + 1));
 }
 
-TEST_F(PackagesTest, SaysThatTheRegistryIsDamaged) {
+TEST_F(PackagesTest, ReportsADamagedRegistry) {
   writeFile(kRegistry, std::string(4096, 'x'));
   const auto list = listPackages();
   ASSERT_FALSE(list);

@@ -6,13 +6,13 @@
 #include <filesystem>
 #include <string>
 
+#include "tests/support/program.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 #include "workstation/packages.h"
 
 namespace quillon::test {
 
-// A manifest in a fresh folder, with a folder "files" beside it.
+// A manifest in a new folder, with a folder "files" beside it.
 class SamplePackage {
  public:
   explicit SamplePackage(std::string id, std::string version = "1") {
@@ -22,7 +22,7 @@ class SamplePackage {
     lines_ += lines + "\n";
     return *this;
   }
-  // A file of the package; the first one brings the key "files" in.
+  // Adds a file to the package. The first call adds the key "files" to the manifest.
   SamplePackage& file(const std::string& name, const std::string& contents) {
     if (!std::filesystem::exists(folder_.path() / "files")) add("files = 'files'");
     writeFile((folder_.path() / "files" / name).string(), contents);

@@ -4,8 +4,8 @@
 #include <map>
 #include <memory>
 
+#include "tests/support/program.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::test {
 namespace {
@@ -21,7 +21,7 @@ class TraceTest : public ::testing::Test {
     steps.insert(steps.begin(), LOG_PROBE);
     return run(steps, {{"QUILLON_TRACE", file}, {"QUILLON_LOG", "none"}});
   }
-  // As the viewers do, with the bracket closed.
+  // Trace viewers accept a missing closing bracket; the JSON parser does not.
   Json events() {
     std::string text = contentsOf(file);
     EXPECT_TRUE(text.starts_with("[\n")) << text;
@@ -52,7 +52,7 @@ TEST_F(TraceTest, WritesSpansAndMarkersInOrder) {
   EXPECT_EQ(events()[1]["cat"], "marker");
 }
 
-TEST_F(TraceTest, WritesNoEndWithoutABeginning) {
+TEST_F(TraceTest, WritesNoEndWithoutABegin) {
   probe({"end", "begin:only", "end", "end"});
   EXPECT_THAT(phases(), ElementsAre("Bonly", "E"));
 }
@@ -67,7 +67,7 @@ TEST_F(TraceTest, WritesAnEmptyArrayForAProcessWithoutEvents) {
   EXPECT_THAT(events(), IsEmpty());
 }
 
-TEST_F(TraceTest, BeginsTheArrayInAFileThatIsThereAndEmpty) {
+TEST_F(TraceTest, BeginsTheArrayInAnExistingEmptyFile) {
   writeFile(file, "");
   probe({"marker:m"});
   EXPECT_THAT(phases(), ElementsAre("im"));
@@ -88,7 +88,7 @@ TEST_F(TraceTest, ManyProcessesShareAFile) {
   for (const auto& [process, count] : perProcess) EXPECT_EQ(count, 200);
 }
 
-TEST_F(TraceTest, NamesAFileThatCannotBeWritten) {
+TEST_F(TraceTest, ReportsAFileThatCannotBeWritten) {
   const Finished ran = run({LOG_PROBE, "begin:x", "end"}, {{"QUILLON_TRACE", "/nowhere/t"}});
   EXPECT_EQ(ran.err,
             "quillon: QUILLON_TRACE: cannot write the trace file '/nowhere/t': No such file or "

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/program.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::test {
 

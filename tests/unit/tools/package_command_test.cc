@@ -61,7 +61,8 @@ TEST_F(PackageCommandTest, AMistakeIsReportedInOneLineWithItsPosition) {
   const std::string path = manifest("missing");
   const Finished refused = quillon({"package", "install", path});
   EXPECT_EQ(refused.status, 112);
-  EXPECT_EQ(refused.err, "quillon: " + path + ":5:9: key 'package.files' names no folder: '" +
+  EXPECT_EQ(refused.err, "quillon: " + path +
+                             ":5:9: key 'package.files' does not name a folder: '" +
                              (folder() / "manifests/missing").string() +
                              "'; name a folder, relative to the manifest's\n");
   EXPECT_EQ(quillon({"package", "list"}).out, "no packages are installed\n");

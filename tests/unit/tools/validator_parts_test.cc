@@ -10,8 +10,8 @@
 #include "quillon/validator/policy.h"
 #include "quillon/validator/request.h"
 #include "quillon/validator/requester.h"
+#include "tests/support/program.h"
 #include "tests/support/temporary_directory.h"
-#include "tests/unit/platform/program.h"
 
 namespace quillon::validator {
 namespace {

@@ -1,4 +1,4 @@
-// Says that it runs, and in which process; with an argument it stays until its input ends.
+// Prints "ready" and its process id. With an argument, it waits until its input ends.
 using System;
 
 internal static class Program

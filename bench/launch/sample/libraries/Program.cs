@@ -1,5 +1,5 @@
-// Writes 200 assemblies, Velora.Bench.Library001 to 200, into a folder: each with one public class
-// Library and its method Number.
+// Writes 200 assemblies, Velora.Bench.Library001 to 200, to a folder. Each has a public class
+// Library with a method Number.
 using System;
 using System.IO;
 using System.Reflection;

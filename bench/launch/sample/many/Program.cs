@@ -1,4 +1,4 @@
-// As Hello, with 200 assemblies of its own, of which it has used one by its first output.
+// Like Hello, with 200 own assemblies. It uses one of them before its first output.
 using System;
 
 internal static class Program

@@ -1,7 +1,8 @@
 // The workstation's configuration store, for `quillon config`.
 //
-// One file for each key below a fixed device directory, replaced atomically; its grammar is in
-// docs/configuration-store.md. Any number of processes and threads may use it at once.
+// Each key is a file below a fixed device directory, which is replaced atomically.
+// docs/configuration-store.md describes its grammar. Any number of processes and threads may use
+// the store at once.
 #pragma once
 
 #include <functional>
@@ -15,14 +16,14 @@ namespace quillon::workstation {
 
 using ConfigValue = std::variant<int, std::string>;
 
-// The value of a key; empty when the key is absent.
+// Returns the value of a key; nullopt if the key is not set.
 [[nodiscard]] Expected<std::optional<ConfigValue>> getConfig(const std::string& key);
 
 [[nodiscard]] Expected<void> setConfig(const std::string& key, const ConfigValue& value);
 
-// Calls `changed` with the key's value, if it has one, and then after every change, on the calling
-// thread, until it returns false. Of changes that follow each other closely some may be left out,
-// never the last one.
+// Calls `changed` with the key's value, if it is set, and then after every change, on the calling
+// thread, until `changed` returns false. Several changes in quick succession may cause only one
+// call, which gets the last value.
 [[nodiscard]] Expected<void> watchConfig(const std::string& key,
                                          const std::function<bool(const ConfigValue&)>& changed);
 

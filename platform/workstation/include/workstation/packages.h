@@ -1,10 +1,11 @@
-// The workstation's package registry, for the tools that fill it and the launcher that reads it.
+// The workstation's package registry: installs, removes and finds packages, and knows which process
+// runs which package.
 //
-// The registry is an SQLite database at a fixed device path, so it belongs to the device root that
-// the calling process has entered. Any number of processes may use it at once.
+// The registry is an SQLite database at a fixed device path. It therefore belongs to the device
+// root that the calling process has entered. Any number of processes may use it at once.
 //
-// Results are owned by the caller. Thread safety: every call opens the registry for itself, so any
-// thread may make one.
+// The caller owns all results. Thread safety: every call opens its own connection to the registry,
+// so any thread may call any function.
 #pragma once
 
 #include <sys/types.h>
@@ -21,8 +22,8 @@ namespace quillon::workstation {
 struct Application {
   std::string id;
   std::string exec;              // absolute device path of the executable assembly
-  std::string type = "inhouse";  // application type that the launcher hands to the plug-in
-  bool service = false;          // a service component, else one with a user interface
+  std::string type = "inhouse";  // application type that the launcher passes to the plug-in
+  bool service = false;          // a service component; otherwise a user interface
   std::vector<std::pair<std::string, std::string>> metadata;  // full keys, in manifest order
 };
 
@@ -30,42 +31,46 @@ struct Package {
   std::string id;
   std::string version;
   std::string rootPath;                   // absolute device path, "/opt/usr/apps/<id>" by default
-  uid_t owner = 0;                        // 0: for every user
+  uid_t owner = 0;                        // 0: installed for all users
   std::vector<std::string> privileges;    // full identifiers
-  std::vector<Application> applications;  // the first is the main one
+  std::vector<Application> applications;  // the first is the main application
 };
 
-// Installs or replaces a package from its manifest and copies the manifest's files to its root
-// path. The grammar of manifests is in docs/package-manifest.md. Whoever is killed meanwhile leaves
-// the package as it was or as it becomes: the next call of this function or of removePackage clears
-// up. owner: the user whom the package is for, 0 for every user.
+// Installs or replaces a package: reads its manifest and copies the manifest's files to the
+// package's root path. docs/package-manifest.md describes the grammar of manifests.
+//
+// If the process is killed, the package is either as before or as requested: the next call of this
+// function or of removePackage cleans up.
+//
+// owner: the user that the package is installed for; 0 for all users.
 [[nodiscard]] Expected<Package> installPackage(const std::string& manifestPath, uid_t owner = 0);
 
-// The folders that installPackage reads: the manifest's own and that of its files. Whoever enters a
-// device root in between keeps them visible. The whole manifest is checked.
+// Returns the folders that installPackage reads: the manifest's folder and the folder of its files.
+// A caller that enters a device root before it installs must keep them visible. Checks the whole
+// manifest.
 [[nodiscard]] Expected<std::vector<std::string>> foldersOfManifest(const std::string& manifestPath);
 
-// Removes a package and its root path. False when there is no such package.
+// Removes a package and its root path. Returns false if there is no such package.
 [[nodiscard]] Expected<bool> removePackage(const std::string& packageId, uid_t owner = 0);
 
 [[nodiscard]] Expected<std::vector<Package>> listPackages();
 
-// The package that holds an application; empty when no package does.
+// Returns the package that contains an application; nullopt if no package does.
 [[nodiscard]] Expected<std::optional<Package>> findPackageOfApplication(const std::string& appId);
 
-// Answers the questions that this process will ask about any package ahead of them, until the
-// registry changes. For a process that has time now and none later.
-void rememberPackages();
+// Reads all packages that the calling user sees into this process's lookup cache, so that later
+// lookups need no access to the registry until it changes.
+void cachePackages();
 
-// A text that is another one after every change of what is installed. Never fails: where there is
-// no registry, that is its state.
-std::string registryStamp();
+// Returns an opaque string that changes on every install or removal. Never fails; a missing
+// registry has a fingerprint too.
+std::string registryFingerprint();
 
-// Notes that process `pid` runs an application of `packageId`, which makes the process known to
-// aul_app_get_pkgid_bypid. The note ends with the process.
+// Records that process `pid` runs an application of `packageId`, so that aul_app_get_pkgid_bypid
+// finds it. The record is valid until the process ends.
 [[nodiscard]] Expected<void> registerProcess(pid_t pid, const std::string& packageId);
 
-// Takes away what is left of the notes of processes that have ended. Call when nobody waits.
-void clearProcessNotes();
+// Removes the records of processes that have ended. Takes time; call it when nobody waits.
+void forgetEndedProcesses();
 
 }  // namespace quillon::workstation

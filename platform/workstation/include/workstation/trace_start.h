@@ -1,4 +1,4 @@
-// The start of a trace by the program itself; QUILLON_TRACE starts one from outside.
+// Starts a trace from the program itself. QUILLON_TRACE starts one from the environment.
 #pragma once
 
 #include <string>
@@ -7,8 +7,9 @@
 
 namespace quillon::workstation {
 
-// From here on the process's spans and markers are appended to the file, and no more to that of
-// QUILLON_TRACE. Spans that are open now stay out of it. Call while the process has one thread.
+// Appends all further spans and markers of the process to the file, instead of the file that
+// QUILLON_TRACE names. Spans that are open now are not written. Call while the process has one
+// thread.
 [[nodiscard]] Expected<void> startTrace(const std::string& path);
 
 }  // namespace quillon::workstation

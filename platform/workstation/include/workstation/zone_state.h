@@ -1,12 +1,12 @@
-// How the tool that runs zones and the zone library that enters them find each other: one small
-// file for each running zone, in the device's own folder of zone states.
+// State files of running zones. The tool that runs zones writes them; the zone library, which
+// enters zones, reads them. Each running zone has a small file in a fixed device folder.
 //
-// A zone lives as long as its holder, a process that does nothing but keep the zone's namespaces.
-// The file names it as "PID START\n", START being the holder's start time in clock ticks since boot
-// (proc(5), field 22 of /proc/PID/stat): together they name one process, however often the kernel
-// reuses its number.
+// A zone lives as long as its holder, a process that only keeps the zone's namespaces open. The
+// file contains "PID START\n". START is the holder's start time in clock ticks since boot (proc(5),
+// field 22 of /proc/PID/stat). Both together identify one process, even after the kernel has reused
+// the process id.
 //
-// Needs nothing but libc, since the zone library may need no more.
+// Uses only libc, because the zone library must not need more.
 #pragma once
 
 #include <sys/types.h>
@@ -17,27 +17,29 @@ namespace quillon::workstation {
 
 // Device paths.
 inline constexpr char kZoneStateDirectory[] = "/opt/usr/share/quillon/zones";
-// Seen from outside a zone, the zone's root is "/zone/NAME"; inside there is no such path.
+// Outside a zone, the zone's root is "/zone/NAME". Inside, this path does not exist.
 inline constexpr char kZoneDirectory[] = "/zone";
 
-inline constexpr std::size_t kLongestZoneName = 64;
+inline constexpr std::size_t kMaxZoneNameLength = 64;
 
 struct ZoneHolder {
   pid_t pid = -1;
   unsigned long long startTime = 0;  // clock ticks since boot
 };
 
-// Letters, digits, "-", "_" and "."; 1 to kLongestZoneName of them; the first is no ".".
+// Whether a name consists of 1 to kMaxZoneNameLength letters, digits, "-", "_" and ".", and does
+// not begin with ".".
 [[nodiscard]] bool isZoneName(const char* name);
 
-// The start time of a process; 0 where there is none, or where it cannot be told.
+// Returns the start time of a process in clock ticks since boot; 0 if there is no such process or
+// its start time cannot be read. Process id and start time together identify one process.
 [[nodiscard]] unsigned long long startTimeOf(pid_t pid);
 
-// What the file "NAME" in the folder `directory` says. False, with errno, when there is no such
-// file (ENOENT) or when it holds something else (EBADMSG).
+// Reads the state file `name` in the open folder `directory`. Returns false with errno if there is
+// no such file (ENOENT) or if it is malformed (EBADMSG).
 [[nodiscard]] bool readZoneState(int directory, const char* name, ZoneHolder& holder);
 
-// A descriptor (pidfd) of the holder while it runs; -1, with errno ESRCH, when it has ended.
+// Opens a pidfd of the holder. Returns -1 with errno on failure; ESRCH if the holder has ended.
 [[nodiscard]] int openZoneHolder(const ZoneHolder& holder);
 
 }  // namespace quillon::workstation

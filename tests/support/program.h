@@ -1,4 +1,4 @@
-// Runs a program and keeps what it wrote.
+// Runs a program and collects its output.
 #pragma once
 
 #include <map>
@@ -8,7 +8,7 @@
 namespace quillon::test {
 
 struct Finished {
-  int status = -1;  // exit status; 128 + signal
+  int status = -1;  // exit status, or 128 + signal
   std::string out;
   std::string err;
 };
@@ -20,11 +20,11 @@ class Program {
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  // The environment is this process's without any QUILLON_ variable, and these.
+  // Adds a variable to the environment, which is this process's without QUILLON_ variables.
   Program& with(const std::string& variable, const std::string& value);
 
   void start();
-  // Waits until standard output holds `text`, at most ten seconds; false after that.
+  // Waits until standard output contains `text`. Returns false after ten seconds.
   bool waitForOutput(const std::string& text);
   void terminate();
   Finished finish();
@@ -38,7 +38,7 @@ class Program {
   int errFd_ = -1;
 };
 
-// Starts and finishes.
+// Starts a program and waits for its end.
 Finished run(const std::vector<std::string>& command,
              const std::map<std::string, std::string>& variables = {});
 

@@ -1,4 +1,4 @@
-#include "tests/unit/platform/program.h"
+#include "tests/support/program.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -16,10 +16,10 @@
 namespace quillon::test {
 namespace {
 
-// What a child wrote into a memory file.
+// The content of a memory file.
 std::string bytesOf(int fd) { return contentsOf("/proc/self/fd/" + std::to_string(fd)); }
 
-// QUILLON_ variables of whoever runs the tests must not decide them.
+// The tests must not depend on QUILLON_ variables of the caller's environment.
 void forgetOwnVariables() {
   std::vector<std::string> names;
   for (char** entry = environ; *entry != nullptr; ++entry) {
@@ -60,7 +60,7 @@ void Program::become() {
 void Program::start() {
   outFd_ = memfd_create("out", MFD_CLOEXEC);
   errFd_ = memfd_create("err", MFD_CLOEXEC);
-  // Or processes that write at once would write over each other's lines.
+  // Otherwise processes that write at the same time would overwrite each other's lines.
   for (const int fd : {outFd_, errFd_}) fcntl(fd, F_SETFL, O_APPEND);
   process_ = fork();
   if (process_ == 0) become();

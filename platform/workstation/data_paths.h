@@ -1,5 +1,5 @@
-// Where the workstation keeps the data of its services: fixed device paths. A process sees those of
-// the device root that it has entered.
+// The fixed device paths of the workstation's services. A process sees those of the device root
+// that it has entered.
 #pragma once
 
 namespace quillon::workstation {

@@ -1,0 +1,83 @@
+#include "packages/process_registry.h"
+
+#include <dirent.h>
+#include <limits.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+#include "data_paths.h"
+#include "path_failure.h"
+#include "workstation/packages.h"
+#include "workstation/zone_state.h"
+
+namespace quillon::workstation {
+namespace {
+
+std::string linkOf(pid_t pid) { return std::string(kProcessDirectory) + "/" + std::to_string(pid); }
+
+// The folder is missing only on a device root's first launch.
+bool makeLink(const std::string& text, const std::string& path) {
+  if (symlink(text.c_str(), path.c_str()) == 0) return true;
+  if (errno != ENOENT) return false;
+  std::error_code error;
+  std::filesystem::create_directories(kProcessDirectory, error);
+  return symlink(text.c_str(), path.c_str()) == 0;
+}
+
+// symlink(2) does not overwrite a link, but rename(2) does.
+bool replaceLink(const std::string& text, const std::string& path) {
+  const std::string temporary = path + "." + std::to_string(getpid());
+  unlink(temporary.c_str());
+  if (symlink(text.c_str(), temporary.c_str()) == 0 &&
+      rename(temporary.c_str(), path.c_str()) == 0) {
+    return true;
+  }
+  const int cause = errno;
+  unlink(temporary.c_str());
+  errno = cause;
+  return false;
+}
+
+// The process id in the name of a link or of its temporary replacement; 0 for other names.
+pid_t processOf(const char* name) { return static_cast<pid_t>(std::strtol(name, nullptr, 10)); }
+
+}  // namespace
+
+Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
+  const auto start = startTimeOf(pid);
+  if (start == 0) return fail("there is no process " + std::to_string(pid));
+  const std::string path = linkOf(pid);
+  const std::string text = std::to_string(start) + ":" + packageId;
+  if (makeLink(text, path) || (errno == EEXIST && replaceLink(text, path))) return {};
+  return failAt("cannot register a process in", path);
+}
+
+void forgetEndedProcesses() {
+  const auto close = [](DIR* directory) { closedir(directory); };
+  const std::unique_ptr<DIR, decltype(close)> links(opendir(kProcessDirectory), close);
+  while (const dirent* const entry = links ? readdir(links.get()) : nullptr) {
+    const pid_t process = processOf(entry->d_name);
+    if (process > 0 && kill(process, 0) != 0 && errno == ESRCH) {
+      unlinkat(dirfd(links.get()), entry->d_name, 0);
+    }
+  }
+}
+
+std::optional<std::string> packageOfProcess(pid_t pid) {
+  std::array<char, PATH_MAX> buffer{};
+  const ssize_t length = readlink(linkOf(pid).c_str(), buffer.data(), buffer.size());
+  if (length <= 0) return std::nullopt;
+  const std::string text(buffer.data(), static_cast<size_t>(length));
+  const auto start = startTimeOf(pid);
+  const std::string expected = std::to_string(start) + ":";
+  if (start == 0 || !text.starts_with(expected)) return std::nullopt;
+  return text.substr(expected.size());
+}
+
+}  // namespace quillon::workstation
