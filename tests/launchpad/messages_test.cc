@@ -1,4 +1,4 @@
-// What asking commands and the launch pad say to each other.
+// The messages between client, server and worker, and the process state that they transfer.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -17,6 +17,7 @@
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <set>
@@ -24,9 +25,9 @@
 #include "quillon/base/directory_entries.h"
 #include "quillon/base/record.h"
 #include "quillon/launchpad/protocol/address.h"
-#include "quillon/launchpad/protocol/assignment.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
+#include "quillon/launchpad/protocol/sealed_memory.h"
 #include "quillon/launchpad/server/prefault.h"
 #include "quillon/launchpad/state/limits.h"
 #include "quillon/launchpad/state/proc_self.h"
@@ -44,7 +45,9 @@ using test::TemporaryDirectory;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-TEST(TextRecord, ReadsBackWhatWasWritten) {
+Message messageOf(MessageKind kind, std::string_view bytes) { return {kind, bytes, {}}; }
+
+TEST(Record, ReadsBackWhatWasWritten) {
   const std::string zero("a\0b", 3);
   const std::string bytes =
       RecordWriter().number(7).text(zero).texts({"", "x"}).append("yz").bytes();
@@ -58,8 +61,8 @@ TEST(TextRecord, ReadsBackWhatWasWritten) {
   EXPECT_FALSE(reader.ok());
 }
 
-// Every beginning of a record, and a record whose lengths are all wrong.
-TEST(TextRecord, TakesAnyBytes) {
+// Every prefix of a record, and a record with wrong lengths only.
+TEST(Record, RejectsTruncatedAndMalformedBytes) {
   const std::string whole = RecordWriter().text("abc").texts({"d", "e"}).number(7).bytes();
   for (size_t length = 0; length < whole.size(); ++length) {
     RecordReader reader(std::string_view(whole).substr(0, length));
@@ -72,12 +75,23 @@ TEST(TextRecord, TakesAnyBytes) {
   RecordReader reader(wrong);
   EXPECT_THAT(reader.texts(), IsEmpty());
   EXPECT_FALSE(reader.ok());
-  EXPECT_FALSE(decodeRequest(wrong));
-  EXPECT_FALSE(decodeRequest(""));
 }
 
-struct Pair {
-  Pair() {
+TEST(Request, IsRejectedIfMalformed) {
+  const std::string wrong(64, '\xff');
+  for (const std::string& encoded : {std::string(), wrong}) {
+    const std::string asRequest = RecordWriter().number(0).append(encoded).take();
+    EXPECT_FALSE(ReceivedRequest::parse(messageOf(MessageKind::kLaunch, asRequest)));
+    RecordWriter target;
+    for (int field = 0; field < 6; ++field) target.text("");
+    const std::string asAssignment =
+        RecordWriter().number(0).append(target.bytes()).append(encoded).take();
+    EXPECT_FALSE(parseAssignment(messageOf(MessageKind::kAssign, asAssignment)));
+  }
+}
+
+struct SocketPair {
+  SocketPair() {
     std::array<int, 2> ends{};
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
     one = Descriptor(ends[0]);
@@ -87,25 +101,26 @@ struct Pair {
   Descriptor other;
 };
 
-// A request of this process's that has come to the other end of a socket.
-std::optional<ArrivedRequest> arrive(const Request& sent, const Descriptor& began) {
-  const Pair pair;
-  Message packet;
-  EXPECT_TRUE(sendRequest(pair.one.get(), sent, began.get()));
-  EXPECT_EQ(receiveMessage(pair.other.get(), packet), Received::kMessage);
-  EXPECT_EQ(packet.kind, MessageKind::kLaunch);
-  return openRequest(std::move(packet));
+// Sends a request of this process and receives it as a server does.
+Message transfer(const Request& sent, const Descriptor& started) {
+  const SocketPair pair;
+  Message message;
+  EXPECT_TRUE(sendRequest(pair.one.get(), sent, started.get()));
+  EXPECT_EQ(receiveMessage(pair.other.get(), message), Received::kMessage);
+  EXPECT_EQ(message.kind, MessageKind::kLaunch);
+  return message;
 }
 
-// What a prepared process is told of it.
-std::optional<Assignment> assign(const ArrivedRequest& arrived, Message& packet) {
+// Forwards a request and receives it as a worker does.
+std::optional<Assignment> assign(const ReceivedRequest& request) {
   host::LaunchTarget target;
   target.assembly = "/a/b.dll";
-  const Pair pair;
-  EXPECT_TRUE(sendAssignment(pair.one.get(), target, arrived.packet));
-  EXPECT_EQ(receiveMessage(pair.other.get(), packet), Received::kMessage);
-  EXPECT_EQ(packet.kind, MessageKind::kAssign);
-  return readAssignment(packet);
+  const SocketPair pair;
+  EXPECT_TRUE(request.assign(pair.one.get(), target));
+  Message message;
+  EXPECT_EQ(receiveMessage(pair.other.get(), message), Received::kMessage);
+  EXPECT_EQ(message.kind, MessageKind::kAssign);
+  return parseAssignment(std::move(message));
 }
 
 std::vector<std::string> ownEnvironment() {
@@ -114,7 +129,14 @@ std::vector<std::string> ownEnvironment() {
   return all;
 }
 
-// Short ones are in the message, long ones in a memory file beside it.
+bool isSameFile(int one, int other) {
+  struct stat first {};
+  struct stat second {};
+  return fstat(one, &first) == 0 && fstat(other, &second) == 0 && first.st_dev == second.st_dev &&
+         first.st_ino == second.st_ino;
+}
+
+// Short requests are in the message, long ones in a memory file.
 class RequestOfLength : public ::testing::TestWithParam<size_t> {};
 
 TEST_P(RequestOfLength, ArrivesWithItsDescriptors) {
@@ -124,69 +146,128 @@ TEST_P(RequestOfLength, ArrivesWithItsDescriptors) {
   options.raw = true;
   options.arguments = {"", "two words", std::string(GetParam(), 'x')};
   const Request sent = makeRequest(options, ProcSelf());
-  const Descriptor began(eventfd(0, EFD_CLOEXEC));
-  const auto arrived = arrive(sent, began);
-  ASSERT_TRUE(arrived);
-  EXPECT_EQ(arrived->request.appId, "app");
-  EXPECT_EQ(arrived->request.type, "normal");
-  EXPECT_FALSE(arrived->request.exec);
-  EXPECT_TRUE(arrived->request.raw);
-  EXPECT_EQ(firstDifference(arrived->request.shape, sent.shape), "");
-  EXPECT_TRUE(canTakeOver(currentLimits(), arrived->request.limits));
-  Message packet;
-  const auto assigned = assign(*arrived, packet);
+  const Descriptor started(eventfd(0, EFD_CLOEXEC));
+  const auto received = ReceivedRequest::parse(transfer(sent, started));
+  ASSERT_TRUE(received);
+  EXPECT_EQ(received->request().appId, "app");
+  EXPECT_EQ(received->request().type, "normal");
+  EXPECT_FALSE(received->request().exec);
+  EXPECT_TRUE(received->request().raw);
+  EXPECT_EQ(firstDifference(received->request().processState, sent.processState), "");
+  EXPECT_TRUE(canAdopt(currentLimits(), received->request().limits));
+  const auto assigned = assign(*received);
   ASSERT_TRUE(assigned);
   EXPECT_EQ(assigned->target.assembly, "/a/b.dll");
   EXPECT_EQ(assigned->request.arguments, options.arguments);
   EXPECT_EQ(assigned->request.environment, ownEnvironment());
   EXPECT_EQ(assigned->request.workingDirectory, std::filesystem::current_path());
-  const auto taken = takeDescriptors(packet.descriptors, assigned->there);
-  EXPECT_FALSE(wasStarted(began.get()));
-  signalStarted(taken.began.get());
-  EXPECT_TRUE(wasStarted(began.get()));
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    EXPECT_TRUE(isSameFile(assigned->descriptors.standard.at(static_cast<size_t>(fd)).get(), fd));
+  }
+  EXPECT_FALSE(wasStarted(started.get()));
+  signalStarted(assigned->descriptors.started.get());
+  EXPECT_TRUE(wasStarted(started.get()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Request, RequestOfLength, ::testing::Values(0, 40'000, 200'000));
 
-TEST(Request, TellsTheUmask) {
+TEST(Request, ContainsTheUmask) {
   const mode_t before = umask(0127);
   EXPECT_EQ(makeRequest({}, ProcSelf()).umask, 0127U);
   umask(before);
 }
 
-// A launch pad that is told of more or fewer descriptors than came would mix them up.
-TEST(Request, ComesWithTheDescriptorsThatItSays) {
+TEST(Request, IsRejectedIfADescriptorIsMissing) {
   const Request sent = makeRequest({}, ProcSelf());
-  const Descriptor began(eventfd(0, EFD_CLOEXEC));
-  auto arrived = arrive(sent, began);
-  ASSERT_TRUE(arrived);
-  arrived->packet.descriptors.pop_back();
-  EXPECT_FALSE(openRequest(std::move(arrived->packet)));
-  EXPECT_FALSE(openRequest({MessageKind::kLaunch, "", {}}));
-  const std::string inNoFile = RecordWriter().number(1U << 4).bytes();
-  EXPECT_FALSE(openRequest({MessageKind::kLaunch, inNoFile, {}}));
+  const Descriptor started(eventfd(0, EFD_CLOEXEC));
+  ASSERT_TRUE(ReceivedRequest::parse(transfer(sent, started)));
+  Message message = transfer(sent, started);
+  message.descriptors.pop_back();
+  EXPECT_FALSE(ReceivedRequest::parse(std::move(message)));
+  EXPECT_FALSE(ReceivedRequest::parse(messageOf(MessageKind::kLaunch, "")));
+  const std::string withoutItsFile = RecordWriter().number(1U << 4).take();
+  EXPECT_FALSE(ReceivedRequest::parse(messageOf(MessageKind::kLaunch, withoutItsFile)));
 }
 
-// A file that its owner can still cut would make the reader wait or fail later.
-TEST(Request, IsTakenFromSealedMemoryOnly) {
+TEST(Request, IsRejectedIfADescriptorIsTooMany) {
+  const Request sent = makeRequest({}, ProcSelf());
+  const Descriptor started(eventfd(0, EFD_CLOEXEC));
+  Message message = transfer(sent, started);
+  message.descriptors.emplace_back(dup(STDIN_FILENO));
+  EXPECT_FALSE(ReceivedRequest::parse(std::move(message)));
+}
+
+// A byte of a secret that this program never holds as a whole, except in the messages of the test.
+char secretByte(size_t index) { return static_cast<char>('A' + (index * index + 5 * index) % 23); }
+constexpr size_t kSecretSize = 48;
+
+bool containsSecret(std::string_view bytes) {
+  for (size_t at = 0; at + kSecretSize <= bytes.size(); ++at) {
+    size_t same = 0;
+    while (same < kSecretSize && bytes[at + same] == secretByte(same)) ++same;
+    if (same == kSecretSize) return true;
+  }
+  return false;
+}
+
+// Searches the writable memory of this process, also what is free.
+bool memoryContainsSecret() {
+  std::ifstream maps("/proc/self/maps");
+  const Descriptor memory(open("/proc/self/mem", O_RDONLY | O_CLOEXEC));
+  for (std::string line; std::getline(maps, line);) {
+    unsigned long first = 0;
+    unsigned long end = 0;
+    char access[5] = {};
+    std::sscanf(line.c_str(), "%lx-%lx %4s", &first, &end, access);
+    if (std::string_view(access) != "rw-p") continue;
+    std::vector<char> bytes(end - first);
+    const ssize_t length =
+        pread(memory.get(), bytes.data(), bytes.size(), static_cast<off_t>(first));
+    if (length > 0 && containsSecret({bytes.data(), static_cast<size_t>(length)})) return true;
+  }
+  return false;
+}
+
+// The process that forks workers must not keep what one application got.
+TEST(Message, LeavesNothingInMemoryAfterItsEnd) {
+  if (isSanitized()) return;  // which maps too much memory
+  const SocketPair pair;
+  const pid_t sender = fork();
+  if (sender == 0) {
+    std::string secret(4 * kSecretSize, '\0');
+    for (size_t i = 0; i < secret.size(); ++i) secret[i] = secretByte(i % kSecretSize);
+    _exit(sendMessage(pair.one.get(), MessageKind::kLaunch, secret) ? 0 : 1);
+  }
+  {
+    Message received;
+    ASSERT_EQ(receiveMessage(pair.other.get(), received), Received::kMessage);
+    const Message message = std::move(received);
+    EXPECT_TRUE(containsSecret(message.bytes.view()));
+    EXPECT_TRUE(memoryContainsSecret());
+  }
+  EXPECT_FALSE(memoryContainsSecret());
+  waitpid(sender, nullptr, 0);
+}
+
+TEST(SealedMemory, IsReadOnlyIfItIsSealed) {
   const Descriptor open(memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   ASSERT_EQ(write(open.get(), "text", 4), 4);
-  EXPECT_EQ(textOf(open.get()), "");
+  EXPECT_EQ(readSealedMemory(open.get()).view(), "");
   ASSERT_EQ(
       fcntl(open.get(), F_ADD_SEALS, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE), 0);
-  EXPECT_EQ(textOf(open.get()), "text");
+  EXPECT_EQ(readSealedMemory(open.get()).view(), "text");
   const Descriptor device(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
-  EXPECT_EQ(textOf(device.get()), "");
+  EXPECT_EQ(readSealedMemory(device.get()).view(), "");
 }
 
-TEST(Message, TellsAnEndFromNothingYet) {
-  Pair pair;
-  Message packet;
-  EXPECT_EQ(receiveMessageNow(pair.other.get(), packet), Received::kNothingYet);
+TEST(Message, DistinguishesAnEndFromNothingYet) {
+  SocketPair pair;
+  Message message;
+  EXPECT_EQ(receiveMessageNow(pair.other.get(), message), Received::kNothingYet);
   ASSERT_EQ(send(pair.one.get(), "x", 1, 0), 1);
-  EXPECT_EQ(receiveMessageNow(pair.other.get(), packet), Received::kEnd);
+  EXPECT_EQ(receiveMessageNow(pair.other.get(), message), Received::kEnd);
   pair.one.reset();
-  EXPECT_EQ(receiveMessage(pair.other.get(), packet), Received::kEnd);
+  EXPECT_EQ(receiveMessage(pair.other.get(), message), Received::kEnd);
   EXPECT_FALSE(sendMessage(pair.other.get(), MessageKind::kStop));
 }
 
@@ -195,42 +276,42 @@ size_t openDescriptors() {
       std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
-TEST(Message, KeepsNoDescriptorsOfAnEmptyOne) {
-  const Pair pair;
+TEST(Message, ClosesTheDescriptorsOfAMalformedMessage) {
+  const SocketPair pair;
   union {
     cmsghdr header;
     char bytes[CMSG_SPACE(sizeof(int))];
   } control{};
-  msghdr message{};
-  message.msg_control = control.bytes;
-  message.msg_controllen = sizeof control.bytes;
+  msghdr header{};
+  header.msg_control = control.bytes;
+  header.msg_controllen = sizeof control.bytes;
   control.header = {CMSG_LEN(sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
   const int sent = STDIN_FILENO;
   std::memcpy(CMSG_DATA(&control.header), &sent, sizeof sent);
   const size_t before = openDescriptors();
   for (int i = 0; i < 3; ++i) {
-    ASSERT_EQ(sendmsg(pair.one.get(), &message, 0), 0);
-    Message packet;
-    EXPECT_EQ(receiveMessage(pair.other.get(), packet), Received::kEnd);
+    ASSERT_EQ(sendmsg(pair.one.get(), &header, 0), 0);
+    Message message;
+    EXPECT_EQ(receiveMessage(pair.other.get(), message), Received::kEnd);
   }
   EXPECT_EQ(openDescriptors(), before);
 }
 
-ProcessState ownShape() { return processStateOf(ProcSelf()); }
+ProcessState ownState() { return processStateOf(ProcSelf()); }
 
-TEST(ProcessState, KnowsWhatSignalsAreIgnored) {
-  const ProcessState own = ownShape();
+TEST(ProcessState, ContainsTheIgnoredSignals) {
+  const ProcessState own = ownState();
   signal(SIGUSR2, SIG_IGN);
-  EXPECT_EQ(firstDifference(own, ownShape()), "its ignored signals");
+  EXPECT_EQ(firstDifference(own, ownState()), "its ignored signals");
   const sigset_t ignored = ProcSelf().ignoredSignals();
   EXPECT_EQ(sigismember(&ignored, SIGUSR2), 1);
   EXPECT_EQ(sigismember(&ignored, SIGUSR1), 0);
   signal(SIGUSR2, SIG_DFL);
-  EXPECT_EQ(firstDifference(own, ownShape()), "");
+  EXPECT_EQ(firstDifference(own, ownState()), "");
 }
 
-// As posix_spawn(3) leaves them in what it starts.
-TEST(ProcessState, LeavesTheSignalsOfTheCLibraryOut) {
+// posix_spawn(3) leaves them ignored in its children.
+TEST(ProcessState, ExcludesTheSignalsOfTheCLibrary) {
   struct {
     void (*handler)(int);
     unsigned long flags = 0;
@@ -238,68 +319,86 @@ TEST(ProcessState, LeavesTheSignalsOfTheCLibraryOut) {
     unsigned long mask = 0;
   } ignored{SIG_IGN}, before{SIG_DFL};
   constexpr int kCancel = 32;
-  const ProcessState own = ownShape();
+  const ProcessState own = ownState();
   ASSERT_EQ(syscall(SYS_rt_sigaction, kCancel, &ignored, &before, sizeof ignored.mask), 0);
-  EXPECT_EQ(firstDifference(own, ownShape()), "");
+  EXPECT_EQ(firstDifference(own, ownState()), "");
   syscall(SYS_rt_sigaction, kCancel, &before, nullptr, sizeof before.mask);
 }
 
-TEST(ProcessState, NamesWhatDiffers) {
-  const ProcessState own = ownShape();
-  EXPECT_EQ(firstDifference(own, ownShape()), "");
+TEST(ProcessState, NamesTheEnvironmentVariableThatDiffers) {
+  const ProcessState own = ownState();
+  EXPECT_EQ(firstDifference(own, ownState()), "");
   setenv("DOTNET_OfThisTest", "0", 1);
   setenv("UNRELATED", "1", 1);
-  EXPECT_EQ(firstDifference(own, ownShape()), "the environment variable DOTNET_OfThisTest");
-  EXPECT_EQ(firstDifference(ownShape(), own), "the environment variable DOTNET_OfThisTest");
+  EXPECT_EQ(firstDifference(own, ownState()), "the environment variable DOTNET_OfThisTest");
+  EXPECT_EQ(firstDifference(ownState(), own), "the environment variable DOTNET_OfThisTest");
   unsetenv("DOTNET_OfThisTest");
-  EXPECT_EQ(firstDifference(own, ownShape()), "");
+  EXPECT_EQ(firstDifference(own, ownState()), "");
 }
 
-TEST(ProcessState, TellsWhatItsProcessWillHandDown) {
-  const ProcessState own = ownShape();
+TEST(ProcessState, ContainsTheBlockedSignals) {
+  const ProcessState own = ownState();
   sigset_t some;
   sigset_t before;
   sigemptyset(&some);
   sigaddset(&some, SIGUSR1);
   sigprocmask(SIG_BLOCK, &some, &before);
-  EXPECT_EQ(firstDifference(own, ownShape()), "its blocked signals");
+  EXPECT_EQ(firstDifference(own, ownState()), "its blocked signals");
   sigprocmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(firstDifference(own, ownState()), "");
+}
+
+TEST(ProcessState, ContainsTheTimerSlack) {
+  const ProcessState own = ownState();
   const int slack = prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0);
   prctl(PR_SET_TIMERSLACK, slack + 1, 0, 0, 0);
-  EXPECT_EQ(firstDifference(own, ownShape()), "its scheduling");
+  EXPECT_EQ(firstDifference(own, ownState()), "its scheduling");
   prctl(PR_SET_TIMERSLACK, slack, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownState()), "");
+}
+
+TEST(ProcessState, ContainsTheStackLimit) {
+  const ProcessState own = ownState();
   const rlimit stack = currentLimits()[RLIMIT_STACK];
   const rlimit other{stack.rlim_cur - 1, stack.rlim_max};
   setrlimit(RLIMIT_STACK, &other);
-  EXPECT_EQ(firstDifference(own, ownShape()), "its memory limits");
+  EXPECT_EQ(firstDifference(own, ownState()), "its memory limits");
   setrlimit(RLIMIT_STACK, &stack);
-  const int personal = personality(0xffffffff);
-  personality(static_cast<unsigned>(personal ^ PER_LINUX32));
-  EXPECT_EQ(firstDifference(own, ownShape()), "its confinement");
-  personality(static_cast<unsigned>(personal));
-  EXPECT_EQ(firstDifference(own, ownShape()), "");
+  EXPECT_EQ(firstDifference(own, ownState()), "");
 }
 
-// The same variables in another order are the same; what is no shape at all is not.
-TEST(ProcessState, IsComparedByItsParts) {
+TEST(ProcessState, ContainsThePersonality) {
+  const ProcessState own = ownState();
+  const int personal = personality(0xffffffff);
+  personality(static_cast<unsigned>(personal ^ PER_LINUX32));
+  EXPECT_EQ(firstDifference(own, ownState()), "its confinement");
+  personality(static_cast<unsigned>(personal));
+  EXPECT_EQ(firstDifference(own, ownState()), "");
+}
+
+TEST(ProcessState, IsEqualInAnotherOrder) {
   const std::string one = RecordWriter().text("a").text("1").text("b").text("2").bytes();
   const std::string other = RecordWriter().text("b").text("2").text("a").text("1").bytes();
   EXPECT_EQ(firstDifference(one, other), "");
+}
+
+TEST(ProcessState, DiffersFromAMalformedState) {
+  const std::string one = RecordWriter().text("a").text("1").text("b").text("2").bytes();
   EXPECT_EQ(firstDifference(one, one.substr(1)), "a");
   EXPECT_EQ(firstDifference(one, ""), "a");
 }
 
-// Two processes about which nothing is known would look the same.
-TEST(ProcessState, IsNoneWhereTheKernelDoesNotTell) {
+// Otherwise two states without any value would be equal.
+TEST(ProcessState, IsEmptyWithoutProc) {
   if (geteuid() != 0) QUILLON_SKIP("only root can change its root folder");
   const TemporaryDirectory empty;
   const auto child = [&] {
-    _exit(chroot(empty.path().c_str()) == 0 && ownShape().empty() ? 0 : 1);
+    _exit(chroot(empty.path().c_str()) == 0 && ownState().empty() ? 0 : 1);
   };
   EXPECT_EXIT(child(), ::testing::ExitedWithCode(0), "");
 }
 
-TEST(ProcSelf, KnowsWhatAProgramThatItBecameWouldFind) {
+TEST(ProcSelf, ListsTheDescriptorsThatExecKeeps) {
   const Descriptor own(dup(STDOUT_FILENO));
   const Descriptor closed(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
   const auto inherited = ProcSelf().inheritedDescriptors();
@@ -308,7 +407,7 @@ TEST(ProcSelf, KnowsWhatAProgramThatItBecameWouldFind) {
   EXPECT_EQ(std::count(inherited.begin(), inherited.end(), STDOUT_FILENO), 0);
 }
 
-TEST(FolderEntries, AreAllNamedHoweverMany) {
+TEST(DirectoryEntries, AreCompleteInALargeFolder) {
   const TemporaryDirectory folder;
   constexpr size_t kMany = 300;
   for (size_t i = 0; i < kMany; ++i) {
@@ -327,7 +426,7 @@ long faults() {
   return used.ru_minflt;
 }
 
-// How often a process that has forked waits for a copy of its own heap.
+// The page faults of writes to the heap after a fork.
 long faultsAfterFork(const std::function<void()>& first) {
   constexpr size_t kPage = 4096;
   std::vector<std::unique_ptr<char[]>> heap;
@@ -346,10 +445,10 @@ long faultsAfterFork(const std::function<void()>& first) {
   return after - before;
 }
 
-TEST(OwnMemory, IsNoCopyToWaitFor) {
-  if (isSanitized()) return;  // with a heap of the sanitizer's
+TEST(Prefault, AvoidsPageFaultsAfterAFork) {
+  if (isSanitized()) return;  // which has another heap
   if (madvise(nullptr, 0, 23 /* MADV_POPULATE_WRITE */) != 0) {
-    QUILLON_SKIP("this kernel cannot copy ahead");
+    QUILLON_SKIP("this kernel lacks MADV_POPULATE_WRITE");
   }
   const auto child = [] {
     const long without = faultsAfterFork([] {});
@@ -361,15 +460,15 @@ TEST(OwnMemory, IsNoCopyToWaitFor) {
 TEST(Limits, CanOnlyBeLowered) {
   Limits own = currentLimits();
   Limits wanted = own;
-  EXPECT_TRUE(canTakeOver(own, wanted));
+  EXPECT_TRUE(canAdopt(own, wanted));
   own[RLIMIT_CORE] = {0, 0};
   wanted[RLIMIT_CORE] = {0, 1};
-  EXPECT_FALSE(canTakeOver(own, wanted));
+  EXPECT_FALSE(canAdopt(own, wanted));
   wanted.pop_back();
-  EXPECT_FALSE(canTakeOver(own, wanted));
+  EXPECT_FALSE(canAdopt(own, wanted));
 }
 
-// Puts the environment back for the tests after.
+// Restores the environment after each test.
 class Environment : public ::testing::Test {
  protected:
   ~Environment() override {
@@ -382,7 +481,7 @@ class Environment : public ::testing::Test {
   const Variables before_ = currentVariables();
 };
 
-TEST_F(Environment, IsReplacedButForWhatThePreparationChanged) {
+TEST_F(Environment, IsReplacedExceptForTheChanges) {
   const auto changes =
       changesBetween({{"KEPT", "1"}, {"GONE", "1"}, {"NEW", "1"}}, {{"KEPT", "1"}, {"NEW", "2"}});
   EXPECT_EQ(changes.size(), 2U);
@@ -391,7 +490,7 @@ TEST_F(Environment, IsReplacedButForWhatThePreparationChanged) {
   EXPECT_EQ(now, (Variables{{"KEPT", "4"}, {"OWN", "5"}, {"NEW", "2"}, {"PATH", "/bin"}}));
 }
 
-TEST_F(Environment, ChangesByBeingSetToWhatItIs) {
+TEST_F(Environment, CountsASetVariableAsChangedEvenIfItsValueIsTheSame) {
   replaceEnvironment({"SAME=1", "OTHER=1", "GONE=1"}, {});
   const EnvironmentEntries before = currentEntries();
   setenv("SAME", "1", 1);
@@ -399,21 +498,21 @@ TEST_F(Environment, ChangesByBeingSetToWhatItIs) {
   EXPECT_EQ(changesSince(before), (EnvironmentChanges{{"SAME", "1"}, {"GONE", std::nullopt}}));
 }
 
-TEST_F(Environment, HasNoVariablesWithoutName) {
+TEST_F(Environment, IgnoresEntriesWithoutAName) {
   replaceEnvironment({"=a=b", "A=1"}, {});
   EXPECT_EQ(currentVariables(), (Variables{{"A", "1"}}));
 }
 
-// In a child, since the test's own output is at stake.
-TEST(StdioPlaceholders, LeadDuplicatesToo) {
+// In a child, because it redirects standard descriptors.
+TEST(StdioPlaceholders, RedirectDuplicatesToo) {
   const auto child = [] {
     std::array<int, 2> pipe{};
-    StdioPlaceholders places;
-    if (pipe2(pipe.data(), O_CLOEXEC) != 0 || !places.open()) _exit(1);
+    StdioPlaceholders placeholders;
+    if (pipe2(pipe.data(), O_CLOEXEC) != 0 || !placeholders.open()) _exit(1);
     const int duplicate = dup(STDOUT_FILENO);
-    places.findDuplicates();
-    places.lead(STDOUT_FILENO, pipe[1]);
-    places.lead(STDIN_FILENO, -1);
+    placeholders.findDuplicates();
+    placeholders.redirect(STDOUT_FILENO, pipe[1]);
+    placeholders.redirect(STDIN_FILENO, -1);
     if (write(duplicate, "a", 1) != 1 || write(STDOUT_FILENO, "b", 1) != 1) _exit(2);
     char bytes[2] = {};
     if (read(pipe[0], bytes, 2) != 2 || bytes[0] != 'a' || bytes[1] != 'b') _exit(3);

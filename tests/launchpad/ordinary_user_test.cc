@@ -1,4 +1,4 @@
-// The launch pad of somebody who is not root: device roots and zones are in user namespaces then.
+// The launch pad of a user other than root: its device roots and zones are in user namespaces.
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <stdlib.h>
@@ -16,17 +16,17 @@ namespace {
 
 using ::testing::HasSubstr;
 
-constexpr uid_t kSomebody = 54321;
+constexpr uid_t kOrdinaryUser = 54321;
 
-// The test and all that it starts from here on, as long as the object lives: what it starts cannot
-// come back, since a program keeps no user that it does not act as.
+// Runs the test as an ordinary user as long as the object lives. Programs that it starts cannot
+// become root again, because exec() replaces the saved user id by the effective one.
 class OrdinaryUser {
  public:
   OrdinaryUser() : groups_(static_cast<size_t>(getgroups(0, nullptr))) {
     groups_.resize(
         static_cast<size_t>(getgroups(static_cast<int>(groups_.size()), groups_.data())));
-    became_ = setgroups(0, nullptr) == 0 && setresgid(kSomebody, kSomebody, 0) == 0 &&
-              setresuid(kSomebody, kSomebody, 0) == 0;
+    switched_ = setgroups(0, nullptr) == 0 && setresgid(kOrdinaryUser, kOrdinaryUser, 0) == 0 &&
+                setresuid(kOrdinaryUser, kOrdinaryUser, 0) == 0;
   }
   ~OrdinaryUser() {
     if (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0 ||
@@ -37,11 +37,11 @@ class OrdinaryUser {
   OrdinaryUser(const OrdinaryUser&) = delete;
   OrdinaryUser& operator=(const OrdinaryUser&) = delete;
 
-  [[nodiscard]] bool became() const { return became_; }
+  [[nodiscard]] bool switched() const { return switched_; }
 
  private:
   std::vector<gid_t> groups_;
-  bool became_ = false;
+  bool switched_ = false;
 };
 
 // Puts the test's temporary files into that folder, as long as the object lives. By TMP, which
@@ -72,15 +72,15 @@ class OrdinaryUsersPool : public LaunchpadTest {
  protected:
   void SetUp() override {
     if (geteuid() != 0) {
-      QUILLON_SKIP("every test of this run is this one already: it is not run by root");
+      QUILLON_SKIP("needs root; without root, the other tests cover an ordinary user");
     }
-    ASSERT_EQ(chown(fresh("").c_str(), kSomebody, kSomebody), 0);
+    ASSERT_EQ(chown(fresh("").c_str(), kOrdinaryUser, kOrdinaryUser), 0);
     files_.emplace(fresh(""));  // the user may have no right to write to /tmp
     user_.emplace();
-    ASSERT_TRUE(user_->became());
-    // This is a matter of where the build lies, not of what the machine has.
+    ASSERT_TRUE(user_->switched());
+    // Depends on the location of the build, not on the machine.
     if (access(QUILLON_BUILD_DIRECTORY "/bin/quillon", X_OK) != 0) {
-      GTEST_SKIP() << "the build folder is closed to ordinary users";
+      GTEST_SKIP() << "the build folder is not accessible to ordinary users";
     }
     LaunchpadTest::SetUp();
   }
@@ -94,9 +94,9 @@ class OrdinaryUsersPool : public LaunchpadTest {
   std::optional<TemporaryFilesIn> files_;
 };
 
-TEST_F(OrdinaryUsersPool, ServesItsUser) {
+TEST_F(OrdinaryUsersPool, ServesItsUserOnly) {
   start(1);
-  expectNoAnswerTo(kSomebody + 1);
+  expectNoAnswerTo(kOrdinaryUser + 1);
   { RunningProbe direct(root(), "inhouse"); }
   ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
   RunningProbe probe(root(), "inhouse");

@@ -1,4 +1,4 @@
-// Whatever dies, no launch is lost, none runs twice, and nothing is left behind.
+// If any process dies, each launch still runs exactly once and no process or file remains.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -29,14 +29,14 @@ class Pool : public LaunchpadTest {
   std::vector<std::string> clock(const std::string& word) const {
     return {"--device", root(), "--raw", kClock, "--", word};
   }
-  void awaitDeath(const std::vector<pid_t>& processes) const {
+  void awaitEnd(const std::vector<pid_t>& processes) const {
     for (const pid_t process : processes) {
       EXPECT_TRUE(eventually([&] { return !isAlive(process); })) << process;
     }
   }
 };
 
-size_t times(const std::string& text, const std::string& part) {
+size_t occurrences(const std::string& text, const std::string& part) {
   size_t count = 0;
   for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
   return count;
@@ -53,7 +53,7 @@ TEST_F(Pool, OnlyOneServesADeviceRootAndOnlyItsUser) {
   EXPECT_THAT(status(), HasSubstr("serving"));
 }
 
-TEST_F(Pool, ADeadProcessIsReplacedAndALaunchTriedOnceMore) {
+TEST_F(Pool, AKilledProcessIsReplaced) {
   start(2);
   prepareFor({"--raw", kClock});
   const auto before = processes("ready");
@@ -62,20 +62,27 @@ TEST_F(Pool, ADeadProcessIsReplacedAndALaunchTriedOnceMore) {
     const auto now = processes("ready");
     return now.size() == 2 && now != before;
   }));
-  EXPECT_THAT(errors(), HasSubstr("ended unasked; the next one is made in 1 s"));
-  // A process that hangs after it got its launch, and is killed.
-  auto ready = processes("ready");
-  kill(ready[0], SIGSTOP);
+  EXPECT_THAT(errors(), HasSubstr("ended unexpectedly; the next one starts in 1 s"));
+}
+
+TEST_F(Pool, ALaunchIsTriedOnceMoreIfItsProcessIsKilled) {
+  start(2);
+  prepareFor({"--raw", kClock});
+  const pid_t first = processes("ready").at(0);
+  kill(first, SIGSTOP);
   RunningLaunch again(clock("again"));
   ASSERT_TRUE(awaitProcesses("assigned", 1));
-  kill(ready[0], SIGKILL);
-  CommandResult ending = again.wait();
+  kill(first, SIGKILL);
+  const CommandResult ending = again.wait();
   EXPECT_EQ(ending.status, 0) << ending.err;
-  EXPECT_EQ(times(ending.out, "arguments: again\n"), 1U);
+  EXPECT_EQ(occurrences(ending.out, "arguments: again\n"), 1U);
   EXPECT_EQ(served(), 1);
-  // Both die: the command launches by itself.
-  ASSERT_TRUE(awaitProcesses("ready", 2));
-  ready = processes("ready");
+}
+
+TEST_F(Pool, ALaunchIsDirectIfBothItsProcessesAreKilled) {
+  start(2);
+  prepareFor({"--raw", kClock});
+  const auto ready = processes("ready");
   for (const pid_t process : ready) kill(process, SIGSTOP);
   RunningLaunch direct(clock("direct"));
   for (const pid_t process : ready) {
@@ -85,14 +92,14 @@ TEST_F(Pool, ADeadProcessIsReplacedAndALaunchTriedOnceMore) {
     })) << status();
     kill(process, SIGKILL);
   }
-  ending = direct.wait();
+  const CommandResult ending = direct.wait();
   EXPECT_EQ(ending.status, 0) << ending.err;
-  EXPECT_EQ(times(ending.out, "arguments: direct\n"), 1U);
-  EXPECT_EQ(served(), 1);
+  EXPECT_EQ(occurrences(ending.out, "arguments: direct\n"), 1U);
+  EXPECT_EQ(served(), 0);
 }
 
-// LaunchOutcome to end, which it does with status 0 before the plug-in knows of an application.
-TEST_F(Pool, ALaunchIsTriedOnceMoreHoweverItsProcessEnded) {
+// SIGTERM ends the process with status 0, because the plug-in does not know an application yet.
+TEST_F(Pool, ALaunchIsTriedOnceMoreIfItsProcessExits) {
   start(2);
   prepareFor({"--raw", kClock});
   const pid_t first = processes("ready").at(0);
@@ -103,11 +110,11 @@ TEST_F(Pool, ALaunchIsTriedOnceMoreHoweverItsProcessEnded) {
   kill(first, SIGCONT);
   const CommandResult ending = again.wait();
   EXPECT_EQ(ending.status, 0) << ending.err;
-  EXPECT_EQ(times(ending.out, "arguments: again\n"), 1U);
+  EXPECT_EQ(occurrences(ending.out, "arguments: again\n"), 1U);
   EXPECT_EQ(served(), 1);
 }
 
-TEST_F(Pool, ALaunchPadThatDoesNotAnswerIsLeftAlone) {
+TEST_F(Pool, ALaunchIsDirectIfTheLaunchPadDoesNotAnswer) {
   start(1);
   prepareFor({"--raw", kClock});
   kill(launchpad(), SIGSTOP);
@@ -119,12 +126,12 @@ TEST_F(Pool, ALaunchPadThatDoesNotAnswerIsLeftAlone) {
   asked.signal(SIGINT);
   EXPECT_EQ(asked.wait().status, 128 + SIGINT);
   kill(launchpad(), SIGCONT);
-  // Nothing of the two is left to run there.
+  // Neither of the two runs there later.
   ASSERT_TRUE(awaitProcesses("ready", 1));
   EXPECT_EQ(served(), 0);
 }
 
-TEST_F(Pool, ALaunchThatHasNotBegunOutlivesTheLaunchPad) {
+TEST_F(Pool, ALaunchThatHasNotStartedOutlivesTheLaunchPad) {
   start(1);
   prepareFor({"--raw", kClock});
   kill(processes("ready").at(0), SIGSTOP);
@@ -133,10 +140,10 @@ TEST_F(Pool, ALaunchThatHasNotBegunOutlivesTheLaunchPad) {
   killLaunchpad();
   const CommandResult ending = launch.wait();
   EXPECT_EQ(ending.status, 0) << ending.err;
-  EXPECT_EQ(times(ending.out, "arguments: later\n"), 1U);
+  EXPECT_EQ(occurrences(ending.out, "arguments: later\n"), 1U);
 }
 
-TEST_F(Pool, CommandsThatSayNothingTakeNobodysPlace) {
+TEST_F(Pool, IdleClientsDoNotPreventALaunch) {
   start(1);
   prepareFor({"--raw", kClock});
   const rlimit few{128, 128};
@@ -150,8 +157,8 @@ TEST_F(Pool, CommandsThatSayNothingTakeNobodysPlace) {
   EXPECT_EQ(served(), 1) << ending.err << errors();
 }
 
-// Whose starter ignores the end of its children: the kernel would tell the launch pad of none.
-TEST_F(Pool, IgnoredSignalsOfItsStarterAreNotItsOwn) {
+// With an inherited SIG_IGN for SIGCHLD, waitid(2) would report no child.
+TEST_F(Pool, IgnoredSignalsAreNotInherited) {
   start(1, SIGCHLD);
   EXPECT_EQ(launch({"--raw", kClock, "--", "--exit", "5"}).status, 5);
   ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
@@ -162,8 +169,8 @@ TEST_F(Pool, IgnoredSignalsOfItsStarterAreNotItsOwn) {
   EXPECT_THAT(contentOf("/proc/" + std::to_string(launchpad()) + "/status"), HasSubstr(ignored));
 }
 
-// What changed before a launch was asked for, however shortly, is seen by it.
-TEST_F(Pool, AProcessIsMadeAnewForOtherFilesInAFolderOfTheLists) {
+// A launch detects every change that happened before its request.
+TEST_F(Pool, AProcessIsReplacedIfAFolderOfTheListsChanges) {
   start(1);
   prepareFor({"--raw", kClock});
   const std::vector<std::function<void()>> changes = {
@@ -181,7 +188,7 @@ TEST_F(Pool, AProcessIsMadeAnewForOtherFilesInAFolderOfTheLists) {
   EXPECT_EQ(served(), 1);
 }
 
-TEST_F(Pool, AProcessIsMadeAnewForOtherCertificates) {
+TEST_F(Pool, AProcessIsReplacedIfTheCertificatesChange) {
   start(1);
   { RunningProbe direct(root(), "inhouse"); }
   ASSERT_TRUE(awaitProcesses("ready", 1));
@@ -193,7 +200,7 @@ TEST_F(Pool, AProcessIsMadeAnewForOtherCertificates) {
   EXPECT_EQ(probe.ask("variable SSL_CERT_FILE"), "/opt/data/cert/zqca.pem");
 }
 
-TEST_F(Pool, TheApplicationEndsWithItsAskingCommand) {
+TEST_F(Pool, TheApplicationEndsWithItsClient) {
   start(1);
   { RunningProbe direct(root(), "inhouse"); }
   ASSERT_TRUE(awaitProcesses("ready", 1));
@@ -203,8 +210,12 @@ TEST_F(Pool, TheApplicationEndsWithItsAskingCommand) {
     application = std::stoi(probe.ask("process"));
     EXPECT_EQ(served(), 1);
   }  // killed
-  awaitDeath({application});
-  // One that is killed while its process has not begun.
+  awaitEnd({application});
+}
+
+TEST_F(Pool, AnAssignedProcessEndsWithItsClient) {
+  start(1);
+  { RunningProbe direct(root(), "inhouse"); }
   ASSERT_TRUE(awaitProcesses("ready", 1));
   const auto ready = processes("ready");
   kill(ready[0], SIGSTOP);
@@ -212,7 +223,7 @@ TEST_F(Pool, TheApplicationEndsWithItsAskingCommand) {
     RunningLaunch launch({"--device", root(), kProbe});
     ASSERT_TRUE(awaitProcesses("assigned", 1));
   }
-  awaitDeath(ready);
+  awaitEnd(ready);
   EXPECT_TRUE(awaitProcesses("ready", 1));
 }
 
@@ -227,13 +238,13 @@ TEST_F(Pool, NothingOutlivesAKilledLaunchPad) {
   killLaunchpad();
   EXPECT_EQ(probe.quit(), kLaunchPadState);
   EXPECT_THAT(probe.errors(), HasSubstr("quillon: the launch pad ended, and the application with"));
-  awaitDeath(all);
+  awaitEnd(all);
   EXPECT_EQ(launch({kClock}).status, 0);
-  start(1);  // its address is free
+  start(1);  // its address is free again
   EXPECT_THAT(status(), HasSubstr("serving"));
 }
 
-TEST_F(Pool, StopAndReloadLoseNothing) {
+TEST_F(Pool, StopAndReloadKeepRunningApplications) {
   start(1);
   { RunningProbe direct(root(), "inhouse"); }
   ASSERT_TRUE(awaitProcesses("ready", 1));
@@ -242,7 +253,7 @@ TEST_F(Pool, StopAndReloadLoseNothing) {
   ASSERT_TRUE(awaitProcesses("ready", 1));
   const auto before = processes("ready");
   EXPECT_EQ(control("reload").status, 0);
-  awaitDeath(before);
+  awaitEnd(before);
   ASSERT_TRUE(awaitProcesses("ready", 1));
   EXPECT_EQ(probe->ask("variable QUILLON_APP_ID"), kProbe);
   kill(launchpad(), SIGTERM);
@@ -252,20 +263,21 @@ TEST_F(Pool, StopAndReloadLoseNothing) {
   EXPECT_EQ(late.status, 3);
   EXPECT_THAT(late.err, HasSubstr("the launch pad is about to stop"));
   EXPECT_EQ(probe->ask("variable QUILLON_APP_ID"), kProbe);
-  // LaunchOutcome again it waits for nobody.
+  // A second stop does not wait for applications.
   EXPECT_EQ(control("stop").status, 0);
   EXPECT_EQ(endOfLaunchpad(), 0);
   EXPECT_EQ(probe->quit(), 128 + SIGKILL);
   EXPECT_EQ(control("status").status, kLaunchPadState);
 }
 
-// The debugger's files in the device's temporary folder that are named for a process.
+// The number of debugger files of a process in the device's temporary folder.
 size_t debuggerFiles(const fs::path& folder, pid_t process) {
   const std::string number = "-" + std::to_string(process) + "-";
   size_t count = 0;
   for (const auto& entry : fs::directory_iterator(folder)) {
     const std::string name = entry.path().filename();
-    count += times(name, "clr-debug-pipe" + number) + times(name, "dotnet-diagnostic" + number);
+    count += occurrences(name, "clr-debug-pipe" + number) +
+             occurrences(name, "dotnet-diagnostic" + number);
   }
   return count;
 }
@@ -276,21 +288,21 @@ TEST_F(Pool, AnEndedProcessLeavesNoDebuggerFiles) {
   const pid_t idle = processes("ready").at(0);
   const auto left = [&](pid_t process) { return debuggerFiles(at("/tmp"), process); };
   ASSERT_GT(left(idle), 0U);
-  // Of processes that live, that never were, and whose numbers merely begin alike.
+  // Files of another process id with the same prefix, of a running process, and of another program.
   const std::string number = std::to_string(idle);
   const fs::path longer = at("/tmp/clr-debug-pipe-" + number + "0-1-in");
   const fs::path ofTest = at("/tmp/dotnet-diagnostic-" + std::to_string(getpid()) + "-1-socket");
   const fs::path others = at("/tmp/other-" + number + "-1-in");
   for (const fs::path& file : {longer, ofTest, others}) write(file, "");
   EXPECT_EQ(control("reload").status, 0);
-  awaitDeath({idle});
+  awaitEnd({idle});
   ASSERT_TRUE(awaitProcesses("ready", 1));
   EXPECT_EQ(left(idle), 0U);
   for (const fs::path& file : {longer, ofTest, others}) EXPECT_TRUE(fs::exists(file)) << file;
-  // What a killed launch pad leaves, the next one finds.
+  // The next launch pad removes what a killed one leaves.
   const pid_t orphan = processes("ready").at(0);
   killLaunchpad();
-  awaitDeath({orphan});
+  awaitEnd({orphan});
   EXPECT_GT(left(orphan), 0U);
   start(1);
   EXPECT_EQ(left(orphan), 0U);
@@ -307,12 +319,13 @@ long memoryOf(pid_t process) {
   return std::atol(text.c_str() + text.find("VmRSS:") + 6);
 }
 
-// Of the device root's view that a process has.
+// The number of mounts in the view of a process.
 size_t mountsOf(pid_t process) {
-  return times(contentOf("/proc/" + std::to_string(process) + "/mountinfo"), "\n");
+  return occurrences(contentOf("/proc/" + std::to_string(process) + "/mountinfo"), "\n");
 }
 
-// "ROW,AT_ONCE" in the environment asks for more launches than every build does.
+// The numbers of launches one after the other and at once. The environment variable asks for more
+// than the default ("ROW,AT_ONCE").
 std::pair<int, int> stormSize() {
   int row = 20;
   int atOnce = 10;
@@ -322,32 +335,32 @@ std::pair<int, int> stormSize() {
   return {row, atOnce};
 }
 
-// What may not grow however many launches there were.
-struct Holdings {
+// Resources that must not grow with the number of launches.
+struct Resources {
   size_t descriptors;
   size_t mounts;
-  size_t children;  // zombies too
+  size_t children;  // including zombies
   long memory;      // resident, in kB
 };
 
-Holdings holdingsOf(pid_t process) {
+Resources resourcesOf(pid_t process) {
   const std::string number = std::to_string(process);
   return {descriptorsOf(process), mountsOf(process),
-          times(contentOf("/proc/" + number + "/task/" + number + "/children"), " "),
+          occurrences(contentOf("/proc/" + number + "/task/" + number + "/children"), " "),
           memoryOf(process)};
 }
 
-TEST_F(Pool, ManyLaunchesEachRunOnceAndLeaveNothing) {
+TEST_F(Pool, ManyLaunchesEachRunOnceAndLeakNothing) {
   const auto [row, atOnce] = stormSize();
   start(atOnce);
   prepareFor({"--raw", kClock});
-  const Holdings before = holdingsOf(launchpad());
+  const Resources before = resourcesOf(launchpad());
   ASSERT_GT(before.mounts, 0U);
   ASSERT_EQ(before.children, static_cast<size_t>(atOnce));
   const auto expectOneRun = [](RunningLaunch& launch, const std::string& word) {
     const CommandResult ending = launch.wait();
     EXPECT_EQ(ending.status, 0) << ending.err;
-    EXPECT_EQ(times(ending.out, "arguments: " + word + "\n"), 1U);
+    EXPECT_EQ(occurrences(ending.out, "arguments: " + word + "\n"), 1U);
   };
   for (int i = 0; i < row; ++i) {
     ASSERT_TRUE(eventually([&] { return !processes("ready").empty(); }));
@@ -366,7 +379,7 @@ TEST_F(Pool, ManyLaunchesEachRunOnceAndLeaveNothing) {
   }
   EXPECT_EQ(served(), row + atOnce);
   ASSERT_TRUE(awaitProcesses("ready", static_cast<size_t>(atOnce)));
-  const Holdings after = holdingsOf(launchpad());
+  const Resources after = resourcesOf(launchpad());
   EXPECT_EQ(after.descriptors, before.descriptors);
   EXPECT_EQ(after.mounts, before.mounts);
   EXPECT_EQ(after.children, before.children);

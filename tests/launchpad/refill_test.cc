@@ -1,4 +1,4 @@
-// When the launch pad makes its next process; the clock is the test's.
+// When the server starts its next worker, with a clock that the test advances.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -12,8 +12,8 @@ namespace {
 using namespace std::chrono_literals;
 using test::eventually;
 
-constexpr std::chrono::milliseconds kNothingToDo{-1};
-constexpr std::chrono::milliseconds kPreparing = 30s;  // at most
+constexpr std::chrono::milliseconds kNothingDue{-1};
+constexpr std::chrono::milliseconds kPreparing = 30s;  // the timeout of a preparation
 
 class Refill : public ::testing::Test {
  protected:
@@ -22,54 +22,54 @@ class Refill : public ::testing::Test {
     while (!pools_.isEmpty()) reap(*pools_.all().front());
   }
 
-  // Waits for the end of a process.
-  void reap(const Process& process) {
-    ASSERT_TRUE(eventually([&] { return endingOf(process).has_value(); }));
-    pools_.noteEnded(process.number);
+  // Waits for the end of a worker.
+  void reap(const WorkerProcess& worker) {
+    ASSERT_TRUE(eventually([&] { return reapWorker(worker).has_value(); }));
+    pools_.onEnded(worker.number);
   }
 
-  Process& newest() { return *pools_.all().back(); }
+  WorkerProcess& newest() { return *pools_.all().back(); }
 
-  // Has a process made, which dies before it is ready.
+  // Starts a worker that ends before it is ready.
   void failOnce() {
-    worksAtAll_ = false;
+    staysAlive_ = false;
     EXPECT_EQ(pools_.refill(), kPreparing);
     ASSERT_FALSE(pools_.isEmpty());
     reap(newest());
   }
 
-  // Has a process made, and makes it serve a launch.
+  // Starts a worker that serves a launch.
   void serveOnce() {
-    worksAtAll_ = true;
+    staysAlive_ = true;
     EXPECT_EQ(pools_.refill(), kPreparing);
-    pools_.noteReady(newest());
-    Process* const taken = pools_.take(kKey);
+    pools_.onReady(newest());
+    WorkerProcess* const taken = pools_.take(kKey);
     ASSERT_NE(taken, nullptr);
-    pools_.noteServed(*taken);
+    pools_.onStarted(*taken);
   }
 
   const PoolKey kKey{"inhouse", true, {}};
   Clock::time_point now_ = Clock::now();
-  bool worksAtAll_ = true;
+  bool staysAlive_ = true;
   Pools pools_{{1, 3s, [] { return std::string(); }, [this] { return now_; }},
                [this](const PoolKey&, Descriptor channel) {
                  char byte = 0;
-                 while (worksAtAll_ && read(channel.get(), &byte, 1) > 0) {
+                 while (staysAlive_ && read(channel.get(), &byte, 1) > 0) {
                  }
                }};
 };
 
-// It would compete with the launch, however long the pool had been left alone before.
-TEST_F(Refill, WaitsFromTheMomentThatAProcessIsTaken) {
-  pools_.want(kKey);
+// A refill would compete with the launch, even if the pool was full for long before.
+TEST_F(Refill, IsDelayedAfterAWorkerIsTaken) {
+  pools_.ensurePool(kKey);
   EXPECT_EQ(pools_.refill(), kPreparing);
-  pools_.noteReady(newest());
-  EXPECT_EQ(pools_.refill(), kNothingToDo);
+  pools_.onReady(newest());
+  EXPECT_EQ(pools_.refill(), kNothingDue);
   now_ += 1h;
-  Process* const taken = pools_.take(kKey);
+  WorkerProcess* const taken = pools_.take(kKey);
   ASSERT_NE(taken, nullptr);
   EXPECT_EQ(pools_.refill(), 3s);
-  pools_.noteServed(*taken);
+  pools_.onStarted(*taken);
   now_ += 1s;
   EXPECT_EQ(pools_.refill(), 2s);
   EXPECT_EQ(pools_.all().size(), 1U);
@@ -78,37 +78,37 @@ TEST_F(Refill, WaitsFromTheMomentThatAProcessIsTaken) {
   EXPECT_EQ(pools_.all().size(), 2U);
 }
 
-TEST_F(Refill, WaitsTwiceAsLongAfterEachDeathAMinuteOrSoAtMost) {
-  pools_.want(kKey);
-  for (const auto pause : {1s, 2s, 4s, 8s, 16s, 32s, 64s, 64s, 64s}) {
+TEST_F(Refill, DoublesItsDelayAfterEachFailureUpTo64Seconds) {
+  pools_.ensurePool(kKey);
+  for (const auto delay : {1s, 2s, 4s, 8s, 16s, 32s, 64s, 64s, 64s}) {
     failOnce();
-    EXPECT_EQ(pools_.refill(), pause);
+    EXPECT_EQ(pools_.refill(), delay);
     EXPECT_TRUE(pools_.isEmpty());
-    now_ += pause;
+    now_ += delay;
   }
 }
 
-TEST_F(Refill, WaitsForNoProcessThatHangs) {
-  pools_.want(kKey);
+TEST_F(Refill, KillsAWorkerThatHangs) {
+  pools_.ensurePool(kKey);
   EXPECT_EQ(pools_.refill(), kPreparing);
   now_ += 29s;
   EXPECT_EQ(pools_.refill(), 1s);
   now_ += 1s;
-  EXPECT_EQ(pools_.refill(), kNothingToDo);
+  EXPECT_EQ(pools_.refill(), kNothingDue);
   reap(newest());
   EXPECT_EQ(pools_.refill(), 1s);
 }
 
-TEST_F(Refill, EndsWhereNoProcessCanEverBeMade) {
-  pools_.want(kKey);
+TEST_F(Refill, EndsWhenThePoolIsRemoved) {
+  pools_.ensurePool(kKey);
   failOnce();
-  pools_.drop(kKey);
+  pools_.removePool(kKey);
   now_ += 1h;
-  EXPECT_EQ(pools_.refill(), kNothingToDo);
+  EXPECT_EQ(pools_.refill(), kNothingDue);
 }
 
-TEST_F(Refill, ForgetsDeathsOnceALaunchIsServed) {
-  pools_.want(kKey);
+TEST_F(Refill, ResetsItsDelayWhenALaunchIsServed) {
+  pools_.ensurePool(kKey);
   failOnce();
   now_ += 1s;
   failOnce();
@@ -119,17 +119,17 @@ TEST_F(Refill, ForgetsDeathsOnceALaunchIsServed) {
   EXPECT_EQ(pools_.refill(), 1s);
 }
 
-TEST_F(Refill, ForgetsDeathsWhenAskedToMakeAllAnew) {
-  pools_.want(kKey);
+TEST_F(Refill, ResetsItsDelayOnReload) {
+  pools_.ensurePool(kKey);
   failOnce();
   EXPECT_EQ(pools_.refill(), 1s);
-  pools_.renew();
+  pools_.reload();
   EXPECT_EQ(pools_.refill(), kPreparing);
   EXPECT_EQ(pools_.all().size(), 1U);
 }
 
-TEST_F(Refill, TriesAgainWhereTheMachineHasNoProcessLeft) {
-  pools_.want(kKey);
+TEST_F(Refill, TriesAgainIfNoProcessIsAvailable) {
+  pools_.ensurePool(kKey);
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
   const rlimit none{0, before.rlim_max};

@@ -27,8 +27,8 @@ namespace fs = std::filesystem;
 
 const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
 
-[[noreturn]] void become(const std::vector<std::string>& command, const fs::path& out,
-                         const fs::path& err) {
+[[noreturn]] void execute(const std::vector<std::string>& command, const fs::path& out,
+                          const fs::path& err) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
   dup2(open(out.c_str(), kFlags, 0600), STDOUT_FILENO);
   dup2(open(err.c_str(), kFlags, 0600), STDERR_FILENO);
@@ -73,7 +73,7 @@ void LaunchpadTest::start(int size, int ignored) {
   launchpad_ = fork();
   if (launchpad_ == 0) {
     if (ignored != 0) signal(ignored, SIG_IGN);
-    become(command, fresh("launchpad-out"), fresh("launchpad-errors"));
+    execute(command, fresh("launchpad-out"), fresh("launchpad-errors"));
   }
   ASSERT_TRUE(eventually([&] { return control("status").status == 0; })) << errors();
 }
@@ -115,7 +115,7 @@ void LaunchpadTest::expectNoAnswerTo(uid_t user) const {
   const pid_t stranger = fork();
   if (stranger == 0) {
     if (setresuid(0, 0, 0) != 0 || setuid(user) != 0) _exit(1);
-    // The address is another one for another user, and this one is not trusted.
+    // connectTo() does not trust a launch pad of another user.
     if (launchpad::connectTo(address)) _exit(2);
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
@@ -161,7 +161,7 @@ RunningLaunch::RunningLaunch(const std::vector<std::string>& command) {
   if (pid_ != 0) return;
   std::vector<std::string> whole = {kQuillon, "launch"};
   whole.insert(whole.end(), command.begin(), command.end());
-  become(whole, output_.path() / "out", output_.path() / "err");
+  execute(whole, output_.path() / "out", output_.path() / "err");
 }
 
 RunningLaunch::~RunningLaunch() {

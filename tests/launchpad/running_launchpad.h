@@ -1,4 +1,4 @@
-// A launch pad of a test's own, and launches through it.
+// A launch pad for a test, and launches through it.
 #pragma once
 
 #include <sys/types.h>
@@ -11,36 +11,36 @@
 
 namespace quillon::test {
 
-// With a device root, and without a launch pad until start(). Prepares for nothing at first.
+// Makes a device root. No launch pad runs until start(), and it prepares no process at first.
 class LaunchpadTest : public RuntimeTest {
  protected:
   void SetUp() override;
   ~LaunchpadTest() override;
 
-  // Starts the launch pad, which comes to ignore a signal, and waits until it serves.
+  // Starts the launch pad and waits until it serves. The parent ignores the signal `ignored`.
   void start(int size, int ignored = 0);
 
-  // Makes it keep processes for such a launch: asks for one, which is launched directly, and waits
-  // until as many as the pool's size are ready.
+  // Makes it prepare processes for such a launch: requests one launch, which is direct, and waits
+  // until the pool is full.
   void prepareFor(const std::vector<std::string>& launchArguments);
 
   CommandResult control(const std::string& action) const;
   std::string status() const { return control("status").out; }
   int served() const;
-  // Process ids with that word in the status.
+  // The ids of the processes whose stage the status shows as this word.
   std::vector<pid_t> processes(const std::string& stage) const;
-  // Waits until so many processes are at a stage.
+  // Waits until `count` processes are at a stage.
   bool awaitProcesses(const std::string& stage, size_t count) const;
 
-  // Kills it and waits for its end.
+  // Kills the launch pad and waits for its end.
   void killLaunchpad();
-  // Waits for its end; its exit status.
+  // Waits for the end of the launch pad and returns its exit status.
   int endOfLaunchpad();
 
   // Starts a zone, then the launch pad, and launches an application that enters it.
   void expectApplicationInTheZone();
 
-  // A process of another user gets no answer from it.
+  // Expects that the launch pad does not answer a process of another user.
   void expectNoAnswerTo(uid_t user) const;
 
   pid_t launchpad() const { return launchpad_; }
@@ -52,7 +52,7 @@ class LaunchpadTest : public RuntimeTest {
   int size_ = 0;
 };
 
-// A launch that runs beside the test.
+// A `quillon launch` that runs in the background.
 class RunningLaunch {
  public:
   explicit RunningLaunch(const std::vector<std::string>& command);
@@ -60,11 +60,11 @@ class RunningLaunch {
   RunningLaunch(const RunningLaunch&) = delete;
   RunningLaunch& operator=(const RunningLaunch&) = delete;
 
-  // Its end.
+  // Waits for its end.
   CommandResult wait();
 
   void signal(int signal) const { kill(pid_, signal); }
-  // Whether signals reach its application, or are kept for it, rather than act on the command.
+  // Whether the command has blocked its signals in order to relay them.
   [[nodiscard]] bool relaysSignals() const;
 
  private:
@@ -72,7 +72,7 @@ class RunningLaunch {
   pid_t pid_ = -1;
 };
 
-// Whether any of its threads has not ended; nobody needs to have reaped it.
+// Returns false for a zombie too.
 bool isAlive(pid_t process);
 
 }  // namespace quillon::test

@@ -1,5 +1,4 @@
-// An application launched by the launch pad is what it is when launched directly, or is launched
-// directly.
+// A launch through the launch pad has the same result as a direct launch, or is a direct launch.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -31,8 +30,8 @@ std::vector<std::string> operator+(std::vector<std::string> one, std::vector<std
   return one;
 }
 
-// Without the two assemblies that only a prepared process has, the numbers of descriptors, and with
-// the folder for the descriptor that leads to it.
+// The output without the two assemblies that only a prepared process loads and without numbers of
+// descriptors, and with the folder in place of the placeholder descriptor.
 std::string comparable(const std::string& output) {
   static const std::regex kOwn("assembly (Preload|Quillon\\.Launchpad): .*\n");
   static const std::regex kFolder("/proc/self/fd/[0-9]+/de/");
@@ -45,17 +44,17 @@ std::string comparable(const std::string& output) {
 TEST_F(SameLaunch, PrintsAndEndsTheSame) {
   start(1);
   prepareFor({"--raw", kClock});
-  const std::vector<std::string> asked = {kClock,       "--",
-                                          "--exit",     "7",
-                                          "--culture",  "de",
-                                          "--property", "APP_PATHS",
-                                          "--property", "APP_CONTEXT_BASE_DIRECTORY",
-                                          "--property", "APP_CONTEXT_DEPS_FILES",
-                                          "--property", "Velora.Sample.Clock.Face",
-                                          "a b",        ""};
-  const CommandResult direct = launch(std::vector<std::string>{"--raw", "--direct"} + asked);
+  const std::vector<std::string> arguments = {kClock,       "--",
+                                              "--exit",     "7",
+                                              "--culture",  "de",
+                                              "--property", "APP_PATHS",
+                                              "--property", "APP_CONTEXT_BASE_DIRECTORY",
+                                              "--property", "APP_CONTEXT_DEPS_FILES",
+                                              "--property", "Velora.Sample.Clock.Face",
+                                              "a b",        ""};
+  const CommandResult direct = launch(std::vector<std::string>{"--raw", "--direct"} + arguments);
   const pid_t process = processes("ready").at(0);
-  const CommandResult prepared = launch(std::vector<std::string>{"--raw", "--verbose"} + asked);
+  const CommandResult prepared = launch(std::vector<std::string>{"--raw", "--verbose"} + arguments);
   EXPECT_EQ(served(), 1);
   EXPECT_EQ(prepared.status, 7);
   EXPECT_EQ(prepared.status, direct.status);
@@ -102,7 +101,7 @@ TEST_F(SameLaunch, MakesTheCallsOfAPreparedLaunchInTheStatedOrder) {
   EXPECT_EQ(tracedCalls(trace, process), expected);
 }
 
-TEST_F(SameLaunch, LogsWhereTheAskingCommandDoes) {
+TEST_F(SameLaunch, LogsToTheLogOfTheClient) {
   start(1);
   ASSERT_EQ(launchCaptured({kClock}).status, 0);
   ASSERT_TRUE(awaitProcesses("ready", 1));
@@ -120,9 +119,9 @@ TEST_F(SameLaunch, LogsWhereTheAskingCommandDoes) {
   EXPECT_THAT(shown.err, HasSubstr("arguments: shown"));
 }
 
-TEST_F(SameLaunch, TakesTheAskingCommandsSurroundingsOver) {
+TEST_F(SameLaunch, TakesOverTheProcessStateOfTheClient) {
   start(1);
-  prepareFor({kClock});  // a pool for another kind of application does not serve this one
+  prepareFor({kClock});  // another pool, which does not serve this launch
   { RunningProbe direct(root(), "inhouse"); }
   ASSERT_TRUE(awaitProcesses("ready", 2));
   const mode_t mask = umask(0027);
@@ -138,9 +137,9 @@ TEST_F(SameLaunch, TakesTheAskingCommandsSurroundingsOver) {
   EXPECT_EQ(probe.ask("variable QUILLON_APP_ID"), kProbe);
   EXPECT_EQ(probe.ask("variable DOTNET_APP"), "1");
   EXPECT_EQ(probe.ask("variable TMPDIR"), "(none)");
-  for (const std::string preparations :
+  for (const std::string variable :
        {"QUILLON_LAUNCHPAD", "DOTNET_TC_BackgroundWorkerTimeoutMs", "DOTNET_LTTng"}) {
-    EXPECT_EQ(probe.ask("variable " + preparations), "(none)");
+    EXPECT_EQ(probe.ask("variable " + variable), "(none)");
   }
   EXPECT_EQ(probe.ask("assembly Velora.TV.Screen").find("/proc/self/fd/"), 0U);
   const fs::path process = "/proc/" + probe.ask("process");
@@ -152,7 +151,7 @@ TEST_F(SameLaunch, TakesTheAskingCommandsSurroundingsOver) {
   EXPECT_EQ(served(), 1);
 }
 
-// Every thread of the application: rights are each thread's own.
+// Each thread has its own capabilities.
 TEST_F(SameLaunch, HasNoCapabilities) {
   start(1);
   { RunningProbe direct(root(), "inhouse"); }
@@ -170,23 +169,23 @@ TEST_F(SameLaunch, HasNoCapabilities) {
 
 TEST_F(SameLaunch, RunsInTheZone) { expectApplicationInTheZone(); }
 
-// The launch pad's view of the device root has no such zone.
-TEST_F(SameLaunch, AZoneThatStartsLaterIsEnteredByADirectLaunch) {
+// The launch pad's view of the device root does not contain the zone.
+TEST_F(SameLaunch, ALaunchIntoAZoneThatStartedLaterIsDirect) {
   start(1);
   prepareFor({"--raw", "--type", "dotnet", kClock});
-  const std::vector<std::string> asked = {"--raw", "--verbose", "--type", "dotnet", kClock};
+  const std::vector<std::string> arguments = {"--raw", "--verbose", "--type", "dotnet", kClock};
   const auto isDirect = HasSubstr("not by the launch pad: the security zone is another one");
   {
     const RunningZone zone(root());
     ASSERT_NE(zone.holder(), "") << zone.started().err;
-    EXPECT_THAT(launch(asked).err, isDirect);
+    EXPECT_THAT(launch(arguments).err, isDirect);
     EXPECT_EQ(served(), 0);
   }
-  EXPECT_THAT(launch(asked).err, Not(isDirect));
+  EXPECT_THAT(launch(arguments).err, Not(isDirect));
 }
 
-// A process that is in the zone already could not be let in for debugging any more.
-TEST_F(SameLaunch, ADebuggedPackageEntersTheZoneByItself) {
+// Debug mode is decided when a process enters the zone, which a prepared process has done.
+TEST_F(SameLaunch, ALaunchInDebugModeIsDirect) {
   const std::string manifest =
       "[package]\nid = \"org.velora.sample.clock\"\nversion = \"1\"\n"
       "files = \"org.velora.sample.clock\"\n"
@@ -211,7 +210,7 @@ TEST_F(SameLaunch, ARefusalIsTheResult) {
       "[package]\nid = \"org.velora.sample.clock\"\nversion = \"1\"\n"
       "files = \"org.velora.sample.clock\"\n"
       "[[application]]\nid = \"org.velora.sample.clock\"\nexec = \"bin/SampleClock.dll\"\n");
-  // What was prepared before the installation is not used any more.
+  // The installation has made the prepared process outdated.
   const CommandResult first = launch({"--raw", "--verbose", kClock});
   EXPECT_THAT(first.err, HasSubstr("launched directly, not by the launch pad"));
   ASSERT_TRUE(awaitProcesses("ready", 1));
@@ -246,7 +245,7 @@ TEST_F(SameLaunch, SignalsReachTheApplication) {
   EXPECT_FALSE(isAlive(application));
 }
 
-TEST_F(SameLaunch, KeepsAVariableThatThePreparationUsesToo) {
+TEST_F(SameLaunch, KeepsAVariableThatTheWarmUpChanges) {
   setenv("QUILLON_LAUNCHPAD", "kept", 1);
   start(1);
   { RunningProbe direct(root(), "inhouse"); }
@@ -258,8 +257,8 @@ TEST_F(SameLaunch, KeepsAVariableThatThePreparationUsesToo) {
   EXPECT_EQ(served(), 1);
 }
 
-// The registry, locked as SQLite locks it, answers nobody meanwhile.
-TEST_F(SameLaunch, WaitsForNoRegistry) {
+// Holds the lock of SQLite's that blocks every reader of the registry.
+TEST_F(SameLaunch, DoesNotWaitForTheRegistry) {
   constexpr off_t kPendingByte = 0x40000000;  // SQLite's database file format
   start(1);
   prepareFor({"--raw", kClock});
@@ -278,8 +277,8 @@ TEST_F(SameLaunch, WaitsForNoRegistry) {
   EXPECT_EQ(served(), 2);
 }
 
-// One that cannot be loaded ends whatever runs it.
-TEST_F(SameLaunch, StartupHooksAreTheLaunchs) {
+// A hook that cannot be loaded ends the process that runs it.
+TEST_F(SameLaunch, StartupHooksRunInTheLaunchOnly) {
   setenv("DOTNET_STARTUP_HOOKS", "/usr/share/no-hook.dll", 1);
   start(1);
   launch({"--raw", kClock});  // directly, since nothing is prepared for it yet
@@ -291,7 +290,7 @@ TEST_F(SameLaunch, StartupHooksAreTheLaunchs) {
   EXPECT_EQ(served(), 1);
 }
 
-TEST_F(SameLaunch, WhatAPreparedProcessCannotBeIsLaunchedDirectly) {
+TEST_F(SameLaunch, ALaunchThatAPreparedProcessCannotServeIsDirect) {
   start(1);
   prepareFor({"--raw", kClock});
   const auto reason = [&](const std::vector<std::string>& options,
@@ -313,7 +312,8 @@ TEST_F(SameLaunch, WhatAPreparedProcessCannotBeIsLaunchedDirectly) {
   signal(SIGUSR2, SIG_DFL);
   constexpr int kTaken = 5;
   dup2(STDIN_FILENO, kTaken);
-  EXPECT_EQ(reason({}, {}), start + "it has descriptors where a prepared process has its own");
+  EXPECT_EQ(reason({}, {}),
+            start + "a prepared process cannot take over its inherited descriptors");
   close(kTaken);
   const int nice = getpriority(PRIO_PROCESS, 0);
   setpriority(PRIO_PROCESS, 0, nice + 1);
@@ -321,8 +321,8 @@ TEST_F(SameLaunch, WhatAPreparedProcessCannotBeIsLaunchedDirectly) {
   EXPECT_EQ(served(), 0);
 }
 
-// What is launched directly anyway costs the launch pad nothing, unless somebody wants to know.
-TEST_F(SameLaunch, ADirectLaunchDisturbsNoLaunchPad) {
+// A launch that is direct anyway connects to the launch pad only if --verbose asks for the reason.
+TEST_F(SameLaunch, ADirectLaunchDoesNotConnect) {
   const auto listener = launchpad::listenAt(launchpad::addressOf(root()), root());
   ASSERT_TRUE(listener);
   EXPECT_EQ(launch({"--direct", "--plan", kClock}).status, 0);

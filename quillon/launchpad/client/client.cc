@@ -3,14 +3,12 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 
 #include "quillon/base/exit_status.h"
-#include "quillon/base/record.h"
 #include "quillon/base/report.h"
 #include "quillon/base/terminal.h"
 #include "quillon/launchpad/client/signal_relay.h"
@@ -24,132 +22,130 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A launch pad that is stopped, say, says nothing to anybody; it answers at once otherwise.
-constexpr milliseconds kPatience{2000};
-constexpr milliseconds kLongestEnd{10'000};  // of a process that was killed
+// The server answers at once unless, for instance, it is stopped by SIGSTOP.
+constexpr milliseconds kAnswerTimeout{2000};
+constexpr milliseconds kExitTimeout{10'000};  // of a killed process
 
-// A launch that is asked for: what it is told, and by whom.
+// A launch from the sent request to its outcome.
 class PendingLaunch {
  public:
+  // started  the eventfd that was sent with the request
   // ignored  the signals that this process ignores
-  PendingLaunch(const Descriptor& socket, const Descriptor& began, const sigset_t& ignored,
+  PendingLaunch(const Descriptor& socket, const Descriptor& started, const sigset_t& ignored,
                 bool verbose)
-      : socket_(socket), began_(began), verbose_(verbose), signals_(ignored) {}
+      : socket_(socket), started_(started), verbose_(verbose), signals_(ignored) {}
 
-  LaunchOutcome follow();
+  LaunchOutcome awaitOutcome();
 
  private:
-  void wait() const;
-  void handle(Message& packet);
-  void handleTaken(Message& packet);
-  LaunchOutcome declined(const std::string& why) const;
-  LaunchOutcome lost() const;
-  LaunchOutcome unanswered();
+  void poll() const;
+  void handle(Message message);
+  void onTaken(TakenReply reply);
+  LaunchOutcome declined(std::string reason) const;
+  LaunchOutcome onServerGone() const;
+  LaunchOutcome onTimeout();
   [[nodiscard]] bool isTaken() const { return static_cast<bool>(signals_.target()); }
-  [[nodiscard]] milliseconds patienceLeft() const;
+  [[nodiscard]] milliseconds timeLeft() const;
 
   const Descriptor& socket_;
-  const Descriptor& began_;
+  const Descriptor& started_;
   const bool verbose_;
-  const Clock::time_point asked_ = Clock::now();
+  const Clock::time_point sentAt_ = Clock::now();
   SignalRelay signals_;
-  std::optional<LaunchOutcome> result_;
+  std::optional<LaunchOutcome> outcome_;
 };
 
-int launchPadGone() {
-  return report(
-      {"the launch pad ended, and the application with it", "start it again", kLaunchPadState});
+void awaitExit(const Descriptor& process) {
+  pollfd exited{process.get(), POLLIN, 0};
+  ::poll(&exited, 1, static_cast<int>(kExitTimeout.count()));
 }
 
-void awaitEnd(const Descriptor& process) {
-  pollfd ended{process.get(), POLLIN, 0};
-  poll(&ended, 1, static_cast<int>(kLongestEnd.count()));
-}
-
-// An application that was told to end before it began does not begin elsewhere.
-LaunchOutcome PendingLaunch::declined(const std::string& why) const {
+// A signal that asked the application to end before it started also prevents the direct launch.
+LaunchOutcome PendingLaunch::declined(std::string reason) const {
   if (signals_.endingSignal() != 0) killSelfBy(signals_.endingSignal());
-  return {std::nullopt, why};
+  return {std::nullopt, std::move(reason)};
 }
 
-// Its processes end with it.
-LaunchOutcome PendingLaunch::lost() const {
-  if (isTaken()) awaitEnd(signals_.target());
-  if (wasStarted(began_.get())) return {launchPadGone(), {}};
-  return declined("the launch pad ended");
+// The workers end with the server.
+LaunchOutcome PendingLaunch::onServerGone() const {
+  if (isTaken()) awaitExit(signals_.target());
+  if (!wasStarted(started_.get())) return declined("the launch pad ended");
+  const Failure failure{"the launch pad ended, and the application with it", "start it again",
+                        kLaunchPadState};
+  return {report(failure), {}};
 }
 
-milliseconds PendingLaunch::patienceLeft() const {
-  return std::chrono::ceil<milliseconds>(asked_ + kPatience - Clock::now());
+milliseconds PendingLaunch::timeLeft() const {
+  return std::max(std::chrono::ceil<milliseconds>(sentAt_ + kAnswerTimeout - Clock::now()),
+                  milliseconds(0));
 }
 
-// Nothing that the launch pad says from here on arrives, and it assigns no process to a launch
-// without having said so. It may have, at the last moment.
-LaunchOutcome PendingLaunch::unanswered() {
+// The server sends kTaken before it assigns the request to a worker. After shutdown() it cannot
+// send anything, so only a message that has already arrived can tell that a worker has the request.
+LaunchOutcome PendingLaunch::onTimeout() {
   shutdown(socket_.get(), SHUT_RD);
-  Message packet;
-  if (receiveMessageNow(socket_.get(), packet) == Received::kMessage) handle(packet);
-  if (result_) return *result_;
+  Message message;
+  if (receiveMessageNow(socket_.get(), message) == Received::kMessage) handle(std::move(message));
+  if (outcome_) return *outcome_;
   if (!isTaken()) return declined("the launch pad does not answer");
   signals_.killTarget();
-  return lost();
+  return onServerGone();
 }
 
-void PendingLaunch::handleTaken(Message& packet) {
-  if (!packet.descriptors.empty()) signals_.setTarget(std::move(packet.descriptors.front()));
-  if (!verbose_) return;
-  const uint64_t process = RecordReader(packet.bytes).number();
-  tell({"launched by the launch pad, in its process " + std::to_string(process), {}});
+void PendingLaunch::onTaken(TakenReply reply) {
+  if (reply.pidfd) signals_.setTarget(std::move(reply.pidfd));
+  if (verbose_) {
+    tell({"launched by the launch pad, in its process " + std::to_string(reply.worker), {}});
+  }
 }
 
-void PendingLaunch::handle(Message& packet) {
-  switch (packet.kind) {
+void PendingLaunch::handle(Message message) {
+  switch (message.kind) {
     case MessageKind::kTaken:
-      handleTaken(packet);
+      onTaken(parseTaken(std::move(message)));
       break;
     case MessageKind::kEnded:
-      result_ = LaunchOutcome{exitAs(endingOf(packet.bytes)), {}};
+      outcome_ = LaunchOutcome{exitAs(decodeExitState(message.bytes.view())), {}};
       break;
     case MessageKind::kDeclined:
-      result_ = declined(packet.bytes);
+      outcome_ = declined(std::string(message.bytes.view()));
       break;
     default:
       break;
   }
 }
 
-void PendingLaunch::wait() const {
+void PendingLaunch::poll() const {
   std::array<pollfd, 2> events = {{{socket_.get(), POLLIN, 0}, {signals_.descriptor(), POLLIN, 0}}};
-  const int atMost =
-      isTaken() ? -1 : static_cast<int>(std::max(patienceLeft(), milliseconds(0)).count());
-  poll(events.data(), events.size(), atMost);
+  ::poll(events.data(), events.size(), isTaken() ? -1 : static_cast<int>(timeLeft().count()));
 }
 
-LaunchOutcome PendingLaunch::follow() {
-  while (!result_) {
-    wait();
+LaunchOutcome PendingLaunch::awaitOutcome() {
+  while (!outcome_) {
+    poll();
     signals_.relay();
-    Message packet;
-    switch (receiveMessageNow(socket_.get(), packet)) {
+    Message message;
+    switch (receiveMessageNow(socket_.get(), message)) {
       case Received::kMessage:
-        handle(packet);
+        handle(std::move(message));
         break;
       case Received::kEnd:
-        result_ = lost();
+        outcome_ = onServerGone();
         break;
       case Received::kNothingYet:
         if (isTaken()) break;
-        if (signals_.endingSignal() != 0 || patienceLeft().count() <= 0) result_ = unanswered();
+        if (signals_.endingSignal() != 0 || timeLeft().count() == 0) outcome_ = onTimeout();
         break;
     }
   }
-  return *result_;
+  return *outcome_;
 }
 
-// Whether a prepared process can have a request's descriptors at the same numbers.
-bool canBeHandedOver(const std::vector<int>& others) {
-  return others.size() <= kMostOthers &&
-         std::all_of(others.begin(), others.end(), [](int fd) { return fd >= kLowestOther; });
+// Whether a worker can have the inherited descriptors under the same numbers.
+bool canBeInherited(const std::vector<int>& descriptors) {
+  return descriptors.size() <= kMaxInheritedDescriptors &&
+         std::all_of(descriptors.begin(), descriptors.end(),
+                     [](int fd) { return fd >= kMinInheritedDescriptor; });
 }
 
 }  // namespace
@@ -159,15 +155,17 @@ LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::strin
   if (!socket) return {};
   const ProcSelf self;
   const Request request = makeRequest(options, self, program);
-  if (request.shape.empty()) return {std::nullopt, "/proc does not tell what this process is"};
-  if (!canBeHandedOver(request.others)) {
-    return {std::nullopt, "it has descriptors where a prepared process has its own"};
+  if (request.processState.empty()) {
+    return {std::nullopt, "/proc lacks values that describe this process"};
   }
-  const Descriptor began(eventfd(0, EFD_CLOEXEC));
-  if (!began || !sendRequest(socket.get(), request, began.get())) {
-    return {std::nullopt, "the launch pad cannot be told"};
+  if (!canBeInherited(request.inheritedDescriptors)) {
+    return {std::nullopt, "a prepared process cannot take over its inherited descriptors"};
   }
-  return PendingLaunch(socket, began, self.ignoredSignals(), options.verbose).follow();
+  const Descriptor started(eventfd(0, EFD_CLOEXEC));
+  if (!started || !sendRequest(socket.get(), request, started.get())) {
+    return {std::nullopt, "the request cannot be sent"};
+  }
+  return PendingLaunch(socket, started, self.ignoredSignals(), options.verbose).awaitOutcome();
 }
 
 bool isServed(const std::filesystem::path& device) {
@@ -180,9 +178,11 @@ Expected<std::string> command(const std::filesystem::path& device, MessageKind k
     return fail("no launch pad of this user runs for the device root '" + device.string() + "'",
                 "start one: quillon launchpad --device " + device.string());
   }
-  Message packet;
+  Message message;
   std::string answer;
-  while (receiveMessage(socket.get(), packet) == Received::kMessage) answer += packet.bytes;
+  while (receiveMessage(socket.get(), message) == Received::kMessage) {
+    answer += message.bytes.view();
+  }
   return answer;
 }
 

@@ -1,4 +1,4 @@
-// The launch pad as `quillon launch` and `quillon launchpad` ask it.
+// The client side of the launch pad, for `quillon launch` and `quillon launchpad`.
 #pragma once
 
 #include <filesystem>
@@ -12,24 +12,24 @@
 namespace quillon::launchpad {
 
 struct LaunchOutcome {
-  std::optional<int> status;  // of the command, when the launch pad carried the launch out
-  std::string whyNot;         // else why not; empty where no launch pad runs
+  std::optional<int> status;  // exit status, if a worker ran the application
+  std::string whyNot;         // otherwise the reason; empty if no launch pad runs
 };
 
-// Asks the launch pad of the device root, if one runs, to carry a launch out, and waits for the
-// application's end: signals that this process gets meanwhile go to the application, and an
-// application that a signal ended ends this process by the same. Without a status this process is
-// as it was, and nothing of the application has run. A launch pad that does not answer is left
-// alone after two seconds.
+// Asks the launch pad of the device root, if one runs, for a launch and waits until the application
+// ends. Meanwhile, signals sent to this process are relayed to the application. If a signal ends
+// the application, this process ends by the same signal. Without a status in the outcome, no code
+// of the application has run and this process is unchanged. Gives up after two seconds if the
+// launch pad does not answer.
 //
-// program  file of the quillon program, where another program asks
+// program  see processStateOf()
 LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::string& program = {});
 
-// Whether a launch pad of this user's serves the device root.
+// Whether a launch pad of this process's user serves the device root.
 bool isServed(const std::filesystem::path& device);
 
-// Sends one of kStop, kReload and kStatus and returns what the launch pad answers; after kStop when
-// the launch pad has ended. Fails where none runs.
+// Sends kStop, kReload or kStatus and returns the launch pad's answer. After kStop, returns when
+// the launch pad has ended. Fails if none runs.
 [[nodiscard]] Expected<std::string> command(const std::filesystem::path& device, MessageKind kind);
 
 }  // namespace quillon::launchpad

@@ -10,17 +10,17 @@
 namespace quillon::launchpad {
 namespace {
 
-// Those that mean a fault of this process itself, or its own children and terminal.
-constexpr std::array kOwn = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGTRAP, SIGSYS,
-                             SIGABRT, SIGPIPE, SIGCHLD, SIGTTIN, SIGTTOU};
+// Not relayed: they report faults, children or the terminal of this process.
+constexpr std::array kNotRelayed = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGTRAP, SIGSYS,
+                                    SIGABRT, SIGPIPE, SIGCHLD, SIGTTIN, SIGTTOU};
 constexpr std::array kEnding = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 sigset_t relayed(const sigset_t& ignored) {
   sigset_t signals;
   sigfillset(&signals);
-  for (const int signal : kOwn) sigdelset(&signals, signal);
+  for (const int signal : kNotRelayed) sigdelset(&signals, signal);
   for (int signal = 1; signal < NSIG; ++signal) {
-    // Blocked, it would wait to be read all the same.
+    // If an ignored signal is blocked, the kernel queues it for signalfd(2) instead.
     if (sigismember(&ignored, signal) == 1) sigdelset(&signals, signal);
   }
   return signals;
@@ -62,7 +62,7 @@ void SignalRelay::send(int signal) {
 
 void SignalRelay::stopBoth() {
   if (target_) sendTo(target_, SIGSTOP);
-  raise(SIGSTOP);  // the SIGCONT that ends it is sent on like any other
+  raise(SIGSTOP);  // SIGCONT is relayed like any other signal
 }
 
 }  // namespace quillon::launchpad

@@ -1,4 +1,4 @@
-// Hands the signals that this process gets to another one.
+// Relays the signals that this process receives to another process.
 #pragma once
 
 #include <signal.h>
@@ -7,8 +7,8 @@
 
 namespace quillon::launchpad {
 
-// While one exists, signals that would act on this process wait to be read in place of acting; the
-// ones that this process ignores stay ignored. For a process of one thread.
+// While an instance exists, it blocks the signals that it relays and reads them from a signalfd(2).
+// Ignored signals stay ignored. For a process with one thread.
 class SignalRelay {
  public:
   // ignored  the signals that this process ignores
@@ -17,23 +17,24 @@ class SignalRelay {
   SignalRelay(const SignalRelay&) = delete;
   SignalRelay& operator=(const SignalRelay&) = delete;
 
-  // Readable when a signal has come.
+  // Readable when a signal is pending.
   [[nodiscard]] int descriptor() const { return signals_.get(); }
 
-  // Whom signals go to from here on, a pidfd. One that came before goes to it at once.
+  // Sets the process to relay signals to, a pidfd. If a signal that asks a process to end was read
+  // before, sends it at once.
   void setTarget(Descriptor process);
 
-  // Invalid before it is set.
+  // Invalid until it is set.
   [[nodiscard]] const Descriptor& target() const { return target_; }
 
-  // Ends it at once.
+  // Sends SIGKILL to the target.
   void killTarget() const;
 
-  // Reads the signals that have come and sends them on. SIGTSTP stops both processes: the other's
-  // terminal is not its own, so that the kernel would not stop it by that signal.
+  // Relays the pending signals. SIGTSTP stops both processes: the target gets SIGSTOP, since it has
+  // no controlling terminal and its orphaned process group would ignore SIGTSTP.
   void relay();
 
-  // The last signal sent on that asks a process to end; 0: none.
+  // The last relayed signal that asks a process to end; 0 if none.
   [[nodiscard]] int endingSignal() const { return endingSignal_; }
 
  private:

@@ -22,7 +22,7 @@ struct Address {
   socklen_t length = 0;
 };
 
-// An abstract name begins with a zero byte and ends with its length.
+// An abstract name begins with a zero byte. Its length ends it, not a zero byte.
 Address toSocketAddress(const std::string& address) {
   Address result;
   result.name.sun_family = AF_UNIX;
@@ -45,8 +45,8 @@ std::optional<uid_t> userOfPeer(int socket) {
 
 bool isOwnPeer(int socket) { return userOfPeer(socket) == std::optional<uid_t>(geteuid()); }
 
-// Users without a number in a user namespace, where device roots of ordinary users are, look like
-// this one there (user_namespaces(7)).
+// Whether this process's user id is the one that a user namespace shows for every user without a
+// mapping (user_namespaces(7)). Device roots of ordinary users are in user namespaces.
 bool isOverflowUser() {
   uid_t overflow = 65534;
   const std::string digits = readSmallFileAt(AT_FDCWD, "/proc/sys/kernel/overflowuid");
@@ -54,7 +54,7 @@ bool isOverflowUser() {
   return geteuid() == overflow;
 }
 
-// Whose process listens at an address, for the message.
+// ", of user N" for a message, if another user's process listens at the address.
 std::string ownerOf(const Address& address) {
   const Descriptor probe = newSocket(SOCK_NONBLOCK);
   if (connect(probe.get(), reinterpret_cast<const sockaddr*>(&address.name), address.length) != 0) {
@@ -75,8 +75,9 @@ std::string addressOf(const std::filesystem::path& device) {
 
 Expected<Descriptor> listenAt(const std::string& address, const std::filesystem::path& device) {
   if (isOverflowUser()) {
-    return fail("user " + std::to_string(geteuid()) + " cannot be told from others there",
-                "run the launch pad as a user of its own");
+    return fail("user " + std::to_string(geteuid()) +
+                    " also stands for all users without an id in a user namespace",
+                "run the launch pad as another user");
   }
   const Address name = toSocketAddress(address);
   Descriptor socket = newSocket(SOCK_NONBLOCK);
@@ -86,10 +87,10 @@ Expected<Descriptor> listenAt(const std::string& address, const std::filesystem:
   }
   if (errno != EADDRINUSE) {
     return fail(std::string("cannot listen for launches: ") + std::strerror(errno),
-                "see that this machine allows unix sockets");
+                "check that this machine allows unix sockets");
   }
   return fail(
-      "a launch pad" + ownerOf(name) + " serves the device root '" + device.string() + "' already",
+      "a launch pad" + ownerOf(name) + " already serves the device root '" + device.string() + "'",
       "stop it first: quillon launchpad stop --device " + device.string());
 }
 

@@ -1,7 +1,7 @@
-// Where a launch pad is asked: one abstract unix address for each user and device root.
+// The address of a launch pad: one abstract unix socket address for each user and device root.
 //
-// An abstract address is no file: it is free again the moment the launch pad ends, however it ends.
-// Anybody on the machine may take one, so both sides look who the other is.
+// An abstract address is not a file. The kernel frees it when the launch pad ends, however it ends.
+// Any local user can bind one, so client and server both check the user of their peer.
 #pragma once
 
 #include <filesystem>
@@ -12,19 +12,19 @@
 
 namespace quillon::launchpad {
 
-// The address for this process's user and a device root; empty where there is no such folder.
+// The address for the calling process's user and a device root. Empty if the folder does not exist.
 std::string addressOf(const std::filesystem::path& device);
 
-// Listens there. Fails where another process does already.
+// Listens at an address. Fails if another process does already.
 [[nodiscard]] Expected<Descriptor> listenAt(const std::string& address,
                                             const std::filesystem::path& device);
 
-// A connection to the launch pad of this process's user; invalid where none listens there, or
-// somebody else's process does.
+// Connects to the launch pad of the calling process's user. Returns an invalid descriptor if no
+// process of this user listens there.
 Descriptor connectTo(const std::string& address);
 
-// The next connection of this process's own user; invalid when there is none. Those of other users
-// are ended without an answer.
+// Accepts the next connection of the calling process's user. Closes those of other users without an
+// answer. Returns an invalid descriptor with errno if there is none.
 Descriptor acceptFrom(int listener);
 
 }  // namespace quillon::launchpad

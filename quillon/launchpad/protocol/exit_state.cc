@@ -9,23 +9,23 @@
 namespace quillon::launchpad {
 namespace {
 
-constexpr int kSignalBase = 128;  // what a shell makes of a signal
+constexpr int kSignalBase = 128;  // a shell reports signal N as status 128 + N
 
 }  // namespace
 
-std::string toBytes(const ExitState& ending) {
+std::string encode(const ExitState& state) {
   return RecordWriter()
-      .number(ending.bySignal ? 1 : 0)
-      .number(static_cast<uint64_t>(ending.number))
-      .bytes();
+      .number(state.bySignal ? 1 : 0)
+      .number(static_cast<uint64_t>(state.number))
+      .take();
 }
 
-ExitState endingOf(const std::string& bytes) {
+ExitState decodeExitState(std::string_view bytes) {
   RecordReader reader(bytes);
-  ExitState ending;
-  ending.bySignal = reader.number() != 0;
-  ending.number = static_cast<int>(reader.number());
-  return ending;
+  ExitState state;
+  state.bySignal = reader.number() != 0;
+  state.number = static_cast<int>(reader.number());
+  return state;
 }
 
 void killSelfBy(int signal) {
@@ -39,10 +39,10 @@ void killSelfBy(int signal) {
   sigprocmask(SIG_UNBLOCK, &only, nullptr);
 }
 
-int exitAs(const ExitState& ending) {
-  if (!ending.bySignal) return ending.number;
-  killSelfBy(ending.number);
-  return kSignalBase + ending.number;
+int exitAs(const ExitState& state) {
+  if (!state.bySignal) return state.number;
+  killSelfBy(state.number);
+  return kSignalBase + state.number;
 }
 
 }  // namespace quillon::launchpad

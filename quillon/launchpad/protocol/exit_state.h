@@ -1,23 +1,26 @@
-// How an application ended, as its asking command is to end.
+// How an application ended, and how its client ends the same way.
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace quillon::launchpad {
 
 struct ExitState {
   bool bySignal = false;
-  int number = 0;  // exit status, or signal
+  int number = 0;  // exit status, or signal number
 };
 
-std::string toBytes(const ExitState& ending);
-ExitState endingOf(const std::string& bytes);
+std::string encode(const ExitState& state);
+ExitState decodeExitState(std::string_view bytes);
 
-// Ends this process in the same way: returns the exit status, or does not return. The signal leaves
-// no core dump of this process, since the application's own is the one that tells something.
-int exitAs(const ExitState& ending);
+// Ends the calling process the same way: returns the exit status to use, or kills the process by
+// the signal. Disables the core dump of the calling process, because the application's own is the
+// useful one.
+int exitAs(const ExitState& state);
 
-// Ends this process by a signal whose default it is to end one; returns where it is not.
+// Kills the calling process by a signal. Returns if the signal's default action does not end a
+// process.
 void killSelfBy(int signal);
 
 }  // namespace quillon::launchpad

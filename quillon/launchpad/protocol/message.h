@@ -1,10 +1,9 @@
-// One message of a SOCK_SEQPACKET socket: its kind, its bytes, and descriptors.
+// One message of a SOCK_SEQPACKET socket: kind, bytes and file descriptors.
 //
-// Thread safety: none is needed; every process of the launch pad has one thread while it speaks.
+// Thread safety: none. Client, server and worker have one thread while they use messages.
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -13,45 +12,68 @@
 namespace quillon::launchpad {
 
 enum class MessageKind : uint32_t {
-  // From the asking command.
+  // From client to server.
   kLaunch = 1,  // see request.h
   kStop,
   kReload,
   kStatus,
-  // To the asking command.
-  kDeclined,  // bytes: why; launch directly
-  kTaken,     // descriptor: pidfd of the process that will be, or is, the application
+  // From server to client.
+  kDeclined,  // bytes: the reason. The client launches the application itself.
+  kTaken,     // see TakenReply in request.h
   kEnded,     // bytes: an ExitState
-  kAnswer,    // bytes: lines of text for a person
-  // To a prepared process; same descriptors as kLaunch. Bytes: an Assignment.
-  kAssign,
-  // From a prepared process.
-  kReady,      // it waits for a launch
-  kTakenOver,  // it has all of the launch; how it ends from here on is the launch's result
-  kStarted,    // the next thing that it does is to run the application
+  kAnswer,    // bytes: lines of text for the user
+  // From server to worker.
+  kAssign,  // see request.h
+  // From worker to server.
+  kReady,      // the worker waits for a launch
+  kTakenOver,  // the worker has the whole launch: its exit state is the result of the launch
+  kStarted,    // the worker runs the application's Main next
+};
+
+// Bytes that may hold the arguments or the environment of an application. They are overwritten with
+// zeros before their memory is freed, so that workers forked later do not inherit them.
+class SensitiveBytes {
+ public:
+  SensitiveBytes() = default;
+  SensitiveBytes(std::string_view bytes) : bytes_(bytes.begin(), bytes.end()) {}
+  explicit SensitiveBytes(size_t size) : bytes_(size) {}
+  ~SensitiveBytes();
+  SensitiveBytes(SensitiveBytes&& other) noexcept { bytes_.swap(other.bytes_); }
+  SensitiveBytes& operator=(SensitiveBytes&& other) noexcept {
+    bytes_.swap(other.bytes_);
+    return *this;
+  }
+  SensitiveBytes(const SensitiveBytes&) = delete;
+  SensitiveBytes& operator=(const SensitiveBytes&) = delete;
+
+  [[nodiscard]] std::string_view view() const { return {bytes_.data(), bytes_.size()}; }
+  [[nodiscard]] char* data() { return bytes_.data(); }
+
+ private:
+  std::vector<char> bytes_;
 };
 
 struct Message {
   MessageKind kind{};
-  std::string bytes;
+  SensitiveBytes bytes;
   std::vector<Descriptor> descriptors;
 };
 
 inline constexpr size_t kMaxDescriptors = 32;
-inline constexpr size_t kMaxMessageSize = 64 * 1024;  // its kind and its bytes
+inline constexpr size_t kMaxMessageSize = 64 * 1024;  // including the kind
 
-// False where the other side is gone, or the socket cannot take the message. Waits for room unless
-// the socket does not block.
+// Sends `bytes`, followed by `moreBytes`. Blocks until the socket has room, unless it is
+// nonblocking. Returns false if the peer is gone or the socket cannot take the message.
 bool sendMessage(int socket, MessageKind kind, std::string_view bytes = {},
-                 const std::vector<int>& descriptors = {});
+                 const std::vector<int>& descriptors = {}, std::string_view moreBytes = {});
 
 enum class Received { kMessage, kNothingYet, kEnd };
 
-// Receives one message, waiting for it unless the socket does not block. kEnd: the other side is
-// gone, or what it sent is no message of this kind.
-Received receiveMessage(int socket, Message& packet);
+// Receives one message. Blocks until one arrives, unless the socket is nonblocking. Returns kEnd if
+// the peer is gone or has sent malformed data.
+Received receiveMessage(int socket, Message& message);
 
-// The same, without waiting.
-Received receiveMessageNow(int socket, Message& packet);
+// The same, but never blocks.
+Received receiveMessageNow(int socket, Message& message);
 
 }  // namespace quillon::launchpad

@@ -3,51 +3,199 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <bit>
 #include <charconv>
 #include <climits>
+#include <concepts>
 #include <cstring>
 #include <utility>
 
 #include "quillon/base/record.h"
-#include "workstation/log_config.h"
+#include "quillon/launchpad/protocol/sealed_memory.h"
 
 namespace quillon::launchpad {
 namespace {
 
-constexpr int kSeals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
-constexpr off_t kLongest = 64 * 1024 * 1024;
+// A longer request goes into a memory file. The server adds a few paths to a shorter one.
+constexpr size_t kMaxSizeInMessage = kMaxMessageSize / 2;
+constexpr size_t kTypicalHeadSize = 2 * 1024;  // of the fields before the environment
+constexpr size_t kTypicalTailSize = 256;       // of the fields after it
+constexpr size_t kTypicalTargetSize = 1024;
 
-// Which descriptors a request comes with: bit 4 the memory file that holds it, first of all, bits 0
-// to 2 the standard ones, bit 3 the log's. The one to tell the application's begin through is
-// always there, before the further ones.
-constexpr uint64_t kLogBit = 1U << 3;
-constexpr uint64_t kFileBit = 1U << 4;
-constexpr uint64_t kAllBits = kFileBit | kLogBit | 7U;
+// Encoder and Decoder take the same lists of fields, below, so that every field is named once and
+// in one order.
+class Encoder {
+ public:
+  explicit Encoder(RecordWriter& writer) : writer_(writer) {}
 
-// A longer one goes into a memory file. The launch pad hands it on with a few paths beside it.
-constexpr size_t kLongestInMessage = kMaxMessageSize / 2;
-// What is before the environment, and behind it.
-constexpr size_t kUsualHead = 2 * 1024;
-constexpr size_t kUsualRest = 256;
+  template <typename... Fields>
+  void operator()(const Fields&... fields) {
+    (encode(fields), ...);
+  }
 
-std::string bytesOf(const Limits& limits) {
-  return {reinterpret_cast<const char*>(limits.data()), limits.size() * sizeof(rlimit)};
+  // Encodes environ(7) in place of the field.
+  void environment(const std::vector<std::string>& /*field*/) {
+    uint64_t count = 0;
+    size_t length = 0;
+    for (; environ != nullptr && environ[count] != nullptr; ++count) {
+      length += sizeof count + std::strlen(environ[count]);
+    }
+    writer_.reserve(length + kTypicalTailSize).number(count);
+    for (uint64_t i = 0; i < count; ++i) writer_.text(environ[i]);
+  }
+
+ private:
+  void encode(std::integral auto value) { writer_.number(static_cast<uint64_t>(value)); }
+  void encode(const std::string& value) { writer_.text(value); }
+  void encode(const std::vector<std::string>& values) { writer_.texts(values); }
+  void encode(const std::optional<std::string>& value) {
+    writer_.number(value ? 1 : 0);
+    if (value) writer_.text(*value);
+  }
+  void encode(const std::vector<int>& values) {
+    writer_.number(values.size());
+    for (const int value : values) encode(value);
+  }
+  void encode(const Limits& limits) {
+    writer_.text({reinterpret_cast<const char*>(limits.data()), limits.size() * sizeof(rlimit)});
+  }
+
+  RecordWriter& writer_;
+};
+
+class Decoder {
+ public:
+  explicit Decoder(RecordReader& reader) : reader_(reader) {}
+
+  template <typename... Fields>
+  void operator()(Fields&... fields) {
+    (decode(fields), ...);
+  }
+
+  void environment(std::vector<std::string>& field) { decode(field); }
+
+ private:
+  template <std::integral T>
+  void decode(T& value) {
+    value = static_cast<T>(reader_.number());
+  }
+  void decode(std::string& value) { value = reader_.text(); }
+  void decode(std::vector<std::string>& values) { values = reader_.texts(); }
+  void decode(std::optional<std::string>& value) {
+    auto values = reader_.texts();
+    if (!values.empty()) value = std::move(values.front());
+  }
+  void decode(std::vector<int>& values) {
+    values.resize(std::min<uint64_t>(reader_.number(), kMaxInheritedDescriptors));
+    for (int& value : values) decode(value);
+  }
+  void decode(Limits& limits) {
+    const std::string bytes = reader_.text();
+    limits.resize(bytes.size() / sizeof(rlimit));
+    bytes.copy(reinterpret_cast<char*>(limits.data()), limits.size() * sizeof(rlimit));
+  }
+
+  RecordReader& reader_;
+};
+
+// The fields that the server reads.
+template <typename Archive, typename AnyRequest>
+void visitHead(Archive&& archive, AnyRequest& request) {
+  archive(request.appId, request.type, request.exec, request.raw, request.limits,
+          request.processState, request.inheritedDescriptors);
 }
 
-Limits limitsOf(const std::string& bytes) {
-  const auto* first = reinterpret_cast<const char*>(bytes.data());
-  Limits limits(bytes.size() / sizeof(rlimit));
-  std::copy(first, first + limits.size() * sizeof(rlimit), reinterpret_cast<char*>(limits.data()));
-  return limits;
+// The fields that only the worker reads.
+template <typename Archive, typename AnyRequest>
+void visitTail(Archive&& archive, AnyRequest& request) {
+  archive(request.arguments);
+  archive.environment(request.environment);
+  archive(request.workingDirectory, request.umask, request.log.target, request.log.level,
+          request.log.applicationOutput);
 }
 
-// It is octal, and cannot be asked for without being changed otherwise (umask(2)).
+template <typename Archive, typename AnyTarget>
+void visitTarget(Archive&& archive, AnyTarget& target) {
+  archive(target.package.id, target.package.rootPath, target.application.id, target.type,
+          target.exec, target.assembly);
+}
+
+// The first number of a message's bytes: which of the optional descriptors the message carries. The
+// descriptors follow each other in this order: the memory file with the request, the standard
+// descriptors, the log's, the eventfd of signalStarted(), which is always there, the inherited
+// ones.
+class DescriptorMask {
+ public:
+  // Attaches the descriptors of the calling process.
+  DescriptorMask(std::vector<int>& descriptors, const Request& request, int started) {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+      if (fcntl(fd, F_GETFD) < 0) continue;
+      descriptors.push_back(fd);
+      bits_ |= 1U << fd;
+    }
+    if (const int log = workstation::currentLog().descriptor; log >= 0) {
+      descriptors.push_back(log);
+      bits_ |= kLogBit;
+    }
+    descriptors.push_back(started);
+    descriptors.insert(descriptors.end(), request.inheritedDescriptors.begin(),
+                       request.inheritedDescriptors.end());
+  }
+  explicit DescriptorMask(uint64_t bits) : bits_(bits) {}
+
+  // Adds a memory file that holds the request.
+  void addFile(std::vector<int>& descriptors, const Descriptor& file) {
+    descriptors.insert(descriptors.begin(), file.get());
+    bits_ |= kFileBit;
+  }
+
+  [[nodiscard]] uint64_t bits() const { return bits_; }
+  [[nodiscard]] bool hasFile() const { return (bits_ & kFileBit) != 0; }
+
+  // Whether a message carries exactly the descriptors that the mask and the request name.
+  [[nodiscard]] bool matches(const Message& message, const Request& request) const {
+    const size_t count =
+        static_cast<size_t>(std::popcount(bits_)) + 1 + request.inheritedDescriptors.size();
+    return bits_ <= kAllBits && message.descriptors.size() == count;
+  }
+
+  // Detaches the descriptors, except the memory file's.
+  [[nodiscard]] RequestDescriptors detach(Message& message) const {
+    RequestDescriptors detached;
+    size_t next = hasFile() ? 1 : 0;
+    const auto take = [&](Descriptor& into) {
+      if (next < message.descriptors.size()) into = std::move(message.descriptors[next++]);
+    };
+    for (size_t fd = 0; fd < detached.standard.size(); ++fd) {
+      if ((bits_ & (1U << fd)) != 0) take(detached.standard[fd]);
+    }
+    if ((bits_ & kLogBit) != 0) take(detached.log);
+    take(detached.started);
+    while (next < message.descriptors.size()) take(detached.inherited.emplace_back());
+    return detached;
+  }
+
+ private:
+  static constexpr uint64_t kLogBit = 1U << 3;  // bits 0 to 2: the standard descriptors
+  static constexpr uint64_t kFileBit = 1U << 4;
+  static constexpr uint64_t kAllBits = kFileBit | kLogBit | 7U;
+
+  uint64_t bits_ = 0;
+};
+
+// The encoded request, which is the rest of the message or, if the mask says so, the content of its
+// memory file. `storage` must outlive the result.
+std::string_view encodedRequest(std::string_view rest, const DescriptorMask& mask,
+                                const Message& message, SensitiveBytes& storage) {
+  if (!mask.hasFile()) return rest;
+  if (!message.descriptors.empty()) storage = readSealedMemory(message.descriptors.front().get());
+  return storage.view();
+}
+
+// The umask of the process, which umask(2) cannot query without a change.
 mode_t umaskOf(const ProcSelf& process) {
   const std::string_view digits = process.status("Umask").value_or("");
   mode_t mask = 0;
@@ -60,88 +208,6 @@ std::string workingDirectory() {
   return getcwd(path.data(), path.size()) == nullptr ? std::string() : path.data();
 }
 
-bool isOpen(int fd) { return fcntl(fd, F_GETFD) >= 0; }
-
-// The descriptors to send, and the bits that tell them apart.
-uint64_t collectDescriptors(std::vector<int>& descriptors) {
-  uint64_t there = 0;
-  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-    if (!isOpen(fd)) continue;
-    descriptors.push_back(fd);
-    there |= 1U << fd;
-  }
-  if (const int log = workstation::currentLog().descriptor; log >= 0) {
-    descriptors.push_back(log);
-    there |= kLogBit;
-  }
-  return there;
-}
-
-void encodeOptional(RecordWriter& writer, const std::optional<std::string>& value) {
-  writer.texts(value ? std::vector<std::string>{*value} : std::vector<std::string>{});
-}
-
-std::optional<std::string> decodeOptional(RecordReader& reader) {
-  const auto values = reader.texts();
-  return values.empty() ? std::nullopt : std::optional<std::string>(values.front());
-}
-
-void encodeEnvironment(RecordWriter& writer) {
-  uint64_t count = 0;
-  size_t length = 0;
-  for (; environ != nullptr && environ[count] != nullptr; ++count) {
-    length += sizeof count + std::strlen(environ[count]);
-  }
-  writer.reserve(length + kUsualRest).number(count);
-  for (uint64_t i = 0; i < count; ++i) writer.text(environ[i]);
-}
-
-// What the launch pad looks at comes first.
-void encode(const Request& request, RecordWriter& writer) {
-  writer.text(request.appId);
-  encodeOptional(writer, request.type);
-  encodeOptional(writer, request.exec);
-  writer.number(request.raw ? 1 : 0).text(bytesOf(request.limits)).text(request.shape);
-  writer.number(request.others.size());
-  for (const int other : request.others) writer.number(static_cast<uint64_t>(other));
-  writer.texts(request.arguments);
-  encodeEnvironment(writer);
-  writer.text(request.workingDirectory).number(request.umask);
-  writer.text(request.log.target).number(static_cast<uint64_t>(request.log.level));
-  writer.number(request.log.applicationOutput ? 1 : 0);
-}
-
-std::vector<int> decodeOthers(RecordReader& reader) {
-  std::vector<int> others;
-  for (uint64_t left = std::min<uint64_t>(reader.number(), kMostOthers); left > 0; --left) {
-    others.push_back(static_cast<int>(reader.number()));
-  }
-  return others;
-}
-
-Request decodeHead(RecordReader& reader) {
-  Request request;
-  request.appId = reader.text();
-  request.type = decodeOptional(reader);
-  request.exec = decodeOptional(reader);
-  request.raw = reader.number() != 0;
-  request.limits = limitsOf(reader.text());
-  request.shape = reader.text();
-  request.others = decodeOthers(reader);
-  return request;
-}
-
-Descriptor memoryFileOf(std::string_view text) {
-  Descriptor file(memfd_create("quillon-launch", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  for (size_t done = 0; file && done < text.size();) {
-    const ssize_t written = write(file.get(), text.data() + done, text.size() - done);
-    if (written <= 0) return {};
-    done += static_cast<size_t>(written);
-  }
-  if (!file || fcntl(file.get(), F_ADD_SEALS, kSeals) != 0) return {};
-  return file;
-}
-
 }  // namespace
 
 Request makeRequest(const host::LaunchOptions& options, const ProcSelf& process,
@@ -151,102 +217,87 @@ Request makeRequest(const host::LaunchOptions& options, const ProcSelf& process,
   request.type = options.type;
   request.exec = options.exec;
   request.raw = options.raw;
+  request.limits = currentLimits();
+  request.processState = processStateOf(process, program);
+  request.inheritedDescriptors = process.inheritedDescriptors();
   request.arguments = options.arguments;
   request.workingDirectory = workingDirectory();
   request.umask = umaskOf(process);
-  request.limits = currentLimits();
-  request.shape = processStateOf(process, program);
   request.log = workstation::currentLog();
-  request.others = process.inheritedDescriptors();
   return request;
 }
 
-bool sendRequest(int socket, const Request& request, int began) {
+bool sendRequest(int socket, const Request& request, int started) {
   std::vector<int> descriptors;
   descriptors.reserve(kMaxDescriptors);
-  uint64_t there = collectDescriptors(descriptors);
-  descriptors.push_back(began);
-  descriptors.insert(descriptors.end(), request.others.begin(), request.others.end());
+  DescriptorMask mask(descriptors, request, started);
   RecordWriter writer;
-  writer.reserve(kUsualHead).number(there);
-  encode(request, writer);
-  if (writer.bytes().size() <= kLongestInMessage) {
+  writer.reserve(kTypicalHeadSize).number(mask.bits());
+  visitHead(Encoder(writer), request);
+  visitTail(Encoder(writer), request);
+  if (writer.bytes().size() <= kMaxSizeInMessage) {
     return sendMessage(socket, MessageKind::kLaunch, writer.bytes(), descriptors);
   }
-  const Descriptor file = memoryFileOf(std::string_view(writer.bytes()).substr(sizeof there));
+  const std::string_view encoded = writer.bytes();
+  const Descriptor file = makeSealedMemory(encoded.substr(sizeof mask.bits()));
   if (!file) return false;
-  descriptors.insert(descriptors.begin(), file.get());
-  there |= kFileBit;
-  return sendMessage(socket, MessageKind::kLaunch, RecordWriter().number(there).bytes(),
+  mask.addFile(descriptors, file);
+  return sendMessage(socket, MessageKind::kLaunch, RecordWriter().number(mask.bits()).bytes(),
                      descriptors);
 }
 
-std::optional<Request> decodeRequest(const std::string& text) {
-  RecordReader reader(text);
-  Request request = decodeHead(reader);
-  request.arguments = reader.texts();
-  request.environment = reader.texts();
-  request.workingDirectory = reader.text();
-  request.umask = static_cast<mode_t>(reader.number());
-  request.log.target = reader.text();
-  request.log.level = static_cast<int>(reader.number());
-  request.log.applicationOutput = reader.number() != 0;
-  if (!reader.atEnd()) return std::nullopt;
-  return request;
+std::optional<ReceivedRequest> ReceivedRequest::parse(Message message) {
+  RecordReader reader(message.bytes.view());
+  const DescriptorMask mask(reader.number());
+  SensitiveBytes storage;
+  RecordReader head(encodedRequest(reader.rest(), mask, message, storage));
+  Request request;
+  visitHead(Decoder(head), request);
+  if (!head.ok() || !mask.matches(message, request)) return std::nullopt;
+  return ReceivedRequest(std::move(message), std::move(request));
 }
 
-std::string textOf(int memoryFile) {
-  struct stat status {};
-  const int seals = fcntl(memoryFile, F_GET_SEALS);
-  if (seals < 0 || (seals & kSeals) != kSeals || fstat(memoryFile, &status) != 0 ||
-      status.st_size > kLongest) {
-    return {};
-  }
-  std::string text(static_cast<size_t>(status.st_size), '\0');
-  const ssize_t length = pread(memoryFile, text.data(), text.size(), 0);
-  return length == status.st_size ? text : std::string();
+bool ReceivedRequest::assign(int socket, const host::LaunchTarget& target) const {
+  std::vector<int> descriptors;
+  descriptors.reserve(message_.descriptors.size());
+  for (const Descriptor& descriptor : message_.descriptors) descriptors.push_back(descriptor.get());
+  RecordReader reader(message_.bytes.view());
+  RecordWriter writer;
+  writer.reserve(kTypicalTargetSize).number(reader.number());
+  visitTarget(Encoder(writer), target);
+  return sendMessage(socket, MessageKind::kAssign, writer.bytes(), descriptors, reader.rest());
 }
 
-std::string textOf(std::string_view inMessage, uint64_t there,
-                   const std::vector<Descriptor>& descriptors) {
-  if ((there & kFileBit) == 0) return std::string(inMessage);
-  return descriptors.empty() ? std::string() : textOf(descriptors.front().get());
+std::optional<Assignment> parseAssignment(Message message) {
+  Assignment assignment;
+  RecordReader reader(message.bytes.view());
+  const DescriptorMask mask(reader.number());
+  visitTarget(Decoder(reader), assignment.target);
+  SensitiveBytes storage;
+  RecordReader encoded(encodedRequest(reader.rest(), mask, message, storage));
+  visitHead(Decoder(encoded), assignment.request);
+  visitTail(Decoder(encoded), assignment.request);
+  if (!reader.ok() || !encoded.atEnd()) return std::nullopt;
+  assignment.descriptors = mask.detach(message);
+  return assignment;
 }
 
-std::optional<ArrivedRequest> openRequest(Message packet) {
-  RecordReader reader(packet.bytes);
-  const uint64_t there = reader.number();
-  if (there > kAllBits) return std::nullopt;
-  const std::string text = textOf(reader.rest(), there, packet.descriptors);
-  RecordReader head(text);
-  Request request = decodeHead(head);
-  const size_t expected =
-      1 + static_cast<size_t>(__builtin_popcountll(there)) + request.others.size();
-  if (!head.ok() || packet.descriptors.size() != expected) return std::nullopt;
-  return ArrivedRequest{std::move(request), std::move(packet)};
+bool sendTaken(int socket, pid_t worker, int pidfd) {
+  return sendMessage(socket, MessageKind::kTaken,
+                     RecordWriter().number(static_cast<uint64_t>(worker)).bytes(), {pidfd});
 }
 
-RequestDescriptors takeDescriptors(std::vector<Descriptor>& descriptors, uint64_t there) {
-  RequestDescriptors taken;
-  size_t next = (there & kFileBit) == 0 ? 0 : 1;
-  for (size_t i = 0; i < taken.standard.size(); ++i) {
-    if ((there & (1U << i)) != 0 && next < descriptors.size()) {
-      taken.standard[i] = std::move(descriptors[next++]);
-    }
-  }
-  if ((there & kLogBit) != 0 && next < descriptors.size()) {
-    taken.log = std::move(descriptors[next++]);
-  }
-  if (next < descriptors.size()) taken.began = std::move(descriptors[next++]);
-  for (; next < descriptors.size(); ++next) taken.others.push_back(std::move(descriptors[next]));
-  return taken;
+TakenReply parseTaken(Message message) {
+  TakenReply reply{static_cast<pid_t>(RecordReader(message.bytes.view()).number()), {}};
+  if (!message.descriptors.empty()) reply.pidfd = std::move(message.descriptors.front());
+  return reply;
 }
 
-void signalStarted(int began) { [[maybe_unused]] const int told = eventfd_write(began, 1); }
+void signalStarted(int started) { [[maybe_unused]] const int sent = eventfd_write(started, 1); }
 
-bool wasStarted(int began) {
-  pollfd told{began, POLLIN, 0};
-  return poll(&told, 1, 0) == 1;
+bool wasStarted(int started) {
+  pollfd event{started, POLLIN, 0};
+  return poll(&event, 1, 0) == 1;
 }
 
 }  // namespace quillon::launchpad

@@ -1,16 +1,21 @@
-// What an asking command wants launched, and all of itself that the application is to have.
+// A launch request on its way from the client to the server to a worker.
+//
+//   client   makeRequest(), sendRequest()
+//   server   ReceivedRequest::parse(), assign()
+//   worker   parseAssignment()
+//
+// docs/launchpad.md has the format.
 #pragma once
 
 #include <sys/types.h>
 
 #include <array>
-#include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "quillon/host/application/options.h"
+#include "quillon/host/application/target.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/state/limits.h"
 #include "quillon/launchpad/state/proc_self.h"
@@ -19,72 +24,89 @@
 
 namespace quillon::launchpad {
 
+// The application to launch and the process state of the client that the application gets.
 struct Request {
   std::string appId;
   std::optional<std::string> type;
   std::optional<std::string> exec;
-  bool raw = false;  // the application's output is the asking command's own
-  std::vector<std::string> arguments;
-  std::vector<std::string> environment;  // "NAME=VALUE"; of one that arrived
-  std::string workingDirectory;          // empty: it has none that can be named
-  mode_t umask = 0;
+  bool raw = false;  // the application writes to the client's standard output and error
   Limits limits;
-  ProcessState shape;
+  ProcessState processState;
+  // Numbers of the client's descriptors above 2 that a program keeps across exec().
+  std::vector<int> inheritedDescriptors;
+  std::vector<std::string> arguments;
+  // "NAME=VALUE". Filled by parseAssignment() only: sendRequest() encodes the environment of the
+  // calling process without a copy of it.
+  std::vector<std::string> environment;
+  std::string workingDirectory;  // empty if the client's has no path
+  mode_t umask = 0;
   workstation::LogConfig log;  // without its descriptor
-  // Descriptors besides the standard ones that a program which it became would find, by number.
-  std::vector<int> others;
 };
 
-// More of them, or lower ones, where a prepared process has its own, are not handed over.
-inline constexpr size_t kMostOthers = 24;
-inline constexpr int kLowestOther = 80;
+// A worker takes over at most this many inherited descriptors, none below this number: lower
+// numbers may be in use in the worker.
+inline constexpr size_t kMaxInheritedDescriptors = 24;
+inline constexpr int kMinInheritedDescriptor = 80;
 
-// The descriptors that go with a request, each invalid where the asking command has none.
+// The client's descriptors. Each is invalid if the client does not have it.
 struct RequestDescriptors {
   std::array<Descriptor, 3> standard;
   Descriptor log;
-  Descriptor began;  // see signalStarted()
-  std::vector<Descriptor> others;
+  Descriptor started;  // see signalStarted()
+  std::vector<Descriptor> inherited;
 };
 
-// A request of this process's for the launch that `options` asks for. program: see
+// The request of the calling process for the launch that `options` describes. program: see
 // processStateOf().
 Request makeRequest(const host::LaunchOptions& options, const ProcSelf& process,
                     const std::string& program = {});
 
-// Sends a request with this process's environment and descriptors, its log, and `began`, an
-// eventfd(2) that is counted up when the application begins.
-bool sendRequest(int socket, const Request& request, int began);
+// Sends a request with the environment, the descriptors and the log of the calling process.
+//
+// started  an eventfd(2), see signalStarted()
+bool sendRequest(int socket, const Request& request, int started);
 
-// Tells through a request's `began` that the application begins.
-void signalStarted(int began);
-// Whether it was told. Does not wait.
-bool wasStarted(int began);
+// Reports to the client through the request's eventfd that the application starts.
+void signalStarted(int started);
+// Whether signalStarted() was called. Does not block.
+bool wasStarted(int started);
 
-// A request that arrived, as far as the launch pad needs it: what else it says stays in its packet,
-// to be handed on.
-struct ArrivedRequest {
-  Request request;
-  Message packet;
+// A request as the server received it.
+class ReceivedRequest {
+ public:
+  // Returns nullopt if the message is malformed or does not carry the descriptors that it names.
+  static std::optional<ReceivedRequest> parse(Message message);
+
+  // Without the fields from `arguments` on, which only a worker decodes.
+  [[nodiscard]] const Request& request() const { return request_; }
+
+  // Forwards the request to a worker. May be called again for another worker.
+  [[nodiscard]] bool assign(int socket, const host::LaunchTarget& target) const;
+
+ private:
+  ReceivedRequest(Message message, Request request)
+      : message_(std::move(message)), request_(std::move(request)) {}
+
+  Message message_;
+  Request request_;
 };
 
-// Empty where the packet holds no request.
-std::optional<ArrivedRequest> openRequest(Message packet);
+// A request as a worker receives it, with the application that the server found for it.
+struct Assignment {
+  host::LaunchTarget target;  // without privileges, metadata and other applications
+  Request request;
+  RequestDescriptors descriptors;
+};
 
-// The descriptors of a packet without the request's memory file, as `there`, the number that came
-// with the request, tells them apart.
-RequestDescriptors takeDescriptors(std::vector<Descriptor>& descriptors, uint64_t there);
+// Returns nullopt if the message is malformed.
+std::optional<Assignment> parseAssignment(Message message);
 
-// The text of a request that came with `descriptors` and `there`: `inMessage`, unless it was too
-// long for a message.
-std::string textOf(std::string_view inMessage, uint64_t there,
-                   const std::vector<Descriptor>& descriptors);
-
-// The text of a memory file; empty where it is none. Never waits for anybody: the file has to be
-// one that nobody can change any more.
-std::string textOf(int memoryFile);
-
-// The request in a text; empty where there is none.
-std::optional<Request> decodeRequest(const std::string& text);
+// The server's reply to a request before it assigns the request to a worker (kTaken).
+struct TakenReply {
+  pid_t worker = 0;
+  Descriptor pidfd;
+};
+bool sendTaken(int socket, pid_t worker, int pidfd);
+TakenReply parseTaken(Message message);
 
 }  // namespace quillon::launchpad

@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr size_t kMostKnown = 1000;
+constexpr size_t kMaxEntries = 1000;
 
 std::vector<std::string> filesOf(const host::LaunchTarget& target) {
   return {target.assembly, host::runtimeConfigOf(target.assembly).string(),
@@ -28,7 +28,7 @@ std::string fingerprintOf(const std::vector<std::string>& files) {
   return fingerprint;
 }
 
-Expected<void> requireRelevantPath(const Request& request) {
+Expected<void> requireAbsolutePath(const Request& request) {
   if (!request.exec || fs::path(*request.exec).is_absolute()) return {};
   return fail("the path '" + *request.exec + "' depends on the working directory");
 }
@@ -38,60 +38,59 @@ Expected<Entry> lookUp(const Request& request) {
   options.appId = request.appId;
   options.type = request.type;
   options.exec = request.exec;
-  auto target = host::findTarget(options);
-  if (!target) return tl::unexpected<Failure>(target.error());
-  RETURN_IF_FAILED(host::requireAssembly(*target));
-  // A prepared process entered the zone before anybody knew its package.
-  if (host::entersZoneInDebugMode(*target)) {
+  ASSIGN_OR_RETURN(host::LaunchTarget target, host::findTarget(options));
+  RETURN_IF_FAILED(host::requireAssembly(target));
+  // A worker enters the zone before its package is cached.
+  if (host::entersZoneInDebugMode(target)) {
     return fail("its package asks for debug mode, which is decided before the zone is entered");
   }
-  auto config = host::readRuntimeConfig(target->assembly);
-  if (!config) return tl::unexpected(config.error());
+  ASSIGN_OR_RETURN(auto config, host::readRuntimeConfig(target.assembly));
   const std::string found = host::frameworkVersionOf(device_paths::kNetcoreapp);
-  if (!host::serves(found, config->frameworkVersion)) {
-    return fail("the application wants another .NET runtime");
+  if (!host::serves(found, config.frameworkVersion)) {
+    return fail("the application requires another version of the .NET runtime");
   }
-  // Their order means nothing to the runtime.
-  std::sort(config->properties.begin(), config->properties.end());
-  PoolKey key{target->type, request.raw, std::move(config->properties)};
-  return Entry{std::move(*target), std::move(key)};
+  // The runtime ignores their order.
+  std::sort(config.properties.begin(), config.properties.end());
+  PoolKey key{target.type, request.raw, std::move(config.properties)};
+  return Entry{std::move(target), std::move(key)};
 }
 
 }  // namespace
 
 Expected<std::shared_ptr<const Entry>> Catalogue::find(const Request& request) {
-  RETURN_IF_FAILED(requireRelevantPath(request));
+  RETURN_IF_FAILED(requireAbsolutePath(request));
   const Name name{request.appId, request.type, request.exec, request.raw};
-  const auto found = known_.find(name);
-  if (found != known_.end() && found->second.fingerprint == fingerprintOf(found->second.files)) {
+  const auto found = cache_.find(name);
+  if (found != cache_.end() && found->second.fingerprint == fingerprintOf(found->second.files)) {
     return found->second.entry;
   }
-  auto known = learn(
-      request, found == known_.end() ? std::vector<std::string>() : std::move(found->second.files));
-  if (found != known_.end()) known_.erase(found);
-  if (!known) return tl::unexpected(known.error());
-  if (known_.size() >= kMostKnown) known_.clear();
-  return (known_[name] = std::move(*known)).entry;
+  std::vector<std::string> files;
+  if (found != cache_.end()) {
+    files = std::move(found->second.files);
+    cache_.erase(found);
+  }
+  ASSIGN_OR_RETURN(Cached cached, read(request, std::move(files)));
+  if (cache_.size() >= kMaxEntries) cache_.clear();
+  return (cache_[name] = std::move(cached)).entry;
 }
 
-// What changes while it is looked at is looked at again by the next request: an answer is good only
-// for a fingerprint that is older. Which files it is made of is known after a first look.
+// Takes the fingerprint before it reads the files, so that the next request detects a change during
+// the reading. The files are known only after a first reading, so this may read twice.
 //
-// files  of an earlier answer
-Expected<Catalogue::Known> Catalogue::learn(const Request& request,
+// files  of an earlier result
+Expected<Catalogue::Cached> Catalogue::read(const Request& request,
                                             std::vector<std::string> files) {
-  Known known;
-  for (int look = 0; look < 2; ++look) {
-    known.fingerprint = fingerprintOf(files);
-    auto entry = lookUp(request);
-    if (!entry) return tl::unexpected(entry.error());
-    known.files = filesOf(entry->target);
-    known.entry = std::make_shared<const Entry>(std::move(*entry));
-    if (known.files == files) return known;
-    files = known.files;
+  Cached cached;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    cached.fingerprint = fingerprintOf(files);
+    ASSIGN_OR_RETURN(Entry entry, lookUp(request));
+    cached.files = filesOf(entry.target);
+    cached.entry = std::make_shared<const Entry>(std::move(entry));
+    if (cached.files == files) return cached;
+    files = cached.files;
   }
-  known.fingerprint.clear();
-  return known;
+  cached.fingerprint.clear();
+  return cached;
 }
 
 std::vector<PoolKey> Catalogue::keysOfInstalled(const std::vector<std::string>& types) {

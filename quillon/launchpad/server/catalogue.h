@@ -1,4 +1,4 @@
-// What the launch pad knows of the applications that it was asked for.
+// The applications that clients have requested: what to launch, and the pool that can serve it.
 #pragma once
 
 #include <map>
@@ -20,28 +20,29 @@ struct Entry {
   PoolKey key;
 };
 
-// Works inside a device root. An answer is remembered as long as the registry and the application's
-// files are as they were.
+// A cache of lookups inside a device root. A result is valid as long as the registry and the
+// application's files are unchanged.
 class Catalogue {
  public:
-  // The failure is what a direct launch would fail with too, or why only a direct launch will do.
+  // The failure is that of a direct launch, or the reason why only a direct launch is possible.
   [[nodiscard]] Expected<std::shared_ptr<const Entry>> find(const Request& request);
 
-  // The keys of all installed applications, captured, in the registry's order; of those types only,
-  // unless the list is empty. What cannot be launched is left out.
+  // The distinct keys of all installed applications with captured output, in the registry's order.
+  // If `types` is not empty, only of these application types. Skips applications that cannot be
+  // launched.
   std::vector<PoolKey> keysOfInstalled(const std::vector<std::string>& types);
 
  private:
-  using Name =
+  using Name =  // application, type, executable, raw
       std::tuple<std::string, std::optional<std::string>, std::optional<std::string>, bool>;
-  struct Known {
-    std::vector<std::string> files;  // that the entry is made of, beside the registry
-    std::string fingerprint;         // of before it was made
+  struct Cached {
+    std::vector<std::string> files;  // that the entry was read from, besides the registry
+    std::string fingerprint;         // taken before the entry was read
     std::shared_ptr<const Entry> entry;
   };
-  static Expected<Known> learn(const Request& request, std::vector<std::string> files);
+  static Expected<Cached> read(const Request& request, std::vector<std::string> files);
 
-  std::map<Name, Known> known_;
+  std::map<Name, Cached> cache_;
 };
 
 }  // namespace quillon::launchpad

@@ -1,4 +1,4 @@
-// The asking commands that are connected to the launch pad.
+// The clients that are connected to the server.
 #pragma once
 
 #include <chrono>
@@ -13,21 +13,21 @@
 
 namespace quillon::launchpad {
 
-// What a command asked for and waits for.
+// A launch that a client has requested.
 struct Launch {
-  ArrivedRequest arrived;
+  std::optional<ReceivedRequest> request;  // until the application starts
   std::shared_ptr<const Entry> entry;
-  unsigned deaths = 0;   // of processes that had it, before its application began
-  uint64_t process = 0;  // that has it
+  unsigned failedWorkers = 0;  // that ended before the application started
+  uint64_t worker = 0;         // that has the launch
 };
 
 struct Client {
   Descriptor socket;
   std::optional<Launch> launch;
-  bool awaitsEnd = false;  // of the launch pad
-  std::chrono::steady_clock::time_point since;
+  bool awaitsShutdown = false;
+  std::chrono::steady_clock::time_point connectedAt;
 };
 
-using Clients = std::map<uint64_t, Client>;  // by a number that is never used again
+using Clients = std::map<uint64_t, Client>;  // by a number that is never reused
 
 }  // namespace quillon::launchpad

@@ -19,15 +19,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The runtime takes this folder: TMPDIR is unset in a device root.
+// The runtime's choice, because TMPDIR is unset in a device root.
 constexpr char kFolder[] = "/tmp";
-// A process id, "-" and a number that tells processes of the same id apart come next.
+// Followed by a process id, "-" and a number that distinguishes processes of the same id.
 constexpr std::array<std::string_view, 2> kPrefixes = {"clr-debug-pipe-", "dotnet-diagnostic-"};
 
-// The process that a file is named for; 0 where it is none of the debugger's.
+// The process id in a file's name. Returns 0 if the file is not the debugger's.
 pid_t processOf(std::string_view name) {
   for (const std::string_view prefix : kPrefixes) {
-    if (name.substr(0, prefix.size()) != prefix) continue;
+    if (!name.starts_with(prefix)) continue;
     pid_t process = 0;
     const char* const end = name.data() + name.size();
     const auto read = std::from_chars(name.data() + prefix.size(), end, process);
@@ -36,7 +36,7 @@ pid_t processOf(std::string_view name) {
   return 0;
 }
 
-void removeFilesWhere(const std::function<bool(pid_t)>& condition) {
+void removeFilesIf(const std::function<bool(pid_t)>& condition) {
   std::error_code error;
   for (fs::directory_iterator entry(kFolder, error), end; !error && entry != end;
        entry.increment(error)) {
@@ -46,7 +46,7 @@ void removeFilesWhere(const std::function<bool(pid_t)>& condition) {
   }
 }
 
-// One that nobody has reaped yet is gone too.
+// Also true for a zombie.
 bool isGone(pid_t process) {
   const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
   if (!pidfd) return errno == ESRCH;
@@ -57,9 +57,9 @@ bool isGone(pid_t process) {
 }  // namespace
 
 void removeDebuggerFilesOf(pid_t process) {
-  removeFilesWhere([process](pid_t named) { return named == process; });
+  removeFilesIf([process](pid_t named) { return named == process; });
 }
 
-void removeDebuggerFilesOfDead() { removeFilesWhere(isGone); }
+void removeDebuggerFilesOfDead() { removeFilesIf(isGone); }
 
 }  // namespace quillon::launchpad

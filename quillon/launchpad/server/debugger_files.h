@@ -1,21 +1,20 @@
-// What the runtime's debugger leaves in the temporary folder when its process is killed: the
-// runtime removes it only on an orderly end.
-// https://github.com/dotnet/diagnostics/blob/main/documentation/design-docs/ipc-protocol.md has the
-// names.
+// Files that the runtime's debugger leaves in the temporary folder if its process is killed: the
+// runtime removes them only in an orderly exit. Their names are defined by
+// https://github.com/dotnet/diagnostics/blob/main/documentation/design-docs/ipc-protocol.md
 //
-// Both work on "/tmp" of the device root that the calling process has entered, and leave what they
-// may not remove.
+// Both functions work on "/tmp" of the device root that the calling process has entered. They skip
+// files that they are not permitted to remove.
 #pragma once
 
 #include <sys/types.h>
 
 namespace quillon::launchpad {
 
-// Removes the debugger's pipes and the diagnostics socket of a process. Call when it has ended and
-// before it is reaped: its number may be another's afterwards.
+// Removes the debugger's pipes and the diagnostics socket of a process. Call after it has ended and
+// before it is reaped, because its process id may be reused afterwards.
 void removeDebuggerFilesOf(pid_t process);
 
-// The same for all processes that are not there any more, as seen from this one.
+// The same for all processes that do not run in this process's pid namespace.
 void removeDebuggerFilesOfDead();
 
 }  // namespace quillon::launchpad

@@ -31,10 +31,10 @@ constexpr std::array kFiles = {kNetcoreapp,
                                workstation::kZoneDirectory,
                                workstation::kZoneStateDirectory};
 
-constexpr size_t kUsualSize = 2048;
+constexpr size_t kTypicalSize = 2048;
 
-// A folder's time of change tells of files that came, went or were replaced. The framework itself
-// is a mount point in its parent.
+// A folder's modification time changes when a file in it is added, removed or replaced. Each folder
+// is examined itself, because the framework is a mount point in its parent.
 void addFoldersOfLists(std::string& fingerprint) {
   const Descriptor folders(open(kManagedFolders, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   appendFileIdentity(fingerprint, folders.get(), ".");
@@ -61,7 +61,7 @@ void addBytes(std::string& fingerprint, const T& value) {
 
 void appendFileIdentity(std::string& fingerprint, int folder, const char* file) {
   struct stat status {};
-  if (fstatat(folder, file, &status, 0) != 0) status = {};  // no file has number 0
+  if (fstatat(folder, file, &status, 0) != 0) status = {};  // inode 0 is no file's
   addBytes(fingerprint, status.st_dev);
   addBytes(fingerprint, status.st_ino);
   addBytes(fingerprint, status.st_size);
@@ -70,7 +70,7 @@ void appendFileIdentity(std::string& fingerprint, int folder, const char* file) 
 
 std::string currentFingerprint(const fs::path& plugin) {
   std::string fingerprint = workstation::registryFingerprint() + '\0';
-  fingerprint.reserve(kUsualSize);
+  fingerprint.reserve(kTypicalSize);
   addFoldersOfLists(fingerprint);
   addApiDirectory(fingerprint);
   for (const char* file : kFiles) appendFileIdentity(fingerprint, AT_FDCWD, file);

@@ -1,4 +1,4 @@
-// Whether what a process was prepared from is still so.
+// Detects whether a worker is outdated.
 #pragma once
 
 #include <filesystem>
@@ -6,16 +6,15 @@
 
 namespace quillon::launchpad {
 
-// Bytes that change whenever anything changes that the plug-in's lists and the prepared process
-// were made of: the installed packages, the framework's folders, the flag files, the zone, the
-// plug-in. Two equal ones mean that a process prepared at the first is like one prepared at the
-// second. Holds inside a device root.
+// An opaque string that changes whenever an input of a worker's preparation changes: the installed
+// packages, the framework's folders, the flag files, the zone, the plug-in. Call inside a device
+// root.
 //
-// plugin  the plug-in's file
+// plugin  file of the plug-in
 std::string currentFingerprint(const std::filesystem::path& plugin);
 
-// Adds identity, size and time of change of a file, relative to the folder `folder` (see
-// fstatat(2)).
+// Appends identity, size and modification time of a file, relative to the open folder `folder` (see
+// fstatat(2)). A missing file has an identity too.
 void appendFileIdentity(std::string& fingerprint, int folder, const char* file);
 
 }  // namespace quillon::launchpad

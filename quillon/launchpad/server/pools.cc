@@ -14,70 +14,68 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr size_t kMostPools = 8;
-constexpr unsigned kMostDoublings = 6;  // a minute or so
-constexpr seconds kLongestPreparation(30);
+constexpr size_t kMaxPools = 8;
+constexpr unsigned kMaxDoublings = 6;  // 64 s
+constexpr seconds kPreparationTimeout(30);
 
-milliseconds pauseAfter(unsigned failures) {
-  return seconds(1) * (1U << std::min(failures - 1, kMostDoublings));
+milliseconds delayAfter(unsigned failures) {
+  return seconds(1) * (1U << std::min(failures - 1, kMaxDoublings));
 }
 
-bool hasLaunch(const Process& process) {
-  return process.stage == Stage::kAssigned || process.stage == Stage::kRunning;
+bool hasLaunch(const WorkerProcess& worker) {
+  return worker.stage == Stage::kAssigned || worker.stage == Stage::kRunning;
 }
 
-void discard(Process& process) {
-  process.stage = Stage::kDiscarded;
-  killProcess(process);
+void discard(WorkerProcess& worker) {
+  worker.stage = Stage::kDiscarded;
+  killWorker(worker);
 }
 
 }  // namespace
 
-Pools::Pools(PoolSettings settings, Work work)
+Pools::Pools(PoolSettings settings, WorkerMain workerMain)
     : settings_(std::move(settings)),
-      work_(std::move(work)),
+      workerMain_(std::move(workerMain)),
       lastTaken_(settings_.now() - settings_.refillDelay) {}
 
-void Pools::want(const PoolKey& key) {
+void Pools::ensurePool(const PoolKey& key) {
   if (closed_) return;
-  if (pools_.find(key) == pools_.end()) makeRoom();
+  if (pools_.size() >= kMaxPools && pools_.find(key) == pools_.end()) {
+    const auto oldest =
+        std::min_element(pools_.begin(), pools_.end(), [](const auto& one, const auto& other) {
+          return one.second.lastUse < other.second.lastUse;
+        });
+    removePool(oldest->first);
+  }
   pools_[key].lastUse = settings_.now();
 }
 
-void Pools::makeRoom() {
-  if (pools_.size() < kMostPools) return;
-  const auto oldest = std::min_element(
-      pools_.begin(), pools_.end(),
-      [](const auto& one, const auto& other) { return one.second.lastUse < other.second.lastUse; });
-  drop(oldest->first);
-}
-
-void Pools::drop(PoolKey key) {
-  for (auto& [number, process] : processes_) {
-    if (process.key == key && !hasLaunch(process)) discard(process);
+void Pools::removePool(PoolKey key) {
+  for (auto& [number, worker] : workers_) {
+    if (worker.key == key && !hasLaunch(worker)) discard(worker);
   }
   pools_.erase(key);
 }
 
-Process* Pools::take(const PoolKey& key) {
-  for (auto& [number, process] : processes_) {
-    if (process.stage != Stage::kReady || process.key != key) continue;
-    process.stage = Stage::kAssigned;
+WorkerProcess* Pools::take(const PoolKey& key) {
+  for (auto& [number, worker] : workers_) {
+    if (worker.stage != Stage::kReady || worker.key != key) continue;
+    worker.stage = Stage::kAssigned;
     lastTaken_ = settings_.now();
-    return &process;
+    return &worker;
   }
   return nullptr;
 }
 
-void Pools::discardAllBut(const std::string& fingerprint) {
-  for (auto& [number, process] : processes_) {
-    if (process.stage == Stage::kReady && process.fingerprint != fingerprint) discard(process);
+void Pools::discardOutdated(const std::string& fingerprint) {
+  for (auto& [number, worker] : workers_) {
+    if (worker.stage == Stage::kReady && worker.fingerprint != fingerprint) discard(worker);
   }
 }
 
-void Pools::renew() {
-  for (auto& [number, process] : processes_) {
-    if (!hasLaunch(process)) discard(process);
+void Pools::reload() {
+  for (auto& [number, worker] : workers_) {
+    if (!hasLaunch(worker)) discard(worker);
   }
   for (auto& [key, pool] : pools_) pool = {0, settings_.now(), pool.lastUse};
   lastTaken_ = settings_.now() - settings_.refillDelay;
@@ -85,37 +83,37 @@ void Pools::renew() {
 
 void Pools::close() {
   closed_ = true;
-  renew();
+  reload();
 }
 
 void Pools::killAll() {
-  for (auto& [number, process] : processes_) killProcess(process);
+  for (auto& [number, worker] : workers_) killWorker(worker);
 }
 
 size_t Pools::count(const PoolKey& key, Stage stage) const {
   return static_cast<size_t>(std::count_if(
-      processes_.begin(), processes_.end(),
+      workers_.begin(), workers_.end(),
       [&](const auto& entry) { return entry.second.key == key && entry.second.stage == stage; }));
 }
 
 bool Pools::isPreparing() const {
-  return std::any_of(processes_.begin(), processes_.end(),
+  return std::any_of(workers_.begin(), workers_.end(),
                      [](const auto& entry) { return entry.second.stage == Stage::kPreparing; });
 }
 
-// Rounded up, so that whoever waits that long does not come too early.
+// Rounded up, so that a wait of this length does not end early.
 milliseconds Pools::until(Clock::time_point when) const {
   const auto left = when - settings_.now();
   return left.count() <= 0 ? milliseconds(0) : std::chrono::ceil<milliseconds>(left);
 }
 
-// One that hangs ends as one that died.
-milliseconds Pools::awaitPrepared() {
-  for (auto& [number, process] : processes_) {
-    if (process.stage != Stage::kPreparing) continue;
-    const milliseconds left = until(process.start + kLongestPreparation);
+// Kills workers whose preparation takes too long. Returns the time left for the others.
+milliseconds Pools::killOverdue() {
+  for (auto& [number, worker] : workers_) {
+    if (worker.stage != Stage::kPreparing) continue;
+    const milliseconds left = until(worker.start + kPreparationTimeout);
     if (left.count() > 0) return left;
-    killProcess(process);
+    killWorker(worker);
   }
   return milliseconds(-1);
 }
@@ -123,13 +121,13 @@ milliseconds Pools::awaitPrepared() {
 milliseconds Pools::refill() {
   milliseconds wait(-1);
   if (closed_) return wait;
-  if (isPreparing()) return awaitPrepared();
+  if (isPreparing()) return killOverdue();
   const Clock::time_point quiet = lastTaken_ + settings_.refillDelay;
   for (auto& [key, pool] : pools_) {
     if (count(key, Stage::kReady) >= settings_.size) continue;
     const milliseconds left = until(std::max(quiet, pool.notBefore));
     if (left.count() == 0) {
-      make(key, pool);
+      addWorker(key, pool);
       return refill();
     }
     if (wait.count() < 0 || left < wait) wait = left;
@@ -137,70 +135,70 @@ milliseconds Pools::refill() {
   return wait;
 }
 
-void Pools::make(const PoolKey& key, Pool& pool) {
-  // Before the process exists: what changes while it is prepared makes it outdated.
+void Pools::addWorker(const PoolKey& key, Pool& pool) {
+  // Before the fork, so that a change during the preparation makes the worker outdated.
   std::string fingerprint = settings_.fingerprint();
-  auto process = startProcess([&](Descriptor channel) { becomeWorker(key, std::move(channel)); });
-  if (!process) {
-    pool.notBefore = settings_.now() + pauseAfter(++pool.failures);
-    tell({"no process can be made", "see how many this user may have (ulimit -u)"});
+  auto worker = startWorker([&](Descriptor channel) { runChild(key, std::move(channel)); });
+  if (!worker) {
+    pool.notBefore = settings_.now() + delayAfter(++pool.failures);
+    tell({"cannot start a process", "check how many processes this user may have (ulimit -u)"});
     return;
   }
   ownMemory();
-  process->number = nextNumber_++;
-  process->key = key;
-  process->fingerprint = std::move(fingerprint);
-  process->start = settings_.now();
-  processes_.emplace(process->number, std::move(*process));
+  worker->number = nextNumber_++;
+  worker->key = key;
+  worker->fingerprint = std::move(fingerprint);
+  worker->start = settings_.now();
+  workers_.emplace(worker->number, std::move(*worker));
 }
 
-void Pools::becomeWorker(const PoolKey& key, Descriptor channel) {
-  const PoolKey own = key;
-  processes_.clear();
-  work_(own, std::move(channel));
+void Pools::runChild(const PoolKey& key, Descriptor channel) {
+  const PoolKey copy = key;  // which may belong to a worker
+  workers_.clear();
+  workerMain_(copy, std::move(channel));
 }
 
-Process* Pools::find(uint64_t number) {
-  const auto found = processes_.find(number);
-  return found == processes_.end() ? nullptr : &found->second;
+WorkerProcess* Pools::find(uint64_t number) {
+  const auto found = workers_.find(number);
+  return found == workers_.end() ? nullptr : &found->second;
 }
 
-std::vector<Process*> Pools::all() {
-  std::vector<Process*> all;
-  for (auto& [number, process] : processes_) all.push_back(&process);
+std::vector<WorkerProcess*> Pools::all() {
+  std::vector<WorkerProcess*> all;
+  for (auto& [number, worker] : workers_) all.push_back(&worker);
   return all;
 }
 
-void Pools::noteReady(Process& process) {
-  if (process.stage != Stage::kPreparing) return;
-  process.stage = Stage::kReady;
+void Pools::onReady(WorkerProcess& worker) {
+  if (worker.stage != Stage::kPreparing) return;
+  worker.stage = Stage::kReady;
 }
 
-void Pools::noteServed(Process& process) {
-  process.stage = Stage::kRunning;
-  process.channel.reset();
+void Pools::onStarted(WorkerProcess& worker) {
+  worker.stage = Stage::kRunning;
+  worker.channel.reset();
   ++served_;
-  const auto pool = pools_.find(process.key);
+  const auto pool = pools_.find(worker.key);
   if (pool != pools_.end()) pool->second.failures = 0;
 }
 
-void Pools::noteEnded(uint64_t number) {
-  const auto found = processes_.find(number);
-  if (found == processes_.end()) return;
+void Pools::onEnded(uint64_t number) {
+  const auto found = workers_.find(number);
+  if (found == workers_.end()) return;
   const Stage stage = found->second.stage;
   const PoolKey key = found->second.key;
-  processes_.erase(found);
-  if (stage == Stage::kPreparing || stage == Stage::kReady) noteFailure(key);
+  workers_.erase(found);
+  if (stage == Stage::kPreparing || stage == Stage::kReady) recordFailure(key);
 }
 
-void Pools::noteFailure(const PoolKey& key) {
+void Pools::recordFailure(const PoolKey& key) {
   const auto found = pools_.find(key);
   if (found == pools_.end() || closed_) return;
   Pool& pool = found->second;
-  const milliseconds pause = pauseAfter(++pool.failures);
-  pool.notBefore = settings_.now() + pause;
-  tell({"a prepared process (" + launchpad::describe(key) + ") ended unasked",
-        "the next one is made in " + std::to_string(pause.count() / 1000) + " s"});
+  const milliseconds delay = delayAfter(++pool.failures);
+  pool.notBefore = settings_.now() + delay;
+  tell({"a prepared process (" + launchpad::describe(key) + ") ended unexpectedly",
+        "the next one starts in " + std::to_string(delay.count() / 1000) + " s"});
 }
 
 std::string Pools::describe() const {
@@ -210,9 +208,9 @@ std::string Pools::describe() const {
   size_t number = 0;
   for (const auto& [key, pool] : pools_) {
     text << "pool " << ++number << ": " << launchpad::describe(key) << '\n';
-    for (const auto& [unused, process] : processes_) {
-      if (process.key != key) continue;
-      text << "  process " << process.pid << ": " << kNames[static_cast<size_t>(process.stage)]
+    for (const auto& [unused, worker] : workers_) {
+      if (worker.key != key) continue;
+      text << "  process " << worker.pid << ": " << kNames[static_cast<size_t>(worker.stage)]
            << '\n';
     }
   }

@@ -1,15 +1,15 @@
-// The prepared processes, and when the next one is made.
+// The pools of workers, and when the next worker starts.
 //
-// One pool for each key. A pool refills when no process has been taken for a while, one process at
-// a time, so that a refill does not compete with the launch before it. A process that dies unasked
-// is replaced after a pause that doubles each time, until one of the pool serves a launch. One that
-// is not ready after half a minute is ended, which counts as that.
+// There is one pool for each key. A pool refills when no worker has got a launch for a while, one
+// worker at a time, so that a refill does not compete with the launch before it. A worker that ends
+// without a launch is replaced after a delay that doubles each time, until a worker of the pool
+// starts an application. A worker that is not ready after 30 seconds is killed, with the same
+// delay.
 #pragma once
 
 #include <chrono>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,53 +20,53 @@ namespace quillon::launchpad {
 using Clock = std::chrono::steady_clock;
 
 struct PoolSettings {
-  size_t size = 2;  // ready processes of each pool
+  size_t size = 2;  // ready workers of each pool
   std::chrono::milliseconds refillDelay{3000};
-  // The version of what a process is prepared from, at this moment.
-  std::function<std::string()> fingerprint;
+  std::function<std::string()> fingerprint;  // see fingerprint.h
   std::function<Clock::time_point()> now = Clock::now;
 };
 
 class Pools {
  public:
-  // A prepared process from its first step to its end, with its end of the channel.
-  using Work = std::function<void(const PoolKey&, Descriptor)>;
+  // Runs in a new child until its end, with the child's end of the channel.
+  using WorkerMain = std::function<void(const PoolKey&, Descriptor)>;
 
-  // work  run in every new child, which lives no longer
-  Pools(PoolSettings settings, Work work);
+  Pools(PoolSettings settings, WorkerMain workerMain);
 
-  // Makes a pool for a key, unless there is one. The least recently used makes room where there are
-  // too many.
-  void want(const PoolKey& key);
+  // Adds a pool for a key if there is none. If there are too many pools, removes the least recently
+  // used one.
+  void ensurePool(const PoolKey& key);
+  // Removes a pool and kills its workers that have no launch.
+  void removePool(PoolKey key);
 
-  // A ready process, the oldest of its pool; null where there is none. It has kAssigned from here.
-  Process* take(const PoolKey& key);
+  // Assigns the oldest ready worker of the pool. Returns null if none is ready.
+  WorkerProcess* take(const PoolKey& key);
 
-  // Ends the ready processes that were prepared from something else.
-  void discardAllBut(const std::string& fingerprint);
+  // Kills the ready workers that were prepared from another fingerprint.
+  void discardOutdated(const std::string& fingerprint);
 
-  // Ends all processes that have no launch and starts to make new ones at once.
-  void renew();
-  // The same, without new ones from here on.
+  // Kills all workers that have no launch, and starts new ones without a delay.
+  void reload();
+  // Kills all workers that have no launch. No new ones start afterwards.
   void close();
-  // Ends every process.
   void killAll();
 
-  // Makes the next process if it is time. How long until it is; negative: until something happens.
+  // Starts a worker if one is due. Returns the time until the next one is due, or a negative value
+  // if that depends on an event.
   std::chrono::milliseconds refill();
 
-  Process* find(uint64_t number);
-  std::vector<Process*> all();
-  // A process has told that it is ready, or serves a launch.
-  void noteReady(Process& process);
-  void noteServed(Process& process);
-  // A process has ended: removes it.
-  void noteEnded(uint64_t number);
-  // Takes a pool away, with its processes that have no launch.
-  void drop(PoolKey key);
+  // Returns null if the worker has ended.
+  WorkerProcess* find(uint64_t number);
+  std::vector<WorkerProcess*> all();
 
-  [[nodiscard]] bool isEmpty() const { return processes_.empty(); }
-  // Lines for a person.
+  // For events: the worker has sent kReady; it has sent kStarted; it has ended. The last removes
+  // it.
+  void onReady(WorkerProcess& worker);
+  void onStarted(WorkerProcess& worker);
+  void onEnded(uint64_t number);
+
+  [[nodiscard]] bool isEmpty() const { return workers_.empty(); }
+  // Lines for the user.
   [[nodiscard]] std::string describe() const;
 
  private:
@@ -76,19 +76,18 @@ class Pools {
     Clock::time_point lastUse;
   };
 
-  void make(const PoolKey& key, Pool& pool);
-  void becomeWorker(const PoolKey& key, Descriptor channel);
-  void noteFailure(const PoolKey& key);
-  void makeRoom();
+  void addWorker(const PoolKey& key, Pool& pool);
+  void runChild(const PoolKey& key, Descriptor channel);
+  void recordFailure(const PoolKey& key);
   [[nodiscard]] size_t count(const PoolKey& key, Stage stage) const;
   [[nodiscard]] bool isPreparing() const;
-  std::chrono::milliseconds awaitPrepared();
+  std::chrono::milliseconds killOverdue();
   [[nodiscard]] std::chrono::milliseconds until(Clock::time_point when) const;
 
   const PoolSettings settings_;
-  const Work work_;
+  const WorkerMain workerMain_;
   std::map<PoolKey, Pool> pools_;
-  std::map<uint64_t, Process> processes_;
+  std::map<uint64_t, WorkerProcess> workers_;
   uint64_t nextNumber_ = 1;
   uint64_t served_ = 0;
   Clock::time_point lastTaken_;

@@ -1,4 +1,4 @@
-// One process of the launch pad, from its fork to its end.
+// A worker as the server sees it, from its fork to its end.
 #pragma once
 
 #include <sys/types.h>
@@ -11,7 +11,6 @@
 
 #include "quillon/base/descriptor.h"
 #include "quillon/launchpad/protocol/exit_state.h"
-#include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/worker/pool_key.h"
 
 namespace quillon::launchpad {
@@ -19,33 +18,33 @@ namespace quillon::launchpad {
 enum class Stage {
   kPreparing,
   kReady,     // waits for a launch
-  kAssigned,  // has one; the application has not begun
+  kAssigned,  // has a launch whose application has not started
   kRunning,
-  kDiscarded,  // about to end unused
+  kDiscarded,  // killed before it got a launch
 };
 
-struct Process {
-  uint64_t number = 0;  // never used again, unlike a process id
+struct WorkerProcess {
+  uint64_t number = 0;  // never reused, unlike a process id
   pid_t pid = -1;
   Descriptor pidfd;
-  Descriptor channel;  // closed by the process when its application begins
+  Descriptor channel;  // the worker closes its end when the application starts
   Stage stage = Stage::kPreparing;
   PoolKey key;
   std::chrono::steady_clock::time_point start;
   std::string fingerprint;  // of what it was prepared from
-  bool tookOver = false;    // it has all of its launch
-  uint64_t client = 0;      // whose launch it has; 0: nobody's any more
+  bool tookOver = false;    // has sent kTakenOver
+  uint64_t client = 0;      // the client of its launch; 0 if none
 };
 
-// Forks. The child calls `become` with its end of the channel, which must not return. Empty where
-// the machine has no process or descriptor left.
-std::optional<Process> startProcess(const std::function<void(Descriptor)>& become);
+// Forks. The child calls `runChild`, which must not return, with its end of the channel. Returns
+// nullopt if no process or descriptor is available.
+std::optional<WorkerProcess> startWorker(const std::function<void(Descriptor)>& runChild);
 
-// Ends it at once.
-void killProcess(const Process& process);
+// Sends SIGKILL.
+void killWorker(const WorkerProcess& worker);
 
-// How it ended; empty while it runs. Call again only while it is empty. Takes the runtime's files
-// away that it left.
-std::optional<ExitState> endingOf(const Process& process);
+// Reaps the worker and removes the debugger files that the runtime left. Returns nullopt while it
+// runs. Do not call again afterwards.
+std::optional<ExitState> reapWorker(const WorkerProcess& worker);
 
 }  // namespace quillon::launchpad

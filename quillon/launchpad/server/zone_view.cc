@@ -15,12 +15,12 @@ ZoneView::ZoneView(const std::filesystem::path& device)
 bool ZoneView::isCurrent() const {
   if (!device_) return false;
   const std::string zone = std::string(workstation::kZoneDirectory) + "/appzone";
-  struct stat there {};
-  struct stat seen {};
-  const bool isThere = fstatat(device_.get(), zone.c_str() + 1, &there, 0) == 0;
-  const bool isSeen = stat(zone.c_str(), &seen) == 0;
-  if (!isThere || !isSeen) return isThere == isSeen;
-  return there.st_dev == seen.st_dev && there.st_ino == seen.st_ino;
+  struct stat current {};
+  struct stat visible {};
+  const bool exists = fstatat(device_.get(), zone.c_str() + 1, &current, 0) == 0;
+  const bool isVisible = stat(zone.c_str(), &visible) == 0;
+  if (!exists || !isVisible) return exists == isVisible;
+  return current.st_dev == visible.st_dev && current.st_ino == visible.st_ino;
 }
 
 }  // namespace quillon::launchpad

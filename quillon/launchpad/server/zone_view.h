@@ -1,8 +1,8 @@
-// Whether a launch pad still sees the application zone of its device root.
+// Whether the server's view of its device root still contains the current application zone.
 //
-// The view of a device root holds the zone folder that was there when it was entered; a zone that
-// is started where there was none does not appear in it, and the plug-in would take its absence for
-// being inside.
+// A view contains the zone folder that existed when the process entered the device root. A zone
+// that starts later does not appear in it, and the plug-in would conclude that it runs inside the
+// zone.
 #pragma once
 
 #include <filesystem>
@@ -16,11 +16,12 @@ class ZoneView {
   // Call before the process enters the device root.
   explicit ZoneView(const std::filesystem::path& device);
 
-  // Whether the calling process, which has entered the device root, sees the zone that is there
-  // now, or none where there is none.
+  // Whether the calling process, which has entered the device root, sees the zone that exists now,
+  // or no zone if none exists.
   [[nodiscard]] bool isCurrent() const;
 
-  // Lets go of the device root: it leads outside the view.
+  // Closes the descriptor of the device root, which a worker must not inherit: it refers to a
+  // folder outside the view.
   void close() { device_.reset(); }
 
  private:

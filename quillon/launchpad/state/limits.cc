@@ -6,9 +6,9 @@
 namespace quillon::launchpad {
 namespace {
 
-constexpr std::array kOfMemory = {RLIMIT_STACK, RLIMIT_DATA, RLIMIT_AS};
+constexpr std::array kMemoryResources = {RLIMIT_STACK, RLIMIT_DATA, RLIMIT_AS};
 
-// glibc takes the resource as an enumeration of its own.
+// glibc declares an enumeration for the resource argument.
 using Resource = __rlimit_resource_t;
 
 rlimit limitOf(int resource) {
@@ -17,8 +17,9 @@ rlimit limitOf(int resource) {
   return limit;
 }
 
-bool isOfMemory(int resource) {
-  return std::find(kOfMemory.begin(), kOfMemory.end(), resource) != kOfMemory.end();
+bool isMemoryResource(int resource) {
+  return std::find(kMemoryResources.begin(), kMemoryResources.end(), resource) !=
+         kMemoryResources.end();
 }
 
 }  // namespace
@@ -32,12 +33,12 @@ Limits currentLimits() {
 }
 
 std::string memoryLimits() {
-  std::array<rlimit, kOfMemory.size()> limits{};
-  std::transform(kOfMemory.begin(), kOfMemory.end(), limits.begin(), limitOf);
+  std::array<rlimit, kMemoryResources.size()> limits{};
+  std::transform(kMemoryResources.begin(), kMemoryResources.end(), limits.begin(), limitOf);
   return {reinterpret_cast<const char*>(limits.data()), sizeof limits};
 }
 
-bool canTakeOver(const Limits& own, const Limits& wanted) {
+bool canAdopt(const Limits& own, const Limits& wanted) {
   if (own.size() != wanted.size()) return false;
   for (size_t i = 0; i < own.size(); ++i) {
     if (wanted[i].rlim_max > own[i].rlim_max || wanted[i].rlim_cur > wanted[i].rlim_max) {
@@ -47,9 +48,9 @@ bool canTakeOver(const Limits& own, const Limits& wanted) {
   return true;
 }
 
-void takeOver(const Limits& wanted) {
+void adoptLimits(const Limits& wanted) {
   for (int resource = 0; resource < RLIM_NLIMITS; ++resource) {
-    if (isOfMemory(resource)) continue;
+    if (isMemoryResource(resource)) continue;
     rlimit limit = wanted.at(static_cast<size_t>(resource));
     if (resource == RLIMIT_NOFILE) limit.rlim_cur = limit.rlim_max;
     const rlimit now = limitOf(resource);

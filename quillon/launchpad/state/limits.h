@@ -1,4 +1,4 @@
-// Resource limits (setrlimit(2)), which a prepared process takes over from the asking command.
+// Resource limits (setrlimit(2)), which a worker adopts from the client.
 #pragma once
 
 #include <sys/resource.h>
@@ -8,20 +8,20 @@
 
 namespace quillon::launchpad {
 
-// One for each resource, in the kernel's order.
+// One limit for each resource, in the kernel's order.
 using Limits = std::vector<rlimit>;
 
 Limits currentLimits();
 
-// Those that the C library and the runtime look at when they start, as bytes to compare: of the
-// stack, the data and the address space.
+// The limits that the C library and the runtime read only when they start (stack, data, address
+// space), as bytes to compare.
 std::string memoryLimits();
 
-// Whether a process with the limits `own` and no privilege can take over `wanted`.
-bool canTakeOver(const Limits& own, const Limits& wanted);
+// Whether an unprivileged process with the limits `own` can adopt `wanted`.
+bool canAdopt(const Limits& own, const Limits& wanted);
 
-// Gives the calling process the limits, those of memory excepted. As the runtime does when it
-// starts, raises the number of open files to what is allowed.
-void takeOver(const Limits& wanted);
+// Sets the limits of the calling process, except those of memoryLimits(). Raises the limit of open
+// files to its maximum, as the runtime does when it starts.
+void adoptLimits(const Limits& wanted);
 
 }  // namespace quillon::launchpad

@@ -13,12 +13,11 @@
 namespace quillon::launchpad {
 namespace {
 
-constexpr size_t kUsualSize = 2048;
-constexpr size_t kLongestLink = 64;
+constexpr size_t kMaxLinkLength = 64;
 
-constexpr int kLastStandardSignal = 31;
+constexpr int kMaxStandardSignal = 31;
 
-// The lowest bit is signal 1.
+// Bit 0 is signal 1.
 uint64_t bitOf(int signal) { return uint64_t{1} << (signal - 1); }
 
 bool isInherited(int fd) {
@@ -32,8 +31,8 @@ bool isInherited(int fd) {
 ProcSelf::ProcSelf()
     : folder_(open("/proc/self", O_PATH | O_DIRECTORY | O_CLOEXEC)), status_(contentOf("status")) {}
 
-// The process's own name is in the first line, and cannot add one: the kernel writes "\n" for its
-// line breaks.
+// The process can choose its name, which is in the first line, but cannot add a line with it: the
+// kernel escapes line breaks.
 std::optional<std::string_view> ProcSelf::status(std::string_view name) const {
   const std::string_view all = status_;
   for (size_t at = 0; at < all.size();) {
@@ -51,7 +50,7 @@ uint64_t ProcSelf::signals(std::string_view name) const {
   const std::string_view digits = status(name).value_or("");
   uint64_t bits = 0;
   std::from_chars(digits.data(), digits.data() + digits.size(), bits, 16);
-  for (int signal = kLastStandardSignal + 1; signal < SIGRTMIN; ++signal) bits &= ~bitOf(signal);
+  for (int signal = kMaxStandardSignal + 1; signal < SIGRTMIN; ++signal) bits &= ~bitOf(signal);
   return bits;
 }
 
@@ -70,7 +69,7 @@ std::string ProcSelf::contentOf(const char* file) const {
 }
 
 std::string ProcSelf::targetOf(const char* link) const {
-  std::array<char, kLongestLink> target;
+  std::array<char, kMaxLinkLength> target;
   const ssize_t length = readlinkat(folder_.get(), link, target.data(), target.size());
   return {target.data(), static_cast<size_t>(std::max<ssize_t>(length, 0))};
 }

@@ -1,7 +1,7 @@
-// What the kernel tells of the calling process in "/proc/self" (proc(5)).
+// The calling process as "/proc/self" describes it (proc(5)).
 //
-// A launch waits for it: the folder is looked up once, and one file tells what would otherwise take
-// a system call for each signal, each set of capabilities and so on.
+// Every launch waits for this. So the folder is looked up once, and "status" is read once instead
+// of one system call for each signal, each set of capabilities and so on.
 #pragma once
 
 #include <signal.h>
@@ -18,27 +18,27 @@ namespace quillon::launchpad {
 
 class ProcSelf {
  public:
-  // As it is now. Call before the process enters a device root.
+  // Reads "status". Call before the process enters a device root.
   ProcSelf();
 
-  // The value of a line of "status", such as "SigIgn"; nothing where the kernel tells none. Holds
-  // as long as this object.
+  // The value of a line of "status", such as "SigIgn". Returns nullopt if the kernel writes no such
+  // line. Valid as long as this object lives.
   [[nodiscard]] std::optional<std::string_view> status(std::string_view name) const;
 
-  // The set of signals in a line of "status", signal 1 the lowest bit. Without those between the
-  // standard and the real-time ones: they are the C library's, which for instance ignores them in
-  // what posix_spawn(3) starts, and nobody else can.
+  // The set of signals in a line of "status". Bit 0 is signal 1. Excludes the signals between the
+  // standard and the real-time ones: only the C library can use them, and posix_spawn(3) for
+  // instance leaves them ignored in its children.
   [[nodiscard]] uint64_t signals(std::string_view name) const;
 
-  // The signals that it ignores.
+  // The signals that the process ignores.
   [[nodiscard]] sigset_t ignoredSignals() const;
 
-  // What a file of the folder says; empty where it cannot be read.
+  // The content of a file of the folder. Empty if it cannot be read.
   [[nodiscard]] std::string contentOf(const char* file) const;
-  // Where a short link of the folder leads, as it is shown; empty where it cannot be read.
+  // The target of a short symbolic link of the folder. Empty if it cannot be read.
   [[nodiscard]] std::string targetOf(const char* link) const;
 
-  // The descriptors above the standard ones that are not closed on exec.
+  // The descriptors above 2 without FD_CLOEXEC.
   [[nodiscard]] std::vector<int> inheritedDescriptors() const;
 
  private:

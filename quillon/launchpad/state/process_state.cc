@@ -29,16 +29,16 @@ constexpr std::array<std::string_view, 13> kNames = {
     "NLSPATH",      "GCONV_PATH",   "ICU_DATA",     "GLIBC_TUNABLES", "CLR_ICU_VERSION_OVERRIDE",
     "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"};
 
-constexpr size_t kUsualSize = 1536;
+constexpr size_t kTypicalSize = 1536;
 
-// In the order in which they are shown (namespaces(7)).
+// See namespaces(7).
 constexpr std::array kNamespaces = {"ns/mnt", "ns/user", "ns/pid",  "ns/ipc",
                                     "ns/uts", "ns/net",  "ns/time", "ns/cgroup"};
 
-// Lines of "status" that every kernel has which this can run on.
-constexpr std::array kNecessary = {"Umask",  "Uid",          "Gid",       "Groups",
-                                   "SigBlk", "SigIgn",       "CapInh",    "CapPrm",
-                                   "CapEff", "Cpus_allowed", "NoNewPrivs"};
+// Lines of "status" that every supported kernel writes.
+constexpr std::array kRequiredLines = {"Umask",  "Uid",          "Gid",       "Groups",
+                                       "SigBlk", "SigIgn",       "CapInh",    "CapPrm",
+                                       "CapEff", "Cpus_allowed", "NoNewPrivs"};
 
 template <typename T>
 void append(std::string& bytes, const T& value) {
@@ -51,7 +51,7 @@ struct stat statusAt(int folder, const char* path) {
   return status;
 }
 
-// An upgraded quillon is another program at the same path.
+// Identity and version: an upgrade replaces the program at the same path.
 std::string versionOf(const std::string& program) {
   const auto status = statusAt(AT_FDCWD, program.empty() ? "/proc/self/exe" : program.c_str());
   std::string bytes;
@@ -87,9 +87,9 @@ std::string signalsOf(const ProcSelf& process, const char* name) {
   return bytes;
 }
 
-// What looks like a kernel's may be somebody else's, who tells less.
-bool tellsAll(const ProcSelf& process) {
-  return std::all_of(kNecessary.begin(), kNecessary.end(),
+// A sandbox may emulate /proc and leave out lines.
+bool isComplete(const ProcSelf& process) {
+  return std::all_of(kRequiredLines.begin(), kRequiredLines.end(),
                      [&](const char* line) { return process.status(line).has_value(); });
 }
 
@@ -111,19 +111,19 @@ std::string schedulingOf(const ProcSelf& process) {
   return all;
 }
 
-void addVariables(RecordWriter& shape) {
+void addVariables(RecordWriter& state) {
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const std::string_view variable = *entry;
     const std::string_view name = variable.substr(0, variable.find('='));
     if (!isReadAtStart(name)) continue;
-    shape.text("the environment variable " + std::string(name)).text(variable.substr(name.size()));
+    state.text("the environment variable " + std::string(name)).text(variable.substr(name.size()));
   }
 }
 
-// Empty where it is none.
-std::map<std::string, std::string> toMap(const ProcessState& shape) {
+// Empty if the state is malformed.
+std::map<std::string, std::string> toMap(const ProcessState& state) {
   std::map<std::string, std::string> all;
-  RecordReader reader(shape);
+  RecordReader reader(state);
   while (reader.ok() && !reader.atEnd()) {
     std::string name = reader.text();
     all[std::move(name)] = reader.text();
@@ -140,27 +140,27 @@ bool isReadAtStart(std::string_view variable) {
 }
 
 ProcessState processStateOf(const ProcSelf& process, const std::string& program) {
-  if (!tellsAll(process)) return {};
-  RecordWriter shape;
-  shape.reserve(kUsualSize).text("the quillon program").text(versionOf(program));
-  shape.text("its namespaces").text(namespacesOf(process));
-  shape.text("its root folder").text(rootFolder());
-  shape.text("its user and groups").text(linesOf(process, {"Uid", "Gid", "Groups"}));
-  shape.text("its capabilities")
+  if (!isComplete(process)) return {};
+  RecordWriter state;
+  state.reserve(kTypicalSize).text("the quillon program").text(versionOf(program));
+  state.text("its namespaces").text(namespacesOf(process));
+  state.text("its root folder").text(rootFolder());
+  state.text("its user and groups").text(linesOf(process, {"Uid", "Gid", "Groups"}));
+  state.text("its capabilities")
       .text(linesOf(process, {"CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb"}));
-  shape.text("its confinement").text(confinementOf(process));
-  shape.text("its scheduling").text(schedulingOf(process));
-  shape.text("its blocked signals").text(signalsOf(process, "SigBlk"));
-  shape.text("its ignored signals").text(signalsOf(process, "SigIgn"));
-  shape.text("its security label").text(process.contentOf("attr/current"));
-  shape.text("its place in line when memory runs out").text(process.contentOf("oom_score_adj"));
-  shape.text("its memory limits").text(memoryLimits());
-  addVariables(shape);
-  return shape.take();
+  state.text("its confinement").text(confinementOf(process));
+  state.text("its scheduling").text(schedulingOf(process));
+  state.text("its blocked signals").text(signalsOf(process, "SigBlk"));
+  state.text("its ignored signals").text(signalsOf(process, "SigIgn"));
+  state.text("its security label").text(process.contentOf("attr/current"));
+  state.text("its place in line when memory runs out").text(process.contentOf("oom_score_adj"));
+  state.text("its memory limits").text(memoryLimits());
+  addVariables(state);
+  return state.take();
 }
 
-// Most often they are the same byte for byte; where they are not, the order of the variables says
-// nothing yet.
+// States are usually equal byte for byte. Otherwise they may still hold the same environment
+// variables in another order.
 std::string firstDifference(const ProcessState& one, const ProcessState& other) {
   if (one == other) return {};
   const auto left = toMap(one);

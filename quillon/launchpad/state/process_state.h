@@ -1,8 +1,7 @@
-// What a process hands down to an application that it becomes, and a prepared process cannot take
-// over from another one.
+// Process state that exec() inherits and that a worker cannot adopt from a client.
 //
-// A launch may be carried out by a process of the launch pad only where all of this is the same for
-// the asking command and for the launch pad; the application could tell the difference otherwise.
+// A worker may serve a launch only if this state is equal in the client and in the server. The
+// application could otherwise observe the difference.
 #pragma once
 
 #include <string>
@@ -12,20 +11,20 @@
 
 namespace quillon::launchpad {
 
-// Texts (text_record.h) in pairs: a name, as a person reads it, and a value.
+// Pairs of texts (quillon/base/record.h): a name for messages to the user, and a value.
 using ProcessState = std::string;
 
-// The calling process's. Call before it enters a device root. Empty where the kernel does not tell,
-// and nothing can be compared.
+// The state of the calling process. Call before it enters a device root. Empty if /proc lacks a
+// value that must be compared.
 //
-// program  file of the quillon program, for a process that another program asks from; empty: the
-//          one that runs
+// program  file of the quillon program, for a client that is another program. Empty: the running
+//          program.
 ProcessState processStateOf(const ProcSelf& process, const std::string& program = {});
 
-// The name of the first thing that differs; empty where nothing does.
+// The name of the first value that differs. Empty if the states are equal.
 std::string firstDifference(const ProcessState& one, const ProcessState& other);
 
-// Whether the runtime, the loader or the C library reads an environment variable before `Main`.
+// Whether the runtime, the loader or the C library reads an environment variable before Main.
 bool isReadAtStart(std::string_view variable);
 
 }  // namespace quillon::launchpad

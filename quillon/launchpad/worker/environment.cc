@@ -8,7 +8,7 @@
 namespace quillon::launchpad {
 namespace {
 
-// valueOf  the value of a variable of `after`
+// valueOf  returns the value of a variable of `after`
 template <typename Environment, typename ValueOf>
 EnvironmentChanges differences(const Environment& before, const Environment& after,
                                const ValueOf& valueOf) {
@@ -31,7 +31,7 @@ EnvironmentEntries currentEntries() {
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const char* const text = *entry;
     const char* const end = std::strchr(text, '=');
-    // Others are no variables to anybody.
+    // Without a name or a "=", getenv(3) does not find an entry.
     if (end != nullptr && end != text) entries.emplace(std::string(text, end), text);
   }
   return entries;
@@ -55,12 +55,11 @@ EnvironmentChanges changesBetween(const Variables& before, const Variables& afte
   return differences(before, after, [](const auto& variable) { return variable.second; });
 }
 
-void replaceEnvironment(const std::vector<std::string>& entries,
-                        const EnvironmentChanges& changes) {
-  // Never destroyed: the environment is read until the process ends.
+void replaceEnvironment(std::vector<std::string> entries, const EnvironmentChanges& changes) {
+  // Never destroyed: the environment may be read until the process ends.
   static auto& texts = *new std::vector<std::string>;
   static auto& pointers = *new std::vector<char*>;
-  texts = entries;
+  texts = std::move(entries);
   pointers.clear();
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);

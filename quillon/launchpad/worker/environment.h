@@ -1,5 +1,5 @@
-// The environment of a prepared process: the asking command's, with what the preparation did to its
-// own on top.
+// The environment of a worker: the client's, with the changes that the worker's preparation made to
+// its own environment applied to it.
 #pragma once
 
 #include <map>
@@ -11,26 +11,27 @@ namespace quillon::launchpad {
 
 using Variables = std::map<std::string, std::string>;
 
-// The calling process's.
+// The variables of the calling process.
 Variables currentVariables();
 
-// Variables that were set to something else, or removed (no value).
+// Variables that were set, or removed (no value).
 using EnvironmentChanges = std::map<std::string, std::optional<std::string>>;
 
 EnvironmentChanges changesBetween(const Variables& before, const Variables& after);
 
-// Where the environment's entries stood at a moment, by name: a variable that the process was
-// started with and sets gets another entry, also where the value is the same.
+// The address of each variable's entry, by name. setenv(3) moves a variable that the process was
+// started with to a new entry, even if the value stays the same.
 using EnvironmentEntries = std::map<std::string, const char*>;
 
-// The calling process's. Means the same in its children.
+// The entries of the calling process. Valid in its children too.
 EnvironmentEntries currentEntries();
 
-// What the calling process has set or removed since then.
+// The variables that the calling process has set or removed since `before`.
 EnvironmentChanges changesSince(const EnvironmentEntries& before);
 
-// Replaces the calling process's environment with `entries` ("NAME=VALUE") and applies the changes
-// to it. The old one stays in memory: threads may be reading it.
-void replaceEnvironment(const std::vector<std::string>& entries, const EnvironmentChanges& changes);
+// Replaces the environment of the calling process with `entries` ("NAME=VALUE") and applies the
+// changes to it. Does not free the environment that the process was started with, since other
+// threads may be reading it.
+void replaceEnvironment(std::vector<std::string> entries, const EnvironmentChanges& changes);
 
 }  // namespace quillon::launchpad

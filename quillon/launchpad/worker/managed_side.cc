@@ -14,7 +14,7 @@ constexpr char kAssembly[] = "Quillon.Launchpad";
 constexpr char kType[] = "Quillon.Launchpad";
 
 template <typename Function>
-Expected<void> find(const host::Runtime& runtime, const char* name, Function*& function) {
+Expected<void> findMethod(const host::Runtime& runtime, const char* name, Function*& function) {
   void* found = nullptr;
   const int status =
       runtime.createDelegate()(runtime.host(), runtime.domain(), kAssembly, kType, name, &found);
@@ -26,7 +26,8 @@ Expected<void> find(const host::Runtime& runtime, const char* name, Function*& f
       "build the target 'managed' again");
 }
 
-// Each text with its zero byte; an empty name, which the text's own last byte is, ends the list.
+// Appends both with a zero byte each. An empty name, made by the zero byte of c_str(), ends the
+// list.
 void addPair(std::string& list, const std::string& name, const std::string& value) {
   list.append(name).append(1, '\0').append(value).append(1, '\0');
 }
@@ -38,21 +39,21 @@ std::filesystem::path managedAssembly(const std::filesystem::path& plugin) {
 }
 
 Expected<void> ManagedSide::bind(const host::Runtime& runtime) {
-  return find(runtime, "WarmUp", warmUp_).and_then([&] {
-    return find(runtime, "Assign", assign_);
+  return findMethod(runtime, "WarmUp", warmUp_).and_then([&] {
+    return findMethod(runtime, "Assign", assign_);
   });
 }
 
-// Of what is assigned nothing stays: every application gets properties of its own, and the variable
-// is again what it was. Its value is a long one, since the runtime copies short ones in other ways.
+// The warm-up leaves nothing behind: the application's properties replace these, and the variable
+// gets its value back. The test value is long because the runtime copies short ones differently.
 void ManagedSide::warmUp(const host::RuntimeProperties& properties) const {
   constexpr char kVariable[] = "QUILLON_LAUNCHPAD";
-  constexpr size_t kLong = 256;
+  constexpr size_t kLength = 256;
   const char* const before = std::getenv(kVariable);
   warmUp_();
-  if (assign(properties, {{kVariable, std::string(kLong, '1')}})) {
+  if (assign(properties, {{kVariable, std::string(kLength, '1')}})) {
     const auto value = before != nullptr ? std::optional<std::string>(before) : std::nullopt;
-    [[maybe_unused]] const bool isAsBefore = assign({}, {{kVariable, value}});
+    [[maybe_unused]] const bool isRestored = assign({}, {{kVariable, value}});
   }
 }
 

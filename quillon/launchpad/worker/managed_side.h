@@ -1,4 +1,4 @@
-// The launch pad's own managed code, in the assembly Quillon.Launchpad beside the plug-in.
+// The launch pad's managed code: the assembly Quillon.Launchpad, installed beside the plug-in.
 #pragma once
 
 #include <filesystem>
@@ -9,21 +9,21 @@
 
 namespace quillon::launchpad {
 
-// The assembly's file for a plug-in.
+// The file of the assembly that belongs to a plug-in.
 std::filesystem::path managedAssembly(const std::filesystem::path& plugin);
 
 class ManagedSide {
  public:
-  // Finds the methods in a runtime that has the assembly among its trusted ones.
+  // Looks up the methods in a runtime whose trusted assemblies include the assembly.
   [[nodiscard]] Expected<void> bind(const host::Runtime& runtime);
 
-  // Loads and compiles what nearly every application needs first, and what assign() does: with the
-  // properties, which every application is assigned its own of. The runtime has its copy of the
-  // environment from here on.
+  // Loads and compiles the methods that nearly every application needs first, and those of
+  // assign(), which it calls with `properties`. Afterwards the runtime has a copy of the
+  // environment.
   void warmUp(const host::RuntimeProperties& properties) const;
 
-  // Gives AppContext and the runtime's copy of the environment what they would have had from the
-  // start, had the application been known. False where the runtime refuses.
+  // Sets the properties of AppContext and the variables of the runtime's copy of the environment to
+  // the values that they have in a direct launch. Returns false if the runtime refuses.
   [[nodiscard]] bool assign(const host::RuntimeProperties& properties,
                             const EnvironmentChanges& variables) const;
 

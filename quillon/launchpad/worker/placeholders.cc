@@ -22,7 +22,7 @@ Expected<Placeholders> Placeholders::open(size_t count) {
     placeholders.descriptors_.push_back(openFolder("/proc/self"));
     if (!placeholders.descriptors_.back()) {
       return fail(std::string("cannot open /proc/self: ") + std::strerror(errno),
-                  "see that /proc is mounted and descriptors are left (ulimit -n)");
+                  "check that /proc is mounted and that descriptors are available (ulimit -n)");
     }
   }
   return placeholders;
@@ -36,7 +36,7 @@ std::vector<std::string> Placeholders::paths() const {
   return paths;
 }
 
-void Placeholders::leadTo(const std::vector<std::string>& folders) {
+void Placeholders::redirect(const std::vector<std::string>& folders) {
   for (size_t i = 0; i < folders.size() && i < descriptors_.size(); ++i) {
     const Descriptor folder = openFolder(folders[i].c_str());
     if (folder) dup3(folder.get(), descriptors_[i].get(), O_CLOEXEC);

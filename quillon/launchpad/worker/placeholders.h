@@ -1,8 +1,8 @@
-// Folders that the runtime is given before anybody knows what they are.
+// Placeholder descriptors for the application's folders, which are unknown when the runtime starts.
 //
-// The runtime takes its folders once, when it starts. A prepared process gives it
-// "/proc/self/fd/N", with N a descriptor that leads nowhere of use, and moves N onto the real
-// folder when it has its application; the plug-in does the same for the packages that one requires.
+// The runtime accepts its folders only at its start. A worker passes "/proc/self/fd/N", with N a
+// descriptor of some other folder, and redirects N to the real folder once it knows the
+// application. The plug-in does the same for required packages.
 #pragma once
 
 #include <string>
@@ -17,11 +17,12 @@ class Placeholders {
  public:
   [[nodiscard]] static Expected<Placeholders> open(size_t count);
 
-  // What to give to the runtime.
+  // The paths to pass to the runtime.
   [[nodiscard]] std::vector<std::string> paths() const;
 
-  // Points each at a folder, in order; those for which there is no folder stay as they are.
-  void leadTo(const std::vector<std::string>& folders);
+  // Redirects the placeholders to folders, in order. Leaves a placeholder unchanged if there is no
+  // folder for it.
+  void redirect(const std::vector<std::string>& folders);
 
  private:
   std::vector<Descriptor> descriptors_;

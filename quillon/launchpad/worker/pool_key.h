@@ -1,5 +1,5 @@
-// What has to be the same for two launches to be carried out by processes of one pool: all that is
-// settled when the runtime starts.
+// The kind of launch that the workers of a pool can serve: everything that cannot change once the
+// runtime has started.
 #pragma once
 
 #include <compare>
@@ -10,14 +10,14 @@
 namespace quillon::launchpad {
 
 struct PoolKey {
-  std::string type;                  // application type, as the plug-in gets it
-  bool raw = false;                  // no log control
-  host::RuntimeProperties settings;  // "configProperties" of the application's own build
+  std::string type;                  // application type, as passed to the plug-in
+  bool raw = false;                  // the plug-in does not capture the output
+  host::RuntimeProperties settings;  // "configProperties" of runtimeconfig.json
 
   auto operator<=>(const PoolKey&) const = default;
 };
 
-// For a person: "inhouse, captured, System.GC.Server=true".
+// For messages to the user: "inhouse, captured, System.GC.Server=true".
 std::string describe(const PoolKey& key);
 
 }  // namespace quillon::launchpad

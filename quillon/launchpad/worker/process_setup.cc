@@ -10,12 +10,12 @@
 
 namespace quillon::launchpad {
 
-void setParentDeathSignal(pid_t launchPad) {
+void setParentDeathSignal(pid_t server) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != launchPad) _exit(0);  // it ended before it could be asked
+  if (getppid() != server) _exit(0);  // the server ended before the prctl()
 }
 
-void detachFromLaunchPad(const sigset_t& blocked) {
+void detachFromServer(const sigset_t& blocked) {
   setsid();
   sigprocmask(SIG_SETMASK, &blocked, nullptr);
 }

@@ -1,4 +1,4 @@
-// What a fresh child of the launch pad does to itself before it loads anything.
+// What a new child of the server does to its process before it loads anything.
 #pragma once
 
 #include <signal.h>
@@ -6,15 +6,16 @@
 
 namespace quillon::launchpad {
 
-// Ends with the launch pad, however that ends. Call again after anything that changes what the
-// process may do: the kernel forgets it then.
-void setParentDeathSignal(pid_t launchPad);
+// Has the kernel kill this process when the server ends. Call again after anything that changes the
+// credentials of the process, because the kernel clears the setting then (prctl(2)).
+void setParentDeathSignal(pid_t server);
 
-// A session of its own, so that no terminal's job control reaches it, and no blocked signals.
-void detachFromLaunchPad(const sigset_t& blocked);
+// Starts a session, so that the job control of the server's terminal does not reach the process,
+// and sets its signal mask.
+void detachFromServer(const sigset_t& blocked);
 
-// Gives up every capability of the calling thread and, since it has no other, of the process: the
-// runtime's threads start with what this one has.
+// Drops all capabilities of the calling thread. The threads that the runtime starts later inherit
+// this, so call while the process has one thread.
 void dropCapabilities();
 
 }  // namespace quillon::launchpad

@@ -1,8 +1,8 @@
-// The standard descriptors of a process that does not know yet where they will lead.
+// The standard descriptors of a worker, whose targets are unknown until it has a launch.
 //
-// Whatever runs before that may duplicate them; the runtime does when it starts and when managed
-// code first looks at the console. So each leads to a memory file of its own at first, by which its
-// duplicates are known when it is led elsewhere.
+// Code that runs before that may duplicate them: the runtime does when it starts and when managed
+// code first uses the console. So each standard descriptor refers to a memory file of its own at
+// first, which identifies its duplicates when it is redirected.
 #pragma once
 
 #include <sys/types.h>
@@ -14,25 +14,25 @@ namespace quillon::launchpad {
 
 class StdioPlaceholders {
  public:
-  // Places the memory files at descriptors 0 to 2. False where the kernel has none left.
+  // Opens the memory files as descriptors 0 to 2. Returns false if it cannot create one.
   bool open();
 
-  // Finds all duplicates. Call when nothing else happens in the process any more.
+  // Finds all duplicates. No other thread may open or duplicate descriptors meanwhile or later.
   void findDuplicates();
 
-  // Leads standard descriptor `which` and its duplicates to where `descriptor` leads, which stays
-  // the caller's. For -1 the standard descriptor itself is closed.
-  void lead(int which, int descriptor) const;
+  // Redirects standard descriptor `which` and its duplicates to the file of `descriptor`, which
+  // remains the caller's. If `descriptor` is -1, closes the standard descriptor itself.
+  void redirect(int which, int descriptor) const;
 
  private:
-  struct Place {
+  struct Placeholder {
     dev_t device = 0;
     ino_t inode = 0;
     std::vector<int> descriptors;
   };
-  void note(int descriptor);
+  void recordIfDuplicate(int descriptor);
 
-  std::array<Place, 3> places_;
+  std::array<Placeholder, 3> placeholders_;
 };
 
 }  // namespace quillon::launchpad

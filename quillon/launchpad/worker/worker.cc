@@ -17,7 +17,7 @@
 #include "quillon/host/runtime/runtime_config.h"
 #include "quillon/host/runtime/runtime_settings.h"
 #include "quillon/host/runtime_plan.h"
-#include "quillon/launchpad/protocol/assignment.h"
+#include "quillon/host/membarrier.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/worker/managed_side.h"
@@ -35,20 +35,43 @@ Expected<host::Runtime> loadRuntime() {
   return host::Runtime::load(device_paths::kNetcoreapp);
 }
 
-// Whether an application that does nothing leaves nothing behind: earlier runtimes make an event
-// source each time that one runs, and startup hooks are the launch's.
-bool canRehearse(const host::RuntimeProperties& properties) {
-  constexpr char kFirstRuntime[] = "10.0.0";
+// Whether Main can run once in advance without an effect on the application. Before .NET 10, the
+// runtime creates an event source for each run. Startup hooks must run in the launch only.
+bool canRunAhead(const host::RuntimeProperties& properties) {
+  constexpr char kMinVersion[] = "10.0.0";
   const std::string version = host::frameworkVersionOf(device_paths::kNetcoreapp);
-  return !version.empty() && host::serves(version, kFirstRuntime) &&
+  return !version.empty() && host::serves(version, kMinVersion) &&
          std::none_of(properties.begin(), properties.end(),
                       [](const auto& property) { return property.first == "STARTUP_HOOKS"; });
 }
 
+void applyProcessState(const Request& request) {
+  umask(request.umask);
+  adoptLimits(request.limits);
+  if (request.workingDirectory.empty() || chdir(request.workingDirectory.c_str()) != 0) {
+    [[maybe_unused]] const int result = chdir("/");
+  }
+}
+
+// Duplicates the inherited descriptors to the numbers that they have in the client.
+Expected<void> takeOverInherited(const std::vector<Descriptor>& descriptors,
+                                 const std::vector<int>& numbers) {
+  for (size_t i = 0; i < numbers.size() && i < descriptors.size(); ++i) {
+    const int number = numbers[i];
+    if (fcntl(number, F_GETFD) >= 0) {
+      return fail(kServiceFailed, {"descriptor " + std::to_string(number) +
+                                       " of the caller is already in use in the prepared process",
+                                   {}});
+    }
+    dup2(descriptors[i].get(), number);
+  }
+  return {};
+}
+
 class Worker {
  public:
-  Worker(const WorkerConfig& config, const PoolKey& key, pid_t launchPad, Descriptor channel)
-      : config_(config), key_(key), launchPad_(launchPad), channel_(std::move(channel)) {
+  Worker(const WorkerConfig& config, const PoolKey& key, pid_t server, Descriptor channel)
+      : config_(config), key_(key), server_(server), channel_(std::move(channel)) {
     target_.type = key.type;
   }
 
@@ -56,73 +79,69 @@ class Worker {
 
  private:
   Expected<void> prepare();
-  Expected<void> askPlugin();
+  Expected<void> initializePlugin();
   Expected<void> startRuntime();
-  Expected<void> prepareRuntime();
-  Expected<void> rehearse();
-  void awaitAssignment(Message& packet);
-  Expected<void> takeOver(Message& packet);
-  void become(const Request& request);
-  [[nodiscard]] bool takeDescriptorsOver(RequestDescriptors descriptors, const Request& request);
-  Expected<void> tellApplication();
+  Expected<void> warmUpRuntime();
+  Expected<void> runAhead();
+  [[nodiscard]] Message awaitAssignment() const;
+  Expected<void> takeOver(Message message);
+  Expected<void> takeOverDescriptors(RequestDescriptors descriptors, const Request& request);
+  Expected<void> configureApplication();
   Expected<int> execute();
 
   const WorkerConfig& config_;
   const PoolKey& key_;
-  const pid_t launchPad_;
+  const pid_t server_;
   Descriptor channel_;
   host::LaunchTarget target_;
   host::PluginCalls plugin_;
   host::PluginLists lists_;
-  StdioPlaceholders standard_;
+  StdioPlaceholders stdio_;
   Placeholders folders_;
   std::optional<host::Runtime> runtime_;
-  bool rehearses_ = false;
+  bool runsAhead_ = false;
   ManagedSide managed_;
-  EnvironmentChanges changes_;  // by the preparation
-  Variables seenByRuntime_;     // its own copy is of its start
-  Variables seenByWarmUp_;      // or of this moment
+  EnvironmentChanges changes_;  // made by the preparation
+  // The environment of the runtime's start and that of the warm-up. The runtime has copied each of
+  // its variables at one of these moments.
+  Variables variablesAtStart_;
+  Variables variablesAtWarmUp_;
   std::vector<std::string> arguments_;
-  Descriptor began_;  // where the asking command is told
+  Descriptor started_;  // see signalStarted()
 };
 
 Expected<int> Worker::run() {
   RETURN_IF_FAILED(prepare());
   sendMessage(channel_.get(), MessageKind::kReady);
-  Message packet;
-  awaitAssignment(packet);
-  RETURN_IF_FAILED(takeOver(packet));
-  RETURN_IF_FAILED(tellApplication());
+  RETURN_IF_FAILED(takeOver(awaitAssignment()));
+  RETURN_IF_FAILED(configureApplication());
   return execute();
 }
 
 Expected<void> Worker::prepare() {
-  setParentDeathSignal(launchPad_);
-  detachFromLaunchPad(config_.blocked);
-  if (!standard_.open()) return fail(kServiceFailed, {"cannot make a memory file", {}});
+  setParentDeathSignal(server_);
+  detachFromServer(config_.blocked);
+  if (!stdio_.open()) return fail(kServiceFailed, {"cannot create a memory file", {}});
   host::registerMembarrier();
-  RETURN_IF_FAILED(askPlugin());
-  // The zone that the plug-in may have entered and the lists that it may have saved were the last
-  // to need any.
+  RETURN_IF_FAILED(initializePlugin());
+  // Nothing after this needs capabilities: the plug-in has entered the zone and saved its lists.
   dropCapabilities();
-  setParentDeathSignal(launchPad_);
+  setParentDeathSignal(server_);
   RETURN_IF_FAILED(startRuntime());
-  RETURN_IF_FAILED(prepareRuntime());
+  RETURN_IF_FAILED(warmUpRuntime());
   workstation::cachePackages();
   changes_ = changesSince(config_.environment);
-  changes_.emplace("TMPDIR", std::nullopt);  // unset in a device root, whoever had it
-  standard_.findDuplicates();
+  changes_.emplace("TMPDIR", std::nullopt);  // a device root has none, even if the client has
+  stdio_.findDuplicates();
   return {};
 }
 
-Expected<void> Worker::askPlugin() {
+Expected<void> Worker::initializePlugin() {
   auto library = host::loadPlugin(config_.plugin);
   if (!library) return fail(kNoPlugin, library.error());
   plugin_ = host::PluginCalls(*library, &target_);
   RETURN_IF_FAILED(plugin_.initialize());
-  auto lists = plugin_.lists();
-  if (!lists) return tl::unexpected(lists.error());
-  lists_ = std::move(*lists);
+  ASSIGN_OR_RETURN(lists_, plugin_.lists());
   return {};
 }
 
@@ -135,90 +154,77 @@ Expected<void> Worker::startRuntime() {
   runtime_ = std::move(*runtime);
   const auto plan = host::planPrepared(folders_.paths(), lists_, key_.settings,
                                        managedAssembly(config_.plugin).string());
-  rehearses_ = canRehearse(plan.properties);
-  const host::ScopedJitThreadKeepAlive keepAlive;
-  seenByRuntime_ = currentVariables();
+  runsAhead_ = canRunAhead(plan.properties);
+  const host::ScopedJitThreadKeepAlive lasting;
+  variablesAtStart_ = currentVariables();
   const auto started = runtime_->start(config_.executable, "launchpad", plan.properties);
   if (!started) return fail(kRuntimeFailed, started.error());
   return {};
 }
 
-Expected<void> Worker::prepareRuntime() {
-  // Before anything managed looks at the console: descriptors 1 and 2 are final then.
+Expected<void> Worker::warmUpRuntime() {
+  // Descriptors 1 and 2 must be final before managed code first uses the console.
   if (!key_.raw) plugin_.captureOutput();
   plugin_.setRuntime(*runtime_);
   plugin_.preload();
   if (auto bound = managed_.bind(*runtime_); !bound) return fail(kRuntimeFailed, bound.error());
-  seenByWarmUp_ = currentVariables();
+  variablesAtWarmUp_ = currentVariables();
   managed_.warmUp(host::propertiesOfApplication(target_, lists_));
-  return rehearses_ ? rehearse() : Expected<void>();
+  return runsAhead_ ? runAhead() : Expected<void>();
 }
 
-// The runtime's way to Main. Where it was before is overwritten: the entry assembly, the command
-// line and the exit status are those of the last one.
-Expected<void> Worker::rehearse() {
+// Runs an empty Main, so that the runtime's path to Main is compiled. The application's run
+// replaces what this one sets: entry assembly, command line and exit status.
+Expected<void> Worker::runAhead() {
   const auto ended = runtime_->execute(managedAssembly(config_.plugin).string(), {});
   if (!ended) return fail(kRuntimeFailed, ended.error());
   return {};
 }
 
-void Worker::awaitAssignment(Message& packet) {
-  const auto received = receiveMessage(channel_.get(), packet);
-  // Not told to have taken the launch over, so that the launch pad tries it on another process.
-  if (received != Received::kMessage || packet.kind != MessageKind::kAssign) _exit(kServiceFailed);
+Message Worker::awaitAssignment() const {
+  Message message;
+  const auto received = receiveMessage(channel_.get(), message);
+  // Since kTakenOver was not sent, the server assigns the launch to another worker.
+  if (received != Received::kMessage || message.kind != MessageKind::kAssign) _exit(kServiceFailed);
+  return message;
 }
 
-Expected<void> Worker::takeOver(Message& packet) {
-  auto assignment = readAssignment(packet);
-  if (!assignment) return fail(kServiceFailed, {"the launch pad sent no launch", {}});
-  Request* const request = &assignment->request;
+Expected<void> Worker::takeOver(Message message) {
+  auto assignment = parseAssignment(std::move(message));
+  if (!assignment) return fail(kServiceFailed, {"the launch pad sent a malformed launch", {}});
+  Request& request = assignment->request;
   target_ = std::move(assignment->target);
-  arguments_ = std::move(request->arguments);
-  replaceEnvironment(request->environment, changes_);
+  arguments_ = std::move(request.arguments);
+  replaceEnvironment(std::move(request.environment), changes_);
   setenv(host::kAppIdVariable, target_.application.id.c_str(), 1);
-  if (!takeDescriptorsOver(takeDescriptors(packet.descriptors, assignment->there), *request)) {
-    return fail(kServiceFailed, {"a descriptor of the launch has the number of an own one", {}});
-  }
-  packet.descriptors.clear();
-  become(*request);
+  RETURN_IF_FAILED(takeOverDescriptors(std::move(assignment->descriptors), request));
+  applyProcessState(request);
   sendMessage(channel_.get(), MessageKind::kTakenOver);
   return {};
 }
 
-// Where output is captured, descriptors 1 and 2 lead to the plug-in's pipes already, and only what
-// the runtime duplicated before is led to the asking command's.
-bool Worker::takeDescriptorsOver(RequestDescriptors descriptors, const Request& request) {
-  for (size_t i = 0; i < request.others.size(); ++i) {
-    const int number = request.others[i];
-    if (fcntl(number, F_GETFD) >= 0) return false;
-    dup2(descriptors.others[i].get(), number);
-  }
+// If output is captured, descriptors 1 and 2 already refer to the plug-in's pipes, and only the
+// duplicates that the runtime made before are redirected to the client's.
+Expected<void> Worker::takeOverDescriptors(RequestDescriptors descriptors, const Request& request) {
+  RETURN_IF_FAILED(takeOverInherited(descriptors.inherited, request.inheritedDescriptors));
   for (int which = STDIN_FILENO; which <= STDERR_FILENO; ++which) {
-    standard_.lead(which, descriptors.standard[static_cast<size_t>(which)].get());
+    stdio_.redirect(which, descriptors.standard[static_cast<size_t>(which)].get());
   }
   moveTerminal(descriptors.standard[STDERR_FILENO].get());
   workstation::LogConfig log = request.log;
   log.descriptor = descriptors.log.release();
   workstation::useLog(log);
-  began_ = std::move(descriptors.began);
-  return true;
+  started_ = std::move(descriptors.started);
+  return {};
 }
 
-void Worker::become(const Request& request) {
-  umask(request.umask);
-  launchpad::takeOver(request.limits);
-  if (request.workingDirectory.empty() || chdir(request.workingDirectory.c_str()) != 0) {
-    [[maybe_unused]] const int result = chdir("/");
-  }
-}
-
-Expected<void> Worker::tellApplication() {
-  folders_.leadTo(target_.folders());
+Expected<void> Worker::configureApplication() {
+  folders_.redirect(target_.folders());
   const Variables now = currentVariables();
-  auto variables = changesBetween(seenByRuntime_, now);
-  variables.merge(changesBetween(seenByWarmUp_, now));
+  auto variables = changesBetween(variablesAtStart_, now);
+  variables.merge(changesBetween(variablesAtWarmUp_, now));
   if (!managed_.assign(host::propertiesOfApplication(target_, lists_), variables)) {
-    return fail(kRuntimeFailed, {"the runtime does not take the application's properties", {}});
+    return fail(kRuntimeFailed, {"the runtime refuses the application's properties", {}});
   }
   RETURN_IF_FAILED(plugin_.setApplication());
   plugin_.beforeExecute();
@@ -226,8 +232,8 @@ Expected<void> Worker::tellApplication() {
 }
 
 Expected<int> Worker::execute() {
-  signalStarted(began_.get());
-  began_.reset();
+  signalStarted(started_.get());
+  started_.reset();
   sendMessage(channel_.get(), MessageKind::kStarted);
   channel_.reset();
   auto ended = runtime_->execute(target_.assembly, arguments_);
@@ -239,9 +245,8 @@ Expected<int> Worker::execute() {
 
 }  // namespace
 
-void runWorker(const WorkerConfig& config, const PoolKey& key, pid_t launchPad,
-               Descriptor channel) {
-  Worker worker(config, key, launchPad, std::move(channel));
+void runWorker(const WorkerConfig& config, const PoolKey& key, pid_t server, Descriptor channel) {
+  Worker worker(config, key, server, std::move(channel));
   const auto ended = worker.run();
   if (ended) std::exit(*ended);
   tell(ended.error());

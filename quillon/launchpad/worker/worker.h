@@ -1,10 +1,10 @@
-// A prepared process: everything of a launch that can be done before the application is known.
+// A worker: a process that prepares everything of a launch that does not depend on the application,
+// then waits for a launch and runs it.
 #pragma once
 
 #include <signal.h>
 
 #include <filesystem>
-#include <string>
 
 #include "quillon/base/descriptor.h"
 #include "quillon/launchpad/worker/environment.h"
@@ -12,21 +12,20 @@
 
 namespace quillon::launchpad {
 
-// The same for every process of a launch pad.
+// Equal for all workers of a server.
 struct WorkerConfig {
-  std::filesystem::path executable;  // of the quillon command
+  std::filesystem::path executable;  // of the quillon program
   std::filesystem::path plugin;
-  EnvironmentEntries environment;  // the launch pad's own, before it entered the device root
-  sigset_t blocked;                // its blocked signals
+  EnvironmentEntries environment;  // the server's, before it entered the device root
+  sigset_t blocked;                // the server's signal mask
 };
 
-// Prepares the calling process, tells so on `channel`, waits for a launch, carries it out, and ends
-// with the application's status. Call in a fresh child of the launch pad, which has entered the
-// device root and holds none of the launch pad's descriptors. Ends the process when the launch pad
-// closes the channel.
+// Prepares the calling process, sends kReady on `channel`, waits for a launch, runs it, and exits
+// with the application's status. Exits if the server closes the channel. Call in a new child of the
+// server `server` that has entered the device root and holds no descriptor of the server.
 //
-// Descriptors 0 to 2 lead to nothing until the process has its application.
-[[noreturn]] void runWorker(const WorkerConfig& config, const PoolKey& key, pid_t launchPad,
+// Descriptors 0 to 2 refer to placeholders until the process has a launch.
+[[noreturn]] void runWorker(const WorkerConfig& config, const PoolKey& key, pid_t server,
                             Descriptor channel);
 
 }  // namespace quillon::launchpad

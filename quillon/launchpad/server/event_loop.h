@@ -1,0 +1,83 @@
+// The server's event loop: answers clients, assigns launches to workers and keeps the pools filled.
+//
+// It must run in one thread and start no other, because it forks the workers.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "quillon/base/descriptor.h"
+#include "quillon/base/failure.h"
+#include "quillon/launchpad/protocol/message.h"
+#include "quillon/launchpad/protocol/request.h"
+#include "quillon/launchpad/server/catalogue.h"
+#include "quillon/launchpad/server/clients.h"
+#include "quillon/launchpad/server/pools.h"
+#include "quillon/launchpad/server/server.h"
+#include "quillon/launchpad/server/zone_view.h"
+#include "quillon/launchpad/state/limits.h"
+#include "quillon/launchpad/state/process_state.h"
+#include "quillon/launchpad/worker/worker.h"
+
+namespace quillon::launchpad {
+
+class EventLoop {
+ public:
+  // Construct in the process that has entered the device root. `state` is its process state before
+  // that.
+  EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
+            Descriptor listener, ZoneView zone);
+
+  // Returns when a client or a signal has asked the server to stop and all workers have ended.
+  void run();
+
+ private:
+  // A descriptor and the handler to call when it is readable.
+  struct Watch {
+    int descriptor;
+    std::function<void()> handler;
+  };
+  std::vector<Watch> watches();
+  void poll(std::chrono::milliseconds timeout);
+
+  void acceptClients();
+  void removeIdleClients();
+  [[nodiscard]] bool isAccepting() const;
+  void onClientReadable(uint64_t client);
+  void onClientMessage(uint64_t client, Message message);
+  void removeClient(uint64_t client);
+
+  void onRequest(uint64_t client, Message message);
+  Expected<std::shared_ptr<const Entry>> findEntry(const Request& request);
+  [[nodiscard]] Expected<void> compareState(const Request& request) const;
+  bool assign(uint64_t client);
+  void decline(uint64_t client, const std::string& reason);
+
+  bool onWorkerReadable(WorkerProcess& worker);
+  void onWorkerEnded(uint64_t number);
+  void retry(uint64_t client);
+
+  void onSignals();
+  void stopOrKill();
+  [[nodiscard]] std::string status() const;
+  void runChild(const PoolKey& key, Descriptor channel);
+
+  const pid_t pid_;
+  const WorkerConfig config_;
+  const ProcessState state_;
+  const Limits limits_ = currentLimits();
+  Descriptor listener_;
+  ZoneView zone_;
+  Descriptor signals_;
+  Clients clients_;
+  uint64_t nextClient_ = 1;
+  Clock::time_point acceptAgain_;
+  Catalogue catalogue_;
+  Pools pools_;
+  bool stopping_ = false;
+};
+
+}  // namespace quillon::launchpad
