@@ -37,6 +37,13 @@ inline Failure withStatus(ExitStatus status, Failure failure) {
   return failure;
 }
 
+// Returns `result`, with the exit status replaced if it is a failure.
+template <typename T>
+Expected<T> withStatus(ExitStatus status, Expected<T> result) {
+  if (!result) result.error().status = status;
+  return result;
+}
+
 // A failure with the exit status `status`.
 inline tl::unexpected<Failure> fail(ExitStatus status, Failure failure) {
   return tl::unexpected<Failure>(withStatus(status, std::move(failure)));

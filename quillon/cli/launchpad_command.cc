@@ -21,9 +21,7 @@ CLI::Option* addDevice(CLI::App& command, LaunchpadOptions& options) {
 }
 
 void request(const LaunchpadOptions& options, MessageKind kind) {
-  const auto reply = launchpad::command(options.device, kind);
-  if (!reply) endCommand(report(withStatus(kLaunchPadState, reply.error())));
-  std::cout << *reply;
+  std::cout << valueOf(withStatus(kLaunchPadState, launchpad::command(options.device, kind)));
 }
 
 void addAction(CLI::App& launchpad, const char* name, const char* help, MessageKind kind) {

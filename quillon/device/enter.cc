@@ -26,7 +26,7 @@ Expected<void> requireDeviceDirectories(const fs::path& directory) {
   for (const std::string_view folder : kDeviceDirectories) {
     if (folder != kOptionalDeviceDirectory && !openFolder(root, std::string(folder))) {
       return fail("the device root '" + directory.string() + "' has no folder '" +
-                      std::string(folder) + "' of its own",
+                      std::string(folder) + "', or only a link to one",
                   "repair it: quillon device init " + directory.string());
     }
   }
@@ -133,25 +133,13 @@ bool isSameRoot(const fs::path& directory, const fs::path& inside) {
 }
 
 Expected<void> enterFromOutside(const fs::path& directory, const EnterOptions& options) {
-  auto record = readRecord(directory);
-  if (!record) {
-    return fail(kNoDeviceRoot, record.error());
-  }
+  ASSIGN_OR_RETURN(Record record, withStatus(kNoDeviceRoot, readRecord(directory)));
   std::error_code error;
   const fs::path device = fs::canonical(directory, error);
-  if (auto whole = requireDeviceDirectories(device); !whole) {
-    return fail(kNoDeviceRoot, whole.error());
-  }
-  if (auto found = requireFramework(device, *record); !found) {
-    return fail(kNoRuntime, found.error());
-  }
-  if (auto usable = requireWritable(options.writable); !usable) {
-    return fail(kUnusablePath, usable.error());
-  }
-  if (auto moved = isolateAndMove(makePlan(device, std::move(*record), options)); !moved) {
-    return fail(kNoNamespace, moved.error());
-  }
-  return {};
+  RETURN_IF_FAILED(withStatus(kNoDeviceRoot, requireDeviceDirectories(device)));
+  RETURN_IF_FAILED(withStatus(kNoRuntime, requireFramework(device, record)));
+  RETURN_IF_FAILED(withStatus(kUnusablePath, requireWritable(options.writable)));
+  return withStatus(kNoNamespace, isolateAndMove(makePlan(device, std::move(record), options)));
 }
 
 }  // namespace

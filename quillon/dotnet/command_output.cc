@@ -44,10 +44,10 @@ int waitFor(pid_t child) {
 
 }  // namespace
 
-tl::expected<std::string, std::string> commandOutput(const std::vector<std::string>& words) {
+Expected<std::string> commandOutput(const std::vector<std::string>& words) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-    return tl::unexpected("cannot make a pipe: " + std::string(std::strerror(errno)));
+    return fail("cannot make a pipe: " + std::string(std::strerror(errno)));
   }
   pid_t child = -1;
   const int error = spawn(words, ends[1], child);
@@ -55,14 +55,14 @@ tl::expected<std::string, std::string> commandOutput(const std::vector<std::stri
   std::string text = error == 0 ? readAll(ends[0]) : std::string();
   close(ends[0]);
   if (error != 0) {
-    return tl::unexpected("it cannot be run: " + std::string(std::strerror(error)));
+    return fail("it cannot be run: " + std::string(std::strerror(error)));
   }
   const int status = waitFor(child);
   if (WIFSIGNALED(status)) {
-    return tl::unexpected("it was ended by signal " + std::to_string(WTERMSIG(status)));
+    return fail("it was ended by signal " + std::to_string(WTERMSIG(status)));
   }
   if (WEXITSTATUS(status) != 0) {
-    return tl::unexpected("it ended with status " + std::to_string(WEXITSTATUS(status)));
+    return fail("it ended with status " + std::to_string(WEXITSTATUS(status)));
   }
   return text;
 }

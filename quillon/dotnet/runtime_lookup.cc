@@ -82,7 +82,7 @@ std::optional<fs::path> parseListLine(const std::string& line) {
 Answer askList() {
   const auto output = commandOutput({"dotnet", "--list-runtimes"});
   if (!output) {
-    return {std::nullopt, output.error()};
+    return {std::nullopt, output.error().what};
   }
   std::vector<fs::path> candidates;
   std::istringstream lines(*output);

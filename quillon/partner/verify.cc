@@ -91,12 +91,10 @@ Expected<void> check(const VerifyOptions& options, const fs::path& plugin,
   }
   RETURN_IF_FAILED(device::enter(trial.path(), {{plugin.parent_path()}, {}}));
   RETURN_IF_FAILED(workstation::setConfig(QUILLON_PARTNER_DUID_KEY, options.duid));
-  const auto library = host::loadPlugin(plugin);
-  if (!library) {
-    return fail(kNoPlugin, library.error());
-  }
+  ASSIGN_OR_RETURN(const host::PluginLibrary library,
+                   withStatus(kNoPlugin, host::loadPlugin(plugin)));
   const std::string mountPath = "/proc/self/fd/" + std::to_string(package.get());
-  if (!library->checkSignature(mountPath.c_str())) {
+  if (!library.checkSignature(mountPath.c_str())) {
     return fail(kPartnerRefused, explain(options.directory));
   }
   return {};

@@ -222,11 +222,11 @@ Expected<void> serveUntilSignal(const host::PluginLibrary& plugin) {
 }  // namespace
 
 Expected<void> serve(const Policy& policy, const fs::path& file) {
-  auto library = host::loadPlugin(file);
-  if (!library) return fail(kNoPlugin, library.error());
+  ASSIGN_OR_RETURN(const host::PluginLibrary library,
+                   withStatus(kNoPlugin, host::loadPlugin(file)));
   RETURN_IF_FAILED(checkDeniedPaths(policy));
   RETURN_IF_FAILED(claimPipes());
-  static const host::PluginLibrary plugin = *library;
+  static const host::PluginLibrary plugin = library;
   static const Policy rules = policy;
   requestHandler = new RequestHandler(rules, plugin);
   // The serving thread inherits the signal mask and the disposition of SIGPIPE.

@@ -30,9 +30,7 @@ std::string startCommand(const fs::path& device, const std::string& name) {
 
 // Returns the device root's canonical path.
 Expected<fs::path> openDevice(const fs::path& device) {
-  if (const auto record = device::readRecord(device); !record) {
-    return fail(kNoDeviceRoot, record.error());
-  }
+  RETURN_IF_FAILED(withStatus(kNoDeviceRoot, device::readRecord(device)));
   std::error_code error;
   return fs::canonical(device, error);
 }
@@ -115,38 +113,30 @@ Expected<void> prepare(const fs::path& device, const std::string& name, const St
 Expected<pid_t> start(const fs::path& device, const std::string& name,
                       const std::vector<fs::path>& visible) {
   ASSIGN_OR_RETURN(const fs::path root, openDeviceForChange(device, name));
-  const auto states = StateFolder::lock(root);
-  if (!states) {
-    return fail(kServiceFailed, states.error());
-  }
-  if (const Zone zone = describe(*states, name); zone.holder >= 0) {
+  ASSIGN_OR_RETURN(const StateFolder states, withStatus(kServiceFailed, StateFolder::lock(root)));
+  if (const Zone zone = describe(states, name); zone.holder >= 0) {
     return fail(kZoneState, {"the zone '" + name + "' runs already, held by process " +
                                  std::to_string(zone.holder),
                              ""});
   }
-  if (auto prepared = prepare(root, name, *states); !prepared) {
-    return fail(kServiceFailed, prepared.error());
-  }
-  auto holder = startHolder(root, name, visible, *states);
+  RETURN_IF_FAILED(withStatus(kServiceFailed, prepare(root, name, states)));
+  auto holder = startHolder(root, name, visible, states);
   if (!holder) {
     // The next start or stop removes what cannot be removed now.
-    [[maybe_unused]] const auto forgotten = states->forget(name);
+    [[maybe_unused]] const auto forgotten = states.forget(name);
   }
   return holder;
 }
 
 Expected<Stopped> stop(const fs::path& device, const std::string& name) {
   ASSIGN_OR_RETURN(const fs::path root, openDeviceForChange(device, name));
-  const auto states = StateFolder::lock(root);
-  if (!states) {
-    return fail(kServiceFailed, states.error());
-  }
-  if (!states->knows(name)) {
+  ASSIGN_OR_RETURN(const StateFolder states, withStatus(kServiceFailed, StateFolder::lock(root)));
+  if (!states.knows(name)) {
     return fail(kZoneState, {"no zone '" + name + "' runs in '" + root.string() + "'",
                              "start it: " + startCommand(root, name)});
   }
   pid_t pid = -1;
-  const Descriptor holder = states->openHolder(name, pid);
+  const Descriptor holder = states.openHolder(name, pid);
   const int error = holder ? end(holder.get()) : 0;
   if (error != 0) {
     return fail(kServiceFailed,
@@ -154,9 +144,7 @@ Expected<Stopped> stop(const fs::path& device, const std::string& name) {
                      "': " + std::strerror(error),
                  "let the user who started it stop it"});
   }
-  if (auto forgotten = states->forget(name); !forgotten) {
-    return fail(kServiceFailed, forgotten.error());
-  }
+  RETURN_IF_FAILED(withStatus(kServiceFailed, states.forget(name)));
   return holder ? Stopped::kRunning : Stopped::kEndedBefore;
 }
 

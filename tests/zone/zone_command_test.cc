@@ -67,7 +67,7 @@ TEST_F(ZoneCommand, ListNamesTheProcessesInside) {
     const ZoneLibrary library;
     void* context = library.getContext("appzone");
     if (library.attachProcess(context) < 0) return 1;
-    // The tool runs in the machine, where this process's child is not.
+    // The tool must run outside the device root, so this child process does not run it.
     return library.releaseContext(&context);
   });
   EXPECT_EQ(outcome.status, 0);
