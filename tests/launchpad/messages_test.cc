@@ -18,8 +18,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <memory>
 #include <set>
 
 #include "quillon/base/directory_entries.h"
@@ -28,7 +26,6 @@
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/protocol/sealed_memory.h"
-#include "quillon/launchpad/server/prefault.h"
 #include "quillon/launchpad/state/limits.h"
 #include "quillon/launchpad/state/proc_self.h"
 #include "quillon/launchpad/state/process_state.h"
@@ -418,43 +415,6 @@ TEST(DirectoryEntries, AreCompleteInALargeFolder) {
   EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), kMany);
   EXPECT_EQ(names.size(), kMany);
   EXPECT_THAT(directoryEntries(-1), IsEmpty());
-}
-
-long faults() {
-  rusage used{};
-  getrusage(RUSAGE_SELF, &used);
-  return used.ru_minflt;
-}
-
-// The page faults of writes to the heap after a fork.
-long faultsAfterFork(const std::function<void()>& first) {
-  constexpr size_t kPage = 4096;
-  std::vector<std::unique_ptr<char[]>> heap;
-  for (int i = 0; i < 100; ++i) heap.push_back(std::make_unique<char[]>(kPage));
-  const pid_t child = fork();
-  if (child == 0) {
-    pause();
-    _exit(0);
-  }
-  first();
-  const long before = faults();
-  for (const auto& page : heap) page[0] = 1;
-  const long after = faults();
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
-  return after - before;
-}
-
-TEST(Prefault, AvoidsPageFaultsAfterAFork) {
-  if (isSanitized()) return;  // which has another heap
-  if (madvise(nullptr, 0, 23 /* MADV_POPULATE_WRITE */) != 0) {
-    QUILLON_SKIP("this kernel lacks MADV_POPULATE_WRITE");
-  }
-  const auto child = [] {
-    const long without = faultsAfterFork([] {});
-    _exit(faultsAfterFork(ownMemory) < without / 4 ? 0 : 1);
-  };
-  EXPECT_EXIT(child(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(Limits, CanOnlyBeLowered) {

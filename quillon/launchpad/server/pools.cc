@@ -6,7 +6,6 @@
 #include <sstream>
 
 #include "quillon/base/terminal.h"
-#include "quillon/launchpad/server/prefault.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -144,7 +143,6 @@ void Pools::addWorker(const PoolKey& key, Pool& pool) {
     tell({"cannot start a process", "check how many processes this user may have (ulimit -u)"});
     return;
   }
-  ownMemory();
   worker->number = nextNumber_++;
   worker->key = key;
   worker->fingerprint = std::move(fingerprint);
