@@ -40,7 +40,9 @@ struct Captured {
 // Starts a capture, then restores the program's own streams for the report.
 Captured startCapture() {
   const std::array<int, 2> own = {dup(STDOUT_FILENO), dup(STDERR_FILENO)};
-  if (tvRunLoggingThread() < 0) std::abort();
+  if (tvRunLoggingThread() < 0) {
+    std::abort();
+  }
   const Captured captured = {dup(STDOUT_FILENO), dup(STDERR_FILENO)};
   dup2(own[0], STDOUT_FILENO);
   dup2(own[1], STDERR_FILENO);
@@ -57,7 +59,9 @@ void writeAll(int descriptor, std::size_t size) {
   const std::string text(size, 'x');
   for (std::size_t done = 0; done < kBytes;) {
     const ssize_t count = write(descriptor, text.data(), std::min(size, kBytes - done));
-    if (count < 0) std::abort();
+    if (count < 0) {
+      std::abort();
+    }
     done += static_cast<std::size_t>(count);
   }
 }
@@ -65,8 +69,12 @@ void writeAll(int descriptor, std::size_t size) {
 void throughCapture(int stream, std::size_t size) {
   const std::size_t end = capturedBytes() + kBytes;
   writeAll(stream, size);
-  while (capturedBytes() < end) std::this_thread::sleep_for(kPause);
-  if (!errorLogFile.empty()) unlink(errorLogFile.c_str());
+  while (capturedBytes() < end) {
+    std::this_thread::sleep_for(kPause);
+  }
+  if (!errorLogFile.empty()) {
+    unlink(errorLogFile.c_str());
+  }
 }
 
 // A file that is truncated for every round.
@@ -79,12 +87,16 @@ class SinkFile {
   SinkFile(const SinkFile&) = delete;
   SinkFile& operator=(const SinkFile&) = delete;
   void empty() const {
-    if (ftruncate(descriptor_, 0) != 0) std::abort();
+    if (ftruncate(descriptor_, 0) != 0) {
+      std::abort();
+    }
   }
   int descriptor() const { return descriptor_; }
   std::size_t size() const {
     struct stat status {};
-    if (fstat(descriptor_, &status) != 0) std::abort();
+    if (fstat(descriptor_, &status) != 0) {
+      std::abort();
+    }
     return static_cast<std::size_t>(status.st_size);
   }
 
@@ -100,9 +112,13 @@ class Cat {
  public:
   explicit Cat(const SinkFile& sink) : sink_(sink) {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) std::abort();
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+      std::abort();
+    }
     process_ = fork();
-    if (process_ == 0) become(ends[0], sink.descriptor());
+    if (process_ == 0) {
+      become(ends[0], sink.descriptor());
+    }
     close(ends[0]);
     input_ = ends[1];
   }
@@ -110,7 +126,9 @@ class Cat {
     close(input_);
     int status = 0;
     waitpid(process_, &status, 0);
-    if (status != 0) std::abort();
+    if (status != 0) {
+      std::abort();
+    }
   }
   Cat(const Cat&) = delete;
   Cat& operator=(const Cat&) = delete;
@@ -118,7 +136,9 @@ class Cat {
   // Empties the sink, writes a round's bytes, and waits until they have arrived.
   void carry(std::size_t size) const {
     writeAll(input_, size);
-    while (sink_.size() < kBytes) std::this_thread::sleep_for(kPause);
+    while (sink_.size() < kBytes) {
+      std::this_thread::sleep_for(kPause);
+    }
   }
 
  private:
@@ -156,7 +176,9 @@ void standardOutput(benchmark::State& state) { beside(state, &Captured::out); }
 void standardError(benchmark::State& state) { beside(state, &Captured::err); }
 
 void bareCalls() {
-  for (int i = 0; i < kCalls; ++i) __dlog_print(0, DLOG_DEBUG, QUILLON_LOG_TAG, "call %d\n", i);
+  for (int i = 0; i < kCalls; ++i) {
+    __dlog_print(0, DLOG_DEBUG, QUILLON_LOG_TAG, "call %d\n", i);
+  }
 }
 
 void besideBareCalls(benchmark::State& state, void (*work)()) {
@@ -168,13 +190,17 @@ void besideBareCalls(benchmark::State& state, void (*work)()) {
 
 void logLine(benchmark::State& state) {
   besideBareCalls(state, [] {
-    for (int i = 0; i < kCalls; ++i) QLOG_DEBUG("call %d", i);
+    for (int i = 0; i < kCalls; ++i) {
+      QLOG_DEBUG("call %d", i);
+    }
   });
 }
 
 void tracedScope(benchmark::State& state) {
   besideBareCalls(state, [] {
-    for (int i = 0; i < kCalls; ++i) QLOG_SCOPE();
+    for (int i = 0; i < kCalls; ++i) {
+      QLOG_SCOPE();
+    }
   });
 }
 

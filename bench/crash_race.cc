@@ -72,7 +72,9 @@ struct Counts {
   setrlimit(RLIMIT_CORE, &noCore);
   setenv("QUILLON_LOG", ("json:" + output + "/log").c_str(), 1);
   std::vector<char*> arguments;
-  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+  for (const std::string& word : command) {
+    arguments.push_back(const_cast<char*>(word.c_str()));
+  }
   arguments.push_back(nullptr);
   execv(arguments[0], arguments.data());
   _exit(127);
@@ -80,7 +82,9 @@ struct Counts {
 
 int run(const Words& command, const std::string& output) {
   const pid_t child = fork();
-  if (child == 0) become(command, output);
+  if (child == 0) {
+    become(command, output);
+  }
   int status = 0;
   waitpid(child, &status, 0);
   return WIFSIGNALED(status) ? WTERMSIG(status) : status;  // without the core flag
@@ -147,12 +151,16 @@ class Race {
 
  private:
   void must(const Words& command) const {
-    if (run(command, output()) != 0) throw std::runtime_error(contentOf(output() + "/err"));
+    if (run(command, output()) != 0) {
+      throw std::runtime_error(contentOf(output() + "/err"));
+    }
   }
 
   static bool tells(const std::string& log, const Words& texts) {
     for (const std::string& text : texts) {
-      if (log.find(text) == std::string::npos) return false;
+      if (log.find(text) == std::string::npos) {
+        return false;
+      }
     }
     return true;
   }

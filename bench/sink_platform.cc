@@ -21,7 +21,9 @@ std::atomic<std::size_t> captured{0};
 
 // The length of the captured output in a record of the plug-in; 0 for other records.
 std::size_t capturedIn(const char* format, va_list arguments) {
-  if (!std::string_view(format).starts_with("%s: %s(%d) > ")) return 0;
+  if (!std::string_view(format).starts_with("%s: %s(%d) > ")) {
+    return 0;
+  }
   va_arg(arguments, const char*);
   const std::string_view function = va_arg(arguments, const char*);
   va_arg(arguments, int);
@@ -46,7 +48,9 @@ int __dlog_print(int /*log_id*/, int /*prio*/, const char* /*tag*/, const char* 
   va_end(arguments);
   const ssize_t written =
       write(quillon::bench::sinkDescriptor, line.data(), static_cast<std::size_t>(size));
-  if (written != size) std::abort();
+  if (written != size) {
+    std::abort();
+  }
   va_start(arguments, format);
   if (!std::strstr(format, "DotNETLog")) {
     quillon::bench::captured += quillon::bench::capturedIn(format, arguments);

@@ -34,7 +34,9 @@ struct Properties {
 Properties readProperties(const char* file) {
   Properties properties;
   std::ifstream stream(file);
-  for (std::string line; std::getline(stream, line);) properties.lines.push_back(line);
+  for (std::string line; std::getline(stream, line);) {
+    properties.lines.push_back(line);
+  }
   for (std::string& line : properties.lines) {
     const size_t end = line.find('=');
     line[end] = '\0';
@@ -47,10 +49,14 @@ Properties readProperties(const char* file) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3) return std::fprintf(stderr, "usage: bare_host PROPERTIES ASSEMBLY\n"), 100;
+  if (argc < 3) {
+    return std::fprintf(stderr, "usage: bare_host PROPERTIES ASSEMBLY\n"), 100;
+  }
   Properties properties = readProperties(argv[1]);
   void* const runtime = dlopen(kRuntime, RTLD_NOW | RTLD_LOCAL);
-  if (runtime == nullptr) return std::fprintf(stderr, "%s\n", dlerror()), 100;
+  if (runtime == nullptr) {
+    return std::fprintf(stderr, "%s\n", dlerror()), 100;
+  }
   void* host = nullptr;
   unsigned domain = 0;
   if (find<Initialize>(runtime, "coreclr_initialize")(

@@ -50,7 +50,9 @@ void cleanEnvironment() {
   }
   // Contenders must not inherit descriptors or ignored signals from a build server.
   close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
-  for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
+  for (int signal = 1; signal < NSIG; ++signal) {
+    ::signal(signal, SIG_DFL);
+  }
 }
 
 class Bench {
@@ -99,7 +101,9 @@ class Bench {
 };
 
 Bench::Bench(const Options& options, const Setup& setup) : options_(options), setup_(setup) {
-  for (const Application& application : setup.applications) addGroup(application);
+  for (const Application& application : setup.applications) {
+    addGroup(application);
+  }
   failed_.resize(contenders_.size());
   machine_ = std::make_unique<Place>(contenders_, fs::path(), std::vector<fs::path>(), Service());
   device_ = std::make_unique<Place>(contenders_, setup.device,
@@ -132,7 +136,9 @@ bool Bench::hasRun(size_t contender, const Run& run) {
   const bool timesItself = std::any_of(groups_.begin(), groups_.end(), [&](const Group& group) {
     return contender == group.resolution || contender == group.timedCalls;
   });
-  if (run.ready || (timesItself && run.text[0] != '\0')) return true;
+  if (run.ready || (timesItself && run.text[0] != '\0')) {
+    return true;
+  }
   if (!failed_[contender]) {
     std::fprintf(stderr, "bench: '%s' did not come to its output\n",
                  contenders_[contender].name.c_str());
@@ -158,20 +164,28 @@ void Bench::recordCalls(Group& group, const Run& run) {
 Expected<void> Bench::startLaunchPad() {
   std::vector<size_t> prepared;
   for (size_t i = 0; i < contenders_.size(); ++i) {
-    if (contenders_[i].pool != Pool::kUnused) prepared.push_back(i);
+    if (contenders_[i].pool != Pool::kUnused) {
+      prepared.push_back(i);
+    }
   }
   return launchPad_->start(prepared);
 }
 
 Expected<Run> Bench::runIn(size_t contender, Task task) {
-  if (contenders_[contender].pool == Pool::kUnused) return placeOf(contender).run(contender, task);
+  if (contenders_[contender].pool == Pool::kUnused) {
+    return placeOf(contender).run(contender, task);
+  }
   return launchPad_->run(contender, contenders_[contender], task);
 }
 
 Expected<void> Bench::measureOne(Group& group, size_t contender, bool keep) {
-  if (failed_[contender]) return {};
+  if (failed_[contender]) {
+    return {};
+  }
   ASSIGN_OR_RETURN(const Run run, runIn(contender, Task::kTime));
-  if (!hasRun(contender, run) || !keep) return {};
+  if (!hasRun(contender, run) || !keep) {
+    return {};
+  }
   if (contender == group.resolution) {
     group.resolutions.push_back(std::atof(run.text.data()));
   } else if (contender == group.timedCalls) {
@@ -185,7 +199,9 @@ Expected<void> Bench::measureOne(Group& group, size_t contender, bool keep) {
 Expected<void> Bench::measureRound(bool keep) {
   std::vector<std::pair<Group*, size_t>> order;
   for (Group& group : groups_) {
-    for (size_t i = group.first; i <= group.timedCalls; ++i) order.emplace_back(&group, i);
+    for (size_t i = group.first; i <= group.timedCalls; ++i) {
+      order.emplace_back(&group, i);
+    }
   }
   std::shuffle(order.begin(), order.end(), random_);
   for (const auto& [group, contender] : order) {
@@ -206,7 +222,9 @@ Expected<void> Bench::measureMemoryOf(Group& group, size_t contender) {
     // Waiting processes share pages with the measured process.
     RETURN_IF_FAILED(launchPad_->fill());
     ASSIGN_OR_RETURN(const Run run, runIn(contender, Task::kMemory));
-    if (run.ready) group.measured[contender - group.first].memory.push_back(run.memory);
+    if (run.ready) {
+      group.measured[contender - group.first].memory.push_back(run.memory);
+    }
   }
   return {};
 }
@@ -223,7 +241,9 @@ Expected<void> Bench::measureMemory() {
 Expected<void> Bench::measureLaunchPad() {
   for (int round = 0; round < options_.memoryRounds; ++round) {
     ASSIGN_OR_RETURN(const auto memory, launchPad_->memory());
-    for (const Memory& waiting : memory.first) preparation_[0].memory.push_back(waiting);
+    for (const Memory& waiting : memory.first) {
+      preparation_[0].memory.push_back(waiting);
+    }
     preparation_[1].memory.push_back(memory.second);
   }
   return {};
@@ -258,9 +278,13 @@ int runBench(const Options& options) {
   const test::TemporaryDirectory work;
   const fs::path program = executablePath();
   const auto setup = makeSetup(program.parent_path().parent_path(), work.path());
-  if (!setup) return tell(setup.error());
+  if (!setup) {
+    return tell(setup.error());
+  }
   const auto whole = Bench(options, *setup).run();
-  if (!whole) return tell(whole.error());
+  if (!whole) {
+    return tell(whole.error());
+  }
   return *whole ? 0 : 1;
 }
 

@@ -24,7 +24,9 @@ constexpr int kMaxUses = 3;
 std::string lastOutputLine(const std::filesystem::path& device) {
   std::ifstream file(device / std::filesystem::path(kOutput).relative_path());
   std::string last = "nothing";
-  for (std::string line; std::getline(file, line);) last = line;
+  for (std::string line; std::getline(file, line);) {
+    last = line;
+  }
   return last;
 }
 
@@ -47,10 +49,18 @@ LaunchPad::State LaunchPad::parse(const std::string& status) {
   std::istringstream lines(status);
   for (std::string line; std::getline(lines, line);) {
     int number = 0;
-    if (std::sscanf(line.c_str(), "serving, process %d", &state.process) == 1) continue;
-    if (std::sscanf(line.c_str(), "served: %d", &state.served) == 1) continue;
-    if (std::sscanf(line.c_str(), "pool %d:", &number) == 1) ++state.pools;
-    if (std::sscanf(line.c_str(), "  process %d:", &number) != 1) continue;
+    if (std::sscanf(line.c_str(), "serving, process %d", &state.process) == 1) {
+      continue;
+    }
+    if (std::sscanf(line.c_str(), "served: %d", &state.served) == 1) {
+      continue;
+    }
+    if (std::sscanf(line.c_str(), "pool %d:", &number) == 1) {
+      ++state.pools;
+    }
+    if (std::sscanf(line.c_str(), "  process %d:", &number) != 1) {
+      continue;
+    }
     const std::string stage = line.substr(line.rfind(": ") + 2);
     stage == "ready" ? state.ready.push_back(number) : void(state.busy = true);
   }
@@ -67,7 +77,9 @@ Expected<LaunchPad::State> LaunchPad::awaitFull() const {
   const auto end = Clock::now() + kMaxWait;
   while (Clock::now() < end) {
     auto now = state();
-    if (now && now->isFull()) return now;
+    if (now && now->isFull()) {
+      return now;
+    }
     std::this_thread::sleep_for(kPause);
   }
   return fail("the launch pad has not prepared its processes",
@@ -84,7 +96,9 @@ Expected<LaunchPad::State> LaunchPad::refill() const {
 
 Expected<void> LaunchPad::fill() const {
   const auto now = state();
-  if (now && now->isFull()) return {};
+  if (now && now->isFull()) {
+    return {};
+  }
   RETURN_IF_FAILED(refill());
   return {};
 }
@@ -102,7 +116,9 @@ Expected<std::pair<Run, int>> LaunchPad::runAndCount(size_t contender, Task task
 Expected<void> LaunchPad::empty(size_t contender) const {
   for (int use = 0; use < kMaxUses; ++use) {
     ASSIGN_OR_RETURN(const auto used, runAndCount(contender, Task::kTime));
-    if (used.second == 0) return {};
+    if (used.second == 0) {
+      return {};
+    }
   }
   return fail("the launch pad's pool does not get empty", "see that nobody else refills it");
 }
@@ -120,7 +136,9 @@ Expected<Run> LaunchPad::run(size_t contender, const Contender& what, Task task)
   const bool isFull = what.pool == Pool::kFull;
   RETURN_IF_FAILED(isFull ? fill() : empty(contender));
   ASSIGN_OR_RETURN(const auto done, runAndCount(contender, task));
-  if (done.second == (isFull ? 1 : 0)) return done.first;
+  if (done.second == (isFull ? 1 : 0)) {
+    return done.first;
+  }
   return fail("'" + what.name + "' was served by the launch pad " + std::to_string(done.second) +
                   " times, so its row would be another one's",
               "see why: quillon launch --verbose says it");
@@ -129,7 +147,9 @@ Expected<Run> LaunchPad::run(size_t contender, const Contender& what, Task task)
 Expected<std::pair<std::vector<Memory>, Memory>> LaunchPad::memory() const {
   ASSIGN_OR_RETURN(const State full, refill());
   std::vector<Memory> waiting;
-  for (const pid_t process : full.ready) waiting.push_back(memoryOf(process));
+  for (const pid_t process : full.ready) {
+    waiting.push_back(memoryOf(process));
+  }
   return std::pair(std::move(waiting), memoryOf(full.process));
 }
 

@@ -25,7 +25,9 @@ double ratioOf(const std::vector<double>& measured, const std::vector<double>& r
 const std::vector<double>& secondsOf(const std::vector<Measured>& group, const std::string& name) {
   static const std::vector<double> kNothing;
   for (const Measured& one : group) {
-    if (one.name == name) return one.seconds;
+    if (one.name == name) {
+      return one.seconds;
+    }
   }
   return kNothing;
 }
@@ -33,7 +35,9 @@ const std::vector<double>& secondsOf(const std::vector<Measured>& group, const s
 template <typename Value>
 long medianOf(const std::vector<Memory>& memory, Value Memory::*field) {
   std::vector<double> values;
-  for (const Memory& one : memory) values.push_back(static_cast<double>(one.*field));
+  for (const Memory& one : memory) {
+    values.push_back(static_cast<double>(one.*field));
+  }
   return static_cast<long>(median(values));
 }
 
@@ -54,7 +58,9 @@ void printTimes(const std::string& title, const std::vector<Measured>& group) {
   std::printf("\n%-50s %8s %8s %8s %9s %8s %9s\n", title.c_str(), "ms", "p10", "p90", "x dotnet",
               "x bare", "x direct");
   for (const Measured& one : group) {
-    if (one.seconds.empty()) continue;
+    if (one.seconds.empty()) {
+      continue;
+    }
     std::printf("%-50s %8.2f %8.2f %8.2f %9.3f %8.3f %9.3f\n", one.name.c_str(),
                 median(one.seconds) * kMilliseconds, quantile(one.seconds, 0.1) * kMilliseconds,
                 quantile(one.seconds, 0.9) * kMilliseconds,
@@ -67,7 +73,9 @@ void printTimes(const std::string& title, const std::vector<Measured>& group) {
 void printAims(const std::string& title, const std::vector<Measured>& group) {
   std::printf("\n%-50s %-34s %6s %6s\n", ("aims, " + title).c_str(), "beside", "aim", "ratio");
   for (const Measured& one : group) {
-    if (one.seconds.empty()) continue;
+    if (one.seconds.empty()) {
+      continue;
+    }
     for (const Aim& aim : one.aims) {
       const double ratio = ratioOf(one.seconds, secondsOf(group, aim.reference));
       std::printf("%-50s %-34s %6.2f %6.3f%s\n", one.name.c_str(), aim.reference.c_str(),
@@ -79,7 +87,9 @@ void printAims(const std::string& title, const std::vector<Measured>& group) {
 void printMemory(const std::string& title, const std::vector<Measured>& group) {
   std::printf("\n%-52s %9s %9s\n", ("memory, " + title).c_str(), "PSS KiB", "private");
   for (const Measured& one : group) {
-    if (one.memory.empty()) continue;
+    if (one.memory.empty()) {
+      continue;
+    }
     std::printf("%-52s %9ld %9ld\n", one.name.c_str(), medianOf(one.memory, &Memory::pssKib),
                 medianOf(one.memory, &Memory::privateKib));
   }
@@ -98,7 +108,9 @@ void printCalls(const std::string& title,
   for (const auto& [name, microseconds] : calls) {
     std::printf("%-52s %8.1f\n", name.c_str(), median(microseconds));
     for (size_t i = 0; i < std::min(all.size(), microseconds.size()); ++i) {
-      if (name != kLoading) all[i] += microseconds[i];
+      if (name != kLoading) {
+        all[i] += microseconds[i];
+      }
       withLoading[i] += microseconds[i];
     }
   }

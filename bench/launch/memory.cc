@@ -14,8 +14,12 @@ Memory memoryOf(pid_t process) {
     std::string name;
     long kib = 0;
     fields >> name >> kib;
-    if (name == "Pss:") memory.pssKib = kib;
-    if (name == "Private_Clean:" || name == "Private_Dirty:") memory.privateKib += kib;
+    if (name == "Pss:") {
+      memory.pssKib = kib;
+    }
+    if (name == "Private_Clean:" || name == "Private_Dirty:") {
+      memory.privateKib += kib;
+    }
   }
   return memory;
 }

@@ -37,14 +37,18 @@ Pipe makePipe() {
 
 std::vector<char*> pointersTo(const std::vector<std::string>& words) {
   std::vector<char*> pointers;
-  for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
+  for (const std::string& word : words) {
+    pointers.push_back(const_cast<char*>(word.c_str()));
+  }
   pointers.push_back(nullptr);
   return pointers;
 }
 
 std::vector<std::string> environmentOf(const Contender& contender) {
   std::vector<std::string> all = contender.environment;
-  for (char** variable = environ; *variable != nullptr; ++variable) all.emplace_back(*variable);
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    all.emplace_back(*variable);
+  }
   return all;
 }
 
@@ -58,7 +62,9 @@ std::vector<std::string> environmentOf(const Contender& contender) {
   options.device = contender.request.device;
   options.appId = contender.request.appId;
   options.raw = true;
-  if (task == Task::kMemory) options.arguments.emplace_back(kWaitArgument);
+  if (task == Task::kMemory) {
+    options.arguments.emplace_back(kWaitArgument);
+  }
   const Clock::time_point start = Clock::now();
   const launchpad::LaunchOutcome asked =
       launchpad::requestLaunch(options, contender.request.quillon.string());
@@ -106,7 +112,9 @@ Running::Running(const Contender& contender, Task task) {
 
 void Running::spawn(const Contender& contender, Task task, int input, int output) {
   std::vector<std::string> command = contender.command;
-  if (task == Task::kMemory) command.emplace_back(kWaitArgument);
+  if (task == Task::kMemory) {
+    command.emplace_back(kWaitArgument);
+  }
   const std::vector<char*> arguments = pointersTo(command);
   const std::vector<std::string> variables = environmentOf(contender);
   const std::vector<char*> environment = pointersTo(variables);
@@ -139,13 +147,17 @@ void Running::ask(const Contender& contender, Task task, Pipe& input, Pipe& outp
 bool Running::readMore() {
   std::array<char, 4096> bytes{};
   const ssize_t count = read(output_.get(), bytes.data(), bytes.size());
-  if (count > 0) text_.append(bytes.data(), static_cast<size_t>(count));
+  if (count > 0) {
+    text_.append(bytes.data(), static_cast<size_t>(count));
+  }
   return count > 0;
 }
 
 bool Running::readUntilReady() {
   while (process_ >= 0 && text_.find(kReady) == text_.npos) {
-    if (!readMore()) return false;
+    if (!readMore()) {
+      return false;
+    }
   }
   ready_ = Clock::now();
   // Read the process id after it.
@@ -162,7 +174,9 @@ bool Running::end() {
   input_ = Descriptor();
   while (readMore()) {
   }
-  if (process_ >= 0) waitpid(process_, nullptr, 0);
+  if (process_ >= 0) {
+    waitpid(process_, nullptr, 0);
+  }
   return !requestStart_ || read(requestStart_.get(), &start_, sizeof start_) == sizeof start_;
 }
 
@@ -172,9 +186,13 @@ Run runOnce(const Contender& contender, Task task) {
   Running running(contender, task);
   Run run;
   run.ready = running.readUntilReady();
-  if (run.ready && task == Task::kMemory) run.memory = memoryOf(running.application());
+  if (run.ready && task == Task::kMemory) {
+    run.memory = memoryOf(running.application());
+  }
   run.ready = running.end() && run.ready;
-  if (run.ready) run.seconds = running.secondsUntilReady();
+  if (run.ready) {
+    run.seconds = running.secondsUntilReady();
+  }
   running.text().copy(run.text.data(), run.text.size() - 1);
   return run;
 }

@@ -27,7 +27,9 @@ void serve(const std::vector<Contender>& contenders, int socket) {
   Request request{};
   while (read(socket, &request, sizeof request) == sizeof request) {
     const Run run = runOnce(contenders[request.contender], request.task);
-    if (write(socket, &run, sizeof run) != sizeof run) break;
+    if (write(socket, &run, sizeof run) != sizeof run) {
+      break;
+    }
   }
 }
 
@@ -49,12 +51,18 @@ void serve(const std::vector<Contender>& contenders, int socket) {
 class RunningService {
  public:
   explicit RunningService(const Service& service) {
-    if (service.command.empty()) return;
+    if (service.command.empty()) {
+      return;
+    }
     process_ = fork();
-    if (process_ == 0) become(service);
+    if (process_ == 0) {
+      become(service);
+    }
   }
   ~RunningService() {
-    if (process_ < 0) return;
+    if (process_ < 0) {
+      return;
+    }
     kill(process_, SIGTERM);
     waitpid(process_, nullptr, 0);
   }
@@ -81,11 +89,15 @@ void enterOrEnd(const std::filesystem::path& directory,
 Place::Place(const std::vector<Contender>& contenders, const std::filesystem::path& device,
              const std::vector<std::filesystem::path>& visible, const Service& service) {
   std::array<int, 2> ends{-1, -1};
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+    return;
+  }
   process_ = fork();
   if (process_ == 0) {
     close(ends[0]);
-    if (!device.empty()) enterOrEnd(device, visible);
+    if (!device.empty()) {
+      enterOrEnd(device, visible);
+    }
     {
       const RunningService running(service);
       serve(contenders, ends[1]);

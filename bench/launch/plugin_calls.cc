@@ -58,7 +58,9 @@ void timeApplication(const PluginLibrary& plugin, const Runtime& runtime, const 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 6) return 100;
+  if (argc != 6) {
+    return 100;
+  }
   registerMembarrier();
   auto runtime = Runtime::load("/usr/share/dotnet.velora/netcoreapp");
   const auto start = std::chrono::steady_clock::now();
@@ -66,11 +68,17 @@ int main(int argc, char** argv) {
   const std::chrono::duration<double, std::micro> loading =
       std::chrono::steady_clock::now() - start;
   std::printf("loading %.1f\n", loading.count());
-  if (!runtime || !plugin || !workstation::registerProcess(getpid(), argv[3])) return 101;
+  if (!runtime || !plugin || !workstation::registerProcess(getpid(), argv[3])) {
+    return 101;
+  }
   // Like the launcher, which has looked up the application's package before.
-  if (const auto package = workstation::findPackageOfApplication(argv[4]); !package) return 101;
+  if (const auto package = workstation::findPackageOfApplication(argv[4]); !package) {
+    return 101;
+  }
   timeLists(*plugin);
-  if (!runtime->start(argv[0], argv[4], readProperties(argv[2]))) return 102;
+  if (!runtime->start(argv[0], argv[4], readProperties(argv[2]))) {
+    return 102;
+  }
   timeApplication(*plugin, *runtime, argv[4], argv[5]);
   timed("plugin_finalize", plugin->finalize);
   runtime->shutDown();

@@ -24,13 +24,17 @@ std::string quoted(const fs::path& path) { return "'" + path.string() + "'"; }
 // Runs a command and returns its standard output. A failing command reports on standard error.
 Expected<std::string> outputOf(const std::string& command) {
   std::FILE* const stream = popen(command.c_str(), "re");
-  if (stream == nullptr) return fail("cannot run " + command, kRemedy);
+  if (stream == nullptr) {
+    return fail("cannot run " + command, kRemedy);
+  }
   std::string output;
   std::array<char, 4096> bytes{};
   while (const size_t count = std::fread(bytes.data(), 1, bytes.size(), stream)) {
     output.append(bytes.data(), count);
   }
-  if (pclose(stream) == 0) return output;
+  if (pclose(stream) == 0) {
+    return output;
+  }
   return fail("failed: " + command, kRemedy);
 }
 

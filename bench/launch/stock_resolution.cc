@@ -33,7 +33,9 @@ Function* find(void* library, const char* name) {
 // Returns the number of properties; 0 if the host cannot resolve the application.
 size_t resolve(const char* library, const char* root, const char* assembly) {
   void* const host = dlopen(library, RTLD_NOW | RTLD_LOCAL);
-  if (host == nullptr) return 0;
+  if (host == nullptr) {
+    return 0;
+  }
   const Parameters parameters{sizeof(Parameters), nullptr, root};
   void* context = nullptr;
   if (find<Initialize>(host, "hostfxr_initialize_for_dotnet_command_line")(
@@ -53,9 +55,13 @@ size_t resolve(const char* library, const char* root, const char* assembly) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) return 100;
+  if (argc != 4) {
+    return 100;
+  }
   const auto start = std::chrono::steady_clock::now();
-  if (resolve(argv[1], argv[2], argv[3]) == 0) return 101;
+  if (resolve(argv[1], argv[2], argv[3]) == 0) {
+    return 101;
+  }
   const std::chrono::duration<double, std::micro> taken = std::chrono::steady_clock::now() - start;
   std::printf("%.1f\n", taken.count());
   return 0;

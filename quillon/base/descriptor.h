@@ -31,7 +31,9 @@ class Descriptor {
   int release() { return std::exchange(fd_, -1); }
   // Closes the descriptor. Preserves errno, so that a caller can still report what failed.
   void reset() {
-    if (fd_ < 0) return;
+    if (fd_ < 0) {
+      return;
+    }
     const int kept = errno;
     close(release());
     errno = kept;

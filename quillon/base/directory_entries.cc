@@ -15,7 +15,9 @@ void addNames(const char* entries, ssize_t length, std::vector<std::string>& nam
     const auto* const entry = reinterpret_cast<const dirent64*>(entries + at);
     at += entry->d_reclen;
     const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
+    if (name != "." && name != "..") {
+      names.emplace_back(name);
+    }
   }
 }
 
@@ -27,7 +29,9 @@ std::vector<std::string> directoryEntries(int folder) {
   alignas(dirent64) std::array<char, kTypicalSize> entries;
   for (;;) {
     const ssize_t length = getdents64(folder, entries.data(), entries.size());
-    if (length <= 0) return names;
+    if (length <= 0) {
+      return names;
+    }
     addNames(entries.data(), length, names);
   }
 }

@@ -40,7 +40,9 @@ inline Failure withStatus(ExitStatus status, Failure failure) {
 // Returns `result`, with the exit status replaced if it is a failure.
 template <typename T>
 Expected<T> withStatus(ExitStatus status, Expected<T> result) {
-  if (!result) result.error().status = status;
+  if (!result) {
+    result.error().status = status;
+  }
   return result;
 }
 

@@ -19,8 +19,12 @@ constexpr size_t kTypicalSize = 2048;
 
 // Whether to retry a write(2) that failed with errno. Waits if the descriptor is full.
 bool mayRetry(int descriptor) {
-  if (errno == EINTR) return true;
-  if (errno != EAGAIN) return false;
+  if (errno == EINTR) {
+    return true;
+  }
+  if (errno != EAGAIN) {
+    return false;
+  }
   pollfd writable{descriptor, POLLOUT, 0};
   return poll(&writable, 1, kWriteTimeoutMs) > 0;
 }
@@ -34,9 +38,11 @@ std::filesystem::path executablePath() {
 
 std::filesystem::path libraryOf(const std::filesystem::path& executable, const char* name) {
   const std::filesystem::path prefix = executable.parent_path().parent_path();
-  const std::filesystem::path built = prefix / "lib" / name;
+  std::filesystem::path built = prefix / "lib" / name;
   std::error_code ignored;
-  if (std::filesystem::exists(built, ignored)) return built;
+  if (std::filesystem::exists(built, ignored)) {
+    return built;
+  }
   return prefix / QUILLON_INSTALLED_LIBRARIES / name;
 }
 
@@ -44,7 +50,9 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& file) {
   // O_NONBLOCK, since open(2) of a FIFO would wait for a writer.
   const Descriptor source(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
-  if (!source || fstat(source.get(), &status) != 0) return std::nullopt;
+  if (!source || fstat(source.get(), &status) != 0) {
+    return std::nullopt;
+  }
   if (!S_ISREG(status.st_mode)) {
     errno = EINVAL;
     return std::nullopt;
@@ -53,7 +61,9 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& file) {
   size_t length = 0;
   for (ssize_t part = 1; part > 0 && length < content.size();) {
     part = read(source.get(), content.data() + length, content.size() - length);
-    if (part > 0) length += static_cast<size_t>(part);
+    if (part > 0) {
+      length += static_cast<size_t>(part);
+    }
   }
   content.resize(length);
   return content;

@@ -29,7 +29,9 @@ RecordWriter& RecordWriter::append(std::string_view rest) {
 
 RecordWriter& RecordWriter::texts(const std::vector<std::string>& values) {
   number(values.size());
-  for (const std::string& value : values) text(value);
+  for (const std::string& value : values) {
+    text(value);
+  }
   return *this;
 }
 
@@ -46,7 +48,9 @@ std::string_view RecordReader::take(uint64_t length) {
 uint64_t RecordReader::number() {
   uint64_t value = 0;
   const std::string_view raw = take(sizeof value);
-  if (raw.size() == sizeof value) std::memcpy(&value, raw.data(), sizeof value);
+  if (raw.size() == sizeof value) {
+    std::memcpy(&value, raw.data(), sizeof value);
+  }
   return value;
 }
 
@@ -57,13 +61,17 @@ std::string_view RecordReader::rest() { return take(rest_.size()); }
 uint64_t RecordReader::count() {
   const uint64_t elements = number();
   // Each element takes at least the bytes of its length.
-  if (elements > rest_.size() / sizeof(uint64_t)) ok_ = false;
+  if (elements > rest_.size() / sizeof(uint64_t)) {
+    ok_ = false;
+  }
   return ok_ ? elements : 0;
 }
 
 std::vector<std::string> RecordReader::texts() {
   std::vector<std::string> values;
-  for (uint64_t left = count(); left > 0 && ok_; --left) values.push_back(text());
+  for (uint64_t left = count(); left > 0 && ok_; --left) {
+    values.push_back(text());
+  }
   return values;
 }
 

@@ -18,7 +18,9 @@ std::string oneLine(std::string text) {
 
 std::string reportLine(const Failure& failure) {
   std::string line = "quillon: " + failure.what;
-  if (!failure.remedy.empty()) line += "; " + failure.remedy;
+  if (!failure.remedy.empty()) {
+    line += "; " + failure.remedy;
+  }
   return oneLine(std::move(line)) + "\n";
 }
 

@@ -19,11 +19,15 @@ int& terminal() {
 }  // namespace
 
 void keepTerminal() {
-  if (terminal() < 0) terminal() = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstDescriptor);
+  if (terminal() < 0) {
+    terminal() = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstDescriptor);
+  }
 }
 
 void moveTerminal(int descriptor) {
-  if (terminal() < 0) return;
+  if (terminal() < 0) {
+    return;
+  }
   if (descriptor >= 0) {
     dup3(descriptor, terminal(), O_CLOEXEC);
     return;

@@ -23,8 +23,12 @@ namespace quillon::cli {
 // Returns the value of `result`. If it is a failure, reports it and ends the running subcommand.
 template <typename T>
 T valueOf(Expected<T> result) {
-  if (!result) endCommand(report(result.error()));
-  if constexpr (!std::is_void_v<T>) return std::move(*result);
+  if (!result) {
+    endCommand(report(result.error()));
+  }
+  if constexpr (!std::is_void_v<T>) {
+    return std::move(*result);
+  }
 }
 
 // The arguments after the first "--" of the command line, which the parser does not interpret:

@@ -42,8 +42,12 @@ void addCommands(CLI::App& app, const std::string& first) {
   const auto* const requested =
       std::find_if(std::begin(kCommands), std::end(kCommands),
                    [&](const Command& each) { return each.name == first; });
-  if (requested != std::end(kCommands)) return requested->add(app);
-  for (const Command& command : kCommands) command.add(app);
+  if (requested != std::end(kCommands)) {
+    return requested->add(app);
+  }
+  for (const Command& command : kCommands) {
+    command.add(app);
+  }
 }
 
 // Returns the arguments before the first "--", without the program's name, in the reversed order
@@ -51,13 +55,17 @@ void addCommands(CLI::App& app, const std::string& first) {
 std::vector<std::string> takeArguments(int argc, char** argv) {
   const std::vector<std::string> all(argv + 1, argv + argc);
   const auto dashes = std::find(all.begin(), all.end(), "--");
-  if (dashes != all.end()) quillon::cli::programArguments().assign(dashes + 1, all.end());
+  if (dashes != all.end()) {
+    quillon::cli::programArguments().assign(dashes + 1, all.end());
+  }
   return {std::make_reverse_iterator(dashes), all.rend()};
 }
 
 // Prints help or version and returns 0, or reports a parse error in one line.
 int endOfParse(const CLI::App& app, const CLI::ParseError& error) {
-  if (error.get_exit_code() == 0) return app.exit(error);
+  if (error.get_exit_code() == 0) {
+    return app.exit(error);
+  }
   return quillon::report({error.what(), "see quillon --help", quillon::kUsage});
 }
 

@@ -30,13 +30,17 @@ std::optional<int> decimal(const std::string& text) {
   int number = 0;
   const char* end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end || std::to_string(number) != text) return std::nullopt;
+  if (error != std::errc() || stop != end || std::to_string(number) != text) {
+    return std::nullopt;
+  }
   return number;
 }
 
 ConfigValue typedValue(const ConfigRequest& request) {
   const auto number = request.asString ? std::nullopt : decimal(request.value);
-  if (number) return *number;
+  if (number) {
+    return *number;
+  }
   if (request.asInt) {
     endCommand(report({"'" + request.value + "' is not a 32-bit decimal number",
                        "omit --int to set a string", kUsage}));
@@ -48,7 +52,9 @@ ConfigValue typedValue(const ConfigRequest& request) {
 // accepted as they are; other values must follow "--".
 void addDashedValue(ConfigRequest& request, const std::vector<std::string>& unknown) {
   std::vector<std::string> values;
-  if (!request.value.empty()) values.push_back(request.value);
+  if (!request.value.empty()) {
+    values.push_back(request.value);
+  }
   values.insert(values.end(), unknown.begin(), unknown.end());
   values.insert(values.end(), programArguments().begin(), programArguments().end());
   const bool isNumber = unknown.empty() || decimal(unknown[0]);
@@ -117,7 +123,9 @@ void addConfigCommand(CLI::App& app) {
       ->excludes(asString);
   action->callback([request, action, value] {
     const auto unknown = action->remaining();
-    if (value->empty() || !unknown.empty()) addDashedValue(*request, unknown);
+    if (value->empty() || !unknown.empty()) {
+      addDashedValue(*request, unknown);
+    }
     set(*request);
   });
 }

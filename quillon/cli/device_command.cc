@@ -122,6 +122,7 @@ std::vector<std::string> commandOf(const ShellRequest& request) {
 
 [[noreturn]] void execute(const std::vector<std::string>& command) {
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& word : command) {
     arguments.push_back(const_cast<char*>(word.c_str()));
   }

@@ -62,7 +62,9 @@ void addLaunchpadCommand(CLI::App& app) {
   addAction(*command, "status", "Print the prepared processes and the running applications",
             MessageKind::kStatus);
   command->callback([command, options] {
-    if (!command->get_subcommands().empty()) return;
+    if (!command->get_subcommands().empty()) {
+      return;
+    }
     if (options->device.empty()) {
       endCommand(report({"--device is required", "see quillon launchpad --help", kUsage}));
     }

@@ -20,7 +20,9 @@ int runCommands(int argc, char** argv) {
       library == nullptr
           ? nullptr
           : reinterpret_cast<decltype(&quillon_commands)>(dlsym(library, kCommandsFunction));
-  if (run != nullptr) return run(argc, argv);
+  if (run != nullptr) {
+    return run(argc, argv);
+  }
   return quillon::report(
       {std::string("cannot load the commands: ") + dlerror(), "install it again"});
 }

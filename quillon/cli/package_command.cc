@@ -68,7 +68,9 @@ nlohmann::ordered_json toJson(const Package& package) {
 
 void printJson(const std::vector<Package>& packages) {
   nlohmann::ordered_json all = nlohmann::ordered_json::array();
-  for (const Package& package : packages) all.push_back(toJson(package));
+  for (const Package& package : packages) {
+    all.push_back(toJson(package));
+  }
   constexpr int kIndent = 2;
   // Replaces invalid UTF-8 instead of throwing.
   using Json = nlohmann::ordered_json;
@@ -76,10 +78,14 @@ void printJson(const std::vector<Package>& packages) {
 }
 
 void printText(const std::vector<Package>& packages) {
-  if (packages.empty()) std::cout << "no packages are installed\n";
+  if (packages.empty()) {
+    std::cout << "no packages are installed\n";
+  }
   for (const Package& package : packages) {
     std::cout << package.id << ' ' << package.version << "  " << package.rootPath;
-    if (package.owner != 0) std::cout << "  (user " << package.owner << ')';
+    if (package.owner != 0) {
+      std::cout << "  (user " << package.owner << ')';
+    }
     std::cout << '\n';
     for (const Application& application : package.applications) {
       std::cout << "  " << application.id << "  " << application.type

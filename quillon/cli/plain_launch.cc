@@ -51,8 +51,12 @@ class Reader {
   template <typename Value>
   bool set(Value& value) {
     if constexpr (std::is_assignable_v<Value&, std::string_view>) {
-      if (!isPlainValue(*next_)) ++next_;  // the option's name
-      if (value != Value() || next_ == end_ || !isPlainValue(*next_)) return false;
+      if (!isPlainValue(*next_)) {
+        ++next_;  // the option's name
+      }
+      if (value != Value() || next_ == end_ || !isPlainValue(*next_)) {
+        return false;
+      }
       value = *next_++;
       return true;
     }
@@ -81,17 +85,25 @@ bool Reader::hasRequired() {
 
 std::optional<LaunchOptions> Reader::read() {
   while (next_ != end_ && *next_ != kArgumentsFollow) {
-    if (!readOne()) return std::nullopt;
+    if (!readOne()) {
+      return std::nullopt;
+    }
   }
-  if (next_ != end_) options_.arguments.assign(next_ + 1, end_);
-  if (!hasRequired()) return std::nullopt;
+  if (next_ != end_) {
+    options_.arguments.assign(next_ + 1, end_);
+  }
+  if (!hasRequired()) {
+    return std::nullopt;
+  }
   return std::move(options_);
 }
 
 }  // namespace
 
 std::optional<host::LaunchOptions> plainLaunch(const std::vector<std::string_view>& arguments) {
-  if (arguments.size() < 2 || arguments[1] != kCommand) return std::nullopt;
+  if (arguments.size() < 2 || arguments[1] != kCommand) {
+    return std::nullopt;
+  }
   return Reader(arguments.begin() + 2, arguments.end()).read();
 }
 

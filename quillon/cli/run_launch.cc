@@ -18,13 +18,27 @@ bool hasChoice(const RuntimeSettings& settings) {
 
 // Returns why the launch must run in this process; empty if a prepared process can run it.
 std::string needsOwnProcess(const LaunchOptions& options) {
-  if (options.direct) return "--direct is given";
-  if (options.plan) return "--plan launches nothing";
-  if (!options.plugin.empty()) return "--plugin names another plug-in";
-  if (options.validate) return "--validate asks before the runtime starts";
-  if (!options.timeline.empty()) return "--timeline records a whole launch";
-  if (hasChoice(options.settings)) return "the runtime's settings are chosen when it starts";
-  if (!options.writable.empty()) return "--writable needs its own mounts";
+  if (options.direct) {
+    return "--direct is given";
+  }
+  if (options.plan) {
+    return "--plan launches nothing";
+  }
+  if (!options.plugin.empty()) {
+    return "--plugin names another plug-in";
+  }
+  if (options.validate) {
+    return "--validate asks before the runtime starts";
+  }
+  if (!options.timeline.empty()) {
+    return "--timeline records a whole launch";
+  }
+  if (hasChoice(options.settings)) {
+    return "the runtime's settings are chosen when it starts";
+  }
+  if (!options.writable.empty()) {
+    return "--writable needs its own mounts";
+  }
   return {};
 }
 
@@ -37,11 +51,15 @@ void explain(const std::string& why) {
 std::optional<int> launchPrepared(const LaunchOptions& options) {
   const std::string reason = needsOwnProcess(options);
   if (!reason.empty()) {
-    if (options.verbose && launchpad::isServed(options.device)) explain(reason);
+    if (options.verbose && launchpad::isServed(options.device)) {
+      explain(reason);
+    }
     return std::nullopt;
   }
   const launchpad::LaunchOutcome outcome = launchpad::requestLaunch(options);
-  if (options.verbose && !outcome.status && !outcome.whyNot.empty()) explain(outcome.whyNot);
+  if (options.verbose && !outcome.status && !outcome.whyNot.empty()) {
+    explain(outcome.whyNot);
+  }
   return outcome.status;
 }
 
@@ -49,7 +67,9 @@ std::optional<int> launchPrepared(const LaunchOptions& options) {
 
 int runLaunch(const LaunchOptions& options, int (*launchHere)(const LaunchOptions& options)) {
   keepTerminal();
-  if (const auto ended = launchPrepared(options)) return *ended;
+  if (const auto ended = launchPrepared(options)) {
+    return *ended;
+  }
   return launchHere(options);
 }
 

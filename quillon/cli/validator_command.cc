@@ -30,7 +30,9 @@ void run(const ValidatorRequest& request) {
   const fs::path plugin = host::pluginOrDefault(request.plugin);
   enterDevice(request.device, {plugin.parent_path()});
   const auto served = validator::serve(policy, plugin);
-  if (!served) report(served.error());
+  if (!served) {
+    report(served.error());
+  }
   // _exit(2), since a thread still runs in the plug-in's server: destructors must not run under it,
   // and it may hold the lock of standard output. Every line was flushed when it was printed.
   _exit(served ? kSuccess : served.error().status);

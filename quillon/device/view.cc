@@ -69,7 +69,9 @@ Expected<void> View::build() {
 Expected<void> View::split(const std::string& path) {
   std::set<std::string> names;
   for (const std::string& folder : {onMachine(path), inDevice(path)}) {
-    for (std::string& name : entriesOf(folder)) names.insert(std::move(name));
+    for (std::string& name : entriesOf(folder)) {
+      names.insert(std::move(name));
+    }
   }
   if (path.empty()) {
     names.erase(std::string(kRecordDirectory));

@@ -17,6 +17,7 @@ namespace {
 // Redirects standard output to `output`, and discards standard error.
 int spawn(const std::vector<std::string>& words, int output, pid_t& child) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const std::string& word : words) {
     arguments.push_back(const_cast<char*>(word.c_str()));
   }

@@ -12,10 +12,14 @@ namespace {
 // when the affinity allows the old processor again.
 void moveToOtherProcessor(pthread_t thread) {
   cpu_set_t allowed;
-  if (pthread_getaffinity_np(thread, sizeof allowed, &allowed) != 0) return;
+  if (pthread_getaffinity_np(thread, sizeof allowed, &allowed) != 0) {
+    return;
+  }
   cpu_set_t others = allowed;
   CPU_CLR(static_cast<size_t>(sched_getcpu()), &others);
-  if (CPU_COUNT(&others) == 0) return;
+  if (CPU_COUNT(&others) == 0) {
+    return;
+  }
   pthread_setaffinity_np(thread, sizeof others, &others);
   pthread_setaffinity_np(thread, sizeof allowed, &allowed);
 }
@@ -33,7 +37,9 @@ BackgroundTask::BackgroundTask(const std::function<void()>& work) {
 }
 
 BackgroundTask::~BackgroundTask() {
-  if (thread_.joinable()) thread_.join();
+  if (thread_.joinable()) {
+    thread_.join();
+  }
 }
 
 }  // namespace quillon::host

@@ -135,7 +135,9 @@ Expected<LaunchTarget> Launch::findApplication() const {
 Expected<void> Launch::loadPlugin() {
   const TraceSpan span("load the plug-in");
   auto library = host::loadPlugin(pluginFile_);
-  if (!library) return fail(kNoPlugin, library.error());
+  if (!library) {
+    return fail(kNoPlugin, library.error());
+  }
   plugin_ = PluginCalls(*library, &target_);
   return {};
 }
@@ -161,7 +163,9 @@ Expected<void> Launch::initializePlugin() {
 Expected<void> Launch::planProperties() {
   const TraceSpan span("plan the runtime's properties");
   auto plan = planRuntime(target_, lists_);
-  if (!plan) return fail(kNotExecutable, plan.error());
+  if (!plan) {
+    return fail(kNotExecutable, plan.error());
+  }
   runtimePlan_ = std::move(*plan);
   return {};
 }
@@ -179,7 +183,9 @@ LaunchPlan Launch::plan() const {
   plan.refusals = predictRefusals(target_);
   const auto framework = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
                                           options_.device.string());
-  if (!framework) plan.missing = framework.error();
+  if (!framework) {
+    plan.missing = framework.error();
+  }
   return plan;
 }
 
@@ -187,8 +193,12 @@ Expected<int> Launch::printPlan() {
   findShadowsInFolders(runtimePlan_);
   const LaunchPlan plan = this->plan();
   print(plan, options_.json ? printPlanJson : printPlanText, stdout);
-  if (plan.missing) tell({"to go further: " + plan.missing->what, plan.missing->remedy});
-  for (const Failure& refusal : plan.refusals) tell(refusal);
+  if (plan.missing) {
+    tell({"to go further: " + plan.missing->what, plan.missing->remedy});
+  }
+  for (const Failure& refusal : plan.refusals) {
+    tell(refusal);
+  }
   return plan.refusals.empty() ? kSuccess : plan.refusals.front().status;
 }
 
@@ -214,23 +224,33 @@ Expected<int> Launch::runApplication() {
 
 Expected<Runtime> Launch::startRuntime() {
   Expected<Runtime>& runtime = *runtime_;
-  if (!runtime) return fail(kRuntimeFailed, runtime.error());
+  if (!runtime) {
+    return fail(kRuntimeFailed, runtime.error());
+  }
   const TraceSpan span("coreclr_initialize");
   const auto started = runtime->start(executable_, target_.application.id, runtimePlan_.properties);
-  if (!started) return fail(kRuntimeFailed, started.error());
+  if (!started) {
+    return fail(kRuntimeFailed, started.error());
+  }
   return *runtime;
 }
 
 Expected<int> Launch::execute(Runtime& runtime) {
   plugin_.setRuntime(runtime);
-  if (options_.preload) plugin_.preload();
+  if (options_.preload) {
+    plugin_.preload();
+  }
   RETURN_IF_FAILED(plugin_.setApplication());
-  if (!options_.raw) plugin_.captureOutput();
+  if (!options_.raw) {
+    plugin_.captureOutput();
+  }
   plugin_.beforeExecute();
   auto ended = executeAssembly(runtime);
   plugin_.finalize();
   const int latched = shutDown(runtime);
-  if (!ended) return fail(kNotExecutable, ended.error());
+  if (!ended) {
+    return fail(kNotExecutable, ended.error());
+  }
   return latched;
 }
 
@@ -257,7 +277,9 @@ int launch(const LaunchOptions& options) {
   keepTerminal();
   Launch launch(options);
   auto ended = launch.run();
-  if (ended) return *ended;
+  if (ended) {
+    return *ended;
+  }
   tell(ended.error());
   return ended.error().status;
 }

@@ -25,8 +25,12 @@ std::string argumentsOf(LaunchCall call, const LaunchTarget& target) {
 std::vector<std::string> formatCalls(const LaunchPlan& plan) {
   std::vector<std::string> calls;
   for (const LaunchCall call : kDirectLaunchCalls) {
-    if (call == LaunchCall::kPreload && !plan.options.preload) continue;
-    if (call == LaunchCall::kHasLogControl && plan.options.raw) continue;
+    if (call == LaunchCall::kPreload && !plan.options.preload) {
+      continue;
+    }
+    if (call == LaunchCall::kHasLogControl && plan.options.raw) {
+      continue;
+    }
     calls.push_back(std::string(nameOf(call)) + "(" + argumentsOf(call, plan.target) + ")");
   }
   return calls;

@@ -67,7 +67,9 @@ Json rejectionsJson(const AssemblyTable& assemblies) {
 
 Json propertiesJson(const RuntimeProperties& properties) {
   Json object = Json::object();
-  for (const auto& [name, value] : properties) object[name] = value;
+  for (const auto& [name, value] : properties) {
+    object[name] = value;
+  }
   return object;
 }
 

@@ -13,16 +13,22 @@ void line(std::ostream& out, const std::string& name, const std::string& value) 
 }
 
 void section(std::ostream& out, const std::string& title, const std::vector<std::string>& entries) {
-  if (entries.empty()) return;
+  if (entries.empty()) {
+    return;
+  }
   out << '\n' << title << '\n';
-  for (const std::string& entry : entries) out << "  " << entry << '\n';
+  for (const std::string& entry : entries) {
+    out << "  " << entry << '\n';
+  }
 }
 
 std::string frameworkText(const RuntimePlan& runtime) {
   std::string text = device_paths::kNetcoreapp;
   text += runtime.frameworkVersion.empty() ? " (version unknown)"
                                            : " (" + runtime.frameworkVersion + ")";
-  if (!runtime.wantedVersion.empty()) text += ", wanted " + runtime.wantedVersion;
+  if (!runtime.wantedVersion.empty()) {
+    text += ", wanted " + runtime.wantedVersion;
+  }
   return text;
 }
 
@@ -35,12 +41,15 @@ std::string tpaText(const LaunchPlan& plan) {
 }
 
 std::string readyToRunText(const LaunchPlan& plan) {
-  if (plan.readyToRun) return "yes, the assembly is ReadyToRun";
+  if (plan.readyToRun) {
+    return "yes, the assembly is ReadyToRun";
+  }
   return "none: has no ReadyToRun code, starts slower; build it with PublishReadyToRun";
 }
 
 std::vector<std::string> requiredText(const RuntimePlan& runtime) {
   std::vector<std::string> lines;
+  lines.reserve(runtime.requiredDpc.size());
   for (const RequiredDpc& dpc : runtime.requiredDpc) {
     lines.push_back(dpc.package + ": " + dpc.directory +
                     (dpc.placeholder.empty() ? " (not reachable)" : " through " + dpc.placeholder));
@@ -50,6 +59,7 @@ std::vector<std::string> requiredText(const RuntimePlan& runtime) {
 
 std::vector<std::string> shadowText(const AssemblyTable& assemblies) {
   std::vector<std::string> lines;
+  lines.reserve(assemblies.shadows().size());
   for (const Shadow& shadow : assemblies.shadows()) {
     lines.push_back(shadow.name + ": " + shadow.loser + " lost to " + shadow.winner);
   }
@@ -62,6 +72,7 @@ std::vector<std::string> shadowText(const AssemblyTable& assemblies) {
 // Shows all properties except the list of trusted assemblies, which is too long.
 std::vector<std::string> propertyText(const RuntimePlan& runtime) {
   std::vector<std::string> lines;
+  lines.reserve(runtime.properties.size());
   for (const auto& [name, value] : runtime.properties) {
     const bool isLong = name == "TRUSTED_PLATFORM_ASSEMBLIES";
     lines.push_back(name + "=" + (isLong ? "(as above)" : value));
@@ -71,6 +82,7 @@ std::vector<std::string> propertyText(const RuntimePlan& runtime) {
 
 std::vector<std::string> refusalText(const LaunchPlan& plan) {
   std::vector<std::string> lines;
+  lines.reserve(plan.refusals.size());
   for (const Failure& refusal : plan.refusals) {
     lines.push_back(refusal.what + "; " + refusal.remedy);
   }

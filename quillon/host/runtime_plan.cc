@@ -31,7 +31,9 @@ std::vector<std::string> frameworkAssemblies() {
   for (fs::directory_iterator entry(device_paths::kNetcoreapp, error), end; !error && entry != end;
        entry.increment(error)) {
     const std::string path = entry->path().string();
-    if (!simpleNameOf(path).empty()) paths.push_back(path);
+    if (!simpleNameOf(path).empty()) {
+      paths.push_back(path);
+    }
   }
   std::sort(paths.begin(), paths.end());
   return paths;
@@ -54,7 +56,9 @@ std::vector<RequiredDpc> assignPlaceholders(const workstation::Application& appl
   for (const std::string& package : requiredDpcPackages(application)) {
     RequiredDpc dpc{
         package, device_paths::kApplications + package + device_paths::kDpcOfPackage, {}};
-    if (next != placeholders.end() && canOpen(dpc.directory)) dpc.placeholder = *next++;
+    if (next != placeholders.end() && canOpen(dpc.directory)) {
+      dpc.placeholder = *next++;
+    }
     required.push_back(std::move(dpc));
   }
   return required;
@@ -67,7 +71,9 @@ void planFolders(RuntimePlan& plan, const std::vector<std::string>& application,
   plan.appPaths.addAll(splitList(lists.dllPath));
   plan.appPaths.addAll(splitList(lists.extraPath));
   for (const std::string& folder : plan.appPaths.entries()) {
-    if (isPlaceholder(folder)) plan.placeholders.push_back(folder);
+    if (isPlaceholder(folder)) {
+      plan.placeholders.push_back(folder);
+    }
   }
   plan.nativePaths.addAll(splitList(lists.nativePath));
   plan.nativePaths.addAll(application);
@@ -84,7 +90,9 @@ void planResourceRoots(RuntimePlan& plan) {
 
 void addIfFile(std::vector<std::string>& files, const fs::path& file) {
   std::error_code ignored;
-  if (fs::exists(file, ignored)) files.push_back(file.string());
+  if (fs::exists(file, ignored)) {
+    files.push_back(file.string());
+  }
 }
 
 // The dependency files, which applications read through Microsoft.Extensions.DependencyModel.
@@ -98,7 +106,9 @@ std::string dependencyFiles(const std::string& assembly, const std::string& fram
 // .NET's own host passes this variable to the runtime as a property.
 void addStartupHooks(RuntimeProperties& properties) {
   const char* const hooks = std::getenv("DOTNET_STARTUP_HOOKS");
-  if (hooks != nullptr && *hooks != '\0') properties.emplace_back("STARTUP_HOOKS", hooks);
+  if (hooks != nullptr && *hooks != '\0') {
+    properties.emplace_back("STARTUP_HOOKS", hooks);
+  }
 }
 
 std::string frameworkDependencies() {
@@ -130,15 +140,21 @@ void addConfigured(RuntimeProperties& properties, const RuntimeProperties& confi
   for (const auto& setting : configured) {
     const bool isSet = std::any_of(properties.begin(), properties.end(),
                                    [&](const auto& known) { return known.first == setting.first; });
-    if (!isSet) properties.push_back(setting);
+    if (!isSet) {
+      properties.push_back(setting);
+    }
   }
 }
 
 // The directory that a folder of APP_PATHS will refer to; empty for an unused placeholder.
 std::string directoryBehind(const RuntimePlan& plan, const std::string& folder) {
-  if (!isPlaceholder(folder)) return folder;
+  if (!isPlaceholder(folder)) {
+    return folder;
+  }
   for (const RequiredDpc& dpc : plan.requiredDpc) {
-    if (dpc.placeholder == folder) return dpc.directory;
+    if (dpc.placeholder == folder) {
+      return dpc.directory;
+    }
   }
   return {};
 }
@@ -186,7 +202,9 @@ RuntimeProperties propertiesOfApplication(const LaunchTarget& target, const Plug
 void findShadowsInFolders(RuntimePlan& plan) {
   for (const std::string& folder : plan.appPaths.entries()) {
     const std::string directory = directoryBehind(plan, folder);
-    if (!directory.empty()) plan.assemblies.addFolder(directory, directory);
+    if (!directory.empty()) {
+      plan.assemblies.addFolder(directory, directory);
+    }
   }
 }
 

@@ -116,7 +116,9 @@ class SignalDelay {
   SignalDelay() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, signal);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      sigaddset(&signals, signal);
+    }
     sigprocmask(SIG_BLOCK, &signals, &before_);
   }
   ~SignalDelay() { restore(); }

@@ -20,9 +20,15 @@ std::string escapeHtml(std::string_view text) {
 }
 
 std::string withoutTrailingZeros(std::string number) {
-  if (number.find('.') == std::string::npos) return number;
-  while (number.back() == '0') number.pop_back();
-  if (number.back() == '.') number.pop_back();
+  if (number.find('.') == std::string::npos) {
+    return number;
+  }
+  while (number.back() == '0') {
+    number.pop_back();
+  }
+  if (number.back() == '.') {
+    number.pop_back();
+  }
   return number;
 }
 

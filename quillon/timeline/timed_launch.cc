@@ -35,7 +35,9 @@ volatile sig_atomic_t g_child = 0;
 // group.
 void forwardSignal(int signal, siginfo_t* info, void* /*context*/) {
   const int savedErrno = errno;
-  if (info->si_code != SI_KERNEL) kill(static_cast<pid_t>(g_child), signal);
+  if (info->si_code != SI_KERNEL) {
+    kill(static_cast<pid_t>(g_child), signal);
+  }
   errno = savedErrno;
 }
 
@@ -44,7 +46,9 @@ void forwardSignalsTo(pid_t child) {
   struct sigaction action {};
   action.sa_sigaction = forwardSignal;
   action.sa_flags = SA_SIGINFO | SA_RESTART;
-  for (const int signal : kForwardedSignals) sigaction(signal, &action, nullptr);
+  for (const int signal : kForwardedSignals) {
+    sigaction(signal, &action, nullptr);
+  }
 }
 
 int waitFor(pid_t child) {
@@ -55,7 +59,9 @@ int waitFor(pid_t child) {
 }
 
 std::string describeExit(int status) {
-  if (!WIFSIGNALED(status)) return "ended with status " + std::to_string(WEXITSTATUS(status));
+  if (!WIFSIGNALED(status)) {
+    return "ended with status " + std::to_string(WEXITSTATUS(status));
+  }
   return "ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
          strsignal(WTERMSIG(status)) + ")";
 }
@@ -72,14 +78,18 @@ void mark(const std::string& text) { prctl(PR_LAUNCH_MARKER, text.c_str(), text.
 }
 
 int exitLikeChild(int status) {
-  if (WIFSIGNALED(status)) dieBySignal(WTERMSIG(status));
+  if (WIFSIGNALED(status)) {
+    dieBySignal(WTERMSIG(status));
+  }
   return WEXITSTATUS(status);
 }
 
 [[noreturn]] void launchInChild(const host::LaunchOptions& options, const fs::path& trace,
                                 pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != parent) _exit(kServiceFailed);
+  if (getppid() != parent) {
+    _exit(kServiceFailed);
+  }
   if (const auto started = workstation::startTrace(trace.string()); !started) {
     _exit(report(started.error()));
   }
@@ -88,7 +98,9 @@ int exitLikeChild(int status) {
 
 // Creates the file, or empties it. Call before the launch, so that a failure is reported before it.
 Expected<void> createEmpty(const fs::path& file) {
-  if (std::ofstream(file, std::ios::trunc)) return {};
+  if (std::ofstream(file, std::ios::trunc)) {
+    return {};
+  }
   return fail("cannot write the timeline '" + file.string() + "': " + std::strerror(errno),
               "name a file in a folder that exists and can be written");
 }
@@ -100,7 +112,9 @@ Expected<void> writeTimelinePage(const fs::path& trace, const fs::path& page,
   ASSIGN_OR_RETURN(const Timeline timeline, readTimeline(trace));
   std::ofstream stream(page, std::ios::binary | std::ios::trunc);
   stream << timelinePage(timeline, title);
-  if (stream.flush()) return {};
+  if (stream.flush()) {
+    return {};
+  }
   return fail("cannot write the timeline '" + page.string() + "'",
               "name a file in a folder that exists and has space");
 }
@@ -108,7 +122,9 @@ Expected<void> writeTimelinePage(const fs::path& trace, const fs::path& page,
 int launchWithTimeline(const host::LaunchOptions& options) {
   const fs::path trace = fs::path(options.timeline).replace_extension(".json");
   for (const fs::path& file : {trace, options.timeline}) {
-    if (const auto created = createEmpty(file); !created) return report(created.error());
+    if (const auto created = createEmpty(file); !created) {
+      return report(created.error());
+    }
   }
   const pid_t parent = getpid();
   const pid_t child = fork();
@@ -116,11 +132,15 @@ int launchWithTimeline(const host::LaunchOptions& options) {
     return report(
         {std::string("cannot start a process: ") + std::strerror(errno), "", kServiceFailed});
   }
-  if (child == 0) launchInChild(options, trace, parent);
+  if (child == 0) {
+    launchInChild(options, trace, parent);
+  }
   forwardSignalsTo(child);
   const int status = waitFor(child);
   const std::string exitText = describeExit(status);
-  if (workstation::startTrace(trace.string())) mark("the application's process " + exitText);
+  if (workstation::startTrace(trace.string())) {
+    mark("the application's process " + exitText);
+  }
   const std::string title = options.appId + " " + exitText;
   if (const auto written = writeTimelinePage(trace, options.timeline, title); !written) {
     report(written.error());

@@ -21,13 +21,17 @@ struct OpenThread {
 template <typename Value>
 Value field(const Json& event, const char* name, Value fallback) {
   const auto found = event.find(name);
-  if (found == event.end() || found->is_number() != std::is_arithmetic_v<Value>) return fallback;
+  if (found == event.end() || found->is_number() != std::is_arithmetic_v<Value>) {
+    return fallback;
+  }
   return found->template get<Value>();
 }
 
 // Each line is one event, followed by a comma.
 Json eventOf(std::string line) {
-  if (!line.empty() && line.back() == ',') line.pop_back();
+  if (!line.empty() && line.back() == ',') {
+    line.pop_back();
+  }
   return Json::parse(line, nullptr, /*allow_exceptions=*/false);
 }
 
@@ -51,22 +55,30 @@ OpenThread& TimelineReader::threadOf(const Json& event) {
   const auto known = std::find_if(threads_.begin(), threads_.end(), [&](const OpenThread& one) {
     return one.thread.process == process && one.thread.thread == thread;
   });
-  if (known != threads_.end()) return *known;
+  if (known != threads_.end()) {
+    return *known;
+  }
   threads_.push_back({{process, thread, {}}, {}});
   return threads_.back();
 }
 
 void TimelineReader::add(const Json& event) {
   const std::string phase = field(event, "ph", std::string());
-  if (phase != "B" && phase != "E" && phase != "i") return;
+  if (phase != "B" && phase != "E" && phase != "i") {
+    return;
+  }
   const double time = field(event, "ts", 0.0);
-  if (isFirst_) origin_ = time;
+  if (isFirst_) {
+    origin_ = time;
+  }
   isFirst_ = false;
   const double at = time - origin_;
   end_ = std::max(end_, at);
   OpenThread& one = threadOf(event);
   if (phase == "E") {
-    if (one.open.empty()) return;
+    if (one.open.empty()) {
+      return;
+    }
     one.thread.entries[one.open.back()].end = at;
     one.thread.entries[one.open.back()].isOpen = false;
     one.open.pop_back();
@@ -74,7 +86,9 @@ void TimelineReader::add(const Json& event) {
   }
   const bool isMark = phase == "i";
   const auto depth = static_cast<int>(one.open.size());
-  if (!isMark) one.open.push_back(one.thread.entries.size());
+  if (!isMark) {
+    one.open.push_back(one.thread.entries.size());
+  }
   one.thread.entries.push_back(
       {field(event, "name", std::string()), at, at, depth, isMark, !isMark});
 }
@@ -82,8 +96,12 @@ void TimelineReader::add(const Json& event) {
 Timeline TimelineReader::finish() {
   Timeline timeline{end_, {}};
   for (OpenThread& one : threads_) {
-    for (const size_t index : one.open) one.thread.entries[index].end = end_;
-    if (!one.thread.entries.empty()) timeline.threads.push_back(std::move(one.thread));
+    for (const size_t index : one.open) {
+      one.thread.entries[index].end = end_;
+    }
+    if (!one.thread.entries.empty()) {
+      timeline.threads.push_back(std::move(one.thread));
+    }
   }
   return timeline;
 }
@@ -99,10 +117,14 @@ Expected<Timeline> readTimeline(const std::filesystem::path& traceFile) {
   TimelineReader reader;
   for (std::string line; std::getline(stream, line);) {
     const Json event = eventOf(line);
-    if (event.is_object()) reader.add(event);
+    if (event.is_object()) {
+      reader.add(event);
+    }
   }
   Timeline timeline = reader.finish();
-  if (!timeline.threads.empty()) return timeline;
+  if (!timeline.threads.empty()) {
+    return timeline;
+  }
   return fail("the trace '" + traceFile.string() + "' holds no event",
               "name a file that QUILLON_TRACE or --timeline wrote");
 }
@@ -116,7 +138,9 @@ Expected<void> closeTrace(const std::filesystem::path& traceFile) {
   const size_t end = content->rfind(",\n");
   std::ofstream stream(traceFile, std::ios::binary | std::ios::trunc);
   stream << (end == std::string::npos ? "[" : content->substr(0, end)) << "\n]\n";
-  if (stream.flush()) return {};
+  if (stream.flush()) {
+    return {};
+  }
   return fail("cannot write the trace '" + traceFile.string() + "'",
               "name a file in a folder that exists and has space");
 }

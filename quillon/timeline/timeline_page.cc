@@ -40,11 +40,15 @@ std::string milliseconds(double microseconds) {
 
 // The CSS class that gives a row its colour, by the component that the span belongs to.
 const char* classOf(const TimelineEntry& entry) {
-  if (entry.isMark) return "mark";
+  if (entry.isMark) {
+    return "mark";
+  }
   if (entry.name.starts_with("coreclr_") || entry.name == "load the runtime's libraries") {
     return "runtime";
   }
-  if (entry.name.starts_with("plugin_")) return "plugin";
+  if (entry.name.starts_with("plugin_")) {
+    return "plugin";
+  }
   return entry.depth == 0 ? "launcher" : "inner";
 }
 
@@ -54,7 +58,9 @@ double tickStep(double length) {
   const double min = length / kMaxTicks;
   const double power = std::pow(10, std::floor(std::log10(min)));
   for (const double factor : {1.0, 2.0, 5.0}) {
-    if (factor * power >= min) return factor * power;
+    if (factor * power >= min) {
+      return factor * power;
+    }
   }
   return 10 * power;
 }
@@ -142,11 +148,15 @@ void Picture::drawThread(const TimelineThread& thread) {
            std::to_string(thread.process) +
            (isMain ? "" : ", thread " + std::to_string(thread.thread)) + "</text>\n";
   y_ += kRowHeight + 4;
-  for (const TimelineEntry& entry : thread.entries) drawEntry(entry);
+  for (const TimelineEntry& entry : thread.entries) {
+    drawEntry(entry);
+  }
 }
 
 std::string Picture::draw() {
-  for (const TimelineThread& thread : timeline_.threads) drawThread(thread);
+  for (const TimelineThread& thread : timeline_.threads) {
+    drawThread(thread);
+  }
   const int height = y_ + 8;
   drawScale(height);
   return "<svg id='picture' viewBox='0 0 " + std::to_string(kWidth) + " " + std::to_string(height) +

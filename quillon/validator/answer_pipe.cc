@@ -75,7 +75,9 @@ class AnswerPipe {
 bool waitUntilEmpty(const AnswerPipe& pipe, const std::function<bool()>& isAbandoned) {
   const auto end = steady_clock::now() + kTimeout;
   for (auto pause = kMinPause; !pipe.isEmpty(); pause = std::min(2 * pause, kMaxPause)) {
-    if (!pipe.hasReaders() || isAbandoned() || steady_clock::now() > end) return pipe.isEmpty();
+    if (!pipe.hasReaders() || isAbandoned() || steady_clock::now() > end) {
+      return pipe.isEmpty();
+    }
     std::this_thread::sleep_for(pause);
   }
   return true;
@@ -85,13 +87,23 @@ bool waitUntilEmpty(const AnswerPipe& pipe, const std::function<bool()>& isAband
 
 Delivery deliver(const std::function<void()>& send, const std::function<bool()>& isAbandoned) {
   const AnswerPipe pipe;
-  if (pipe.isUnread()) return Delivery::kNoReader;
-  if (!pipe.isPipe()) return Delivery::kNoPipe;
+  if (pipe.isUnread()) {
+    return Delivery::kNoReader;
+  }
+  if (!pipe.isPipe()) {
+    return Delivery::kNoPipe;
+  }
   pipe.lock();
-  if (isAbandoned()) return Delivery::kNoReader;
-  if (!pipe.isEmpty()) AnswerPipe::drain();
+  if (isAbandoned()) {
+    return Delivery::kNoReader;
+  }
+  if (!pipe.isEmpty()) {
+    AnswerPipe::drain();
+  }
   send();
-  if (waitUntilEmpty(pipe, isAbandoned)) return Delivery::kRead;
+  if (waitUntilEmpty(pipe, isAbandoned)) {
+    return Delivery::kRead;
+  }
   AnswerPipe::drain();
   return Delivery::kDiscarded;
 }

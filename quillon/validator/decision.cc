@@ -38,12 +38,18 @@ Decision decide(const Policy& policy, const std::string& library) {
     return deny("below " + *folder + " of deny-paths");
   }
   const auto digest = sha256Of(library);
-  if (!digest) return deny(digest.error().what);
-  if (policy.allowedDigests.contains(*digest)) return allow("listed in allow-sha256");
+  if (!digest) {
+    return deny(digest.error().what);
+  }
+  if (policy.allowedDigests.contains(*digest)) {
+    return allow("listed in allow-sha256");
+  }
   if (const std::string* folder = folderOf(library, policy.allowedPaths)) {
     return allow("below " + *folder + " of allow-paths");
   }
-  if (policy.allowsByDefault) return allow("by default");
+  if (policy.allowsByDefault) {
+    return allow("by default");
+  }
   return deny("by default; its SHA-256 is " + *digest);
 }
 

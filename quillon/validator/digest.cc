@@ -64,7 +64,9 @@ Expected<std::string> digestOf(const File& file, const std::string& name) {
   while (works && (length = file.readSome(piece)) > 0) {
     works = EVP_DigestUpdate(context.get(), piece.data(), static_cast<std::size_t>(length)) == 1;
   }
-  if (length < 0) return cannotRead(name);
+  if (length < 0) {
+    return cannotRead(name);
+  }
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
   unsigned int size = 0;
   if (!works || EVP_DigestFinal_ex(context.get(), digest.data(), &size) != 1) {
@@ -77,8 +79,12 @@ Expected<std::string> digestOf(const File& file, const std::string& name) {
 
 Expected<std::string> sha256Of(const std::string& path) {
   const File file(path);
-  if (!file.isOpen()) return cannotRead(path);
-  if (!file.isRegular()) return fail("'" + path + "' is not a regular file");
+  if (!file.isOpen()) {
+    return cannotRead(path);
+  }
+  if (!file.isRegular()) {
+    return fail("'" + path + "' is not a regular file");
+  }
   return digestOf(file, path);
 }
 

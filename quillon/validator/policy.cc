@@ -56,19 +56,27 @@ class PolicyReader {
     checkKeys();
     Policy policy;
     policy.allowsByDefault = readDefault() == "allow";
-    for (const std::string& path : paths(kDeniedPaths)) policy.deniedPaths.push_back(path);
-    for (const std::string& path : paths(kAllowedPaths)) policy.allowedPaths.push_back(path);
+    for (const std::string& path : paths(kDeniedPaths)) {
+      policy.deniedPaths.push_back(path);
+    }
+    for (const std::string& path : paths(kAllowedPaths)) {
+      policy.allowedPaths.push_back(path);
+    }
     for (const std::string& digest : texts(kAllowedDigests, isDigest, kDigestRemedy)) {
       policy.allowedDigests.insert(lowerCase(digest));
     }
-    if (failure_) return tl::unexpected(*failure_);
+    if (failure_) {
+      return tl::unexpected(*failure_);
+    }
     return policy;
   }
 
  private:
   void mistake(const toml::node& where, std::string_view key, const std::string& what,
                std::string remedy) {
-    if (failure_) return;
+    if (failure_) {
+      return;
+    }
     // The top table has no line number.
     const auto line = std::max<toml::source_index>(where.source().begin.line, 1);
     failure_ =
@@ -78,7 +86,9 @@ class PolicyReader {
 
   void checkKeys() {
     for (const auto& [key, node] : document_) {
-      if (std::find(kKeys.begin(), kKeys.end(), key.str()) != kKeys.end()) continue;
+      if (std::find(kKeys.begin(), kKeys.end(), key.str()) != kKeys.end()) {
+        continue;
+      }
       std::string all;
       for (const std::string_view known : kKeys) {
         all += (all.empty() ? "" : ", ") + std::string(known);
@@ -104,7 +114,9 @@ class PolicyReader {
   std::vector<std::string> texts(std::string_view key, const Rule& rule, const char* remedy) {
     std::vector<std::string> all;
     const toml::node* node = document_.get(key);
-    if (node == nullptr) return all;
+    if (node == nullptr) {
+      return all;
+    }
     if (!node->is_array()) {
       mistake(*node, key, "is not a list", remedy);
       return all;
@@ -125,7 +137,9 @@ class PolicyReader {
   std::vector<std::string> paths(std::string_view key) {
     std::vector<std::string> all = texts(key, isPath, kPathRemedy);
     for (std::string& path : all) {
-      while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+      while (path.size() > 1 && path.ends_with('/')) {
+        path.pop_back();
+      }
     }
     return all;
   }

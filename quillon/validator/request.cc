@@ -4,10 +4,12 @@
 #include <charconv>
 #include <filesystem>
 
+#include "device_names.h"
+
 namespace quillon::validator {
 namespace {
 
-constexpr std::string_view kKeyword = "RequestForDllValidation:";
+constexpr std::string_view kKeyword = device_names::kValidationKeyword;
 // The maximum length of one read of the server. In a text of this length, the last request
 // continues in the next text. A shorter text ends at the end of a client's write, whose line end
 // the server has removed.
@@ -31,7 +33,9 @@ bool isPlainPath(std::string_view path) {
 
 Request parseRequest(const std::string& text) {
   Request request{text, text.starts_with(kKeyword), 0, {}, {}};
-  if (!request.isRequest) return malformed(request, "does not begin with " + std::string(kKeyword));
+  if (!request.isRequest) {
+    return malformed(request, "does not begin with " + std::string(kKeyword));
+  }
   const char* const end = text.data() + text.size();
   const auto [next, error] = std::from_chars(text.data() + kKeyword.size(), end, request.process);
   if (error != std::errc() || request.process <= 0 || next == end || *next != ':') {
@@ -39,13 +43,17 @@ Request parseRequest(const std::string& text) {
     return malformed(request, "has no process id");
   }
   request.path.assign(next + 1, end);
-  if (!isPlainPath(request.path)) return malformed(request, "has no absolute, canonical path");
+  if (!isPlainPath(request.path)) {
+    return malformed(request, "has no absolute, canonical path");
+  }
   return request;
 }
 
 std::vector<Request> RequestReader::take(std::string_view text) {
   pending_ += text;
-  if (text.size() < kMaxText || pending_.size() > kMaxRequest) pending_ += '\n';
+  if (text.size() < kMaxText || pending_.size() > kMaxRequest) {
+    pending_ += '\n';
+  }
   std::vector<std::string> whole;
   std::size_t begin = 0;
   for (std::size_t end; (end = pending_.find('\n', begin)) != std::string::npos; begin = end + 1) {

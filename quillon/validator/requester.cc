@@ -21,10 +21,14 @@ unsigned long kernelFlagsOf(pid_t process) {
   std::string line;
   std::getline(file, line);
   const std::size_t name = line.rfind(')');
-  if (name == std::string::npos) return 0;
+  if (name == std::string::npos) {
+    return 0;
+  }
   std::istringstream rest(line.substr(name + 1));
   std::string skipped;
-  for (int field = 3; field < 9; ++field) rest >> skipped;
+  for (int field = 3; field < 9; ++field) {
+    rest >> skipped;
+  }
   unsigned long flags = 0;
   rest >> flags;
   return flags;
@@ -33,7 +37,9 @@ unsigned long kernelFlagsOf(pid_t process) {
 }  // namespace
 
 bool hasEnded(pid_t process) {
-  if (kill(process, 0) != 0 && errno == ESRCH) return true;
+  if (kill(process, 0) != 0 && errno == ESRCH) {
+    return true;
+  }
   return (kernelFlagsOf(process) & kExiting) != 0;
 }
 

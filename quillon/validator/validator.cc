@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "device_names.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/host/plugin/plugin_library.h"
 #include "quillon/validator/answer_pipe.h"
@@ -30,7 +31,7 @@ namespace fs = std::filesystem;
 // At most 20 bytes, so that even fifty of them, five in each of ten lines, fit into one read of the
 // requester.
 constexpr char kYes[] = "OK";
-constexpr char kNo[] = "FAIL";
+constexpr const char* kNo = device_names::kValidationRefusal;
 constexpr char kMalformed[] = "FAIL malformed";
 
 constexpr char kSecondValidator[] = "stop it first; a second validator would remove its pipes";
@@ -76,14 +77,18 @@ class RequestHandler {
       : policy_(policy), plugin_(plugin) {}
 
   void handle(const char* text) {
-    for (const Request& request : reader_.take(text)) answer(request);
+    for (const Request& request : reader_.take(text)) {
+      answer(request);
+    }
   }
 
  private:
   void answer(const Request& request) {
     if (!request.wrong.empty()) {
       printLine("malformed request '" + request.text + "': " + request.wrong);
-      if (request.isRequest) send(request, kMalformed);
+      if (request.isRequest) {
+        send(request, kMalformed);
+      }
     } else {
       const Decision decision = decide(policy_, request.path);
       printLine(describe(request, decision));
@@ -142,7 +147,9 @@ Expected<void> claimPipes() {
 sigset_t endSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, signal);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    sigaddset(&signals, signal);
+  }
   return signals;
 }
 
@@ -180,7 +187,9 @@ bool isPipe(const char* path) {
 // After claimPipes(), the pipes are ours.
 void removePipes() {
   for (const char* pipe : {QUILLON_DLL_REQUEST_PIPE, QUILLON_DLL_ANSWER_PIPE}) {
-    if (isPipe(pipe)) unlink(pipe);
+    if (isPipe(pipe)) {
+      unlink(pipe);
+    }
   }
 }
 
@@ -209,9 +218,13 @@ Expected<void> serveUntilSignal(const host::PluginLibrary& plugin) {
   bool ready = false;
   for (bool requested = false; !requested;
        requested = endRequested(std::chrono::milliseconds(ready ? 200 : 1))) {
-    if (ended) return serverEnded();
+    if (ended) {
+      return serverEnded();
+    }
     if (!ready && isServed()) {
-      if (!isPipe(QUILLON_DLL_ANSWER_PIPE)) return noAnswerPipe();
+      if (!isPipe(QUILLON_DLL_ANSWER_PIPE)) {
+        return noAnswerPipe();
+      }
       ready = true;
       printLine("validator ready");
     }

@@ -26,8 +26,12 @@ Expected<void> placeLibrary(const fs::path& device) {
   // Copy to a temporary name and rename, so that no process loads an incomplete library.
   const fs::path fresh = place.string() + "." + std::to_string(getpid());
   fs::create_directories(place.parent_path(), error);
-  if (!error) fs::copy_file(library, fresh, fs::copy_options::overwrite_existing, error);
-  if (!error) fs::rename(fresh, place, error);
+  if (!error) {
+    fs::copy_file(library, fresh, fs::copy_options::overwrite_existing, error);
+  }
+  if (!error) {
+    fs::rename(fresh, place, error);
+  }
   if (error) {
     return fail("cannot put the zone library at '" + place.string() + "': " + error.message(),
                 "make the folder writable");

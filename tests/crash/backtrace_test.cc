@@ -1,6 +1,5 @@
 #include <dirent.h>
 #include <gmock/gmock.h>
-#include <quillon_tv_plugin.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "tests/support/recording_platform.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/temporary_directory.h"
+#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <quillon_tv_plugin.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,6 +14,7 @@
 #include "tests/crash/scripted_signals.h"
 #include "tests/support/recording_platform.h"
 #include "util/log/stream_capture.h"
+#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

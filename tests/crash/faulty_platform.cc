@@ -1,7 +1,6 @@
 #include "tests/crash/faulty_platform.h"
 
 #include <link.h>
-#include <platform/dlog.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -18,6 +17,7 @@
 #include <thread>
 
 #include "tests/crash/child.h"
+#include <platform/dlog.h>
 
 namespace quillon::test {
 namespace {

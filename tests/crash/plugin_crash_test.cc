@@ -2,7 +2,6 @@
 // captured.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <quillon_tv_plugin.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +15,7 @@
 #include "tests/support/precedence.h"
 #include "tests/support/sanitized.h"
 #include "tests/torture/device_main.h"
+#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

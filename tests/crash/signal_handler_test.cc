@@ -1,8 +1,6 @@
 #include "plugin/src/dotnet-signal-handler/signal_handler.h"
 
 #include <gmock/gmock.h>
-#include <platform/dlog.h>
-#include <quillon_tv_plugin.h>
 #include <unistd.h>
 
 #include <climits>
@@ -13,6 +11,8 @@
 #include "tests/strategies/device_test.h"
 #include "util/log/crash_keywords.h"
 #include "util/log/stream_capture.h"
+#include <platform/dlog.h>
+#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

@@ -22,7 +22,9 @@ class Capture : public DeviceLaunch {
     std::vector<std::string> paths;
     for (const auto& entry : fs::directory_iterator(onMachine("/tmp"))) {
       const std::string name = entry.path().filename();
-      if (name.starts_with("dotnet_error.")) paths.push_back("/tmp/" + name);
+      if (name.starts_with("dotnet_error.")) {
+        paths.push_back("/tmp/" + name);
+      }
     }
     return paths;
   }

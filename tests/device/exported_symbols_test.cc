@@ -56,7 +56,9 @@ Names symbols(const std::string& option, const std::string& file = QUILLON_PLUGI
 // Joins the names with line ends.
 std::string toText(const Names& names) {
   std::string text;
-  for (const std::string& name : names) text += name + "\n";
+  for (const std::string& name : names) {
+    text += name + "\n";
+  }
   return text;
 }
 

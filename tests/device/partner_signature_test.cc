@@ -191,7 +191,9 @@ TEST_F(PartnerDevice, ARequestMayBeLarge) {
   fs::resize_file(onMachine(kRequest), kSize);  // a hole, which uses no disk space
   EXPECT_EQ(check().result("check_signature"), true);
   // A request that does not fit into memory is refused. A sanitizer would end the process before.
-  if (isSanitized()) return;
+  if (isSanitized()) {
+    return;
+  }
   const DriverRun starved = run({"limit_memory", "check_signature=" + std::string(kMount)});
   EXPECT_EQ(starved.result("check_signature"), false);
   EXPECT_THAT(starved.lines(), ElementsAre("6 Failed to malloc original message buffer", kInvalid));

@@ -249,10 +249,16 @@ TEST_F(Enter, EnteringAgainChangesNothing) {
   const fs::path other = fresh("/var/tmp");
   ASSERT_TRUE(device::init(other, {}));
   const Outcome outcome = inChild([&] {
-    if (device::current() || !device::enter(root_, {})) return 1;
+    if (device::current() || !device::enter(root_, {})) {
+      return 1;
+    }
     const std::string before = read("/proc/self/mountinfo");
-    if (device::current() != root_ || !device::enter(root_, {})) return 2;
-    if (read("/proc/self/mountinfo") != before) return 3;
+    if (device::current() != root_ || !device::enter(root_, {})) {
+      return 2;
+    }
+    if (read("/proc/self/mountinfo") != before) {
+      return 3;
+    }
     return device::enter(other, {}) ? 4 : 0;
   });
   EXPECT_EQ(outcome.status, 0) << outcome.output;

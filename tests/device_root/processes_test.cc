@@ -86,7 +86,9 @@ TEST_F(Processes, ASocketInsideIsReachedThroughTheDeviceRoot) {
   const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const Outcome listening = inChild([&] {
     sockaddr_un address{AF_UNIX, "/tmp/diagnostic"};
-    if (!device::enter(root_, {})) return 1;
+    if (!device::enter(root_, {})) {
+      return 1;
+    }
     return ::bind(server, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
                    ::listen(server, 1) == 0
                ? 0

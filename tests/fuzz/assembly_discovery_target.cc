@@ -29,7 +29,9 @@ struct Found {
 // the IL file in the same folder.
 void offer(std::vector<Found>& all, const std::string& folder, const std::string& file) {
   const bool image = isNativeImage(file);
-  if (!image && !isManagedAssembly(file)) return;
+  if (!image && !isManagedAssembly(file)) {
+    return;
+  }
   const std::string name = getAssemblyNameFromPath(file);
   const auto known =
       std::find_if(all.begin(), all.end(), [&](const Found& one) { return one.name == name; });
@@ -48,15 +50,21 @@ std::string model(const std::vector<std::string>& folders, std::string list) {
       offer(all, folder, entry.path().filename().string());
     }
   }
-  if (!all.empty() && !list.empty() && list.back() != ':') list += ':';
-  for (const Found& one : all) list += one.path + ':';
+  if (!all.empty() && !list.empty() && list.back() != ':') {
+    list += ':';
+  }
+  for (const Found& one : all) {
+    list += one.path + ':';
+  }
   return list.substr(0, list.size() - (!list.empty() && list.back() == ':' ? 1 : 0));
 }
 
 void makeFiles(const std::vector<std::string>& folders, quillon::fuzz::Input input) {
   for (int made = 0; made < kMaxFiles && !input.atEnd();) {
     const std::string_view line = input.line();
-    if (line.empty() || !canNameAFile(line.substr(1))) continue;
+    if (line.empty() || !canNameAFile(line.substr(1))) {
+      continue;
+    }
     const std::string& folder = folders[line[0] == '2' ? 1 : 0];
     std::ofstream(folder + "/" + std::string(line.substr(1)));
     ++made;

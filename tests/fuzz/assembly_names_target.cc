@@ -7,7 +7,9 @@
 namespace {
 
 std::string lowered(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : text) {
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
   return text;
 }
 
@@ -25,17 +27,29 @@ bool endsLikeAnAssembly(const std::string& name) {
 }
 
 std::string modelOfName(std::string path) {
-  if (path.find('/') != path.npos) path.erase(0, path.rfind('/') + 1);
-  if (path.find('.') != path.npos) path.erase(path.rfind('.'));
-  if (path.size() >= 4 && endOf(path, 3) == ".ni") path.resize(path.size() - 3);
+  if (path.find('/') != path.npos) {
+    path.erase(0, path.rfind('/') + 1);
+  }
+  if (path.find('.') != path.npos) {
+    path.erase(path.rfind('.'));
+  }
+  if (path.size() >= 4 && endOf(path, 3) == ".ni") {
+    path.resize(path.size() - 3);
+  }
   return path;
 }
 
 std::string modelOfStripped(const std::string& path) {
-  if (path.size() <= 4) return path;
+  if (path.size() <= 4) {
+    return path;
+  }
   std::string rest = path;
-  if (endsLikeAnAssembly(rest)) rest.resize(rest.size() - 4);
-  if (lowered(endOf(rest, 3)) == ".ni") rest.resize(rest.size() - 3);
+  if (endsLikeAnAssembly(rest)) {
+    rest.resize(rest.size() - 4);
+  }
+  if (lowered(endOf(rest, 3)) == ".ni") {
+    rest.resize(rest.size() - 3);
+  }
   return rest;
 }
 

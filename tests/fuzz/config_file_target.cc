@@ -7,7 +7,9 @@ namespace {
 using namespace quillon::workstation;
 
 void requireKeyStaysInItsFolder(const std::string& key) {
-  if (!checkKey(key)) return;
+  if (!checkKey(key)) {
+    return;
+  }
   const std::filesystem::path top = fileOfKey("x").parent_path();
   const std::filesystem::path file = fileOfKey(key);
   FUZZ_REQUIRE(file == top / key);
@@ -36,7 +38,9 @@ FUZZ_TARGET(config_file) {
     FUZZ_REQUIRE(parseValue("int " + std::string(file) + "\n") == ConfigValue(*number));
   }
   const auto value = parseValue(file);
-  if (!value) return;
+  if (!value) {
+    return;
+  }
   requireWrittenIsRead(*value);
   if (std::holds_alternative<std::string>(*value)) {
     FUZZ_REQUIRE(formatValue(*value) == file);

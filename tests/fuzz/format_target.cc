@@ -28,7 +28,9 @@ long indexOf(std::string_view text) {
   text = text.substr(0, std::min<std::size_t>({text.size(), 29, text.find('\0')}));
   text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
   const bool negative = text.starts_with('-');
-  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  if (negative || text.starts_with('+')) {
+    text.remove_prefix(1);
+  }
   long index = 0;
   for (; !text.empty() && text[0] >= '0' && text[0] <= '9'; text.remove_prefix(1)) {
     index = std::min(10 * index + (text[0] - '0'), kTooLarge);
@@ -48,11 +50,17 @@ std::optional<std::string> model(const std::string& format, const std::vector<st
       continue;
     }
     const std::size_t close = format.find('}', at);
-    if (close == std::string::npos) break;
+    if (close == std::string::npos) {
+      break;
+    }
     const long index = indexOf(std::string_view(format).substr(at + 1, close - at - 1));
     const bool possible = index >= 0 && index <= INT_MAX;
-    if (possible && index >= static_cast<long>(texts.size())) return std::nullopt;
-    if (possible) output += texts[static_cast<std::size_t>(index)];
+    if (possible && index >= static_cast<long>(texts.size())) {
+      return std::nullopt;
+    }
+    if (possible) {
+      output += texts[static_cast<std::size_t>(index)];
+    }
     at = close + 1;
   }
   return output;
@@ -69,12 +77,18 @@ FUZZ_TARGET(format) {
   }
   const std::string format(input.rest().substr(0, input.rest().find('\0')));
   const auto expected = model(format, texts, size);
-  if (!expected) return;
+  if (!expected) {
+    return;
+  }
 
   std::vector<const char*> arguments;
-  for (const std::string& text : texts) arguments.push_back(text.c_str());
+  for (const std::string& text : texts) {
+    arguments.push_back(text.c_str());
+  }
   const std::unique_ptr<char[]> output(my_strinf_format(format.c_str(), arguments.data(), size));
   FUZZ_REQUIRE(output.get() == *expected);
   // The array has exactly `size` bytes, so that a sanitizer reports a write beyond them.
-  if (size > 0) std::memset(output.get(), 0, static_cast<std::size_t>(size));
+  if (size > 0) {
+    std::memset(output.get(), 0, static_cast<std::size_t>(size));
+  }
 }

@@ -105,5 +105,7 @@ FUZZ_TARGET(manifest) {
     return;
   }
   requirePackage(manifest->package);
-  if (manifest->files) FUZZ_REQUIRE(fs::is_directory(*manifest->files));
+  if (manifest->files) {
+    FUZZ_REQUIRE(fs::is_directory(*manifest->files));
+  }
 }

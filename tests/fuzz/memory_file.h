@@ -16,7 +16,9 @@ class MemoryFile {
   explicit MemoryFile(std::string_view bytes) : descriptor_(memfd_create("fuzz", MFD_CLOEXEC)) {
     while (!bytes.empty()) {
       const ssize_t written = write(descriptor_, bytes.data(), bytes.size());
-      if (written <= 0) throw std::system_error(errno, std::generic_category(), "memory file");
+      if (written <= 0) {
+        throw std::system_error(errno, std::generic_category(), "memory file");
+      }
       bytes.remove_prefix(static_cast<std::size_t>(written));
     }
   }

@@ -77,7 +77,9 @@ void requireComparisonByCharacters(const std::string& a, const std::string& b) {
 // Resolving a resolved path changes nothing. Excludes /proc, whose files come and go.
 void requireResolvedPathsStay(const std::string& path) {
   const std::string resolved = getAbsolutePath(path);
-  if (resolved.empty() || resolved.starts_with("/proc/")) return;
+  if (resolved.empty() || resolved.starts_with("/proc/")) {
+    return;
+  }
   FUZZ_REQUIRE(resolved.front() == '/');
   FUZZ_REQUIRE(getAbsolutePath(resolved) == resolved);
   FUZZ_REQUIRE(isRealPath(resolved));

@@ -63,7 +63,9 @@ INSTANTIATE_TEST_SUITE_P(Target, FuzzCorpus, ::testing::ValuesIn(kTargets),
 
 TEST(FuzzCorpora, EachBelongToATarget) {
   std::set<std::string> names;
-  for (const Entry& entry : kTargets) names.insert(entry.name);
+  for (const Entry& entry : kTargets) {
+    names.insert(entry.name);
+  }
   for (const auto& folder : fs::directory_iterator(QUILLON_FUZZ_CORPUS)) {
     EXPECT_TRUE(names.contains(folder.path().filename().string())) << folder.path();
   }

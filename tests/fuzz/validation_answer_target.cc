@@ -17,7 +17,9 @@ constexpr std::size_t kMaxRead = 1023;
 // The text of one read: up to a NUL, without one line end.
 std::string modelOfText(std::string_view bytes) {
   bytes = bytes.substr(0, kMaxRead);
-  if (bytes.ends_with('\n')) bytes.remove_suffix(1);
+  if (bytes.ends_with('\n')) {
+    bytes.remove_suffix(1);
+  }
   return std::string(bytes.substr(0, bytes.find('\0')));
 }
 
@@ -28,9 +30,13 @@ bool isYes(std::string_view bytes) {
 // The bytes that the client writes for a message.
 std::string modelOfAnswer(const std::string& message) {
   std::string line;
-  for (int i = 0; i < 5; ++i) line += message;
+  for (int i = 0; i < 5; ++i) {
+    line += message;
+  }
   std::string all;
-  for (int i = 0; i < 10; ++i) all += line + "\n";
+  for (int i = 0; i < 10; ++i) {
+    all += line + "\n";
+  }
   return all;
 }
 

@@ -24,7 +24,9 @@ std::vector<std::string> model(std::string_view bytes) {
   std::vector<std::string> texts;
   for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kMaxRead))) {
     std::string_view text = bytes.substr(0, kMaxRead);
-    if (text.ends_with('\n')) text.remove_suffix(1);
+    if (text.ends_with('\n')) {
+      text.remove_suffix(1);
+    }
     texts.emplace_back(text.substr(0, text.find('\0')));
   }
   return texts;

@@ -24,7 +24,9 @@ void requireRequest(const Request& request) {
   FUZZ_REQUIRE(request.isRequest == request.text.starts_with(kKeyword));
   FUZZ_REQUIRE(request.path.empty() == !request.wrong.empty());
   FUZZ_REQUIRE(request.process >= 0);
-  if (request.path.empty()) return;
+  if (request.path.empty()) {
+    return;
+  }
   FUZZ_REQUIRE(request.isRequest && request.process > 0);
   FUZZ_REQUIRE(request.path.front() == '/');
   FUZZ_REQUIRE(request.text.ends_with(":" + request.path));
@@ -40,12 +42,16 @@ FUZZ_TARGET(validator_request) {
   std::vector<Request> requests;
   std::string sent;
   const auto give = [&](std::string_view text) {
-    for (Request& request : reader.take(text)) requests.push_back(std::move(request));
+    for (Request& request : reader.take(text)) {
+      requests.push_back(std::move(request));
+    }
   };
   // Like the server: one text for each read, up to a NUL, without one line end.
   for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kMaxRead))) {
     std::string_view text = bytes.substr(0, kMaxRead);
-    if (text.ends_with('\n')) text.remove_suffix(1);
+    if (text.ends_with('\n')) {
+      text.remove_suffix(1);
+    }
     text = text.substr(0, text.find('\0'));
     sent += text;
     give(text);

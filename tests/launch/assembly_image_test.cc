@@ -10,7 +10,9 @@ namespace {
 using ::testing::HasSubstr;
 
 void put(std::string& image, size_t offset, unsigned long number, int size) {
-  for (int i = 0; i < size; ++i) image[offset + i] = static_cast<char>(number >> (8 * i));
+  for (int i = 0; i < size; ++i) {
+    image[offset + i] = static_cast<char>(number >> (8 * i));
+  }
 }
 
 // The smallest image that the check accepts: one section, which contains the CLI header.

@@ -29,7 +29,9 @@ class BoostNotice : public RuntimeTest {
  protected:
   void SetUp() override {
     RuntimeTest::SetUp();
-    if (!IsSkipped()) makeDevice();
+    if (!IsSkipped()) {
+      makeDevice();
+    }
   }
   // Returns the launch's trace, in which the plug-in reports whether the notice was sent.
   std::string launchTraced() {

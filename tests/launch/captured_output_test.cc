@@ -22,13 +22,19 @@ namespace {
 // output or error, which are a pipe. SIGALRM ends a child that hangs.
 std::string printedBy(const std::function<void()>& body) {
   std::array<int, 2> ends{};
-  if (pipe(ends.data()) != 0) return "no pipe";
+  if (pipe(ends.data()) != 0) {
+    return "no pipe";
+  }
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
     alarm(30);
-    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) dup2(ends[1], stream);
-    for (const int end : ends) close(end);
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+      dup2(ends[1], stream);
+    }
+    for (const int end : ends) {
+      close(end);
+    }
     body();
     std::exit(0);
   }
@@ -48,9 +54,13 @@ void holdLockOf(FILE* file) {
   std::thread([&held, file] {
     flockfile(file);
     held = true;
-    for (;;) pause();
+    for (;;) {
+      pause();
+    }
   }).detach();
-  while (!held) std::this_thread::yield();
+  while (!held) {
+    std::this_thread::yield();
+  }
 }
 
 TEST(CapturedOutput, AThreadThatReadsInputDoesNotDelayTheExit) {
@@ -67,20 +77,28 @@ void readThenPrint(std::atomic<bool>& reads, int input) {
   pthread_setname_np(pthread_self(), "Stdout Thread");
   reads = true;
   char byte = 0;
-  if (read(input, &byte, 1) != 1 || write(STDERR_FILENO, "dealt with", 10) < 0) _exit(1);
+  if (read(input, &byte, 1) != 1 || write(STDERR_FILENO, "dealt with", 10) < 0) {
+    _exit(1);
+  }
 }
 
 TEST(CapturedOutput, TheExitWaitsForAReaderThatIsNotInPoll) {
   EXPECT_EQ(printedBy([] {
               static std::array<int, 2> ends{};
               static std::atomic<bool> reads{false};
-              if (pipe(ends.data()) != 0) _exit(1);
+              if (pipe(ends.data()) != 0) {
+                _exit(1);
+              }
               drainCapturedOutputAtExit();
               std::thread([] { readThenPrint(reads, ends[0]); }).detach();
-              while (!reads) std::this_thread::yield();
+              while (!reads) {
+                std::this_thread::yield();
+              }
               std::thread([] {
                 usleep(200'000);
-                if (write(ends[1], "x", 1) < 0) _exit(1);
+                if (write(ends[1], "x", 1) < 0) {
+                  _exit(1);
+                }
               }).detach();
             }),
             "dealt with");

@@ -44,7 +44,9 @@ class Endings : public RuntimeTest {
  protected:
   void SetUp() override {
     RuntimeTest::SetUp();
-    if (IsSkipped() || HasFatalFailure()) return;
+    if (IsSkipped() || HasFatalFailure()) {
+      return;
+    }
     const rlimit noCore{0, RLIM_INFINITY};
     setrlimit(RLIMIT_CORE, &noCore);
     makeEndingDevice();
@@ -121,7 +123,9 @@ class Endings : public RuntimeTest {
     }
     std::sort(found.begin(), found.end());
     Words result;
-    for (auto& [at, message] : found) result.push_back(message);
+    for (auto& [at, message] : found) {
+      result.push_back(message);
+    }
     return result;
   }
 

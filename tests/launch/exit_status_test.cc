@@ -33,7 +33,9 @@ class ExitStatus : public LaunchTest {
  protected:
   void SetUp() override {
     LaunchTest::SetUp();
-    if (!IsSkipped()) makeDevice("none");
+    if (!IsSkipped()) {
+      makeDevice("none");
+    }
   }
 };
 

@@ -23,7 +23,9 @@ class Launch : public RuntimeTest {
  protected:
   void SetUp() override {
     RuntimeTest::SetUp();
-    if (!IsSkipped()) makeDevice();
+    if (!IsSkipped()) {
+      makeDevice();
+    }
   }
 };
 
@@ -32,14 +34,18 @@ std::string valueOf(const CommandResult& result, const std::string& name) {
   const std::string start = "\n" + name + ": ";
   const std::string text = "\n" + result.out;
   const size_t found = text.find(start);
-  if (found == std::string::npos) return "(no such line)";
+  if (found == std::string::npos) {
+    return "(no such line)";
+  }
   const size_t begin = found + start.size();
   return text.substr(begin, text.find('\n', begin) - begin);
 }
 
 size_t count(const std::string& text, const std::string& part) {
   size_t times = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++times;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++times;
+  }
   return times;
 }
 
@@ -65,7 +71,9 @@ class TraceProvider : public RuntimeTest {
 
   void SetUp() override {
     RuntimeTest::SetUp();
-    if (IsSkipped()) return;
+    if (IsSkipped()) {
+      return;
+    }
     const fs::path framework = frameworkWithout(kProvider);
     fs::copy_file(fs::path(QUILLON_BUILD_DIRECTORY) / "lib/libpreload-sample-one.so",
                   framework / kProvider);
@@ -201,7 +209,9 @@ std::string loggedOutput(const fs::path& log) {
   std::istringstream lines(contentOf(log));
   for (std::string line; std::getline(lines, line);) {
     const std::string text = nlohmann::json::parse(line)["text"];
-    if (text.find(" stdOutRedirect(") == std::string::npos) continue;
+    if (text.find(" stdOutRedirect(") == std::string::npos) {
+      continue;
+    }
     const size_t begin = text.find("\x1b[0m") + 4;
     output += text.substr(begin, text.rfind("\x1b[0m") - begin) + "\n";
   }
@@ -227,7 +237,9 @@ TEST_F(Launch, LogsAnUncaughtExceptionBeforeTheProcessEnds) {
   EXPECT_THAT(contentOf(log), HasSubstr("System.InvalidOperationException: asked to fail"));
   bool found = false;
   for (const auto& entry : fs::directory_iterator(at("/tmp"))) {
-    if (entry.path().filename().string().rfind("dotnet_error.", 0) != 0) continue;
+    if (entry.path().filename().string().rfind("dotnet_error.", 0) != 0) {
+      continue;
+    }
     found = true;
     EXPECT_THAT(contentOf(entry), HasSubstr("System.InvalidOperationException: asked to fail"));
   }
@@ -257,7 +269,9 @@ std::vector<std::string> tracedCalls(const fs::path& trace) {
   for (const auto& event : nlohmann::json::parse(contentOf(trace))) {
     const std::string name = event.value("name", "");
     const bool isCall = name.starts_with("plugin_") || name.starts_with("coreclr_");
-    if (event["ph"] == "B" && isCall) calls.push_back(name.substr(0, name.find(':')));
+    if (event["ph"] == "B" && isCall) {
+      calls.push_back(name.substr(0, name.find(':')));
+    }
   }
   return calls;
 }

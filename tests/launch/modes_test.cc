@@ -32,7 +32,9 @@ class ModesTest : public RuntimeTest {
  protected:
   void SetUp() override {
     RuntimeTest::SetUp();
-    if (!IsSkipped()) makeDevice();
+    if (!IsSkipped()) {
+      makeDevice();
+    }
   }
 
   std::string logFile() const { return fresh("log").string(); }
@@ -54,7 +56,9 @@ class ModesTest : public RuntimeTest {
 
 size_t count(const std::string& text, const std::string& part) {
   size_t times = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++times;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++times;
+  }
   return times;
 }
 
@@ -181,7 +185,9 @@ class ObjectTracker : public ModesTest {
  protected:
   void SetUp() override {
     ModesTest::SetUp();
-    if (!IsSkipped()) write(at("/opt/usr/home/owner/share/ObjectTracker/OT_Installed"), "");
+    if (!IsSkipped()) {
+      write(at("/opt/usr/home/owner/share/ObjectTracker/OT_Installed"), "");
+    }
   }
   fs::path socketOf(const RunningProbe& probe) const {
     return at("/tmp/object-tracker-" + std::to_string(probe.pid()) + ".sock");
@@ -224,7 +230,9 @@ std::string labelOf(const fs::path& path) {
 }
 
 TEST_F(ModesTest, TheDebuggerPipesOfTheRuntimeHaveTheLabelForAll) {
-  if (geteuid() != 0) QUILLON_SKIP("labels are set by root only");
+  if (geteuid() != 0) {
+    QUILLON_SKIP("labels are set by root only");
+  }
   RunningProbe probe(root(), "normal");
   const std::string prefix = "clr-debug-pipe-" + std::to_string(probe.pid()) + "-";
   std::vector<std::string> labels;

@@ -28,7 +28,9 @@ class Plan : public LaunchTest {
  protected:
   void SetUp() override {
     LaunchTest::SetUp();
-    if (!IsSkipped()) makeDevice("none");
+    if (!IsSkipped()) {
+      makeDevice("none");
+    }
   }
   nlohmann::json json(const std::vector<std::string>& more = {}) const {
     std::vector<std::string> arguments = {kClock, "--plan", "--json"};

@@ -25,7 +25,9 @@ constexpr char kAnswers[] = "/tmp/answers";
   const int file = open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   dup2(file, STDERR_FILENO);
   dup2(file, STDOUT_FILENO);
-  for (const std::string& variable : environment) putenv(const_cast<char*>(variable.c_str()));
+  for (const std::string& variable : environment) {
+    putenv(const_cast<char*>(variable.c_str()));
+  }
   const std::string quillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
   execl(quillon.c_str(), "quillon", "launch", "--device", device.c_str(), "--type", type.c_str(),
         kProbe, "--", "--answers", kAnswers, nullptr);
@@ -43,7 +45,9 @@ bool hasEnded(pid_t child) {
 bool eventually(const std::function<bool()>& condition, std::chrono::seconds limit) {
   const auto end = std::chrono::steady_clock::now() + limit;
   while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
+    if (std::chrono::steady_clock::now() > end) {
+      return false;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   return true;
@@ -54,12 +58,16 @@ RunningProbe::RunningProbe(const fs::path& device, const std::string& type,
     : answers_(device / fs::path(kAnswers).relative_path()), errors_(device / "tmp/errors") {
   fs::remove(answers_);
   int pipe[2];
-  if (pipe2(pipe, O_CLOEXEC) != 0) return;
+  if (pipe2(pipe, O_CLOEXEC) != 0) {
+    return;
+  }
   questions_ = pipe[1];
   std::vector<std::string> all = environment;
   all.emplace_back(kRuntimeSanitizerOptions);
   pid_ = fork();
-  if (pid_ == 0) become(device, type, all, pipe[0], errors_);
+  if (pid_ == 0) {
+    become(device, type, all, pipe[0], errors_);
+  }
   close(pipe[0]);
   answer();  // "ready"
 }
@@ -73,7 +81,9 @@ RunningProbe::~RunningProbe() {
 
 std::string RunningProbe::ask(const std::string& question) {
   const std::string line = question + "\n";
-  if (::write(questions_, line.data(), line.size()) < 0) return "(no answer)";
+  if (::write(questions_, line.data(), line.size()) < 0) {
+    return "(no answer)";
+  }
   return answer();
 }
 
@@ -92,7 +102,9 @@ std::vector<std::string> RunningProbe::lines() const {
   std::ifstream file(answers_);
   std::vector<std::string> result;
   // A line without a line break is still being written.
-  for (std::string line; std::getline(file, line) && !file.eof();) result.push_back(line);
+  for (std::string line; std::getline(file, line) && !file.eof();) {
+    result.push_back(line);
+  }
   return result;
 }
 

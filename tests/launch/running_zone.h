@@ -22,7 +22,9 @@ class RunningZone {
   [[nodiscard]] std::string holder() const {
     static constexpr char kBefore[] = "held by process ";
     const size_t at = started_.out.find(kBefore);
-    if (at == std::string::npos) return {};
+    if (at == std::string::npos) {
+      return {};
+    }
     const size_t from = at + sizeof kBefore - 1;
     return started_.out.substr(from, started_.out.find_first_not_of("0123456789", from) - from);
   }

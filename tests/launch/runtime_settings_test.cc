@@ -24,7 +24,9 @@ TEST(RuntimeSettings, EachSetsOnlyItsOwnVariable) {
       {&RuntimeSettings::writeXorExecute, "DOTNET_EnableWriteXorExecute"},
       {&RuntimeSettings::diagnostics, "DOTNET_EnableDiagnostics"}};
   for (const auto& [chosen, variable] : all) {
-    for (const auto& [setting, other] : all) unsetenv(other);
+    for (const auto& [setting, other] : all) {
+      unsetenv(other);
+    }
     RuntimeSettings settings;
     settings.*chosen = false;
     applySettings(settings);
@@ -65,7 +67,9 @@ TEST(ScopedLttngOff, DoesNothingIfEventsAreConfigured) {
 TEST(ScopedJitThreadKeepAlive, SetsTheTimeoutUnlessItIsConfigured) {
   constexpr char kName[] = "DOTNET_TC_BackgroundWorkerTimeoutMs";
   constexpr char kOtherName[] = "COMPlus_TC_BackgroundWorkerTimeoutMs";
-  for (const char* name : {kName, kOtherName}) unsetenv(name);
+  for (const char* name : {kName, kOtherName}) {
+    unsetenv(name);
+  }
   {
     const ScopedJitThreadKeepAlive keepAlive;
     EXPECT_EQ(valueOf(kName), "FFFFFFFF");

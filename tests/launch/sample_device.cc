@@ -38,7 +38,9 @@ bool isOneOf(const Names& names, std::string_view name) {
 }
 
 bool changesLaunches(std::string_view name) {
-  if (isOneOf(kKeptVariables, name)) return false;
+  if (isOneOf(kKeptVariables, name)) {
+    return false;
+  }
   return isOneOf(kVariables, name) ||
          std::any_of(kVariablePrefixes.begin(), kVariablePrefixes.end(),
                      [&](std::string_view prefix) { return name.starts_with(prefix); });
@@ -53,9 +55,13 @@ bool changesLaunches(std::string_view name) {
   close(out);
   close(err);
   putenv(const_cast<char*>(kRuntimeSanitizerOptions));
-  for (const std::string& variable : environment) putenv(const_cast<char*>(variable.c_str()));
+  for (const std::string& variable : environment) {
+    putenv(const_cast<char*>(variable.c_str()));
+  }
   std::vector<char*> arguments;
-  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+  for (const std::string& word : command) {
+    arguments.push_back(const_cast<char*>(word.c_str()));
+  }
   arguments.push_back(nullptr);
   execvp(arguments[0], arguments.data());
   _exit(127);
@@ -70,7 +76,9 @@ int statusOf(pid_t child) {
 // The reason why no device root can be entered here; empty if one can.
 std::string deviceError(const fs::path& root) {
   const CommandResult made = run({kQuillon, "device", "init", "--framework", "none", root});
-  if (made.status != 0) return made.err;
+  if (made.status != 0) {
+    return made.err;
+  }
   const CommandResult entered = run({kQuillon, "device", "shell", root, "--", "true"});
   return entered.status == 0 ? "" : entered.err;
 }
@@ -81,7 +89,9 @@ CommandResult run(const std::vector<std::string>& command,
                   const std::vector<std::string>& environment) {
   const TemporaryDirectory output;
   const pid_t child = fork();
-  if (child == 0) become(command, environment, output.path());
+  if (child == 0) {
+    become(command, environment, output.path());
+  }
   CommandResult result;
   result.status = statusOf(child);
   result.out = contentOf(output.path() / "out");
@@ -104,9 +114,13 @@ void unsetLaunchVariables() {
   for (char** variable = environ; *variable != nullptr; ++variable) {
     const std::string_view text = *variable;
     const std::string_view name = text.substr(0, text.find('='));
-    if (changesLaunches(name)) names.emplace_back(name);
+    if (changesLaunches(name)) {
+      names.emplace_back(name);
+    }
   }
-  for (const std::string& name : names) unsetenv(name.c_str());
+  for (const std::string& name : names) {
+    unsetenv(name.c_str());
+  }
 }
 
 // Resets other inherited state: a build server may ignore signals and leave descriptors open.
@@ -124,12 +138,16 @@ void LaunchTest::SetUp() {
   unsetLaunchVariables();
   resetProcessState();
   const std::string reason = deviceError(directory_.path() / "probe");
-  if (!reason.empty()) QUILLON_SKIP("no device root can be entered: " << reason);
+  if (!reason.empty()) {
+    QUILLON_SKIP("no device root can be entered: " << reason);
+  }
 }
 
 void LaunchTest::makeDevice(const std::string& framework) {
   std::vector<std::string> command = {kMakeDevice, "--build", kBuild};
-  if (!framework.empty()) command.insert(command.end(), {"--framework", framework});
+  if (!framework.empty()) {
+    command.insert(command.end(), {"--framework", framework});
+  }
   command.push_back(root_);
   const CommandResult made = run(command);
   ASSERT_EQ(made.status, 0) << made.out << made.err;
@@ -166,7 +184,9 @@ void LaunchTest::installClock(const std::string& manifest) {
 
 void RuntimeTest::SetUp() {
   LaunchTest::SetUp();
-  if (IsSkipped() || HasFatalFailure()) return;
+  if (IsSkipped() || HasFatalFailure()) {
+    return;
+  }
   if (const auto framework = dotnet::findFramework(); !framework) {
     QUILLON_SKIP("no .NET runtime: " << framework.error().what);
   }
@@ -179,7 +199,9 @@ fs::path RuntimeTest::frameworkWithout(const std::string& file) const {
   fs::path copy = fresh("framework");
   fs::create_directory(copy);
   for (const auto& entry : fs::directory_iterator(dotnet::findFramework()->directory)) {
-    if (entry.path().filename() != file) fs::create_symlink(entry, copy / entry.path().filename());
+    if (entry.path().filename() != file) {
+      fs::create_symlink(entry, copy / entry.path().filename());
+    }
   }
   return copy;
 }

@@ -32,7 +32,9 @@ constexpr char kAllowAll[] = "default = \"allow\"\n";
 // Waits until a file holds a text, for half a minute at most.
 bool waitFor(const fs::path& file, const std::string& text) {
   for (int look = 0; look < 6000; ++look) {
-    if (contentOf(file).find(text) != std::string::npos) return true;
+    if (contentOf(file).find(text) != std::string::npos) {
+      return true;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   return false;
@@ -68,7 +70,9 @@ class Validator {
   void resume() const { kill(process_, SIGCONT); }
   // Sends the signal and returns the exit status, or 128 + signal.
   int end(int signal) {
-    if (process_ < 0) return -1;
+    if (process_ < 0) {
+      return -1;
+    }
     int status = 0;
     kill(process_, signal);
     waitpid(process_, &status, 0);
@@ -85,7 +89,9 @@ class Validation : public RuntimeTest {
  protected:
   void SetUp() override {
     RuntimeTest::SetUp();
-    if (!IsSkipped()) makeDevice();
+    if (!IsSkipped()) {
+      makeDevice();
+    }
   }
 
   CommandResult launchValidated() const {
@@ -270,13 +276,19 @@ class StuckLaunch {
  public:
   StuckLaunch(const fs::path& requestPipe, const fs::path& answerPipe, const std::string& library)
       : process_(fork()) {
-    if (process_ != 0) return;
+    if (process_ != 0) {
+      return;
+    }
     const int requests = open(requestPipe.c_str(), O_WRONLY | O_NONBLOCK);
     const bool isOpen = open(answerPipe.c_str(), O_RDWR) >= 0 && flock(requests, LOCK_EX) == 0;
     const std::string request =
         "RequestForDllValidation:" + std::to_string(getpid()) + ":" + library + "\n";
-    if (!isOpen || ::write(requests, request.data(), request.size()) < 0) _exit(1);
-    while (true) pause();
+    if (!isOpen || ::write(requests, request.data(), request.size()) < 0) {
+      _exit(1);
+    }
+    while (true) {
+      pause();
+    }
   }
   // Does not wait for the process, so its id remains in use.
   void kill() const { ::kill(process_, SIGKILL); }

@@ -80,7 +80,9 @@ TEST(Request, IsRejectedIfMalformed) {
     const std::string asRequest = RecordWriter().number(0).append(encoded).take();
     EXPECT_FALSE(ReceivedRequest::parse(messageOf(MessageKind::kLaunch, asRequest)));
     RecordWriter target;
-    for (int field = 0; field < 6; ++field) target.text("");
+    for (int field = 0; field < 6; ++field) {
+      target.text("");
+    }
     const std::string asAssignment =
         RecordWriter().number(0).append(target.bytes()).append(encoded).take();
     EXPECT_FALSE(parseAssignment(messageOf(MessageKind::kAssign, asAssignment)));
@@ -122,7 +124,9 @@ std::optional<Assignment> assign(const ReceivedRequest& request) {
 
 std::vector<std::string> ownEnvironment() {
   std::vector<std::string> all;
-  for (char** entry = environ; *entry != nullptr; ++entry) all.emplace_back(*entry);
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    all.emplace_back(*entry);
+  }
   return all;
 }
 
@@ -201,8 +205,12 @@ constexpr size_t kSecretSize = 48;
 bool containsSecret(std::string_view bytes) {
   for (size_t at = 0; at + kSecretSize <= bytes.size(); ++at) {
     size_t same = 0;
-    while (same < kSecretSize && bytes[at + same] == secretByte(same)) ++same;
-    if (same == kSecretSize) return true;
+    while (same < kSecretSize && bytes[at + same] == secretByte(same)) {
+      ++same;
+    }
+    if (same == kSecretSize) {
+      return true;
+    }
   }
   return false;
 }
@@ -216,23 +224,31 @@ bool memoryContainsSecret() {
     unsigned long end = 0;
     char access[5] = {};
     std::sscanf(line.c_str(), "%lx-%lx %4s", &first, &end, access);
-    if (std::string_view(access) != "rw-p") continue;
+    if (std::string_view(access) != "rw-p") {
+      continue;
+    }
     std::vector<char> bytes(end - first);
     const ssize_t length =
         pread(memory.get(), bytes.data(), bytes.size(), static_cast<off_t>(first));
-    if (length > 0 && containsSecret({bytes.data(), static_cast<size_t>(length)})) return true;
+    if (length > 0 && containsSecret({bytes.data(), static_cast<size_t>(length)})) {
+      return true;
+    }
   }
   return false;
 }
 
 // The process that forks workers must not keep what one application got.
 TEST(Message, LeavesNothingInMemoryAfterItsEnd) {
-  if (isSanitized()) return;  // which maps too much memory
+  if (isSanitized()) {
+    return;  // which maps too much memory
+  }
   const SocketPair pair;
   const pid_t sender = fork();
   if (sender == 0) {
     std::string secret(4 * kSecretSize, '\0');
-    for (size_t i = 0; i < secret.size(); ++i) secret[i] = secretByte(i % kSecretSize);
+    for (size_t i = 0; i < secret.size(); ++i) {
+      secret[i] = secretByte(i % kSecretSize);
+    }
     _exit(sendMessage(pair.one.get(), MessageKind::kLaunch, secret) ? 0 : 1);
   }
   {
@@ -387,7 +403,9 @@ TEST(ProcessState, DiffersFromAMalformedState) {
 
 // Otherwise two states without any value would be equal.
 TEST(ProcessState, IsEmptyWithoutProc) {
-  if (geteuid() != 0) QUILLON_SKIP("only root can change its root folder");
+  if (geteuid() != 0) {
+    QUILLON_SKIP("only root can change its root folder");
+  }
   const TemporaryDirectory empty;
   const auto child = [&] {
     _exit(chroot(empty.path().c_str()) == 0 && ownState().empty() ? 0 : 1);
@@ -433,7 +451,9 @@ class Environment : public ::testing::Test {
  protected:
   ~Environment() override {
     std::vector<std::string> all;
-    for (const auto& [name, value] : before_) all.push_back(name + "=" + value);
+    for (const auto& [name, value] : before_) {
+      all.push_back(name + "=" + value);
+    }
     replaceEnvironment(all, {});
   }
 
@@ -468,14 +488,20 @@ TEST(StdioPlaceholders, RedirectDuplicatesToo) {
   const auto child = [] {
     std::array<int, 2> pipe{};
     StdioPlaceholders placeholders;
-    if (pipe2(pipe.data(), O_CLOEXEC) != 0 || !placeholders.open()) _exit(1);
+    if (pipe2(pipe.data(), O_CLOEXEC) != 0 || !placeholders.open()) {
+      _exit(1);
+    }
     const int duplicate = dup(STDOUT_FILENO);
     placeholders.findDuplicates();
     placeholders.redirect(STDOUT_FILENO, pipe[1]);
     placeholders.redirect(STDIN_FILENO, -1);
-    if (write(duplicate, "a", 1) != 1 || write(STDOUT_FILENO, "b", 1) != 1) _exit(2);
+    if (write(duplicate, "a", 1) != 1 || write(STDOUT_FILENO, "b", 1) != 1) {
+      _exit(2);
+    }
     char bytes[2] = {};
-    if (read(pipe[0], bytes, 2) != 2 || bytes[0] != 'a' || bytes[1] != 'b') _exit(3);
+    if (read(pipe[0], bytes, 2) != 2 || bytes[0] != 'a' || bytes[1] != 'b') {
+      _exit(3);
+    }
     _exit(fcntl(STDIN_FILENO, F_GETFD) < 0 ? 0 : 4);
   };
   EXPECT_EXIT(child(), ::testing::ExitedWithCode(0), "");

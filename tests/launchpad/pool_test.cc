@@ -38,7 +38,9 @@ class Pool : public LaunchpadTest {
 
 size_t occurrences(const std::string& text, const std::string& part) {
   size_t count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
   return count;
 }
 
@@ -48,7 +50,9 @@ TEST_F(Pool, OnlyOneServesADeviceRootAndOnlyItsUser) {
       run({std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon", "launchpad", "--device", root()});
   EXPECT_EQ(second.status, kLaunchPadState);
   EXPECT_THAT(second.err, HasSubstr("serves the device root"));
-  if (geteuid() != 0) QUILLON_SKIP("only root can become another user");
+  if (geteuid() != 0) {
+    QUILLON_SKIP("only root can become another user");
+  }
   expectNoAnswerTo(65534);
   EXPECT_THAT(status(), HasSubstr("serving"));
 }
@@ -83,7 +87,9 @@ TEST_F(Pool, ALaunchIsDirectIfBothItsProcessesAreKilled) {
   start(2);
   prepareFor({"--raw", kClock});
   const auto ready = processes("ready");
-  for (const pid_t process : ready) kill(process, SIGSTOP);
+  for (const pid_t process : ready) {
+    kill(process, SIGSTOP);
+  }
   RunningLaunch direct(clock("direct"));
   for (const pid_t process : ready) {
     ASSERT_TRUE(eventually([&] {
@@ -149,8 +155,9 @@ TEST_F(Pool, IdleClientsDoNotPreventALaunch) {
   const rlimit few{128, 128};
   ASSERT_EQ(prlimit(launchpad(), RLIMIT_NOFILE, &few, nullptr), 0);
   std::vector<Descriptor> silent;
-  for (int i = 0; i < 150; ++i)
+  for (int i = 0; i < 150; ++i) {
     silent.push_back(launchpad::connectTo(launchpad::addressOf(root())));
+  }
   EXPECT_EQ(served(), 0);  // it answers
   const CommandResult ending = launch({"--raw", "--verbose", kClock});
   EXPECT_EQ(ending.status, 0);
@@ -293,12 +300,16 @@ TEST_F(Pool, AnEndedProcessLeavesNoDebuggerFiles) {
   const fs::path longer = at("/tmp/clr-debug-pipe-" + number + "0-1-in");
   const fs::path ofTest = at("/tmp/dotnet-diagnostic-" + std::to_string(getpid()) + "-1-socket");
   const fs::path others = at("/tmp/other-" + number + "-1-in");
-  for (const fs::path& file : {longer, ofTest, others}) write(file, "");
+  for (const fs::path& file : {longer, ofTest, others}) {
+    write(file, "");
+  }
   EXPECT_EQ(control("reload").status, 0);
   awaitEnd({idle});
   ASSERT_TRUE(awaitProcesses("ready", 1));
   EXPECT_EQ(left(idle), 0U);
-  for (const fs::path& file : {longer, ofTest, others}) EXPECT_TRUE(fs::exists(file)) << file;
+  for (const fs::path& file : {longer, ofTest, others}) {
+    EXPECT_TRUE(fs::exists(file)) << file;
+  }
   // The next launch pad removes what a killed one leaves.
   const pid_t orphan = processes("ready").at(0);
   killLaunchpad();
@@ -306,7 +317,9 @@ TEST_F(Pool, AnEndedProcessLeavesNoDebuggerFiles) {
   EXPECT_GT(left(orphan), 0U);
   start(1);
   EXPECT_EQ(left(orphan), 0U);
-  for (const fs::path& file : {ofTest, others}) EXPECT_TRUE(fs::exists(file)) << file;
+  for (const fs::path& file : {ofTest, others}) {
+    EXPECT_TRUE(fs::exists(file)) << file;
+  }
 }
 
 size_t descriptorsOf(pid_t process) {

@@ -19,7 +19,9 @@ class Refill : public ::testing::Test {
  protected:
   ~Refill() override {
     pools_.killAll();
-    while (!pools_.isEmpty()) reap(*pools_.all().front());
+    while (!pools_.isEmpty()) {
+      reap(*pools_.all().front());
+    }
   }
 
   // Waits for the end of a worker.

@@ -35,7 +35,9 @@ const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillo
   putenv(const_cast<char*>(kRuntimeSanitizerOptions));
   setenv("QUILLON_LOG", "none", 1);
   std::vector<char*> arguments;
-  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+  for (const std::string& word : command) {
+    arguments.push_back(const_cast<char*>(word.c_str()));
+  }
   arguments.push_back(nullptr);
   execv(arguments[0], arguments.data());
   _exit(127);
@@ -51,18 +53,24 @@ int statusOf(pid_t child) {
 
 bool isAlive(pid_t process) {
   const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
-  if (!pidfd) return errno != ESRCH;
+  if (!pidfd) {
+    return errno != ESRCH;
+  }
   pollfd ended{pidfd.get(), POLLIN, 0};
   return poll(&ended, 1, 0) == 0;
 }
 
 void LaunchpadTest::SetUp() {
   RuntimeTest::SetUp();
-  if (!IsSkipped()) makeDevice();
+  if (!IsSkipped()) {
+    makeDevice();
+  }
 }
 
 LaunchpadTest::~LaunchpadTest() {
-  if (launchpad_ > 0) killLaunchpad();
+  if (launchpad_ > 0) {
+    killLaunchpad();
+  }
 }
 
 void LaunchpadTest::start(int size, int ignored) {
@@ -72,7 +80,9 @@ void LaunchpadTest::start(int size, int ignored) {
       "none",   "--size",    std::to_string(size), "--refill-delay", "0"};
   launchpad_ = fork();
   if (launchpad_ == 0) {
-    if (ignored != 0) signal(ignored, SIG_IGN);
+    if (ignored != 0) {
+      signal(ignored, SIG_IGN);
+    }
     execute(command, fresh("launchpad-out"), fresh("launchpad-errors"));
   }
   ASSERT_TRUE(eventually([&] { return control("status").status == 0; })) << errors();
@@ -114,16 +124,22 @@ void LaunchpadTest::expectNoAnswerTo(uid_t user) const {
   const std::string address = launchpad::addressOf(root());
   const pid_t stranger = fork();
   if (stranger == 0) {
-    if (setresuid(0, 0, 0) != 0 || setuid(user) != 0) _exit(1);
+    if (setresuid(0, 0, 0) != 0 || setuid(user) != 0) {
+      _exit(1);
+    }
     // connectTo() does not trust a launch pad of another user.
-    if (launchpad::connectTo(address)) _exit(2);
+    if (launchpad::connectTo(address)) {
+      _exit(2);
+    }
     sockaddr_un name{};
     name.sun_family = AF_UNIX;
     std::memcpy(name.sun_path + 1, address.data(), address.size());
     const int socket = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
     const auto length =
         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + address.size());
-    if (connect(socket, reinterpret_cast<sockaddr*>(&name), length) != 0) _exit(3);
+    if (connect(socket, reinterpret_cast<sockaddr*>(&name), length) != 0) {
+      _exit(3);
+    }
     launchpad::sendMessage(socket, launchpad::MessageKind::kStop);
     launchpad::Message answer;
     _exit(launchpad::receiveMessage(socket, answer) == launchpad::Received::kEnd ? 0 : 4);
@@ -158,14 +174,18 @@ int LaunchpadTest::endOfLaunchpad() {
 
 RunningLaunch::RunningLaunch(const std::vector<std::string>& command) {
   pid_ = fork();
-  if (pid_ != 0) return;
+  if (pid_ != 0) {
+    return;
+  }
   std::vector<std::string> whole = {kQuillon, "launch"};
   whole.insert(whole.end(), command.begin(), command.end());
   execute(whole, output_.path() / "out", output_.path() / "err");
 }
 
 RunningLaunch::~RunningLaunch() {
-  if (pid_ < 0) return;
+  if (pid_ < 0) {
+    return;
+  }
   kill(pid_, SIGKILL);
   wait();
 }

@@ -96,7 +96,9 @@ TEST_F(SameLaunch, MakesTheCallsOfAPreparedLaunchInTheStatedOrder) {
   std::vector<std::string> expected;
   for (const host::LaunchCall call : host::kPreparedLaunchCalls) {
     const std::string name = host::nameOf(call);
-    if (name.starts_with("plugin_")) expected.push_back(name);
+    if (name.starts_with("plugin_")) {
+      expected.push_back(name);
+    }
   }
   EXPECT_EQ(tracedCalls(trace, process), expected);
 }

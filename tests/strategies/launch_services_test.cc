@@ -4,7 +4,6 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <quillon_tv_plugin.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 
 #include "plugin/src/quillon-tv-plugin/process_state.h"
 #include "tests/strategies/device_test.h"
+#include <quillon_tv_plugin.h>
 
 namespace {
 
@@ -72,7 +72,9 @@ class LaunchServices : public DeviceTest {
  protected:
   void SetUp() override {
     DeviceTest::SetUp();
-    if (IsSkipped()) return;
+    if (IsSkipped()) {
+      return;
+    }
     asked.clear();
     managedCalls.clear();
     status = 0;

@@ -1,6 +1,5 @@
 // Tests of the strategy chain for each application type, and of the exported functions with it.
 #include <gmock/gmock.h>
-#include <quillon_tv_plugin.h>
 #include <unistd.h>
 
 #include <map>
@@ -14,6 +13,7 @@
 #include "plugin/src/plugin-util/coba_directories.h"
 #include "plugin/src/quillon-tv-plugin/process_state.h"
 #include "tests/strategies/device_test.h"
+#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {
@@ -35,7 +35,9 @@ class Modes : public DeviceTest {
  protected:
   void SetUp() override {
     DeviceTest::SetUp();
-    if (IsSkipped()) return;
+    if (IsSkipped()) {
+      return;
+    }
     tvPluginMgr = nullptr;
     coBASharedDirsInApp.clear();
     unsetenv("DOTNET_SYSTEM_GLOBALIZATION_INVARIANT");

@@ -64,7 +64,9 @@ class StrategyTest : public DeviceTest {
  protected:
   void SetUp() override {
     DeviceTest::SetUp();
-    if (IsSkipped()) return;
+    if (IsSkipped()) {
+      return;
+    }
     coBASharedDirsInApp.clear();
     for (const char* assembly :
          {"netcoreapp/System.dll", "framework/Velora.dll", "framework/ref/Reference.dll",
@@ -308,7 +310,9 @@ TEST_F(AotStrategy, WithoutTheKeyTheFrameworkIsResolved) {
 std::string dpcFolders() {
   std::string list;
   for (const auto& entry : fs::directory_iterator(std::string(kRoot) + "d.pc")) {
-    if (entry.is_directory() && !entry.is_symlink()) list += ":" + entry.path().string();
+    if (entry.is_directory() && !entry.is_symlink()) {
+      list += ":" + entry.path().string();
+    }
   }
   return list;
 }

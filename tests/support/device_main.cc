@@ -47,7 +47,9 @@ int inChild(const std::function<int()>& body) {
     const int status = body();
     // The sanitizers report in exit(3). If another thread held one of their locks at the fork,
     // exit(3) would wait for that lock forever.
-    if (!hasOneThread) _exit(status);
+    if (!hasOneThread) {
+      _exit(status);
+    }
     exit(status);
   }
   int status = 0;
@@ -57,7 +59,9 @@ int inChild(const std::function<int()>& body) {
 
 int runTestsInDevice(int argc, char** argv, const TestDevice& device) {
   testing::InitGoogleMock(&argc, argv);
-  if (testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
+  if (testing::GTEST_FLAG(list_tests)) {
+    return RUN_ALL_TESTS();
+  }
   const TemporaryDirectory root(device.parent);
   return inChild([&] { return runInside(root.path(), device); });
 }

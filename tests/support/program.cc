@@ -24,9 +24,13 @@ void forgetOwnVariables() {
   std::vector<std::string> names;
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string text = *entry;
-    if (text.starts_with("QUILLON_")) names.push_back(text.substr(0, text.find('=')));
+    if (text.starts_with("QUILLON_")) {
+      names.push_back(text.substr(0, text.find('=')));
+    }
   }
-  for (const std::string& name : names) unsetenv(name.c_str());
+  for (const std::string& name : names) {
+    unsetenv(name.c_str());
+  }
 }
 
 }  // namespace
@@ -36,8 +40,12 @@ Program::~Program() {
     kill(process_, SIGKILL);
     waitpid(process_, nullptr, 0);
   }
-  if (outFd_ >= 0) close(outFd_);
-  if (errFd_ >= 0) close(errFd_);
+  if (outFd_ >= 0) {
+    close(outFd_);
+  }
+  if (errFd_ >= 0) {
+    close(errFd_);
+  }
 }
 
 Program& Program::with(const std::string& variable, const std::string& value) {
@@ -49,9 +57,13 @@ void Program::become() {
   dup2(outFd_, STDOUT_FILENO);
   dup2(errFd_, STDERR_FILENO);
   forgetOwnVariables();
-  for (const auto& [name, value] : variables_) setenv(name.c_str(), value.c_str(), 1);
+  for (const auto& [name, value] : variables_) {
+    setenv(name.c_str(), value.c_str(), 1);
+  }
   std::vector<char*> arguments;
-  for (std::string& word : command_) arguments.push_back(word.data());
+  for (std::string& word : command_) {
+    arguments.push_back(word.data());
+  }
   arguments.push_back(nullptr);
   execv(arguments[0], arguments.data());
   _exit(127);
@@ -61,16 +73,22 @@ void Program::start() {
   outFd_ = memfd_create("out", MFD_CLOEXEC);
   errFd_ = memfd_create("err", MFD_CLOEXEC);
   // Otherwise processes that write at the same time would overwrite each other's lines.
-  for (const int fd : {outFd_, errFd_}) fcntl(fd, F_SETFL, O_APPEND);
+  for (const int fd : {outFd_, errFd_}) {
+    fcntl(fd, F_SETFL, O_APPEND);
+  }
   process_ = fork();
-  if (process_ == 0) become();
+  if (process_ == 0) {
+    become();
+  }
 }
 
 bool Program::waitForOutput(const std::string& text) {
   using std::chrono::steady_clock;
   const auto end = steady_clock::now() + std::chrono::seconds(10);
   while (bytesOf(outFd_).find(text) == std::string::npos) {
-    if (steady_clock::now() > end) return false;
+    if (steady_clock::now() > end) {
+      return false;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   return true;
@@ -90,7 +108,9 @@ Finished Program::finish() {
 Finished run(const std::vector<std::string>& command,
              const std::map<std::string, std::string>& variables) {
   Program program(command);
-  for (const auto& [name, value] : variables) program.with(name, value);
+  for (const auto& [name, value] : variables) {
+    program.with(name, value);
+  }
   program.start();
   return program.finish();
 }
@@ -108,7 +128,9 @@ void writeFile(const std::string& path, const std::string& contents) {
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line);
+  }
   return lines;
 }
 

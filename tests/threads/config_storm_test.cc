@@ -41,7 +41,9 @@ void clearCachedData() { ++cleared; }
 // Fails a given number of times, then returns the function.
 int createDelegate(void*, unsigned int, const char*, const char*, const char* method,
                    void** delegate) {
-  if (std::string(method) != "ClearCachedData" || refusals-- > 0) return -1;
+  if (std::string(method) != "ClearCachedData" || refusals-- > 0) {
+    return -1;
+  }
   *delegate = reinterpret_cast<void*>(clearCachedData);
   return 0;
 }
@@ -78,7 +80,9 @@ Plugin loadPlugin() {
 bool eventually(const std::function<bool()>& condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
+    if (std::chrono::steady_clock::now() > end) {
+      return false;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   return true;
@@ -86,7 +90,9 @@ bool eventually(const std::function<bool()>& condition) {
 
 void set(int value) {
   const auto changed = workstation::setConfig(kDisclaimer, value);
-  if (!changed) _exit(1);
+  if (!changed) {
+    _exit(1);
+  }
 }
 
 // Processes that set the key to value(0), value(1), ... and exit. They are forked while this
@@ -94,10 +100,14 @@ void set(int value) {
 class Writers {
  public:
   explicit Writers(const std::function<int(int)>& value) {
-    if (pipe(gate_) != 0) throw std::runtime_error("no pipe");
+    if (pipe(gate_) != 0) {
+      throw std::runtime_error("no pipe");
+    }
     for (int process = 0; process < kProcesses; ++process) {
       processes_.push_back(fork());
-      if (processes_.back() == 0) write(process, value);
+      if (processes_.back() == 0) {
+        write(process, value);
+      }
     }
     close(gate_[0]);
   }
@@ -125,8 +135,12 @@ class Writers {
   [[noreturn]] void write(int process, const std::function<int(int)>& value) {
     char byte = 0;
     close(gate_[1]);
-    if (read(gate_[0], &byte, 1) != 0) _exit(1);
-    for (int change = process; change < kChanges; change += kProcesses) set(value(change));
+    if (read(gate_[0], &byte, 1) != 0) {
+      _exit(1);
+    }
+    for (int change = process; change < kChanges; change += kProcesses) {
+      set(value(change));
+    }
     _exit(0);
   }
   int gate_[2] = {-1, -1};

@@ -25,7 +25,9 @@ class OwnFolderTest : public ::testing::Test {
   void inOwn(const std::vector<const char*>& folders, const std::function<void()>& test) {
     int status = 0;
     const pid_t child = fork();
-    if (child == 0) runIn(folders, test);
+    if (child == 0) {
+      runIn(folders, test);
+    }
     waitpid(child, &status, 0);
     if (WIFEXITED(status) && WEXITSTATUS(status) == kNoFolder) {
       QUILLON_SKIP("a mount namespace of one's own takes root");
@@ -48,7 +50,9 @@ class OwnFolderTest : public ::testing::Test {
 
   [[noreturn]] static void runIn(const std::vector<const char*>& folders,
                                  const std::function<void()>& test) {
-    if (!take(folders)) _exit(kNoFolder);
+    if (!take(folders)) {
+      _exit(kNoFolder);
+    }
     test();
     // exit instead of _exit, because the thread sanitizer sets the exit status in exit(3).
     exit(HasFailure() ? 1 : 0);

@@ -38,7 +38,9 @@ void waitUntilRead() {
   static const int answers = open(QUILLON_DLL_ANSWER_PIPE, O_RDWR | O_CLOEXEC);
   for (int unread = 1; unread > 0;) {
     ioctl(answers, FIONREAD, &unread);
-    if (unread > 0) std::this_thread::yield();
+    if (unread > 0) {
+      std::this_thread::yield();
+    }
   }
 }
 
@@ -53,7 +55,9 @@ void answer(const char* text, void*) {
 
 bool isServed() {
   const int pipe = open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-  if (pipe >= 0) close(pipe);
+  if (pipe >= 0) {
+    close(pipe);
+  }
   return pipe >= 0;
 }
 
@@ -62,9 +66,13 @@ class ValidationThreads : public OwnFolderTest {};
 TEST_F(ValidationThreads, EachRequestHasOneAnswer) {
   ASSERT_NE(EXPORTED(plugin_validate_dll), nullptr) << dlerror();
   inOwn({"/tmp"}, [] {
-    for (const char* library : {kGood, kBad}) std::ofstream(library) << "x";
+    for (const char* library : {kGood, kBad}) {
+      std::ofstream(library) << "x";
+    }
     std::thread([] { EXPORTED(create_pipe_server)(answer); }).detach();
-    while (!isServed()) std::this_thread::yield();
+    while (!isServed()) {
+      std::this_thread::yield();
+    }
     std::atomic<int> yes = 0;
     std::atomic<int> no = 0;
     std::vector<std::thread> threads;
@@ -75,7 +83,9 @@ TEST_F(ValidationThreads, EachRequestHasOneAnswer) {
         }
       });
     }
-    for (std::thread& thread : threads) thread.join();
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
     EXPECT_EQ(yes, 3 * kRequests);
     EXPECT_EQ(no, kRequests);
   });
@@ -106,11 +116,15 @@ TEST_F(ValidationThreads, EachSignatureHasItsOwnResult) {
       threads.emplace_back([&wrong, package] {
         for (int check = 0; check < kChecks; ++check) {
           const bool allowed = EXPORTED(check_signature)(("/opt/" + package).c_str());
-          if (allowed != (package == "good")) ++wrong;
+          if (allowed != (package == "good")) {
+            ++wrong;
+          }
         }
       });
     }
-    for (std::thread& thread : threads) thread.join();
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
     EXPECT_EQ(wrong, 0);
   });
 }

@@ -1,5 +1,4 @@
 // Tests with cache files of another origin, and with folders and names that are hard to list.
-#include <device_paths.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -9,6 +8,7 @@
 
 #include "tests/support/sanitized.h"
 #include "tests/torture/device_main.h"
+#include <device_paths.h>
 
 namespace quillon::torture {
 namespace {
@@ -103,8 +103,9 @@ TEST_F(CacheBadInput, HugeCompleteFileIsUsedCompletely) {
 }
 
 TEST_F(CacheBadInput, MoreThanMemoryHoldsIsReplaced) {
-  if (isSanitized())
+  if (isSanitized()) {
     GTEST_SKIP() << "the address sanitizer reserves more memory than the limit allows";
+  }
   writeFile(cachePath(), "[START]");
   fs::resize_file(cachePath(), std::uintmax_t{2} * 1024 * 1024 * 1024);
   const Launched launched = launch([] {

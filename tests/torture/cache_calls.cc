@@ -1,10 +1,11 @@
 #include "tests/torture/cache_calls.h"
 
-#include <device_paths.h>
 #include <sys/syscall.h>
 
 #include <algorithm>
 #include <map>
+
+#include <device_paths.h>
 
 namespace quillon::torture {
 namespace {

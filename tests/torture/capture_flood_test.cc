@@ -2,13 +2,11 @@
 // in order.
 //
 // QUILLON_TORTURE_MEGABYTES  total amount in megabytes; default 8
+#include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <platform/dlog.h>
-#include <quillon_tv_plugin.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <dlfcn.h>
 #include <chrono>
 #include <cstdarg>
 #include <cstdlib>
@@ -19,6 +17,8 @@
 
 #include "tests/torture/device_main.h"
 #include "tests/torture/record_stream.h"
+#include <platform/dlog.h>
+#include <quillon_tv_plugin.h>
 
 namespace quillon::torture {
 namespace {
@@ -60,7 +60,9 @@ std::vector<std::thread> startWriters(int descriptor, std::size_t records) {
 }
 
 void await(const RecordCheck& check, std::size_t records) {
-  while (check.records() < records) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  while (check.records() < records) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 // Checks the error file of this process. Returns a description of the first error.
@@ -68,7 +70,9 @@ std::string checkErrorFile(std::size_t records) {
   RecordCheck check(false);
   const std::string prefix = "dotnet_error." + std::to_string(getpid()) + ".";
   for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
-    if (!entry.path().filename().string().starts_with(prefix)) continue;
+    if (!entry.path().filename().string().starts_with(prefix)) {
+      continue;
+    }
     std::ifstream file(entry.path());
     std::vector<char> block(1 << 20);
     while (file.read(block.data(), static_cast<std::streamsize>(block.size())), file.gcount() > 0) {
@@ -76,7 +80,9 @@ std::string checkErrorFile(std::size_t records) {
     }
     std::filesystem::remove(entry.path());
   }
-  if (!check.problem().empty()) return "error file: " + check.problem();
+  if (!check.problem().empty()) {
+    return "error file: " + check.problem();
+  }
   return check.records() == records ? "" : "error file: " + std::to_string(check.records());
 }
 
@@ -88,11 +94,17 @@ std::string flood(std::size_t outRecords, std::size_t errRecords) {
   for (std::thread& writer : startWriters(STDERR_FILENO, errRecords)) {
     writers.push_back(std::move(writer));
   }
-  for (std::thread& writer : writers) writer.join();
+  for (std::thread& writer : writers) {
+    writer.join();
+  }
   await(sink().out, outRecords * kWriters);
   await(sink().err, errRecords * kWriters);
-  if (!sink().out.problem().empty()) return "standard output: " + sink().out.problem();
-  if (!sink().err.problem().empty()) return "standard error: " + sink().err.problem();
+  if (!sink().out.problem().empty()) {
+    return "standard output: " + sink().out.problem();
+  }
+  if (!sink().err.problem().empty()) {
+    return "standard error: " + sink().err.problem();
+  }
   return errRecords == 0 ? "" : checkErrorFile(errRecords * kWriters);
 }
 
@@ -107,14 +119,18 @@ std::string floodInChild(std::size_t outBytes, std::size_t errBytes) {
   }
   int status = 0;
   waitpid(child, &status, 0);
-  if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
+  if (WIFSIGNALED(status)) {
+    return "signal " + std::to_string(WTERMSIG(status));
+  }
   return WEXITSTATUS(status) == 0 ? problem.get().value_or("no result") : "failed";
 }
 
 class CaptureFlood : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!whyOutside().empty()) QUILLON_SKIP("no device root: " << whyOutside());
+    if (!whyOutside().empty()) {
+      QUILLON_SKIP("no device root: " << whyOutside());
+    }
     sink().pause = std::chrono::microseconds(0);
   }
 };
@@ -135,7 +151,9 @@ TEST_F(CaptureFlood, OnStandardErrorWithASlowLogArrivesToo) {
 // The log of this program and of the plug-in in it. Replaces the function of the platform library.
 extern "C" int __dlog_print(int, int, const char*, const char* format, ...) {
   using quillon::torture::sink;
-  if (std::strncmp(format, "%s: %s(%d) > ", 13) != 0) return 0;
+  if (std::strncmp(format, "%s: %s(%d) > ", 13) != 0) {
+    return 0;
+  }
   va_list arguments;
   va_start(arguments, format);
   va_arg(arguments, const char*);

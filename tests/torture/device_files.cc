@@ -1,10 +1,10 @@
 #include "tests/torture/device_files.h"
 
-#include <device_paths.h>
-
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+
+#include <device_paths.h>
 
 namespace quillon::torture {
 namespace {

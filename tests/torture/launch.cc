@@ -1,7 +1,6 @@
 #include "tests/torture/launch.h"
 
 #include <dlfcn.h>
-#include <quillon_tv_plugin.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -14,6 +13,8 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
+
+#include <quillon_tv_plugin.h>
 
 namespace quillon::torture {
 namespace {

@@ -28,7 +28,9 @@ class DllValidation : public PipeTest {
  protected:
   void SetUp() override {
     PipeTest::SetUp();
-    if (!IsSkipped()) makeFile(kLibrary);
+    if (!IsSkipped()) {
+      makeFile(kLibrary);
+    }
   }
 
   static std::string requestFor(const std::string& path) {
@@ -73,7 +75,9 @@ TEST_F(DllValidation, LogLinesCarryTheRoomsName) {
   EXPECT_EQ(platform().log.back().file(), "log.h");
   bool found = false;
   for (const LogRecord& record : platform().log) {
-    if (record.message() != "Type 1 : " + std::string(kLibrary)) continue;
+    if (record.message() != "Type 1 : " + std::string(kLibrary)) {
+      continue;
+    }
     EXPECT_EQ(record.file(), "dotnet-policy-checker.cc");
     EXPECT_EQ(record.function(), "plugin_validate_dll");
     found = true;
@@ -204,7 +208,9 @@ TEST_F(DllValidation, ARequestThatCannotBeWrittenIsARefusal) {
 TEST_F(DllValidation, ALongRequestIsOneWrite) {
   makePipes();
   std::string path = "/opt/usr";
-  while (path.size() < 3900) path += "/" + std::string(200, 'a');
+  while (path.size() < 3900) {
+    path += "/" + std::string(200, 'a');
+  }
   path += "/" + std::string(4090 - path.size() - 1, 'b');
   makeFile(path);
   const OpenPipe requests(kRequestPipe);

@@ -21,12 +21,16 @@ bool modeChangesFail = false;
 }  // namespace
 
 extern "C" int mkfifo(const char* path, mode_t mode) noexcept {
-  if (pipeMaker != nullptr) return pipeMaker(path);
+  if (pipeMaker != nullptr) {
+    return pipeMaker(path);
+  }
   return static_cast<int>(syscall(SYS_mknodat, AT_FDCWD, path, S_IFIFO | mode, 0));
 }
 
 extern "C" int chmod(const char* path, mode_t mode) noexcept {
-  if (modeChangesFail) return -1;
+  if (modeChangesFail) {
+    return -1;
+  }
   return static_cast<int>(syscall(SYS_fchmodat, AT_FDCWD, path, mode));
 }
 
@@ -66,7 +70,9 @@ bool userDataWasNull = true;
 
 void onText(const char* text, void* userData) {
   userDataWasNull = userDataWasNull && userData == nullptr;
-  if (std::string(text) == kStop) throw Stop();
+  if (std::string(text) == kStop) {
+    throw Stop();
+  }
   received.add(text);
 }
 
@@ -80,7 +86,9 @@ class Server {
           } catch (const Stop&) {
           }
         }) {
-    while (!isOpen()) std::this_thread::yield();
+    while (!isOpen()) {
+      std::this_thread::yield();
+    }
   }
   ~Server() {
     {
@@ -98,7 +106,9 @@ class Server {
     const int writer = open(kRequestPipe, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     struct stat status {};
     const bool isPipe = fstat(writer, &status) == 0 && S_ISFIFO(status.st_mode);
-    if (writer >= 0) close(writer);
+    if (writer >= 0) {
+      close(writer);
+    }
     return isPipe;
   }
 
@@ -262,7 +272,9 @@ TEST_F(PipeClient, SendsTenLinesOfFiveRepetitions) {
   create_pipe_client("OK %s");
   EXPECT_EQ(openDescriptors(), before);
   std::string expected;
-  for (int line = 0; line < 10; ++line) expected += "OK %sOK %sOK %sOK %sOK %s\n";
+  for (int line = 0; line < 10; ++line) {
+    expected += "OK %sOK %sOK %sOK %sOK %s\n";
+  }
   EXPECT_EQ(answers.read(), expected);
   EXPECT_THAT(platform().lines(), ElementsAre("4 Send message : OK %s"));
 }

@@ -2,12 +2,11 @@
 // side.
 #pragma once
 
-#include <quillon_tv_plugin.h>
-
 #include <future>
 #include <string>
 
 #include "tests/strategies/device_test.h"
+#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 

@@ -38,7 +38,9 @@ class Debugger : public ZoneTest {
   pid_t launch(bool debugMode, int& life) {
     std::array<int, 2> ready{};
     std::array<int, 2> end{};
-    if (::pipe(ready.data()) != 0 || ::pipe(end.data()) != 0) return -1;
+    if (::pipe(ready.data()) != 0 || ::pipe(end.data()) != 0) {
+      return -1;
+    }
     const pid_t application = ::fork();
     if (application == 0) {
       ::close(end[1]);
@@ -67,7 +69,9 @@ class Debugger : public ZoneTest {
   std::string attachTo(bool debugMode) {
     int life = -1;
     const pid_t application = launch(debugMode, life);
-    if (application < 0) return "not launched";
+    if (application < 0) {
+      return "not launched";
+    }
     const std::string result = attach(application);
     ::close(life);
     ::waitpid(application, nullptr, 0);
@@ -78,12 +82,20 @@ class Debugger : public ZoneTest {
   int runApplication(bool debugMode, int ready, int end) {
     char byte = 0;
     const std::string zone = std::to_string(holder());
-    if (!device::enter(root_, {})) return 1;
+    if (!device::enter(root_, {})) {
+      return 1;
+    }
     becomeUndumpable();
-    if (enterZone(debugMode) != 0) return 2;
-    if (namespaceOf("self", "mnt") != namespaceOf(zone, "mnt")) return 5;
+    if (enterZone(debugMode) != 0) {
+      return 2;
+    }
+    if (namespaceOf("self", "mnt") != namespaceOf(zone, "mnt")) {
+      return 5;
+    }
     dropCapabilities();
-    if (::write(ready, "r", 1) != 1) return 3;
+    if (::write(ready, "r", 1) != 1) {
+      return 3;
+    }
     return ::read(end, &byte, 1) == 0 ? 0 : 4;
   }
 };

@@ -66,7 +66,9 @@ TEST_F(ZoneCommand, ListNamesTheProcessesInside) {
   const Outcome outcome = inDevice([&] {
     const ZoneLibrary library;
     void* context = library.getContext("appzone");
-    if (library.attachProcess(context) < 0) return 1;
+    if (library.attachProcess(context) < 0) {
+      return 1;
+    }
     // The tool must run outside the device root, so this child process does not run it.
     return library.releaseContext(&context);
   });
@@ -87,7 +89,9 @@ TEST_F(ZoneCommand, ListNamesTheProcessesInside) {
   ::close(life[0]);
   for (int time = 0; time < 500 && listed.find("inside: none") == std::string::npos; ++time) {
     listed = zone("list").output;
-    if (listed.find("inside: none") == std::string::npos) break;
+    if (listed.find("inside: none") == std::string::npos) {
+      break;
+    }
     listed.clear();
     ::usleep(10000);
   }

@@ -41,7 +41,9 @@ class ZoneKill : public ZoneTest {
   }
 
   void killHolder() {
-    if (const pid_t process = holder(); process > 0 && isOurs(process)) ::kill(process, SIGKILL);
+    if (const pid_t process = holder(); process > 0 && isOurs(process)) {
+      ::kill(process, SIGKILL);
+    }
   }
 
   // Processes whose command line names the device root.
@@ -71,8 +73,12 @@ TEST_F(ZoneKill, StopRemovesEverythingAfterAnyKill) {
   int running = 0;
   for (int round = 0; round < kRounds; ++round) {
     runAndKill("start");
-    if (round % 3 == 1) killHolder();
-    if (round % 4 == 2) runAndKill("stop");
+    if (round % 3 == 1) {
+      killHolder();
+    }
+    if (round % 4 == 2) {
+      runAndKill("stop");
+    }
     // The next commands must work after any of these kills.
     const Outcome started = zone("start appzone");
     ASSERT_TRUE(started.status == 0 || started.status == kZoneState) << started.output;
@@ -89,7 +95,9 @@ TEST_F(ZoneKill, OfSeveralStartsAtOnceOneWins) {
   std::vector<pid_t> commands;
   for (int count = 0; count < 6; ++count) {
     commands.push_back(::fork());
-    if (commands.back() == 0) ::_exit(zone("start appzone").status);
+    if (commands.back() == 0) {
+      ::_exit(zone("start appzone").status);
+    }
   }
   int started = 0;
   for (const pid_t command : commands) {

@@ -59,7 +59,9 @@ std::string logged() {
 // Returns 0 if entering the zone succeeds.
 int enter(const ZoneLibrary& library, const char* name = "appzone") {
   void* context = library.getContext(name);
-  if (context == nullptr) return 1;
+  if (context == nullptr) {
+    return 1;
+  }
   const int result = library.attachProcess(context);
   library.releaseContext(&context);
   return result < 0 || context != nullptr ? 2 : 0;
@@ -90,7 +92,9 @@ TEST_F(ZoneLibraryTest, TheDevicesFilesAreTheSameInside) {
   const Outcome outcome = inDevice([&] {
     write("/opt/usr/apps/before", "outside");
     const ZoneLibrary library;
-    if (enter(library) != 0) return 1;
+    if (enter(library) != 0) {
+      return 1;
+    }
     std::cout << read("/opt/usr/apps/before");
     write("/opt/usr/apps/after", "inside");
     return 0;
@@ -104,7 +108,9 @@ TEST_F(ZoneLibraryTest, TheWorkingDirectoryStaysWhereTheZoneHasIt) {
   const auto directoryAfter = [&](const std::string& directory) {
     return inDevice([&] {
              const ZoneLibrary library;
-             if (::chdir(directory.c_str()) != 0 || enter(library) != 0) return 1;
+             if (::chdir(directory.c_str()) != 0 || enter(library) != 0) {
+               return 1;
+             }
              std::cout << fs::current_path().string();
              return 0;
            })
@@ -125,7 +131,9 @@ TEST_F(ZoneLibraryTest, EnteringTwiceSucceeds) {
 
 // The zone of an unprivileged user is in a user namespace, which processes must share to enter it.
 TEST_F(ZoneLibraryTest, AnOrdinaryUserEntersAZoneOfTheirOwn) {
-  if (::geteuid() != 0) return;  // all other tests of this file cover it then
+  if (::geteuid() != 0) {
+    return;  // all other tests of this file cover it then
+  }
   for (const auto& entry : fs::recursive_directory_iterator(root_)) {
     ASSERT_EQ(::lchown(entry.path().c_str(), kOrdinaryUser, kOrdinaryUser), 0);
   }
@@ -138,7 +146,9 @@ TEST_F(ZoneLibraryTest, AnOrdinaryUserEntersAZoneOfTheirOwn) {
     }
     // The kernel denies access to /proc of a process that has changed its user.
     ::prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
-    if (::access(QUILLON_TOOL, X_OK) != 0) return kUnreachable;
+    if (::access(QUILLON_TOOL, X_OK) != 0) {
+      return kUnreachable;
+    }
     std::cout << zone("start appzone").output
               << std::flush;  // flushed, since children copy the buffer
     const std::string pid = std::to_string(holder());
@@ -198,9 +208,13 @@ TEST_F(ZoneLibraryTest, AZoneThatStopsAfterTheLookupIsNotEntered) {
   const Outcome outcome = inDevice([&] {
     const ZoneLibrary library;
     void* context = library.getContext("appzone");
-    if (context == nullptr) return 1;
+    if (context == nullptr) {
+      return 1;
+    }
     ::kill(process, SIGKILL);
-    if (!ends(process)) return 2;
+    if (!ends(process)) {
+      return 2;
+    }
     const std::string before = namespaces();
     std::cout << (library.attachProcess(context) < 0) << (namespaces() == before) << " "
               << logged();

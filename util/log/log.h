@@ -15,10 +15,11 @@
 // sendMessageToDlogError may be called from a signal handler.
 #pragma once
 
-#include <platform/dlog.h>
 #include <sys/types.h>
 
 #include <string>
+
+#include <platform/dlog.h>
 
 #define QUILLON_LOG_TAG "QUILLON"
 #define QUILLON_LOG_PREFIX "%s: %s(%d) > "

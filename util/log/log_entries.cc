@@ -1,13 +1,13 @@
 // The exported log functions for the tracer library that the plug-in activates.
-#include <platform/dlog.h>
-#include <platform/launch_marker.h>
-#include <quillon_tv_plugin.h>
 #include <sys/prctl.h>
 
 #include <cstring>
 
 #include "util/log/log.h"
 #include "util/malloc_text.h"
+#include <platform/dlog.h>
+#include <platform/launch_marker.h>
+#include <quillon_tv_plugin.h>
 
 namespace {
 

@@ -1,9 +1,9 @@
-#include <platform/launch_marker.h>
 #include <sys/prctl.h>
 
 #include <cstring>
 
 #include "util/log/log.h"
+#include <platform/launch_marker.h>
 
 namespace {
 

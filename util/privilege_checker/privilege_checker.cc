@@ -1,10 +1,9 @@
 #include "util/privilege_checker/privilege_checker.h"
 
-#include <platform/package_info.h>
-
 #include <cstring>
 
 #include "util/log/log.h"
+#include <platform/package_info.h>
 
 bool privilege_info_cb(const char* privilege, void* search) {
   QLOG_SCOPE();

@@ -1,10 +1,9 @@
 // Definitions of an existing path and of permission bits for this unit.
 #pragma once
 
-#include <sys/types.h>
-
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
+#include <sys/types.h>
 
 // The bits of a mode that chmod(2) sets.
 inline constexpr mode_t kPermissionBits = 07777;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+
 #include <string>
 
 // How copyDir handles an existing destination, and which attributes it copies.

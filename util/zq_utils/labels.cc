@@ -1,4 +1,3 @@
-#include <platform/smack.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +7,7 @@
 #include "util/log/log.h"
 #include "util/malloc_text.h"
 #include "util/zq_utils/files.h"
+#include <platform/smack.h>
 
 namespace {
 

@@ -24,15 +24,27 @@ static void free_twice(size_t size) {
 static void smash_stack(void) {
   char array[8];
   char* volatile bytes = array;
-  for (int i = 0; i < kPastTheEnd; ++i) bytes[i] = 'x';
+  for (int i = 0; i < kPastTheEnd; ++i) {
+    bytes[i] = 'x';
+  }
 }
 
 int sample_fault(const char* way) {
-  if (strcmp(way, "fault") == 0) write_nowhere();
-  if (strcmp(way, "abort") == 0) abort();
-  if (strcmp(way, "double-free") == 0) free_twice(kLargeBlock);
-  if (strcmp(way, "small-double-free") == 0) free_twice(kSmallBlock);
-  if (strcmp(way, "smash") == 0) smash_stack();
+  if (strcmp(way, "fault") == 0) {
+    write_nowhere();
+  }
+  if (strcmp(way, "abort") == 0) {
+    abort();
+  }
+  if (strcmp(way, "double-free") == 0) {
+    free_twice(kLargeBlock);
+  }
+  if (strcmp(way, "small-double-free") == 0) {
+    free_twice(kSmallBlock);
+  }
+  if (strcmp(way, "smash") == 0) {
+    smash_stack();
+  }
   return -1;
 }
 

@@ -35,7 +35,9 @@ void unlockInParent() { process().mutex.unlock(); }
 // The child does not have the notifier's thread, and another thread may have held the notifier's
 // lock at the fork. So the child must not use its copy.
 void forgetInChild() {
-  if (process().notifier != nullptr) process().parents = process().notifier;
+  if (process().notifier != nullptr) {
+    process().parents = process().notifier;
+  }
   process().notifier = nullptr;
   process().mutex.unlock();
 }
@@ -61,7 +63,9 @@ class SignalsBlocked {
 
 Expected<ChangeNotifier*> ChangeNotifier::start() {
   const std::lock_guard lock(process().mutex);
-  if (process().notifier != nullptr) return process().notifier;
+  if (process().notifier != nullptr) {
+    return process().notifier;
+  }
   ASSIGN_OR_RETURN(ConfigWatch watch, ConfigWatch::open());
   std::unique_ptr<ChangeNotifier> notifier(new ChangeNotifier(std::move(watch)));
   if (!notifier->launchThread()) {
@@ -104,12 +108,16 @@ bool ChangeNotifier::remove(const std::string& key, vconf_callback_fn callback) 
     return registration->key == key && registration->callback == callback;
   };
   const auto deactivate = [&](const std::shared_ptr<Registration>& registration) {
-    if (!matches(registration)) return false;
+    if (!matches(registration)) {
+      return false;
+    }
     registration->active = false;
     return true;
   };
   const bool removed = std::erase_if(registrations_, deactivate) > 0;
-  if (removed) stopWatchingUnused(folderOfKey(key));
+  if (removed) {
+    stopWatchingUnused(folderOfKey(key));
+  }
   if (std::this_thread::get_id() != thread_) {
     idle_.wait(lock, [&] { return running_ == nullptr || !matches(running_); });
   }
@@ -118,7 +126,9 @@ bool ChangeNotifier::remove(const std::string& key, vconf_callback_fn callback) 
 
 void ChangeNotifier::stopWatchingUnused(const std::string& folder) {
   for (const auto& registration : registrations_) {
-    if (folderOfKey(registration->key) == folder) return;
+    if (folderOfKey(registration->key) == folder) {
+      return;
+    }
   }
   watch_.remove(folder);
 }
@@ -128,7 +138,9 @@ void ChangeNotifier::run() {
   pthread_setname_np(pthread_self(), "Config Thread");
   for (;;) {
     const std::string_view events = watch_.wait();
-    if (events.empty()) return;  // the application closed our descriptor
+    if (events.empty()) {
+      return;  // the application closed our descriptor
+    }
     ConfigChanges changes;
     {
       const std::lock_guard lock(mutex_);
@@ -142,7 +154,9 @@ std::set<std::string> ChangeNotifier::keysConcernedBy(const ConfigChanges& chang
   const std::lock_guard lock(mutex_);
   std::set<std::string> keys;
   for (const auto& registration : registrations_) {
-    if (changes.concern(registration->key)) keys.insert(registration->key);
+    if (changes.concern(registration->key)) {
+      keys.insert(registration->key);
+    }
   }
   return keys;
 }
@@ -152,7 +166,9 @@ std::vector<std::shared_ptr<ChangeNotifier::Registration>> ChangeNotifier::regis
   const std::lock_guard lock(mutex_);
   std::vector<std::shared_ptr<Registration>> all;
   for (const auto& registration : registrations_) {
-    if (registration->key == key) all.push_back(registration);
+    if (registration->key == key) {
+      all.push_back(registration);
+    }
   }
   return all;
 }
@@ -163,16 +179,22 @@ void ChangeNotifier::deliver(const ConfigChanges& changes) {
     if (!value) {
       logFailure(value.error());
     }
-    if (!value || !*value) continue;
+    if (!value || !*value) {
+      continue;
+    }
     keynode_s node{key, **value};
-    for (const auto& registration : registrationsOf(key)) call(registration, node);
+    for (const auto& registration : registrationsOf(key)) {
+      call(registration, node);
+    }
   }
 }
 
 void ChangeNotifier::call(const std::shared_ptr<Registration>& registration, keynode_s& node) {
   {
     const std::lock_guard lock(mutex_);
-    if (!registration->active) return;
+    if (!registration->active) {
+      return;
+    }
     running_ = registration;
   }
   registration->callback(&node, registration->userData);

@@ -35,8 +35,12 @@ bool isComponent(std::string_view part) {
 bool isKey(std::string_view key) {
   for (size_t start = 0;;) {
     const size_t end = key.find('/', start);
-    if (!isComponent(key.substr(start, end - start))) return false;
-    if (end == key.npos) return true;
+    if (!isComponent(key.substr(start, end - start))) {
+      return false;
+    }
+    if (end == key.npos) {
+      return true;
+    }
     start = end + 1;
   }
 }
@@ -50,14 +54,18 @@ class Replacement {
         file_(mkostemp(path_.data(), O_CLOEXEC)),
         made_(static_cast<bool>(file_)) {}
   ~Replacement() {
-    if (made_) unlink(path_.c_str());
+    if (made_) {
+      unlink(path_.c_str());
+    }
   }
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
   // False with errno on failure.
   bool finish(std::string_view bytes) {
-    if (!write(bytes) || rename(path_.c_str(), target_.c_str()) != 0) return false;
+    if (!write(bytes) || rename(path_.c_str(), target_.c_str()) != 0) {
+      return false;
+    }
     made_ = false;
     const Descriptor folder(
         open(target_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -85,11 +93,15 @@ class Replacement {
 // Appends the file's content to `bytes`. Returns false with errno on failure.
 bool readAll(const fs::path& path, std::string& bytes) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-  if (!file) return false;
+  if (!file) {
+    return false;
+  }
   std::array<char, 4096> part;
   for (;;) {
     const ssize_t length = read(file.get(), part.data(), part.size());
-    if (length == 0) return true;
+    if (length == 0) {
+      return true;
+    }
     if (length > 0) {
       bytes.append(part.data(), static_cast<size_t>(length));
     } else if (errno != EINTR) {
@@ -101,7 +113,9 @@ bool readAll(const fs::path& path, std::string& bytes) {
 }  // namespace
 
 Expected<void> checkKey(std::string_view key) {
-  if (isKey(key)) return {};
+  if (isKey(key)) {
+    return {};
+  }
   return fail("'" + std::string(key) + "' is not a configuration key",
               "write one such as db/dotnet/velora_api_path: parts of at most 200 bytes, joined by "
               "'/', none of which is empty or begins with '.'");
@@ -124,7 +138,9 @@ std::string formatValue(const ConfigValue& value) {
 std::optional<int> parseDecimal(std::string_view text) {
   int number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  if (error != std::errc() || end != text.data() + text.size()) {
+    return std::nullopt;
+  }
   return number;
 }
 
@@ -132,10 +148,14 @@ std::optional<ConfigValue> parseValue(std::string_view bytes) {
   if (bytes.starts_with(kStringPrefix)) {
     return ConfigValue(std::string(bytes.substr(kStringPrefix.size())));
   }
-  if (!bytes.starts_with(kIntPrefix) || !bytes.ends_with('\n')) return std::nullopt;
+  if (!bytes.starts_with(kIntPrefix) || !bytes.ends_with('\n')) {
+    return std::nullopt;
+  }
   bytes.remove_prefix(kIntPrefix.size());
   bytes.remove_suffix(1);
-  if (const auto number = parseDecimal(bytes)) return ConfigValue(*number);
+  if (const auto number = parseDecimal(bytes)) {
+    return ConfigValue(*number);
+  }
   return std::nullopt;
 }
 
@@ -145,11 +165,15 @@ Expected<std::optional<ConfigValue>> readKey(const std::string& key) {
   std::string bytes;
   if (!readAll(path, bytes)) {
     // EISDIR: the key is a folder of other keys and has no value itself.
-    if (errno == ENOENT || errno == ENOTDIR || errno == EISDIR) return std::optional<ConfigValue>();
+    if (errno == ENOENT || errno == ENOTDIR || errno == EISDIR) {
+      return std::optional<ConfigValue>();
+    }
     return failAt("cannot read the configuration file", path);
   }
   auto value = parseValue(bytes);
-  if (value) return value;
+  if (value) {
+    return value;
+  }
   return fail("the configuration file '" + path.string() + "' has no valid value",
               "set the key again: quillon config set " + key + " VALUE");
 }

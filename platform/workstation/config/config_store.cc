@@ -21,10 +21,14 @@ Expected<void> watchConfig(const std::string& key,
   for (;;) {
     if (changes.concern(key)) {
       ASSIGN_OR_RETURN(const auto value, readKey(key));
-      if (value && !changed(*value)) return {};
+      if (value && !changed(*value)) {
+        return {};
+      }
     }
     const std::string_view events = watch.wait();
-    if (events.empty()) return fail("cannot wait for changes of '" + key + "'");
+    if (events.empty()) {
+      return fail("cannot wait for changes of '" + key + "'");
+    }
     changes = watch.changes(events);
   }
 }

@@ -36,7 +36,9 @@ ConfigWatch::ConfigWatch(Descriptor inotify) : inotify_(std::move(inotify)), buf
 
 Expected<ConfigWatch> ConfigWatch::open() {
   Descriptor inotify(inotify_init1(IN_CLOEXEC));
-  if (!inotify) return tl::unexpected(cannotWatch(kConfigDirectory, errno));
+  if (!inotify) {
+    return tl::unexpected(cannotWatch(kConfigDirectory, errno));
+  }
   return ConfigWatch(std::move(inotify));
 }
 
@@ -44,9 +46,13 @@ Expected<void> ConfigWatch::add(const std::string& folder) {
   const fs::path path = pathOf(folder);
   std::error_code error;
   fs::create_directories(path, error);
-  if (error) return tl::unexpected(cannotWatch(path, error.value()));
+  if (error) {
+    return tl::unexpected(cannotWatch(path, error.value()));
+  }
   const int watch = inotify_add_watch(inotify_.get(), path.c_str(), kEvents);
-  if (watch < 0) return tl::unexpected(cannotWatch(path, errno));
+  if (watch < 0) {
+    return tl::unexpected(cannotWatch(path, errno));
+  }
   folders_[watch] = folder;
   return {};
 }
@@ -54,7 +60,9 @@ Expected<void> ConfigWatch::add(const std::string& folder) {
 void ConfigWatch::remove(const std::string& folder) {
   const auto found = std::find_if(folders_.begin(), folders_.end(),
                                   [&](const auto& entry) { return entry.second == folder; });
-  if (found == folders_.end()) return;
+  if (found == folders_.end()) {
+    return;
+  }
   inotify_rm_watch(inotify_.get(), found->first);
   folders_.erase(found);
 }

@@ -22,31 +22,45 @@ int failed(const Failure& failure) {
 }  // namespace
 
 char* vconf_get_str(const char* key) {
-  if (key == nullptr) return nullptr;
+  if (key == nullptr) {
+    return nullptr;
+  }
   const auto value = readKey(key);
-  if (!value) failed(value.error());
-  if (!value || !*value) return nullptr;
+  if (!value) {
+    failed(value.error());
+  }
+  if (!value || !*value) {
+    return nullptr;
+  }
   // A number is not converted to text: each key has a fixed type.
   const auto* text = std::get_if<std::string>(&**value);
   return text == nullptr ? nullptr : strdup(text->c_str());
 }
 
 int vconf_notify_key_changed(const char* key, vconf_callback_fn cb, void* user_data) {
-  if (key == nullptr || cb == nullptr) return -EINVAL;
+  if (key == nullptr || cb == nullptr) {
+    return -EINVAL;
+  }
   const auto notifier = ChangeNotifier::start();
-  if (!notifier) return failed(notifier.error());
+  if (!notifier) {
+    return failed(notifier.error());
+  }
   const auto added = (*notifier)->add(key, cb, user_data);
   return added ? 0 : failed(added.error());
 }
 
 int vconf_ignore_key_changed(const char* key, vconf_callback_fn cb) {
-  if (key == nullptr || cb == nullptr) return -EINVAL;
+  if (key == nullptr || cb == nullptr) {
+    return -EINVAL;
+  }
   ChangeNotifier* notifier = ChangeNotifier::started();
   return notifier != nullptr && notifier->remove(key, cb) ? 0 : -ENOENT;
 }
 
 int vconf_keynode_get_int(const keynode_t* node) {
-  if (node == nullptr) return 0;
+  if (node == nullptr) {
+    return 0;
+  }
   const int* number = std::get_if<int>(&node->value);
   return number == nullptr ? 0 : *number;
 }

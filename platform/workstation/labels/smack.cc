@@ -34,9 +34,13 @@ int invalid() {
 template <typename Set>
 int setLabel(Set set, const char* path, const char* label, smack_label_type type) {
   const char* attribute = attributeOf(type);
-  if (path == nullptr || label == nullptr || attribute == nullptr) return invalid();
+  if (path == nullptr || label == nullptr || attribute == nullptr) {
+    return invalid();
+  }
   const size_t length = std::strlen(label);
-  if (length == 0 || length > kMaxLabelLength) return invalid();
+  if (length == 0 || length > kMaxLabelLength) {
+    return invalid();
+  }
   return set(path, attribute, label, length, 0);
 }
 
@@ -45,11 +49,15 @@ int noLabelOrError() { return errno == ENODATA || errno == ENOTSUP ? 0 : -1; }
 template <typename Get>
 int getLabel(Get get, const char* path, char** label, smack_label_type type) {
   const char* attribute = attributeOf(type);
-  if (path == nullptr || label == nullptr || attribute == nullptr) return invalid();
+  if (path == nullptr || label == nullptr || attribute == nullptr) {
+    return invalid();
+  }
   *label = nullptr;
   std::array<char, kMaxLabelLength + 1> value{};
   const ssize_t length = get(path, attribute, value.data(), kMaxLabelLength);
-  if (length < 0) return noLabelOrError();
+  if (length < 0) {
+    return noLabelOrError();
+  }
   *label = strndup(value.data(), static_cast<size_t>(length));
   return *label == nullptr ? -1 : 0;
 }

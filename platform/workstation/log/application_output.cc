@@ -13,7 +13,9 @@ constexpr std::string_view kFunction = "stdOutRedirect";
 }  // namespace
 
 bool isApplicationOutput(const char* format, va_list arguments) {
-  if (!std::string_view(format).starts_with(kPrefix)) return false;
+  if (!std::string_view(format).starts_with(kPrefix)) {
+    return false;
+  }
   const char* const file = va_arg(arguments, const char*);
   const char* const function = va_arg(arguments, const char*);
   return file != nullptr && function != nullptr && file == kFile && function == kFunction;

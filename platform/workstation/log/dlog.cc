@@ -36,11 +36,15 @@ void warn(const std::string& problem) { writeAll(STDERR_FILENO, "quillon: " + pr
 Log openLog() {
   LogSettings settings =
       parseLogSettings(std::getenv("QUILLON_LOG"), std::getenv("QUILLON_LOG_LEVEL"));
-  for (const std::string& problem : settings.problems) warn(problem);
+  for (const std::string& problem : settings.problems) {
+    warn(problem);
+  }
   std::string problem;
   Log log{settings.target, settings.level, settings.applicationOutput,
           openLogSink(settings, problem)};
-  if (problem.empty() || settings.target == LogTarget::kTerminal) return log;
+  if (problem.empty() || settings.target == LogTarget::kTerminal) {
+    return log;
+  }
   warn(problem);
   settings = parseLogSettings(nullptr, nullptr);
   return Log{settings.target, settings.level, settings.applicationOutput,
@@ -68,7 +72,9 @@ constexpr std::array<std::pair<LogTarget, const char*>, 5> kTargetNames = {{
 
 std::optional<LogTarget> targetNamed(const std::string& name) {
   for (const auto& [target, known] : kTargetNames) {
-    if (name == known) return target;
+    if (name == known) {
+      return target;
+    }
   }
   return std::nullopt;
 }
@@ -118,13 +124,17 @@ int64_t nowUs() {
 // Whether the sink gets a record. Decided before the record is formatted.
 [[gnu::format(printf, 2, 0)]] bool isWritten(int priority, const char* format, va_list arguments) {
   const Log& log = theLog();
-  if (log.sink == nullptr) return false;
+  if (log.sink == nullptr) {
+    return false;
+  }
   return priority >= log.level || (log.applicationOutput && isApplicationOutput(format, arguments));
 }
 
 void write(int id, int priority, const char* tag, const std::string& text) {
   const Log& log = theLog();
-  if (log.sink == nullptr) return;  // the log was replaced after isWritten()
+  if (log.sink == nullptr) {
+    return;  // the log was replaced after isWritten()
+  }
   log.sink->write({nowUs(), getpid(), gettid(), id, priority, tag == nullptr ? "" : tag, text});
 }
 
@@ -134,16 +144,22 @@ LogConfig currentLog() {
   const Log& log = theLog();
   LogConfig config{{}, log.level, log.applicationOutput, descriptorOf(log)};
   for (const auto& [target, name] : kTargetNames) {
-    if (target == log.target) config.target = name;
+    if (target == log.target) {
+      config.target = name;
+    }
   }
-  if (log.sink == nullptr) config.target = "none";
+  if (log.sink == nullptr) {
+    config.target = "none";
+  }
   return config;
 }
 
 bool useLog(const LogConfig& config) {
   Descriptor fd(config.descriptor);
   const auto target = targetNamed(config.target);
-  if (!target || (needsDescriptor(*target) && !fd)) return false;
+  if (!target || (needsDescriptor(*target) && !fd)) {
+    return false;
+  }
   auto next = std::make_unique<Log>();
   next->target = *target;
   next->level = config.level;
@@ -164,18 +180,26 @@ bool useLog(const LogConfig& config) {
 
 int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
   namespace workstation = quillon::workstation;
-  if (fmt == nullptr) return -1;
+  if (fmt == nullptr) {
+    return -1;
+  }
   va_list arguments;
   va_start(arguments, fmt);
   const bool isWritten = workstation::isWritten(prio, fmt, arguments);
   va_end(arguments);
-  if (!isWritten && prio < DLOG_ERROR) return 0;
+  if (!isWritten && prio < DLOG_ERROR) {
+    return 0;
+  }
   const int callersErrno = errno;
   va_start(arguments, fmt);
   const auto text = workstation::formatted(fmt, arguments);
   va_end(arguments);
-  if (text && prio >= DLOG_ERROR) workstation::keepError(*text);
-  if (text && isWritten) workstation::write(log_id, prio, tag, *text);
+  if (text && prio >= DLOG_ERROR) {
+    workstation::keepError(*text);
+  }
+  if (text && isWritten) {
+    workstation::write(log_id, prio, tag, *text);
+  }
   errno = callersErrno;
   return text ? static_cast<int>(text->size()) : -1;
 }

@@ -50,7 +50,9 @@ void keepError(std::string_view text) {
   LastErrors& last = lastErrors();
   const std::lock_guard lock(last.mutex);
   last.messages.push_back(std::move(message));
-  if (last.messages.size() > kMaxMessages) last.messages.pop_front();
+  if (last.messages.size() > kMaxMessages) {
+    last.messages.pop_front();
+  }
 }
 
 std::vector<std::string> lastErrorMessages() {

@@ -67,7 +67,9 @@ std::string withoutColours(std::string_view text) {
     const size_t end = start == text.npos
                            ? text.npos
                            : text.find_first_not_of("0123456789;", start + kOpen.size());
-    if (end == text.npos) break;
+    if (end == text.npos) {
+      break;
+    }
     const bool colour = text[end] == 'm';
     plain += text.substr(0, colour ? start : end);
     text.remove_prefix(colour ? end + 1 : end);
@@ -77,7 +79,9 @@ std::string withoutColours(std::string_view text) {
 }
 
 std::string_view withoutLineBreak(std::string_view text) {
-  if (text.ends_with('\n')) text.remove_suffix(1);
+  if (text.ends_with('\n')) {
+    text.remove_suffix(1);
+  }
   return text;
 }
 

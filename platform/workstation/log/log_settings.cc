@@ -27,17 +27,29 @@ std::optional<Target> targetWithPath(std::string_view value) {
 }
 
 std::optional<Target> parseTarget(std::string_view value) {
-  if (value == "terminal") return Target{LogTarget::kTerminal, {}};
-  if (value == "journal") return Target{LogTarget::kJournal, {}};
-  if (value == "none") return Target{LogTarget::kNone, {}};
+  if (value == "terminal") {
+    return Target{LogTarget::kTerminal, {}};
+  }
+  if (value == "journal") {
+    return Target{LogTarget::kJournal, {}};
+  }
+  if (value == "none") {
+    return Target{LogTarget::kNone, {}};
+  }
   return targetWithPath(value);
 }
 
 std::optional<int> parseLevel(std::string_view value) {
   // "debug" is the lowest level. It includes lower priorities too.
-  if (value == "debug") return 0;
-  if (value == "info") return DLOG_INFO;
-  if (value == "error") return DLOG_ERROR;
+  if (value == "debug") {
+    return 0;
+  }
+  if (value == "info") {
+    return DLOG_INFO;
+  }
+  if (value == "error") {
+    return DLOG_ERROR;
+  }
   return std::nullopt;
 }
 

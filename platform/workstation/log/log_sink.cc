@@ -53,9 +53,15 @@ class FileSink : public LogSink {
 
 // Maps the platform's priority to the journal's, see syslog(3).
 int journalPriority(int priority) {
-  if (priority <= DLOG_DEBUG) return 7;
-  if (priority == DLOG_INFO) return 6;
-  if (priority < DLOG_ERROR) return 4;
+  if (priority <= DLOG_DEBUG) {
+    return 7;
+  }
+  if (priority == DLOG_INFO) {
+    return 6;
+  }
+  if (priority < DLOG_ERROR) {
+    return 4;
+  }
   return priority == DLOG_ERROR ? 3 : 2;
 }
 
@@ -66,7 +72,9 @@ constexpr const char* kJournalLibrary = "libsystemd.so.0";
 
 SendToJournal* loadJournal() {
   void* const library = dlopen(kJournalLibrary, RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) return nullptr;
+  if (library == nullptr) {
+    return nullptr;
+  }
   return reinterpret_cast<SendToJournal*>(dlsym(library, "sd_journal_sendv"));
 }
 
@@ -83,7 +91,9 @@ class JournalSink : public LogSink {
         "QUILLON_LOG_ID=" + std::to_string(record.id),
     };
     std::array<iovec, fields.size()> parts{};
-    for (size_t i = 0; i < fields.size(); ++i) parts[i] = {fields[i].data(), fields[i].size()};
+    for (size_t i = 0; i < fields.size(); ++i) {
+      parts[i] = {fields[i].data(), fields[i].size()};
+    }
     send_(parts.data(), static_cast<int>(parts.size()));
   }
 
@@ -99,8 +109,12 @@ Descriptor raised(Descriptor low) {
 
 std::unique_ptr<LogSink> openTerminal(std::string& problem) {
   Descriptor fd(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstLogDescriptor));
-  if (!fd) fd = Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-  if (fd) return logSinkOn(LogTarget::kTerminal, fd.release());
+  if (!fd) {
+    fd = Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  }
+  if (fd) {
+    return logSinkOn(LogTarget::kTerminal, fd.release());
+  }
   problem = std::string("standard error is closed: ") + std::strerror(errno);
   return nullptr;
 }
@@ -123,7 +137,9 @@ std::unique_ptr<LogSink> openJournal(std::string& problem) {
               "; going on with errors on the terminal";
     return nullptr;
   }
-  if (SendToJournal* const send = loadJournal()) return std::make_unique<JournalSink>(send);
+  if (SendToJournal* const send = loadJournal()) {
+    return std::make_unique<JournalSink>(send);
+  }
   problem = std::string("QUILLON_LOG=journal: cannot load ") + kJournalLibrary +
             "; install it; going on with errors on the terminal";
   return nullptr;

@@ -48,65 +48,95 @@ bool matches(const app_info_metadata_filter_s& filter, const FoundApplication& a
 }  // namespace
 
 int app_info_create(const char* app_id, app_info_h* handle) {
-  if (handle == nullptr) return kInvalidArgument;
+  if (handle == nullptr) {
+    return kInvalidArgument;
+  }
   auto info = std::make_unique<app_info_s>();
   const int result = findApplication(app_id, info->found);
-  if (result == kOk) *handle = info.release();
+  if (result == kOk) {
+    *handle = info.release();
+  }
   return result;
 }
 
 int app_info_destroy(app_info_h handle) {
-  if (handle == nullptr) return kInvalidArgument;
+  if (handle == nullptr) {
+    return kInvalidArgument;
+  }
   delete handle;
   return kOk;
 }
 
 int app_info_get_package(app_info_h handle, char** package) {
-  if (handle == nullptr || package == nullptr) return kInvalidArgument;
+  if (handle == nullptr || package == nullptr) {
+    return kInvalidArgument;
+  }
   char* copy = strdup(handle->found.packageId.c_str());
-  if (copy == nullptr) return kNoMemory;
+  if (copy == nullptr) {
+    return kNoMemory;
+  }
   *package = copy;
   return kOk;
 }
 
 int app_info_foreach_metadata(app_info_h handle, app_info_metadata_cb cb, void* user_data) {
-  if (handle == nullptr || cb == nullptr) return kInvalidArgument;
+  if (handle == nullptr || cb == nullptr) {
+    return kInvalidArgument;
+  }
   for (const auto& [key, value] : handle->found.application.metadata) {
-    if (!cb(key.c_str(), value.c_str(), user_data)) break;
+    if (!cb(key.c_str(), value.c_str(), user_data)) {
+      break;
+    }
   }
   return kOk;
 }
 
 int app_info_metadata_filter_create(app_info_metadata_filter_h* handle) {
-  if (handle == nullptr) return kInvalidArgument;
+  if (handle == nullptr) {
+    return kInvalidArgument;
+  }
   *handle = new app_info_metadata_filter_s;
   return kOk;
 }
 
 int app_info_metadata_filter_destroy(app_info_metadata_filter_h handle) {
-  if (handle == nullptr) return kInvalidArgument;
+  if (handle == nullptr) {
+    return kInvalidArgument;
+  }
   delete handle;
   return kOk;
 }
 
 int app_info_metadata_filter_add(app_info_metadata_filter_h handle, const char* key,
                                  const char* value) {
-  if (handle == nullptr || key == nullptr) return kInvalidArgument;
+  if (handle == nullptr || key == nullptr) {
+    return kInvalidArgument;
+  }
   Condition condition{key, std::nullopt};
-  if (value != nullptr) condition.value = value;
+  if (value != nullptr) {
+    condition.value = value;
+  }
   handle->conditions.push_back(std::move(condition));
   return kOk;
 }
 
 int app_info_metadata_filter_foreach(app_info_metadata_filter_h handle, app_info_filter_cb cb,
                                      void* user_data) {
-  if (handle == nullptr || cb == nullptr) return kInvalidArgument;
+  if (handle == nullptr || cb == nullptr) {
+    return kInvalidArgument;
+  }
   std::vector<FoundApplication> all;
-  if (const int result = findAllApplications(all); result != kOk) return result;
+  if (const int result = findAllApplications(all); result != kOk) {
+    return result;
+  }
   for (FoundApplication& found : all) {
-    if (!matches(*handle, found)) continue;
+    if (!matches(*handle, found)) {
+      continue;
+    }
     app_info_s info{std::move(found)};
-    if (!cb(&info, user_data)) break;
+    if (!cb(&info, user_data)) {
+      break;
+    }
   }
   return kOk;
 }

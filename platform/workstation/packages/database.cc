@@ -29,9 +29,13 @@ Expected<Database> Database::open(const std::string& path, bool writable) {
   const int result =
       sqlite3_open_v2(path.c_str(), &connection, flags | SQLITE_OPEN_NOMUTEX, nullptr);
   database.connection_.reset(connection);
-  if (result != SQLITE_OK) return tl::unexpected(database.failure());
+  if (result != SQLITE_OK) {
+    return tl::unexpected(database.failure());
+  }
   sqlite3_busy_timeout(connection, kLockWaitMs);
-  if (!writable) return database;
+  if (!writable) {
+    return database;
+  }
   RETURN_IF_FAILED(database.run("PRAGMA foreign_keys = ON"));
   return database;
 }
@@ -39,7 +43,9 @@ Expected<Database> Database::open(const std::string& path, bool writable) {
 bool Database::isInTransaction() const { return sqlite3_get_autocommit(get()) == 0; }
 
 Expected<void> Database::run(const char* sql) {
-  if (sqlite3_exec(get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK) return {};
+  if (sqlite3_exec(get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK) {
+    return {};
+  }
   return tl::unexpected(failure());
 }
 
@@ -60,26 +66,34 @@ Statement::Statement(const Database& database, const char* sql) : database_(data
 }
 
 void Statement::check(int result) {
-  if (failed_ || result == SQLITE_OK || result == SQLITE_ROW || result == SQLITE_DONE) return;
+  if (failed_ || result == SQLITE_OK || result == SQLITE_ROW || result == SQLITE_DONE) {
+    return;
+  }
   failed_ = true;
   failure_ = database_.failure();
 }
 
 Statement& Statement::bind(const std::string& text) {
-  if (failed_) return *this;
+  if (failed_) {
+    return *this;
+  }
   check(sqlite3_bind_text(statement_.get(), ++parameter_, text.data(),
                           static_cast<int>(text.size()), SQLITE_TRANSIENT));
   return *this;
 }
 
 Statement& Statement::bind(int64_t number) {
-  if (failed_) return *this;
+  if (failed_) {
+    return *this;
+  }
   check(sqlite3_bind_int64(statement_.get(), ++parameter_, number));
   return *this;
 }
 
 bool Statement::step() {
-  if (failed_) return false;
+  if (failed_) {
+    return false;
+  }
   const int result = sqlite3_step(statement_.get());
   check(result);
   return result == SQLITE_ROW;
@@ -99,12 +113,16 @@ Expected<void> Statement::finish() {
   while (step()) {
   }
   sqlite3_reset(statement_.get());
-  if (failed_) return tl::unexpected(failure_);
+  if (failed_) {
+    return tl::unexpected(failure_);
+  }
   return {};
 }
 
 Transaction::~Transaction() {
-  if (open_) sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  if (open_) {
+    sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  }
 }
 
 Expected<void> Transaction::begin() {
@@ -115,7 +133,9 @@ Expected<void> Transaction::begin() {
 
 Expected<void> Transaction::commit() {
   auto committed = database_.run("COMMIT");
-  if (committed) open_ = false;
+  if (committed) {
+    open_ = false;
+  }
   return committed;
 }
 

@@ -70,7 +70,9 @@ bool undo(const LogEntry& entry) {
 }
 
 Expected<void> recover(Registry& registry, const LogEntry& entry) {
-  if (!undo(entry)) return failAt("cannot restore the folder", entry.root);
+  if (!undo(entry)) {
+    return failAt("cannot restore the folder", entry.root);
+  }
   std::error_code error;
   fs::remove_all(entry.temporary, error);
   if (error) {
@@ -86,9 +88,13 @@ Expected<void> recover(Registry& registry, const LogEntry& entry) {
 Expected<InstallLock> InstallLock::acquire() {
   constexpr mode_t kMode = 0644;
   Descriptor file(open(kRegistryLockPath, O_RDWR | O_CREAT | O_CLOEXEC, kMode));
-  if (!file) return failAt("cannot open the lock", kRegistryLockPath);
+  if (!file) {
+    return failAt("cannot open the lock", kRegistryLockPath);
+  }
   while (flock(file.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) return failAt("cannot take the lock", kRegistryLockPath);
+    if (errno != EINTR) {
+      return failAt("cannot take the lock", kRegistryLockPath);
+    }
   }
   return InstallLock(std::move(file));
 }
@@ -114,7 +120,9 @@ Expected<fs::path> FolderChange::stage() {
   fs::create_directories(root_.parent_path(), error);
   constexpr mode_t kMode = 0755;
   if (error || mkdir(temporary_.c_str(), kMode) != 0) {
-    if (error) errno = error.value();
+    if (error) {
+      errno = error.value();
+    }
     return failAt("cannot make the folder", temporary_);
   }
   return temporary_;
@@ -125,7 +133,9 @@ Expected<void> FolderChange::replace() {
   const bool replaced = inodeOf(root_) != 0 ? exchange(temporary_, root_)
                                             : renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD,
                                                         root_.c_str(), RENAME_NOREPLACE) == 0;
-  if (replaced) return {};
+  if (replaced) {
+    return {};
+  }
   const bool unsupported = errno == EINVAL || errno == ENOSYS;
   return failAt(
       "cannot replace the folder", root_,
@@ -134,7 +144,9 @@ Expected<void> FolderChange::replace() {
 
 Expected<void> FolderChange::remove() {
   RETURN_IF_FAILED(log(temporary_, kRemove, 0));
-  if (rename(root_.c_str(), temporary_.c_str()) == 0 || errno == ENOENT) return {};
+  if (rename(root_.c_str(), temporary_.c_str()) == 0 || errno == ENOENT) {
+    return {};
+  }
   return failAt("cannot move the folder", root_);
 }
 

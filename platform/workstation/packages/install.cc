@@ -47,7 +47,9 @@ Expected<void> checkRoots(const Package& other, const Package& package) {
 }
 
 Expected<void> checkApplications(const Package& other, const Package& package) {
-  if (other.owner != package.owner || other.id == package.id) return {};
+  if (other.owner != package.owner || other.id == package.id) {
+    return {};
+  }
   for (const Application& application : package.applications) {
     const auto sameId = [&](const Application& there) { return there.id == application.id; };
     if (std::any_of(other.applications.begin(), other.applications.end(), sameId)) {
@@ -63,8 +65,12 @@ Expected<void> checkApplications(const Package& other, const Package& package) {
 Expected<void> checkRootIsFree(const fs::path& root) {
   std::error_code error;
   const auto status = fs::symlink_status(root, error);
-  if (status.type() == fs::file_type::not_found) return {};
-  if (fs::is_directory(status) && fs::is_empty(root, error) && !error) return {};
+  if (status.type() == fs::file_type::not_found) {
+    return {};
+  }
+  if (fs::is_directory(status) && fs::is_empty(root, error) && !error) {
+    return {};
+  }
   return fail("'" + root.string() + "' exists already and belongs to no package",
               "move it away or choose another 'package.root'");
 }
@@ -91,7 +97,9 @@ Expected<void> copyFiles(const fs::path& from, const fs::path& to) {
                 "choose another 'package.root' or 'package.files'");
   }
   fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks, error);
-  if (!error) return {};
+  if (!error) {
+    return {};
+  }
   return fail("cannot copy '" + from.string() + "' to '" + to.string() + "': " + error.message(),
               "check that the files are readable and that the device root has space");
 }
@@ -143,7 +151,9 @@ Expected<Package> installPackage(const std::string& manifestPath, uid_t owner) {
 Expected<std::vector<std::string>> foldersOfManifest(const std::string& manifestPath) {
   ASSIGN_OR_RETURN(const Manifest manifest, readManifest(manifestPath));
   std::vector<std::string> folders = {fs::absolute(manifestPath).parent_path().string()};
-  if (manifest.files) folders.push_back(manifest.files->string());
+  if (manifest.files) {
+    folders.push_back(manifest.files->string());
+  }
   return folders;
 }
 
@@ -151,7 +161,9 @@ Expected<bool> removePackage(const std::string& packageId, uid_t owner) {
   ASSIGN_OR_RETURN(InstallSession session, beginInstallSession());
   Registry& registry = session.registry;
   ASSIGN_OR_RETURN(const auto package, registry.package(packageId, owner));
-  if (!package) return false;
+  if (!package) {
+    return false;
+  }
   FolderChange change(registry, package->rootPath);
   RETURN_IF_FAILED(change.remove());
   RETURN_IF_FAILED(commit(registry, change, [&] { return registry.erase(packageId, owner); }));
@@ -165,7 +177,9 @@ Expected<std::vector<Package>> listPackages() {
 
 std::string registryFingerprint() {
   struct stat status {};
-  if (stat(kRegistryPath, &status) != 0) return "none";
+  if (stat(kRegistryPath, &status) != 0) {
+    return "none";
+  }
   return std::to_string(status.st_ino) + ":" + std::to_string(status.st_size) + ":" +
          std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec);
 }

@@ -23,7 +23,9 @@ std::string applicationKey(const std::string& appId, uid_t user) {
 }
 
 void store(const Version& version, const std::string& key, const Found& found) {
-  if (version && found) LookupCache::store(*version, key, *found);
+  if (version && found) {
+    LookupCache::store(*version, key, *found);
+  }
 }
 
 // Returns the cache entry or, if there is none, the result of `query` on the registry, which is at
@@ -32,7 +34,9 @@ Found findOrQuery(const std::string& key,
                   const std::function<Found(Registry&, const Version&)>& query) {
   const Version version = LookupCache::currentVersion();
   if (version) {
-    if (auto known = LookupCache::find(*version, key)) return std::move(*known);
+    if (auto known = LookupCache::find(*version, key)) {
+      return std::move(*known);
+    }
   }
   ASSIGN_OR_RETURN(Registry registry, Registry::openForReading());
   Found found = query(registry, version);
@@ -70,14 +74,20 @@ void cachePackages() {
   const uid_t user = geteuid();
   const Version version = LookupCache::currentVersion();
   auto registry = Registry::openForReading();
-  if (!version || !registry) return;
+  if (!version || !registry) {
+    return;
+  }
   const auto packages = registry->packagesVisibleTo(user);
-  if (!packages) return;
+  if (!packages) {
+    return;
+  }
   std::set<std::string> known;
   for (const Package& package : *packages) {
     LookupCache::store(*version, packageKey(package.id, user), package);
     for (const Application& application : package.applications) {
-      if (!known.insert(application.id).second) continue;
+      if (!known.insert(application.id).second) {
+        continue;
+      }
       LookupCache::store(*version, applicationKey(application.id, user), package);
     }
   }

@@ -46,7 +46,9 @@ bool isSettled(const struct stat& file) {
 
 std::optional<LookupCache::FileVersion> LookupCache::currentVersion() {
   FileVersion version{};
-  if (stat(kRegistryPath, &version.file) != 0) return std::nullopt;
+  if (stat(kRegistryPath, &version.file) != 0) {
+    return std::nullopt;
+  }
   version.settled = isSettled(version.file);
   return version;
 }
@@ -54,15 +56,21 @@ std::optional<LookupCache::FileVersion> LookupCache::currentVersion() {
 std::optional<LookupCache::Entry> LookupCache::find(const FileVersion& version,
                                                     const std::string& key) {
   const std::unique_lock lock(cache().mutex, std::try_to_lock);
-  if (!lock || !version.settled || !isSame(version.file, cache().file)) return std::nullopt;
+  if (!lock || !version.settled || !isSame(version.file, cache().file)) {
+    return std::nullopt;
+  }
   const auto found = cache().entries.find(key);
-  if (found == cache().entries.end()) return std::nullopt;
+  if (found == cache().entries.end()) {
+    return std::nullopt;
+  }
   return found->second;
 }
 
 void LookupCache::store(const FileVersion& version, const std::string& key, const Entry& entry) {
   const std::unique_lock lock(cache().mutex, std::try_to_lock);
-  if (!lock || !version.settled) return;
+  if (!lock || !version.settled) {
+    return;
+  }
   if (!isSame(version.file, cache().file) || cache().entries.size() >= kMaxEntries) {
     cache().entries.clear();
     cache().file = version.file;

@@ -31,7 +31,9 @@ std::vector<std::string> privileges(ManifestReader& reader, const toml::table& t
   constexpr const char* kRemedy = "write a list of strings such as [\"/privilege/internet\"]";
   std::vector<std::string> all;
   const toml::node* node = table.get("privileges");
-  if (node == nullptr) return all;
+  if (node == nullptr) {
+    return all;
+  }
   const toml::array* list = node->as_array();
   if (list == nullptr) {
     reader.mistake(*node, kKey, "is not a list", kRemedy);
@@ -55,7 +57,9 @@ using Metadata = std::vector<std::pair<std::string, std::string>>;
 // toml++ sorts tables by key; this restores the order of the file.
 std::vector<std::pair<std::string, const toml::node*>> inFileOrder(const toml::table& table) {
   std::vector<std::pair<std::string, const toml::node*>> entries;
-  for (const auto& [key, node] : table) entries.emplace_back(key.str(), &node);
+  for (const auto& [key, node] : table) {
+    entries.emplace_back(key.str(), &node);
+  }
   const auto place = [](const auto& entry) {
     const toml::source_position& begin = entry.second->source().begin;
     return std::pair(begin.line, begin.column);
@@ -71,15 +75,23 @@ Metadata metadata(ManifestReader& reader, const toml::table& table) {
       "write a table of strings such as { \"/velora/metadata/name\" = \"value\" }";
   Metadata all;
   const toml::node* node = table.get("metadata");
-  if (node == nullptr) return all;
-  if (!node->is_table()) reader.mistake(*node, kKey, "is not a table", kRemedy);
-  if (!node->is_table()) return all;
+  if (node == nullptr) {
+    return all;
+  }
+  if (!node->is_table()) {
+    reader.mistake(*node, kKey, "is not a table", kRemedy);
+  }
+  if (!node->is_table()) {
+    return all;
+  }
   for (const auto& [key, item] : inFileOrder(*node->as_table())) {
     if (const std::string wrong = wrongWithText(key); !wrong.empty()) {
       reader.mistake(*item, kKey, "has a key that " + wrong, kRemedy);
     }
     const auto value = item->value_exact<std::string>();
-    if (!value) reader.mistake(*item, dotted(kKey, key), "is not a string", kRemedy);
+    if (!value) {
+      reader.mistake(*item, dotted(kKey, key), "is not a string", kRemedy);
+    }
     all.emplace_back(withNamespace(QUILLON_METADATA_NAMESPACE, key), value.value_or(""));
   }
   return all;
@@ -119,14 +131,18 @@ void addApplication(ManifestReader& reader, const toml::table& table, Package& p
 
 void readApplications(ManifestReader& reader, const toml::table& document, Package& package) {
   const toml::node* node = document.get("application");
-  if (node == nullptr) return;
+  if (node == nullptr) {
+    return;
+  }
   const toml::array* list = node->as_array();
   if (list == nullptr || !list->is_homogeneous(toml::node_type::table)) {
     reader.mistake(*node, "application", "is not a list of tables",
                    "write [[application]], with two brackets, before each application");
     return;
   }
-  for (const toml::node& item : *list) addApplication(reader, *item.as_table(), package);
+  for (const toml::node& item : *list) {
+    addApplication(reader, *item.as_table(), package);
+  }
 }
 
 std::string wrongWithFiles(const fs::path& folder) {
@@ -168,12 +184,16 @@ Expected<Manifest> readDocument(const toml::table& document, const fs::path& pat
   reader.checkKeys(document, "", {"package", "application"});
   Manifest manifest = readPackage(reader, *node->as_table(), fs::absolute(path).parent_path());
   readApplications(reader, document, manifest.package);
-  if (reader.failure()) return tl::unexpected(*reader.failure());
+  if (reader.failure()) {
+    return tl::unexpected(*reader.failure());
+  }
   return manifest;
 }
 
 Expected<std::string> contents(const fs::path& path) {
-  if (auto text = readWholeFile(path)) return std::move(*text);
+  if (auto text = readWholeFile(path)) {
+    return std::move(*text);
+  }
   const int cause = errno;
   std::error_code error;
   const bool isFolder = fs::is_directory(path, error);

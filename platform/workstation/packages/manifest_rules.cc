@@ -30,25 +30,41 @@ bool isPlainAbsolute(const std::filesystem::path& path) {
 }  // namespace
 
 std::string wrongWithText(std::string_view text) {
-  if (text.empty()) return "is empty";
-  if (hasControlCharacter(text)) return "contains a control character";
+  if (text.empty()) {
+    return "is empty";
+  }
+  if (hasControlCharacter(text)) {
+    return "contains a control character";
+  }
   return {};
 }
 
 std::string wrongWithId(std::string_view id) {
-  if (std::string wrong = wrongWithText(id); !wrong.empty()) return wrong;
+  if (std::string wrong = wrongWithText(id); !wrong.empty()) {
+    return wrong;
+  }
   if (id.size() > kMaxIdLength) {
     return "is longer than " + std::to_string(kMaxIdLength) + " bytes";
   }
-  if (id == "." || id == "..") return "names a folder, not a package";
-  if (id.find_first_of("/:") != id.npos) return "contains '/' or ':'";
+  if (id == "." || id == "..") {
+    return "names a folder, not a package";
+  }
+  if (id.find_first_of("/:") != id.npos) {
+    return "contains '/' or ':'";
+  }
   return {};
 }
 
 std::string wrongWithRoot(const std::string& root) {
-  if (std::string wrong = wrongWithText(root); !wrong.empty()) return wrong;
-  if (!isPlainAbsolute(root)) return "is not an absolute path in its shortest form";
-  if (root.find(':') != root.npos) return "contains ':', which joins lists of paths";
+  if (std::string wrong = wrongWithText(root); !wrong.empty()) {
+    return wrong;
+  }
+  if (!isPlainAbsolute(root)) {
+    return "is not an absolute path in its shortest form";
+  }
+  if (root.find(':') != root.npos) {
+    return "contains ':', which joins lists of paths";
+  }
   const bool allowed = std::any_of(kRoots.begin(), kRoots.end(), [&](std::string_view folder) {
     return root.starts_with(folder);
   });
@@ -59,9 +75,15 @@ std::string wrongWithRoot(const std::string& root) {
 }
 
 std::string wrongWithExec(const std::string& exec) {
-  if (std::string wrong = wrongWithText(exec); !wrong.empty()) return wrong;
-  if (!std::filesystem::path(exec).has_filename()) return "names a folder";
-  if (leavesItsFolder(exec)) return "contains '..'";
+  if (std::string wrong = wrongWithText(exec); !wrong.empty()) {
+    return wrong;
+  }
+  if (!std::filesystem::path(exec).has_filename()) {
+    return "names a folder";
+  }
+  if (leavesItsFolder(exec)) {
+    return "contains '..'";
+  }
   return {};
 }
 

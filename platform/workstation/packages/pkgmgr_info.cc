@@ -32,7 +32,9 @@ Record* recordOf(void* handle) {
 
 template <typename Record>
 int destroy(void* handle) {
-  if (handle == nullptr) return kInvalidArgument;
+  if (handle == nullptr) {
+    return kInvalidArgument;
+  }
   delete recordOf<Record>(handle);
   return kOk;
 }
@@ -51,21 +53,29 @@ int pkgmgrinfo_pkginfo_get_pkginfo(const char* package_id, pkgmgrinfo_pkginfo_h*
 
 int pkgmgrinfo_pkginfo_get_usr_pkginfo(const char* package_id, uid_t uid,
                                        pkgmgrinfo_pkginfo_h* handle) {
-  if (handle == nullptr) return kInvalidArgument;
+  if (handle == nullptr) {
+    return kInvalidArgument;
+  }
   auto package = std::make_unique<Package>();
   const int result = findPackage(package_id, uid, *package);
-  if (result == kOk) *handle = package.release();
+  if (result == kOk) {
+    *handle = package.release();
+  }
   return result;
 }
 
 int pkgmgrinfo_pkginfo_get_mainappid(pkgmgrinfo_pkginfo_h handle, char** app_id) {
-  if (handle == nullptr || app_id == nullptr) return kInvalidArgument;
+  if (handle == nullptr || app_id == nullptr) {
+    return kInvalidArgument;
+  }
   auto& applications = recordOf<Package>(handle)->applications;
   return applications.empty() ? kNotFound : returnText(applications.front().id, app_id);
 }
 
 int pkgmgrinfo_pkginfo_get_root_path(pkgmgrinfo_pkginfo_h handle, char** path) {
-  if (handle == nullptr || path == nullptr) return kInvalidArgument;
+  if (handle == nullptr || path == nullptr) {
+    return kInvalidArgument;
+  }
   return returnText(recordOf<Package>(handle)->rootPath, path);
 }
 
@@ -74,23 +84,33 @@ int pkgmgrinfo_pkginfo_destroy_pkginfo(pkgmgrinfo_pkginfo_h handle) {
 }
 
 int pkgmgrinfo_appinfo_get_appinfo(const char* app_id, pkgmgrinfo_appinfo_h* handle) {
-  if (handle == nullptr) return kInvalidArgument;
+  if (handle == nullptr) {
+    return kInvalidArgument;
+  }
   auto found = std::make_unique<FoundApplication>();
   const int result = findApplication(app_id, *found);
-  if (result == kOk) *handle = found.release();
+  if (result == kOk) {
+    *handle = found.release();
+  }
   return result;
 }
 
 int pkgmgrinfo_appinfo_get_exec(pkgmgrinfo_appinfo_h handle, char** exec) {
-  if (handle == nullptr || exec == nullptr) return kInvalidArgument;
+  if (handle == nullptr || exec == nullptr) {
+    return kInvalidArgument;
+  }
   return returnText(recordOf<FoundApplication>(handle)->application.exec, exec);
 }
 
 int pkgmgrinfo_appinfo_get_metadata_value(pkgmgrinfo_appinfo_h handle, const char* key,
                                           char** value) {
-  if (handle == nullptr || key == nullptr || value == nullptr) return kInvalidArgument;
+  if (handle == nullptr || key == nullptr || value == nullptr) {
+    return kInvalidArgument;
+  }
   for (auto& [name, text] : recordOf<FoundApplication>(handle)->application.metadata) {
-    if (name == key) return returnText(text, value);
+    if (name == key) {
+      return returnText(text, value);
+    }
   }
   return kNotFound;
 }
@@ -100,16 +120,24 @@ int pkgmgrinfo_appinfo_destroy_appinfo(pkgmgrinfo_appinfo_h handle) {
 }
 
 int pkgmgr_installer_info_get_target_uid(uid_t* uid) {
-  if (uid == nullptr) return kInvalidArgument;
+  if (uid == nullptr) {
+    return kInvalidArgument;
+  }
   *uid = geteuid();
   return kOk;
 }
 
 int aul_app_get_pkgid_bypid(int pid, char* package_id, int length) {
-  if (pid <= 0 || package_id == nullptr || length <= 0) return kInvalidArgument;
+  if (pid <= 0 || package_id == nullptr || length <= 0) {
+    return kInvalidArgument;
+  }
   const auto package = packageOfProcess(pid);
-  if (!package) return kNotFound;
-  if (package->size() >= static_cast<size_t>(length)) return kTooLong;
+  if (!package) {
+    return kNotFound;
+  }
+  if (package->size() >= static_cast<size_t>(length)) {
+    return kTooLong;
+  }
   std::memcpy(package_id, package->c_str(), package->size() + 1);
   return kOk;
 }

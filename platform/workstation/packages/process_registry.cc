@@ -23,8 +23,12 @@ std::string linkOf(pid_t pid) { return std::string(kProcessDirectory) + "/" + st
 
 // The folder is missing only on a device root's first launch.
 bool makeLink(const std::string& text, const std::string& path) {
-  if (symlink(text.c_str(), path.c_str()) == 0) return true;
-  if (errno != ENOENT) return false;
+  if (symlink(text.c_str(), path.c_str()) == 0) {
+    return true;
+  }
+  if (errno != ENOENT) {
+    return false;
+  }
   std::error_code error;
   std::filesystem::create_directories(kProcessDirectory, error);
   return symlink(text.c_str(), path.c_str()) == 0;
@@ -51,10 +55,14 @@ pid_t processOf(const char* name) { return static_cast<pid_t>(std::strtol(name, 
 
 Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
   const auto start = startTimeOf(pid);
-  if (start == 0) return fail("there is no process " + std::to_string(pid));
+  if (start == 0) {
+    return fail("there is no process " + std::to_string(pid));
+  }
   const std::string path = linkOf(pid);
   const std::string text = std::to_string(start) + ":" + packageId;
-  if (makeLink(text, path) || (errno == EEXIST && replaceLink(text, path))) return {};
+  if (makeLink(text, path) || (errno == EEXIST && replaceLink(text, path))) {
+    return {};
+  }
   return failAt("cannot register a process in", path);
 }
 
@@ -72,11 +80,15 @@ void forgetEndedProcesses() {
 std::optional<std::string> packageOfProcess(pid_t pid) {
   std::array<char, PATH_MAX> buffer{};
   const ssize_t length = readlink(linkOf(pid).c_str(), buffer.data(), buffer.size());
-  if (length <= 0) return std::nullopt;
+  if (length <= 0) {
+    return std::nullopt;
+  }
   const std::string text(buffer.data(), static_cast<size_t>(length));
   const auto start = startTimeOf(pid);
   const std::string expected = std::to_string(start) + ":";
-  if (start == 0 || !text.starts_with(expected)) return std::nullopt;
+  if (start == 0 || !text.starts_with(expected)) {
+    return std::nullopt;
+  }
   return text.substr(expected.size());
 }
 

@@ -28,7 +28,9 @@ void ownFirst(std::vector<Package>& packages) {
 std::optional<Package> firstVisible(std::vector<Package> packages, uid_t user) {
   ownFirst(packages);
   for (Package& package : packages) {
-    if (belongsTo(package, user)) return std::move(package);
+    if (belongsTo(package, user)) {
+      return std::move(package);
+    }
   }
   return std::nullopt;
 }
@@ -38,7 +40,9 @@ std::optional<Package> firstVisible(std::vector<Package> packages, uid_t user) {
 Expected<Registry> Registry::openForReading() {
   struct stat status {};
   if (stat(kRegistryPath, &status) != 0) {
-    if (errno == ENOENT || errno == ENOTDIR) return Registry();
+    if (errno == ENOENT || errno == ENOTDIR) {
+      return Registry();
+    }
     return failAt("cannot reach the package registry", kRegistryPath,
                   "check the permissions of its folders");
   }
@@ -46,7 +50,9 @@ Expected<Registry> Registry::openForReading() {
   // One transaction for all reads: a consistent state, locked once.
   RETURN_IF_FAILED(database.run("BEGIN"));
   ASSIGN_OR_RETURN(const Schema schema, schemaOf(database));
-  if (schema == Schema::kMissing) return Registry();
+  if (schema == Schema::kMissing) {
+    return Registry();
+  }
   return Registry(std::move(database));
 }
 
@@ -66,7 +72,9 @@ Expected<void> Registry::fillMetadata(Application& application, int64_t key) {
   Statement query(*database_,
                   "SELECT key, value FROM metadata WHERE application = ?1 ORDER BY position");
   query.bind(key);
-  while (query.step()) application.metadata.emplace_back(query.text(0), query.text(1));
+  while (query.step()) {
+    application.metadata.emplace_back(query.text(0), query.text(1));
+  }
   return query.finish();
 }
 
@@ -74,7 +82,9 @@ Expected<void> Registry::fill(Package& package, int64_t key) {
   Statement privileges(*database_,
                        "SELECT name FROM privilege WHERE package = ?1 ORDER BY position");
   privileges.bind(key);
-  while (privileges.step()) package.privileges.push_back(privileges.text(0));
+  while (privileges.step()) {
+    package.privileges.push_back(privileges.text(0));
+  }
   RETURN_IF_FAILED(privileges.finish());
   Statement query(*database_,
                   "SELECT key, id, exec, type, service FROM application"
@@ -91,7 +101,9 @@ Expected<void> Registry::fill(Package& package, int64_t key) {
 Expected<std::vector<Package>> Registry::select(const std::string& condition,
                                                 const std::function<void(Statement&)>& bind) {
   std::vector<Package> packages;
-  if (!database_) return packages;
+  if (!database_) {
+    return packages;
+  }
   // One transaction, so that the rows of a package belong together.
   const bool begins = !database_->isInTransaction();
   if (begins) {
@@ -136,7 +148,9 @@ Expected<std::vector<Package>> Registry::packagesVisibleTo(uid_t user) {
 Expected<std::optional<Package>> Registry::package(const std::string& id, uid_t owner) {
   ASSIGN_OR_RETURN(auto found, select("id = ?1 AND owner = ?2",
                                       [&](Statement& query) { query.bind(id).bind(owner); }));
-  if (found.empty()) return std::optional<Package>();
+  if (found.empty()) {
+    return std::optional<Package>();
+  }
   return std::optional<Package>(std::move(found.front()));
 }
 

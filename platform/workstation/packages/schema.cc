@@ -52,8 +52,12 @@ Expected<Schema> schemaOf(Database& database) {
   Statement query(database, "PRAGMA user_version");
   const int64_t version = query.step() ? query.number(0) : 0;
   RETURN_IF_FAILED(query.finish());
-  if (version == 0) return Schema::kMissing;
-  if (version == kVersion) return Schema::kCurrent;
+  if (version == 0) {
+    return Schema::kMissing;
+  }
+  if (version == kVersion) {
+    return Schema::kCurrent;
+  }
   return fail("the package registry has version " + std::to_string(version) +
                   ", this quillon reads version " + std::to_string(kVersion),
               "use the quillon that wrote it, or make a new device root");
@@ -61,12 +65,16 @@ Expected<Schema> schemaOf(Database& database) {
 
 Expected<void> ensureSchema(Database& database) {
   ASSIGN_OR_RETURN(Schema schema, schemaOf(database));
-  if (schema == Schema::kCurrent) return {};
+  if (schema == Schema::kCurrent) {
+    return {};
+  }
   Transaction transaction(database);
   RETURN_IF_FAILED(transaction.begin());
   // Another process may have created them meanwhile.
   ASSIGN_OR_RETURN(schema, schemaOf(database));
-  if (schema == Schema::kCurrent) return {};
+  if (schema == Schema::kCurrent) {
+    return {};
+  }
   RETURN_IF_FAILED(database.run(kTables));
   return transaction.commit();
 }

@@ -32,9 +32,13 @@ size_t sequenceLength(std::string_view text) {
                         : lead >= 0xE0 ? 3
                         : lead >= 0xC0 ? 2
                                        : 0;
-  if (length == 0 || length > text.size()) return 0;
+  if (length == 0 || length > text.size()) {
+    return 0;
+  }
   for (size_t i = 1; i < length; ++i) {
-    if (!isContinuation(static_cast<unsigned char>(text[i]))) return 0;
+    if (!isContinuation(static_cast<unsigned char>(text[i]))) {
+      return 0;
+    }
   }
   return isCharacter(codePoint(text.substr(0, length)), length) ? length : 0;
 }

@@ -15,7 +15,9 @@
 namespace {
 
 void recordMarker(const char* text, unsigned long length) {
-  if (text == nullptr || !quillon::workstation::isTracing()) return;
+  if (text == nullptr || !quillon::workstation::isTracing()) {
+    return;
+  }
   const int callersErrno = errno;
   quillon::workstation::traceInstant(std::string_view(text, length));
   errno = callersErrno;
@@ -32,6 +34,8 @@ int prctl(int option, ...) noexcept {
   const auto third = va_arg(arguments, unsigned long);
   const auto fourth = va_arg(arguments, unsigned long);
   va_end(arguments);
-  if (option == PR_LAUNCH_MARKER) recordMarker(reinterpret_cast<const char*>(first), second);
+  if (option == PR_LAUNCH_MARKER) {
+    recordMarker(reinterpret_cast<const char*>(first), second);
+  }
   return static_cast<int>(syscall(SYS_prctl, option, first, second, third, fourth));
 }

@@ -21,7 +21,9 @@ thread_local OpenSpans t_spans;
 
 // A forked child inherits the counts of its parent's thread, which do not apply to it.
 OpenSpans& openSpans() {
-  if (const pid_t thread = gettid(); t_spans.thread != thread) t_spans = {thread, 0, 0};
+  if (const pid_t thread = gettid(); t_spans.thread != thread) {
+    t_spans = {thread, 0, 0};
+  }
   return t_spans;
 }
 
@@ -48,14 +50,18 @@ void end() {
 }  // namespace quillon::workstation
 
 void trace_begin(const char* name) {
-  if (!quillon::workstation::isTracing()) return;
+  if (!quillon::workstation::isTracing()) {
+    return;
+  }
   const int callersErrno = errno;
   quillon::workstation::begin(name == nullptr ? "" : name);
   errno = callersErrno;
 }
 
 void trace_end(void) {
-  if (!quillon::workstation::isTracing()) return;
+  if (!quillon::workstation::isTracing()) {
+    return;
+  }
   const int callersErrno = errno;
   quillon::workstation::end();
   errno = callersErrno;

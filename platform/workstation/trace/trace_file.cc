@@ -28,7 +28,9 @@ constexpr int kFirstTraceDescriptor = 200;
 bool writeOpening(int fd) {
   struct stat status {};
   while (flock(fd, LOCK_EX) != 0) {
-    if (errno != EINTR) return false;
+    if (errno != EINTR) {
+      return false;
+    }
   }
   const bool opened = fstat(fd, &status) == 0 && (status.st_size > 0 || writeAll(fd, "[\n"));
   flock(fd, LOCK_UN);
@@ -41,13 +43,17 @@ Descriptor openTrace(const char* path) {
   const Descriptor low(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, kMode));
   // Out of the range that programs use for themselves.
   Descriptor fd(low ? fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstTraceDescriptor) : -1);
-  if (fd && writeOpening(fd.get())) return fd;
+  if (fd && writeOpening(fd.get())) {
+    return fd;
+  }
   return {};
 }
 
 Descriptor openNamedTrace() {
   const char* path = std::getenv("QUILLON_TRACE");
-  if (path == nullptr || *path == '\0') return {};
+  if (path == nullptr || *path == '\0') {
+    return {};
+  }
   Descriptor file = openTrace(path);
   if (!file) {
     writeAll(STDERR_FILENO, std::string("quillon: QUILLON_TRACE: cannot write the trace file '") +

@@ -1,7 +1,6 @@
 #include "plugin/src/dotnet-backtrace-creator/backtrace_creator.h"
 
 #include <dirent.h>
-#include <quillon_tv_plugin.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <memory>
 
 #include "util/log/log.h"
+#include <quillon_tv_plugin.h>
 
 namespace {
 

@@ -1,8 +1,6 @@
 #include "plugin/src/dotnet-policy-checker/partner_signature.h"
 
 #include <dlfcn.h>
-#include <platform/vconf.h>
-#include <quillon_tv_plugin.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,6 +13,8 @@
 #include "plugin/src/dotnet-policy-checker/partner_signature_file.h"
 #include "util/log/log.h"
 #include "util/malloc_text.h"
+#include <platform/vconf.h>
+#include <quillon_tv_plugin.h>
 
 namespace {
 

@@ -10,14 +10,13 @@
 // creates the object must also destroy it.
 #pragma once
 
-#include <quillon_tv_plugin.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
 
 #include "plugin/src/dotnet-policy-checker/crypto_library.h"
+#include <quillon_tv_plugin.h>
 
 class SignatureCheck {
  public:

@@ -1,11 +1,11 @@
 #include "plugin/src/dotnet-signal-handler/signal_handler.h"
 
-#include <quillon_tv_plugin.h>
 #include <unistd.h>
 
 #include "util/log/crash_keywords.h"
 #include "util/log/log.h"
 #include "util/log/stream_capture.h"
+#include <quillon_tv_plugin.h>
 
 struct sigaction sig_abrt_new = {};
 struct sigaction sig_abrt_old = {};

@@ -1,7 +1,5 @@
 #include <device_names.h>
-#include <device_paths.h>
 #include <fcntl.h>
-#include <platform/app_info.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -9,6 +7,8 @@
 
 #include "plugin/include-internal/dpc-path-manager.h"
 #include "util/zq_utils/directory_walk.h"
+#include <device_paths.h>
+#include <platform/app_info.h>
 
 namespace {
 

@@ -1,8 +1,5 @@
 #include "plugin/src/plugin-dotnet-aot/plugin_dotnet_aot.h"
 
-#include <device_paths.h>
-#include <platform/vconf.h>
-
 #include <utility>
 #include <vector>
 
@@ -14,6 +11,8 @@
 #include "util/log/log.h"
 #include "util/malloc_text.h"
 #include "util/zq_utils/directory_walk.h"
+#include <device_paths.h>
+#include <platform/vconf.h>
 
 PluginDotnetAot::PluginDotnetAot() {
   QLOG_SCOPE();

@@ -1,6 +1,5 @@
 #include "plugin/src/plugin-dotnet-inhouse-apitest/plugin_dotnet_inhouse_apitest.h"
 
-#include <device_paths.h>
 #include <utility>
 #include <vector>
 
@@ -9,6 +8,7 @@
 #include "plugin/src/plugin-util/platform_lists.h"
 #include "plugin/src/plugin-util/privileges.h"
 #include "util/log/log.h"
+#include <device_paths.h>
 
 PluginDotnetInhouseApitest::PluginDotnetInhouseApitest() {
   QLOG_SCOPE();

@@ -1,6 +1,5 @@
 #include "plugin/src/plugin-dotnet-inhouse/plugin_dotnet_inhouse.h"
 
-#include <device_paths.h>
 #include <utility>
 #include <vector>
 
@@ -11,6 +10,7 @@
 #include "plugin/src/plugin-util/platform_lists.h"
 #include "plugin/src/plugin-util/privileges.h"
 #include "util/log/log.h"
+#include <device_paths.h>
 
 namespace {
 

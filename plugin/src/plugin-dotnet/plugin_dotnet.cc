@@ -1,6 +1,5 @@
 #include "plugin/src/plugin-dotnet/plugin_dotnet.h"
 
-#include <device_paths.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include "plugin/src/plugin-util/library_preload.h"
 #include "plugin/src/plugin-util/security_zone.h"
 #include "util/log/log.h"
+#include <device_paths.h>
 
 namespace {
 

@@ -1,7 +1,5 @@
 #include "plugin/src/plugin-util/app_identity.h"
 
-#include <device_paths.h>
-#include <platform/pkgmgr_info.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -12,6 +10,8 @@
 #include "plugin/src/plugin-util/launch_boost.h"
 #include "util/log/log.h"
 #include "util/zq_utils/paths.h"
+#include <device_paths.h>
+#include <platform/pkgmgr_info.h>
 
 namespace {
 

@@ -2,9 +2,9 @@
 // the check of the executable path, and the process name.
 #pragma once
 
-#include <platform/package_info.h>
-
 #include <string>
+
+#include <platform/package_info.h>
 
 // The application id. Set by _SetAppInfo. Never destroyed, because signal handlers read it.
 extern std::string& g_appID;

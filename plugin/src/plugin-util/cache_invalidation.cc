@@ -1,6 +1,5 @@
 #include "plugin/src/plugin-util/cache_invalidation.h"
 
-#include <device_paths.h>
 #include <unistd.h>
 
 #include <string>
@@ -8,6 +7,7 @@
 #include "util/log/log.h"
 #include "util/zq_utils/cache_file.h"
 #include "util/zq_utils/files.h"
+#include <device_paths.h>
 
 namespace {
 

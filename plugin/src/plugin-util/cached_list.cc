@@ -1,7 +1,6 @@
 #include "plugin/src/plugin-util/cached_list.h"
 
 #include <device_names.h>
-#include <device_paths.h>
 #include <unistd.h>
 
 #include <new>
@@ -11,6 +10,7 @@
 
 #include "util/log/log.h"
 #include "util/zq_utils/cache_file.h"
+#include <device_paths.h>
 
 namespace {
 

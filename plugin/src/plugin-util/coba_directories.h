@@ -5,9 +5,9 @@
 // appended to another list. It is empty if no package provides a component.
 #pragma once
 
-#include <platform/app_info.h>
-
 #include <string>
+
+#include <platform/app_info.h>
 
 // All directories that the queries of this process have found. The list is never cleared: a second
 // query appends all directories again.

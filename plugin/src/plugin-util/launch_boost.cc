@@ -1,8 +1,6 @@
 #include "plugin/src/plugin-util/launch_boost.h"
 
-#include <device_paths.h>
 #include <fcntl.h>
-#include <platform/launch_marker.h>
 #include <sys/prctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -14,6 +12,9 @@
 #include <cstdio>
 #include <cstring>
 #include <vector>
+
+#include <device_paths.h>
+#include <platform/launch_marker.h>
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "plugin/src/plugin-util/library_preload.h"
 
-#include <device_paths.h>
 #include <dlfcn.h>
 
 #include <fstream>
 #include <string>
 
 #include "util/log/log.h"
+#include <device_paths.h>
 
 namespace {
 

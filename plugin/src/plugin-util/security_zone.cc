@@ -1,7 +1,6 @@
 #include "plugin/src/plugin-util/security_zone.h"
 
 #include <device_names.h>
-#include <device_paths.h>
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 
 #include "plugin/src/plugin-util/privileges.h"
 #include "util/log/log.h"
+#include <device_paths.h>
 
 decltype(&zone_get_context) _get_zone = nullptr;
 decltype(&zone_release_context) _release_Zone = nullptr;

@@ -1,9 +1,9 @@
 // The application zone: tests whether the calling process is in it, and enters it.
 #pragma once
 
-#include <platform/zone.h>
-
 #include <string>
+
+#include <platform/zone.h>
 
 enum Zone { Host = 0, AppZone = 1 };
 

@@ -3,7 +3,6 @@
 //
 // If a function is called before plugin_initialize, there is no chain. This is an error of the
 // launcher; the function then behaves as with a chain that adds nothing.
-#include <quillon_tv_plugin.h>
 #include <sys/capability.h>
 
 #include <cstdio>
@@ -17,6 +16,7 @@
 #include "plugin/src/zq-function-global/global_adapter.h"
 #include "util/log/log.h"
 #include "util/log/stream_capture.h"
+#include <quillon_tv_plugin.h>
 
 namespace {
 

@@ -1,12 +1,10 @@
 #include "plugin/src/quillon-tv-plugin/launch_services.h"
 
+#include <boost/filesystem/operations.hpp>
 #include <device_names.h>
-#include <device_paths.h>
 #include <dirent.h>
-#include <platform/smack.h>
 #include <unistd.h>
 
-#include <boost/filesystem/operations.hpp>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -14,6 +12,8 @@
 #include "plugin/src/quillon-tv-plugin/preload_method.h"
 #include "util/log/log.h"
 #include "util/zq_utils/paths.h"
+#include <device_paths.h>
+#include <platform/smack.h>
 
 namespace {
 

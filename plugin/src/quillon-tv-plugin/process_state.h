@@ -2,12 +2,11 @@
 // is global. All variables are null, zero or empty when the library is loaded.
 #pragma once
 
-#include <quillon_tv_plugin.h>
-
 #include <cstdint>
 #include <string>
 
 #include "plugin/include-internal/plugin-strategy.h"
+#include <quillon_tv_plugin.h>
 
 // Gives the exported functions access to the strategy of the process.
 struct PluginContext {

@@ -1,10 +1,10 @@
 // Implements the operations of `Target`. Its state is global, because a process has one runtime.
 #pragma once
 
+#include <string>
+
 #include <platform/vconf.h>
 #include <quillon_tv_plugin.h>
-
-#include <string>
 
 // The runtime that GlobalManager::set_coreclr_info received. Written before the callback below is
 // registered and only read afterwards, so no lock is needed.

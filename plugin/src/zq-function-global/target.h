@@ -2,9 +2,9 @@
 // to the launch strategy.
 #pragma once
 
-#include <quillon_tv_plugin.h>
-
 #include <string>
+
+#include <quillon_tv_plugin.h>
 
 class Target {
  public:

@@ -1,9 +1,12 @@
 #include "quillon/host/application/target.h"
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
+#include <iterator>
+#include <string_view>
 
+#include "device_names.h"
+#include "device_paths.h"
 #include "quillon/host/assemblies/assembly_image.h"
 #include "quillon/host/assemblies/path_list.h"
 
@@ -12,15 +15,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The folders that plugin_set_app_info accepts, as the public header of the plug-in lists them.
-constexpr std::array<std::string_view, 3> kAllowedPrefixes = {"/usr/", "/opt/usr/", "/opt/share/"};
+// The folders of device_paths::kExecutablePrefixes.
 constexpr char kAllowedText[] = "/usr/, /opt/usr/ or /opt/share/";
-constexpr char kPlatformPrivilege[] =
-    QUILLON_PRIVILEGE_NAMESPACE "/privilege/internal/default/platform";
-constexpr char kAppdebugPrivilege[] =
-    QUILLON_PRIVILEGE_NAMESPACE "/privilege/internal/appdebugging";
-constexpr char kRequiredDpcKey[] = QUILLON_METADATA_NAMESPACE "/tv/metadata/d.pc/required";
-constexpr char kPackageSeparator = ';';
 
 bool hasPrivilege(const workstation::Package& package, const char* privilege) {
   return std::find(package.privileges.begin(), package.privileges.end(), privilege) !=
@@ -28,7 +24,8 @@ bool hasPrivilege(const workstation::Package& package, const char* privilege) {
 }
 
 bool isAllowed(const std::string& path) {
-  return std::any_of(kAllowedPrefixes.begin(), kAllowedPrefixes.end(),
+  return std::any_of(std::begin(device_paths::kExecutablePrefixes),
+                     std::end(device_paths::kExecutablePrefixes),
                      [&](std::string_view prefix) { return path.rfind(prefix, 0) == 0; });
 }
 
@@ -40,7 +37,7 @@ Failure missingAssembly(const LaunchTarget& target) {
 
 Failure missingPrivilege(const LaunchTarget& target) {
   return {"package '" + target.package.id + "' does not have the platform privilege",
-          std::string("add \"") + kPlatformPrivilege +
+          std::string("add \"") + QUILLON_PLATFORM_PRIVILEGE +
               "\" to the privileges of its manifest and install it again"};
 }
 
@@ -49,14 +46,18 @@ std::string allowedPathRemedy() {
 }
 
 Expected<void> requireNoSeparator(const std::string& path) {
-  if (!containsSeparator(path)) return {};
+  if (!containsSeparator(path)) {
+    return {};
+  }
   return fail(kUnusablePath,
               {"the path '" + path + "' holds ':', which joins the runtime's lists", "rename it"});
 }
 
 Expected<LaunchTarget> installedTarget(const std::string& appId) {
   auto package = workstation::findPackageOfApplication(appId);
-  if (!package) return fail(kServiceFailed, package.error());
+  if (!package) {
+    return fail(kServiceFailed, package.error());
+  }
   if (!*package) {
     return fail(kNotInstalled,
                 {"no application '" + appId + "' is installed in this device root",
@@ -65,7 +66,9 @@ Expected<LaunchTarget> installedTarget(const std::string& appId) {
   LaunchTarget target;
   target.package = std::move(**package);
   for (const workstation::Application& application : target.package.applications) {
-    if (application.id == appId) target.application = application;
+    if (application.id == appId) {
+      target.application = application;
+    }
   }
   return target;
 }
@@ -92,8 +95,9 @@ Expected<LaunchTarget> findTarget(const LaunchOptions& options) {
 
 Expected<void> requireAssembly(const LaunchTarget& target) {
   std::error_code ignored;
-  if (!fs::is_regular_file(target.assembly, ignored))
+  if (!fs::is_regular_file(target.assembly, ignored)) {
     return fail(kNoAssembly, missingAssembly(target));
+  }
   if (auto usable = requireExecutableAssembly(target.assembly); !usable) {
     return fail(kNotExecutable, usable.error());
   }
@@ -102,8 +106,10 @@ Expected<void> requireAssembly(const LaunchTarget& target) {
 
 std::vector<Failure> predictRefusals(const LaunchTarget& target) {
   std::vector<Failure> refusals;
-  if (auto found = requireAssembly(target); !found) refusals.push_back(found.error());
-  if (!entersZone(target.type) && !hasPrivilege(target.package, kPlatformPrivilege)) {
+  if (auto found = requireAssembly(target); !found) {
+    refusals.push_back(found.error());
+  }
+  if (!entersZone(target.type) && !hasPrivilege(target.package, QUILLON_PLATFORM_PRIVILEGE)) {
     refusals.push_back(withStatus(kPrivilegeMissing, missingPrivilege(target)));
   }
   std::error_code error;
@@ -117,28 +123,39 @@ std::vector<Failure> predictRefusals(const LaunchTarget& target) {
 
 // Applications of this type need the security zone instead of the platform privilege.
 bool entersZone(const std::string& type) {
-  return type.find("inhouse") == std::string::npos && type.find("dotnet") != std::string::npos;
+  return type.find(device_names::kInhouseType) == std::string::npos &&
+         type.find(device_names::kDotnetType) != std::string::npos;
 }
 
 bool entersZoneInDebugMode(const LaunchTarget& target) {
-  return entersZone(target.type) && hasPrivilege(target.package, kAppdebugPrivilege);
+  return entersZone(target.type) && hasPrivilege(target.package, QUILLON_APPDEBUG_PRIVILEGE);
 }
 
 std::vector<std::string> requiredDpcPackages(const workstation::Application& application) {
-  const auto entry = std::find_if(
-      application.metadata.begin(), application.metadata.end(),
-      [](const auto& pair) { return pair.first.find(kRequiredDpcKey) != std::string::npos; });
-  if (entry == application.metadata.end()) return {};
-  return splitList(entry->second, kPackageSeparator);
+  const auto entry =
+      std::find_if(application.metadata.begin(), application.metadata.end(), [](const auto& pair) {
+        return pair.first.find(QUILLON_REQUIRED_PACKAGES_KEY) != std::string::npos;
+      });
+  if (entry == application.metadata.end()) {
+    return {};
+  }
+  return splitList(entry->second, device_names::kRequiredPackagesSeparator);
 }
 
 std::string remedyForRefusal(const std::string& message, const LaunchTarget& target) {
   const auto contains = [&](const char* text) { return message.find(text) != std::string::npos; };
-  if (contains("platform privilege")) return missingPrivilege(target).remedy;
-  if (contains("Not allowed App Path")) return allowedPathRemedy();
-  if (contains("wrong execPath"))
+  if (contains("platform privilege")) {
+    return missingPrivilege(target).remedy;
+  }
+  if (contains("Not allowed App Path")) {
+    return allowedPathRemedy();
+  }
+  if (contains("wrong execPath")) {
     return "the file '" + target.exec + "' does not exist: name another with --path";
-  if (contains("Not in app zone")) return "start the zone: quillon zone start appzone --device DIR";
+  }
+  if (contains("Not in app zone")) {
+    return "start the zone: quillon zone start appzone --device DIR";
+  }
   return {};
 }
 

@@ -39,7 +39,9 @@ class Bytes {
 
   template <typename Number>
   std::optional<Number> at(size_t offset) const {
-    if (offset > bytes_.size() || bytes_.size() - offset < sizeof(Number)) return std::nullopt;
+    if (offset > bytes_.size() || bytes_.size() - offset < sizeof(Number)) {
+      return std::nullopt;
+    }
     Number number = 0;
     for (size_t i = sizeof(Number); i > 0; --i) {
       number =
@@ -66,8 +68,12 @@ std::optional<size_t> offsetOf(const Bytes& image, size_t pe, uint32_t address) 
     const auto start = image.at<uint32_t>(section + 12);
     const auto size = image.at<uint32_t>(section + 16);
     const auto offset = image.at<uint32_t>(section + 20);
-    if (!start || !size || !offset) return std::nullopt;
-    if (address >= *start && address - *start < *size) return size_t{*offset} + (address - *start);
+    if (!start || !size || !offset) {
+      return std::nullopt;
+    }
+    if (address >= *start && address - *start < *size) {
+      return size_t{*offset} + (address - *start);
+    }
   }
   return std::nullopt;
 }
@@ -75,19 +81,24 @@ std::optional<size_t> offsetOf(const Bytes& image, size_t pe, uint32_t address) 
 // The offset of the CLI header; empty if the image has none.
 std::optional<size_t> cliHeader(const Bytes& image, size_t pe) {
   const auto magic = image.at<uint16_t>(pe + kOptionalHeader);
-  if (!magic) return std::nullopt;
+  if (!magic) {
+    return std::nullopt;
+  }
   const size_t directories = *magic == kPe32Plus ? kDirectories64 : kDirectories32;
   const auto address =
       image.at<uint32_t>(pe + kOptionalHeader + directories + kCliDirectory * kDirectorySize);
-  if (!address || *address == 0) return std::nullopt;
+  if (!address || *address == 0) {
+    return std::nullopt;
+  }
   return offsetOf(image, pe, *address);
 }
 
 // The offset of the PE header; empty if the bytes are not an image.
 std::optional<size_t> peHeader(const Bytes& image) {
   const auto pe = image.at<uint32_t>(kPeOffsetField);
-  if (!image.hasTextAt(0, kDosSignature) || !pe || !image.hasTextAt(*pe, kPeSignature))
+  if (!image.hasTextAt(0, kDosSignature) || !pe || !image.hasTextAt(*pe, kPeSignature)) {
     return std::nullopt;
+  }
   return *pe;
 }
 
@@ -96,13 +107,21 @@ std::optional<size_t> peHeader(const Bytes& image) {
 std::string_view imageError(std::string_view text) {
   const Bytes image(text);
   const auto pe = peHeader(image);
-  if (!pe) return kNotAnAssembly;
+  if (!pe) {
+    return kNotAnAssembly;
+  }
   const auto header = cliHeader(image, *pe);
-  if (!header) return kNative;
+  if (!header) {
+    return kNative;
+  }
   const auto flags = image.at<uint32_t>(*header + kCliFlags);
   const auto entryPoint = image.at<uint32_t>(*header + kCliEntryPoint);
-  if (!flags || !entryPoint) return kNotAnAssembly;
-  if ((*flags & kNativeEntryPoint) != 0) return kNative;
+  if (!flags || !entryPoint) {
+    return kNotAnAssembly;
+  }
+  if ((*flags & kNativeEntryPoint) != 0) {
+    return kNative;
+  }
   return *entryPoint == 0 ? kNoEntryPoint : std::string_view();
 }
 
@@ -121,7 +140,9 @@ bool hasReadyToRunCode(const std::filesystem::path& file) {
 Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {
   const auto image = readWholeFile(file);
   const std::string_view error = image ? imageError(*image) : "it cannot be read";
-  if (error.empty()) return {};
+  if (error.empty()) {
+    return {};
+  }
   return fail("the runtime cannot run '" + file.string() + "': " + std::string(error),
               "name an assembly built as an application (OutputType Exe)");
 }

@@ -35,8 +35,9 @@ std::string_view directoryOf(std::string_view path) {
 // The name without ".dll" or ".exe"; empty if it has neither extension.
 std::string_view stem(std::string_view fileName) {
   for (std::string_view extension : kExtensions) {
-    if (endsWith(fileName, extension))
+    if (endsWith(fileName, extension)) {
       return fileName.substr(0, fileName.size() - extension.size());
+    }
   }
   return {};
 }
@@ -68,13 +69,17 @@ std::vector<std::string> fileNamesOf(const std::string& directory) {
 
 std::string simpleNameOf(std::string_view path) {
   std::string_view name = stem(fileNameOf(path));
-  if (endsWith(name, kNativeSuffix)) name.remove_suffix(kNativeSuffix.size());
+  if (endsWith(name, kNativeSuffix)) {
+    name.remove_suffix(kNativeSuffix.size());
+  }
   return std::string(name);
 }
 
 void AssemblyTable::addTrusted(const std::vector<std::string>& paths) {
   trusted_.reserve(trusted_.size() + paths.size());
-  for (const std::string& path : paths) addOneTrusted(path);
+  for (const std::string& path : paths) {
+    addOneTrusted(path);
+  }
 }
 
 void AssemblyTable::addOneTrusted(const std::string& path) {
@@ -96,7 +101,9 @@ void AssemblyTable::addOneTrusted(const std::string& path) {
 void AssemblyTable::resolveConflict(size_t index, const std::string& name,
                                     const std::string& path) {
   std::string& chosen = trusted_[index];
-  if (chosen == path) return;
+  if (chosen == path) {
+    return;
+  }
   if (replaces(path, chosen)) {
     addShadow({name, chosen, path});
     chosen = path;
@@ -111,12 +118,16 @@ void AssemblyTable::addShadow(const Shadow& shadow) {
   const bool isKnown = std::any_of(shadows_.begin(), shadows_.end(), [&](const Shadow& known) {
     return known.loser == shadow.loser;
   });
-  if (!isKnown) shadows_.push_back(shadow);
+  if (!isKnown) {
+    shadows_.push_back(shadow);
+  }
 }
 
 void AssemblyTable::addFolder(const std::string& directory, const std::string& displayPath) {
   for (const std::string& name : fileNamesOf(directory)) {
-    if (simpleNameOf(name).empty()) continue;
+    if (simpleNameOf(name).empty()) {
+      continue;
+    }
     addFile((fs::path(displayPath) / name).string(),
             realPathOf((fs::path(directory) / name).string()));
   }
@@ -128,7 +139,9 @@ void AssemblyTable::addFile(const std::string& path, const std::string& realPath
   const auto trusted = trustedIndex_.find(key);
   if (trusted != trustedIndex_.end()) {
     const std::string& winner = trusted_[trusted->second];
-    if (realPathOf(winner) != realPath) addShadow({name, path, winner});
+    if (realPathOf(winner) != realPath) {
+      addShadow({name, path, winner});
+    }
     return;
   }
   const auto [entry, isNew] = folderWinners_.emplace(key, Winner{path, realPath});

@@ -63,8 +63,12 @@ Expected<void> addFolder(std::vector<std::string>& assemblies, const fs::path& f
   }
   std::sort(files.begin(), files.end());
   std::sort(folders.begin(), folders.end());
-  for (const fs::path& file : files) addUnique(assemblies, file);
-  if (depth == 0) return {};
+  for (const fs::path& file : files) {
+    addUnique(assemblies, file);
+  }
+  if (depth == 0) {
+    return {};
+  }
   for (const fs::path& below : folders) {
     RETURN_IF_FAILED(addFolder(assemblies, below, depth - 1));
   }
@@ -135,7 +139,9 @@ class ValidationTurn {
   // If the pipe cannot be opened, the plug-in reports that later.
   void waitForEarlierAnswers() const {
     const Descriptor answers = openPipe(QUILLON_DLL_ANSWER_PIPE, O_RDONLY);
-    if (!answers) return;
+    if (!answers) {
+      return;
+    }
     const ValidatorWatchdog watchdog(
         pipe(),
         {"waiting until the validator takes back an answer that nobody read",
@@ -152,7 +158,9 @@ class ValidationTurn {
 std::optional<Failure> resolutionFailure(const std::string& assembly) {
   std::error_code error;
   static_cast<void>(fs::canonical(assembly, error));
-  if (!error) return std::nullopt;
+  if (!error) {
+    return std::nullopt;
+  }
   return Failure{"cannot resolve the assembly '" + assembly + "': " + error.message(),
                  "see that it and the folders above it are there and can be reached",
                  kLibraryRefused};
@@ -168,7 +176,9 @@ Failure refusalOf(const std::string& assembly, const ValidationTurn& turn,
     return {"the assembly '" + assembly + "' is a symbolic link, which is refused unasked",
             "put the file itself in its place", kLibraryRefused};
   }
-  if (auto failure = resolutionFailure(assembly)) return *failure;
+  if (auto failure = resolutionFailure(assembly)) {
+    return *failure;
+  }
   if (!hasReader(turn.pipe())) {
     return noValidator("it ended before it was asked about '" + assembly + "'");
   }
@@ -192,7 +202,9 @@ Expected<void> validateAssemblies(const PluginCalls& plugin, const LaunchTarget&
         {"waiting for the validator's answer about '" + assembly + "'",
          "see the terminal that it runs in"},
         {"the validator ended without an answer about '" + assembly + "'", kStartValidator});
-    if (!plugin.validate(assembly)) return tl::unexpected(refusalOf(assembly, turn, errors));
+    if (!plugin.validate(assembly)) {
+      return tl::unexpected(refusalOf(assembly, turn, errors));
+    }
   }
   return {};
 }

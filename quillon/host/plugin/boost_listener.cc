@@ -35,7 +35,9 @@ const sockaddr* generic(const sockaddr_un& address) {
 // if a stream socket listens at the address, and with ECONNREFUSED if no socket does (unix(7)).
 bool hasDaemon(const sockaddr_un& address) {
   const Descriptor probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  if (!probe) return false;
+  if (!probe) {
+    return false;
+  }
   return connect(probe.get(), generic(address), sizeof address) == 0 ||
          (errno != ENOENT && errno != ECONNREFUSED);
 }
@@ -49,8 +51,12 @@ bool isStaleSocket(const std::string& path) {
 
 bool listenAt(int listener, const std::string& path) {
   const sockaddr_un address = addressOf(path);
-  if (bind(listener, generic(address), sizeof address) != 0) return false;
-  if (listen(listener, SOMAXCONN) == 0) return true;
+  if (bind(listener, generic(address), sizeof address) != 0) {
+    return false;
+  }
+  if (listen(listener, SOMAXCONN) == 0) {
+    return true;
+  }
   unlink(path.c_str());
   return false;
 }
@@ -60,19 +66,27 @@ bool listenAt(int listener, const std::string& path) {
 bool replaceStaleSocket(int listener, const std::string& path) {
   const std::string temporary = path + "." + std::to_string(getpid());
   unlink(temporary.c_str());
-  if (!listenAt(listener, temporary)) return false;
-  if (rename(temporary.c_str(), path.c_str()) == 0) return true;
+  if (!listenAt(listener, temporary)) {
+    return false;
+  }
+  if (rename(temporary.c_str(), path.c_str()) == 0) {
+    return true;
+  }
   unlink(temporary.c_str());
   return false;
 }
 
 bool listenAtFreePath(int listener, const std::string& path) {
-  if (listenAt(listener, path)) return true;
+  if (listenAt(listener, path)) {
+    return true;
+  }
   return errno == EADDRINUSE && isStaleSocket(path) && replaceStaleSocket(listener, path);
 }
 
 void stopListening() {
-  if (!g_listener) return;
+  if (!g_listener) {
+    return;
+  }
   // Remove the path first, so that a client that found it can still connect.
   unlink(device_paths::kBoostSocket);
   g_listener.reset();

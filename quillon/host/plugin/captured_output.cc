@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "device_names.h"
 #include "quillon/base/files.h"
 
 namespace quillon::host {
@@ -38,7 +39,7 @@ struct Stream {
 
 std::array<Stream, 2>& streams() {
   static std::array<Stream, 2> all = {
-      {{STDOUT_FILENO, "Stdout Thread"}, {STDERR_FILENO, "Stderr Thread"}}};
+      {{STDOUT_FILENO, device_names::kStdoutReader}, {STDERR_FILENO, device_names::kStderrReader}}};
   return all;
 }
 
@@ -54,7 +55,9 @@ fs::path threadOf(const std::string& name) {
   std::error_code gone;
   for (fs::directory_iterator entry("/proc/self/task", gone), end; !gone && entry != end;
        entry.increment(gone)) {
-    if (readProcFile(entry->path() / "comm") == name + "\n") return entry->path();
+    if (readProcFile(entry->path() / "comm") == name + "\n") {
+      return entry->path();
+    }
   }
   return {};
 }
@@ -65,16 +68,22 @@ enum class Reader { kNone, kUnknown, kBusy, kWaiting };
 // The readers wait for input only in poll(2). `call` is the content of "syscall" (proc(5)).
 Reader stateIn(const std::string& call) {
   const auto is = [&](long number) { return call.rfind(std::to_string(number) + " ", 0) == 0; };
-  if (call.empty()) return Reader::kUnknown;
+  if (call.empty()) {
+    return Reader::kUnknown;
+  }
 #ifdef SYS_poll
-  if (is(SYS_poll)) return Reader::kWaiting;
+  if (is(SYS_poll)) {
+    return Reader::kWaiting;
+  }
 #endif
   return is(SYS_ppoll) ? Reader::kWaiting : Reader::kBusy;
 }
 
 Reader readerOf(const Stream& stream) {
   std::error_code ignored;
-  if (!fs::exists("/proc/self/task", ignored)) return Reader::kUnknown;
+  if (!fs::exists("/proc/self/task", ignored)) {
+    return Reader::kUnknown;
+  }
   const fs::path thread = threadOf(stream.reader);
   return thread.empty() ? Reader::kNone : stateIn(readProcFile(thread / "syscall"));
 }
@@ -87,7 +96,9 @@ bool isEmpty(int pipe) {
 // Checks the pipe before the reader: if the reader waits after its pipe was empty, it has logged
 // all bytes. Without a reader nothing will be logged.
 bool isLogged(const Stream& stream) {
-  if (stream.pipe < 0) return true;
+  if (stream.pipe < 0) {
+    return true;
+  }
   const bool empty = isEmpty(stream.pipe);
   const Reader reader = readerOf(stream);
   return reader == Reader::kNone || (empty && reader != Reader::kBusy);
@@ -100,7 +111,9 @@ bool isUnknown(const Stream& stream) {
 // Flushes the buffer of `file` into its pipe. Does not wait for the stream's lock, which a thread
 // of the application may hold for ever, for example during a read from the terminal.
 void flush(const Stream& stream, FILE* file) {
-  if (stream.pipe < 0 || ftrylockfile(file) != 0) return;
+  if (stream.pipe < 0 || ftrylockfile(file) != 0) {
+    return;
+  }
   fflush_unlocked(file);
   funlockfile(file);
 }
@@ -122,7 +135,9 @@ void drainCapturedOutput() {
 
 void drainCapturedOutputAtExit() {
   for (Stream& stream : streams()) {
-    if (!isPipe(stream.descriptor)) continue;
+    if (!isPipe(stream.descriptor)) {
+      continue;
+    }
     stream.pipe = fcntl(stream.descriptor, F_DUPFD_CLOEXEC, kMinDescriptor);
   }
   std::atexit(drainCapturedOutput);

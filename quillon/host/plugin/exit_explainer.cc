@@ -14,7 +14,9 @@ const char* g_call = nullptr;
 const LaunchTarget* g_target = nullptr;
 
 void explainExit() {
-  if (g_call == nullptr) return;
+  if (g_call == nullptr) {
+    return;
+  }
   const std::string message = workstation::lastErrorMessage();
   const std::string reason = message.empty() ? "it logged no error" : "it logged: " + message;
   tell({std::string(g_call) + " ended the launch of '" + g_target->application.id + "'; " + reason,

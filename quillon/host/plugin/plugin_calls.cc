@@ -3,6 +3,7 @@
 #include <exception>
 #include <string_view>
 
+#include "device_names.h"
 #include "device_paths.h"
 #include "quillon/base/files.h"
 #include "quillon/base/trace_span.h"
@@ -15,8 +16,8 @@
 namespace quillon::host {
 namespace {
 
-constexpr std::string_view kCacheStart = "[START]";
-constexpr std::string_view kCacheEnd = "[END]";
+constexpr std::string_view kCacheStart = device_names::kCacheStartMarker;
+constexpr std::string_view kCacheEnd = device_names::kCacheEndMarker;
 constexpr char kUnknownType[] = "Wrong parameter";
 constexpr int kManagedAssembly = 0;  // the plug-in only logs it
 
@@ -40,14 +41,18 @@ Expected<void> PluginCalls::initialize() const {
   const ExitExplainer explainer(nameOf(LaunchCall::kInitialize), *target_);
   traced(LaunchCall::kInitialize, library_.initialize, target_->type.c_str());
   // The plug-in reports failures in its log only.
-  if (workstation::lastErrorMessage().find(kUnknownType) == std::string::npos) return {};
+  if (workstation::lastErrorMessage().find(kUnknownType) == std::string::npos) {
+    return {};
+  }
   return fail(kUsage, {"the plug-in does not know the application type '" + target_->type + "'",
                        "name one that it does, such as --type inhouse"});
 }
 
 Expected<PluginLists> PluginCalls::lists() const try {
   PluginLists lists;
-  if (const char* const tpa = traced(LaunchCall::kGetTpa, library_.getTpa)) lists.tpa = tpa;
+  if (const char* const tpa = traced(LaunchCall::kGetTpa, library_.getTpa)) {
+    lists.tpa = tpa;
+  }
   lists.dllPath = copyOf(traced(LaunchCall::kGetDllPath, library_.getDllPath));
   lists.nativePath =
       copyOf(traced(LaunchCall::kGetNativeDllSearchingPath, library_.getNativeDllSearchingPath));
@@ -93,7 +98,9 @@ std::string cachedTpa() {
   const std::string content = readWholeFile(device_paths::kTpaCache).value_or("");
   const bool isComplete = content.size() >= kCacheStart.size() + kCacheEnd.size() &&
                           content.starts_with(kCacheStart) && content.ends_with(kCacheEnd);
-  if (!isComplete) return {};
+  if (!isComplete) {
+    return {};
+  }
   return content.substr(kCacheStart.size(), content.size() - kCacheStart.size() - kCacheEnd.size());
 }
 

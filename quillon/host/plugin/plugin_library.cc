@@ -28,9 +28,13 @@ class Symbols {
 
   template <typename Function>
   void find(const char* name, Function*& function) {
-    if (missing_ != nullptr) return;
+    if (missing_ != nullptr) {
+      return;
+    }
     void* const symbol = dlsym(library_, name);
-    if (symbol == nullptr) missing_ = name;
+    if (symbol == nullptr) {
+      missing_ = name;
+    }
     static_assert(sizeof function == sizeof symbol);
     std::memcpy(&function, &symbol, sizeof symbol);
   }
@@ -73,7 +77,9 @@ Expected<PluginLibrary> loadPlugin(const fs::path& file) {
   symbols.find("plugin_validate_dll", plugin.validateDll);
   symbols.find("create_pipe_server", plugin.createPipeServer);
   symbols.find("create_pipe_client", plugin.createPipeClient);
-  if (symbols.missing() == nullptr) return plugin;
+  if (symbols.missing() == nullptr) {
+    return plugin;
+  }
   return fail("the plug-in '" + file.string() + "' has no function " + symbols.missing(), kRemedy);
 }
 

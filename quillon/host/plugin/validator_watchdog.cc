@@ -37,7 +37,9 @@ void check(int /*signal*/) {
     writeToTerminal(g_state.ended);
     _exit(kValidatorState);
   }
-  if (++g_state.checks == kChecksBeforeReport) writeToTerminal(g_state.waiting);
+  if (++g_state.checks == kChecksBeforeReport) {
+    writeToTerminal(g_state.waiting);
+  }
   errno = savedErrno;
 }
 

@@ -18,7 +18,9 @@ std::array<long, 3> numbersOf(const std::string& version) {
   for (long& number : numbers) {
     char* end = nullptr;
     number = std::strtol(rest, &end, 10);
-    if (end == rest || *end != '.') break;
+    if (end == rest || *end != '.') {
+      break;
+    }
     rest = end + 1;
   }
   return numbers;
@@ -36,7 +38,9 @@ bool hasRuntime() {
 std::string describeFolder() {
   std::error_code ignored;
   const fs::path framework = device_paths::kNetcoreapp;
-  if (!fs::exists(framework, ignored)) return "no such folder";
+  if (!fs::exists(framework, ignored)) {
+    return "no such folder";
+  }
   return fs::is_empty(framework, ignored) ? "an empty folder" : "a folder without libcoreclr.so";
 }
 

@@ -50,7 +50,9 @@ std::string describeHresult(int status) {
   std::snprintf(number, sizeof number, "0x%08x", code);
   const auto meaning = std::find_if(kMeanings.begin(), kMeanings.end(),
                                     [code](const Meaning& m) { return m.code == code; });
-  if (meaning == kMeanings.end()) return number;
+  if (meaning == kMeanings.end()) {
+    return number;
+  }
   return std::string(number) + " (" + std::string(meaning->text) + ")";
 }
 

@@ -24,14 +24,18 @@ std::string& runtimeMessages() {
 
 void addRuntimeMessage(const char* message) {
   std::string& messages = runtimeMessages();
-  if (!messages.empty()) messages += ' ';
+  if (!messages.empty()) {
+    messages += ' ';
+  }
   messages += message;
 }
 
 // "; the runtime says: ..." without trailing line breaks; empty without a message.
 std::string messageSuffix() {
   std::string text = runtimeMessages();
-  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+    text.pop_back();
+  }
   return text.empty() ? text : "; the runtime says: " + text;
 }
 
@@ -80,23 +84,33 @@ Expected<void> Runtime::start(const std::filesystem::path& executable,
     names.push_back(name.c_str());
     values.push_back(value.c_str());
   }
-  if (setErrorWriter_ != nullptr) setErrorWriter_(addRuntimeMessage);
+  if (setErrorWriter_ != nullptr) {
+    setErrorWriter_(addRuntimeMessage);
+  }
   const int status =
       initialize_(executable.c_str(), domainName.c_str(), static_cast<int>(properties.size()),
                   names.data(), values.data(), &host_, &domain_);
-  if (setErrorWriter_ != nullptr) setErrorWriter_(nullptr);
-  if (status >= 0) return {};
+  if (setErrorWriter_ != nullptr) {
+    setErrorWriter_(nullptr);
+  }
+  if (status >= 0) {
+    return {};
+  }
   return tl::unexpected(failedStep("coreclr_initialize", library_, status));
 }
 
 Expected<unsigned> Runtime::execute(const std::string& assembly,
                                     const std::vector<std::string>& arguments) {
   std::vector<const char*> values;
-  for (const std::string& argument : arguments) values.push_back(argument.c_str());
+  for (const std::string& argument : arguments) {
+    values.push_back(argument.c_str());
+  }
   unsigned exitStatus = 0;
   const int status = execute_(host_, domain_, static_cast<int>(values.size()), values.data(),
                               assembly.c_str(), &exitStatus);
-  if (status >= 0) return exitStatus;
+  if (status >= 0) {
+    return exitStatus;
+  }
   return fail("the runtime cannot run '" + assembly + "': " + describeHresult(status),
               "build it as an executable assembly for this runtime (OutputType Exe)");
 }

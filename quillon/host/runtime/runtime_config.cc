@@ -24,7 +24,9 @@ Json parseFile(const std::filesystem::path& file) {
 
 const Json& member(const Json& object, const char* name) {
   static const Json kNothing = Json::object();
-  if (!object.is_object()) return kNothing;
+  if (!object.is_object()) {
+    return kNothing;
+  }
   const auto found = object.find(name);
   return found == object.end() ? kNothing : *found;
 }
@@ -45,9 +47,13 @@ std::string versionOf(const Json& framework) {
 
 std::string wantedVersion(const Json& options) {
   const Json& only = member(options, "framework");
-  if (isBaseFramework(only)) return versionOf(only);
+  if (isBaseFramework(only)) {
+    return versionOf(only);
+  }
   for (const Json& framework : member(options, "frameworks")) {
-    if (isBaseFramework(framework)) return versionOf(framework);
+    if (isBaseFramework(framework)) {
+      return versionOf(framework);
+    }
   }
   return {};
 }
@@ -74,8 +80,12 @@ class FrameworkVersion : public nlohmann::json_sax<Json> {
     return false;
   }
   bool key(string_t& name) override {
-    if (depth_ == 1) inTargets_ = name == "targets";
-    if (!inTargets_ || depth_ != kLibraryDepth || name.rfind(kRuntimePack, 0) != 0) return true;
+    if (depth_ == 1) {
+      inTargets_ = name == "targets";
+    }
+    if (!inTargets_ || depth_ != kLibraryDepth || name.rfind(kRuntimePack, 0) != 0) {
+      return true;
+    }
     version = name.substr(name.find('/') + 1);
     return false;
   }
@@ -96,7 +106,9 @@ std::filesystem::path runtimeConfigOf(std::filesystem::path assembly) {
 Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly) {
   const std::filesystem::path file = runtimeConfigOf(assembly);
   std::error_code ignored;
-  if (!std::filesystem::exists(file, ignored)) return RuntimeConfig{};
+  if (!std::filesystem::exists(file, ignored)) {
+    return RuntimeConfig{};
+  }
   const Json json = parseFile(file);
   if (!json.is_object()) {
     return fail("'" + file.string() + "' is not valid JSON", "build the application again");
@@ -105,7 +117,9 @@ Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly)
   RuntimeConfig config;
   config.frameworkVersion = wantedVersion(options);
   const Json& properties = member(options, "configProperties");
-  if (!properties.is_object()) return config;  // items() accepts other types too
+  if (!properties.is_object()) {
+    return config;  // items() accepts other types too
+  }
   for (const auto& [name, value] : properties.items()) {
     config.properties.emplace_back(name, textOf(value));
   }
@@ -116,7 +130,9 @@ std::string frameworkVersionOf(const std::filesystem::path& framework) {
   const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen((framework / kDepsFile).c_str(), "re"),
                                                    fclose);
   FrameworkVersion reader;
-  if (file) Json::sax_parse(file.get(), &reader);
+  if (file) {
+    Json::sax_parse(file.get(), &reader);
+  }
   return reader.version;
 }
 

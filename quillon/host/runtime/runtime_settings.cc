@@ -7,7 +7,9 @@ namespace quillon::host {
 namespace {
 
 void apply(const char* variable, const std::optional<bool>& setting) {
-  if (setting) setenv(variable, *setting ? "1" : "0", 1);
+  if (setting) {
+    setenv(variable, *setting ? "1" : "0", 1);
+  }
 }
 
 bool isSet(const char* variable) { return std::getenv(variable) != nullptr; }
@@ -26,11 +28,15 @@ void applySettings(const RuntimeSettings& settings) {
 ScopedVariable::ScopedVariable(const char* name, const char* value,
                                std::initializer_list<const char*> overrides)
     : name_(name), isOwner_(std::none_of(overrides.begin(), overrides.end(), isSet)) {
-  if (isOwner_) setenv(name_, value, 1);
+  if (isOwner_) {
+    setenv(name_, value, 1);
+  }
 }
 
 ScopedVariable::~ScopedVariable() {
-  if (isOwner_) unsetenv(name_);
+  if (isOwner_) {
+    unsetenv(name_);
+  }
 }
 
 // The runtime reads its settings under both prefixes.

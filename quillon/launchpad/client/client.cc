@@ -62,14 +62,20 @@ void awaitExit(const Descriptor& process) {
 
 // A signal that asked the application to end before it started also prevents the direct launch.
 LaunchOutcome PendingLaunch::declined(std::string reason) const {
-  if (signals_.endingSignal() != 0) killSelfBy(signals_.endingSignal());
+  if (signals_.endingSignal() != 0) {
+    killSelfBy(signals_.endingSignal());
+  }
   return {std::nullopt, std::move(reason)};
 }
 
 // The workers end with the server.
 LaunchOutcome PendingLaunch::onServerGone() const {
-  if (isTaken()) awaitExit(signals_.target());
-  if (!wasStarted(started_.get())) return declined("the launch pad ended");
+  if (isTaken()) {
+    awaitExit(signals_.target());
+  }
+  if (!wasStarted(started_.get())) {
+    return declined("the launch pad ended");
+  }
   const Failure failure{"the launch pad ended, and the application with it", "start it again",
                         kLaunchPadState};
   return {report(failure), {}};
@@ -85,15 +91,23 @@ milliseconds PendingLaunch::timeLeft() const {
 LaunchOutcome PendingLaunch::onTimeout() {
   shutdown(socket_.get(), SHUT_RD);
   Message message;
-  if (receiveMessageNow(socket_.get(), message) == Received::kMessage) handle(std::move(message));
-  if (outcome_) return *outcome_;
-  if (!isTaken()) return declined("the launch pad does not answer");
+  if (receiveMessageNow(socket_.get(), message) == Received::kMessage) {
+    handle(std::move(message));
+  }
+  if (outcome_) {
+    return *outcome_;
+  }
+  if (!isTaken()) {
+    return declined("the launch pad does not answer");
+  }
   signals_.killTarget();
   return onServerGone();
 }
 
 void PendingLaunch::onTaken(TakenReply reply) {
-  if (reply.pidfd) signals_.setTarget(std::move(reply.pidfd));
+  if (reply.pidfd) {
+    signals_.setTarget(std::move(reply.pidfd));
+  }
   if (verbose_) {
     tell({"launched by the launch pad, in its process " + std::to_string(reply.worker), {}});
   }
@@ -133,8 +147,12 @@ LaunchOutcome PendingLaunch::awaitOutcome() {
         outcome_ = onServerGone();
         break;
       case Received::kNothingYet:
-        if (isTaken()) break;
-        if (signals_.endingSignal() != 0 || timeLeft().count() == 0) outcome_ = onTimeout();
+        if (isTaken()) {
+          break;
+        }
+        if (signals_.endingSignal() != 0 || timeLeft().count() == 0) {
+          outcome_ = onTimeout();
+        }
         break;
     }
   }
@@ -152,7 +170,9 @@ bool canBeInherited(const std::vector<int>& descriptors) {
 
 LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::string& program) {
   const Descriptor socket = connectTo(addressOf(options.device));
-  if (!socket) return {};
+  if (!socket) {
+    return {};
+  }
   const ProcSelf self;
   const Request request = makeRequest(options, self, program);
   if (request.processState.empty()) {

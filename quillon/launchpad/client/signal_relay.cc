@@ -18,10 +18,14 @@ constexpr std::array kEnding = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 sigset_t relayed(const sigset_t& ignored) {
   sigset_t signals;
   sigfillset(&signals);
-  for (const int signal : kNotRelayed) sigdelset(&signals, signal);
+  for (const int signal : kNotRelayed) {
+    sigdelset(&signals, signal);
+  }
   for (int signal = 1; signal < NSIG; ++signal) {
     // If an ignored signal is blocked, the kernel queues it for signalfd(2) instead.
-    if (sigismember(&ignored, signal) == 1) sigdelset(&signals, signal);
+    if (sigismember(&ignored, signal) == 1) {
+      sigdelset(&signals, signal);
+    }
   }
   return signals;
 }
@@ -42,7 +46,9 @@ SignalRelay::~SignalRelay() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
 
 void SignalRelay::setTarget(Descriptor process) {
   target_ = std::move(process);
-  if (endingSignal_ != 0) sendTo(target_, endingSignal_);
+  if (endingSignal_ != 0) {
+    sendTo(target_, endingSignal_);
+  }
 }
 
 void SignalRelay::killTarget() const { sendTo(target_, SIGKILL); }
@@ -56,12 +62,18 @@ void SignalRelay::relay() {
 }
 
 void SignalRelay::send(int signal) {
-  if (std::find(kEnding.begin(), kEnding.end(), signal) != kEnding.end()) endingSignal_ = signal;
-  if (target_) sendTo(target_, signal);
+  if (std::find(kEnding.begin(), kEnding.end(), signal) != kEnding.end()) {
+    endingSignal_ = signal;
+  }
+  if (target_) {
+    sendTo(target_, signal);
+  }
 }
 
 void SignalRelay::stopBoth() {
-  if (target_) sendTo(target_, SIGSTOP);
+  if (target_) {
+    sendTo(target_, SIGSTOP);
+  }
   raise(SIGSTOP);  // SIGCONT is relayed like any other signal
 }
 

@@ -39,7 +39,9 @@ Descriptor newSocket(int flags) {
 std::optional<uid_t> userOfPeer(int socket) {
   ucred credentials{};
   socklen_t length = sizeof credentials;
-  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) return {};
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
+    return {};
+  }
   return credentials.uid;
 }
 
@@ -68,7 +70,9 @@ std::string ownerOf(const Address& address) {
 
 std::string addressOf(const std::filesystem::path& device) {
   struct stat status {};
-  if (stat(device.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return {};
+  if (stat(device.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    return {};
+  }
   return "quillon-launchpad/" + std::to_string(geteuid()) + "/" + std::to_string(status.st_dev) +
          "/" + std::to_string(status.st_ino);
 }
@@ -95,7 +99,9 @@ Expected<Descriptor> listenAt(const std::string& address, const std::filesystem:
 }
 
 Descriptor connectTo(const std::string& address) {
-  if (address.empty() || isOverflowUser()) return {};
+  if (address.empty() || isOverflowUser()) {
+    return {};
+  }
   const Address name = toSocketAddress(address);
   Descriptor socket = newSocket(0);
   if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&name.name), name.length) != 0 ||
@@ -108,7 +114,9 @@ Descriptor connectTo(const std::string& address) {
 Descriptor acceptFrom(int listener) {
   for (;;) {
     Descriptor client(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!client || isOwnPeer(client.get())) return client;
+    if (!client || isOwnPeer(client.get())) {
+      return client;
+    }
   }
 }
 

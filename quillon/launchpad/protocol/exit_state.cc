@@ -40,7 +40,9 @@ void killSelfBy(int signal) {
 }
 
 int exitAs(const ExitState& state) {
-  if (!state.bySignal) return state.number;
+  if (!state.bySignal) {
+    return state.number;
+  }
   killSelfBy(state.number);
   return kSignalBase + state.number;
 }

@@ -16,7 +16,9 @@ union Control {
 };
 
 void attach(msghdr& header, Control& control, const std::vector<int>& descriptors) {
-  if (descriptors.empty()) return;
+  if (descriptors.empty()) {
+    return;
+  }
   const size_t length = descriptors.size() * sizeof(int);
   header.msg_control = control.bytes;
   header.msg_controllen = CMSG_SPACE(length);
@@ -30,7 +32,9 @@ void attach(msghdr& header, Control& control, const std::vector<int>& descriptor
 void detach(msghdr& header, std::vector<Descriptor>& descriptors) {
   for (cmsghdr* rights = CMSG_FIRSTHDR(&header); rights != nullptr;
        rights = CMSG_NXTHDR(&header, rights)) {
-    if (rights->cmsg_level != SOL_SOCKET || rights->cmsg_type != SCM_RIGHTS) continue;
+    if (rights->cmsg_level != SOL_SOCKET || rights->cmsg_type != SCM_RIGHTS) {
+      continue;
+    }
     const size_t count = (rights->cmsg_len - CMSG_LEN(0)) / sizeof(int);
     for (size_t i = 0; i < count; ++i) {
       int fd = -1;
@@ -54,9 +58,13 @@ Received receive(int socket, Message& message, int flags) {
   do {
     length = recvmsg(socket, &header, MSG_CMSG_CLOEXEC | flags);
   } while (length < 0 && errno == EINTR);
-  if (length < 0 && errno == EAGAIN) return Received::kNothingYet;
+  if (length < 0 && errno == EAGAIN) {
+    return Received::kNothingYet;
+  }
   message = Message();
-  if (length >= 0) detach(header, message.descriptors);
+  if (length >= 0) {
+    detach(header, message.descriptors);
+  }
   const bool isComplete = (header.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0;
   const bool isMessage = length >= static_cast<ssize_t>(sizeof message.kind) && isComplete;
   const std::string_view received(buffer.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
@@ -74,13 +82,17 @@ iovec partOf(std::string_view bytes) { return {const_cast<char*>(bytes.data()), 
 }  // namespace
 
 SensitiveBytes::~SensitiveBytes() {
-  if (!bytes_.empty()) explicit_bzero(bytes_.data(), bytes_.size());
+  if (!bytes_.empty()) {
+    explicit_bzero(bytes_.data(), bytes_.size());
+  }
 }
 
 bool sendMessage(int socket, MessageKind kind, std::string_view bytes,
                  const std::vector<int>& descriptors, std::string_view moreBytes) {
   const size_t length = sizeof kind + bytes.size() + moreBytes.size();
-  if (length > kMaxMessageSize || descriptors.size() > kMaxDescriptors) return false;
+  if (length > kMaxMessageSize || descriptors.size() > kMaxDescriptors) {
+    return false;
+  }
   std::array<iovec, 3> parts = {{{&kind, sizeof kind}, partOf(bytes), partOf(moreBytes)}};
   Control control{};
   msghdr header{};

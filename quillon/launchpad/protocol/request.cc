@@ -44,7 +44,9 @@ class Encoder {
       length += sizeof count + std::strlen(environ[count]);
     }
     writer_.reserve(length + kTypicalTailSize).number(count);
-    for (uint64_t i = 0; i < count; ++i) writer_.text(environ[i]);
+    for (uint64_t i = 0; i < count; ++i) {
+      writer_.text(environ[i]);
+    }
   }
 
  private:
@@ -53,11 +55,15 @@ class Encoder {
   void encode(const std::vector<std::string>& values) { writer_.texts(values); }
   void encode(const std::optional<std::string>& value) {
     writer_.number(value ? 1 : 0);
-    if (value) writer_.text(*value);
+    if (value) {
+      writer_.text(*value);
+    }
   }
   void encode(const std::vector<int>& values) {
     writer_.number(values.size());
-    for (const int value : values) encode(value);
+    for (const int value : values) {
+      encode(value);
+    }
   }
   void encode(const Limits& limits) {
     writer_.text({reinterpret_cast<const char*>(limits.data()), limits.size() * sizeof(rlimit)});
@@ -86,11 +92,15 @@ class Decoder {
   void decode(std::vector<std::string>& values) { values = reader_.texts(); }
   void decode(std::optional<std::string>& value) {
     auto values = reader_.texts();
-    if (!values.empty()) value = std::move(values.front());
+    if (!values.empty()) {
+      value = std::move(values.front());
+    }
   }
   void decode(std::vector<int>& values) {
     values.resize(std::min<uint64_t>(reader_.number(), kMaxInheritedDescriptors));
-    for (int& value : values) decode(value);
+    for (int& value : values) {
+      decode(value);
+    }
   }
   void decode(Limits& limits) {
     const std::string bytes = reader_.text();
@@ -132,7 +142,9 @@ class DescriptorMask {
   // Attaches the descriptors of the calling process.
   DescriptorMask(std::vector<int>& descriptors, const Request& request, int started) {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-      if (fcntl(fd, F_GETFD) < 0) continue;
+      if (fcntl(fd, F_GETFD) < 0) {
+        continue;
+      }
       descriptors.push_back(fd);
       bits_ |= 1U << fd;
     }
@@ -167,14 +179,22 @@ class DescriptorMask {
     RequestDescriptors detached;
     size_t next = hasFile() ? 1 : 0;
     const auto take = [&](Descriptor& into) {
-      if (next < message.descriptors.size()) into = std::move(message.descriptors[next++]);
+      if (next < message.descriptors.size()) {
+        into = std::move(message.descriptors[next++]);
+      }
     };
     for (size_t fd = 0; fd < detached.standard.size(); ++fd) {
-      if ((bits_ & (1U << fd)) != 0) take(detached.standard[fd]);
+      if ((bits_ & (1U << fd)) != 0) {
+        take(detached.standard[fd]);
+      }
     }
-    if ((bits_ & kLogBit) != 0) take(detached.log);
+    if ((bits_ & kLogBit) != 0) {
+      take(detached.log);
+    }
     take(detached.started);
-    while (next < message.descriptors.size()) take(detached.inherited.emplace_back());
+    while (next < message.descriptors.size()) {
+      take(detached.inherited.emplace_back());
+    }
     return detached;
   }
 
@@ -190,8 +210,12 @@ class DescriptorMask {
 // memory file. `storage` must outlive the result.
 std::string_view encodedRequest(std::string_view rest, const DescriptorMask& mask,
                                 const Message& message, SensitiveBytes& storage) {
-  if (!mask.hasFile()) return rest;
-  if (!message.descriptors.empty()) storage = readSealedMemory(message.descriptors.front().get());
+  if (!mask.hasFile()) {
+    return rest;
+  }
+  if (!message.descriptors.empty()) {
+    storage = readSealedMemory(message.descriptors.front().get());
+  }
   return storage.view();
 }
 
@@ -240,7 +264,9 @@ bool sendRequest(int socket, const Request& request, int started) {
   }
   const std::string_view encoded = writer.bytes();
   const Descriptor file = makeSealedMemory(encoded.substr(sizeof mask.bits()));
-  if (!file) return false;
+  if (!file) {
+    return false;
+  }
   mask.addFile(descriptors, file);
   return sendMessage(socket, MessageKind::kLaunch, RecordWriter().number(mask.bits()).bytes(),
                      descriptors);
@@ -253,14 +279,18 @@ std::optional<ReceivedRequest> ReceivedRequest::parse(Message message) {
   RecordReader head(encodedRequest(reader.rest(), mask, message, storage));
   Request request;
   visitHead(Decoder(head), request);
-  if (!head.ok() || !mask.matches(message, request)) return std::nullopt;
+  if (!head.ok() || !mask.matches(message, request)) {
+    return std::nullopt;
+  }
   return ReceivedRequest(std::move(message), std::move(request));
 }
 
 bool ReceivedRequest::assign(int socket, const host::LaunchTarget& target) const {
   std::vector<int> descriptors;
   descriptors.reserve(message_.descriptors.size());
-  for (const Descriptor& descriptor : message_.descriptors) descriptors.push_back(descriptor.get());
+  for (const Descriptor& descriptor : message_.descriptors) {
+    descriptors.push_back(descriptor.get());
+  }
   RecordReader reader(message_.bytes.view());
   RecordWriter writer;
   writer.reserve(kTypicalTargetSize).number(reader.number());
@@ -277,7 +307,9 @@ std::optional<Assignment> parseAssignment(Message message) {
   RecordReader encoded(encodedRequest(reader.rest(), mask, message, storage));
   visitHead(Decoder(encoded), assignment.request);
   visitTail(Decoder(encoded), assignment.request);
-  if (!reader.ok() || !encoded.atEnd()) return std::nullopt;
+  if (!reader.ok() || !encoded.atEnd()) {
+    return std::nullopt;
+  }
   assignment.descriptors = mask.detach(message);
   return assignment;
 }
@@ -289,7 +321,9 @@ bool sendTaken(int socket, pid_t worker, int pidfd) {
 
 TakenReply parseTaken(Message message) {
   TakenReply reply{static_cast<pid_t>(RecordReader(message.bytes.view()).number()), {}};
-  if (!message.descriptors.empty()) reply.pidfd = std::move(message.descriptors.front());
+  if (!message.descriptors.empty()) {
+    reply.pidfd = std::move(message.descriptors.front());
+  }
   return reply;
 }
 

@@ -17,10 +17,14 @@ Descriptor makeSealedMemory(std::string_view text) {
   Descriptor file(memfd_create("quillon-launch", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   for (size_t done = 0; file && done < text.size();) {
     const ssize_t written = write(file.get(), text.data() + done, text.size() - done);
-    if (written <= 0) return {};
+    if (written <= 0) {
+      return {};
+    }
     done += static_cast<size_t>(written);
   }
-  if (!file || fcntl(file.get(), F_ADD_SEALS, kSeals) != 0) return {};
+  if (!file || fcntl(file.get(), F_ADD_SEALS, kSeals) != 0) {
+    return {};
+  }
   return file;
 }
 

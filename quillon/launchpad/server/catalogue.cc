@@ -24,12 +24,16 @@ std::vector<std::string> filesOf(const host::LaunchTarget& target) {
 
 std::string fingerprintOf(const std::vector<std::string>& files) {
   std::string fingerprint = workstation::registryFingerprint() + '\0';
-  for (const std::string& file : files) appendFileIdentity(fingerprint, AT_FDCWD, file.c_str());
+  for (const std::string& file : files) {
+    appendFileIdentity(fingerprint, AT_FDCWD, file.c_str());
+  }
   return fingerprint;
 }
 
 Expected<void> requireAbsolutePath(const Request& request) {
-  if (!request.exec || fs::path(*request.exec).is_absolute()) return {};
+  if (!request.exec || fs::path(*request.exec).is_absolute()) {
+    return {};
+  }
   return fail("the path '" + *request.exec + "' depends on the working directory");
 }
 
@@ -70,7 +74,9 @@ Expected<std::shared_ptr<const Entry>> Catalogue::find(const Request& request) {
     cache_.erase(found);
   }
   ASSIGN_OR_RETURN(Cached cached, read(request, std::move(files)));
-  if (cache_.size() >= kMaxEntries) cache_.clear();
+  if (cache_.size() >= kMaxEntries) {
+    cache_.clear();
+  }
   return (cache_[name] = std::move(cached)).entry;
 }
 
@@ -86,7 +92,9 @@ Expected<Catalogue::Cached> Catalogue::read(const Request& request,
     ASSIGN_OR_RETURN(Entry entry, lookUp(request));
     cached.files = filesOf(entry.target);
     cached.entry = std::make_shared<const Entry>(std::move(entry));
-    if (cached.files == files) return cached;
+    if (cached.files == files) {
+      return cached;
+    }
     files = cached.files;
   }
   cached.fingerprint.clear();
@@ -96,7 +104,9 @@ Expected<Catalogue::Cached> Catalogue::read(const Request& request,
 std::vector<PoolKey> Catalogue::keysOfInstalled(const std::vector<std::string>& types) {
   std::vector<PoolKey> keys;
   const auto packages = workstation::listPackages();
-  if (!packages) return keys;
+  if (!packages) {
+    return keys;
+  }
   for (const workstation::Package& package : *packages) {
     for (const workstation::Application& application : package.applications) {
       Request request;
@@ -104,9 +114,13 @@ std::vector<PoolKey> Catalogue::keysOfInstalled(const std::vector<std::string>& 
       const auto entry = find(request);
       const bool isWanted =
           types.empty() || std::find(types.begin(), types.end(), application.type) != types.end();
-      if (!entry || !isWanted) continue;
+      if (!entry || !isWanted) {
+        continue;
+      }
       const PoolKey& key = (*entry)->key;
-      if (std::find(keys.begin(), keys.end(), key) == keys.end()) keys.push_back(key);
+      if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
+        keys.push_back(key);
+      }
     }
   }
   return keys;

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "device_names.h"
 #include "quillon/base/descriptor.h"
 
 namespace quillon::launchpad {
@@ -22,12 +23,15 @@ namespace fs = std::filesystem;
 // The runtime's choice, because TMPDIR is unset in a device root.
 constexpr char kFolder[] = "/tmp";
 // Followed by a process id, "-" and a number that distinguishes processes of the same id.
-constexpr std::array<std::string_view, 2> kPrefixes = {"clr-debug-pipe-", "dotnet-diagnostic-"};
+constexpr std::array<std::string_view, 2> kPrefixes = {device_names::kDebuggerPipePrefix,
+                                                       "dotnet-diagnostic-"};
 
 // The process id in a file's name. Returns 0 if the file is not the debugger's.
 pid_t processOf(std::string_view name) {
   for (const std::string_view prefix : kPrefixes) {
-    if (!name.starts_with(prefix)) continue;
+    if (!name.starts_with(prefix)) {
+      continue;
+    }
     pid_t process = 0;
     const char* const end = name.data() + name.size();
     const auto read = std::from_chars(name.data() + prefix.size(), end, process);
@@ -42,14 +46,18 @@ void removeFilesIf(const std::function<bool(pid_t)>& condition) {
        entry.increment(error)) {
     const pid_t process = processOf(entry->path().filename().native());
     std::error_code ignored;
-    if (process > 0 && condition(process)) fs::remove(entry->path(), ignored);
+    if (process > 0 && condition(process)) {
+      fs::remove(entry->path(), ignored);
+    }
   }
 }
 
 // Also true for a zombie.
 bool isGone(pid_t process) {
   const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
-  if (!pidfd) return errno == ESRCH;
+  if (!pidfd) {
+    return errno == ESRCH;
+  }
   pollfd ended{pidfd.get(), POLLIN, 0};
   return poll(&ended, 1, 0) == 1;
 }

@@ -36,7 +36,9 @@ bool hasSpareDescriptors(int anyDescriptor) {
 Descriptor openSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, signal);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    sigaddset(&signals, signal);
+  }
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
@@ -55,16 +57,22 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Proce
           {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000)),
            [this] { return currentFingerprint(config_.plugin); }},
           [this](const PoolKey& key, Descriptor channel) { runChild(key, std::move(channel)); }) {
-  for (const PoolKey& key : catalogue_.keysOfInstalled(options.types)) pools_.ensurePool(key);
+  for (const PoolKey& key : catalogue_.keysOfInstalled(options.types)) {
+    pools_.ensurePool(key);
+  }
 }
 
 void EventLoop::run() {
-  while (!stopping_ || !pools_.isEmpty()) poll(pools_.refill());
+  while (!stopping_ || !pools_.isEmpty()) {
+    poll(pools_.refill());
+  }
 }
 
 std::vector<EventLoop::Watch> EventLoop::watches() {
   std::vector<Watch> all;
-  if (isAccepting()) all.push_back({listener_.get(), [this] { acceptClients(); }});
+  if (isAccepting()) {
+    all.push_back({listener_.get(), [this] { acceptClients(); }});
+  }
   all.push_back({signals_.get(), [this] { onSignals(); }});
   for (const auto& [number, client] : clients_) {
     all.push_back({client.socket.get(), [this, client = number] { onClientReadable(client); }});
@@ -72,30 +80,46 @@ std::vector<EventLoop::Watch> EventLoop::watches() {
   for (const WorkerProcess* worker : pools_.all()) {
     const uint64_t number = worker->number;
     const auto onReadable = [this, number] {
-      if (WorkerProcess* const found = pools_.find(number)) onWorkerReadable(*found);
+      if (WorkerProcess* const found = pools_.find(number)) {
+        onWorkerReadable(*found);
+      }
     };
-    if (worker->channel) all.push_back({worker->channel.get(), onReadable});
+    if (worker->channel) {
+      all.push_back({worker->channel.get(), onReadable});
+    }
     all.push_back({worker->pidfd.get(), [this, number] { onWorkerEnded(number); }});
   }
   return all;
 }
 
 void EventLoop::poll(std::chrono::milliseconds timeout) {
-  if (!isAccepting() && (timeout.count() < 0 || timeout > kAcceptPause)) timeout = kAcceptPause;
+  if (!isAccepting() && (timeout.count() < 0 || timeout > kAcceptPause)) {
+    timeout = kAcceptPause;
+  }
   const std::vector<Watch> all = watches();
   std::vector<pollfd> events;
-  for (const Watch& watch : all) events.push_back({watch.descriptor, POLLIN, 0});
-  if (::poll(events.data(), events.size(), static_cast<int>(timeout.count())) <= 0) return;
+  for (const Watch& watch : all) {
+    events.push_back({watch.descriptor, POLLIN, 0});
+  }
+  if (::poll(events.data(), events.size(), static_cast<int>(timeout.count())) <= 0) {
+    return;
+  }
   for (size_t i = 0; i < all.size(); ++i) {
-    if (events[i].revents != 0) all[i].handler();
+    if (events[i].revents != 0) {
+      all[i].handler();
+    }
   }
 }
 
 void EventLoop::acceptClients() {
   while (hasSpareDescriptors(listener_.get())) {
     Descriptor socket = acceptFrom(listener_.get());
-    if (!socket && errno != ENFILE) return;
-    if (!socket) break;
+    if (!socket && errno != ENFILE) {
+      return;
+    }
+    if (!socket) {
+      break;
+    }
     Client& client = clients_[nextClient_++];
     client.socket = std::move(socket);
     client.connectedAt = Clock::now();
@@ -117,7 +141,9 @@ bool EventLoop::isAccepting() const { return Clock::now() >= acceptAgain_; }
 
 void EventLoop::onClientReadable(uint64_t client) {
   const auto found = clients_.find(client);
-  if (found == clients_.end()) return;
+  if (found == clients_.end()) {
+    return;
+  }
   Message message;
   switch (receiveMessageNow(found->second.socket.get(), message)) {
     case Received::kMessage:
@@ -133,7 +159,9 @@ void EventLoop::onClientReadable(uint64_t client) {
 
 void EventLoop::onClientMessage(uint64_t number, Message message) {
   Client& client = clients_[number];
-  if (client.launch) return removeClient(number);  // a client sends one request
+  if (client.launch) {
+    return removeClient(number);  // a client sends one request
+  }
   switch (message.kind) {
     case MessageKind::kLaunch:
       onRequest(number, std::move(message));
@@ -158,7 +186,9 @@ void EventLoop::onClientMessage(uint64_t number, Message message) {
 // An application ends with its client, as if they were one process.
 void EventLoop::removeClient(uint64_t number) {
   const auto found = clients_.find(number);
-  if (found == clients_.end()) return;
+  if (found == clients_.end()) {
+    return;
+  }
   if (found->second.launch) {
     if (WorkerProcess* const worker = pools_.find(found->second.launch->worker)) {
       worker->client = 0;
@@ -170,18 +200,26 @@ void EventLoop::removeClient(uint64_t number) {
 
 void EventLoop::onRequest(uint64_t client, Message message) {
   auto request = ReceivedRequest::parse(std::move(message));
-  if (!request) return removeClient(client);
+  if (!request) {
+    return removeClient(client);
+  }
   auto entry = findEntry(request->request());
-  if (!entry) return decline(client, entry.error().what);
+  if (!entry) {
+    return decline(client, entry.error().what);
+  }
   pools_.ensurePool((*entry)->key);
   pools_.discardOutdated(currentFingerprint(config_.plugin));
   clients_[client].launch = Launch{std::move(request), std::move(*entry)};
-  if (!assign(client)) decline(client, "no process is ready for it");
+  if (!assign(client)) {
+    decline(client, "no process is ready for it");
+  }
 }
 
 // The application to launch. Fails if a worker cannot launch it.
 Expected<std::shared_ptr<const Entry>> EventLoop::findEntry(const Request& request) {
-  if (stopping_) return fail("the launch pad is about to stop");
+  if (stopping_) {
+    return fail("the launch pad is about to stop");
+  }
   RETURN_IF_FAILED(compareState(request));
   auto entry = catalogue_.find(request);
   if (entry && host::entersZone((*entry)->target.type) && !zone_.isCurrent()) {
@@ -192,7 +230,9 @@ Expected<std::shared_ptr<const Entry>> EventLoop::findEntry(const Request& reque
 
 Expected<void> EventLoop::compareState(const Request& request) const {
   const std::string difference = firstDifference(state_, request.processState);
-  if (!difference.empty()) return fail(difference + " differs from the launch pad's");
+  if (!difference.empty()) {
+    return fail(difference + " differs from the launch pad's");
+  }
   if (!canAdopt(limits_, request.limits)) {
     return fail("its resource limits are higher than the launch pad's");
   }
@@ -205,16 +245,22 @@ bool EventLoop::assign(uint64_t number) {
   Client& client = clients_[number];
   Launch& launch = *client.launch;
   WorkerProcess* const worker = pools_.take(launch.entry->key);
-  if (worker == nullptr) return false;
+  if (worker == nullptr) {
+    return false;
+  }
   worker->client = number;
   launch.worker = worker->number;
   const auto& target = launch.entry->target;
   const auto registered = workstation::registerProcess(worker->pid, target.package.id);
-  if (!registered) tell(registered.error());
+  if (!registered) {
+    tell(registered.error());
+  }
   if (!sendTaken(client.socket.get(), worker->pid, worker->pidfd.get())) {
     return true;  // the client has ended: its socket becomes readable
   }
-  if (!launch.request->assign(worker->channel.get(), target)) killWorker(*worker);
+  if (!launch.request->assign(worker->channel.get(), target)) {
+    killWorker(*worker);
+  }
   return true;
 }
 
@@ -227,27 +273,41 @@ void EventLoop::decline(uint64_t client, const std::string& reason) {
 bool EventLoop::onWorkerReadable(WorkerProcess& worker) {
   Message message;
   const Received received = receiveMessageNow(worker.channel.get(), message);
-  if (received == Received::kEnd) worker.channel.reset();
-  if (received != Received::kMessage) return false;
-  if (message.kind == MessageKind::kReady) pools_.onReady(worker);
-  if (message.kind == MessageKind::kTakenOver) worker.tookOver = true;
+  if (received == Received::kEnd) {
+    worker.channel.reset();
+  }
+  if (received != Received::kMessage) {
+    return false;
+  }
+  if (message.kind == MessageKind::kReady) {
+    pools_.onReady(worker);
+  }
+  if (message.kind == MessageKind::kTakenOver) {
+    worker.tookOver = true;
+  }
   if (message.kind == MessageKind::kStarted && worker.stage == Stage::kAssigned) {
     pools_.onStarted(worker);
     const auto client = clients_.find(worker.client);
     // Frees the client's descriptors, which only the application may keep open.
-    if (client != clients_.end()) client->second.launch->request.reset();
+    if (client != clients_.end()) {
+      client->second.launch->request.reset();
+    }
   }
   return true;
 }
 
 void EventLoop::onWorkerEnded(uint64_t number) {
   WorkerProcess* const worker = pools_.find(number);
-  if (worker == nullptr) return;
+  if (worker == nullptr) {
+    return;
+  }
   // Messages that the worker sent before its end come first.
   while (worker->channel && onWorkerReadable(*worker)) {
   }
   const auto exitState = reapWorker(*worker);
-  if (!exitState) return;
+  if (!exitState) {
+    return;
+  }
   const uint64_t client = worker->client;
   // A worker that has the whole launch and exits by itself has reported its failure, for instance a
   // refusal by the plug-in. That is the result, as in a direct launch.
@@ -259,7 +319,9 @@ void EventLoop::onWorkerEnded(uint64_t number) {
   }
   pools_.onEnded(number);
   const bool hasClient = clients_.find(client) != clients_.end();
-  if (hasClient && !isResult) return retry(client);
+  if (hasClient && !isResult) {
+    return retry(client);
+  }
   if (hasClient) {
     sendMessage(clients_[client].socket.get(), MessageKind::kEnded, encode(*exitState));
     clients_.erase(client);
@@ -269,7 +331,9 @@ void EventLoop::onWorkerEnded(uint64_t number) {
 
 void EventLoop::retry(uint64_t client) {
   Launch& launch = *clients_[client].launch;
-  if (++launch.failedWorkers < kMaxAttempts && assign(client)) return;
+  if (++launch.failedWorkers < kMaxAttempts && assign(client)) {
+    return;
+  }
   decline(client, "the prepared process died before the application began");
 }
 
@@ -281,7 +345,9 @@ void EventLoop::onSignals() {
 }
 
 void EventLoop::stopOrKill() {
-  if (stopping_) return pools_.killAll();
+  if (stopping_) {
+    return pools_.killAll();
+  }
   stopping_ = true;
   pools_.close();
 }

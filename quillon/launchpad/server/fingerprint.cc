@@ -61,7 +61,9 @@ void addBytes(std::string& fingerprint, const T& value) {
 
 void appendFileIdentity(std::string& fingerprint, int folder, const char* file) {
   struct stat status {};
-  if (fstatat(folder, file, &status, 0) != 0) status = {};  // inode 0 is no file's
+  if (fstatat(folder, file, &status, 0) != 0) {
+    status = {};  // inode 0 is no file's
+  }
   addBytes(fingerprint, status.st_dev);
   addBytes(fingerprint, status.st_ino);
   addBytes(fingerprint, status.st_size);
@@ -73,7 +75,9 @@ std::string currentFingerprint(const fs::path& plugin) {
   fingerprint.reserve(kTypicalSize);
   addFoldersOfLists(fingerprint);
   addApiDirectory(fingerprint);
-  for (const char* file : kFiles) appendFileIdentity(fingerprint, AT_FDCWD, file);
+  for (const char* file : kFiles) {
+    appendFileIdentity(fingerprint, AT_FDCWD, file);
+  }
   appendFileIdentity(fingerprint, AT_FDCWD, plugin.c_str());
   return fingerprint;
 }

@@ -38,7 +38,9 @@ Pools::Pools(PoolSettings settings, WorkerMain workerMain)
       lastTaken_(settings_.now() - settings_.refillDelay) {}
 
 void Pools::ensurePool(const PoolKey& key) {
-  if (closed_) return;
+  if (closed_) {
+    return;
+  }
   if (pools_.size() >= kMaxPools && pools_.find(key) == pools_.end()) {
     const auto oldest =
         std::min_element(pools_.begin(), pools_.end(), [](const auto& one, const auto& other) {
@@ -51,14 +53,18 @@ void Pools::ensurePool(const PoolKey& key) {
 
 void Pools::removePool(PoolKey key) {
   for (auto& [number, worker] : workers_) {
-    if (worker.key == key && !hasLaunch(worker)) discard(worker);
+    if (worker.key == key && !hasLaunch(worker)) {
+      discard(worker);
+    }
   }
   pools_.erase(key);
 }
 
 WorkerProcess* Pools::take(const PoolKey& key) {
   for (auto& [number, worker] : workers_) {
-    if (worker.stage != Stage::kReady || worker.key != key) continue;
+    if (worker.stage != Stage::kReady || worker.key != key) {
+      continue;
+    }
     worker.stage = Stage::kAssigned;
     lastTaken_ = settings_.now();
     return &worker;
@@ -68,15 +74,21 @@ WorkerProcess* Pools::take(const PoolKey& key) {
 
 void Pools::discardOutdated(const std::string& fingerprint) {
   for (auto& [number, worker] : workers_) {
-    if (worker.stage == Stage::kReady && worker.fingerprint != fingerprint) discard(worker);
+    if (worker.stage == Stage::kReady && worker.fingerprint != fingerprint) {
+      discard(worker);
+    }
   }
 }
 
 void Pools::reload() {
   for (auto& [number, worker] : workers_) {
-    if (!hasLaunch(worker)) discard(worker);
+    if (!hasLaunch(worker)) {
+      discard(worker);
+    }
   }
-  for (auto& [key, pool] : pools_) pool = {0, settings_.now(), pool.lastUse};
+  for (auto& [key, pool] : pools_) {
+    pool = {0, settings_.now(), pool.lastUse};
+  }
   lastTaken_ = settings_.now() - settings_.refillDelay;
 }
 
@@ -86,7 +98,9 @@ void Pools::close() {
 }
 
 void Pools::killAll() {
-  for (auto& [number, worker] : workers_) killWorker(worker);
+  for (auto& [number, worker] : workers_) {
+    killWorker(worker);
+  }
 }
 
 size_t Pools::count(const PoolKey& key, Stage stage) const {
@@ -109,9 +123,13 @@ milliseconds Pools::until(Clock::time_point when) const {
 // Kills workers whose preparation takes too long. Returns the time left for the others.
 milliseconds Pools::killOverdue() {
   for (auto& [number, worker] : workers_) {
-    if (worker.stage != Stage::kPreparing) continue;
+    if (worker.stage != Stage::kPreparing) {
+      continue;
+    }
     const milliseconds left = until(worker.start + kPreparationTimeout);
-    if (left.count() > 0) return left;
+    if (left.count() > 0) {
+      return left;
+    }
     killWorker(worker);
   }
   return milliseconds(-1);
@@ -119,17 +137,25 @@ milliseconds Pools::killOverdue() {
 
 milliseconds Pools::refill() {
   milliseconds wait(-1);
-  if (closed_) return wait;
-  if (isPreparing()) return killOverdue();
+  if (closed_) {
+    return wait;
+  }
+  if (isPreparing()) {
+    return killOverdue();
+  }
   const Clock::time_point quiet = lastTaken_ + settings_.refillDelay;
   for (auto& [key, pool] : pools_) {
-    if (count(key, Stage::kReady) >= settings_.size) continue;
+    if (count(key, Stage::kReady) >= settings_.size) {
+      continue;
+    }
     const milliseconds left = until(std::max(quiet, pool.notBefore));
     if (left.count() == 0) {
       addWorker(key, pool);
       return refill();
     }
-    if (wait.count() < 0 || left < wait) wait = left;
+    if (wait.count() < 0 || left < wait) {
+      wait = left;
+    }
   }
   return wait;
 }
@@ -163,12 +189,16 @@ WorkerProcess* Pools::find(uint64_t number) {
 
 std::vector<WorkerProcess*> Pools::all() {
   std::vector<WorkerProcess*> all;
-  for (auto& [number, worker] : workers_) all.push_back(&worker);
+  for (auto& [number, worker] : workers_) {
+    all.push_back(&worker);
+  }
   return all;
 }
 
 void Pools::onReady(WorkerProcess& worker) {
-  if (worker.stage != Stage::kPreparing) return;
+  if (worker.stage != Stage::kPreparing) {
+    return;
+  }
   worker.stage = Stage::kReady;
 }
 
@@ -177,21 +207,29 @@ void Pools::onStarted(WorkerProcess& worker) {
   worker.channel.reset();
   ++served_;
   const auto pool = pools_.find(worker.key);
-  if (pool != pools_.end()) pool->second.failures = 0;
+  if (pool != pools_.end()) {
+    pool->second.failures = 0;
+  }
 }
 
 void Pools::onEnded(uint64_t number) {
   const auto found = workers_.find(number);
-  if (found == workers_.end()) return;
+  if (found == workers_.end()) {
+    return;
+  }
   const Stage stage = found->second.stage;
   const PoolKey key = found->second.key;
   workers_.erase(found);
-  if (stage == Stage::kPreparing || stage == Stage::kReady) recordFailure(key);
+  if (stage == Stage::kPreparing || stage == Stage::kReady) {
+    recordFailure(key);
+  }
 }
 
 void Pools::recordFailure(const PoolKey& key) {
   const auto found = pools_.find(key);
-  if (found == pools_.end() || closed_) return;
+  if (found == pools_.end() || closed_) {
+    return;
+  }
   Pool& pool = found->second;
   const milliseconds delay = delayAfter(++pool.failures);
   pool.notBefore = settings_.now() + delay;
@@ -207,7 +245,9 @@ std::string Pools::describe() const {
   for (const auto& [key, pool] : pools_) {
     text << "pool " << ++number << ": " << launchpad::describe(key) << '\n';
     for (const auto& [unused, worker] : workers_) {
-      if (worker.key != key) continue;
+      if (worker.key != key) {
+        continue;
+      }
       text << "  process " << worker.pid << ": " << kNames[static_cast<size_t>(worker.stage)]
            << '\n';
     }

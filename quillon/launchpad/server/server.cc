@@ -24,12 +24,16 @@ namespace fs = std::filesystem;
 // Reset all signal dispositions, so that applications do not inherit signals that our parent
 // ignored.
 void resetSignalDispositions() {
-  for (int signal = 1; signal < NSIG; ++signal) ::signal(signal, SIG_DFL);
+  for (int signal = 1; signal < NSIG; ++signal) {
+    ::signal(signal, SIG_DFL);
+  }
 }
 
 // Applications must not inherit descriptors of our parent.
 void closeInherited() {
-  for (const int fd : ProcSelf().inheritedDescriptors()) close(fd);
+  for (const int fd : ProcSelf().inheritedDescriptors()) {
+    close(fd);
+  }
 }
 
 // Each client needs a descriptor, and a few more during its launch. Applications get the limit of
@@ -87,7 +91,9 @@ Expected<void> run(const LaunchpadOptions& options) {
   }
   ZoneView zone(options.device);
   auto listener = listenAt(address, options.device);
-  if (!listener) return fail(kLaunchPadState, listener.error());
+  if (!listener) {
+    return fail(kLaunchPadState, listener.error());
+  }
   RETURN_IF_FAILED(enterDevice(options, config));
   RETURN_IF_FAILED(requireParts(options, config));
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
@@ -104,7 +110,9 @@ int serve(const LaunchpadOptions& options) {
   closeInherited();
   raiseDescriptorLimit();
   const auto ended = run(options);
-  if (ended) return kSuccess;
+  if (ended) {
+    return kSuccess;
+  }
   tell(ended.error());
   return ended.error().status;
 }

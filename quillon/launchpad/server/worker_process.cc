@@ -21,19 +21,23 @@ constexpr idtype_t kByPidfd = static_cast<idtype_t>(3);
 
 std::optional<WorkerProcess> startWorker(const std::function<void(Descriptor)>& runChild) {
   std::array<int, 2> ends{};
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) return {};
-  Descriptor own(ends[0]);
-  Descriptor childs(ends[1]);
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+    return {};
+  }
+  Descriptor outer(ends[0]);
+  Descriptor inner(ends[1]);
   const pid_t pid = fork();
   if (pid == 0) {
-    own.reset();
-    runChild(std::move(childs));
+    outer.reset();
+    runChild(std::move(inner));
     _exit(EXIT_FAILURE);
   }
-  if (pid < 0) return {};
+  if (pid < 0) {
+    return {};
+  }
   WorkerProcess worker;
   worker.pid = pid;
-  worker.channel = std::move(own);
+  worker.channel = std::move(outer);
   worker.pidfd = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   if (!worker.pidfd) {
     kill(pid, SIGKILL);
@@ -53,7 +57,9 @@ std::optional<ExitState> reapWorker(const WorkerProcess& worker) {
   if (waitid(kByPidfd, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0) {
     return ExitState{true, SIGKILL};
   }
-  if (info.si_pid == 0) return {};
+  if (info.si_pid == 0) {
+    return {};
+  }
   removeDebuggerFilesOf(worker.pid);
   waitid(kByPidfd, id, &info, WEXITED | WNOHANG);
   return ExitState{info.si_code != CLD_EXITED, info.si_status};

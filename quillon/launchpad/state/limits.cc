@@ -39,7 +39,9 @@ std::string memoryLimits() {
 }
 
 bool canAdopt(const Limits& own, const Limits& wanted) {
-  if (own.size() != wanted.size()) return false;
+  if (own.size() != wanted.size()) {
+    return false;
+  }
   for (size_t i = 0; i < own.size(); ++i) {
     if (wanted[i].rlim_max > own[i].rlim_max || wanted[i].rlim_cur > wanted[i].rlim_max) {
       return false;
@@ -50,11 +52,17 @@ bool canAdopt(const Limits& own, const Limits& wanted) {
 
 void adoptLimits(const Limits& wanted) {
   for (int resource = 0; resource < RLIM_NLIMITS; ++resource) {
-    if (isMemoryResource(resource)) continue;
+    if (isMemoryResource(resource)) {
+      continue;
+    }
     rlimit limit = wanted.at(static_cast<size_t>(resource));
-    if (resource == RLIMIT_NOFILE) limit.rlim_cur = limit.rlim_max;
+    if (resource == RLIMIT_NOFILE) {
+      limit.rlim_cur = limit.rlim_max;
+    }
     const rlimit now = limitOf(resource);
-    if (now.rlim_cur == limit.rlim_cur && now.rlim_max == limit.rlim_max) continue;
+    if (now.rlim_cur == limit.rlim_cur && now.rlim_max == limit.rlim_max) {
+      continue;
+    }
     setrlimit(static_cast<Resource>(resource), &limit);
   }
 }

@@ -21,7 +21,9 @@ constexpr int kMaxStandardSignal = 31;
 uint64_t bitOf(int signal) { return uint64_t{1} << (signal - 1); }
 
 bool isInherited(int fd) {
-  if (fd <= STDERR_FILENO) return false;
+  if (fd <= STDERR_FILENO) {
+    return false;
+  }
   const int flags = fcntl(fd, F_GETFD);
   return flags >= 0 && (flags & FD_CLOEXEC) == 0;
 }
@@ -39,9 +41,13 @@ std::optional<std::string_view> ProcSelf::status(std::string_view name) const {
     const size_t end = std::min(all.find('\n', at), all.size());
     std::string_view line = all.substr(at, end - at);
     at = end + 1;
-    if (!line.starts_with(name)) continue;
+    if (!line.starts_with(name)) {
+      continue;
+    }
     line.remove_prefix(name.size());
-    if (line.starts_with(":\t")) return line.substr(2);
+    if (line.starts_with(":\t")) {
+      return line.substr(2);
+    }
   }
   return std::nullopt;
 }
@@ -50,7 +56,9 @@ uint64_t ProcSelf::signals(std::string_view name) const {
   const std::string_view digits = status(name).value_or("");
   uint64_t bits = 0;
   std::from_chars(digits.data(), digits.data() + digits.size(), bits, 16);
-  for (int signal = kMaxStandardSignal + 1; signal < SIGRTMIN; ++signal) bits &= ~bitOf(signal);
+  for (int signal = kMaxStandardSignal + 1; signal < SIGRTMIN; ++signal) {
+    bits &= ~bitOf(signal);
+  }
   return bits;
 }
 
@@ -59,7 +67,9 @@ sigset_t ProcSelf::ignoredSignals() const {
   sigset_t ignored;
   sigemptyset(&ignored);
   for (int signal = 1; signal < NSIG; ++signal) {
-    if ((bits & bitOf(signal)) != 0) sigaddset(&ignored, signal);
+    if ((bits & bitOf(signal)) != 0) {
+      sigaddset(&ignored, signal);
+    }
   }
   return ignored;
 }
@@ -80,7 +90,9 @@ std::vector<int> ProcSelf::inheritedDescriptors() const {
   for (const std::string& name : directoryEntries(folder.get())) {
     int fd = -1;
     std::from_chars(name.data(), name.data() + name.size(), fd);
-    if (isInherited(fd)) found.push_back(fd);
+    if (isInherited(fd)) {
+      found.push_back(fd);
+    }
   }
   return found;
 }

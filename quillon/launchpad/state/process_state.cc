@@ -47,7 +47,9 @@ void append(std::string& bytes, const T& value) {
 
 struct stat statusAt(int folder, const char* path) {
   struct stat status {};
-  if (fstatat(folder, path, &status, 0) != 0) status = {};
+  if (fstatat(folder, path, &status, 0) != 0) {
+    status = {};
+  }
   return status;
 }
 
@@ -71,13 +73,17 @@ std::string rootFolder() {
 
 std::string namespacesOf(const ProcSelf& process) {
   std::string all;
-  for (const char* kind : kNamespaces) all += process.targetOf(kind) + " ";
+  for (const char* kind : kNamespaces) {
+    all += process.targetOf(kind) + " ";
+  }
   return all;
 }
 
 std::string linesOf(const ProcSelf& process, std::initializer_list<const char*> names) {
   std::string all;
-  for (const char* name : names) all.append(process.status(name).value_or("")) += '\n';
+  for (const char* name : names) {
+    all.append(process.status(name).value_or("")) += '\n';
+  }
   return all;
 }
 
@@ -115,7 +121,9 @@ void addVariables(RecordWriter& state) {
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const std::string_view variable = *entry;
     const std::string_view name = variable.substr(0, variable.find('='));
-    if (!isReadAtStart(name)) continue;
+    if (!isReadAtStart(name)) {
+      continue;
+    }
     state.text("the environment variable " + std::string(name)).text(variable.substr(name.size()));
   }
 }
@@ -140,7 +148,9 @@ bool isReadAtStart(std::string_view variable) {
 }
 
 ProcessState processStateOf(const ProcSelf& process, const std::string& program) {
-  if (!isComplete(process)) return {};
+  if (!isComplete(process)) {
+    return {};
+  }
   RecordWriter state;
   state.reserve(kTypicalSize).text("the quillon program").text(versionOf(program));
   state.text("its namespaces").text(namespacesOf(process));
@@ -162,15 +172,21 @@ ProcessState processStateOf(const ProcSelf& process, const std::string& program)
 // States are usually equal byte for byte. Otherwise they may still hold the same environment
 // variables in another order.
 std::string firstDifference(const ProcessState& one, const ProcessState& other) {
-  if (one == other) return {};
+  if (one == other) {
+    return {};
+  }
   const auto left = toMap(one);
   const auto right = toMap(other);
   for (const auto& [name, value] : left) {
     const auto found = right.find(name);
-    if (found == right.end() || found->second != value) return name;
+    if (found == right.end() || found->second != value) {
+      return name;
+    }
   }
   for (const auto& [name, value] : right) {
-    if (left.find(name) == left.end()) return name;
+    if (left.find(name) == left.end()) {
+      return name;
+    }
   }
   return {};
 }

@@ -14,12 +14,16 @@ EnvironmentChanges differences(const Environment& before, const Environment& aft
                                const ValueOf& valueOf) {
   EnvironmentChanges changes;
   for (const auto& [name, value] : before) {
-    if (after.find(name) == after.end()) changes[name] = std::nullopt;
+    if (after.find(name) == after.end()) {
+      changes[name] = std::nullopt;
+    }
   }
   for (const auto& variable : after) {
     const auto old = before.find(variable.first);
     const bool isSame = old != before.end() && old->second == variable.second;
-    if (!isSame) changes[variable.first] = valueOf(variable);
+    if (!isSame) {
+      changes[variable.first] = valueOf(variable);
+    }
   }
   return changes;
 }
@@ -32,7 +36,9 @@ EnvironmentEntries currentEntries() {
     const char* const text = *entry;
     const char* const end = std::strchr(text, '=');
     // Without a name or a "=", getenv(3) does not find an entry.
-    if (end != nullptr && end != text) entries.emplace(std::string(text, end), text);
+    if (end != nullptr && end != text) {
+      entries.emplace(std::string(text, end), text);
+    }
   }
   return entries;
 }
@@ -61,7 +67,9 @@ void replaceEnvironment(std::vector<std::string> entries, const EnvironmentChang
   static auto& pointers = *new std::vector<char*>;
   texts = std::move(entries);
   pointers.clear();
-  for (std::string& text : texts) pointers.push_back(text.data());
+  for (std::string& text : texts) {
+    pointers.push_back(text.data());
+  }
   pointers.push_back(nullptr);
   environ = pointers.data();
   for (const auto& [name, value] : changes) {

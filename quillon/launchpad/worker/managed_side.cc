@@ -20,7 +20,9 @@ Expected<void> findMethod(const host::Runtime& runtime, const char* name, Functi
       runtime.createDelegate()(runtime.host(), runtime.domain(), kAssembly, kType, name, &found);
   static_assert(sizeof function == sizeof found);
   std::memcpy(&function, &found, sizeof found);
-  if (status >= 0 && found != nullptr) return {};
+  if (status >= 0 && found != nullptr) {
+    return {};
+  }
   return fail(
       std::string("cannot prepare: ") + kType + "." + name + ": " + host::describeHresult(status),
       "build the target 'managed' again");
@@ -60,9 +62,13 @@ void ManagedSide::warmUp(const host::RuntimeProperties& properties) const {
 bool ManagedSide::assign(const host::RuntimeProperties& properties,
                          const EnvironmentChanges& variables) const {
   std::string settings;
-  for (const auto& [name, value] : properties) addPair(settings, name, value);
+  for (const auto& [name, value] : properties) {
+    addPair(settings, name, value);
+  }
   std::string changes;
-  for (const auto& [name, value] : variables) addPair(changes, name, value ? "=" + *value : "");
+  for (const auto& [name, value] : variables) {
+    addPair(changes, name, value ? "=" + *value : "");
+  }
   return assign_(settings.c_str(), changes.c_str()) == 0;
 }
 

@@ -19,7 +19,7 @@ Descriptor openFolder(const char* path) {
 Expected<Placeholders> Placeholders::open(size_t count) {
   Placeholders placeholders;
   for (size_t i = 0; i < count; ++i) {
-    placeholders.descriptors_.push_back(openFolder("/proc/self"));
+    placeholders.descriptors_.push_back(openFolder(device_paths::kPlaceholderTarget));
     if (!placeholders.descriptors_.back()) {
       return fail(std::string("cannot open /proc/self: ") + std::strerror(errno),
                   "check that /proc is mounted and that descriptors are available (ulimit -n)");
@@ -39,7 +39,9 @@ std::vector<std::string> Placeholders::paths() const {
 void Placeholders::redirect(const std::vector<std::string>& folders) {
   for (size_t i = 0; i < folders.size() && i < descriptors_.size(); ++i) {
     const Descriptor folder = openFolder(folders[i].c_str());
-    if (folder) dup3(folder.get(), descriptors_[i].get(), O_CLOEXEC);
+    if (folder) {
+      dup3(folder.get(), descriptors_[i].get(), O_CLOEXEC);
+    }
   }
 }
 

@@ -4,7 +4,9 @@ namespace quillon::launchpad {
 
 std::string describe(const PoolKey& key) {
   std::string text = key.type + (key.raw ? ", raw" : ", captured");
-  for (const auto& [name, value] : key.settings) text += ", " + name + "=" + value;
+  for (const auto& [name, value] : key.settings) {
+    text += ", " + name + "=" + value;
+  }
   return text;
 }
 

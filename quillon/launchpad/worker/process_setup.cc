@@ -12,7 +12,9 @@ namespace quillon::launchpad {
 
 void setParentDeathSignal(pid_t server) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != server) _exit(0);  // the server ended before the prctl()
+  if (getppid() != server) {
+    _exit(0);  // the server ended before the prctl()
+  }
 }
 
 void detachFromServer(const sigset_t& blocked) {

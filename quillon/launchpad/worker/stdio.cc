@@ -16,14 +16,18 @@ bool StdioPlaceholders::open() {
   for (int which = STDIN_FILENO; which <= STDERR_FILENO; ++which) {
     const Descriptor file(memfd_create("quillon-standard-descriptor", MFD_CLOEXEC));
     struct stat status {};
-    if (!file || fstat(file.get(), &status) != 0 || dup2(file.get(), which) < 0) return false;
+    if (!file || fstat(file.get(), &status) != 0 || dup2(file.get(), which) < 0) {
+      return false;
+    }
     placeholders_.at(static_cast<size_t>(which)) = {status.st_dev, status.st_ino, {which}};
   }
   return true;
 }
 
 void StdioPlaceholders::findDuplicates() {
-  for (Placeholder& placeholder : placeholders_) placeholder.descriptors.clear();
+  for (Placeholder& placeholder : placeholders_) {
+    placeholder.descriptors.clear();
+  }
   std::error_code error;
   for (std::filesystem::directory_iterator entry("/proc/self/fd", error), end;
        !error && entry != end; entry.increment(error)) {
@@ -33,7 +37,9 @@ void StdioPlaceholders::findDuplicates() {
 
 void StdioPlaceholders::recordIfDuplicate(int descriptor) {
   struct stat status {};
-  if (fstat(descriptor, &status) != 0) return;
+  if (fstat(descriptor, &status) != 0) {
+    return;
+  }
   for (Placeholder& placeholder : placeholders_) {
     if (placeholder.device == status.st_dev && placeholder.inode == status.st_ino) {
       placeholder.descriptors.push_back(descriptor);

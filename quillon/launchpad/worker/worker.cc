@@ -17,7 +17,6 @@
 #include "quillon/host/runtime/runtime_config.h"
 #include "quillon/host/runtime/runtime_settings.h"
 #include "quillon/host/runtime_plan.h"
-#include "quillon/host/membarrier.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/worker/managed_side.h"
@@ -121,7 +120,9 @@ Expected<int> Worker::run() {
 Expected<void> Worker::prepare() {
   setParentDeathSignal(server_);
   detachFromServer(config_.blocked);
-  if (!stdio_.open()) return fail(kServiceFailed, {"cannot create a memory file", {}});
+  if (!stdio_.open()) {
+    return fail(kServiceFailed, {"cannot create a memory file", {}});
+  }
   host::registerMembarrier();
   RETURN_IF_FAILED(initializePlugin());
   // Nothing after this needs capabilities: the plug-in has entered the zone and saved its lists.
@@ -138,7 +139,9 @@ Expected<void> Worker::prepare() {
 
 Expected<void> Worker::initializePlugin() {
   auto library = host::loadPlugin(config_.plugin);
-  if (!library) return fail(kNoPlugin, library.error());
+  if (!library) {
+    return fail(kNoPlugin, library.error());
+  }
   plugin_ = host::PluginCalls(*library, &target_);
   RETURN_IF_FAILED(plugin_.initialize());
   ASSIGN_OR_RETURN(lists_, plugin_.lists());
@@ -147,10 +150,14 @@ Expected<void> Worker::initializePlugin() {
 
 Expected<void> Worker::startRuntime() {
   auto folders = Placeholders::open(host::LaunchTarget::kFolderCount);
-  if (!folders) return fail(kServiceFailed, folders.error());
+  if (!folders) {
+    return fail(kServiceFailed, folders.error());
+  }
   folders_ = std::move(*folders);
   auto runtime = loadRuntime();
-  if (!runtime) return fail(kRuntimeFailed, runtime.error());
+  if (!runtime) {
+    return fail(kRuntimeFailed, runtime.error());
+  }
   runtime_ = std::move(*runtime);
   const auto plan = host::planPrepared(folders_.paths(), lists_, key_.settings,
                                        managedAssembly(config_.plugin).string());
@@ -158,16 +165,22 @@ Expected<void> Worker::startRuntime() {
   const host::ScopedJitThreadKeepAlive lasting;
   variablesAtStart_ = currentVariables();
   const auto started = runtime_->start(config_.executable, "launchpad", plan.properties);
-  if (!started) return fail(kRuntimeFailed, started.error());
+  if (!started) {
+    return fail(kRuntimeFailed, started.error());
+  }
   return {};
 }
 
 Expected<void> Worker::warmUpRuntime() {
   // Descriptors 1 and 2 must be final before managed code first uses the console.
-  if (!key_.raw) plugin_.captureOutput();
+  if (!key_.raw) {
+    plugin_.captureOutput();
+  }
   plugin_.setRuntime(*runtime_);
   plugin_.preload();
-  if (auto bound = managed_.bind(*runtime_); !bound) return fail(kRuntimeFailed, bound.error());
+  if (auto bound = managed_.bind(*runtime_); !bound) {
+    return fail(kRuntimeFailed, bound.error());
+  }
   variablesAtWarmUp_ = currentVariables();
   managed_.warmUp(host::propertiesOfApplication(target_, lists_));
   return runsAhead_ ? runAhead() : Expected<void>();
@@ -177,7 +190,9 @@ Expected<void> Worker::warmUpRuntime() {
 // replaces what this one sets: entry assembly, command line and exit status.
 Expected<void> Worker::runAhead() {
   const auto ended = runtime_->execute(managedAssembly(config_.plugin).string(), {});
-  if (!ended) return fail(kRuntimeFailed, ended.error());
+  if (!ended) {
+    return fail(kRuntimeFailed, ended.error());
+  }
   return {};
 }
 
@@ -185,13 +200,17 @@ Message Worker::awaitAssignment() const {
   Message message;
   const auto received = receiveMessage(channel_.get(), message);
   // Since kTakenOver was not sent, the server assigns the launch to another worker.
-  if (received != Received::kMessage || message.kind != MessageKind::kAssign) _exit(kServiceFailed);
+  if (received != Received::kMessage || message.kind != MessageKind::kAssign) {
+    _exit(kServiceFailed);
+  }
   return message;
 }
 
 Expected<void> Worker::takeOver(Message message) {
   auto assignment = parseAssignment(std::move(message));
-  if (!assignment) return fail(kServiceFailed, {"the launch pad sent a malformed launch", {}});
+  if (!assignment) {
+    return fail(kServiceFailed, {"the launch pad sent a malformed launch", {}});
+  }
   Request& request = assignment->request;
   target_ = std::move(assignment->target);
   arguments_ = std::move(request.arguments);
@@ -239,7 +258,9 @@ Expected<int> Worker::execute() {
   auto ended = runtime_->execute(target_.assembly, arguments_);
   plugin_.finalize();
   const int latched = runtime_->shutDown();
-  if (!ended) return fail(kNotExecutable, ended.error());
+  if (!ended) {
+    return fail(kNotExecutable, ended.error());
+  }
   return latched;
 }
 
@@ -248,7 +269,9 @@ Expected<int> Worker::execute() {
 void runWorker(const WorkerConfig& config, const PoolKey& key, pid_t server, Descriptor channel) {
   Worker worker(config, key, server, std::move(channel));
   const auto ended = worker.run();
-  if (ended) std::exit(*ended);
+  if (ended) {
+    std::exit(*ended);
+  }
   tell(ended.error());
   std::exit(ended.error().status);
 }

@@ -13,7 +13,9 @@ int main(void) {
   }
   char* (*native_path)(void) = NULL;
   *(void**)&native_path = dlsym(plugin, "plugin_get_native_dll_searching_path");
-  if (native_path == NULL || strcmp(native_path(), "") != 0) return 1;
+  if (native_path == NULL || strcmp(native_path(), "") != 0) {
+    return 1;
+  }
   int (*direct_call)(void) = NULL;
   *(void**)&direct_call = dlsym(plugin, "is_coba_direct_call_mode");
   return direct_call == NULL || direct_call() != 0;

@@ -152,7 +152,9 @@ TEST_F(ConfigTest, ReadersSeeOldOrNewWhileAWriterReplaces) {
   ASSERT_TRUE(setConfig(kKey, std::string(5000, 'a')));
   std::thread writer([&] {
     for (int i = 0; !stop; ++i) {
-      if (!setConfig(kKey, std::string(5000, i % 2 == 0 ? 'b' : 'a'))) break;
+      if (!setConfig(kKey, std::string(5000, i % 2 == 0 ? 'b' : 'a'))) {
+        break;
+      }
     }
   });
   for (int i = 0; i < 2000; ++i) {
@@ -240,7 +242,9 @@ TEST_F(ConfigTest, AfterIgnoreTheCallbackIsNotRunning) {
   } slow;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Slow::callback, &slow), 0);
   set(1);
-  while (!slow.running) std::this_thread::yield();
+  while (!slow.running) {
+    std::this_thread::yield();
+  }
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Slow::callback), 0);
   EXPECT_TRUE(slow.left);
 }
@@ -248,7 +252,9 @@ TEST_F(ConfigTest, AfterIgnoreTheCallbackIsNotRunning) {
 TEST_F(ConfigTest, TheLastOfTwoThousandChangesArrives) {
   Notices notices;
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
-  for (int i = 1; i <= 2000; ++i) set(i);
+  for (int i = 1; i <= 2000; ++i) {
+    set(i);
+  }
   EXPECT_TRUE(notices.waitFor(2000));
   const std::vector<int> values = notices.values();
   EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
@@ -289,7 +295,9 @@ int threadCount() {
 TEST_F(ConfigTest, StartsItsThreadWithTheFirstRegistrationOnly) {
   EXPECT_EQ(inChild([] {
               text(kKey);
-              if (threadCount() != 1) return 1;
+              if (threadCount() != 1) {
+                return 1;
+              }
               Notices notices;
               vconf_notify_key_changed(kKey, Notices::callback, &notices);
               vconf_notify_key_changed("another", Notices::callback, &notices);
@@ -312,7 +320,9 @@ TEST_F(ConfigTest, ItsThreadTakesNoSignals) {
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   const std::string own = std::to_string(gettid());
   for (const auto& task : fs::directory_iterator("/proc/self/task")) {
-    if (task.path().filename() == own) continue;
+    if (task.path().filename() == own) {
+      continue;
+    }
     EXPECT_EQ(blockedSignals(task.path()) & kAllSignals, kAllSignals);
   }
   EXPECT_EQ(vconf_ignore_key_changed(kKey, Notices::callback), 0);
@@ -323,10 +333,16 @@ TEST_F(ConfigTest, AForkedChildHasNoRegistrations) {
   ASSERT_EQ(vconf_notify_key_changed(kKey, Notices::callback, &notices), 0);
   awaitIdleThread(notices);
   EXPECT_EQ(inChild([] {
-              if (vconf_ignore_key_changed(kKey, Notices::callback) == 0) return 1;
+              if (vconf_ignore_key_changed(kKey, Notices::callback) == 0) {
+                return 1;
+              }
               Notices own;
-              if (vconf_notify_key_changed(kKey, Notices::callback, &own) != 0) return 2;
-              if (!setConfig(kKey, 21) || !own.waitFor(21)) return 3;
+              if (vconf_notify_key_changed(kKey, Notices::callback, &own) != 0) {
+                return 2;
+              }
+              if (!setConfig(kKey, 21) || !own.waitFor(21)) {
+                return 3;
+              }
               return vconf_ignore_key_changed(kKey, Notices::callback) == 0 ? 0 : 4;
             }),
             0);

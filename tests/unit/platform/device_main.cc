@@ -7,12 +7,16 @@
 namespace quillon::test {
 
 void InsideDeviceTest::SetUp() {
-  if (!whyOutside().empty()) QUILLON_SKIP("no device root: " << whyOutside());
+  if (!whyOutside().empty()) {
+    QUILLON_SKIP("no device root: " << whyOutside());
+  }
   namespace fs = std::filesystem;
   for (const char* folder : {"/opt/usr/share/quillon", "/opt/usr/apps", "/opt/share"}) {
     // Removes the content only: some of the folders are mount points.
     std::error_code missing;
-    for (const auto& entry : fs::directory_iterator(folder, missing)) fs::remove_all(entry);
+    for (const auto& entry : fs::directory_iterator(folder, missing)) {
+      fs::remove_all(entry);
+    }
   }
   fs::remove("/opt/usr/share/quillon");
 }

@@ -32,10 +32,14 @@ class InstallKillTest : public InsideDeviceTest {
         return call.index == index ? Verdict::kill() : Verdict::run();
       };
       const auto result = torture::follow(work, Follower{at, nullptr});
-      if (!result.allowed) QUILLON_SKIP(result.reason);
+      if (!result.allowed) {
+        QUILLON_SKIP(result.reason);
+      }
       killed = result.killed;
       check();
-      if (HasFailure()) FAIL() << "killed at call " << index;
+      if (HasFailure()) {
+        FAIL() << "killed at call " << index;
+      }
     }
     RecordProperty("calls", static_cast<int>(index - 2));
     EXPECT_GT(index, 50U) << "the work made no calls worth the name";
@@ -78,7 +82,9 @@ class InstallKillTest : public InsideDeviceTest {
 void install(const std::string& version, const std::string& line = "") {
   SamplePackage sample("p", version);
   sample.add(line).file("version", version).file("other", version);
-  if (!sample.install()) std::abort();
+  if (!sample.install()) {
+    std::abort();
+  }
 }
 
 TEST_F(InstallKillTest, ANewPackage) {
@@ -97,7 +103,9 @@ TEST_F(InstallKillTest, AReplacementAtAnotherRoot) {
 TEST_F(InstallKillTest, ARemoval) {
   killAtEachCall([] { install("1"); },
                  [] {
-                   if (!workstation::removePackage("p")) std::abort();
+                   if (!workstation::removePackage("p")) {
+                     std::abort();
+                   }
                  },
                  expectComplete);
 }

@@ -30,14 +30,18 @@ class LabelTest : public ::testing::Test {
   static std::optional<std::string> attribute(const std::string& path, const char* name) {
     char value[256];
     const ssize_t length = lgetxattr(path.c_str(), name, value, sizeof value);
-    if (length < 0) return std::nullopt;
+    if (length < 0) {
+      return std::nullopt;
+    }
     return std::string(value, static_cast<size_t>(length));
   }
   // Returns the label, "none" or "failed".
   static std::string label(decltype(smack_getlabel) get, const std::string& path,
                            smack_label_type type) {
     char* text = nullptr;
-    if (get(path.c_str(), &text, type) != 0) return "failed";
+    if (get(path.c_str(), &text, type) != 0) {
+      return "failed";
+    }
     const std::string result = text == nullptr ? "none" : text;
     std::free(text);
     return result;
@@ -50,7 +54,9 @@ class LabelTest : public ::testing::Test {
 
 TEST_F(LabelTest, EachTypeHasItsOwnAttribute) {
   needLabels();
-  if (IsSkipped()) return;
+  if (IsSkipped()) {
+    return;
+  }
   const std::pair<smack_label_type, const char*> types[] = {
       {SMACK_LABEL_ACCESS, "security.SMACK64"},
       {SMACK_LABEL_EXEC, "security.SMACK64EXEC"},
@@ -66,7 +72,9 @@ TEST_F(LabelTest, EachTypeHasItsOwnAttribute) {
 
 TEST_F(LabelTest, OnlyTheLinkFunctionsActOnALink) {
   needLabels();
-  if (IsSkipped()) return;
+  if (IsSkipped()) {
+    return;
+  }
   EXPECT_EQ(smack_setlabel(link.c_str(), "target", SMACK_LABEL_ACCESS), 0);
   EXPECT_EQ(attribute(file, "security.SMACK64"), "target");
   EXPECT_EQ(attribute(link, "security.SMACK64"), std::nullopt);

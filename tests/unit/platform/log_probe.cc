@@ -55,7 +55,9 @@ void logFromThreads(int threads, int records) {
       }
     });
   }
-  for (std::thread& thread : running) thread.join();
+  for (std::thread& thread : running) {
+    thread.join();
+  }
 }
 
 void logFromForks(int children) {
@@ -128,8 +130,12 @@ Words cut(const std::string& step, size_t count) {
   Words words;
   std::istringstream stream(step);
   std::string word;
-  while (words.size() + 1 < count && std::getline(stream, word, ':')) words.push_back(word);
-  if (std::getline(stream, word, '\0')) words.push_back(word);
+  while (words.size() + 1 < count && std::getline(stream, word, ':')) {
+    words.push_back(word);
+  }
+  if (std::getline(stream, word, '\0')) {
+    words.push_back(word);
+  }
   return words;
 }
 

@@ -28,7 +28,9 @@ class LogTest : public ::testing::Test {
   }
   std::vector<Json> records() {
     std::vector<Json> all;
-    for (const std::string& line : linesOf(contentsOf(file))) all.push_back(Json::parse(line));
+    for (const std::string& line : linesOf(contentsOf(file))) {
+      all.push_back(Json::parse(line));
+    }
     return all;
   }
 
@@ -101,7 +103,9 @@ TEST_F(LogTest, WritesTheTimeInUtc) {
   gmtime_r(&now, &utc);
   char day_and_hour[32];
   strftime(day_and_hour, sizeof day_and_hour, "%Y-%m-%d %H:", &utc);
-  if (utc.tm_min == 0 && utc.tm_sec < 10) QUILLON_SKIP("the hour changed a moment ago");
+  if (utc.tm_min == 0 && utc.tm_sec < 10) {
+    QUILLON_SKIP("the hour changed a moment ago");
+  }
   EXPECT_EQ(contentsOf(file).substr(0, 14), day_and_hour);
 }
 
@@ -157,7 +161,9 @@ TEST_F(LogTest, ReportsAFileThatCannotBeOpenedAndUsesTheTerminal) {
 }
 
 TEST_F(LogTest, ReportsThatNoJournalListens) {
-  if (access("/run/systemd/journal/socket", F_OK) == 0) QUILLON_SKIP("a journal listens here");
+  if (access("/run/systemd/journal/socket", F_OK) == 0) {
+    QUILLON_SKIP("a journal listens here");
+  }
   EXPECT_THAT(linesOf(probe({}, {{"QUILLON_LOG", "journal"}}).err),
               ElementsAre("quillon: QUILLON_LOG=journal: no journal listens at "
                           "/run/systemd/journal/socket; going on with errors on the terminal"));
@@ -171,14 +177,18 @@ TEST_F(LogTest, WritesCompleteRecordsWhenProcessesAndThreadsShareAFile) {
         std::make_unique<Program>(std::vector<std::string>{LOG_PROBE, "threads:4:100"}));
     programs.back()->with("QUILLON_LOG", "json:" + file).start();
   }
-  for (const auto& program : programs) EXPECT_EQ(program->finish().status, 0);
+  for (const auto& program : programs) {
+    EXPECT_EQ(program->finish().status, 0);
+  }
   std::map<std::pair<int, int>, int> perThread;
   for (const Json& record : records()) {
     const int next = perThread[{record["pid"], record["tid"]}]++;
     EXPECT_EQ(std::stoi(record["text"].get<std::string>()), next);
   }
   EXPECT_THAT(perThread, SizeIs(kProcesses * 4));
-  for (const auto& [thread, count] : perThread) EXPECT_EQ(count, 100);
+  for (const auto& [thread, count] : perThread) {
+    EXPECT_EQ(count, 100);
+  }
 }
 
 TEST_F(LogTest, LogsInChildrenOfAProcessWithBusyThreads) {

@@ -21,7 +21,9 @@ class ManifestTest : public ::testing::Test {
   // Returns "LINE:COLUMN: what; remedy", or "accepted".
   std::string mistake(const std::string& text) {
     const auto manifest = read(text);
-    if (manifest) return "accepted";
+    if (manifest) {
+      return "accepted";
+    }
     const std::string& what = manifest.error().what;
     EXPECT_TRUE(what.starts_with(path + ":")) << what;
     return what.substr(path.size() + 1) + "; " + manifest.error().remedy;

@@ -28,7 +28,9 @@ class ServicesTest : public InsideDeviceTest {
  protected:
   void SetUp() override {
     InsideDeviceTest::SetUp();
-    if (IsSkipped()) return;
+    if (IsSkipped()) {
+      return;
+    }
     SamplePackage clock("clock");
     clock.add("privileges = ['/one', '/two']");
     clock.add("[[application]]\nid='clock.ui'\nexec='c.dll'\nmetadata={'/k'='v', '/l'='w'}");
@@ -273,7 +275,9 @@ TEST_F(ServicesTest, ARecordDoesNotApplyToALaterProcessWithTheSameId) {
 
 TEST_F(ServicesTest, RecordsOfEndedProcessesAreRemoved) {
   const pid_t child = fork();
-  if (child == 0) _exit(workstation::registerProcess(getpid(), "clock") ? 0 : 1);
+  if (child == 0) {
+    _exit(workstation::registerProcess(getpid(), "clock") ? 0 : 1);
+  }
   int status = -1;
   waitpid(child, &status, 0);
   ASSERT_EQ(status, 0);

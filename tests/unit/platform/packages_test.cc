@@ -33,8 +33,9 @@ class PackagesTest : public InsideDeviceTest {
   }
   static std::vector<std::string> namesIn(const fs::path& folder) {
     std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder))
+    for (const auto& entry : fs::directory_iterator(folder)) {
       names.push_back(entry.path().filename());
+    }
     return names;
   }
 };
@@ -174,7 +175,9 @@ TEST_F(PackagesTest, AUsersPackageHidesThePackageForAll) {
                                 .add("[[application]]\nid='a'\nexec='x'")
                                 .install(1234));
                 EXPECT_FALSE(findPackageOfApplication("a").value());
-                if (setresuid(1234, 1234, 1234) != 0) return 77;
+                if (setresuid(1234, 1234, 1234) != 0) {
+                  return 77;
+                }
                 return findPackageOfApplication("a").value()->version == "own" ? 0 : 1;
               }),
               0);
@@ -222,16 +225,24 @@ TEST_F(PackagesTest, ManyProcessesInstallListAndRegisterAtOnce) {
     const std::string id = "p" + std::to_string(number);
     for (int round = 0; round < kRounds; ++round) {
       const std::string version = std::to_string(round);
-      if (!SamplePackage(id, version).file("version", version).install()) return 1;
-      if (!SamplePackage("shared", version).file("version", version).install()) return 2;
-      if (!listPackages() || !workstation::registerProcess(getpid(), id)) return 3;
+      if (!SamplePackage(id, version).file("version", version).install()) {
+        return 1;
+      }
+      if (!SamplePackage("shared", version).file("version", version).install()) {
+        return 2;
+      }
+      if (!listPackages() || !workstation::registerProcess(getpid(), id)) {
+        return 3;
+      }
     }
     return 0;
   };
   std::vector<pid_t> children;
   for (int i = 0; i < kProcesses; ++i) {
     children.push_back(fork());
-    if (children.back() == 0) _exit(work(i));
+    if (children.back() == 0) {
+      _exit(work(i));
+    }
   }
   for (const pid_t child : children) {
     int status = -1;

@@ -24,7 +24,9 @@ class SamplePackage {
   }
   // Adds a file to the package. The first call adds the key "files" to the manifest.
   SamplePackage& file(const std::string& name, const std::string& contents) {
-    if (!std::filesystem::exists(folder_.path() / "files")) add("files = 'files'");
+    if (!std::filesystem::exists(folder_.path() / "files")) {
+      add("files = 'files'");
+    }
     writeFile((folder_.path() / "files" / name).string(), contents);
     return *this;
   }

@@ -77,15 +77,23 @@ TEST_F(TraceTest, ManyProcessesShareAFile) {
   std::vector<std::unique_ptr<Program>> programs;
   for (int i = 0; i < 8; ++i) {
     std::vector<std::string> command = {LOG_PROBE};
-    for (int j = 0; j < 100; ++j) command.insert(command.end(), {"begin:s", "end"});
+    for (int j = 0; j < 100; ++j) {
+      command.insert(command.end(), {"begin:s", "end"});
+    }
     programs.push_back(std::make_unique<Program>(command));
     programs.back()->with("QUILLON_TRACE", file).start();
   }
-  for (const auto& program : programs) EXPECT_EQ(program->finish().status, 0);
+  for (const auto& program : programs) {
+    EXPECT_EQ(program->finish().status, 0);
+  }
   std::map<int, int> perProcess;
-  for (const Json& event : events()) ++perProcess[event["pid"]];
+  for (const Json& event : events()) {
+    ++perProcess[event["pid"]];
+  }
   EXPECT_THAT(perProcess, SizeIs(8));
-  for (const auto& [process, count] : perProcess) EXPECT_EQ(count, 200);
+  for (const auto& [process, count] : perProcess) {
+    EXPECT_EQ(count, 200);
+  }
 }
 
 TEST_F(TraceTest, ReportsAFileThatCannotBeWritten) {

@@ -1,6 +1,5 @@
 // Tests of the exported functions with a strategy that only records its calls.
 #include <gmock/gmock.h>
-#include <quillon_tv_plugin.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include "tests/unit/plugin/fake_strategy.h"
 #include "tests/unit/plugin/scripted_capabilities.h"
 #include "util/log/stream_capture.h"
+#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <openssl/err.h>
-#include <quillon_tv_plugin.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include "tests/support/sanitized.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/tree_test.h"
+#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

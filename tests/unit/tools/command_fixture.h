@@ -20,7 +20,9 @@ class CommandTest : public ::testing::Test {
     ASSERT_EQ(made.status, 0) << made.err;
     const Finished entered = quillon({"package", "list"});
     constexpr int kNoNamespace = 102;
-    if (entered.status == kNoNamespace) QUILLON_SKIP("no device root: " << entered.err);
+    if (entered.status == kNoNamespace) {
+      QUILLON_SKIP("no device root: " << entered.err);
+    }
   }
   [[nodiscard]] std::string device() const { return (folder_.path() / "device").string(); }
   [[nodiscard]] const std::filesystem::path& folder() const { return folder_.path(); }

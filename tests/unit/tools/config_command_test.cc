@@ -76,7 +76,9 @@ TEST_F(ConfigCommandTest, WatchPrintsTheValueAndEachNewOne) {
   watch.with("QUILLON_DEVICE", device()).start();
   std::string seen;
   for (const char* value : {"0", "1", "two"}) {
-    if (*value != '0') quillon({"config", "set", "a/b", value});
+    if (*value != '0') {
+      quillon({"config", "set", "a/b", value});
+    }
     seen += std::string(value) + "\n";
     EXPECT_TRUE(watch.waitForOutput(seen)) << value;
   }

@@ -56,7 +56,9 @@ bool isSwitch(const LaunchOption& option) {
 Arguments commandLineWith(const LaunchOption& tested) {
   Arguments arguments;
   for (const LaunchOption& option : kLaunchOptions) {
-    if (!option.isRequired && option.name != tested.name) continue;
+    if (!option.isRequired && option.name != tested.name) {
+      continue;
+    }
     arguments.emplace_back(option.name);
     if (isSwitch(option)) {
       arguments.emplace_back("off");
@@ -73,7 +75,9 @@ TEST(LaunchOptionsTable, BothParsersAgreeOnEveryOptionOfTheFastPath) {
     const Arguments arguments = commandLineWith(option);
     std::optional<LaunchOptions> plain = parsePlainly(arguments);
     ASSERT_EQ(plain.has_value(), option.parser == Parser::kBoth);
-    if (!plain) continue;
+    if (!plain) {
+      continue;
+    }
     LaunchOptions full = parseFully(arguments);
     EXPECT_TRUE(isSet(full, option));
     expectEqual(*plain, full);
@@ -93,7 +97,9 @@ TEST(LaunchOptionsTable, TheFullParserAcceptsTheOtherOptions) {
   for (const LaunchOption& option : kLaunchOptions) {
     SCOPED_TRACE(option.name);
     Arguments arguments = commandLineWith(option);
-    if (option.name == kJsonOption) arguments.emplace_back(kPlanOption);
+    if (option.name == kJsonOption) {
+      arguments.emplace_back(kPlanOption);
+    }
     LaunchOptions full = parseFully(arguments);
     EXPECT_TRUE(isSet(full, option));
   }

@@ -171,7 +171,9 @@ class KilledPartnerCommandTest : public PartnerCommandTest {
     PartnerCommandTest::SetUp();
     const auto run = [](const torture::SystemCall&) { return torture::Verdict::run(); };
     const auto tried = torture::follow([] {}, {run, nullptr});
-    if (!tried.allowed) QUILLON_SKIP(tried.reason);
+    if (!tried.allowed) {
+      QUILLON_SKIP(tried.reason);
+    }
   }
 
   using Package = std::pair<std::string, std::string>;  // request and signature
@@ -194,7 +196,9 @@ class KilledPartnerCommandTest : public PartnerCommandTest {
         return counts && ++calls == last ? torture::Verdict::kill() : torture::Verdict::run();
       };
       const auto work = [&] {
-        if (!partner::sign(optionsFor("ID2"))) std::abort();
+        if (!partner::sign(optionsFor("ID2"))) {
+          std::abort();
+        }
       };
       const auto result = torture::follow(work, {kill, nullptr});
       EXPECT_EQ(result.ending, "");
@@ -210,7 +214,9 @@ TEST_F(KilledPartnerCommandTest, LeavesTheOldPackageOrTheNewOneOrOneThatIsRefuse
   EXPECT_EQ(leftByKills([&] { ASSERT_TRUE(partner::sign(optionsFor("ID1"))); }),
             (std::set<Package>{of("ID1"), between, of("ID2")}));
   writeFile(request(), between.first);
-  for (const char* id : {"ID1", "ID2"}) EXPECT_EQ(verify(id).status, kRefused);
+  for (const char* id : {"ID1", "ID2"}) {
+    EXPECT_EQ(verify(id).status, kRefused);
+  }
   EXPECT_EQ(sign("ID2", "private.pem", {"--replace"}).status, 0);
   EXPECT_EQ(verify("ID2").status, 0);
 }

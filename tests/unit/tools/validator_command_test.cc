@@ -38,7 +38,9 @@ std::size_t count(const std::string& text, const std::string& part) {
 // Waits for at most ten seconds.
 bool eventually(const std::function<bool()>& condition) {
   for (int look = 0; look < 5000; ++look) {
-    if (condition()) return true;
+    if (condition()) {
+      return true;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   return false;
@@ -48,7 +50,9 @@ class ValidatorCommand : public CommandTest {
  protected:
   void SetUp() override {
     CommandTest::SetUp();
-    if (IsSkipped()) return;
+    if (IsSkipped()) {
+      return;
+    }
     put(kGood);
     put(kBad);
     writeFile(policy(), kPolicy);
@@ -84,8 +88,12 @@ class ValidatorCommand : public CommandTest {
   // Returns the answer, 1 or 0; another value on failure.
   int ask(const std::string& path) {
     const Finished asked = script("exec $ASK'" + path + "'");
-    if (count(asked.out, "\"result\":1") == 1) return 1;
-    if (count(asked.out, "\"result\":0") == 1) return 0;
+    if (count(asked.out, "\"result\":1") == 1) {
+      return 1;
+    }
+    if (count(asked.out, "\"result\":0") == 1) {
+      return 0;
+    }
     ADD_FAILURE() << asked.out << asked.err;
     return -1;
   }
@@ -190,7 +198,9 @@ TEST_F(ValidatorCommand, LocksTheAnswerPipeWhileItSendsAnAnswer) {
 
 TEST_F(ValidatorCommand, AnswersAPathLongerThanOneRead) {
   std::string path = "/opt/usr/apps/good";
-  for (int folder = 0; folder < 10; ++folder) path += "/" + std::string(200, 'a');
+  for (int folder = 0; folder < 10; ++folder) {
+    path += "/" + std::string(200, 'a');
+  }
   put(path + "/a.dll");
   Program validator(validatorCommand());
   start(validator);

@@ -26,7 +26,9 @@ std::string requestOf(const std::string& path) { return std::string(kWord) + "7:
 
 std::vector<std::string> pathsOf(const std::vector<Request>& requests) {
   std::vector<std::string> paths;
-  for (const Request& request : requests) paths.push_back(request.path);
+  for (const Request& request : requests) {
+    paths.push_back(request.path);
+  }
   return paths;
 }
 
@@ -81,8 +83,12 @@ TEST(ValidatorRequests, ThatReadsSplitAreReassembled) {
   std::vector<Request> all;
   for (std::size_t begin = 0; begin < bytes.size(); begin += 1023) {
     std::string piece = bytes.substr(begin, 1023);
-    if (piece.ends_with('\n')) piece.pop_back();
-    for (const Request& request : reader.take(piece)) all.push_back(request);
+    if (piece.ends_with('\n')) {
+      piece.pop_back();
+    }
+    for (const Request& request : reader.take(piece)) {
+      all.push_back(request);
+    }
   }
   ASSERT_EQ(all.size(), 3U);
   EXPECT_EQ(all[0].text, first);
@@ -108,7 +114,9 @@ TEST(ValidatorRequests, ALineBreakInAPathMakesOneMalformedRequest) {
 TEST(ValidatorRequests, ARequestWithoutAnEndIsDropped) {
   RequestReader reader;
   std::size_t requests = 0;
-  for (int text = 0; text < 20; ++text) requests += reader.take(std::string(1023, 'x')).size();
+  for (int text = 0; text < 20; ++text) {
+    requests += reader.take(std::string(1023, 'x')).size();
+  }
   EXPECT_GE(requests, 2U);
 }
 

@@ -1,12 +1,12 @@
 #include "util/zq_utils/cache_file.h"
 
-#include <platform/dlog.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 
 #include "tests/support/tree_test.h"
 #include "tests/unit/util/scripted_files.h"
+#include <platform/dlog.h>
 
 using quillon::test::NotedFiles;
 using quillon::test::platform;

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <quillon_tv_plugin.h>
 
 #include <climits>
 #include <memory>
@@ -7,6 +6,7 @@
 #include <vector>
 
 #include "util/log/log.h"
+#include <quillon_tv_plugin.h>
 
 namespace {
 

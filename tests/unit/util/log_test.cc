@@ -4,7 +4,6 @@
 #include "util/log/log.h"
 
 #include <gmock/gmock.h>
-#include <quillon_tv_plugin.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,6 +11,7 @@
 
 #include "tests/support/recording_platform.h"
 #include "util/log/stream_capture.h"
+#include <quillon_tv_plugin.h>
 
 using quillon::test::LogRecord;
 using quillon::test::platform;
@@ -60,10 +60,11 @@ TEST_F(Log, MacrosAreOneStatementAndEvaluateOnce) {
   int calls = 0;
   const auto count = [&calls] { return ++calls; };
   for (const bool first : {true, false}) {
-    if (first)
+    if (first) {
       QLOG_ERROR("first %d", count());
-    else
+    } else {
       QLOG_DEBUG("second %d", count());
+    }
   }
   EXPECT_EQ(calls, 2);
   EXPECT_EQ(platform().lines(), (std::vector<std::string>{"6 first 1", "3 second 2"}));

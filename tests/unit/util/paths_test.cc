@@ -1,9 +1,9 @@
 #include "util/zq_utils/paths.h"
 
-#include <platform/dlog.h>
 #include <unistd.h>
 
 #include "tests/support/tree_test.h"
+#include <platform/dlog.h>
 
 using quillon::test::platform;
 using quillon::test::TreeTest;

@@ -2,10 +2,11 @@
  * failure: no-context, debug-refused or attach-refused. One function can be omitted at compile
  * time.
  */
-#include <platform/zone.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+
+#include <platform/zone.h>
 
 static int context;
 

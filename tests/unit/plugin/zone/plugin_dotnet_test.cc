@@ -1,7 +1,6 @@
 #include "plugin/src/plugin-dotnet/plugin_dotnet.h"
 
 #include <gmock/gmock.h>
-#include <platform/dlog.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include "plugin/src/plugin-util/app_identity.h"
 #include "tests/support/skip.h"
 #include "tests/unit/plugin/zone/zone_fixture.h"
+#include <platform/dlog.h>
 
 namespace quillon::test {
 namespace {
@@ -44,7 +44,9 @@ TEST_F(Dotnet, ListsAreThePlatformsLibrariesAndNothingElse) {
   const ZoneRun run = runOn([](PluginDotnet& strategy) {
     const bool right = strategy.GetTPA().empty() && strategy.GetExtraDllPath().empty() &&
                        strategy.GetDllPath() == "/usr/share/dotnet.velora/lib";
-    if (!right) exit(1);
+    if (!right) {
+      exit(1);
+    }
   });
   EXPECT_TRUE(run.returned);
   EXPECT_THAT(run.lines, ElementsAre("3 GetDllPath: /usr/share/dotnet.velora/lib"));
@@ -70,8 +72,12 @@ TEST_F(Dotnet, EveryOperationIsTraced) {
                return entry.find(name) != std::string::npos;
              }) != trace.end();
     };
-    if (!has("PluginDotnet::PluginDotnet()")) exit(1);
-    if (!has("virtual void PluginDotnet::Finalize()")) exit(2);
+    if (!has("PluginDotnet::PluginDotnet()")) {
+      exit(1);
+    }
+    if (!has("virtual void PluginDotnet::Finalize()")) {
+      exit(2);
+    }
   });
   EXPECT_TRUE(run.returned) << run.status;
 }
@@ -171,7 +177,9 @@ TEST_F(Dotnet, OutsideTheZoneSetAppInfoEndsTheLaunch) {
 TEST_F(Dotnet, InTheZoneSetAppInfoAsksForNoPrivilege) {
   const ZoneRun run = runOn([](PluginDotnet& strategy) {
     strategy.SetAppInfo("org.example.clock", "/usr/bin/env");
-    if (g_appID != "org.example.clock" || g_execPath != "/usr/bin/env") exit(1);
+    if (g_appID != "org.example.clock" || g_execPath != "/usr/bin/env") {
+      exit(1);
+    }
   });
   EXPECT_TRUE(run.returned) << run.status;
   EXPECT_THAT(run.lines, Contains("4 Process Name : DN_xample.clock"));
@@ -187,7 +195,9 @@ class HybridAot : public Dotnet {
       g_appID = "org.example.clock";
       PluginDotnet strategy;
       platform().log.clear();
-      for (int time = 0; time < times; ++time) strategy.SendAppInfoToHybridAOTManager();
+      for (int time = 0; time < times; ++time) {
+        strategy.SendAppInfoToHybridAOTManager();
+      }
     });
   }
 

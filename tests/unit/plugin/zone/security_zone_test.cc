@@ -46,7 +46,9 @@ class SecurityZone : public ZoneTest {
  protected:
   void SetUp() override {
     ZoneTest::SetUp();
-    if (!IsSkipped()) showZone();
+    if (!IsSkipped()) {
+      showZone();
+    }
   }
 };
 

@@ -61,10 +61,18 @@ ZoneRun parse(const Outcome& outcome) {
     std::istringstream words(line);
     std::string word;
     words >> word;
-    if (word == "line") run.lines.push_back(line.substr(5));
-    if (word == "origin") run.lastOrigin = line.substr(7);
-    if (word == "mapped") words >> run.libraryMapped;
-    if (word == "left") words >> run.descriptorsLeft;
+    if (word == "line") {
+      run.lines.push_back(line.substr(5));
+    }
+    if (word == "origin") {
+      run.lastOrigin = line.substr(7);
+    }
+    if (word == "mapped") {
+      words >> run.libraryMapped;
+    }
+    if (word == "left") {
+      words >> run.descriptorsLeft;
+    }
   }
   return run;
 }

@@ -61,7 +61,9 @@ std::string redirected() {
 std::string namedReaders() {
   std::string names;
   for (const std::string& name : threadNames()) {
-    if (name.rfind("Std", 0) == 0) names += name + ";";
+    if (name.rfind("Std", 0) == 0) {
+      names += name + ";";
+    }
   }
   return names;
 }
@@ -95,14 +97,18 @@ std::vector<std::string> errorMessages(const Captured& captured) {
   std::vector<std::string> messages;
   for (size_t i = 0; i < captured.lines.size(); ++i) {
     const bool ofStart = captured.texts[i].find("Redirect(") == std::string::npos;
-    if (ofStart && captured.lines[i][0] == '6') messages.push_back(captured.lines[i].substr(2));
+    if (ofStart && captured.lines[i][0] == '6') {
+      messages.push_back(captured.lines[i].substr(2));
+    }
   }
   return messages;
 }
 
 std::string joined(const std::vector<std::string>& names) {
   std::string text;
-  for (const std::string& name : names) text += name + ";";
+  for (const std::string& name : names) {
+    text += name + ";";
+  }
   return text;
 }
 
@@ -138,7 +144,9 @@ TEST(Redirection, NeedsBothPipes) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     calls().active = true;
     notes["none"] = std::to_string(tvRedirectFD());
-    if (pipe(pStdOut) == 0) notes["one"] = std::to_string(tvRedirectFD());
+    if (pipe(pStdOut) == 0) {
+      notes["one"] = std::to_string(tvRedirectFD());
+    }
   });
   EXPECT_EQ(captured.notes, (Notes{{"none", "-1"}, {"one", "-1"}}));
   EXPECT_THAT(captured.lines, ElementsAre("6 fail to create pipe for logging",

@@ -1,6 +1,7 @@
 #include "tests/unit/util/capture/capture_process.h"
 
 #include <fcntl.h>
+#include <nlohmann/json.hpp>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,7 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tests/support/recording_platform.h"
@@ -35,7 +35,9 @@ size_t threads() {
 }
 
 void closeIfOpen(int descriptor) {
-  if (descriptor >= 0) close(descriptor);
+  if (descriptor >= 0) {
+    close(descriptor);
+  }
 }
 
 // The readers end when no write end is open any more. They have then logged everything.
@@ -44,8 +46,12 @@ void endCapture() {
   closeMessageEnd();
   const int out = pStdOut[1];
   const int err = pStdErr[1];
-  for (const int writer : {STDOUT_FILENO, STDERR_FILENO, out, err}) closeIfOpen(writer);
-  while (threads() > 1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  for (const int writer : {STDOUT_FILENO, STDERR_FILENO, out, err}) {
+    closeIfOpen(writer);
+  }
+  while (threads() > 1) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 std::string contentOf(const std::string& file) {
@@ -56,7 +62,9 @@ std::string contentOf(const std::string& file) {
 json logged() {
   json texts = json::array();
   for (const LogRecord& record : platform().log) {
-    if (record.file() != "log.h") texts.push_back(record.text);
+    if (record.file() != "log.h") {
+      texts.push_back(record.text);
+    }
   }
   return texts;
 }
@@ -71,7 +79,9 @@ json found(const Notes& notes) {
                  {"managed", managedExceptionOccurred.load()},
                  {"memory", memoryIssueOccurred.load()},
                  {"notes", notes}};
-  if (!errorLogFile.empty()) unlink(errorLogFile.c_str());
+  if (!errorLogFile.empty()) {
+    unlink(errorLogFile.c_str());
+  }
   return result;
 }
 
@@ -80,7 +90,9 @@ json found(const Notes& notes) {
 void leadNowhere() {
   for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) == 0) dup2(ends[1], descriptor);
+    if (pipe2(ends.data(), O_CLOEXEC) == 0) {
+      dup2(ends[1], descriptor);
+    }
   }
 }
 
@@ -102,17 +114,23 @@ void removeErrorFiles(pid_t process) {
   const std::string name = "dotnet_error." + std::to_string(process) + ".";
   std::vector<fs::path> files;
   for (const auto& entry : fs::directory_iterator("/tmp")) {
-    if (entry.path().filename().string().starts_with(name)) files.push_back(entry.path());
+    if (entry.path().filename().string().starts_with(name)) {
+      files.push_back(entry.path());
+    }
   }
   std::error_code gone;
-  for (const fs::path& file : files) fs::remove(file, gone);
+  for (const fs::path& file : files) {
+    fs::remove(file, gone);
+  }
 }
 
 std::string endingOf(pid_t child) {
   int status = 0;
   waitpid(child, &status, 0);
   removeErrorFiles(child);
-  if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
+  if (WIFSIGNALED(status)) {
+    return "signal " + std::to_string(WTERMSIG(status));
+  }
   return WEXITSTATUS(status) == 0 ? "" : "status " + std::to_string(WEXITSTATUS(status));
 }
 
@@ -161,9 +179,13 @@ std::string Captured::note(const std::string& name) const {
 
 Captured inCaptureProcess(const std::function<void(Notes&)>& body) {
   std::array<int, 2> results{};
-  if (pipe2(results.data(), O_CLOEXEC) != 0) return {};
+  if (pipe2(results.data(), O_CLOEXEC) != 0) {
+    return {};
+  }
   const pid_t child = fork();
-  if (child == 0) live(fcntl(results[1], F_DUPFD_CLOEXEC, kFirstDescriptor), body);
+  if (child == 0) {
+    live(fcntl(results[1], F_DUPFD_CLOEXEC, kFirstDescriptor), body);
+  }
   close(results[1]);
   const std::string text = readAll(results[0]);
   close(results[0]);
@@ -176,7 +198,9 @@ Captured inCaptureProcess(const std::function<void(Notes&)>& body) {
 void put(int descriptor, const std::string& text) {
   for (size_t done = 0; done < text.size();) {
     const ssize_t count = write(descriptor, text.data() + done, text.size() - done);
-    if (count <= 0) return;
+    if (count <= 0) {
+      return;
+    }
     done += static_cast<size_t>(count);
   }
 }

@@ -36,7 +36,9 @@ constexpr int kForEver = 600'000;
 
 // Sets the state as if another thread were the reader of a pipe that contains data.
 void makePipeWithSomethingIn() {
-  if (pipe(pStdErr) == 0) put(pStdErr[1], "something");
+  if (pipe(pStdErr) == 0) {
+    put(pStdErr[1], "something");
+  }
 }
 
 // Fills a pipe completely.
@@ -105,7 +107,9 @@ TEST(WaitForReader, EndsWhenItsTimeIsOver) {
 // The pipe is already empty while the reader processes a chunk; the flags are set later.
 TEST(WaitForReader, LastsUntilTheReaderHasProcessedItsChunk) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
-    if (pipe(pStdErr) != 0) return;
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
     stderrProgress.starting();
     stderrProgress.taking();
     std::atomic<bool> dealtWith{false};
@@ -178,9 +182,13 @@ TEST(HandlerMessage, GoesThroughTheCapturedStream) {
 
 TEST(HandlerMessage, IsGivenUpIfThePipeIsFullAndNobodyReads) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
-    if (pipe(pStdErr) != 0) return;
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
     for (const bool own : {false, true}) {  // through pStdErr, and through the message end
-      if (own) openMessageEnd(pStdErr[1]);
+      if (own) {
+        openMessageEnd(pStdErr[1]);
+      }
       fillUp(pStdErr[1]);
       const ssize_t written = sendMessageToDlogError("lost");
       notes[own ? "own" : "shared"] =
@@ -193,7 +201,9 @@ TEST(HandlerMessage, IsGivenUpIfThePipeIsFullAndNobodyReads) {
 
 TEST(HandlerMessage, WaitsForRoomWhileTheReaderReads) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
-    if (pipe(pStdErr) != 0) return;
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
     openMessageEnd(pStdErr[1]);
     fillUp(pStdErr[1]);
     stderrProgress.starting();
@@ -212,7 +222,9 @@ TEST(HandlerMessage, WaitsForRoomWhileTheReaderReads) {
 
 TEST(HandlerMessage, HasNoMessageEndIfItCannotBeOpened) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
-    if (pipe(pStdErr) != 0) return;
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
     openMessageEnd(-1);
     notes["written"] = std::to_string(sendMessageToDlogError("x"));
     std::array<char, 4> buffer{};
@@ -223,7 +235,9 @@ TEST(HandlerMessage, HasNoMessageEndIfItCannotBeOpened) {
 
 TEST(HandlerMessage, IsGivenUpIfTheReadEndIsClosed) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
-    if (pipe(pStdErr) != 0) return;
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
     openMessageEnd(pStdErr[1]);
     close(pStdErr[0]);
     notes["written"] = std::to_string(sendMessageToDlogError("lost"));
@@ -240,10 +254,16 @@ TEST(HandlerMessage, IsGivenUpAfterTheReadersEndAndHandlersAct) {
       registerSignalHandler();
       tvRunLoggingThread();
       closeMessageEnd();
-      for (const int end : {STDERR_FILENO, int{pStdErr[1]}}) close(end);
-      while (threadNames().size() > 2) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      for (const int end : {STDERR_FILENO, int{pStdErr[1]}}) {
+        close(end);
+      }
+      while (threadNames().size() > 2) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
       notes["written"] = std::to_string(sendMessageToDlogError("lost"));
-      if (signal != 0) raise(signal);
+      if (signal != 0) {
+        raise(signal);
+      }
     });
   };
   EXPECT_EQ(after(0).note("written"), "-1");

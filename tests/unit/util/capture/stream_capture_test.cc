@@ -73,8 +73,9 @@ TEST(StreamCapture, StartsInTheOrderOfItsSteps) {
 TEST(StreamCapture, TracesItsFunctionsAndThreads) {
   const Captured captured = capture([] { putChunk("x"); });
   std::vector<std::string> names;
-  for (const std::string& event : captured.trace)
+  for (const std::string& event : captured.trace) {
     names.push_back(event.substr(event.find(") ") + 2));
+  }
   EXPECT_THAT(names,
               IsSupersetOf({"int tvRunLoggingThread()", "int tvInitializeLogManager()",
                             "int tvRedirectFD()", "void writeStringTofile(std::string_view)"}));
@@ -114,7 +115,9 @@ TEST(StreamCapture, WorksIfStandardStreamsAreClosed) {
   for (int closed = 1; closed < 8; ++closed) {
     const Captured captured = inCaptureProcess([closed](Notes& notes) {
       for (int stream = 0; stream < 3; ++stream) {
-        if ((closed >> stream & 1) != 0) close(stream);
+        if ((closed >> stream & 1) != 0) {
+          close(stream);
+        }
       }
       notes["result"] = std::to_string(tvRunLoggingThread());
       notes["input"] = (closed & 1) != 0 ? fileBehind(STDIN_FILENO) : "";
@@ -137,7 +140,9 @@ void awaitReaders() {
     const auto lines = platform().lines();
     return std::find(lines.begin(), lines.end(), "3 out") != lines.end();
   };
-  while (!isLogged()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  while (!isLogged()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 TEST(StreamCapture, ReadersLeaveTerminationToOthers) {
@@ -147,7 +152,9 @@ TEST(StreamCapture, ReadersLeaveTerminationToOthers) {
     for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
       std::ifstream status(thread.path() / "status");
       for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("SigBlk:")) notes[line.substr(8)] += "x";
+        if (line.starts_with("SigBlk:")) {
+          notes[line.substr(8)] += "x";
+        }
       }
     }
   });
@@ -157,7 +164,9 @@ TEST(StreamCapture, ReadersLeaveTerminationToOthers) {
 TEST(StreamCapture, NamesTheReaders) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     tvRunLoggingThread();
-    for (const std::string& name : threadNames()) notes[name] = "runs";
+    for (const std::string& name : threadNames()) {
+      notes[name] = "runs";
+    }
   });
   EXPECT_THAT(captured.notes, SizeIs(3));
   EXPECT_EQ(captured.notes.count("Stdout Thread"), 1U);
@@ -168,8 +177,12 @@ TEST(StreamCapture, ReadersEndWhenNobodyCanWriteAndCloseTheirPipes) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     tvRunLoggingThread();
     const int out = pStdOut[0];
-    for (const int end : {STDOUT_FILENO, int{pStdOut[1]}}) close(end);
-    while (threadNames().size() > 2) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    for (const int end : {STDOUT_FILENO, int{pStdOut[1]}}) {
+      close(end);
+    }
+    while (threadNames().size() > 2) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     notes["closed"] = fileBehind(out);
     notes["left"] = threadNames().front() + ", " + threadNames().back();
   });
@@ -201,7 +214,9 @@ TEST(StreamCapture, DropsOneNewlineAtTheEndOfAChunkAndNoOther) {
 
 TEST(StreamCapture, CutsALongTextIntoChunks) {
   std::string text;
-  for (int i = 0; text.size() < 4 * kMaxChunk; ++i) text += std::to_string(i) + ",";
+  for (int i = 0; text.size() < 4 * kMaxChunk; ++i) {
+    text += std::to_string(i) + ",";
+  }
   for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
     const Captured captured = capture([&] { put(descriptor, text); });
     const auto chunks = descriptor == STDOUT_FILENO ? captured.output() : captured.errors();
@@ -277,7 +292,9 @@ TEST(ErrorFile, HoldsEachChunkWithANewlineAndIsNamedOnce) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     notes["name"] = "/tmp/dotnet_error." + std::to_string(getpid()) + ".1000.log";
     tvRunLoggingThread();
-    for (const char* chunk : {"first\n", "second", "\n", "a\nb\n"}) putChunk(chunk);
+    for (const char* chunk : {"first\n", "second", "\n", "a\nb\n"}) {
+      putChunk(chunk);
+    }
     notes["asked"] = std::to_string(calls().now);
   });
   calls().now = 0;
@@ -367,7 +384,9 @@ TEST(ErrorFile, ALinkInItsPlaceIsNotFollowed) {
   const Captured captured = captureOverPlanted([](const char* name) {
     const std::string victim = std::string(name) + ".victim";
     close(open(victim.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-    if (symlink(victim.c_str(), name) != 0) _exit(1);
+    if (symlink(victim.c_str(), name) != 0) {
+      _exit(1);
+    }
   });
   const std::filesystem::path victim = captured.errorFile + ".victim";
   EXPECT_EQ(std::filesystem::file_size(victim), 0U);
