@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "tests/torture/traced_process.h"
+#include "tests/system/torture/traced_process.h"
 #include "tests/unit/platform/device_main.h"
 #include "tests/unit/platform/sample_package.h"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/device_root/inside.h"
 #include "tests/support/recording_platform.h"
+#include "tests/system/device_root/inside.h"
 
 namespace quillon::test {
 

@@ -1,0 +1,112 @@
+#include <gmock/gmock.h>
+
+#include "tests/system/commands/command_fixture.h"
+
+namespace quillon::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class ConfigCommandTest : public CommandTest {
+ protected:
+  std::string stored(const std::string& key) {
+    return contentsOf(device() + "/opt/usr/share/quillon/config/" + key);
+  }
+};
+
+TEST_F(ConfigCommandTest, SetsAndGets) {
+  EXPECT_EQ(quillon({"config", "set", "a/b", "text with spaces"}).status, 0);
+  EXPECT_EQ(quillon({"config", "get", "a/b"}).out, "text with spaces\n");
+}
+
+TEST_F(ConfigCommandTest, TakesADecimalNumberAsInt) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"5"}, "int 5\n"},
+      {{"-5"}, "int -5\n"},
+      {{"--", "-5"}, "int -5\n"},
+      {{"007"}, "string 007"},
+      {{"+5"}, "string +5"},
+      {{"2147483648"}, "string 2147483648"},
+      {{"5", "--string"}, "string 5"},
+      {{"--int", "5"}, "int 5\n"},
+      {{""}, "string "},
+      {{"--", "--text"}, "string --text"},
+  };
+  for (const auto& [value, expected] : cases) {
+    std::vector<std::string> arguments = {"config", "set", "k"};
+    arguments.insert(arguments.end(), value.begin(), value.end());
+    const Finished set = quillon(arguments);
+    EXPECT_EQ(set.status, 0) << set.err;
+    EXPECT_EQ(stored("k"), expected);
+  }
+}
+
+TEST_F(ConfigCommandTest, RefusesInvalidValues) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"k", "x", "--int"},
+       "quillon: 'x' is not a 32-bit decimal number; omit --int to set a string\n"},
+      {{"k"}, "quillon: config set needs a VALUE; see quillon config set --help\n"},
+      {{"k", "-x"}, "quillon: config set does not know '-x'; see quillon config set --help\n"},
+      {{"k", "1", "2"}, "quillon: config set does not know '2'; see quillon config set --help\n"},
+  };
+  for (const auto& [rest, message] : cases) {
+    std::vector<std::string> arguments = {"config", "set"};
+    arguments.insert(arguments.end(), rest.begin(), rest.end());
+    const Finished set = quillon(arguments);
+    EXPECT_EQ(set.status, 100);
+    EXPECT_EQ(set.err, message);
+  }
+  EXPECT_EQ(stored("k"), "");
+}
+
+TEST_F(ConfigCommandTest, DistinguishesAMissingKeyFromAFailure) {
+  const Finished absent = quillon({"config", "get", "a/b"});
+  EXPECT_EQ(absent.status, 114);
+  EXPECT_EQ(absent.out, "");
+  EXPECT_EQ(absent.err,
+            "quillon: the configuration key 'a/b' has no value; set it: quillon config set a/b "
+            "VALUE\n");
+  EXPECT_EQ(quillon({"config", "get", "a//b"}).status, 112);
+}
+
+TEST_F(ConfigCommandTest, WatchPrintsTheValueAndEachNewOne) {
+  ASSERT_EQ(quillon({"config", "set", "a/b", "0"}).status, 0);
+  Program watch(commandOf({"config", "watch", "a/b"}));
+  watch.with("QUILLON_DEVICE", device()).start();
+  std::string seen;
+  for (const char* value : {"0", "1", "two"}) {
+    if (*value != '0') {
+      quillon({"config", "set", "a/b", value});
+    }
+    seen += std::string(value) + "\n";
+    EXPECT_TRUE(watch.waitForOutput(seen)) << value;
+  }
+  watch.terminate();
+  EXPECT_EQ(watch.finish().out, seen);
+}
+
+TEST_F(ConfigCommandTest, NamesAMissingDeviceRoot) {
+  const Finished unnamed = run(commandOf({"config", "get", "k"}));
+  EXPECT_EQ(unnamed.status, 100);
+  EXPECT_EQ(unnamed.err,
+            "quillon: no device root is given; give --device DIR or set QUILLON_DEVICE\n");
+  const Finished wrong = run(commandOf({"config", "get", "k", "--device", "/nowhere"}));
+  EXPECT_EQ(wrong.status, 101);
+  EXPECT_THAT(linesOf(wrong.err), ::testing::SizeIs(1));
+  EXPECT_THAT(wrong.err, HasSubstr("/nowhere"));
+}
+
+TEST_F(ConfigCommandTest, RefusesUnknownArguments) {
+  const Finished usage = quillon({"config", "get"});
+  EXPECT_EQ(usage.status, 100);
+  EXPECT_EQ(usage.err, "quillon: KEY is required; see quillon --help\n");
+  EXPECT_EQ(quillon({"frobnicate"}).status, 100);
+  EXPECT_EQ(quillon({}).status, 100);
+  EXPECT_EQ(quillon({"--help"}).status, 0);
+  EXPECT_THAT(quillon({"--help"}).out, HasSubstr("config"));
+  EXPECT_THAT(quillon({"--version"}).out, StartsWith("quillon "));
+}
+
+}  // namespace
+}  // namespace quillon::test

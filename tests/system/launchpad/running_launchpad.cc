@@ -1,0 +1,209 @@
+#include "tests/system/launchpad/running_launchpad.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+#include "quillon/base/descriptor.h"
+#include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/message.h"
+#include "tests/system/launch/running_zone.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
+
+[[noreturn]] void execute(const std::vector<std::string>& command, const fs::path& out,
+                          const fs::path& err) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
+  dup2(open(out.c_str(), kFlags, 0600), STDOUT_FILENO);
+  dup2(open(err.c_str(), kFlags, 0600), STDERR_FILENO);
+  putenv(const_cast<char*>(kRuntimeSanitizerOptions));
+  setenv("QUILLON_LOG", "none", 1);
+  std::vector<char*> arguments;
+  for (const std::string& word : command) {
+    arguments.push_back(const_cast<char*>(word.c_str()));
+  }
+  arguments.push_back(nullptr);
+  execv(arguments[0], arguments.data());
+  _exit(127);
+}
+
+int statusOf(pid_t child) {
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+}  // namespace
+
+bool isAlive(pid_t process) {
+  const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+  if (!pidfd) {
+    return errno != ESRCH;
+  }
+  pollfd ended{pidfd.get(), POLLIN, 0};
+  return poll(&ended, 1, 0) == 0;
+}
+
+void LaunchpadTest::SetUp() {
+  RuntimeTest::SetUp();
+  if (!IsSkipped()) {
+    makeDevice();
+  }
+}
+
+LaunchpadTest::~LaunchpadTest() {
+  if (launchpad_ > 0) {
+    killLaunchpad();
+  }
+}
+
+void LaunchpadTest::start(int size, int ignored) {
+  size_ = size;
+  const std::vector<std::string> command = {
+      kQuillon, "launchpad", "--device",           root(),           "--type",
+      "none",   "--size",    std::to_string(size), "--refill-delay", "0"};
+  launchpad_ = fork();
+  if (launchpad_ == 0) {
+    if (ignored != 0) {
+      signal(ignored, SIG_IGN);
+    }
+    execute(command, fresh("launchpad-out"), fresh("launchpad-errors"));
+  }
+  ASSERT_TRUE(eventually([&] { return control("status").status == 0; })) << errors();
+}
+
+void LaunchpadTest::prepareFor(const std::vector<std::string>& launchArguments) {
+  const size_t ready = processes("ready").size();
+  ASSERT_EQ(launch(launchArguments).status, 0);
+  ASSERT_TRUE(awaitProcesses("ready", ready + static_cast<size_t>(size_))) << status() << errors();
+}
+
+CommandResult LaunchpadTest::control(const std::string& action) const {
+  return run({kQuillon, "launchpad", action, "--device", root()});
+}
+
+int LaunchpadTest::served() const {
+  const std::string text = status();
+  const size_t at = text.find("served: ");
+  return at == std::string::npos ? -1 : std::atoi(text.c_str() + at + 8);
+}
+
+std::vector<pid_t> LaunchpadTest::processes(const std::string& stage) const {
+  std::istringstream lines(status());
+  std::vector<pid_t> found;
+  for (std::string line; std::getline(lines, line);) {
+    int pid = 0;
+    if (std::sscanf(line.c_str(), "  process %d: ", &pid) == 1 && line.ends_with(": " + stage)) {
+      found.push_back(pid);
+    }
+  }
+  return found;
+}
+
+bool LaunchpadTest::awaitProcesses(const std::string& stage, size_t count) const {
+  return eventually([&] { return processes(stage).size() == count; });
+}
+
+void LaunchpadTest::expectNoAnswerTo(uid_t user) const {
+  const std::string address = launchpad::addressOf(root());
+  const pid_t stranger = fork();
+  if (stranger == 0) {
+    if (setresuid(0, 0, 0) != 0 || setuid(user) != 0) {
+      _exit(1);
+    }
+    // connectTo() does not trust a launch pad of another user.
+    if (launchpad::connectTo(address)) {
+      _exit(2);
+    }
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    std::memcpy(name.sun_path + 1, address.data(), address.size());
+    const int socket = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);
+    const auto length =
+        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + address.size());
+    if (connect(socket, reinterpret_cast<sockaddr*>(&name), length) != 0) {
+      _exit(3);
+    }
+    launchpad::sendMessage(socket, launchpad::MessageKind::kStop);
+    launchpad::Message answer;
+    _exit(launchpad::receiveMessage(socket, answer) == launchpad::Received::kEnd ? 0 : 4);
+  }
+  EXPECT_EQ(statusOf(stranger), 0);
+}
+
+void LaunchpadTest::expectApplicationInTheZone() {
+  const RunningZone zone(root());
+  ASSERT_NE(zone.holder(), "") << zone.started().err;
+  start(1);
+  { RunningProbe direct(root(), "dotnet"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
+  RunningProbe probe(root(), "dotnet");
+  const std::string process = probe.ask("process");
+  EXPECT_EQ(served(), 1) << probe.errors() << errors();
+  EXPECT_EQ(fs::read_symlink("/proc/" + process + "/ns/mnt"),
+            fs::read_symlink("/proc/" + zone.holder() + "/ns/mnt"));
+  EXPECT_EQ(probe.quit(), 0);
+}
+
+void LaunchpadTest::killLaunchpad() {
+  kill(launchpad_, SIGKILL);
+  endOfLaunchpad();
+}
+
+int LaunchpadTest::endOfLaunchpad() {
+  const int status = statusOf(launchpad_);
+  launchpad_ = -1;
+  return status;
+}
+
+RunningLaunch::RunningLaunch(const std::vector<std::string>& command) {
+  pid_ = fork();
+  if (pid_ != 0) {
+    return;
+  }
+  std::vector<std::string> whole = {kQuillon, "launch"};
+  whole.insert(whole.end(), command.begin(), command.end());
+  execute(whole, output_.path() / "out", output_.path() / "err");
+}
+
+RunningLaunch::~RunningLaunch() {
+  if (pid_ < 0) {
+    return;
+  }
+  kill(pid_, SIGKILL);
+  wait();
+}
+
+bool RunningLaunch::relaysSignals() const {
+  const std::string status = contentOf("/proc/" + std::to_string(pid_) + "/status");
+  const size_t at = status.find("SigBlk:\t");
+  return at != std::string::npos &&
+         (std::stoull(status.substr(at + 8), nullptr, 16) & (1U << (SIGINT - 1))) != 0;
+}
+
+CommandResult RunningLaunch::wait() {
+  CommandResult ending;
+  ending.status = statusOf(pid_);
+  pid_ = -1;
+  ending.out = contentOf(output_.path() / "out");
+  ending.err = contentOf(output_.path() / "err");
+  return ending;
+}
+
+}  // namespace quillon::test

@@ -1,0 +1,78 @@
+// A launch pad for a test, and launches through it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/system/launch/running_probe.h"
+#include "tests/system/launch/sample_device.h"
+
+namespace quillon::test {
+
+// Makes a device root. No launch pad runs until start(), and it prepares no process at first.
+class LaunchpadTest : public RuntimeTest {
+ protected:
+  void SetUp() override;
+  ~LaunchpadTest() override;
+
+  // Starts the launch pad and waits until it serves. The parent ignores the signal `ignored`.
+  void start(int size, int ignored = 0);
+
+  // Makes it prepare processes for such a launch: requests one launch, which is direct, and waits
+  // until the pool is full.
+  void prepareFor(const std::vector<std::string>& launchArguments);
+
+  CommandResult control(const std::string& action) const;
+  std::string status() const { return control("status").out; }
+  int served() const;
+  // The ids of the processes whose stage the status shows as this word.
+  std::vector<pid_t> processes(const std::string& stage) const;
+  // Waits until `count` processes are at a stage.
+  bool awaitProcesses(const std::string& stage, size_t count) const;
+
+  // Kills the launch pad and waits for its end.
+  void killLaunchpad();
+  // Waits for the end of the launch pad and returns its exit status.
+  int endOfLaunchpad();
+
+  // Starts a zone, then the launch pad, and launches an application that enters it.
+  void expectApplicationInTheZone();
+
+  // Expects that the launch pad does not answer a process of another user.
+  void expectNoAnswerTo(uid_t user) const;
+
+  pid_t launchpad() const { return launchpad_; }
+  int size() const { return size_; }
+  std::string errors() const { return contentOf(fresh("launchpad-errors")); }
+
+ private:
+  pid_t launchpad_ = -1;
+  int size_ = 0;
+};
+
+// A `quillon launch` that runs in the background.
+class RunningLaunch {
+ public:
+  explicit RunningLaunch(const std::vector<std::string>& command);
+  ~RunningLaunch();
+  RunningLaunch(const RunningLaunch&) = delete;
+  RunningLaunch& operator=(const RunningLaunch&) = delete;
+
+  // Waits for its end.
+  CommandResult wait();
+
+  void signal(int signal) const { kill(pid_, signal); }
+  // Whether the command has blocked its signals in order to relay them.
+  [[nodiscard]] bool relaysSignals() const;
+
+ private:
+  TemporaryDirectory output_;
+  pid_t pid_ = -1;
+};
+
+// Returns false for a zombie too.
+bool isAlive(pid_t process);
+
+}  // namespace quillon::test

@@ -1,0 +1,337 @@
+// A launch through the launch pad has the same result as a direct launch, or is a direct launch.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+
+#include "quillon/host/plugin/launch_calls.h"
+#include "quillon/launchpad/protocol/address.h"
+#include "tests/system/launch/running_zone.h"
+#include "tests/system/launchpad/running_launchpad.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+using SameLaunch = LaunchpadTest;
+
+std::vector<std::string> operator+(std::vector<std::string> one, std::vector<std::string> more) {
+  one.insert(one.end(), more.begin(), more.end());
+  return one;
+}
+
+// The output without the two assemblies that only a prepared process loads and without numbers of
+// descriptors, and with the folder in place of the placeholder descriptor.
+std::string comparable(const std::string& output) {
+  static const std::regex kOwn("assembly (Preload|Quillon\\.Launchpad): .*\n");
+  static const std::regex kFolder("/proc/self/fd/[0-9]+/de/");
+  static const std::regex kDescriptor("/proc/self/fd/[0-9]+");
+  std::string text = std::regex_replace(output, kOwn, "");
+  text = std::regex_replace(text, kFolder, "/opt/usr/apps/org.velora.sample.clock/bin/de/");
+  return std::regex_replace(text, kDescriptor, "/proc/self/fd/N");
+}
+
+TEST_F(SameLaunch, PrintsAndEndsTheSame) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const std::vector<std::string> arguments = {kClock,       "--",
+                                              "--exit",     "7",
+                                              "--culture",  "de",
+                                              "--property", "APP_PATHS",
+                                              "--property", "APP_CONTEXT_BASE_DIRECTORY",
+                                              "--property", "APP_CONTEXT_DEPS_FILES",
+                                              "--property", "Velora.Sample.Clock.Face",
+                                              "a b",        ""};
+  const CommandResult direct = launch(std::vector<std::string>{"--raw", "--direct"} + arguments);
+  const pid_t process = processes("ready").at(0);
+  const CommandResult prepared = launch(std::vector<std::string>{"--raw", "--verbose"} + arguments);
+  EXPECT_EQ(served(), 1);
+  EXPECT_EQ(prepared.status, 7);
+  EXPECT_EQ(prepared.status, direct.status);
+  EXPECT_EQ(comparable(prepared.out), comparable(direct.out));
+  EXPECT_THAT(prepared.out,
+              HasSubstr("base directory: /opt/usr/apps/org.velora.sample.clock/bin/"));
+  EXPECT_EQ(prepared.err, "quillon: launched by the launch pad, in its process " +
+                              std::to_string(process) + "\n");
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const CommandResult failed = launch({"--raw", kClock, "--", "--throw"});
+  EXPECT_EQ(failed.status, 128 + SIGABRT);
+  EXPECT_THAT(failed.err, HasSubstr("asked to fail"));
+  EXPECT_EQ(served(), 2);
+}
+
+// The functions of the plug-in that a process's trace has a span for, in their order.
+std::vector<std::string> tracedCalls(const fs::path& trace, pid_t process) {
+  const std::regex span(R"x("ph":"B","pid":([0-9]+),.*"name":"(plugin_[a-z_]+)")x");
+  std::vector<std::string> calls;
+  std::istringstream lines(contentOf(trace));
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch match;
+    if (std::regex_search(line, match, span) && match[1] == std::to_string(process)) {
+      calls.push_back(match[2]);
+    }
+  }
+  return calls;
+}
+
+TEST_F(SameLaunch, MakesTheCallsOfAPreparedLaunchInTheStatedOrder) {
+  const fs::path trace = fresh("trace.json");
+  setenv("QUILLON_TRACE", trace.c_str(), 1);
+  start(1);
+  ASSERT_EQ(launchCaptured({kClock}).status, 0);
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const pid_t process = processes("ready").front();
+  ASSERT_EQ(launchCaptured({kClock}).status, 0);
+  ASSERT_EQ(served(), 1);
+  std::vector<std::string> expected;
+  for (const host::LaunchCall call : host::kPreparedLaunchCalls) {
+    const std::string name = host::nameOf(call);
+    if (name.starts_with("plugin_")) {
+      expected.push_back(name);
+    }
+  }
+  EXPECT_EQ(tracedCalls(trace, process), expected);
+}
+
+TEST_F(SameLaunch, LogsToTheLogOfTheClient) {
+  start(1);
+  ASSERT_EQ(launchCaptured({kClock}).status, 0);
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const std::string log = fresh("log").string();
+  const CommandResult ending =
+      launchCaptured({kClock, "--", "logged"}, {"QUILLON_LOG=json:" + log});
+  EXPECT_EQ(served(), 1);
+  EXPECT_EQ(ending.out, "");
+  EXPECT_EQ(ending.err, "");
+  EXPECT_THAT(contentOf(log), HasSubstr("arguments: logged"));
+  EXPECT_THAT(contentOf(log), HasSubstr("### App ID : org.velora.sample.clock ###"));
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const CommandResult shown = launchCaptured({kClock, "--", "shown"}, {"QUILLON_LOG=terminal"});
+  EXPECT_EQ(served(), 2);
+  EXPECT_THAT(shown.err, HasSubstr("arguments: shown"));
+}
+
+TEST_F(SameLaunch, TakesOverTheProcessStateOfTheClient) {
+  start(1);
+  prepareFor({kClock});  // another pool, which does not serve this launch
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 2));
+  const mode_t mask = umask(0027);
+  const fs::path before = fs::current_path();
+  fs::current_path("/usr");
+  constexpr int kOwn = 93;
+  ASSERT_EQ(dup2(open("/usr", O_RDONLY | O_CLOEXEC), kOwn), kOwn);
+  RunningProbe probe(root(), "inhouse", {"QUILLON_LOG=none", "OWN=a=b", "TMPDIR=/elsewhere"});
+  fs::current_path(before);
+  umask(mask);
+  close(kOwn);
+  EXPECT_EQ(probe.ask("variable OWN"), "a=b") << probe.errors();
+  EXPECT_EQ(probe.ask("variable QUILLON_APP_ID"), kProbe);
+  EXPECT_EQ(probe.ask("variable DOTNET_APP"), "1");
+  EXPECT_EQ(probe.ask("variable TMPDIR"), "(none)");
+  for (const std::string variable :
+       {"QUILLON_LAUNCHPAD", "DOTNET_TC_BackgroundWorkerTimeoutMs", "DOTNET_LTTng"}) {
+    EXPECT_EQ(probe.ask("variable " + variable), "(none)");
+  }
+  EXPECT_EQ(probe.ask("assembly Velora.TV.Screen").find("/proc/self/fd/"), 0U);
+  const fs::path process = "/proc/" + probe.ask("process");
+  EXPECT_NE(process, "/proc/" + std::to_string(probe.pid()));
+  EXPECT_EQ(fs::read_symlink(process / "cwd"), "/usr");
+  EXPECT_EQ(fs::read_symlink(process / "fd/93"), "/usr");
+  EXPECT_THAT(contentOf(process / "status"), HasSubstr("Umask:\t0027"));
+  EXPECT_EQ(probe.quit(), 0);
+  EXPECT_EQ(served(), 1);
+}
+
+// Each thread has its own capabilities.
+TEST_F(SameLaunch, HasNoCapabilities) {
+  start(1);
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  RunningProbe probe(root(), "inhouse");
+  const fs::path threads = "/proc/" + probe.ask("process") + "/task";
+  EXPECT_EQ(served(), 1);
+  int seen = 0;
+  for (const auto& thread : fs::directory_iterator(threads)) {
+    EXPECT_THAT(contentOf(thread.path() / "status"), HasSubstr("CapPrm:\t0000000000000000"));
+    ++seen;
+  }
+  EXPECT_GT(seen, 1);
+}
+
+TEST_F(SameLaunch, RunsInTheZone) { expectApplicationInTheZone(); }
+
+// The launch pad's view of the device root does not contain the zone.
+TEST_F(SameLaunch, ALaunchIntoAZoneThatStartedLaterIsDirect) {
+  start(1);
+  prepareFor({"--raw", "--type", "dotnet", kClock});
+  const std::vector<std::string> arguments = {"--raw", "--verbose", "--type", "dotnet", kClock};
+  const auto isDirect = HasSubstr("not by the launch pad: the security zone is another one");
+  {
+    const RunningZone zone(root());
+    ASSERT_NE(zone.holder(), "") << zone.started().err;
+    EXPECT_THAT(launch(arguments).err, isDirect);
+    EXPECT_EQ(served(), 0);
+  }
+  EXPECT_THAT(launch(arguments).err, Not(isDirect));
+}
+
+// Debug mode is decided when a process enters the zone, which a prepared process has done.
+TEST_F(SameLaunch, ALaunchInDebugModeIsDirect) {
+  const std::string manifest =
+      "[package]\nid = \"org.velora.sample.clock\"\nversion = \"1\"\n"
+      "files = \"org.velora.sample.clock\"\n"
+      "privileges = [\"/privilege/internal/appdebugging\",\n"
+      "  \"/privilege/internal/default/platform\"]\n"
+      "[[application]]\nid = \"org.velora.sample.clock\"\nexec = \"bin/SampleClock.dll\"\n";
+  installClock(manifest);
+  start(1);
+  prepareFor({"--raw", kClock});  // of a type that enters no zone
+  const CommandResult direct = launch({"--raw", "--verbose", "--type", "dotnet", kClock});
+  EXPECT_THAT(direct.err, HasSubstr("not by the launch pad: its package asks for debug mode"));
+  EXPECT_THAT(status(), Not(HasSubstr("dotnet")));
+  EXPECT_EQ(served(), 0);
+  EXPECT_EQ(launch({"--raw", kClock}).status, 0);
+  EXPECT_EQ(served(), 1);
+}
+
+TEST_F(SameLaunch, ARefusalIsTheResult) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  installClock(
+      "[package]\nid = \"org.velora.sample.clock\"\nversion = \"1\"\n"
+      "files = \"org.velora.sample.clock\"\n"
+      "[[application]]\nid = \"org.velora.sample.clock\"\nexec = \"bin/SampleClock.dll\"\n");
+  // The installation has made the prepared process outdated.
+  const CommandResult first = launch({"--raw", "--verbose", kClock});
+  EXPECT_THAT(first.err, HasSubstr("launched directly, not by the launch pad"));
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const CommandResult refused = launch({"--raw", "--verbose", kClock});
+  EXPECT_EQ(refused.status, 0);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_THAT(refused.err, HasSubstr("### This App doesn't have platform privilege ###"));
+  EXPECT_THAT(refused.err, Not(HasSubstr("launched directly")));
+}
+
+TEST_F(SameLaunch, SignalsReachTheApplication) {
+  start(1);
+  int direct = 0;
+  {
+    RunningProbe probe(root(), "inhouse");
+    kill(probe.pid(), SIGTERM);
+    direct = probe.quit();
+  }
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  RunningProbe probe(root(), "inhouse");
+  const pid_t application = std::stoi(probe.ask("process"));
+  EXPECT_EQ(served(), 1);
+  kill(probe.pid(), SIGTSTP);
+  EXPECT_TRUE(eventually([&] {
+    return contentOf("/proc/" + std::to_string(application) + "/stat").find(") T ") !=
+           std::string::npos;
+  }));
+  kill(probe.pid(), SIGCONT);
+  EXPECT_EQ(probe.ask("variable QUILLON_APP_ID"), kProbe);
+  kill(probe.pid(), SIGTERM);
+  EXPECT_EQ(probe.quit(), direct);
+  EXPECT_FALSE(isAlive(application));
+}
+
+TEST_F(SameLaunch, KeepsAVariableThatTheWarmUpChanges) {
+  setenv("QUILLON_LAUNCHPAD", "kept", 1);
+  start(1);
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  RunningProbe probe(root(), "inhouse");
+  unsetenv("QUILLON_LAUNCHPAD");
+  EXPECT_EQ(probe.ask("variable QUILLON_LAUNCHPAD"), "kept") << probe.errors();
+  EXPECT_EQ(probe.quit(), 0);
+  EXPECT_EQ(served(), 1);
+}
+
+// Holds the lock of SQLite's that blocks every reader of the registry.
+TEST_F(SameLaunch, DoesNotWaitForTheRegistry) {
+  constexpr off_t kPendingByte = 0x40000000;  // SQLite's database file format
+  start(1);
+  prepareFor({"--raw", kClock});
+  launch({"--raw", kClock});
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const int registry = open(at("/opt/usr/share/quillon/packages.db").c_str(), O_RDWR | O_CLOEXEC);
+  flock lock{};
+  lock.l_type = F_WRLCK;
+  lock.l_start = kPendingByte;
+  lock.l_len = 512;
+  ASSERT_EQ(fcntl(registry, F_SETLK, &lock), 0);
+  const CommandResult ending = launch({"--raw", kClock});
+  close(registry);
+  EXPECT_EQ(ending.status, 0) << ending.err;
+  EXPECT_THAT(ending.out, HasSubstr(kClock));
+  EXPECT_EQ(served(), 2);
+}
+
+// A hook that cannot be loaded ends the process that runs it.
+TEST_F(SameLaunch, StartupHooksRunInTheLaunchOnly) {
+  setenv("DOTNET_STARTUP_HOOKS", "/usr/share/no-hook.dll", 1);
+  start(1);
+  launch({"--raw", kClock});  // directly, since nothing is prepared for it yet
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const CommandResult ending = launch({"--raw", kClock});
+  unsetenv("DOTNET_STARTUP_HOOKS");
+  EXPECT_EQ(ending.status, 128 + SIGABRT);
+  EXPECT_THAT(ending.err, HasSubstr("no-hook.dll"));
+  EXPECT_EQ(served(), 1);
+}
+
+TEST_F(SameLaunch, ALaunchThatAPreparedProcessCannotServeIsDirect) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const auto reason = [&](const std::vector<std::string>& options,
+                          const std::vector<std::string>& environment) {
+    const CommandResult ending = launch(std::vector<std::string>{"--raw", "--verbose"} + options +
+                                            std::vector<std::string>{kClock, "--", "--exit", "5"},
+                                        std::vector<std::string>{"QUILLON_LOG=none"} + environment);
+    EXPECT_EQ(ending.status, 5) << ending.err;
+    return ending.err.substr(0, ending.err.find('\n'));
+  };
+  const std::string start = "quillon: launched directly, not by the launch pad: ";
+  EXPECT_EQ(reason({}, {"LC_MESSAGES=C.UTF-8"}),
+            start + "the environment variable LC_MESSAGES differs from the launch pad's");
+  EXPECT_EQ(reason({"--type", "normal"}, {}), start + "no process is ready for it");
+  EXPECT_EQ(reason({"--direct"}, {}), start + "--direct is given");
+  EXPECT_EQ(reason({"--writable", root()}, {}), start + "--writable needs its own mounts");
+  signal(SIGUSR2, SIG_IGN);
+  EXPECT_EQ(reason({}, {}), start + "its ignored signals differs from the launch pad's");
+  signal(SIGUSR2, SIG_DFL);
+  constexpr int kTaken = 5;
+  dup2(STDIN_FILENO, kTaken);
+  EXPECT_EQ(reason({}, {}),
+            start + "a prepared process cannot take over its inherited descriptors");
+  close(kTaken);
+  const int nice = getpriority(PRIO_PROCESS, 0);
+  setpriority(PRIO_PROCESS, 0, nice + 1);
+  EXPECT_EQ(reason({}, {}), start + "its scheduling differs from the launch pad's");
+  EXPECT_EQ(served(), 0);
+}
+
+// A launch that is direct anyway connects to the launch pad only if --verbose asks for the reason.
+TEST_F(SameLaunch, ADirectLaunchDoesNotConnect) {
+  const auto listener = launchpad::listenAt(launchpad::addressOf(root()), root());
+  ASSERT_TRUE(listener);
+  EXPECT_EQ(launch({"--direct", "--plan", kClock}).status, 0);
+  EXPECT_FALSE(launchpad::acceptFrom(listener->get()));
+  EXPECT_EQ(launch({"--direct", "--plan", "--verbose", kClock}).status, 0);
+  EXPECT_TRUE(launchpad::acceptFrom(listener->get()));
+}
+
+}  // namespace
+}  // namespace quillon::test
