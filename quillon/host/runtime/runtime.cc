@@ -102,6 +102,7 @@ Expected<void> Runtime::start(const std::filesystem::path& executable,
 Expected<unsigned> Runtime::execute(const std::string& assembly,
                                     const std::vector<std::string>& arguments) {
   std::vector<const char*> values;
+  values.reserve(arguments.size());
   for (const std::string& argument : arguments) {
     values.push_back(argument.c_str());
   }

@@ -98,6 +98,7 @@ void EventLoop::poll(std::chrono::milliseconds timeout) {
   }
   const std::vector<Watch> all = watches();
   std::vector<pollfd> events;
+  events.reserve(all.size());
   for (const Watch& watch : all) {
     events.push_back({watch.descriptor, POLLIN, 0});
   }

@@ -51,13 +51,16 @@ void Pools::ensurePool(const PoolKey& key) {
   pools_[key].lastUse = settings_.now();
 }
 
-void Pools::removePool(PoolKey key) {
+void Pools::removePool(const PoolKey& key) {
   for (auto& [number, worker] : workers_) {
     if (worker.key == key && !hasLaunch(worker)) {
       discard(worker);
     }
   }
-  pools_.erase(key);
+  // Last, and by the iterator: the key may be the pool's own.
+  if (const auto pool = pools_.find(key); pool != pools_.end()) {
+    pools_.erase(pool);
+  }
 }
 
 WorkerProcess* Pools::take(const PoolKey& key) {
@@ -177,7 +180,8 @@ void Pools::addWorker(const PoolKey& key, Pool& pool) {
 }
 
 void Pools::runChild(const PoolKey& key, Descriptor channel) {
-  const PoolKey copy = key;  // which may belong to a worker
+  // The key may belong to a worker, which ends here.
+  const PoolKey copy = key;  // NOLINT(performance-unnecessary-copy-initialization)
   workers_.clear();
   workerMain_(copy, std::move(channel));
 }
@@ -189,6 +193,7 @@ WorkerProcess* Pools::find(uint64_t number) {
 
 std::vector<WorkerProcess*> Pools::all() {
   std::vector<WorkerProcess*> all;
+  all.reserve(workers_.size());
   for (auto& [number, worker] : workers_) {
     all.push_back(&worker);
   }

@@ -37,7 +37,7 @@ class Pools {
   // used one.
   void ensurePool(const PoolKey& key);
   // Removes a pool and kills its workers that have no launch.
-  void removePool(PoolKey key);
+  void removePool(const PoolKey& key);
 
   // Assigns the oldest ready worker of the pool. Returns null if none is ready.
   WorkerProcess* take(const PoolKey& key);

@@ -30,6 +30,7 @@ Expected<Placeholders> Placeholders::open(size_t count) {
 
 std::vector<std::string> Placeholders::paths() const {
   std::vector<std::string> paths;
+  paths.reserve(descriptors_.size());
   for (const Descriptor& descriptor : descriptors_) {
     paths.push_back(device_paths::kPlaceholderPrefix + std::to_string(descriptor.get()));
   }
