@@ -19,7 +19,7 @@
 
 #include <string>
 
-#include <platform/dlog.h>
+#include "platform/dlog.h"
 
 #define QUILLON_LOG_TAG "QUILLON"
 #define QUILLON_LOG_PREFIX "%s: %s(%d) > "

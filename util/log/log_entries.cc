@@ -3,11 +3,11 @@
 
 #include <cstring>
 
+#include "platform/dlog.h"
+#include "platform/launch_marker.h"
+#include "quillon_tv_plugin.h"
 #include "util/log/log.h"
 #include "util/malloc_text.h"
-#include <platform/dlog.h>
-#include <platform/launch_marker.h>
-#include <quillon_tv_plugin.h>
 
 namespace {
 

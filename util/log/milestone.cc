@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "platform/launch_marker.h"
 #include "util/log/log.h"
-#include <platform/launch_marker.h>
 
 namespace {
 

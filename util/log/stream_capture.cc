@@ -1,11 +1,11 @@
 #include "util/log/stream_capture.h"
 
-#include <device_names.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
 
+#include "device_names.h"
 #include "util/log/crash_keywords.h"
 #include "util/log/error_file.h"
 #include "util/log/log.h"

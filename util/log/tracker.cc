@@ -1,5 +1,5 @@
+#include "platform/trace.h"
 #include "util/log/log.h"
-#include <platform/trace.h>
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "platform/package_info.h"
 #include "util/log/log.h"
-#include <platform/package_info.h>
 
 bool privilege_info_cb(const char* privilege, void* search) {
   QLOG_SCOPE();

@@ -1,6 +1,5 @@
 #include "util/zq_utils/cache_file.h"
 
-#include <device_names.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "device_names.h"
 #include "util/log/log.h"
 #include "util/zq_utils/descriptor.h"
 #include "util/zq_utils/paths.h"

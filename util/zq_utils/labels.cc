@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <utility>
 
+#include "platform/smack.h"
 #include "util/log/log.h"
 #include "util/malloc_text.h"
 #include "util/zq_utils/files.h"
-#include <platform/smack.h>
 
 namespace {
 

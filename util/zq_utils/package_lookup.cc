@@ -1,8 +1,8 @@
 #include "util/zq_utils/package_lookup.h"
 
+#include "platform/pkgmgr_info.h"
 #include "util/log/log.h"
 #include "util/zq_utils/paths.h"
-#include <platform/pkgmgr_info.h>
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <memory>
 
+#include "quillon_tv_plugin.h"
 #include "util/log/log.h"
-#include <quillon_tv_plugin.h>
 
 namespace {
 

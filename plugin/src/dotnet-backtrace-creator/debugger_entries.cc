@@ -1,5 +1,5 @@
 // Entry points for a debugger extension: fixed results, no effect.
-#include <quillon_tv_plugin.h>
+#include "quillon_tv_plugin.h"
 
 void lldb_sos_disable_smdl() {}
 void lldb_sos_enable_smdl() {}

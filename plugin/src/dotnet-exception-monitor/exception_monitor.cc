@@ -5,8 +5,8 @@
 
 #include "plugin/src/dotnet-signal-handler/decimal_text.h"
 #include "plugin/src/plugin-util/app_identity.h"
+#include "quillon_tv_plugin.h"
 #include "util/log/log.h"
-#include <quillon_tv_plugin.h>
 
 struct sigaction sig_segv_for_exception_new = {};
 struct sigaction sig_segv_for_exception_old = {};

@@ -1,6 +1,5 @@
 #include "plugin/src/dotnet-policy-checker/dll_validation.h"
 
-#include <device_names.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "device_names.h"
 #include "util/log/log.h"
 #include "util/zq_utils/descriptor.h"
 #include "util/zq_utils/files.h"

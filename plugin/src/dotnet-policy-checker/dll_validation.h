@@ -4,7 +4,7 @@
 // the public header, and docs/dll-validation.md for the messages.
 #pragma once
 
-#include <quillon_tv_plugin.h>
+#include "quillon_tv_plugin.h"
 
 // The callback of the server in this process; null until create_pipe_server is called.
 extern pipe_message_changed_cb g_callback;

@@ -8,13 +8,13 @@
 #include <cstring>
 #include <optional>
 
+#include "platform/vconf.h"
 #include "plugin/src/dotnet-policy-checker/crypto_library.h"
 #include "plugin/src/dotnet-policy-checker/partner_signature_check.h"
 #include "plugin/src/dotnet-policy-checker/partner_signature_file.h"
+#include "quillon_tv_plugin.h"
 #include "util/log/log.h"
 #include "util/malloc_text.h"
-#include <platform/vconf.h>
-#include <quillon_tv_plugin.h>
 
 namespace {
 

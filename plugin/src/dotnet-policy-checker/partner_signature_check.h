@@ -16,7 +16,7 @@
 #include <memory>
 
 #include "plugin/src/dotnet-policy-checker/crypto_library.h"
-#include <quillon_tv_plugin.h>
+#include "quillon_tv_plugin.h"
 
 class SignatureCheck {
  public:

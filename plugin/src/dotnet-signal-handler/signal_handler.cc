@@ -2,10 +2,10 @@
 
 #include <unistd.h>
 
+#include "quillon_tv_plugin.h"
 #include "util/log/crash_keywords.h"
 #include "util/log/log.h"
 #include "util/log/stream_capture.h"
-#include <quillon_tv_plugin.h>
 
 struct sigaction sig_abrt_new = {};
 struct sigaction sig_abrt_old = {};

@@ -1,14 +1,14 @@
-#include <device_names.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <ios>
 
+#include "device_names.h"
+#include "device_paths.h"
+#include "platform/app_info.h"
 #include "plugin/include-internal/dpc-path-manager.h"
 #include "util/zq_utils/directory_walk.h"
-#include <device_paths.h>
-#include <platform/app_info.h>
 
 namespace {
 

@@ -3,6 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include "device_paths.h"
+#include "platform/vconf.h"
 #include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
 #include "plugin/src/plugin-util/library_preload.h"
@@ -11,8 +13,6 @@
 #include "util/log/log.h"
 #include "util/malloc_text.h"
 #include "util/zq_utils/directory_walk.h"
-#include <device_paths.h>
-#include <platform/vconf.h>
 
 PluginDotnetAot::PluginDotnetAot() {
   QLOG_SCOPE();

@@ -3,12 +3,12 @@
 #include <utility>
 #include <vector>
 
+#include "device_paths.h"
 #include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
 #include "plugin/src/plugin-util/platform_lists.h"
 #include "plugin/src/plugin-util/privileges.h"
 #include "util/log/log.h"
-#include <device_paths.h>
 
 PluginDotnetInhouseApitest::PluginDotnetInhouseApitest() {
   QLOG_SCOPE();

@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "device_paths.h"
 #include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
 #include "plugin/src/plugin-util/cached_list.h"
@@ -10,7 +11,6 @@
 #include "plugin/src/plugin-util/platform_lists.h"
 #include "plugin/src/plugin-util/privileges.h"
 #include "util/log/log.h"
-#include <device_paths.h>
 
 namespace {
 

@@ -5,12 +5,12 @@
 
 #include <cstdlib>
 
+#include "device_paths.h"
 #include "plugin/include-internal/strategy-construction.h"
 #include "plugin/src/plugin-util/app_identity.h"
 #include "plugin/src/plugin-util/library_preload.h"
 #include "plugin/src/plugin-util/security_zone.h"
 #include "util/log/log.h"
-#include <device_paths.h>
 
 namespace {
 

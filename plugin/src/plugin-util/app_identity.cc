@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "device_paths.h"
+#include "platform/pkgmgr_info.h"
 #include "plugin/src/plugin-util/launch_boost.h"
 #include "util/log/log.h"
 #include "util/zq_utils/paths.h"
-#include <device_paths.h>
-#include <platform/pkgmgr_info.h>
 
 namespace {
 

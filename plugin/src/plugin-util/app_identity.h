@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include <platform/package_info.h>
+#include "platform/package_info.h"
 
 // The application id. Set by _SetAppInfo. Never destroyed, because signal handlers read it.
 extern std::string& g_appID;

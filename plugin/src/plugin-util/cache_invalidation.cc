@@ -4,10 +4,10 @@
 
 #include <string>
 
+#include "device_paths.h"
 #include "util/log/log.h"
 #include "util/zq_utils/cache_file.h"
 #include "util/zq_utils/files.h"
-#include <device_paths.h>
 
 namespace {
 

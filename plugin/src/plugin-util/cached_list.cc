@@ -1,6 +1,5 @@
 #include "plugin/src/plugin-util/cached_list.h"
 
-#include <device_names.h>
 #include <unistd.h>
 
 #include <new>
@@ -8,9 +7,10 @@
 #include <string_view>
 #include <utility>
 
+#include "device_names.h"
+#include "device_paths.h"
 #include "util/log/log.h"
 #include "util/zq_utils/cache_file.h"
-#include <device_paths.h>
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include "plugin/src/plugin-util/coba_directories.h"
 
+#include "device_paths.h"
 #include "plugin/src/plugin-util/cached_list.h"
 #include "util/log/log.h"
 #include "util/malloc_text.h"
 #include "util/zq_utils/package_lookup.h"
-#include <device_paths.h>
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include <platform/app_info.h>
+#include "platform/app_info.h"
 
 // All directories that the queries of this process have found. The list is never cleared: a second
 // query appends all directories again.

@@ -13,8 +13,8 @@
 #include <cstring>
 #include <vector>
 
-#include <device_paths.h>
-#include <platform/launch_marker.h>
+#include "device_paths.h"
+#include "platform/launch_marker.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <string>
 
+#include "device_paths.h"
 #include "util/log/log.h"
-#include <device_paths.h>
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Native function pointers to static managed methods.
 #pragma once
 
-#include <quillon_tv_plugin.h>
+#include "quillon_tv_plugin.h"
 
 // The runtime of the process, as the launcher passed it to plugin_set_coreclr_info.
 struct ManagedRuntime {

@@ -1,10 +1,10 @@
 #include "plugin/src/plugin-util/platform_lists.h"
 
+#include "device_paths.h"
 #include "plugin/src/plugin-util/assembly_discovery.h"
 #include "plugin/src/plugin-util/coba_directories.h"
 #include "util/log/log.h"
 #include "util/zq_utils/paths.h"
-#include <device_paths.h>
 
 std::string platformApiDirectory() { return getAbsolutePath(device_paths::kFramework); }
 

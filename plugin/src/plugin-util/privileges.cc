@@ -1,9 +1,8 @@
 #include "plugin/src/plugin-util/privileges.h"
 
-#include <device_names.h>
-
 #include <cstdlib>
 
+#include "device_names.h"
 #include "plugin/src/plugin-util/app_identity.h"
 #include "util/log/log.h"
 #include "util/privilege_checker/privilege_checker.h"

@@ -1,14 +1,14 @@
 #include "plugin/src/plugin-util/security_zone.h"
 
-#include <device_names.h>
 #include <dlfcn.h>
 #include <unistd.h>
 
 #include <cstdlib>
 
+#include "device_names.h"
+#include "device_paths.h"
 #include "plugin/src/plugin-util/privileges.h"
 #include "util/log/log.h"
-#include <device_paths.h>
 
 decltype(&zone_get_context) _get_zone = nullptr;
 decltype(&zone_release_context) _release_Zone = nullptr;

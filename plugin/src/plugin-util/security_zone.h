@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include <platform/zone.h>
+#include "platform/zone.h"
 
 enum Zone { Host = 0, AppZone = 1 };
 

@@ -14,9 +14,9 @@
 #include "plugin/src/quillon-tv-plugin/preload_method.h"
 #include "plugin/src/quillon-tv-plugin/process_state.h"
 #include "plugin/src/zq-function-global/global_adapter.h"
+#include "quillon_tv_plugin.h"
 #include "util/log/log.h"
 #include "util/log/stream_capture.h"
-#include <quillon_tv_plugin.h>
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include "plugin/src/quillon-tv-plugin/launch_services.h"
 
 #include <boost/filesystem/operations.hpp>
-#include <device_names.h>
 #include <dirent.h>
 #include <unistd.h>
 
@@ -9,11 +8,12 @@
 #include <cstring>
 #include <memory>
 
+#include "device_names.h"
+#include "device_paths.h"
+#include "platform/smack.h"
 #include "plugin/src/quillon-tv-plugin/preload_method.h"
 #include "util/log/log.h"
 #include "util/zq_utils/paths.h"
-#include <device_paths.h>
-#include <platform/smack.h>
 
 namespace {
 

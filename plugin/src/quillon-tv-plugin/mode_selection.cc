@@ -1,10 +1,9 @@
 #include "plugin/src/quillon-tv-plugin/mode_selection.h"
 
-#include <device_names.h>
-
 #include <algorithm>
 #include <iterator>
 
+#include "device_names.h"
 #include "plugin/include-internal/dpc-path-manager.h"
 #include "plugin/src/plugin-dotnet-aot/plugin_dotnet_aot.h"
 #include "plugin/src/plugin-dotnet-inhouse-apitest/plugin_dotnet_inhouse_apitest.h"

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "plugin/include-internal/plugin-strategy.h"
-#include <quillon_tv_plugin.h>
+#include "quillon_tv_plugin.h"
 
 // Gives the exported functions access to the strategy of the process.
 struct PluginContext {

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include <platform/vconf.h>
-#include <quillon_tv_plugin.h>
+#include "platform/vconf.h"
+#include "quillon_tv_plugin.h"
 
 // The runtime that GlobalManager::set_coreclr_info received. Written before the callback below is
 // registered and only read afterwards, so no lock is needed.

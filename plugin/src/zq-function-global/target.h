@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include <quillon_tv_plugin.h>
+#include "quillon_tv_plugin.h"
 
 class Target {
  public:

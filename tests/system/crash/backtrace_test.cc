@@ -7,16 +7,17 @@
 #include <cerrno>
 #include <condition_variable>
 #include <csignal>
+#include <fstream>
 #include <mutex>
 #include <set>
 #include <thread>
 
 #include "plugin/src/dotnet-backtrace-creator/backtrace_creator.h"
+#include "quillon_tv_plugin.h"
 #include "tests/support/recording_platform.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/system/crash/scripted_signals.h"
-#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

@@ -10,11 +10,11 @@
 
 #include "plugin/src/dotnet-signal-handler/signal_handler.h"
 #include "plugin/src/plugin-util/app_identity.h"
+#include "quillon_tv_plugin.h"
 #include "tests/support/recording_platform.h"
 #include "tests/system/crash/child.h"
 #include "tests/system/crash/scripted_signals.h"
 #include "util/log/stream_capture.h"
-#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

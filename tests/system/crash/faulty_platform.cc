@@ -16,8 +16,8 @@
 #include <string_view>
 #include <thread>
 
+#include "platform/dlog.h"
 #include "tests/system/crash/child.h"
-#include <platform/dlog.h>
 
 namespace quillon::test {
 namespace {

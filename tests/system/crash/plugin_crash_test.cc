@@ -10,12 +10,12 @@
 #include <cstring>
 #include <thread>
 
+#include "quillon_tv_plugin.h"
 #include "tests/support/precedence.h"
 #include "tests/support/sanitized.h"
 #include "tests/system/crash/child.h"
 #include "tests/system/crash/faulty_platform.h"
 #include "tests/system/torture/device_main.h"
-#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

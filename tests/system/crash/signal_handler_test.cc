@@ -5,14 +5,14 @@
 
 #include <climits>
 
+#include "platform/dlog.h"
 #include "plugin/src/dotnet-signal-handler/decimal_text.h"
+#include "quillon_tv_plugin.h"
 #include "tests/system/crash/child.h"
 #include "tests/system/crash/scripted_signals.h"
 #include "tests/system/strategies/device_test.h"
 #include "util/log/crash_keywords.h"
 #include "util/log/stream_capture.h"
-#include <platform/dlog.h>
-#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

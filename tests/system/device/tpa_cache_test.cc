@@ -10,7 +10,6 @@ namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::Not;
 
 constexpr char kCache[] = "/opt/usr/home/owner/share/dotnet/TPA.txt";

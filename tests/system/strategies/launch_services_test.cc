@@ -10,8 +10,8 @@
 #include <cstdlib>
 
 #include "plugin/src/quillon-tv-plugin/process_state.h"
+#include "quillon_tv_plugin.h"
 #include "tests/system/strategies/device_test.h"
-#include <quillon_tv_plugin.h>
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include "plugin/src/plugin-dotnet/plugin_dotnet.h"
 #include "plugin/src/plugin-util/coba_directories.h"
 #include "plugin/src/quillon-tv-plugin/process_state.h"
+#include "quillon_tv_plugin.h"
 #include "tests/system/strategies/device_test.h"
-#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

@@ -6,9 +6,9 @@
 
 #include <filesystem>
 
+#include "device_paths.h"
 #include "tests/support/sanitized.h"
 #include "tests/system/torture/device_main.h"
-#include <device_paths.h>
 
 namespace quillon::torture {
 namespace {

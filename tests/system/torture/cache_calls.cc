@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <map>
 
-#include <device_paths.h>
+#include "device_paths.h"
 
 namespace quillon::torture {
 namespace {

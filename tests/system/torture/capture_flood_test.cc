@@ -15,10 +15,10 @@
 #include <thread>
 #include <vector>
 
+#include "platform/dlog.h"
+#include "quillon_tv_plugin.h"
 #include "tests/system/torture/device_main.h"
 #include "tests/system/torture/record_stream.h"
-#include <platform/dlog.h>
-#include <quillon_tv_plugin.h>
 
 namespace quillon::torture {
 namespace {

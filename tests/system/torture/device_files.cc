@@ -4,7 +4,7 @@
 #include <fstream>
 #include <iterator>
 
-#include <device_paths.h>
+#include "device_paths.h"
 
 namespace quillon::torture {
 namespace {

@@ -14,7 +14,7 @@
 #include <new>
 #include <stdexcept>
 
-#include <quillon_tv_plugin.h>
+#include "quillon_tv_plugin.h"
 
 namespace quillon::torture {
 namespace {

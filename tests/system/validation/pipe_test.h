@@ -5,8 +5,8 @@
 #include <future>
 #include <string>
 
+#include "quillon_tv_plugin.h"
 #include "tests/system/strategies/device_test.h"
-#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 

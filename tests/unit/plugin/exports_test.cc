@@ -7,11 +7,11 @@
 #include <cstdlib>
 
 #include "plugin/src/quillon-tv-plugin/process_state.h"
+#include "quillon_tv_plugin.h"
 #include "tests/support/recording_platform.h"
 #include "tests/unit/plugin/fake_strategy.h"
 #include "tests/unit/plugin/scripted_capabilities.h"
 #include "util/log/stream_capture.h"
-#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

@@ -9,10 +9,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "quillon_tv_plugin.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/tree_test.h"
-#include <quillon_tv_plugin.h>
 
 namespace quillon::test {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <cerrno>
 
+#include "platform/dlog.h"
 #include "tests/support/tree_test.h"
 #include "tests/unit/util/scripted_files.h"
-#include <platform/dlog.h>
 
 using quillon::test::NotedFiles;
 using quillon::test::platform;

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "quillon_tv_plugin.h"
 #include "util/log/log.h"
-#include <quillon_tv_plugin.h>
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include <array>
 #include <cstring>
 
+#include "quillon_tv_plugin.h"
 #include "tests/support/recording_platform.h"
 #include "util/log/stream_capture.h"
-#include <quillon_tv_plugin.h>
 
 using quillon::test::LogRecord;
 using quillon::test::platform;

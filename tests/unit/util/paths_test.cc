@@ -2,8 +2,8 @@
 
 #include <unistd.h>
 
+#include "platform/dlog.h"
 #include "tests/support/tree_test.h"
-#include <platform/dlog.h>
 
 using quillon::test::platform;
 using quillon::test::TreeTest;

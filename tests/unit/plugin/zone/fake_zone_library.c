@@ -6,7 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <platform/zone.h>
+#include "platform/zone.h"
 
 static int context;
 

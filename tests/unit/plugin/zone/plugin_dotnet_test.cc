@@ -9,10 +9,10 @@
 #include <cstring>
 #include <type_traits>
 
+#include "platform/dlog.h"
 #include "plugin/src/plugin-util/app_identity.h"
 #include "tests/support/skip.h"
 #include "tests/unit/plugin/zone/zone_fixture.h"
-#include <platform/dlog.h>
 
 namespace quillon::test {
 namespace {
