@@ -6,8 +6,6 @@
 namespace quillon::test {
 namespace {
 
-using ::testing::HasSubstr;
-
 class PackageCommandTest : public CommandTest {
  protected:
   std::string manifest(const std::string& files) {

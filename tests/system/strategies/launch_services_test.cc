@@ -34,10 +34,8 @@ extern "C" DIR* opendir(const char* path) {
 namespace quillon::test {
 namespace {
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 namespace fs = std::filesystem;
 

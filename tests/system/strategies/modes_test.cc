@@ -18,10 +18,7 @@
 namespace quillon::test {
 namespace {
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 // plugin_initialize never frees the previous chain. Keeping a pointer to it prevents a report of
 // the leak sanitizer.

@@ -27,7 +27,6 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using workstation::ConfigValue;
 using workstation::getConfig;
 using workstation::setConfig;

@@ -19,7 +19,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ExitedWithCode;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 std::string processName() {

@@ -6,7 +6,6 @@
 #include "tests/support/tree_test.h"
 
 using quillon::test::platform;
-using quillon::test::TemporaryDirectory;
 using quillon::test::TreeTest;
 
 namespace {
