@@ -10,8 +10,9 @@ namespace quillon::host {
 //
 // The thread starts on another processor than its creator if the process may use one. Otherwise a
 // scheduler that packs threads, as on small virtual machines, starts the thread on its creator's
-// processor, where it first runs when the creator sleeps or has used up its time slice, so nothing
-// runs in parallel. After the start the thread may run on every processor that its creator may use.
+// processor. The thread then first runs when the creator sleeps or has used up its time slice, so
+// nothing runs in parallel. After the start the thread may run on every processor that its creator
+// may use.
 class BackgroundTask {
  public:
   // Calls `work` in the calling thread if no thread can be created.

@@ -58,8 +58,8 @@ Descriptor openRequestPipe() {
   return Descriptor(open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
 }
 
-// Whether a launch waits for answers. Launches take turns: the one that waits locks the request
-// pipe.
+// Whether a launch waits for answers. Launches take turns: a launch locks the request pipe while it
+// waits.
 bool isTurnTaken() {
   const Descriptor pipe = openRequestPipe();
   return pipe && flock(pipe.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;

@@ -47,8 +47,8 @@ std::optional<uid_t> userOfPeer(int socket) {
 
 bool isOwnPeer(int socket) { return userOfPeer(socket) == std::optional<uid_t>(geteuid()); }
 
-// Whether this process's user id is the one that a user namespace shows for every user without a
-// mapping (user_namespaces(7)). Device roots of ordinary users are in user namespaces.
+// Whether this process runs as the overflow user: a user namespace shows its id for every user
+// without a mapping (user_namespaces(7)). Device roots of ordinary users are in user namespaces.
 bool isOverflowUser() {
   uid_t overflow = 65534;
   const std::string digits = readSmallFileAt(AT_FDCWD, "/proc/sys/kernel/overflowuid");
