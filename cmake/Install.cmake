@@ -7,7 +7,8 @@ set(targets quillon-tv-plugin)
 if(QUILLON_BUILD_WORKSTATION)
   list(APPEND targets quillon-platform)
   install(TARGETS quillon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(TARGETS quillon-commands LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(TARGETS quillon-commands quillon-crypto-commands
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
   # The launch pad's managed side, if there was an SDK to build it.
   install(FILES ${CMAKE_BINARY_DIR}/lib/quillon/Quillon.Launchpad.dll
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon OPTIONAL)

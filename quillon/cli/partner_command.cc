@@ -51,8 +51,7 @@ void addVerify(CLI::App& partner) {
 }  // namespace
 
 void addPartnerCommand(CLI::App& app) {
-  CLI::App* partner =
-      app.add_subcommand("partner", "Sign partner packages and verify them with the plug-in");
+  CLI::App* partner = app.add_subcommand("partner", kPartnerSummary);
   partner->require_subcommand(1);
   addSign(*partner);
   addVerify(*partner);

@@ -9,6 +9,8 @@ class App;
 namespace quillon::cli {
 
 // Adds "partner" with "sign" and "verify".
+inline constexpr char kPartnerSummary[] = "Sign partner packages and verify them with the plug-in";
+
 void addPartnerCommand(CLI::App& app);
 
 }  // namespace quillon::cli

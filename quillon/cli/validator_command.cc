@@ -42,8 +42,7 @@ void run(const ValidatorRequest& request) {
 
 void addValidatorCommand(CLI::App& app) {
   const auto request = std::make_shared<ValidatorRequest>();
-  CLI::App* command = app.add_subcommand(
-      "validator", "Answer the requests of applications whether they may load a library");
+  CLI::App* command = app.add_subcommand("validator", kValidatorSummary);
   addDeviceOption(*command, request->device);
   command->add_option("POLICY", request->policy, "Policy, a TOML file")->required();
   command

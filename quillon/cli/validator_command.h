@@ -8,6 +8,9 @@ class App;
 namespace quillon::cli {
 
 // Adds "validator", which answers requests until a signal ends it.
+inline constexpr char kValidatorSummary[] =
+    "Answer the requests of applications whether they may load a library";
+
 void addValidatorCommand(CLI::App& app);
 
 }  // namespace quillon::cli

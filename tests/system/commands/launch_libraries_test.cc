@@ -23,6 +23,8 @@ class LaunchCommand : public CommandTest {
   }
 };
 
+class PartnerCommand : public CommandTest {};
+
 TEST_F(LaunchCommand, LoadsNeitherTheCommandsNorLibcryptoForAPlainLaunch) {
   const std::string loaded = loadedBy({});
   EXPECT_THAT(loaded, HasSubstr("libquillon-platform"));
@@ -30,10 +32,16 @@ TEST_F(LaunchCommand, LoadsNeitherTheCommandsNorLibcryptoForAPlainLaunch) {
   EXPECT_THAT(loaded, Not(HasSubstr("libcrypto")));
 }
 
-TEST_F(LaunchCommand, LoadsTheCommandsForOtherCommandLines) {
+TEST_F(LaunchCommand, LoadsTheCommandsWithoutLibcryptoForOtherCommandLines) {
   const std::string loaded = loadedBy({"--verbose"});
   EXPECT_THAT(loaded, HasSubstr("libquillon-commands"));
-  EXPECT_THAT(loaded, HasSubstr("libcrypto"));
+  EXPECT_THAT(loaded, Not(HasSubstr("libcrypto")));
+}
+
+TEST_F(PartnerCommand, LoadsLibcrypto) {
+  const Finished helped = run(commandOf({"partner", "--help"}), {{"LD_DEBUG", "files"}});
+  EXPECT_EQ(helped.status, 0);
+  EXPECT_THAT(helped.err, HasSubstr("libcrypto"));
 }
 
 }  // namespace
