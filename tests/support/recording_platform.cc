@@ -99,6 +99,17 @@ std::vector<std::string> RecordingPlatform::lines() const {
   return result;
 }
 
+std::vector<std::string> RecordingPlatform::linesOfOperations() const {
+  std::vector<std::string> result;
+  for (const LogRecord& record : log) {
+    if (!isTraceLine(record)) {
+      result.push_back(std::to_string(record.priority) + " " + record.function() + ": " +
+                       record.message());
+    }
+  }
+  return result;
+}
+
 std::mutex& recorderMutex() {
   static auto* mutex = new std::mutex;
   return *mutex;

@@ -91,6 +91,8 @@ struct RecordingPlatform {
   std::vector<std::string> messages(int priority) const;
   // The messages of all records in order, as "3 text", without trace lines.
   std::vector<std::string> lines() const;
+  // The same with the function field, as "3 function: text".
+  std::vector<std::string> linesOfOperations() const;
   // Calls the callbacks of the key with a node that holds `value`. Returns their number.
   int changeKey(const std::string& key, int value);
 };
