@@ -4,6 +4,9 @@
 // Link `quillon-recording-platform` together with `quillon-tv-plugin-static`. The process has one
 // instance. Each test must begin with platform().reset(); the fixture below calls it.
 //
+// A log line of the plug-in whose function field is not one of its operations (log_operations.h)
+// fails the test.
+//
 // Thread safety: the code under test may call the platform from any thread. Read the records only
 // after those threads have finished.
 #pragma once
