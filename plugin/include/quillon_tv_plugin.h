@@ -31,8 +31,12 @@
  * function is called again. The caller must neither free nor change it.
  *
  * Errors: these functions return no status. A failure is written to the platform log. If the
- * plug-in refuses to launch the application, it writes one error line and ends the process with
- * status 0.
+ * plug-in refuses to launch the application, it writes one error line and calls exit(3) with status
+ * 0. That can happen in plugin_initialize and in plugin_set_app_info. A launcher that must notice a
+ * refusal registers a function with atexit(3).
+ *
+ * Unloading: the library stays loaded until the process ends. dlclose(3) has no effect, because
+ * signal handlers and threads of the plug-in use the library at any time after plugin_initialize.
  */
 #pragma once
 
@@ -58,12 +62,26 @@ typedef int (*coreclr_create_delegate_ptr)(void* hostHandle, unsigned int domain
  *          searched for in this order, anywhere in the string. The first one found selects the
  *          strategy.
  *
- * Sets DOTNET_APP, DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER and SSL_CERT_FILE in the
- * environment. The strategy "dotnet" moves the process into the application zone, and ends it with
- * status 0 if that fails. If appType contains none of the words, the plug-in logs an error line and
- * keeps the strategy of an earlier call, if any.
+ * Changes the process and the device as follows:
  *
- * The launcher calls it before any other function and before it creates the runtime. */
+ *   - Environment: sets DOTNET_APP, DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER and SSL_CERT_FILE,
+ *     and replaces earlier values.
+ *   - Signals: installs handlers of SIGTERM, SIGABRT, SIGSEGV and SIGTRAP. The handler of SIGTERM
+ *     ends the process with status 0. The others end it with status 0 or pass the signal on to the
+ *     handler that was installed before; docs/crashes.md has the rules.
+ *   - Files: removes the two cached lists TPA.txt and CoBA.txt of the device if
+ *     /opt/etc/dotnet_flag.ini is missing or differs from /etc/dotnet_flag.ini. The lists belong to
+ *     all applications; docs/caches.md describes them.
+ *   - Zone: with the strategy "dotnet" only, moves the process into the application zone, unless it
+ *     is already there or the device has no zone library. Ends the process with status 0 if the
+ *     zone cannot be entered.
+ *
+ * If appType contains none of the words, the plug-in changes only the environment, logs an error
+ * line, and keeps the strategy of an earlier call, if any.
+ *
+ * The launcher calls it once, before any other function and before it creates the runtime. The
+ * runtime keeps the signal handlers that it finds when it starts. A second call makes the plug-in's
+ * handlers pass signals on to themselves, so dumps are lost. */
 void plugin_initialize(const char* appType);
 
 /* Prepares a process before its application is known: loads the native libraries of the platform's
@@ -81,10 +99,11 @@ void plugin_preload(void);
  *           it must begin with "/usr/", "/opt/usr/" or "/opt/share/".
  *
  * Checks execPath. With the strategy "dotnet", also checks that the process is in the application
- * zone; with every other strategy, that the application's package has the platform privilege. If a
- * check fails, the process ends with status 0. Otherwise sets the name of the calling thread to
- * "DN_" and the last 12 characters of appId, and makes the placeholder descriptors of
- * plugin_get_extra_dll_path refer to the directories that the application requires.
+ * zone, but no privilege. With every other strategy, also checks that the application's package has
+ * the platform privilege, but no zone. A failed check ends the process with status 0, whatever the
+ * strategy is. Otherwise sets the name of the calling thread to "DN_" and the last 12 characters of
+ * appId, and makes the placeholder descriptors of plugin_get_extra_dll_path refer to the
+ * directories that the application requires.
  *
  * Throws the C++ exception std::ios_base::failure if a required placeholder was not opened.
  *
@@ -106,7 +125,13 @@ void plugin_set_app_info(const char* appId, const char* execPath);
 bool plugin_has_log_control(void);
 
 /* Returns the trusted platform assemblies (TPA): absolute paths separated by ":", one path per
- * assembly name. Returns null if the strategy leaves the list to the launcher.
+ * assembly name. Returns null if the list is empty. With the strategy "dotnet" it always is: the
+ * launcher then makes the list.
+ *
+ * With the strategy "inhouseapitest", the list begins with the application's own copies of the TV
+ * API. It may then contain an assembly name twice; the first path is meant. It ends with ":" if the
+ * platform has no assemblies. A launcher should remove the second path and the ":" before it gives
+ * the list to the runtime.
  *
  * The launcher calls it after plugin_initialize and before it creates the runtime. */
 char* plugin_get_tpa(void);
@@ -196,10 +221,10 @@ extern bool checkOnTerminate;
  * Returns 1 if an answer arrives that does not contain "FAIL". Returns 0 otherwise:
  *
  *   - if the answer contains "FAIL";
- *   - after a log line, if path cannot be resolved, or if one of the pipes is missing or a symbolic
- *     link;
- *   - without a log line, if the request cannot be written, or if a signal whose handler was
- *     installed without SA_RESTART interrupts the wait.
+ *   - after a log line, if path cannot be resolved, if one of the pipes is missing or a symbolic
+ *     link, or if the request cannot be written;
+ *   - without a log line, if a signal whose handler was installed without SA_RESTART interrupts the
+ *     wait.
  *
  * Blocks until an answer arrives; there is no timeout. Answers do not name the process that asked.
  * If several processes ask at the same time, one of them can read the answer for another.
@@ -216,7 +241,8 @@ typedef void (*pipe_message_changed_cb)(const char* text, void* userData);
 
 /* Runs the server side of the validation in the calling thread, in a validator process. Removes and
  * creates both pipes, makes them accessible to every user and every access label, then reads the
- * request pipe and calls `callback` for each read, one call at a time.
+ * request pipe and calls `callback` for each read, one call at a time. If another user puts a file
+ * or a link into a pipe's place meanwhile, that file's rights do not change.
  *
  * Returns only after an error, and does not remove the pipes. Run at most one server at a time on a
  * machine, because a second server replaces the pipes of the first one. */
@@ -224,8 +250,9 @@ void create_pipe_server(pipe_message_changed_cb callback);
 
 /* Sends an answer: writes ten lines to the answer pipe, each of which contains message five times.
  * A reader takes up to 1023 bytes at once, so a message of at most 20 bytes is always read
- * completely. An answer that is larger than the pipe, usually 65536 bytes, is truncated. If the
- * pipe cannot be opened or is a symbolic link, the plug-in logs an error line and sends nothing.
+ * completely. An answer that is larger than the pipe, usually 65536 bytes, is truncated, and the
+ * plug-in logs an error line. If the pipe cannot be opened or is a symbolic link, the plug-in logs
+ * an error line and sends nothing.
  *
  * May be called from any thread. */
 void create_pipe_client(const char* message);
@@ -239,8 +266,11 @@ void create_pipe_client(const char* message);
  *              further fault of the period is reported in the platform log
  *
  * Call it once, after plugin_initialize and after the runtime was created. If no handler was
- * installed before, the next fault ends the process with SIGSEGV. Another call replaces the limits
- * and keeps the count. */
+ * installed before, the next fault ends the process with SIGSEGV.
+ *
+ * Another call replaces the limits, begins a period, and keeps the count. Never call it again after
+ * the runtime or other code has installed a handler of SIGSEGV in front of the monitor: the monitor
+ * and that handler would then call each other without end at the next fault. */
 void enable_exception_monitor(int limitForSec, int limitCount);
 
 /* Requests a backtrace of every thread of the process, including the calling thread: logs the id of

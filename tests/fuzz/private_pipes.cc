@@ -45,7 +45,7 @@ int __wrap_open(const char* path, int flags, ...) {
   va_end(arguments);
   const int file =
       __real_open(redirected(path).c_str(), flags | (isPipe(path) ? O_NONBLOCK : 0), mode);
-  if (file >= 0 && isPipe(path)) {
+  if (file >= 0 && isPipe(path) && (flags & O_PATH) == 0) {
     static_cast<void>(!write(file, unsent.data(), unsent.size()));
     unsent.clear();
   }

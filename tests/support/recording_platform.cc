@@ -13,6 +13,7 @@
 #include "platform/dlog.h"
 #include "platform/launch_marker.h"
 #include "platform/trace.h"
+#include "tests/support/log_operations.h"
 #include "tests/support/platform_recorder.h"
 
 namespace quillon::test {
@@ -44,6 +45,12 @@ std::string leadingEscape(const std::string& text) {
 }
 
 bool isTraceLine(const LogRecord& record) { return record.file() == "log.h"; }
+
+// Fails the test if a line of the plug-in names a helper function.
+void expectOperation(const LogRecord& record) {
+  EXPECT_TRUE(mayLog(record.file(), record.function()))
+      << "not an operation that people search the log for: " << record.text;
+}
 
 [[gnu::format(printf, 1, 0)]] std::string format(const char* text, va_list arguments) {
   va_list again;
@@ -94,6 +101,17 @@ std::vector<std::string> RecordingPlatform::lines() const {
   for (const LogRecord& record : log) {
     if (!isTraceLine(record)) {
       result.push_back(std::to_string(record.priority) + " " + record.message());
+    }
+  }
+  return result;
+}
+
+std::vector<std::string> RecordingPlatform::linesOfOperations() const {
+  std::vector<std::string> result;
+  for (const LogRecord& record : log) {
+    if (!isTraceLine(record)) {
+      result.push_back(std::to_string(record.priority) + " " + record.function() + ": " +
+                       record.message());
     }
   }
   return result;
@@ -150,6 +168,7 @@ extern "C" int __dlog_print(int log_id, int prio, const char* tag, const char* f
     std::fprintf(stderr, "%d %s %s\n", prio, tag, text.c_str());
   }
   platform().log.push_back({log_id, prio, tag, std::move(text)});
+  quillon::test::expectOperation(platform().log.back());
   platform().events.push_back("log " + platform().log.back().message());
   return 0;
 }

@@ -4,6 +4,9 @@
 // Link `quillon-recording-platform` together with `quillon-tv-plugin-static`. The process has one
 // instance. Each test must begin with platform().reset(); the fixture below calls it.
 //
+// A log line of the plug-in whose function field is not one of its operations (log_operations.h)
+// fails the test.
+//
 // Thread safety: the code under test may call the platform from any thread. Read the records only
 // after those threads have finished.
 #pragma once
@@ -91,6 +94,8 @@ struct RecordingPlatform {
   std::vector<std::string> messages(int priority) const;
   // The messages of all records in order, as "3 text", without trace lines.
   std::vector<std::string> lines() const;
+  // The same with the function field, as "3 function: text".
+  std::vector<std::string> linesOfOperations() const;
   // Calls the callbacks of the key with a node that holds `value`. Returns their number.
   int changeKey(const std::string& key, int value);
 };

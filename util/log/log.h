@@ -8,8 +8,15 @@
 //
 //   <file>: <function>(<line>) > <colour><message>\e[0m\n
 //
-// <file> is the name of the unit, even if the unit consists of several source files. The macros are
-// expressions, require a string literal as format, and check the arguments against it.
+// <file> is the name of the unit, even if the unit consists of several source files. <function> is
+// the operation that the line belongs to. A helper function that performs a step of an operation
+// logs with a QLOG_..._OF macro and names the operation, because its own name says nothing to those
+// who search the log:
+//
+//   QLOG_ERROR_OF("copyDir", "Unable to create destination directory %s", path);
+//
+// The macros are expressions, require a string literal as format, and check the arguments against
+// it.
 //
 // Thread safety: everything in this header may be called from any thread without a lock. Only
 // sendMessageToDlogError may be called from a signal handler.
@@ -30,9 +37,12 @@
                                  QUILLON_LOG_PREFIX colour format "\x1b[0m\n", file, function, \
                                  line __VA_OPT__(, ) __VA_ARGS__))
 
-#define QUILLON_LOG_HERE(priority, colour, format, ...)                         \
-  QUILLON_LOG_LINE(priority, colour, QUILLON_UNIT_FILE, __FUNCTION__, __LINE__, \
+#define QUILLON_LOG_OF(operation, priority, colour, format, ...)             \
+  QUILLON_LOG_LINE(priority, colour, QUILLON_UNIT_FILE, operation, __LINE__, \
                    format __VA_OPT__(, ) __VA_ARGS__)
+
+#define QUILLON_LOG_HERE(priority, colour, format, ...) \
+  QUILLON_LOG_OF(__FUNCTION__, priority, colour, format __VA_OPT__(, ) __VA_ARGS__)
 
 #define QUILLON_COLOUR_DEBUG "\x1b[0m"
 #define QUILLON_COLOUR_TRACE "\x1b[90m"
@@ -48,7 +58,15 @@
 #define QLOG_ERROR(format, ...) \
   QUILLON_LOG_HERE(DLOG_ERROR, QUILLON_COLOUR_ERROR, format __VA_OPT__(, ) __VA_ARGS__)
 
-// Logs and traces the entry and the exit of the enclosing function.
+#define QLOG_DEBUG_OF(operation, format, ...) \
+  QUILLON_LOG_OF(operation, DLOG_DEBUG, QUILLON_COLOUR_DEBUG, format __VA_OPT__(, ) __VA_ARGS__)
+#define QLOG_INFO_OF(operation, format, ...) \
+  QUILLON_LOG_OF(operation, DLOG_INFO, QUILLON_COLOUR_INFO, format __VA_OPT__(, ) __VA_ARGS__)
+#define QLOG_ERROR_OF(operation, format, ...) \
+  QUILLON_LOG_OF(operation, DLOG_ERROR, QUILLON_COLOUR_ERROR, format __VA_OPT__(, ) __VA_ARGS__)
+
+// Logs and traces the entry and the exit of the enclosing function, under its signature. That
+// function must not be in an unnamed namespace, which would become a part of the signature.
 #define QLOG_SCOPE() \
   const FunctionEntryExitTracker qlog_scope(__PRETTY_FUNCTION__, QUILLON_UNIT_PATH, __LINE__)
 

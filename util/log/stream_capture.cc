@@ -54,8 +54,11 @@ bool nextErrorChunk(Chunk& chunk, int descriptor) {
   return chunk.read(descriptor);
 }
 
-// The body of the thread "Stdout Thread".
-void* stdOutRedirect(void*) {
+}  // namespace
+
+// The body of the thread "Stdout Thread". Like the next one outside the unnamed namespace, because
+// its trace span is named "void* stdOutRedirect(void*)".
+static void* stdOutRedirect(void*) {
   QLOG_SCOPE();
   for (Chunk chunk; nextChunk(chunk, pStdOut[0]);) {
     QLOG_DEBUG("%s", chunk.text());
@@ -66,7 +69,7 @@ void* stdOutRedirect(void*) {
 
 // The body of the thread "Stderr Thread". Sets the crash flags first, because an abort may follow
 // the text immediately.
-void* stdErrRedirect(void*) {
+static void* stdErrRedirect(void*) {
   stderrProgress.running();
   QLOG_SCOPE();
   for (Chunk chunk; nextErrorChunk(chunk, pStdErr[0]);) {
@@ -80,6 +83,8 @@ void* stdErrRedirect(void*) {
   closePipe(pStdErr);
   return nullptr;
 }
+
+namespace {
 
 // Blocks SIGTERM in the calling thread, and in the threads that it creates, during the lifetime of
 // the object. If a reader thread ran the SIGTERM handler, the handler would wait for its own thread
@@ -104,7 +109,7 @@ bool createReader(pthread_t& thread, void* (*body)(void*)) {
   const SigtermBlocker blocked;
   const bool created = pthread_create(&thread, nullptr, body, nullptr) == 0;
   if (!created) {
-    QLOG_ERROR("fail to create pthread");
+    QLOG_ERROR_OF("tvRunLoggingThread", "fail to create pthread");
   }
   return created;
 }
@@ -112,11 +117,11 @@ bool createReader(pthread_t& thread, void* (*body)(void*)) {
 // Sets the name of a reader thread and detaches it.
 bool releaseReader(pthread_t thread, const char* name) {
   if (pthread_setname_np(thread, name) != 0) {
-    QLOG_ERROR("fail to set name of pthread");
+    QLOG_ERROR_OF("tvRunLoggingThread", "fail to set name of pthread");
   }
   const bool detached = pthread_detach(thread) == 0;
   if (!detached) {
-    QLOG_ERROR("fail to detach pthread");
+    QLOG_ERROR_OF("tvRunLoggingThread", "fail to detach pthread");
   }
   return detached;
 }

@@ -1,5 +1,7 @@
 #include <boost/filesystem/directory.hpp>
 
+#include <cerrno>
+
 #include "util/log/log.h"
 #include "util/zq_utils/file_copy.h"
 #include "util/zq_utils/file_status.h"
@@ -23,7 +25,7 @@ bool isDirectory(const fs::path& path) {
 // gets it only with FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS.
 bool prepareExisting(const fs::path& from, const fs::path& to, FSFlag flags) {
   if (!hasAny(flags, kMerge)) {
-    QLOG_ERROR("Destination directory %s already exists", to.c_str());
+    QLOG_ERROR_OF("copyDir", "Destination directory %s already exists", to.c_str());
     return false;
   }
   if (hasAny(flags, FS_MERGE_OVERWRITE | FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS)) {
@@ -34,7 +36,7 @@ bool prepareExisting(const fs::path& from, const fs::path& to, FSFlag flags) {
 
 bool prepareNew(const fs::path& from, const fs::path& to, FSFlag flags) {
   if (!createDir(to)) {
-    QLOG_ERROR("Unable to create destination directory %s", to.c_str());
+    QLOG_ERROR_OF("copyDir", "Unable to create destination directory %s", to.c_str());
     return false;
   }
   if (hasAny(flags, FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS)) {
@@ -51,7 +53,8 @@ bool copyLink(const fs::path& link, const fs::path& target, FSFlag flags) {
   error_code error;
   fs::copy_symlink(link, target, error);
   if (error) {
-    QLOG_ERROR("Failed to copy symlink: %s, %s", target.c_str(), error.message().c_str());
+    QLOG_ERROR_OF("copyDir", "Failed to copy symlink: %s, %s", target.c_str(),
+                  error.message().c_str());
   }
   return !error;
 }
@@ -65,11 +68,10 @@ void putInPlace(const fs::path& copy, const fs::path& target, FSFlag flags) {
 
 // Throws filesystem_error on failure.
 void copyOrThrow(const fs::path& file, const fs::path& copy, FSFlag flags) {
+  const FileCopyOptions options = {
+      .overwrite = hasAny(flags, FS_MERGE_OVERWRITE), .followSource = false, .followTarget = false};
   error_code error;
-  copyFileAnywhere(file, copy,
-                   hasAny(flags, FS_MERGE_OVERWRITE) ? fs::copy_options::overwrite_existing
-                                                     : fs::copy_options::none,
-                   error);
+  copyRegularFile(file, copy, options, error);
   if (error) {
     throw fs::filesystem_error("boost::filesystem::copy_file", file, copy, error);
   }
@@ -92,13 +94,26 @@ void copyOneFile(const fs::path& file, const fs::path& target, FSFlag flags) {
   }
 }
 
+// Returns true if `target` is a symbolic link that FS_MERGE_SKIP keeps. Throws filesystem_error for
+// any other link, because the copy would go on wherever the link leads.
+bool keepsLink(const fs::path& target, FSFlag flags) {
+  if (!fs::is_symlink(fs::symlink_status(target))) {
+    return false;
+  }
+  if (hasAny(flags, FS_MERGE_SKIP) && pathExists(target)) {
+    return true;
+  }
+  throw fs::filesystem_error("copyDir", target,
+                             error_code(ELOOP, boost::system::system_category()));
+}
+
 bool copyEntry(const fs::directory_entry& entry, const fs::path& to, FSFlag flags) {
   const fs::path target = to / entry.path().filename();
   if (fs::is_symlink(entry.symlink_status())) {
     return copyLink(entry.path(), target, flags);
   }
   if (fs::is_directory(entry.status())) {
-    return copyDir(entry.path(), target, flags);
+    return keepsLink(target, flags) || copyDir(entry.path(), target, flags);
   }
   copyOneFile(entry.path(), target, flags);
   return true;

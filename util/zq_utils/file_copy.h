@@ -1,11 +1,16 @@
-// Copies a file, also between file systems.
+// Copies a regular file, also between file systems.
 #pragma once
 
-#include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
+#include <boost/system/error_code.hpp>
 
-// Copies a file like boost::filesystem::copy_file. Some kernels refuse to copy between file systems
-// (copy_file_range(2), EXDEV); this function then reads and writes the bytes. `error` is cleared on
-// success.
-void copyFileAnywhere(const boost::filesystem::path& from, const boost::filesystem::path& to,
-                      boost::filesystem::copy_options options, boost::system::error_code& error);
+struct FileCopyOptions {
+  bool overwrite = false;    // replace the content of an existing target; otherwise fail
+  bool followSource = true;  // if the source is a symbolic link, follow it; otherwise fail
+  bool followTarget = true;  // the same for the target
+};
+
+// Copies the bytes and the permission bits of `from` to `to`. Fails if one of them is not a regular
+// file, without waiting for another process and without writing. `error` is cleared on success.
+void copyRegularFile(const boost::filesystem::path& from, const boost::filesystem::path& to,
+                     const FileCopyOptions& options, boost::system::error_code& error);

@@ -11,22 +11,19 @@ using boost::system::error_code;
 
 namespace {
 
-bool copyOver(const fs::path& from, const fs::path& to, error_code& error) {
-  copyFileAnywhere(from, to, fs::copy_options::overwrite_existing, error);
-  return !error;
-}
-
 // Moves a file by copying it, for moves that rename(2) cannot do, such as between file systems.
 bool moveByCopy(const fs::path& from, const fs::path& to) {
   error_code error;
-  if (!copyOver(from, to, error)) {
-    QLOG_ERROR("Cannot copy file %s due to error [%s]", from.c_str(), error.message().c_str());
+  copyRegularFile(from, to, {.overwrite = true, .followTarget = false}, error);
+  if (error) {
+    QLOG_ERROR_OF("moveFile", "Cannot copy file %s due to error [%s]", from.c_str(),
+                  error.message().c_str());
     return false;
   }
   fs::remove_all(from, error);
   if (error) {
-    QLOG_ERROR("Cannot remove old file when copying: %s with error [%s]", from.c_str(),
-               error.message().c_str());
+    QLOG_ERROR_OF("moveFile", "Cannot remove old file when copying: %s with error [%s]",
+                  from.c_str(), error.message().c_str());
     return false;
   }
   return true;
@@ -77,7 +74,8 @@ bool copyFile(const fs::path& from, const fs::path& to) {
     return false;
   }
   error_code error;
-  if (!copyOver(from, to, error)) {
+  copyRegularFile(from, to, {.overwrite = true}, error);
+  if (error) {
     QLOG_ERROR("copy file %s due to error [%s]", from.c_str(), error.message().c_str());
     return false;
   }

@@ -9,6 +9,8 @@
 
 #include <string>
 
+class Descriptor;
+
 // How copyDir handles an existing destination, and which attributes it copies.
 enum FSFlag : int {
   FS_NONE = 0,                                // fail if the destination exists
@@ -28,27 +30,41 @@ bool removeAll(const boost::filesystem::path& path);
 // Removes one file or empty directory. Returns true if the path does not exist.
 bool removeFile(const boost::filesystem::path& path);
 
-// Renames `from` to `to`; between file systems, copies and removes. Returns false without a log
-// line if `from` does not exist or `to` exists.
+// Renames `from` to `to`; between file systems, copies and removes, which works for regular files
+// only. Returns false without a log line if `from` does not exist or `to` exists.
 bool moveFile(const boost::filesystem::path& from, const boost::filesystem::path& to);
 
-// Copies `from` to `to` and replaces an existing `to`. Returns false without a log line if `from`
-// does not exist.
+// Copies the regular file `from` to `to` and replaces the content of an existing `to`. Follows
+// symbolic links. If one of the two is not a regular file, fails without waiting. Returns false
+// without a log line if `from` does not exist.
 bool copyFile(const boost::filesystem::path& from, const boost::filesystem::path& to);
 
 // Creates the directory and its parents. Returns true if the path exists, whatever its type.
 bool createDir(const boost::filesystem::path& path);
 
-// Copies a directory tree. On failure, the part that was already copied remains.
+// Copies a directory tree: directories, regular files, and symbolic links as links. On failure, the
+// part that was already copied remains.
+//
+// `to` itself may be a link to a directory. Inside `to` the copy follows no link. It fails if a
+// link is in the place of a file or directory of `from`, with two exceptions: with FS_MERGE_SKIP it
+// keeps a link that leads to an existing file and skips the entry; with FS_MERGE_OVERWRITE and
+// FS_COMMIT_COPY_FILE it replaces a link that is in the place of a file.
+//
+// It also fails if it has to copy a FIFO, socket or device, or to write to one. It does not wait
+// for another process.
 bool copyDir(const boost::filesystem::path& from, const boost::filesystem::path& to,
              FSFlag flags = FS_NONE);
 
-// Sets the owner, group and permission bits of `to` to those of `from`. `to` must be readable.
+// Sets the owner, group and permission bits of `to` to those of `from`. `to` must be readable, and
+// must not be a symbolic link unless `from` is a directory.
 void copyOwnershipAndPermissions(const boost::filesystem::path& from,
                                  const boost::filesystem::path& to);
 
 // Sets the access label of `path`.
 bool setSmack(const std::string& path, const std::string& label);
+
+// Sets the access label of an open file. `path` is the path to log if that fails.
+bool setSmack(const Descriptor& file, const std::string& path, const std::string& label);
 
 // Copies the access label, owner and group from `source` to `destination`. If `isSymlink` is true,
 // changes the link `destination` itself. Failures are written to standard error.

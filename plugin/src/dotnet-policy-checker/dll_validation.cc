@@ -5,11 +5,8 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <memory>
-#include <new>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "device_names.h"
 #include "util/log/log.h"
@@ -27,28 +24,10 @@ constexpr mode_t kOpenMode = 0666;  // chmod(2) ignores the umask
 constexpr int kAnswerLines = 10;
 constexpr std::size_t kTextSize = 1024;  // terminator included
 
-// "+" opens for reading and writing, so that opening a pipe never waits for the other end. fopen(3)
-// ignores the "w" after "r".
-constexpr char kStreamMode[] = "rw+";
-
-struct StreamCloser {
-  void operator()(FILE* stream) const { fclose(stream); }
-};
-using Stream = std::unique_ptr<FILE, StreamCloser>;
-
-// Gives the stream a buffer for the whole text, so that one write(2) transfers as much of it as the
-// pipe can hold. Returns false if the text could not be written.
-bool writeAtOnce(Stream stream, const std::string& text) {
-  const std::size_t room = text.size() + 1;
-  const std::unique_ptr<char[]> buffer(new (std::nothrow) char[room]);
-  if (buffer != nullptr) {
-    setvbuf(stream.get(), buffer.get(), _IOFBF, room);
-  }
-  const bool isWritten =
-      fwrite(text.data(), 1, text.size(), stream.get()) == text.size() && fflush(stream.get()) == 0;
-  stream.reset();  // before the buffer is freed
-  return isWritten;
-}
+// O_RDWR, so that opening a pipe does not wait for its other end, and so that the server sees no
+// end of file when a client closes its end. O_NOFOLLOW, because any user can put a link into "/tmp"
+// after isRealPath has found none.
+constexpr int kOpenFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC;
 
 const char* textOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
@@ -66,57 +45,53 @@ std::optional<std::string> readText(int descriptor) {
   return std::string(buffer, static_cast<std::size_t>(length));
 }
 
-Stream openStream(const char* path) {
-  Stream stream(fopen(path, kStreamMode));
-  if (stream != nullptr) {
-    fcntl(fileno(stream.get()), F_SETFD, FD_CLOEXEC);
-  }
-  return stream;
-}
-
-// Returns false if the request pipe cannot be opened or written; no answer would arrive then.
+// Returns false, after an error line, if the request pipe cannot be opened or written; no answer
+// would arrive then. One write(2) transfers the request, so that no other request gets into it.
 bool sendRequest(const std::string& path) {
-  Stream pipe = openStream(kRequestPipe);
-  if (pipe == nullptr) {
-    QLOG_ERROR("pipe open error");
+  const Descriptor pipe(open(kRequestPipe, kOpenFlags));
+  if (!pipe.isOpen()) {
+    QLOG_ERROR_OF("plugin_validate_dll", "pipe open error");
     return false;
   }
   const std::string request =
       device_names::kValidationKeyword + std::to_string(getpid()) + ":" + path;
-  QLOG_INFO("Send %s", request.c_str());
-  return writeAtOnce(std::move(pipe), request + "\n");
+  QLOG_INFO_OF("plugin_validate_dll", "Send %s", request.c_str());
+  const std::string line = request + "\n";
+  if (!pipe.writeAll(line.data(), line.size())) {
+    QLOG_ERROR_OF("plugin_validate_dll", "write error : %s", kRequestPipe);
+    return false;
+  }
+  return true;
 }
 
 bool isAccepted(const std::string& answer) {
-  QLOG_INFO("RequestForDllValidation Result : %s", answer.c_str());
+  QLOG_INFO_OF("plugin_validate_dll", "RequestForDllValidation Result : %s", answer.c_str());
   return answer.find(device_names::kValidationRefusal) == std::string::npos;
 }
 
-bool isLink(const char* path) {
-  struct stat status;
-  return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
-}
-
 // Creates a pipe that processes of every user and every access label may use.
+//
+// Another process can put a file of its own, or a link, into the pipe's place before or after the
+// pipe is created. The rights of that file, or of the link's target, must not change. The label and
+// the mode are therefore set on the file that was opened and found to be our own.
 void createPipe(const char* path) {
   remove(path);
   if (mkfifo(path, kCreateMode) != 0) {
-    QLOG_ERROR("mkfifo failed");
+    QLOG_ERROR_OF("create_pipe_server", "mkfifo failed");
   }
-  // If another process has replaced the pipe by a link in the meantime, the access rights of its
-  // target must not change.
-  if (isLink(path)) {
+  const Descriptor pipe(open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (pipe.isOpen() && !pipe.isOwnFile()) {
     return;
   }
-  setSmack(path, kAnyLabel);
-  if (chmod(path, kOpenMode) != 0) {
-    QLOG_ERROR("chmod failed.");
+  setSmack(pipe, path, kAnyLabel);
+  if (chmod(pipe.path().c_str(), kOpenMode) != 0) {
+    QLOG_ERROR_OF("create_pipe_server", "chmod failed.");
   }
 }
 
 void serveRequests(int pipe) {
   while (const std::optional<std::string> text = readText(pipe)) {
-    QLOG_INFO("Message To DllValidator : %s", text->c_str());
+    QLOG_INFO_OF("create_pipe_server", "Message To DllValidator : %s", text->c_str());
     if (g_callback != nullptr) {
       g_callback(text->c_str(), nullptr);
     }
@@ -137,9 +112,8 @@ int plugin_validate_dll(int type, const char* path) {
       !isRealPath(kRequestPipe)) {
     return 0;
   }
-  // Open the answer pipe before the request is sent. O_RDWR, so that open(2) does not wait for a
-  // writer.
-  const Descriptor answers(open(kAnswerPipe, O_RDWR | O_CLOEXEC));
+  // Open the answer pipe before the request is sent.
+  const Descriptor answers(open(kAnswerPipe, kOpenFlags));
   if (!answers.isOpen()) {
     QLOG_ERROR("open error : %s", kAnswerPipe);
     return 0;
@@ -159,8 +133,7 @@ void create_pipe_server(pipe_message_changed_cb callback) {
   if (!isRealPath(kRequestPipe)) {
     return;
   }
-  // O_RDWR, so that a client that closes its end does not cause an end of file.
-  const Descriptor requests(open(kRequestPipe, O_RDWR | O_CLOEXEC));
+  const Descriptor requests(open(kRequestPipe, kOpenFlags));
   if (!requests.isOpen()) {
     QLOG_ERROR("open error : %s", kRequestPipe);
     return;
@@ -173,8 +146,8 @@ void create_pipe_client(const char* message) {
   if (!isRealPath(kAnswerPipe)) {
     return;
   }
-  Stream pipe = openStream(kAnswerPipe);
-  if (pipe == nullptr) {
+  const Descriptor pipe(open(kAnswerPipe, kOpenFlags));
+  if (!pipe.isOpen()) {
     QLOG_ERROR("Fail to open pipe");
     return;
   }
@@ -186,9 +159,11 @@ void create_pipe_client(const char* message) {
   }
   // This function also holds the read end open, so a blocking write of more than the pipe can hold
   // might never return.
-  if (static_cast<ssize_t>(answer.size()) > fcntl(fileno(pipe.get()), F_GETPIPE_SZ)) {
-    fcntl(fileno(pipe.get()), F_SETFL, O_NONBLOCK);
+  if (static_cast<ssize_t>(answer.size()) > fcntl(pipe.get(), F_GETPIPE_SZ)) {
+    fcntl(pipe.get(), F_SETFL, O_NONBLOCK);
   }
-  writeAtOnce(std::move(pipe), answer);
+  if (!pipe.writeAll(answer.data(), answer.size())) {
+    QLOG_ERROR("write error : %s", kAnswerPipe);
+  }
   QLOG_INFO("Send message : %s", text.c_str());
 }

@@ -15,7 +15,7 @@ bool isTvApiAssembly(const std::string& path) {
 }
 
 void prependTvApi(const std::string& path, const char* name, std::string& tpa) {
-  QLOG_DEBUG("Path : %s, Filename : %s", path.c_str(), name);
+  QLOG_DEBUG_OF("GetTPA", "Path : %s, Filename : %s", path.c_str(), name);
   if (isTvApiAssembly(path)) {
     tpa.insert(0, path + ":");
   }

@@ -2,6 +2,7 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <dirent.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include "platform/smack.h"
 #include "plugin/src/quillon-tv-plugin/preload_method.h"
 #include "util/log/log.h"
+#include "util/zq_utils/descriptor.h"
 #include "util/zq_utils/paths.h"
 
 namespace {
@@ -40,6 +42,14 @@ std::string gcTracerEntryFor(const std::string& appId) {
     }
   }
   return {};
+}
+
+// Sets the access label of a file of this user. Every user can create files in the directory of the
+// pipes, so a link there, or another user's file, keeps its label. Returns false on failure.
+bool labelForEveryone(const std::string& path) {
+  const Descriptor file(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  return file.isOwnFile() &&
+         smack_setlabel(file.path().c_str(), kAnyLabel, SMACK_LABEL_ACCESS) >= 0;
 }
 
 }  // namespace
@@ -94,8 +104,7 @@ void handleDebugPipe() {
   }
   while (const dirent* entry = readdir(directory.get())) {
     const std::string path = concatPath(kDebugPipeDirectory, entry->d_name);
-    if (strstr(entry->d_name, prefix.c_str()) != nullptr &&
-        smack_setlabel(path.c_str(), kAnyLabel, SMACK_LABEL_ACCESS) < 0) {
+    if (strstr(entry->d_name, prefix.c_str()) != nullptr && !labelForEveryone(path)) {
       QLOG_ERROR("Fail to setxattr (%s)", path.c_str());
     }
   }

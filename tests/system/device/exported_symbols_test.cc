@@ -165,6 +165,13 @@ TEST(ExportedSymbols, EverythingIsBoundAtTheStartAndStaysLoaded) {
   EXPECT_EQ(matchesOf(dynamic, "FLAGS_1.*(NODELETE)").size(), 1U) << dynamic;
 }
 
+// Trace spans are named after functions, as people search for them: "void* stdOutRedirect(void*)".
+TEST(TraceNames, ContainNoUnnamedNamespace) {
+  const std::string constants = told(std::string(QUILLON_READELF) + " -p .rodata");
+  EXPECT_NE(constants.find("void* stdOutRedirect(void*)"), std::string::npos);
+  EXPECT_EQ(matchesOf(constants, "\\] +(.*\\{anonymous\\}.*)"), Names());
+}
+
 // The program and the platform link the C++ library statically. They must not export its symbols:
 // the runtime and the plug-in, which are loaded later, must find those of the shared library, and
 // only one unwinder.

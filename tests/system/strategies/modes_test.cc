@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <fstream>
 #include <map>
 #include <vector>
 
@@ -18,6 +20,7 @@
 namespace quillon::test {
 namespace {
 
+namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 
 // plugin_initialize never frees the previous chain. Keeping a pointer to it prevents a report of
@@ -71,6 +74,69 @@ TEST_F(Modes, ApitestHasTheLongestChain) {
   EXPECT_THAT(linesThatBegin("3 Decorator"),
               ElementsAre("3 Decorator", "3 Decorator", "3 Decorator", "3 Decorator::Initialize",
                           "3 Decorator::Initialize", "3 Decorator::Initialize"));
+}
+
+std::map<std::string, std::string> environment() {
+  std::map<std::string, std::string> result;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    result[text.substr(0, text.find('='))] = text.substr(text.find('=') + 1);
+  }
+  return result;
+}
+
+// The signals that have a handler, as a mask of hexadecimal digits (proc(5), SigCgt).
+unsigned long caughtSignals() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("SigCgt:")) {
+      return std::stoul(line.substr(8), nullptr, 16);
+    }
+  }
+  return 0;
+}
+
+unsigned long bitOf(int signal) { return 1UL << (signal - 1); }
+
+constexpr int kHandled[] = {SIGTERM, SIGABRT, SIGSEGV, SIGTRAP};
+
+TEST_F(Modes, InitializeChangesThreeVariablesAndFourHandlersOfTheProcess) {
+  for (const char* type : {"inhouseapitest", "inhouse", "dotnet", "normal"}) {
+    SCOPED_TRACE(type);
+    for (const int handled : kHandled) {
+      signal(handled, SIG_DFL);
+    }
+    for (const char* name :
+         {"DOTNET_APP", "DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER", "SSL_CERT_FILE"}) {
+      unsetenv(name);
+    }
+    std::map<std::string, std::string> expected = environment();
+    unsigned long caught = caughtSignals();
+    initialize(type);
+    expected["DOTNET_APP"] = "1";
+    expected["DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER"] = "0";
+    expected["SSL_CERT_FILE"] = "/usr/share/cert/zqca.pem";
+    EXPECT_EQ(environment(), expected);
+    for (const int handled : kHandled) {
+      EXPECT_EQ(caught & bitOf(handled), 0U);
+      caught |= bitOf(handled);
+    }
+    EXPECT_EQ(caughtSignals(), caught);
+  }
+}
+
+TEST_F(Modes, AnUnrecognisedTypeInstallsNoHandlersAndKeepsTheCaches) {
+  makeFile("/opt/usr/home/owner/share/dotnet/TPA.txt", "[START][END]");
+  fs::remove("/opt/etc/dotnet_flag.ini");
+  for (const int handled : kHandled) {
+    signal(handled, SIG_DFL);
+  }
+  const unsigned long caught = caughtSignals();
+  plugin_initialize("unknown");
+  EXPECT_EQ(caughtSignals(), caught);
+  EXPECT_TRUE(fs::exists("/opt/usr/home/owner/share/dotnet/TPA.txt"));
+  initialize("dotnet");
+  EXPECT_FALSE(fs::exists("/opt/usr/home/owner/share/dotnet/TPA.txt"));
 }
 
 TEST_F(Modes, InhouseHasItsDpcDecorator) {

@@ -21,6 +21,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
 using ::testing::Not;
 
 constexpr char kLibrary[] = "/opt/usr/lib/a.dll";
@@ -64,6 +65,11 @@ TEST_F(DllValidation, OneRequestLineAndOneAnswer) {
   EXPECT_EQ(resultOf("OK\n"), 1);
   EXPECT_EQ(openDescriptors(), before);
   const std::string send = "RequestForDllValidation:" + std::to_string(getpid()) + ":" + kLibrary;
+  EXPECT_THAT(platform().linesOfOperations(),
+              IsSupersetOf({"4 plugin_validate_dll: Type 1 : " + std::string(kLibrary),
+                            "4 plugin_validate_dll: Send " + send,
+                            std::string("4 plugin_validate_dll: "
+                                        "RequestForDllValidation Result : OK")}));
   EXPECT_THAT(platform().messages(4),
               ElementsAre("Type 1 : " + std::string(kLibrary), "Send " + send,
                           "RequestForDllValidation Result : OK"));
@@ -157,6 +163,7 @@ TEST_F(DllValidation, AMissingRequestPipeIsAnError) {
   EXPECT_EQ(plugin_validate_dll(1, kLibrary), 0);
   EXPECT_EQ(openDescriptors(), before);
   EXPECT_THAT(platform().messages(6), ElementsAre("pipe open error"));
+  EXPECT_THAT(platform().linesOfOperations(), Contains("6 plugin_validate_dll: pipe open error"));
   EXPECT_THAT(platform().messages(4), ElementsAre("Type 1 : " + std::string(kLibrary)));
 }
 
@@ -188,7 +195,7 @@ TEST_F(DllValidation, PlainFilesAreReadAndWrittenAsPipesAre) {
 }
 
 // No answer would arrive, so the call must not wait.
-TEST_F(DllValidation, ARequestThatCannotBeWrittenIsARefusal) {
+TEST_F(DllValidation, ARequestThatCannotBeWrittenIsARefusalWithOneErrorLine) {
   makeFile(kRequestPipe);
   makePipe(kAnswerPipe);
   const OpenPipe answers(kAnswerPipe);
@@ -203,6 +210,9 @@ TEST_F(DllValidation, ARequestThatCannotBeWrittenIsARefusal) {
   signal(SIGXFSZ, action);
   EXPECT_EQ(result, 0);
   EXPECT_EQ(answers.unread(), 3);
+  EXPECT_THAT(platform().messages(6), ElementsAre("write error : /tmp/dotnet_pipe_in"));
+  EXPECT_EQ(platform().linesOfOperations().back(),
+            "6 plugin_validate_dll: write error : /tmp/dotnet_pipe_in");
 }
 
 // Longer than the buffer of a stream. Requests of other processes must not arrive in between.

@@ -39,8 +39,10 @@ namespace quillon::test {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
 
 struct Stop {};
 constexpr char kStop[] = "stop";
@@ -169,6 +171,8 @@ TEST_F(PipeServer, HandsOutWhatItReadsWithoutTheLastLineEnd) {
   EXPECT_THAT(platform().messages(4),
               ElementsAre("Message To DllValidator : one", "Message To DllValidator : two\nthree\n",
                           "Message To DllValidator : no end", "Message To DllValidator : stop"));
+  EXPECT_THAT(platform().linesOfOperations(),
+              Contains("4 create_pipe_server: Message To DllValidator : one"));
   EXPECT_THAT(platform().messages(6), IsEmpty());
 }
 
@@ -224,6 +228,9 @@ TEST_F(PipeServer, GivesUpIfThereIsNoRequestPipe) {
   EXPECT_THAT(platform().messages(6),
               ElementsAre("mkfifo failed", "chmod failed.", "mkfifo failed", "chmod failed.",
                           "open error : /tmp/dotnet_pipe_in"));
+  EXPECT_THAT(
+      platform().linesOfOperations(),
+      IsSupersetOf({"6 create_pipe_server: mkfifo failed", "6 create_pipe_server: chmod failed."}));
   EXPECT_EQ(platform().calls.size(), 2U);
   EXPECT_EQ(g_callback, &onText);
 }
@@ -298,6 +305,9 @@ TEST_F(PipeClient, AnAnswerLargerThanThePipeIsTruncated) {
   const std::string sent = answers.read();
   EXPECT_GE(sent.size(), 1023U);
   EXPECT_EQ(sent.find_first_not_of("x\n"), std::string::npos);
+  EXPECT_THAT(platform().linesOfOperations(),
+              ElementsAre("6 create_pipe_client: write error : /tmp/dotnet_pipe_out",
+                          "4 create_pipe_client: Send message : " + message));
 }
 
 TEST_F(PipeClient, AMissingPipeIsAnError) {

@@ -107,7 +107,8 @@ TEST_F(Apitest, PutsTheApplicationsFilesInFront) {
   const std::string foo = put("bin/Velora.TV.Foo.dll");
   const std::string bar = put("lib/Velora.TV.Bar.dll");
   EXPECT_EQ(tpaOver("/p/A.dll"), bar + ":" + foo + ":/p/A.dll");
-  EXPECT_THAT(platform().lines(), Contains("3 Path : " + foo + ", Filename : Velora.TV.Foo.dll"));
+  EXPECT_THAT(platform().linesOfOperations(),
+              Contains("3 GetTPA: Path : " + foo + ", Filename : Velora.TV.Foo.dll"));
   EXPECT_THAT(platform().lines(), Contains("3 Decorator::GetTPA"));
 }
 

@@ -83,6 +83,12 @@ TEST_F(DpcPathManager, AnotherCallOpensTenMoreAndAppends) {
   EXPECT_GT(second.size(), first.size());
 }
 
+// The ten descriptors of the second call are in no list.
+TEST_F(DpcPathManager, AnotherCallListsTheFirstTenAgain) {
+  const std::string first = decorator_.GetExtraDllPath();
+  EXPECT_EQ(decorator_.GetExtraDllPath(), first + first);
+}
+
 TEST_F(DpcPathManager, ForwardsTheOtherOperations) {
   EXPECT_EQ(decorator_.GetTPA(), "tpa");
   EXPECT_EQ(decorator_.GetDllPath(), "dll");

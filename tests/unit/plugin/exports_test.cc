@@ -184,6 +184,20 @@ TEST_F(Exports, DirectCallModeIsForEver) {
   expectScope("int is_coba_direct_call_mode()");
 }
 
+TEST_F(Exports, DirectCallModeIsSetByTheIdAnywhereInTheApplicationsId) {
+  for (const char* id : {"com.korvane.tv.csfs", "com.korvane.tv.csfs.more",
+                         "org.com.korvane.tv.csfs", "xcom.korvane.tv.csfsx"}) {
+    directCallMode = 0;
+    plugin_set_app_info(id, "/usr/apps/x");
+    EXPECT_EQ(is_coba_direct_call_mode(), 1) << id;
+  }
+  for (const char* id : {"com.korvane.tv.csf", "com.korvane.tv.CSFS", "com.korvane-tv.csfs", ""}) {
+    directCallMode = 0;
+    plugin_set_app_info(id, "/usr/apps/x");
+    EXPECT_EQ(is_coba_direct_call_mode(), 0) << id;
+  }
+}
+
 // Runs in a child process, because a capture cannot be stopped.
 int claimLogControlTwice() {
   const bool first = plugin_has_log_control();

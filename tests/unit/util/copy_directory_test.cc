@@ -57,8 +57,8 @@ TEST_F(CopyDirectory, NeedsADirectoryToCopy) {
   makeFile("from");
   EXPECT_FALSE(copy(FS_NONE));
   const std::string line =
-      "6 Source directory " + at("from") + " does not exist or is not a directory";
-  EXPECT_EQ(platform().lines(), (Texts{line, line}));
+      "6 copyDir: Source directory " + at("from") + " does not exist or is not a directory";
+  EXPECT_EQ(platform().linesOfOperations(), (Texts{line, line}));
   EXPECT_FALSE(isThere(at("to")));
 }
 
@@ -68,7 +68,8 @@ TEST_F(CopyDirectory, CopiesNothingIntoAnExistingDirectoryUnasked) {
   for (const FSFlag flags : {FS_NONE, FS_COMMIT_COPY_FILE, FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS}) {
     platform().reset();
     EXPECT_FALSE(copy(flags));
-    EXPECT_EQ(platform().lines(), Texts{"6 Destination directory " + at("to") + " already exists"});
+    EXPECT_EQ(platform().linesOfOperations(),
+              Texts{"6 copyDir: Destination directory " + at("to") + " already exists"});
   }
   EXPECT_TRUE(namesIn(at("to")).empty());
 }
@@ -77,8 +78,9 @@ TEST_F(CopyDirectory, SaysThatTheDestinationCannotBeCreated) {
   makeDirectory("from");
   const std::string below = makeFile("file") + "/below";
   EXPECT_FALSE(copyDir(at("from"), below));
-  EXPECT_EQ(platform().lines(), (Texts{"6 Failed to create directory: " + below,
-                                       "6 Unable to create destination directory " + below}));
+  EXPECT_EQ(platform().linesOfOperations(),
+            (Texts{"6 createDir: Failed to create directory: " + below,
+                   "6 copyDir: Unable to create destination directory " + below}));
 }
 
 TEST_F(CopyDirectory, SkipKeepsWhatIsThere) {
@@ -126,8 +128,8 @@ TEST_F(CopyDirectory, ADanglingLinkInTheWayIsAnError) {
   makeLink("from/link", "new");
   makeLink("to/link", "nowhere");
   EXPECT_FALSE(copy(FS_MERGE_SKIP));
-  EXPECT_EQ(platform().lines(),
-            Texts{"6 Failed to copy symlink: " + at("to/link") + ", File exists"});
+  EXPECT_EQ(platform().linesOfOperations(),
+            Texts{"6 copyDir: Failed to copy symlink: " + at("to/link") + ", File exists"});
   EXPECT_EQ(std::filesystem::read_symlink(at("to/link")), "nowhere");
 }
 
@@ -135,9 +137,9 @@ TEST_F(CopyDirectory, ReportsTheLibrarysFailure) {
   makeFile("from/name", "x");
   makeDirectory("to/name");
   EXPECT_FALSE(copy(FS_MERGE_OVERWRITE));
-  EXPECT_THAT(platform().lines(),
-              ElementsAre(AllOf(StartsWith("6 Failed to copy directory: "), HasSubstr("copy_file"),
-                                HasSubstr(at("to/name")))));
+  EXPECT_THAT(platform().linesOfOperations(),
+              ElementsAre(AllOf(StartsWith("6 copyDir: Failed to copy directory: "),
+                                HasSubstr("copy_file"), HasSubstr(at("to/name")))));
 }
 
 TEST_F(CopyDirectory, AFailureBelowEndsTheCopyWithoutASecondLine) {
@@ -227,6 +229,29 @@ TEST_F(CopyDirectory, ExistingDirectoryTakesItsSourcesModeUnderOverwriteToo) {
   EXPECT_EQ(modeOf(at("to")), 0700U);
   EXPECT_TRUE(copy(FS_MERGE_OVERWRITE));
   EXPECT_EQ(modeOf(at("to")), 0711U);
+}
+
+// The directory takes the mode of its source, and the files that are there keep theirs.
+TEST_F(CopyDirectory, PreserveChangesAnExistingDirectoryUnderSkipToo) {
+  makeFile("from/nested/kept", "new");
+  makeFile("from/nested/added", "new");
+  makeFile("to/nested/kept", "old");
+  chmod(at("from").c_str(), 0711);
+  chmod(at("from/nested").c_str(), 0750);
+  for (const char* file : {"from/nested/kept", "from/nested/added"}) {
+    chmod(at(file).c_str(), 0640);
+  }
+  chmod(at("to").c_str(), 0700);
+  chmod(at("to/nested").c_str(), 0700);
+  chmod(at("to/nested/kept").c_str(), 0600);
+  EXPECT_TRUE(copy(FS_MERGE_SKIP | FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS));
+  EXPECT_EQ(modeOf(at("to")), 0711U);
+  EXPECT_EQ(modeOf(at("to/nested")), 0750U);
+  EXPECT_EQ(modeOf(at("to/nested/kept")), 0600U);
+  EXPECT_EQ(contentOf(at("to/nested/kept")), "old");
+  EXPECT_EQ(modeOf(at("to/nested/added")), 0640U);
+  EXPECT_EQ(contentOf(at("to/nested/added")), "new");
+  EXPECT_TRUE(platform().log.empty());
 }
 
 TEST_F(CopyDirectory, NewDirectoryKeepsItsOwnModeUnderOverwrite) {

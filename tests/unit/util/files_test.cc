@@ -77,21 +77,21 @@ TEST_F(Files, MovesNothingOntoWhatExists) {
 TEST_F(Files, SaysWhyAMoveFailed) {
   makeFile("from", "x");
   EXPECT_FALSE(moveFile(at("from"), at("missing/to")));
-  EXPECT_EQ(
-      platform().lines(),
-      (Texts{"6 Cannot move file: " + at("from") +
-                 ". Will copy/remove... with error [No such file or directory]",
-             "6 Cannot copy file " + at("from") + " due to error [No such file or directory]"}));
+  EXPECT_EQ(platform().linesOfOperations(),
+            (Texts{"6 moveFile: Cannot move file: " + at("from") +
+                       ". Will copy/remove... with error [No such file or directory]",
+                   "6 moveFile: Cannot copy file " + at("from") +
+                       " due to error [No such file or directory]"}));
   EXPECT_EQ(contentOf(at("from")), "x");
 }
 
 TEST_F(Files, SaysThatTheOldFileOfAMoveStays) {
   EXPECT_FALSE(moveFile(kIrremovable, at("to")));
   EXPECT_TRUE(isThere(at("to")));
-  EXPECT_EQ(platform().lines(),
-            (Texts{"6 Cannot move file: /proc/self/comm. Will copy/remove... with error "
+  EXPECT_EQ(platform().linesOfOperations(),
+            (Texts{"6 moveFile: Cannot move file: /proc/self/comm. Will copy/remove... with error "
                    "[Invalid cross-device link]",
-                   "6 Cannot remove old file when copying: /proc/self/comm with error "
+                   "6 moveFile: Cannot remove old file when copying: /proc/self/comm with error "
                    "[Operation not permitted]"}));
 }
 
@@ -185,6 +185,19 @@ TEST_F(BetweenFileSystems, ACopyClosesALooserTargetToItsSourcesMode) {
   EXPECT_EQ(status.st_mode & 07777, 0600U);
 }
 
+// rename(2) would replace the link, and not follow it.
+TEST_F(BetweenFileSystems, AMoveDoesNotFollowADanglingLink) {
+  makeFile("from", "x");
+  std::filesystem::create_symlink(there("victim"), there("to"));
+  EXPECT_FALSE(moveFile(at("from"), there("to")));
+  EXPECT_FALSE(isThere(there("victim")));
+  EXPECT_EQ(contentOf(at("from")), "x");
+  EXPECT_EQ(platform().lines(),
+            (Texts{cannotRename(at("from")), "6 Cannot copy file " + at("from") +
+                                                 " due to error [Too many levels of symbolic "
+                                                 "links]"}));
+}
+
 TEST_F(BetweenFileSystems, ADirectoryIsCopied) {
   makeFile("from/nested/file", "x");
   makeLink("from/link", "nested");
@@ -206,8 +219,8 @@ TEST_F(Files, CopiesOverAnExistingFile) {
 
 TEST_F(Files, SaysWhyACopyFailed) {
   EXPECT_FALSE(copyFile(makeFile("from"), at("missing/to")));
-  EXPECT_EQ(platform().lines(),
-            Texts{"6 copy file " + at("from") + " due to error [No such file or directory]"});
+  EXPECT_EQ(platform().linesOfOperations(), Texts{"6 copyFile: copy file " + at("from") +
+                                                  " due to error [No such file or directory]"});
 }
 
 TEST_F(Files, CreatesADirectoryWithItsParents) {
@@ -221,7 +234,25 @@ TEST_F(Files, CreatesADirectoryWithItsParents) {
 TEST_F(Files, SaysWhichDirectoryItCannotCreate) {
   const std::string below = makeFile("file") + "/below";
   EXPECT_FALSE(createDir(below));
-  EXPECT_EQ(platform().lines(), Texts{"6 Failed to create directory: " + below});
+  EXPECT_EQ(platform().linesOfOperations(),
+            Texts{"6 createDir: Failed to create directory: " + below});
+}
+
+// The source would be truncated before it is read.
+TEST_F(Files, CopiesNoFileOntoItself) {
+  makeFile("file", "content");
+  std::filesystem::create_hard_link(at("file"), at("other"));
+  EXPECT_FALSE(copyFile(at("file"), at("other")));
+  EXPECT_EQ(contentOf(at("file")), "content");
+  EXPECT_EQ(platform().lines(), Texts{"6 copy file " + at("file") + " due to error [File exists]"});
+}
+
+TEST_F(Files, CopyFollowsLinksOnBothSides) {
+  makeFile("from", "new");
+  makeFile("to", "old");
+  EXPECT_TRUE(copyFile(makeLink("a", "from"), makeLink("b", "to")));
+  EXPECT_EQ(contentOf(at("to")), "new");
+  EXPECT_TRUE(std::filesystem::is_symlink(at("b")));
 }
 
 TEST_F(Files, SizeFollowsLinks) {

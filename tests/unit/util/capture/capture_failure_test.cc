@@ -15,39 +15,63 @@ using ::testing::ElementsAre;
 struct Failure {
   const char* call;
   int result;
-  std::vector<std::string> messages;
-  const char* redirected;  // which of "out" and "err" are redirected to the pipes
+  std::vector<std::string> messages;  // "operation: message"
+  const char* redirected;             // which of "out" and "err" are redirected to the pipes
   std::vector<std::string> readers;
 };
 
 void PrintTo(const Failure& failure, std::ostream* out) { *out << failure.call; }
 
 constexpr int kBriefly = 100;
-constexpr char kNoManager[] = "Failed to initnialize LogManager";
+constexpr char kNoManager[] = "tvRunLoggingThread: Failed to initnialize LogManager";
 
 const Failure kFailures[] = {
-    {"setvbuf stdout line 0", -1, {"fail to make stdout line-buffered", kNoManager}, "", {}},
-    {"setvbuf stderr none 0", -1, {"make stderr unbuffered", kNoManager}, "", {}},
-    {"pipe 1", -1, {"fail to create pipe for stdout logging", kNoManager}, "", {}},
-    {"pipe 2", -1, {"fail to create pipe for stderr logging", kNoManager}, "", {}},
-    {"dup2 1", -1, {"fail to duplicate fd to stdout", kNoManager}, "", {}},
-    {"dup2 2", -1, {"fail to duplicate fd to stderr", kNoManager}, "out", {}},
-    {"pthread_create 1", -1, {"fail to create pthread"}, "out err", {}},
+    {"setvbuf stdout line 0",
+     -1,
+     {"tvInitializeLogManager: fail to make stdout line-buffered", kNoManager},
+     "",
+     {}},
+    {"setvbuf stderr none 0",
+     -1,
+     {"tvInitializeLogManager: make stderr unbuffered", kNoManager},
+     "",
+     {}},
+    {"pipe 1",
+     -1,
+     {"tvInitializeLogManager: fail to create pipe for stdout logging", kNoManager},
+     "",
+     {}},
+    {"pipe 2",
+     -1,
+     {"tvInitializeLogManager: fail to create pipe for stderr logging", kNoManager},
+     "",
+     {}},
+    {"dup2 1", -1, {"tvRedirectFD: fail to duplicate fd to stdout", kNoManager}, "", {}},
+    {"dup2 2", -1, {"tvRedirectFD: fail to duplicate fd to stderr", kNoManager}, "out", {}},
+    {"pthread_create 1", -1, {"tvRunLoggingThread: fail to create pthread"}, "out err", {}},
     {"pthread_setname_np Stdout Thread",
      0,
-     {"fail to set name of pthread"},
+     {"tvRunLoggingThread: fail to set name of pthread"},
      "out err",
      {"Stderr Thread"}},
-    {"pthread_detach 1", -1, {"fail to detach pthread"}, "out err", {"Stdout Thread"}},
-    {"pthread_create 2", -1, {"fail to create pthread"}, "out err", {"Stdout Thread"}},
+    {"pthread_detach 1",
+     -1,
+     {"tvRunLoggingThread: fail to detach pthread"},
+     "out err",
+     {"Stdout Thread"}},
+    {"pthread_create 2",
+     -1,
+     {"tvRunLoggingThread: fail to create pthread"},
+     "out err",
+     {"Stdout Thread"}},
     {"pthread_setname_np Stderr Thread",
      0,
-     {"fail to set name of pthread"},
+     {"tvRunLoggingThread: fail to set name of pthread"},
      "out err",
      {"Stdout Thread"}},
     {"pthread_detach 2",
      -1,
-     {"fail to detach pthread"},
+     {"tvRunLoggingThread: fail to detach pthread"},
      "out err",
      {"Stderr Thread", "Stdout Thread"}},
 };
@@ -93,12 +117,18 @@ INSTANTIATE_TEST_SUITE_P(Calls, CaptureFailure, ::testing::ValuesIn(kFailures),
                            return name;
                          });
 
+std::string operationOf(const std::string& text) {
+  const std::size_t begin = text.find(": ") + 2;
+  return text.substr(begin, text.find('(') - begin);
+}
+
+// Returns the errors of the start, without those that the readers log, as "operation: message".
 std::vector<std::string> errorMessages(const Captured& captured) {
   std::vector<std::string> messages;
   for (size_t i = 0; i < captured.lines.size(); ++i) {
     const bool ofStart = captured.texts[i].find("Redirect(") == std::string::npos;
     if (ofStart && captured.lines[i][0] == '6') {
-      messages.push_back(captured.lines[i].substr(2));
+      messages.push_back(operationOf(captured.texts[i]) + ": " + captured.lines[i].substr(2));
     }
   }
   return messages;

@@ -25,7 +25,6 @@ namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsSupersetOf;
 using ::testing::MatchesRegex;
@@ -76,11 +75,9 @@ TEST(StreamCapture, TracesItsFunctionsAndThreads) {
   for (const std::string& event : captured.trace) {
     names.push_back(event.substr(event.find(") ") + 2));
   }
-  EXPECT_THAT(names,
-              IsSupersetOf({"int tvRunLoggingThread()", "int tvInitializeLogManager()",
-                            "int tvRedirectFD()", "void writeStringTofile(std::string_view)"}));
-  EXPECT_THAT(names, Contains(EndsWith("stdOutRedirect(void*)")));
-  EXPECT_THAT(names, Contains(EndsWith("stdErrRedirect(void*)")));
+  EXPECT_THAT(names, IsSupersetOf({"int tvRunLoggingThread()", "int tvInitializeLogManager()",
+                                   "int tvRedirectFD()", "void writeStringTofile(std::string_view)",
+                                   "void* stdOutRedirect(void*)", "void* stdErrRedirect(void*)"}));
 }
 
 TEST(StreamCapture, PutsItsPipesBehindDescriptorsOneAndTwoAndKeepsTheirEnds) {
