@@ -45,6 +45,19 @@ bool prepareNew(const fs::path& from, const fs::path& to, FSFlag flags) {
   return true;
 }
 
+// Returns true if `target` is a symbolic link that a merge keeps. Throws filesystem_error for any
+// other link, because the copy would go on wherever the link leads.
+bool keepsLink(const fs::path& target, FSFlag flags) {
+  if (!fs::is_symlink(fs::symlink_status(target))) {
+    return false;
+  }
+  if (hasAny(flags, kMerge) && pathExists(target)) {
+    return true;
+  }
+  throw fs::filesystem_error("copyDir", target,
+                             error_code(ELOOP, boost::system::system_category()));
+}
+
 // Copies the link itself. In a merge, an existing link or file is kept.
 bool copyLink(const fs::path& link, const fs::path& target, FSFlag flags) {
   if (hasAny(flags, kMerge) && pathExists(target)) {
@@ -83,6 +96,9 @@ void copyOneFile(const fs::path& file, const fs::path& target, FSFlag flags) {
     return;
   }
   const bool commit = hasAny(flags, FS_COMMIT_COPY_FILE);
+  if (!commit && keepsLink(target, flags)) {
+    return;
+  }
   const fs::path copy =
       commit ? target.parent_path() / fs::unique_path("%%%%-%%%%-%%%%-%%%%") : target;
   copyOrThrow(file, copy, flags);
@@ -92,19 +108,6 @@ void copyOneFile(const fs::path& file, const fs::path& target, FSFlag flags) {
   if (commit) {
     putInPlace(copy, target, flags);
   }
-}
-
-// Returns true if `target` is a symbolic link that FS_MERGE_SKIP keeps. Throws filesystem_error for
-// any other link, because the copy would go on wherever the link leads.
-bool keepsLink(const fs::path& target, FSFlag flags) {
-  if (!fs::is_symlink(fs::symlink_status(target))) {
-    return false;
-  }
-  if (hasAny(flags, FS_MERGE_SKIP) && pathExists(target)) {
-    return true;
-  }
-  throw fs::filesystem_error("copyDir", target,
-                             error_code(ELOOP, boost::system::system_category()));
 }
 
 bool copyEntry(const fs::directory_entry& entry, const fs::path& to, FSFlag flags) {

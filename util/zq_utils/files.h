@@ -45,10 +45,10 @@ bool createDir(const boost::filesystem::path& path);
 // Copies a directory tree: directories, regular files, and symbolic links as links. On failure, the
 // part that was already copied remains.
 //
-// `to` itself may be a link to a directory. Inside `to` the copy follows no link. It fails if a
-// link is in the place of a file or directory of `from`, with two exceptions: with FS_MERGE_SKIP it
-// keeps a link that leads to an existing file and skips the entry; with FS_MERGE_OVERWRITE and
-// FS_COMMIT_COPY_FILE it replaces a link that is in the place of a file.
+// `to` itself may be a link to a directory. Inside `to` the copy follows no link. With one of the
+// FS_MERGE flags, it keeps a link that leads to an existing file or directory, and skips the entry.
+// Otherwise a link in the place of an entry is a failure, except that FS_COMMIT_COPY_FILE replaces
+// a link in the place of a file, unless FS_MERGE_SKIP keeps it.
 //
 // It also fails if it has to copy a FIFO, socket or device, or to write to one. It does not wait
 // for another process.

@@ -118,14 +118,32 @@ TEST_F(CopiedTree, AFileIsNeverWrittenThroughALink) {
   }
 }
 
-TEST_F(CopiedTree, ALinkInThePlaceOfAFileStaysAndIsAFailure) {
+TEST_F(CopiedTree, AMergeKeepsALinkInThePlaceOfAFile) {
   makeFile("from/file", "new");
+  makeFile("from/other", "other");
   makeFile("to/inside", "precious");
   makeLink("to/file", "inside");
-  EXPECT_FALSE(copy(FS_MERGE_OVERWRITE));
-  expectOneFailure("Too many levels of symbolic links");
-  EXPECT_EQ(std::filesystem::read_symlink(at("to/file")), "inside");
-  EXPECT_EQ(contentOf(at("to/inside")), "precious");
+  for (const FSFlag flags : {FS_MERGE_SKIP, FS_MERGE_OVERWRITE,
+                             FS_MERGE_OVERWRITE | FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS,
+                             FS_MERGE_SKIP | FS_COMMIT_COPY_FILE}) {
+    SCOPED_TRACE(flags);
+    EXPECT_TRUE(copy(flags));
+    EXPECT_EQ(std::filesystem::read_symlink(at("to/file")), "inside");
+    EXPECT_EQ(contentOf(at("to/inside")), "precious");
+    EXPECT_TRUE(isThere(at("to/other")));
+    std::filesystem::remove(at("to/other"));
+  }
+}
+
+TEST_F(CopiedTree, ADanglingLinkInThePlaceOfAFileStaysAndIsAFailure) {
+  makeFile("from/file", "new");
+  makeLink("to/file", "nowhere");
+  for (const FSFlag flags : {FS_MERGE_SKIP, FS_MERGE_OVERWRITE}) {
+    EXPECT_FALSE(copy(flags)) << flags;
+    expectOneFailure("Too many levels of symbolic links");
+    EXPECT_EQ(std::filesystem::read_symlink(at("to/file")), "nowhere") << flags;
+    platform().reset();
+  }
 }
 
 TEST_F(CopiedTree, NoFileIsCreatedThroughADanglingLink) {
@@ -157,14 +175,14 @@ TEST_F(CopiedTree, ADirectoryIsNeverCopiedThroughALink) {
   }
 }
 
-TEST_F(CopiedTree, ALinkInThePlaceOfADirectoryIsKeptUnderSkipAndAFailureUnderOverwrite) {
+TEST_F(CopiedTree, AMergeKeepsALinkInThePlaceOfADirectory) {
   makeFile("from/nested/file", "new");
   makeDirectory("outside");
   makeLink("to/nested", at("outside"));
   EXPECT_TRUE(copy(FS_MERGE_SKIP));
+  EXPECT_TRUE(copy(FS_MERGE_OVERWRITE));
   EXPECT_THAT(platform().lines(), IsEmpty());
-  EXPECT_FALSE(copy(FS_MERGE_OVERWRITE));
-  expectOneFailure("Too many levels of symbolic links");
+  EXPECT_EQ(std::filesystem::read_symlink(at("to/nested")), at("outside"));
 }
 
 // The caller names the destination.
