@@ -74,15 +74,19 @@ Expected<void> writeIfMissing(const fs::path& file, const std::string& content) 
   return {};
 }
 
+// Returns an empty string if the file cannot be read.
+std::string contentOf(const fs::path& file) {
+  return readWholeFile(file, kMaxTextSize).value_or("");
+}
+
 // Makes the read-only and the writable flag file with the same content, since the plug-in drops its
 // caches when they differ. A missing file becomes a copy of the other one.
 Expected<void> makeFlagFiles(const fs::path& root) {
   const fs::path readOnly = pathInDevice(root, device_paths::kReadOnlyFlags);
   const fs::path writable = pathInDevice(root, device_paths::kWritableFlags);
-  const std::string content =
-      fs::exists(writable) ? readWholeFile(writable).value_or("") : std::string(kFlagFileContent);
-  RETURN_IF_FAILED(writeIfMissing(readOnly, content));
-  return writeIfMissing(writable, readWholeFile(readOnly).value_or(""));
+  RETURN_IF_FAILED(writeIfMissing(
+      readOnly, fs::exists(writable) ? contentOf(writable) : std::string(kFlagFileContent)));
+  return writeIfMissing(writable, contentOf(readOnly));
 }
 
 Expected<Record> recordOf(const InitOptions& options) {

@@ -3,10 +3,12 @@
 #include <toml++/toml.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <fstream>
 #include <string>
 #include <system_error>
 
+#include "quillon/base/files.h"
 #include "quillon/device/layout.h"
 
 namespace quillon::device {
@@ -45,11 +47,16 @@ Expected<Record> readRecord(const std::filesystem::path& directory) {
   if (!std::filesystem::is_regular_file(file, error)) {
     return fail("'" + directory.string() + "' is not a device root", initRemedy(directory));
   }
+  const std::string remedy = "write it again: quillon device init " + directory.string();
+  const auto text = readWholeFile(file, kMaxTextSize);
+  if (!text) {
+    return fail("cannot read '" + file.string() + "': " + fileErrorText(errno, kMaxTextSize),
+                remedy);
+  }
   try {
-    return interpret(toml::parse_file(file.string()), file);
+    return interpret(toml::parse(*text, file.string()), file);
   } catch (const toml::parse_error& wrong) {
-    return fail("cannot read '" + file.string() + "': " + std::string(wrong.description()),
-                "write it again: quillon device init " + directory.string());
+    return fail("cannot read '" + file.string() + "': " + std::string(wrong.description()), remedy);
   }
 }
 

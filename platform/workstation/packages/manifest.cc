@@ -191,7 +191,7 @@ Expected<Manifest> readDocument(const toml::table& document, const fs::path& pat
 }
 
 Expected<std::string> contents(const fs::path& path) {
-  if (auto text = readWholeFile(path)) {
+  if (auto text = readWholeFile(path, kMaxTextSize)) {
     return std::move(*text);
   }
   const int cause = errno;
