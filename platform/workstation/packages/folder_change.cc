@@ -54,11 +54,16 @@ bool rename(const Place& from, const Place& to, unsigned flags) {
          0;
 }
 
-// A unique name in the same folder, and therefore on the same file system.
+// An unused name in the same folder, and therefore on the same file system. An earlier process with
+// the same id may have left files that it could not delete.
 fs::path temporaryNameFor(const fs::path& root) {
   static std::atomic<unsigned> count;
-  return root.parent_path() /
-         (".quillon-" + std::to_string(getpid()) + "-" + std::to_string(++count));
+  fs::path path;
+  do {
+    path = root.parent_path() /
+           (".quillon-" + std::to_string(getpid()) + "-" + std::to_string(++count));
+  } while (inodeOf(Place(path)) != 0);
+  return path;
 }
 
 Expected<std::vector<LogEntry>> logEntries(Registry& registry) {

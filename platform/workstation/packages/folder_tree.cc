@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <string>
 #include <vector>
 
 #include "path_failure.h"

@@ -21,7 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
 using torture::Follower;
 using torture::SystemCall;
 using torture::Verdict;
@@ -172,6 +171,31 @@ TEST_F(PackageFiles, OfAnyDepthAreRefused) {
   EXPECT_THAT(failureOf(sample.install()), HasSubstr("is more than 100 folders deep"));
 }
 
+// Process ids repeat. In a container every installation may have the same one.
+TEST_F(PackageFiles, AreNotPutInAFolderOfAnotherProcess) {
+  EXPECT_EQ(inChild([] {
+              constexpr int kFolders = 300;  // more than this program has used
+              const auto left = [](int number) {
+                return "/opt/usr/apps/.quillon-" + std::to_string(getpid()) + "-" +
+                       std::to_string(number);
+              };
+              for (int number = 1; number <= kFolders; ++number) {
+                writeFile(left(number) + "/file", "");
+              }
+              SamplePackage sample("p");
+              if (!sample.file("f", "").install() || !removePackage("p").value_or(false)) {
+                return 1;
+              }
+              for (int number = 1; number <= kFolders; ++number) {
+                if (!fs::exists(left(number) + "/file")) {
+                  return 2;
+                }
+              }
+              return 0;
+            }),
+            0);
+}
+
 class PlantedLink : public InsideDeviceTest, public ::testing::WithParamInterface<const char*> {
  protected:
   // Installs a package with a link to `target` in place of the platform's file.
@@ -263,6 +287,16 @@ TEST_F(SmallDisk, RemovesPackagesWhenItIsFull) {
       }
     }
     return listPackages().value().empty() ? 0 : 4;
+  });
+}
+
+TEST_F(SmallDisk, RegistersProcessesWhenItIsFull) {
+  onSmallDisk([] {
+    if (!install("p", 1) || !workstation::registerProcess(getpid(), "p")) {
+      return 1;
+    }
+    fillDisk();
+    return inChild([] { return workstation::registerProcess(getpid(), "p") ? 0 : 2; });
   });
 }
 

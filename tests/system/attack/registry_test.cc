@@ -25,7 +25,6 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-using ::testing::Not;
 using ::testing::StartsWith;
 using torture::Follower;
 using torture::SystemCall;
