@@ -200,8 +200,8 @@ TEST_F(RegistryAttack, AFolderIsReported) {
   expectFailureThatNames("not a regular file");
 }
 
-// Whoever can open a file can lock it. Here the lock of a reader, taken in other ways than flock(2)
-// too.
+// A process can lock every file that it can open. Here it locks the registry as readers of SQLite
+// do.
 TEST_F(RegistryAttack, OtherUsersCannotBlockAnInstallation) {
   struct stat status {};
   ASSERT_EQ(chmod(inData("packages.lock").c_str(), 0644), 0);  // as earlier versions made it
