@@ -7,15 +7,30 @@
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <system_error>
-
-#include "quillon/base/descriptor.h"
+#include <utility>
 
 namespace quillon {
 namespace {
 
 constexpr int kWriteTimeoutMs = 1000;
 constexpr size_t kTypicalSize = 2048;
+
+// O_NONBLOCK, since open(2) of a FIFO would wait for its other end.
+constexpr int kOpenFlags = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+// Whether `file` is open and a regular file. Sets errno if it is not.
+bool isRegular(const Descriptor& file, struct stat& status) {
+  if (!file || fstat(file.get(), &status) != 0) {
+    return false;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return false;
+  }
+  return true;
+}
 
 // Whether to retry a write(2) that failed with errno. Waits if the descriptor is full.
 bool mayRetry(int descriptor) {
@@ -46,27 +61,63 @@ std::filesystem::path libraryOf(const std::filesystem::path& executable, const c
   return prefix / QUILLON_INSTALLED_LIBRARIES / name;
 }
 
-std::optional<std::string> readWholeFile(const std::filesystem::path& file) {
-  // O_NONBLOCK, since open(2) of a FIFO would wait for a writer.
-  const Descriptor source(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+RegularFile openRegularFile(const std::filesystem::path& file, std::size_t limit) {
+  Descriptor opened(open(file.c_str(), O_RDONLY | kOpenFlags));
   struct stat status {};
-  if (!source || fstat(source.get(), &status) != 0) {
+  if (!isRegular(opened, status)) {
+    return {};
+  }
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size > limit) {
+    errno = EFBIG;
+    return {};
+  }
+  return {std::move(opened), size};
+}
+
+std::optional<std::string> readWholeFile(const std::filesystem::path& file, std::size_t limit) {
+  const RegularFile source = openRegularFile(file, limit);
+  if (!source.descriptor) {
     return std::nullopt;
   }
-  if (!S_ISREG(status.st_mode)) {
-    errno = EINVAL;
-    return std::nullopt;
-  }
-  std::string content(static_cast<size_t>(status.st_size), '\0');
+  std::string content(source.size, '\0');
   size_t length = 0;
-  for (ssize_t part = 1; part > 0 && length < content.size();) {
-    part = read(source.get(), content.data() + length, content.size() - length);
-    if (part > 0) {
-      length += static_cast<size_t>(part);
+  while (length < content.size()) {
+    const ssize_t part =
+        read(source.descriptor.get(), content.data() + length, content.size() - length);
+    if (part == 0) {
+      break;  // the file has become shorter
     }
+    if (part < 0 && errno != EINTR) {
+      return std::nullopt;
+    }
+    length += part < 0 ? 0 : static_cast<size_t>(part);
   }
   content.resize(length);
   return content;
+}
+
+Descriptor openForAppending(const std::filesystem::path& file) {
+  constexpr mode_t kMode = 0644;
+  Descriptor opened(open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | kOpenFlags, kMode));
+  if (!opened && errno == ENXIO) {
+    errno = EINVAL;  // a FIFO without a reader, or a socket
+  }
+  struct stat status {};
+  return isRegular(opened, status) ? std::move(opened) : Descriptor();
+}
+
+std::string fileErrorText(int error, std::size_t limit) {
+  constexpr std::size_t kMebibyte = std::size_t{1} << 20;
+  switch (error) {
+    case EISDIR:
+    case EINVAL:
+      return "not a regular file";
+    case EFBIG:
+      return "larger than " + std::to_string(limit / kMebibyte) + " MiB";
+    default:
+      return std::strerror(error);
+  }
 }
 
 std::string readSmallFileAt(int directory, const char* file) {

@@ -1,12 +1,20 @@
 // Reads and writes whole files.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "quillon/base/descriptor.h"
+
 namespace quillon {
+
+// Size limits in bytes, see docs/limits.md: of files that people and tools write, such as manifests
+// and configuration keys, and of assemblies.
+inline constexpr std::size_t kMaxTextSize = std::size_t{1} << 20;
+inline constexpr std::size_t kMaxAssemblySize = std::size_t{256} << 20;
 
 // Returns the path of the running program, or an empty path if /proc is not readable.
 std::filesystem::path executablePath();
@@ -15,9 +23,29 @@ std::filesystem::path executablePath();
 // in a build folder, else in the library folder of the installation. The file may be missing.
 std::filesystem::path libraryOf(const std::filesystem::path& executable, const char* name);
 
-// Returns the bytes of a regular file. Returns nullopt with errno if the file cannot be opened;
-// errno is EINVAL if it is not a regular file. Never waits for the other end of a FIFO.
-std::optional<std::string> readWholeFile(const std::filesystem::path& file);
+struct RegularFile {
+  Descriptor descriptor;
+  std::size_t size = 0;  // when it was opened
+};
+
+// Opens a regular file for reading. Returns an invalid descriptor with errno on failure: EISDIR for
+// a folder, EINVAL for any other file that is not regular, EFBIG for more than `limit` bytes. Never
+// waits for the other end of a FIFO.
+RegularFile openRegularFile(const std::filesystem::path& file, std::size_t limit);
+
+// Returns the bytes of a regular file. Returns nullopt with errno if the file cannot be opened (see
+// openRegularFile) or read.
+std::optional<std::string> readWholeFile(const std::filesystem::path& file, std::size_t limit);
+
+// Opens a regular file for appending, and creates it if it is missing. Returns an invalid
+// descriptor with errno on failure, as openRegularFile() does. Never waits for the other end of a
+// FIFO.
+Descriptor openForAppending(const std::filesystem::path& file);
+
+// Describes a failure of these three functions, for example "not a regular file".
+//
+// error  errno of the failure
+std::string fileErrorText(int error, std::size_t limit = 0);
 
 // Returns the bytes of a short file, for example of one below /proc, whose size stat(2) reports as
 // 0. `file` is relative to the open directory `directory` (see openat(2)). Returns an empty string

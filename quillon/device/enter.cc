@@ -144,7 +144,9 @@ Expected<void> enterFromOutside(const fs::path& directory, const EnterOptions& o
 
 }  // namespace
 
-std::optional<fs::path> current() { return readWholeFile("/" + std::string(kInsideMarker)); }
+std::optional<fs::path> current() {
+  return readWholeFile("/" + std::string(kInsideMarker), kMaxTextSize);
+}
 
 Expected<void> enter(const fs::path& directory, const EnterOptions& options) {
   const auto inside = current();

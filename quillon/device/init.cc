@@ -1,10 +1,15 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <cerrno>
-#include <fstream>
+#include <cstring>
 #include <string>
 #include <system_error>
 
 #include "device_paths.h"
+#include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
+#include "quillon/base/folders.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/record.h"
@@ -33,56 +38,93 @@ constexpr const char* kDirectories[] = {device_paths::kNetcoreapp,
 
 constexpr char kFlagFileContent[] = "[dotnet]\n";
 
-Expected<void> makeDirectory(const fs::path& directory) {
-  std::error_code error;
-  fs::create_directories(directory, error);
-  if (!error && !fs::is_directory(directory, error)) {
-    error = std::make_error_code(std::errc::not_a_directory);
-  }
-  if (error) {
-    return fail("cannot create the folder '" + directory.string() + "': " + error.message(),
-                "choose a folder that you may write to");
-  }
-  return {};
+// The folder that becomes a device root. Another user may have planted symbolic links in it, so the
+// functions below follow none.
+struct Root {
+  fs::path path;
+  Descriptor folder;
+};
+
+tl::unexpected<Failure> cannotCreate(const fs::path& directory, const std::string& cause) {
+  return fail("cannot create the folder '" + directory.string() + "': " + cause,
+              "choose a folder that you may write to");
 }
 
-Expected<void> makeDirectories(const fs::path& root) {
-  for (const char* directory : kDirectories) {
-    RETURN_IF_FAILED(makeDirectory(pathInDevice(root, directory)));
-  }
-  const fs::path temporaryFiles = pathInDevice(root, kTemporaryFiles);
+Expected<Root> makeRoot(const fs::path& directory) {
   std::error_code error;
-  fs::permissions(temporaryFiles, fs::perms::all | fs::perms::sticky_bit, error);
+  fs::create_directories(directory, error);
   if (error) {
-    return fail("cannot open '" + temporaryFiles.string() + "' to everyone: " + error.message(),
+    return cannotCreate(directory, error.message());
+  }
+  Descriptor folder(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) {
+    return cannotCreate(directory, std::strerror(errno));
+  }
+  return Root{directory, std::move(folder)};
+}
+
+// Leaves a symbolic link to a folder as it is.
+Expected<void> makeDirectory(const Root& root, const fs::path& directory) {
+  if (openFolderWithoutLinks(root.folder.get(), directory, MissingFolder::kMake)) {
+    return {};
+  }
+  const int cause = errno;
+  std::error_code error;
+  if (fs::is_directory(root.path / directory, error)) {
+    return {};
+  }
+  return cannotCreate(root.path / directory, std::strerror(cause));
+}
+
+Expected<void> makeDirectories(const Root& root) {
+  for (const char* directory : kDirectories) {
+    RETURN_IF_FAILED(makeDirectory(root, inRoot(directory)));
+  }
+  constexpr mode_t kEveryone = 01777;
+  const Descriptor temporaryFiles =
+      openFolderWithoutLinks(root.folder.get(), inRoot(kTemporaryFiles));
+  if (!temporaryFiles || fchmod(temporaryFiles.get(), kEveryone) != 0) {
+    const int cause = errno;
+    return fail("cannot open '" + pathInDevice(root.path, kTemporaryFiles).string() +
+                    "' to everyone: " + std::strerror(cause),
                 "let the folder's owner run this");
   }
   return {};
 }
 
-Expected<void> writeIfMissing(const fs::path& file, const std::string& content) {
-  std::error_code error;
-  if (fs::exists(fs::symlink_status(file, error))) {
+Descriptor openFlagFile(const Root& root, const fs::path& file, int flags) {
+  constexpr mode_t kMode = 0644;
+  const Descriptor folder = openFolderWithoutLinks(root.folder.get(), file.parent_path());
+  return Descriptor(openat(folder.get(), file.filename().c_str(),
+                           flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kMode));
+}
+
+std::optional<std::string> readFlagFile(const Root& root, const fs::path& file) {
+  const Descriptor opened = openFlagFile(root, file, O_RDONLY);
+  struct stat status {};
+  if (!opened || fstat(opened.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      static_cast<size_t>(status.st_size) > kMaxTextSize) {
+    return std::nullopt;
+  }
+  return readAll(opened.get());
+}
+
+Expected<void> writeIfMissing(const Root& root, const fs::path& file, const std::string& content) {
+  const Descriptor made = openFlagFile(root, file, O_WRONLY | O_CREAT | O_EXCL);
+  if (made ? writeAll(made.get(), content) : errno == EEXIST) {
     return {};
   }
-  std::ofstream stream(file, std::ios::binary);
-  stream << content;
-  stream.close();
-  if (!stream) {
-    return fail("cannot write '" + file.string() + "'", "make the folder writable");
-  }
-  return {};
+  return fail("cannot write '" + (root.path / file).string() + "'", "make the folder writable");
 }
 
 // Makes the read-only and the writable flag file with the same content, since the plug-in drops its
 // caches when they differ. A missing file becomes a copy of the other one.
-Expected<void> makeFlagFiles(const fs::path& root) {
-  const fs::path readOnly = pathInDevice(root, device_paths::kReadOnlyFlags);
-  const fs::path writable = pathInDevice(root, device_paths::kWritableFlags);
-  const std::string content =
-      fs::exists(writable) ? readWholeFile(writable).value_or("") : std::string(kFlagFileContent);
-  RETURN_IF_FAILED(writeIfMissing(readOnly, content));
-  return writeIfMissing(writable, readWholeFile(readOnly).value_or(""));
+Expected<void> makeFlagFiles(const Root& root) {
+  const fs::path readOnly = inRoot(device_paths::kReadOnlyFlags);
+  const fs::path writable = inRoot(device_paths::kWritableFlags);
+  RETURN_IF_FAILED(
+      writeIfMissing(root, readOnly, readFlagFile(root, writable).value_or(kFlagFileContent)));
+  return writeIfMissing(root, writable, readFlagFile(root, readOnly).value_or(""));
 }
 
 Expected<Record> recordOf(const InitOptions& options) {
@@ -107,9 +149,10 @@ Expected<void> init(const fs::path& directory, const InitOptions& options) {
     return fail("'/' cannot be a device root, since it holds this machine's files",
                 "choose an empty folder");
   }
-  RETURN_IF_FAILED(makeDirectory(directory / kRecordDirectory));
-  RETURN_IF_FAILED(makeDirectories(directory));
-  RETURN_IF_FAILED(makeFlagFiles(directory));
+  ASSIGN_OR_RETURN(const Root root, makeRoot(directory));
+  RETURN_IF_FAILED(makeDirectory(root, kRecordDirectory));
+  RETURN_IF_FAILED(makeDirectories(root));
+  RETURN_IF_FAILED(makeFlagFiles(root));
   // The record comes last, so that a folder with a record is complete.
   return writeRecord(directory, record);
 }

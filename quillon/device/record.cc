@@ -1,12 +1,18 @@
 #include "quillon/device/record.h"
 
+#include <fcntl.h>
+#include <stdio.h>
 #include <toml++/toml.h>
 #include <unistd.h>
 
-#include <fstream>
+#include <cerrno>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <system_error>
 
+#include "quillon/base/files.h"
+#include "quillon/base/folders.h"
 #include "quillon/device/layout.h"
 
 namespace quillon::device {
@@ -30,6 +36,22 @@ Expected<Record> interpret(const toml::table& table, const std::filesystem::path
   return record;
 }
 
+// Writes a new file and renames it to `name`. Links that are planted at either name are replaced,
+// not followed.
+bool replaceFile(int folder, const std::string& name, const std::string& content) {
+  constexpr mode_t kMode = 0644;
+  const std::string fresh = name + "." + std::to_string(getpid());
+  unlinkat(folder, fresh.c_str(), 0);
+  const Descriptor file(
+      openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
+  if (file && writeAll(file.get(), content) &&
+      renameat(folder, fresh.c_str(), folder, name.c_str()) == 0) {
+    return true;
+  }
+  unlinkat(folder, fresh.c_str(), 0);
+  return false;
+}
+
 }  // namespace
 
 Expected<Record> readRecord(const std::filesystem::path& directory) {
@@ -45,34 +67,34 @@ Expected<Record> readRecord(const std::filesystem::path& directory) {
   if (!std::filesystem::is_regular_file(file, error)) {
     return fail("'" + directory.string() + "' is not a device root", initRemedy(directory));
   }
-  try {
-    return interpret(toml::parse_file(file.string()), file);
-  } catch (const toml::parse_error& wrong) {
-    return fail("cannot read '" + file.string() + "': " + std::string(wrong.description()),
+  const auto unreadable = [&](std::string_view cause) {
+    return fail("cannot read '" + file.string() + "': " + std::string(cause),
                 "write it again: quillon device init " + directory.string());
+  };
+  const auto text = readWholeFile(file, kMaxTextSize);
+  if (!text) {
+    return unreadable(fileErrorText(errno, kMaxTextSize));
+  }
+  try {
+    return interpret(toml::parse(*text, file.string()), file);
+  } catch (const toml::parse_error& wrong) {
+    return unreadable(wrong.description());
   }
 }
 
 Expected<void> writeRecord(const std::filesystem::path& directory, const Record& record) {
-  const std::filesystem::path file = directory / kRecord;
-  const std::filesystem::path fresh = file.string() + "." + std::to_string(getpid());
   toml::table table{{"format", kFormat}};
   if (record.framework) {
     table.insert("framework", record.framework->string());
   }
-  std::ofstream stream(fresh, std::ios::trunc);
-  stream << table << '\n';
-  stream.close();
-  std::error_code error;
-  if (stream) {
-    std::filesystem::rename(fresh, file, error);
-    if (!error) {
-      return {};
-    }
+  std::ostringstream text;
+  text << table << '\n';
+  const Descriptor root(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor folder = openFolderWithoutLinks(root.get(), kRecordDirectory);
+  if (replaceFile(folder.get(), std::filesystem::path(kRecord).filename(), text.str())) {
+    return {};
   }
-  std::error_code ignored;
-  std::filesystem::remove(fresh, ignored);
-  return fail("cannot write '" + file.string() + "'", "make the folder writable");
+  return fail("cannot write '" + (directory / kRecord).string() + "'", "make the folder writable");
 }
 
 }  // namespace quillon::device

@@ -39,6 +39,12 @@ bool isFolder(const Descriptor& file) {
   return fstat(file.get(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+// Repeats a mode that mkdirat(2) has applied the umask to. Not by name: the owner of the device
+// root may have replaced the folder by a link.
+void allowEveryoneToList(const Descriptor& folder) {
+  chmod(("/proc/self/fd/" + std::to_string(folder.get())).c_str(), 0755);
+}
+
 }  // namespace
 
 // A mount over "/" is not visible yet: the root directory of the process stays the one below it.
@@ -114,8 +120,8 @@ Expected<Descriptor> View::makeMountPoint(const std::string& path, bool folder) 
       Descriptor made(openat(place.get(), name.c_str(), O_CREAT | O_EXCL | O_CLOEXEC, 0644));
       next = Descriptor(openat(place.get(), name.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW));
     } else if (!next && mkdirat(place.get(), name.c_str(), 0755) == 0) {
-      fchmodat(place.get(), name.c_str(), 0755, 0);  // mkdirat(2) applied the umask
       next = openFolder(place, name);
+      allowEveryoneToList(next);
     }
     if (!next) {
       return stepFailed(

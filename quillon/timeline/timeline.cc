@@ -3,7 +3,10 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
+#include <sstream>
+#include <utility>
 
 #include "quillon/base/files.h"
 
@@ -11,6 +14,8 @@ namespace quillon::timeline {
 namespace {
 
 using Json = nlohmann::json;
+
+constexpr std::size_t kMaxTraceSize = std::size_t{64} << 20;
 
 // A thread whose events are being read.
 struct OpenThread {
@@ -21,10 +26,11 @@ struct OpenThread {
 template <typename Value>
 Value field(const Json& event, const char* name, Value fallback) {
   const auto found = event.find(name);
-  if (found == event.end() || found->is_number() != std::is_arithmetic_v<Value>) {
+  if (found == event.end()) {
     return fallback;
   }
-  return found->template get<Value>();
+  const bool fits = std::is_arithmetic_v<Value> ? found->is_number() : found->is_string();
+  return fits ? found->template get<Value>() : fallback;
 }
 
 // Each line is one event, followed by a comma.
@@ -106,14 +112,20 @@ Timeline TimelineReader::finish() {
   return timeline;
 }
 
+Expected<std::string> contentOf(const std::filesystem::path& traceFile) {
+  if (auto content = readWholeFile(traceFile, kMaxTraceSize)) {
+    return std::move(*content);
+  }
+  return fail(
+      "cannot read the trace '" + traceFile.string() + "': " + fileErrorText(errno, kMaxTraceSize),
+      "name a file that QUILLON_TRACE or --timeline wrote");
+}
+
 }  // namespace
 
 Expected<Timeline> readTimeline(const std::filesystem::path& traceFile) {
-  std::ifstream stream(traceFile, std::ios::binary);
-  if (!stream) {
-    return fail("cannot read the trace '" + traceFile.string() + "'",
-                "name a file that QUILLON_TRACE or --timeline wrote");
-  }
+  ASSIGN_OR_RETURN(std::string content, contentOf(traceFile));
+  std::istringstream stream(std::move(content));
   TimelineReader reader;
   for (std::string line; std::getline(stream, line);) {
     const Json event = eventOf(line);
@@ -131,13 +143,10 @@ Expected<Timeline> readTimeline(const std::filesystem::path& traceFile) {
 
 // Every event ends with a comma and a line break.
 Expected<void> closeTrace(const std::filesystem::path& traceFile) {
-  const auto content = readWholeFile(traceFile);
-  if (!content) {
-    return fail("cannot read the trace '" + traceFile.string() + "'", "see that it may be read");
-  }
-  const size_t end = content->rfind(",\n");
+  ASSIGN_OR_RETURN(const std::string content, contentOf(traceFile));
+  const size_t end = content.rfind(",\n");
   std::ofstream stream(traceFile, std::ios::binary | std::ios::trunc);
-  stream << (end == std::string::npos ? "[" : content->substr(0, end)) << "\n]\n";
+  stream << (end == std::string::npos ? "[" : content.substr(0, end)) << "\n]\n";
   if (stream.flush()) {
     return {};
   }

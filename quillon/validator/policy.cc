@@ -6,7 +6,6 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
-#include <cstring>
 #include <optional>
 
 #include "quillon/base/files.h"
@@ -152,11 +151,11 @@ class PolicyReader {
 }  // namespace
 
 Expected<Policy> readPolicy(const fs::path& file) {
-  const auto content = readWholeFile(file);
+  const auto content = readWholeFile(file, kMaxTextSize);
   if (!content) {
-    const std::string reason = errno == EINVAL ? "not a regular file" : std::strerror(errno);
-    return fail("cannot read the policy '" + file.string() + "': " + reason,
-                "name a readable TOML file");
+    return fail(
+        "cannot read the policy '" + file.string() + "': " + fileErrorText(errno, kMaxTextSize),
+        "name a readable TOML file");
   }
   try {
     const toml::table document = toml::parse(*content, file.string());

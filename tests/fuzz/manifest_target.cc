@@ -52,7 +52,7 @@ void requirePackage(const Package& package) {
   FUZZ_REQUIRE(package.rootPath.find(':') == std::string::npos);
   FUZZ_REQUIRE(fs::path(package.rootPath).lexically_normal() == package.rootPath);
   FUZZ_REQUIRE(hasNoWayUp(package.rootPath));
-  FUZZ_REQUIRE(package.rootPath.starts_with("/opt/usr/") ||
+  FUZZ_REQUIRE(package.rootPath.starts_with("/opt/usr/apps/") ||
                package.rootPath.starts_with("/usr/apps/") ||
                package.rootPath.starts_with("/opt/share/"));
   for (const std::string& privilege : package.privileges) {

@@ -2,17 +2,34 @@
 
 #include <sqlite3.h>
 
-#include "path_failure.h"
+#include <cstring>
+
+#include "data_paths.h"
 
 namespace quillon::workstation {
 namespace {
 
-constexpr int kLockWaitMs = 10'000;
+// How long recoverFile() waits for a lock of a process that changes the file in place.
+constexpr int kLockWaitMs = 1000;
 
 // By default SQLite allocates and touches twenty pages when a page cache gets its first page, but a
 // lookup reads fewer than ten. Has no effect if the process has already initialized SQLite.
 void leavePagesToMalloc() {
   [[maybe_unused]] static const int result = sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
+}
+
+const char* remedyFor(int result) {
+  switch (result) {
+    case SQLITE_NOTADB:
+    case SQLITE_CORRUPT:
+      return "remove the file and install the packages again";
+    case SQLITE_READONLY:
+    case SQLITE_CANTOPEN:
+      return "an earlier version was interrupted while it changed the file: run "
+             "'quillon package list' as the user who owns it";
+    default:
+      return "";
+  }
 }
 
 }  // namespace
@@ -21,26 +38,53 @@ void Database::Close::operator()(sqlite3* connection) const { sqlite3_close(conn
 
 void Statement::Finalize::operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 
-Expected<Database> Database::open(const std::string& path, bool writable) {
+Expected<Database> Database::open(const char* name) {
   leavePagesToMalloc();
-  Database database(path);
+  Database database;
   sqlite3* connection = nullptr;
-  const int flags = writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY;
-  const int result =
-      sqlite3_open_v2(path.c_str(), &connection, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
+  const int result = sqlite3_open_v2(name, &connection, kFlags, nullptr);
   database.connection_.reset(connection);
   if (result != SQLITE_OK) {
     return tl::unexpected(database.failure());
   }
-  sqlite3_busy_timeout(connection, kLockWaitMs);
-  if (!writable) {
-    return database;
-  }
-  RETURN_IF_FAILED(database.run("PRAGMA foreign_keys = ON"));
   return database;
 }
 
-bool Database::isInTransaction() const { return sqlite3_get_autocommit(get()) == 0; }
+Expected<Database> Database::fromBytes(std::string_view bytes) {
+  ASSIGN_OR_RETURN(Database database, open(":memory:"));
+  if (bytes.empty()) {
+    return database;
+  }
+  // SQLite owns and frees the copy, also if the call fails.
+  auto* const copy = static_cast<unsigned char*>(sqlite3_malloc64(bytes.size()));
+  if (copy == nullptr) {
+    return fail("out of memory");
+  }
+  std::memcpy(copy, bytes.data(), bytes.size());
+  const auto size = static_cast<sqlite3_int64>(bytes.size());
+  constexpr unsigned kFlags = SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_RESIZEABLE;
+  if (sqlite3_deserialize(database.get(), "main", copy, size, size, kFlags) != SQLITE_OK) {
+    return tl::unexpected(database.failure());
+  }
+  return database;
+}
+
+Expected<std::string> Database::recoverFile(const char* path) {
+  ASSIGN_OR_RETURN(const Database database, open(path));
+  sqlite3_busy_timeout(database.get(), kLockWaitMs);
+  return database.bytes();
+}
+
+Expected<std::string> Database::bytes() const {
+  sqlite3_int64 size = 0;
+  const std::unique_ptr<unsigned char, decltype(&sqlite3_free)> copy(
+      sqlite3_serialize(get(), "main", &size, 0), sqlite3_free);
+  if (!copy && size != 0) {
+    return tl::unexpected(failure());
+  }
+  return std::string(reinterpret_cast<const char*>(copy.get()), static_cast<size_t>(size));
+}
 
 Expected<void> Database::run(const char* sql) {
   if (sqlite3_exec(get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK) {
@@ -52,11 +96,8 @@ Expected<void> Database::run(const char* sql) {
 Failure Database::failure() const {
   const int result = connection_ ? sqlite3_errcode(get()) : SQLITE_NOMEM;
   const std::string cause = connection_ ? sqlite3_errmsg(get()) : sqlite3_errstr(result);
-  const bool damaged = result == SQLITE_NOTADB || result == SQLITE_CORRUPT;
-  return {"the package registry '" + path_ + "' failed: " + cause,
-          damaged                 ? "remove the file and install the packages again"
-          : result == SQLITE_BUSY ? "try again when the other installation has ended"
-                                  : kWritableRemedy};
+  return {std::string("the package registry '") + kRegistryPath + "' failed: " + cause,
+          remedyFor(result)};
 }
 
 Statement::Statement(const Database& database, const char* sql) : database_(database) {
@@ -117,26 +158,6 @@ Expected<void> Statement::finish() {
     return tl::unexpected(failure_);
   }
   return {};
-}
-
-Transaction::~Transaction() {
-  if (open_) {
-    sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
-  }
-}
-
-Expected<void> Transaction::begin() {
-  auto begun = database_.run("BEGIN IMMEDIATE");
-  open_ = begun.has_value();
-  return begun;
-}
-
-Expected<void> Transaction::commit() {
-  auto committed = database_.run("COMMIT");
-  if (committed) {
-    open_ = false;
-  }
-  return committed;
 }
 
 }  // namespace quillon::workstation

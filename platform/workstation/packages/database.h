@@ -1,9 +1,10 @@
-// RAII wrappers of SQLite: a connection, a prepared statement, a transaction.
+// RAII wrappers of SQLite: a database in memory and a prepared statement.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "quillon/base/failure.h"
 
@@ -12,17 +13,21 @@ struct sqlite3_stmt;
 
 namespace quillon::workstation {
 
-// A connection. Thread safety: one thread at a time may use it and its statements.
+// A database in memory. Its bytes are those of an SQLite database file. Thread safety: one thread
+// at a time may use it and its statements.
 class Database {
  public:
-  // Opens the database file. Without `writable` the file must exist and is never changed. Each
-  // statement waits up to ten seconds for a lock that another process holds.
-  static Expected<Database> open(const std::string& path, bool writable);
+  // A copy of the database file with these bytes. An empty file is an empty database.
+  static Expected<Database> fromBytes(std::string_view bytes);
+
+  // The bytes of a database file that SQLite changes in place. Recovers the file first: SQLite
+  // rolls back what an interrupted process has left in the file's journal.
+  static Expected<std::string> recoverFile(const char* path);
+
+  [[nodiscard]] Expected<std::string> bytes() const;
 
   // Runs statements that have no parameters and no results.
   Expected<void> run(const char* sql);
-
-  [[nodiscard]] bool isInTransaction() const;
 
   // The failure of the latest call, with SQLite's error message.
   [[nodiscard]] Failure failure() const;
@@ -33,8 +38,7 @@ class Database {
   struct Close {
     void operator()(sqlite3* connection) const;
   };
-  explicit Database(std::string path) : path_(std::move(path)) {}
-  std::string path_;
+  static Expected<Database> open(const char* name);
   std::unique_ptr<sqlite3, Close> connection_;
 };
 
@@ -72,22 +76,6 @@ class Statement {
   int parameter_ = 0;
   bool failed_ = false;
   Failure failure_;
-};
-
-// A write transaction. The destructor rolls it back unless it was committed.
-class Transaction {
- public:
-  explicit Transaction(Database& database) : database_(database) {}
-  ~Transaction();
-  Transaction(const Transaction&) = delete;
-  Transaction& operator=(const Transaction&) = delete;
-
-  Expected<void> begin();
-  Expected<void> commit();
-
- private:
-  Database& database_;
-  bool open_ = false;
 };
 
 }  // namespace quillon::workstation

@@ -11,7 +11,10 @@
 #include <vector>
 
 #include "data_paths.h"
+#include "log/log_failure.h"
+#include "packages/folder_tree.h"
 #include "path_failure.h"
+#include "quillon/base/folders.h"
 
 namespace quillon::workstation {
 namespace {
@@ -29,21 +32,38 @@ struct LogEntry {
   uint64_t inode;
 };
 
+// The name of a file and the open folder that it is in. The folder is invalid if it is missing or
+// is reached through a symbolic link.
+struct Place {
+  explicit Place(const fs::path& path)
+      : folder(openFolderWithoutLinks(AT_FDCWD, path.parent_path())), name(path.filename()) {}
+  Descriptor folder;
+  std::string name;
+};
+
 // 0 if there is no such file.
-uint64_t inodeOf(const fs::path& path) {
+uint64_t inodeOf(const Place& place) {
   struct stat status {};
-  return lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+  const bool exists =
+      fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  return exists ? status.st_ino : 0;
 }
 
-bool exchange(const fs::path& one, const fs::path& other) {
-  return renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0;
+bool rename(const Place& from, const Place& to, unsigned flags) {
+  return renameat2(from.folder.get(), from.name.c_str(), to.folder.get(), to.name.c_str(), flags) ==
+         0;
 }
 
-// A unique name in the same folder, and therefore on the same file system.
+// An unused name in the same folder, and therefore on the same file system. An earlier process with
+// the same id may have left files that it could not delete.
 fs::path temporaryNameFor(const fs::path& root) {
   static std::atomic<unsigned> count;
-  return root.parent_path() /
-         (".quillon-" + std::to_string(getpid()) + "-" + std::to_string(++count));
+  fs::path path;
+  do {
+    path = root.parent_path() /
+           (".quillon-" + std::to_string(getpid()) + "-" + std::to_string(++count));
+  } while (inodeOf(Place(path)) != 0);
+  return path;
 }
 
 Expected<std::vector<LogEntry>> logEntries(Registry& registry) {
@@ -59,38 +79,60 @@ Expected<std::vector<LogEntry>> logEntries(Registry& registry) {
 
 // Undoes the step, if it was taken.
 bool undo(const LogEntry& entry) {
-  if (entry.step == kReplace && inodeOf(entry.root) == entry.inode) {
-    return inodeOf(entry.temporary) != 0 ? exchange(entry.temporary, entry.root)
-                                         : rename(entry.root.c_str(), entry.temporary.c_str()) == 0;
+  const Place root(entry.root);
+  const Place temporary(entry.temporary);
+  const bool hasTemporary = inodeOf(temporary) != 0;
+  if (entry.step == kReplace && inodeOf(root) == entry.inode) {
+    return rename(root, temporary, hasTemporary ? RENAME_EXCHANGE : 0);
   }
-  if (entry.step == kRemove && inodeOf(entry.temporary) != 0) {
-    return rename(entry.temporary.c_str(), entry.root.c_str()) == 0;
+  return entry.step != kRemove || !hasTemporary || rename(temporary, root, 0);
+}
+
+// Returns whether there is no such folder now.
+bool removeFolder(const fs::path& path) {
+  const Place place(path);
+  const bool removed = place.folder ? removeTree(place.folder.get(), place.name) : errno == ENOENT;
+  if (!removed) {
+    logFailure(failAt("cannot remove the folder", path, "remove it by hand").value());
   }
-  return true;
+  return removed;
+}
+
+Expected<void> write(Registry& next, const LogEntry& entry) {
+  Statement row(next.database(), "INSERT OR REPLACE INTO folder_change VALUES(?1, ?2, ?3, ?4)");
+  row.bind(entry.temporary.string()).bind(entry.root.string()).bind(entry.step);
+  return row.bind(static_cast<int64_t>(entry.inode)).finish();
+}
+
+Expected<void> forget(Registry& next, const fs::path& temporary) {
+  Statement row(next.database(), "DELETE FROM folder_change WHERE aside = ?1");
+  return row.bind(temporary.string()).finish();
 }
 
 Expected<void> recover(Registry& registry, const LogEntry& entry) {
   if (!undo(entry)) {
     return failAt("cannot restore the folder", entry.root);
   }
-  std::error_code error;
-  fs::remove_all(entry.temporary, error);
-  if (error) {
-    return fail("cannot remove the folder '" + entry.temporary.string() + "': " + error.message(),
-                "remove it by hand");
+  if (!removeFolder(entry.temporary)) {
+    return {};
   }
-  Statement forget(registry.database(), "DELETE FROM folder_change WHERE aside = ?1");
-  return forget.bind(entry.temporary.string()).finish();
+  return registry.update([&](Registry& next) { return forget(next, entry.temporary); });
 }
 
 }  // namespace
 
+// Only the owner may open the lock: anyone who can open a file can lock it.
 Expected<InstallLock> InstallLock::acquire() {
-  constexpr mode_t kMode = 0644;
-  Descriptor file(open(kRegistryLockPath, O_RDWR | O_CREAT | O_CLOEXEC, kMode));
+  constexpr mode_t kMode = 0600;
+  const Descriptor folder = openFolderWithoutLinks(AT_FDCWD, kDataDirectory, MissingFolder::kMake);
+  if (!folder) {
+    return failAt("cannot make the folder", kDataDirectory);
+  }
+  Descriptor file(open(kRegistryLockPath, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kMode));
   if (!file) {
     return failAt("cannot open the lock", kRegistryLockPath);
   }
+  fchmod(file.get(), kMode);  // earlier versions let everyone read it
   while (flock(file.get(), LOCK_EX) != 0) {
     if (errno != EINTR) {
       return failAt("cannot take the lock", kRegistryLockPath);
@@ -107,33 +149,36 @@ FolderChange::~FolderChange() {
   [[maybe_unused]] const auto recovered = recoverFolders(registry_);
 }
 
-Expected<void> FolderChange::log(const fs::path& temporary, const char* step, uint64_t inode) {
-  Statement row(registry_.database(),
-                "INSERT OR REPLACE INTO folder_change VALUES(?1, ?2, ?3, ?4)");
-  row.bind(temporary.string()).bind(root_.string()).bind(step);
-  return row.bind(static_cast<int64_t>(inode)).finish();
+Expected<void> FolderChange::log(const char* step, uint64_t inode) {
+  return registry_.update([&](Registry& next) {
+    return write(next, {temporary_, root_, step, inode});
+  });
 }
 
-Expected<fs::path> FolderChange::stage() {
-  RETURN_IF_FAILED(log(temporary_, kGarbage, 0));
-  std::error_code error;
-  fs::create_directories(root_.parent_path(), error);
+Expected<Descriptor> FolderChange::stage() {
+  RETURN_IF_FAILED(log(kGarbage, 0));
+  const Descriptor parent =
+      openFolderWithoutLinks(AT_FDCWD, root_.parent_path(), MissingFolder::kMake);
+  if (!parent) {
+    return failAt("cannot make the folder", root_.parent_path());
+  }
   constexpr mode_t kMode = 0755;
-  if (error || mkdir(temporary_.c_str(), kMode) != 0) {
-    if (error) {
-      errno = error.value();
-    }
+  const std::string name = temporary_.filename();
+  if (mkdirat(parent.get(), name.c_str(), kMode) != 0) {
     return failAt("cannot make the folder", temporary_);
   }
-  return temporary_;
+  Descriptor staged = openFolderWithoutLinks(parent.get(), name);
+  if (!staged) {
+    return failAt("cannot open the folder", temporary_);
+  }
+  return staged;
 }
 
 Expected<void> FolderChange::replace() {
-  RETURN_IF_FAILED(log(temporary_, kReplace, inodeOf(temporary_)));
-  const bool replaced = inodeOf(root_) != 0 ? exchange(temporary_, root_)
-                                            : renameat2(AT_FDCWD, temporary_.c_str(), AT_FDCWD,
-                                                        root_.c_str(), RENAME_NOREPLACE) == 0;
-  if (replaced) {
+  const Place temporary(temporary_);
+  const Place root(root_);
+  RETURN_IF_FAILED(log(kReplace, inodeOf(temporary)));
+  if (rename(temporary, root, inodeOf(root) != 0 ? RENAME_EXCHANGE : RENAME_NOREPLACE)) {
     return {};
   }
   const bool unsupported = errno == EINVAL || errno == ENOSYS;
@@ -143,16 +188,26 @@ Expected<void> FolderChange::replace() {
 }
 
 Expected<void> FolderChange::remove() {
-  RETURN_IF_FAILED(log(temporary_, kRemove, 0));
-  if (rename(root_.c_str(), temporary_.c_str()) == 0 || errno == ENOENT) {
+  const Place root(root_);
+  if (inodeOf(root) == 0) {
+    return {};
+  }
+  RETURN_IF_FAILED(log(kRemove, 0));
+  if (rename(root, Place(temporary_), 0)) {
     return {};
   }
   return failAt("cannot move the folder", root_);
 }
 
-Expected<void> FolderChange::settle() { return log(temporary_, kGarbage, 0); }
+// The folder at the root may replace one that could not be deleted when it was abandoned.
+Expected<void> FolderChange::settle(Registry& next) const {
+  RETURN_IF_FAILED(forget(next, root_));
+  return write(next, {temporary_, root_, kGarbage, 0});
+}
 
-Expected<void> FolderChange::abandon(const fs::path& folder) { return log(folder, kGarbage, 0); }
+Expected<void> FolderChange::abandon(Registry& next, const fs::path& folder) const {
+  return write(next, {folder, root_, kGarbage, 0});
+}
 
 Expected<void> recoverFolders(Registry& registry) {
   ASSIGN_OR_RETURN(const auto entries, logEntries(registry));

@@ -9,14 +9,15 @@
 //                   the package's folder
 //   step "remove"   the package's folder is about to be renamed to the temporary name
 //
-// One transaction changes the registry and sets the step to "garbage". Before its commit, recovery
-// restores the old folder; after it, recovery deletes the temporary folder.
+// One update changes the packages and sets the step to "garbage". Before it, recovery restores the
+// old folder; after it, recovery deletes the temporary folder.
 //
 // Temporary names and rename(2) alone are not enough: without the log, recovery could not tell the
 // folder of an interrupted first install, or the old root of a package that moved, from a folder
 // that belongs to no package and must be kept.
 //
-// Callers hold the InstallLock during the whole change.
+// Folders are reached without following symbolic links. Callers hold the InstallLock during the
+// whole change.
 #pragma once
 
 #include <filesystem>
@@ -31,6 +32,8 @@ namespace quillon::workstation {
 class InstallLock {
  public:
   static Expected<InstallLock> acquire();
+  // False after the object was moved from.
+  [[nodiscard]] bool isHeld() const { return static_cast<bool>(file_); }
 
  private:
   explicit InstallLock(Descriptor file) : file_(std::move(file)) {}
@@ -45,25 +48,26 @@ class FolderChange {
   FolderChange(const FolderChange&) = delete;
   FolderChange& operator=(const FolderChange&) = delete;
 
-  // Creates the empty temporary folder and returns its path. The caller fills it.
-  Expected<std::filesystem::path> stage();
+  // Creates and opens the empty temporary folder, which the caller fills.
+  Expected<Descriptor> stage();
   // Puts the staged folder in the place of the package's folder, which may be missing.
   Expected<void> replace();
   // Renames the package's folder, if there is one, to the temporary name.
   Expected<void> remove();
-  // Makes the change permanent. Call inside the transaction that changes the registry.
-  Expected<void> settle();
-  // Deletes `folder`, an old root of the package, when the transaction commits. Call inside it.
-  Expected<void> abandon(const std::filesystem::path& folder);
+  // Makes the change permanent. Call in the update that changes the registry.
+  Expected<void> settle(Registry& next) const;
+  // Deletes `folder`, an old root of the package, after the update. Call in it.
+  Expected<void> abandon(Registry& next, const std::filesystem::path& folder) const;
 
  private:
-  Expected<void> log(const std::filesystem::path& temporary, const char* step, uint64_t inode);
+  Expected<void> log(const char* step, uint64_t inode);
   Registry& registry_;
   std::filesystem::path root_;
   std::filesystem::path temporary_;
 };
 
-// Finishes or undoes the changes of processes that were killed.
+// Finishes or undoes the changes of processes that were killed. A folder that cannot be deleted is
+// not a failure: it stays in the log, and the next call tries again.
 Expected<void> recoverFolders(Registry& registry);
 
 }  // namespace quillon::workstation

@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 
 #include "data_paths.h"
 #include "packages/folder_change.h"
+#include "packages/folder_tree.h"
 #include "packages/manifest.h"
 #include "packages/registry.h"
 #include "workstation/packages.h"
@@ -16,17 +16,26 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The registry, locked against other installers, without unfinished changes.
+// The registry, locked against other installers, without unfinished changes. Its end reserves space
+// for the next removal.
 struct InstallSession {
+  InstallSession(InstallLock taken, Registry opened)
+      : lock(std::move(taken)), registry(std::move(opened)) {}
+  InstallSession(InstallSession&&) = default;
+  ~InstallSession() {
+    if (lock.isHeld()) {
+      reserveSpace();
+    }
+  }
   InstallLock lock;
   Registry registry;
 };
 
-Expected<InstallSession> beginInstallSession() {
-  ASSIGN_OR_RETURN(Registry registry, Registry::openForWriting());
+Expected<InstallSession> beginInstallSession(Reserve reserve) {
   ASSIGN_OR_RETURN(InstallLock lock, InstallLock::acquire());
+  ASSIGN_OR_RETURN(Registry registry, Registry::openForWriting(reserve));
   RETURN_IF_FAILED(recoverFolders(registry));
-  return InstallSession{std::move(lock), std::move(registry)};
+  return InstallSession(std::move(lock), std::move(registry));
 }
 
 bool isWithin(const fs::path& inner, const fs::path& outer) {
@@ -90,48 +99,40 @@ Expected<void> checkPlace(const std::vector<Package>& installed, const Package& 
   return ownsRoot ? Expected<void>() : checkRootIsFree(package.rootPath);
 }
 
-Expected<void> copyFiles(const fs::path& from, const fs::path& to) {
+// The new files are copied to a folder beside the root.
+Expected<void> checkFilesAreElsewhere(const Manifest& manifest) {
   std::error_code error;
-  if (isWithin(fs::weakly_canonical(to, error), fs::weakly_canonical(from, error))) {
-    return fail("the package would be copied into its own files in '" + from.string() + "'",
-                "choose another 'package.root' or 'package.files'");
-  }
-  fs::copy(from, to, fs::copy_options::recursive | fs::copy_options::copy_symlinks, error);
-  if (!error) {
+  const fs::path target = fs::path(manifest.package.rootPath).parent_path();
+  if (!manifest.files || !isWithin(fs::weakly_canonical(target, error),
+                                   fs::weakly_canonical(*manifest.files, error))) {
     return {};
   }
-  return fail("cannot copy '" + from.string() + "' to '" + to.string() + "': " + error.message(),
-              "check that the files are readable and that the device root has space");
-}
-
-Expected<void> commit(Registry& registry, FolderChange& change,
-                      const std::function<Expected<void>()>& edit) {
-  Transaction transaction(registry.database());
-  RETURN_IF_FAILED(transaction.begin());
-  RETURN_IF_FAILED(edit());
-  RETURN_IF_FAILED(change.settle());
-  return transaction.commit();
+  return fail(
+      "the package would be copied into its own files in '" + manifest.files->string() + "'",
+      "choose another 'package.root' or 'package.files'");
 }
 
 // Installs the files, then registers the package. If the package had another root path before, the
-// same transaction abandons it.
+// same update abandons it.
 Expected<void> place(Registry& registry, const Manifest& manifest,
                      const std::optional<Package>& old) {
   FolderChange change(registry, manifest.package.rootPath);
-  ASSIGN_OR_RETURN(const fs::path staged, change.stage());
+  ASSIGN_OR_RETURN(const Descriptor staged, change.stage());
   if (manifest.files) {
-    RETURN_IF_FAILED(copyFiles(*manifest.files, staged));
+    RETURN_IF_FAILED(copyTree(manifest.filesFolder.get(), staged.get(), *manifest.files));
   }
   RETURN_IF_FAILED(change.replace());
-  return commit(registry, change, [&]() -> Expected<void> {
-    RETURN_IF_FAILED(registry.put(manifest.package));
+  return registry.update([&](Registry& next) -> Expected<void> {
+    RETURN_IF_FAILED(next.put(manifest.package));
     const bool moved = old && old->rootPath != manifest.package.rootPath;
-    return moved ? change.abandon(old->rootPath) : Expected<void>();
+    RETURN_IF_FAILED(moved ? change.abandon(next, old->rootPath) : Expected<void>());
+    return change.settle(next);
   });
 }
 
 Expected<void> install(const Manifest& manifest) {
-  ASSIGN_OR_RETURN(InstallSession session, beginInstallSession());
+  RETURN_IF_FAILED(checkFilesAreElsewhere(manifest));
+  ASSIGN_OR_RETURN(InstallSession session, beginInstallSession(Reserve::kKeep));
   Registry& registry = session.registry;
   ASSIGN_OR_RETURN(const auto installed, registry.packages());
   RETURN_IF_FAILED(checkPlace(installed, manifest.package));
@@ -158,7 +159,7 @@ Expected<std::vector<std::string>> foldersOfManifest(const std::string& manifest
 }
 
 Expected<bool> removePackage(const std::string& packageId, uid_t owner) {
-  ASSIGN_OR_RETURN(InstallSession session, beginInstallSession());
+  ASSIGN_OR_RETURN(InstallSession session, beginInstallSession(Reserve::kUse));
   Registry& registry = session.registry;
   ASSIGN_OR_RETURN(const auto package, registry.package(packageId, owner));
   if (!package) {
@@ -166,7 +167,11 @@ Expected<bool> removePackage(const std::string& packageId, uid_t owner) {
   }
   FolderChange change(registry, package->rootPath);
   RETURN_IF_FAILED(change.remove());
-  RETURN_IF_FAILED(commit(registry, change, [&] { return registry.erase(packageId, owner); }));
+  const auto unregistered = registry.update([&](Registry& next) -> Expected<void> {
+    RETURN_IF_FAILED(next.erase(packageId, owner));
+    return change.settle(next);
+  });
+  RETURN_IF_FAILED(unregistered);
   return true;
 }
 

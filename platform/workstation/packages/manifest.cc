@@ -1,5 +1,6 @@
 #include "packages/manifest.h"
 
+#include <fcntl.h>
 #include <toml++/toml.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include "packages/manifest_reader.h"
 #include "packages/manifest_rules.h"
 #include "quillon/base/files.h"
+#include "quillon/base/folders.h"
 
 namespace quillon::workstation {
 namespace {
@@ -145,12 +147,30 @@ void readApplications(ManifestReader& reader, const toml::table& document, Packa
   }
 }
 
-std::string wrongWithFiles(const fs::path& folder) {
-  std::error_code error;
-  return fs::is_directory(folder, error) ? "" : "does not name a folder: '" + folder.string() + "'";
+// The folder that contains a manifest.
+struct ManifestFolder {
+  fs::path path;
+  Descriptor folder;
+};
+
+// Opens the folder that the key "files" names. Follows no symbolic link: another user may be able
+// to change the folder, but not to read everything that the installing user can read.
+Descriptor openFiles(const ManifestFolder& manifest, const fs::path& files, std::string& wrong) {
+  Descriptor opened = openFolderWithoutLinks(manifest.folder.get(), files);
+  if (!opened) {
+    const int cause = errno;
+    std::error_code error;
+    const bool isFolder = fs::is_directory(manifest.path / files, error);
+    wrong = !isFolder          ? "does not name a folder"
+            : cause == ENOTDIR ? "contains a symbolic link"
+                               : std::string("cannot be opened: ") + std::strerror(cause);
+    wrong += ": '" + (manifest.path / files).string() + "'";
+  }
+  return opened;
 }
 
-Manifest readPackage(ManifestReader& reader, const toml::table& table, const fs::path& folder) {
+Manifest readPackage(ManifestReader& reader, const toml::table& table,
+                     const ManifestFolder& folder) {
   constexpr const char* kName = "package";
   reader.checkKeys(table, kName, {"id", "version", "root", "privileges", "files"});
   Manifest manifest;
@@ -162,17 +182,21 @@ Manifest readPackage(ManifestReader& reader, const toml::table& table, const fs:
                          .value_or("/opt/usr/apps/" + package.id);
   package.privileges = privileges(reader, table);
   const auto inFolder = [&](const std::string& files) {
-    const std::string wrong = wrongWithText(files);
-    return wrong.empty() ? wrongWithFiles(folder / files) : wrong;
+    std::string wrong = wrongWithText(files);
+    if (wrong.empty()) {
+      manifest.filesFolder = openFiles(folder, files, wrong);
+    }
+    return wrong;
   };
   if (const auto files = reader.optionalText(table, kName, "files", inFolder,
                                              "name a folder, relative to the manifest's")) {
-    manifest.files = (folder / *files).lexically_normal();
+    manifest.files = (folder.path / *files).lexically_normal();
   }
   return manifest;
 }
 
-Expected<Manifest> readDocument(const toml::table& document, const fs::path& path) {
+Expected<Manifest> readDocument(const toml::table& document, const fs::path& path,
+                                const ManifestFolder& folder) {
   ManifestReader reader(path);
   const toml::node* node = document.get("package");
   if (node == nullptr || !node->is_table()) {
@@ -182,7 +206,7 @@ Expected<Manifest> readDocument(const toml::table& document, const fs::path& pat
     return tl::unexpected(*reader.failure());
   }
   reader.checkKeys(document, "", {"package", "application"});
-  Manifest manifest = readPackage(reader, *node->as_table(), fs::absolute(path).parent_path());
+  Manifest manifest = readPackage(reader, *node->as_table(), folder);
   readApplications(reader, document, manifest.package);
   if (reader.failure()) {
     return tl::unexpected(*reader.failure());
@@ -190,24 +214,35 @@ Expected<Manifest> readDocument(const toml::table& document, const fs::path& pat
   return manifest;
 }
 
-Expected<std::string> contents(const fs::path& path) {
-  if (auto text = readWholeFile(path)) {
+tl::unexpected<Failure> unreadable(const fs::path& path, const std::string& cause) {
+  return fail("cannot read the manifest '" + path.string() + "': " + cause,
+              "name a readable TOML file");
+}
+
+Expected<ManifestFolder> openFolderOf(const fs::path& path) {
+  const fs::path folder = fs::absolute(path).parent_path();
+  Descriptor opened(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!opened) {
+    return unreadable(path, std::strerror(errno));
+  }
+  return ManifestFolder{folder, std::move(opened)};
+}
+
+Expected<std::string> contents(const ManifestFolder& folder, const fs::path& path) {
+  const fs::path opened = "/proc/self/fd/" + std::to_string(folder.folder.get());
+  if (auto text = readWholeFile(opened / path.filename(), kMaxTextSize)) {
     return std::move(*text);
   }
-  const int cause = errno;
-  std::error_code error;
-  const bool isFolder = fs::is_directory(path, error);
-  return fail("cannot read the manifest '" + path.string() +
-                  "': " + std::strerror(isFolder ? EISDIR : cause),
-              "name a readable TOML file");
+  return unreadable(path, fileErrorText(errno, kMaxTextSize));
 }
 
 }  // namespace
 
 Expected<Manifest> readManifest(const fs::path& path) {
-  ASSIGN_OR_RETURN(const std::string text, contents(path));
+  ASSIGN_OR_RETURN(const ManifestFolder folder, openFolderOf(path));
+  ASSIGN_OR_RETURN(const std::string text, contents(folder, path));
   try {
-    return readDocument(toml::parse(text, path.string()), path);
+    return readDocument(toml::parse(text, path.string()), path, folder);
   } catch (const toml::parse_error& error) {
     const toml::source_position& begin = error.source().begin;
     return fail(path.string() + ':' + std::to_string(begin.line) + ':' +

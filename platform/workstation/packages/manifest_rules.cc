@@ -4,13 +4,15 @@
 #include <array>
 #include <filesystem>
 
-#include "data_paths.h"
-
 namespace quillon::workstation {
 namespace {
 
 constexpr size_t kMaxIdLength = 200;
-constexpr std::array<std::string_view, 3> kRoots = {"/opt/usr/", "/usr/apps/", "/opt/share/"};
+
+// The folders that contain packages. None contains files of the platform, which would otherwise
+// read what a package has put there.
+constexpr std::array<std::string_view, 3> kParents = {"/opt/usr/apps/", "/usr/apps/",
+                                                      "/opt/share/"};
 
 bool hasControlCharacter(std::string_view text) {
   return std::any_of(text.begin(), text.end(),
@@ -20,6 +22,9 @@ bool hasControlCharacter(std::string_view text) {
 bool leavesItsFolder(const std::filesystem::path& path) {
   return std::find(path.begin(), path.end(), "..") != path.end();
 }
+
+// Installations use such names for temporary folders, and remove them.
+bool isTemporaryName(std::string_view name) { return name.starts_with(".quillon-"); }
 
 // An absolute path in its shortest form, such as "/a/b".
 bool isPlainAbsolute(const std::filesystem::path& path) {
@@ -49,6 +54,9 @@ std::string wrongWithId(std::string_view id) {
   if (id == "." || id == "..") {
     return "names a folder, not a package";
   }
+  if (isTemporaryName(id)) {
+    return "begins with '.quillon-'";
+  }
   if (id.find_first_of("/:") != id.npos) {
     return "contains '/' or ':'";
   }
@@ -65,13 +73,13 @@ std::string wrongWithRoot(const std::string& root) {
   if (root.find(':') != root.npos) {
     return "contains ':', which joins lists of paths";
   }
-  const bool allowed = std::any_of(kRoots.begin(), kRoots.end(), [&](std::string_view folder) {
-    return root.starts_with(folder);
+  const bool allowed = std::any_of(kParents.begin(), kParents.end(), [&](std::string_view parent) {
+    return root.starts_with(parent);
   });
-  if (root == kDataDirectory || root.starts_with(std::string(kDataDirectory) + '/')) {
-    return "is in the platform's own folder";
+  if (!allowed) {
+    return "is not below /opt/usr/apps, /usr/apps or /opt/share";
   }
-  return allowed ? "" : "is not under /opt/usr/, /usr/apps/ or /opt/share/";
+  return root.find("/.quillon-") == root.npos ? "" : "contains a name that begins with '.quillon-'";
 }
 
 std::string wrongWithExec(const std::string& exec) {

@@ -1,14 +1,8 @@
 #include "packages/registry.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <filesystem>
 
-#include "data_paths.h"
 #include "packages/schema.h"
-#include "path_failure.h"
 
 namespace quillon::workstation {
 namespace {
@@ -38,17 +32,11 @@ std::optional<Package> firstVisible(std::vector<Package> packages, uid_t user) {
 }  // namespace
 
 Expected<Registry> Registry::openForReading() {
-  struct stat status {};
-  if (stat(kRegistryPath, &status) != 0) {
-    if (errno == ENOENT || errno == ENOTDIR) {
-      return Registry();
-    }
-    return failAt("cannot reach the package registry", kRegistryPath,
-                  "check the permissions of its folders");
+  ASSIGN_OR_RETURN(const std::string bytes, readRegistryFile());
+  if (bytes.empty()) {
+    return Registry();
   }
-  ASSIGN_OR_RETURN(Database database, Database::open(kRegistryPath, false));
-  // One transaction for all reads: a consistent state, locked once.
-  RETURN_IF_FAILED(database.run("BEGIN"));
+  ASSIGN_OR_RETURN(Database database, Database::fromBytes(bytes));
   ASSIGN_OR_RETURN(const Schema schema, schemaOf(database));
   if (schema == Schema::kMissing) {
     return Registry();
@@ -56,16 +44,23 @@ Expected<Registry> Registry::openForReading() {
   return Registry(std::move(database));
 }
 
-Expected<Registry> Registry::openForWriting() {
-  std::error_code error;
-  std::filesystem::create_directories(kDataDirectory, error);
-  if (error) {
-    return fail(std::string("cannot make the folder '") + kDataDirectory + "': " + error.message(),
-                "check that the device root is writable");
-  }
-  ASSIGN_OR_RETURN(Database database, Database::open(kRegistryPath, true));
+Expected<Registry> Registry::openForWriting(Reserve reserve) {
+  ASSIGN_OR_RETURN(const std::string bytes, readRegistryFile());
+  ASSIGN_OR_RETURN(Database database, Database::fromBytes(bytes));
   RETURN_IF_FAILED(ensureSchema(database));
-  return Registry(std::move(database));
+  return Registry(std::move(database), reserve);
+}
+
+Expected<void> Registry::update(const std::function<Expected<void>(Registry& next)>& edit) {
+  ASSIGN_OR_RETURN(const std::string before, database_->bytes());
+  ASSIGN_OR_RETURN(Database copy, Database::fromBytes(before));
+  RETURN_IF_FAILED(copy.run("PRAGMA foreign_keys = ON"));
+  Registry next(std::move(copy), reserve_);
+  RETURN_IF_FAILED(edit(next));
+  ASSIGN_OR_RETURN(const std::string after, next.database_->bytes());
+  RETURN_IF_FAILED(replaceRegistryFile(after, reserve_));
+  *this = std::move(next);
+  return {};
 }
 
 Expected<void> Registry::fillMetadata(Application& application, int64_t key) {
@@ -104,11 +99,6 @@ Expected<std::vector<Package>> Registry::select(const std::string& condition,
   if (!database_) {
     return packages;
   }
-  // One transaction, so that the rows of a package belong together.
-  const bool begins = !database_->isInTransaction();
-  if (begins) {
-    RETURN_IF_FAILED(database_->run("BEGIN"));
-  }
   const std::string sql = "SELECT key, id, version, root, owner FROM package WHERE " + condition +
                           " ORDER BY id, owner";
   Statement query(*database_, sql.c_str());
@@ -120,10 +110,8 @@ Expected<std::vector<Package>> Registry::select(const std::string& condition,
     filled = fill(package, query.number(0));
     packages.push_back(std::move(package));
   }
-  const auto done = filled ? query.finish() : filled;
-  const auto ended = begins ? database_->run("COMMIT") : Expected<void>();
-  RETURN_IF_FAILED(done);
-  RETURN_IF_FAILED(ended);
+  RETURN_IF_FAILED(filled);
+  RETURN_IF_FAILED(query.finish());
   return packages;
 }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "packages/database.h"
+#include "packages/registry_file.h"
 #include "quillon/base/failure.h"
 #include "workstation/packages.h"
 
@@ -19,11 +20,11 @@ namespace quillon::workstation {
 
 class Registry {
  public:
-  // A missing registry reads as empty and is not created. All reads see the state at the first
-  // read, and no installation can commit as long as the object lives.
+  // Opens a copy of the registry as it is now. A missing registry reads as empty and is not
+  // created.
   static Expected<Registry> openForReading();
-  // Creates the registry if it is missing.
-  static Expected<Registry> openForWriting();
+  // The caller holds the InstallLock. Creates the registry with the first update.
+  static Expected<Registry> openForWriting(Reserve reserve);
 
   Expected<std::vector<Package>> packages();
   Expected<std::vector<Package>> packagesVisibleTo(uid_t user);
@@ -31,16 +32,19 @@ class Registry {
   Expected<std::optional<Package>> packageVisibleTo(const std::string& id, uid_t user);
   Expected<std::optional<Package>> packageOfApplication(const std::string& appId, uid_t user);
 
-  // Replaces the package of the same id and owner. Call inside a transaction.
+  // Applies `edit` to a copy and replaces the registry with it. If that fails, nothing changes. The
+  // registry must be open for writing.
+  Expected<void> update(const std::function<Expected<void>(Registry& next)>& edit);
+
+  // For edits: put() replaces the package of the same id and owner.
   Expected<void> put(const Package& package);
   Expected<void> erase(const std::string& id, uid_t owner);
-
-  // Precondition: the registry was opened for writing.
   Database& database() { return *database_; }
 
  private:
   Registry() = default;
-  explicit Registry(Database database) : database_(std::move(database)) {}
+  explicit Registry(Database database, Reserve reserve = Reserve::kKeep)
+      : database_(std::move(database)), reserve_(reserve) {}
   Expected<std::vector<Package>> select(const std::string& condition,
                                         const std::function<void(Statement&)>& bind);
   Expected<void> fill(Package& package, int64_t key);
@@ -48,6 +52,7 @@ class Registry {
   Expected<int64_t> insertPackage(const Package& package);
   Expected<int64_t> insertApplication(const Application& application, int64_t package, uid_t owner);
   std::optional<Database> database_;
+  Reserve reserve_ = Reserve::kKeep;
 };
 
 }  // namespace quillon::workstation

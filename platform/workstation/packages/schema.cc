@@ -64,19 +64,8 @@ Expected<Schema> schemaOf(Database& database) {
 }
 
 Expected<void> ensureSchema(Database& database) {
-  ASSIGN_OR_RETURN(Schema schema, schemaOf(database));
-  if (schema == Schema::kCurrent) {
-    return {};
-  }
-  Transaction transaction(database);
-  RETURN_IF_FAILED(transaction.begin());
-  // Another process may have created them meanwhile.
-  ASSIGN_OR_RETURN(schema, schemaOf(database));
-  if (schema == Schema::kCurrent) {
-    return {};
-  }
-  RETURN_IF_FAILED(database.run(kTables));
-  return transaction.commit();
+  ASSIGN_OR_RETURN(const Schema schema, schemaOf(database));
+  return schema == Schema::kCurrent ? Expected<void>() : database.run(kTables);
 }
 
 }  // namespace quillon::workstation

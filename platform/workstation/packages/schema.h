@@ -10,7 +10,7 @@ enum class Schema { kMissing, kCurrent };
 // Returns whether the database has the tables. Tables of a newer version are a failure.
 Expected<Schema> schemaOf(Database& database);
 
-// Creates the tables if they are missing. Several processes may call it at once.
+// Creates the tables if they are missing.
 Expected<void> ensureSchema(Database& database);
 
 }  // namespace quillon::workstation

@@ -133,12 +133,12 @@ bool hasReadyToRunCode(std::string_view text) {
 }
 
 bool hasReadyToRunCode(const std::filesystem::path& file) {
-  const auto image = readWholeFile(file);
+  const auto image = readWholeFile(file, kMaxAssemblySize);
   return image && hasReadyToRunCode(std::string_view(*image));
 }
 
 Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {
-  const auto image = readWholeFile(file);
+  const auto image = readWholeFile(file, kMaxAssemblySize);
   const std::string_view error = image ? imageError(*image) : "it cannot be read";
   if (error.empty()) {
     return {};

@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::string_view kCacheStart = device_names::kCacheStartMarker;
 constexpr std::string_view kCacheEnd = device_names::kCacheEndMarker;
+constexpr std::size_t kMaxCacheSize = std::size_t{64} << 20;
 constexpr char kUnknownType[] = "Wrong parameter";
 constexpr int kManagedAssembly = 0;  // the plug-in only logs it
 
@@ -95,7 +96,7 @@ void PluginCalls::beforeExecute() const {
 void PluginCalls::finalize() const { traced(LaunchCall::kFinalize, library_.finalize); }
 
 std::string cachedTpa() {
-  const std::string content = readWholeFile(device_paths::kTpaCache).value_or("");
+  const std::string content = readWholeFile(device_paths::kTpaCache, kMaxCacheSize).value_or("");
   const bool isComplete = content.size() >= kCacheStart.size() + kCacheEnd.size() &&
                           content.starts_with(kCacheStart) && content.ends_with(kCacheEnd);
   if (!isComplete) {

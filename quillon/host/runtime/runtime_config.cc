@@ -18,8 +18,8 @@ constexpr char kRuntimePack[] = "Microsoft.NETCore.App.Runtime.";
 
 // Allows comments, as .NET's own host does.
 Json parseFile(const std::filesystem::path& file) {
-  return Json::parse(readWholeFile(file).value_or(""), nullptr, /*allow_exceptions=*/false,
-                     /*ignore_comments=*/true);
+  return Json::parse(readWholeFile(file, kMaxTextSize).value_or(""), nullptr,
+                     /*allow_exceptions=*/false, /*ignore_comments=*/true);
 }
 
 const Json& member(const Json& object, const char* name) {

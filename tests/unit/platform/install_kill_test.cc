@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 using torture::Follower;
 using torture::SystemCall;
 using torture::Verdict;
+using workstation::findPackageOfApplication;
 using workstation::listPackages;
 
 class InstallKillTest : public InsideDeviceTest {
@@ -36,6 +37,7 @@ class InstallKillTest : public InsideDeviceTest {
         QUILLON_SKIP(result.reason);
       }
       killed = result.killed;
+      expectReadable();
       check();
       if (HasFailure()) {
         FAIL() << "killed at call " << index;
@@ -43,6 +45,16 @@ class InstallKillTest : public InsideDeviceTest {
     }
     RecordProperty("calls", static_cast<int>(index - 2));
     EXPECT_GT(index, 50U) << "the work made no calls worth the name";
+  }
+
+  // A launch reads the registry before anything cleans up.
+  static void expectReadable() {
+    for (const char* application : {"p.main", "none"}) {
+      const auto found = findPackageOfApplication(application);
+      EXPECT_TRUE(found) << found.error().what;
+    }
+    const auto list = listPackages();
+    EXPECT_TRUE(list) << list.error().what;
   }
 
   // The next installation cleans up. Then files and registry match and no other files are left.
@@ -82,6 +94,7 @@ class InstallKillTest : public InsideDeviceTest {
 void install(const std::string& version, const std::string& line = "") {
   SamplePackage sample("p", version);
   sample.add(line).file("version", version).file("other", version);
+  sample.add("[[application]]\nid = 'p.main'\nexec = 'version'");
   if (!sample.install()) {
     std::abort();
   }

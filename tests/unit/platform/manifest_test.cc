@@ -2,12 +2,15 @@
 
 #include <gmock/gmock.h>
 
+#include "data_paths.h"
+#include "device_paths.h"
 #include "tests/support/program.h"
 #include "tests/support/temporary_directory.h"
 
 namespace quillon::workstation {
 namespace {
 
+namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
@@ -148,16 +151,34 @@ TEST_F(ManifestTest, AcceptsOnlyValidRoots) {
        {"relative", "/opt/usr/../etc", "/opt/usr/apps/", "/opt//usr/x", "/opt/usr/./x"}) {
     EXPECT_EQ(wrong(bad), at + "is not an absolute path in its shortest form" + remedy) << bad;
   }
-  for (const char* bad : {"/etc/x", "/opt/usr", "/opt/etc/x", "/usr/bin", "/opt/usrx/y"}) {
-    EXPECT_EQ(wrong(bad), at + "is not under /opt/usr/, /usr/apps/ or /opt/share/" + remedy) << bad;
+  for (const char* bad : {"/etc/x", "/opt/usr", "/opt/etc/x", "/usr/bin", "/opt/usrx/y",
+                          "/opt/usr/x", "/opt/usr/apps", "/usr/apps", "/opt/share"}) {
+    EXPECT_EQ(wrong(bad), at + "is not below /opt/usr/apps, /usr/apps or /opt/share" + remedy)
+        << bad;
   }
   EXPECT_EQ(wrong("/opt/usr/a:b"), at + "contains ':', which joins lists of paths" + remedy);
-  for (const char* bad : {"/opt/usr/share/quillon", "/opt/usr/share/quillon/config/x"}) {
-    EXPECT_EQ(wrong(bad), at + "is in the platform's own folder" + remedy) << bad;
+  for (const char* bad : {"/opt/usr/apps/.quillon-1-1", "/opt/share/.quillon-1-1/x"}) {
+    EXPECT_EQ(wrong(bad), at + "contains a name that begins with '.quillon-'" + remedy) << bad;
   }
-  for (const char* good :
-       {"/opt/usr/x", "/usr/apps/x", "/opt/share/x/y", "/opt/usr/share/quillons"}) {
+  for (const char* good : {"/opt/usr/apps/x", "/usr/apps/x", "/opt/share/x/y"}) {
     EXPECT_EQ(wrong(good), "accepted") << good;
+  }
+}
+
+// Otherwise a package could decide what the platform reads for other packages.
+TEST_F(ManifestTest, AcceptsNoFolderThatThePlatformReadsAsARoot) {
+  for (const fs::path file :
+       {device_paths::kTpaCache, device_paths::kCobaCache, device_paths::kObjectTracker,
+        device_paths::kReflectionEliminator, device_paths::kNetcoreapp, device_paths::kFramework,
+        device_paths::kPlatformLibraries, device_paths::kTvAppApi, device_paths::kDpc,
+        device_paths::kReadOnlyFlags, device_paths::kWritableFlags, device_paths::kPreloadList,
+        device_paths::kUpdatedCertificates, device_paths::kPlatformCertificates, kDataDirectory,
+        kConfigDirectory, kProcessDirectory}) {
+    for (fs::path root = file / "folder"; root.has_relative_path(); root = root.parent_path()) {
+      EXPECT_THAT(mistake(std::string(kHead) + "root='" + root.string() + "'"),
+                  ::testing::HasSubstr("key 'package.root' is not"))
+          << root;
+    }
   }
 }
 

@@ -124,12 +124,16 @@ TEST_F(PackagesTest, AcceptsAnEmptyFolderAsItsRoot) {
 
 TEST_F(PackagesTest, PackagesMustNotOverlap) {
   ASSERT_TRUE(SamplePackage("p").install());
-  for (const char* root : {"/opt/usr/apps/p", "/opt/usr/apps/p/in", "/opt/usr/apps"}) {
-    EXPECT_EQ(
-        failureOf(SamplePackage("q").add("root='" + std::string(root) + "'").install()),
-        "the root '" + std::string(root) +
-            "' of package 'q' overlaps '/opt/usr/apps/p', the root of the installed package 'p'");
-  }
+  ASSERT_TRUE(SamplePackage("r").add("root='/opt/share/a/b'").install());
+  const auto overlap = [](const std::string& root, const std::string& other,
+                          const std::string& package) {
+    EXPECT_EQ(failureOf(SamplePackage("q").add("root='" + root + "'").install()),
+              "the root '" + root + "' of package 'q' overlaps '" + other +
+                  "', the root of the installed package '" + package + "'");
+  };
+  overlap("/opt/usr/apps/p", "/opt/usr/apps/p", "p");
+  overlap("/opt/usr/apps/p/in", "/opt/usr/apps/p", "p");
+  overlap("/opt/share/a", "/opt/share/a/b", "r");
   EXPECT_EQ(
       failureOf(SamplePackage("p").add("root='/opt/usr/apps/p/in'").install()),
       "the root '/opt/usr/apps/p/in' of package 'p' overlaps '/opt/usr/apps/p', the root of the "

@@ -2,10 +2,11 @@
 // runs which package.
 //
 // The registry is an SQLite database at a fixed device path. It therefore belongs to the device
-// root that the calling process has entered. Any number of processes may use it at once.
+// root that the calling process has entered. Any number of processes may use it at once; readers
+// never wait.
 //
-// The caller owns all results. Thread safety: every call opens its own connection to the registry,
-// so any thread may call any function.
+// The caller owns all results. Thread safety: every call reads the registry by itself, so any
+// thread may call any function.
 #pragma once
 
 #include <sys/types.h>
@@ -50,7 +51,8 @@ struct Package {
 // manifest.
 [[nodiscard]] Expected<std::vector<std::string>> foldersOfManifest(const std::string& manifestPath);
 
-// Removes a package and its root path. Returns false if there is no such package.
+// Removes a package and its root path, also if the disk is full. Returns false if there is no such
+// package.
 [[nodiscard]] Expected<bool> removePackage(const std::string& packageId, uid_t owner = 0);
 
 [[nodiscard]] Expected<std::vector<Package>> listPackages();

@@ -30,7 +30,7 @@ class TimelineTest : public ::testing::Test {
   std::string closed(const std::string& content) {
     std::ofstream(file_, std::ios::binary) << content;
     EXPECT_TRUE(closeTrace(file_));
-    return readWholeFile(file_).value_or("none");
+    return readWholeFile(file_, kMaxTextSize).value_or("none");
   }
   Expected<Timeline> readAgain() { return readTimeline(file_); }
 

@@ -1,0 +1,94 @@
+#include "packages/registry_file.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "data_paths.h"
+#include "packages/database.h"
+#include "path_failure.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/files.h"
+
+namespace quillon::workstation {
+namespace {
+
+constexpr size_t kMaxSize = size_t{64} << 20;
+
+// SQLite's name for the journal of packages.db.
+constexpr const char* kJournalPath = "/opt/usr/share/quillon/packages.db-journal";
+constexpr const char* kNewPath = "/opt/usr/share/quillon/packages.db.new";
+constexpr const char* kReservePath = "/opt/usr/share/quillon/packages.reserve";
+
+// Enough for the two copies of the registry that exist during a change.
+constexpr off_t kMinReserve = 256 << 10;
+constexpr off_t kReserveFactor = 2;
+
+bool isDiskFull(int error) { return error == ENOSPC || error == EDQUOT; }
+
+// Creates a file. Removes what an interrupted process has left under that name, and follows no link
+// that is planted there.
+Descriptor create(const char* path) {
+  constexpr mode_t kMode = 0644;
+  unlink(path);
+  return Descriptor(open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode));
+}
+
+// Returns false with errno on failure.
+bool writeAndRename(std::string_view bytes) {
+  const Descriptor file = create(kNewPath);
+  return file && writeAll(file.get(), bytes) && fsync(file.get()) == 0 &&
+         rename(kNewPath, kRegistryPath) == 0;
+}
+
+off_t sizeOf(const char* path) {
+  struct stat status {};
+  return lstat(path, &status) == 0 ? status.st_size : 0;
+}
+
+}  // namespace
+
+Expected<std::string> readRegistryFile() {
+  auto bytes = readWholeFile(kRegistryPath, kMaxSize);
+  if (!bytes) {
+    if (errno == ENOENT || errno == ENOTDIR) {
+      return std::string();
+    }
+    return fail(std::string("cannot read the package registry '") + kRegistryPath +
+                    "': " + fileErrorText(errno, kMaxSize),
+                "check the file and the permissions of its folders");
+  }
+  if (access(kJournalPath, F_OK) == 0) {
+    return Database::recoverFile(kRegistryPath);
+  }
+  return std::move(*bytes);
+}
+
+Expected<void> replaceRegistryFile(std::string_view bytes, Reserve reserve) {
+  bool replaced = writeAndRename(bytes);
+  if (!replaced && isDiskFull(errno) && reserve == Reserve::kUse && unlink(kReservePath) == 0) {
+    replaced = writeAndRename(bytes);
+  }
+  if (replaced) {
+    return {};
+  }
+  const auto failure = failAt("cannot write the package registry", kRegistryPath);
+  unlink(kNewPath);
+  return failure;
+}
+
+void reserveSpace() {
+  const off_t wanted = kMinReserve + kReserveFactor * sizeOf(kRegistryPath);
+  if (sizeOf(kReservePath) >= wanted) {
+    return;
+  }
+  const Descriptor file = create(kReservePath);
+  if (!file || posix_fallocate(file.get(), 0, wanted) != 0) {
+    unlink(kReservePath);
+  }
+}
+
+}  // namespace quillon::workstation
