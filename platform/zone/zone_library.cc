@@ -12,7 +12,6 @@
 #include "workstation/zone_state.h"
 #include "zone_log.h"
 
-using quillon::workstation::ZoneHolder;
 using quillon::zone::logError;
 
 namespace {
@@ -34,17 +33,19 @@ class ErrnoKeeper {
   int kept_;
 };
 
-bool findHolder(const char* name, ZoneHolder& holder) {
+// Returns a pidfd, or -1 with errno.
+int findHolder(const char* name) {
   const int directory =
       ::open(quillon::workstation::kZoneStateDirectory, O_PATH | O_DIRECTORY | O_CLOEXEC);
   if (directory < 0) {
-    return false;
+    return -1;
   }
-  const bool found = quillon::workstation::readZoneState(directory, name, holder);
+  pid_t pid = -1;
+  const int holder = quillon::workstation::openZoneHolder(directory, name, pid);
   const int error = errno;
   ::close(directory);
   errno = error;
-  return found;
+  return holder;
 }
 
 Context* makeContext(const char* name, int holder) {
@@ -86,19 +87,17 @@ void* zone_get_context(const char* name) {
     logError("'%.80s' is no name of a zone", name == nullptr ? "(null)" : name);
     return nullptr;
   }
-  ZoneHolder found;
-  if (!findHolder(name, found)) {
+  const int holder = findHolder(name);
+  if (holder >= 0) {
+    return makeContext(name, holder);
+  }
+  if (errno == ESRCH) {
+    logError("the zone '%s' is not running: its holder has ended", name);
+  } else {
     logError("there is no zone '%s': %s", name,
              errno == ENOENT ? "nobody started it" : std::strerror(errno));
-    return nullptr;
   }
-  const int holder = quillon::workstation::openZoneHolder(found);
-  if (holder < 0) {
-    logError("the zone '%s' is not running: process %d, which held it, %s", name, found.pid,
-             errno == ESRCH ? "has ended" : std::strerror(errno));
-    return nullptr;
-  }
-  return makeContext(name, holder);
+  return nullptr;
 }
 
 int zone_enable_debug_mode(void* context) {

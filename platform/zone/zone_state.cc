@@ -1,7 +1,6 @@
 #include "workstation/zone_state.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -18,19 +17,56 @@ constexpr char kNameLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTU
 // contain any characters.
 constexpr int kStartTimeAfterCommand = 20;
 
-// Reads a small file. Returns false with errno if it cannot be read or does not fit.
+// Reads a small file. Returns false if it cannot be read or does not fit.
 template <std::size_t N>
-bool readText(int directory, const char* path, char (&text)[N]) {
-  const int file = ::openat(directory, path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+bool readText(const char* path, char (&text)[N]) {
+  const int file = ::open(path, O_RDONLY | O_CLOEXEC);
   if (file < 0) {
     return false;
   }
   const ssize_t length = ::read(file, text, N - 1);
-  const int error = errno;
   ::close(file);
-  errno = length < 0 ? error : EBADMSG;
   text[length < 0 ? 0 : length] = '\0';
   return length >= 0 && static_cast<std::size_t>(length) < N - 1;
+}
+
+// Other programs lock whole files, or bytes near their start.
+constexpr off_t kLockedByte = 0x7a6f6e65;
+
+struct flock lockOfType(short type) {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = kLockedByte;
+  lock.l_len = 1;
+  return lock;
+}
+
+// Returns the process that holds the zone, or 0. Asks for a read lock, since any process that can
+// read the file can take one itself.
+pid_t holderOf(int file) {
+  struct flock lock = lockOfType(F_RDLCK);
+  const bool isHeld = ::fcntl(file, F_GETLK, &lock) == 0 && lock.l_type == F_WRLCK &&
+                      lock.l_start == kLockedByte && lock.l_len == 1;
+  return isHeld && lock.l_pid > 0 ? lock.l_pid : 0;
+}
+
+// Returns a pidfd, or -1 with errno.
+int openHolderOf(int file, pid_t& pid) {
+  pid = holderOf(file);
+  if (pid == 0) {
+    errno = ESRCH;
+    return -1;
+  }
+  const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+  // The holder may have ended before the call, and its id may belong to another process now. If the
+  // process with this id still holds the zone, it is the one that the pidfd refers to.
+  if (pidfd >= 0 && holderOf(file) != pid) {
+    ::close(pidfd);
+    errno = ESRCH;
+    return -1;
+  }
+  return pidfd;
 }
 
 const char* skipColumns(const char* text, int columns) {
@@ -38,12 +74,6 @@ const char* skipColumns(const char* text, int columns) {
     text = std::strchr(text + 1, ' ');
   }
   return text;
-}
-
-// A pidfd becomes readable when the process ends, also if it stays a zombie.
-bool hasEnded(int pidfd) {
-  pollfd ended{pidfd, POLLIN, 0};
-  return ::poll(&ended, 1, 0) != 0;
 }
 
 }  // namespace
@@ -58,7 +88,7 @@ unsigned long long startTimeOf(pid_t pid) {
   char path[32];
   char text[1024];
   std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(pid));
-  if (!readText(AT_FDCWD, path, text)) {
+  if (!readText(path, text)) {
     return 0;
   }
   unsigned long long startTime = 0;
@@ -66,31 +96,21 @@ unsigned long long startTimeOf(pid_t pid) {
   return column != nullptr && std::sscanf(column, "%llu", &startTime) == 1 ? startTime : 0;
 }
 
-bool readZoneState(int directory, const char* name, ZoneHolder& holder) {
-  char text[64];
-  char end = '\0';
-  if (!readText(directory, name, text)) {
-    return false;
-  }
-  const bool whole = std::sscanf(text, "%d %llu%c", &holder.pid, &holder.startTime, &end) == 3 &&
-                     end == '\n' && holder.pid > 0 && holder.startTime > 0;
-  errno = EBADMSG;
-  return whole;
+bool holdZone(int file) {
+  const struct flock lock = lockOfType(F_WRLCK);
+  return ::fcntl(file, F_SETLK, &lock) == 0;
 }
 
-int openZoneHolder(const ZoneHolder& holder) {
-  const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, holder.pid, 0));
-  if (pidfd < 0) {
+int openZoneHolder(int directory, const char* name, pid_t& pid) {
+  const int file = ::openat(directory, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (file < 0) {
     return -1;
   }
-  // The pidfd refers to the process that had this id at the time of the call. It is the holder if
-  // the start time matches now and the process is still alive after the comparison.
-  if (startTimeOf(holder.pid) == holder.startTime && !hasEnded(pidfd)) {
-    return pidfd;
-  }
-  ::close(pidfd);
-  errno = ESRCH;
-  return -1;
+  const int pidfd = openHolderOf(file, pid);
+  const int error = errno;
+  ::close(file);
+  errno = error;
+  return pidfd;
 }
 
 }  // namespace quillon::workstation

@@ -19,12 +19,11 @@ Descriptor findZoneHolder(const fs::path& device) {
   for (fs::directory_iterator entry(states, error), end; !error && entry != end;
        entry.increment(error)) {
     const std::string name = entry->path().filename().string();
-    workstation::ZoneHolder holder;
-    if (!workstation::isZoneName(name.c_str()) ||
-        !workstation::readZoneState(folder.get(), name.c_str(), holder)) {
+    if (!workstation::isZoneName(name.c_str())) {
       continue;
     }
-    if (Descriptor running(workstation::openZoneHolder(holder)); running) {
+    pid_t pid = -1;
+    if (Descriptor running(workstation::openZoneHolder(folder.get(), name.c_str(), pid)); running) {
       return running;
     }
   }

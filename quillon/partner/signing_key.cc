@@ -4,9 +4,8 @@
 #include <openssl/pem.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 
+#include "quillon/base/files.h"
 #include "quillon_tv_plugin.h"
 
 namespace quillon::partner {
@@ -16,7 +15,7 @@ constexpr char kWantedKey[] =
     "the plug-in accepts the 256-byte signatures of 2048-bit RSA keys only: openssl genrsa -out "
     "PRIVATE.pem 2048";
 
-using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+using Memory = std::unique_ptr<BIO, decltype(&BIO_free)>;
 
 // A pem_password_cb that records the request for a pass phrase instead of asking on the terminal.
 int refusePassPhrase(char*, int, int, void* requested) {
@@ -49,13 +48,15 @@ std::string describe(const EVP_PKEY* key) {
 }  // namespace
 
 Expected<SigningKey> SigningKey::read(const std::filesystem::path& file) {
-  const File stream(std::fopen(file.c_str(), "re"), std::fclose);
-  if (stream == nullptr) {
-    return fail("cannot open the key '" + file.string() + "': " + std::strerror(errno),
-                "give --key PRIVATE.pem");
+  const auto text = readWholeFile(file, kMaxTextSize);
+  if (!text) {
+    return fail(
+        "cannot open the key '" + file.string() + "': " + fileErrorText(errno, kMaxTextSize),
+        "give --key PRIVATE.pem");
   }
+  const Memory memory(BIO_new_mem_buf(text->data(), static_cast<int>(text->size())), BIO_free);
   bool isEncrypted = false;
-  Key key(PEM_read_PrivateKey(stream.get(), nullptr, refusePassPhrase, &isEncrypted),
+  Key key(PEM_read_bio_PrivateKey(memory.get(), nullptr, refusePassPhrase, &isEncrypted),
           EVP_PKEY_free);
   if (key == nullptr) {
     return noKey(file.string(), isEncrypted);

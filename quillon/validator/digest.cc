@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "quillon/base/descriptor.h"
+#include "quillon/base/files.h"
 
 namespace quillon::validator {
 namespace {
@@ -23,13 +24,15 @@ class File {
  public:
   // O_NONBLOCK, so that open(2) of a FIFO does not wait for a writer.
   explicit File(const std::string& path)
-      : descriptor_(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {}
+      : descriptor_(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)) {
+    const int kept = errno;
+    fstat(descriptor_.get(), &status_);
+    errno = kept;
+  }
 
   bool isOpen() const { return static_cast<bool>(descriptor_); }
-  bool isRegular() const {
-    struct stat status {};
-    return fstat(descriptor_.get(), &status) == 0 && S_ISREG(status.st_mode);
-  }
+  bool isRegular() const { return S_ISREG(status_.st_mode); }
+  bool isTooLarge() const { return static_cast<std::size_t>(status_.st_size) > kMaxAssemblySize; }
   ssize_t readSome(std::array<unsigned char, kPieceSize>& piece) const {
     ssize_t length = 0;
     do {
@@ -40,6 +43,7 @@ class File {
 
  private:
   Descriptor descriptor_;
+  struct stat status_ {};
 };
 
 std::string hexOf(const unsigned char* bytes, unsigned int count) {
@@ -84,6 +88,9 @@ Expected<std::string> sha256Of(const std::string& path) {
   }
   if (!file.isRegular()) {
     return fail("'" + path + "' is not a regular file");
+  }
+  if (file.isTooLarge()) {
+    return fail("'" + path + "' is " + fileErrorText(EFBIG, kMaxAssemblySize));
   }
   return digestOf(file, path);
 }

@@ -86,14 +86,15 @@ void blockSignals() {
   sigprocmask(SIG_SETMASK, &all, nullptr);
 }
 
-Expected<void> makeZone(const fs::path& device, const std::string& name,
-                        const std::vector<fs::path>& visible, const StateFolder& states,
-                        int report) {
+// Returns the descriptor of the zone's state, which keeps this process the holder.
+Expected<Descriptor> makeZone(const fs::path& device, const std::string& name,
+                              const std::vector<fs::path>& visible, const StateFolder& states,
+                              int report) {
   RETURN_IF_FAILED(device::enter(device, {visible, {}}));
   RETURN_IF_FAILED(becomeZone());
   nameProcess(name);
   closeOthers(report, states.descriptor());
-  return states.write(name);
+  return states.hold(name);
 }
 
 [[noreturn]] void hold(const fs::path& device, const std::string& name,
@@ -101,8 +102,9 @@ Expected<void> makeZone(const fs::path& device, const std::string& name,
                        int report) {
   setsid();
   blockSignals();
-  if (auto complete = makeZone(device, name, visible, states, report); !complete) {
-    abandon(report, complete.error());
+  const auto state = makeZone(device, name, visible, states, report);
+  if (!state) {
+    abandon(report, state.error());
   }
   writeAll(report, std::string(1, kRuns));
   close(report);

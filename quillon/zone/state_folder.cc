@@ -10,7 +10,6 @@
 #include <system_error>
 #include <utility>
 
-#include "quillon/base/files.h"
 #include "quillon/device/device_root.h"
 
 namespace quillon::zone {
@@ -18,7 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using workstation::isZoneName;
-using workstation::ZoneHolder;
 
 Expected<void> makeFolder(const fs::path& folder) {
   std::error_code error;
@@ -58,10 +56,15 @@ void addNames(const fs::path& folder, std::set<std::string>& names) {
 // No zone name begins with a dot. One name is enough, since writers hold the lock.
 std::string temporaryName(const std::string& name) { return "." + name; }
 
-bool writeFile(int directory, const std::string& name, const std::string& text) {
-  const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
-  Descriptor file(openat(directory, name.c_str(), flags, 0644));
-  return file && writeAll(file.get(), text) && close(file.release()) == 0;
+// Creates a state file that this process holds.
+Descriptor makeState(int directory, const std::string& name) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+  unlinkat(directory, name.c_str(), 0);  // left by a process that was killed
+  Descriptor file(openat(directory, name.c_str(), kFlags, 0644));
+  if (file && !workstation::holdZone(file.get())) {
+    file.reset();
+  }
+  return file;
 }
 
 }  // namespace
@@ -100,28 +103,20 @@ bool StateFolder::knows(const std::string& name) const {
 }
 
 Descriptor StateFolder::openHolder(const std::string& name, pid_t& pid) const {
-  ZoneHolder holder;
-  if (!directory_ || !workstation::readZoneState(directory_.get(), name.c_str(), holder)) {
-    return Descriptor();
-  }
-  pid = holder.pid;
-  return Descriptor(workstation::openZoneHolder(holder));
+  return Descriptor(workstation::openZoneHolder(directory_.get(), name.c_str(), pid));
 }
 
 Expected<void> StateFolder::show(const std::string& name) const {
   return makeFolder(zones_ / name);
 }
 
-Expected<void> StateFolder::write(const std::string& name) const {
-  const pid_t self = getpid();
-  const std::string text =
-      std::to_string(self) + " " + std::to_string(workstation::startTimeOf(self)) + "\n";
+Expected<Descriptor> StateFolder::hold(const std::string& name) const {
   const std::string temporary = temporaryName(name);
-  if (!writeFile(descriptor(), temporary, text) ||
-      renameat(descriptor(), temporary.c_str(), descriptor(), name.c_str()) != 0) {
+  Descriptor file = makeState(descriptor(), temporary);
+  if (!file || renameat(descriptor(), temporary.c_str(), descriptor(), name.c_str()) != 0) {
     return fail("cannot write '" + (states_ / name).string() + "': " + std::strerror(errno));
   }
-  return {};
+  return file;
 }
 
 Expected<void> StateFolder::forget(const std::string& name) const {

@@ -29,8 +29,8 @@ class StateFolder {
 
   // Creates "/zone/NAME".
   [[nodiscard]] Expected<void> show(const std::string& name) const;
-  // Records the calling process as the holder of the zone.
-  [[nodiscard]] Expected<void> write(const std::string& name) const;
+  // Makes the calling process the holder of the zone, until it ends or closes the descriptor.
+  [[nodiscard]] Expected<Descriptor> hold(const std::string& name) const;
   // Removes the state, then "/zone/NAME".
   [[nodiscard]] Expected<void> forget(const std::string& name) const;
 

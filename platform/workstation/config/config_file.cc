@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 
@@ -90,24 +89,8 @@ class Replacement {
   bool made_;  // exists under its temporary name
 };
 
-// Appends the file's content to `bytes`. Returns false with errno on failure.
-bool readAll(const fs::path& path, std::string& bytes) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-  if (!file) {
-    return false;
-  }
-  std::array<char, 4096> part;
-  for (;;) {
-    const ssize_t length = read(file.get(), part.data(), part.size());
-    if (length == 0) {
-      return true;
-    }
-    if (length > 0) {
-      bytes.append(part.data(), static_cast<size_t>(length));
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
+std::string setAgain(const std::string& key) {
+  return "set the key again: quillon config set " + key + " VALUE";
 }
 
 }  // namespace
@@ -162,29 +145,36 @@ std::optional<ConfigValue> parseValue(std::string_view bytes) {
 Expected<std::optional<ConfigValue>> readKey(const std::string& key) {
   RETURN_IF_FAILED(checkKey(key));
   const fs::path path = fileOfKey(key);
-  std::string bytes;
-  if (!readAll(path, bytes)) {
+  const auto bytes = readWholeFile(path, kMaxTextSize);
+  if (!bytes) {
+    const int error = errno;
     // EISDIR: the key is a folder of other keys and has no value itself.
-    if (errno == ENOENT || errno == ENOTDIR || errno == EISDIR) {
+    if (error == ENOENT || error == ENOTDIR || error == EISDIR) {
       return std::optional<ConfigValue>();
     }
-    return failAt("cannot read the configuration file", path);
+    return fail("cannot read the configuration file '" + path.string() +
+                    "': " + fileErrorText(error, kMaxTextSize),
+                setAgain(key));
   }
-  auto value = parseValue(bytes);
+  auto value = parseValue(*bytes);
   if (value) {
     return value;
   }
-  return fail("the configuration file '" + path.string() + "' has no valid value",
-              "set the key again: quillon config set " + key + " VALUE");
+  return fail("the configuration file '" + path.string() + "' has no valid value", setAgain(key));
 }
 
 Expected<void> writeKey(const std::string& key, const ConfigValue& value) {
   RETURN_IF_FAILED(checkKey(key));
   const fs::path path = fileOfKey(key);
+  const std::string bytes = formatValue(value);
+  if (bytes.size() > kMaxTextSize) {
+    return fail("the value of '" + key + "' is " + fileErrorText(EFBIG, kMaxTextSize),
+                "set a shorter one");
+  }
   std::error_code error;
   fs::create_directories(path.parent_path(), error);
   errno = error.value();
-  if (error || !Replacement(path).finish(formatValue(value))) {
+  if (error || !Replacement(path).finish(bytes)) {
     return failAt("cannot write the configuration file", path);
   }
   return {};

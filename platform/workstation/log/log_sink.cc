@@ -120,12 +120,10 @@ std::unique_ptr<LogSink> openTerminal(std::string& problem) {
 }
 
 std::unique_ptr<LogSink> openFile(const LogSettings& settings, std::string& problem) {
-  constexpr mode_t kMode = 0644;
-  Descriptor fd(
-      open(settings.path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, kMode));
+  Descriptor fd = openForAppending(settings.path);
   if (!fd) {
     problem = "QUILLON_LOG: cannot open the log file '" + settings.path +
-              "': " + std::strerror(errno) + "; going on with errors on the terminal";
+              "': " + fileErrorText(errno) + "; going on with errors on the terminal";
     return nullptr;
   }
   return logSinkOn(settings.target, raised(std::move(fd)).release());

@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "quillon/base/descriptor.h"
@@ -23,24 +22,42 @@ namespace {
 
 constexpr int kFirstTraceDescriptor = 200;
 
-// The first process writes the opening bracket. Every process takes the lock when it opens the
-// file, so that no event precedes the bracket.
-bool writeOpening(int fd) {
+bool isEmpty(int fd) {
   struct stat status {};
-  while (flock(fd, LOCK_EX) != 0) {
-    if (errno != EINTR) {
-      return false;
+  return fstat(fd, &status) == 0 && status.st_size == 0;
+}
+
+// Waits at most a second, since any process that can read the file can keep the lock.
+bool lock(int fd) {
+  constexpr int kAttempts = 100;
+  constexpr useconds_t kPauseUs = 10'000;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
+      return true;
     }
+    usleep(kPauseUs);
   }
-  const bool opened = fstat(fd, &status) == 0 && (status.st_size > 0 || writeAll(fd, "[\n"));
+  errno = EBUSY;
+  return false;
+}
+
+// The first process writes the opening bracket. Every process that finds the file empty takes the
+// lock, so that no event precedes the bracket.
+bool writeOpening(int fd) {
+  if (!isEmpty(fd)) {
+    return true;
+  }
+  if (!lock(fd)) {
+    return false;
+  }
+  const bool written = !isEmpty(fd) || writeAll(fd, "[\n");
   flock(fd, LOCK_UN);
-  return opened;
+  return written;
 }
 
 // Returns an invalid descriptor with errno if the file cannot be written.
 Descriptor openTrace(const char* path) {
-  constexpr mode_t kMode = 0644;
-  const Descriptor low(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, kMode));
+  const Descriptor low = openForAppending(path);
   // Out of the range that programs use for themselves.
   Descriptor fd(low ? fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstTraceDescriptor) : -1);
   if (fd && writeOpening(fd.get())) {
@@ -57,7 +74,7 @@ Descriptor openNamedTrace() {
   Descriptor file = openTrace(path);
   if (!file) {
     writeAll(STDERR_FILENO, std::string("quillon: QUILLON_TRACE: cannot write the trace file '") +
-                                path + "': " + std::strerror(errno) +
+                                path + "': " + fileErrorText(errno) +
                                 "; going on without a trace\n");
   }
   return file;
@@ -90,7 +107,7 @@ bool append(const std::string& event) { return writeAll(traceFile().get(), event
 Expected<void> startTrace(const std::string& path) {
   Descriptor file = openTrace(path.c_str());
   if (!file) {
-    return fail("cannot write the trace file '" + path + "': " + std::strerror(errno),
+    return fail("cannot write the trace file '" + path + "': " + fileErrorText(errno),
                 "name a file in a folder that exists and can be written");
   }
   traceFile() = std::move(file);

@@ -2,11 +2,12 @@
 
 #include <dlfcn.h>
 
-#include <fstream>
+#include <sstream>
 #include <string>
 
 #include "device_paths.h"
 #include "util/log/log.h"
+#include "util/zq_utils/cache_file.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ bool load(const std::string& library) {
 void preloadSharedLibraries() {
   QLOG_SCOPE();
   QLOG_INFO("### preloadSharedLibraries called ###");
-  std::ifstream list(device_paths::kPreloadList);
+  std::istringstream list(readFileToString(device_paths::kPreloadList));
   for (std::string library; list >> library;) {
     if (!load(library)) {
       const char* why = dlerror();

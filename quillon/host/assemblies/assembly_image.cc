@@ -1,9 +1,15 @@
 #include "quillon/host/assemblies/assembly_image.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdint>
-#include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "quillon/base/files.h"
 
@@ -32,30 +38,66 @@ constexpr size_t kCliEntryPoint = 20;
 constexpr size_t kCliManagedNativeHeader = 64;
 constexpr uint32_t kNativeEntryPoint = 0x10;
 
+// Returns `size` bytes of an image, or fewer at its end. They are valid until the next call.
+using Reader = std::function<std::string_view(size_t offset, size_t size)>;
+
+Reader readerOf(std::string_view image) {
+  return [image](size_t offset, size_t size) {
+    return image.substr(std::min(offset, image.size()), size);
+  };
+}
+
+// Reads a file in parts, because only a few hundred bytes of an image are needed. The first part
+// usually contains them all.
+class ImageFile {
+ public:
+  explicit ImageFile(const RegularFile& file) : file_(file.descriptor.get()) { load(0); }
+
+  std::string_view at(size_t offset, size_t size) {
+    if (offset < start_ || offset + size > start_ + length_) {
+      load(offset);
+    }
+    const std::string_view part(part_.data(), length_);
+    return part.substr(std::min(offset - start_, length_), size);
+  }
+
+ private:
+  void load(size_t offset) {
+    const ssize_t length = pread(file_, part_.data(), part_.size(), static_cast<off_t>(offset));
+    start_ = offset;
+    length_ = length < 0 ? 0 : static_cast<size_t>(length);
+  }
+
+  int file_;
+  std::array<char, 4096> part_;
+  size_t start_ = 0;
+  size_t length_ = 0;
+};
+
 // Reads little-endian numbers with bounds checks.
 class Bytes {
  public:
-  explicit Bytes(std::string_view bytes) : bytes_(bytes) {}
+  explicit Bytes(Reader reader) : read_(std::move(reader)) {}
 
   template <typename Number>
   std::optional<Number> at(size_t offset) const {
-    if (offset > bytes_.size() || bytes_.size() - offset < sizeof(Number)) {
+    const std::string_view bytes = read_(offset, sizeof(Number));
+    if (bytes.size() < sizeof(Number)) {
       return std::nullopt;
     }
     Number number = 0;
     for (size_t i = sizeof(Number); i > 0; --i) {
-      number =
-          static_cast<Number>(number << 8 | static_cast<unsigned char>(bytes_[offset + i - 1]));
+      number = static_cast<Number>(number << 8 | static_cast<unsigned char>(bytes[i - 1]));
     }
     return number;
   }
 
   bool hasTextAt(size_t offset, std::string_view text) const {
-    return offset <= bytes_.size() && bytes_.substr(offset, text.size()) == text;
+    return read_(offset, text.size()) == text;
   }
 
  private:
-  std::string_view bytes_;
+  Reader read_;
 };
 
 // The offset in the file of a relative virtual address, by the section table.
@@ -102,10 +144,7 @@ std::optional<size_t> peHeader(const Bytes& image) {
   return *pe;
 }
 
-}  // namespace
-
-std::string_view imageError(std::string_view text) {
-  const Bytes image(text);
+std::string_view errorOf(const Bytes& image) {
   const auto pe = peHeader(image);
   if (!pe) {
     return kNotAnAssembly;
@@ -125,25 +164,42 @@ std::string_view imageError(std::string_view text) {
   return *entryPoint == 0 ? kNoEntryPoint : std::string_view();
 }
 
-bool hasReadyToRunCode(std::string_view text) {
-  const Bytes image(text);
+bool isReadyToRun(const Bytes& image) {
   const auto pe = peHeader(image);
   const auto header = pe ? cliHeader(image, *pe) : std::nullopt;
   return header && image.at<uint32_t>(*header + kCliManagedNativeHeader).value_or(0) != 0;
 }
 
-bool hasReadyToRunCode(const std::filesystem::path& file) {
-  const auto image = readWholeFile(file, kMaxAssemblySize);
-  return image && hasReadyToRunCode(std::string_view(*image));
+std::string errorOfFile(const std::filesystem::path& path) {
+  const RegularFile file = openRegularFile(path, kMaxAssemblySize);
+  if (!file.descriptor) {
+    return "it cannot be read: " + fileErrorText(errno, kMaxAssemblySize);
+  }
+  ImageFile image(file);
+  return std::string(errorOf(Bytes(std::bind_front(&ImageFile::at, &image))));
+}
+
+}  // namespace
+
+std::string_view imageError(std::string_view image) { return errorOf(Bytes(readerOf(image))); }
+
+bool hasReadyToRunCode(std::string_view image) { return isReadyToRun(Bytes(readerOf(image))); }
+
+bool hasReadyToRunCode(const std::filesystem::path& path) {
+  const RegularFile file = openRegularFile(path, kMaxAssemblySize);
+  if (!file.descriptor) {
+    return false;
+  }
+  ImageFile image(file);
+  return isReadyToRun(Bytes(std::bind_front(&ImageFile::at, &image)));
 }
 
 Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {
-  const auto image = readWholeFile(file, kMaxAssemblySize);
-  const std::string_view error = image ? imageError(*image) : "it cannot be read";
+  const std::string error = errorOfFile(file);
   if (error.empty()) {
     return {};
   }
-  return fail("the runtime cannot run '" + file.string() + "': " + std::string(error),
+  return fail("the runtime cannot run '" + file.string() + "': " + error,
               "name an assembly built as an application (OutputType Exe)");
 }
 

@@ -18,7 +18,8 @@ struct RuntimeConfig {
 std::filesystem::path runtimeConfigOf(std::filesystem::path assembly);
 
 // Reads the configuration of an assembly. Returns an empty one if the file does not exist. Fails,
-// naming the file, if it exists and is not a JSON object.
+// naming the file, if it exists and is not a JSON object within the limits of docs/limits.md. A
+// package writes it, so it may contain anything.
 [[nodiscard]] Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly);
 
 // The version of the framework in a folder, from its Microsoft.NETCore.App.deps.json. Empty if the

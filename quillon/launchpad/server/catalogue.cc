@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <exception>
 
 #include "device_paths.h"
 #include "quillon/host/runtime/framework_check.h"
@@ -59,6 +60,14 @@ Expected<Entry> lookUp(const Request& request) {
   return Entry{std::move(target), std::move(key)};
 }
 
+// A package's files can make a library throw, for example std::bad_alloc. The server also serves
+// other packages, so it must not end.
+Expected<Entry> tryLookUp(const Request& request) try {
+  return lookUp(request);
+} catch (const std::exception& exception) {
+  return fail("the launch pad cannot read its files: " + std::string(exception.what()));
+}
+
 }  // namespace
 
 Expected<std::shared_ptr<const Entry>> Catalogue::find(const Request& request) {
@@ -89,7 +98,7 @@ Expected<Catalogue::Cached> Catalogue::read(const Request& request,
   Cached cached;
   for (int attempt = 0; attempt < 2; ++attempt) {
     cached.fingerprint = fingerprintOf(files);
-    ASSIGN_OR_RETURN(Entry entry, lookUp(request));
+    ASSIGN_OR_RETURN(Entry entry, tryLookUp(request));
     cached.files = filesOf(entry.target);
     cached.entry = std::make_shared<const Entry>(std::move(entry));
     if (cached.files == files) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 
 #include "quillon/base/exit_status.h"
 #include "quillon/base/terminal.h"
@@ -148,7 +149,7 @@ void EventLoop::onClientReadable(uint64_t client) {
   Message message;
   switch (receiveMessageNow(found->second.socket.get(), message)) {
     case Received::kMessage:
-      onClientMessage(client, std::move(message));
+      tryClientMessage(client, std::move(message));
       break;
     case Received::kEnd:
       removeClient(client);
@@ -156,6 +157,14 @@ void EventLoop::onClientReadable(uint64_t client) {
     case Received::kNothingYet:
       break;
   }
+}
+
+// A request that cannot be handled, for example for want of memory, ends only its own client.
+void EventLoop::tryClientMessage(uint64_t client, Message message) try {
+  onClientMessage(client, std::move(message));
+} catch (const std::exception& exception) {
+  tell({"cannot handle a request: " + std::string(exception.what()), ""});
+  removeClient(client);
 }
 
 void EventLoop::onClientMessage(uint64_t number, Message message) {

@@ -47,6 +47,7 @@ class EventLoop {
   void removeIdleClients();
   [[nodiscard]] bool isAccepting() const;
   void onClientReadable(uint64_t client);
+  void tryClientMessage(uint64_t client, Message message);
   void onClientMessage(uint64_t client, Message message);
   void removeClient(uint64_t client);
 

@@ -120,7 +120,7 @@ TEST_F(PartnerCommandTest, RefusesKeysThatThePluginCouldNotUse) {
       {"garbage.pem", "' contains no private key in PEM; "},
       {"public.pem", "' contains no private key in PEM; "},
       {"nothing.pem", "': No such file or directory; "},
-      {"tmp", "' contains no private key in PEM; "}};
+      {"tmp", "': not a regular file; "}};
   for (const auto& [name, message] : cases) {
     const Finished refused = sign("ID1", name);
     EXPECT_EQ(refused.status, kFailed);

@@ -1,5 +1,6 @@
 // The native libraries that a prepared process loads.
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include "tests/system/device/device_fixture.h"
 
@@ -50,6 +51,12 @@ TEST_F(LibraryPreload, ReportsALibraryThatDoesNotLoadAndContinues) {
 
 TEST_F(LibraryPreload, AnEmptyListLoadsNothing) {
   put(kList, "");
+  EXPECT_THAT(loaded(launch()), ElementsAre(false, false));
+}
+
+// open(2) of a FIFO waits for a writer.
+TEST_F(LibraryPreload, AFifoAsTheListLoadsNothing) {
+  ASSERT_EQ(mkfifo(onMachine(kList).c_str(), 0666), 0);
   EXPECT_THAT(loaded(launch()), ElementsAre(false, false));
 }
 

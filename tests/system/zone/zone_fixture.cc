@@ -1,6 +1,7 @@
 #include "tests/system/zone/zone_fixture.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -12,6 +13,8 @@
 #include <fstream>
 #include <iostream>
 #include <thread>
+
+#include "workstation/zone_state.h"
 
 namespace quillon::test {
 namespace {
@@ -73,9 +76,12 @@ void ZoneTest::start(const std::string& name) {
 }
 
 pid_t ZoneTest::holder(const std::string& name) {
-  std::ifstream state(root_ / kStates / name);
+  const int states = ::open((root_ / kStates).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
   pid_t pid = -1;
-  return state >> pid ? pid : -1;
+  const int pidfd = workstation::openZoneHolder(states, name.c_str(), pid);
+  ::close(states);
+  ::close(pidfd);
+  return pidfd < 0 ? -1 : pid;
 }
 
 Outcome ZoneTest::inDevice(const std::function<int()>& body) {

@@ -38,7 +38,7 @@ class ZoneTest : public DeviceRootTest {
   Outcome zone(const std::string& arguments);
   void start(const std::string& name = "appzone");
 
-  // Returns the holder's process id from the state file, or -1 without a state file.
+  // Returns the holder's process id, or -1 if no process holds the zone.
   pid_t holder(const std::string& name = "appzone");
 
   // Runs `body` in a child process in the device root, outside all zones. Returns its output, and

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "platform/vconf.h"
+#include "quillon/base/files.h"
 #include "tests/support/program.h"
 #include "tests/unit/platform/device_main.h"
 #include "workstation/config_store.h"
@@ -102,6 +103,15 @@ TEST_F(ConfigTest, ReadsWhatWasSet) {
     ASSERT_TRUE(setConfig(kKey, value));
     EXPECT_EQ(getConfig(kKey).value(), value);
   }
+}
+
+TEST_F(ConfigTest, RefusesAValueThatWouldNotBeRead) {
+  set(1);
+  const std::string fitting(kMaxTextSize - std::string("string ").size(), 'x');
+  EXPECT_FALSE(setConfig(kKey, fitting + 'x'));
+  EXPECT_TRUE(getConfig(kKey).value() == ConfigValue(1));  // EXPECT_EQ would print a megabyte
+  EXPECT_TRUE(setConfig(kKey, fitting));
+  EXPECT_TRUE(getConfig(kKey).value() == ConfigValue(fitting));
 }
 
 TEST_F(ConfigTest, ReadsTextOfTextKeysOnly) {

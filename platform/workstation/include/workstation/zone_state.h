@@ -1,10 +1,9 @@
-// State files of running zones. The tool that runs zones writes them; the zone library, which
-// enters zones, reads them. Each running zone has a small file in a fixed device folder.
+// State files of running zones. Each running zone has an empty file in a fixed device folder.
 //
 // A zone lives as long as its holder, a process that only keeps the zone's namespaces open. The
-// file contains "PID START\n". START is the holder's start time in clock ticks since boot (proc(5),
-// field 22 of /proc/PID/stat). Both together identify one process, even after the kernel has reused
-// the process id.
+// holder keeps a lock on its file (fcntl(2), F_SETLK), on one byte that no other program locks. The
+// kernel states which process has the lock and removes it when the process ends. No process id is
+// read from a file, so a forged or stale file cannot pass another process off as the holder.
 //
 // Uses only libc, because the zone library must not need more.
 #pragma once
@@ -22,11 +21,6 @@ inline constexpr char kZoneDirectory[] = "/zone";
 
 inline constexpr std::size_t kMaxZoneNameLength = 64;
 
-struct ZoneHolder {
-  pid_t pid = -1;
-  unsigned long long startTime = 0;  // clock ticks since boot
-};
-
 // Whether a name consists of 1 to kMaxZoneNameLength letters, digits, "-", "_" and ".", and does
 // not begin with ".".
 [[nodiscard]] bool isZoneName(const char* name);
@@ -35,11 +29,13 @@ struct ZoneHolder {
 // its start time cannot be read. Process id and start time together identify one process.
 [[nodiscard]] unsigned long long startTimeOf(pid_t pid);
 
-// Reads the state file `name` in the open folder `directory`. Returns false with errno if there is
-// no such file (ENOENT) or if it is malformed (EBADMSG).
-[[nodiscard]] bool readZoneState(int directory, const char* name, ZoneHolder& holder);
+// Makes the calling process the holder of the zone whose state file is open as `file`, until it
+// ends or closes any descriptor of that file. Returns false with errno on failure.
+[[nodiscard]] bool holdZone(int file);
 
-// Opens a pidfd of the holder. Returns -1 with errno on failure; ESRCH if the holder has ended.
-[[nodiscard]] int openZoneHolder(const ZoneHolder& holder);
+// Opens a pidfd of the holder of the state file `name` in the open folder `directory`, and stores
+// the holder's process id in `pid`. Returns -1 with errno on failure: ENOENT if there is no such
+// file, ESRCH if no process holds the zone.
+[[nodiscard]] int openZoneHolder(int directory, const char* name, pid_t& pid);
 
 }  // namespace quillon::workstation

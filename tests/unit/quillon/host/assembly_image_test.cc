@@ -2,7 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
 #include <string>
+
+#include "quillon/base/files.h"
+#include "tests/support/temporary_directory.h"
 
 namespace quillon::host {
 namespace {
@@ -86,6 +90,40 @@ TEST(AssemblyImage, HasReadyToRunCodeIfItHasAReadyToRunHeader) {
     EXPECT_FALSE(hasReadyToRunCode(std::string_view(compiled).substr(0, size))) << size;
   }
   EXPECT_FALSE(hasReadyToRunCode(std::filesystem::path("/nonexistent/App.dll")));
+}
+
+// An image with `size` bytes between its section table and the section.
+std::string imageWithGap(size_t size) {
+  std::string bytes = image(0x06000001);
+  bytes.insert(0x200, size, '\0');
+  put(bytes, 0x80 + 24 + 0xf0 + 20, 0x200 + size, 4);
+  return bytes;
+}
+
+TEST(AssemblyImage, IsReadFromAFileInParts) {
+  const test::TemporaryDirectory folder;
+  const std::filesystem::path file = folder.path() / "App.dll";
+  for (const size_t gap : {0, 3500, 3564, 3572, 100'000}) {
+    const std::string bytes = imageWithGap(gap);
+    ASSERT_EQ(imageError(bytes), "") << gap;
+    std::ofstream(file, std::ios::binary) << bytes;
+    EXPECT_TRUE(requireExecutableAssembly(file).has_value()) << gap;
+    std::ofstream(file, std::ios::binary) << bytes.substr(0, 0x200 + gap + 8 + 20);
+    EXPECT_FALSE(requireExecutableAssembly(file).has_value()) << gap;
+  }
+}
+
+TEST(AssemblyImage, FailureNamesAFileAboveTheLimit) {
+  const test::TemporaryDirectory folder;
+  const std::filesystem::path file = folder.path() / "App.dll";
+  std::ofstream(file, std::ios::binary) << image(0x06000001);
+  std::filesystem::resize_file(file, kMaxAssemblySize);
+  EXPECT_TRUE(requireExecutableAssembly(file).has_value());
+  std::filesystem::resize_file(file, kMaxAssemblySize + 1);
+  const auto checked = requireExecutableAssembly(file);
+  ASSERT_FALSE(checked.has_value());
+  EXPECT_THAT(checked.error().what, HasSubstr("it cannot be read: larger than 256 MiB"));
+  EXPECT_FALSE(hasReadyToRunCode(file));
 }
 
 TEST(AssemblyImage, FailureNamesAFileThatCannotBeRead) {

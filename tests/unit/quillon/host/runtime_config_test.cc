@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "quillon/base/files.h"
 #include "tests/support/temporary_directory.h"
 
 namespace quillon::host {
@@ -65,6 +66,45 @@ TEST_F(RuntimeConfigFile, IsNamedByTheFailureIfItIsNotJson) {
     ASSERT_FALSE(config.has_value()) << text;
     EXPECT_THAT(config.error().what, HasSubstr("App.runtimeconfig.json"));
   }
+}
+
+std::string property(const std::string& value) {
+  return R"({"runtimeOptions": {"configProperties": {"a": )" + value + "}}}";
+}
+
+TEST_F(RuntimeConfigFile, MayBeNestedUpTo64Levels) {
+  const auto nested = [](int levels) {
+    return property(std::string(levels, '[') + std::string(levels, ']'));
+  };
+  EXPECT_TRUE(read(nested(61)).has_value());  // property() has three levels
+  const auto config = read(nested(62));
+  ASSERT_FALSE(config.has_value());
+  EXPECT_THAT(config.error().what,
+              HasSubstr("App.runtimeconfig.json' is nested deeper than 64 levels"));
+  EXPECT_FALSE(read(nested(80'000)).has_value());
+}
+
+TEST_F(RuntimeConfigFile, MayHaveUpTo4096Names) {
+  const auto withNames = [](int count) {
+    std::string more = "0";
+    for (int i = 3; i < count; ++i) {  // property() has three names
+      more += ", \"" + std::to_string(i) + "\": 0";
+    }
+    return property(more);
+  };
+  EXPECT_TRUE(read(withNames(4096)).has_value());
+  const auto config = read(withNames(4097));
+  ASSERT_FALSE(config.has_value());
+  EXPECT_THAT(config.error().what, HasSubstr("has more than 4096 names"));
+}
+
+TEST_F(RuntimeConfigFile, MayHaveUpToOneMebibyte) {
+  const std::string text = property("0");
+  const std::string padding(kMaxTextSize - text.size(), ' ');
+  EXPECT_TRUE(read(text + padding).has_value());
+  const auto config = read(text + padding + ' ');
+  ASSERT_FALSE(config.has_value());
+  EXPECT_THAT(config.error().what, HasSubstr("cannot be read: larger than 1 MiB"));
 }
 
 TEST_F(RuntimeConfigFile, ReadsTheFrameworksVersionFromItsDependencyFile) {

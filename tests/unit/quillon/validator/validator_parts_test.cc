@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "quillon/base/files.h"
 #include "quillon/validator/decision.h"
 #include "quillon/validator/policy.h"
 #include "quillon/validator/request.h"
@@ -250,6 +251,15 @@ TEST_F(ValidatorPolicy, DeniesFilesThatAreUnreadableOrHaveAnotherCanonicalPath) 
   EXPECT_FALSE(decide(policy, at("folder")).allowed);
   EXPECT_FALSE(decide(policy, at("none.dll")).allowed);
   EXPECT_TRUE(decide(policy, at("a.dll")).allowed);
+}
+
+TEST_F(ValidatorPolicy, DeniesFilesAboveTheLimit) {
+  const Policy policy = policyOf("default = \"allow\"");
+  test::writeFile(at("a.dll"), "x");
+  fs::resize_file(at("a.dll"), kMaxAssemblySize + 1);
+  const Decision denied = decide(policy, at("a.dll"));
+  EXPECT_FALSE(denied.allowed);
+  EXPECT_THAT(denied.reason, HasSubstr("larger than 256 MiB"));
 }
 
 }  // namespace
