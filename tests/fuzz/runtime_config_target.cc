@@ -30,7 +30,7 @@ FUZZ_TARGET(runtime_config) {
     const std::string& what = config.error().what;
     FUZZ_REQUIRE(what == "'" + name + "' is not valid JSON" ||
                  what == "'" + name + "' is nested deeper than 64 levels" ||
-                 what == "'" + name + "' has more than 4096 names");
+                 what == "'" + name + "' has more than 4096 values");
   } else {
     FUZZ_REQUIRE(bytes.find('{') != bytes.npos);
     for (const auto& [name, value] : config->properties) {

@@ -16,59 +16,57 @@ constexpr char kFrameworkName[] = "Microsoft.NETCore.App";
 constexpr char kDepsFile[] = "Microsoft.NETCore.App.deps.json";
 constexpr char kRuntimePack[] = "Microsoft.NETCore.App.Runtime.";
 
-// Readers of nested values, such as dump(), call themselves for each level.
+// Functions for nested values, such as dump(), call themselves for each level.
 constexpr int kMaxDepth = 64;
-// ordered_json compares each name of an object with all names before it.
-constexpr int kMaxNames = 4096;
+// ordered_json compares each name of an object with all names before it, and the destructor of an
+// array allocates memory for each of its values.
+constexpr int kMaxValues = 4096;
 
 constexpr bool kStrict = true;
 constexpr bool kIgnoreComments = true;  // as .NET's own host does
 
-// Counts levels. Stops the parser at values that are nested too deeply.
-class JsonEvents : public nlohmann::json_sax<Json> {
+// Ignores the content of a JSON text, but stops the parser when it exceeds a limit.
+class LimitedEvents : public nlohmann::json_sax<Json> {
  public:
-  bool null() override { return true; }
-  bool boolean(bool) override { return true; }
-  bool number_integer(number_integer_t) override { return true; }
-  bool number_unsigned(number_unsigned_t) override { return true; }
-  bool number_float(number_float_t, const string_t&) override { return true; }
-  bool string(string_t&) override { return true; }
-  bool binary(binary_t&) override { return true; }
-  bool start_array(std::size_t) override { return ++depth_ <= kMaxDepth; }
+  bool null() override { return count(); }
+  bool boolean(bool) override { return count(); }
+  bool number_integer(number_integer_t) override { return count(); }
+  bool number_unsigned(number_unsigned_t) override { return count(); }
+  bool number_float(number_float_t, const string_t&) override { return count(); }
+  bool string(string_t&) override { return count(); }
+  bool binary(binary_t&) override { return count(); }
+  bool key(string_t&) override { return true; }
+  bool start_array(std::size_t) override { return enter(); }
   bool end_array() override { return depth_-- > 0; }
-  bool start_object(std::size_t) override { return ++depth_ <= kMaxDepth; }
+  bool start_object(std::size_t) override { return enter(); }
   bool end_object() override { return depth_-- > 0; }
   bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
     return false;
+  }
+
+  // What exceeds a limit; empty if nothing does.
+  [[nodiscard]] std::string excess() const {
+    if (depth_ > kMaxDepth) {
+      return "is nested deeper than " + std::to_string(kMaxDepth) + " levels";
+    }
+    return values_ > kMaxValues ? "has more than " + std::to_string(kMaxValues) + " values" : "";
   }
 
  protected:
   [[nodiscard]] int depth() const { return depth_; }
 
  private:
+  bool count() { return ++values_ <= kMaxValues; }
+  bool enter() { return count() && ++depth_ <= kMaxDepth; }
+
   int depth_ = 0;
-};
-
-class SizeCheck : public JsonEvents {
- public:
-  bool key(string_t&) override { return ++names_ <= kMaxNames; }
-
-  // What exceeds a limit; empty if nothing does.
-  [[nodiscard]] std::string excess() const {
-    if (depth() > kMaxDepth) {
-      return "is nested deeper than " + std::to_string(kMaxDepth) + " levels";
-    }
-    return names_ > kMaxNames ? "has more than " + std::to_string(kMaxNames) + " names" : "";
-  }
-
- private:
-  int names_ = 0;
+  int values_ = 0;
 };
 
 std::string excessIn(const std::string& text) {
-  SizeCheck check;
-  Json::sax_parse(text, &check, Json::input_format_t::json, kStrict, kIgnoreComments);
-  return check.excess();
+  LimitedEvents events;
+  Json::sax_parse(text, &events, Json::input_format_t::json, kStrict, kIgnoreComments);
+  return events.excess();
 }
 
 tl::unexpected<Failure> unusable(const fs::path& file, const std::string& why) {
@@ -114,7 +112,7 @@ std::string wantedVersion(const Json& options) {
 // Reads the framework's dependency file up to the key that contains its version, "targets": {...:
 // {"Microsoft.NETCore.App.Runtime.linux-x64/10.0.12": ..., which is near the start of a file of
 // hundreds of lines.
-class FrameworkVersion : public JsonEvents {
+class FrameworkVersion : public LimitedEvents {
  public:
   std::string version;
 

@@ -84,18 +84,18 @@ TEST_F(RuntimeConfigFile, MayBeNestedUpTo64Levels) {
   EXPECT_FALSE(read(nested(80'000)).has_value());
 }
 
-TEST_F(RuntimeConfigFile, MayHaveUpTo4096Names) {
-  const auto withNames = [](int count) {
+TEST_F(RuntimeConfigFile, MayHaveUpTo4096Values) {
+  const auto withValues = [](int count) {
     std::string more = "0";
-    for (int i = 3; i < count; ++i) {  // property() has three names
+    for (int i = 4; i < count; ++i) {  // property() has four values
       more += ", \"" + std::to_string(i) + "\": 0";
     }
     return property(more);
   };
-  EXPECT_TRUE(read(withNames(4096)).has_value());
-  const auto config = read(withNames(4097));
+  EXPECT_TRUE(read(withValues(4096)).has_value());
+  const auto config = read(withValues(4097));
   ASSERT_FALSE(config.has_value());
-  EXPECT_THAT(config.error().what, HasSubstr("has more than 4096 names"));
+  EXPECT_THAT(config.error().what, HasSubstr("has more than 4096 values"));
 }
 
 TEST_F(RuntimeConfigFile, MayHaveUpToOneMebibyte) {
