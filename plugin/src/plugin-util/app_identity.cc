@@ -11,6 +11,7 @@
 #include "platform/pkgmgr_info.h"
 #include "plugin/src/plugin-util/launch_boost.h"
 #include "util/log/log.h"
+#include "util/undestroyed.h"
 #include "util/zq_utils/paths.h"
 
 namespace {
@@ -24,7 +25,8 @@ constexpr std::size_t kPackageIdSize = 1024;
 }  // namespace
 
 std::string g_execPath;
-std::string& g_appID = *new std::string;
+Undestroyed<std::string> appIdStorage asm("g_appID_storage");
+[[gnu::alias("g_appID_storage")]] extern std::string g_appID;
 const std::string allowedExecPathPrefix[3] = {device_paths::kExecutablePrefixes[0],
                                               device_paths::kExecutablePrefixes[1],
                                               device_paths::kExecutablePrefixes[2]};

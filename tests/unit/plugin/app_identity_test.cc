@@ -12,6 +12,8 @@
 #include "plugin/src/plugin-util/launch_boost.h"
 #include "tests/support/recording_platform.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/unit/plugin/declared_strings.h"
+#include "util/log/error_file.h"
 
 namespace quillon::test {
 namespace {
@@ -54,6 +56,37 @@ TEST_F(AppIdentity, TakesTheIdentityOverInOrder) {
   for (const LogRecord& record : platform().log) {
     EXPECT_TRUE(record.file() == "plugin-util.cc" || record.file() == "log.h") << record.text;
   }
+}
+
+TEST_F(AppIdentity, OtherSourceFilesMayDeclareTheStrings) {
+  const std::string id(64, 'i');  // longer than a string object can hold
+  _SetAppInfo(id, "/usr/bin/env");
+  EXPECT_EQ(&declaredAppId(), &g_appID);
+  EXPECT_EQ(declaredAppId(), id);
+  errorLogFile = "/tmp/error file";
+  EXPECT_EQ(&declaredErrorLogFile(), &errorLogFile);
+  EXPECT_EQ(declaredErrorLogFile(), "/tmp/error file");
+  errorLogFile.clear();
+}
+
+const std::string* expectedAtTheEnd = nullptr;
+
+// Runs after all destructors of static objects.
+[[gnu::destructor]] void compareAtTheEnd() {
+  if (expectedAtTheEnd != nullptr) {
+    _exit(*expectedAtTheEnd == g_appID && *expectedAtTheEnd == errorLogFile ? 42 : 43);
+  }
+}
+
+TEST_F(AppIdentity, TheStringsAreNotDestroyedAtExit) {
+  EXPECT_EXIT(
+      {
+        expectedAtTheEnd = new std::string(64, 'i');
+        g_appID = *expectedAtTheEnd;
+        errorLogFile = *expectedAtTheEnd;
+        exit(0);
+      },
+      ExitedWithCode(42), "");
 }
 
 TEST_F(AppIdentity, TracesEveryOperationByItsSignature) {
