@@ -10,6 +10,7 @@
 #include "device_paths.h"
 #include "platform/pkgmgr_info.h"
 #include "plugin/src/plugin-util/launch_boost.h"
+#include "plugin/src/plugin-util/published_app_id.h"
 #include "util/log/log.h"
 #include "util/undestroyed.h"
 #include "util/zq_utils/paths.h"
@@ -37,6 +38,7 @@ void _SetAppInfo(const std::string& appId, const std::string& execPath) {
   QLOG_INFO("### App ID : %s ###", appId.c_str());
   QLOG_INFO("### execPath : %s ###", execPath.c_str());
   g_appID = appId;
+  publishAppId(appId.c_str());
   notifyLaunchBoost(appId, getpid());
   checkExecRunable(execPath);
   g_execPath = execPath;

@@ -10,6 +10,7 @@
 #include <fstream>
 
 #include "plugin/src/plugin-util/launch_boost.h"
+#include "plugin/src/plugin-util/published_app_id.h"
 #include "tests/support/recording_platform.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/unit/plugin/declared_strings.h"
@@ -56,6 +57,24 @@ TEST_F(AppIdentity, TakesTheIdentityOverInOrder) {
   for (const LogRecord& record : platform().log) {
     EXPECT_TRUE(record.file() == "plugin-util.cc" || record.file() == "log.h") << record.text;
   }
+}
+
+TEST_F(AppIdentity, PublishesTheIdForSignalHandlers) {
+  _SetAppInfo("org.example.clock", "/usr/bin/env");
+  EXPECT_STREQ(publishedAppId(), "org.example.clock");
+  publishAppId(std::string(5000, 'i').c_str());
+  EXPECT_EQ(publishedAppId(), std::string(99, 'i'));
+  publishAppId("");
+  EXPECT_STREQ(publishedAppId(), "");
+}
+
+// A signal handler can interrupt the assignment of an id at any instruction.
+TEST_F(AppIdentity, APublishedIdStaysWhileTheNextOneIsWritten) {
+  publishAppId("first");
+  const char* const first = publishedAppId();
+  publishAppId("second");
+  EXPECT_STREQ(first, "first");
+  EXPECT_STREQ(publishedAppId(), "second");
 }
 
 TEST_F(AppIdentity, OtherSourceFilesMayDeclareTheStrings) {
