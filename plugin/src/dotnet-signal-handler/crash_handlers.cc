@@ -3,9 +3,12 @@
 #include <unistd.h>
 
 #include "plugin/src/dotnet-signal-handler/signal_handler.h"
+#include "plugin/src/dotnet-signal-handler/thread_state.h"
 #include "quillon_tv_plugin.h"
 #include "util/log/crash_keywords.h"
+#include "util/log/deadline.h"
 #include "util/log/log.h"
+#include "util/log/reader_progress.h"
 #include "util/log/stream_capture.h"
 
 struct sigaction sig_abrt_new = {};
@@ -27,8 +30,24 @@ constexpr char kDumpMarker[] = "/tmp/dotnet_dont_create_dump";
 // Logged for SIGABRT and SIGSEGV.
 constexpr char kCrashAtEnd[] = "onSigabrt called while terminate. go to exit";
 
-// Limit for each wait of a handler for the standard-error reader.
-constexpr int kMaxWait = 100;  // milliseconds
+// A handler waits this long for a standard-error reader that is blocked, for example by a lock that
+// the crashed thread holds.
+constexpr int kPatience = 100;  // milliseconds
+
+// All waits of a handler together, for a reader that can run but gets no processor because many
+// processes are ready to run.
+constexpr int kMaxWait = 2000;  // milliseconds
+
+// Returns true if time is all that the reader needs. A reader without a thread id has not begun.
+bool isReaderStarved() {
+  const pid_t reader = stderrProgress.thread();
+  return reader == 0 || isReadyToRun(reader);
+}
+
+void waitForReader(const Deadline& deadline) {
+  while (!waitForStderrReader(kPatience) && deadline.left() > 0 && isReaderStarved()) {
+  }
+}
 
 // The process ends quietly from here on, so an abort of another thread must not create a dump.
 // Other signals keep their handlers, because the runtime needs them, for example for null
@@ -41,10 +60,10 @@ void keepAbortsQuiet() {
 }
 
 // Waits for the reader, because messages that it has not logged when the process ends are lost.
-void endQuietly(const char* message) {
+void endQuietly(const char* message, const Deadline& deadline) {
   keepAbortsQuiet();
   sendMessageToDlogError(message);
-  waitForStderrReader(kMaxWait);
+  waitForReader(deadline);
   _exit(0);
 }
 
@@ -56,9 +75,9 @@ bool dumpIsSuppressed() {
 
 // The crash flags depend on text that may still be in the pipe. Waits for the reader before the
 // handler adds messages of its own to the pipe, and only if the flags affect the result.
-void waitForFlags() {
+void waitForFlags(const Deadline& deadline) {
   if (!checkOnTerminate && !checkOnSigabrt) {
-    waitForStderrReader(kMaxWait);
+    waitForReader(deadline);
   }
 }
 
@@ -76,16 +95,17 @@ const char* reasonToEndQuietly() {
 
 }  // namespace
 
-void sigtermHandler(int) { endQuietly("Sigterm Handler"); }
+void sigtermHandler(int) { endQuietly("Sigterm Handler", Deadline(kMaxWait)); }
 
 void onSigabrt(int sig) {
-  waitForFlags();
+  const Deadline deadline(kMaxWait);
+  waitForFlags(deadline);
   sendMessageToDlogError("<<< onSigabrt >>>");
   if (const char* message = reasonToEndQuietly()) {
-    endQuietly(message);
+    endQuietly(message, deadline);
   }
   sigaction(SIGABRT, &sig_abrt_old, nullptr);
-  waitForStderrReader(kMaxWait);
+  waitForReader(deadline);
   checkOnSigabrt = true;
   sigaction(SIGABRT, &sig_abrt_old, nullptr);
   raise(sig);
@@ -97,7 +117,7 @@ void onSigsegv(int sig) {
   }
   bFirstSigSegv = false;
   if (checkOnTerminate) {
-    endQuietly(kCrashAtEnd);
+    endQuietly(kCrashAtEnd, Deadline(kMaxWait));
   }
   sigaction(SIGSEGV, &sig_segv_old, nullptr);
   raise(sig);

@@ -10,10 +10,10 @@ shift
 
 # Listed in signal-safety(7). In addition, ioctl, gettid and nanosleep are single system calls, and
 # difftime, strlen and the memory functions only compute.
-safe='_exit|access|clock_gettime|difftime|getpid|gettid|ioctl|nanosleep|poll|raise'
+safe='_exit|access|clock_gettime|close|difftime|getpid|gettid|ioctl|nanosleep|open|poll|raise|read'
 safe+='|sigaction|sigemptyset|signal|strlen|time|write|__errno_location|mem(cpy|set|move)'
 # Functions of the plug-in. They are defined in the checked object files.
-own='waitForStderrReader|sendMessageToDlogError|itoaForSignalHandler|publishedAppId'
+own='waitForStderrReader|sendMessageToDlogError|itoaForSignalHandler|publishedAppId|isReadyToRun'
 own+='|ReaderProgress::runsConcurrently'
 # Data of the plug-in.
 own+='|checkOnTerminate|managedExceptionOccurred|memoryIssueOccurred|pStdErr|stderrProgress'
