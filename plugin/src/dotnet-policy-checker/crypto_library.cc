@@ -75,12 +75,14 @@ std::optional<CryptoLibrary> loadCryptoLibrary() {
   const std::string path = systemLibrary();
   void* const library = dlopen(path.c_str(), kMode);
   if (library != nullptr && !isLoadedFrom(library, path)) {
-    QLOG_ERROR("Failed to load the crypto library: another library has the name %s", path.c_str());
+    QLOG_ERROR_OF("verify_signature",
+                  "Failed to load the crypto library: another library has the name %s",
+                  path.c_str());
     return std::nullopt;
   }
   CryptoLibrary crypto{};
   if (library == nullptr || !findAll(library, crypto)) {
-    QLOG_ERROR("Failed to load the crypto library: %s", dlerror());
+    QLOG_ERROR_OF("verify_signature", "Failed to load the crypto library: %s", dlerror());
     return std::nullopt;
   }
   return crypto;
