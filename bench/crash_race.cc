@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -36,6 +37,8 @@ struct Options {
   int rounds = 100;
   int load = 0;
   std::string plugin = QUILLON_BUILD_DIRECTORY "/lib/libquillon-tv-plugin.so";
+  std::string only;  // a case; empty: all
+  std::string keep;  // a folder for what wrong launches left; empty: nowhere
 };
 
 // The application's actions, its end if the plug-in has read the text, and the texts in the log.
@@ -143,8 +146,13 @@ class Race {
     for (int round = 0; round < options_.rounds; ++round) {
       const std::string log = output() + "/log";
       std::remove(log.c_str());
-      counts.wrongEnd += run(command, output()) == which.status ? 0 : 1;
-      counts.untold += tells(contentOf(log), which.texts) ? 0 : 1;
+      const int status = run(command, output());
+      const bool isUntold = !tells(contentOf(log), which.texts);
+      counts.wrongEnd += status == which.status ? 0 : 1;
+      counts.untold += isUntold ? 1 : 0;
+      if (status != which.status || isUntold) {
+        keep(std::string(which.name) + "." + std::to_string(round), status);
+      }
     }
     return counts;
   }
@@ -154,6 +162,20 @@ class Race {
     if (run(command, output()) != 0) {
       throw std::runtime_error(contentOf(output() + "/err"));
     }
+  }
+
+  // Copies the output and the log of a launch, and writes its wait status.
+  void keep(const std::string& name, int status) const {
+    if (options_.keep.empty()) {
+      return;
+    }
+    const std::filesystem::path folder = std::filesystem::path(options_.keep) / name;
+    std::filesystem::create_directories(folder);
+    for (const char* file : {"out", "err", "log"}) {
+      std::error_code missing;
+      std::filesystem::copy_file(output() + "/" + file, folder / file, missing);
+    }
+    std::ofstream(folder / "status") << status << "\n";
   }
 
   static bool tells(const std::string& log, const Words& texts) {
@@ -180,6 +202,9 @@ bool measureAll(const Options& options) {
   std::fflush(stdout);  // otherwise the forked children would print it again
   bool good = true;
   for (const Case& which : cases()) {
+    if (!options.only.empty() && options.only != which.name) {
+      continue;
+    }
     const Counts counts = race.measure(which);
     std::printf("  %-12s ended in the wrong way %d, not told in the log %d\n", which.name,
                 counts.wrongEnd, counts.untold);
@@ -198,6 +223,8 @@ int main(int argc, char** argv) {
   app.add_option("--load", options.load, "busy processes beside the launches")
       ->check(CLI::NonNegativeNumber);
   app.add_option("--plugin", options.plugin, "the plug-in to launch with");
+  app.add_option("--only", options.only, "one row: exception, fail-fast or double free");
+  app.add_option("--keep", options.keep, "a folder for the logs of wrong launches");
   CLI11_PARSE(app, argc, argv);
   try {
     return measureAll(options) ? EXIT_SUCCESS : EXIT_FAILURE;

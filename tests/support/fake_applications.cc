@@ -7,6 +7,7 @@
 #include "tests/support/platform_recorder.h"
 
 using quillon::test::closeHandle;
+using quillon::test::failWithGarbage;
 using quillon::test::FakeApplication;
 using quillon::test::FakePackage;
 using quillon::test::findApplication;
@@ -60,11 +61,8 @@ extern "C" {
 
 int app_info_create(const char* app_id, app_info_h* handle) {
   const int failure = record(__func__, {textOf(app_id)});
-  if (failure != 0) {
-    return failure;
-  }
-  if (app_id == nullptr || findApplication(app_id) == nullptr) {
-    return kFailed;
+  if (failure != 0 || app_id == nullptr || findApplication(app_id) == nullptr) {
+    return failWithGarbage(failure != 0 ? failure : kFailed, handle);
   }
   *handle = reinterpret_cast<app_info_h>(openHandle(app_id));
   return 0;
@@ -79,7 +77,7 @@ int app_info_get_package(app_info_h handle, char** package) {
   const int failure = record(__func__, {idOf(handleOf(handle))});
   const FakePackage* owner = handle == nullptr ? nullptr : packageOf(handleOf(handle)->id);
   if (failure != 0 || owner == nullptr) {
-    return failure != 0 ? failure : kFailed;
+    return failWithGarbage(failure != 0 ? failure : kFailed, package);
   }
   *package = strdup(owner->id.c_str());
   return 0;
@@ -102,11 +100,12 @@ int app_info_foreach_metadata(app_info_h handle, app_info_metadata_cb cb, void* 
 
 int app_info_metadata_filter_create(app_info_metadata_filter_h* handle) {
   const int failure = record(__func__, {});
-  if (failure == 0) {
-    *handle = new app_info_metadata_filter_s;
-    platform().openHandles.insert(kFilterId);
+  if (failure != 0) {
+    return failWithGarbage(failure, handle);
   }
-  return failure;
+  *handle = new app_info_metadata_filter_s;
+  platform().openHandles.insert(kFilterId);
+  return 0;
 }
 
 int app_info_metadata_filter_destroy(app_info_metadata_filter_h handle) {

@@ -6,6 +6,7 @@
 #include "tests/support/platform_recorder.h"
 
 using quillon::test::closeHandle;
+using quillon::test::failWithGarbage;
 using quillon::test::FakeApplication;
 using quillon::test::FakePackage;
 using quillon::test::findApplication;
@@ -99,11 +100,8 @@ int give(Handle* handle, const std::string& text, char** out) {
 
 template <typename Opaque>
 int openPackage(int failure, const char* id, Opaque* handle) {
-  if (failure != 0) {
-    return failure;
-  }
-  if (id == nullptr || findPackage(id) == nullptr) {
-    return kFailed;
+  if (failure != 0 || id == nullptr || findPackage(id) == nullptr) {
+    return failWithGarbage(failure != 0 ? failure : kFailed, handle);
   }
   *handle = reinterpret_cast<Opaque>(openHandle(id));
   return 0;
@@ -184,7 +182,7 @@ int pkgmgrinfo_pkginfo_get_mainappid(pkgmgrinfo_pkginfo_h handle, char** app_id)
   const int failure = record(__func__, {idOf(handleOf(handle))});
   const FakePackage* package = packageBehind(handleOf(handle));
   if (failure != 0 || package == nullptr || package->applications.empty()) {
-    return failure != 0 ? failure : kFailed;
+    return failWithGarbage(failure != 0 ? failure : kFailed, app_id);
   }
   return give(handleOf(handle), package->applications.front().id, app_id);
 }
@@ -193,7 +191,7 @@ int pkgmgrinfo_pkginfo_get_root_path(pkgmgrinfo_pkginfo_h handle, char** path) {
   const int failure = record(__func__, {idOf(handleOf(handle))});
   const FakePackage* package = packageBehind(handleOf(handle));
   if (failure != 0 || package == nullptr) {
-    return failure != 0 ? failure : kFailed;
+    return failWithGarbage(failure != 0 ? failure : kFailed, path);
   }
   return give(handleOf(handle), package->rootPath, path);
 }
@@ -205,11 +203,8 @@ int pkgmgrinfo_pkginfo_destroy_pkginfo(pkgmgrinfo_pkginfo_h handle) {
 
 int pkgmgrinfo_appinfo_get_appinfo(const char* app_id, pkgmgrinfo_appinfo_h* handle) {
   const int failure = record(__func__, {textOf(app_id)});
-  if (failure != 0) {
-    return failure;
-  }
-  if (app_id == nullptr || findApplication(app_id) == nullptr) {
-    return kFailed;
+  if (failure != 0 || app_id == nullptr || findApplication(app_id) == nullptr) {
+    return failWithGarbage(failure != 0 ? failure : kFailed, handle);
   }
   *handle = openHandle(app_id);
   return 0;
@@ -219,7 +214,7 @@ int pkgmgrinfo_appinfo_get_exec(pkgmgrinfo_appinfo_h handle, char** exec) {
   const int failure = record(__func__, {idOf(handleOf(handle))});
   const FakeApplication* application = applicationBehind(handleOf(handle));
   if (failure != 0 || application == nullptr) {
-    return failure != 0 ? failure : kFailed;
+    return failWithGarbage(failure != 0 ? failure : kFailed, exec);
   }
   return give(handleOf(handle), application->exec, exec);
 }
@@ -229,14 +224,14 @@ int pkgmgrinfo_appinfo_get_metadata_value(pkgmgrinfo_appinfo_h handle, const cha
   const int failure = record(__func__, {idOf(handleOf(handle)), textOf(key)});
   const FakeApplication* application = applicationBehind(handleOf(handle));
   if (failure != 0 || application == nullptr) {
-    return failure != 0 ? failure : kFailed;
+    return failWithGarbage(failure != 0 ? failure : kFailed, value);
   }
   for (const auto& [itsKey, itsValue] : application->metadata) {
     if (itsKey == key) {
       return give(handleOf(handle), itsValue, value);
     }
   }
-  return kFailed;
+  return failWithGarbage(kFailed, value);
 }
 
 int pkgmgrinfo_appinfo_destroy_appinfo(pkgmgrinfo_appinfo_h handle) {
@@ -246,9 +241,7 @@ int pkgmgrinfo_appinfo_destroy_appinfo(pkgmgrinfo_appinfo_h handle) {
 
 int pkgmgr_installer_info_get_target_uid(uid_t* uid) {
   const int failure = record(__func__, {});
-  if (failure == 0) {
-    *uid = platform().targetUser;
-  }
+  *uid = failure == 0 ? platform().targetUser : ~uid_t{0};
   return failure;
 }
 

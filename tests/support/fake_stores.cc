@@ -41,7 +41,7 @@ int setLabel(int failure, Labels& labels, const char* path, const char* label) {
 int getLabel(int failure, const Labels& labels, const char* path, char** label) {
   if (failure != 0) {
     errno = EPERM;
-    return failure;
+    return failWithGarbage(failure, label);
   }
   const auto entry = labels.find(path);
   *label = entry == labels.end() ? nullptr : strdup(entry->second.c_str());

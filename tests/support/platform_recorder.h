@@ -40,4 +40,13 @@ const FakePackage* packageOf(const std::string& applicationId);
 // The default result of a failed service call.
 inline constexpr int kFailed = -1;
 
+// Returns `failure` and stores a pointer in `*result` that nobody may use, release or free. A
+// service may do so when it fails, so every test finds out whether the code under test uses the
+// result of a failed call.
+template <typename Pointer>
+int failWithGarbage(int failure, Pointer* result) {
+  *result = reinterpret_cast<Pointer>(0x5a5a5a5a5a5a5a5a);
+  return failure;
+}
+
 }  // namespace quillon::test

@@ -10,8 +10,10 @@
 #include <memory>
 
 #include "util/log/log.h"
+#include "util/undestroyed.h"
 
-std::string& errorLogFile = *new std::string;
+Undestroyed<std::string> errorLogFileStorage asm("errorLogFile_storage");
+[[gnu::alias("errorLogFile_storage")]] extern std::string errorLogFile;
 
 namespace {
 

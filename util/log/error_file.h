@@ -9,7 +9,7 @@
 
 // Path of the error file; empty until the first write. Each process has its own file. Never
 // destroyed, because the reader can run longer than main.
-extern std::string& errorLogFile;
+extern std::string errorLogFile;
 
 // Appends `text` and a newline to the error file. The file is opened and closed each time, so that
 // its content survives a crash. If the file cannot be opened or is not a regular file, does

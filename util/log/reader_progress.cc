@@ -61,13 +61,18 @@ bool caughtUp() { return unreadBytes() == 0 && !stderrProgress.busy(); }
 
 }  // namespace
 
-void waitForStderrReader(int milliseconds) {
+bool waitForStderrReader(int milliseconds) {
   const int error = errno;
   const Deadline deadline(milliseconds);
   const std::uint64_t goal = backlogEnd();
-  while (stderrProgress.runsConcurrentlyInThisProcess() && !caughtUp() &&
-         stderrProgress.doneBytes() < goal && deadline.left() > 0) {
+  const auto isBehind = [goal] {
+    return stderrProgress.runsConcurrentlyInThisProcess() && !caughtUp() &&
+           stderrProgress.doneBytes() < goal;
+  };
+  bool behind = isBehind();
+  for (; behind && deadline.left() > 0; behind = isBehind()) {
     pauseBriefly();
   }
   errno = error;
+  return !behind;
 }

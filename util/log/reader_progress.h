@@ -31,6 +31,8 @@ class ReaderProgress {
   // sets. Returns false in a forked child, which has no reader.
   bool runsConcurrentlyInThisProcess() const;
 
+  // Returns the thread id of the reader, or 0 if it has not begun to run.
+  pid_t thread() const { return thread_; }
   bool busy() const { return busy_; }
   std::uint64_t doneBytes() const { return done_; }
 

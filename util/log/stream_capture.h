@@ -37,7 +37,8 @@ int tvRedirectFD();
 
 // Waits until the standard-error reader has processed everything that was in its pipe at the time
 // of the call, so that the flags of crash_keywords.h, the error file and the log are up to date.
-// Waits at most `milliseconds`. Returns immediately in the reader's own thread, if this process has
-// no reader, and if there is nothing to wait for. Preserves errno. Async-signal-safe: a handler
-// must call it before it writes messages of its own to the pipe.
-void waitForStderrReader(int milliseconds);
+// Waits at most `milliseconds`, and returns false if the reader is not as far by then. Returns true
+// immediately in the reader's own thread, if this process has no reader, and if there is nothing to
+// wait for. Preserves errno. Async-signal-safe: a handler must call it before it writes messages of
+// its own to the pipe.
+bool waitForStderrReader(int milliseconds);

@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <utility>
 
 #include "platform/smack.h"
 #include "util/log/log.h"
@@ -16,9 +15,8 @@ namespace {
 MallocText readLabel(const std::string& path, bool isSymlink) {
   char* label = nullptr;
   const auto get = isSymlink ? smack_lgetlabel : smack_getlabel;
-  const int result = get(path.c_str(), &label, SMACK_LABEL_ACCESS);
-  MallocText owned(label);
-  return result == 0 ? std::move(owned) : nullptr;
+  // A call that fails may leave any value in the label.
+  return MallocText(get(path.c_str(), &label, SMACK_LABEL_ACCESS) == 0 ? label : nullptr);
 }
 
 void copyLabel(const std::string& source, const std::string& destination, bool isSymlink) {

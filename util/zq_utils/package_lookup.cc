@@ -20,11 +20,10 @@ class PackageRecord {
 
   // Opens the record for all users.
   bool open(const std::string& packageId) {
-    return pkgmgrinfo_pkginfo_get_pkginfo(packageId.c_str(), &handle_) == 0 && handle_ != nullptr;
+    return isOpened(pkgmgrinfo_pkginfo_get_pkginfo(packageId.c_str(), &handle_));
   }
   bool openForUser(const std::string& packageId, uid_t user) {
-    return pkgmgrinfo_pkginfo_get_usr_pkginfo(packageId.c_str(), user, &handle_) == 0 &&
-           handle_ != nullptr;
+    return isOpened(pkgmgrinfo_pkginfo_get_usr_pkginfo(packageId.c_str(), user, &handle_));
   }
   // Each returns null if the record has no such entry. The strings are valid as long as the record.
   const char* mainApplication() const {
@@ -37,6 +36,14 @@ class PackageRecord {
   }
 
  private:
+  // A call that fails may leave any value in the handle.
+  bool isOpened(int result) {
+    if (result != 0) {
+      handle_ = nullptr;
+    }
+    return handle_ != nullptr;
+  }
+
   pkgmgrinfo_pkginfo_h handle_ = nullptr;
 };
 
@@ -58,7 +65,10 @@ class MainApplicationRecord {
       return false;
     }
     const char* id = package_.mainApplication();
-    return id != nullptr && pkgmgrinfo_appinfo_get_appinfo(id, &handle_) == 0 && handle_ != nullptr;
+    if (id == nullptr || pkgmgrinfo_appinfo_get_appinfo(id, &handle_) != 0) {
+      handle_ = nullptr;  // a call that fails may leave any value in it
+    }
+    return handle_ != nullptr;
   }
   // Each returns null if the record has no such entry. The strings are valid as long as the record.
   const char* executable() const {

@@ -25,6 +25,8 @@ struct CryptoLibrary {
   int (*EVP_DigestVerifyFinal)(EVP_MD_CTX*, const unsigned char*, size_t);
 };
 
-// Loads the library version that the plug-in was built for. The library stays loaded. Returns
-// nullopt if the library or one of the functions is missing; dlerror(3) then returns the reason.
+// Loads the system's library, of the version that the plug-in was built for: the one in the folder
+// of the C library. A library of the same name that an application has loaded, linked, or named in
+// LD_LIBRARY_PATH is not used. The library stays loaded. Returns nullopt, after an error line, if
+// the system's library or one of the functions is missing.
 std::optional<CryptoLibrary> loadCryptoLibrary();

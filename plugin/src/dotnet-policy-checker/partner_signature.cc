@@ -1,6 +1,5 @@
 #include "plugin/src/dotnet-policy-checker/partner_signature.h"
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <array>
@@ -87,7 +86,6 @@ int verify_signature(const char* publicKeyPath, const char* signaturePath,
   QLOG_SCOPE();
   const std::optional<CryptoLibrary> crypto = loadCryptoLibrary();
   if (!crypto) {
-    QLOG_ERROR("Failed to load the crypto library: %s", dlerror());
     return 0;
   }
   SignatureCheck check(*crypto);

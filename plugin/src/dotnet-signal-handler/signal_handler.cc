@@ -1,117 +1,14 @@
 #include "plugin/src/dotnet-signal-handler/signal_handler.h"
 
-#include <unistd.h>
-
-#include "quillon_tv_plugin.h"
-#include "util/log/crash_keywords.h"
+#include "plugin/src/dotnet-signal-handler/crash_handlers.h"
 #include "util/log/log.h"
-#include "util/log/stream_capture.h"
-
-struct sigaction sig_abrt_new = {};
-struct sigaction sig_abrt_old = {};
-struct sigaction sig_segv_new = {};
-struct sigaction sig_segv_old = {};
-struct sigaction sig_trap_new = {};
-struct sigaction sig_trap_old = {};
-bool bFirstSigSegv = true;
-bool bFirstSigTrap = true;
-bool checkOnSigabrt = false;
 
 namespace {
-
-// If this file exists, aborts that would end quietly create a dump, although its name suggests the
-// opposite.
-constexpr char kDumpMarker[] = "/tmp/dotnet_dont_create_dump";
-
-// Logged for SIGABRT and SIGSEGV.
-constexpr char kCrashAtEnd[] = "onSigabrt called while terminate. go to exit";
-
-// Limit for each wait of a handler for the standard-error reader.
-constexpr int kMaxWait = 100;  // milliseconds
 
 void fill(struct sigaction& action, void (*handler)(int)) {
   action.sa_handler = handler;
   sigemptyset(&action.sa_mask);
   action.sa_flags = 0;
-}
-
-// The process ends quietly from here on, so an abort of another thread must not create a dump.
-// Other signals keep their handlers, because the runtime needs them, for example for null
-// references.
-void keepAbortsQuiet() {
-  struct sigaction quiet = {};
-  fill(quiet, [](int) { _exit(0); });
-  sigaction(SIGABRT, &quiet, nullptr);
-}
-
-// Waits for the reader, because messages that it has not logged when the process ends are lost.
-void endQuietly(const char* message) {
-  keepAbortsQuiet();
-  sendMessageToDlogError(message);
-  waitForStderrReader(kMaxWait);
-  _exit(0);
-}
-
-// An abort after a managed exception is how the runtime ends the process; it is not a fault that
-// needs a dump.
-bool dumpIsSuppressed() {
-  return managedExceptionOccurred && access(kDumpMarker, F_OK) != 0 && !memoryIssueOccurred;
-}
-
-void sigtermHandler(int) { endQuietly("Sigterm Handler"); }
-
-// The crash flags depend on text that may still be in the pipe. Waits for the reader before the
-// handler adds messages of its own to the pipe, and only if the flags affect the result.
-void waitForFlags() {
-  if (!checkOnTerminate && !checkOnSigabrt) {
-    waitForStderrReader(kMaxWait);
-  }
-}
-
-// Called before the previous action is restored. Otherwise an abort of another thread in between
-// would reach the previous action.
-const char* reasonToEndQuietly() {
-  if (checkOnTerminate) {
-    return kCrashAtEnd;
-  }
-  if (checkOnSigabrt) {
-    return "<<< checkOnSigabrt >>>";
-  }
-  return dumpIsSuppressed() ? "Ignore Coredump was setted. Terminate normally" : nullptr;
-}
-
-void onSigabrt(int sig) {
-  waitForFlags();
-  sendMessageToDlogError("<<< onSigabrt >>>");
-  if (const char* message = reasonToEndQuietly()) {
-    endQuietly(message);
-  }
-  sigaction(SIGABRT, &sig_abrt_old, nullptr);
-  waitForStderrReader(kMaxWait);
-  checkOnSigabrt = true;
-  sigaction(SIGABRT, &sig_abrt_old, nullptr);
-  raise(sig);
-}
-
-void onSigsegv(int sig) {
-  if (!bFirstSigSegv) {
-    _exit(0);
-  }
-  bFirstSigSegv = false;
-  if (checkOnTerminate) {
-    endQuietly(kCrashAtEnd);
-  }
-  sigaction(SIGSEGV, &sig_segv_old, nullptr);
-  raise(sig);
-}
-
-void onSigtrap(int sig) {
-  if (!bFirstSigTrap) {
-    _exit(0);
-  }
-  bFirstSigTrap = false;
-  sigaction(SIGTRAP, &sig_trap_old, nullptr);
-  raise(sig);
 }
 
 }  // namespace

@@ -10,7 +10,9 @@
 #include "device_paths.h"
 #include "platform/pkgmgr_info.h"
 #include "plugin/src/plugin-util/launch_boost.h"
+#include "plugin/src/plugin-util/published_app_id.h"
 #include "util/log/log.h"
+#include "util/undestroyed.h"
 #include "util/zq_utils/paths.h"
 
 namespace {
@@ -24,7 +26,8 @@ constexpr std::size_t kPackageIdSize = 1024;
 }  // namespace
 
 std::string g_execPath;
-std::string& g_appID = *new std::string;
+Undestroyed<std::string> appIdStorage asm("g_appID_storage");
+[[gnu::alias("g_appID_storage")]] extern std::string g_appID;
 const std::string allowedExecPathPrefix[3] = {device_paths::kExecutablePrefixes[0],
                                               device_paths::kExecutablePrefixes[1],
                                               device_paths::kExecutablePrefixes[2]};
@@ -35,6 +38,7 @@ void _SetAppInfo(const std::string& appId, const std::string& execPath) {
   QLOG_INFO("### App ID : %s ###", appId.c_str());
   QLOG_INFO("### execPath : %s ###", execPath.c_str());
   g_appID = appId;
+  publishAppId(appId.c_str());
   notifyLaunchBoost(appId, getpid());
   checkExecRunable(execPath);
   g_execPath = execPath;

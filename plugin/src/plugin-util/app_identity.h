@@ -6,8 +6,9 @@
 
 #include "platform/package_info.h"
 
-// The application id. Set by _SetAppInfo. Never destroyed, because signal handlers read it.
-extern std::string& g_appID;
+// The application id. Set by _SetAppInfo. Never destroyed, because threads can outlive main. Signal
+// handlers must use publishedAppId.
+extern std::string g_appID;
 
 // The executable path as the launcher passed it. Set after the path was found to be allowed.
 extern std::string g_execPath;

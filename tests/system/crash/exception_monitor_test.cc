@@ -10,6 +10,8 @@
 
 #include "plugin/src/dotnet-signal-handler/signal_handler.h"
 #include "plugin/src/plugin-util/app_identity.h"
+#include "plugin/src/plugin-util/launch_boost.h"
+#include "plugin/src/plugin-util/published_app_id.h"
 #include "quillon_tv_plugin.h"
 #include "tests/support/recording_platform.h"
 #include "tests/system/crash/child.h"
@@ -48,7 +50,7 @@ class ExceptionMonitor : public PlatformTest {
     pStdErr[1] = pipe_[1];
     signals() = {};
     signals().now = kStart;
-    g_appID = "org.example.app";
+    publishAppId("org.example.app");
     exception_count = 0;
     sig_segv_for_exception_old = {};
     handled = 0;
@@ -186,12 +188,13 @@ TEST_F(ExceptionMonitor, ANegativePeriodIsAlwaysOver) {
 }
 
 TEST_F(ExceptionMonitor, ALongReportIsCut) {
-  g_appID = std::string(64, 'i');
+  const std::string id(64, 'i');
+  publishAppId(id.c_str());
   enable_exception_monitor(10, 1);
-  const std::string whole = "[" + g_appID + "] Exception Limit exceed!!! (1 / 1";
+  const std::string whole = "[" + id + "] Exception Limit exceed!!! (1 / 1";
   ASSERT_EQ(whole.size(), 99U);
   EXPECT_EQ(faultNow(), kSeen + whole);
-  g_appID = std::string(5000, 'i');
+  publishAppId(std::string(5000, 'i').c_str());
   EXPECT_EQ(faultNow(), kSeen + "[" + std::string(98, 'i'));
 }
 

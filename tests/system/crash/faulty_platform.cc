@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -32,6 +33,7 @@ thread_local constinit Armed armed;
 
 constinit std::atomic<bool> mallocLocks{false};
 constinit std::atomic<unsigned> slowness{0};
+constinit std::atomic<bool> sleepsMeanwhile{true};
 pthread_mutex_t mallocLock = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t logLock = PTHREAD_MUTEX_INITIALIZER;
 
@@ -62,6 +64,16 @@ void crashIfArmed(Place place) {
   if (armed.place == place) {
     armed.place = Place::kPlain;
     crash(armed.kind);
+  }
+}
+
+void delay(std::chrono::microseconds time) {
+  if (sleepsMeanwhile) {
+    std::this_thread::sleep_for(time);
+    return;
+  }
+  for (const auto end = std::chrono::steady_clock::now() + time;
+       std::chrono::steady_clock::now() < end;) {
   }
 }
 
@@ -131,7 +143,10 @@ bool isInLog(const char* text) {
   return std::string_view(source.text.data(), size).find(text) != std::string_view::npos;
 }
 
-SlowLog::SlowLog(unsigned microseconds) { slowness = microseconds; }
+SlowLog::SlowLog(unsigned microseconds, Thread meanwhile) {
+  sleepsMeanwhile = meanwhile == Thread::kSleeps;
+  slowness = microseconds;
+}
 SlowLog::~SlowLog() { slowness = 0; }
 
 }  // namespace quillon::test
@@ -148,7 +163,7 @@ extern "C" int __dlog_print(int, int priority, const char*, const char* format, 
   pthread_mutex_lock(&logLock);
   crashIfArmed(Place::kLogger);
   if (const unsigned pause = slowness; pause > 0) {
-    usleep(pause);
+    delay(std::chrono::microseconds(pause));
   }
   append(text.data(), std::min<std::size_t>(static_cast<std::size_t>(size), text.size() - 1));
   pthread_mutex_unlock(&logLock);

@@ -33,7 +33,8 @@ bool isInLog(const char* text);
 // Delays every record of the log during its lifetime.
 class SlowLog {
  public:
-  explicit SlowLog(unsigned microseconds);
+  enum class Thread { kSleeps, kKeepsRunning };
+  explicit SlowLog(unsigned microseconds, Thread meanwhile = Thread::kSleeps);
   ~SlowLog();
   SlowLog(const SlowLog&) = delete;
   SlowLog& operator=(const SlowLog&) = delete;

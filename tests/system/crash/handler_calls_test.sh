@@ -10,15 +10,13 @@ shift
 
 # Listed in signal-safety(7). In addition, ioctl, gettid and nanosleep are single system calls, and
 # difftime, strlen and the memory functions only compute.
-safe='_exit|access|clock_gettime|difftime|getpid|gettid|ioctl|nanosleep|poll|raise'
+safe='_exit|access|clock_gettime|close|difftime|getpid|gettid|ioctl|nanosleep|open|poll|raise|read'
 safe+='|sigaction|sigemptyset|signal|strlen|time|write|__errno_location|mem(cpy|set|move)'
-# Functions of the plug-in. Those that handlers call are defined in the checked object files.
-own='waitForStderrReader|sendMessageToDlogError|itoaForSignalHandler'
-# Data of the plug-in.
-own+='|g_appID.*|checkOnTerminate|managedExceptionOccurred|memoryIssueOccurred|pStdErr|stderrProgress'
+# Functions of the plug-in. They are defined in the checked object files.
+own='waitForStderrReader|sendMessageToDlogError|itoaForSignalHandler|publishedAppId|isReadyToRun'
 own+='|ReaderProgress::runsConcurrently'
-# Called by the code that registers the handlers, never by a handler.
-own+='|__dlog_print|FunctionEntryExitTracker::~?FunctionEntryExitTracker'
+# Data of the plug-in.
+own+='|checkOnTerminate|managedExceptionOccurred|memoryIssueOccurred|pStdErr|stderrProgress'
 compiler='_GLOBAL_OFFSET_TABLE_|_Unwind_Resume|__gxx_personality_v0|DW\.ref\..*|__stack_chk_fail'
 
 names=$("$nm" -uC "$@" | sed -nE 's/^ +U ([^(]+).*$/\1/p' | sort -u)

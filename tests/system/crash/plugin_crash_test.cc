@@ -2,6 +2,7 @@
 // captured.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <array>
@@ -241,6 +242,28 @@ TEST_F(PluginCrash, TheRuleKnowsItWhileTheLogIsSlow) {
   const Precedence precedence;
   const SlowLog slow(1000);
   EXPECT_LE(misses(kLaunches / 2), kLaunches / 20);
+}
+
+// Writes a line and waits until the reader has taken it, but not until it is logged.
+void sayAndAwaitReading(const char* text) {
+  say(text);
+  for (int unread = 1; unread > 0;) {
+    std::this_thread::yield();
+    ioctl(STDERR_FILENO, FIONREAD, &unread);
+  }
+}
+
+// A reader that is ready to run may get no processor for some 100 milliseconds. The abort then
+// waits, and its cause is in the log.
+TEST_F(PluginCrash, TheRuleKnowsItAlthoughTheReaderTakesLong) {
+  EXPECT_EQ(launchAnd([] {
+              const SlowLog slow(60'000, SlowLog::Thread::kKeepsRunning);
+              sayAndAwaitReading("Process terminated.\n");
+              say("in App.dll\n");
+              abort();
+            }),
+            ended(0));
+  EXPECT_THAT(takeLog(), HasSubstr("Ignore Coredump was setted. Terminate normally"));
 }
 
 TEST_F(PluginCrash, TheMonitorReportsThroughTheLog) {

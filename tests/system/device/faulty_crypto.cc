@@ -1,5 +1,6 @@
-// A libcrypto with injected faults: it has the name, the version and the functions that the plug-in
-// uses, and forwards the calls to the machine's libcrypto. It reads the environment at each check:
+// A libcrypto with injected faults for the place of the system's library: it has the functions that
+// the plug-in uses, and forwards the calls to a copy of the machine's libcrypto at
+// QUILLON_REAL_CRYPTO. It reads the environment at each check:
 //
 //   QUILLON_CRYPTO_FAULT=NAME         the function NAME returns null
 //   QUILLON_CRYPTO_FAULT=NAME=RESULT  the function NAME returns RESULT
@@ -29,7 +30,7 @@ void* reallocate(void* memory, std::size_t size, const char*, int) {
 void release(void* memory, const char*, int) { free(memory); }
 
 void* loadedLibrary() {
-  void* const library = dlopen(QUILLON_CRYPTO_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  void* const library = dlopen(QUILLON_REAL_CRYPTO, RTLD_NOW | RTLD_LOCAL);
   reinterpret_cast<decltype(&CRYPTO_set_mem_functions)>(dlsym(library, "CRYPTO_set_mem_functions"))(
       allocate, reallocate, release);
   return library;

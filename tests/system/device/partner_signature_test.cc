@@ -78,6 +78,14 @@ class PartnerDevice : public DeviceLaunch {
     putPackage(name, request, key().sign(request));
   }
 
+  // The path of the system's libcrypto.
+  static std::string systemCrypto() { return fs::canonical(QUILLON_CRYPTO_LIBRARY); }
+  // Puts the libcrypto of faulty_crypto.cc into the place of the system's library.
+  void putFaultyCrypto() {
+    put(systemCrypto(), test::read(QUILLON_FAULTY_CRYPTO));
+    put(QUILLON_REAL_CRYPTO, test::read(systemCrypto()));
+  }
+
   DriverRun check(const std::string& mount = kMount) { return run({"check_signature=" + mount}); }
 
   // Checks the packages in one launch.
@@ -253,21 +261,10 @@ TEST_F(PartnerDevice, AnUnreadableFileIsRefused) {
       true);
 }
 
-// During its lifetime, the driver loads the libcrypto of faulty_crypto.cc, or another one.
-class FaultyCrypto {
- public:
-  explicit FaultyCrypto(const std::string& folder = QUILLON_FAULTY_CRYPTO) {
-    setenv("LD_LIBRARY_PATH", folder.c_str(), 1);
-  }
-  ~FaultyCrypto() { unsetenv("LD_LIBRARY_PATH"); }
-  FaultyCrypto(const FaultyCrypto&) = delete;
-  FaultyCrypto& operator=(const FaultyCrypto&) = delete;
-};
-
 // Each failure has its log line, only the result 1 means success, and the library's error queue is
 // unchanged.
 TEST_F(PartnerDevice, AFailureOfTheCryptoLibraryIsARefusal) {
-  const FaultyCrypto library;
+  putFaultyCrypto();
   const std::vector<std::pair<std::string, std::string>> faults = {
       {"PEM_read_PUBKEY", "6 Unable to decode public key from the file"},
       {"EVP_get_digestbyname", "6 Failed to EVP_get_digestbyname()"},
@@ -303,11 +300,7 @@ TEST_F(PartnerDevice, AFailureOfTheCryptoLibraryIsARefusal) {
 }
 
 TEST_F(PartnerDevice, WithoutTheCryptoLibraryNothingIsAllowed) {
-  const std::string folder = "/opt/usr/libraries";
-  for (const fs::path& file : fs::directory_iterator(QUILLON_FAULTY_CRYPTO)) {
-    put(folder / file.filename(), "no library");
-  }
-  const FaultyCrypto library(folder);
+  put(systemCrypto(), "no library");
   const DriverRun checked = check();
   EXPECT_EQ(checked.result("check_signature"), false);
   EXPECT_THAT(checked.lines(),
@@ -316,7 +309,7 @@ TEST_F(PartnerDevice, WithoutTheCryptoLibraryNothingIsAllowed) {
 
 // An allocation failure at any time must never turn a refusal into a success.
 TEST_F(PartnerDevice, AnAllocationFailureIsNeverASuccess) {
-  const FaultyCrypto library;
+  putFaultyCrypto();
   putPackage("bad", kText, std::string(256, 'x'));
   const std::string good = "check_signature=" + std::string(kMount);
   const std::string bad = good + "/bad";

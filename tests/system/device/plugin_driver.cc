@@ -257,6 +257,12 @@ json threads(const std::string&) {
   return names;
 }
 
+json load(const std::string& library) { return dlopen(library.c_str(), RTLD_NOW) != nullptr; }
+
+json loadGlobally(const std::string& library) {
+  return dlopen(library.c_str(), RTLD_NOW | RTLD_GLOBAL) != nullptr;
+}
+
 // Looks up a function of the libcrypto that the plug-in uses.
 template <typename Function>
 Function* ofCrypto(const char* name) {
@@ -322,6 +328,8 @@ const std::map<std::string, Step>& steps() {
        [](const auto& path) { return json(CALL(plugin_validate_dll)(1, path.c_str())); }},
       {"take_turn", takeTurn},
       {"limit_memory", limitMemory},
+      {"load", load},
+      {"load_globally", loadGlobally},
       {"crypto_error", queueCryptoError},
       {"crypto_errors", cryptoErrors},
       {"set", setVariable},

@@ -10,8 +10,11 @@
 #include <fstream>
 
 #include "plugin/src/plugin-util/launch_boost.h"
+#include "plugin/src/plugin-util/published_app_id.h"
 #include "tests/support/recording_platform.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/unit/plugin/declared_strings.h"
+#include "util/log/error_file.h"
 
 namespace quillon::test {
 namespace {
@@ -54,6 +57,55 @@ TEST_F(AppIdentity, TakesTheIdentityOverInOrder) {
   for (const LogRecord& record : platform().log) {
     EXPECT_TRUE(record.file() == "plugin-util.cc" || record.file() == "log.h") << record.text;
   }
+}
+
+TEST_F(AppIdentity, PublishesTheIdForSignalHandlers) {
+  _SetAppInfo("org.example.clock", "/usr/bin/env");
+  EXPECT_STREQ(publishedAppId(), "org.example.clock");
+  publishAppId(std::string(5000, 'i').c_str());
+  EXPECT_EQ(publishedAppId(), std::string(99, 'i'));
+  publishAppId("");
+  EXPECT_STREQ(publishedAppId(), "");
+}
+
+// A signal handler can interrupt the assignment of an id at any instruction.
+TEST_F(AppIdentity, APublishedIdStaysWhileTheNextOneIsWritten) {
+  publishAppId("first");
+  const char* const first = publishedAppId();
+  publishAppId("second");
+  EXPECT_STREQ(first, "first");
+  EXPECT_STREQ(publishedAppId(), "second");
+}
+
+TEST_F(AppIdentity, OtherSourceFilesMayDeclareTheStrings) {
+  const std::string id(64, 'i');  // longer than a string object can hold
+  _SetAppInfo(id, "/usr/bin/env");
+  EXPECT_EQ(&declaredAppId(), &g_appID);
+  EXPECT_EQ(declaredAppId(), id);
+  errorLogFile = "/tmp/error file";
+  EXPECT_EQ(&declaredErrorLogFile(), &errorLogFile);
+  EXPECT_EQ(declaredErrorLogFile(), "/tmp/error file");
+  errorLogFile.clear();
+}
+
+const std::string* expectedAtTheEnd = nullptr;
+
+// Runs after all destructors of static objects.
+[[gnu::destructor]] void compareAtTheEnd() {
+  if (expectedAtTheEnd != nullptr) {
+    _exit(*expectedAtTheEnd == g_appID && *expectedAtTheEnd == errorLogFile ? 42 : 43);
+  }
+}
+
+TEST_F(AppIdentity, TheStringsAreNotDestroyedAtExit) {
+  EXPECT_EXIT(
+      {
+        expectedAtTheEnd = new std::string(64, 'i');
+        g_appID = *expectedAtTheEnd;
+        errorLogFile = *expectedAtTheEnd;
+        exit(0);
+      },
+      ExitedWithCode(42), "");
 }
 
 TEST_F(AppIdentity, TracesEveryOperationByItsSignature) {

@@ -63,8 +63,11 @@ TEST_F(Labels, SourceWithoutLabelIsSkippedSilently) {
 TEST_F(Labels, SourceWhoseLabelCannotBeReadIsSkippedSilently) {
   makeFile("from");
   makeFile("to");
-  platform().failures["smack_getlabel"] = -1;
+  platform().failures = {{"smack_getlabel", -1}, {"smack_lgetlabel", -1}};
   EXPECT_EQ(update(at("from"), at("to"), false), "");
+  EXPECT_EQ(update(at("from"), at("to"), true), "");
+  EXPECT_TRUE(platform().labels.empty());
+  EXPECT_TRUE(platform().linkLabels.empty());
 }
 
 TEST_F(Labels, FailuresGoToStandardError) {

@@ -8,6 +8,7 @@ using quillon::test::platform;
 using quillon::test::PlatformTest;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
@@ -60,6 +61,18 @@ TEST_F(PackageLookup, RootPathOfAnUnknownPackageFailsSilently) {
   EXPECT_EQ(getRootPath("", path), -1);
   EXPECT_EQ(path, "before");
   EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(PackageLookup, ARecordThatCouldNotBeOpenedIsNotReleased) {
+  for (const uid_t user : {0U, 5001U}) {
+    platform().targetUser = user;
+    std::string text = "before";
+    EXPECT_EQ(getRootPath("unknown", text), -1);
+    EXPECT_EQ(getExecName("unknown", text), -1);
+    EXPECT_EQ(getMetadataValue("unknown", "key", text), -1);
+    EXPECT_EQ(text, "before");
+  }
+  EXPECT_THAT(platform().calls, Not(Contains(HasSubstr("destroy"))));
 }
 
 TEST_F(PackageLookup, RecordIsReleasedIfItHasNoRootPath) {

@@ -171,6 +171,27 @@ TEST(WaitForReader, AnAbortFindsTheFlagsThatItsTextSets) {
   }
 }
 
+// The reader's thread exists, but has not run yet when the process aborts.
+TEST(WaitForReader, AnAbortWaitsForAReaderThatHasNotBegun) {
+  const Captured captured = inCaptureProcess([](Notes&) {
+    makePipeWithSomethingIn();
+    registerSignalHandler();
+    stderrProgress.starting();
+    std::thread reader([] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      stderrProgress.running();
+      stderrProgress.taking();
+      std::array<char, 100> buffer{};
+      while (read(pStdErr[0], buffer.data(), buffer.size()) > 0) {
+        scanForCrashKeywords("Unhandled exception in App.dll");
+        stderrProgress.done(1);
+      }
+    });
+    std::abort();
+  });
+  EXPECT_EQ(captured.ending, "");  // status 0: no dump
+}
+
 TEST(HandlerMessage, GoesThroughTheCapturedStream) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     tvRunLoggingThread();
