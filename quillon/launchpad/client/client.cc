@@ -15,6 +15,8 @@
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/protocol/exit_state.h"
 #include "quillon/launchpad/protocol/request.h"
+#include "quillon/launchpad/state/inspection_proof.h"
+#include "quillon/launchpad/state/peer.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -166,6 +168,12 @@ bool canBeInherited(const std::vector<int>& descriptors) {
                      [](int fd) { return fd >= kMinInheritedDescriptor; });
 }
 
+// Empty if this process may not inspect the launch pad.
+ProcessState proofFor(const Descriptor& socket) {
+  const auto server = credentialsOfPeer(socket.get());
+  return server ? inspectionProofOf(server->pid) : ProcessState();
+}
+
 }  // namespace
 
 LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::string& program) {
@@ -174,10 +182,17 @@ LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::strin
     return {};
   }
   const ProcSelf self;
-  const Request request = makeRequest(options, self, program);
+  Request request = makeRequest(options, self, program);
   if (request.processState.empty()) {
     return {std::nullopt, "/proc lacks values that describe this process"};
   }
+  const std::string proof = proofFor(socket);
+  if (proof.empty()) {
+    return {std::nullopt,
+            "this process may not inspect the launch pad: Landlock confines it, or it has fewer "
+            "rights"};
+  }
+  request.processState += proof;
   if (!canBeInherited(request.inheritedDescriptors)) {
     return {std::nullopt, "a prepared process cannot take over its inherited descriptors"};
   }

@@ -22,7 +22,7 @@ struct LaunchOutcome {
 // of the application has run and this process is unchanged. Gives up after two seconds if the
 // launch pad does not answer.
 //
-// program  see processStateOf()
+// program  see declaredStateOf()
 LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::string& program = {});
 
 // Whether a launch pad of this process's user serves the device root.

@@ -13,6 +13,7 @@
 #include <optional>
 
 #include "quillon/base/files.h"
+#include "quillon/launchpad/state/peer.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -37,12 +38,8 @@ Descriptor newSocket(int flags) {
 }
 
 std::optional<uid_t> userOfPeer(int socket) {
-  ucred credentials{};
-  socklen_t length = sizeof credentials;
-  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
-    return {};
-  }
-  return credentials.uid;
+  const auto credentials = credentialsOfPeer(socket);
+  return credentials ? std::optional(credentials->uid) : std::nullopt;
 }
 
 bool isOwnPeer(int socket) { return userOfPeer(socket) == std::optional<uid_t>(geteuid()); }

@@ -242,7 +242,7 @@ Request makeRequest(const host::LaunchOptions& options, const ProcSelf& process,
   request.exec = options.exec;
   request.raw = options.raw;
   request.limits = currentLimits();
-  request.processState = processStateOf(process, program);
+  request.processState = declaredStateOf(process, program);
   request.inheritedDescriptors = process.inheritedDescriptors();
   request.arguments = options.arguments;
   request.workingDirectory = workingDirectory();

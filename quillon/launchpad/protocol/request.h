@@ -31,7 +31,7 @@ struct Request {
   std::optional<std::string> exec;
   bool raw = false;  // the application writes to the client's standard output and error
   Limits limits;
-  ProcessState processState;
+  ProcessState processState;  // declared
   // Numbers of the client's descriptors above 2 that a program keeps across exec().
   std::vector<int> inheritedDescriptors;
   std::vector<std::string> arguments;
@@ -57,7 +57,7 @@ struct RequestDescriptors {
 };
 
 // The request of the calling process for the launch that `options` describes. program: see
-// processStateOf().
+// declaredStateOf().
 Request makeRequest(const host::LaunchOptions& options, const ProcSelf& process,
                     const std::string& program = {});
 

@@ -23,6 +23,8 @@ constexpr unsigned kMaxAttempts = 2;  // to assign a launch to a worker
 // Clients send their request as soon as they are connected.
 constexpr std::chrono::seconds kMaxIdleTime(1);
 constexpr std::chrono::milliseconds kAcceptPause(100);
+constexpr char kNotInspected[] = "the launch pad may not inspect this process";
+constexpr char kDiffers[] = " differs from the launch pad's";
 
 // Whether enough descriptors are available for the launches of several clients.
 bool hasSpareDescriptors(int anyDescriptor) {
@@ -46,10 +48,11 @@ Descriptor openSignals() {
 }  // namespace
 
 EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-                     Descriptor listener, ZoneView zone)
+                     Inspector inspector, Descriptor listener, ZoneView zone)
     : pid_(getpid()),
       config_(std::move(config)),
       state_(std::move(state)),
+      inspector_(std::move(inspector)),
       listener_(std::move(listener)),
       zone_(std::move(zone)),
       signals_(openSignals()),
@@ -74,6 +77,7 @@ std::vector<EventLoop::Watch> EventLoop::watches() {
     all.push_back({listener_.get(), [this] { acceptClients(); }});
   }
   all.push_back({signals_.get(), [this] { onSignals(); }});
+  all.push_back({inspector_.descriptor(), [this] { onInspected(); }});
   for (const auto& [number, client] : clients_) {
     all.push_back({client.socket.get(), [this, client = number] { onClientReadable(client); }});
   }
@@ -208,12 +212,43 @@ void EventLoop::onRequest(uint64_t client, Message message) {
   if (!entry) {
     return decline(client, entry.error().what);
   }
-  pools_.ensurePool((*entry)->key);
-  pools_.discardOutdated(currentFingerprint(config_.plugin));
-  clients_[client].launch = Launch{std::move(request), std::move(*entry)};
-  if (!assign(client)) {
-    decline(client, "no process is ready for it");
+  if (!inspector_.inspect(client, clients_[client].socket.get())) {
+    return decline(client, kNotInspected);
   }
+  clients_[client].launch = Launch{std::move(request), std::move(*entry)};
+  pools_.discardOutdated(currentFingerprint(config_.plugin));  // while the inspector reads /proc
+}
+
+void EventLoop::onInspected() {
+  while (const auto finding = inspector_.next()) {
+    const auto found = clients_.find(finding->client);
+    if (found == clients_.end()) {
+      continue;
+    }
+    const Launch& launch = *found->second.launch;
+    if (const auto equal = judge(*finding, launch.request->request()); !equal) {
+      decline(finding->client, equal.error().what);
+      continue;
+    }
+    pools_.ensurePool(launch.entry->key);
+    if (!assign(finding->client)) {
+      decline(finding->client, "no process is ready for it");
+    }
+  }
+}
+
+// Whether a worker has what the client has, and the launch gives it no more.
+Expected<void> EventLoop::judge(const Finding& finding, const Request& request) const {
+  if (!finding.wasRead) {
+    return fail(kNotInspected);
+  }
+  if (!finding.difference.empty()) {
+    return fail(finding.difference + kDiffers);
+  }
+  if (!canAdopt(finding.limits, request.limits)) {
+    return fail("the resource limits in its request are higher than its own");
+  }
+  return {};
 }
 
 // The application to launch. Fails if a worker cannot launch it.
@@ -232,7 +267,7 @@ Expected<std::shared_ptr<const Entry>> EventLoop::findEntry(const Request& reque
 Expected<void> EventLoop::compareState(const Request& request) const {
   const std::string difference = firstDifference(state_, request.processState);
   if (!difference.empty()) {
-    return fail(difference + " differs from the launch pad's");
+    return fail(difference + kDiffers);
   }
   if (!canAdopt(limits_, request.limits)) {
     return fail("its resource limits are higher than the launch pad's");
@@ -363,6 +398,7 @@ void EventLoop::runChild(const PoolKey& key, Descriptor channel) {
   clients_.clear();
   listener_.reset();
   zone_.close();
+  inspector_.close();
   signals_.reset();
   runWorker(config_, key, pid_, std::move(channel));
 }

@@ -15,6 +15,7 @@
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/server/catalogue.h"
 #include "quillon/launchpad/server/clients.h"
+#include "quillon/launchpad/server/inspector.h"
 #include "quillon/launchpad/server/pools.h"
 #include "quillon/launchpad/server/server.h"
 #include "quillon/launchpad/server/zone_view.h"
@@ -26,10 +27,10 @@ namespace quillon::launchpad {
 
 class EventLoop {
  public:
-  // Construct in the process that has entered the device root. `state` is its process state before
-  // that.
+  // Construct in the process that has entered the device root. `state` is its declared state before
+  // that, with the proof of inspection_proof.h.
   EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-            Descriptor listener, ZoneView zone);
+            Inspector inspector, Descriptor listener, ZoneView zone);
 
   // Returns when a client or a signal has asked the server to stop and all workers have ended.
   void run();
@@ -53,6 +54,8 @@ class EventLoop {
   void onRequest(uint64_t client, Message message);
   Expected<std::shared_ptr<const Entry>> findEntry(const Request& request);
   [[nodiscard]] Expected<void> compareState(const Request& request) const;
+  void onInspected();
+  [[nodiscard]] Expected<void> judge(const Finding& finding, const Request& request) const;
   bool assign(uint64_t client);
   void decline(uint64_t client, const std::string& reason);
 
@@ -69,6 +72,7 @@ class EventLoop {
   const WorkerConfig config_;
   const ProcessState state_;
   const Limits limits_ = currentLimits();
+  Inspector inspector_;
   Descriptor listener_;
   ZoneView zone_;
   Descriptor signals_;

@@ -14,6 +14,8 @@
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/server/debugger_files.h"
 #include "quillon/launchpad/server/event_loop.h"
+#include "quillon/launchpad/server/inspector.h"
+#include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/worker/managed_side.h"
 
 namespace quillon::launchpad {
@@ -51,6 +53,21 @@ sigset_t blockedSignals() {
   return blocked;
 }
 
+// The kernel does not show what a seccomp filter forbids, so no client could be compared with this
+// process.
+Expected<Inspector> startInspector() {
+  const ProcSelf self;
+  const ProcessState own = observedStateOf(self, currentLimits());
+  if (own.empty()) {
+    return fail("/proc lacks values that describe this process", "mount it (proc(5))");
+  }
+  if (self.status("Seccomp").value_or("0") != "0") {
+    return fail("a seccomp filter confines this process, and perhaps not its clients",
+                "start the launch pad without the filter; launches do not need it");
+  }
+  return Inspector::start(own);
+}
+
 Expected<void> enterDevice(const LaunchpadOptions& options, const WorkerConfig& config) {
   device::EnterOptions view;
   view.visible = {config.executable.parent_path().parent_path(), config.plugin.parent_path()};
@@ -77,13 +94,13 @@ Expected<void> requireParts(const LaunchpadOptions& options, const WorkerConfig&
 
 Expected<void> run(const LaunchpadOptions& options) {
   const fs::path executable = executablePath();
-  WorkerConfig config{executable, host::defaultPlugin(executable), currentEntries(),
-                      blockedSignals()};
-  ProcessState state = processStateOf(ProcSelf());
-  if (state.empty()) {
-    return fail(kServiceFailed,
-                {"/proc lacks values that describe this process", "mount it (proc(5))"});
+  WorkerConfig config{
+      executable, host::defaultPlugin(executable), currentEntries(), blockedSignals()};
+  auto inspector = startInspector();
+  if (!inspector) {
+    return fail(kServiceFailed, inspector.error());
   }
+  ProcessState state = declaredStateOf(ProcSelf()) + inspectionProofOf(getpid());
   const std::string address = addressOf(options.device);
   if (address.empty()) {
     return fail(kNoDeviceRoot, {"there is no folder '" + options.device.string() + "'",
@@ -97,7 +114,8 @@ Expected<void> run(const LaunchpadOptions& options) {
   RETURN_IF_FAILED(enterDevice(options, config));
   RETURN_IF_FAILED(requireParts(options, config));
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
-  EventLoop(options, std::move(config), std::move(state), std::move(*listener), std::move(zone))
+  EventLoop(options, std::move(config), std::move(state), std::move(*inspector),
+            std::move(*listener), std::move(zone))
       .run();
   return {};
 }

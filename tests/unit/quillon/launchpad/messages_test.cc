@@ -310,7 +310,12 @@ TEST(Message, ClosesTheDescriptorsOfAMalformedMessage) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
-ProcessState ownState() { return processStateOf(ProcSelf()); }
+ProcessState ownState() {
+  const ProcSelf self;
+  return declaredStateOf(self) + observedStateOf(self, currentLimits());
+}
+
+constexpr char kSettings[] = "its settings by prctl(2)";
 
 TEST(ProcessState, ContainsTheIgnoredSignals) {
   const ProcessState own = ownState();
@@ -365,7 +370,7 @@ TEST(ProcessState, ContainsTheTimerSlack) {
   const ProcessState own = ownState();
   const int slack = prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0);
   prctl(PR_SET_TIMERSLACK, slack + 1, 0, 0, 0);
-  EXPECT_EQ(firstDifference(own, ownState()), "its scheduling");
+  EXPECT_EQ(firstDifference(own, ownState()), kSettings);
   prctl(PR_SET_TIMERSLACK, slack, 0, 0, 0);
   EXPECT_EQ(firstDifference(own, ownState()), "");
 }
@@ -384,8 +389,35 @@ TEST(ProcessState, ContainsThePersonality) {
   const ProcessState own = ownState();
   const int personal = personality(0xffffffff);
   personality(static_cast<unsigned>(personal ^ PER_LINUX32));
-  EXPECT_EQ(firstDifference(own, ownState()), "its confinement");
+  EXPECT_EQ(firstDifference(own, ownState()), kSettings);
   personality(static_cast<unsigned>(personal));
+  EXPECT_EQ(firstDifference(own, ownState()), "");
+}
+
+TEST(ProcessState, ContainsWhetherHugePagesAreDisabled) {
+  const ProcessState own = ownState();
+  const int disabled = prctl(PR_GET_THP_DISABLE, 0, 0, 0, 0);
+  prctl(PR_SET_THP_DISABLE, disabled == 0 ? 1 : 0, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownState()), kSettings);
+  prctl(PR_SET_THP_DISABLE, disabled, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownState()), "");
+}
+
+TEST(ProcessState, ContainsWhetherTheProcessAdoptsOrphans) {
+  const ProcessState own = ownState();
+  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownState()), kSettings);
+  prctl(PR_SET_CHILD_SUBREAPER, 0, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownState()), "");
+}
+
+TEST(ProcessState, ContainsTheCoreDumpFilter) {
+  const ProcessState own = ownState();
+  constexpr char kFile[] = "/proc/self/coredump_filter";
+  const std::string before = ProcSelf().contentOf("coredump_filter");
+  std::ofstream(kFile) << "0x1";
+  EXPECT_EQ(firstDifference(own, ownState()), "its core dump filter");
+  std::ofstream(kFile) << "0x" << before;
   EXPECT_EQ(firstDifference(own, ownState()), "");
 }
 
