@@ -14,6 +14,7 @@
 #include "quillon/host/application/target.h"
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/server/fingerprint.h"
+#include "quillon/launchpad/server/fresh_worker.h"
 #include "workstation/packages.h"
 
 namespace quillon::launchpad {
@@ -52,6 +53,7 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Proce
     : pid_(getpid()),
       config_(std::move(config)),
       state_(std::move(state)),
+      fresh_(options.fresh),
       inspector_(std::move(inspector)),
       listener_(std::move(listener)),
       zone_(std::move(zone)),
@@ -400,7 +402,8 @@ void EventLoop::runChild(const PoolKey& key, Descriptor channel) {
   zone_.close();
   inspector_.close();
   signals_.reset();
-  runWorker(config_, key, pid_, std::move(channel));
+  const auto run = fresh_ ? execWorker : runWorker;
+  run(config_, key, pid_, std::move(channel));
 }
 
 }  // namespace quillon::launchpad

@@ -72,6 +72,7 @@ class EventLoop {
   const WorkerConfig config_;
   const ProcessState state_;
   const Limits limits_ = currentLimits();
+  const bool fresh_;
   Inspector inspector_;
   Descriptor listener_;
   ZoneView zone_;

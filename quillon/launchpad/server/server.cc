@@ -95,7 +95,7 @@ Expected<void> requireParts(const LaunchpadOptions& options, const WorkerConfig&
 Expected<void> run(const LaunchpadOptions& options) {
   const fs::path executable = executablePath();
   WorkerConfig config{
-      executable, host::defaultPlugin(executable), currentEntries(), blockedSignals()};
+      executable, host::defaultPlugin(executable), currentEntries(), blockedSignals(), {}};
   auto inspector = startInspector();
   if (!inspector) {
     return fail(kServiceFailed, inspector.error());

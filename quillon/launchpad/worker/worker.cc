@@ -132,6 +132,7 @@ Expected<void> Worker::prepare() {
   RETURN_IF_FAILED(warmUpRuntime());
   workstation::cachePackages();
   changes_ = changesSince(config_.environment);
+  changes_.insert(config_.changes.begin(), config_.changes.end());
   changes_.emplace("TMPDIR", std::nullopt);  // a device root has none, even if the client has
   stdio_.findDuplicates();
   return {};
