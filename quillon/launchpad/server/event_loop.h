@@ -25,6 +25,9 @@
 
 namespace quillon::launchpad {
 
+// The server accepts no client without this many free descriptors.
+inline constexpr size_t kSpareDescriptors = 32;
+
 class EventLoop {
  public:
   // Construct in the process that has entered the device root. `state` is its declared state before
@@ -45,23 +48,21 @@ class EventLoop {
   void poll(std::chrono::milliseconds timeout);
 
   void acceptClients();
-  void removeIdleClients();
+  bool removeOldestIdleClient();
   [[nodiscard]] bool isAccepting() const;
   void onClientReadable(uint64_t client);
   void onClientMessage(uint64_t client, Message message);
   void removeClient(uint64_t client);
 
-  void onRequest(uint64_t client, Message message);
+  void onRequest(uint64_t client, const Message& message);
   Expected<std::shared_ptr<const Entry>> findEntry(const Request& request);
-  [[nodiscard]] Expected<void> compareState(const Request& request) const;
+  [[nodiscard]] Expected<void> compareState(const Finding& finding) const;
   void onInspected();
-  [[nodiscard]] Expected<void> judge(const Finding& finding, const Request& request) const;
-  bool assign(uint64_t client);
+  bool assign(uint64_t client, const Entry& entry, const Limits& limits);
   void decline(uint64_t client, const std::string& reason);
 
   bool onWorkerReadable(WorkerProcess& worker);
   void onWorkerEnded(uint64_t number);
-  void retry(uint64_t client);
 
   void onSignals();
   void stopOrKill();

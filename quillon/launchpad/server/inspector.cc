@@ -5,11 +5,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <string_view>
+#include <utility>
 
 #include "quillon/base/record.h"
+#include "quillon/launchpad/protocol/fields.h"
+#include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/state/peer.h"
 #include "quillon/launchpad/worker/process_setup.h"
@@ -36,26 +37,17 @@ bool sendBytes(int channel, const std::string& bytes) {
          static_cast<ssize_t>(bytes.size());
 }
 
-std::string inspectProcess(const ProcessState& own, uint64_t client, pid_t pid) {
-  const Limits limits = limitsOf(pid);
-  const ProcessState state = observedStateOf(ProcProcess(pid), limits);
-  RecordWriter finding;
-  finding.number(client).number(state.empty() ? 0 : 1).text(firstDifference(own, state));
-  finding.text({reinterpret_cast<const char*>(limits.data()), limits.size() * sizeof(rlimit)});
-  return finding.take();
+template <typename Archive, typename AnyFinding>
+void visitFinding(Archive&& archive, AnyFinding& finding) {
+  archive(finding.client, finding.wasRead, finding.difference, finding.limits);
 }
 
-std::optional<Finding> decode(const std::string& bytes) {
-  RecordReader reader(bytes);
-  Finding finding;
-  finding.client = reader.number();
-  finding.wasRead = reader.number() == 1;
-  finding.difference = reader.text();
-  const std::string limits = reader.text();
-  finding.limits.resize(limits.size() / sizeof(rlimit));
-  limits.copy(reinterpret_cast<char*>(finding.limits.data()),
-              finding.limits.size() * sizeof(rlimit));
-  return reader.atEnd() ? std::optional(std::move(finding)) : std::nullopt;
+Finding inspectProcess(const ProcessState& own, uint64_t client, pid_t pid) {
+  Finding finding{client, false, {}, limitsOf(pid)};
+  const ProcessState state = observedStateOf(ProcProcess(pid), finding.limits);
+  finding.wasRead = !state.empty();
+  finding.difference = firstDifference(own, state);
+  return finding;
 }
 
 // The child keeps no other descriptor of the server.
@@ -71,7 +63,10 @@ std::optional<Finding> decode(const std::string& bytes) {
     RecordReader reader(*question);
     const uint64_t client = reader.number();
     const auto pid = static_cast<pid_t>(reader.number());
-    sendBytes(channel.get(), inspectProcess(own, client, pid));
+    const Finding finding = inspectProcess(own, client, pid);
+    RecordWriter answer;
+    visitFinding(Encoder(answer), finding);
+    sendBytes(channel.get(), answer.bytes());
   }
   _exit(0);
 }
@@ -80,14 +75,12 @@ std::optional<Finding> decode(const std::string& bytes) {
 
 Expected<Inspector> Inspector::start(const ProcessState& own) {
   Inspector inspector;
-  std::array<int, 2> ends{};
   inspector.proof_ = openInspectionProof();
-  if (!inspector.proof_ ||
-      socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+  auto [outer, inner] = makeSocketPair();
+  if (!inspector.proof_ || !outer) {
     return fail("no descriptor is available", "raise the limit of open files (ulimit -n)");
   }
-  inspector.channel_ = Descriptor(ends[0]);
-  const Descriptor inner(ends[1]);
+  inspector.channel_ = std::move(outer);
   const pid_t server = getpid();
   inspector.process_ = fork();
   if (inspector.process_ == 0) {
@@ -101,17 +94,16 @@ Expected<Inspector> Inspector::start(const ProcessState& own) {
 
 // A process id of 0 means that the peer is in a PID namespace that /proc does not show.
 bool Inspector::inspect(uint64_t client, int socket) {
-  const auto credentials = credentialsOfPeer(socket);
-  if (!credentials || credentials->pid <= 0) {
+  const pid_t pid = credentialsOfPeer(socket).pid;
+  if (pid <= 0) {
     return false;
   }
-  Descriptor peer = pidfdOfPeer(socket, credentials->pid);
-  const auto question =
-      RecordWriter().number(client).number(static_cast<uint64_t>(credentials->pid)).take();
+  Descriptor peer = pidfdOfPeer(socket, pid);
+  const auto question = RecordWriter().number(client).number(static_cast<uint64_t>(pid)).take();
   if (!peer || !sendBytes(channel_.get(), question)) {
     return false;
   }
-  peers_.emplace(client, std::move(peer));
+  peers_[client] = std::move(peer);
   return true;
 }
 
@@ -135,11 +127,14 @@ std::optional<Finding> Inspector::receive() {
   if (!bytes && errno == EAGAIN) {
     return std::nullopt;
   }
-  auto finding = bytes ? decode(*bytes) : std::nullopt;
-  if (!finding) {
+  if (!bytes) {
     channel_.reset();
     return unfinished();
   }
+  RecordReader reader(*bytes);
+  Finding finding;
+  visitFinding(Decoder(reader), finding);
+  finding.wasRead = finding.wasRead && reader.atEnd();
   return finding;
 }
 

@@ -38,7 +38,7 @@ class Inspector {
   // Begins the inspection of the process that connected `socket`. Returns false if it is
   // impossible.
   //
-  // client  a number that is never used again
+  // client  the client's number, without another inspection in progress
   [[nodiscard]] bool inspect(uint64_t client, int socket);
 
   // Returns the next finding, or nullopt if none is there yet. Does not block.

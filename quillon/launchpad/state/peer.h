@@ -7,15 +7,13 @@
 #include <sys/socket.h>
 #include <sys/types.h>
 
-#include <optional>
-
 #include "quillon/base/descriptor.h"
 
 namespace quillon::launchpad {
 
 // Its ids as this process sees them (SO_PEERCRED). The process id is 0 if the peer is in a PID
-// namespace that this process cannot see into. Returns nullopt if `socket` has no peer.
-std::optional<ucred> credentialsOfPeer(int socket);
+// namespace that this process cannot see into, or if `socket` has no peer.
+ucred credentialsOfPeer(int socket);
 
 // A pidfd of the peer. Invalid if the peer has ended.
 //

@@ -152,15 +152,18 @@ void addVariables(RecordWriter& state) {
   }
 }
 
-// Empty if the state is malformed.
-std::map<std::string, std::string> toMap(const ProcessState& state) {
-  std::map<std::string, std::string> all;
+using Values = std::map<std::string_view, std::string_view>;
+
+// Refers to the state, so that no copy of an environment variable remains. Empty if the state is
+// malformed.
+Values toMap(const ProcessState& state) {
+  Values all;
   RecordReader reader(state);
   while (reader.ok() && !reader.atEnd()) {
-    std::string name = reader.text();
-    all[std::move(name)] = reader.text();
+    const std::string_view name = reader.view();
+    all[name] = reader.view();
   }
-  return reader.ok() ? all : std::map<std::string, std::string>();
+  return reader.ok() ? all : Values();
 }
 
 }  // namespace
@@ -214,12 +217,12 @@ std::string firstDifference(const ProcessState& one, const ProcessState& other) 
   for (const auto& [name, value] : left) {
     const auto found = right.find(name);
     if (found == right.end() || found->second != value) {
-      return name;
+      return std::string(name);
     }
   }
   for (const auto& [name, value] : right) {
     if (left.find(name) == left.end()) {
-      return name;
+      return std::string(name);
     }
   }
   return {};

@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -29,6 +28,7 @@
 namespace quillon::test {
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 
 const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
@@ -92,8 +92,7 @@ class Confinement : public LaunchpadTest {
       std::string text = "not confined";
       if (confine()) {
         const Descriptor socket = connectToAddress(address);
-        const Descriptor started(eventfd(0, EFD_CLOEXEC));
-        launchpad::sendRequest(socket.get(), request, started.get());
+        launchpad::sendRequest(socket.get(), request);
         text = answerOf(socket);
       }
       _exit(::write(ends[1], text.data(), text.size()) > 0 ? 0 : 1);
@@ -139,10 +138,19 @@ TEST_F(Confinement, AForgingClientWithoutCapabilitiesIsDeclined) {
   EXPECT_EQ(answerToForger(dropAllCapabilities), "its capabilities" + kDiffers);
 }
 
-TEST_F(Confinement, AForgingClientCannotRaiseItsLimits) {
-  const rlimit none{0, 0};
-  EXPECT_EQ(answerToForger([&] { return setrlimit(RLIMIT_MSGQUEUE, &none) == 0; }),
-            "the resource limits in its request are higher than its own");
+// They are those that the kernel shows, and no part of the request.
+TEST_F(Confinement, AnApplicationHasTheLimitsOfItsClient) {
+  { RunningProbe direct(root(), "inhouse"); }
+  ASSERT_TRUE(awaitProcesses("ready", 2));
+  rlimit before{};
+  getrlimit(RLIMIT_MSGQUEUE, &before);
+  const rlimit some{4321, before.rlim_max};
+  setrlimit(RLIMIT_MSGQUEUE, &some);
+  RunningProbe probe(root(), "inhouse");
+  setrlimit(RLIMIT_MSGQUEUE, &before);
+  EXPECT_THAT(contentOf("/proc/" + probe.ask("process") + "/limits"),
+              ContainsRegex("Max msgqueue size +4321 "));
+  EXPECT_EQ(served(), 1);
 }
 
 TEST_F(Confinement, AForgingClientWithoutTheProofIsDeclined) {

@@ -156,7 +156,9 @@ TEST_F(Pool, IdleClientsDoNotPreventALaunch) {
   ASSERT_EQ(prlimit(launchpad(), RLIMIT_NOFILE, &few, nullptr), 0);
   std::vector<Descriptor> silent;
   for (int i = 0; i < 150; ++i) {
-    silent.push_back(launchpad::connectTo(launchpad::addressOf(root())));
+    auto client = launchpad::connectTo(launchpad::addressOf(root()));
+    ASSERT_TRUE(client);
+    silent.push_back(std::move(*client));
   }
   EXPECT_EQ(served(), 0);  // it answers
   const CommandResult ending = launch({"--raw", "--verbose", kClock});

@@ -129,7 +129,8 @@ void LaunchpadTest::expectNoAnswerTo(uid_t user) const {
       _exit(1);
     }
     // connectTo() does not trust a launch pad of another user.
-    if (launchpad::connectTo(address)) {
+    const auto trusted = launchpad::connectTo(address);
+    if (trusted && *trusted) {
       _exit(2);
     }
     sockaddr_un name{};
