@@ -33,6 +33,7 @@ constexpr unsigned kQueryVersion = 1;
 constexpr int kVersionWithNetwork = 4;
 
 constexpr int kNotConfined = 126;
+constexpr unsigned kTimeoutSeconds = 60;  // of a program that should have ended
 
 }  // namespace
 
@@ -87,6 +88,7 @@ CommandResult runConfined(const Confine& confine, const std::vector<std::string>
       arguments.push_back(const_cast<char*>(word.c_str()));
     }
     arguments.push_back(nullptr);
+    alarm(kTimeoutSeconds);
     if (confine()) {
       execv(arguments[0], arguments.data());
     }

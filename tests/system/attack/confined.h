@@ -27,7 +27,7 @@ bool dropAllCapabilities();
 
 bool hasLandlock();
 
-// Runs a program to its end in a process that `confine` has confined. The status is 126 if that
+// Runs a program to its end, or for a minute, in a process that `confine` has confined. The status is 126 if that
 // failed.
 CommandResult runConfined(const Confine& confine, const std::vector<std::string>& command);
 
