@@ -4,6 +4,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <string>
+
 #include "device_paths.h"
 #include "quillon/base/exit_status.h"
 #include "quillon/base/failure.h"
@@ -12,10 +15,12 @@
 #include "quillon/device/device_root.h"
 #include "quillon/host/plugin/plugin_library.h"
 #include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/server/debugger_files.h"
 #include "quillon/launchpad/server/event_loop.h"
 #include "quillon/launchpad/server/inspector.h"
 #include "quillon/launchpad/state/inspection_proof.h"
+#include "quillon/launchpad/server/own_environment.h"
 #include "quillon/launchpad/worker/managed_side.h"
 
 namespace quillon::launchpad {
@@ -38,13 +43,25 @@ void closeInherited() {
   }
 }
 
-// Each client needs a descriptor, and a few more during its launch. Applications get the limit of
-// their client.
-void raiseDescriptorLimit() {
+// Each client and each worker needs descriptors. Applications get the limit of their client. Fails
+// if the pools could use up all descriptors, so that no client could be served, or if a worker has
+// too few.
+Expected<void> raiseDescriptorLimit(const LaunchpadOptions& options) {
+  constexpr rlim_t kOwn = 32;  // standard streams, listener, signals, some clients and so on
+  constexpr rlim_t kPerWorker = 2;
+  constexpr rlim_t kOfWorker = kMinInheritedDescriptor + kMaxInheritedDescriptors;
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;
+  const rlim_t needed =
+      std::max(kOwn + kSpareDescriptors + kPerWorker * kMaxPools * options.size, kOfWorker);
+  if (limit.rlim_max < needed) {
+    return fail("the launch pad needs " + std::to_string(needed) +
+                    " file descriptors, and the limit is " + std::to_string(limit.rlim_max),
+                "raise it (ulimit -n), or prepare fewer processes (--size)");
+  }
   setrlimit(RLIMIT_NOFILE, &limit);
+  return {};
 }
 
 sigset_t blockedSignals() {
@@ -93,6 +110,10 @@ Expected<void> requireParts(const LaunchpadOptions& options, const WorkerConfig&
 }
 
 Expected<void> run(const LaunchpadOptions& options) {
+  RETURN_IF_FAILED(restartWithOwnEnvironment());
+  resetSignalDispositions();
+  closeInherited();
+  RETURN_IF_FAILED(raiseDescriptorLimit(options));
   const fs::path executable = executablePath();
   WorkerConfig config{
       executable, host::defaultPlugin(executable), currentEntries(), blockedSignals(), {}};
@@ -124,9 +145,6 @@ Expected<void> run(const LaunchpadOptions& options) {
 
 int serve(const LaunchpadOptions& options) {
   keepTerminal();
-  resetSignalDispositions();
-  closeInherited();
-  raiseDescriptorLimit();
   const auto ended = run(options);
   if (ended) {
     return kSuccess;

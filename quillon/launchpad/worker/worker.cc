@@ -125,6 +125,7 @@ Expected<int> Worker::run() {
   RETURN_IF_FAILED(prepare());
   sendMessage(channel_.get(), MessageKind::kReady);
   RETURN_IF_FAILED(awaitAssignment());
+  folders_.redirect(target_.folders());  // while the client sends the rest
   RETURN_IF_FAILED(takeOver());
   RETURN_IF_FAILED(configureApplication());
   return execute();
@@ -250,7 +251,6 @@ Expected<void> Worker::takeOverDescriptors(HandOver& handOver) {
 }
 
 Expected<void> Worker::configureApplication() {
-  folders_.redirect(target_.folders());
   const Variables now = currentVariables();
   auto variables = changesBetween(variablesAtStart_, now);
   variables.merge(changesBetween(variablesAtWarmUp_, now));
