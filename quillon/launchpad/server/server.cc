@@ -19,8 +19,8 @@
 #include "quillon/launchpad/server/debugger_files.h"
 #include "quillon/launchpad/server/event_loop.h"
 #include "quillon/launchpad/server/inspector.h"
-#include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/server/own_environment.h"
+#include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/worker/managed_side.h"
 
 namespace quillon::launchpad {

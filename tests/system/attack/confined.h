@@ -27,8 +27,8 @@ bool dropAllCapabilities();
 
 bool hasLandlock();
 
-// Runs a program to its end, or for a minute, in a process that `confine` has confined. The status is 126 if that
-// failed.
+// Runs a program to its end, or for a minute, in a process that `confine` has confined. The status
+// is 126 if that failed.
 CommandResult runConfined(const Confine& confine, const std::vector<std::string>& command);
 
 }  // namespace quillon::test

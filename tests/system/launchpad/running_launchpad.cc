@@ -84,6 +84,9 @@ void LaunchpadTest::start(int size, int ignored, const std::vector<std::string>&
     if (ignored != 0) {
       signal(ignored, SIG_IGN);
     }
+    if (!prepareLaunchpadProcess()) {
+      _exit(126);
+    }
     execute(command, fresh("launchpad-out"), fresh("launchpad-errors"));
   }
   ASSERT_TRUE(eventually([&] { return control("status").status == 0; })) << errors();

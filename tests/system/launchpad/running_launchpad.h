@@ -21,6 +21,9 @@ class LaunchpadTest : public RuntimeTest {
   // signal `ignored`.
   void start(int size, int ignored = 0, const std::vector<std::string>& more = {});
 
+  // Called in the launch pad's process before the program is executed. Returns false to end it.
+  virtual bool prepareLaunchpadProcess() const { return true; }
+
   // Makes it prepare processes for such a launch: requests one launch, which is direct, and waits
   // until the pool is full.
   void prepareFor(const std::vector<std::string>& launchArguments);
