@@ -19,10 +19,7 @@ using std::chrono::milliseconds;
 constexpr unsigned kMaxWorkers = 2;           // that get the launch one after the other
 constexpr milliseconds kExitTimeout{10'000};  // of a killed process
 
-// How long the next message may take, by stage. The last one includes the plug-in's preparation of
-// the application.
-constexpr std::array<milliseconds, 3> kTimeouts = {milliseconds(2'000), milliseconds(5'000),
-                                                   milliseconds(30'000)};
+// Why the client gives up, by stage.
 constexpr std::array kSilent = {"the launch pad does not answer",
                                 "its prepared process does not take the launch over",
                                 "its prepared process does not start the application"};
@@ -35,11 +32,13 @@ void awaitExit(const Descriptor& process) {
 }  // namespace
 
 PendingLaunch::PendingLaunch(const Descriptor& server, const Request& request,
-                             const EncodedHandOver& handOver, const sigset_t& ignored, bool verbose)
+                             const EncodedHandOver& handOver, const sigset_t& ignored, bool verbose,
+                             const Timeouts& timeouts)
     : server_(server),
       request_(request),
       handOver_(handOver),
       verbose_(verbose),
+      timeouts_(timeouts),
       signals_(ignored) {
   enter(Stage::kRequested);
 }
@@ -64,7 +63,7 @@ void PendingLaunch::enter(Stage stage) {
   stage_ = stage;
   deadline_.reset();
   if (stage != Stage::kStarted) {
-    deadline_ = Clock::now() + kTimeouts.at(static_cast<size_t>(stage));
+    deadline_ = Clock::now() + timeouts_.at(static_cast<size_t>(stage));
   }
 }
 

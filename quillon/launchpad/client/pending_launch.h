@@ -1,6 +1,7 @@
 // A launch that the client has requested, until its outcome is known.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -15,6 +16,13 @@
 
 namespace quillon::launchpad {
 
+// How long each stage may last before the application starts: until the launch pad answers, until
+// the worker has taken over, and until the application starts. The last one includes the plug-in's
+// preparation of the application.
+using Timeouts = std::array<std::chrono::milliseconds, 3>;
+inline constexpr Timeouts kTimeouts = {std::chrono::seconds(2), std::chrono::seconds(5),
+                                       std::chrono::seconds(30)};
+
 // The client alone decides whether the launch has happened, by what the worker has sent to it: a
 // worker that cannot report its start does not start the application.
 class PendingLaunch {
@@ -23,7 +31,7 @@ class PendingLaunch {
   //
   // ignored  the signals that this process ignores
   PendingLaunch(const Descriptor& server, const Request& request, const EncodedHandOver& handOver,
-                const sigset_t& ignored, bool verbose);
+                const sigset_t& ignored, bool verbose, const Timeouts& timeouts = kTimeouts);
 
   LaunchOutcome awaitOutcome();
 
@@ -47,6 +55,7 @@ class PendingLaunch {
   const Request& request_;
   const EncodedHandOver& handOver_;
   const bool verbose_;
+  const Timeouts timeouts_;
   SignalRelay signals_;
   Descriptor worker_;  // a socket to the worker; invalid while no worker has the launch
   Stage stage_ = Stage::kRequested;

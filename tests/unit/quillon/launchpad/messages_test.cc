@@ -332,6 +332,18 @@ TEST(Message, IsMalformedWithDescriptorsIfTheReaderTakesNone) {
   EXPECT_EQ(receiveBytesNow(pair.other.get(), message), Received::kMessage);
 }
 
+// So a client that gives up knows that its worker cannot report a start afterwards.
+TEST(Message, IsNotSentToAPeerThatHasStoppedReading) {
+  const SocketPair pair;
+  ASSERT_TRUE(sendMessage(pair.one.get(), MessageKind::kTakenOver));
+  shutdown(pair.other.get(), SHUT_RD);
+  EXPECT_FALSE(sendMessage(pair.one.get(), MessageKind::kStarted));
+  Message message;
+  EXPECT_EQ(receiveBytesNow(pair.other.get(), message), Received::kMessage);
+  EXPECT_EQ(message.kind, MessageKind::kTakenOver);
+  EXPECT_EQ(receiveBytesNow(pair.other.get(), message), Received::kEnd);
+}
+
 // A stopped peer must not hold the sender.
 TEST(Message, IsNotSentIfTheSocketIsFull) {
   const SocketPair pair;
