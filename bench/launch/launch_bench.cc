@@ -240,11 +240,11 @@ Expected<void> Bench::measureMemory() {
 
 Expected<void> Bench::measureLaunchPad() {
   for (int round = 0; round < options_.memoryRounds; ++round) {
-    ASSIGN_OR_RETURN(const auto memory, launchPad_->memory());
-    for (const Memory& waiting : memory.first) {
+    ASSIGN_OR_RETURN(const Preparation prepared, launchPad_->prepare());
+    for (const Memory& waiting : prepared.waiting) {
       preparation_[0].memory.push_back(waiting);
     }
-    preparation_[1].memory.push_back(memory.second);
+    preparation_[1].memory.push_back(prepared.launchPad);
   }
   return {};
 }

@@ -17,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kOutput[] = "/tmp/quillon-bench-launchpad.log";  // in the device root
 constexpr char kNever[] = "3600";                               // seconds
-constexpr milliseconds kPause{5};
+constexpr milliseconds kPause{1};
 constexpr milliseconds kMaxWait{60'000};
 constexpr int kMaxUses = 3;
 
@@ -32,10 +32,12 @@ std::string lastOutputLine(const std::filesystem::path& device) {
 
 }  // namespace
 
-Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem::path& device) {
-  return {{quillon, "launchpad", "--device", device, "--type", "none", "--size", "1",
-           "--refill-delay", kNever},
-          kOutput};
+Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem::path& device,
+                     const std::vector<std::string>& more) {
+  std::vector<std::string> command = {quillon,  "launchpad", "--device",       device,
+                                      "--size", "1",         "--refill-delay", kNever};
+  command.insert(command.end(), more.begin(), more.end());
+  return {std::move(command), kOutput};
 }
 
 LaunchPad::LaunchPad(const Place& place, std::filesystem::path device,
@@ -144,13 +146,16 @@ Expected<Run> LaunchPad::run(size_t contender, const Contender& what, Task task)
               "see why: quillon launch --verbose says it");
 }
 
-Expected<std::pair<std::vector<Memory>, Memory>> LaunchPad::memory() const {
+Expected<Preparation> LaunchPad::prepare() const {
+  Preparation preparation;
+  const auto start = Clock::now();
   ASSIGN_OR_RETURN(const State full, refill());
-  std::vector<Memory> waiting;
+  preparation.seconds = std::chrono::duration<double>(Clock::now() - start - wait_).count();
   for (const pid_t process : full.ready) {
-    waiting.push_back(memoryOf(process));
+    preparation.waiting.push_back(memoryOf(process));
   }
-  return std::pair(std::move(waiting), memoryOf(full.process));
+  preparation.launchPad = memoryOf(full.process);
+  return preparation;
 }
 
 }  // namespace quillon::bench

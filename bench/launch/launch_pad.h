@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -18,7 +19,17 @@
 namespace quillon::bench {
 
 // The launch pad's command for a device root.
-Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem::path& device);
+//
+// more  further options
+Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem::path& device,
+                     const std::vector<std::string>& more = {"--type", "none"});
+
+// What the preparation of the waiting processes costs.
+struct Preparation {
+  double seconds = 0;           // from the request for new ones until the last one is ready
+  std::vector<Memory> waiting;  // of each waiting process
+  Memory launchPad;             // of the launch pad's server
+};
 
 class LaunchPad {
  public:
@@ -37,8 +48,8 @@ class LaunchPad {
   // served accordingly, because its time would belong to another contender.
   [[nodiscard]] Expected<Run> run(size_t contender, const Contender& what, Task task) const;
 
-  // Replaces all waiting processes. Returns the memory of each of them and of the launch pad.
-  [[nodiscard]] Expected<std::pair<std::vector<Memory>, Memory>> memory() const;
+  // Replaces all waiting processes.
+  [[nodiscard]] Expected<Preparation> prepare() const;
 
  private:
   struct State {

@@ -54,7 +54,9 @@ uint64_t RecordReader::number() {
   return value;
 }
 
-std::string RecordReader::text() { return std::string(take(number())); }
+std::string RecordReader::text() { return std::string(view()); }
+
+std::string_view RecordReader::view() { return take(number()); }
 
 std::string_view RecordReader::rest() { return take(rest_.size()); }
 

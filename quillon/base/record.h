@@ -37,6 +37,8 @@ class RecordReader {
 
   uint64_t number();
   std::string text();
+  // The same as text(), without a copy. Refers to the reader's bytes.
+  std::string_view view();
   std::vector<std::string> texts();
 
   // Returns all remaining bytes.

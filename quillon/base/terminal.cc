@@ -18,6 +18,15 @@ int& terminal() {
 
 }  // namespace
 
+void openStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0) {
+      // open(2) returns the lowest free number. Children inherit the descriptor.
+      [[maybe_unused]] const int opened = open("/dev/null", O_RDWR);
+    }
+  }
+}
+
 void keepTerminal() {
   if (terminal() < 0) {
     terminal() = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstDescriptor);

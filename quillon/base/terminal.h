@@ -1,4 +1,4 @@
-// Reports to the terminal while descriptors 1 and 2 are redirected.
+// The standard descriptors of the program, and reports to the terminal while they are redirected.
 //
 // From plugin_has_log_control on, the plug-in may redirect the process's standard output and error
 // to the platform log. The launcher's own reports go to the standard error of the program's start.
@@ -7,6 +7,10 @@
 #include "quillon/base/failure.h"
 
 namespace quillon {
+
+// Opens each of the descriptors 0 to 2 that is closed as /dev/null. Call first thing in a program:
+// the next file that it opens would otherwise become a standard stream.
+void openStandardDescriptors();
 
 // Duplicates standard error to a close-on-exec descriptor for tell(). Call it before the plug-in is
 // loaded; later calls do nothing.

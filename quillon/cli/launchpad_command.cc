@@ -1,11 +1,13 @@
 #include "quillon/cli/launchpad_command.h"
 
+#include <array>
 #include <iostream>
 #include <memory>
 
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/launchpad/client/client.h"
+#include "quillon/launchpad/server/fresh_worker.h"
 #include "quillon/launchpad/server/server.h"
 
 namespace quillon::cli {
@@ -44,6 +46,20 @@ void addServe(CLI::App& command, const std::shared_ptr<LaunchpadOptions>& option
                   "Seconds without a launch before the next process is prepared")
       ->check(CLI::Range(0.0, 3600.0))
       ->capture_default_str();
+  command.add_flag(
+      "--fresh", options->fresh,
+      "Give each prepared process an address layout of its own; costs time and memory");
+}
+
+// An internal command, which the empty group hides from the help.
+void addWorker(CLI::App& launchpad) {
+  const auto descriptors = std::make_shared<std::array<int, 2>>();
+  CLI::App* const worker = launchpad.add_subcommand("worker")->group("");
+  worker->add_option("channel", descriptors->at(0))->required();
+  worker->add_option("configuration", descriptors->at(1))->required();
+  worker->callback([descriptors] {
+    endCommand(launchpad::runFreshWorker(descriptors->at(0), descriptors->at(1)));
+  });
 }
 
 }  // namespace
@@ -61,6 +77,7 @@ void addLaunchpadCommand(CLI::App& app) {
   addAction(*command, "reload", "Replace all prepared processes", MessageKind::kReload);
   addAction(*command, "status", "Print the prepared processes and the running applications",
             MessageKind::kStatus);
+  addWorker(*command);
   command->callback([command, options] {
     if (!command->get_subcommands().empty()) {
       return;

@@ -5,6 +5,7 @@
 
 #include "quillon/base/files.h"
 #include "quillon/base/report.h"
+#include "quillon/base/terminal.h"
 #include "quillon/cli/commands.h"
 #include "quillon/cli/plain_launch.h"
 #include "quillon/cli/run_launch.h"
@@ -31,6 +32,7 @@ int runCommands(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  quillon::openStandardDescriptors();
   if (const auto options = quillon::cli::plainLaunch({argv, argv + argc})) {
     return quillon::cli::runLaunch(*options, quillon::host::launch);
   }

@@ -19,17 +19,19 @@ struct LaunchOutcome {
 // Asks the launch pad of the device root, if one runs, for a launch and waits until the application
 // ends. Meanwhile, signals sent to this process are relayed to the application. If a signal ends
 // the application, this process ends by the same signal. Without a status in the outcome, no code
-// of the application has run and this process is unchanged. Gives up after two seconds if the
-// launch pad does not answer.
+// of the application has run and this process is unchanged.
 //
-// program  see processStateOf()
+// Until the application starts, no step waits without limit: neither a stopped launch pad, a
+// stopped worker nor another user's process at the address can hold the caller.
+//
+// program  see declaredStateOf()
 LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::string& program = {});
 
 // Whether a launch pad of this process's user serves the device root.
 bool isServed(const std::filesystem::path& device);
 
 // Sends kStop, kReload or kStatus and returns the launch pad's answer. After kStop, returns when
-// the launch pad has ended. Fails if none runs.
+// the launch pad has ended. Fails if none runs, or if it does not answer.
 [[nodiscard]] Expected<std::string> command(const std::filesystem::path& device, MessageKind kind);
 
 }  // namespace quillon::launchpad

@@ -10,9 +10,9 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
-#include <optional>
 
 #include "quillon/base/files.h"
+#include "quillon/launchpad/state/peer.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -32,20 +32,13 @@ Address toSocketAddress(const std::string& address) {
   return result;
 }
 
-Descriptor newSocket(int flags) {
-  return Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
+Descriptor newSocket() {
+  return Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
-std::optional<uid_t> userOfPeer(int socket) {
-  ucred credentials{};
-  socklen_t length = sizeof credentials;
-  if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) {
-    return {};
-  }
-  return credentials.uid;
-}
+uid_t userOfPeer(int socket) { return credentialsOfPeer(socket).uid; }
 
-bool isOwnPeer(int socket) { return userOfPeer(socket) == std::optional<uid_t>(geteuid()); }
+bool isOwnPeer(int socket) { return userOfPeer(socket) == geteuid(); }
 
 // Whether this process runs as the overflow user: a user namespace shows its id for every user
 // without a mapping (user_namespaces(7)). Device roots of ordinary users are in user namespaces.
@@ -56,14 +49,18 @@ bool isOverflowUser() {
   return geteuid() == overflow;
 }
 
+bool connectSocket(const Descriptor& socket, const Address& address) {
+  return connect(socket.get(), reinterpret_cast<const sockaddr*>(&address.name), address.length) ==
+         0;
+}
+
 // ", of user N" for a message, if another user's process listens at the address.
 std::string ownerOf(const Address& address) {
-  const Descriptor probe = newSocket(SOCK_NONBLOCK);
-  if (connect(probe.get(), reinterpret_cast<const sockaddr*>(&address.name), address.length) != 0) {
+  const Descriptor probe = newSocket();
+  if (!connectSocket(probe, address) || isOwnPeer(probe.get())) {
     return {};
   }
-  const auto user = userOfPeer(probe.get());
-  return !user || *user == geteuid() ? "" : ", of user " + std::to_string(*user);
+  return ", of user " + std::to_string(userOfPeer(probe.get()));
 }
 
 }  // namespace
@@ -84,7 +81,7 @@ Expected<Descriptor> listenAt(const std::string& address, const std::filesystem:
                 "run the launch pad as another user");
   }
   const Address name = toSocketAddress(address);
-  Descriptor socket = newSocket(SOCK_NONBLOCK);
+  Descriptor socket = newSocket();
   if (bind(socket.get(), reinterpret_cast<const sockaddr*>(&name.name), name.length) == 0 &&
       listen(socket.get(), SOMAXCONN) == 0) {
     return socket;
@@ -98,26 +95,33 @@ Expected<Descriptor> listenAt(const std::string& address, const std::filesystem:
       "stop it first: quillon launchpad stop --device " + device.string());
 }
 
-Descriptor connectTo(const std::string& address) {
+Expected<Descriptor> connectTo(const std::string& address) {
   if (address.empty() || isOverflowUser()) {
-    return {};
+    return Descriptor();
   }
-  const Address name = toSocketAddress(address);
-  Descriptor socket = newSocket(0);
-  if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&name.name), name.length) != 0 ||
-      !isOwnPeer(socket.get())) {
-    return {};
+  Descriptor socket = newSocket();
+  if (!connectSocket(socket, toSocketAddress(address))) {
+    return errno == EAGAIN ? fail("too many connections wait for the launch pad",
+                                  "if it is stopped, continue or end it")
+                           : Expected<Descriptor>();
+  }
+  if (!isOwnPeer(socket.get())) {
+    return fail(
+        "user " + std::to_string(userOfPeer(socket.get())) + " listens at the launch pad's address",
+        "end that user's process");
   }
   return socket;
 }
 
+pid_t processOfPeer(int socket) { return credentialsOfPeer(socket).pid; }
+
 Descriptor acceptFrom(int listener) {
-  for (;;) {
-    Descriptor client(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!client || isOwnPeer(client.get())) {
-      return client;
-    }
+  Descriptor client(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (client && !isOwnPeer(client.get())) {
+    client.reset();
+    errno = EPERM;
   }
+  return client;
 }
 
 }  // namespace quillon::launchpad

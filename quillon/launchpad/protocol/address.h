@@ -4,6 +4,8 @@
 // Any local user can bind one, so client and server both check the user of their peer.
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
 
@@ -19,12 +21,17 @@ std::string addressOf(const std::filesystem::path& device);
 [[nodiscard]] Expected<Descriptor> listenAt(const std::string& address,
                                             const std::filesystem::path& device);
 
-// Connects to the launch pad of the calling process's user. Returns an invalid descriptor if no
-// process of this user listens there.
-Descriptor connectTo(const std::string& address);
+// Connects to the launch pad of the calling process's user, without waiting for it. The socket is
+// nonblocking. Returns an invalid descriptor if no process listens there. Fails if another user's
+// process does, or if too many connections wait for the launch pad.
+[[nodiscard]] Expected<Descriptor> connectTo(const std::string& address);
 
-// Accepts the next connection of the calling process's user. Closes those of other users without an
-// answer. Returns an invalid descriptor with errno if there is none.
+// The process at the other end of a socket of connectTo(); 0 if it is not known.
+pid_t processOfPeer(int socket);
+
+// Accepts one connection if one is waiting. Closes a connection of another user without an answer.
+// Otherwise returns an invalid descriptor with errno: EPERM for a connection of another user,
+// EAGAIN if none is waiting.
 Descriptor acceptFrom(int listener);
 
 }  // namespace quillon::launchpad

@@ -44,16 +44,18 @@ void detach(msghdr& header, std::vector<Descriptor>& descriptors) {
   }
 }
 
-Received receive(int socket, Message& message, int flags) {
+// control  has no room for descriptors if it is null
+Received receive(int socket, Message& message, int flags, Control* control) {
   // Static, so that only the pages that a message fills are ever touched.
   static std::array<char, kMaxMessageSize> buffer;
   iovec part{buffer.data(), buffer.size()};
-  Control control{};
   msghdr header{};
   header.msg_iov = &part;
   header.msg_iovlen = 1;
-  header.msg_control = control.bytes;
-  header.msg_controllen = sizeof control.bytes;
+  if (control != nullptr) {
+    header.msg_control = control->bytes;
+    header.msg_controllen = sizeof control->bytes;
+  }
   ssize_t length = 0;
   do {
     length = recvmsg(socket, &header, MSG_CMSG_CLOEXEC | flags);
@@ -77,8 +79,6 @@ Received receive(int socket, Message& message, int flags) {
   return isMessage ? Received::kMessage : Received::kEnd;
 }
 
-iovec partOf(std::string_view bytes) { return {const_cast<char*>(bytes.data()), bytes.size()}; }
-
 }  // namespace
 
 SensitiveBytes::~SensitiveBytes() {
@@ -87,13 +87,20 @@ SensitiveBytes::~SensitiveBytes() {
   }
 }
 
+std::pair<Descriptor, Descriptor> makeSocketPair() {
+  std::array<int, 2> ends = {-1, -1};
+  socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data());
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
 bool sendMessage(int socket, MessageKind kind, std::string_view bytes,
-                 const std::vector<int>& descriptors, std::string_view moreBytes) {
-  const size_t length = sizeof kind + bytes.size() + moreBytes.size();
+                 const std::vector<int>& descriptors) {
+  const size_t length = sizeof kind + bytes.size();
   if (length > kMaxMessageSize || descriptors.size() > kMaxDescriptors) {
     return false;
   }
-  std::array<iovec, 3> parts = {{{&kind, sizeof kind}, partOf(bytes), partOf(moreBytes)}};
+  std::array<iovec, 2> parts = {
+      {{&kind, sizeof kind}, {const_cast<char*>(bytes.data()), bytes.size()}}};
   Control control{};
   msghdr header{};
   header.msg_iov = parts.data();
@@ -101,15 +108,23 @@ bool sendMessage(int socket, MessageKind kind, std::string_view bytes,
   attach(header, control, descriptors);
   ssize_t sent = 0;
   do {
-    sent = sendmsg(socket, &header, MSG_NOSIGNAL);
+    sent = sendmsg(socket, &header, MSG_NOSIGNAL | MSG_DONTWAIT);
   } while (sent < 0 && errno == EINTR);
   return sent == static_cast<ssize_t>(length);
 }
 
-Received receiveMessage(int socket, Message& message) { return receive(socket, message, 0); }
+Received receiveMessage(int socket, Message& message) {
+  Control control{};
+  return receive(socket, message, 0, &control);
+}
 
 Received receiveMessageNow(int socket, Message& message) {
-  return receive(socket, message, MSG_DONTWAIT);
+  Control control{};
+  return receive(socket, message, MSG_DONTWAIT, &control);
+}
+
+Received receiveBytesNow(int socket, Message& message) {
+  return receive(socket, message, MSG_DONTWAIT, nullptr);
 }
 
 }  // namespace quillon::launchpad

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "quillon/base/descriptor.h"
@@ -13,25 +14,29 @@ namespace quillon::launchpad {
 
 enum class MessageKind : uint32_t {
   // From client to server.
-  kLaunch = 1,  // see request.h
+  kLaunch = 1,  // see Request in request.h
   kStop,
   kReload,
   kStatus,
   // From server to client.
   kDeclined,  // bytes: the reason. The client launches the application itself.
   kTaken,     // see TakenReply in request.h
-  kEnded,     // bytes: an ExitState
+  kEnded,     // bytes: the ExitState of the worker
   kAnswer,    // bytes: lines of text for the user
   // From server to worker.
-  kAssign,  // see request.h
-  // From worker to server.
-  kReady,      // the worker waits for a launch
+  kAssign,  // see Assignment in request.h
+  // From client to worker.
+  kHandOver,  // see hand_over.h
+  // From worker to client.
   kTakenOver,  // the worker has the whole launch: its exit state is the result of the launch
-  kStarted,    // the worker runs the application's Main next
+  // From worker to server.
+  kReady,  // the worker waits for a launch
+  // From worker to client and server.
+  kStarted,  // the worker runs the application's Main next
 };
 
 // Bytes that may hold the arguments or the environment of an application. They are overwritten with
-// zeros before their memory is freed, so that workers forked later do not inherit them.
+// zeros before their memory is freed, so that no later use of the memory shows them.
 class SensitiveBytes {
  public:
   SensitiveBytes() = default;
@@ -62,10 +67,13 @@ struct Message {
 inline constexpr size_t kMaxDescriptors = 32;
 inline constexpr size_t kMaxMessageSize = 64 * 1024;  // including the kind
 
-// Sends `bytes`, followed by `moreBytes`. Blocks until the socket has room, unless it is
-// nonblocking. Returns false if the peer is gone or the socket cannot take the message.
+// Two connected sockets. Both are invalid if no descriptor is available.
+std::pair<Descriptor, Descriptor> makeSocketPair();
+
+// Sends a message. Never blocks. Returns false if the peer is gone or the socket cannot take the
+// message now. An empty socket can take every message.
 bool sendMessage(int socket, MessageKind kind, std::string_view bytes = {},
-                 const std::vector<int>& descriptors = {}, std::string_view moreBytes = {});
+                 const std::vector<int>& descriptors = {});
 
 enum class Received { kMessage, kNothingYet, kEnd };
 
@@ -75,5 +83,9 @@ Received receiveMessage(int socket, Message& message);
 
 // The same, but never blocks.
 Received receiveMessageNow(int socket, Message& message);
+
+// The same as receiveMessageNow(), but a message with descriptors is malformed. The process never
+// holds such descriptors.
+Received receiveBytesNow(int socket, Message& message);
 
 }  // namespace quillon::launchpad

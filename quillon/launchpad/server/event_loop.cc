@@ -7,7 +7,9 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <exception>
 
 #include "quillon/base/exit_status.h"
@@ -15,23 +17,24 @@
 #include "quillon/host/application/target.h"
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/server/fingerprint.h"
+#include "quillon/launchpad/server/fresh_worker.h"
 #include "workstation/packages.h"
 
 namespace quillon::launchpad {
 namespace {
 
-constexpr unsigned kMaxAttempts = 2;  // to assign a launch to a worker
-// Clients send their request as soon as they are connected.
-constexpr std::chrono::seconds kMaxIdleTime(1);
+// In one round of the loop, so that connections of other users cannot delay launches for long.
+constexpr int kMaxAccepts = 64;
 constexpr std::chrono::milliseconds kAcceptPause(100);
+constexpr char kNotInspected[] = "the launch pad may not inspect this process";
+constexpr char kDiffers[] = " differs from the launch pad's";
 
-// Whether enough descriptors are available for the launches of several clients.
+// Whether descriptors remain for a launch, a new worker and the files that they need.
 bool hasSpareDescriptors(int anyDescriptor) {
-  constexpr rlim_t kSpare = 2 * kMaxDescriptors;
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   const Descriptor lowest(fcntl(anyDescriptor, F_DUPFD_CLOEXEC, 0));
-  return lowest && static_cast<rlim_t>(lowest.get()) + kSpare <= limit.rlim_cur;
+  return lowest && static_cast<rlim_t>(lowest.get()) + kSpareDescriptors <= limit.rlim_cur;
 }
 
 Descriptor openSignals() {
@@ -47,10 +50,12 @@ Descriptor openSignals() {
 }  // namespace
 
 EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-                     Descriptor listener, ZoneView zone)
+                     Inspector inspector, Descriptor listener, ZoneView zone)
     : pid_(getpid()),
       config_(std::move(config)),
       state_(std::move(state)),
+      fresh_(options.fresh),
+      inspector_(std::move(inspector)),
       listener_(std::move(listener)),
       zone_(std::move(zone)),
       signals_(openSignals()),
@@ -75,6 +80,7 @@ std::vector<EventLoop::Watch> EventLoop::watches() {
     all.push_back({listener_.get(), [this] { acceptClients(); }});
   }
   all.push_back({signals_.get(), [this] { onSignals(); }});
+  all.push_back({inspector_.descriptor(), [this] { onInspected(); }});
   for (const auto& [number, client] : clients_) {
     all.push_back({client.socket.get(), [this, client = number] { onClientReadable(client); }});
   }
@@ -114,29 +120,30 @@ void EventLoop::poll(std::chrono::milliseconds timeout) {
 }
 
 void EventLoop::acceptClients() {
-  while (hasSpareDescriptors(listener_.get())) {
+  for (int accepted = 0; accepted < kMaxAccepts; ++accepted) {
     Descriptor socket = acceptFrom(listener_.get());
-    if (!socket && errno != ENFILE) {
-      return;
+    if (!socket && errno == EPERM) {
+      continue;
     }
     if (!socket) {
-      break;
+      acceptAgain_ = errno == EAGAIN ? acceptAgain_ : Clock::now() + kAcceptPause;
+      return;
     }
-    Client& client = clients_[nextClient_++];
-    client.socket = std::move(socket);
-    client.connectedAt = Clock::now();
+    // If the connection is closed instead, the client launches directly at once.
+    if (hasSpareDescriptors(socket.get()) || removeOldestIdleClient()) {
+      clients_[nextClient_++].socket = std::move(socket);
+    }
   }
-  removeIdleClients();
 }
 
-// Frees the descriptors of clients that have sent no request, and pauses before the next accept.
-void EventLoop::removeIdleClients() {
-  const auto now = Clock::now();
-  std::erase_if(clients_, [&](const auto& entry) {
-    const Client& client = entry.second;
-    return !client.launch && !client.awaitsShutdown && now - client.connectedAt > kMaxIdleTime;
-  });
-  acceptAgain_ = now + kAcceptPause;
+bool EventLoop::removeOldestIdleClient() {
+  const auto oldest = std::find_if(clients_.begin(), clients_.end(),
+                                   [](const auto& entry) { return entry.second.isIdle(); });
+  if (oldest == clients_.end()) {
+    return false;
+  }
+  clients_.erase(oldest);
+  return true;
 }
 
 bool EventLoop::isAccepting() const { return Clock::now() >= acceptAgain_; }
@@ -147,7 +154,7 @@ void EventLoop::onClientReadable(uint64_t client) {
     return;
   }
   Message message;
-  switch (receiveMessageNow(found->second.socket.get(), message)) {
+  switch (receiveBytesNow(found->second.socket.get(), message)) {
     case Received::kMessage:
       tryClientMessage(client, std::move(message));
       break;
@@ -169,22 +176,24 @@ void EventLoop::tryClientMessage(uint64_t client, Message message) try {
 
 void EventLoop::onClientMessage(uint64_t number, Message message) {
   Client& client = clients_[number];
-  if (client.launch) {
-    return removeClient(number);  // a client sends one request
+  if (!client.isIdle()) {
+    return removeClient(number);  // a client has one launch at a time
   }
   switch (message.kind) {
     case MessageKind::kLaunch:
-      onRequest(number, std::move(message));
+      onRequest(number, message);
       break;
     case MessageKind::kStatus:
       sendMessage(client.socket.get(), MessageKind::kAnswer, status());
       clients_.erase(number);
       break;
     case MessageKind::kReload:
-      pools_.reload();
+      sendMessage(client.socket.get(), MessageKind::kAnswer);
       clients_.erase(number);
+      pools_.reload();
       break;
     case MessageKind::kStop:
+      sendMessage(client.socket.get(), MessageKind::kAnswer);
       client.awaitsShutdown = true;
       stopOrKill();
       break;
@@ -199,29 +208,46 @@ void EventLoop::removeClient(uint64_t number) {
   if (found == clients_.end()) {
     return;
   }
-  if (found->second.launch) {
-    if (WorkerProcess* const worker = pools_.find(found->second.launch->worker)) {
-      worker->client = 0;
-      killWorker(*worker);
-    }
+  if (WorkerProcess* const worker = pools_.find(found->second.worker)) {
+    worker->client = 0;
+    killWorker(*worker);
   }
   clients_.erase(found);
 }
 
-void EventLoop::onRequest(uint64_t client, Message message) {
-  auto request = ReceivedRequest::parse(std::move(message));
+void EventLoop::onRequest(uint64_t client, const Message& message) {
+  auto request = parseRequest(message);
   if (!request) {
     return removeClient(client);
   }
-  auto entry = findEntry(request->request());
+  auto entry = findEntry(*request);
+  // Workers inherit this process's memory, and the state contains environment variables.
+  explicit_bzero(request->processState.data(), request->processState.size());
   if (!entry) {
     return decline(client, entry.error().what);
   }
-  pools_.ensurePool((*entry)->key);
-  pools_.discardOutdated(currentFingerprint(config_.plugin));
-  clients_[client].launch = Launch{std::move(request), std::move(*entry)};
-  if (!assign(client)) {
-    decline(client, "no process is ready for it");
+  if (!inspector_.inspect(client, clients_[client].socket.get())) {
+    return decline(client, kNotInspected);
+  }
+  clients_[client].entry = std::move(*entry);
+  pools_.discardOutdated(currentFingerprint(config_.plugin));  // while the inspector reads /proc
+}
+
+void EventLoop::onInspected() {
+  while (const auto finding = inspector_.next()) {
+    const auto found = clients_.find(finding->client);
+    if (found == clients_.end()) {
+      continue;
+    }
+    const auto entry = std::exchange(found->second.entry, nullptr);
+    if (const auto equal = compareState(*finding); !equal) {
+      decline(finding->client, equal.error().what);
+      continue;
+    }
+    pools_.ensurePool(entry->key);
+    if (!assign(finding->client, *entry, finding->limits)) {
+      decline(finding->client, "no process is ready for it");
+    }
   }
 }
 
@@ -230,7 +256,10 @@ Expected<std::shared_ptr<const Entry>> EventLoop::findEntry(const Request& reque
   if (stopping_) {
     return fail("the launch pad is about to stop");
   }
-  RETURN_IF_FAILED(compareState(request));
+  const std::string difference = firstDifference(state_, request.processState);
+  if (!difference.empty()) {
+    return fail(difference + kDiffers);
+  }
   auto entry = catalogue_.find(request);
   if (entry && host::entersZone((*entry)->target.type) && !zone_.isCurrent()) {
     return fail("the security zone is another one than at the launch pad's start");
@@ -238,39 +267,38 @@ Expected<std::shared_ptr<const Entry>> EventLoop::findEntry(const Request& reque
   return entry;
 }
 
-Expected<void> EventLoop::compareState(const Request& request) const {
-  const std::string difference = firstDifference(state_, request.processState);
-  if (!difference.empty()) {
-    return fail(difference + " differs from the launch pad's");
+Expected<void> EventLoop::compareState(const Finding& finding) const {
+  if (!finding.wasRead) {
+    return fail(kNotInspected);
   }
-  if (!canAdopt(limits_, request.limits)) {
+  if (!finding.difference.empty()) {
+    return fail(finding.difference + kDiffers);
+  }
+  if (!canAdopt(limits_, finding.limits)) {
     return fail("its resource limits are higher than the launch pad's");
   }
   return {};
 }
 
-// Returns false if no worker is ready. Sends kTaken to the client first, because a client that has
-// not received it may launch the application itself.
-bool EventLoop::assign(uint64_t number) {
-  Client& client = clients_[number];
-  Launch& launch = *client.launch;
-  WorkerProcess* const worker = pools_.take(launch.entry->key);
+// Returns false if no worker is ready. Client and worker get a connection of their own: what the
+// application gets from the client goes through it and never enters this process.
+bool EventLoop::assign(uint64_t number, const Entry& entry, const Limits& limits) {
+  const auto [clientEnd, workerEnd] = makeSocketPair();
+  WorkerProcess* const worker = clientEnd ? pools_.take(entry.key) : nullptr;
   if (worker == nullptr) {
     return false;
   }
+  Client& client = clients_[number];
   worker->client = number;
-  launch.worker = worker->number;
-  const auto& target = launch.entry->target;
-  const auto registered = workstation::registerProcess(worker->pid, target.package.id);
+  client.worker = worker->number;
+  const auto registered = workstation::registerProcess(worker->pid, entry.target.package.id);
   if (!registered) {
     tell(registered.error());
   }
-  if (!sendTaken(client.socket.get(), worker->pid, worker->pidfd.get())) {
-    return true;  // the client has ended: its socket becomes readable
-  }
-  if (!launch.request->assign(worker->channel.get(), target)) {
-    killWorker(*worker);
-  }
+  // Otherwise client or worker has ended, which another event reports.
+  [[maybe_unused]] const bool areSent =
+      sendTaken(client.socket.get(), worker->pid, worker->pidfd.get(), clientEnd.get()) &&
+      sendAssignment(worker->channel.get(), entry.target, limits, workerEnd.get());
   return true;
 }
 
@@ -282,7 +310,7 @@ void EventLoop::decline(uint64_t client, const std::string& reason) {
 // Returns false if no message is pending.
 bool EventLoop::onWorkerReadable(WorkerProcess& worker) {
   Message message;
-  const Received received = receiveMessageNow(worker.channel.get(), message);
+  const Received received = receiveBytesNow(worker.channel.get(), message);
   if (received == Received::kEnd) {
     worker.channel.reset();
   }
@@ -292,16 +320,8 @@ bool EventLoop::onWorkerReadable(WorkerProcess& worker) {
   if (message.kind == MessageKind::kReady) {
     pools_.onReady(worker);
   }
-  if (message.kind == MessageKind::kTakenOver) {
-    worker.tookOver = true;
-  }
   if (message.kind == MessageKind::kStarted && worker.stage == Stage::kAssigned) {
     pools_.onStarted(worker);
-    const auto client = clients_.find(worker.client);
-    // Frees the client's descriptors, which only the application may keep open.
-    if (client != clients_.end()) {
-      client->second.launch->request.reset();
-    }
   }
   return true;
 }
@@ -318,33 +338,17 @@ void EventLoop::onWorkerEnded(uint64_t number) {
   if (!exitState) {
     return;
   }
-  const uint64_t client = worker->client;
-  // A worker that has the whole launch and exits by itself has reported its failure, for instance a
-  // refusal by the plug-in. That is the result, as in a direct launch.
-  const bool isResult =
-      worker->stage == Stage::kRunning || (worker->tookOver && !exitState->bySignal);
+  const auto client = clients_.find(worker->client);
   // The plug-in does not know the application type.
   if (worker->stage == Stage::kPreparing && !exitState->bySignal && exitState->number == kUsage) {
     pools_.removePool(worker->key);
   }
   pools_.onEnded(number);
-  const bool hasClient = clients_.find(client) != clients_.end();
-  if (hasClient && !isResult) {
-    return retry(client);
-  }
-  if (hasClient) {
-    sendMessage(clients_[client].socket.get(), MessageKind::kEnded, encode(*exitState));
-    clients_.erase(client);
+  if (client != clients_.end()) {
+    client->second.worker = 0;
+    sendMessage(client->second.socket.get(), MessageKind::kEnded, encode(*exitState));
   }
   workstation::forgetEndedProcesses();
-}
-
-void EventLoop::retry(uint64_t client) {
-  Launch& launch = *clients_[client].launch;
-  if (++launch.failedWorkers < kMaxAttempts && assign(client)) {
-    return;
-  }
-  decline(client, "the prepared process died before the application began");
 }
 
 void EventLoop::onSignals() {
@@ -372,8 +376,10 @@ void EventLoop::runChild(const PoolKey& key, Descriptor channel) {
   clients_.clear();
   listener_.reset();
   zone_.close();
+  inspector_.close();
   signals_.reset();
-  runWorker(config_, key, pid_, std::move(channel));
+  const auto run = fresh_ ? execWorker : runWorker;
+  run(config_, key, pid_, std::move(channel));
 }
 
 }  // namespace quillon::launchpad

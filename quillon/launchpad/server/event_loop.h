@@ -15,6 +15,7 @@
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/server/catalogue.h"
 #include "quillon/launchpad/server/clients.h"
+#include "quillon/launchpad/server/inspector.h"
 #include "quillon/launchpad/server/pools.h"
 #include "quillon/launchpad/server/server.h"
 #include "quillon/launchpad/server/zone_view.h"
@@ -24,12 +25,15 @@
 
 namespace quillon::launchpad {
 
+// The server accepts no client without this many free descriptors.
+inline constexpr size_t kSpareDescriptors = 32;
+
 class EventLoop {
  public:
-  // Construct in the process that has entered the device root. `state` is its process state before
-  // that.
+  // Construct in the process that has entered the device root. `state` is its declared state before
+  // that, with the proof of inspection_proof.h.
   EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-            Descriptor listener, ZoneView zone);
+            Inspector inspector, Descriptor listener, ZoneView zone);
 
   // Returns when a client or a signal has asked the server to stop and all workers have ended.
   void run();
@@ -44,22 +48,22 @@ class EventLoop {
   void poll(std::chrono::milliseconds timeout);
 
   void acceptClients();
-  void removeIdleClients();
+  bool removeOldestIdleClient();
   [[nodiscard]] bool isAccepting() const;
   void onClientReadable(uint64_t client);
   void tryClientMessage(uint64_t client, Message message);
   void onClientMessage(uint64_t client, Message message);
   void removeClient(uint64_t client);
 
-  void onRequest(uint64_t client, Message message);
+  void onRequest(uint64_t client, const Message& message);
   Expected<std::shared_ptr<const Entry>> findEntry(const Request& request);
-  [[nodiscard]] Expected<void> compareState(const Request& request) const;
-  bool assign(uint64_t client);
+  [[nodiscard]] Expected<void> compareState(const Finding& finding) const;
+  void onInspected();
+  bool assign(uint64_t client, const Entry& entry, const Limits& limits);
   void decline(uint64_t client, const std::string& reason);
 
   bool onWorkerReadable(WorkerProcess& worker);
   void onWorkerEnded(uint64_t number);
-  void retry(uint64_t client);
 
   void onSignals();
   void stopOrKill();
@@ -70,6 +74,8 @@ class EventLoop {
   const WorkerConfig config_;
   const ProcessState state_;
   const Limits limits_ = currentLimits();
+  const bool fresh_;
+  Inspector inspector_;
   Descriptor listener_;
   ZoneView zone_;
   Descriptor signals_;

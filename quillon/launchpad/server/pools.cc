@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 #include <sstream>
 
 #include "quillon/base/terminal.h"
@@ -13,9 +14,28 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr size_t kMaxPools = 8;
 constexpr unsigned kMaxDoublings = 6;  // 64 s
 constexpr seconds kPreparationTimeout(30);
+// Longer than a client waits. The worker of a stopped client ends then.
+constexpr seconds kStartTimeout(60);
+constexpr milliseconds kNever(-1);
+
+// The shorter wait.
+milliseconds shorter(milliseconds one, milliseconds other) {
+  return one < milliseconds(0) || (other >= milliseconds(0) && other < one) ? other : one;
+}
+
+// How long a worker may be at a stage.
+std::optional<seconds> timeoutOf(Stage stage) {
+  switch (stage) {
+    case Stage::kPreparing:
+      return kPreparationTimeout;
+    case Stage::kAssigned:
+      return kStartTimeout;
+    default:
+      return std::nullopt;
+  }
+}
 
 milliseconds delayAfter(unsigned failures) {
   return seconds(1) * (1U << std::min(failures - 1, kMaxDoublings));
@@ -69,7 +89,7 @@ WorkerProcess* Pools::take(const PoolKey& key) {
       continue;
     }
     worker.stage = Stage::kAssigned;
-    lastTaken_ = settings_.now();
+    lastTaken_ = worker.since = settings_.now();
     return &worker;
   }
   return nullptr;
@@ -123,28 +143,28 @@ milliseconds Pools::until(Clock::time_point when) const {
   return left.count() <= 0 ? milliseconds(0) : std::chrono::ceil<milliseconds>(left);
 }
 
-// Kills workers whose preparation takes too long. Returns the time left for the others.
+// Kills workers that are at a stage for too long. Returns the time left for the others.
 milliseconds Pools::killOverdue() {
+  milliseconds wait = kNever;
   for (auto& [number, worker] : workers_) {
-    if (worker.stage != Stage::kPreparing) {
+    const auto timeout = timeoutOf(worker.stage);
+    if (!timeout) {
       continue;
     }
-    const milliseconds left = until(worker.start + kPreparationTimeout);
-    if (left.count() > 0) {
-      return left;
+    const milliseconds left = until(worker.since + *timeout);
+    if (left.count() == 0) {
+      killWorker(worker);
+    } else {
+      wait = shorter(wait, left);
     }
-    killWorker(worker);
   }
-  return milliseconds(-1);
+  return wait;
 }
 
 milliseconds Pools::refill() {
-  milliseconds wait(-1);
-  if (closed_) {
+  milliseconds wait = killOverdue();
+  if (closed_ || isPreparing()) {
     return wait;
-  }
-  if (isPreparing()) {
-    return killOverdue();
   }
   const Clock::time_point quiet = lastTaken_ + settings_.refillDelay;
   for (auto& [key, pool] : pools_) {
@@ -156,9 +176,7 @@ milliseconds Pools::refill() {
       addWorker(key, pool);
       return refill();
     }
-    if (wait.count() < 0 || left < wait) {
-      wait = left;
-    }
+    wait = shorter(wait, left);
   }
   return wait;
 }
@@ -175,7 +193,7 @@ void Pools::addWorker(const PoolKey& key, Pool& pool) {
   worker->number = nextNumber_++;
   worker->key = key;
   worker->fingerprint = std::move(fingerprint);
-  worker->start = settings_.now();
+  worker->since = settings_.now();
   workers_.emplace(worker->number, std::move(*worker));
 }
 

@@ -4,7 +4,8 @@
 // worker at a time, so that a refill does not compete with the launch before it. A worker that ends
 // without a launch is replaced after a delay that doubles each time, until a worker of the pool
 // starts an application. A worker that is not ready after 30 seconds is killed, with the same
-// delay.
+// delay. A worker that has a launch and has not started the application after 60 seconds is killed
+// too.
 #pragma once
 
 #include <chrono>
@@ -18,6 +19,8 @@
 namespace quillon::launchpad {
 
 using Clock = std::chrono::steady_clock;
+
+inline constexpr size_t kMaxPools = 8;
 
 struct PoolSettings {
   size_t size = 2;  // ready workers of each pool

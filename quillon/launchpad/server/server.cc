@@ -4,6 +4,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <string>
+
 #include "device_paths.h"
 #include "quillon/base/exit_status.h"
 #include "quillon/base/failure.h"
@@ -12,8 +15,12 @@
 #include "quillon/device/device_root.h"
 #include "quillon/host/plugin/plugin_library.h"
 #include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/server/debugger_files.h"
 #include "quillon/launchpad/server/event_loop.h"
+#include "quillon/launchpad/server/inspector.h"
+#include "quillon/launchpad/server/own_environment.h"
+#include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/worker/managed_side.h"
 
 namespace quillon::launchpad {
@@ -36,19 +43,46 @@ void closeInherited() {
   }
 }
 
-// Each client needs a descriptor, and a few more during its launch. Applications get the limit of
-// their client.
-void raiseDescriptorLimit() {
+// Each client and each worker needs descriptors. Applications get the limit of their client. Fails
+// if the pools could use up all descriptors, so that no client could be served, or if a worker has
+// too few.
+Expected<void> raiseDescriptorLimit(const LaunchpadOptions& options) {
+  constexpr rlim_t kOwn = 32;  // standard streams, listener, signals, some clients and so on
+  constexpr rlim_t kPerWorker = 2;
+  constexpr rlim_t kOfWorker = kMinInheritedDescriptor + kMaxInheritedDescriptors;
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;
+  const rlim_t needed =
+      std::max(kOwn + kSpareDescriptors + kPerWorker * kMaxPools * options.size, kOfWorker);
+  if (limit.rlim_max < needed) {
+    return fail("the launch pad needs " + std::to_string(needed) +
+                    " file descriptors, and the limit is " + std::to_string(limit.rlim_max),
+                "raise it (ulimit -n), or prepare fewer processes (--size)");
+  }
   setrlimit(RLIMIT_NOFILE, &limit);
+  return {};
 }
 
 sigset_t blockedSignals() {
   sigset_t blocked;
   sigprocmask(SIG_BLOCK, nullptr, &blocked);
   return blocked;
+}
+
+// The kernel does not show what a seccomp filter forbids, so no client could be compared with this
+// process.
+Expected<Inspector> startInspector() {
+  const ProcSelf self;
+  const ProcessState own = observedStateOf(self, currentLimits());
+  if (own.empty()) {
+    return fail("/proc lacks values that describe this process", "mount it (proc(5))");
+  }
+  if (self.status("Seccomp").value_or("0") != "0") {
+    return fail("a seccomp filter confines this process, and perhaps not its clients",
+                "start the launch pad without the filter; launches do not need it");
+  }
+  return Inspector::start(own);
 }
 
 Expected<void> enterDevice(const LaunchpadOptions& options, const WorkerConfig& config) {
@@ -76,14 +110,18 @@ Expected<void> requireParts(const LaunchpadOptions& options, const WorkerConfig&
 }
 
 Expected<void> run(const LaunchpadOptions& options) {
+  RETURN_IF_FAILED(restartWithOwnEnvironment());
+  resetSignalDispositions();
+  closeInherited();
+  RETURN_IF_FAILED(raiseDescriptorLimit(options));
   const fs::path executable = executablePath();
-  WorkerConfig config{executable, host::defaultPlugin(executable), currentEntries(),
-                      blockedSignals()};
-  ProcessState state = processStateOf(ProcSelf());
-  if (state.empty()) {
-    return fail(kServiceFailed,
-                {"/proc lacks values that describe this process", "mount it (proc(5))"});
+  WorkerConfig config{
+      executable, host::defaultPlugin(executable), currentEntries(), blockedSignals(), {}};
+  auto inspector = startInspector();
+  if (!inspector) {
+    return fail(kServiceFailed, inspector.error());
   }
+  ProcessState state = declaredStateOf(ProcSelf()) + inspectionProofOf(getpid());
   const std::string address = addressOf(options.device);
   if (address.empty()) {
     return fail(kNoDeviceRoot, {"there is no folder '" + options.device.string() + "'",
@@ -97,7 +135,8 @@ Expected<void> run(const LaunchpadOptions& options) {
   RETURN_IF_FAILED(enterDevice(options, config));
   RETURN_IF_FAILED(requireParts(options, config));
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
-  EventLoop(options, std::move(config), std::move(state), std::move(*listener), std::move(zone))
+  EventLoop(options, std::move(config), std::move(state), std::move(*inspector),
+            std::move(*listener), std::move(zone))
       .run();
   return {};
 }
@@ -106,9 +145,6 @@ Expected<void> run(const LaunchpadOptions& options) {
 
 int serve(const LaunchpadOptions& options) {
   keepTerminal();
-  resetSignalDispositions();
-  closeInherited();
-  raiseDescriptorLimit();
   const auto ended = run(options);
   if (ended) {
     return kSuccess;

@@ -12,6 +12,7 @@ struct LaunchpadOptions {
   std::vector<std::string> types;  // application types to prepare for at the start; empty: all
   size_t size = 2;                 // ready workers of each pool
   double refillDelay = 3;          // seconds
+  bool fresh = false;              // start workers by exec; see fresh_worker.h
 };
 
 // Serves a device root until it is asked to stop. Returns an ExitStatus; on failure, after one line

@@ -1,14 +1,13 @@
 #include "quillon/launchpad/server/worker_process.h"
 
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstdlib>
 
+#include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/server/debugger_files.h"
 
 namespace quillon::launchpad {
@@ -20,12 +19,10 @@ constexpr idtype_t kByPidfd = static_cast<idtype_t>(3);
 }  // namespace
 
 std::optional<WorkerProcess> startWorker(const std::function<void(Descriptor)>& runChild) {
-  std::array<int, 2> ends{};
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+  auto [outer, inner] = makeSocketPair();
+  if (!outer) {
     return {};
   }
-  Descriptor outer(ends[0]);
-  Descriptor inner(ends[1]);
   const pid_t pid = fork();
   if (pid == 0) {
     outer.reset();

@@ -30,10 +30,9 @@ struct WorkerProcess {
   Descriptor channel;  // the worker closes its end when the application starts
   Stage stage = Stage::kPreparing;
   PoolKey key;
-  std::chrono::steady_clock::time_point start;
-  std::string fingerprint;  // of what it was prepared from
-  bool tookOver = false;    // has sent kTakenOver
-  uint64_t client = 0;      // the client of its launch; 0 if none
+  std::chrono::steady_clock::time_point since;  // start of the stage
+  std::string fingerprint;                      // of what it was prepared from
+  uint64_t client = 0;                          // the client of its launch; 0 if none
 };
 
 // Forks. The child calls `runChild`, which must not return, with its end of the channel. Returns

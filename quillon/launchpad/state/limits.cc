@@ -9,11 +9,11 @@ namespace {
 constexpr std::array kMemoryResources = {RLIMIT_STACK, RLIMIT_DATA, RLIMIT_AS};
 
 // glibc declares an enumeration for the resource argument.
-using Resource = __rlimit_resource_t;
+using Resource = __rlimit_resource;
 
-rlimit limitOf(int resource) {
+rlimit limitOf(pid_t pid, int resource) {
   rlimit limit{};
-  getrlimit(static_cast<Resource>(resource), &limit);
+  prlimit(pid, static_cast<Resource>(resource), nullptr, &limit);
   return limit;
 }
 
@@ -24,18 +24,19 @@ bool isMemoryResource(int resource) {
 
 }  // namespace
 
-Limits currentLimits() {
+Limits limitsOf(pid_t pid) {
   Limits limits(RLIM_NLIMITS);
   for (int resource = 0; resource < RLIM_NLIMITS; ++resource) {
-    limits[static_cast<size_t>(resource)] = limitOf(resource);
+    limits[static_cast<size_t>(resource)] = limitOf(pid, resource);
   }
   return limits;
 }
 
-std::string memoryLimits() {
-  std::array<rlimit, kMemoryResources.size()> limits{};
-  std::transform(kMemoryResources.begin(), kMemoryResources.end(), limits.begin(), limitOf);
-  return {reinterpret_cast<const char*>(limits.data()), sizeof limits};
+std::string memoryLimitsOf(const Limits& limits) {
+  std::array<rlimit, kMemoryResources.size()> some{};
+  std::transform(kMemoryResources.begin(), kMemoryResources.end(), some.begin(),
+                 [&](int resource) { return limits.at(static_cast<size_t>(resource)); });
+  return {reinterpret_cast<const char*>(some.data()), sizeof some};
 }
 
 bool canAdopt(const Limits& own, const Limits& wanted) {
@@ -59,7 +60,7 @@ void adoptLimits(const Limits& wanted) {
     if (resource == RLIMIT_NOFILE) {
       limit.rlim_cur = limit.rlim_max;
     }
-    const rlimit now = limitOf(resource);
+    const rlimit now = limitOf(0, resource);
     if (now.rlim_cur == limit.rlim_cur && now.rlim_max == limit.rlim_max) {
       continue;
     }

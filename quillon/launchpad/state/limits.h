@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sys/resource.h>
+#include <sys/types.h>
 
 #include <string>
 #include <vector>
@@ -11,11 +12,13 @@ namespace quillon::launchpad {
 // One limit for each resource, in the kernel's order.
 using Limits = std::vector<rlimit>;
 
-Limits currentLimits();
+// The limits of process `pid`; 0 means the calling process. Those of another user's process are 0.
+Limits limitsOf(pid_t pid);
+inline Limits currentLimits() { return limitsOf(0); }
 
 // The limits that the C library and the runtime read only when they start (stack, data, address
 // space), as bytes to compare.
-std::string memoryLimits();
+std::string memoryLimitsOf(const Limits& limits);
 
 // Whether an unprivileged process with the limits `own` can adopt `wanted`.
 bool canAdopt(const Limits& own, const Limits& wanted);

@@ -17,7 +17,6 @@
 #include <utility>
 
 #include "quillon/base/record.h"
-#include "quillon/launchpad/state/limits.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -32,13 +31,25 @@ constexpr std::array<std::string_view, 13> kNames = {
 constexpr size_t kTypicalSize = 1536;
 
 // See namespaces(7).
-constexpr std::array kNamespaces = {"ns/mnt", "ns/user", "ns/pid",  "ns/ipc",
-                                    "ns/uts", "ns/net",  "ns/time", "ns/cgroup"};
+constexpr std::array kNamespaces = {
+    "ns/user", "ns/mnt", "ns/pid",  "ns/pid_for_children", "ns/ipc",
+    "ns/uts",  "ns/net", "ns/time", "ns/cgroup",           "ns/time_for_children"};
 
 // Lines of "status" that every supported kernel writes.
 constexpr std::array kRequiredLines = {"Umask",  "Uid",          "Gid",       "Groups",
                                        "SigBlk", "SigIgn",       "CapInh",    "CapPrm",
                                        "CapEff", "Cpus_allowed", "NoNewPrivs"};
+
+// Settings of prctl(2) that exec() keeps, by the option that reads them. Older C libraries do not
+// declare them all. Those of the second list write their value to an address.
+constexpr std::array kSettings = {27 /* PR_GET_SECUREBITS */,
+                                  30 /* PR_GET_TIMERSLACK */,
+                                  34 /* PR_MCE_KILL_GET */,
+                                  42 /* PR_GET_THP_DISABLE */,
+                                  58 /* PR_GET_IO_FLUSHER */,
+                                  66 /* PR_GET_MDWE */,
+                                  68 /* PR_GET_MEMORY_MERGE */};
+constexpr std::array kWrittenSettings = {25 /* PR_GET_TSC */, 37 /* PR_GET_CHILD_SUBREAPER */};
 
 template <typename T>
 void append(std::string& bytes, const T& value) {
@@ -63,15 +74,15 @@ std::string versionOf(const std::string& program) {
   return bytes;
 }
 
-std::string rootFolder() {
-  const auto status = statusAt(AT_FDCWD, "/");
+std::string rootFolderOf(const ProcProcess& process) {
+  const auto status = process.fileAt("root");
   std::string bytes;
   append(bytes, status.st_dev);
   append(bytes, status.st_ino);
   return bytes;
 }
 
-std::string namespacesOf(const ProcSelf& process) {
+std::string namespacesOf(const ProcProcess& process) {
   std::string all;
   for (const char* kind : kNamespaces) {
     all += process.targetOf(kind) + " ";
@@ -79,7 +90,7 @@ std::string namespacesOf(const ProcSelf& process) {
   return all;
 }
 
-std::string linesOf(const ProcSelf& process, std::initializer_list<const char*> names) {
+std::string linesOf(const ProcProcess& process, std::initializer_list<const char*> names) {
   std::string all;
   for (const char* name : names) {
     all.append(process.status(name).value_or("")) += '\n';
@@ -94,26 +105,39 @@ std::string signalsOf(const ProcSelf& process, const char* name) {
 }
 
 // A sandbox may emulate /proc and leave out lines.
-bool isComplete(const ProcSelf& process) {
+bool isComplete(const ProcProcess& process) {
   return std::all_of(kRequiredLines.begin(), kRequiredLines.end(),
                      [&](const char* line) { return process.status(line).has_value(); });
 }
 
-std::string confinementOf(const ProcSelf& process) {
-  std::string all = linesOf(process, {"NoNewPrivs", "Seccomp", "Seccomp_filters"});
-  append(all, personality(0xffffffff));
+std::string confinementOf(const ProcProcess& process) {
+  return linesOf(process, {"NoNewPrivs", "Seccomp", "Seccomp_filters", "Speculation_Store_Bypass",
+                           "SpeculationIndirectBranch"});
+}
+
+std::string schedulingOf(const ProcProcess& process) {
+  const pid_t pid = process.pid();
+  sched_param realTime{};
+  sched_getparam(pid, &realTime);
+  std::string all = linesOf(process, {"Cpus_allowed", "Mems_allowed"});
+  append(all, getpriority(PRIO_PROCESS, static_cast<id_t>(pid)));
+  append(all, sched_getscheduler(pid));
+  append(all, realTime.sched_priority);
+  append(all, syscall(SYS_ioprio_get, 1 /* IOPRIO_WHO_PROCESS */, pid));
   return all;
 }
 
-std::string schedulingOf(const ProcSelf& process) {
-  sched_param realTime{};
-  sched_getparam(0, &realTime);
-  std::string all = linesOf(process, {"Cpus_allowed"});
-  append(all, getpriority(PRIO_PROCESS, 0));
-  append(all, sched_getscheduler(0));
-  append(all, realTime.sched_priority);
-  append(all, syscall(SYS_ioprio_get, 1 /* IOPRIO_WHO_PROCESS */, 0));
-  append(all, prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0));
+std::string settings() {
+  std::string all;
+  append(all, personality(0xffffffff));
+  for (const int option : kSettings) {
+    append(all, prctl(option, 0, 0, 0, 0));
+  }
+  for (const int option : kWrittenSettings) {
+    int value = 0;
+    prctl(option, &value, 0, 0, 0);
+    append(all, value);
+  }
   return all;
 }
 
@@ -128,15 +152,18 @@ void addVariables(RecordWriter& state) {
   }
 }
 
-// Empty if the state is malformed.
-std::map<std::string, std::string> toMap(const ProcessState& state) {
-  std::map<std::string, std::string> all;
+using Values = std::map<std::string_view, std::string_view>;
+
+// Refers to the state, so that no copy of an environment variable remains. Empty if the state is
+// malformed.
+Values toMap(const ProcessState& state) {
+  Values all;
   RecordReader reader(state);
   while (reader.ok() && !reader.atEnd()) {
-    std::string name = reader.text();
-    all[std::move(name)] = reader.text();
+    const std::string_view name = reader.view();
+    all[name] = reader.view();
   }
-  return reader.ok() ? all : std::map<std::string, std::string>();
+  return reader.ok() ? all : Values();
 }
 
 }  // namespace
@@ -147,25 +174,35 @@ bool isReadAtStart(std::string_view variable) {
                      [&](std::string_view prefix) { return variable.starts_with(prefix); });
 }
 
-ProcessState processStateOf(const ProcSelf& process, const std::string& program) {
+ProcessState declaredStateOf(const ProcSelf& process, const std::string& program) {
   if (!isComplete(process)) {
     return {};
   }
   RecordWriter state;
   state.reserve(kTypicalSize).text("the quillon program").text(versionOf(program));
-  state.text("its namespaces").text(namespacesOf(process));
-  state.text("its root folder").text(rootFolder());
+  state.text("its blocked signals").text(signalsOf(process, "SigBlk"));
+  state.text("its ignored signals").text(signalsOf(process, "SigIgn"));
+  state.text("its settings by prctl(2)").text(settings());
+  addVariables(state);
+  return state.take();
+}
+
+ProcessState observedStateOf(const ProcProcess& process, const Limits& limits) {
+  if (!isComplete(process) || process.targetOf(kNamespaces.front()).empty()) {
+    return {};
+  }
+  RecordWriter state;
+  state.reserve(kTypicalSize).text("its namespaces").text(namespacesOf(process));
+  state.text("its root folder").text(rootFolderOf(process));
   state.text("its user and groups").text(linesOf(process, {"Uid", "Gid", "Groups"}));
   state.text("its capabilities")
       .text(linesOf(process, {"CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb"}));
   state.text("its confinement").text(confinementOf(process));
   state.text("its scheduling").text(schedulingOf(process));
-  state.text("its blocked signals").text(signalsOf(process, "SigBlk"));
-  state.text("its ignored signals").text(signalsOf(process, "SigIgn"));
   state.text("its security label").text(process.contentOf("attr/current"));
   state.text("its place in line when memory runs out").text(process.contentOf("oom_score_adj"));
-  state.text("its memory limits").text(memoryLimits());
-  addVariables(state);
+  state.text("its core dump filter").text(process.contentOf("coredump_filter"));
+  state.text("its memory limits").text(memoryLimitsOf(limits));
   return state.take();
 }
 
@@ -180,12 +217,12 @@ std::string firstDifference(const ProcessState& one, const ProcessState& other) 
   for (const auto& [name, value] : left) {
     const auto found = right.find(name);
     if (found == right.end() || found->second != value) {
-      return name;
+      return std::string(name);
     }
   }
   for (const auto& [name, value] : right) {
     if (left.find(name) == left.end()) {
-      return name;
+      return std::string(name);
     }
   }
   return {};

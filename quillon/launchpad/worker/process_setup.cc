@@ -22,6 +22,19 @@ void detachFromServer(const sigset_t& blocked) {
   sigprocmask(SIG_SETMASK, &blocked, nullptr);
 }
 
+void keepCapabilitiesAcrossExec() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
+  syscall(SYS_capget, &header, sets.data());
+  for (__user_cap_data_struct& set : sets) {
+    set.inheritable = set.permitted;
+  }
+  syscall(SYS_capset, &header, sets.data());
+  for (int capability = 0; capability <= CAP_LAST_CAP; ++capability) {
+    prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, capability, 0, 0);  // fails if it is not permitted
+  }
+}
+
 void dropCapabilities() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> none{};

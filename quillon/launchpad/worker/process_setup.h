@@ -14,6 +14,10 @@ void setParentDeathSignal(pid_t server);
 // and sets its signal mask.
 void detachFromServer(const sigset_t& blocked);
 
+// Lets the process keep its capabilities when it executes a program (capabilities(7), "Ambient").
+// Without this, a user other than root loses them.
+void keepCapabilitiesAcrossExec();
+
 // Drops all capabilities of the calling thread. The threads that the runtime starts later inherit
 // this, so call while the process has one thread.
 void dropCapabilities();

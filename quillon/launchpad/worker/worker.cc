@@ -17,6 +17,7 @@
 #include "quillon/host/runtime/runtime_config.h"
 #include "quillon/host/runtime/runtime_settings.h"
 #include "quillon/host/runtime_plan.h"
+#include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/worker/managed_side.h"
@@ -44,12 +45,22 @@ bool canRunAhead(const host::RuntimeProperties& properties) {
                       [](const auto& property) { return property.first == "STARTUP_HOOKS"; });
 }
 
-void applyProcessState(const Request& request) {
-  umask(request.umask);
-  adoptLimits(request.limits);
-  if (request.workingDirectory.empty() || chdir(request.workingDirectory.c_str()) != 0) {
+void applyProcessState(const HandOver& handOver, const Limits& limits) {
+  umask(handOver.umask);
+  adoptLimits(limits);
+  if (handOver.workingDirectory.empty() || chdir(handOver.workingDirectory.c_str()) != 0) {
     [[maybe_unused]] const int result = chdir("/");
   }
+}
+
+// Waits for a message of one kind. If the peer has ended, so does the process: since it has not
+// sent kTakenOver, the client launches without it.
+Message awaitMessage(const Descriptor& socket, MessageKind kind) {
+  Message message;
+  if (receiveMessage(socket.get(), message) != Received::kMessage || message.kind != kind) {
+    _exit(kServiceFailed);
+  }
+  return message;
 }
 
 // Duplicates the inherited descriptors to the numbers that they have in the client.
@@ -82,9 +93,9 @@ class Worker {
   Expected<void> startRuntime();
   Expected<void> warmUpRuntime();
   Expected<void> runAhead();
-  [[nodiscard]] Message awaitAssignment() const;
-  Expected<void> takeOver(Message message);
-  Expected<void> takeOverDescriptors(RequestDescriptors descriptors, const Request& request);
+  Expected<void> awaitAssignment();
+  Expected<void> takeOver();
+  Expected<void> takeOverDescriptors(HandOver& handOver);
   Expected<void> configureApplication();
   Expected<int> execute();
 
@@ -106,13 +117,16 @@ class Worker {
   Variables variablesAtStart_;
   Variables variablesAtWarmUp_;
   std::vector<std::string> arguments_;
-  Descriptor started_;  // see signalStarted()
+  Limits limits_;
+  Descriptor client_;  // a socket to it
 };
 
 Expected<int> Worker::run() {
   RETURN_IF_FAILED(prepare());
   sendMessage(channel_.get(), MessageKind::kReady);
-  RETURN_IF_FAILED(takeOver(awaitAssignment()));
+  RETURN_IF_FAILED(awaitAssignment());
+  folders_.redirect(target_.folders());  // while the client sends the rest
+  RETURN_IF_FAILED(takeOver());
   RETURN_IF_FAILED(configureApplication());
   return execute();
 }
@@ -132,6 +146,7 @@ Expected<void> Worker::prepare() {
   RETURN_IF_FAILED(warmUpRuntime());
   workstation::cachePackages();
   changes_ = changesSince(config_.environment);
+  changes_.insert(config_.changes.begin(), config_.changes.end());
   changes_.emplace("TMPDIR", std::nullopt);  // a device root has none, even if the client has
   stdio_.findDuplicates();
   return {};
@@ -196,49 +211,46 @@ Expected<void> Worker::runAhead() {
   return {};
 }
 
-Message Worker::awaitAssignment() const {
-  Message message;
-  const auto received = receiveMessage(channel_.get(), message);
-  // Since kTakenOver was not sent, the server assigns the launch to another worker.
-  if (received != Received::kMessage || message.kind != MessageKind::kAssign) {
-    _exit(kServiceFailed);
-  }
-  return message;
-}
-
-Expected<void> Worker::takeOver(Message message) {
-  auto assignment = parseAssignment(std::move(message));
+Expected<void> Worker::awaitAssignment() {
+  auto assignment = parseAssignment(awaitMessage(channel_, MessageKind::kAssign));
   if (!assignment) {
     return fail(kServiceFailed, {"the launch pad sent a malformed launch", {}});
   }
-  Request& request = assignment->request;
   target_ = std::move(assignment->target);
-  arguments_ = std::move(request.arguments);
-  replaceEnvironment(std::move(request.environment), changes_);
+  limits_ = std::move(assignment->limits);
+  client_ = std::move(assignment->connection);
+  return {};
+}
+
+Expected<void> Worker::takeOver() {
+  auto handOver = parseHandOver(awaitMessage(client_, MessageKind::kHandOver));
+  if (!handOver) {
+    return fail(kServiceFailed, {"the client sent a malformed launch", {}});
+  }
+  arguments_ = std::move(handOver->arguments);
+  replaceEnvironment(std::move(handOver->environment), changes_);
   setenv(host::kAppIdVariable, target_.application.id.c_str(), 1);
-  RETURN_IF_FAILED(takeOverDescriptors(std::move(assignment->descriptors), request));
-  applyProcessState(request);
-  sendMessage(channel_.get(), MessageKind::kTakenOver);
+  RETURN_IF_FAILED(takeOverDescriptors(*handOver));
+  applyProcessState(*handOver, limits_);
+  sendMessage(client_.get(), MessageKind::kTakenOver);
   return {};
 }
 
 // If output is captured, descriptors 1 and 2 already refer to the plug-in's pipes, and only the
 // duplicates that the runtime made before are redirected to the client's.
-Expected<void> Worker::takeOverDescriptors(RequestDescriptors descriptors, const Request& request) {
-  RETURN_IF_FAILED(takeOverInherited(descriptors.inherited, request.inheritedDescriptors));
+Expected<void> Worker::takeOverDescriptors(HandOver& handOver) {
+  RETURN_IF_FAILED(takeOverInherited(handOver.inherited, handOver.inheritedDescriptors));
   for (int which = STDIN_FILENO; which <= STDERR_FILENO; ++which) {
-    stdio_.redirect(which, descriptors.standard[static_cast<size_t>(which)].get());
+    stdio_.redirect(which, handOver.standard[static_cast<size_t>(which)].get());
   }
-  moveTerminal(descriptors.standard[STDERR_FILENO].get());
-  workstation::LogConfig log = request.log;
-  log.descriptor = descriptors.log.release();
+  moveTerminal(handOver.standard[STDERR_FILENO].get());
+  workstation::LogConfig log = handOver.log;
+  log.descriptor = handOver.logFile.release();
   workstation::useLog(log);
-  started_ = std::move(descriptors.started);
   return {};
 }
 
 Expected<void> Worker::configureApplication() {
-  folders_.redirect(target_.folders());
   const Variables now = currentVariables();
   auto variables = changesBetween(variablesAtStart_, now);
   variables.merge(changesBetween(variablesAtWarmUp_, now));
@@ -251,8 +263,11 @@ Expected<void> Worker::configureApplication() {
 }
 
 Expected<int> Worker::execute() {
-  signalStarted(started_.get());
-  started_.reset();
+  // A client that has given up launches the application itself.
+  if (!sendMessage(client_.get(), MessageKind::kStarted)) {
+    _exit(kServiceFailed);
+  }
+  client_.reset();
   sendMessage(channel_.get(), MessageKind::kStarted);
   channel_.reset();
   auto ended = runtime_->execute(target_.assembly, arguments_);

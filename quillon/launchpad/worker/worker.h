@@ -18,6 +18,7 @@ struct WorkerConfig {
   std::filesystem::path plugin;
   EnvironmentEntries environment;  // the server's, before it entered the device root
   sigset_t blocked;                // the server's signal mask
+  EnvironmentChanges changes;      // that the server has made since, if `environment` is newer
 };
 
 // Prepares the calling process, sends kReady on `channel`, waits for a launch, runs it, and exits

@@ -112,5 +112,10 @@ TEST_F(OrdinaryUsersPool, ServesItsUserOnly) {
 
 TEST_F(OrdinaryUsersPool, RunsApplicationsInTheZone) { expectApplicationInTheZone(); }
 
+// A process that is started by exec must keep the capabilities that it needs to enter the zone.
+TEST_F(OrdinaryUsersPool, RunsApplicationsOfFreshProcessesInTheZone) {
+  expectApplicationInTheZone({"--fresh"});
+}
+
 }  // namespace
 }  // namespace quillon::test

@@ -73,15 +73,19 @@ LaunchpadTest::~LaunchpadTest() {
   }
 }
 
-void LaunchpadTest::start(int size, int ignored) {
+void LaunchpadTest::start(int size, int ignored, const std::vector<std::string>& more) {
   size_ = size;
-  const std::vector<std::string> command = {
+  std::vector<std::string> command = {
       kQuillon, "launchpad", "--device",           root(),           "--type",
       "none",   "--size",    std::to_string(size), "--refill-delay", "0"};
+  command.insert(command.end(), more.begin(), more.end());
   launchpad_ = fork();
   if (launchpad_ == 0) {
     if (ignored != 0) {
       signal(ignored, SIG_IGN);
+    }
+    if (!prepareLaunchpadProcess()) {
+      _exit(126);
     }
     execute(command, fresh("launchpad-out"), fresh("launchpad-errors"));
   }
@@ -128,7 +132,8 @@ void LaunchpadTest::expectNoAnswerTo(uid_t user) const {
       _exit(1);
     }
     // connectTo() does not trust a launch pad of another user.
-    if (launchpad::connectTo(address)) {
+    const auto trusted = launchpad::connectTo(address);
+    if (trusted && *trusted) {
       _exit(2);
     }
     sockaddr_un name{};
@@ -147,10 +152,10 @@ void LaunchpadTest::expectNoAnswerTo(uid_t user) const {
   EXPECT_EQ(statusOf(stranger), 0);
 }
 
-void LaunchpadTest::expectApplicationInTheZone() {
+void LaunchpadTest::expectApplicationInTheZone(const std::vector<std::string>& launchpadOptions) {
   const RunningZone zone(root());
   ASSERT_NE(zone.holder(), "") << zone.started().err;
-  start(1);
+  start(1, 0, launchpadOptions);
   { RunningProbe direct(root(), "dotnet"); }
   ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
   RunningProbe probe(root(), "dotnet");

@@ -17,8 +17,12 @@ class LaunchpadTest : public RuntimeTest {
   void SetUp() override;
   ~LaunchpadTest() override;
 
-  // Starts the launch pad and waits until it serves. The parent ignores the signal `ignored`.
-  void start(int size, int ignored = 0);
+  // Starts the launch pad with further options and waits until it serves. The parent ignores the
+  // signal `ignored`.
+  void start(int size, int ignored = 0, const std::vector<std::string>& more = {});
+
+  // Called in the launch pad's process before the program is executed. Returns false to end it.
+  virtual bool prepareLaunchpadProcess() const { return true; }
 
   // Makes it prepare processes for such a launch: requests one launch, which is direct, and waits
   // until the pool is full.
@@ -38,7 +42,7 @@ class LaunchpadTest : public RuntimeTest {
   int endOfLaunchpad();
 
   // Starts a zone, then the launch pad, and launches an application that enters it.
-  void expectApplicationInTheZone();
+  void expectApplicationInTheZone(const std::vector<std::string>& launchpadOptions = {});
 
   // Expects that the launch pad does not answer a process of another user.
   void expectNoAnswerTo(uid_t user) const;

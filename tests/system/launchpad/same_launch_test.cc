@@ -171,6 +171,8 @@ TEST_F(SameLaunch, HasNoCapabilities) {
 
 TEST_F(SameLaunch, RunsInTheZone) { expectApplicationInTheZone(); }
 
+TEST_F(SameLaunch, RunsFreshProcessesInTheZone) { expectApplicationInTheZone({"--fresh"}); }
+
 // The launch pad's view of the device root does not contain the zone.
 TEST_F(SameLaunch, ALaunchIntoAZoneThatStartedLaterIsDirect) {
   start(1);

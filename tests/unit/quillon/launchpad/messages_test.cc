@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/personality.h>
 #include <sys/prctl.h>
@@ -23,6 +22,7 @@
 #include "quillon/base/directory_entries.h"
 #include "quillon/base/record.h"
 #include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/protocol/sealed_memory.h"
@@ -40,7 +40,9 @@ namespace {
 
 using test::TemporaryDirectory;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 Message messageOf(MessageKind kind, std::string_view bytes) { return {kind, bytes, {}}; }
 
@@ -74,52 +76,49 @@ TEST(Record, RejectsTruncatedAndMalformedBytes) {
   EXPECT_FALSE(reader.ok());
 }
 
+Message assignmentOf(const std::string& bytes) {
+  Message message = messageOf(MessageKind::kAssign, bytes);
+  message.descriptors.emplace_back(dup(STDIN_FILENO));
+  return message;
+}
+
 TEST(Request, IsRejectedIfMalformed) {
   const std::string wrong(64, '\xff');
   for (const std::string& encoded : {std::string(), wrong}) {
-    const std::string asRequest = RecordWriter().number(0).append(encoded).take();
-    EXPECT_FALSE(ReceivedRequest::parse(messageOf(MessageKind::kLaunch, asRequest)));
-    RecordWriter target;
-    for (int field = 0; field < 6; ++field) {
-      target.text("");
-    }
-    const std::string asAssignment =
-        RecordWriter().number(0).append(target.bytes()).append(encoded).take();
-    EXPECT_FALSE(parseAssignment(messageOf(MessageKind::kAssign, asAssignment)));
+    EXPECT_FALSE(parseRequest(messageOf(MessageKind::kLaunch, encoded)));
+    EXPECT_FALSE(parseAssignment(assignmentOf(encoded)));
+    const std::string asHandOver = RecordWriter().number(0).append(encoded).take();
+    EXPECT_FALSE(parseHandOver(messageOf(MessageKind::kHandOver, asHandOver)));
   }
 }
 
 struct SocketPair {
-  SocketPair() {
-    std::array<int, 2> ends{};
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
-    one = Descriptor(ends[0]);
-    other = Descriptor(ends[1]);
+  SocketPair() : SocketPair(makeSocketPair()) {}
+  explicit SocketPair(std::pair<Descriptor, Descriptor> ends)
+      : one(std::move(ends.first)), other(std::move(ends.second)) {
+    EXPECT_TRUE(one && other);
   }
   Descriptor one;
   Descriptor other;
 };
 
-// Sends a request of this process and receives it as a server does.
-Message transfer(const Request& sent, const Descriptor& started) {
+// Sends a message with `send` and receives it as the peer does.
+template <typename Send>
+Message transfer(MessageKind kind, const Send& send) {
   const SocketPair pair;
   Message message;
-  EXPECT_TRUE(sendRequest(pair.one.get(), sent, started.get()));
+  EXPECT_TRUE(send(pair.one.get()));
   EXPECT_EQ(receiveMessage(pair.other.get(), message), Received::kMessage);
-  EXPECT_EQ(message.kind, MessageKind::kLaunch);
+  EXPECT_EQ(message.kind, kind);
   return message;
 }
 
-// Forwards a request and receives it as a worker does.
-std::optional<Assignment> assign(const ReceivedRequest& request) {
-  host::LaunchTarget target;
-  target.assembly = "/a/b.dll";
-  const SocketPair pair;
-  EXPECT_TRUE(request.assign(pair.one.get(), target));
-  Message message;
-  EXPECT_EQ(receiveMessage(pair.other.get(), message), Received::kMessage);
-  EXPECT_EQ(message.kind, MessageKind::kAssign);
-  return parseAssignment(std::move(message));
+Message transfer(const Request& request) {
+  return transfer(MessageKind::kLaunch, [&](int socket) { return sendRequest(socket, request); });
+}
+
+Message transfer(const EncodedHandOver& handOver) {
+  return transfer(MessageKind::kHandOver, [&](int socket) { return handOver.send(socket); });
 }
 
 std::vector<std::string> ownEnvironment() {
@@ -137,65 +136,103 @@ bool isSameFile(int one, int other) {
          first.st_ino == second.st_ino;
 }
 
-// Short requests are in the message, long ones in a memory file.
-class RequestOfLength : public ::testing::TestWithParam<size_t> {};
-
-TEST_P(RequestOfLength, ArrivesWithItsDescriptors) {
+TEST(Request, ArrivesWithoutDescriptors) {
   host::LaunchOptions options;
   options.appId = "app";
   options.type = "normal";
   options.raw = true;
-  options.arguments = {"", "two words", std::string(GetParam(), 'x')};
   const Request sent = makeRequest(options, ProcSelf());
-  const Descriptor started(eventfd(0, EFD_CLOEXEC));
-  const auto received = ReceivedRequest::parse(transfer(sent, started));
+  const Message message = transfer(sent);
+  EXPECT_THAT(message.descriptors, IsEmpty());
+  const auto received = parseRequest(message);
   ASSERT_TRUE(received);
-  EXPECT_EQ(received->request().appId, "app");
-  EXPECT_EQ(received->request().type, "normal");
-  EXPECT_FALSE(received->request().exec);
-  EXPECT_TRUE(received->request().raw);
-  EXPECT_EQ(firstDifference(received->request().processState, sent.processState), "");
-  EXPECT_TRUE(canAdopt(currentLimits(), received->request().limits));
-  const auto assigned = assign(*received);
-  ASSERT_TRUE(assigned);
-  EXPECT_EQ(assigned->target.assembly, "/a/b.dll");
-  EXPECT_EQ(assigned->request.arguments, options.arguments);
-  EXPECT_EQ(assigned->request.environment, ownEnvironment());
-  EXPECT_EQ(assigned->request.workingDirectory, std::filesystem::current_path());
-  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-    EXPECT_TRUE(isSameFile(assigned->descriptors.standard.at(static_cast<size_t>(fd)).get(), fd));
+  EXPECT_EQ(received->appId, "app");
+  EXPECT_EQ(received->type, "normal");
+  EXPECT_FALSE(received->exec);
+  EXPECT_TRUE(received->raw);
+  EXPECT_EQ(firstDifference(received->processState, sent.processState), "");
+}
+
+// The server's memory is the memory of later workers.
+TEST(Request, ContainsNeitherArgumentsNorEnvironment) {
+  host::LaunchOptions options;
+  options.arguments = {"secret argument"};
+  setenv("OF_THIS_TEST", "secret value", 1);
+  const Message message = transfer(makeRequest(options, ProcSelf()));
+  unsetenv("OF_THIS_TEST");
+  EXPECT_THAT(std::string(message.bytes.view()), Not(HasSubstr("secret")));
+}
+
+TEST(TakenReply, CarriesTheProcessAndTheConnection) {
+  const SocketPair connection;
+  TakenReply reply = parseTaken(transfer(MessageKind::kTaken, [&](int socket) {
+    return sendTaken(socket, 5, STDIN_FILENO, connection.one.get());
+  }));
+  EXPECT_EQ(reply.worker, 5);
+  EXPECT_TRUE(isSameFile(reply.pidfd.get(), STDIN_FILENO));
+  EXPECT_TRUE(isSameFile(reply.connection.get(), connection.one.get()));
+}
+
+TEST(Assignment, CarriesTheTargetAndTheConnection) {
+  const SocketPair connection;
+  host::LaunchTarget target;
+  target.assembly = "/a/b.dll";
+  const auto received = parseAssignment(transfer(MessageKind::kAssign, [&](int socket) {
+    return sendAssignment(socket, target, currentLimits(), connection.one.get());
+  }));
+  ASSERT_TRUE(received);
+  EXPECT_EQ(received->target.assembly, "/a/b.dll");
+  EXPECT_TRUE(canAdopt(currentLimits(), received->limits));
+  EXPECT_TRUE(isSameFile(received->connection.get(), connection.one.get()));
+}
+
+// Short ones are in the message, long ones in a memory file.
+class HandOverOfLength : public ::testing::TestWithParam<size_t> {};
+
+TEST_P(HandOverOfLength, ArrivesWithItsDescriptors) {
+  const std::vector<std::string> arguments = {"", "two words", std::string(GetParam(), 'x')};
+  const Descriptor further(dup(STDOUT_FILENO));
+  const EncodedHandOver encoded(arguments, ProcSelf(), {further.get()});
+  for (int worker = 0; worker < 2; ++worker) {
+    const auto received = parseHandOver(transfer(encoded));
+    ASSERT_TRUE(received);
+    EXPECT_EQ(received->arguments, arguments);
+    EXPECT_EQ(received->environment, ownEnvironment());
+    EXPECT_EQ(received->workingDirectory, std::filesystem::current_path());
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+      EXPECT_TRUE(isSameFile(received->standard.at(static_cast<size_t>(fd)).get(), fd));
+    }
+    EXPECT_THAT(received->inheritedDescriptors, ElementsAre(further.get()));
+    ASSERT_EQ(received->inherited.size(), 1U);
+    EXPECT_TRUE(isSameFile(received->inherited[0].get(), further.get()));
   }
-  EXPECT_FALSE(wasStarted(started.get()));
-  signalStarted(assigned->descriptors.started.get());
-  EXPECT_TRUE(wasStarted(started.get()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Request, RequestOfLength, ::testing::Values(0, 40'000, 200'000));
+INSTANTIATE_TEST_SUITE_P(HandOver, HandOverOfLength, ::testing::Values(0, 40'000, 200'000));
 
-TEST(Request, ContainsTheUmask) {
+TEST(HandOver, ContainsTheUmask) {
   const mode_t before = umask(0127);
-  EXPECT_EQ(makeRequest({}, ProcSelf()).umask, 0127U);
+  const auto received = parseHandOver(transfer(EncodedHandOver({}, ProcSelf(), {})));
   umask(before);
+  ASSERT_TRUE(received);
+  EXPECT_EQ(received->umask, 0127U);
 }
 
-TEST(Request, IsRejectedIfADescriptorIsMissing) {
-  const Request sent = makeRequest({}, ProcSelf());
-  const Descriptor started(eventfd(0, EFD_CLOEXEC));
-  ASSERT_TRUE(ReceivedRequest::parse(transfer(sent, started)));
-  Message message = transfer(sent, started);
+TEST(HandOver, IsRejectedIfADescriptorIsMissing) {
+  const EncodedHandOver sent({}, ProcSelf(), {});
+  ASSERT_TRUE(parseHandOver(transfer(sent)));
+  Message message = transfer(sent);
   message.descriptors.pop_back();
-  EXPECT_FALSE(ReceivedRequest::parse(std::move(message)));
-  EXPECT_FALSE(ReceivedRequest::parse(messageOf(MessageKind::kLaunch, "")));
+  EXPECT_FALSE(parseHandOver(std::move(message)));
+  EXPECT_FALSE(parseHandOver(messageOf(MessageKind::kHandOver, "")));
   const std::string withoutItsFile = RecordWriter().number(1U << 4).take();
-  EXPECT_FALSE(ReceivedRequest::parse(messageOf(MessageKind::kLaunch, withoutItsFile)));
+  EXPECT_FALSE(parseHandOver(messageOf(MessageKind::kHandOver, withoutItsFile)));
 }
 
-TEST(Request, IsRejectedIfADescriptorIsTooMany) {
-  const Request sent = makeRequest({}, ProcSelf());
-  const Descriptor started(eventfd(0, EFD_CLOEXEC));
-  Message message = transfer(sent, started);
+TEST(HandOver, IsRejectedIfADescriptorIsTooMany) {
+  Message message = transfer(EncodedHandOver({}, ProcSelf(), {}));
   message.descriptors.emplace_back(dup(STDIN_FILENO));
-  EXPECT_FALSE(ReceivedRequest::parse(std::move(message)));
+  EXPECT_FALSE(parseHandOver(std::move(message)));
 }
 
 // A byte of a secret that this program never holds as a whole, except in the messages of the test.
@@ -284,6 +321,41 @@ TEST(Message, DistinguishesAnEndFromNothingYet) {
   EXPECT_FALSE(sendMessage(pair.other.get(), MessageKind::kStop));
 }
 
+// The server holds no file of a client.
+TEST(Message, IsMalformedWithDescriptorsIfTheReaderTakesNone) {
+  const SocketPair pair;
+  ASSERT_TRUE(sendMessage(pair.one.get(), MessageKind::kLaunch, "x", {STDIN_FILENO}));
+  Message message;
+  EXPECT_EQ(receiveBytesNow(pair.other.get(), message), Received::kEnd);
+  EXPECT_THAT(message.descriptors, IsEmpty());
+  ASSERT_TRUE(sendMessage(pair.one.get(), MessageKind::kLaunch, "x"));
+  EXPECT_EQ(receiveBytesNow(pair.other.get(), message), Received::kMessage);
+}
+
+// So a client that gives up knows that its worker cannot report a start afterwards.
+TEST(Message, IsNotSentToAPeerThatHasStoppedReading) {
+  const SocketPair pair;
+  ASSERT_TRUE(sendMessage(pair.one.get(), MessageKind::kTakenOver));
+  shutdown(pair.other.get(), SHUT_RD);
+  EXPECT_FALSE(sendMessage(pair.one.get(), MessageKind::kStarted));
+  Message message;
+  EXPECT_EQ(receiveBytesNow(pair.other.get(), message), Received::kMessage);
+  EXPECT_EQ(message.kind, MessageKind::kTakenOver);
+  EXPECT_EQ(receiveBytesNow(pair.other.get(), message), Received::kEnd);
+}
+
+// A stopped peer must not hold the sender.
+TEST(Message, IsNotSentIfTheSocketIsFull) {
+  const SocketPair pair;
+  const std::string large(kMaxMessageSize / 2, 'x');
+  int sent = 0;
+  while (sent < 1000 && sendMessage(pair.one.get(), MessageKind::kLaunch, large)) {
+    ++sent;
+  }
+  EXPECT_GT(sent, 0);
+  EXPECT_LT(sent, 1000);
+}
+
 size_t openDescriptors() {
   return static_cast<size_t>(
       std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
@@ -310,7 +382,12 @@ TEST(Message, ClosesTheDescriptorsOfAMalformedMessage) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
-ProcessState ownState() { return processStateOf(ProcSelf()); }
+ProcessState ownState() {
+  const ProcSelf self;
+  return declaredStateOf(self) + observedStateOf(self, currentLimits());
+}
+
+constexpr char kSettings[] = "its settings by prctl(2)";
 
 TEST(ProcessState, ContainsTheIgnoredSignals) {
   const ProcessState own = ownState();
@@ -365,7 +442,7 @@ TEST(ProcessState, ContainsTheTimerSlack) {
   const ProcessState own = ownState();
   const int slack = prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0);
   prctl(PR_SET_TIMERSLACK, slack + 1, 0, 0, 0);
-  EXPECT_EQ(firstDifference(own, ownState()), "its scheduling");
+  EXPECT_EQ(firstDifference(own, ownState()), kSettings);
   prctl(PR_SET_TIMERSLACK, slack, 0, 0, 0);
   EXPECT_EQ(firstDifference(own, ownState()), "");
 }
@@ -384,8 +461,35 @@ TEST(ProcessState, ContainsThePersonality) {
   const ProcessState own = ownState();
   const int personal = personality(0xffffffff);
   personality(static_cast<unsigned>(personal ^ PER_LINUX32));
-  EXPECT_EQ(firstDifference(own, ownState()), "its confinement");
+  EXPECT_EQ(firstDifference(own, ownState()), kSettings);
   personality(static_cast<unsigned>(personal));
+  EXPECT_EQ(firstDifference(own, ownState()), "");
+}
+
+TEST(ProcessState, ContainsWhetherHugePagesAreDisabled) {
+  const ProcessState own = ownState();
+  const int disabled = prctl(PR_GET_THP_DISABLE, 0, 0, 0, 0);
+  prctl(PR_SET_THP_DISABLE, disabled == 0 ? 1 : 0, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownState()), kSettings);
+  prctl(PR_SET_THP_DISABLE, disabled, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownState()), "");
+}
+
+TEST(ProcessState, ContainsWhetherTheProcessAdoptsOrphans) {
+  const ProcessState own = ownState();
+  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownState()), kSettings);
+  prctl(PR_SET_CHILD_SUBREAPER, 0, 0, 0, 0);
+  EXPECT_EQ(firstDifference(own, ownState()), "");
+}
+
+TEST(ProcessState, ContainsTheCoreDumpFilter) {
+  const ProcessState own = ownState();
+  constexpr char kFile[] = "/proc/self/coredump_filter";
+  const std::string before = ProcSelf().contentOf("coredump_filter");
+  std::ofstream(kFile) << "0x1";
+  EXPECT_EQ(firstDifference(own, ownState()), "its core dump filter");
+  std::ofstream(kFile) << "0x" << before;
   EXPECT_EQ(firstDifference(own, ownState()), "");
 }
 

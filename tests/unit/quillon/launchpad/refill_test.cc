@@ -101,6 +101,32 @@ TEST_F(Refill, KillsAWorkerThatHangs) {
   EXPECT_EQ(pools_.refill(), 1s);
 }
 
+// Its client may be stopped.
+TEST_F(Refill, KillsAWorkerWhoseLaunchDoesNotStart) {
+  staysAlive_ = true;
+  pools_.ensurePool(kKey);
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  pools_.onReady(newest());
+  WorkerProcess& taken = *pools_.take(kKey);
+  pools_.close();
+  EXPECT_EQ(pools_.refill(), 60s);
+  now_ += 59s;
+  EXPECT_EQ(pools_.refill(), 1s);
+  now_ += 1s;
+  EXPECT_EQ(pools_.refill(), kNothingDue);
+  reap(taken);
+  EXPECT_TRUE(pools_.isEmpty());
+}
+
+TEST_F(Refill, LetsAStartedApplicationRun) {
+  pools_.ensurePool(kKey);
+  serveOnce();
+  pools_.close();
+  now_ += 1h;
+  EXPECT_EQ(pools_.refill(), kNothingDue);
+  EXPECT_EQ(pools_.all().size(), 1U);
+}
+
 TEST_F(Refill, EndsWhenThePoolIsRemoved) {
   pools_.ensurePool(kKey);
   failOnce();

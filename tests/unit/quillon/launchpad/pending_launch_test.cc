@@ -1,0 +1,202 @@
+// What a client does if the server or a worker is silent or ends, with a server and workers that
+// follow a script.
+#include "quillon/launchpad/client/pending_launch.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "quillon/launchpad/protocol/exit_state.h"
+#include "quillon/launchpad/protocol/hand_over.h"
+#include "quillon/launchpad/protocol/message.h"
+#include "quillon/launchpad/protocol/request.h"
+
+namespace quillon::launchpad {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::Optional;
+
+constexpr std::chrono::milliseconds kShort = 200ms;
+// For a step that a busy machine must be able to take in this time.
+constexpr std::chrono::milliseconds kEnough = 2s;
+constexpr std::chrono::milliseconds kLong = 20s;  // against a hang of the test
+
+// What a worker does with the socket to its client. It exits with status 0 afterwards.
+using WorkerMain = std::function<void(int client)>;
+
+void takeOver(int client) {
+  Message handOver;
+  if (receiveMessage(client, handOver) != Received::kMessage ||
+      !parseHandOver(std::move(handOver)) || !sendMessage(client, MessageKind::kTakenOver)) {
+    _exit(1);
+  }
+}
+
+void start(int client) {
+  takeOver(client);
+  if (!sendMessage(client, MessageKind::kStarted)) {
+    _exit(1);
+  }
+}
+
+void hang(int /*client*/) { pause(); }
+
+// Runs a worker in a child of the server and reports its end.
+void serveWith(const WorkerMain& worker, int socket) {
+  auto [clientEnd, workerEnd] = makeSocketPair();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    clientEnd.reset();
+    worker(workerEnd.get());
+    _exit(0);
+  }
+  workerEnd.reset();
+  const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  sendTaken(socket, pid, pidfd.get(), clientEnd.get());
+  clientEnd.reset();
+  int status = 0;
+  waitpid(pid, &status, 0);
+  const ExitState state = WIFSIGNALED(status) ? ExitState{true, WTERMSIG(status)}
+                                              : ExitState{false, WEXITSTATUS(status)};
+  sendMessage(socket, MessageKind::kEnded, encode(state));
+}
+
+class PendingLaunchTest : public ::testing::Test {
+ protected:
+  ~PendingLaunchTest() override {
+    if (server_ > 0) {
+      kill(server_, SIGKILL);
+      waitpid(server_, nullptr, 0);
+    }
+  }
+
+  // Launches with a server that has these workers, then ends if `ends`, else is silent.
+  LaunchOutcome launch(const std::vector<WorkerMain>& workers,
+                       const Timeouts& timeouts = {kLong, kLong, kLong}, bool ends = false) {
+    auto [socket, other] = makeSocketPair();
+    std::array<int, 2> life{};
+    EXPECT_EQ(pipe2(life.data(), O_CLOEXEC), 0);
+    server_ = fork();
+    if (server_ == 0) {
+      socket.reset();
+      for (const WorkerMain& worker : workers) {
+        Message request;
+        receiveMessage(other.get(), request);
+        serveWith(worker, other.get());
+      }
+      ends ? _exit(0) : static_cast<void>(pause());
+    }
+    other.reset();
+    close(life[1]);
+    life_ = Descriptor(life[0]);
+    const ProcSelf self;
+    const Request request = makeRequest({}, self);
+    EXPECT_TRUE(sendRequest(socket.get(), request));
+    const EncodedHandOver handOver({}, self, {});
+    return PendingLaunch(socket, request, handOver, self.ignoredSignals(), false, timeouts)
+        .awaitOutcome();
+  }
+
+  // Whether the workers have ended, if the server has.
+  bool haveEnded() {
+    kill(server_, SIGKILL);
+    pollfd ended{life_.get(), POLLIN, 0};
+    return poll(&ended, 1, static_cast<int>(kLong.count())) == 1;
+  }
+
+ private:
+  pid_t server_ = -1;
+  Descriptor life_;  // readable when no process has the other end
+};
+
+TEST_F(PendingLaunchTest, IsDirectIfTheServerIsSilent) {
+  const LaunchOutcome outcome = launch({}, {kShort, kLong, kLong});
+  EXPECT_FALSE(outcome.status);
+  EXPECT_EQ(outcome.whyNot, "the launch pad does not answer");
+}
+
+TEST_F(PendingLaunchTest, IsDirectIfTheWorkerDoesNotTakeOver) {
+  const LaunchOutcome outcome = launch({hang}, {kLong, kShort, kLong});
+  EXPECT_FALSE(outcome.status);
+  EXPECT_EQ(outcome.whyNot, "its prepared process does not take the launch over");
+  EXPECT_TRUE(haveEnded());
+}
+
+TEST_F(PendingLaunchTest, IsDirectIfTheWorkerDoesNotStart) {
+  const LaunchOutcome outcome = launch({[](int client) {
+                                         takeOver(client);
+                                         pause();
+                                       }},
+                                       {kLong, kEnough, kShort});
+  EXPECT_FALSE(outcome.status);
+  EXPECT_EQ(outcome.whyNot, "its prepared process does not start the application");
+  EXPECT_TRUE(haveEnded());
+}
+
+// The application may run as long as it likes.
+TEST_F(PendingLaunchTest, WaitsForAnApplicationThatHasStarted) {
+  const LaunchOutcome outcome = launch({[](int client) {
+                                         start(client);
+                                         std::this_thread::sleep_for(kEnough + 2 * kShort);
+                                         _exit(7);
+                                       }},
+                                       {kLong, kEnough, kShort});
+  EXPECT_THAT(outcome.status, Optional(7));
+}
+
+TEST_F(PendingLaunchTest, HasTheStatusOfAWorkerThatTookOver) {
+  const LaunchOutcome outcome = launch({[](int client) {
+    takeOver(client);
+    _exit(7);
+  }});
+  EXPECT_THAT(outcome.status, Optional(7));
+}
+
+TEST_F(PendingLaunchTest, TriesASecondWorker) {
+  const LaunchOutcome outcome = launch({[](int) { _exit(1); },
+                                        [](int client) {
+                                          start(client);
+                                          _exit(7);
+                                        }});
+  EXPECT_THAT(outcome.status, Optional(7));
+}
+
+TEST_F(PendingLaunchTest, TriesASecondWorkerIfTheFirstIsKilledBeforeTheStart) {
+  const LaunchOutcome outcome = launch({[](int client) {
+                                          takeOver(client);
+                                          raise(SIGKILL);
+                                        },
+                                        [](int client) {
+                                          start(client);
+                                          _exit(7);
+                                        }});
+  EXPECT_THAT(outcome.status, Optional(7));
+}
+
+TEST_F(PendingLaunchTest, IsDirectAfterTwoWorkers) {
+  const LaunchOutcome outcome = launch({[](int) { _exit(1); }, [](int) { _exit(1); }});
+  EXPECT_FALSE(outcome.status);
+  EXPECT_EQ(outcome.whyNot, "the prepared process died before the application began");
+}
+
+TEST_F(PendingLaunchTest, IsDirectIfTheServerEnds) {
+  const LaunchOutcome outcome = launch({}, {kLong, kLong, kLong}, true);
+  EXPECT_FALSE(outcome.status);
+  EXPECT_EQ(outcome.whyNot, "the launch pad ended");
+}
+
+}  // namespace
+}  // namespace quillon::launchpad
