@@ -1,0 +1,50 @@
+# Fails if docs/threat-model.md names a test that does not exist.
+#
+#   cmake -D ROOT=<top of the tree> [-D PAGE=<another page>] -P threat_model.cmake
+#
+# `Suite.Test` must be a test of tests/, and `Suite.*` or `Suite.*Part` must match one.
+# `name_test`, a test program, must be a target.
+
+if(NOT PAGE)
+  set(PAGE ${ROOT}/docs/threat-model.md)
+endif()
+file(READ ${PAGE} page)
+file(GLOB_RECURSE sources ${ROOT}/tests/*_test.cc)
+file(GLOB_RECURSE lists ${ROOT}/tests/CMakeLists.txt)
+set(known "")
+foreach(source IN LISTS sources)
+  file(STRINGS ${source} lines REGEX "^TEST|^    *[A-Za-z]+\\)")
+  list(JOIN lines " " text)
+  string(APPEND known "${text} ")
+endforeach()
+set(targets "")
+foreach(list IN LISTS lists)
+  file(READ ${list} text)
+  string(APPEND targets "${text}")
+endforeach()
+
+string(REGEX MATCHALL "`[A-Z][A-Za-z]+\\.[A-Za-z*]+`" tests "${page}")
+string(REGEX MATCHALL "`[a-z_-]+[_-]test`" programs "${page}")
+if(NOT tests)
+  message(FATAL_ERROR "the page names no test")
+endif()
+string(REGEX MATCHALL "NAME +[A-Za-z]+\\.[A-Za-z]+" scripts "${targets}")
+foreach(script IN LISTS scripts)
+  string(REGEX REPLACE "NAME +(.*)\\.(.*)" "\\1, \\2) " script "${script}")
+  string(APPEND known "${script}")
+endforeach()
+
+foreach(test IN LISTS tests)
+  string(REGEX REPLACE "`(.*)\\.(.*)`" "\\1, *\\2\\\\)" pattern "${test}")
+  string(REPLACE "*\\)" "[A-Za-z]*\\)" pattern "${pattern}")
+  string(REGEX REPLACE ", \\*\\*" ", *[A-Za-z]*" pattern "${pattern}")
+  if(NOT known MATCHES "${pattern}")
+    message(SEND_ERROR "${PAGE}: there is no test ${test}")
+  endif()
+endforeach()
+foreach(program IN LISTS programs)
+  string(REPLACE "`" "" name ${program})
+  if(NOT targets MATCHES "${name}")
+    message(SEND_ERROR "${PAGE}: there is no test program ${program}")
+  endif()
+endforeach()
