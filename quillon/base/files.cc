@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace quillon {
@@ -105,6 +107,23 @@ Descriptor openForAppending(const std::filesystem::path& file) {
   }
   struct stat status {};
   return isRegular(opened, status) ? std::move(opened) : Descriptor();
+}
+
+bool lockFile(int descriptor, std::chrono::milliseconds patience) {
+  using std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds kPause(10);
+  const auto end = steady_clock::now() + patience;
+  while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      return false;
+    }
+    if (steady_clock::now() >= end) {
+      errno = EBUSY;
+      return false;
+    }
+    std::this_thread::sleep_for(kPause);
+  }
+  return true;
 }
 
 std::string fileErrorText(int error, std::size_t limit) {

@@ -1,6 +1,7 @@
 // Reads and writes whole files.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <optional>
@@ -42,7 +43,12 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& file, std:
 // FIFO.
 Descriptor openForAppending(const std::filesystem::path& file);
 
-// Describes a failure of these three functions, for example "not a regular file".
+// Takes the exclusive lock of an open file (flock(2)). Waits at most `patience`, since any process
+// that can open the file can keep the lock. Returns false with errno on failure; EBUSY if another
+// process keeps it.
+bool lockFile(int descriptor, std::chrono::milliseconds patience);
+
+// Describes a failure to open, read or append, for example "not a regular file".
 //
 // error  errno of the failure
 std::string fileErrorText(int error, std::size_t limit = 0);

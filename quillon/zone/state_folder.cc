@@ -1,15 +1,16 @@
 #include "quillon/zone/state_folder.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <system_error>
 #include <utility>
 
+#include "quillon/base/files.h"
 #include "quillon/device/device_root.h"
 
 namespace quillon::zone {
@@ -34,11 +35,10 @@ Descriptor openDirectory(const fs::path& folder) {
 
 // Returns an invalid descriptor with errno set if the folder cannot be locked.
 Descriptor lockDirectory(const fs::path& folder) {
+  constexpr std::chrono::seconds kPatience(30);  // a start or stop of a zone takes less than one
   Descriptor directory = openDirectory(folder);
-  while (directory && flock(directory.get(), LOCK_EX) != 0) {
-    if (errno != EINTR) {
-      directory.reset();
-    }
+  if (directory && !lockFile(directory.get(), kPatience)) {
+    directory.reset();
   }
   return directory;
 }
@@ -79,7 +79,8 @@ Expected<StateFolder> StateFolder::lock(const fs::path& device) {
   RETURN_IF_FAILED(makeFolder(folder.states_));
   folder.directory_ = lockDirectory(folder.states_);
   if (!folder.directory_) {
-    return fail("cannot lock '" + folder.states_.string() + "': " + std::strerror(errno));
+    return fail("cannot lock '" + folder.states_.string() + "': " + std::strerror(errno),
+                "see which process keeps it locked: lslocks");
   }
   return folder;
 }

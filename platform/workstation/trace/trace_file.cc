@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -27,27 +28,13 @@ bool isEmpty(int fd) {
   return fstat(fd, &status) == 0 && status.st_size == 0;
 }
 
-// Waits at most a second, since any process that can read the file can keep the lock.
-bool lock(int fd) {
-  constexpr int kAttempts = 100;
-  constexpr useconds_t kPauseUs = 10'000;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
-      return true;
-    }
-    usleep(kPauseUs);
-  }
-  errno = EBUSY;
-  return false;
-}
-
 // The first process writes the opening bracket. Every process that finds the file empty takes the
 // lock, so that no event precedes the bracket.
 bool writeOpening(int fd) {
   if (!isEmpty(fd)) {
     return true;
   }
-  if (!lock(fd)) {
+  if (!lockFile(fd, std::chrono::seconds(1))) {
     return false;
   }
   const bool written = !isEmpty(fd) || writeAll(fd, "[\n");

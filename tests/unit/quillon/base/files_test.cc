@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <fstream>
 #include <string>
@@ -86,6 +87,20 @@ TEST_F(Files, AreCreatedAndAppendedTo) {
     ASSERT_TRUE(writeAll(openForAppending(file).get(), text));
   }
   EXPECT_EQ(readWholeFile(file, kLimit), "one two");
+}
+
+TEST_F(Files, LockedByAnotherOpenFileAreNotWaitedForWithoutLimit) {
+  using std::chrono::milliseconds;
+  const fs::path file = fileOf("");
+  RegularFile one = openRegularFile(file, kLimit);
+  const RegularFile other = openRegularFile(file, kLimit);
+  ASSERT_TRUE(lockFile(one.descriptor.get(), milliseconds(0)));
+  EXPECT_FALSE(lockFile(other.descriptor.get(), milliseconds(20)));
+  EXPECT_EQ(errno, EBUSY);
+  one.descriptor.reset();
+  EXPECT_TRUE(lockFile(other.descriptor.get(), milliseconds(0)));
+  EXPECT_FALSE(lockFile(-1, milliseconds(0)));
+  EXPECT_EQ(errno, EBADF);
 }
 
 TEST_F(Files, FailuresAreDescribed) {
