@@ -163,7 +163,7 @@ bool PendingLaunch::endWorker() {
 // The workers end with the server.
 void PendingLaunch::onServerGone() {
   if (endWorker()) {
-    return decline("the launch pad ended");
+    return decline("the launch pad closed the connection");
   }
   awaitExit(signals_.target());
   const Failure failure{"the launch pad ended, and the application with it", "start it again",

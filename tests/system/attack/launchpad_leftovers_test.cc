@@ -1,12 +1,12 @@
 // An application finds nothing of another application, or of the launch pad's owner, in the memory
 // of its process.
 #include <gmock/gmock.h>
+#include <signal.h>
 #include <stdlib.h>
 
 #include <string>
 #include <vector>
 
-#include "tests/support/sanitized.h"
 #include "tests/system/attack/process_memory.h"
 #include "tests/system/launchpad/running_launchpad.h"
 
@@ -66,6 +66,19 @@ TEST_F(LaunchpadLeftovers, ContainNothingOfTheLaunchBefore) {
   EXPECT_THAT(foundInNextApplication({"MARKER-IN-AN-ARGUMENT", "MARKER-IN-A-LONG-REQUEST",
                                       "MARKER-IN-A-VARIABLE", "MARKER-IN-A-DIRECT-LAUNCH",
                                       "MARKER-IN-A-SHORT-REQUEST"}),
+              IsEmpty());
+}
+
+// Every later process is forked from it.
+TEST_F(LaunchpadLeftovers, TheLaunchPadItselfHasNothingOfALaunch) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  kill(processes("ready").at(0), SIGSTOP);
+  setenv("OWN", "MARKER-IN-A-VARIABLE", 1);
+  const RunningLaunch launch({"--device", root(), "--raw", kClock, "--", "MARKER-IN-AN-ARGUMENT"});
+  unsetenv("OWN");
+  ASSERT_TRUE(awaitProcesses("assigned", 1));
+  EXPECT_THAT(findInMemory(launchpad(), {"MARKER-IN-AN-ARGUMENT", "MARKER-IN-A-VARIABLE"}),
               IsEmpty());
 }
 

@@ -195,7 +195,7 @@ TEST_F(PendingLaunchTest, IsDirectAfterTwoWorkers) {
 TEST_F(PendingLaunchTest, IsDirectIfTheServerEnds) {
   const LaunchOutcome outcome = launch({}, {kLong, kLong, kLong}, true);
   EXPECT_FALSE(outcome.status);
-  EXPECT_EQ(outcome.whyNot, "the launch pad ended");
+  EXPECT_EQ(outcome.whyNot, "the launch pad closed the connection");
 }
 
 }  // namespace
