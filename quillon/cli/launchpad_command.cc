@@ -46,9 +46,8 @@ void addServe(CLI::App& command, const std::shared_ptr<LaunchpadOptions>& option
                   "Seconds without a launch before the next process is prepared")
       ->check(CLI::Range(0.0, 3600.0))
       ->capture_default_str();
-  command.add_flag(
-      "--fresh", options->fresh,
-      "Give each prepared process an address layout of its own; costs time and memory");
+  command.add_flag("--fresh", options->fresh,
+                   "Give each prepared process an address layout of its own; costs some memory");
 }
 
 // An internal command, which the empty group hides from the help.

@@ -83,8 +83,10 @@ std::string inherit(const Descriptor& descriptor) {
 void execWorker(const WorkerConfig& config, const PoolKey& key, pid_t server, Descriptor channel) {
   const Descriptor file = makeSealedMemory(encode(config, key, server));
   keepCapabilitiesAcrossExec();
-  execl(config.executable.c_str(), "quillon", "launchpad", "worker", inherit(channel).c_str(),
-        inherit(file).c_str(), nullptr);
+  if (file) {
+    execl(config.executable.c_str(), "quillon", "launchpad", "worker", inherit(channel).c_str(),
+          inherit(file).c_str(), nullptr);
+  }
   tell({"cannot start '" + config.executable.string() + "': " + std::strerror(errno), {}});
   _exit(kServiceFailed);
 }

@@ -4,12 +4,14 @@
 #include <array>
 #include <sstream>
 
+#include "quillon/base/exit_status.h"
 #include "tests/system/launchpad/running_launchpad.h"
 
 namespace quillon::test {
 namespace {
 
 using ::testing::Each;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
@@ -64,6 +66,16 @@ TEST_F(AddressLayout, IsNotSharedWithFresh) {
   for (size_t i = 0; i < one.size(); ++i) {
     EXPECT_NE(one.at(i), other.at(i)) << i;
   }
+}
+
+TEST_F(AddressLayout, TheInternalCommandIsOfNoUseToOthers) {
+  const std::string quillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
+  const CommandResult help = run({quillon, "launchpad", "--help"});
+  EXPECT_THAT(help.out, HasSubstr("--fresh"));
+  EXPECT_THAT(help.out, Not(HasSubstr("worker")));
+  const CommandResult misuse = run({quillon, "launchpad", "worker", "0", "1"});
+  EXPECT_EQ(misuse.status, kUsage);
+  EXPECT_THAT(misuse.err, HasSubstr("'launchpad worker' is an internal command"));
 }
 
 }  // namespace
