@@ -29,6 +29,9 @@ Process& process() {
   return instance;
 }
 
+// While a thread initializes it, another one may fork: the child would wait for the first one.
+[[gnu::constructor]] void initializeAtLoad() { process(); }
+
 void lockForFork() { process().mutex.lock(); }
 void unlockInParent() { process().mutex.unlock(); }
 

@@ -33,6 +33,9 @@ LastErrors& lastErrors() {
   return instance;
 }
 
+// While a thread initializes it, another one may fork: the child would wait for the first one.
+[[gnu::constructor]] void initializeAtLoad() { lastErrors(); }
+
 void lockForFork() { lastErrors().mutex.lock(); }
 void unlockAfterFork() { lastErrors().mutex.unlock(); }
 

@@ -209,7 +209,7 @@ std::string loggedOutput(const fs::path& log) {
   std::istringstream lines(contentOf(log));
   for (std::string line; std::getline(lines, line);) {
     const std::string text = nlohmann::json::parse(line)["text"];
-    if (text.find(" stdOutRedirect(") == std::string::npos) {
+    if (text.find("log.cc: stdOutRedirect(") == std::string::npos) {
       continue;
     }
     const size_t begin = text.find("\x1b[0m") + 4;

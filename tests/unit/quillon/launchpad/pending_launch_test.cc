@@ -97,6 +97,10 @@ class PendingLaunchTest : public ::testing::Test {
         receiveMessage(other.get(), request);
         serveWith(worker, other.get());
       }
+      if (workers.empty()) {
+        Message request;
+        receiveMessage(other.get(), request);
+      }
       ends ? _exit(0) : static_cast<void>(pause());
     }
     other.reset();
