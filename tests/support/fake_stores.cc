@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 
 #include "platform/smack.h"
 #include "platform/vconf.h"
@@ -20,14 +19,6 @@ namespace quillon::test {
 namespace {
 
 using Labels = std::map<std::string, std::string>;
-
-// If `path` is a link, as the paths of descriptors in "/proc/self/fd" are, returns the path of the
-// file that it leads to, because that file gets the label.
-std::string fileBehind(const char* path) {
-  std::error_code noLink;
-  const std::string file = std::filesystem::read_symlink(textOf(path), noLink).string();
-  return file.empty() ? textOf(path) : file;
-}
 
 int setLabel(int failure, Labels& labels, const char* path, const char* label) {
   if (failure != 0) {
@@ -99,9 +90,8 @@ int vconf_keynode_get_int(const keynode_t* node) {
 }
 
 int smack_setlabel(const char* path, const char* label, enum smack_label_type type) {
-  const std::string file = quillon::test::fileBehind(path);
-  const int failure = record(__func__, {file, textOf(label), std::to_string(type)});
-  return quillon::test::setLabel(failure, platform().labels, file.c_str(), label);
+  const int failure = record(__func__, {textOf(path), textOf(label), std::to_string(type)});
+  return quillon::test::setLabel(failure, platform().labels, path, label);
 }
 
 int smack_lsetlabel(const char* path, const char* label, enum smack_label_type type) {

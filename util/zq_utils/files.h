@@ -9,8 +9,6 @@
 
 #include <string>
 
-class Descriptor;
-
 // How copyDir handles an existing destination, and which attributes it copies.
 enum FSFlag : int {
   FS_NONE = 0,                                // fail if the destination exists
@@ -62,9 +60,6 @@ void copyOwnershipAndPermissions(const boost::filesystem::path& from,
 
 // Sets the access label of `path`.
 bool setSmack(const std::string& path, const std::string& label);
-
-// Sets the access label of an open file. `path` is the path to log if that fails.
-bool setSmack(const Descriptor& file, const std::string& path, const std::string& label);
 
 // Copies the access label, owner and group from `source` to `destination`. If `isSymlink` is true,
 // changes the link `destination` itself. Failures are written to standard error.

@@ -6,7 +6,6 @@
 #include "platform/smack.h"
 #include "util/log/log.h"
 #include "util/malloc_text.h"
-#include "util/zq_utils/descriptor.h"
 #include "util/zq_utils/files.h"
 
 namespace {
@@ -41,23 +40,14 @@ void copyOwner(const std::string& source, const std::string& destination, bool i
   }
 }
 
-// `name` is the path to log.
-bool setLabel(const std::string& path, const std::string& name, const std::string& label) {
-  if (smack_setlabel(path.c_str(), label.c_str(), SMACK_LABEL_ACCESS) != 0) {
-    QLOG_ERROR_OF("setSmack", "Fail to set smack label\n : %s : %s", name.c_str(), label.c_str());
-    return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 bool setSmack(const std::string& path, const std::string& label) {
-  return setLabel(path, path, label);
-}
-
-bool setSmack(const Descriptor& file, const std::string& path, const std::string& label) {
-  return setLabel(file.path(), path, label);
+  if (smack_setlabel(path.c_str(), label.c_str(), SMACK_LABEL_ACCESS) != 0) {
+    QLOG_ERROR("Fail to set smack label\n : %s : %s", path.c_str(), label.c_str());
+    return false;
+  }
+  return true;
 }
 
 void updateAssemblyInfo(const std::string& source, const std::string& destination, bool isSymlink) {

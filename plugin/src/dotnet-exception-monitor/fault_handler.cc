@@ -5,6 +5,7 @@
 
 #include "plugin/src/dotnet-exception-monitor/exception_monitor.h"
 #include "plugin/src/dotnet-signal-handler/decimal_text.h"
+#include "plugin/src/plugin-util/app_identity.h"
 #include "plugin/src/plugin-util/published_app_id.h"
 #include "util/log/log.h"
 
@@ -19,10 +20,16 @@ namespace {
 
 constexpr std::size_t kReportSize = 100;
 
+// An id that was assigned to g_appID without _SetAppInfo is not published.
+const char* appId() {
+  const char* const published = publishedAppId();
+  return *published != '\0' ? published : g_appID.c_str();
+}
+
 void sendReport() {
   BoundedString<kReportSize> report;
   report.append("[");
-  report.append(publishedAppId());
+  report.append(appId());
   report.append("] Exception Limit exceed!!! (");
   report.append(exception_count);
   report.append(" / ");

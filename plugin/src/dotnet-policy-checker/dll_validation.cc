@@ -71,9 +71,10 @@ bool isAccepted(const std::string& answer) {
 
 // Creates a pipe that processes of every user and every access label may use.
 //
-// Another process can put a file of its own, or a link, into the pipe's place before or after the
-// pipe is created. The rights of that file, or of the link's target, must not change. The label and
-// the mode are therefore set on the file that was opened and found to be our own.
+// Another process can put a file of its own, or a link, into the pipe's place before the pipe is
+// created. The rights of that file, or of the link's target, must not change, so label and mode are
+// set only on a file of our own. Nobody else can replace such a file, because the directory is
+// sticky (inode(7)).
 void createPipe(const char* path) {
   remove(path);
   if (mkfifo(path, kCreateMode) != 0) {
@@ -83,7 +84,7 @@ void createPipe(const char* path) {
   if (pipe.isOpen() && !pipe.isOwnFile()) {
     return;
   }
-  setSmack(pipe, path, kAnyLabel);
+  setSmack(path, kAnyLabel);
   if (chmod(pipe.path().c_str(), kOpenMode) != 0) {
     QLOG_ERROR_OF("create_pipe_server", "chmod failed.");
   }

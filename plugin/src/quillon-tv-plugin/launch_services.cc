@@ -45,11 +45,11 @@ std::string gcTracerEntryFor(const std::string& appId) {
 }
 
 // Sets the access label of a file of this user. Every user can create files in the directory of the
-// pipes, so a link there, or another user's file, keeps its label. Returns false on failure.
+// pipes, so a link there, or another user's file, keeps its label. Nobody else can replace a file
+// of this user meanwhile, because the directory is sticky (inode(7)). Returns false on failure.
 bool labelForEveryone(const std::string& path) {
   const Descriptor file(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  return file.isOwnFile() &&
-         smack_setlabel(file.path().c_str(), kAnyLabel, SMACK_LABEL_ACCESS) >= 0;
+  return file.isOwnFile() && smack_setlabel(path.c_str(), kAnyLabel, SMACK_LABEL_ACCESS) >= 0;
 }
 
 }  // namespace

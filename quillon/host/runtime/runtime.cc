@@ -1,6 +1,7 @@
 #include "quillon/host/runtime/runtime.h"
 
 #include <dlfcn.h>
+#include <sys/resource.h>
 
 #include <cstring>
 
@@ -14,6 +15,9 @@ constexpr char kCompiler[] = "libclrjit.so";
 constexpr char kRemedy[] =
     "the framework folder is damaged or of another machine: make the device root again with a "
     "working .NET runtime (quillon device init)";
+// The runtime needs about 60 descriptors for a small application, and reports a lack of them in
+// many ways, most of which do not name it.
+constexpr rlim_t kFewDescriptors = 64;
 
 // The messages that the runtime reported during the current step. They are in a static variable
 // because the runtime's error writer has no argument for context.
@@ -47,11 +51,19 @@ bool find(void* library, const char* name, Function*& function) {
   return symbol != nullptr;
 }
 
+std::string remedy() {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  return limit.rlim_cur < kFewDescriptors ? "raise the limit of open files, which is only " +
+                                                std::to_string(limit.rlim_cur) + " (ulimit -n)"
+                                          : kRemedy;
+}
+
 // Names the file for every cause. The runtime names it in some of its messages only.
 Failure failedStep(const std::string& step, const std::filesystem::path& file, int status) {
   return {
       step + " of '" + file.string() + "' failed with " + describeHresult(status) + messageSuffix(),
-      kRemedy};
+      remedy()};
 }
 
 }  // namespace
@@ -63,7 +75,7 @@ Expected<Runtime> Runtime::load(const std::filesystem::path& framework) {
   // Load the compiler too: the runtime loads it later, and aborts without naming it on failure.
   if (library == nullptr ||
       dlopen((framework / kCompiler).c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
-    return fail(std::string("cannot load the runtime: ") + dlerror(), kRemedy);
+    return fail(std::string("cannot load the runtime: ") + dlerror(), remedy());
   }
   const bool complete = find(library, "coreclr_initialize", runtime.initialize_) &&
                         find(library, "coreclr_execute_assembly", runtime.execute_) &&

@@ -147,6 +147,10 @@ Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly)
     if (error == ENOENT) {
       return RuntimeConfig{};
     }
+    if (error == EMFILE || error == ENFILE) {
+      return fail("'" + file.string() + "' cannot be read: " + fileErrorText(error, kMaxTextSize),
+                  "raise the limit of open files (ulimit -n)");
+    }
     return unusable(file, "cannot be read: " + fileErrorText(error, kMaxTextSize));
   }
   if (const std::string excess = excessIn(*text); !excess.empty()) {

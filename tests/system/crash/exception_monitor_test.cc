@@ -198,6 +198,14 @@ TEST_F(ExceptionMonitor, ALongReportIsCut) {
   EXPECT_EQ(faultNow(), kSeen + "[" + std::string(98, 'i'));
 }
 
+TEST_F(ExceptionMonitor, ReportsAnIdThatWasOnlyAssigned) {
+  publishAppId("");
+  g_appID = "org.example.assigned";
+  enable_exception_monitor(10, 1);
+  EXPECT_EQ(faultNow(), kSeen + "[org.example.assigned] Exception Limit exceed!!! (1 / 1)\n");
+  g_appID.clear();
+}
+
 TEST_F(ExceptionMonitor, PassesOnWhatItGot) {
   struct sigaction real = {};
   real.sa_sigaction = handlerWithInfo;

@@ -15,8 +15,8 @@ safe+='|sigaction|sigemptyset|signal|strlen|time|write|__errno_location|mem(cpy|
 # Functions of the plug-in. They are defined in the checked object files.
 own='waitForStderrReader|sendMessageToDlogError|itoaForSignalHandler|publishedAppId|isReadyToRun'
 own+='|ReaderProgress::runsConcurrently'
-# Data of the plug-in.
-own+='|checkOnTerminate|managedExceptionOccurred|memoryIssueOccurred|pStdErr|stderrProgress'
+# Data of the plug-in. g_appID is read only if no id was published: nothing assigns it then.
+own+='|g_appID\[abi:cxx11\]|checkOnTerminate|managedExceptionOccurred|memoryIssueOccurred|pStdErr|stderrProgress'
 compiler='_GLOBAL_OFFSET_TABLE_|_Unwind_Resume|__gxx_personality_v0|DW\.ref\..*|__stack_chk_fail'
 
 names=$("$nm" -uC "$@" | sed -nE 's/^ +U ([^(]+).*$/\1/p' | sort -u)

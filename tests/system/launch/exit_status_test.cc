@@ -163,18 +163,33 @@ exec = "bin/SampleClock.dll"
                 "to the privileges of its manifest");
 }
 
-TEST_F(RuntimeExitStatus, IsAServiceFailureWhenNoDescriptorIsLeftForPlaceholders) {
-  if (isSanitized()) {
-    GTEST_SKIP() << "the sanitizers' check of an exception's type needs descriptors of its own";
+// Launches with a limit of open files, which applies inside the device root only, because to enter
+// it needs descriptors too.
+class FewDescriptors : public RuntimeExitStatus {
+ protected:
+  void SetUp() override {
+    if (isSanitized()) {
+      GTEST_SKIP() << "the sanitizers' check of an exception's type needs descriptors of its own";
+    }
+    makeDevice();
   }
-  makeDevice();
-  // Enter the device root before the limit applies, because that needs descriptors too.
-  const std::string device = root().string();
-  const std::string script =
-      "ulimit -n 12; exec " + std::string(kQuillon) + " launch --device '" + device + "' " + kClock;
-  const CommandResult result =
-      run({kQuillon, "device", "shell", device, "--", "sh", "-c", script}, {"QUILLON_LOG=none"});
-  expectOneLine(result, kServiceFailed, "Fail to open /proc/self", "ulimit -n");
+  CommandResult launchWith(int descriptors) {
+    const std::string device = root().string();
+    const std::string script = "ulimit -n " + std::to_string(descriptors) + "; exec " +
+                               std::string(kQuillon) + " launch --raw --device '" + device + "' " +
+                               kClock;
+    return run({kQuillon, "device", "shell", device, "--", "sh", "-c", script},
+               {"QUILLON_LOG=none"});
+  }
+};
+
+TEST_F(FewDescriptors, AreAServiceFailureIfNoneIsLeftForPlaceholders) {
+  expectOneLine(launchWith(12), kServiceFailed, "Fail to open /proc/self", "ulimit -n");
+}
+
+TEST_F(FewDescriptors, AreNamedInTheRemedyIfTheRuntimeDoesNotStart) {
+  expectOneLine(launchWith(18), kRuntimeFailed, "coreclr_initialize",
+                "raise the limit of open files, which is only 18 (ulimit -n)");
 }
 
 }  // namespace
