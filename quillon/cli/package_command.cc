@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
@@ -18,7 +19,7 @@ using workstation::Application;
 using workstation::Package;
 
 struct PackageRequest {
-  std::string device;
+  fs::path device;
   std::string manifest;
   std::string id;
   uid_t user = 0;
