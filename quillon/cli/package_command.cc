@@ -115,7 +115,7 @@ void addPackageCommand(CLI::App& app) {
   CLI::App* package = app.add_subcommand("package", "Install, remove and list packages");
   package->require_subcommand(1);
   auto request = std::make_shared<PackageRequest>();
-  const char* userHelp = "Numeric id of the user that the package is for; 0: all users";
+  const char* userHelp = "Numeric id of the user it is for; default: all users";
 
   CLI::App* action =
       addAction(*package, "install", "Install or replace a package", request, install);

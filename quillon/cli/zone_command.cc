@@ -73,7 +73,7 @@ CLI::App* addAction(CLI::App& zone, const std::shared_ptr<ZoneRequest>& request,
 }
 
 void addName(CLI::App& action, const std::shared_ptr<ZoneRequest>& request) {
-  action.add_option("NAME", request->name, "Name of the zone; applications enter 'appzone'")
+  action.add_option("NAME", request->name, "Name of the zone; applications enter appzone")
       ->required();
 }
 
@@ -81,14 +81,12 @@ void addName(CLI::App& action, const std::shared_ptr<ZoneRequest>& request) {
 
 void addZoneCommand(CLI::App& app) {
   auto request = std::make_shared<ZoneRequest>();
-  CLI::App* zone =
-      app.add_subcommand("zone", "Start, stop and list the security zones of a device root");
+  CLI::App* zone = app.add_subcommand("zone", "Start, stop and list security zones");
   zone->require_subcommand(1);
   CLI::App* start = addAction(*zone, request, "start", "Start a zone", runStart);
   addName(*start, request);
-  start
-      ->add_option("--visible", request->visible,
-                   "Machine path that stays visible in the zone, read-only")
+  start->add_option("--visible", request->visible, "Machine path that stays visible")
+      ->type_name("PATH")
       ->allow_extra_args(false);
   addName(*addAction(*zone, request, "stop", "Stop a zone", runStop), request);
   addAction(*zone, request, "list", "List the zones", runList);

@@ -111,8 +111,8 @@ Application application(ManifestReader& reader, const toml::table& table, const 
   const fs::path exec = reader.text(table, kName, "exec", wrongWithExec, kExecRemedy);
   result.exec = (fs::path(root) / exec).lexically_normal().string();
   result.type = reader
-                    .optionalText(table, kName, "type", wrongWithText,
-                                  "write an application type such as \"inhouse\"")
+                    .optionalText(table, kName, "type", wrongWithType,
+                                  "write inhouse, inhouseapitest, dotnet or normal")
                     .value_or(result.type);
   result.service = reader.optionalText(table, kName, "component", wrongWithComponent,
                                        "write \"ui\" or \"service\"") == "service";
