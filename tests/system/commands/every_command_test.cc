@@ -24,8 +24,8 @@ using Words = std::vector<std::string>;
 constexpr char kDevice[] = "--device DIR";
 
 // Commands that work outside of device roots, or whose argument is one.
-const std::set<std::string> kWithoutDeviceOption = {"device init", "device shell", "partner sign",
-                                                    "partner verify", "timeline"};
+const std::set<std::string> kWithoutDeviceOption = {"device init",  "device shell",   "package new",
+                                                    "partner sign", "partner verify", "timeline"};
 
 struct Command {
   Words words;  // "package", "install"
