@@ -3,6 +3,7 @@ using System.IO;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Text;
+using System.Threading;
 
 namespace Quillon;
 
@@ -16,13 +17,32 @@ namespace Quillon;
 /// </remarks>
 public static class Launchpad
 {
+    private static readonly ManualResetEventSlim s_rehearsed = new();
+
     /// <summary>
-    /// An application that does nothing. The launch pad runs it once, so that the runtime has
-    /// executed its code path to Main before the real application starts.
+    /// An application that does nothing. The launch pad runs it once, on a thread of its own, so
+    /// that the runtime has executed its code path to Main before the real application starts.
     /// </summary>
+    /// <remarks>
+    /// Does not return: when Main returns, the runtime waits for the last foreground thread, and
+    /// remembers the end of that wait for the rest of the process. The real application's Main would
+    /// not wait for its threads then. A background thread does not keep the process alive.
+    /// </remarks>
     public static void Main()
     {
+        Thread.CurrentThread.IsBackground = true;
+        s_rehearsed.Set();
+        Thread.Sleep(Timeout.Infinite);
     }
+
+    /// <summary>
+    /// Makes the calling thread, which will run the real application, a foreground thread. The
+    /// rehearsal's thread is not the last one then when it becomes a background thread.
+    /// </summary>
+    public static void BeginRehearsal() => Thread.CurrentThread.IsBackground = false;
+
+    /// <summary>Waits until Main runs on its thread.</summary>
+    public static void AwaitRehearsal() => s_rehearsed.Wait();
 
     /// <summary>
     /// Loads and compiles what nearly every application needs before its first line of output.
