@@ -62,7 +62,7 @@ void callPreviousHandler(int sig, siginfo_t* info, void* context) {
 
 }  // namespace
 
-void onSigsegvForException(int sig, siginfo_t* info, void* context) {
+void fault_handler::onSigsegvForException(int sig, siginfo_t* info, void* context) {
   const int error = errno;
   sendMessageToDlogError("onSigsegvForException!!\n");
   countFault();
