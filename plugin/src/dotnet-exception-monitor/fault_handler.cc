@@ -20,10 +20,9 @@ namespace {
 
 constexpr std::size_t kReportSize = 100;
 
-// An id that was assigned to g_appID without _SetAppInfo is not published.
 const char* appId() {
   const char* const published = publishedAppId();
-  return *published != '\0' ? published : g_appID.c_str();
+  return published != nullptr ? published : g_appID.c_str();
 }
 
 void sendReport() {
