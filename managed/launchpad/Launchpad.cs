@@ -30,16 +30,17 @@ public static class Launchpad
     /// </remarks>
     public static void Main()
     {
-        Thread.CurrentThread.IsBackground = true;
+        MakeThisThreadBackground(true);
         s_rehearsed.Set();
-        Thread.Sleep(Timeout.Infinite);
+        using var never = new ManualResetEventSlim();
+        never.Wait();
     }
 
     /// <summary>
     /// Makes the calling thread, which will run the real application, a foreground thread. The
     /// rehearsal's thread is not the last one then when it becomes a background thread.
     /// </summary>
-    public static void BeginRehearsal() => Thread.CurrentThread.IsBackground = false;
+    public static void BeginRehearsal() => MakeThisThreadBackground(false);
 
     /// <summary>Waits until Main runs on its thread.</summary>
     public static void AwaitRehearsal() => s_rehearsed.Wait();
@@ -117,6 +118,15 @@ public static class Launchpad
         synchronized.Write("");
         synchronized.Flush();
         output.Write(ReadOnlySpan<byte>.Empty);
+    }
+
+    // By reflection, because a reference to Thread loads the assembly System.Threading.Thread, which
+    // an application could see.
+    private static void MakeThisThreadBackground(bool value)
+    {
+        Type thread = typeof(object).Assembly.GetType("System.Threading.Thread", true)!;
+        object? current = thread.GetProperty("CurrentThread")!.GetValue(null);
+        thread.GetProperty("IsBackground")!.SetValue(current, value);
     }
 
     private static void ReadArguments()

@@ -59,7 +59,7 @@ Failure unknownOption(const CLI::App& command, const std::string& word) {
   const std::string similar = similarWord(name, optionsOf(command));
   std::string remedy = similar.empty() ? seeHelp(command) : "did you mean " + similar + "?";
   if (similar.empty() && takesProgramArguments(command)) {
-    remedy = "write the options of the application after --";
+    remedy += ", or write the options of the application after --";
   }
   return {"'" + fullName(command) + "' has no option '" + name + "'", remedy, kUsage};
 }
