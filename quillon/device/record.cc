@@ -1,9 +1,7 @@
 #include "quillon/device/record.h"
 
 #include <fcntl.h>
-#include <stdio.h>
 #include <toml++/toml.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <sstream>
@@ -34,22 +32,6 @@ Expected<Record> interpret(const toml::table& table, const std::filesystem::path
     record.framework = *framework;
   }
   return record;
-}
-
-// Writes a new file and renames it to `name`. Links that are planted at either name are replaced,
-// not followed.
-bool replaceFile(int folder, const std::string& name, const std::string& content) {
-  constexpr mode_t kMode = 0644;
-  const std::string fresh = name + "." + std::to_string(getpid());
-  unlinkat(folder, fresh.c_str(), 0);
-  const Descriptor file(
-      openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
-  if (file && writeAll(file.get(), content) &&
-      renameat(folder, fresh.c_str(), folder, name.c_str()) == 0) {
-    return true;
-  }
-  unlinkat(folder, fresh.c_str(), 0);
-  return false;
 }
 
 }  // namespace

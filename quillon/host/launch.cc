@@ -16,6 +16,7 @@
 #include "quillon/device/device_root.h"
 #include "quillon/host/application/application_id.h"
 #include "quillon/host/application/target.h"
+#include "quillon/host/application/working_directory.h"
 #include "quillon/host/assemblies/assembly_image.h"
 #include "quillon/host/background_task.h"
 #include "quillon/host/membarrier.h"
@@ -70,6 +71,7 @@ class Launch {
   const LaunchOptions& options_;
   const fs::path executable_;
   fs::path pluginFile_;
+  std::optional<fs::path> hiddenDirectory_;  // the working directory of the command
   LaunchTarget target_;
   PluginCalls plugin_;
   PluginLists lists_;
@@ -109,7 +111,12 @@ Expected<void> Launch::enterDevice() {
   device::EnterOptions view;
   view.visible = {executable_.parent_path().parent_path(), pluginFile_.parent_path()};
   view.writable = options_.writable;
-  return device::enter(options_.device, view);
+  ASSIGN_OR_RETURN(const device::Entered entered, device::enter(options_.device, view));
+  hiddenDirectory_ = entered.hiddenDirectory;
+  if (entered.noHome) {
+    tell(*entered.noHome);
+  }
+  return {};
 }
 
 // The runtime's libraries are most of what a launch loads, and no step before the first call of the
@@ -215,6 +222,9 @@ Expected<int> Launch::runApplication() {
     return tl::unexpected(found.error());
   }
   RETURN_IF_FAILED(requireAssembly(target_));
+  if (hiddenDirectory_) {
+    useOwnFolder(target_, *hiddenDirectory_);
+  }
   if (options_.verbose) {
     printVerbosePlan();
   }

@@ -11,6 +11,7 @@
 #include "device_paths.h"
 #include "quillon/base/terminal.h"
 #include "quillon/host/application/application_id.h"
+#include "quillon/host/application/working_directory.h"
 #include "quillon/host/membarrier.h"
 #include "quillon/host/plugin/plugin_calls.h"
 #include "quillon/host/runtime/framework_check.h"
@@ -44,14 +45,6 @@ bool canRehearse(const host::RuntimeProperties& properties) {
   return !version.empty() && host::serves(version, kMinVersion) &&
          std::none_of(properties.begin(), properties.end(),
                       [](const auto& property) { return property.first == "STARTUP_HOOKS"; });
-}
-
-void applyProcessState(const HandOver& handOver, const Limits& limits) {
-  umask(handOver.umask);
-  adoptLimits(limits);
-  if (handOver.workingDirectory.empty() || chdir(handOver.workingDirectory.c_str()) != 0) {
-    [[maybe_unused]] const int result = chdir("/");
-  }
 }
 
 // Waits for a message of one kind. If the peer has ended, so does the process: since it has not
@@ -97,6 +90,7 @@ class Worker {
   Expected<void> awaitAssignment();
   Expected<void> takeOver();
   Expected<void> takeOverDescriptors(HandOver& handOver);
+  void applyProcessState(const HandOver& handOver) const;
   Expected<void> configureApplication();
   Expected<int> execute();
 
@@ -238,7 +232,7 @@ Expected<void> Worker::takeOver() {
   replaceEnvironment(std::move(handOver->environment), changes_);
   setenv(host::kAppIdVariable, target_.application.id.c_str(), 1);
   RETURN_IF_FAILED(takeOverDescriptors(*handOver));
-  applyProcessState(*handOver, limits_);
+  applyProcessState(*handOver);
   sendMessage(client_.get(), MessageKind::kTakenOver);
   return {};
 }
@@ -255,6 +249,14 @@ Expected<void> Worker::takeOverDescriptors(HandOver& handOver) {
   log.descriptor = handOver.logFile.release();
   workstation::useLog(log);
   return {};
+}
+
+void Worker::applyProcessState(const HandOver& handOver) const {
+  umask(handOver.umask);
+  adoptLimits(limits_);
+  if (chdir(handOver.workingDirectory.c_str()) != 0) {
+    host::useOwnFolder(target_, handOver.workingDirectory);
+  }
 }
 
 Expected<void> Worker::configureApplication() {
