@@ -1,8 +1,13 @@
 // Changes of the packages in a device root.
 #pragma once
 
+#include <sys/types.h>
+
+#include <filesystem>
+
 #include "quillon/base/failure.h"
 #include "quillon/device/cached_lists.h"
+#include "workstation/packages.h"
 
 namespace quillon::cli {
 
@@ -17,5 +22,10 @@ auto changePackages(Change change) -> decltype(change()) {
   RETURN_IF_FAILED(device::removeCachedLists("/"));
   return changed;
 }
+
+// Enters the device root and installs or replaces a package. See workstation::installPackage().
+[[nodiscard]] Expected<workstation::Package> installInto(const std::filesystem::path& device,
+                                                         const workstation::ManifestText& manifest,
+                                                         uid_t user);
 
 }  // namespace quillon::cli
