@@ -153,7 +153,12 @@ Expected<void> Worker::initializePlugin() {
     return fail(kNoPlugin, library.error());
   }
   plugin_ = host::PluginCalls(*library, &target_);
-  RETURN_IF_FAILED(plugin_.initialize());
+  if (auto initialized = plugin_.initialize(); !initialized) {
+    if (initialized.error().status == kUsage) {
+      sendMessage(channel_.get(), MessageKind::kUnknownType);
+    }
+    return initialized;
+  }
   ASSIGN_OR_RETURN(lists_, plugin_.lists());
   return {};
 }
