@@ -9,6 +9,7 @@
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/json_output.h"
 #include "quillon/cli/package_change.h"
+#include "quillon/resolution/resolution.h"
 #include "workstation/packages.h"
 
 namespace quillon::cli {
@@ -26,6 +27,22 @@ struct PackageRequest {
   bool json = false;
 };
 
+// Has .NET's host resolve what the applications need beside the device's framework, so that their
+// launches find the answer.
+void resolveApplications(const Package& package) {
+  resolution::forgetAnswers(package.rootPath);
+  for (const Application& application : package.applications) {
+    const auto additions = resolution::renewAnswer(application.exec);
+    if (const auto found = resolution::requireFrameworks(additions); !found) {
+      report({"warning: '" + application.id + "' cannot be launched yet: " + found.error().what,
+              found.error().remedy});
+    }
+    if (const auto warning = resolution::warningAbout(application.id, additions)) {
+      report(*warning);
+    }
+  }
+}
+
 void install(const PackageRequest& request) {
   // Read the manifest before entering the device root, which may hide its paths.
   const auto folders = valueOf(workstation::foldersOfManifest(request.manifest));
@@ -35,10 +52,22 @@ void install(const PackageRequest& request) {
       valueOf(changePackages([&] { return workstation::installPackage(manifest, request.user); }));
   std::cout << "installed " << package.id << ' ' << package.version << " to " << package.rootPath
             << '\n';
+  std::cout.flush();
+  resolveApplications(package);
+}
+
+// The answers about its applications are of no use without it.
+void forgetApplications(const PackageRequest& request) {
+  for (const Package& package : valueOf(workstation::listPackages())) {
+    if (package.id == request.id && package.owner == request.user) {
+      resolution::forgetAnswers(package.rootPath);
+    }
+  }
 }
 
 void remove(const PackageRequest& request) {
   enterDevice(request.device);
+  forgetApplications(request);
   if (!valueOf(
           changePackages([&] { return workstation::removePackage(request.id, request.user); }))) {
     endCommand(report({"no package '" + request.id + "' is installed",
