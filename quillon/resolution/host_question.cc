@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-constexpr milliseconds kMaxWait{10000};
+constexpr milliseconds kMaxWait{5000};
 constexpr char kBaseFramework[] = "Microsoft.NETCore.App";
 
 // Turns the paths of the host's answer into those of the device.
@@ -261,7 +261,7 @@ Expected<Additions> askHost(const dotnet::Host& host, const std::string& assembl
   }
   const int status = endOf(child);
   if (!isComplete) {
-    return noAnswer("it takes too long");
+    return noAnswer("it takes too long or writes too much");
   }
   if (WIFSIGNALED(status)) {
     return noAnswer("was ended by signal " + std::to_string(WTERMSIG(status)));

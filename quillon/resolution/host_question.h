@@ -10,7 +10,7 @@
 namespace quillon::resolution {
 
 // Loads the host in a child process and returns its answer. The host reads files of the package, so
-// it may crash or hang: the child has no more than ten seconds and no terminal, and a failure names
+// it may crash or hang: the child has no more than five seconds and no terminal, and a failure names
 // how it ended. Call inside the device root, in a process with one thread.
 //
 // version  of the device's framework
