@@ -19,6 +19,7 @@
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
 #include "quillon/device/certificates.h"
+#include "quillon/device/cached_lists.h"
 #include "quillon/device/device_root.h"
 #include "quillon/dotnet/runtime_lookup.h"
 
@@ -37,7 +38,7 @@ struct InitRequest {
 };
 
 struct AuthorityRequest {
-  std::string device;
+  fs::path device;
   fs::path file;
 };
 
@@ -118,6 +119,7 @@ fs::path certificates() {
 void runInit(const InitRequest& request) {
   const device::InitOptions options{frameworkOf(request), preloadAssembly(), certificates()};
   valueOf(device::init(request.directory, options));
+  valueOf(device::removeCachedLists(request.directory));  // the framework may be another one
   std::cout << "device root: " << fs::canonical(request.directory).string() << '\n';
 }
 
