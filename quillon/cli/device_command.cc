@@ -18,8 +18,8 @@
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
-#include "quillon/device/certificates.h"
 #include "quillon/device/cached_lists.h"
+#include "quillon/device/certificates.h"
 #include "quillon/device/device_root.h"
 #include "quillon/dotnet/runtime_lookup.h"
 

@@ -77,7 +77,7 @@ class Launch {
   PluginLists lists_;
   RuntimePlan runtimePlan_;
   std::optional<device::CachedLists> caches_;  // before the plug-in made its lists
-  std::optional<ScopedLttngOff> lttngOff_;  // while the runtime's libraries are loaded
+  std::optional<ScopedLttngOff> lttngOff_;     // while the runtime's libraries are loaded
   std::optional<Expected<Runtime>> runtime_;
   // Sets runtime_, so it is declared after it. It ends before the first call of the plug-in, which
   // changes attributes of the calling thread only.
