@@ -38,7 +38,7 @@ struct InitRequest {
 };
 
 struct AuthorityRequest {
-  std::string device;
+  fs::path device;
   fs::path file;
 };
 

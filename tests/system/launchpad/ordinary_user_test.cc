@@ -110,6 +110,8 @@ TEST_F(OrdinaryUsersPool, ServesItsUserOnly) {
   EXPECT_EQ(endOfLaunchpad(), 0);
 }
 
+TEST_F(OrdinaryUsersPool, LogsNoErrorIfAllIsWell) { expectNoErrorsInTheLog(); }
+
 TEST_F(OrdinaryUsersPool, RunsApplicationsInTheZone) { expectApplicationInTheZone(); }
 
 // A process that is started by exec must keep the capabilities that it needs to enter the zone.
