@@ -3,6 +3,7 @@ using System.Globalization;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Threading;
+using System.Threading.Tasks;
 
 // Unlike the other samples, not in the namespace "Velora": the plug-in searches the text of an
 // exception for keywords, and here only the command line may supply them.
@@ -21,12 +22,28 @@ namespace Sample.Ending;
 /// overflow         overflow the stack         wait           print "waiting" and wait
 /// native WAY       call sample_fault          at-exit WAY    call sample_fault in an exit handler
 ///                  (native/faults.h)
+/// host             print "waiting", and return from Main when SIGTERM has come
+/// </code>
+/// Further actions leave something to do after Main has returned:
+/// <code>
+/// late TEXT        a foreground thread prints that later
+/// late-end STATUS  a foreground thread exits with that status later
+/// late-throw TEXT  a foreground thread throws an exception later
+/// background       a background thread runs on
+/// await TEXT       print that after an await, as an asynchronous Main does
+/// on-exit TEXT     print that when the process exits
+/// on-unhandled TEXT print that after an unhandled exception
+/// finalize TEXT    print that when an object is finalized
 /// </code>
 /// </remarks>
 internal static class Program
 {
     private static readonly object? Nothing = null;
     private static PosixSignalRegistration? termination;
+    private static Finalized? kept;
+
+    // By then Main has returned.
+    private static readonly TimeSpan SomeTime = TimeSpan.FromMilliseconds(300);
 
     private static int Main(string[] arguments)
     {
@@ -35,7 +52,7 @@ internal static class Program
             string argument = i + 1 < arguments.Length ? arguments[i + 1] : "";
             if (arguments[i] == "end")
             {
-                return int.Parse(argument, CultureInfo.InvariantCulture);
+                return Number(argument);
             }
             i += Do(arguments[i], argument);
         }
@@ -56,6 +73,27 @@ internal static class Program
             case "at-exit": Require(sample_fault_at_exit(argument)); return 1;
             case "handle-term": HandleTermination(); return 0;
             case "wait": Wait(); return 0;
+            default: return DoAfterMain(action, argument);
+        }
+    }
+
+    private static int DoAfterMain(string action, string argument)
+    {
+        switch (action)
+        {
+            case "host": Host(); return 0;
+            case "late": Later(() => Console.WriteLine(argument)); return 1;
+            case "late-end": Later(() => Environment.Exit(Number(argument))); return 1;
+            case "late-throw": Later(() => throw new InvalidOperationException(argument)); return 1;
+            case "background": StayInBackground(); return 0;
+            case "await": PrintLater(argument).GetAwaiter().GetResult(); return 1;
+            case "on-exit":
+                AppDomain.CurrentDomain.ProcessExit += (_, _) => Console.WriteLine(argument);
+                return 1;
+            case "on-unhandled":
+                AppDomain.CurrentDomain.UnhandledException += (_, _) => Console.WriteLine(argument);
+                return 1;
+            case "finalize": kept = new Finalized(argument); return 1;
             default: throw new ArgumentException($"no such action: {action}");
         }
     }
@@ -84,6 +122,47 @@ internal static class Program
     {
         Console.WriteLine("waiting");
         Thread.Sleep(Timeout.Infinite);
+    }
+
+    // What a host does that runs until it is asked to stop.
+    private static void Host()
+    {
+        using var stop = new ManualResetEventSlim();
+        using var registration = PosixSignalRegistration.Create(PosixSignal.SIGTERM, context =>
+        {
+            context.Cancel = true;
+            stop.Set();
+        });
+        Console.WriteLine("waiting");
+        stop.Wait();
+        Console.WriteLine("stopped");
+    }
+
+    private static void Later(Action action)
+    {
+        new Thread(() =>
+        {
+            Thread.Sleep(SomeTime);
+            action();
+        }).Start();
+    }
+
+    private static void StayInBackground()
+    {
+        new Thread(() => Thread.Sleep(Timeout.Infinite)) { IsBackground = true }.Start();
+    }
+
+    private static int Number(string text) => int.Parse(text, CultureInfo.InvariantCulture);
+
+    private static async Task PrintLater(string text)
+    {
+        await Task.Delay(SomeTime);
+        Console.WriteLine(text);
+    }
+
+    private sealed class Finalized(string text)
+    {
+        ~Finalized() => Console.WriteLine(text);
     }
 
     private static void Require(int result)

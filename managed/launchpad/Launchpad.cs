@@ -3,6 +3,7 @@ using System.IO;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Text;
+using System.Threading;
 
 namespace Quillon;
 
@@ -16,13 +17,33 @@ namespace Quillon;
 /// </remarks>
 public static class Launchpad
 {
+    private static readonly ManualResetEventSlim s_rehearsed = new();
+
     /// <summary>
-    /// An application that does nothing. The launch pad runs it once, so that the runtime has
-    /// executed its code path to Main before the real application starts.
+    /// An application that does nothing. The launch pad runs it once, on a thread of its own, so
+    /// that the runtime has executed its code path to Main before the real application starts.
     /// </summary>
+    /// <remarks>
+    /// Does not return: when Main returns, the runtime waits for the last foreground thread, and
+    /// remembers the end of that wait for the rest of the process. The real application's Main would
+    /// not wait for its threads then. A background thread does not keep the process alive.
+    /// </remarks>
     public static void Main()
     {
+        MakeThisThreadBackground(true);
+        s_rehearsed.Set();
+        using var never = new ManualResetEventSlim();
+        never.Wait();
     }
+
+    /// <summary>
+    /// Makes the calling thread, which will run the real application, a foreground thread. The
+    /// rehearsal's thread is not the last one then when it becomes a background thread.
+    /// </summary>
+    public static void BeginRehearsal() => MakeThisThreadBackground(false);
+
+    /// <summary>Waits until Main runs on its thread.</summary>
+    public static void AwaitRehearsal() => s_rehearsed.Wait();
 
     /// <summary>
     /// Loads and compiles what nearly every application needs before its first line of output.
@@ -97,6 +118,15 @@ public static class Launchpad
         synchronized.Write("");
         synchronized.Flush();
         output.Write(ReadOnlySpan<byte>.Empty);
+    }
+
+    // By reflection, because a reference to Thread loads the assembly System.Threading.Thread, which
+    // an application could see.
+    private static void MakeThisThreadBackground(bool value)
+    {
+        Type thread = typeof(object).Assembly.GetType("System.Threading.Thread", true)!;
+        object? current = thread.GetProperty("CurrentThread")!.GetValue(null);
+        thread.GetProperty("IsBackground")!.SetValue(current, value);
     }
 
     private static void ReadArguments()

@@ -250,9 +250,9 @@ void create_pipe_server(pipe_message_changed_cb callback);
 
 /* Sends an answer: writes ten lines to the answer pipe, each of which contains message five times.
  * A reader takes up to 1023 bytes at once, so a message of at most 20 bytes is always read
- * completely. An answer that is larger than the pipe, usually 65536 bytes, is truncated, and the
- * plug-in logs an error line. If the pipe cannot be opened or is a symbolic link, the plug-in logs
- * an error line and sends nothing.
+ * completely. An answer that is larger than the pipe, usually 65536 bytes, is truncated without an
+ * error line. If the pipe cannot be opened or is a symbolic link, the plug-in logs an error line
+ * and sends nothing.
  *
  * May be called from any thread. */
 void create_pipe_client(const char* message);

@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
+#include "quillon/cli/help.h"
+#include "quillon/cli/parse_failure.h"
 
 namespace quillon::cli {
 namespace {
@@ -37,12 +40,13 @@ std::vector<std::string> takeArguments(int argc, char** argv) {
   return {std::make_reverse_iterator(dashes), all.rend()};
 }
 
-// Prints help or version and returns 0, or reports a parse error in one line.
+// Prints help or version and returns 0, or reports in one line why the parser refused the
+// arguments.
 int endOfParse(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) {
     return app.exit(error);
   }
-  return report({error.what(), "see quillon --help", kUsage});
+  return report(parseFailure(app, error));
 }
 
 }  // namespace
@@ -50,7 +54,9 @@ int endOfParse(const CLI::App& app, const CLI::ParseError& error) {
 int runCommandLine(int argc, char** argv, std::span<const Command> commands) {
   CLI::App app{"Run managed TV applications on a workstation the way a device does."};
   app.name("quillon");
-  app.set_version_flag("--version", "quillon " QUILLON_VERSION);
+  app.formatter(std::make_shared<HelpFormatter>());
+  app.set_help_flag("-h,--help", "Print this help");
+  app.set_version_flag("--version", "quillon " QUILLON_VERSION, "Print the version");
   app.require_subcommand(1);
   addCommands(app, commands, argc > 1 ? argv[1] : "");
   try {

@@ -2,6 +2,7 @@
 
 #include <CLI/App.hpp>
 
+#include "quillon/cli/cache_command.h"
 #include "quillon/cli/command_line.h"
 #include "quillon/cli/config_command.h"
 #include "quillon/cli/device_command.h"
@@ -25,8 +26,8 @@ constexpr Command kCommands[] = {
     {"device", addDeviceCommand},       {"package", addPackageCommand},
     {"config", addConfigCommand},       {"launch", addLaunchCommand},
     {"launchpad", addLaunchpadCommand}, {"timeline", addTimelineCommand},
-    {"zone", addZoneCommand},           {"partner", listPartner},
-    {"validator", listValidator}};
+    {"zone", addZoneCommand},           {"cache", addCacheCommand},
+    {"partner", listPartner},           {"validator", listValidator}};
 
 }  // namespace
 }  // namespace quillon::cli

@@ -1,6 +1,7 @@
 #include "quillon/cli/config_command.h"
 
 #include <charconv>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -18,7 +19,7 @@ namespace {
 using workstation::ConfigValue;
 
 struct ConfigRequest {
-  std::string device;
+  std::filesystem::path device;
   std::string key;
   std::string value;
   bool asString = false;

@@ -16,6 +16,7 @@
 #include "device_paths.h"
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
+#include "quillon/device/cached_lists.h"
 #include "quillon/device/device_root.h"
 #include "quillon/dotnet/runtime_lookup.h"
 
@@ -89,6 +90,7 @@ std::optional<fs::path> frameworkOf(const InitRequest& request) {
 void runInit(const InitRequest& request) {
   const device::InitOptions options{frameworkOf(request)};
   valueOf(device::init(request.directory, options));
+  valueOf(device::removeCachedLists(request.directory));  // the framework may be another one
   std::cout << "device root: " << fs::canonical(request.directory).string() << '\n';
 }
 

@@ -8,9 +8,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <variant>
 #include <vector>
 
+#include "quillon/cli/device_option.h"
 #include "quillon/host/application/options.h"
 
 namespace quillon::cli {
@@ -33,6 +35,7 @@ struct LaunchOption {
   Parser parser = Parser::kFull;  // kBoth: the fast path accepts the option too
   bool isRequired = false;
   const char* positional = "";  // name of the argument that sets the same member; "": none
+  const char* variable = "";    // environment variable with the default value; "": none
 };
 
 inline constexpr char kPlanOption[] = "--plan";
@@ -42,8 +45,8 @@ inline constexpr char kValidateOption[] = "--validate";
 
 // In the order of the help text.
 inline constexpr LaunchOption kLaunchOptions[] = {
-    {"--device", &host::LaunchOptions::device, "Device root to launch in", "DIR", Parser::kBoth,
-     true},
+    {kDeviceOption, &host::LaunchOptions::device, kDeviceHelp, kDeviceValue, Parser::kBoth, true,
+     "", kDeviceVariable},
     {"--id", &host::LaunchOptions::appId, "Id of an installed application", "ID", Parser::kBoth,
      true, "APPID"},
     {"--type", &host::LaunchOptions::type, "Application type; default: from the manifest", "TYPE",
@@ -97,6 +100,26 @@ template <typename Function>
 auto withMember(const LaunchOption& option, host::LaunchOptions& options, Function function) {
   return std::visit([&](auto member) { return function(memberOf(options, member)); },
                     option.member);
+}
+
+inline bool isSet(const LaunchOption& option, host::LaunchOptions& options) {
+  return withMember(option, options, [](const auto& member) {
+    return member != std::remove_cvref_t<decltype(member)>();
+  });
+}
+
+// Sets the members that are not set and whose options have an environment variable.
+inline void applyVariables(host::LaunchOptions& options) {
+  for (const LaunchOption& option : kLaunchOptions) {
+    if (*option.variable == '\0' || isSet(option, options)) {
+      continue;
+    }
+    withMember(option, options, [&]<typename Member>(Member& member) {
+      if constexpr (std::is_assignable_v<Member&, std::string_view>) {
+        member = variable(option.variable);
+      }
+    });
+  }
 }
 
 }  // namespace quillon::cli

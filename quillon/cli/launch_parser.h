@@ -4,7 +4,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <map>
 #include <optional>
 #include <string>
 
@@ -18,10 +17,16 @@ inline CLI::Option* addLaunchOption(CLI::App& command, const LaunchOption& optio
 
 inline CLI::Option* addLaunchOption(CLI::App& command, const LaunchOption& option,
                                     std::optional<bool>& setting) {
-  const std::map<std::string, bool> words = {{"on", true}, {"off", false}};
+  const auto toBool = [](std::string& word) {
+    if (word != "on" && word != "off") {
+      return "'" + word + "' is neither on nor off";
+    }
+    word = word == "on" ? "true" : "false";
+    return std::string();
+  };
   return command.add_option(std::string(option.name), setting, option.help)
       ->type_name("on|off")
-      ->transform(CLI::CheckedTransformer(words))
+      ->transform(CLI::Validator(toBool, ""))
       ->group("Runtime settings; default: environment, then application, then on");
 }
 
@@ -35,11 +40,14 @@ CLI::Option* addLaunchOption(CLI::App& command, const LaunchOption& option, Valu
       ->allow_extra_args(false);
 }
 
-// Adds every option of the table to `command`, which must not outlive `options`.
+// Adds every option of the table to `command`, which must not outlive `options`. Sets `options` to
+// the values of the environment variables, which the options replace.
 inline void addLaunchOptions(CLI::App& command, host::LaunchOptions& options) {
+  applyVariables(options);
   for (const LaunchOption& option : kLaunchOptions) {
     withMember(option, options, [&](auto& member) {
-      addLaunchOption(command, option, member)->required(option.isRequired);
+      addLaunchOption(command, option, member)
+          ->required(option.isRequired && !isSet(option, options));
     });
   }
   CLI::Option* const plan = command.get_option(kPlanOption);

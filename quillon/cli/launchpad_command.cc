@@ -6,6 +6,7 @@
 
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
+#include "quillon/cli/device_option.h"
 #include "quillon/launchpad/client/client.h"
 #include "quillon/launchpad/server/fresh_worker.h"
 #include "quillon/launchpad/server/server.h"
@@ -16,12 +17,6 @@ namespace {
 using launchpad::LaunchpadOptions;
 using launchpad::MessageKind;
 
-CLI::Option* addDevice(CLI::App& command, LaunchpadOptions& options) {
-  return command.add_option("--device", options.device, "Device root to serve")
-      ->envname("QUILLON_DEVICE")
-      ->type_name("DIR");
-}
-
 void request(const LaunchpadOptions& options, MessageKind kind) {
   std::cout << valueOf(withStatus(kLaunchPadState, launchpad::command(options.device, kind)));
 }
@@ -29,7 +24,7 @@ void request(const LaunchpadOptions& options, MessageKind kind) {
 void addAction(CLI::App& launchpad, const char* name, const char* help, MessageKind kind) {
   const auto options = std::make_shared<LaunchpadOptions>();
   CLI::App* const action = launchpad.add_subcommand(name, help);
-  addDevice(*action, *options)->required();
+  addDeviceOption(*action, options->device);
   action->callback([options, kind] { request(*options, kind); });
 }
 
@@ -68,7 +63,8 @@ void addLaunchpadCommand(CLI::App& app) {
       "launchpad", "Keep processes prepared to launch the applications of a device root faster");
   command->require_subcommand(0, 1);
   const auto options = std::make_shared<LaunchpadOptions>();
-  addDevice(*command, *options);
+  // Not required here: its subcommands have the option, too.
+  addDeviceOption(*command, options->device)->required(false);
   addServe(*command, options);
   addAction(*command, "stop",
             "Stop once the running applications have ended; a second time, end them too",
@@ -82,7 +78,7 @@ void addLaunchpadCommand(CLI::App& app) {
       return;
     }
     if (options->device.empty()) {
-      endCommand(report({"--device is required", "see quillon launchpad --help", kUsage}));
+      endCommand(report(noDevice()));
     }
     endCommand(launchpad::serve(*options));
   });

@@ -1,13 +1,14 @@
 #include "quillon/cli/package_command.h"
 
-#include <nlohmann/json.hpp>
-
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
+#include "quillon/cli/json_output.h"
+#include "quillon/cli/package_change.h"
 #include "workstation/packages.h"
 
 namespace quillon::cli {
@@ -18,7 +19,7 @@ using workstation::Application;
 using workstation::Package;
 
 struct PackageRequest {
-  std::string device;
+  fs::path device;
   std::string manifest;
   std::string id;
   uid_t user = 0;
@@ -30,22 +31,24 @@ void install(const PackageRequest& request) {
   const auto folders = valueOf(workstation::foldersOfManifest(request.manifest));
   const std::string manifest = fs::absolute(request.manifest).string();
   enterDevice(request.device, {folders.begin(), folders.end()});
-  const Package package = valueOf(workstation::installPackage(manifest, request.user));
+  const Package package =
+      valueOf(changePackages([&] { return workstation::installPackage(manifest, request.user); }));
   std::cout << "installed " << package.id << ' ' << package.version << " to " << package.rootPath
             << '\n';
 }
 
 void remove(const PackageRequest& request) {
   enterDevice(request.device);
-  if (!valueOf(workstation::removePackage(request.id, request.user))) {
+  if (!valueOf(
+          changePackages([&] { return workstation::removePackage(request.id, request.user); }))) {
     endCommand(report({"no package '" + request.id + "' is installed",
                        "list the installed packages: quillon package list", kNotInstalled}));
   }
   std::cout << "removed " << request.id << '\n';
 }
 
-nlohmann::ordered_json toJson(const Application& application) {
-  nlohmann::ordered_json metadata = nlohmann::ordered_json::array();
+Json toJson(const Application& application) {
+  Json metadata = Json::array();
   for (const auto& [key, value] : application.metadata) {
     metadata.push_back({{"key", key}, {"value", value}});
   }
@@ -56,8 +59,8 @@ nlohmann::ordered_json toJson(const Application& application) {
           {"metadata", metadata}};
 }
 
-nlohmann::ordered_json toJson(const Package& package) {
-  nlohmann::ordered_json applications = nlohmann::ordered_json::array();
+Json toJson(const Package& package) {
+  Json applications = Json::array();
   for (const Application& application : package.applications) {
     applications.push_back(toJson(application));
   }
@@ -66,15 +69,12 @@ nlohmann::ordered_json toJson(const Package& package) {
       {"owner", package.owner}, {"privileges", package.privileges}, {"applications", applications}};
 }
 
-void printJson(const std::vector<Package>& packages) {
-  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+Json toJson(const std::vector<Package>& packages) {
+  Json all = Json::array();
   for (const Package& package : packages) {
     all.push_back(toJson(package));
   }
-  constexpr int kIndent = 2;
-  // Replaces invalid UTF-8 instead of throwing.
-  using Json = nlohmann::ordered_json;
-  std::cout << all.dump(kIndent, ' ', false, Json::error_handler_t::replace) << '\n';
+  return all;
 }
 
 void printText(const std::vector<Package>& packages) {
@@ -97,7 +97,7 @@ void printText(const std::vector<Package>& packages) {
 void list(const PackageRequest& request) {
   enterDevice(request.device);
   const auto packages = valueOf(workstation::listPackages());
-  request.json ? printJson(packages) : printText(packages);
+  request.json ? printJson(toJson(packages)) : printText(packages);
 }
 
 CLI::App* addAction(CLI::App& package, const std::string& name, const std::string& help,
@@ -127,7 +127,7 @@ void addPackageCommand(CLI::App& app) {
   action->add_option("--user", request->user, userHelp);
 
   action = addAction(*package, "list", "List the packages and their applications", request, list);
-  action->add_flag("--json", request->json, "Print a JSON array");
+  action->add_flag(kJsonFlag, request->json, kJsonHelp);
 }
 
 }  // namespace quillon::cli

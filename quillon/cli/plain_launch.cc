@@ -76,11 +76,8 @@ bool Reader::readOne() {
 
 bool Reader::hasRequired() {
   return std::all_of(
-      std::begin(kLaunchOptions), std::end(kLaunchOptions), [this](const LaunchOption& option) {
-        return !option.isRequired || withMember(option, options_, [](const auto& member) {
-          return member != std::remove_cvref_t<decltype(member)>();
-        });
-      });
+      std::begin(kLaunchOptions), std::end(kLaunchOptions),
+      [this](const LaunchOption& option) { return !option.isRequired || isSet(option, options_); });
 }
 
 std::optional<LaunchOptions> Reader::read() {
@@ -92,6 +89,7 @@ std::optional<LaunchOptions> Reader::read() {
   if (next_ != end_) {
     options_.arguments.assign(next_ + 1, end_);
   }
+  applyVariables(options_);
   if (!hasRequired()) {
     return std::nullopt;
   }

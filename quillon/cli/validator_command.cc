@@ -19,7 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 
 struct ValidatorRequest {
-  std::string device;
+  fs::path device;
   fs::path policy;
   fs::path plugin;  // empty: the one built with this program
 };

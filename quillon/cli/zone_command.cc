@@ -10,6 +10,7 @@
 #include "quillon/base/files.h"
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
+#include "quillon/cli/device_option.h"
 #include "quillon/zone/zones.h"
 
 namespace quillon::cli {
@@ -66,10 +67,7 @@ void runList(const ZoneRequest& request) {
 CLI::App* addAction(CLI::App& zone, const std::shared_ptr<ZoneRequest>& request, const char* name,
                     const char* help, void (*run)(const ZoneRequest&)) {
   CLI::App* action = zone.add_subcommand(name, help);
-  action->add_option("--device", request->device, "Device root")
-      ->envname("QUILLON_DEVICE")
-      ->type_name("DIR")
-      ->required();
+  addDeviceOption(*action, request->device);
   action->callback([request, run] { run(*request); });
   return action;
 }

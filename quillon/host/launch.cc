@@ -12,6 +12,7 @@
 #include "quillon/base/files.h"
 #include "quillon/base/terminal.h"
 #include "quillon/base/trace_span.h"
+#include "quillon/device/cached_lists.h"
 #include "quillon/device/device_root.h"
 #include "quillon/host/application/application_id.h"
 #include "quillon/host/application/target.h"
@@ -73,7 +74,7 @@ class Launch {
   PluginCalls plugin_;
   PluginLists lists_;
   RuntimePlan runtimePlan_;
-  bool tpaFromCache_ = false;
+  std::optional<device::CachedLists> caches_;  // before the plug-in made its lists
   std::optional<ScopedLttngOff> lttngOff_;  // while the runtime's libraries are loaded
   std::optional<Expected<Runtime>> runtime_;
   // Sets runtime_, so it is declared after it. It ends before the first call of the plug-in, which
@@ -154,9 +155,10 @@ Expected<void> Launch::registerProcess() {
 
 Expected<void> Launch::initializePlugin() {
   RETURN_IF_FAILED(plugin_.initialize());
-  const std::string cached = cachedTpa();
+  if (options_.plan || options_.verbose) {
+    caches_ = device::readCachedLists();
+  }
   ASSIGN_OR_RETURN(lists_, plugin_.lists());
-  tpaFromCache_ = lists_.tpa && !cached.empty() && *lists_.tpa == cached;
   return planProperties();
 }
 
@@ -176,7 +178,7 @@ LaunchPlan Launch::plan() const {
                   lists_,
                   runtimePlan_,
                   pluginFile_.string(),
-                  tpaFromCache_,
+                  caches_,
                   hasReadyToRunCode(fs::path(target_.assembly)),
                   {},
                   {}};
@@ -195,6 +197,9 @@ Expected<int> Launch::printPlan() {
   print(plan, options_.json ? printPlanJson : printPlanText, stdout);
   if (plan.missing) {
     tell({"to go further: " + plan.missing->what, plan.missing->remedy});
+  }
+  for (const Failure& warning : warningsOf(plan)) {
+    tell(warning);
   }
   for (const Failure& refusal : plan.refusals) {
     tell(refusal);

@@ -44,4 +44,25 @@ std::vector<std::string> cobaDirectoriesOf(const PluginLists& lists) {
   return directories;
 }
 
+bool isTrustedFromCache(const LaunchPlan& plan) {
+  return plan.caches && plan.lists.tpa && !plan.caches->trusted.list.empty() &&
+         *plan.lists.tpa == plan.caches->trusted.list;
+}
+
+bool isSharedFromCache(const LaunchPlan& plan) {
+  return plan.caches && !plan.caches->shared.list.empty() &&
+         plan.lists.dllPath.find(plan.caches->shared.list) != std::string::npos;
+}
+
+std::vector<Failure> warningsOf(const LaunchPlan& plan) {
+  std::vector<Failure> warnings;
+  if (isTrustedFromCache(plan) && !plan.caches->trusted.outdated.empty()) {
+    warnings.push_back(device::outdatedList(plan.caches->trusted));
+  }
+  if (isSharedFromCache(plan) && !plan.caches->shared.outdated.empty()) {
+    warnings.push_back(device::outdatedList(plan.caches->shared));
+  }
+  return warnings;
+}
+
 }  // namespace quillon::host

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "quillon/device/cached_lists.h"
 #include "quillon/host/application/options.h"
 #include "quillon/host/application/target.h"
 #include "quillon/host/plugin/plugin_lists.h"
@@ -20,7 +21,8 @@ struct LaunchPlan {
   const PluginLists& lists;
   const RuntimePlan& runtime;
   std::string plugin;  // file
-  bool tpaFromCache = false;
+  // The plug-in's cached lists before it made its lists; nullopt if nobody has looked.
+  std::optional<device::CachedLists> caches;
   bool readyToRun = false;         // the application's assembly has ReadyToRun code
   std::vector<Failure> refusals;   // why the launch would not reach the application
   std::optional<Failure> missing;  // what the machine lacks for the rest of the launch
@@ -36,5 +38,13 @@ std::vector<std::string> formatCalls(const LaunchPlan& plan);
 
 // The directories of the list that are shared resources of packages.
 std::vector<std::string> cobaDirectoriesOf(const PluginLists& lists);
+
+// Whether the plug-in took the list of trusted assemblies, or that of shared folders, from its
+// cache.
+bool isTrustedFromCache(const LaunchPlan& plan);
+bool isSharedFromCache(const LaunchPlan& plan);
+
+// What may make the launch fail, although it is not refused: cached lists that are outdated.
+std::vector<Failure> warningsOf(const LaunchPlan& plan);
 
 }  // namespace quillon::host

@@ -34,9 +34,23 @@ Json listsJson(const LaunchPlan& plan) {
 
 Json trustedJson(const LaunchPlan& plan) {
   return {{"count", plan.runtime.assemblies.trusted().size()},
-          {"source", !plan.lists.tpa     ? "framework"
-                     : plan.tpaFromCache ? "cache"
-                                         : "search"}};
+          {"source", !plan.lists.tpa            ? "framework"
+                     : isTrustedFromCache(plan) ? "cache"
+                                                : "search"}};
+}
+
+Json cacheJson(const device::CachedList& cache, bool isUsed) {
+  return {{"file", cache.file},
+          {"used", isUsed},
+          {"outdated", cache.outdated.empty() ? Json() : Json(cache.outdated)}};
+}
+
+Json cachesJson(const LaunchPlan& plan) {
+  if (!plan.caches) {
+    return nullptr;
+  }
+  return {{"trusted", cacheJson(plan.caches->trusted, isTrustedFromCache(plan))},
+          {"shared", cacheJson(plan.caches->shared, isSharedFromCache(plan))}};
 }
 
 Json requiredJson(const RuntimePlan& runtime) {
@@ -87,6 +101,14 @@ Json refusalsJson(const std::vector<Failure>& failures) {
   return refusals;
 }
 
+Json warningsJson(const std::vector<Failure>& failures) {
+  Json warnings = Json::array();
+  for (const Failure& failure : failures) {
+    warnings.push_back(failureJson(failure));
+  }
+  return warnings;
+}
+
 Json frameworkJson(const RuntimePlan& runtime) {
   const auto textOrNull = [](const std::string& text) {
     return text.empty() ? Json() : Json(text);
@@ -107,6 +129,7 @@ void printPlanJson(const LaunchPlan& plan, std::ostream& out) {
                      {"calls", formatCalls(plan)},
                      {"lists", listsJson(plan)},
                      {"trustedAssemblies", trustedJson(plan)},
+                     {"caches", cachesJson(plan)},
                      {"placeholders", runtime.placeholders},
                      {"requiredPackages", requiredJson(runtime)},
                      {"sharedDirectories", cobaDirectoriesOf(plan.lists)},
@@ -114,6 +137,7 @@ void printPlanJson(const LaunchPlan& plan, std::ostream& out) {
                      {"leftOut", rejectionsJson(runtime.assemblies)},
                      {"properties", propertiesJson(runtime.properties)},
                      {"arguments", plan.options.arguments},
+                     {"warnings", warningsJson(warningsOf(plan))},
                      {"refusals", refusalsJson(plan.refusals)},
                      {"missing", plan.missing ? failureJson(*plan.missing) : Json()}};
   // A file name may contain any bytes. Bytes that are not valid UTF-8 become U+FFFD.

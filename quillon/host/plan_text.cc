@@ -32,12 +32,26 @@ std::string frameworkText(const RuntimePlan& runtime) {
   return text;
 }
 
+// Where the plug-in has a list from.
+std::string originText(const LaunchPlan& plan, bool isFromCache, const char* cache) {
+  if (!plan.caches) {
+    return "from the plug-in";
+  }
+  return isFromCache ? std::string("from the plug-in, out of its cache ") + cache
+                     : "from the plug-in, by searching";
+}
+
 std::string tpaText(const LaunchPlan& plan) {
   const std::string count = std::to_string(plan.runtime.assemblies.trusted().size());
-  const std::string origin = !plan.lists.tpa     ? "of the framework folder"
-                             : plan.tpaFromCache ? "from the plug-in, out of its cache"
-                                                 : "from the plug-in, by searching";
+  const std::string origin =
+      plan.lists.tpa ? originText(plan, isTrustedFromCache(plan), device_paths::kTpaCache)
+                     : "of the framework folder";
   return count + " assemblies " + origin;
+}
+
+std::string sharedText(const LaunchPlan& plan) {
+  return std::to_string(cobaDirectoriesOf(plan.lists).size()) + " folders " +
+         originText(plan, isSharedFromCache(plan), device_paths::kCobaCache);
 }
 
 std::string readyToRunText(const LaunchPlan& plan) {
@@ -80,11 +94,11 @@ std::vector<std::string> propertyText(const RuntimePlan& runtime) {
   return lines;
 }
 
-std::vector<std::string> refusalText(const LaunchPlan& plan) {
+std::vector<std::string> failureText(const std::vector<Failure>& failures) {
   std::vector<std::string> lines;
-  lines.reserve(plan.refusals.size());
-  for (const Failure& refusal : plan.refusals) {
-    lines.push_back(refusal.what + "; " + refusal.remedy);
+  lines.reserve(failures.size());
+  for (const Failure& failure : failures) {
+    lines.push_back(failure.what + "; " + failure.remedy);
   }
   return lines;
 }
@@ -100,6 +114,7 @@ void printPlanText(const LaunchPlan& plan, std::ostream& out) {
   line(out, "plug-in", plan.plugin);
   line(out, "framework", frameworkText(plan.runtime));
   line(out, "trusted list", tpaText(plan));
+  line(out, "shared list", sharedText(plan));
   line(out, "compiled code", readyToRunText(plan));
   section(out, "calls, in order", formatCalls(plan));
   section(out, "assembly folders (APP_PATHS)", plan.runtime.appPaths.entries());
@@ -108,7 +123,8 @@ void printPlanText(const LaunchPlan& plan, std::ostream& out) {
   section(out, "required packages", requiredText(plan.runtime));
   section(out, "one name, one assembly", shadowText(plan.runtime.assemblies));
   section(out, "runtime properties", propertyText(plan.runtime));
-  section(out, "the launch would be refused", refusalText(plan));
+  section(out, "warnings", failureText(warningsOf(plan)));
+  section(out, "the launch would be refused", failureText(plan.refusals));
   out.flush();
 }
 

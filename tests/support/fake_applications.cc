@@ -49,6 +49,10 @@ bool matches(const FakeApplication& application, const app_info_metadata_filter_
                      [&](const auto& condition) { return holds(application, condition); });
 }
 
+bool storesHandle(const char* function, int failure) {
+  return failure == 0 || platform().handlesOfFailures.contains(function);
+}
+
 // Calls the callback with a handle that the service owns.
 bool show(const FakeApplication& application, app_info_filter_cb cb, void* user_data) {
   Handle handle{application.id, {}};
@@ -61,11 +65,13 @@ extern "C" {
 
 int app_info_create(const char* app_id, app_info_h* handle) {
   const int failure = record(__func__, {textOf(app_id)});
-  if (failure != 0 || app_id == nullptr || findApplication(app_id) == nullptr) {
-    return failWithGarbage(failure != 0 ? failure : kFailed, handle);
+  if (app_id == nullptr || findApplication(app_id) == nullptr) {
+    return failure != 0 ? failure : kFailed;
   }
-  *handle = reinterpret_cast<app_info_h>(openHandle(app_id));
-  return 0;
+  if (storesHandle(__func__, failure)) {
+    *handle = reinterpret_cast<app_info_h>(openHandle(app_id));
+  }
+  return failure;
 }
 
 int app_info_destroy(app_info_h handle) {
@@ -100,12 +106,11 @@ int app_info_foreach_metadata(app_info_h handle, app_info_metadata_cb cb, void* 
 
 int app_info_metadata_filter_create(app_info_metadata_filter_h* handle) {
   const int failure = record(__func__, {});
-  if (failure != 0) {
-    return failWithGarbage(failure, handle);
+  if (storesHandle(__func__, failure)) {
+    *handle = new app_info_metadata_filter_s;
+    platform().openHandles.insert(kFilterId);
   }
-  *handle = new app_info_metadata_filter_s;
-  platform().openHandles.insert(kFilterId);
-  return 0;
+  return failure;
 }
 
 int app_info_metadata_filter_destroy(app_info_metadata_filter_h handle) {

@@ -82,9 +82,13 @@ struct RecordingPlatform {
   std::map<std::string, std::string> linkLabels;  // labels of symbolic links
   std::map<std::string, int> failures;            // function name to the result it returns instead;
                                         // "PR_SET_NAME" for that option of prctl. A handle
-                                        // or string that fails to be returned is garbage
-  std::set<std::string> nullHandles;  // functions that succeed with a null handle;
-                                      // package_info_create knows it
+                                        // or string that fails to be returned is garbage,
+                                        // except as the next line says
+  std::set<std::string> handlesOfFailures;  // functions that return a handle although they fail;
+                                            // app_info_create and app_info_metadata_filter_create
+                                            // know it. Otherwise those two store none
+  std::set<std::string> nullHandles;        // functions that succeed with a null handle;
+                                            // package_info_create knows it
 
   // Also prints each log record to standard error as "PRIORITY TAG TEXT", for tests that match the
   // output of a child process (EXPECT_EXIT).

@@ -1,7 +1,5 @@
 #include <boost/filesystem/directory.hpp>
 
-#include <cerrno>
-
 #include "util/log/log.h"
 #include "util/zq_utils/file_copy.h"
 #include "util/zq_utils/file_status.h"
@@ -45,17 +43,11 @@ bool prepareNew(const fs::path& from, const fs::path& to, FSFlag flags) {
   return true;
 }
 
-// Returns true if `target` is a symbolic link that a merge keeps. Throws filesystem_error for any
-// other link, because the copy would go on wherever the link leads.
-bool keepsLink(const fs::path& target, FSFlag flags) {
-  if (!fs::is_symlink(fs::symlink_status(target))) {
-    return false;
-  }
-  if (hasAny(flags, kMerge) && pathExists(target)) {
-    return true;
-  }
-  throw fs::filesystem_error("copyDir", target,
-                             error_code(ELOOP, boost::system::system_category()));
+// Returns true if `target` is a symbolic link that a merge keeps.
+bool isKeptLink(const fs::path& target, FSFlag flags) {
+  error_code error;
+  return hasAny(flags, kMerge) && pathExists(target) &&
+         fs::is_symlink(fs::symlink_status(target, error));
 }
 
 // Copies the link itself. In a merge, an existing link or file is kept.
@@ -96,7 +88,7 @@ void copyOneFile(const fs::path& file, const fs::path& target, FSFlag flags) {
     return;
   }
   const bool commit = hasAny(flags, FS_COMMIT_COPY_FILE);
-  if (!commit && keepsLink(target, flags)) {
+  if (!commit && isKeptLink(target, flags)) {
     return;
   }
   const fs::path copy =
@@ -116,7 +108,7 @@ bool copyEntry(const fs::directory_entry& entry, const fs::path& to, FSFlag flag
     return copyLink(entry.path(), target, flags);
   }
   if (fs::is_directory(entry.status())) {
-    return keepsLink(target, flags) || copyDir(entry.path(), target, flags);
+    return isKeptLink(target, flags) || copyDir(entry.path(), target, flags);
   }
   copyOneFile(entry.path(), target, flags);
   return true;

@@ -26,16 +26,17 @@ class Descriptor {
   int get() const { return descriptor_; }
 
   // Returns a path that leads to the open file itself, even if the file's name now leads to another
-  // file (proc(5)). For functions that need a path, such as chmod(2) of a file opened with O_PATH.
+  // file (proc(5)), or nowhere if no file is open.
   std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
 
   // Returns true if the open file belongs to the user of this process, has no other name, and is
   // not a symbolic link. Then no other user has created it, or put a link to it into a directory
-  // that every user can write to.
+  // that every user can write to. A directory always has one name, although its link count includes
+  // its subdirectories.
   bool isOwnFile() const {
     struct stat status {};
     return fstat(descriptor_, &status) == 0 && !S_ISLNK(status.st_mode) &&
-           status.st_uid == geteuid() && status.st_nlink == 1;
+           status.st_uid == geteuid() && (S_ISDIR(status.st_mode) || status.st_nlink == 1);
   }
 
   // read(2) and write(2), repeated if a signal interrupts them.

@@ -43,10 +43,12 @@ bool createDir(const boost::filesystem::path& path);
 // Copies a directory tree: directories, regular files, and symbolic links as links. On failure, the
 // part that was already copied remains.
 //
-// `to` itself may be a link to a directory. Inside `to` the copy follows no link. With one of the
-// FS_MERGE flags, it keeps a link that leads to an existing file or directory, and skips the entry.
-// Otherwise a link in the place of an entry is a failure, except that FS_COMMIT_COPY_FILE replaces
-// a link in the place of a file, unless FS_MERGE_SKIP keeps it.
+// `to` itself may be a link to a directory. Inside `to` the copy follows no link, also if it leads
+// to another part of `to`. With one of the FS_MERGE flags, it keeps a link that leads to an
+// existing file or directory, and skips the entry; a directory of `from` is then skipped with its
+// content. Otherwise a link in the place of an entry is a failure, and so is a dangling link in a
+// merge, except that FS_COMMIT_COPY_FILE replaces a link in the place of a file, unless
+// FS_MERGE_SKIP keeps it.
 //
 // It also fails if it has to copy a FIFO, socket or device, or to write to one. It does not wait
 // for another process.

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "data_paths.h"
+#include "workstation/packages.h"
 
 namespace quillon::workstation {
 namespace {

@@ -12,6 +12,7 @@
 #include "path_failure.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
+#include "workstation/packages.h"
 
 namespace quillon::workstation {
 namespace {

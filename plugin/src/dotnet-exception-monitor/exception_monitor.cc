@@ -6,6 +6,8 @@
 
 namespace {
 
+using fault_handler::onSigsegvForException;
+
 bool isMonitor(const struct sigaction& action) {
   return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == onSigsegvForException;
 }

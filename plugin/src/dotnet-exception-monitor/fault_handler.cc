@@ -20,10 +20,9 @@ namespace {
 
 constexpr std::size_t kReportSize = 100;
 
-// An id that was assigned to g_appID without _SetAppInfo is not published.
 const char* appId() {
   const char* const published = publishedAppId();
-  return *published != '\0' ? published : g_appID.c_str();
+  return published != nullptr ? published : g_appID.c_str();
 }
 
 void sendReport() {
@@ -62,7 +61,7 @@ void callPreviousHandler(int sig, siginfo_t* info, void* context) {
 
 }  // namespace
 
-void onSigsegvForException(int sig, siginfo_t* info, void* context) {
+void fault_handler::onSigsegvForException(int sig, siginfo_t* info, void* context) {
   const int error = errno;
   sendMessageToDlogError("onSigsegvForException!!\n");
   countFault();

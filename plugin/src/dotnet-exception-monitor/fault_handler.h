@@ -6,4 +6,8 @@
 
 #include <csignal>
 
+namespace fault_handler {
+
 void onSigsegvForException(int sig, siginfo_t* info, void* context);
+
+}  // namespace fault_handler

@@ -5,6 +5,7 @@
 #include <link.h>
 #include <openssl/opensslv.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -17,21 +18,37 @@ namespace {
 #define QUILLON_FILE_OF(version) "libcrypto.so." QUILLON_TEXT_OF(version)
 constexpr char kFile[] = QUILLON_FILE_OF(OPENSSL_SHLIB_VERSION);
 
+bool isDefined(const char* symbol) { return dlsym(RTLD_DEFAULT, symbol) != nullptr; }
+
+// Whether the launcher was compiled with a sanitizer. Tested when the plug-in is loaded, before an
+// application can define these symbols.
+const bool isSanitized = isDefined("__asan_init") || isDefined("__tsan_init");
+
 // Without RTLD_DEEPBIND, a library with the same functions in the global scope, such as one that
 // the program is linked with, would replace the functions that libcrypto calls in itself. The
-// sanitizers do not support that flag.
-#ifdef QUILLON_SANITIZED
-constexpr int kMode = RTLD_NOW | RTLD_LOCAL;
-#else
-constexpr int kMode = RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND;
-#endif
+// sanitizers end a process that uses the flag.
+int openMode() { return RTLD_NOW | RTLD_LOCAL | (isSanitized ? 0 : RTLD_DEEPBIND); }
 
-// Returns the path of the system's libcrypto. A path with a slash makes dlopen(3) ignore
-// LD_LIBRARY_PATH and compare files, not names, with the loaded libraries.
+// Returns the folder of the library that defines `function`, or an empty string.
+std::string folderOf(const void* function) {
+  Dl_info library{};
+  return dladdr(function, &library) != 0 ? getBaseName(library.dli_fname) : std::string();
+}
+
+// Returns the path of the system's libcrypto: in the folder of the C library, in the folder of the
+// same name in /usr, or in the folder of the plug-in. Whoever can write to these folders does not
+// need a false libcrypto. A path with a slash makes dlopen(3) ignore LD_LIBRARY_PATH and compare
+// files, not names, with the loaded libraries.
 std::string systemLibrary() {
-  Dl_info libc{};
-  dladdr(reinterpret_cast<void*>(gnu_get_libc_version), &libc);
-  return concatPath(getBaseName(libc.dli_fname), kFile);
+  const std::string system = folderOf(reinterpret_cast<void*>(gnu_get_libc_version));
+  const std::string own = folderOf(reinterpret_cast<void*>(loadCryptoLibrary));
+  for (const std::string& folder : {system, "/usr" + system, own}) {
+    std::string path = concatPath(folder, kFile);
+    if (startWith(folder, "/") && access(path.c_str(), F_OK) == 0) {
+      return path;
+    }
+  }
+  return concatPath(system, kFile);
 }
 
 bool isSameFile(const char* left, const char* right) {
@@ -73,7 +90,7 @@ bool findAll(void* library, CryptoLibrary& crypto) {
 
 std::optional<CryptoLibrary> loadCryptoLibrary() {
   const std::string path = systemLibrary();
-  void* const library = dlopen(path.c_str(), kMode);
+  void* const library = dlopen(path.c_str(), openMode());
   if (library != nullptr && !isLoadedFrom(library, path)) {
     QLOG_ERROR_OF("verify_signature",
                   "Failed to load the crypto library: another library has the name %s",

@@ -26,7 +26,8 @@ struct CryptoLibrary {
 };
 
 // Loads the system's library, of the version that the plug-in was built for: the one in the folder
-// of the C library. A library of the same name that an application has loaded, linked, or named in
-// LD_LIBRARY_PATH is not used. The library stays loaded. Returns nullopt, after an error line, if
-// the system's library or one of the functions is missing.
+// of the C library, else in the folder of that name in /usr, else in the folder of the plug-in. A
+// library of the same name that an application has loaded, linked, or named in LD_LIBRARY_PATH is
+// not used. The library stays loaded. Returns nullopt, after an error line, if the system's library
+// or one of the functions is missing.
 std::optional<CryptoLibrary> loadCryptoLibrary();

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -20,7 +21,7 @@ constexpr char kRequestPipe[] = QUILLON_DLL_REQUEST_PIPE;
 constexpr char kAnswerPipe[] = QUILLON_DLL_ANSWER_PIPE;
 constexpr char kAnyLabel[] = "*";
 constexpr mode_t kCreateMode = 0644;
-constexpr mode_t kOpenMode = 0666;  // chmod(2) ignores the umask
+constexpr mode_t kOpenMode = 0666;  // fchmod(2) ignores the umask
 constexpr int kAnswerLines = 10;
 constexpr std::size_t kTextSize = 1024;  // terminator included
 
@@ -80,12 +81,16 @@ void createPipe(const char* path) {
   if (mkfifo(path, kCreateMode) != 0) {
     QLOG_ERROR_OF("create_pipe_server", "mkfifo failed");
   }
-  const Descriptor pipe(open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  if (pipe.isOpen() && !pipe.isOwnFile()) {
+  // With O_NONBLOCK, opening a FIFO does not wait for a writer (fifo(7)).
+  const Descriptor pipe(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+  const bool isLink = !pipe.isOpen() && errno == ELOOP;
+  if (isLink || (pipe.isOpen() && !pipe.isOwnFile())) {
     return;
   }
-  setSmack(path, kAnyLabel);
-  if (chmod(pipe.path().c_str(), kOpenMode) != 0) {
+  // If the file could not be opened, `path` can lead to another file by now; pipe.path() leads
+  // nowhere, so that the call fails.
+  setSmack(pipe.isOpen() ? path : pipe.path(), kAnyLabel);
+  if (fchmod(pipe.get(), kOpenMode) != 0) {
     QLOG_ERROR_OF("create_pipe_server", "chmod failed.");
   }
 }
@@ -163,8 +168,6 @@ void create_pipe_client(const char* message) {
   if (static_cast<ssize_t>(answer.size()) > fcntl(pipe.get(), F_GETPIPE_SZ)) {
     fcntl(pipe.get(), F_SETFL, O_NONBLOCK);
   }
-  if (!pipe.writeAll(answer.data(), answer.size())) {
-    QLOG_ERROR("write error : %s", kAnswerPipe);
-  }
+  pipe.writeAll(answer.data(), answer.size());
   QLOG_INFO("Send message : %s", text.c_str());
 }

@@ -95,9 +95,9 @@ const char* reasonToEndQuietly() {
 
 }  // namespace
 
-void sigtermHandler(int) { endQuietly("Sigterm Handler", Deadline(kMaxWait)); }
+void crash_handlers::sigtermHandler(int) { endQuietly("Sigterm Handler", Deadline(kMaxWait)); }
 
-void onSigabrt(int sig) {
+void crash_handlers::onSigabrt(int sig) {
   const Deadline deadline(kMaxWait);
   waitForFlags(deadline);
   sendMessageToDlogError("<<< onSigabrt >>>");
@@ -111,7 +111,7 @@ void onSigabrt(int sig) {
   raise(sig);
 }
 
-void onSigsegv(int sig) {
+void crash_handlers::onSigsegv(int sig) {
   if (!bFirstSigSegv) {
     _exit(0);
   }
@@ -123,7 +123,7 @@ void onSigsegv(int sig) {
   raise(sig);
 }
 
-void onSigtrap(int sig) {
+void crash_handlers::onSigtrap(int sig) {
   if (!bFirstSigTrap) {
     _exit(0);
   }

@@ -4,7 +4,11 @@
 // needs a function that is not async-signal-safe, such as one that writes to the platform log.
 #pragma once
 
+namespace crash_handlers {
+
 void sigtermHandler(int sig);
 void onSigabrt(int sig);
 void onSigsegv(int sig);
 void onSigtrap(int sig);
+
+}  // namespace crash_handlers

@@ -15,10 +15,10 @@ void fill(struct sigaction& action, void (*handler)(int)) {
 
 int registerSignalHandler() {
   QLOG_DEBUG("Register signal handler");
-  signal(SIGTERM, sigtermHandler);
-  fill(sig_abrt_new, onSigabrt);
-  fill(sig_segv_new, onSigsegv);
-  fill(sig_trap_new, onSigtrap);
+  signal(SIGTERM, crash_handlers::sigtermHandler);
+  fill(sig_abrt_new, crash_handlers::onSigabrt);
+  fill(sig_segv_new, crash_handlers::onSigsegv);
+  fill(sig_trap_new, crash_handlers::onSigtrap);
   if (sigaction(SIGABRT, &sig_abrt_new, &sig_abrt_old) < 0) {
     QLOG_ERROR("Fail to sigaction(SIGABRT, &sig_abrt_new, &sig_abrt_old)");
   }

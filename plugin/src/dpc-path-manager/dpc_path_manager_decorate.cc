@@ -89,9 +89,7 @@ std::string DpcPathManagerDecorate::GetDpcList(const string& appId) {
   QLOG_SCOPE();
   std::string packages;
   app_info_h application = nullptr;
-  if (app_info_create(appId.c_str(), &application) != 0) {
-    application = nullptr;  // a call that fails may leave any value in it
-  }
+  app_info_create(appId.c_str(), &application);
   app_info_foreach_metadata(application, dpc_metadata_cb, &packages);
   app_info_destroy(application);
   return packages;

@@ -37,9 +37,9 @@ void _SetAppInfo(const std::string& appId, const std::string& execPath) {
   QLOG_INFO("### plugin set app info called ###");
   QLOG_INFO("### App ID : %s ###", appId.c_str());
   QLOG_INFO("### execPath : %s ###", execPath.c_str());
-  // First, so that a fault during the assignment finds the published id.
-  publishAppId(appId.c_str());
+  publishAppId(appId.c_str());  // for a fault during the assignment
   g_appID = appId;
+  withdrawAppId();
   notifyLaunchBoost(appId, getpid());
   checkExecRunable(execPath);
   g_execPath = execPath;

@@ -7,7 +7,7 @@
 #include "platform/package_info.h"
 
 // The application id. Set by _SetAppInfo. Never destroyed, because threads can outlive main. Signal
-// handlers must use publishedAppId.
+// handlers must use publishedAppId while it is being assigned.
 extern std::string g_appID;
 
 // The executable path as the launcher passed it. Set after the path was found to be allowed.

@@ -45,9 +45,7 @@ bool GetCoBAAppInfoCB(app_info_h handle, void*) {
 std::string GetCoBASharedDirsInApp() {
   QLOG_SCOPE();
   app_info_metadata_filter_h filter = nullptr;
-  if (app_info_metadata_filter_create(&filter) != 0) {
-    filter = nullptr;  // a call that fails may leave any value in it
-  }
+  app_info_metadata_filter_create(&filter);
   app_info_metadata_filter_add(filter, kExternalComponentKey, nullptr);
   app_info_metadata_filter_foreach(filter, GetCoBAAppInfoCB, nullptr);
   if (filter != nullptr) {

@@ -1,11 +1,7 @@
 #include "quillon/host/plugin/plugin_calls.h"
 
 #include <exception>
-#include <string_view>
 
-#include "device_names.h"
-#include "device_paths.h"
-#include "quillon/base/files.h"
 #include "quillon/base/trace_span.h"
 #include "quillon/host/plugin/boost_listener.h"
 #include "quillon/host/plugin/captured_output.h"
@@ -16,9 +12,6 @@
 namespace quillon::host {
 namespace {
 
-constexpr std::string_view kCacheStart = device_names::kCacheStartMarker;
-constexpr std::string_view kCacheEnd = device_names::kCacheEndMarker;
-constexpr std::size_t kMaxCacheSize = std::size_t{64} << 20;
 constexpr char kUnknownType[] = "Wrong parameter";
 constexpr int kManagedAssembly = 0;  // the plug-in only logs it
 
@@ -46,7 +39,7 @@ Expected<void> PluginCalls::initialize() const {
     return {};
   }
   return fail(kUsage, {"the plug-in does not know the application type '" + target_->type + "'",
-                       "name one that it does, such as --type inhouse"});
+                       "name one of inhouse, inhouseapitest, dotnet and normal"});
 }
 
 Expected<PluginLists> PluginCalls::lists() const try {
@@ -94,15 +87,5 @@ void PluginCalls::beforeExecute() const {
 }
 
 void PluginCalls::finalize() const { traced(LaunchCall::kFinalize, library_.finalize); }
-
-std::string cachedTpa() {
-  const std::string content = readWholeFile(device_paths::kTpaCache, kMaxCacheSize).value_or("");
-  const bool isComplete = content.size() >= kCacheStart.size() + kCacheEnd.size() &&
-                          content.starts_with(kCacheStart) && content.ends_with(kCacheEnd);
-  if (!isComplete) {
-    return {};
-  }
-  return content.substr(kCacheStart.size(), content.size() - kCacheStart.size() - kCacheEnd.size());
-}
 
 }  // namespace quillon::host

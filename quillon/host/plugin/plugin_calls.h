@@ -46,8 +46,4 @@ class PluginCalls {
   const LaunchTarget* target_ = nullptr;
 };
 
-// The payload of the plug-in's cached list of trusted assemblies. Empty if there is no complete
-// one.
-std::string cachedTpa();
-
 }  // namespace quillon::host

@@ -41,9 +41,10 @@ std::filesystem::path managedAssembly(const std::filesystem::path& plugin) {
 }
 
 Expected<void> ManagedSide::bind(const host::Runtime& runtime) {
-  return findMethod(runtime, "WarmUp", warmUp_).and_then([&] {
-    return findMethod(runtime, "Assign", assign_);
-  });
+  RETURN_IF_FAILED(findMethod(runtime, "WarmUp", warmUp_));
+  RETURN_IF_FAILED(findMethod(runtime, "BeginRehearsal", beginRehearsal_));
+  RETURN_IF_FAILED(findMethod(runtime, "AwaitRehearsal", awaitRehearsal_));
+  return findMethod(runtime, "Assign", assign_);
 }
 
 // The warm-up leaves nothing behind: the application's properties replace these, and the variable

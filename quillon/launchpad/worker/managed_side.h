@@ -22,6 +22,11 @@ class ManagedSide {
   // environment.
   void warmUp(const host::RuntimeProperties& properties) const;
 
+  // Waits until the assembly's Main runs on another thread, which never returns from it. Call
+  // beginRehearsal() before that thread begins, on the thread that will run the application.
+  void beginRehearsal() const { beginRehearsal_(); }
+  void awaitRehearsal() const { awaitRehearsal_(); }
+
   // Sets the properties of AppContext and the variables of the runtime's copy of the environment to
   // the values that they have in a direct launch. Returns false if the runtime refuses.
   [[nodiscard]] bool assign(const host::RuntimeProperties& properties,
@@ -29,6 +34,8 @@ class ManagedSide {
 
  private:
   void (*warmUp_)() = nullptr;
+  void (*beginRehearsal_)() = nullptr;
+  void (*awaitRehearsal_)() = nullptr;
   int (*assign_)(const char* properties, const char* variables) = nullptr;
 };
 

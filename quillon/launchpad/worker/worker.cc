@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <thread>
 
 #include "device_paths.h"
 #include "quillon/base/terminal.h"
@@ -35,9 +36,9 @@ Expected<host::Runtime> loadRuntime() {
   return host::Runtime::load(device_paths::kNetcoreapp);
 }
 
-// Whether Main can run once in advance without an effect on the application. Before .NET 10, the
+// Whether a Main can run in advance without an effect on the application. Before .NET 10, the
 // runtime creates an event source for each run. Startup hooks must run in the launch only.
-bool canRunAhead(const host::RuntimeProperties& properties) {
+bool canRehearse(const host::RuntimeProperties& properties) {
   constexpr char kMinVersion[] = "10.0.0";
   const std::string version = host::frameworkVersionOf(device_paths::kNetcoreapp);
   return !version.empty() && host::serves(version, kMinVersion) &&
@@ -92,7 +93,7 @@ class Worker {
   Expected<void> initializePlugin();
   Expected<void> startRuntime();
   Expected<void> warmUpRuntime();
-  Expected<void> runAhead();
+  void rehearse();
   Expected<void> awaitAssignment();
   Expected<void> takeOver();
   Expected<void> takeOverDescriptors(HandOver& handOver);
@@ -109,7 +110,7 @@ class Worker {
   StdioPlaceholders stdio_;
   Placeholders folders_;
   std::optional<host::Runtime> runtime_;
-  bool runsAhead_ = false;
+  bool rehearses_ = false;
   ManagedSide managed_;
   EnvironmentChanges changes_;  // made by the preparation
   // The environment of the runtime's start and that of the warm-up. The runtime has copied each of
@@ -176,7 +177,7 @@ Expected<void> Worker::startRuntime() {
   runtime_ = std::move(*runtime);
   const auto plan = host::planPrepared(folders_.paths(), lists_, key_.settings,
                                        managedAssembly(config_.plugin).string());
-  runsAhead_ = canRunAhead(plan.properties);
+  rehearses_ = canRehearse(plan.properties);
   const host::ScopedJitThreadKeepAlive lasting;
   variablesAtStart_ = currentVariables();
   const auto started = runtime_->start(config_.executable, "launchpad", plan.properties);
@@ -198,17 +199,23 @@ Expected<void> Worker::warmUpRuntime() {
   }
   variablesAtWarmUp_ = currentVariables();
   managed_.warmUp(host::propertiesOfApplication(target_, lists_));
-  return runsAhead_ ? runAhead() : Expected<void>();
-}
-
-// Runs an empty Main, so that the runtime's path to Main is compiled. The application's run
-// replaces what this one sets: entry assembly, command line and exit status.
-Expected<void> Worker::runAhead() {
-  const auto ended = runtime_->execute(managedAssembly(config_.plugin).string(), {});
-  if (!ended) {
-    return fail(kRuntimeFailed, ended.error());
+  if (rehearses_) {
+    rehearse();
   }
   return {};
+}
+
+// Runs a Main that does nothing, so that the runtime's path to Main is compiled. The application's
+// run replaces what this one sets: entry assembly, command line and exit status. The thread stays
+// in that Main until the process ends.
+void Worker::rehearse() {
+  managed_.beginRehearsal();
+  std::thread([runtime = *runtime_, assembly = managedAssembly(config_.plugin).string()]() mutable {
+    const auto ended = runtime.execute(assembly, {});
+    tell(ended ? Failure{"the rehearsal of a launch has ended", {}} : ended.error());
+    _exit(kRuntimeFailed);
+  }).detach();
+  managed_.awaitRehearsal();
 }
 
 Expected<void> Worker::awaitAssignment() {

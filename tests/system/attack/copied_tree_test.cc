@@ -138,10 +138,24 @@ TEST_F(CopiedTree, AMergeKeepsALinkInThePlaceOfAFile) {
 TEST_F(CopiedTree, ADanglingLinkInThePlaceOfAFileStaysAndIsAFailure) {
   makeFile("from/file", "new");
   makeLink("to/file", "nowhere");
+  EXPECT_FALSE(copy(FS_MERGE_SKIP));
+  expectOneFailure("File exists");
+  platform().reset();
+  EXPECT_FALSE(copy(FS_MERGE_OVERWRITE));
+  expectOneFailure("Too many levels of symbolic links");
+  EXPECT_EQ(std::filesystem::read_symlink(at("to/file")), "nowhere");
+}
+
+TEST_F(CopiedTree, ADanglingLinkInThePlaceOfADirectoryStaysAndIsAFailure) {
+  makeFile("from/nested/file", "new");
+  makeLink("to/nested", "nowhere");
   for (const FSFlag flags : {FS_MERGE_SKIP, FS_MERGE_OVERWRITE}) {
     EXPECT_FALSE(copy(flags)) << flags;
-    expectOneFailure("Too many levels of symbolic links");
-    EXPECT_EQ(std::filesystem::read_symlink(at("to/file")), "nowhere") << flags;
+    EXPECT_THAT(
+        platform().linesOfOperations(),
+        ElementsAre("6 createDir: Failed to create directory: " + at("to/nested"),
+                    "6 copyDir: Unable to create destination directory " + at("to/nested")));
+    EXPECT_EQ(std::filesystem::read_symlink(at("to/nested")), "nowhere") << flags;
     platform().reset();
   }
 }
@@ -177,12 +191,16 @@ TEST_F(CopiedTree, ADirectoryIsNeverCopiedThroughALink) {
 
 TEST_F(CopiedTree, AMergeKeepsALinkInThePlaceOfADirectory) {
   makeFile("from/nested/file", "new");
-  makeDirectory("outside");
-  makeLink("to/nested", at("outside"));
-  EXPECT_TRUE(copy(FS_MERGE_SKIP));
-  EXPECT_TRUE(copy(FS_MERGE_OVERWRITE));
-  EXPECT_THAT(platform().lines(), IsEmpty());
-  EXPECT_EQ(std::filesystem::read_symlink(at("to/nested")), at("outside"));
+  for (const std::string target : {"outside", "to/inside"}) {
+    makeDirectory(target);
+    makeLink("to/nested", at(target));
+    EXPECT_TRUE(copy(FS_MERGE_SKIP));
+    EXPECT_TRUE(copy(FS_MERGE_OVERWRITE));
+    EXPECT_THAT(platform().lines(), IsEmpty());
+    EXPECT_EQ(std::filesystem::read_symlink(at("to/nested")), at(target));
+    EXPECT_FALSE(isThere(at(target + "/file")));
+    std::filesystem::remove_all(at("to"));
+  }
 }
 
 // The caller names the destination.

@@ -68,6 +68,47 @@ TEST_F(CryptoLibraryAttack, ALibraryOnTheSearchPathIsNotTheVerifier) {
   unsetenv("LD_LIBRARY_PATH");
 }
 
+// A device on which no libcrypto is in the folder of the C library.
+class SeparateCLibrary : public CryptoLibraryAttack {
+ protected:
+  void SetUp() override {
+    CryptoLibraryAttack::SetUp();
+    if (IsSkipped() || HasFatalFailure()) {
+      return;
+    }
+    Dl_info libc{};
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(gnu_get_libc_version), &libc), 0);
+    const fs::path system = libc.dli_fname;
+    put("/opt/usr/libc/libc.so.6", test::read(system));
+    put("/opt/usr/plugin/plugin.so", test::read(plugin_));
+    plugin_ = "/opt/usr/plugin/plugin.so";
+    crypto_ = fs::path(QUILLON_YES_CRYPTO).filename();
+    realCrypto_ = test::read(system.parent_path() / crypto_);
+    setenv("LD_LIBRARY_PATH", ("/opt/usr/libc:" + yesFolder()).c_str(), 1);
+  }
+  void TearDown() override {
+    unsetenv("LD_LIBRARY_PATH");
+    CryptoLibraryAttack::TearDown();
+  }
+  static std::string yesFolder() { return fs::path(QUILLON_YES_CRYPTO).parent_path(); }
+
+  std::string crypto_;      // the file name of libcrypto
+  std::string realCrypto_;  // the content of the system's one
+};
+
+TEST_F(SeparateCLibrary, TheOneBesideThePluginIsTheVerifier) {
+  put("/opt/usr/plugin/" + crypto_, realCrypto_);
+  expectVerifiedAfter({"load=" QUILLON_YES_CRYPTO});
+}
+
+TEST_F(SeparateCLibrary, NoOtherOneIsTheVerifier) {
+  const DriverRun checked = run({"load=" QUILLON_YES_CRYPTO, kCheck});
+  EXPECT_EQ(checked.result("load"), true);
+  EXPECT_EQ(checked.result("check_signature"), false);
+  EXPECT_THAT(checked.lines(),
+              ElementsAre(HasSubstr("6 Failed to load the crypto library: "), kRefused));
+}
+
 // dlopen(3) returns a loaded library if its name is equal to the path.
 TEST_F(CryptoLibraryAttack, ALibraryNamedAsTheSystemsPathIsRefused) {
   Dl_info libc{};

@@ -116,7 +116,7 @@ TEST_F(DamagedPackage, WithASparseAssemblyFailsAlone) {
 
 TEST_F(DamagedPackage, ForWhoseSettingsMemoryIsMissingIsLaunchedDirectly) {
   if (isSanitized()) {
-    QUILLON_SKIP("the address sanitizer reserves more memory than the limit allows");
+    GTEST_SKIP() << "the address sanitizer reserves more memory than the limit allows";
   }
   start(1);
   write(config(), configWith('"' + std::string(1'000'000, 'x') + '"'));

@@ -244,5 +244,12 @@ TEST_F(DebuggerPipes, ALabelIsSetOnAFileOfOurOwn) {
   EXPECT_THAT(platform().labels, ElementsAre(::testing::Pair(path(), "*")));
 }
 
+TEST_F(DebuggerPipes, ALabelIsSetOnADirectoryOfOurOwn) {
+  fs::create_directories(path() + "/folder");
+  handleDebugPipe();
+  EXPECT_THAT(platform().labels, ElementsAre(::testing::Pair(path(), "*")));
+  fs::remove_all(path());
+}
+
 }  // namespace
 }  // namespace quillon::test

@@ -100,7 +100,10 @@ TEST_F(ConfigCommandTest, NamesAMissingDeviceRoot) {
 TEST_F(ConfigCommandTest, RefusesUnknownArguments) {
   const Finished usage = quillon({"config", "get"});
   EXPECT_EQ(usage.status, 100);
-  EXPECT_EQ(usage.err, "quillon: KEY is required; see quillon --help\n");
+  EXPECT_EQ(usage.err,
+            "quillon: KEY is required: key, for example db/dotnet/velora_api_path; see quillon "
+            "config get "
+            "--help\n");
   EXPECT_EQ(quillon({"frobnicate"}).status, 100);
   EXPECT_EQ(quillon({}).status, 100);
   EXPECT_EQ(quillon({"--help"}).status, 0);

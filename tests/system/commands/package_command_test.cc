@@ -66,6 +66,15 @@ TEST_F(PackageCommandTest, AMistakeIsReportedInOneLineWithItsPosition) {
   EXPECT_EQ(quillon({"package", "list"}).out, "no packages are installed\n");
 }
 
+TEST_F(PackageCommandTest, WorksInTheDeviceRootOfTheOption) {
+  const std::string other = (folder() / "other").string();
+  ASSERT_EQ(quillon({"device", "init", other, "--framework", "none"}).status, 0);
+  writeFile((folder() / "manifests/out/c.dll").string(), "");
+  ASSERT_EQ(quillon({"package", "install", manifest("out")}).status, 0);
+  EXPECT_EQ(quillon({"package", "remove", "--device", other, "clock"}).status, 104);
+  EXPECT_TRUE(std::filesystem::exists(device() + "/opt/usr/apps/clock/c.dll"));
+}
+
 TEST_F(PackageCommandTest, NamesAPackageThatIsNotInstalled) {
   const Finished refused = quillon({"package", "remove", "clock"});
   EXPECT_EQ(refused.status, 104);

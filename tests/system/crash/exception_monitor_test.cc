@@ -50,13 +50,14 @@ class ExceptionMonitor : public PlatformTest {
     pStdErr[1] = pipe_[1];
     signals() = {};
     signals().now = kStart;
-    publishAppId("org.example.app");
+    g_appID = "org.example.app";
     exception_count = 0;
     sig_segv_for_exception_old = {};
     handled = 0;
     ::signal(SIGSEGV, handler);
   }
   void TearDown() override {
+    g_appID.clear();
     signals() = {};
     pStdErr[1] = -1;
     close(pipe_[0]);
@@ -189,21 +190,29 @@ TEST_F(ExceptionMonitor, ANegativePeriodIsAlwaysOver) {
 
 TEST_F(ExceptionMonitor, ALongReportIsCut) {
   const std::string id(64, 'i');
-  publishAppId(id.c_str());
+  g_appID = id;
   enable_exception_monitor(10, 1);
   const std::string whole = "[" + id + "] Exception Limit exceed!!! (1 / 1";
   ASSERT_EQ(whole.size(), 99U);
   EXPECT_EQ(faultNow(), kSeen + whole);
-  publishAppId(std::string(5000, 'i').c_str());
+  g_appID = std::string(5000, 'i');
   EXPECT_EQ(faultNow(), kSeen + "[" + std::string(98, 'i'));
 }
 
-TEST_F(ExceptionMonitor, ReportsAnIdThatWasOnlyAssigned) {
-  publishAppId("");
-  g_appID = "org.example.assigned";
+TEST_F(ExceptionMonitor, ReportsTheIdOfTheFault) {
+  KestrelConnectionTryCnt = 0;  // no notice
+  _SetAppInfo("org.example.first", "/usr/bin/env");
+  g_appID = "org.example.second";
   enable_exception_monitor(10, 1);
-  EXPECT_EQ(faultNow(), kSeen + "[org.example.assigned] Exception Limit exceed!!! (1 / 1)\n");
-  g_appID.clear();
+  EXPECT_EQ(faultNow(), kSeen + "[org.example.second] Exception Limit exceed!!! (1 / 1)\n");
+}
+
+// A fault during the assignment of g_appID.
+TEST_F(ExceptionMonitor, ReportsAPublishedIdInsteadOfTheAssignedOne) {
+  publishAppId("org.example.published");
+  enable_exception_monitor(10, 1);
+  EXPECT_EQ(faultNow(), kSeen + "[org.example.published] Exception Limit exceed!!! (1 / 1)\n");
+  withdrawAppId();
 }
 
 TEST_F(ExceptionMonitor, PassesOnWhatItGot) {

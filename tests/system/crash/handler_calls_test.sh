@@ -15,7 +15,7 @@ safe+='|sigaction|sigemptyset|signal|strlen|time|write|__errno_location|mem(cpy|
 # Functions of the plug-in. They are defined in the checked object files.
 own='waitForStderrReader|sendMessageToDlogError|itoaForSignalHandler|publishedAppId|isReadyToRun'
 own+='|ReaderProgress::runsConcurrently'
-# Data of the plug-in. g_appID is read only if no id was published: nothing assigns it then.
+# Data of the plug-in. g_appID is read only if no id is published: _SetAppInfo does not assign it then.
 own+='|g_appID\[abi:cxx11\]|checkOnTerminate|managedExceptionOccurred|memoryIssueOccurred|pStdErr|stderrProgress'
 compiler='_GLOBAL_OFFSET_TABLE_|_Unwind_Resume|__gxx_personality_v0|DW\.ref\..*|__stack_chk_fail'
 

@@ -56,7 +56,7 @@ int complain(const Failure& failure) {
 }
 
 // Runs in the child, inside the device root. Returns only on failure.
-int exec(const std::vector<std::string>& steps, const std::string& package,
+int exec(std::vector<std::string> command, const std::string& package,
          const std::vector<std::string>& manifests) {
   for (const std::string& manifest : manifests) {
     if (auto installed = workstation::installPackage(manifest); !installed) {
@@ -71,14 +71,12 @@ int exec(const std::vector<std::string>& steps, const std::string& package,
   setenv("QUILLON_LOG", (std::string("json:") + kLog).c_str(), 1);
   setenv("QUILLON_TRACE", kTrace, 1);
   std::vector<char*> arguments;
-  std::vector<std::string> texts = {QUILLON_DRIVER, QUILLON_PLUGIN};
-  texts.insert(texts.end(), steps.begin(), steps.end());
-  for (std::string& text : texts) {
+  for (std::string& text : command) {
     arguments.push_back(text.data());
   }
   arguments.push_back(nullptr);
-  execv(QUILLON_DRIVER, arguments.data());
-  std::cout << "cannot run " << QUILLON_DRIVER << std::endl;
+  execv(arguments[0], arguments.data());
+  std::cout << "cannot run " << command[0] << std::endl;
   return 100;
 }
 
@@ -184,7 +182,9 @@ DriverRun DeviceLaunch::run(const std::vector<std::string>& steps, const std::st
     if (auto entered = device::enter(root_, {.visible = {build}}); !entered) {
       return complain(entered.error());
     }
-    return exec(steps, package, manifests);
+    std::vector<std::string> command = {driver_, plugin_};
+    command.insert(command.end(), steps.begin(), steps.end());
+    return exec(command, package, manifests);
   });
   DriverRun result;
   result.status = outcome.status;

@@ -67,6 +67,10 @@ class DeviceLaunch : public DeviceRootTest {
   // Runs the driver inside, as a process of `package` if that is not empty.
   DriverRun run(const std::vector<std::string>& steps, const std::string& package = "");
 
+  // The driver and the plug-in of the launches, as they are called inside.
+  std::string driver_ = QUILLON_DRIVER;
+  std::string plugin_ = QUILLON_PLUGIN;
+
  private:
   std::vector<std::string> manifests_;
 };

@@ -333,6 +333,15 @@ TEST_F(PartnerDevice, AnAllocationFailureIsNeverASuccess) {
   EXPECT_EQ(checked.result("crypto_errors"), nlohmann::json::array());
 }
 
+#ifdef QUILLON_SANITIZED_LAUNCHER
+TEST_F(PartnerDevice, ALauncherWithASanitizerCanCheck) {
+  driver_ = QUILLON_SANITIZED_LAUNCHER;
+  const DriverRun checked = check();
+  EXPECT_EQ(checked.status, 0) << checked.output;
+  EXPECT_EQ(checked.result("check_signature"), true);
+}
+#endif
+
 TEST_F(PartnerDevice, APathOfMoreThan4095BytesIsTruncated) {
   constexpr std::size_t kLongest = 4095;
   constexpr char kNames[][15] = {"ZQPARTNERDLLRE", "ZQPARTNERDLLSI"};

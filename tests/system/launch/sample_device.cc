@@ -182,6 +182,20 @@ void LaunchTest::installClock(const std::string& manifest) {
   ASSERT_EQ(installed.status, 0) << installed.err;
 }
 
+fs::path sampleAssembly(const std::string& package, const std::string& name) {
+  return kBuild / "managed/packages" / package / "bin" / name;
+}
+
+std::vector<std::string> dotnetCommand(const fs::path& assembly,
+                                       const std::vector<std::string>& arguments) {
+  // DOTNET/shared/Microsoft.NETCore.App/VERSION
+  const fs::path framework = dotnet::findFramework()->directory;
+  std::vector<std::string> command = {
+      framework.parent_path().parent_path().parent_path() / "dotnet", assembly};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return command;
+}
+
 void RuntimeTest::SetUp() {
   LaunchTest::SetUp();
   if (IsSkipped() || HasFatalFailure()) {

@@ -69,6 +69,14 @@ class LaunchTest : public ::testing::Test {
   std::filesystem::path root_ = directory_.path() / "device";
 };
 
+// The assembly of a sample package in the build folder, such as "SampleClock.dll".
+std::filesystem::path sampleAssembly(const std::string& package, const std::string& name);
+
+// The command line that runs an assembly with the machine's dotnet, without any part of this
+// project.
+std::vector<std::string> dotnetCommand(const std::filesystem::path& assembly,
+                                       const std::vector<std::string>& arguments);
+
 // For launches of applications. Skips if there is no .NET runtime or the samples are not built.
 class RuntimeTest : public LaunchTest {
  protected:

@@ -86,6 +86,14 @@ TEST_F(CobaDirectories, AFilterThatWasNotMadeIsNotDestroyed) {
   }
 }
 
+TEST_F(CobaDirectories, IgnoresTheResultOfMakingTheFilter) {
+  platform().packages = {offering("p")};
+  platform().failures["app_info_metadata_filter_create"] = -1;
+  platform().handlesOfFailures = {"app_info_metadata_filter_create"};
+  EXPECT_EQ(GetCoBASharedDirsInApp(), ":/opt/usr/apps/p/shared/res/");
+  EXPECT_THAT(platform().openHandles, IsEmpty());
+}
+
 TEST_F(CobaDirectories, AFilterThatFailsIsAskedAllTheSame) {
   const std::string condition = std::string(kKey) + ", null)";
   platform().failures = {{"app_info_metadata_filter_create", -1}};

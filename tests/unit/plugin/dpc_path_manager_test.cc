@@ -145,6 +145,17 @@ TEST_F(DpcPathManager, NullsFromThePlatformRequireNothing) {
 
 TEST_F(DpcPathManager, AnUnknownApplicationRequiresNothing) {
   EXPECT_EQ(decorator_.GetDpcList("nobody"), "");
+  EXPECT_THAT(platform().calls,
+              ElementsAre("app_info_create(nobody)", "app_info_foreach_metadata(null)",
+                          "app_info_destroy(null)"));
+}
+
+TEST_F(DpcPathManager, IgnoresTheResultOfOpeningTheApplication) {
+  require(kKey, "pkgA");
+  platform().failures["app_info_create"] = -1;
+  platform().handlesOfFailures = {"app_info_create"};
+  EXPECT_EQ(decorator_.GetDpcList("app"), "pkgA");
+  EXPECT_THAT(platform().openHandles, IsEmpty());
 }
 
 TEST_F(DpcPathManager, MapsNothingWithoutPlaceholders) {

@@ -20,6 +20,8 @@
 
 namespace quillon::workstation {
 
+inline constexpr char kRegistryPath[] = "/opt/usr/share/quillon/packages.db";
+
 struct Application {
   std::string id;
   std::string exec;              // absolute device path of the executable assembly

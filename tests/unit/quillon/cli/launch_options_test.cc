@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <type_traits>
+#include <cstdlib>
 
 #include "quillon/cli/launch_parser.h"
 #include "quillon/cli/plain_launch.h"
@@ -35,12 +35,6 @@ void expectEqual(LaunchOptions& one, LaunchOptions& other) {
                    option.member);
     EXPECT_TRUE(isEqual) << option.name;
   }
-}
-
-bool isSet(LaunchOptions& options, const LaunchOption& option) {
-  return withMember(option, options, [](auto& member) {
-    return member != std::remove_reference_t<decltype(member)>();
-  });
 }
 
 bool isFlag(const LaunchOption& option) {
@@ -78,7 +72,7 @@ TEST(LaunchOptionsTable, BothParsersAgreeOnEveryOptionOfTheFastPath) {
       continue;
     }
     LaunchOptions full = parseFully(arguments);
-    EXPECT_TRUE(isSet(full, option));
+    EXPECT_TRUE(isSet(option, full));
     expectEqual(*plain, full);
   }
 }
@@ -92,6 +86,29 @@ TEST(LaunchOptionsTable, BothParsersAgreeOnPositionalArguments) {
   expectEqual(*plain, full);
 }
 
+TEST(LaunchOptionsTable, BothParsersTakeTheDeviceFromTheOptionThenFromTheVariable) {
+  setenv("QUILLON_DEVICE", "/of/variable", 1);
+  const std::vector<std::pair<Arguments, std::string>> cases = {
+      {{"clock"}, "/of/variable"}, {{"clock", "--device", "/of/option"}, "/of/option"}};
+  for (const auto& [arguments, device] : cases) {
+    std::optional<LaunchOptions> plain = parsePlainly(arguments);
+    LaunchOptions full = parseFully(arguments);
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(full.device, device);
+    expectEqual(*plain, full);
+  }
+  unsetenv("QUILLON_DEVICE");
+}
+
+TEST(LaunchOptionsTable, BothParsersNeedADeviceWithoutTheVariableOrIfItIsEmpty) {
+  for (const bool isEmpty : {false, true}) {
+    isEmpty ? setenv("QUILLON_DEVICE", "", 1) : unsetenv("QUILLON_DEVICE");
+    EXPECT_FALSE(parsePlainly({"clock"}));
+    EXPECT_THROW(parseFully({"clock"}), CLI::RequiredError);
+  }
+  unsetenv("QUILLON_DEVICE");
+}
+
 TEST(LaunchOptionsTable, TheFullParserAcceptsTheOtherOptions) {
   for (const LaunchOption& option : kLaunchOptions) {
     SCOPED_TRACE(option.name);
@@ -100,7 +117,7 @@ TEST(LaunchOptionsTable, TheFullParserAcceptsTheOtherOptions) {
       arguments.emplace_back(kPlanOption);
     }
     LaunchOptions full = parseFully(arguments);
-    EXPECT_TRUE(isSet(full, option));
+    EXPECT_TRUE(isSet(option, full));
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+
 namespace quillon::cli {
 namespace {
 
@@ -14,6 +16,7 @@ std::optional<host::LaunchOptions> read(std::vector<std::string_view> arguments)
 }
 
 TEST(PlainLaunch, NeedsADeviceAndAnApplication) {
+  unsetenv("QUILLON_DEVICE");
   const auto options = read({"launch", "--device", "/d", "org.example.clock"});
   ASSERT_TRUE(options);
   EXPECT_EQ(options->device, "/d");

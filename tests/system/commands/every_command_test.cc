@@ -1,0 +1,176 @@
+// What holds for every command of the program, also for those that are added later: the commands
+// are read from the program's own help.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "quillon/base/exit_status.h"
+#include "tests/support/program.h"
+#include "tests/support/temporary_directory.h"
+
+namespace quillon::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+using Words = std::vector<std::string>;
+
+constexpr char kDevice[] = "--device DIR";
+
+// Commands that work outside of device roots, or whose argument is one.
+const std::set<std::string> kWithoutDeviceOption = {"device init", "device shell", "partner sign",
+                                                    "partner verify", "timeline"};
+
+struct Command {
+  Words words;  // "package", "install"
+  std::string help;
+
+  [[nodiscard]] std::string name() const {
+    std::string joined;
+    for (const std::string& word : words) {
+      joined += (joined.empty() ? "" : " ") + word;
+    }
+    return joined;
+  }
+  // Names of the subcommands.
+  [[nodiscard]] Words commands() const {
+    Words names;
+    bool isListing = false;
+    for (const std::string& line : linesOf(help)) {
+      isListing = line == "Commands:" || (isListing && !line.empty());
+      if (isListing && line.starts_with("  ")) {
+        names.push_back(line.substr(2, line.find(' ', 2) - 2));
+      }
+    }
+    return names;
+  }
+  [[nodiscard]] std::string usage() const {
+    const size_t start = help.find("usage: ");
+    return help.substr(start, help.find('\n', start) - start);
+  }
+  // Whether the command does something without a subcommand.
+  [[nodiscard]] bool runs() const { return !usage().ends_with(" COMMAND"); }
+};
+
+Words commandLine(const Command& command, const Words& more) {
+  Words words = {QUILLON_COMMAND};
+  words.insert(words.end(), command.words.begin(), command.words.end());
+  words.insert(words.end(), more.begin(), more.end());
+  return words;
+}
+
+// Adds the command and all commands below it.
+void addCommands(std::vector<Command>& commands, Command command) {
+  const Finished help = run(commandLine(command, {"--help"}));
+  EXPECT_EQ(help.status, 0) << help.err;
+  command.help = help.out;
+  commands.push_back(command);
+  for (const std::string& name : command.commands()) {
+    Command below = command;
+    below.words.push_back(name);
+    addCommands(commands, std::move(below));
+  }
+}
+
+const std::vector<Command>& allCommands() {
+  static const std::vector<Command> all = [] {
+    std::vector<Command> commands;
+    addCommands(commands, {});
+    return commands;
+  }();
+  return all;
+}
+
+TEST(EveryCommand, IsFound) {
+  Words names;
+  for (const Command& command : allCommands()) {
+    names.push_back(command.name());
+  }
+  EXPECT_THAT(names, Contains("launch"));
+  EXPECT_THAT(names, Contains("package install"));
+  EXPECT_THAT(names, Contains("launchpad status"));
+  EXPECT_THAT(names, Contains("validator"));
+}
+
+class EveryCommandWithADevice : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    writeFile(at("MANIFEST"), "[package]\nid = 'x'\nversion = '1'\n");
+    writeFile(at("POLICY"), "default = \"deny\"\n");
+  }
+  [[nodiscard]] std::string at(const std::string& name) const {
+    return (folder_.path() / name).string();
+  }
+
+  // A value of the argument that the usage names; empty for other words of the usage.
+  [[nodiscard]] std::string valueOf(std::string word) const {
+    std::erase_if(word, [](char letter) { return letter == '[' || letter == ']'; });
+    if (word == "MANIFEST" || word == "POLICY") {
+      return at(word);
+    }
+    const bool isArgument =
+        std::all_of(word.begin(), word.end(), [](char c) { return std::isupper(c) != 0; }) &&
+        word != "OPTIONS" && word != "COMMAND" && word != "ARGUMENTS";
+    return isArgument ? "x" : "";
+  }
+
+  // Runs the command with a value for each of its arguments.
+  [[nodiscard]] Finished runWith(const Command& command, const Words& options,
+                                 const std::map<std::string, std::string>& variables) const {
+    Words words = options;
+    std::istringstream usage(command.usage());
+    for (std::string word; usage >> word;) {
+      if (const std::string value = valueOf(word); !value.empty()) {
+        words.push_back(value);
+      }
+    }
+    return run(commandLine(command, words), variables);
+  }
+
+ private:
+  TemporaryDirectory folder_;
+};
+
+TEST_F(EveryCommandWithADevice, TakesItFromTheOptionThenFromTheVariable) {
+  for (const Command& command : allCommands()) {
+    SCOPED_TRACE(command.name());
+    if (!command.runs() || kWithoutDeviceOption.contains(command.name())) {
+      continue;
+    }
+    ASSERT_THAT(command.help, HasSubstr(kDevice));
+    EXPECT_THAT(command.help, HasSubstr("Device root; default: $QUILLON_DEVICE\n"));
+
+    const Finished option =
+        runWith(command, {"--device", at("option")}, {{"QUILLON_DEVICE", at("variable")}});
+    EXPECT_NE(option.status, 0);
+    EXPECT_THAT(option.err + option.out, HasSubstr(at("option")));
+    EXPECT_THAT(option.err + option.out, Not(HasSubstr(at("variable"))));
+
+    const Finished variable = runWith(command, {}, {{"QUILLON_DEVICE", at("variable")}});
+    EXPECT_THAT(variable.err + variable.out, HasSubstr(at("variable")));
+
+    for (const std::map<std::string, std::string>& none :
+         {std::map<std::string, std::string>{}, {{"QUILLON_DEVICE", ""}}}) {
+      const Finished refused = runWith(command, {}, none);
+      EXPECT_EQ(refused.status, kUsage);
+      EXPECT_EQ(refused.err,
+                "quillon: no device root is given; give --device DIR or set QUILLON_DEVICE\n");
+    }
+  }
+}
+
+TEST_F(EveryCommandWithADevice, HasTheOption) {
+  for (const Command& command : allCommands()) {
+    const bool mayLackIt = !command.runs() || kWithoutDeviceOption.contains(command.name());
+    EXPECT_EQ(command.help.find(kDevice) == std::string::npos, mayLackIt) << command.name();
+  }
+}
+
+}  // namespace
+}  // namespace quillon::test
