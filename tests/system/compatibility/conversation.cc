@@ -107,7 +107,8 @@ class Partner {
   // Waits for more output. Returns false at its end.
   bool read() {
     pollfd readable{streams_.fromProgram.get(), POLLIN, 0};
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end_ - steady_clock::now());
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(end_ - steady_clock::now());
     if (left.count() <= 0 || poll(&readable, 1, static_cast<int>(left.count())) == 0) {
       kill(pid_, SIGKILL);
       output_ += "(killed: it neither printed what the test awaits nor ended)\n";
@@ -146,7 +147,8 @@ class Partner {
     }
     if (step.traces) {
       const size_t at = output_.find(kProcess);
-      traced_ = conversation_.trace(std::atoi(output_.c_str() + at + std::string_view(kProcess).size()));
+      traced_ =
+          conversation_.trace(std::atoi(output_.c_str() + at + std::string_view(kProcess).size()));
     }
     if (!step.typed.empty() &&
         ::write(streams_.toProgram.get(), step.typed.data(), step.typed.size()) < 0) {

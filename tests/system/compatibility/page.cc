@@ -62,7 +62,7 @@ std::string outputDifference(const std::string& stock, const std::string& launch
 
 std::string compare(const CommandResult& stock, const CommandResult& launched) {
   if (stock.status == launched.status && stock.out == launched.out) {
-    return "equal";
+    return kEqual;
   }
   const std::string own = lastOwnLine(launched.err);
   if (launched.status >= kFirstOwnStatus && launched.status <= kLastOwnStatus && !own.empty()) {
@@ -73,8 +73,8 @@ std::string compare(const CommandResult& stock, const CommandResult& launched) {
     text += " ends with " + std::to_string(launched.status);
   }
   if (stock.out != launched.out) {
-    text += (stock.status != launched.status ? ", " : " ") +
-            outputDifference(stock.out, launched.out);
+    text +=
+        (stock.status != launched.status ? ", " : " ") + outputDifference(stock.out, launched.out);
   }
   return text;
 }

@@ -1,5 +1,5 @@
-// The table of docs/compatibility.md. The test run that QUILLON_WRITE_COMPATIBILITY is set for writes
-// it; any other one compares with it.
+// The table of docs/compatibility.md. The test run that QUILLON_WRITE_COMPATIBILITY is set for
+// writes it; any other one compares with it.
 #pragma once
 
 #include <string>
@@ -9,8 +9,10 @@
 
 namespace quillon::test {
 
-// How a launch compares with the run under dotnet, as a cell of the table: "equal", "refused: ..."
-// or "differs: ...".
+inline constexpr char kEqual[] = "equal";
+
+// How a launch compares with the run under dotnet, as a cell of the table: kEqual, "refused with
+// STATUS: MESSAGE" or "differs: ...".
 std::string compare(const CommandResult& stock, const CommandResult& launched);
 
 // One cell for the results of several application types: the result if it is the same for all, or
@@ -24,7 +26,7 @@ std::string merge(const std::vector<TypeResult>& results);
 // The lines between the markers of the page without the head of the table.
 std::vector<std::string> linesOfPage();
 
-// Called when all tests have ended: writes the table with these lines to the page.
+// Replaces the table of the page by one with these lines.
 void writePage(const std::vector<std::string>& lines);
 
 std::string tableLine(const std::vector<std::string>& cells);

@@ -20,8 +20,9 @@ struct Row {
   std::vector<Step> steps = {};
   bool onTerminal = false;
   std::string runtimeConfig = {};  // in place of the application's own
-  // What is known about this row, for the page, if a launch differs from dotnet or is refused. Empty
-  // if both are equal.
+  bool oneType = false;            // takes long: launched as "inhouse" only
+  // What is known about this row, for the page, if a launch differs from dotnet or is refused.
+  // Empty if both are equal.
   std::string difference = {};
 };
 
