@@ -9,8 +9,10 @@ if(QUILLON_BUILD_WORKSTATION)
   install(TARGETS quillon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(TARGETS quillon-commands quillon-crypto-commands
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  # The launch pad's managed side, if there was an SDK to build it.
-  install(FILES ${CMAKE_BINARY_DIR}/lib/quillon/Quillon.Launchpad.dll
+  # The launch pad's managed side, and what device roots get, if there was an SDK to build them.
+  install(FILES
+    ${CMAKE_BINARY_DIR}/lib/quillon/Quillon.Launchpad.dll
+    ${CMAKE_BINARY_DIR}/lib/quillon/Preload.dll
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon OPTIONAL)
   # Nothing links it; the quillon tool copies it into device roots.
   install(TARGETS quillon-platform-zone LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)

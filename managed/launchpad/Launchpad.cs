@@ -1,5 +1,6 @@
 using System;
 using System.IO;
+using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Text;
@@ -17,6 +18,9 @@ namespace Quillon;
 /// </remarks>
 public static class Launchpad
 {
+    private const BindingFlags Declared = BindingFlags.Static | BindingFlags.Instance |
+        BindingFlags.Public | BindingFlags.NonPublic | BindingFlags.DeclaredOnly;
+
     private static readonly ManualResetEventSlim s_rehearsed = new();
 
     /// <summary>
@@ -30,17 +34,16 @@ public static class Launchpad
     /// </remarks>
     public static void Main()
     {
-        MakeThisThreadBackground(true);
+        SetBackground(true);
         s_rehearsed.Set();
-        using var never = new ManualResetEventSlim();
-        never.Wait();
+        new ManualResetEventSlim().Wait();
     }
 
     /// <summary>
     /// Makes the calling thread, which will run the real application, a foreground thread. The
     /// rehearsal's thread is not the last one then when it becomes a background thread.
     /// </summary>
-    public static void BeginRehearsal() => MakeThisThreadBackground(false);
+    public static void BeginRehearsal() => SetBackground(false);
 
     /// <summary>Waits until Main runs on its thread.</summary>
     public static void AwaitRehearsal() => s_rehearsed.Wait();
@@ -49,9 +52,8 @@ public static class Launchpad
     /// Loads and compiles what nearly every application needs before its first line of output.
     /// </summary>
     /// <remarks>
-    /// Keeps no state that an application could see. In particular it keeps no console stream,
-    /// because descriptors 0 to 2 are replaced before the application starts and the state of the
-    /// terminal can change.
+    /// Keeps no state that an application could see. In particular it does not initialize the
+    /// console, because descriptors 0 to 2 are replaced before the application starts.
     /// </remarks>
     public static void WarmUp()
     {
@@ -101,6 +103,15 @@ public static class Launchpad
         }
     }
 
+    // Thread.CurrentThread.IsBackground = isBackground, without the assembly System.Threading.Thread,
+    // which would stay among the loaded ones.
+    private static void SetBackground(bool isBackground)
+    {
+        Type thread = typeof(object).Assembly.GetType("System.Threading.Thread", true)!;
+        object? current = thread.GetProperty("CurrentThread")?.GetValue(null);
+        thread.GetProperty("IsBackground")?.SetValue(current, isBackground);
+    }
+
     private static unsafe string Take(ref byte* next)
     {
         ReadOnlySpan<byte> bytes = MemoryMarshal.CreateReadOnlySpanFromNullTerminated(next);
@@ -109,24 +120,54 @@ public static class Launchpad
     }
 
     // Executes the code path of Console.WriteLine with a stream of its own, which is closed again.
+    //
+    // At its first write, the runtime initializes the console: it saves for the rest of the process
+    // which descriptors are terminals, and the terminal's settings. So tell it that this has been
+    // done, as long as nothing is written, and only prepare the methods that do it.
     private static void WriteNothing()
     {
         RuntimeHelpers.RunClassConstructor(typeof(Console).TypeHandle);
+        Type? platform = typeof(Console).Assembly.GetType("System.ConsolePal");
+        FieldInfo? isInitialized = platform?.GetField("s_initialized", Declared);
+        FieldInfo? consoleOutput = typeof(Console).GetField("s_out", Declared);
+        if (isInitialized == null || consoleOutput == null)
+        {
+            return; // another version of the runtime, in which the first write takes longer
+        }
+        PrepareMethodsOf(typeof(Console));
+        PrepareMethodsOf(platform);
+        PrepareMethodsOf(typeof(Console).Assembly.GetType("Interop+Sys"));
         using Stream output = Console.OpenStandardOutput();
         using var writer = new StreamWriter(output, Encoding.Default, 256) { AutoFlush = true };
         using TextWriter synchronized = TextWriter.Synchronized(writer);
-        synchronized.Write("");
-        synchronized.Flush();
-        output.Write(ReadOnlySpan<byte>.Empty);
+        try
+        {
+            consoleOutput.SetValue(null, synchronized);
+            isInitialized.SetValue(null, true);
+            synchronized.Write("");
+            synchronized.Flush();
+            output.Write(ReadOnlySpan<byte>.Empty);
+        }
+        finally
+        {
+            isInitialized.SetValue(null, false);
+            consoleOutput.SetValue(null, null);
+        }
     }
 
-    // By reflection, because a reference to Thread loads the assembly System.Threading.Thread, which
-    // an application could see.
-    private static void MakeThisThreadBackground(bool value)
+    private static void PrepareMethodsOf(Type? type)
     {
-        Type thread = typeof(object).Assembly.GetType("System.Threading.Thread", true)!;
-        object? current = thread.GetProperty("CurrentThread")!.GetValue(null);
-        thread.GetProperty("IsBackground")!.SetValue(current, value);
+        foreach (MethodInfo method in type?.GetMethods(Declared) ?? Array.Empty<MethodInfo>())
+        {
+            if (method.Attributes.HasFlag(MethodAttributes.PinvokeImpl))
+            {
+                Marshal.Prelink(method);
+            }
+            else if (!method.IsGenericMethod)
+            {
+                RuntimeHelpers.PrepareMethod(method.MethodHandle);
+            }
+        }
     }
 
     private static void ReadArguments()

@@ -16,6 +16,14 @@
 namespace quillon::cli {
 namespace {
 
+constexpr char kVariables[] =
+    "Variables:\n"
+    "  QUILLON_DEVICE  Default of --device\n"
+    "  QUILLON_LOG     Log: terminal, journal, file:PATH, json:PATH or none\n"
+    "  QUILLON_TRACE   File to write the trace events of a launch to\n"
+    "\n"
+    "quillon COMMAND --help describes a command.";
+
 // Adds the command named `first`, or all commands if there is no such command. Adding only one
 // saves the time to build the options of the others.
 void addCommands(CLI::App& app, std::span<const Command> commands, const std::string& first) {
@@ -59,6 +67,7 @@ int runCommandLine(int argc, char** argv, std::span<const Command> commands) {
   app.set_version_flag("--version", "quillon " QUILLON_VERSION, "Print the version");
   app.require_subcommand(1);
   addCommands(app, commands, argc > 1 ? argv[1] : "");
+  app.footer(kVariables);  // not before, since the commands would inherit it
   try {
     app.parse(takeArguments(argc, argv));
   } catch (const CLI::RuntimeError& end) {

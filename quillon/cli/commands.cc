@@ -22,12 +22,12 @@ namespace {
 void listPartner(CLI::App& app) { app.add_subcommand("partner", kPartnerSummary); }
 void listValidator(CLI::App& app) { app.add_subcommand("validator", kValidatorSummary); }
 
-constexpr Command kCommands[] = {
-    {"device", addDeviceCommand},       {"package", addPackageCommand},
-    {"config", addConfigCommand},       {"launch", addLaunchCommand},
-    {"launchpad", addLaunchpadCommand}, {"timeline", addTimelineCommand},
-    {"zone", addZoneCommand},           {"cache", addCacheCommand},
-    {"partner", listPartner},           {"validator", listValidator}};
+// In the order of the help text.
+constexpr Command kCommands[] = {{"launch", addLaunchCommand}, {"package", addPackageCommand},
+                                 {"device", addDeviceCommand}, {"config", addConfigCommand},
+                                 {"cache", addCacheCommand},   {"launchpad", addLaunchpadCommand},
+                                 {"zone", addZoneCommand},     {"timeline", addTimelineCommand},
+                                 {"partner", listPartner},     {"validator", listValidator}};
 
 }  // namespace
 }  // namespace quillon::cli

@@ -45,7 +45,7 @@ std::string textOf(const CLI::Option& option) {
     text += "; default: " + option.get_default_str();
   }
   if (!option.get_positional() && isRepeatable(option)) {
-    text += "; may be given several times";
+    text += "; may be repeated";
   }
   return text;
 }

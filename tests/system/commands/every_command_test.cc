@@ -24,8 +24,8 @@ using Words = std::vector<std::string>;
 constexpr char kDevice[] = "--device DIR";
 
 // Commands that work outside of device roots, or whose argument is one.
-const std::set<std::string> kWithoutDeviceOption = {"device init", "device shell", "partner sign",
-                                                    "partner verify", "timeline"};
+const std::set<std::string> kWithoutDeviceOption = {"device init",  "device shell",   "package new",
+                                                    "partner sign", "partner verify", "timeline"};
 
 struct Command {
   Words words;  // "package", "install"
@@ -96,6 +96,35 @@ TEST(EveryCommand, IsFound) {
   EXPECT_THAT(names, Contains("package install"));
   EXPECT_THAT(names, Contains("launchpad status"));
   EXPECT_THAT(names, Contains("validator"));
+}
+
+TEST(EveryCommand, HasAHelpThatFitsAScreen) {
+  constexpr size_t kRows = 40;
+  constexpr size_t kColumns = 80;
+  for (const Command& command : allCommands()) {
+    SCOPED_TRACE(command.name());
+    const Words lines = linesOf(command.help);
+    EXPECT_LE(lines.size(), kRows);
+    for (const std::string& line : lines) {
+      EXPECT_LE(line.size(), kColumns) << line;
+    }
+    EXPECT_THAT(command.help, HasSubstr("\nusage: quillon"));
+    EXPECT_THAT(command.help, Not(HasSubstr("{")));
+  }
+}
+
+TEST(EveryCommand, DescribesEachOptionInOneLine) {
+  const Finished launch = run({QUILLON_COMMAND, "launch", "--help"});
+  EXPECT_THAT(launch.out, HasSubstr("\n  APPID "));
+  EXPECT_THAT(launch.out, HasSubstr("; or --id\n"));
+  EXPECT_THAT(launch.out, Not(HasSubstr("\n  --id ")));
+  EXPECT_THAT(launch.out,
+              HasSubstr("--writable PATH               Path that stays writable; may be "
+                        "repeated\n"));
+  EXPECT_THAT(launch.out, HasSubstr("--tiered-pgo on|off           Profile"));
+  EXPECT_THAT(run({QUILLON_COMMAND, "launchpad", "--help"}).out,
+              HasSubstr("--size N          Prepared processes per type, 1 to 64; default: 2\n"));
+  EXPECT_THAT(run({QUILLON_COMMAND, "partner", "sign", "--help"}).out, HasSubstr("; required\n"));
 }
 
 class EveryCommandWithADevice : public ::testing::Test {
