@@ -34,16 +34,17 @@ public static class Launchpad
     /// </remarks>
     public static void Main()
     {
-        SetBackground(true);
+        MakeThisThreadBackground(true);
         s_rehearsed.Set();
-        new ManualResetEventSlim().Wait();
+        using var never = new ManualResetEventSlim();
+        never.Wait();
     }
 
     /// <summary>
     /// Makes the calling thread, which will run the real application, a foreground thread. The
     /// rehearsal's thread is not the last one then when it becomes a background thread.
     /// </summary>
-    public static void BeginRehearsal() => SetBackground(false);
+    public static void BeginRehearsal() => MakeThisThreadBackground(false);
 
     /// <summary>Waits until Main runs on its thread.</summary>
     public static void AwaitRehearsal() => s_rehearsed.Wait();
@@ -103,15 +104,6 @@ public static class Launchpad
         }
     }
 
-    // Thread.CurrentThread.IsBackground = isBackground, without the assembly System.Threading.Thread,
-    // which would stay among the loaded ones.
-    private static void SetBackground(bool isBackground)
-    {
-        Type thread = typeof(object).Assembly.GetType("System.Threading.Thread", true)!;
-        object? current = thread.GetProperty("CurrentThread")?.GetValue(null);
-        thread.GetProperty("IsBackground")?.SetValue(current, isBackground);
-    }
-
     private static unsafe string Take(ref byte* next)
     {
         ReadOnlySpan<byte> bytes = MemoryMarshal.CreateReadOnlySpanFromNullTerminated(next);
@@ -168,6 +160,15 @@ public static class Launchpad
                 RuntimeHelpers.PrepareMethod(method.MethodHandle);
             }
         }
+    }
+
+    // By reflection, because a reference to Thread loads the assembly System.Threading.Thread, which
+    // an application could see.
+    private static void MakeThisThreadBackground(bool value)
+    {
+        Type thread = typeof(object).Assembly.GetType("System.Threading.Thread", true)!;
+        object? current = thread.GetProperty("CurrentThread")!.GetValue(null);
+        thread.GetProperty("IsBackground")!.SetValue(current, value);
     }
 
     private static void ReadArguments()

@@ -1,5 +1,5 @@
-// The certificate authorities that applications in a device root trust. The plug-in names one of two
-// files in SSL_CERT_FILE: device_paths::kUpdatedCertificates if it exists, else
+// The certificate authorities that applications in a device root trust. The plug-in names one of
+// two files in SSL_CERT_FILE: device_paths::kUpdatedCertificates if it exists, else
 // device_paths::kPlatformCertificates.
 #pragma once
 

@@ -23,7 +23,8 @@ constexpr char kRuntimeIdentifier[] = "linux-arm";
 #error "name this processor's runtime identifier"
 #endif
 
-// The framework's assemblies, which are the trusted ones if the plug-in returns no list.
+// The trusted assemblies if the plug-in returns no list: the framework's, and the one that
+// plugin_preload() looks for.
 std::vector<std::string> frameworkAssemblies() {
   std::vector<std::string> paths;
   std::error_code error;
@@ -35,6 +36,9 @@ std::vector<std::string> frameworkAssemblies() {
     }
   }
   std::sort(paths.begin(), paths.end());
+  if (fs::exists(device_paths::kPreload, error)) {
+    paths.emplace_back(device_paths::kPreload);
+  }
   return paths;
 }
 

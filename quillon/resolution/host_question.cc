@@ -261,7 +261,7 @@ Expected<Additions> askHost(const dotnet::Host& host, const std::string& assembl
   }
   const int status = endOf(child);
   if (!isComplete) {
-    return noAnswer("it takes too long or writes too much");
+    return noAnswer("takes too long or writes too much");
   }
   if (WIFSIGNALED(status)) {
     return noAnswer("was ended by signal " + std::to_string(WTERMSIG(status)));

@@ -13,8 +13,10 @@
 #include <memory>
 
 #include "data_paths.h"
+#include "log/log_failure.h"
 #include "path_failure.h"
 #include "workstation/packages.h"
+#include "workstation/process_registration.h"
 #include "workstation/zone_state.h"
 
 namespace quillon::workstation {
@@ -113,3 +115,13 @@ std::optional<std::string> packageOfProcess(pid_t pid) {
 }
 
 }  // namespace quillon::workstation
+
+int quillon_register_process(pid_t pid, const char* package_id) {
+  using namespace quillon::workstation;
+  const quillon::Expected<void> registered =
+      package_id != nullptr ? registerProcess(pid, package_id) : quillon::fail("no package id");
+  if (!registered) {
+    logFailure(registered.error());
+  }
+  return registered ? 0 : -1;
+}

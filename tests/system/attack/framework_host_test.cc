@@ -82,12 +82,12 @@ class FrameworkHost : public LaunchpadTest {
 };
 
 TEST_F(FrameworkHost, ThatHangsIsEndedAndNotAskedAgain) {
-  expectWarning("hang", "it takes too long");
+  expectWarning("hang", "the host takes too long");
   EXPECT_FALSE(leftFolders());
 }
 
 TEST_F(FrameworkHost, ThatCrashesEndsNobody) {
-  expectWarning("crash", "it was ended by signal 11");
+  expectWarning("crash", "the host was ended by signal 11");
   EXPECT_FALSE(leftFolders());
 }
 

@@ -70,6 +70,8 @@ TEST_F(SameLaunch, PrintsAndEndsTheSame) {
   EXPECT_EQ(served(), 2);
 }
 
+TEST_F(SameLaunch, LogsNoErrorIfAllIsWell) { expectNoErrorsInTheLog(); }
+
 // The functions of the plug-in that a process's trace has a span for, in their order.
 std::vector<std::string> tracedCalls(const fs::path& trace, pid_t process) {
   const std::regex span(R"x("ph":"B","pid":([0-9]+),.*"name":"(plugin_[a-z_]+)")x");
