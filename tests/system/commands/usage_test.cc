@@ -71,9 +71,10 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{{"launch", "clock", "--port"},
               "'quillon launch' has no option '--port'; see quillon launch --help, or write the "
               "options of the application after --"},
-        Wrong{{"run", "--colour"},
-              "'quillon run' has no option '--colour'; see quillon run --help, or write the options "
-              "of the application after its assembly"},
+        Wrong{
+            {"run", "--colour"},
+            "'quillon run' has no option '--colour'; see quillon run --help, or write the options "
+            "of the application after its assembly"},
         Wrong{
             {"config", "get", "a", "b"},
             "'quillon config get' does not take the argument 'b'; see quillon config get --help"}));
