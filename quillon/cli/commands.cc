@@ -10,6 +10,7 @@
 #include "quillon/cli/launchpad_command.h"
 #include "quillon/cli/package_command.h"
 #include "quillon/cli/partner_command.h"
+#include "quillon/cli/run_command.h"
 #include "quillon/cli/timeline_command.h"
 #include "quillon/cli/validator_command.h"
 #include "quillon/cli/zone_command.h"
@@ -22,12 +23,13 @@ namespace {
 void listPartner(CLI::App& app) { app.add_subcommand("partner", kPartnerSummary); }
 void listValidator(CLI::App& app) { app.add_subcommand("validator", kValidatorSummary); }
 
-constexpr Command kCommands[] = {
-    {"device", addDeviceCommand},       {"package", addPackageCommand},
-    {"config", addConfigCommand},       {"launch", addLaunchCommand},
-    {"launchpad", addLaunchpadCommand}, {"timeline", addTimelineCommand},
-    {"zone", addZoneCommand},           {"cache", addCacheCommand},
-    {"partner", listPartner},           {"validator", listValidator}};
+// In the order of the help text.
+constexpr Command kCommands[] = {{kRunCommand, addRunCommand},       {"launch", addLaunchCommand},
+                                 {"package", addPackageCommand},     {"device", addDeviceCommand},
+                                 {"config", addConfigCommand},       {"cache", addCacheCommand},
+                                 {"launchpad", addLaunchpadCommand}, {"zone", addZoneCommand},
+                                 {"timeline", addTimelineCommand},   {"partner", listPartner},
+                                 {"validator", listValidator}};
 
 }  // namespace
 }  // namespace quillon::cli

@@ -11,11 +11,13 @@
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
+#include "quillon/cli/json_output.h"
 #include "workstation/config_store.h"
 
 namespace quillon::cli {
 namespace {
 
+using workstation::ConfigEntry;
 using workstation::ConfigValue;
 
 struct ConfigRequest {
@@ -24,6 +26,7 @@ struct ConfigRequest {
   std::string value;
   bool asString = false;
   bool asInt = false;
+  bool json = false;
 };
 
 // Accepts the canonical spelling only: "007" stays a string.
@@ -71,14 +74,55 @@ void print(const ConfigValue& value) {
   std::visit([](const auto& plain) { std::cout << plain << std::endl; }, value);
 }
 
+Failure noValue(const std::string& key) {
+  if (!valueOf(workstation::listConfig(key)).empty()) {
+    return {"'" + key + "' is not a key but a group of keys",
+            "list them: quillon config list " + key, kNoKey};
+  }
+  return {"the configuration key '" + key + "' has no value",
+          "set it: quillon config set " + key + " VALUE", kNoKey};
+}
+
 void get(const ConfigRequest& request) {
   enterDevice(request.device);
   const auto value = valueOf(workstation::getConfig(request.key));
   if (!value) {
-    endCommand(report({"the configuration key '" + request.key + "' has no value",
-                       "set it: quillon config set " + request.key + " VALUE", kNoKey}));
+    endCommand(report(noValue(request.key)));
   }
   print(*value);
+}
+
+void unset(const ConfigRequest& request) {
+  enterDevice(request.device);
+  if (!valueOf(workstation::unsetConfig(request.key))) {
+    const Failure none = noValue(request.key);
+    endCommand(report({none.what, "list the keys: quillon config list", none.status}));
+  }
+}
+
+const char* typeOf(const ConfigValue& value) {
+  return std::holds_alternative<int>(value) ? "int" : "string";
+}
+
+Json toJson(const std::vector<ConfigEntry>& entries) {
+  Json all = Json::array();
+  for (const auto& [key, value] : entries) {
+    const Json plain = std::visit([](const auto& content) { return Json(content); }, value);
+    all.push_back({{"key", key}, {"type", typeOf(value)}, {"value", plain}});
+  }
+  return all;
+}
+
+void list(const ConfigRequest& request) {
+  enterDevice(request.device);
+  const auto entries = valueOf(workstation::listConfig(request.key));
+  if (request.json) {
+    return printJson(toJson(entries));
+  }
+  for (const auto& [key, value] : entries) {
+    std::cout << key << ' ' << typeOf(value) << ' ';
+    print(value);
+  }
 }
 
 void set(const ConfigRequest& request) {
@@ -101,27 +145,36 @@ CLI::App* addAction(CLI::App& config, const std::string& name, const std::string
                     void (*run)(const ConfigRequest&)) {
   CLI::App* action = config.add_subcommand(name, help);
   addDeviceOption(*action, request->device);
-  action->add_option("KEY", request->key, "Key, for example db/dotnet/velora_api_path")->required();
+  action->add_option("KEY", request->key, "Key, such as db/dotnet/velora_api_path")->required();
   action->callback([request, run] { run(*request); });
   return action;
+}
+
+void addList(CLI::App& config, const std::shared_ptr<ConfigRequest>& request) {
+  CLI::App* action = config.add_subcommand("list", "List the keys with their types and values");
+  addDeviceOption(*action, request->device);
+  action->add_option("GROUP", request->key, "Only keys below it, for example db/dotnet");
+  action->add_flag(kJsonFlag, request->json, kJsonHelp);
+  action->callback([request] { list(*request); });
 }
 
 }  // namespace
 
 void addConfigCommand(CLI::App& app) {
-  CLI::App* config = app.add_subcommand("config", "Read, set and watch configuration keys");
+  CLI::App* config = app.add_subcommand("config", "Read, set, list and watch configuration keys");
   config->require_subcommand(1);
   auto request = std::make_shared<ConfigRequest>();
   addAction(*config, "get", "Print a key's value", request, get);
   addAction(*config, "watch", "Print a key's value, now and after each change", request, watch);
+  addAction(*config, "unset", "Remove a key", request, unset);
+  addList(*config, request);
 
   CLI::App* action = addAction(*config, "set", "Set a key", request, set);
   action->allow_extras();
-  CLI::Option* value = action->add_option(
-      "VALUE", request->value, "Value; decimal numbers are set as int, other values as string");
+  CLI::Option* value =
+      action->add_option("VALUE", request->value, "Value; a decimal number is set as int");
   CLI::Option* asString = action->add_flag("--string", request->asString, "Set as string");
-  action->add_flag("--int", request->asInt, "Set as int; fail if the value is not a number")
-      ->excludes(asString);
+  action->add_flag("--int", request->asInt, "Set as int, or fail")->excludes(asString);
   action->callback([request, action, value] {
     const auto unknown = action->remaining();
     if (value->empty() || !unknown.empty()) {

@@ -200,11 +200,9 @@ std::vector<std::string> commandOf(const ShellRequest& request) {
 void addInit(CLI::App& device) {
   auto request = std::make_shared<InitRequest>();
   CLI::App* init = device.add_subcommand("init", "Make a device root, or repair one");
-  init->add_option("DIR", request->directory, "Folder of the device root; created if it is missing")
-      ->required();
+  init->add_option("DIR", request->directory, "Device root; created if it is missing")->required();
   init->add_option("--framework", request->framework,
-                   "Folder of the .NET runtime to use as the device's framework, or 'none'; "
-                   "default: the newest of this machine")
+                   "Folder of a .NET runtime, or none; default: the newest")
       ->type_name("DIR");
   init->callback([request] { runInit(*request); });
 }
@@ -213,7 +211,8 @@ void addShell(CLI::App& device) {
   auto request = std::make_shared<ShellRequest>();
   CLI::App* shell = device.add_subcommand("shell", "Run a shell or a command inside a device root");
   shell->add_option("DIR", request->directory, "Device root")->required();
-  shell->add_option("--writable", request->writable, "Machine path that stays writable")
+  shell->add_option("--writable", request->writable, "Path that stays writable")
+      ->type_name("PATH")
       ->allow_extra_args(false);
   shell->add_option("COMMAND", request->command,
                     "Command and arguments, after --; default: $SHELL");

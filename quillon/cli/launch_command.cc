@@ -11,11 +11,10 @@
 namespace quillon::cli {
 
 void addLaunchCommand(CLI::App& app) {
-  CLI::App* const command =
-      app.add_subcommand("launch", "Launch an application in a device root through the plug-in");
+  CLI::App* const command = app.add_subcommand("launch", "Launch an installed application");
   const auto options = std::make_shared<host::LaunchOptions>();
   addLaunchOptions(*command, *options);
-  command->footer("Arguments after -- are passed to the application.");
+  command->footer("The application's arguments follow --. Its exit status is that of the command.");
   command->callback([options] {
     options->arguments = programArguments();
     const bool isTimed = !options->timeline.empty();

@@ -29,20 +29,18 @@ void addAction(CLI::App& launchpad, const char* name, const char* help, MessageK
 }
 
 void addServe(CLI::App& command, const std::shared_ptr<LaunchpadOptions>& options) {
-  command
-      .add_option("--type", options->types,
-                  "Application type to prepare from the start; default: all installed types")
+  command.add_option("--type", options->types, "Type to prepare; default: all installed")
+      ->type_name("TYPE")
       ->allow_extra_args(false);
-  command.add_option("--size", options->size, "Prepared processes per application type")
+  command.add_option("--size", options->size, "Prepared processes per type, 1 to 64")
       ->check(CLI::Range(1, 64))
       ->capture_default_str();
   command
       .add_option("--refill-delay", options->refillDelay,
-                  "Seconds without a launch before the next process is prepared")
+                  "Seconds before the next process is prepared")
       ->check(CLI::Range(0.0, 3600.0))
       ->capture_default_str();
-  command.add_flag("--fresh", options->fresh,
-                   "Give each prepared process an address layout of its own; costs some memory");
+  command.add_flag("--fresh", options->fresh, "Give each process an address layout of its own");
 }
 
 // An internal command, which the empty group hides from the help.
@@ -59,18 +57,17 @@ void addWorker(CLI::App& launchpad) {
 }  // namespace
 
 void addLaunchpadCommand(CLI::App& app) {
-  CLI::App* const command = app.add_subcommand(
-      "launchpad", "Keep processes prepared to launch the applications of a device root faster");
+  CLI::App* const command =
+      app.add_subcommand("launchpad", "Keep processes prepared for faster launches");
   command->require_subcommand(0, 1);
   const auto options = std::make_shared<LaunchpadOptions>();
   // Not required here: its subcommands have the option, too.
   addDeviceOption(*command, options->device)->required(false);
   addServe(*command, options);
-  addAction(*command, "stop",
-            "Stop once the running applications have ended; a second time, end them too",
+  addAction(*command, "stop", "Stop when the applications have ended; twice: end them, too",
             MessageKind::kStop);
   addAction(*command, "reload", "Replace all prepared processes", MessageKind::kReload);
-  addAction(*command, "status", "Print the prepared processes and the running applications",
+  addAction(*command, "status", "Print the prepared processes and running applications",
             MessageKind::kStatus);
   addWorker(*command);
   command->callback([command, options] {

@@ -1,13 +1,23 @@
 #include "quillon/cli/package_command.h"
 
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <iomanip>
 #include <iostream>
 #include <memory>
+#include <string>
+#include <vector>
 
+#include "quillon/base/files.h"
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/json_output.h"
+#include "quillon/cli/new_manifest.h"
 #include "quillon/cli/package_change.h"
 #include "workstation/packages.h"
 
@@ -20,31 +30,68 @@ using workstation::Package;
 
 struct PackageRequest {
   fs::path device;
-  std::string manifest;
+  fs::path manifest;
+  fs::path folder;
+  std::string exec;
   std::string id;
   uid_t user = 0;
   bool json = false;
 };
 
+// Reports the processes that run files of a package that was replaced or removed.
+void reportRunning(const std::string& package) {
+  std::string processes;
+  for (const pid_t process : workstation::processesOfPackage(package)) {
+    processes += " " + std::to_string(process);
+  }
+  if (!processes.empty()) {
+    report({"'" + package + "' still runs, with its former files, in the process" + processes,
+            "files that it has not opened yet are missing or new to it: start it again"});
+  }
+}
+
 void install(const PackageRequest& request) {
-  // Read the manifest before entering the device root, which may hide its paths.
-  const auto folders = valueOf(workstation::foldersOfManifest(request.manifest));
-  const std::string manifest = fs::absolute(request.manifest).string();
-  enterDevice(request.device, {folders.begin(), folders.end()});
-  const Package package =
-      valueOf(changePackages([&] { return workstation::installPackage(manifest, request.user); }));
+  const auto manifest = valueOf(manifestAt(request.manifest));
+  const Package package = valueOf(installInto(request.device, manifest, request.user));
   std::cout << "installed " << package.id << ' ' << package.version << " to " << package.rootPath
             << '\n';
+  reportRunning(package.id);
+}
+
+Failure notInstalled(const std::string& id) {
+  return {"no package '" + id + "' is installed",
+          "list the installed packages: quillon package list", kNotInstalled};
 }
 
 void remove(const PackageRequest& request) {
   enterDevice(request.device);
-  if (!valueOf(
-          changePackages([&] { return workstation::removePackage(request.id, request.user); }))) {
-    endCommand(report({"no package '" + request.id + "' is installed",
-                       "list the installed packages: quillon package list", kNotInstalled}));
+  if (!valueOf(removePackage(request.id, request.user))) {
+    endCommand(report(notInstalled(request.id)));
   }
   std::cout << "removed " << request.id << '\n';
+  reportRunning(request.id);
+}
+
+// Writes a manifest to the folder of a build.
+void create(const PackageRequest& request) {
+  const fs::path folder = fs::absolute(request.folder).lexically_normal();
+  const std::string assembly =
+      request.exec.empty() ? valueOf(findApplicationAssembly(folder)) : request.exec;
+  NewPackage package = packageOfAssembly(assembly);
+  if (!request.id.empty()) {
+    package.id = request.id;
+  }
+  const auto manifest = newManifest(folder, package);
+  valueOf(workstation::foldersOfManifest(manifest));  // checks it
+  const Descriptor file(open(manifest.file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (!file || !writeAll(file.get(), manifest.text)) {
+    const int cause = errno;
+    endCommand(report({"cannot write '" + manifest.file + "': " + std::strerror(cause),
+                       cause == EEXIST ? "edit it, or remove it first" : "make the folder writable",
+                       kServiceFailed}));
+  }
+  std::cout << "wrote " << manifest.file << "; install it: quillon package install "
+            << folder.string() << '\n';
 }
 
 Json toJson(const Application& application) {
@@ -100,6 +147,43 @@ void list(const PackageRequest& request) {
   request.json ? printJson(toJson(packages)) : printText(packages);
 }
 
+void printLine(const char* name, const std::string& value) {
+  constexpr int kNameWidth = 12;
+  std::cout << std::left << std::setw(kNameWidth) << name << value << '\n';
+}
+
+void printDetails(const Package& package) {
+  printLine("package", package.id);
+  printLine("version", package.version);
+  printLine("root", package.rootPath);
+  printLine("user", package.owner == 0 ? "all" : std::to_string(package.owner));
+  for (const std::string& privilege : package.privileges) {
+    printLine("privilege", privilege);
+  }
+  for (const Application& application : package.applications) {
+    std::cout << '\n';
+    printLine("application", application.id);
+    printLine("type", application.type);
+    printLine("executable", application.exec);
+    printLine("component", application.service ? "service" : "ui");
+    for (const auto& [key, value] : application.metadata) {
+      printLine("metadata", key + " = " + value);
+    }
+  }
+}
+
+void info(const PackageRequest& request) {
+  enterDevice(request.device);
+  const auto packages = valueOf(workstation::listPackages());
+  const auto found = std::find_if(packages.begin(), packages.end(), [&](const Package& package) {
+    return package.id == request.id && package.owner == request.user;
+  });
+  if (found == packages.end()) {
+    endCommand(report(notInstalled(request.id)));
+  }
+  request.json ? printJson(toJson(*found)) : printDetails(*found);
+}
+
 CLI::App* addAction(CLI::App& package, const std::string& name, const std::string& help,
                     const std::shared_ptr<PackageRequest>& request,
                     void (*run)(const PackageRequest&)) {
@@ -109,24 +193,47 @@ CLI::App* addAction(CLI::App& package, const std::string& name, const std::strin
   return action;
 }
 
+void addUser(CLI::App& action, const std::shared_ptr<PackageRequest>& request) {
+  action
+      .add_option("--user", request->user, "Numeric id of the user it is for; default: all users")
+      ->type_name("UID");
+}
+
+void addNew(CLI::App& package, const std::shared_ptr<PackageRequest>& request) {
+  CLI::App* action = package.add_subcommand("new", "Write a manifest for the folder of a build");
+  action->add_option("FOLDER", request->folder, "Folder that dotnet publish or build wrote")
+      ->required();
+  action->add_option("--exec", request->exec, "The application's assembly; default: the only one")
+      ->type_name("FILE");
+  action->add_option("--id", request->id, "Package id; default: the assembly's name")
+      ->type_name("ID");
+  action->callback([request] { create(*request); });
+}
+
 }  // namespace
 
 void addPackageCommand(CLI::App& app) {
-  CLI::App* package = app.add_subcommand("package", "Install, remove and list packages");
+  CLI::App* package = app.add_subcommand("package", "Make, install, remove and list packages");
   package->require_subcommand(1);
   auto request = std::make_shared<PackageRequest>();
-  const char* userHelp = "Numeric id of the user that the package is for; 0: all users";
+  addNew(*package, request);
 
   CLI::App* action =
       addAction(*package, "install", "Install or replace a package", request, install);
-  action->add_option("MANIFEST", request->manifest, "Package manifest, a TOML file")->required();
-  action->add_option("--user", request->user, userHelp);
+  action->add_option("MANIFEST", request->manifest, "Manifest, or the folder of a build")
+      ->required();
+  addUser(*action, request);
 
   action = addAction(*package, "remove", "Remove a package and its files", request, remove);
   action->add_option("ID", request->id, "Package id")->required();
-  action->add_option("--user", request->user, userHelp);
+  addUser(*action, request);
 
   action = addAction(*package, "list", "List the packages and their applications", request, list);
+  action->add_flag(kJsonFlag, request->json, kJsonHelp);
+
+  action = addAction(*package, "info", "Print what is known of a package", request, info);
+  action->add_option("ID", request->id, "Package id")->required();
+  addUser(*action, request);
   action->add_flag(kJsonFlag, request->json, kJsonHelp);
 }
 

@@ -20,29 +20,27 @@ void runSign(const partner::SignOptions& options) {
 void addSign(CLI::App& partner) {
   CLI::App* sign = partner.add_subcommand("sign", "Write a signed request for one device");
   const auto options = std::make_shared<partner::SignOptions>();
-  sign->add_option("--key", options->key, "Private key of the signing authority, RSA 2048 in PEM")
+  sign->add_option("--key", options->key, "Private key of the authority, RSA 2048")
       ->required()
       ->type_name("PRIVATE.pem");
   sign->add_option("--duid", options->duid, "Unique id of the device")->required()->type_name("ID");
-  sign->add_option("--note", options->note, "Additional text of the request, for example a date");
+  sign->add_option("--note", options->note, "Additional text, for example a date");
   sign->add_flag("--replace", options->replace, "Replace existing files");
   sign->add_option("DIR", options->directory, "Folder to write the two files to")->required();
   sign->callback([options] { runSign(*options); });
 }
 
 void addVerify(CLI::App& partner) {
-  CLI::App* verify = partner.add_subcommand(
-      "verify", "Let the plug-in check a request, as on a device with that key and id");
+  CLI::App* verify =
+      partner.add_subcommand("verify", "Let the plug-in check a request, as on a device");
   const auto options = std::make_shared<partner::VerifyOptions>();
-  verify->add_option("--key", options->key, "Public key of the signing authority in PEM")
+  verify->add_option("--key", options->key, "Public key of the authority")
       ->required()
       ->type_name("PUBLIC.pem");
   verify->add_option("--duid", options->duid, "Unique id of the device")
       ->required()
       ->type_name("ID");
-  verify
-      ->add_option("--plugin", options->plugin,
-                   "Plug-in to load; default: the one built with this tool")
+  verify->add_option("--plugin", options->plugin, "Plug-in to load; default: this program's")
       ->type_name("FILE");
   verify->add_option("DIR", options->directory, "Folder of the two files")->required();
   verify->callback([options] { endCommand(partner::verify(*options)); });

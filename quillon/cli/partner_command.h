@@ -9,7 +9,7 @@ class App;
 namespace quillon::cli {
 
 // Adds "partner" with "sign" and "verify".
-inline constexpr char kPartnerSummary[] = "Sign partner packages and verify them with the plug-in";
+inline constexpr char kPartnerSummary[] = "Sign and verify partner packages";
 
 void addPartnerCommand(CLI::App& app);
 

@@ -16,8 +16,8 @@ struct Request {
 }  // namespace
 
 void addTimelineCommand(CLI::App& app) {
-  CLI::App* const command = app.add_subcommand(
-      "timeline", "Write an HTML page with the timeline of a trace that QUILLON_TRACE recorded");
+  CLI::App* const command =
+      app.add_subcommand("timeline", "Draw a trace of QUILLON_TRACE as an HTML page");
   const auto request = std::make_shared<Request>();
   command->add_option("TRACE", request->trace, "Trace file")->required()->type_name("FILE");
   command->add_option("PAGE", request->page, "HTML page to write")->required()->type_name("FILE");

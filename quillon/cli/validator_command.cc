@@ -45,9 +45,7 @@ void addValidatorCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("validator", kValidatorSummary);
   addDeviceOption(*command, request->device);
   command->add_option("POLICY", request->policy, "Policy, a TOML file")->required();
-  command
-      ->add_option("--plugin", request->plugin,
-                   "Plug-in to load; default: the one built with this tool")
+  command->add_option("--plugin", request->plugin, "Plug-in to load; default: this program's")
       ->type_name("FILE");
   command->callback([request] { run(*request); });
 }

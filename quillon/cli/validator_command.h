@@ -8,8 +8,7 @@ class App;
 namespace quillon::cli {
 
 // Adds "validator", which answers requests until a signal ends it.
-inline constexpr char kValidatorSummary[] =
-    "Answer the requests of applications whether they may load a library";
+inline constexpr char kValidatorSummary[] = "Answer which libraries applications may load";
 
 void addValidatorCommand(CLI::App& app);
 

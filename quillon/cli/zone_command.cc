@@ -11,6 +11,7 @@
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
+#include "quillon/cli/json_output.h"
 #include "quillon/zone/zones.h"
 
 namespace quillon::cli {
@@ -22,6 +23,7 @@ struct ZoneRequest {
   std::string name;
   fs::path device;
   std::vector<fs::path> visible;
+  bool json = false;
 };
 
 // Launches in the zone need the same machine paths as outside: their working directory, and the
@@ -58,7 +60,20 @@ std::string describe(const zone::Zone& zone) {
   return zone.processes.empty() ? text + " none" : text;
 }
 
+Json toJson(const zone::Zone& zone) {
+  return {{"name", zone.name},
+          {"holder", zone.holder < 0 ? Json() : Json(zone.holder)},
+          {"processes", zone.processes}};
+}
+
 void runList(const ZoneRequest& request) {
+  if (request.json) {
+    Json zones = Json::array();
+    for (const zone::Zone& zone : valueOf(zone::list(request.device))) {
+      zones.push_back(toJson(zone));
+    }
+    return printJson(zones);
+  }
   for (const zone::Zone& zone : valueOf(zone::list(request.device))) {
     std::cout << "zone " << zone.name << ": " << describe(zone) << '\n';
   }
@@ -73,7 +88,7 @@ CLI::App* addAction(CLI::App& zone, const std::shared_ptr<ZoneRequest>& request,
 }
 
 void addName(CLI::App& action, const std::shared_ptr<ZoneRequest>& request) {
-  action.add_option("NAME", request->name, "Name of the zone; applications enter 'appzone'")
+  action.add_option("NAME", request->name, "Name of the zone; applications enter appzone")
       ->required();
 }
 
@@ -81,17 +96,16 @@ void addName(CLI::App& action, const std::shared_ptr<ZoneRequest>& request) {
 
 void addZoneCommand(CLI::App& app) {
   auto request = std::make_shared<ZoneRequest>();
-  CLI::App* zone =
-      app.add_subcommand("zone", "Start, stop and list the security zones of a device root");
+  CLI::App* zone = app.add_subcommand("zone", "Start, stop and list security zones");
   zone->require_subcommand(1);
   CLI::App* start = addAction(*zone, request, "start", "Start a zone", runStart);
   addName(*start, request);
-  start
-      ->add_option("--visible", request->visible,
-                   "Machine path that stays visible in the zone, read-only")
+  start->add_option("--visible", request->visible, "Machine path that stays visible")
+      ->type_name("PATH")
       ->allow_extra_args(false);
   addName(*addAction(*zone, request, "stop", "Stop a zone", runStop), request);
-  addAction(*zone, request, "list", "List the zones", runList);
+  addAction(*zone, request, "list", "List the zones", runList)
+      ->add_flag(kJsonFlag, request->json, kJsonHelp);
 }
 
 }  // namespace quillon::cli

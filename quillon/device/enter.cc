@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -14,8 +15,10 @@
 #include "quillon/device/layout.h"
 #include "quillon/device/mounts.h"
 #include "quillon/device/record.h"
+#include "quillon/device/tree_path.h"
 #include "quillon/device/view.h"
 #include "quillon/device/zone_holder.h"
+#include "quillon/dotnet/host_lookup.h"
 
 namespace quillon::device {
 namespace {
@@ -74,6 +77,13 @@ Expected<void> requireWritable(const std::vector<fs::path>& paths) {
   return {};
 }
 
+// Whether folders of the device take the place of this path of the machine.
+bool isHidden(const fs::path& path) {
+  const std::string inTree = path.relative_path().string();
+  return std::any_of(kDeviceDirectories.begin(), kDeviceDirectories.end(),
+                     [&](std::string_view folder) { return isBeneath(inTree, folder); });
+}
+
 struct Plan {
   std::string device;
   Record record;
@@ -87,6 +97,10 @@ Plan makePlan(const fs::path& directory, Record record, const EnterOptions& opti
   std::error_code error;
   const fs::path programs = executablePath().parent_path();
   visible.insert(visible.end(), {directory, programs, programs.parent_path()});
+  // The machine's other frameworks are beside the recorded one.
+  if (record.framework && isHidden(*record.framework)) {
+    visible.push_back(dotnet::rootOfFramework(*record.framework));
+  }
   return {directory.string(), std::move(record), canonical(visible), canonical(options.writable)};
 }
 

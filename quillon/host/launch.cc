@@ -28,6 +28,8 @@
 #include "quillon/host/runtime/runtime.h"
 #include "quillon/host/runtime/runtime_settings.h"
 #include "quillon/host/runtime_plan.h"
+#include "quillon/resolution/hostpolicy.h"
+#include "quillon/resolution/resolution.h"
 
 namespace quillon::host {
 namespace {
@@ -53,12 +55,15 @@ class Launch {
   Expected<void> prepare();
   Expected<void> enterDevice();
   Expected<LaunchTarget> findApplication() const;
+  Expected<void> readRequirements();
   Expected<void> registerProcess();
   void startLoadingRuntime();
   void finishLoadingRuntime();
   Expected<void> loadPlugin();
   Expected<void> initializePlugin();
-  Expected<void> planProperties();
+  void planProperties();
+  Expected<void> checkFrameworks() const;
+  void tellWarning() const;
   Expected<int> printPlan();
   Expected<int> runApplication();
   Expected<Runtime> startRuntime();
@@ -73,6 +78,7 @@ class Launch {
   fs::path pluginFile_;
   std::optional<fs::path> hiddenDirectory_;  // the working directory of the command
   LaunchTarget target_;
+  Requirements requirements_;
   PluginCalls plugin_;
   PluginLists lists_;
   RuntimePlan runtimePlan_;
@@ -96,6 +102,7 @@ Expected<void> Launch::prepare() {
     startLoadingRuntime();
   }
   ASSIGN_OR_RETURN(target_, findApplication());
+  RETURN_IF_FAILED(readRequirements());
   RETURN_IF_FAILED(loadPlugin());
   RETURN_IF_FAILED(registerProcess());
   finishLoadingRuntime();
@@ -140,6 +147,25 @@ Expected<LaunchTarget> Launch::findApplication() const {
   return findTarget(options_);
 }
 
+Expected<void> Launch::readRequirements() {
+  const TraceSpan span("read the application's requirements");
+  auto config = readRuntimeConfig(target_.assembly);
+  if (!config) {
+    return fail(kNotExecutable, config.error());
+  }
+  requirements_.config = std::move(*config);
+  requirements_.frameworkVersion = frameworkVersionOf(device_paths::kNetcoreapp);
+  const resolution::Subject subject{target_.assembly, requirements_.config,
+                                    requirements_.frameworkVersion};
+  if (auto answer = resolution::findAnswer(subject)) {
+    requirements_.additions = std::move(answer->additions);
+    return {};
+  }
+  finishLoadingRuntime();  // the question needs a process with one thread
+  requirements_.additions = resolution::askAndStore(subject);
+  return {};
+}
+
 Expected<void> Launch::loadPlugin() {
   const TraceSpan span("load the plug-in");
   auto library = host::loadPlugin(pluginFile_);
@@ -166,17 +192,27 @@ Expected<void> Launch::initializePlugin() {
     caches_ = device::readCachedLists();
   }
   ASSIGN_OR_RETURN(lists_, plugin_.lists());
-  return planProperties();
+  planProperties();
+  return {};
 }
 
-Expected<void> Launch::planProperties() {
+void Launch::planProperties() {
   const TraceSpan span("plan the runtime's properties");
-  auto plan = planRuntime(target_, lists_);
-  if (!plan) {
-    return fail(kNotExecutable, plan.error());
+  runtimePlan_ = planRuntime(target_, lists_, requirements_);
+}
+
+// Whether this machine has the frameworks that the application needs.
+Expected<void> Launch::checkFrameworks() const {
+  RETURN_IF_FAILED(requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
+                                    options_.device.string()));
+  return resolution::requireFrameworks(runtimePlan_.additions);
+}
+
+void Launch::tellWarning() const {
+  if (const auto warning =
+          resolution::warningAbout(target_.application.id, runtimePlan_.additions)) {
+    tell(*warning);
   }
-  runtimePlan_ = std::move(*plan);
-  return {};
 }
 
 LaunchPlan Launch::plan() const {
@@ -190,10 +226,8 @@ LaunchPlan Launch::plan() const {
                   {},
                   {}};
   plan.refusals = predictRefusals(target_);
-  const auto framework = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
-                                          options_.device.string());
-  if (!framework) {
-    plan.missing = framework.error();
+  if (const auto found = checkFrameworks(); !found) {
+    plan.missing = found.error();
   }
   return plan;
 }
@@ -215,9 +249,7 @@ Expected<int> Launch::printPlan() {
 }
 
 Expected<int> Launch::runApplication() {
-  if (auto found = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
-                                    options_.device.string());
-      !found) {
+  if (auto found = checkFrameworks(); !found) {
     print(plan(), printPlanText, stdout);
     return tl::unexpected(found.error());
   }
@@ -232,6 +264,7 @@ Expected<int> Launch::runApplication() {
   if (options_.validate) {
     RETURN_IF_FAILED(validateAssemblies(plugin_, target_));
   }
+  tellWarning();
   applySettings(options_.settings);
   ASSIGN_OR_RETURN(Runtime runtime, startRuntime());
   return execute(runtime);
@@ -243,7 +276,11 @@ Expected<Runtime> Launch::startRuntime() {
     return fail(kRuntimeFailed, runtime.error());
   }
   const TraceSpan span("coreclr_initialize");
-  const auto started = runtime->start(executable_, target_.application.id, runtimePlan_.properties);
+  // Not part of the plan: its value is an address in this process.
+  RuntimeProperties properties = runtimePlan_.properties;
+  resolution::addHostpolicy(properties);
+  resolution::setHostpolicyApplication(target_.assembly);
+  const auto started = runtime->start(executable_, target_.application.id, properties);
   if (!started) {
     return fail(kRuntimeFailed, started.error());
   }

@@ -33,14 +33,17 @@ Descriptor openDirectory(const fs::path& folder) {
   return Descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
 }
 
-// Returns an invalid descriptor with errno set if the folder cannot be locked.
-Descriptor lockDirectory(const fs::path& folder) {
+// Returns an invalid descriptor with errno set if the lock cannot be taken. The lock is a file
+// beside the folder that only its owner may open: anyone who can open a file can lock it.
+Descriptor takeLock(const Descriptor& directory) {
   constexpr std::chrono::seconds kPatience(30);  // a start or stop of a zone takes less than one
-  Descriptor directory = openDirectory(folder);
-  if (directory && !lockFile(directory.get(), kPatience)) {
-    directory.reset();
+  constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  constexpr mode_t kMode = 0600;
+  Descriptor lock(openat(directory.get(), "../zones.lock", kFlags, kMode));
+  if (lock && !lockFile(lock.get(), kPatience)) {
+    lock.reset();
   }
-  return directory;
+  return lock;
 }
 
 void addNames(const fs::path& folder, std::set<std::string>& names) {
@@ -77,8 +80,9 @@ StateFolder::StateFolder(const fs::path& device, Descriptor directory)
 Expected<StateFolder> StateFolder::lock(const fs::path& device) {
   StateFolder folder(device, Descriptor());
   RETURN_IF_FAILED(makeFolder(folder.states_));
-  folder.directory_ = lockDirectory(folder.states_);
-  if (!folder.directory_) {
+  folder.directory_ = openDirectory(folder.states_);
+  folder.lock_ = takeLock(folder.directory_);
+  if (!folder.lock_) {
     return fail("cannot lock '" + folder.states_.string() + "': " + std::strerror(errno),
                 "see which process keeps it locked: lslocks");
   }

@@ -15,7 +15,7 @@ namespace quillon::zone {
 class StateFolder {
  public:
   // Creates the folder if it is missing, and waits for the lock. A child process inherits the lock,
-  // which ends when the last process with the descriptor closes it.
+  // which ends when the last process with its descriptor closes it.
   [[nodiscard]] static Expected<StateFolder> lock(const std::filesystem::path& device);
   // Opens the folder for reading only. Works if no zone was ever started.
   [[nodiscard]] static StateFolder view(const std::filesystem::path& device);
@@ -34,7 +34,7 @@ class StateFolder {
   // Removes the state, then "/zone/NAME".
   [[nodiscard]] Expected<void> forget(const std::string& name) const;
 
-  // Returns the descriptor that holds the lock.
+  // Returns the descriptor of the folder.
   [[nodiscard]] int descriptor() const { return directory_.get(); }
 
  private:
@@ -43,6 +43,7 @@ class StateFolder {
   std::filesystem::path states_;
   std::filesystem::path zones_;
   Descriptor directory_;
+  Descriptor lock_;
 };
 
 }  // namespace quillon::zone

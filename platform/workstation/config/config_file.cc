@@ -89,6 +89,23 @@ class Replacement {
   bool made_;  // exists under its temporary name
 };
 
+// Names what keeps a key from having a value: another key at the place of a folder, or keys below.
+Failure cannotWrite(const std::string& key, int error) {
+  if (error == EISDIR) {
+    return {"'" + key + "' is not a key but a group of keys",
+            "list them: quillon config list " + key};
+  }
+  std::error_code ignored;
+  for (std::string group = folderOfKey(key); !group.empty(); group = folderOfKey(group)) {
+    if (fs::is_regular_file(fileOfKey(group), ignored)) {
+      return {"'" + key + "' cannot be a key, because '" + group + "' is one",
+              "remove that: quillon config unset " + group};
+    }
+  }
+  errno = error;
+  return failAt("cannot write the configuration file", fileOfKey(key)).value();
+}
+
 std::string setAgain(const std::string& key) {
   return "set the key again: quillon config set " + key + " VALUE";
 }
@@ -171,13 +188,53 @@ Expected<void> writeKey(const std::string& key, const ConfigValue& value) {
     return fail("the value of '" + key + "' is " + fileErrorText(EFBIG, kMaxTextSize),
                 "set a shorter one");
   }
-  std::error_code error;
-  fs::create_directories(path.parent_path(), error);
-  errno = error.value();
-  if (error || !Replacement(path).finish(bytes)) {
-    return failAt("cannot write the configuration file", path);
+  const auto write = [&] {
+    std::error_code error;
+    fs::create_directories(path.parent_path(), error);
+    errno = error.value();
+    return !error && Replacement(path).finish(bytes);
+  };
+  // A second time, since removeKey() may remove the folder before the file is in it.
+  if (write() || (errno == ENOENT && write())) {
+    return {};
   }
-  return {};
+  return tl::unexpected(cannotWrite(key, errno));
+}
+
+Expected<bool> removeKey(const std::string& key) {
+  RETURN_IF_FAILED(checkKey(key));
+  const fs::path path = fileOfKey(key);
+  if (unlink(path.c_str()) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR || errno == EISDIR) {
+      return false;
+    }
+    return failAt("cannot remove the configuration file", path);
+  }
+  for (std::string group = folderOfKey(key); !group.empty(); group = folderOfKey(group)) {
+    if (rmdir(fileOfKey(group).c_str()) != 0) {
+      break;  // not empty
+    }
+  }
+  return true;
+}
+
+std::vector<std::string> keysBelow(const std::string& group) {
+  const fs::path start = group.empty() ? fs::path(kConfigDirectory) : fileOfKey(group);
+  std::vector<std::string> keys;
+  if (!group.empty() && !checkKey(group)) {
+    return keys;
+  }
+  std::error_code error;
+  for (fs::recursive_directory_iterator entry(start, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string key = entry->path().lexically_relative(kConfigDirectory).string();
+    std::error_code ignored;
+    if (checkKey(key) && entry->is_regular_file(ignored)) {
+      keys.push_back(key);
+    }
+  }
+  std::sort(keys.begin(), keys.end());
+  return keys;
 }
 
 }  // namespace quillon::workstation

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "quillon/base/failure.h"
 #include "workstation/config_store.h"
@@ -29,6 +30,13 @@ std::optional<ConfigValue> parseValue(std::string_view bytes);
 std::optional<int> parseDecimal(std::string_view text);
 
 Expected<std::optional<ConfigValue>> readKey(const std::string& key);
+// Removes the key's file, and the folders that are empty then. Returns false if there is no file.
+Expected<bool> removeKey(const std::string& key);
+
+// The keys below a group, or all keys if it is empty, sorted. Includes keys without a valid value.
+std::vector<std::string> keysBelow(const std::string& group);
+
+// Fails if the key is a group of keys, or if one of its groups is a key.
 Expected<void> writeKey(const std::string& key, const ConfigValue& value);
 
 }  // namespace quillon::workstation

@@ -11,6 +11,19 @@ Expected<void> setConfig(const std::string& key, const ConfigValue& value) {
   return writeKey(key, value);
 }
 
+Expected<bool> unsetConfig(const std::string& key) { return removeKey(key); }
+
+Expected<std::vector<ConfigEntry>> listConfig(const std::string& group) {
+  std::vector<ConfigEntry> entries;
+  for (const std::string& key : keysBelow(group)) {
+    ASSIGN_OR_RETURN(const auto value, readKey(key));
+    if (value) {  // it may have been removed meanwhile
+      entries.push_back({key, *value});
+    }
+  }
+  return entries;
+}
+
 Expected<void> watchConfig(const std::string& key,
                            const std::function<bool(const ConfigValue&)>& changed) {
   RETURN_IF_FAILED(checkKey(key));

@@ -32,12 +32,15 @@ struct LogEntry {
   uint64_t inode;
 };
 
-// The name of a file and the open folder that it is in. The folder is invalid if it is missing or
-// is reached through a symbolic link.
+// The name of a file and the open folder that it is in. The folder is invalid, with its errno, if
+// it is missing or is reached through a symbolic link.
 struct Place {
   explicit Place(const fs::path& path)
-      : folder(openFolderWithoutLinks(AT_FDCWD, path.parent_path())), name(path.filename()) {}
+      : folder(openFolderWithoutLinks(AT_FDCWD, path.parent_path())),
+        error(folder ? 0 : errno),
+        name(path.filename()) {}
   Descriptor folder;
+  int error;
   std::string name;
 };
 
@@ -77,12 +80,12 @@ Expected<std::vector<LogEntry>> logEntries(Registry& registry) {
   return all;
 }
 
-// Undoes the step, if it was taken.
+// Undoes the step, if it was taken. Without an inode, there was no folder to put at the root.
 bool undo(const LogEntry& entry) {
   const Place root(entry.root);
   const Place temporary(entry.temporary);
   const bool hasTemporary = inodeOf(temporary) != 0;
-  if (entry.step == kReplace && inodeOf(root) == entry.inode) {
+  if (entry.step == kReplace && entry.inode != 0 && inodeOf(root) == entry.inode) {
     return rename(root, temporary, hasTemporary ? RENAME_EXCHANGE : 0);
   }
   return entry.step != kRemove || !hasTemporary || rename(temporary, root, 0);
@@ -91,7 +94,8 @@ bool undo(const LogEntry& entry) {
 // Returns whether there is no such folder now.
 bool removeFolder(const fs::path& path) {
   const Place place(path);
-  const bool removed = place.folder ? removeTree(place.folder.get(), place.name) : errno == ENOENT;
+  const bool removed =
+      place.folder ? removeTree(place.folder.get(), place.name) : place.error == ENOENT;
   if (!removed) {
     logFailure(failAt("cannot remove the folder", path, "remove it by hand").value());
   }
@@ -109,9 +113,17 @@ Expected<void> forget(Registry& next, const fs::path& temporary) {
   return row.bind(temporary.string()).finish();
 }
 
+// All changes of a root are in the past when a later one is complete.
+Expected<void> forgetSteps(Registry& next, const fs::path& root) {
+  Statement rows(next.database(), "UPDATE folder_change SET step = ?1 WHERE root = ?2");
+  return rows.bind(kGarbage).bind(root.string()).finish();
+}
+
 Expected<void> recover(Registry& registry, const LogEntry& entry) {
   if (!undo(entry)) {
-    return failAt("cannot restore the folder", entry.root);
+    const std::string remedy = "the package's files are in '" + entry.temporary.string() + "'";
+    logFailure(failAt("cannot restore the folder", entry.root, remedy.c_str()).value());
+    return {};
   }
   if (!removeFolder(entry.temporary)) {
     return {};
@@ -168,7 +180,7 @@ Expected<Descriptor> FolderChange::stage() {
     return failAt("cannot make the folder", temporary_);
   }
   Descriptor staged = openFolderWithoutLinks(parent.get(), name);
-  if (!staged) {
+  if (!staged || fchmod(staged.get(), kMode) != 0) {  // whatever the umask is
     return failAt("cannot open the folder", temporary_);
   }
   return staged;
@@ -189,6 +201,12 @@ Expected<void> FolderChange::replace() {
 
 Expected<void> FolderChange::remove() {
   const Place root(root_);
+  if (root.error != 0 && root.error != ENOENT) {
+    errno = root.error;
+    return failAt("cannot open the folder", root_.parent_path(),
+                  root.error == ENOTDIR ? "replace the symbolic link on its path by the folder"
+                                        : kWritableRemedy);
+  }
   if (inodeOf(root) == 0) {
     return {};
   }
@@ -202,6 +220,7 @@ Expected<void> FolderChange::remove() {
 // The folder at the root may replace one that could not be deleted when it was abandoned.
 Expected<void> FolderChange::settle(Registry& next) const {
   RETURN_IF_FAILED(forget(next, root_));
+  RETURN_IF_FAILED(forgetSteps(next, root_));
   return write(next, {temporary_, root_, kGarbage, 0});
 }
 

@@ -66,8 +66,8 @@ class FolderChange {
   std::filesystem::path temporary_;
 };
 
-// Finishes or undoes the changes of processes that were killed. A folder that cannot be deleted is
-// not a failure: it stays in the log, and the next call tries again.
+// Finishes or undoes the changes of processes that were killed. A folder that cannot be deleted or
+// restored is not a failure: it stays in the log, and the next call tries again.
 Expected<void> recoverFolders(Registry& registry);
 
 }  // namespace quillon::workstation

@@ -120,11 +120,15 @@ Expected<void> copyFolder(const Source& source, int to, mode_t mode, int depth) 
   }
   const char* const name = source.name.c_str();
   const Descriptor from(openat(source.folder, name, kOpenFolder));
-  if (!from || mkdirat(to, name, (mode & kPermissions) | S_IRWXU) != 0) {
+  const mode_t copyMode = (mode & kPermissions) | S_IRWXU;
+  if (!from || mkdirat(to, name, copyMode) != 0) {
     return cannotCopy(source);
   }
   const Descriptor copy(openat(to, name, kOpenFolder));
-  return copy ? copyContents(from.get(), copy.get(), source.path, depth + 1) : cannotCopy(source);
+  if (!copy || fchmod(copy.get(), copyMode) != 0) {  // whatever the umask is
+    return cannotCopy(source);
+  }
+  return copyContents(from.get(), copy.get(), source.path, depth + 1);
 }
 
 Expected<void> copyEntry(const Source& source, int to, int depth) {
@@ -162,12 +166,25 @@ std::vector<std::string> namesIn(int folder) {
   return directoryEntries(again.get());
 }
 
+// Opens a folder in order to remove it. Its owner may have taken the rights from everyone: they are
+// changed through the descriptor, so that no symbolic link is followed.
+Descriptor openForRemoval(int folder, const char* name) {
+  const Descriptor path(openat(folder, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!path) {
+    return Descriptor();
+  }
+  chmod(("/proc/self/fd/" + std::to_string(path.get())).c_str(), S_IRWXU);
+  return Descriptor(openat(path.get(), ".", kOpenFolder));
+}
+
 bool isRemoved(int folder, const char* name) {
   return unlinkat(folder, name, 0) == 0 || errno == ENOENT;
 }
 
-// Renames the folder `name` in `folder` to a number in `top`.
+// Renames the folder `name` in `folder` to a number in `top`. The kernel requires the right to
+// write to the folder itself.
 bool moveUp(int folder, const char* name, int top, unsigned& number) {
+  openForRemoval(folder, name);
   int result = 0;
   do {
     result = renameat2(folder, name, top, std::to_string(++number).c_str(), RENAME_NOREPLACE);
@@ -177,11 +194,10 @@ bool moveUp(int folder, const char* name, int top, unsigned& number) {
 
 // Removes a folder in `top`, and moves the folders inside it up to `top`.
 bool removeOneLevel(int top, const char* name, unsigned& number) {
-  const Descriptor folder(openat(top, name, kOpenFolder));
+  const Descriptor folder = openForRemoval(top, name);
   if (!folder) {
     return errno == ENOENT;
   }
-  fchmod(folder.get(), S_IRWXU);  // the owner may have forbidden it to everyone
   for (const std::string& inner : namesIn(folder.get())) {
     if (isRemoved(folder.get(), inner.c_str())) {
       continue;
@@ -208,11 +224,10 @@ bool removeTree(int folder, const std::string& name) {
   if (errno != EISDIR) {
     return false;
   }
-  const Descriptor top(openat(folder, name.c_str(), kOpenFolder));
+  const Descriptor top = openForRemoval(folder, name.c_str());
   if (!top) {
     return errno == ENOENT;
   }
-  fchmod(top.get(), S_IRWXU);
   unsigned number = 0;
   auto names = namesIn(top.get());
   for (int round = 0; round < kMaxRemovalRounds && !names.empty(); ++round) {

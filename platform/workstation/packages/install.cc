@@ -142,16 +142,21 @@ Expected<void> install(const Manifest& manifest) {
 
 }  // namespace
 
-Expected<Package> installPackage(const std::string& manifestPath, uid_t owner) {
-  ASSIGN_OR_RETURN(Manifest manifest, readManifest(manifestPath));
+Expected<Package> installPackage(const std::string& manifestFile, uid_t owner) {
+  ASSIGN_OR_RETURN(const ManifestText text, readManifestText(manifestFile));
+  return installPackage(text, owner);
+}
+
+Expected<Package> installPackage(const ManifestText& text, uid_t owner) {
+  ASSIGN_OR_RETURN(Manifest manifest, readManifest(text));
   manifest.package.owner = owner;
   RETURN_IF_FAILED(install(manifest));
   return std::move(manifest.package);
 }
 
-Expected<std::vector<std::string>> foldersOfManifest(const std::string& manifestPath) {
-  ASSIGN_OR_RETURN(const Manifest manifest, readManifest(manifestPath));
-  std::vector<std::string> folders = {fs::absolute(manifestPath).parent_path().string()};
+Expected<std::vector<std::string>> foldersOfManifest(const ManifestText& text) {
+  ASSIGN_OR_RETURN(const Manifest manifest, readManifest(text));
+  std::vector<std::string> folders = {fs::absolute(text.file).parent_path().string()};
   if (manifest.files) {
     folders.push_back(manifest.files->string());
   }

@@ -111,8 +111,8 @@ Application application(ManifestReader& reader, const toml::table& table, const 
   const fs::path exec = reader.text(table, kName, "exec", wrongWithExec, kExecRemedy);
   result.exec = (fs::path(root) / exec).lexically_normal().string();
   result.type = reader
-                    .optionalText(table, kName, "type", wrongWithText,
-                                  "write an application type such as \"inhouse\"")
+                    .optionalText(table, kName, "type", wrongWithType,
+                                  "write inhouse, inhouseapitest, dotnet or normal")
                     .value_or(result.type);
   result.service = reader.optionalText(table, kName, "component", wrongWithComponent,
                                        "write \"ui\" or \"service\"") == "service";
@@ -238,18 +238,28 @@ Expected<std::string> contents(const ManifestFolder& folder, const fs::path& pat
 
 }  // namespace
 
-Expected<Manifest> readManifest(const fs::path& path) {
-  ASSIGN_OR_RETURN(const ManifestFolder folder, openFolderOf(path));
-  ASSIGN_OR_RETURN(const std::string text, contents(folder, path));
+Expected<ManifestText> readManifestText(const std::string& file) {
+  ASSIGN_OR_RETURN(const ManifestFolder folder, openFolderOf(file));
+  ASSIGN_OR_RETURN(std::string text, contents(folder, file));
+  return ManifestText{file, std::move(text)};
+}
+
+Expected<Manifest> readManifest(const ManifestText& manifest) {
+  const std::string& file = manifest.file;
+  ASSIGN_OR_RETURN(const ManifestFolder folder, openFolderOf(file));
   try {
-    return readDocument(toml::parse(text, path.string()), path, folder);
+    return readDocument(toml::parse(manifest.text, file), file, folder);
   } catch (const toml::parse_error& error) {
     const toml::source_position& begin = error.source().begin;
-    return fail(path.string() + ':' + std::to_string(begin.line) + ':' +
-                    std::to_string(begin.column) +
+    return fail(file + ':' + std::to_string(begin.line) + ':' + std::to_string(begin.column) +
                     ": this is not valid TOML: " + std::string(error.description()),
                 "correct it there");
   }
+}
+
+Expected<Manifest> readManifest(const fs::path& path) {
+  ASSIGN_OR_RETURN(const ManifestText manifest, readManifestText(path.string()));
+  return readManifest(manifest);
 }
 
 }  // namespace quillon::workstation

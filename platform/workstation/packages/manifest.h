@@ -20,6 +20,7 @@ struct Manifest {
 
 // Reads and checks a manifest. A failure describes the first mistake with file, line, column and
 // key.
+Expected<Manifest> readManifest(const ManifestText& manifest);
 Expected<Manifest> readManifest(const std::filesystem::path& path);
 
 }  // namespace quillon::workstation

@@ -4,6 +4,8 @@
 #include <array>
 #include <filesystem>
 
+#include "device_names.h"
+
 namespace quillon::workstation {
 namespace {
 
@@ -13,6 +15,10 @@ constexpr size_t kMaxIdLength = 200;
 // read what a package has put there.
 constexpr std::array<std::string_view, 3> kParents = {"/opt/usr/apps/", "/usr/apps/",
                                                       "/opt/share/"};
+
+// The longest type, "inhouseapitest", contains another one.
+constexpr std::array<std::string_view, 3> kTypes = {
+    device_names::kInhouseType, device_names::kDotnetType, device_names::kNormalType};
 
 bool hasControlCharacter(std::string_view text) {
   return std::any_of(text.begin(), text.end(),
@@ -61,6 +67,16 @@ std::string wrongWithId(std::string_view id) {
     return "contains '/' or ':'";
   }
   return {};
+}
+
+std::string wrongWithType(std::string_view type) {
+  if (std::string wrong = wrongWithText(type); !wrong.empty()) {
+    return wrong;
+  }
+  const bool isKnown = std::any_of(kTypes.begin(), kTypes.end(), [&](std::string_view known) {
+    return type.find(known) != type.npos;
+  });
+  return isKnown ? "" : "is not an application type: '" + std::string(type) + "'";
 }
 
 std::string wrongWithRoot(const std::string& root) {

@@ -12,6 +12,9 @@ std::string wrongWithId(std::string_view id);
 // A text that is written to lists and lines: not empty, no control characters.
 std::string wrongWithText(std::string_view text);
 
+// An application type: a text that contains one of the types that the plug-in knows.
+std::string wrongWithType(std::string_view type);
+
 // A package's root path on the device.
 std::string wrongWithRoot(const std::string& root);
 

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -12,8 +13,10 @@
 #include <memory>
 
 #include "data_paths.h"
+#include "log/log_failure.h"
 #include "path_failure.h"
 #include "workstation/packages.h"
+#include "workstation/process_registration.h"
 #include "workstation/zone_state.h"
 
 namespace quillon::workstation {
@@ -48,6 +51,13 @@ bool replaceLink(const std::string& text, const std::string& path) {
   return false;
 }
 
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+using Links = std::unique_ptr<DIR, CloseDirectory>;
+
+Links openLinks() { return Links(opendir(kProcessDirectory)); }
+
 // The process id in the name of a link or of its temporary replacement; 0 for other names.
 pid_t processOf(const char* name) { return static_cast<pid_t>(std::strtol(name, nullptr, 10)); }
 
@@ -66,9 +76,21 @@ Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
   return failAt("cannot register a process in", path);
 }
 
+std::vector<pid_t> processesOfPackage(const std::string& packageId) {
+  const Links links = openLinks();
+  std::vector<pid_t> processes;
+  while (const dirent* const entry = links ? readdir(links.get()) : nullptr) {
+    const pid_t process = processOf(entry->d_name);
+    if (process > 0 && packageOfProcess(process) == packageId) {
+      processes.push_back(process);
+    }
+  }
+  std::sort(processes.begin(), processes.end());
+  return processes;
+}
+
 void forgetEndedProcesses() {
-  const auto close = [](DIR* directory) { closedir(directory); };
-  const std::unique_ptr<DIR, decltype(close)> links(opendir(kProcessDirectory), close);
+  const Links links = openLinks();
   while (const dirent* const entry = links ? readdir(links.get()) : nullptr) {
     const pid_t process = processOf(entry->d_name);
     if (process > 0 && kill(process, 0) != 0 && errno == ESRCH) {
@@ -93,3 +115,13 @@ std::optional<std::string> packageOfProcess(pid_t pid) {
 }
 
 }  // namespace quillon::workstation
+
+int quillon_register_process(pid_t pid, const char* package_id) {
+  using namespace quillon::workstation;
+  const quillon::Expected<void> registered =
+      package_id != nullptr ? registerProcess(pid, package_id) : quillon::fail("no package id");
+  if (!registered) {
+    logFailure(registered.error());
+  }
+  return registered ? 0 : -1;
+}

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "data_paths.h"
 #include "packages/database.h"
@@ -28,21 +29,42 @@ constexpr const char* kReservePath = "/opt/usr/share/quillon/packages.reserve";
 constexpr off_t kMinReserve = 256 << 10;
 constexpr off_t kReserveFactor = 2;
 
+constexpr mode_t kMode = 0644;
+
 bool isDiskFull(int error) { return error == ENOSPC || error == EDQUOT; }
 
 // Creates a file. Removes what an interrupted process has left under that name, and follows no link
 // that is planted there.
 Descriptor create(const char* path) {
-  constexpr mode_t kMode = 0644;
   unlink(path);
   return Descriptor(open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode));
 }
 
-// Returns false with errno on failure.
+// Returns false with errno on failure. A journal belongs to the file that is replaced: SQLite would
+// roll it back into the new one.
 bool writeAndRename(std::string_view bytes) {
   const Descriptor file = create(kNewPath);
-  return file && writeAll(file.get(), bytes) && fsync(file.get()) == 0 &&
-         rename(kNewPath, kRegistryPath) == 0;
+  if (!file || !writeAll(file.get(), bytes) || fchmod(file.get(), kMode) != 0 ||
+      fsync(file.get()) != 0) {
+    return false;
+  }
+  unlink(kJournalPath);
+  return rename(kNewPath, kRegistryPath) == 0;
+}
+
+// Whether an earlier version was interrupted while it changed the registry in place.
+bool hasJournal() {
+  struct stat status {};
+  return lstat(kJournalPath, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// The file of an earlier reservation, if it is one, else a new one.
+Descriptor openReserve() {
+  Descriptor file(open(kReservePath, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  const bool isOwn =
+      file && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+  return isOwn ? std::move(file) : create(kReservePath);
 }
 
 off_t sizeOf(const char* path) {
@@ -62,7 +84,7 @@ Expected<std::string> readRegistryFile() {
                     "': " + fileErrorText(errno, kMaxSize),
                 "check the file and the permissions of its folders");
   }
-  if (access(kJournalPath, F_OK) == 0) {
+  if (hasJournal()) {
     return Database::recoverFile(kRegistryPath);
   }
   return std::move(*bytes);
@@ -83,12 +105,13 @@ Expected<void> replaceRegistryFile(std::string_view bytes, Reserve reserve) {
 
 void reserveSpace() {
   const off_t wanted = kMinReserve + kReserveFactor * sizeOf(kRegistryPath);
-  if (sizeOf(kReservePath) >= wanted) {
+  const off_t size = sizeOf(kReservePath);
+  if (size >= wanted) {
     return;
   }
-  const Descriptor file = create(kReservePath);
-  if (!file || posix_fallocate(file.get(), 0, wanted) != 0) {
-    unlink(kReservePath);
+  const Descriptor file = openReserve();
+  if (file && posix_fallocate(file.get(), 0, wanted) != 0) {
+    [[maybe_unused]] const int result = ftruncate(file.get(), size);  // frees a part of the growth
   }
 }
 

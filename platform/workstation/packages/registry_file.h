@@ -24,8 +24,8 @@ enum class Reserve { kKeep, kUse };
 // Replaces the file. With kUse a full disk is not a failure as long as the reserve suffices.
 Expected<void> replaceRegistryFile(std::string_view bytes, Reserve reserve);
 
-// Sets space on the disk aside, so that packages can be removed when the disk is full. Does nothing
-// if the disk does not have that space now.
+// Sets space on the disk aside, so that packages can be removed when the disk is full. Keeps what
+// is set aside already if the disk does not have more space now.
 void reserveSpace();
 
 }  // namespace quillon::workstation

@@ -42,7 +42,7 @@ Expected<void> PluginCalls::initialize() const {
     return {};
   }
   return fail(kUsage, {"the plug-in does not know the application type '" + target_->type + "'",
-                       "name one of inhouse, inhouseapitest, dotnet and normal"});
+                       "--type inhouse, inhouseapitest, dotnet or normal"});
 }
 
 Expected<PluginLists> PluginCalls::lists() const try {

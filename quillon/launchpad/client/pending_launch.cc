@@ -109,9 +109,10 @@ void PendingLaunch::onTaken(TakenReply reply) {
   }
   worker_ = std::move(reply.connection);
   signals_.setTarget(std::move(reply.pidfd));
-  // If this fails, the worker has ended, and the server reports its end.
-  [[maybe_unused]] const bool isSent = handOver_.send(worker_.get());
   enter(Stage::kHandedOver);
+  if (!handOver_.send(worker_.get())) {
+    signals_.killTarget();  // the server reports its end
+  }
   if (verbose_) {
     tell({"launched by the launch pad, in its process " + std::to_string(reply.worker), {}});
   }
@@ -160,11 +161,13 @@ bool PendingLaunch::endWorker() {
   return true;
 }
 
-// The workers end with the server.
+// Most workers end with the server by themselves, but not those that have changed their
+// credentials.
 void PendingLaunch::onServerGone() {
   if (endWorker()) {
     return decline("the launch pad closed the connection");
   }
+  signals_.killTarget();
   awaitExit(signals_.target());
   const Failure failure{"the launch pad ended, and the application with it", "start it again",
                         kLaunchPadState};

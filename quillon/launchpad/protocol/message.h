@@ -33,6 +33,8 @@ enum class MessageKind : uint32_t {
   kReady,  // the worker waits for a launch
   // From worker to client and server.
   kStarted,  // the worker runs the application's Main next
+  // From worker to server.
+  kUnknownType,  // the plug-in does not know the application type
 };
 
 // Bytes that may hold the arguments or the environment of an application. They are overwritten with

@@ -61,7 +61,8 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Proce
       signals_(openSignals()),
       pools_(
           {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000)),
-           [this] { return currentFingerprint(config_.plugin); }},
+           [this] { return currentFingerprint(config_.plugin); },
+           [this](WorkerProcess& worker) { receiveAll(worker); }},
           [this](const PoolKey& key, Descriptor channel) { runChild(key, std::move(channel)); }) {
   for (const PoolKey& key : catalogue_.keysOfInstalled(options.types)) {
     pools_.ensurePool(key);
@@ -212,6 +213,7 @@ void EventLoop::removeClient(uint64_t number) {
     worker->client = 0;
     killWorker(*worker);
   }
+  inspector_.forget(number);
   clients_.erase(found);
 }
 
@@ -295,10 +297,11 @@ bool EventLoop::assign(uint64_t number, const Entry& entry, const Limits& limits
   if (!registered) {
     tell(registered.error());
   }
-  // Otherwise client or worker has ended, which another event reports.
-  [[maybe_unused]] const bool areSent =
-      sendTaken(client.socket.get(), worker->pid, worker->pidfd.get(), clientEnd.get()) &&
-      sendAssignment(worker->channel.get(), entry.target, limits, workerEnd.get());
+  // If a message cannot be sent, the client gets the worker's end, and may ask for another one.
+  if (!sendTaken(client.socket.get(), worker->pid, worker->pidfd.get(), clientEnd.get()) ||
+      !sendAssignment(worker->channel.get(), entry.target, limits, workerEnd.get())) {
+    killWorker(*worker);
+  }
   return true;
 }
 
@@ -320,10 +323,18 @@ bool EventLoop::onWorkerReadable(WorkerProcess& worker) {
   if (message.kind == MessageKind::kReady) {
     pools_.onReady(worker);
   }
+  if (message.kind == MessageKind::kUnknownType && worker.stage == Stage::kPreparing) {
+    pools_.removePool(worker.key);
+  }
   if (message.kind == MessageKind::kStarted && worker.stage == Stage::kAssigned) {
     pools_.onStarted(worker);
   }
   return true;
+}
+
+void EventLoop::receiveAll(WorkerProcess& worker) {
+  while (worker.channel && onWorkerReadable(worker)) {
+  }
 }
 
 void EventLoop::onWorkerEnded(uint64_t number) {
@@ -331,22 +342,18 @@ void EventLoop::onWorkerEnded(uint64_t number) {
   if (worker == nullptr) {
     return;
   }
-  // Messages that the worker sent before its end come first.
-  while (worker->channel && onWorkerReadable(*worker)) {
-  }
+  receiveAll(*worker);  // what it sent before its end comes first
   const auto exitState = reapWorker(*worker);
   if (!exitState) {
     return;
   }
   const auto client = clients_.find(worker->client);
-  // The plug-in does not know the application type.
-  if (worker->stage == Stage::kPreparing && !exitState->bySignal && exitState->number == kUsage) {
-    pools_.removePool(worker->key);
-  }
   pools_.onEnded(number);
   if (client != clients_.end()) {
     client->second.worker = 0;
-    sendMessage(client->second.socket.get(), MessageKind::kEnded, encode(*exitState));
+    if (!sendMessage(client->second.socket.get(), MessageKind::kEnded, encode(*exitState))) {
+      clients_.erase(client);  // which tells it, too
+    }
   }
   workstation::forgetEndedProcesses();
 }

@@ -63,6 +63,7 @@ class EventLoop {
   void decline(uint64_t client, const std::string& reason);
 
   bool onWorkerReadable(WorkerProcess& worker);
+  void receiveAll(WorkerProcess& worker);
   void onWorkerEnded(uint64_t number);
 
   void onSignals();

@@ -32,8 +32,8 @@ std::optional<std::string> receiveBytes(int channel, int flags) {
   return bytes;
 }
 
-bool sendBytes(int channel, const std::string& bytes) {
-  return send(channel, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+bool sendBytes(int channel, const std::string& bytes, int flags) {
+  return send(channel, bytes.data(), bytes.size(), MSG_NOSIGNAL | flags) ==
          static_cast<ssize_t>(bytes.size());
 }
 
@@ -66,7 +66,7 @@ Finding inspectProcess(const ProcessState& own, uint64_t client, pid_t pid) {
     const Finding finding = inspectProcess(own, client, pid);
     RecordWriter answer;
     visitFinding(Encoder(answer), finding);
-    sendBytes(channel.get(), answer.bytes());
+    sendBytes(channel.get(), answer.bytes(), 0);  // waits until the server has read others
   }
   _exit(0);
 }
@@ -100,12 +100,14 @@ bool Inspector::inspect(uint64_t client, int socket) {
   }
   Descriptor peer = pidfdOfPeer(socket, pid);
   const auto question = RecordWriter().number(client).number(static_cast<uint64_t>(pid)).take();
-  if (!peer || !sendBytes(channel_.get(), question)) {
+  if (!peer || !sendBytes(channel_.get(), question, MSG_DONTWAIT)) {
     return false;
   }
   peers_[client] = std::move(peer);
   return true;
 }
+
+void Inspector::forget(uint64_t client) { peers_.erase(client); }
 
 // A client that has not ended by now has had its process id all the time, so the finding is about
 // it and not about another process that got its id.

@@ -41,6 +41,9 @@ class Inspector {
   // client  the client's number, without another inspection in progress
   [[nodiscard]] bool inspect(uint64_t client, int socket);
 
+  // Releases what is kept for a client that has gone. A finding about it may still follow.
+  void forget(uint64_t client);
+
   // Returns the next finding, or nullopt if none is there yet. Does not block.
   std::optional<Finding> next();
 

@@ -6,12 +6,14 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "quillon/base/files.h"
 #include "quillon/launchpad/state/process_state.h"
+#include "quillon/launchpad/worker/environment.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -22,6 +24,22 @@ constexpr std::array<std::string_view, 4> kOwn = {"QUILLON_DEVICE", "QUILLON_LOG
 bool isKeptEntry(const char* entry) {
   const std::string_view text = entry;
   return isKept(text.substr(0, text.find('=')));
+}
+
+// The process id in this variable's value says that this process has executed the program again.
+constexpr char kRestarted[] = "QUILLON_RESTARTED";
+
+bool wasRestarted() {
+  const char* const process = getenv(kRestarted);
+  return process != nullptr && process == std::to_string(getpid());
+}
+
+void unsetOthers() {
+  for (const auto& [name, entry] : currentEntries()) {
+    if (!isKept(name)) {
+      unsetenv(name.c_str());
+    }
+  }
 }
 
 // Pointers to the arguments of the process, which `commandLine` must outlive, and a null pointer.
@@ -41,6 +59,10 @@ bool isKept(std::string_view variable) {
 }
 
 Expected<void> restartWithOwnEnvironment() {
+  if (wasRestarted()) {
+    unsetOthers();
+    return {};
+  }
   std::vector<char*> kept;
   size_t count = 0;
   for (; environ != nullptr && environ[count] != nullptr; ++count) {
@@ -51,6 +73,8 @@ Expected<void> restartWithOwnEnvironment() {
   if (kept.size() == count) {
     return {};
   }
+  std::string restarted = kRestarted + ("=" + std::to_string(getpid()));
+  kept.push_back(restarted.data());
   kept.push_back(nullptr);
   std::string commandLine = readSmallFileAt(AT_FDCWD, "/proc/self/cmdline");
   execve(executablePath().c_str(), argumentsIn(commandLine).data(), kept.data());

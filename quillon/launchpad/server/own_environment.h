@@ -15,7 +15,8 @@ bool isKept(std::string_view variable);
 
 // If the environment holds other variables, executes the program again, with the same arguments and
 // without those variables. Call first thing, because the memory of the process is then free of
-// them. Returns if there are none, or if the program cannot be executed.
+// them. Returns if there are none, or if the program cannot be executed. Does so once: a preloaded
+// library may set variables at every start. Those are unset.
 [[nodiscard]] Expected<void> restartWithOwnEnvironment();
 
 }  // namespace quillon::launchpad

@@ -143,15 +143,20 @@ milliseconds Pools::until(Clock::time_point when) const {
   return left.count() <= 0 ? milliseconds(0) : std::chrono::ceil<milliseconds>(left);
 }
 
-// Kills workers that are at a stage for too long. Returns the time left for the others.
+milliseconds Pools::timeLeft(const WorkerProcess& worker) const {
+  const auto timeout = timeoutOf(worker.stage);
+  return timeout ? until(worker.since + *timeout) : kNever;
+}
+
+// Kills workers that are at a stage for too long. Returns the time left for the others. If this
+// process was stopped, a worker may have sent its message in time.
 milliseconds Pools::killOverdue() {
   milliseconds wait = kNever;
   for (auto& [number, worker] : workers_) {
-    const auto timeout = timeoutOf(worker.stage);
-    if (!timeout) {
-      continue;
+    if (timeLeft(worker).count() == 0) {
+      settings_.receive(worker);
     }
-    const milliseconds left = until(worker.since + *timeout);
+    const milliseconds left = timeLeft(worker);
     if (left.count() == 0) {
       killWorker(worker);
     } else {

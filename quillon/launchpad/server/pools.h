@@ -26,6 +26,8 @@ struct PoolSettings {
   size_t size = 2;  // ready workers of each pool
   std::chrono::milliseconds refillDelay{3000};
   std::function<std::string()> fingerprint;  // see fingerprint.h
+  // Handles the messages that a worker has sent.
+  std::function<void(WorkerProcess&)> receive;
   std::function<Clock::time_point()> now = Clock::now;
 };
 
@@ -84,6 +86,7 @@ class Pools {
   void recordFailure(const PoolKey& key);
   [[nodiscard]] size_t count(const PoolKey& key, Stage stage) const;
   [[nodiscard]] bool isPreparing() const;
+  [[nodiscard]] std::chrono::milliseconds timeLeft(const WorkerProcess& worker) const;
   std::chrono::milliseconds killOverdue();
   [[nodiscard]] std::chrono::milliseconds until(Clock::time_point when) const;
 

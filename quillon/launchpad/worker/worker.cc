@@ -26,6 +26,8 @@
 #include "quillon/launchpad/worker/placeholders.h"
 #include "quillon/launchpad/worker/process_setup.h"
 #include "quillon/launchpad/worker/stdio.h"
+#include "quillon/resolution/hostpolicy.h"
+#include "quillon/resolution/resolution.h"
 #include "workstation/log_config.h"
 #include "workstation/packages.h"
 
@@ -153,7 +155,12 @@ Expected<void> Worker::initializePlugin() {
     return fail(kNoPlugin, library.error());
   }
   plugin_ = host::PluginCalls(*library, &target_);
-  RETURN_IF_FAILED(plugin_.initialize());
+  if (auto initialized = plugin_.initialize(); !initialized) {
+    if (initialized.error().status == kUsage) {
+      sendMessage(channel_.get(), MessageKind::kUnknownType);
+    }
+    return initialized;
+  }
   ASSIGN_OR_RETURN(lists_, plugin_.lists());
   return {};
 }
@@ -169,8 +176,10 @@ Expected<void> Worker::startRuntime() {
     return fail(kRuntimeFailed, runtime.error());
   }
   runtime_ = std::move(*runtime);
-  const auto plan = host::planPrepared(folders_.paths(), lists_, key_.settings,
-                                       managedAssembly(config_.plugin).string());
+  const host::Requirements requirements{{{}, {}, key_.settings}, {}, key_.additions};
+  auto plan = host::planPrepared(folders_.paths(), lists_, requirements,
+                                 managedAssembly(config_.plugin).string());
+  resolution::addHostpolicy(plan.properties);
   rehearses_ = canRehearse(plan.properties);
   const host::ScopedJitThreadKeepAlive lasting;
   variablesAtStart_ = currentVariables();
@@ -192,7 +201,7 @@ Expected<void> Worker::warmUpRuntime() {
     return fail(kRuntimeFailed, bound.error());
   }
   variablesAtWarmUp_ = currentVariables();
-  managed_.warmUp(host::propertiesOfApplication(target_, lists_));
+  managed_.warmUp(host::propertiesOfApplication(target_, lists_, key_.additions));
   if (rehearses_) {
     rehearse();
   }
@@ -263,11 +272,15 @@ Expected<void> Worker::configureApplication() {
   const Variables now = currentVariables();
   auto variables = changesBetween(variablesAtStart_, now);
   variables.merge(changesBetween(variablesAtWarmUp_, now));
-  if (!managed_.assign(host::propertiesOfApplication(target_, lists_), variables)) {
+  resolution::setHostpolicyApplication(target_.assembly);
+  if (!managed_.assign(host::propertiesOfApplication(target_, lists_, key_.additions), variables)) {
     return fail(kRuntimeFailed, {"the runtime refuses the application's properties", {}});
   }
   RETURN_IF_FAILED(plugin_.setApplication());
   plugin_.beforeExecute();
+  if (const auto warning = resolution::warningAbout(target_.application.id, key_.additions)) {
+    tell(*warning);
+  }
   return {};
 }
 

@@ -5,6 +5,7 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -233,6 +234,122 @@ TEST_F(PackageFiles, AreNotPutBehindALink) {
   EXPECT_TRUE(fs::is_empty(victims.path()));
 }
 
+// The link may have been put there after the installation.
+TEST_F(PackageFiles, BehindALinkAreNotReportedAsRemoved) {
+  const TemporaryDirectory elsewhere;
+  SamplePackage sample("p");
+  ASSERT_EQ(failureOf(sample.file("f", "").add("root = '/opt/usr/apps/folder/p'").install()),
+            "installed");
+  fs::rename("/opt/usr/apps/folder", "/opt/usr/apps/moved");
+  fs::create_directory_symlink("moved", "/opt/usr/apps/folder");
+  const auto removed = removePackage("p");
+  ASSERT_FALSE(removed);
+  EXPECT_EQ(removed.error().what, "cannot open the folder '/opt/usr/apps/folder': Not a directory");
+  EXPECT_EQ(removed.error().remedy, "replace the symbolic link on its path by the folder");
+  EXPECT_TRUE(fs::exists("/opt/usr/apps/moved/p/f"));
+  fs::remove("/opt/usr/apps/folder");
+  fs::rename("/opt/usr/apps/moved", "/opt/usr/apps/folder");
+  EXPECT_TRUE(removePackage("p").value());
+  EXPECT_FALSE(fs::exists("/opt/usr/apps/folder/p"));
+}
+
+// An application may take the rights away from the folders of its package.
+TEST_F(PackageFiles, InFoldersWithoutRightsAreRemoved) {
+  constexpr uid_t kUser = 1234;
+  const auto removes = [] {
+    if (!SamplePackage("p").file("a/b/c/file", "").file("x/y/file", "").install()) {
+      return 1;
+    }
+    for (const char* folder : {"a/b/c", "a/b", "a"}) {
+      chmod((std::string(kRoot) + "/" + folder).c_str(), 0);
+    }
+    for (const char* folder : {"x/y", "x", ""}) {
+      chmod((std::string(kRoot) + "/" + folder).c_str(), 0555);
+    }
+    return removePackage("p").value_or(false) && fs::is_empty("/opt/usr/apps") ? 0 : 2;
+  };
+  if (geteuid() != 0) {
+    EXPECT_EQ(removes(), 0);
+    return;
+  }
+  fs::create_directories("/opt/usr/share/quillon");
+  for (const char* folder : {"/opt/usr/apps", "/opt/usr/share/quillon"}) {
+    ASSERT_EQ(chown(folder, kUser, kUser), 0);
+  }
+  EXPECT_EQ(inChild([&] { return setresuid(kUser, kUser, kUser) == 0 ? removes() : 77; }), 0);
+  ASSERT_EQ(chown("/opt/usr/apps", 0, 0), 0);
+}
+
+// A change that cannot be undone concerns only its own package.
+class UnfinishedChange : public InsideDeviceTest {
+ protected:
+  static void expectThatOthersCanBeInstalled() {
+    EXPECT_EQ(failureOf(SamplePackage("other").file("f", "").install()), "installed");
+    EXPECT_TRUE(removePackage("other").value_or(false));
+  }
+};
+
+TEST_F(UnfinishedChange, WhoseFolderHasVanishedBlocksNobody) {
+  bool vanished = true;
+  size_t index = 1;
+  for (; vanished && !HasFailure(); ++index) {
+    InsideDeviceTest::SetUp();
+    SamplePackage sample("p");
+    const std::string manifest = sample.file("f", "").manifest();
+    vanished = false;
+    const auto at = [&](const SystemCall& call) {
+      if (call.index != index) {
+        return Verdict::run();
+      }
+      vanished = true;
+      for (const auto& entry : fs::directory_iterator("/opt/usr/apps")) {
+        fs::remove_all(entry);
+      }
+      return Verdict::run();
+    };
+    const auto install = [&] {
+      [[maybe_unused]] auto done = workstation::installPackage(manifest);
+    };
+    const auto result = torture::follow(install, Follower{at, nullptr});
+    if (!result.allowed) {
+      QUILLON_SKIP(result.reason);
+    }
+    expectThatOthersCanBeInstalled();
+    if (HasFailure()) {
+      FAIL() << "removed at call " << index;
+    }
+  }
+  EXPECT_GT(index, 50U) << "the installation made no calls worth the name";
+}
+
+TEST_F(UnfinishedChange, WhosePlaceIsTakenBlocksNobody) {
+  ASSERT_EQ(failureOf(SamplePackage("p", "1").file("f", "old").install()), "installed");
+  bool moved = false;
+  const auto afterTheMove = [&](const SystemCall& call) {
+    if (moved) {
+      return Verdict::kill();
+    }
+    moved = call.number == SYS_renameat || call.number == SYS_renameat2;
+    return Verdict::run();
+  };
+  const auto remove = [] { [[maybe_unused]] auto done = removePackage("p"); };
+  const auto result = torture::follow(remove, Follower{afterTheMove, nullptr});
+  if (!result.allowed) {
+    QUILLON_SKIP(result.reason);
+  }
+  ASSERT_TRUE(result.killed);
+  ASSERT_FALSE(fs::exists(kRoot));
+  writeFile(std::string(kRoot) + "/precious", "data");
+  expectThatOthersCanBeInstalled();
+  EXPECT_EQ(contentsOf(std::string(kRoot) + "/precious"), "data");
+  // The next version replaces both folders, and its removal brings neither back.
+  EXPECT_EQ(failureOf(SamplePackage("p", "2").file("f", "new").install()), "installed");
+  EXPECT_EQ(contentsOf(std::string(kRoot) + "/f"), "new");
+  EXPECT_TRUE(removePackage("p").value_or(false));
+  expectThatOthersCanBeInstalled();
+  EXPECT_TRUE(fs::is_empty("/opt/usr/apps"));
+}
+
 // Tests with a small file system at /opt/usr.
 class SmallDisk : public InsideDeviceTest {
  protected:
@@ -287,6 +404,22 @@ TEST_F(SmallDisk, RemovesPackagesWhenItIsFull) {
       }
     }
     return listPackages().value().empty() ? 0 : 4;
+  });
+}
+
+TEST_F(SmallDisk, KeepsItsReserveWhenThatCannotGrow) {
+  onSmallDisk([] {
+    constexpr off_t kSize = 64 << 10;
+    const char* const reserve = "/opt/usr/share/quillon/packages.reserve";
+    if (!install("p", 1) || truncate(reserve, kSize) != 0) {
+      return 1;
+    }
+    fillDisk();
+    if (install("q", 1)) {
+      return 2;
+    }
+    struct stat status {};
+    return stat(reserve, &status) == 0 && status.st_blocks * 512 >= kSize ? 0 : 3;
   });
 }
 

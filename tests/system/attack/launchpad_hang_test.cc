@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -227,6 +228,34 @@ TEST_F(LaunchpadHang, AStoppedProcessHoldsNeitherALaunchNorItsPipe) {
   EXPECT_THAT(ending.err, HasSubstr("its prepared process does not take the launch over"));
   EXPECT_FALSE(isAlive(stopped));
   EXPECT_EQ(served(), 0);
+}
+
+size_t descriptorsOf(pid_t process) {
+  const std::filesystem::path folder = "/proc/" + std::to_string(process) + "/fd";
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+// The process that reads /proc for it; so far it has no other child.
+pid_t inspectorOf(pid_t launchpad) {
+  const std::string number = std::to_string(launchpad);
+  return std::stoi(contentOf("/proc/" + number + "/task/" + number + "/children"));
+}
+
+TEST_F(LaunchpadHang, ClientsThatEndBeforeTheyAreInspectedLeaveNothing) {
+  start(1);
+  const pid_t inspector = inspectorOf(launchpad());
+  const size_t before = descriptorsOf(launchpad());
+  kill(inspector, SIGSTOP);
+  {
+    const RunningLaunch one({"--device", root(), kClock});
+    const RunningLaunch other({"--device", root(), kClock});
+    // A connection and a process for each.
+    ASSERT_TRUE(eventually([&] { return descriptorsOf(launchpad()) == before + 4; }));
+  }
+  EXPECT_TRUE(eventually([&] { return descriptorsOf(launchpad()) == before; }))
+      << descriptorsOf(launchpad()) << " after " << before;
+  kill(inspector, SIGCONT);
+  EXPECT_EQ(launch({kClock}).status, 0);
 }
 
 TEST_F(LaunchpadHang, AStoppedLaunchPadAnswersNoCommand) {

@@ -38,6 +38,49 @@ TEST_F(LaunchpadStart, IsRefusedWithTooFewDescriptors) {
   EXPECT_EQ(std::count(refused.err.begin(), refused.err.end(), '\n'), 1) << refused.err;
 }
 
+// A failure of the launch pad itself says nothing about the application type.
+TEST_F(LaunchpadStart, AFreshProcessThatDoesNotComeUpIsTriedAgain) {
+  const fs::path copy = fresh("copy");
+  fs::create_directories(copy / "bin");
+  fs::copy_file(kQuillon, copy / "bin/quillon");
+  fs::create_directories(copy / "lib");
+  for (const auto& entry : fs::directory_iterator(QUILLON_BUILD_DIRECTORY "/lib")) {
+    if (entry.is_directory() || entry.path().extension() == ".so") {
+      fs::copy(entry.path(), copy / "lib" / entry.path().filename());
+    }
+  }
+  useProgram(copy / "bin/quillon");
+  start(1, 0, {"--fresh", "--type", "inhouse"});
+  ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
+  // As if another version was installed, which does not know the internal command.
+  write(copy / "bin/another", "#!/bin/sh\nexit " + std::to_string(kUsage) + "\n");
+  fs::permissions(copy / "bin/another", fs::perms::owner_all);
+  fs::rename(copy / "bin/another", copy / "bin/quillon");
+  EXPECT_EQ(control("reload").status, 0);
+  EXPECT_TRUE(eventually([&] {
+    return errors().find("ended unexpectedly; the next one starts in") != std::string::npos ||
+           status().find("pool 1") == std::string::npos;
+  }));
+  EXPECT_THAT(status(), HasSubstr("pool 1: inhouse"));
+}
+
+#ifdef QUILLON_SETS_VARIABLE
+class LaunchpadWithLibrary : public LaunchpadStart {
+ protected:
+  bool prepareLaunchpadProcess() const override {
+    return setenv("LD_PRELOAD", QUILLON_SETS_VARIABLE, 1) == 0;
+  }
+};
+
+// The launch pad executes itself again to lose the other variables of its environment.
+TEST_F(LaunchpadWithLibrary, ThatSetsVariablesServes) {
+  start(1);
+  EXPECT_THAT(status(), StartsWith("serving"));
+  const std::string environment = contentOf("/proc/" + std::to_string(launchpad()) + "/environ");
+  EXPECT_EQ(environment.find("HOME="), std::string::npos);
+}
+#endif
+
 // The application gets the questions of the probe as its standard input.
 TEST_F(LaunchpadStart, WithoutStandardInputKeepsThatOfTheClient) {
   const int kept = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);

@@ -176,6 +176,42 @@ TEST_F(RegistryAttack, AnInstallationRecoversTheJournalOfAnEarlierVersion) {
   expectLaunchable();
 }
 
+// The remedy of a damaged registry: its file is removed, but not the journal beside it.
+TEST_F(RegistryAttack, AJournalWithoutItsRegistryDoesNotDamageTheNextOne) {
+  interruptATransaction(inData("packages.db"));
+  ASSERT_FALSE(HasFatalFailure());
+  fs::remove(inData("packages.db"));
+  fs::remove_all(device() + "/opt/usr/apps/clock");
+  write("2");
+  ASSERT_EQ(quillonInTime({"package", "install", manifest()}).status, 0);
+  expectLaunchable();
+  EXPECT_THAT(quillonInTime({"package", "list"}).out, StartsWith("clock 2  "));
+  EXPECT_FALSE(fs::exists(inData("packages.db-journal")));
+}
+
+TEST_F(RegistryAttack, AFifoInPlaceOfTheJournalIsIgnored) {
+  ASSERT_EQ(mkfifo(inData("packages.db-journal").c_str(), 0666), 0);
+  expectLaunchable();
+  EXPECT_EQ(quillonInTime({"package", "install", manifest()}).status, 0);
+  expectLaunchable();
+}
+
+// Every user of the device root reads the registry and the packages' files.
+TEST_F(RegistryAttack, TheModeOfFilesDoesNotDependOnTheUmask) {
+  writeFile(manifests() + "/out/folder/file", "");
+  const mode_t before = umask(077);
+  EXPECT_EQ(quillonInTime({"package", "install", manifest()}).status, 0);
+  umask(before);
+  const auto modeOf = [](const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777U;
+  };
+  EXPECT_EQ(modeOf(inData("packages.db")), 0644U);
+  EXPECT_EQ(modeOf(device() + "/opt/usr/apps/clock"), 0755U);
+  EXPECT_EQ(modeOf(device() + "/opt/usr/apps/clock/folder"), 0755U);
+}
+
 TEST_F(RegistryAttack, AFifoIsReported) {
   fs::remove(inData("packages.db"));
   ASSERT_EQ(mkfifo(inData("packages.db").c_str(), 0666), 0);

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -114,6 +115,18 @@ TEST_F(ForeignHolder, DoesNotPreventAStart) {
   start();
   EXPECT_EQ(zone("stop appzone").output, "zone appzone: stopped\n");
   EXPECT_TRUE(victim.isAlive());
+}
+
+// Any process that may open a folder can lock it.
+TEST_F(ForeignHolder, OfALockOnTheFolderDelaysNoCommand) {
+  const fs::path file = forge("");
+  const int folder = open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_EQ(flock(folder, LOCK_EX), 0);
+  start();
+  EXPECT_EQ(zone("stop appzone").output, "zone appzone: stopped\n");
+  close(folder);
+  EXPECT_EQ(fs::status(root_ / "opt/usr/share/quillon/zones.lock").permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
 }
 
 // The holder's state is changed while the zone runs.

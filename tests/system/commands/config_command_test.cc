@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include "tests/system/commands/command_fixture.h"
 
@@ -70,6 +71,56 @@ TEST_F(ConfigCommandTest, DistinguishesAMissingKeyFromAFailure) {
   EXPECT_EQ(quillon({"config", "get", "a//b"}).status, 112);
 }
 
+TEST_F(ConfigCommandTest, NamesAGroupOfKeys) {
+  ASSERT_EQ(quillon({"config", "set", "db/x", "1"}).status, 0);
+  const Finished group = quillon({"config", "get", "db"});
+  EXPECT_EQ(group.status, 114);
+  EXPECT_EQ(group.err,
+            "quillon: 'db' is not a key but a group of keys; list them: quillon config list db\n");
+  const Finished set = quillon({"config", "set", "db", "1"});
+  EXPECT_EQ(set.status, 112);
+  EXPECT_EQ(set.err, group.err);
+}
+
+TEST_F(ConfigCommandTest, NamesAKeyInThePlaceOfAGroup) {
+  ASSERT_EQ(quillon({"config", "set", "db/x", "1"}).status, 0);
+  EXPECT_EQ(quillon({"config", "set", "db/x/y/z", "1"}).err,
+            "quillon: 'db/x/y/z' cannot be a key, because 'db/x' is one; remove that: quillon "
+            "config unset db/x\n");
+  ASSERT_EQ(quillon({"config", "unset", "db/x"}).status, 0);
+  EXPECT_EQ(quillon({"config", "set", "db/x/y/z", "1"}).status, 0);
+}
+
+TEST_F(ConfigCommandTest, ListsKeys) {
+  EXPECT_EQ(quillon({"config", "list"}).out, "");
+  EXPECT_EQ(quillon({"config", "list", "--json"}).out, "[]\n");
+  ASSERT_EQ(quillon({"config", "set", "db/b/text", "a b"}).status, 0);
+  ASSERT_EQ(quillon({"config", "set", "db/a/number", "-5"}).status, 0);
+  ASSERT_EQ(quillon({"config", "set", "top", "5", "--string"}).status, 0);
+  writeFile(device() + "/opt/usr/share/quillon/config/db/.text.Ab12Cd", "left over");
+  EXPECT_EQ(quillon({"config", "list"}).out,
+            "db/a/number int -5\ndb/b/text string a b\ntop string 5\n");
+  EXPECT_EQ(quillon({"config", "list", "db/b"}).out, "db/b/text string a b\n");
+  EXPECT_EQ(nlohmann::json::parse(quillon({"config", "list", "db", "--json"}).out),
+            nlohmann::json::parse(R"([{"key": "db/a/number", "type": "int", "value": -5},
+                                      {"key": "db/b/text", "type": "string", "value": "a b"}])"));
+  EXPECT_EQ(quillon({"config", "list", "../.."}).out, "");
+}
+
+TEST_F(ConfigCommandTest, UnsetsAKeyAndItsEmptyGroups) {
+  ASSERT_EQ(quillon({"config", "set", "db/a/number", "5"}).status, 0);
+  ASSERT_EQ(quillon({"config", "set", "db/text", "x"}).status, 0);
+  EXPECT_EQ(quillon({"config", "unset", "db/a/number"}).status, 0);
+  EXPECT_EQ(quillon({"config", "list"}).out, "db/text string x\n");
+  EXPECT_EQ(quillon({"config", "set", "db/a", "now a key"}).status, 0);
+  const Finished absent = quillon({"config", "unset", "db/none"});
+  EXPECT_EQ(absent.status, 114);
+  EXPECT_EQ(absent.err,
+            "quillon: the configuration key 'db/none' has no value; list the keys: quillon config "
+            "list\n");
+  EXPECT_EQ(quillon({"config", "unset", "db"}).status, 114);
+}
+
 TEST_F(ConfigCommandTest, WatchPrintsTheValueAndEachNewOne) {
   ASSERT_EQ(quillon({"config", "set", "a/b", "0"}).status, 0);
   Program watch(commandOf({"config", "watch", "a/b"}));
@@ -101,7 +152,7 @@ TEST_F(ConfigCommandTest, RefusesUnknownArguments) {
   const Finished usage = quillon({"config", "get"});
   EXPECT_EQ(usage.status, 100);
   EXPECT_EQ(usage.err,
-            "quillon: KEY is required: key, for example db/dotnet/velora_api_path; see quillon "
+            "quillon: KEY is required: key, such as db/dotnet/velora_api_path; see quillon "
             "config get "
             "--help\n");
   EXPECT_EQ(quillon({"frobnicate"}).status, 100);

@@ -1,10 +1,15 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include <sstream>
 
 #include "tests/system/commands/command_fixture.h"
 
 namespace quillon::test {
 namespace {
+
+using ::testing::HasSubstr;
 
 class PackageCommandTest : public CommandTest {
  protected:
@@ -73,6 +78,126 @@ TEST_F(PackageCommandTest, WorksInTheDeviceRootOfTheOption) {
   ASSERT_EQ(quillon({"package", "install", manifest("out")}).status, 0);
   EXPECT_EQ(quillon({"package", "remove", "--device", other, "clock"}).status, 104);
   EXPECT_TRUE(std::filesystem::exists(device() + "/opt/usr/apps/clock/c.dll"));
+}
+
+// A folder as dotnet publish writes it.
+class PublishedFolderTest : public PackageCommandTest {
+ protected:
+  std::string publish(const std::string& name) {
+    writeFile(published() + "/" + name + ".dll", "assembly");
+    writeFile(published() + "/" + name + ".runtimeconfig.json", "{}");
+    writeFile(published() + "/Library.dll", "library");
+    return published();
+  }
+  std::string published() { return (folder() / "out").string(); }
+};
+
+TEST_F(PublishedFolderTest, GetsAManifestThatCanBeInstalled) {
+  const Finished made = quillon({"package", "new", publish("Sample.Clock")});
+  EXPECT_EQ(made.status, 0) << made.err;
+  EXPECT_EQ(made.out, "wrote " + published() +
+                          "/quillon.toml; install it: quillon package install " + published() +
+                          "\n");
+  EXPECT_THAT(contentsOf(published() + "/quillon.toml"),
+              HasSubstr("id = \"Sample.Clock\"\nversion = \"1.0.0\"\n"));
+  const Finished installed = quillon({"package", "install", published()});
+  EXPECT_EQ(installed.out, "installed Sample.Clock 1.0.0 to /opt/usr/apps/Sample.Clock\n");
+  EXPECT_EQ(contentsOf(device() + "/opt/usr/apps/Sample.Clock/Sample.Clock.dll"), "assembly");
+  EXPECT_EQ(contentsOf(device() + "/opt/usr/apps/Sample.Clock/Library.dll"), "library");
+
+  const Finished again = quillon({"package", "new", published()});
+  EXPECT_EQ(again.status, 112);
+  EXPECT_THAT(again.err, HasSubstr("quillon.toml': File exists; edit it, or remove it first\n"));
+}
+
+TEST_F(PublishedFolderTest, IsInstalledByItsOwnManifest) {
+  ASSERT_EQ(quillon({"package", "new", publish("Clock"), "--id", "org.example.clock"}).status, 0);
+  EXPECT_EQ(quillon({"package", "install", published()}).out,
+            "installed org.example.clock 1.0.0 to /opt/usr/apps/org.example.clock\n");
+}
+
+TEST_F(PublishedFolderTest, IsInstalledWithoutAManifest) {
+  const Finished installed = quillon({"package", "install", publish("Clock \"1\"")});
+  EXPECT_EQ(installed.status, 0) << installed.err;
+  EXPECT_EQ(installed.out, "installed Clock \"1\" 1.0.0 to /opt/usr/apps/Clock \"1\"\n");
+  EXPECT_FALSE(std::filesystem::exists(published() + "/quillon.toml"));
+  const auto info =
+      nlohmann::json::parse(quillon({"package", "info", "Clock \"1\"", "--json"}).out);
+  EXPECT_EQ(info["privileges"][0], "http://velora.example/privilege/internal/default/platform");
+  EXPECT_EQ(info["applications"][0]["exec"], "/opt/usr/apps/Clock \"1\"/Clock \"1\".dll");
+}
+
+TEST_F(PublishedFolderTest, OfSeveralApplicationsNeedsAChoice) {
+  publish("B");
+  publish("A");
+  const Finished refused = quillon({"package", "install", published()});
+  EXPECT_EQ(refused.err,
+            "quillon: the folder '" + published() +
+                "' has several applications: A.dll, B.dll; choose one: quillon package "
+                "new " +
+                published() + " --exec A.dll\n");
+  EXPECT_EQ(quillon({"package", "new", published(), "--exec", "B.dll"}).status, 0);
+  EXPECT_EQ(quillon({"package", "install", published()}).out,
+            "installed B 1.0.0 to /opt/usr/apps/B\n");
+}
+
+TEST_F(PublishedFolderTest, WithoutAnApplicationIsRefused) {
+  writeFile(published() + "/Library.dll", "");
+  const Finished refused = quillon({"package", "new", published()});
+  EXPECT_EQ(refused.status, 112);
+  EXPECT_THAT(refused.err,
+              HasSubstr("has no application: no assembly with a .runtimeconfig.json "));
+  EXPECT_THAT(quillon({"package", "new", "/no/such/folder"}).err,
+              HasSubstr("there is no folder '/no/such/folder'"));
+}
+
+TEST_F(PackageCommandTest, PrintsWhatIsKnownOfAPackage) {
+  writeFile((folder() / "manifests/out/c.dll").string(), "");
+  ASSERT_EQ(quillon({"package", "install", manifest("out")}).status, 0);
+  EXPECT_EQ(quillon({"package", "info", "clock"}).out,
+            "package     clock\n"
+            "version     2\n"
+            "root        /opt/usr/apps/clock\n"
+            "user        all\n"
+            "privilege   http://velora.example/p\n"
+            "\n"
+            "application clock.ui\n"
+            "type        inhouse\n"
+            "executable  /opt/usr/apps/clock/c.dll\n"
+            "component   ui\n"
+            "metadata    http://korvane.example/z = 1\n"
+            "metadata    http://korvane.example/a = 2\n");
+  const auto all = nlohmann::json::parse(quillon({"package", "list", "--json"}).out);
+  EXPECT_EQ(nlohmann::json::parse(quillon({"package", "info", "clock", "--json"}).out), all[0]);
+  EXPECT_EQ(quillon({"package", "info", "other"}).status, 104);
+}
+
+// The time at which a process was started, as its record in the device root has it.
+std::string startTimeOf(const std::string& process) {
+  std::istringstream fields(contentsOf("/proc/" + process + "/stat"));
+  std::string field;
+  for (int i = 0; i < 22; ++i) {
+    fields >> field;
+  }
+  return field;
+}
+
+TEST_F(PackageCommandTest, SaysWhichProcessesRunThePackageThatIsRemoved) {
+  writeFile((folder() / "manifests/out/c.dll").string(), "");
+  ASSERT_EQ(quillon({"package", "install", manifest("out")}).status, 0);
+  const std::string process = std::to_string(getpid());
+  const std::string records = device() + "/opt/usr/share/quillon/processes/";
+  std::filesystem::create_directories(records);
+  std::filesystem::create_symlink(startTimeOf(process) + ":clock", records + process);
+  std::filesystem::create_symlink("1:clock", records + "1");  // of an earlier process
+  const std::string expected =
+      "quillon: 'clock' still runs, with its former files, in the process " + process +
+      "; files that it has not opened yet are missing or new to it: start it again\n";
+  EXPECT_EQ(quillon({"package", "install", manifest("out")}).err, expected);
+  const Finished removed = quillon({"package", "remove", "clock"});
+  EXPECT_EQ(removed.out, "removed clock\n");
+  EXPECT_EQ(removed.err, expected);
+  EXPECT_EQ(removed.status, 0);
 }
 
 TEST_F(PackageCommandTest, NamesAPackageThatIsNotInstalled) {

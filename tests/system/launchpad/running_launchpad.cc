@@ -76,7 +76,7 @@ LaunchpadTest::~LaunchpadTest() {
 void LaunchpadTest::start(int size, int ignored, const std::vector<std::string>& more) {
   size_ = size;
   std::vector<std::string> command = {
-      kQuillon, "launchpad", "--device",           root(),           "--type",
+      program_, "launchpad", "--device",           root(),           "--type",
       "none",   "--size",    std::to_string(size), "--refill-delay", "0"};
   command.insert(command.end(), more.begin(), more.end());
   launchpad_ = fork();

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,9 @@ class LaunchpadTest : public RuntimeTest {
  protected:
   void SetUp() override;
   ~LaunchpadTest() override;
+
+  // Lets start() run another copy of the quillon program.
+  void useProgram(const std::filesystem::path& program) { program_ = program; }
 
   // Starts the launch pad with further options and waits until it serves. The parent ignores the
   // signal `ignored`.
@@ -56,6 +60,7 @@ class LaunchpadTest : public RuntimeTest {
   std::string errors() const { return contentOf(fresh("launchpad-errors")); }
 
  private:
+  std::filesystem::path program_ = QUILLON_BUILD_DIRECTORY "/bin/quillon";
   pid_t launchpad_ = -1;
   int size_ = 0;
 };

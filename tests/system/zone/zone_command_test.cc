@@ -60,6 +60,14 @@ TEST_F(ZoneCommand, ZonesOfOtherNamesRunBesideEachOther) {
   EXPECT_THAT(zone("list").output, HasSubstr("zone two: runs"));
 }
 
+TEST_F(ZoneCommand, ListsAsJson) {
+  EXPECT_EQ(zone("list --json").output, "[]\n");
+  start();
+  EXPECT_EQ(zone("list --json").output,
+            "[\n  {\n    \"name\": \"appzone\",\n    \"holder\": " + std::to_string(holder()) +
+                ",\n    \"processes\": []\n  }\n]\n");
+}
+
 TEST_F(ZoneCommand, ListNamesTheProcessesInside) {
   start();
   std::string listed;

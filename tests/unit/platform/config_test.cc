@@ -150,7 +150,7 @@ TEST_F(ConfigTest, AKeyIsAValueOrAFolder) {
   set(1, "a");
   const auto below = setConfig("a/b", 2);
   ASSERT_FALSE(below);
-  EXPECT_THAT(below.error().what, HasSubstr("cannot write the configuration file"));
+  EXPECT_THAT(below.error().what, HasSubstr("'a/b' cannot be a key, because 'a' is one"));
   set(1, "c/d");
   EXPECT_FALSE(setConfig("c", 2));
   EXPECT_EQ(std::distance(fs::directory_iterator("/opt/usr/share/quillon/config"), {}), 2);

@@ -210,7 +210,10 @@ TEST_F(ManifestTest, ReportsThePositionOfAMistakeInAnApplication) {
   EXPECT_EQ(wrong("id='a'\nexec='bin/'"),
             "6:6: key 'application.exec' names a folder" + execRemedy);
   EXPECT_EQ(wrong("id='a'\nexec='x'\ntype=''"),
-            "7:6: key 'application.type' is empty; write an application type such as \"inhouse\"");
+            "7:6: key 'application.type' is empty; write inhouse, inhouseapitest, dotnet or normal");
+  EXPECT_EQ(wrong("id='a'\nexec='x'\ntype='native'"),
+            "7:6: key 'application.type' is not an application type: 'native'; write inhouse, "
+            "inhouseapitest, dotnet or normal");
   EXPECT_EQ(wrong("id='a'\nexec='x'\ncomponent='widget'"),
             "7:11: key 'application.component' is neither \"ui\" nor \"service\"; write \"ui\" or "
             "\"service\"");

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "quillon/base/failure.h"
 
@@ -20,6 +21,17 @@ using ConfigValue = std::variant<int, std::string>;
 [[nodiscard]] Expected<std::optional<ConfigValue>> getConfig(const std::string& key);
 
 [[nodiscard]] Expected<void> setConfig(const std::string& key, const ConfigValue& value);
+
+// Removes a key. Returns false if it is not set. Does not call those who watch it.
+[[nodiscard]] Expected<bool> unsetConfig(const std::string& key);
+
+struct ConfigEntry {
+  std::string key;
+  ConfigValue value;
+};
+
+// Returns the keys below the group `group`, such as "db/menu", or all keys if it is empty, sorted.
+[[nodiscard]] Expected<std::vector<ConfigEntry>> listConfig(const std::string& group);
 
 // Calls `changed` with the key's value, if it is set, and then after every change, on the calling
 // thread, until `changed` returns false. Several changes in quick succession may cause only one

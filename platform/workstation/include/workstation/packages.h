@@ -39,19 +39,29 @@ struct Package {
   std::vector<Application> applications;  // the first is the main application
 };
 
-// Installs or replaces a package: reads its manifest and copies the manifest's files to the
-// package's root path. docs/package-manifest.md describes the grammar of manifests.
+// The text of a package manifest. docs/package-manifest.md describes its grammar.
+struct ManifestText {
+  std::string file;  // named in messages; relative paths in the text begin at its folder
+  std::string text;
+};
+
+[[nodiscard]] Expected<ManifestText> readManifestText(const std::string& file);
+
+// Installs or replaces a package: copies the manifest's files to the package's root path.
 //
 // If the process is killed, the package is either as before or as requested: the next call of this
 // function or of removePackage cleans up.
 //
 // owner: the user that the package is installed for; 0 for all users.
-[[nodiscard]] Expected<Package> installPackage(const std::string& manifestPath, uid_t owner = 0);
+[[nodiscard]] Expected<Package> installPackage(const ManifestText& manifest, uid_t owner = 0);
+
+// The same with the manifest in a file.
+[[nodiscard]] Expected<Package> installPackage(const std::string& manifestFile, uid_t owner = 0);
 
 // Returns the folders that installPackage reads: the manifest's folder and the folder of its files.
 // A caller that enters a device root before it installs must keep them visible. Checks the whole
 // manifest.
-[[nodiscard]] Expected<std::vector<std::string>> foldersOfManifest(const std::string& manifestPath);
+[[nodiscard]] Expected<std::vector<std::string>> foldersOfManifest(const ManifestText& manifest);
 
 // Removes a package and its root path, also if the disk is full. Returns false if there is no such
 // package.
@@ -73,6 +83,9 @@ std::string registryFingerprint();
 // Records that process `pid` runs an application of `packageId`, so that aul_app_get_pkgid_bypid
 // finds it. The record is valid until the process ends.
 [[nodiscard]] Expected<void> registerProcess(pid_t pid, const std::string& packageId);
+
+// Returns the living processes that run an application of `packageId`, sorted.
+std::vector<pid_t> processesOfPackage(const std::string& packageId);
 
 // Removes the records of processes that have ended. Takes time; call it when nobody waits.
 void forgetEndedProcesses();

@@ -16,6 +16,7 @@
 #include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/state/peer.h"
 #include "tests/system/launch/running_probe.h"
+#include "tests/system/launch/sample_device.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -108,6 +109,12 @@ TEST(InspectionProof, IsReadByProcessesThatMayInspectTheServer) {
   EXPECT_EQ(inspectionProofOf(without.pid()), "");
 }
 
+// The letter of proc(5), such as S for a process that waits.
+char stateOf(pid_t process) {
+  const std::string text = test::contentOf("/proc/" + std::to_string(process) + "/stat");
+  return text.at(text.rfind(')') + 2);
+}
+
 // A server with an inspector, and clients.
 class InspectorTest : public ::testing::Test {
  protected:
@@ -179,6 +186,37 @@ TEST_F(InspectorTest, ReadsNothingOfAProcessThatHasEnded) {
   ASSERT_TRUE(finding);
   EXPECT_FALSE(finding->wasRead);
   EXPECT_FALSE(inspector_->inspect(2, before.get()) && await()->wasRead);
+}
+
+// More than the kernel queues for a socket.
+TEST_F(InspectorTest, AnswersEachQuestionAlthoughNobodyReadsTheAnswers) {
+  ASSERT_TRUE(inspector_);
+  const Child client([&] { connectTo(); });
+  const Descriptor socket = accept();
+  constexpr uint64_t kQuestions = 400;
+  uint64_t asked = 0;
+  for (uint64_t number = 1; number <= kQuestions; ++number) {
+    if (inspector_->inspect(number, socket.get())) {
+      ++asked;
+    } else {
+      usleep(1000);
+    }
+  }
+  ASSERT_GT(asked, kQuestions / 4);
+  const auto waits = [&] { return stateOf(inspector_->process()) == 'S'; };
+  ASSERT_TRUE(eventually([&] {
+    bool isIdle = true;
+    for (int i = 0; i < 20 && isIdle; ++i) {
+      isIdle = waits();
+      usleep(1000);
+    }
+    return isIdle;
+  }));
+  for (uint64_t answered = 0; answered < asked; ++answered) {
+    const auto finding = await();
+    ASSERT_TRUE(finding) << answered << " of " << asked;
+    EXPECT_TRUE(finding->wasRead);
+  }
 }
 
 TEST_F(InspectorTest, EndsItsInspectionsIfItsProcessEnds) {

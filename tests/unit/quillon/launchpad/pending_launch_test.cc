@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "quillon/base/exit_status.h"
 #include "quillon/launchpad/protocol/exit_state.h"
 #include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/protocol/message.h"
@@ -59,6 +60,7 @@ void serveWith(const WorkerMain& worker, int socket) {
   auto [clientEnd, workerEnd] = makeSocketPair();
   const pid_t pid = fork();
   if (pid == 0) {
+    close(socket);
     clientEnd.reset();
     worker(workerEnd.get());
     _exit(0);
@@ -85,7 +87,8 @@ class PendingLaunchTest : public ::testing::Test {
 
   // Launches with a server that has these workers, then ends if `ends`, else is silent.
   LaunchOutcome launch(const std::vector<WorkerMain>& workers,
-                       const Timeouts& timeouts = {kLong, kLong, kLong}, bool ends = false) {
+                       const Timeouts& timeouts = {kLong, kLong, kLong}, bool ends = false,
+                       const std::vector<int>& inherited = {}) {
     auto [socket, other] = makeSocketPair();
     std::array<int, 2> life{};
     EXPECT_EQ(pipe2(life.data(), O_CLOEXEC), 0);
@@ -109,7 +112,7 @@ class PendingLaunchTest : public ::testing::Test {
     const ProcSelf self;
     const Request request = makeRequest({}, self);
     EXPECT_TRUE(sendRequest(socket.get(), request));
-    const EncodedHandOver handOver({}, self, {});
+    const EncodedHandOver handOver({}, self, inherited);
     return PendingLaunch(socket, request, handOver, self.ignoredSignals(), false, timeouts)
         .awaitOutcome();
   }
@@ -194,6 +197,26 @@ TEST_F(PendingLaunchTest, IsDirectAfterTwoWorkers) {
   const LaunchOutcome outcome = launch({[](int) { _exit(1); }, [](int) { _exit(1); }});
   EXPECT_FALSE(outcome.status);
   EXPECT_EQ(outcome.whyNot, "the prepared process died before the application began");
+}
+
+// For example because too many descriptors are on their way (unix(7), ETOOMANYREFS).
+TEST_F(PendingLaunchTest, IsDirectAtOnceIfTheLaunchCannotBeSent) {
+  constexpr int kNotOpen = 999;
+  const LaunchOutcome outcome = launch({hang, hang}, {kLong, kLong, kLong}, false, {kNotOpen});
+  EXPECT_FALSE(outcome.status);
+  EXPECT_EQ(outcome.whyNot, "the prepared process died before the application began");
+  EXPECT_TRUE(haveEnded());
+}
+
+// A worker that has changed its credentials does not end with the server by itself.
+TEST_F(PendingLaunchTest, EndsAStartedApplicationIfTheServerEnds) {
+  const LaunchOutcome outcome = launch({[](int client) {
+    start(client);
+    kill(getppid(), SIGKILL);
+    pause();
+  }});
+  EXPECT_THAT(outcome.status, Optional(static_cast<int>(kLaunchPadState)));
+  EXPECT_TRUE(haveEnded());
 }
 
 TEST_F(PendingLaunchTest, IsDirectIfTheServerEnds) {

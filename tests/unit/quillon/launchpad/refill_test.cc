@@ -50,10 +50,12 @@ class Refill : public ::testing::Test {
     pools_.onStarted(*taken);
   }
 
-  const PoolKey kKey{"inhouse", true, {}};
+  const PoolKey kKey{"inhouse", true, {}, {}};
   Clock::time_point now_ = Clock::now();
   bool staysAlive_ = true;
-  Pools pools_{{1, 3s, [] { return std::string(); }, [this] { return now_; }},
+  std::function<void(WorkerProcess&)> onOverdue_ = [](WorkerProcess&) {};
+  Pools pools_{{1, 3s, [] { return std::string(); },
+                [this](WorkerProcess& worker) { onOverdue_(worker); }, [this] { return now_; }},
                [this](const PoolKey&, Descriptor channel) {
                  char byte = 0;
                  while (staysAlive_ && read(channel.get(), &byte, 1) > 0) {
@@ -116,6 +118,24 @@ TEST_F(Refill, KillsAWorkerWhoseLaunchDoesNotStart) {
   EXPECT_EQ(pools_.refill(), kNothingDue);
   reap(taken);
   EXPECT_TRUE(pools_.isEmpty());
+}
+
+// The server may have been stopped when the worker sent its message.
+TEST_F(Refill, ReadsTheMessagesOfAWorkerBeforeItKillsIt) {
+  staysAlive_ = true;
+  pools_.ensurePool(kKey);
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  onOverdue_ = [this](WorkerProcess& worker) { pools_.onReady(worker); };
+  now_ += 1h;
+  EXPECT_EQ(pools_.refill(), kNothingDue);
+  WorkerProcess* const taken = pools_.take(kKey);
+  ASSERT_NE(taken, nullptr);
+  pools_.close();
+  onOverdue_ = [this](WorkerProcess& worker) { pools_.onStarted(worker); };
+  now_ += 1h;
+  EXPECT_EQ(pools_.refill(), kNothingDue);
+  EXPECT_EQ(taken->stage, Stage::kRunning);
+  EXPECT_FALSE(reapWorker(*taken));
 }
 
 TEST_F(Refill, LetsAStartedApplicationRun) {
