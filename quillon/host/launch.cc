@@ -75,7 +75,7 @@ class Launch {
   PluginLists lists_;
   RuntimePlan runtimePlan_;
   std::optional<device::CachedLists> caches_;  // before the plug-in made its lists
-  std::optional<ScopedLttngOff> lttngOff_;  // while the runtime's libraries are loaded
+  std::optional<ScopedLttngOff> lttngOff_;     // while the runtime's libraries are loaded
   std::optional<Expected<Runtime>> runtime_;
   // Sets runtime_, so it is declared after it. It ends before the first call of the plug-in, which
   // changes attributes of the calling thread only.
@@ -146,7 +146,9 @@ Expected<void> Launch::loadPlugin() {
 // Call before the first function of the plug-in that looks up the package of this process.
 Expected<void> Launch::registerProcess() {
   const TraceSpan span("register the process");
-  if (auto registered = workstation::registerProcess(getpid(), target_.package.id); !registered) {
+  if (auto registered =
+          workstation::registerProcess(getpid(), target_.package.id, target_.application.id);
+      !registered) {
     return fail(kServiceFailed, registered.error());
   }
   workstation::forgetEndedProcesses();
@@ -250,6 +252,9 @@ Expected<int> Launch::execute(Runtime& runtime) {
     plugin_.captureOutput();
   }
   plugin_.beforeExecute();
+  if (options_.onStart) {
+    options_.onStart();
+  }
   auto ended = executeAssembly(runtime);
   plugin_.finalize();
   const int latched = shutDown(runtime);
