@@ -1,5 +1,6 @@
 using System;
 using System.IO;
+using System.Reflection;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Text;
@@ -17,6 +18,9 @@ namespace Quillon;
 /// </remarks>
 public static class Launchpad
 {
+    private const BindingFlags Declared = BindingFlags.Static | BindingFlags.Instance |
+        BindingFlags.Public | BindingFlags.NonPublic | BindingFlags.DeclaredOnly;
+
     private static readonly ManualResetEventSlim s_rehearsed = new();
 
     /// <summary>
@@ -49,9 +53,8 @@ public static class Launchpad
     /// Loads and compiles what nearly every application needs before its first line of output.
     /// </summary>
     /// <remarks>
-    /// Keeps no state that an application could see. In particular it keeps no console stream,
-    /// because descriptors 0 to 2 are replaced before the application starts and the state of the
-    /// terminal can change.
+    /// Keeps no state that an application could see. In particular it does not initialize the
+    /// console, because descriptors 0 to 2 are replaced before the application starts.
     /// </remarks>
     public static void WarmUp()
     {
@@ -109,15 +112,54 @@ public static class Launchpad
     }
 
     // Executes the code path of Console.WriteLine with a stream of its own, which is closed again.
+    //
+    // At its first write, the runtime initializes the console: it saves for the rest of the process
+    // which descriptors are terminals, and the terminal's settings. So tell it that this has been
+    // done, as long as nothing is written, and only prepare the methods that do it.
     private static void WriteNothing()
     {
         RuntimeHelpers.RunClassConstructor(typeof(Console).TypeHandle);
+        Type? platform = typeof(Console).Assembly.GetType("System.ConsolePal");
+        FieldInfo? isInitialized = platform?.GetField("s_initialized", Declared);
+        FieldInfo? consoleOutput = typeof(Console).GetField("s_out", Declared);
+        if (isInitialized == null || consoleOutput == null)
+        {
+            return; // another version of the runtime, in which the first write takes longer
+        }
+        PrepareMethodsOf(typeof(Console));
+        PrepareMethodsOf(platform);
+        PrepareMethodsOf(typeof(Console).Assembly.GetType("Interop+Sys"));
         using Stream output = Console.OpenStandardOutput();
         using var writer = new StreamWriter(output, Encoding.Default, 256) { AutoFlush = true };
         using TextWriter synchronized = TextWriter.Synchronized(writer);
-        synchronized.Write("");
-        synchronized.Flush();
-        output.Write(ReadOnlySpan<byte>.Empty);
+        try
+        {
+            consoleOutput.SetValue(null, synchronized);
+            isInitialized.SetValue(null, true);
+            synchronized.Write("");
+            synchronized.Flush();
+            output.Write(ReadOnlySpan<byte>.Empty);
+        }
+        finally
+        {
+            isInitialized.SetValue(null, false);
+            consoleOutput.SetValue(null, null);
+        }
+    }
+
+    private static void PrepareMethodsOf(Type? type)
+    {
+        foreach (MethodInfo method in type?.GetMethods(Declared) ?? Array.Empty<MethodInfo>())
+        {
+            if (method.Attributes.HasFlag(MethodAttributes.PinvokeImpl))
+            {
+                Marshal.Prelink(method);
+            }
+            else if (!method.IsGenericMethod)
+            {
+                RuntimeHelpers.PrepareMethod(method.MethodHandle);
+            }
+        }
     }
 
     // By reflection, because a reference to Thread loads the assembly System.Threading.Thread, which

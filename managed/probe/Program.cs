@@ -18,6 +18,11 @@ namespace Velora.Sample.Probe;
 ///                  its path                     collect          collect all garbage
 /// time-zone        print the local time zone    keep BYTES       keep an array alive
 ///                  and its offset in minutes    screen           print the screen size
+/// directory        print the working directory  folder NAME      print a special folder
+/// console          print what the streams are   key              print the next key
+/// colour TEXT      print a text in red          create FILE      create an empty file
+/// authority FOLDER make a certificate authority in a folder, with the certificate of a server
+/// tls FOLDER       connect to that server, and print whether the runtime trusts it
 /// </code>
 /// </remarks>
 internal static class Program
@@ -62,6 +67,21 @@ internal static class Program
             case ["set", var name, var value]:
                 Environment.SetEnvironmentVariable(name, value);
                 return value;
+            case ["directory"]: return Environment.CurrentDirectory;
+            case ["folder", var name]:
+                return Environment.GetFolderPath(Enum.Parse<Environment.SpecialFolder>(name));
+            case ["create", var file]:
+                File.Create(file).Dispose();
+                return file;
+            case ["authority", var folder]: return Tls.MakeAuthority(folder);
+            case ["tls", var folder]: return Tls.Connect(folder);
+            case ["console"]: return ConsoleState();
+            case ["key"]: return NextKey();
+            case ["colour", var text]:
+                Console.ForegroundColor = ConsoleColor.Red;
+                Console.Write(text);
+                Console.ResetColor();
+                return text;
             case ["collect"]:
                 GC.Collect();
                 return "collected";
@@ -70,6 +90,16 @@ internal static class Program
                 return bytes;
             default: return "unknown question";
         }
+    }
+
+    private static string ConsoleState() =>
+        $"redirected: input {Console.IsInputRedirected}, output {Console.IsOutputRedirected}, " +
+        $"error {Console.IsErrorRedirected}; width {Console.WindowWidth}";
+
+    private static string NextKey()
+    {
+        ConsoleKeyInfo key = Console.ReadKey(intercept: true);
+        return $"{key.Key} {(int)key.KeyChar} {key.Modifiers}";
     }
 
     private static string TimeZone()

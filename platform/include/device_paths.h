@@ -9,6 +9,7 @@ namespace device_paths {
 inline constexpr char kManagedFolders[] = "/usr/share/dotnet.velora";
 inline constexpr char kNetcoreapp[] = "/usr/share/dotnet.velora/netcoreapp";
 inline constexpr char kFramework[] = "/usr/share/dotnet.velora/framework";
+inline constexpr char kPreload[] = "/usr/share/dotnet.velora/framework/Preload.dll";
 inline constexpr char kReferenceSuffix[] = "/ref";
 inline constexpr char kPlatformLibraries[] = "/usr/share/dotnet.velora/lib";
 inline constexpr char kTvAppApi[] = "/usr/share/dotnet.velora/tvappapi";

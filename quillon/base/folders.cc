@@ -1,9 +1,13 @@
 #include "quillon/base/folders.h"
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+
+#include "quillon/base/files.h"
 
 namespace quillon {
 namespace {
@@ -36,6 +40,22 @@ Descriptor openFolderWithoutLinks(int start, const std::filesystem::path& path,
     }
   }
   return Descriptor(folder ? openat(folder.get(), ".", O_RDONLY | kFlags) : -1);
+}
+
+bool replaceFile(int folder, const std::string& name, std::string_view content) {
+  constexpr mode_t kMode = 0644;
+  const std::string fresh = name + "." + std::to_string(getpid());
+  unlinkat(folder, fresh.c_str(), 0);
+  const Descriptor file(
+      openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
+  if (file && writeAll(file.get(), content) &&
+      renameat(folder, fresh.c_str(), folder, name.c_str()) == 0) {
+    return true;
+  }
+  const int cause = errno;
+  unlinkat(folder, fresh.c_str(), 0);
+  errno = cause;
+  return false;
 }
 
 }  // namespace quillon

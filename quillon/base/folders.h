@@ -1,8 +1,11 @@
-// Opens folders without following symbolic links. If another user replaces a folder by a link to a
-// folder that only the caller may use, the caller's work fails instead of moving there.
+// Opens folders, and replaces files in them, without following symbolic links. If another user
+// replaces a folder by a link to a folder that only the caller may use, the caller's work fails
+// instead of moving there.
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <string_view>
 
 #include "quillon/base/descriptor.h"
 
@@ -15,5 +18,10 @@ enum class MissingFolder { kFail, kMake };
 // descriptor with errno set on failure; errno is ENOTDIR if a component is a symbolic link.
 [[nodiscard]] Descriptor openFolderWithoutLinks(int start, const std::filesystem::path& path,
                                                 MissingFolder missing = MissingFolder::kFail);
+
+// Writes a new file and renames it to `name` in the open folder. A process that opens the file gets
+// the old or the new content. Replaces a symbolic link at that name and does not follow it. Returns
+// false with errno set on failure; the old file stays then.
+[[nodiscard]] bool replaceFile(int folder, const std::string& name, std::string_view content);
 
 }  // namespace quillon

@@ -12,6 +12,7 @@
 #include "quillon/cli/command.h"
 #include "quillon/cli/help.h"
 #include "quillon/cli/parse_failure.h"
+#include "quillon/cli/run_command.h"
 
 namespace quillon::cli {
 namespace {
@@ -37,15 +38,35 @@ void addCommands(CLI::App& app, std::span<const Command> commands, const std::st
   }
 }
 
-// Returns the arguments before the first "--", without the program's name, in the reversed order
-// that CLI11 expects. Stores the arguments after it in programArguments().
-std::vector<std::string> takeArguments(int argc, char** argv) {
-  const std::vector<std::string> all(argv + 1, argv + argc);
-  const auto dashes = std::find(all.begin(), all.end(), "--");
-  if (dashes != all.end()) {
-    programArguments().assign(dashes + 1, all.end());
+using Words = std::vector<std::string>;
+
+// Returns the word after the first argument of `command` that is no option: the arguments after it
+// belong to the application.
+Words::const_iterator endOfOwnArguments(const CLI::App& command, const Words& words) {
+  auto word = words.begin() + 1;
+  while (word != words.end() && word->starts_with('-')) {
+    const CLI::Option* const option = command.get_option_no_throw(*word);
+    const bool hasValue = option != nullptr && option->get_items_expected_max() != 0;
+    word += hasValue && word + 1 != words.end() ? 2 : 1;
   }
-  return {std::make_reverse_iterator(dashes), all.rend()};
+  return word == words.end() ? word : word + 1;
+}
+
+// Returns the arguments that the parser interprets, without the program's name, in the reversed
+// order that CLI11 expects: those before the first "--" or, for `quillon run`, up to the assembly.
+// Stores the others in programArguments().
+Words takeArguments(const CLI::App& app, int argc, char** argv) {
+  const Words all(argv + 1, argv + argc);
+  const auto run =
+      app.get_subcommands([](const CLI::App* each) { return each->get_name() == kRunCommand; });
+  auto end = std::find(all.begin(), all.end(), "--");
+  if (!run.empty() && !all.empty() && all.front() == kRunCommand) {
+    end = endOfOwnArguments(*run.front(), all);
+  }
+  if (end != all.end()) {
+    programArguments().assign(*end == "--" ? end + 1 : end, all.end());
+  }
+  return {std::make_reverse_iterator(end), all.rend()};
 }
 
 // Prints help or version and returns 0, or reports in one line why the parser refused the
@@ -69,7 +90,7 @@ int runCommandLine(int argc, char** argv, std::span<const Command> commands) {
   addCommands(app, commands, argc > 1 ? argv[1] : "");
   app.footer(kVariables);  // not before, since the commands would inherit it
   try {
-    app.parse(takeArguments(argc, argv));
+    app.parse(takeArguments(app, argc, argv));
   } catch (const CLI::RuntimeError& end) {
     return end.get_exit_code();
   } catch (const CLI::ParseError& error) {

@@ -14,9 +14,12 @@
 #include <vector>
 
 #include "device_paths.h"
+#include "quillon/base/files.h"
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
+#include "quillon/cli/device_option.h"
 #include "quillon/device/cached_lists.h"
+#include "quillon/device/certificates.h"
 #include "quillon/device/device_root.h"
 #include "quillon/dotnet/runtime_lookup.h"
 
@@ -32,6 +35,11 @@ constexpr int kCommandNotFound = 127;
 struct InitRequest {
   fs::path directory;
   std::string framework;
+};
+
+struct AuthorityRequest {
+  fs::path device;
+  fs::path file;
 };
 
 struct ShellRequest {
@@ -87,11 +95,51 @@ std::optional<fs::path> frameworkOf(const InitRequest& request) {
   return request.framework.empty() ? machineFramework() : namedFramework(request.framework);
 }
 
+// The assembly Preload of this installation; empty if it has none.
+fs::path preloadAssembly() {
+  std::error_code error;
+  const fs::path preload = libraryOf(executablePath(), "quillon/Preload.dll");
+  if (fs::exists(preload, error)) {
+    return preload;
+  }
+  std::cout << "preload: none; it was not built, since there was no .NET SDK\n";
+  return {};
+}
+
+fs::path certificates() {
+  fs::path file = device::machineCertificates();
+  std::cout << "certificates: "
+            << (file.empty() ? "none; this machine has no file of certificate authorities; install "
+                               "ca-certificates and run this again"
+                             : file.string())
+            << '\n';
+  return file;
+}
+
 void runInit(const InitRequest& request) {
-  const device::InitOptions options{frameworkOf(request)};
+  const device::InitOptions options{frameworkOf(request), preloadAssembly(), certificates()};
   valueOf(device::init(request.directory, options));
   valueOf(device::removeCachedLists(request.directory));  // the framework may be another one
   std::cout << "device root: " << fs::canonical(request.directory).string() << '\n';
+}
+
+void addAuthority(const AuthorityRequest& request) {
+  const auto text = readWholeFile(request.file, device::kMaxCertificates);
+  if (!text) {
+    endCommand(report({"cannot read '" + request.file.string() +
+                           "': " + fileErrorText(errno, device::kMaxCertificates),
+                       "name a file of certificates that you may read", kUsage}));
+  }
+  const std::vector<std::string> certificates = device::certificatesIn(*text);
+  if (certificates.empty()) {
+    endCommand(
+        report({"'" + request.file.string() + "' holds no certificate in PEM form",
+                "convert it: openssl x509 -inform der -in " + request.file.string(), kUsage}));
+  }
+  enterDevice(request.device);
+  const size_t added = valueOf(device::addAuthorities(certificates));
+  std::cout << added << " of " << certificates.size() << " certificates added to "
+            << device_paths::kUpdatedCertificates << '\n';
 }
 
 // Keeps only characters that have no meaning in the expansion of a shell prompt.
@@ -139,7 +187,10 @@ std::vector<std::string> commandOf(const ShellRequest& request) {
 [[noreturn]] void runShell(const ShellRequest& request) {
   std::error_code error;
   const device::EnterOptions options{{fs::current_path(error)}, request.writable};
-  valueOf(device::enter(request.directory, options));
+  const auto entered = valueOf(device::enter(request.directory, options));
+  if (entered.noHome) {
+    report(*entered.noHome);
+  }
   const fs::path directory = device::current().value_or(request.directory);
   setenv("QUILLON_DEVICE", directory.c_str(), 1);
   setPrompt(directory);
@@ -172,6 +223,17 @@ void addShell(CLI::App& device) {
   });
 }
 
+void addCa(CLI::App& device) {
+  CLI::App* ca = device.add_subcommand("ca", "Choose the certificate authorities to trust");
+  ca->require_subcommand(1);
+  auto request = std::make_shared<AuthorityRequest>();
+  CLI::App* add = ca->add_subcommand("add", "Trust further authorities in the device root");
+  addDeviceOption(*add, request->device);
+  add->add_option("FILE", request->file, "Certificates of the authorities, in PEM form")
+      ->required();
+  add->callback([request] { addAuthority(*request); });
+}
+
 }  // namespace
 
 void addDeviceCommand(CLI::App& app) {
@@ -179,6 +241,7 @@ void addDeviceCommand(CLI::App& app) {
   device->require_subcommand(1);
   addInit(*device);
   addShell(*device);
+  addCa(*device);
 }
 
 }  // namespace quillon::cli

@@ -8,6 +8,7 @@
 
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/parse_failure.h"
+#include "quillon/cli/run_command.h"
 
 namespace quillon::cli {
 namespace {
@@ -55,7 +56,7 @@ Row rowOf(const CLI::Option& option) {
     return {option.get_name(true) + (isRepeatable(option) ? "..." : ""), textOf(option)};
   }
   std::string name = CLI::detail::find_and_replace(option.get_name(false, true), ",", ", ");
-  const bool hasValue = option.get_type_size() != 0;
+  const bool hasValue = option.get_items_expected_max() != 0;
   return {hasValue ? name + " " + placeholderOf(option) : name, textOf(option)};
 }
 
@@ -133,7 +134,7 @@ std::string usageOf(const CLI::App& command, const std::string& name) {
     usage += command.get_require_subcommand_min() > 0 ? " COMMAND" : " [COMMAND]";
   }
   if (takesProgramArguments(command)) {
-    usage += " [-- ARGUMENTS]";
+    usage += command.get_name() == kRunCommand ? " [ARGUMENTS]" : " [-- ARGUMENTS]";
   }
   return usage + '\n';
 }

@@ -4,28 +4,22 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <string>
 
 #include "quillon/base/failure.h"
-#include "quillon/device/cached_lists.h"
 #include "workstation/packages.h"
 
 namespace quillon::cli {
 
-// Returns the result of `change`, which installs or removes a package of the device root that the
-// process is inside of. The plug-in's cached lists name the files of packages, so they are removed:
-// before, since a launch pad prepares processes as soon as the package registry has changed, and
-// afterwards, since a launch may have saved them meanwhile.
-template <typename Change>
-auto changePackages(Change change) -> decltype(change()) {
-  RETURN_IF_FAILED(device::removeCachedLists("/"));
-  auto changed = change();
-  RETURN_IF_FAILED(device::removeCachedLists("/"));
-  return changed;
-}
-
-// Enters the device root and installs or replaces a package. See workstation::installPackage().
+// Enters the device root and installs or replaces a package: see workstation::installPackage().
+// Then resolves what its applications need beside the device's framework, and reports what the
+// machine lacks. The process must have one thread.
 [[nodiscard]] Expected<workstation::Package> installInto(const std::filesystem::path& device,
                                                          const workstation::ManifestText& manifest,
                                                          uid_t user);
+
+// Removes a package of the device root that the process is inside of, and what was kept about its
+// applications. Returns false if it is not installed: see workstation::removePackage().
+[[nodiscard]] Expected<bool> removePackage(const std::string& id, uid_t user);
 
 }  // namespace quillon::cli

@@ -65,8 +65,7 @@ Failure notInstalled(const std::string& id) {
 
 void remove(const PackageRequest& request) {
   enterDevice(request.device);
-  const auto removal = [&] { return workstation::removePackage(request.id, request.user); };
-  if (!valueOf(changePackages(removal))) {
+  if (!valueOf(removePackage(request.id, request.user))) {
     endCommand(report(notInstalled(request.id)));
   }
   std::cout << "removed " << request.id << '\n';

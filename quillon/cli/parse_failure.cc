@@ -7,6 +7,7 @@
 #include <numeric>
 
 #include "quillon/cli/device_option.h"
+#include "quillon/cli/run_command.h"
 
 namespace quillon::cli {
 namespace {
@@ -59,7 +60,9 @@ Failure unknownOption(const CLI::App& command, const std::string& word) {
   const std::string similar = similarWord(name, optionsOf(command));
   std::string remedy = similar.empty() ? seeHelp(command) : "did you mean " + similar + "?";
   if (similar.empty() && takesProgramArguments(command)) {
-    remedy += ", or write the options of the application after --";
+    const bool isRun = command.get_name() == kRunCommand;
+    remedy += std::string(", or write the options of the application after ") +
+              (isRun ? "its assembly" : "--");
   }
   return {"'" + fullName(command) + "' has no option '" + name + "'", remedy, kUsage};
 }
@@ -148,7 +151,7 @@ Failure parseFailure(const CLI::App& app, const CLI::ParseError& error) {
 
 bool takesProgramArguments(const CLI::App& command) {
   const std::string& name = command.get_name();
-  return name == "launch" || name == "run" || name == "shell";
+  return name == "launch" || name == kRunCommand || name == "shell";
 }
 
 std::string similarWord(const std::string& word, const std::vector<std::string>& known) {

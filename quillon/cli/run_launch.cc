@@ -4,6 +4,7 @@
 
 #include "quillon/base/terminal.h"
 #include "quillon/cli/detached_launch.h"
+#include "quillon/cli/display.h"
 #include "quillon/launchpad/client/client.h"
 
 namespace quillon::cli {
@@ -72,6 +73,9 @@ int runLaunch(const LaunchOptions& options, int (*launchHere)(const LaunchOption
     return launchDetached(options, [launchHere](const LaunchOptions& detached) {
       return runLaunch(detached, launchHere);
     });
+  }
+  if (!options.plan) {
+    prepareDisplay(options);
   }
   if (const auto ended = launchPrepared(options)) {
     return *ended;

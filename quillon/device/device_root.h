@@ -24,6 +24,10 @@ struct InitOptions {
   // Framework folder to show at "/usr/share/dotnet.velora/netcoreapp"; nullopt: the device root's
   // own folder.
   std::optional<std::filesystem::path> framework = {};
+  // Files of the machine to copy to device paths at which the device root has no file: the assembly
+  // Preload and the certificates of authorities. An empty path copies nothing.
+  std::filesystem::path preload = {};
+  std::filesystem::path certificates = {};
 };
 
 // Makes `directory` a device root. Creates the folder if it is missing, and keeps its files.
@@ -40,12 +44,22 @@ struct EnterOptions {
   std::vector<std::filesystem::path> writable = {};
 };
 
+// What a process did not keep or get when it entered a device root.
+struct Entered {
+  // The working directory, if its path does not exist inside; empty if it was removed before. The
+  // process is in "/" then.
+  std::optional<std::filesystem::path> hiddenDirectory = {};
+  // Why the user has no home directory inside; see home.h.
+  std::optional<Failure> noHome = {};
+};
+
 // Moves the calling process, which must have one thread, into the device root's namespace. The
-// working directory stays the same if its path exists inside, else it becomes "/". TMPDIR is unset,
-// since it names a folder of the machine. Does nothing if the process is already in that device
-// root. After a failure with kNoNamespace, the process must end: its namespace may be incomplete.
-[[nodiscard]] Expected<void> enter(const std::filesystem::path& directory,
-                                   const EnterOptions& options);
+// working directory stays the same if its path exists inside. TMPDIR is unset, since it names a
+// folder of the machine. HOME and the XDG variables name folders of the device root. If the process
+// is already in that device root, only sets HOME and the XDG variables. After a failure with
+// kNoNamespace, the process must end: its namespace may be incomplete.
+[[nodiscard]] Expected<Entered> enter(const std::filesystem::path& directory,
+                                      const EnterOptions& options);
 
 // Returns the device root that the calling process has entered, if any.
 [[nodiscard]] std::optional<std::filesystem::path> current();

@@ -4,17 +4,21 @@
 #include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
 #include "quillon/base/files.h"
 #include "quillon/device/device_root.h"
+#include "quillon/device/home.h"
 #include "quillon/device/isolation.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/mounts.h"
 #include "quillon/device/record.h"
+#include "quillon/device/tree_path.h"
 #include "quillon/device/view.h"
 #include "quillon/device/zone_holder.h"
+#include "quillon/dotnet/host_lookup.h"
 
 namespace quillon::device {
 namespace {
@@ -73,6 +77,13 @@ Expected<void> requireWritable(const std::vector<fs::path>& paths) {
   return {};
 }
 
+// Whether folders of the device take the place of this path of the machine.
+bool isHidden(const fs::path& path) {
+  const std::string inTree = path.relative_path().string();
+  return std::any_of(kDeviceDirectories.begin(), kDeviceDirectories.end(),
+                     [&](std::string_view folder) { return isBeneath(inTree, folder); });
+}
+
 struct Plan {
   std::string device;
   Record record;
@@ -86,6 +97,10 @@ Plan makePlan(const fs::path& directory, Record record, const EnterOptions& opti
   std::error_code error;
   const fs::path programs = executablePath().parent_path();
   visible.insert(visible.end(), {directory, programs, programs.parent_path()});
+  // The machine's other frameworks are beside the recorded one.
+  if (record.framework && isHidden(*record.framework)) {
+    visible.push_back(dotnet::rootOfFramework(*record.framework));
+  }
   return {directory.string(), std::move(record), canonical(visible), canonical(options.writable)};
 }
 
@@ -112,18 +127,28 @@ Expected<void> moveInto(const Plan& plan) {
   return view.moveIn();
 }
 
-Expected<void> isolateAndMove(const Plan& plan) {
+Entered withHome() {
+  Entered entered;
+  if (auto home = useHome(); !home) {
+    entered.noHome = std::move(home).error();
+  }
+  return entered;
+}
+
+Expected<Entered> isolateAndMove(const Plan& plan) {
   std::error_code error;
   const fs::path workingDirectory = fs::current_path(error);
   RETURN_IF_FAILED(isolateMounts(findZoneHolder(plan.device)));
   RETURN_IF_FAILED(moveInto(plan));
-  // moveInto() has changed it to "/".
-  if (!workingDirectory.empty()) {
-    fs::current_path(workingDirectory, error);
-  }
   // TMPDIR names a folder of the machine. Inside, temporary files belong in the device's "/tmp".
   unsetenv("TMPDIR");
-  return {};
+  Entered entered = withHome();
+  // moveInto() has changed it to "/".
+  fs::current_path(workingDirectory, error);
+  if (error) {
+    entered.hiddenDirectory = workingDirectory;
+  }
+  return entered;
 }
 
 bool isSameRoot(const fs::path& directory, const fs::path& inside) {
@@ -132,7 +157,7 @@ bool isSameRoot(const fs::path& directory, const fs::path& inside) {
          fs::canonical(directory, error) == inside;
 }
 
-Expected<void> enterFromOutside(const fs::path& directory, const EnterOptions& options) {
+Expected<Entered> enterFromOutside(const fs::path& directory, const EnterOptions& options) {
   ASSIGN_OR_RETURN(Record record, withStatus(kNoDeviceRoot, readRecord(directory)));
   std::error_code error;
   const fs::path device = fs::canonical(directory, error);
@@ -148,13 +173,13 @@ std::optional<fs::path> current() {
   return readWholeFile("/" + std::string(kInsideMarker), kMaxTextSize);
 }
 
-Expected<void> enter(const fs::path& directory, const EnterOptions& options) {
+Expected<Entered> enter(const fs::path& directory, const EnterOptions& options) {
   const auto inside = current();
   if (!inside) {
     return enterFromOutside(directory, options);
   }
   if (isSameRoot(directory, *inside)) {
-    return {};
+    return withHome();
   }
   return fail(kNoNamespace,
               {"this process is already inside the device root '" + inside->string() + "'",

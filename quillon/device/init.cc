@@ -10,6 +10,7 @@
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
 #include "quillon/base/folders.h"
+#include "quillon/device/certificates.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/record.h"
@@ -29,9 +30,12 @@ constexpr const char* kDirectories[] = {device_paths::kNetcoreapp,
                                         "/usr/apps",
                                         device_paths::kApplications,
                                         device_paths::kCacheDirectory,
+                                        "/opt/usr/home/owner/share/gctracer",
+                                        "/opt/usr/home/owner/share/ObjectTracker",
                                         "/opt/usr/share/quillon",
                                         "/opt/etc",
                                         "/opt/data",
+                                        "/usr/share/cert",
                                         "/opt/share",
                                         "/etc",
                                         kTemporaryFiles};
@@ -76,20 +80,25 @@ Expected<void> makeDirectory(const Root& root, const fs::path& directory) {
   return cannotCreate(root.path / directory, std::strerror(cause));
 }
 
+// Lets every user create files in a folder, and nobody replace those of others.
+Expected<void> openToEveryone(const Root& root, std::string_view path) {
+  constexpr mode_t kEveryone = 01777;
+  const Descriptor folder = openFolderWithoutLinks(root.folder.get(), inRoot(path));
+  if (folder && fchmod(folder.get(), kEveryone) == 0) {
+    return {};
+  }
+  const int cause = errno;
+  return fail("cannot open '" + pathInDevice(root.path, path).string() +
+                  "' to everyone: " + std::strerror(cause),
+              "let the folder's owner run this");
+}
+
 Expected<void> makeDirectories(const Root& root) {
   for (const char* directory : kDirectories) {
     RETURN_IF_FAILED(makeDirectory(root, inRoot(directory)));
   }
-  constexpr mode_t kEveryone = 01777;
-  const Descriptor temporaryFiles =
-      openFolderWithoutLinks(root.folder.get(), inRoot(kTemporaryFiles));
-  if (!temporaryFiles || fchmod(temporaryFiles.get(), kEveryone) != 0) {
-    const int cause = errno;
-    return fail("cannot open '" + pathInDevice(root.path, kTemporaryFiles).string() +
-                    "' to everyone: " + std::strerror(cause),
-                "let the folder's owner run this");
-  }
-  return {};
+  RETURN_IF_FAILED(openToEveryone(root, kTemporaryFiles));
+  return openToEveryone(root, kHomes);
 }
 
 Descriptor openFlagFile(const Root& root, const fs::path& file, int flags) {
@@ -127,6 +136,27 @@ Expected<void> makeFlagFiles(const Root& root) {
   return writeIfMissing(root, writable, readFlagFile(root, readOnly).value_or(""));
 }
 
+// Copies a file of the machine to a device path, unless the device root has a file there.
+Expected<void> copyIfMissing(const Root& root, const fs::path& source, const fs::path& devicePath,
+                             size_t limit) {
+  const fs::path file = devicePath.relative_path();
+  std::error_code error;
+  if (source.empty() || fs::exists(fs::symlink_status(root.path / file, error))) {
+    return {};
+  }
+  const auto content = readWholeFile(source, limit);
+  if (!content) {
+    return fail("cannot read '" + source.string() + "': " + fileErrorText(errno, limit),
+                "make the file readable");
+  }
+  const Descriptor folder = openFolderWithoutLinks(root.folder.get(), file.parent_path());
+  if (folder && replaceFile(folder.get(), file.filename(), *content)) {
+    return {};
+  }
+  return fail("cannot write '" + (root.path / file).string() + "': " + std::strerror(errno),
+              "make the folder writable, and no link");
+}
+
 Expected<Record> recordOf(const InitOptions& options) {
   if (!options.framework) {
     return Record{};
@@ -153,6 +183,9 @@ Expected<void> init(const fs::path& directory, const InitOptions& options) {
   RETURN_IF_FAILED(makeDirectory(root, kRecordDirectory));
   RETURN_IF_FAILED(makeDirectories(root));
   RETURN_IF_FAILED(makeFlagFiles(root));
+  RETURN_IF_FAILED(copyIfMissing(root, options.preload, device_paths::kPreload, kMaxAssemblySize));
+  RETURN_IF_FAILED(copyIfMissing(root, options.certificates, device_paths::kPlatformCertificates,
+                                 kMaxCertificates));
   // The record comes last, so that a folder with a record is complete.
   return writeRecord(directory, record);
 }

@@ -17,6 +17,8 @@
 namespace quillon::device {
 namespace {
 
+constexpr char kProc[] = "/proc";
+
 // The folder has one subfolder per thread, and its link count also counts "." and "..".
 bool hasOneThread() {
   struct stat tasks {};
@@ -77,6 +79,43 @@ Expected<void> isolateAsUser(const Descriptor& zoneHolder) {
   return {};
 }
 
+// In a chroot(2) environment whose root is not a mount point, nothing can be mounted on "/", and
+// pivot_root(2) refuses. So make a private copy of the whole tree the root.
+//
+// The copy is mounted on "/proc", which is a mount point even there. That mount becomes private
+// first. The mount that contains the environment may be shared with the machine and cannot be
+// reached from inside.
+Expected<void> makeRootMountPoint() {
+  ASSIGN_OR_RETURN(const Descriptor tree, copyTree("/"));
+  mount_attr attributes{};
+  attributes.propagation = MS_PRIVATE;
+  if (mount_setattr(tree.get(), "", AT_EMPTY_PATH | AT_RECURSIVE, &attributes, sizeof attributes) !=
+          0 ||
+      mount(nullptr, kProc, nullptr, MS_PRIVATE, nullptr) != 0) {
+    return stepFailed(std::string("make '/' a mount point, on '") + kProc + "'", errno);
+  }
+  const Descriptor target(open(kProc, O_PATH | O_DIRECTORY | O_CLOEXEC));
+  RETURN_IF_FAILED(attach(tree, target, kProc));
+  if (fchdir(tree.get()) != 0 || chroot(".") != 0) {
+    return stepFailed("change to the copy of '/'", errno);
+  }
+  return {};
+}
+
+Expected<void> makePrivate() {
+  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0) {
+    return {};
+  }
+  // AppArmor forbids it this way: it allows the user namespace, but no mount in it.
+  if (errno == EACCES || errno == EPERM) {
+    return noUserNamespace(errno);
+  }
+  if (errno == EINVAL) {
+    return makeRootMountPoint();
+  }
+  return stepFailed("make the mount namespace private", errno);
+}
+
 }  // namespace
 
 Expected<void> isolateMounts(const Descriptor& zoneHolder) {
@@ -94,14 +133,7 @@ Expected<void> isolateMounts(const Descriptor& zoneHolder) {
     }
     RETURN_IF_FAILED(isolateAsUser(zoneHolder));
   }
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    // AppArmor forbids it this way: it allows the user namespace, but no mount in it.
-    if (errno == EACCES || errno == EPERM) {
-      return noUserNamespace(errno);
-    }
-    return stepFailed("make the mount namespace private", errno);
-  }
-  return {};
+  return makePrivate();
 }
 
 }  // namespace quillon::device

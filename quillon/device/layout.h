@@ -21,6 +21,9 @@ constexpr std::string_view inRoot(std::string_view path) { return path.substr(1)
 // The mount point of the framework that the record names.
 inline constexpr std::string_view kFrameworkMountPoint = inRoot(device_paths::kNetcoreapp);
 
+// The folder of the users' home directories, in which every user may create one.
+inline constexpr std::string_view kHomes = "/opt/usr/home";
+
 // The folders that are not shared with the machine and that processes inside may write to. "zone"
 // is optional: it lists the running security zones, and a device without zones does not have it.
 inline constexpr std::array<std::string_view, 8> kDeviceDirectories = {

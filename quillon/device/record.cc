@@ -1,9 +1,7 @@
 #include "quillon/device/record.h"
 
 #include <fcntl.h>
-#include <stdio.h>
 #include <toml++/toml.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <sstream>
@@ -34,22 +32,6 @@ Expected<Record> interpret(const toml::table& table, const std::filesystem::path
     record.framework = *framework;
   }
   return record;
-}
-
-// Writes a new file and renames it to `name`. Links that are planted at either name are replaced,
-// not followed.
-bool replaceFile(int folder, const std::string& name, const std::string& content) {
-  constexpr mode_t kMode = 0644;
-  const std::string fresh = name + "." + std::to_string(getpid());
-  unlinkat(folder, fresh.c_str(), 0);
-  const Descriptor file(
-      openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
-  if (file && writeAll(file.get(), content) &&
-      renameat(folder, fresh.c_str(), folder, name.c_str()) == 0) {
-    return true;
-  }
-  unlinkat(folder, fresh.c_str(), 0);
-  return false;
 }
 
 }  // namespace
@@ -91,7 +73,7 @@ Expected<void> writeRecord(const std::filesystem::path& directory, const Record&
   text << table << '\n';
   const Descriptor root(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   const Descriptor folder = openFolderWithoutLinks(root.get(), kRecordDirectory);
-  if (replaceFile(folder.get(), std::filesystem::path(kRecord).filename(), text.str())) {
+  if (replaceFileAt(folder.get(), std::filesystem::path(kRecord).filename(), text.str())) {
     return {};
   }
   return fail("cannot write '" + (directory / kRecord).string() + "'", "make the folder writable");

@@ -16,6 +16,7 @@
 #include "quillon/device/device_root.h"
 #include "quillon/host/application/application_id.h"
 #include "quillon/host/application/target.h"
+#include "quillon/host/application/working_directory.h"
 #include "quillon/host/assemblies/assembly_image.h"
 #include "quillon/host/background_task.h"
 #include "quillon/host/membarrier.h"
@@ -27,6 +28,8 @@
 #include "quillon/host/runtime/runtime.h"
 #include "quillon/host/runtime/runtime_settings.h"
 #include "quillon/host/runtime_plan.h"
+#include "quillon/resolution/hostpolicy.h"
+#include "quillon/resolution/resolution.h"
 
 namespace quillon::host {
 namespace {
@@ -52,12 +55,15 @@ class Launch {
   Expected<void> prepare();
   Expected<void> enterDevice();
   Expected<LaunchTarget> findApplication() const;
+  Expected<void> readRequirements();
   Expected<void> registerProcess();
   void startLoadingRuntime();
   void finishLoadingRuntime();
   Expected<void> loadPlugin();
   Expected<void> initializePlugin();
-  Expected<void> planProperties();
+  void planProperties();
+  Expected<void> checkFrameworks() const;
+  void tellWarning() const;
   Expected<int> printPlan();
   Expected<int> runApplication();
   Expected<Runtime> startRuntime();
@@ -70,7 +76,9 @@ class Launch {
   const LaunchOptions& options_;
   const fs::path executable_;
   fs::path pluginFile_;
+  std::optional<fs::path> hiddenDirectory_;  // the working directory of the command
   LaunchTarget target_;
+  Requirements requirements_;
   PluginCalls plugin_;
   PluginLists lists_;
   RuntimePlan runtimePlan_;
@@ -94,6 +102,7 @@ Expected<void> Launch::prepare() {
     startLoadingRuntime();
   }
   ASSIGN_OR_RETURN(target_, findApplication());
+  RETURN_IF_FAILED(readRequirements());
   RETURN_IF_FAILED(loadPlugin());
   RETURN_IF_FAILED(registerProcess());
   finishLoadingRuntime();
@@ -109,7 +118,12 @@ Expected<void> Launch::enterDevice() {
   device::EnterOptions view;
   view.visible = {executable_.parent_path().parent_path(), pluginFile_.parent_path()};
   view.writable = options_.writable;
-  return device::enter(options_.device, view);
+  ASSIGN_OR_RETURN(const device::Entered entered, device::enter(options_.device, view));
+  hiddenDirectory_ = entered.hiddenDirectory;
+  if (entered.noHome) {
+    tell(*entered.noHome);
+  }
+  return {};
 }
 
 // The runtime's libraries are most of what a launch loads, and no step before the first call of the
@@ -131,6 +145,25 @@ void Launch::finishLoadingRuntime() {
 Expected<LaunchTarget> Launch::findApplication() const {
   const TraceSpan span("find the application");
   return findTarget(options_);
+}
+
+Expected<void> Launch::readRequirements() {
+  const TraceSpan span("read the application's requirements");
+  auto config = readRuntimeConfig(target_.assembly);
+  if (!config) {
+    return fail(kNotExecutable, config.error());
+  }
+  requirements_.config = std::move(*config);
+  requirements_.frameworkVersion = frameworkVersionOf(device_paths::kNetcoreapp);
+  const resolution::Subject subject{target_.assembly, requirements_.config,
+                                    requirements_.frameworkVersion};
+  if (auto answer = resolution::findAnswer(subject)) {
+    requirements_.additions = std::move(answer->additions);
+    return {};
+  }
+  finishLoadingRuntime();  // the question needs a process with one thread
+  requirements_.additions = resolution::askAndStore(subject);
+  return {};
 }
 
 Expected<void> Launch::loadPlugin() {
@@ -161,17 +194,27 @@ Expected<void> Launch::initializePlugin() {
     caches_ = device::readCachedLists();
   }
   ASSIGN_OR_RETURN(lists_, plugin_.lists());
-  return planProperties();
+  planProperties();
+  return {};
 }
 
-Expected<void> Launch::planProperties() {
+void Launch::planProperties() {
   const TraceSpan span("plan the runtime's properties");
-  auto plan = planRuntime(target_, lists_);
-  if (!plan) {
-    return fail(kNotExecutable, plan.error());
+  runtimePlan_ = planRuntime(target_, lists_, requirements_);
+}
+
+// Whether this machine has the frameworks that the application needs.
+Expected<void> Launch::checkFrameworks() const {
+  RETURN_IF_FAILED(requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
+                                    options_.device.string()));
+  return resolution::requireFrameworks(runtimePlan_.additions);
+}
+
+void Launch::tellWarning() const {
+  if (const auto warning =
+          resolution::warningAbout(target_.application.id, runtimePlan_.additions)) {
+    tell(*warning);
   }
-  runtimePlan_ = std::move(*plan);
-  return {};
 }
 
 LaunchPlan Launch::plan() const {
@@ -185,10 +228,8 @@ LaunchPlan Launch::plan() const {
                   {},
                   {}};
   plan.refusals = predictRefusals(target_);
-  const auto framework = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
-                                          options_.device.string());
-  if (!framework) {
-    plan.missing = framework.error();
+  if (const auto found = checkFrameworks(); !found) {
+    plan.missing = found.error();
   }
   return plan;
 }
@@ -210,13 +251,14 @@ Expected<int> Launch::printPlan() {
 }
 
 Expected<int> Launch::runApplication() {
-  if (auto found = requireFramework(runtimePlan_.wantedVersion, runtimePlan_.frameworkVersion,
-                                    options_.device.string());
-      !found) {
+  if (auto found = checkFrameworks(); !found) {
     print(plan(), printPlanText, stdout);
     return tl::unexpected(found.error());
   }
   RETURN_IF_FAILED(requireAssembly(target_));
+  if (hiddenDirectory_) {
+    useOwnFolder(target_, *hiddenDirectory_);
+  }
   if (options_.verbose) {
     printVerbosePlan();
   }
@@ -224,6 +266,7 @@ Expected<int> Launch::runApplication() {
   if (options_.validate) {
     RETURN_IF_FAILED(validateAssemblies(plugin_, target_));
   }
+  tellWarning();
   applySettings(options_.settings);
   ASSIGN_OR_RETURN(Runtime runtime, startRuntime());
   return execute(runtime);
@@ -235,7 +278,11 @@ Expected<Runtime> Launch::startRuntime() {
     return fail(kRuntimeFailed, runtime.error());
   }
   const TraceSpan span("coreclr_initialize");
-  const auto started = runtime->start(executable_, target_.application.id, runtimePlan_.properties);
+  // Not part of the plan: its value is an address in this process.
+  RuntimeProperties properties = runtimePlan_.properties;
+  resolution::addHostpolicy(properties);
+  resolution::setHostpolicyApplication(target_.assembly);
+  const auto started = runtime->start(executable_, target_.application.id, properties);
   if (!started) {
     return fail(kRuntimeFailed, started.error());
   }

@@ -3,6 +3,7 @@
 #include "device_paths.h"
 #include "quillon/host/assemblies/path_list.h"
 #include "quillon/host/plugin/launch_calls.h"
+#include "quillon/resolution/resolution.h"
 
 namespace quillon::host {
 namespace {
@@ -61,6 +62,9 @@ std::vector<Failure> warningsOf(const LaunchPlan& plan) {
   }
   if (isSharedFromCache(plan) && !plan.caches->shared.outdated.empty()) {
     warnings.push_back(device::outdatedList(plan.caches->shared));
+  }
+  if (auto warning = resolution::warningAbout(plan.target.application.id, plan.runtime.additions)) {
+    warnings.push_back(std::move(*warning));
   }
   return warnings;
 }

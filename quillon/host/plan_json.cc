@@ -109,6 +109,26 @@ Json warningsJson(const std::vector<Failure>& failures) {
   return warnings;
 }
 
+Json sourcesJson(const resolution::Additions& additions, const std::vector<std::string>& paths) {
+  Json sources = Json::array();
+  for (const std::string& path : paths) {
+    sources.push_back({{"path", path}, {"source", resolution::sourceOf(additions, path)}});
+  }
+  return sources;
+}
+
+Json additionsJson(const resolution::Additions& additions) {
+  Json frameworks = Json::array();
+  for (const resolution::SharedFramework& framework : additions.frameworks) {
+    frameworks.push_back({{"name", framework.name},
+                          {"version", framework.version},
+                          {"directory", framework.directory}});
+  }
+  return {{"frameworks", frameworks},
+          {"assemblies", sourcesJson(additions, additions.assemblies)},
+          {"nativeDirectories", sourcesJson(additions, additions.nativeFolders)}};
+}
+
 Json frameworkJson(const RuntimePlan& runtime) {
   const auto textOrNull = [](const std::string& text) {
     return text.empty() ? Json() : Json(text);
@@ -130,6 +150,7 @@ void printPlanJson(const LaunchPlan& plan, std::ostream& out) {
                      {"lists", listsJson(plan)},
                      {"trustedAssemblies", trustedJson(plan)},
                      {"caches", cachesJson(plan)},
+                     {"additions", additionsJson(runtime.additions)},
                      {"placeholders", runtime.placeholders},
                      {"requiredPackages", requiredJson(runtime)},
                      {"sharedDirectories", cobaDirectoriesOf(plan.lists)},

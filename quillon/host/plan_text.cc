@@ -1,4 +1,7 @@
+#include <algorithm>
 #include <iomanip>
+#include <map>
+#include <set>
 
 #include "device_paths.h"
 #include "quillon/host/plan.h"
@@ -32,6 +35,16 @@ std::string frameworkText(const RuntimePlan& runtime) {
   return text;
 }
 
+// Of the plug-in's list, or of the framework folder.
+size_t countListed(const RuntimePlan& runtime) {
+  const std::set<std::string> added(runtime.additions.assemblies.begin(),
+                                    runtime.additions.assemblies.end());
+  const auto& trusted = runtime.assemblies.trusted();
+  return static_cast<size_t>(std::count_if(trusted.begin(), trusted.end(), [&](const auto& path) {
+    return added.find(path) == added.end();
+  }));
+}
+
 // Where the plug-in has a list from.
 std::string originText(const LaunchPlan& plan, bool isFromCache, const char* cache) {
   if (!plan.caches) {
@@ -42,7 +55,7 @@ std::string originText(const LaunchPlan& plan, bool isFromCache, const char* cac
 }
 
 std::string tpaText(const LaunchPlan& plan) {
-  const std::string count = std::to_string(plan.runtime.assemblies.trusted().size());
+  const std::string count = std::to_string(countListed(plan.runtime));
   const std::string origin =
       plan.lists.tpa ? originText(plan, isTrustedFromCache(plan), device_paths::kTpaCache)
                      : "of the framework folder";
@@ -59,6 +72,23 @@ std::string readyToRunText(const LaunchPlan& plan) {
     return "yes, the assembly is ReadyToRun";
   }
   return "none: has no ReadyToRun code, starts slower; build it with PublishReadyToRun";
+}
+
+// What the launch adds to the device's framework, by source.
+std::vector<std::string> additionText(const RuntimePlan& runtime) {
+  const resolution::Additions& additions = runtime.additions;
+  std::map<std::string, size_t> counts;
+  for (const std::string& path : additions.assemblies) {
+    ++counts[resolution::sourceOf(additions, path)];
+  }
+  std::vector<std::string> lines;
+  for (const auto& [source, count] : counts) {
+    lines.push_back(std::to_string(count) + " assemblies of " + source);
+  }
+  for (const std::string& folder : additions.nativeFolders) {
+    lines.push_back("native folder " + folder + " of " + resolution::sourceOf(additions, folder));
+  }
+  return lines;
 }
 
 std::vector<std::string> requiredText(const RuntimePlan& runtime) {
@@ -116,6 +146,7 @@ void printPlanText(const LaunchPlan& plan, std::ostream& out) {
   line(out, "trusted list", tpaText(plan));
   line(out, "shared list", sharedText(plan));
   line(out, "compiled code", readyToRunText(plan));
+  section(out, "added to the device's framework", additionText(plan.runtime));
   section(out, "calls, in order", formatCalls(plan));
   section(out, "assembly folders (APP_PATHS)", plan.runtime.appPaths.entries());
   section(out, "left out of APP_PATHS", plan.runtime.appPaths.ignored());

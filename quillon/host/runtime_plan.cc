@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include "device_paths.h"
-#include "quillon/host/runtime/runtime_config.h"
 
 namespace quillon::host {
 namespace {
@@ -24,7 +23,8 @@ constexpr char kRuntimeIdentifier[] = "linux-arm";
 #error "name this processor's runtime identifier"
 #endif
 
-// The framework's assemblies, which are the trusted ones if the plug-in returns no list.
+// The trusted assemblies if the plug-in returns no list: the framework's, and the one that
+// plugin_preload() looks for.
 std::vector<std::string> frameworkAssemblies() {
   std::vector<std::string> paths;
   std::error_code error;
@@ -36,7 +36,16 @@ std::vector<std::string> frameworkAssemblies() {
     }
   }
   std::sort(paths.begin(), paths.end());
+  if (fs::exists(device_paths::kPreload, error)) {
+    paths.emplace_back(device_paths::kPreload);
+  }
   return paths;
+}
+
+// The plug-in's list comes first, so that it decides about a name that both have.
+void planTrusted(RuntimePlan& plan, const PluginLists& lists) {
+  plan.assemblies.addTrusted(lists.tpa ? splitList(*lists.tpa) : frameworkAssemblies());
+  plan.assemblies.addTrusted(plan.additions.assemblies);
 }
 
 bool isPlaceholder(const std::string& path) {
@@ -64,9 +73,28 @@ std::vector<RequiredDpc> assignPlaceholders(const workstation::Application& appl
   return required;
 }
 
+bool belongsToFramework(const resolution::Additions& additions, const std::string& folder) {
+  return std::any_of(additions.frameworks.begin(), additions.frameworks.end(),
+                     [&](const auto& framework) { return framework.directory == folder; });
+}
+
+// As in .NET's own host, those of the application come before its own folder, and those of
+// frameworks after it.
+void planNativeFolders(RuntimePlan& plan, const std::vector<std::string>& application,
+                       const resolution::Additions& additions) {
+  for (const std::string& folder : additions.nativeFolders) {
+    if (!belongsToFramework(additions, folder)) {
+      plan.nativePaths.add(folder);
+    }
+  }
+  plan.nativePaths.addAll(application);
+  plan.nativePaths.addAll(additions.nativeFolders);
+  plan.nativePaths.add(device_paths::kNetcoreapp);
+}
+
 // application  the application's own folders
 void planFolders(RuntimePlan& plan, const std::vector<std::string>& application,
-                 const PluginLists& lists) {
+                 const PluginLists& lists, const resolution::Additions& additions) {
   plan.appPaths.addAll(application);
   plan.appPaths.addAll(splitList(lists.dllPath));
   plan.appPaths.addAll(splitList(lists.extraPath));
@@ -76,8 +104,7 @@ void planFolders(RuntimePlan& plan, const std::vector<std::string>& application,
     }
   }
   plan.nativePaths.addAll(splitList(lists.nativePath));
-  plan.nativePaths.addAll(application);
-  plan.nativePaths.add(device_paths::kNetcoreapp);
+  planNativeFolders(plan, application, additions);
 }
 
 // The runtime searches culture folders beside the trusted assemblies for their satellite
@@ -95,11 +122,18 @@ void addIfFile(std::vector<std::string>& files, const fs::path& file) {
   }
 }
 
+std::string frameworkDependencies() {
+  return std::string(device_paths::kNetcoreapp) + "/Microsoft.NETCore.App.deps.json";
+}
+
 // The dependency files, which applications read through Microsoft.Extensions.DependencyModel.
-std::string dependencyFiles(const std::string& assembly, const std::string& frameworkFile) {
+std::string dependencyFiles(const std::string& assembly, const resolution::Additions& additions) {
   std::vector<std::string> files;
   addIfFile(files, fs::path(assembly).replace_extension(".deps.json"));
-  addIfFile(files, frameworkFile);
+  for (const resolution::SharedFramework& framework : additions.frameworks) {
+    addIfFile(files, fs::path(framework.directory) / (framework.name + ".deps.json"));
+  }
+  addIfFile(files, frameworkDependencies());
   return joinList(files, ';');
 }
 
@@ -109,10 +143,6 @@ void addStartupHooks(RuntimeProperties& properties) {
   if (hooks != nullptr && *hooks != '\0') {
     properties.emplace_back("STARTUP_HOOKS", hooks);
   }
-}
-
-std::string frameworkDependencies() {
-  return std::string(device_paths::kNetcoreapp) + "/Microsoft.NETCore.App.deps.json";
 }
 
 void setProperties(RuntimePlan& plan) {
@@ -127,11 +157,12 @@ void setProperties(RuntimePlan& plan) {
   addStartupHooks(plan.properties);
 }
 
-RuntimeProperties propertiesOfAssembly(const LaunchTarget& target) {
+RuntimeProperties propertiesOfAssembly(const LaunchTarget& target,
+                                       const resolution::Additions& additions) {
   const std::string base = fs::path(target.assembly).parent_path().string();
   return {
       {"APP_CONTEXT_BASE_DIRECTORY", base == "/" ? base : base + "/"},
-      {"APP_CONTEXT_DEPS_FILES", dependencyFiles(target.assembly, frameworkDependencies())},
+      {"APP_CONTEXT_DEPS_FILES", dependencyFiles(target.assembly, additions)},
   };
 }
 
@@ -161,39 +192,42 @@ std::string directoryBehind(const RuntimePlan& plan, const std::string& folder) 
 
 }  // namespace
 
-Expected<RuntimePlan> planRuntime(const LaunchTarget& target, const PluginLists& lists) {
-  ASSIGN_OR_RETURN(const RuntimeConfig config, readRuntimeConfig(target.assembly));
+RuntimePlan planRuntime(const LaunchTarget& target, const PluginLists& lists,
+                        const Requirements& requirements) {
   RuntimePlan plan;
-  plan.frameworkVersion = frameworkVersionOf(device_paths::kNetcoreapp);
-  plan.wantedVersion = config.frameworkVersion;
-  plan.assemblies.addTrusted(lists.tpa ? splitList(*lists.tpa) : frameworkAssemblies());
-  planFolders(plan, target.folders(), lists);
+  plan.frameworkVersion = requirements.frameworkVersion;
+  plan.wantedVersion = requirements.config.frameworkVersion;
+  plan.additions = requirements.additions;
+  planTrusted(plan, lists);
+  planFolders(plan, target.folders(), lists, plan.additions);
   planResourceRoots(plan);
   plan.requiredDpc = assignPlaceholders(target.application, plan.placeholders);
   setProperties(plan);
-  for (auto& property : propertiesOfAssembly(target)) {
+  for (auto& property : propertiesOfAssembly(target, plan.additions)) {
     plan.properties.push_back(std::move(property));
   }
-  addConfigured(plan.properties, config.properties);
+  addConfigured(plan.properties, requirements.config.properties);
   return plan;
 }
 
 RuntimePlan planPrepared(const std::vector<std::string>& folders, const PluginLists& lists,
-                         const RuntimeProperties& configured, const std::string& assembly) {
+                         const Requirements& requirements, const std::string& assembly) {
   RuntimePlan plan;
-  plan.assemblies.addTrusted(lists.tpa ? splitList(*lists.tpa) : frameworkAssemblies());
+  plan.additions = requirements.additions;
+  planTrusted(plan, lists);
   plan.assemblies.addTrusted({assembly});
-  planFolders(plan, folders, lists);
+  planFolders(plan, folders, lists, plan.additions);
   planResourceRoots(plan);
   setProperties(plan);
-  addConfigured(plan.properties, configured);
+  addConfigured(plan.properties, requirements.config.properties);
   return plan;
 }
 
-RuntimeProperties propertiesOfApplication(const LaunchTarget& target, const PluginLists& lists) {
+RuntimeProperties propertiesOfApplication(const LaunchTarget& target, const PluginLists& lists,
+                                          const resolution::Additions& additions) {
   RuntimePlan folders;
-  planFolders(folders, target.folders(), lists);
-  RuntimeProperties properties = propertiesOfAssembly(target);
+  planFolders(folders, target.folders(), lists, additions);
+  RuntimeProperties properties = propertiesOfAssembly(target, additions);
   properties.emplace_back("APP_PATHS", joinList(folders.appPaths.entries()));
   properties.emplace_back("NATIVE_DLL_SEARCH_DIRECTORIES", joinList(folders.nativePaths.entries()));
   return properties;

@@ -10,6 +10,8 @@
 #include "quillon/host/assemblies/path_list.h"
 #include "quillon/host/plugin/plugin_lists.h"
 #include "quillon/host/runtime/runtime.h"
+#include "quillon/host/runtime/runtime_config.h"
+#include "quillon/resolution/additions.h"
 
 namespace quillon::host {
 
@@ -20,10 +22,18 @@ struct RequiredDpc {
   std::string placeholder;  // empty if the directory cannot be opened or no placeholder is free
 };
 
-struct RuntimePlan {
+// What the files of an application and of the machine say about its launch.
+struct Requirements {
+  RuntimeConfig config;
   std::string frameworkVersion;  // in the device; empty if unknown
-  std::string wantedVersion;     // by the application; empty if it does not state one
-  AssemblyTable assemblies;      // trusted platform assemblies
+  resolution::Additions additions;
+};
+
+struct RuntimePlan {
+  std::string frameworkVersion;     // in the device; empty if unknown
+  std::string wantedVersion;        // by the application; empty if it does not state one
+  resolution::Additions additions;  // to the device's framework
+  AssemblyTable assemblies;         // trusted platform assemblies
   DirectoryList appPaths;
   DirectoryList nativePaths;
   DirectoryList resourceRoots;
@@ -32,21 +42,22 @@ struct RuntimePlan {
   RuntimeProperties properties;
 };
 
-// The plan of a launch. Fails if the application's runtimeconfig.json cannot be read.
-[[nodiscard]] Expected<RuntimePlan> planRuntime(const LaunchTarget& target,
-                                                const PluginLists& lists);
+// The plan of a launch.
+RuntimePlan planRuntime(const LaunchTarget& target, const PluginLists& lists,
+                        const Requirements& requirements);
 
 // The plan of a prepared process, which does not know its application yet. The plan has none of the
 // properties that depend on the application's own files.
 //
 // folders     used in place of LaunchTarget::folders()
-// configured  the properties of the application's runtimeconfig.json
-// assembly    added to the trusted assemblies
+// requirements  equal for all applications that the process may launch
+// assembly      added to the trusted assemblies
 RuntimePlan planPrepared(const std::vector<std::string>& folders, const PluginLists& lists,
-                         const RuntimeProperties& configured, const std::string& assembly);
+                         const Requirements& requirements, const std::string& assembly);
 
 // The properties in which the plan of planRuntime() differs from that of planPrepared().
-RuntimeProperties propertiesOfApplication(const LaunchTarget& target, const PluginLists& lists);
+RuntimeProperties propertiesOfApplication(const LaunchTarget& target, const PluginLists& lists,
+                                          const resolution::Additions& additions);
 
 // Searches every folder of APP_PATHS for files that are shadowed by another one, and adds them to
 // plan.assemblies. A placeholder counts as the directory that it will refer to. Reads directories,

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Compiles every header by itself, and the headers of the platform's and the plug-in's interface as C
-# as well. A header that the source file of its name includes before anything else was compiled by
-# itself there, but for those of commands, which are compiled several at once. Headers of tests take
-# definitions from the programs that they are part of.
+# Compiles every header by itself, and the headers that are installed as C as well. A header that the
+# source file of its name includes before anything else was compiled by itself there, but for those
+# of commands, which are compiled several at once. Headers of tests take definitions from the
+# programs that they are part of.
 #
 #   headers_test.sh <source tree> <C++ compiler> <C compiler>
 set -u
@@ -29,7 +29,8 @@ is_proven() {
 
 all=$(find platform plugin quillon util -name '*.h')
 rest=$(for header in $all; do is_proven "$header" || echo "$header"; done)
-interface=$(find plugin/include platform/include/platform -name '*.h')
+interface=$(find plugin/include platform/include/platform \
+  platform/workstation/include/workstation/process_registration.h -name '*.h')
 if [ -z "$all" ] || [ -z "$interface" ]; then
   echo "no headers found"
   exit 1

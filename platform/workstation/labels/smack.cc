@@ -1,6 +1,7 @@
 #include "platform/smack.h"
 
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -31,6 +32,16 @@ int invalid() {
   return -1;
 }
 
+// Without the Smack security module, labels have no effect. A user who may not set one then loses
+// nothing, so that is no failure.
+int deniedOrSuccess() {
+  constexpr char kSmackFileSystem[] = "/sys/fs/smackfs";
+  const int cause = errno;
+  const bool isEnforced = access(kSmackFileSystem, F_OK) == 0;
+  errno = cause;
+  return isEnforced || (cause != EPERM && cause != ENOTSUP) ? -1 : 0;
+}
+
 template <typename Set>
 int setLabel(Set set, const char* path, const char* label, smack_label_type type) {
   const char* attribute = attributeOf(type);
@@ -41,7 +52,7 @@ int setLabel(Set set, const char* path, const char* label, smack_label_type type
   if (length == 0 || length > kMaxLabelLength) {
     return invalid();
   }
-  return set(path, attribute, label, length, 0);
+  return set(path, attribute, label, length, 0) == 0 ? 0 : deniedOrSuccess();
 }
 
 int noLabelOrError() { return errno == ENODATA || errno == ENOTSUP ? 0 : -1; }

@@ -28,6 +28,47 @@ std::string utcTime(int64_t timeUs) {
   return text.data();
 }
 
+constexpr std::string_view kColour = "\x1b[";
+constexpr std::string_view kReset = "\x1b[0m";
+
+// Removes the first `length` characters from `text` and returns them.
+std::string_view take(std::string_view& text, size_t length) {
+  const std::string_view taken = text.substr(0, length);
+  text.remove_prefix(taken.size());
+  return taken;
+}
+
+// Takes "<file>: <function>(<line>) > ", if the text begins so, and the colour that follows.
+std::string_view takeOrigin(std::string_view& text) {
+  constexpr std::string_view kBreak = ") > ";
+  const size_t at = text.substr(0, text.find('\n')).find(kBreak);
+  return take(text, at == text.npos ? 0 : at + kBreak.size());
+}
+
+std::string_view takeColour(std::string_view& text) {
+  if (!text.starts_with(kColour)) {
+    return {};
+  }
+  const size_t end = text.find_first_not_of("0123456789;", kColour.size());
+  return take(text, end != text.npos && text[end] == 'm' ? end + 1 : 0);
+}
+
+std::string_view shownPart(std::string_view line) {
+  while (line.ends_with('\r')) {
+    line.remove_suffix(1);
+  }
+  const size_t at = line.rfind('\r');
+  return at == line.npos ? line : line.substr(at + 1);
+}
+
+std::string linePrefix(const LogRecord& record) {
+  std::string prefix(1, priorityLetter(record.priority));
+  prefix += '/';
+  prefix += record.tag;
+  prefix += '(' + std::to_string(record.pid) + ',' + std::to_string(record.tid) + "): ";
+  return prefix;
+}
+
 }  // namespace
 
 char priorityLetter(int priority) {
@@ -37,13 +78,29 @@ char priorityLetter(int priority) {
 }
 
 std::string shortLine(const LogRecord& record) {
-  std::string line(1, priorityLetter(record.priority));
-  line += '/';
-  line += record.tag;
-  line += '(' + std::to_string(record.pid) + ',' + std::to_string(record.tid) + "): ";
+  std::string line = linePrefix(record);
   line += withoutLineBreak(record.text);
   line += '\n';
   return line;
+}
+
+std::string terminalLines(const LogRecord& record) {
+  std::string_view text = withoutLineBreak(record.text);
+  std::string start = linePrefix(record);
+  start += takeOrigin(text);
+  const std::string_view colour = takeColour(text);
+  start += colour;
+  const bool isReset = !colour.empty() && text.ends_with(kReset);
+  text.remove_suffix(isReset ? kReset.size() : 0);
+  std::string lines;
+  for (bool last = false; !last;) {
+    const size_t end = text.find('\n');
+    last = end == text.npos;
+    lines.append(start).append(shownPart(take(text, end)));
+    lines.append(isReset ? kReset : "").append(1, '\n');
+    take(text, last ? 0 : 1);
+  }
+  return lines;
 }
 
 std::string fullLine(const LogRecord& record) {

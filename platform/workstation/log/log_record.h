@@ -25,6 +25,10 @@ char priorityLetter(int priority);
 // "L/TAG(pid,tid): text\n"
 std::string shortLine(const LogRecord& record);
 
+// The same for a terminal. Each line of the text begins as the first one does, with its origin and
+// colour, and shows what a terminal shows of it: what follows its last carriage return.
+std::string terminalLines(const LogRecord& record);
+
 // "YYYY-MM-DD hh:mm:ss.uuuuuu L/TAG(pid,tid): text\n", the time in UTC.
 std::string fullLine(const LogRecord& record);
 

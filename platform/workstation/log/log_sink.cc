@@ -29,8 +29,8 @@ class TerminalSink : public LogSink {
     colours_ = isatty(fd_.get()) != 0 && std::getenv("NO_COLOR") == nullptr;
   }
   void write(const LogRecord& record) override {
-    const std::string line = shortLine(record);
-    writeAll(fd_.get(), colours_ ? line : withoutColours(line));
+    const std::string lines = terminalLines(record);
+    writeAll(fd_.get(), colours_ ? lines : withoutColours(lines));
   }
   [[nodiscard]] int descriptor() const override { return fd_.get(); }
 

@@ -15,8 +15,10 @@
 #include <string_view>
 
 #include "data_paths.h"
+#include "log/log_failure.h"
 #include "path_failure.h"
 #include "workstation/packages.h"
+#include "workstation/process_registration.h"
 #include "workstation/zone_state.h"
 
 namespace quillon::workstation {
@@ -129,3 +131,13 @@ std::optional<ProcessRecord> recordOfProcess(int records, pid_t pid) {
 }
 
 }  // namespace quillon::workstation
+
+int quillon_register_process(pid_t pid, const char* package_id) {
+  using namespace quillon::workstation;
+  const quillon::Expected<void> registered =
+      package_id != nullptr ? registerProcess(pid, package_id) : quillon::fail("no package id");
+  if (!registered) {
+    logFailure(registered.error());
+  }
+  return registered ? 0 : -1;
+}

@@ -5,7 +5,8 @@
 // number of processes may write and read at once without a lock. Links are not synced to disk,
 // because no process outlives a restart of the machine.
 //
-// registerProcess, forgetEndedProcesses and others are declared in workstation/packages.h.
+// registerProcess, forgetEndedProcesses and others are declared in workstation/packages.h,
+// quillon_register_process in workstation/process_registration.h.
 #pragma once
 
 #include <sys/types.h>

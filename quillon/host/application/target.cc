@@ -153,8 +153,9 @@ std::string remedyForRefusal(const std::string& message, const LaunchTarget& tar
   if (contains("wrong execPath")) {
     return "the file '" + target.exec + "' does not exist: name another with --path";
   }
-  if (contains("Not in app zone")) {
-    return "start the zone: quillon zone start appzone --device DIR";
+  if (contains("Not in app zone") || contains("Zone Context is NULL")) {
+    return "the zone of the device root does not run; start it: quillon zone start appzone "
+           "--device DIR";
   }
   return {};
 }

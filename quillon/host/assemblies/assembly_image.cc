@@ -179,6 +179,60 @@ std::string errorOfFile(const std::filesystem::path& path) {
   return std::string(errorOf(Bytes(std::bind_front(&ImageFile::at, &image))));
 }
 
+// Whether the bytes of the file from `offset` on begin with `bytes`.
+bool hasBytesAt(const RegularFile& file, off_t offset, std::string_view bytes) {
+  std::array<char, 16> start;
+  return bytes.size() <= start.size() &&
+         pread(file.descriptor.get(), start.data(), bytes.size(), offset) ==
+             static_cast<ssize_t>(bytes.size()) &&
+         std::string_view(start.data(), bytes.size()) == bytes;
+}
+
+// Whether a native program contains the assemblies of its application. The program that the SDK
+// makes for an application has a mark, and before it the offset of the assemblies, or 0
+// (bundle_marker.cpp of the public runtime).
+bool isSingleFile(const RegularFile& file) {
+  constexpr std::string_view kMark =
+      "\x8b\x12\x02\xb9\x6a\x61\x20\x38\x72\x7b\x93\x02\x14\xd7\xa0\x32"
+      "\x13\xf5\xb9\xe6\xef\xae\x33\x18\xee\x3b\x2d\xce\x24\xb3\x6a\xae";
+  constexpr std::string_view kNoOffset{"\0\0\0\0\0\0\0\0", 8};
+  constexpr off_t kMaxOffset = off_t{32} << 20;  // of the mark in the programs of any SDK
+  std::array<char, 64 << 10> part;
+  constexpr auto kStep = static_cast<off_t>(part.size() - kMark.size());
+  for (off_t start = 0; start < kMaxOffset; start += kStep) {
+    const ssize_t length = pread(file.descriptor.get(), part.data(), part.size(), start);
+    if (length < static_cast<ssize_t>(kMark.size())) {
+      return false;
+    }
+    const size_t found = std::string_view(part.data(), static_cast<size_t>(length)).find(kMark);
+    if (found != std::string_view::npos) {
+      const off_t mark = start + static_cast<off_t>(found);
+      return !hasBytesAt(file, mark - static_cast<off_t>(kNoOffset.size()), kNoOffset);
+    }
+  }
+  return false;
+}
+
+// The remedy for a native program in the place of an assembly; empty for any other file.
+std::string remedyForProgram(const std::filesystem::path& path) {
+  const RegularFile file = openRegularFile(path, kMaxAssemblySize);
+  if (!file.descriptor || !hasBytesAt(file, 0,
+                                      "\x7f"
+                                      "ELF")) {
+    return {};
+  }
+  std::error_code ignored;
+  const std::string assembly = path.string() + ".dll";
+  if (std::filesystem::exists(assembly, ignored)) {
+    return "name the assembly that this program starts: '" + assembly + "'";
+  }
+  if (isSingleFile(file)) {
+    return "it is a single-file application: publish it with -p:PublishSingleFile=false, and name "
+           "its NAME.dll";
+  }
+  return {};
+}
+
 }  // namespace
 
 std::string_view imageError(std::string_view image) { return errorOf(Bytes(readerOf(image))); }
@@ -199,8 +253,12 @@ Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {
   if (error.empty()) {
     return {};
   }
-  return fail("the runtime cannot run '" + file.string() + "': " + error,
-              "name an assembly built as an application (OutputType Exe)");
+  const std::string remedy = remedyForProgram(file);
+  const std::string what = "the runtime cannot run '" + file.string() + "': ";
+  if (!remedy.empty()) {
+    return fail(what + "it is a native program, not an assembly", remedy);
+  }
+  return fail(what + error, "name an assembly built as an application (OutputType Exe)");
 }
 
 }  // namespace quillon::host

@@ -12,7 +12,8 @@
 namespace quillon::host {
 
 // Fails, naming the file and the cause, unless the file is a managed assembly whose entry point is
-// managed code.
+// managed code. If the file is the native program that the SDK makes for an application, the remedy
+// names its assembly, or the publish option that makes one.
 [[nodiscard]] Expected<void> requireExecutableAssembly(const std::filesystem::path& file);
 
 // Why an image (PE/COFF with a CLI header, ECMA-335 II.25) cannot be executed; empty if it can.

@@ -2,6 +2,8 @@
 
 #include <exception>
 
+#include "device_paths.h"
+#include "quillon/base/terminal.h"
 #include "quillon/base/trace_span.h"
 #include "quillon/host/plugin/boost_listener.h"
 #include "quillon/host/plugin/captured_output.h"
@@ -13,6 +15,7 @@ namespace quillon::host {
 namespace {
 
 constexpr char kUnknownType[] = "Wrong parameter";
+constexpr char kNoPreload[] = "Launch prepared function is fail";
 constexpr int kManagedAssembly = 0;  // the plug-in only logs it
 
 std::string copyOf(const char* text) { return text != nullptr ? text : std::string(); }
@@ -39,7 +42,7 @@ Expected<void> PluginCalls::initialize() const {
     return {};
   }
   return fail(kUsage, {"the plug-in does not know the application type '" + target_->type + "'",
-                       "name one of inhouse, inhouseapitest, dotnet and normal"});
+                       "--type inhouse, inhouseapitest, dotnet or normal"});
 }
 
 Expected<PluginLists> PluginCalls::lists() const try {
@@ -65,7 +68,15 @@ void PluginCalls::setRuntime(const Runtime& runtime) const {
          runtime.createDelegate());
 }
 
-void PluginCalls::preload() const { traced(LaunchCall::kPreload, library_.preload); }
+// The plug-in's message has only the runtime's code for a missing file.
+void PluginCalls::preload() const {
+  traced(LaunchCall::kPreload, library_.preload);
+  if (workstation::lastErrorMessage().find(kNoPreload) != std::string::npos) {
+    tell({std::string("the device root has no assembly '") + device_paths::kPreload +
+              "', or it cannot be loaded, so nothing was preloaded",
+          "quillon device init DIR copies it there"});
+  }
+}
 
 Expected<void> PluginCalls::setApplication() const try {
   const BoostListener listener;

@@ -86,27 +86,27 @@ std::string textOf(const Json& value) {
   return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-bool isBaseFramework(const Json& framework) {
+void addFramework(RuntimeConfig& config, const Json& framework) {
   const Json& name = member(framework, "name");
-  return name.is_string() && name.get<std::string>() == kFrameworkName;
-}
-
-std::string versionOf(const Json& framework) {
+  if (!name.is_string()) {
+    return;
+  }
+  if (name.get<std::string>() != kFrameworkName) {
+    config.otherFrameworks.push_back(name.get<std::string>());
+    return;
+  }
   const Json& version = member(framework, "version");
-  return version.is_string() ? version.get<std::string>() : std::string();
+  if (version.is_string()) {
+    config.frameworkVersion = version.get<std::string>();
+  }
 }
 
-std::string wantedVersion(const Json& options) {
-  const Json& only = member(options, "framework");
-  if (isBaseFramework(only)) {
-    return versionOf(only);
-  }
+// "framework" states one, "frameworks" several.
+void addFrameworks(RuntimeConfig& config, const Json& options) {
   for (const Json& framework : member(options, "frameworks")) {
-    if (isBaseFramework(framework)) {
-      return versionOf(framework);
-    }
+    addFramework(config, framework);
   }
-  return {};
+  addFramework(config, member(options, "framework"));
 }
 
 // Reads the framework's dependency file up to the key that contains its version, "targets": {...:
@@ -162,7 +162,7 @@ Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly)
   }
   const Json& options = member(json, "runtimeOptions");
   RuntimeConfig config;
-  config.frameworkVersion = wantedVersion(options);
+  addFrameworks(config, options);
   const Json& properties = member(options, "configProperties");
   if (!properties.is_object()) {
     return config;  // items() accepts other types too

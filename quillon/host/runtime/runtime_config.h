@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "quillon/base/failure.h"
 #include "quillon/host/runtime/runtime.h"
@@ -11,7 +12,8 @@ namespace quillon::host {
 
 struct RuntimeConfig {
   std::string frameworkVersion;  // wanted version of Microsoft.NETCore.App; empty if not stated
-  RuntimeProperties properties;  // "configProperties" as strings, in file order
+  std::vector<std::string> otherFrameworks;  // names of further ones that it wants
+  RuntimeProperties properties;              // "configProperties" as strings, in file order
 };
 
 // The path of the configuration file of an assembly, which need not exist.

@@ -9,6 +9,7 @@
 #include "quillon/host/runtime/framework_check.h"
 #include "quillon/host/runtime/runtime_config.h"
 #include "quillon/launchpad/server/fingerprint.h"
+#include "quillon/resolution/resolution.h"
 #include "workstation/packages.h"
 
 namespace quillon::launchpad {
@@ -18,9 +19,11 @@ namespace fs = std::filesystem;
 
 constexpr size_t kMaxEntries = 1000;
 
-std::vector<std::string> filesOf(const host::LaunchTarget& target) {
-  return {target.assembly, host::runtimeConfigOf(target.assembly).string(),
-          device_paths::kNetcoreapp};
+std::vector<std::string> filesOf(const host::LaunchTarget& target,
+                                 std::vector<std::string> ofAnswer) {
+  ofAnswer.insert(ofAnswer.end(), {target.assembly, host::runtimeConfigOf(target.assembly).string(),
+                                   device_paths::kNetcoreapp});
+  return ofAnswer;
 }
 
 std::string fingerprintOf(const std::vector<std::string>& files) {
@@ -54,10 +57,16 @@ Expected<Entry> lookUp(const Request& request) {
   if (!host::serves(found, config.frameworkVersion)) {
     return fail("the application requires another version of the .NET runtime");
   }
+  auto answer = resolution::findAnswer({target.assembly, config, found});
+  if (!answer) {
+    return fail("a direct launch has to ask .NET's host about its dependencies first");
+  }
+  RETURN_IF_FAILED(resolution::requireFrameworks(answer->additions));
   // The runtime ignores their order.
   std::sort(config.properties.begin(), config.properties.end());
-  PoolKey key{target.type, request.raw, std::move(config.properties)};
-  return Entry{std::move(target), std::move(key)};
+  PoolKey key{target.type, request.raw, std::move(config.properties), std::move(answer->additions)};
+  auto files = filesOf(target, std::move(answer->files));
+  return Entry{std::move(target), std::move(key), std::move(files)};
 }
 
 // A package's files can make a library throw, for example std::bad_alloc. The server also serves
@@ -99,7 +108,7 @@ Expected<Catalogue::Cached> Catalogue::read(const Request& request,
   for (int attempt = 0; attempt < 2; ++attempt) {
     cached.fingerprint = fingerprintOf(files);
     ASSIGN_OR_RETURN(Entry entry, tryLookUp(request));
-    cached.files = filesOf(entry.target);
+    cached.files = entry.files;
     cached.entry = std::make_shared<const Entry>(std::move(entry));
     if (cached.files == files) {
       return cached;

@@ -18,6 +18,7 @@ namespace quillon::launchpad {
 struct Entry {
   host::LaunchTarget target;
   PoolKey key;
+  std::vector<std::string> files;  // that it was read from, besides the registry
 };
 
 // A cache of lookups inside a device root. A result is valid as long as the registry and the
@@ -36,7 +37,7 @@ class Catalogue {
   using Name =  // application, type, executable, raw
       std::tuple<std::string, std::optional<std::string>, std::optional<std::string>, bool>;
   struct Cached {
-    std::vector<std::string> files;  // that the entry was read from, besides the registry
+    std::vector<std::string> files;  // of the entry
     std::string fingerprint;         // taken before the entry was read
     std::shared_ptr<const Entry> entry;
   };

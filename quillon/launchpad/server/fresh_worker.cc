@@ -53,6 +53,7 @@ std::string encode(const WorkerConfig& config, const PoolKey& key, pid_t server)
   for (const auto& [name, value] : key.settings) {
     record.text(name).text(value);
   }
+  record.text(resolution::format(key.additions));
   return record.take();
 }
 
@@ -69,6 +70,8 @@ std::optional<Configuration> decode(std::string_view bytes) {
     std::string name = record.text();
     all.key.settings.emplace_back(std::move(name), record.text());
   }
+  auto additions = resolution::parseAdditions(record.text());
+  all.key.additions = std::move(additions).value_or(resolution::Additions());
   return record.atEnd() ? std::optional(std::move(all)) : std::nullopt;
 }
 

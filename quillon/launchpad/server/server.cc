@@ -88,7 +88,10 @@ Expected<Inspector> startInspector() {
 Expected<void> enterDevice(const LaunchpadOptions& options, const WorkerConfig& config) {
   device::EnterOptions view;
   view.visible = {config.executable.parent_path().parent_path(), config.plugin.parent_path()};
-  RETURN_IF_FAILED(device::enter(options.device, view));
+  ASSIGN_OR_RETURN(const device::Entered entered, device::enter(options.device, view));
+  if (entered.noHome) {
+    tell(*entered.noHome);
+  }
   return {};
 }
 

@@ -7,7 +7,8 @@ std::string describe(const PoolKey& key) {
   for (const auto& [name, value] : key.settings) {
     text += ", " + name + "=" + value;
   }
-  return text;
+  const std::string additions = resolution::describe(key.additions);
+  return additions.empty() ? text : text + ", " + additions;
 }
 
 }  // namespace quillon::launchpad

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "quillon/host/runtime/runtime.h"
+#include "quillon/resolution/additions.h"
 
 namespace quillon::launchpad {
 
@@ -13,6 +14,7 @@ struct PoolKey {
   std::string type;                  // application type, as passed to the plug-in
   bool raw = false;                  // the plug-in does not capture the output
   host::RuntimeProperties settings;  // "configProperties" of runtimeconfig.json
+  resolution::Additions additions;   // trusted assemblies and folders beside the device's
 
   auto operator<=>(const PoolKey&) const = default;
 };

@@ -11,6 +11,7 @@
 #include "device_paths.h"
 #include "quillon/base/terminal.h"
 #include "quillon/host/application/application_id.h"
+#include "quillon/host/application/working_directory.h"
 #include "quillon/host/membarrier.h"
 #include "quillon/host/plugin/plugin_calls.h"
 #include "quillon/host/runtime/framework_check.h"
@@ -25,6 +26,8 @@
 #include "quillon/launchpad/worker/placeholders.h"
 #include "quillon/launchpad/worker/process_setup.h"
 #include "quillon/launchpad/worker/stdio.h"
+#include "quillon/resolution/hostpolicy.h"
+#include "quillon/resolution/resolution.h"
 #include "workstation/log_config.h"
 #include "workstation/packages.h"
 
@@ -44,14 +47,6 @@ bool canRehearse(const host::RuntimeProperties& properties) {
   return !version.empty() && host::serves(version, kMinVersion) &&
          std::none_of(properties.begin(), properties.end(),
                       [](const auto& property) { return property.first == "STARTUP_HOOKS"; });
-}
-
-void applyProcessState(const HandOver& handOver, const Limits& limits) {
-  umask(handOver.umask);
-  adoptLimits(limits);
-  if (handOver.workingDirectory.empty() || chdir(handOver.workingDirectory.c_str()) != 0) {
-    [[maybe_unused]] const int result = chdir("/");
-  }
 }
 
 // Waits for a message of one kind. If the peer has ended, so does the process: since it has not
@@ -97,6 +92,7 @@ class Worker {
   Expected<void> awaitAssignment();
   Expected<void> takeOver();
   Expected<void> takeOverDescriptors(HandOver& handOver);
+  void applyProcessState(const HandOver& handOver) const;
   Expected<void> configureApplication();
   Expected<int> execute();
 
@@ -180,8 +176,10 @@ Expected<void> Worker::startRuntime() {
     return fail(kRuntimeFailed, runtime.error());
   }
   runtime_ = std::move(*runtime);
-  const auto plan = host::planPrepared(folders_.paths(), lists_, key_.settings,
-                                       managedAssembly(config_.plugin).string());
+  const host::Requirements requirements{{{}, {}, key_.settings}, {}, key_.additions};
+  auto plan = host::planPrepared(folders_.paths(), lists_, requirements,
+                                 managedAssembly(config_.plugin).string());
+  resolution::addHostpolicy(plan.properties);
   rehearses_ = canRehearse(plan.properties);
   const host::ScopedJitThreadKeepAlive lasting;
   variablesAtStart_ = currentVariables();
@@ -203,7 +201,7 @@ Expected<void> Worker::warmUpRuntime() {
     return fail(kRuntimeFailed, bound.error());
   }
   variablesAtWarmUp_ = currentVariables();
-  managed_.warmUp(host::propertiesOfApplication(target_, lists_));
+  managed_.warmUp(host::propertiesOfApplication(target_, lists_, key_.additions));
   if (rehearses_) {
     rehearse();
   }
@@ -243,7 +241,7 @@ Expected<void> Worker::takeOver() {
   replaceEnvironment(std::move(handOver->environment), changes_);
   setenv(host::kAppIdVariable, target_.application.id.c_str(), 1);
   RETURN_IF_FAILED(takeOverDescriptors(*handOver));
-  applyProcessState(*handOver, limits_);
+  applyProcessState(*handOver);
   sendMessage(client_.get(), MessageKind::kTakenOver);
   return {};
 }
@@ -262,15 +260,27 @@ Expected<void> Worker::takeOverDescriptors(HandOver& handOver) {
   return {};
 }
 
+void Worker::applyProcessState(const HandOver& handOver) const {
+  umask(handOver.umask);
+  adoptLimits(limits_);
+  if (chdir(handOver.workingDirectory.c_str()) != 0) {
+    host::useOwnFolder(target_, handOver.workingDirectory);
+  }
+}
+
 Expected<void> Worker::configureApplication() {
   const Variables now = currentVariables();
   auto variables = changesBetween(variablesAtStart_, now);
   variables.merge(changesBetween(variablesAtWarmUp_, now));
-  if (!managed_.assign(host::propertiesOfApplication(target_, lists_), variables)) {
+  resolution::setHostpolicyApplication(target_.assembly);
+  if (!managed_.assign(host::propertiesOfApplication(target_, lists_, key_.additions), variables)) {
     return fail(kRuntimeFailed, {"the runtime refuses the application's properties", {}});
   }
   RETURN_IF_FAILED(plugin_.setApplication());
   plugin_.beforeExecute();
+  if (const auto warning = resolution::warningAbout(target_.application.id, key_.additions)) {
+    tell(*warning);
+  }
   return {};
 }
 

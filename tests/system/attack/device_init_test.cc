@@ -38,9 +38,12 @@ class PlantedLinks : public ::testing::Test {
 };
 
 TEST_F(PlantedLinks, DoNotOpenAFolderToEveryone) {
-  plant("tmp");
-  EXPECT_FALSE(device::init(root(), {}));
-  expectVictimUnchanged();
+  for (const char* name : {"tmp", "opt/usr/home"}) {
+    fs::remove_all(root());
+    plant(name);
+    EXPECT_FALSE(device::init(root(), {})) << name;
+    expectVictimUnchanged();
+  }
 }
 
 TEST_F(PlantedLinks, DoNotGetFlagFiles) {

@@ -131,6 +131,7 @@ class EveryCommandWithADevice : public ::testing::Test {
  protected:
   void SetUp() override {
     writeFile(at("MANIFEST"), "[package]\nid = 'x'\nversion = '1'\n");
+    writeFile(at("APP.dll"), "");
     writeFile(at("POLICY"), "default = \"deny\"\n");
   }
   [[nodiscard]] std::string at(const std::string& name) const {
@@ -140,7 +141,7 @@ class EveryCommandWithADevice : public ::testing::Test {
   // A value of the argument that the usage names; empty for other words of the usage.
   [[nodiscard]] std::string valueOf(std::string word) const {
     std::erase_if(word, [](char letter) { return letter == '[' || letter == ']'; });
-    if (word == "MANIFEST" || word == "POLICY") {
+    if (word == "MANIFEST" || word == "POLICY" || word == "APP.dll") {
       return at(word);
     }
     const bool isArgument =
@@ -173,7 +174,7 @@ TEST_F(EveryCommandWithADevice, TakesItFromTheOptionThenFromTheVariable) {
       continue;
     }
     ASSERT_THAT(command.help, HasSubstr(kDevice));
-    EXPECT_THAT(command.help, HasSubstr("Device root; default: $QUILLON_DEVICE\n"));
+    EXPECT_THAT(command.help, HasSubstr("Device root; default: $QUILLON_DEVICE"));
 
     const Finished option =
         runWith(command, {"--device", at("option")}, {{"QUILLON_DEVICE", at("variable")}});
@@ -184,6 +185,9 @@ TEST_F(EveryCommandWithADevice, TakesItFromTheOptionThenFromTheVariable) {
     const Finished variable = runWith(command, {}, {{"QUILLON_DEVICE", at("variable")}});
     EXPECT_THAT(variable.err + variable.out, HasSubstr(at("variable")));
 
+    if (command.name() == "run") {
+      continue;  // makes a device root
+    }
     for (const std::map<std::string, std::string>& none :
          {std::map<std::string, std::string>{}, {{"QUILLON_DEVICE", ""}}}) {
       const Finished refused = runWith(command, {}, none);

@@ -69,8 +69,11 @@ INSTANTIATE_TEST_SUITE_P(
               "'quillon launch' does not take the argument '12'; write the arguments of the "
               "application after --"},
         Wrong{{"launch", "clock", "--port"},
-              "'quillon launch' has no option '--port'; write the options of the application after "
-              "--"},
+              "'quillon launch' has no option '--port'; see quillon launch --help, or write the "
+              "options of the application after --"},
+        Wrong{{"run", "--colour"},
+              "'quillon run' has no option '--colour'; see quillon run --help, or write the options "
+              "of the application after its assembly"},
         Wrong{
             {"config", "get", "a", "b"},
             "'quillon config get' does not take the argument 'b'; see quillon config get --help"}));

@@ -245,6 +245,47 @@ TEST_F(Enter, TemporaryFilesGoToTheDeviceRoot) {
   EXPECT_THAT(outcome.output, ::testing::StartsWith("[]\n/tmp/"));
 }
 
+TEST_F(Enter, TheHomeDirectoryIsAFolderOfTheDeviceRoot) {
+  const std::string home = "/opt/usr/home/" + std::to_string(::geteuid());
+  const Outcome outcome =
+      inside(root_,
+             "echo \"$HOME\" \"$XDG_CONFIG_HOME\" \"$XDG_CACHE_HOME\" \"$XDG_DATA_HOME\" "
+             "\"$XDG_STATE_HOME\"; stat -c '%a %u' \"$HOME\" \"$XDG_DATA_HOME\"; echo x > ~/file");
+  const std::string owner = "700 " + std::to_string(::geteuid()) + "\n";
+  EXPECT_EQ(outcome.output, home + " " + home + "/.config " + home + "/.cache " + home +
+                                "/.local/share " + home + "/.local/state\n" + owner + owner);
+  EXPECT_EQ(read(root_ / fs::path(home).relative_path() / "file"), "x\n");
+}
+
+// HOME may have been changed in a shell inside.
+TEST_F(Enter, EnteringAgainSetsTheHomeDirectory) {
+  const Outcome outcome = inChild([&] {
+    if (!device::enter(root_, {}) || ::setenv("HOME", "/elsewhere", 1) != 0) {
+      return 1;
+    }
+    const auto again = device::enter(root_, {});
+    return again && std::string(::getenv("HOME")).starts_with("/opt/usr/home/") ? 0 : 2;
+  });
+  EXPECT_EQ(outcome.status, 0);
+}
+
+TEST_F(Enter, ReportsAHiddenWorkingDirectory) {
+  const fs::path hidden = fresh("/tmp");
+  const Outcome outcome = inChild([&] {
+    fs::current_path(hidden);
+    const auto entered = device::enter(root_, {});
+    return entered && entered->hiddenDirectory == hidden && fs::current_path() == "/" ? 0 : 1;
+  });
+  EXPECT_EQ(outcome.status, 0);
+  const Outcome removed = inChild([&] {
+    fs::current_path(fresh("/var/tmp"));
+    fs::remove(fs::current_path());
+    const auto entered = device::enter(root_, {});
+    return entered && entered->hiddenDirectory == fs::path() && fs::current_path() == "/" ? 0 : 1;
+  });
+  EXPECT_EQ(removed.status, 0);
+}
+
 TEST_F(Enter, EnteringAgainChangesNothing) {
   const fs::path other = fresh("/var/tmp");
   ASSERT_TRUE(device::init(other, {}));

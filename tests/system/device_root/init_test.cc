@@ -28,9 +28,11 @@ TEST_F(Init, MakesEveryFolderOfADevice) {
     EXPECT_TRUE(fs::is_directory(root_ / folder)) << folder;
   }
   EXPECT_FALSE(fs::exists(root_ / "zone"));
-  struct stat status {};
-  ASSERT_EQ(::stat((root_ / "tmp").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777U, 01777U);
+  for (const char* folder : {"tmp", "opt/usr/home"}) {
+    struct stat status {};
+    ASSERT_EQ(::stat((root_ / folder).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 01777U) << folder;
+  }
 }
 
 TEST_F(Init, GivesBothFlagFilesTheSameContent) {

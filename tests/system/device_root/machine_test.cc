@@ -59,7 +59,51 @@ bool enterAndKill(const fs::path& root, unsigned delay) {
   return entered;
 }
 
+// Makes `place` a shared mount with a chroot(2) environment, whose root is a plain folder in it.
+fs::path makeJail(const fs::path& place) {
+  const fs::path jail = place / "jail";
+  if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, "") != 0 ||
+      ::mount("quillon", place.c_str(), "tmpfs", 0, "") != 0 ||
+      ::mount(nullptr, place.c_str(), nullptr, MS_SHARED, "") != 0) {
+    return {};
+  }
+  fs::create_directories(jail / "usr");
+  fs::create_directories(jail / "proc");
+  ::mount("/usr", (jail / "usr").c_str(), nullptr, MS_BIND | MS_REC, "");
+  ::mount("proc", (jail / "proc").c_str(), "proc", 0, "");
+  return jail;
+}
+
+// Makes a device root inside the environment and enters it.
+int enterInJail(const fs::path& jail) {
+  if (::chroot(jail.c_str()) != 0 || ::chdir("/") != 0 || !device::init("/device", {})) {
+    return 1;
+  }
+  if (const auto entered = device::enter("/device", {}); !entered) {
+    std::cout << entered.error().what;
+    return 2;
+  }
+  write("/opt/usr/written", "x");
+  return fs::exists("/usr/bin/env") && read("/device/opt/usr/written") == "x" ? 0 : 3;
+}
+
 using Machine = DeviceRootTest;
+
+// As the environments in which distributions build packages.
+TEST_F(Machine, CanBeAChrootWhoseRootIsNoMountPoint) {
+  if (::geteuid() != 0) {
+    QUILLON_SKIP("only root can call chroot(2)");
+  }
+  const fs::path place = fresh("/var/tmp");
+  const Outcome outcome = inChild([&] {
+    const fs::path jail = makeJail(place);
+    const std::string mounts = read("/proc/self/mountinfo");
+    const Outcome entered = inChild([&] { return enterInJail(jail); });
+    std::cout << entered.output;
+    return read("/proc/self/mountinfo") == mounts ? entered.status : 4;
+  });
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+}
 
 TEST_F(Machine, IsTheSameAfterwards) {
   const std::string mounts = read("/proc/self/mountinfo");

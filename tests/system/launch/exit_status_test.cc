@@ -39,6 +39,17 @@ class ExitStatus : public LaunchTest {
   }
 };
 
+TEST_F(ExitStatus, ARefusalForWantOfTheZoneNamesTheRemedy) {
+  fs::create_directories(at("/zone/appzone"));
+  fs::create_directories(at("/usr/lib"));
+  fs::copy_file(std::string(kLibraryPath) + "/libzone.so.5", at("/usr/lib/libzone.so.5"));
+  const CommandResult result = launch({"--type", "dotnet", kClock});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.err,
+              HasSubstr("it logged: Zone Context is NULL!; the zone of the device root does not "
+                        "run; start it: quillon zone start appzone --device DIR\n"));
+}
+
 TEST_F(ExitStatus, OfAnUnknownOption) {
   expectOneLine(launch({kClock, "--no-such-option"}), kUsage, "--no-such-option", "--help");
 }

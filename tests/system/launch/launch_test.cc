@@ -151,6 +151,18 @@ TEST_F(Launch, PreloadsOnlyWithTheOption) {
   EXPECT_EQ(valueOf(prepared, preload), "/usr/share/dotnet.velora/framework/Preload.dll");
 }
 
+TEST_F(Launch, NamesTheRemedyForAMissingPreloadAssembly) {
+  fs::remove(at("/usr/share/dotnet.velora/framework/Preload.dll"));
+  const CommandResult result = launch({kClock, "--preload"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "quillon: the device root has no assembly "
+            "'/usr/share/dotnet.velora/framework/Preload.dll', or it cannot be loaded, so nothing "
+            "was preloaded; quillon device init DIR copies it there\n");
+  ASSERT_EQ(run({QUILLON_BUILD_DIRECTORY "/bin/quillon", "device", "init", root()}).status, 0);
+  EXPECT_EQ(launch({kClock, "--preload"}).err, "");
+}
+
 TEST_F(Launch, EndsWithSigabrtOnAnUncaughtException) {
   const CommandResult result = launch({kClock, "--", "--throw"});
   EXPECT_EQ(result.status, 128 + SIGABRT);

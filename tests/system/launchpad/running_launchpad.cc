@@ -166,6 +166,21 @@ void LaunchpadTest::expectApplicationInTheZone(const std::vector<std::string>& l
   EXPECT_EQ(probe.quit(), 0);
 }
 
+void LaunchpadTest::expectNoErrorsInTheLog() const {
+  const std::string log = fresh("log").string();
+  for (const char* type : {"inhouse", "inhouseapitest", "normal", "dotnet"}) {
+    for (const char* option : {"--direct", "--preload"}) {
+      fs::remove(log);
+      const CommandResult result =
+          launch({option, "--type", type, kClock}, {"QUILLON_LOG=json:" + log});
+      EXPECT_EQ(result.status, 0);
+      EXPECT_EQ(result.err, "");
+      EXPECT_NE(contentOf(log).find("plugin_initialize"), std::string::npos);
+      EXPECT_EQ(contentOf(log).find("\"priority\":6"), std::string::npos) << contentOf(log);
+    }
+  }
+}
+
 void LaunchpadTest::killLaunchpad() {
   kill(launchpad_, SIGKILL);
   endOfLaunchpad();

@@ -48,6 +48,10 @@ class LaunchpadTest : public RuntimeTest {
   // Starts a zone, then the launch pad, and launches an application that enters it.
   void expectApplicationInTheZone(const std::vector<std::string>& launchpadOptions = {});
 
+  // Launches an application of each type, with and without --preload, and expects no error in the
+  // log.
+  void expectNoErrorsInTheLog() const;
+
   // Expects that the launch pad does not answer a process of another user.
   void expectNoAnswerTo(uid_t user) const;
 

@@ -70,6 +70,8 @@ TEST_F(SameLaunch, PrintsAndEndsTheSame) {
   EXPECT_EQ(served(), 2);
 }
 
+TEST_F(SameLaunch, LogsNoErrorIfAllIsWell) { expectNoErrorsInTheLog(); }
+
 // The functions of the plug-in that a process's trace has a span for, in their order.
 std::vector<std::string> tracedCalls(const fs::path& trace, pid_t process) {
   const std::regex span(R"x("ph":"B","pid":([0-9]+),.*"name":"(plugin_[a-z_]+)")x");
@@ -151,6 +153,51 @@ TEST_F(SameLaunch, TakesOverTheProcessStateOfTheClient) {
   EXPECT_THAT(contentOf(process / "status"), HasSubstr("Umask:\t0027"));
   EXPECT_EQ(probe.quit(), 0);
   EXPECT_EQ(served(), 1);
+}
+
+// In any other folder, "/" for example, a web application would look for its files in the whole
+// machine.
+TEST_F(SameLaunch, StartsInTheApplicationsFolderIfTheDeviceHidesTheWorkingDirectory) {
+  start(1);
+  const fs::path before = fs::current_path();
+  const fs::path hidden = fresh("hidden");
+  fs::create_directory(hidden);
+  const std::string own = "/opt/usr/apps/org.velora.sample.probe/bin";
+  const std::string warning = "quillon: the device root hides the working directory '" +
+                              hidden.string() + "'; the application starts in '" + own +
+                              "'; to keep it: quillon launch --writable " + hidden.string() + "\n";
+  for (const int prepared : {0, 1}) {  // no process is ready for the first launch
+    fs::current_path(hidden);
+    RunningProbe probe(root(), "inhouse");
+    fs::current_path(before);
+    EXPECT_EQ(served(), prepared);
+    EXPECT_EQ(probe.ask("directory"), own);
+    EXPECT_EQ(probe.quit(), 0);
+    EXPECT_EQ(probe.errors(), warning);
+    ASSERT_TRUE(awaitProcesses("ready", 1));
+  }
+}
+
+TEST_F(SameLaunch, HasTheHomeDirectoryOfTheDevice) {
+  start(1);
+  const std::string home = "/opt/usr/home/" + std::to_string(geteuid());
+  for (const int prepared : {0, 1}) {  // no process is ready for the first launch
+    RunningProbe probe(root(), "inhouse",
+                       {"QUILLON_LOG=none", "HOME=/root", "XDG_DATA_HOME=/elsewhere"});
+    EXPECT_EQ(served(), prepared);
+    EXPECT_EQ(probe.ask("variable HOME"), home);
+    EXPECT_EQ(probe.ask("variable XDG_CONFIG_HOME"), home + "/.config");
+    EXPECT_EQ(probe.ask("variable XDG_CACHE_HOME"), home + "/.cache");
+    EXPECT_EQ(probe.ask("variable XDG_STATE_HOME"), home + "/.local/state");
+    EXPECT_EQ(probe.ask("folder UserProfile"), home);
+    EXPECT_EQ(probe.ask("folder ApplicationData"), home + "/.config");
+    EXPECT_EQ(probe.ask("folder LocalApplicationData"), home + "/.local/share");
+    EXPECT_EQ(probe.ask("create " + home + "/.config/file"), home + "/.config/file");
+    EXPECT_EQ(probe.quit(), 0);
+    EXPECT_EQ(probe.errors(), "");
+    EXPECT_TRUE(fs::remove(at(home + "/.config/file")));
+    ASSERT_TRUE(awaitProcesses("ready", 1));
+  }
 }
 
 // Each thread has its own capabilities.

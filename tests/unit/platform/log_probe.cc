@@ -2,6 +2,7 @@
 //
 //   log:PRIORITY:TAG:TEXT   logs one record
 //   output:TEXT             logs a debug record in the form of captured application output
+//   nul:TEXT                logs a debug record whose text is TEXT, a NUL byte and TEXT
 //   long:N                  logs a debug record of N letters
 //   replace-stderr          opens /dev/null as descriptor 2
 //   threads:T:N             T threads write N numbered debug records each
@@ -148,6 +149,11 @@ const std::map<std::string, std::pair<size_t, std::function<void(const Words&)>>
       [](const Words& w) {
         __dlog_print(0, DLOG_DEBUG, "T", "%s: %s(%d) > \x1b[0m%s\x1b[0m\n", "log.cc",
                      "stdOutRedirect", 44, w[1].c_str());
+      }}},
+    {"nul",
+     {2,
+      [](const Words& w) {
+        __dlog_print(0, DLOG_DEBUG, "T", "%s%c%s\n", w[1].c_str(), '\0', w[1].c_str());
       }}},
     {"long",
      {2,

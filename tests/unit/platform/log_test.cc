@@ -7,6 +7,7 @@
 #include "tests/support/program.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/support/terminal.h"
 
 namespace quillon::test {
 namespace {
@@ -79,6 +80,41 @@ TEST_F(LogTest, WritesNothingForNone) {
 TEST_F(LogTest, OmitsColoursIfStandardErrorIsNotATerminal) {
   EXPECT_THAT(probe({"log:6:T:\x1b[31mred\x1b[0m \x1b[2Kkept\n"}).err,
               EndsWith("): red \x1b[2Kkept\n"));
+}
+
+// The application's output is often several lines long.
+TEST_F(LogTest, BeginsEachLineOnTheTerminalAlike) {
+  const std::string start = "D/T\\([0-9,]+\\): log.cc: stdOutRedirect\\(44\\) > ";
+  EXPECT_THAT(probe({"output:one\ntwo\n\nfour"}).err,
+              MatchesRegex(start + "one\n" + start + "two\n" + start + "\n" + start + "four\n"));
+  EXPECT_THAT(probe({"log:6:T:plain\nlines\n"}).err,
+              MatchesRegex("E/T\\([0-9,]+\\): plain\nE/T\\([0-9,]+\\): lines\n"));
+}
+
+TEST_F(LogTest, ShowsTheLastStateOfAProgressLineOnTheTerminal) {
+  const std::string start = "D/T\\([0-9,]+\\): log.cc: stdOutRedirect\\(44\\) > ";
+  EXPECT_THAT(probe({"output:10%\r20%\r30%\r"}).err, MatchesRegex(start + "30%\n"));
+  EXPECT_THAT(probe({"output:a\r\nb\r\n"}).err,
+              MatchesRegex(start + "a\n" + start + "b\n" + start + "\n"));
+  probe({"output:10%\r20%\r"}, {{"QUILLON_LOG", "json:" + file}});
+  EXPECT_THAT(records().at(0)["text"].get<std::string>(), HasSubstr("10%\r20%\r"));
+}
+
+TEST_F(LogTest, ColoursEachLineByItselfOnATerminal) {
+  Terminal terminal({LOG_PROBE, "output:one\ntwo"}, {"TERM=xterm"});
+  EXPECT_EQ(terminal.finish(), 0);
+  EXPECT_THAT(terminal.output(),
+              MatchesRegex(".*> \x1b\\[0mone\x1b\\[0m\r\nD/T.*> \x1b\\[0mtwo\x1b\\[0m\r\n"));
+}
+
+TEST_F(LogTest, KeepsTextAfterANulByte) {
+  const std::string expected = std::string("ab\0ab\n", 6);
+  EXPECT_THAT(probe({"nul:ab"}, {{"QUILLON_LOG", "terminal"}}).err, EndsWith(expected));
+  probe({"nul:ab"}, {{"QUILLON_LOG", "file:" + file}});
+  EXPECT_THAT(contentsOf(file), EndsWith(expected));
+  std::filesystem::remove(file);
+  probe({"nul:ab"}, {{"QUILLON_LOG", "json:" + file}});
+  EXPECT_EQ(records().at(0)["text"], expected);
 }
 
 TEST_F(LogTest, KeepsWritingToTheTerminalAfterDescriptorTwoIsReplaced) {

@@ -14,6 +14,7 @@
 #include "platform/pkgmgr_info.h"
 #include "tests/unit/platform/device_main.h"
 #include "tests/unit/platform/sample_package.h"
+#include "workstation/process_registration.h"
 
 namespace quillon::test {
 namespace {
@@ -251,6 +252,15 @@ TEST_F(ServicesTest, AProcessIsKnownUntilItEnds) {
   waitpid(child, nullptr, 0);
   EXPECT_EQ(packageOf(child), "unknown, untouched");
   EXPECT_FALSE(workstation::registerProcess(child, "clock"));
+}
+
+TEST_F(ServicesTest, LaunchersRegisterAProcessThroughTheCInterface) {
+  ASSERT_EQ(quillon_register_process(getpid(), "clock"), 0);
+  char package[1024] = "";
+  ASSERT_EQ(aul_app_get_pkgid_bypid(getpid(), package, sizeof package), 0);
+  EXPECT_STREQ(package, "clock");
+  EXPECT_EQ(quillon_register_process(0, "clock"), -1);
+  EXPECT_EQ(quillon_register_process(getpid(), nullptr), -1);
 }
 
 // Changes the record of a process to that of a process that started one tick earlier.

@@ -47,6 +47,15 @@ TEST_F(RuntimeConfigFile, ReadsTheWantedVersionInBothForms) {
             "9.0.0");
 }
 
+TEST_F(RuntimeConfigFile, NamesTheOtherFrameworks) {
+  const auto several = read(R"({"runtimeOptions": {"frameworks": [{"name": "One"}, 2, {"name": 3},
+                       {"name": "Microsoft.NETCore.App", "version": "9.0.0"}, {"name": "Two"}]}})");
+  EXPECT_THAT(several->otherFrameworks, ElementsAre("One", "Two"));
+  const auto one = read(R"({"runtimeOptions": {"framework": {"name": "One", "version": "1"}}})");
+  EXPECT_THAT(one->otherFrameworks, ElementsAre("One"));
+  EXPECT_EQ(one->frameworkVersion, "");
+}
+
 TEST_F(RuntimeConfigFile, MayBeMissingOrHaveNoSettings) {
   EXPECT_THAT(readRuntimeConfig(directory_.path() / "None.dll")->properties, IsEmpty());
   for (const char* text : {"{}", R"({"runtimeOptions": 1})",

@@ -50,7 +50,7 @@ class Refill : public ::testing::Test {
     pools_.onStarted(*taken);
   }
 
-  const PoolKey kKey{"inhouse", true, {}};
+  const PoolKey kKey{"inhouse", true, {}, {}};
   Clock::time_point now_ = Clock::now();
   bool staysAlive_ = true;
   std::function<void(WorkerProcess&)> onOverdue_ = [](WorkerProcess&) {};

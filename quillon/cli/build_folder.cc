@@ -1,0 +1,143 @@
+#include "quillon/cli/build_folder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "device_paths.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/files.h"
+#include "quillon/base/folders.h"
+#include "quillon/cli/device_option.h"
+#include "quillon/device/device_root.h"
+#include "quillon/device/layout.h"
+#include "quillon/device/view.h"
+
+namespace quillon::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kExtension[] = ".dll";
+
+// FNV-1a of 64 bits.
+class Hash {
+ public:
+  void add(std::string_view bytes) {
+    constexpr std::uint64_t kPrime = 0x100000001b3;
+    for (const char byte : bytes) {
+      value_ = (value_ ^ static_cast<unsigned char>(byte)) * kPrime;
+    }
+  }
+  template <typename Number>
+  void addNumber(Number number) {
+    add({reinterpret_cast<const char*>(&number), sizeof number});
+  }
+  [[nodiscard]] std::string text() const {
+    std::array<char, 17> digits{};
+    std::snprintf(digits.data(), digits.size(), "%016" PRIx64, value_);
+    return digits.data();
+  }
+
+ private:
+  std::uint64_t value_ = 0xcbf29ce484222325;
+};
+
+// Changes with the name, size, permissions or change time of any file in the folder.
+std::string versionOf(const fs::path& folder) {
+  std::vector<fs::path> files;
+  std::error_code error;
+  for (fs::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    files.push_back(entry->path());
+  }
+  std::sort(files.begin(), files.end());
+  Hash hash;
+  for (const fs::path& file : files) {
+    struct stat status {};
+    lstat(file.c_str(), &status);
+    hash.add(file.native());
+    hash.addNumber(status.st_ino);
+    hash.addNumber(status.st_size);
+    hash.addNumber(status.st_mode);
+    hash.addNumber(status.st_ctim.tv_sec);
+    hash.addNumber(status.st_ctim.tv_nsec);
+  }
+  return hash.text();
+}
+
+std::string idOf(const fs::path& folder, const std::string& assembly) {
+  constexpr std::size_t kDigits = 8;
+  Hash hash;
+  hash.add(folder.native());
+  return fs::path(assembly).stem().string() + "-" + hash.text().substr(0, kDigits);
+}
+
+// The folder is copied to the device root as a whole.
+bool isOwnFolder(const fs::path& folder) {
+  const fs::path home = fs::path(variable("HOME")).lexically_normal();
+  const bool holdsHome =
+      home.is_absolute() &&
+      std::mismatch(folder.begin(), folder.end(), home.begin(), home.end()).first == folder.end();
+  return !holdsHome && !device::holdsDeviceDirectory(folder.relative_path().string());
+}
+
+std::string recordOf(const BuildFolder& build) { return "run-" + build.id; }
+
+Descriptor openRecord(const fs::path& device, const BuildFolder& build, int flags) {
+  constexpr mode_t kMode = 0644;
+  const Descriptor root(open(device.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor folder = openFolderWithoutLinks(root.get(), device::kRecordDirectory);
+  return Descriptor(openat(folder.get(), recordOf(build).c_str(),
+                           flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kMode));
+}
+
+}  // namespace
+
+Expected<BuildFolder> examineBuild(const fs::path& given) {
+  std::error_code error;
+  fs::path assembly = given;
+  // The file that a build makes executable starts the assembly beside it.
+  if (assembly.extension() != kExtension && fs::exists(assembly.string() + kExtension, error)) {
+    assembly += kExtension;
+  }
+  if (!fs::is_regular_file(assembly, error)) {
+    return fail(kNoAssembly, {"there is no assembly '" + given.string() + "'",
+                              "name the .dll that dotnet build or dotnet publish wrote"});
+  }
+  const fs::path file = fs::canonical(assembly, error);
+  if (error || !isOwnFolder(file.parent_path())) {
+    return fail(kUsage, {"the folder of '" + given.string() + "' is not the application's own",
+                         "move the application to a folder of its own"});
+  }
+  BuildFolder build{file.parent_path(), file.filename().string(), {}, {}};
+  build.id = idOf(build.folder, build.assembly);
+  build.version = versionOf(build.folder);
+  return build;
+}
+
+bool isInstalled(const fs::path& device, const BuildFolder& build) {
+  const fs::path copy = device::pathInDevice(device, device_paths::kApplications) / build.id;
+  const Descriptor record = openRecord(device, build, O_RDONLY);
+  return record && access((copy / build.assembly).c_str(), F_OK) == 0 &&
+         readAll(record.get()) == build.version;
+}
+
+void noteInstalled(const fs::path& device, const BuildFolder& build) {
+  const Descriptor record = openRecord(device, build, O_WRONLY | O_CREAT | O_TRUNC);
+  if (record) {
+    writeAll(record.get(), build.version);
+  }
+}
+
+}  // namespace quillon::cli

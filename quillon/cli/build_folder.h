@@ -1,0 +1,29 @@
+// The folder of an application that dotnet build or publish wrote, for `quillon run`.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "quillon/base/failure.h"
+
+namespace quillon::cli {
+
+struct BuildFolder {
+  std::filesystem::path folder;  // canonical
+  std::string assembly;          // file name
+  std::string id;                // of its package; differs for each folder
+  std::string version;           // changes when a file of the folder changes
+};
+
+// Returns the build that `assembly` belongs to; the program of a build stands for its assembly.
+// Fails if there is no such file, or if the folder is not the application's own.
+[[nodiscard]] Expected<BuildFolder> examineBuild(const std::filesystem::path& assembly);
+
+// Whether the device root has this version of the build. Works outside of it.
+[[nodiscard]] bool isInstalled(const std::filesystem::path& device, const BuildFolder& build);
+
+// Records that this version of the build has been installed. Without the record it is installed
+// again by the next `quillon run`.
+void noteInstalled(const std::filesystem::path& device, const BuildFolder& build);
+
+}  // namespace quillon::cli

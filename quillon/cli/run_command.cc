@@ -1,0 +1,144 @@
+#include "quillon/cli/run_command.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "quillon/cli/build_folder.h"
+#include "quillon/cli/command.h"
+#include "quillon/cli/device_option.h"
+#include "quillon/cli/new_manifest.h"
+#include "quillon/cli/package_change.h"
+#include "quillon/cli/run_launch.h"
+#include "quillon/device/device_root.h"
+#include "quillon/device/layout.h"
+#include "quillon/device/view.h"
+#include "quillon/dotnet/runtime_lookup.h"
+#include "quillon/host/launch.h"
+#include "quillon/launchpad/client/client.h"
+
+namespace quillon::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct RunRequest {
+  fs::path device;
+  fs::path assembly;
+  std::vector<fs::path> writable;
+  bool direct = false;
+};
+
+// The device root of a user who has chosen none.
+Expected<fs::path> defaultDevice() {
+  const fs::path data = variable("XDG_DATA_HOME");
+  if (data.is_absolute()) {
+    return data / "quillon/device";
+  }
+  const fs::path home = variable("HOME");
+  if (home.is_absolute()) {
+    return home / ".local/share/quillon/device";
+  }
+  return fail(kUsage, {"there is no place for a device root, since HOME is not set",
+                       "give --device DIR or set QUILLON_DEVICE"});
+}
+
+Expected<fs::path> makeDefaultDevice() {
+  ASSIGN_OR_RETURN(const fs::path device, defaultDevice());
+  std::error_code error;
+  if (fs::exists(device / device::kRecord, error)) {
+    return device;
+  }
+  ASSIGN_OR_RETURN(const auto framework, withStatus(kNoRuntime, dotnet::findFramework()));
+  RETURN_IF_FAILED(device::init(device, {framework.directory}));
+  report({"made the device root '" + device.string() + "' with .NET " + framework.version, {}});
+  return device;
+}
+
+// Installs in a child process, since this one must stay outside of the device root: the launch pad
+// compares the mount namespaces of its clients with its own.
+int installInChild(const fs::path& device, const workstation::ManifestText& manifest) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const auto installed = installInto(device, manifest, 0);
+    _exit(installed ? static_cast<int>(kSuccess) : report(installed.error()));
+  }
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(kServiceFailed);
+}
+
+// Installs the build unless the device root has it as it is.
+void install(const fs::path& device, const BuildFolder& build) {
+  if (isInstalled(device, build)) {
+    return;
+  }
+  NewPackage package = packageOfAssembly(build.assembly);
+  package.id = build.id;
+  if (const int status = installInChild(device, newManifest(build.folder, package)); status != 0) {
+    endCommand(status);
+  }
+  noteInstalled(device, build);
+}
+
+// The working directory, if it can be shown to the application.
+std::vector<fs::path> workingDirectory() {
+  std::error_code error;
+  const fs::path directory = fs::current_path(error);
+  if (error || device::holdsDeviceDirectory(directory.relative_path().string())) {
+    return {};
+  }
+  return {directory};
+}
+
+void run(const RunRequest& request) {
+  const BuildFolder build = valueOf(examineBuild(request.assembly));
+  host::LaunchOptions options;
+  options.device = request.device.empty() ? valueOf(makeDefaultDevice()) : request.device;
+  install(options.device, build);
+  options.appId = build.id;
+  options.raw = true;
+  options.direct = request.direct;
+  options.writable = request.writable;
+  options.arguments = programArguments();
+  // A process of a launch pad has its mounts already.
+  if (options.direct || !options.writable.empty() || !launchpad::isServed(options.device)) {
+    for (fs::path& directory : workingDirectory()) {
+      options.writable.push_back(std::move(directory));
+    }
+  }
+  endCommand(runLaunch(options, host::launch));
+}
+
+}  // namespace
+
+void addRunCommand(CLI::App& app) {
+  CLI::App* const command = app.add_subcommand(kRunCommand, "Run an assembly as dotnet does");
+  const auto request = std::make_shared<RunRequest>();
+  command->add_option("APP.dll", request->assembly, "Assembly that dotnet build or publish wrote")
+      ->required();
+  addDeviceOption(*command, request->device)
+      ->required(false)
+      ->description("Device root; default: $QUILLON_DEVICE, else one of yours");
+  command->add_option("--writable", request->writable, "Path that stays writable")
+      ->type_name("PATH")
+      ->allow_extra_args(false);
+  command->add_flag("--direct", request->direct, "Do not use a launch pad");
+  command->footer(
+      "Installs the assembly's folder as a package if its files have changed, and\n"
+      "launches it with the standard streams as they are. All arguments after APP.dll\n"
+      "are the application's. The exit status is that of the application.\n"
+      "\n"
+      "The device root of yours is below $XDG_DATA_HOME or ~/.local/share. The working\n"
+      "directory stays writable, except in a launch through a launch pad.");
+  command->callback([request] { run(*request); });
+}
+
+}  // namespace quillon::cli

@@ -1,0 +1,27 @@
+#include "quillon/host/application/working_directory.h"
+
+#include <string>
+#include <system_error>
+
+#include "quillon/base/terminal.h"
+
+namespace quillon::host {
+
+namespace fs = std::filesystem;
+
+void useOwnFolder(const LaunchTarget& target, const fs::path& hidden) {
+  const fs::path own = fs::path(target.assembly).parent_path();
+  std::error_code error;
+  fs::current_path(own, error);
+  if (error) {
+    fs::current_path("/", error);
+  }
+  const std::string result = "; the application starts in '" + own.string() + "'";
+  if (hidden.empty()) {
+    return tell({"the working directory was removed" + result, "launch from another folder"});
+  }
+  tell({"the device root hides the working directory '" + hidden.string() + "'" + result,
+        "to keep it: quillon launch --writable " + hidden.string()});
+}
+
+}  // namespace quillon::host

@@ -1,0 +1,165 @@
+// quillon run: an assembly without a manifest, an installation or a device root of the user's.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include "quillon/base/exit_status.h"
+#include "tests/system/launchpad/running_launchpad.h"
+
+namespace quillon::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+const fs::path kBuild = QUILLON_BUILD_DIRECTORY;
+
+// A copy of a sample's folder, as a build writes it.
+class RunFixture : public LaunchpadTest {
+ protected:
+  void SetUp() override {
+    LaunchpadTest::SetUp();
+    if (IsSkipped() || HasFatalFailure()) {
+      return;
+    }
+    fs::copy(kBuild / "managed/packages/org.velora.sample.ending/bin", build(),
+             fs::copy_options::recursive);
+    fs::create_directory(fresh("work"));
+  }
+  fs::path build() const { return fresh("build"); }
+  fs::path assembly() const { return build() / "SampleEnding.dll"; }
+  fs::path defaultDevice() const { return fresh("data") / "quillon/device"; }
+
+  // Runs `quillon run MORE...` without QUILLON_DEVICE, in a folder of its own.
+  CommandResult runIt(const std::vector<std::string>& more) const {
+    std::vector<std::string> command = {"sh",
+                                        "-c",
+                                        "cd '" + fresh("work").string() + "' && exec \"$@\"",
+                                        "sh",
+                                        kBuild / "bin/quillon",
+                                        "run"};
+    command.insert(command.end(), more.begin(), more.end());
+    return run(command, {"XDG_DATA_HOME=" + fresh("data").string()});
+  }
+  // The installed copy of a file of the build.
+  fs::path installed(const std::string& name, const fs::path& device) const {
+    for (const auto& entry : fs::directory_iterator(device / "opt/usr/apps")) {
+      if (entry.path().filename().string().starts_with("SampleEnding-")) {
+        return entry.path() / name;
+      }
+    }
+    return {};
+  }
+  ino_t inodeOf(const fs::path& file) const {
+    struct stat status {};
+    EXPECT_EQ(stat(file.c_str(), &status), 0) << file;
+    return status.st_ino;
+  }
+};
+
+TEST_F(RunFixture, NeedsNothingButTheAssembly) {
+  const CommandResult first = runIt({assembly(), "say", "hello", "end", "7"});
+  EXPECT_EQ(first.status, 7) << first.err;
+  EXPECT_THAT(first.err, AllOf(StartsWith("quillon: made the device root '" +
+                                          defaultDevice().string() + "' with .NET "),
+                               EndsWith("\nhello\n")));
+  const CommandResult second = runIt({assembly(), "say", "hello", "end", "7"});
+  EXPECT_EQ(second.status, 7);
+  EXPECT_EQ(second.err, "hello\n");
+  EXPECT_EQ(second.out, "");
+}
+
+TEST_F(RunFixture, GivesTheApplicationAllLaterArguments) {
+  ASSERT_EQ(runIt({assembly()}).status, 0);
+  EXPECT_EQ(runIt({assembly(), "say", "--device", "say", "--help", "say", "--"}).err,
+            "--device\n--help\n--\n");
+  EXPECT_EQ(runIt({"--direct", assembly(), "--", "say", "--direct"}).err, "--direct\n");
+}
+
+TEST_F(RunFixture, UsesTheDeviceRootThatIsGiven) {
+  const CommandResult given = runIt({"--device", root(), assembly(), "end", "3"});
+  EXPECT_EQ(given.status, 3) << given.err;
+  EXPECT_THAT(given.err, IsEmpty());
+  EXPECT_FALSE(fs::exists(defaultDevice()));
+  EXPECT_FALSE(installed("SampleEnding.dll", root()).empty());
+}
+
+TEST_F(RunFixture, InstallsAChangedBuildAgain) {
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  const fs::path copy = installed("SampleEnding.dll", root());
+  const ino_t first = inodeOf(copy);
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  EXPECT_EQ(inodeOf(copy), first);
+  write(build() / "new.txt", "content");
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  EXPECT_EQ(contentOf(installed("new.txt", root())), "content");
+  // The same size and modification time, as some build tools leave them.
+  const auto time = fs::last_write_time(build() / "new.txt");
+  write(build() / "new.txt", "CONTENT");
+  fs::last_write_time(build() / "new.txt", time);
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  EXPECT_EQ(contentOf(installed("new.txt", root())), "CONTENT");
+}
+
+TEST_F(RunFixture, InstallsAPackageAgainThatWasRemoved) {
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  const std::string id = installed("", root()).parent_path().filename();
+  ASSERT_EQ(run({kBuild / "bin/quillon", "package", "remove", id, "--device", root()}).status, 0);
+  EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "4"}).status, 4);
+}
+
+TEST_F(RunFixture, KeepsBuildsOfTheSameNameApart) {
+  const fs::path other = fresh("other");
+  fs::copy(build(), other, fs::copy_options::recursive);
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  const fs::path copy = installed("SampleEnding.dll", root());
+  const ino_t first = inodeOf(copy);
+  ASSERT_EQ(runIt({"--device", root(), other / "SampleEnding.dll"}).status, 0);
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  EXPECT_EQ(inodeOf(copy), first);
+}
+
+TEST_F(RunFixture, TakesTheProgramOfABuildForItsAssembly) {
+  write(build() / "SampleEnding", "a program");
+  EXPECT_EQ(runIt({"--device", root(), build() / "SampleEnding", "end", "5"}).status, 5);
+}
+
+TEST_F(RunFixture, KeepsTheWorkingDirectoryWritable) {
+  const fs::path probe = kBuild / "managed/packages/org.velora.sample.probe/bin/SampleProbe.dll";
+  const CommandResult wrote = runIt({"--device", root(), probe, "--answers", "answers.txt"});
+  EXPECT_EQ(wrote.status, 0) << wrote.err;
+  EXPECT_THAT(contentOf(fresh("work") / "answers.txt"), StartsWith("ready\n"));
+}
+
+TEST_F(RunFixture, LaunchesThroughALaunchPad) {
+  start(1);
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const int before = served();
+  EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "9"}).status, 9);
+  EXPECT_EQ(served(), before + 1);
+}
+
+TEST_F(RunFixture, RefusesWhatIsNoApplication) {
+  const CommandResult missing = runIt({"none.dll"});
+  EXPECT_EQ(missing.status, kNoAssembly);
+  EXPECT_EQ(missing.err,
+            "quillon: there is no assembly 'none.dll'; name the .dll that dotnet build or dotnet "
+            "publish wrote\n");
+  write(fresh("home/App.dll"), "");
+  const CommandResult home =
+      run({kBuild / "bin/quillon", "run", "--device", root(), fresh("home/App.dll")},
+          {"HOME=" + fresh("home/user").string()});
+  EXPECT_EQ(home.status, kUsage);
+  EXPECT_THAT(home.err,
+              HasSubstr("is not the application's own; move the application to a folder"));
+  const CommandResult gone = runIt({"--device", fresh("gone"), assembly()});
+  EXPECT_EQ(gone.status, kNoDeviceRoot);
+  EXPECT_THAT(gone.err, HasSubstr("there is no folder '" + fresh("gone").string() + "'"));
+}
+
+}  // namespace
+}  // namespace quillon::test

@@ -1,0 +1,114 @@
+// An application on a terminal: with plain dotnet, in a direct launch and in a prepared one.
+#include "tests/support/terminal.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/system/launchpad/running_launchpad.h"
+
+namespace quillon::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+using Words = std::vector<std::string>;
+
+// What the sample application found out, and what the terminal showed.
+struct Session {
+  int status = -1;
+  Words answers;
+  std::string shown;
+};
+
+class TerminalTest : public LaunchpadTest {
+ protected:
+  void SetUp() override {
+    LaunchpadTest::SetUp();
+    if (!IsSkipped() && !HasFatalFailure()) {
+      start(1);
+    }
+  }
+
+  // Asks the sample application about its console. It writes its answers to `answers`, which is
+  // `visible` to this process.
+  Session converse(Words command, const std::string& answers,
+                   const std::filesystem::path& visible) const {
+    std::filesystem::remove(visible);
+    command.insert(command.end(), {"--answers", answers});
+    Terminal terminal(command, {"QUILLON_LOG=none", "TERM=xterm", kRuntimeSanitizerOptions});
+    Session session;
+    const auto awaitAnswers = [&](size_t count) {
+      return eventually([&] { return (session.answers = linesOf(visible)).size() >= count; });
+    };
+    size_t expected = 1;  // "ready"
+    for (const char* question : {"console\r", "key\r", "colour red\r"}) {
+      EXPECT_TRUE(awaitAnswers(expected++)) << terminal.output();
+      terminal.type(question);
+      if (question == std::string("key\r")) {
+        EXPECT_TRUE(terminal.waitForOutput("key\r\n"));
+        terminal.type("\x1b[A");
+      }
+    }
+    EXPECT_TRUE(awaitAnswers(expected)) << terminal.output();
+    terminal.type("quit\r");
+    session.status = terminal.finish();
+    session.shown = terminal.output();
+    return session;
+  }
+
+  // The same in a launch with `options`.
+  Session converseInLaunch(const Words& options) const {
+    Words command = {QUILLON_BUILD_DIRECTORY "/bin/quillon", "launch", "--device", root()};
+    command.insert(command.end(), options.begin(), options.end());
+    command.insert(command.end(), {kProbe, "--"});
+    return converse(command, "/tmp/answers", at("/tmp/answers"));
+  }
+
+ private:
+  static Words linesOf(const std::filesystem::path& file) {
+    std::ifstream stream(file);
+    Words lines;
+    for (std::string line; std::getline(stream, line) && !stream.eof();) {
+      lines.push_back(line);
+    }
+    return lines;
+  }
+};
+
+TEST_F(TerminalTest, LooksTheSame) {
+  const std::string answers = fresh("answers");
+  const Session plain =
+      converse(dotnetCommand(sampleAssembly(kProbe, "SampleProbe.dll"), {}), answers, answers);
+  EXPECT_EQ(plain.status, 0);
+  EXPECT_THAT(plain.answers,
+              ElementsAre("ready", "redirected: input False, output False, error False; width 80",
+                          "UpArrow 0 None", "red"));
+  EXPECT_THAT(plain.shown, HasSubstr("\x1b[31mred"));
+  for (const int prepared : {0, 1}) {  // no process is ready for the first launch
+    const Session launched = converseInLaunch({"--raw"});
+    EXPECT_EQ(served(), prepared);
+    EXPECT_EQ(launched.status, plain.status) << prepared;
+    EXPECT_EQ(launched.answers, plain.answers) << prepared;
+    EXPECT_EQ(launched.shown, plain.shown) << prepared;
+    ASSERT_TRUE(awaitProcesses("ready", 1));
+  }
+}
+
+// Its input is the terminal, its output goes to the log.
+TEST_F(TerminalTest, LooksTheSameToACapturedApplication) {
+  const Session direct = converseInLaunch({});
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const Session prepared = converseInLaunch({});
+  EXPECT_THAT(direct.answers, ::testing::Contains(HasSubstr("input False, output True")));
+  EXPECT_EQ(prepared.answers, direct.answers);
+  EXPECT_EQ(prepared.shown, direct.shown);
+  EXPECT_EQ(prepared.status, 0);
+  EXPECT_EQ(served(), 1);
+}
+
+}  // namespace
+}  // namespace quillon::test
