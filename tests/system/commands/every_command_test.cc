@@ -134,6 +134,7 @@ class EveryCommandWithADevice : public ::testing::Test {
     writeFile(at("FILE"), "-----BEGIN CERTIFICATE-----\nAA==\n-----END CERTIFICATE-----\n");
     writeFile(at("APP.dll"), "");
     writeFile(at("POLICY"), "default = \"deny\"\n");
+    writeFile(at("FILE"), "-----BEGIN CERTIFICATE-----\nYWJj\n-----END CERTIFICATE-----\n");
   }
   [[nodiscard]] std::string at(const std::string& name) const {
     return (folder_.path() / name).string();
