@@ -13,6 +13,9 @@ internal sealed class Options
     /// <summary>Exit with Environment.Exit instead of returning from Main.</summary>
     public bool ExitAtOnce { get; private set; }
 
+    /// <summary>Seconds to wait before the exit.</summary>
+    public int Wait { get; private set; }
+
     /// <summary>Exit with an unhandled exception.</summary>
     public bool Throw { get; private set; }
 
@@ -42,6 +45,7 @@ internal sealed class Options
         {
             case "--exit": Exit = int.Parse(value, CultureInfo.InvariantCulture); return 1;
             case "--exit-at-once": ExitAtOnce = true; return 0;
+            case "--wait": Wait = int.Parse(value, CultureInfo.InvariantCulture); return 1;
             case "--throw": Throw = true; return 0;
             case "--culture": Culture = value; return 1;
             case "--load": Load.Add(value); return 1;

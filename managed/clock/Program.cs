@@ -6,6 +6,7 @@ using System.Reflection;
 using System.Resources;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
+using System.Threading;
 
 namespace Velora.Sample.Clock;
 
@@ -18,6 +19,7 @@ namespace Velora.Sample.Clock;
 /// --exit N          exit with status N         --culture NAME    greet in that culture
 /// --exit-at-once    use Environment.Exit       --load NAME       load an additional assembly
 /// --throw           throw an exception         --property NAME   print a runtime property
+/// --wait N          wait N seconds at the end
 /// </code>
 /// </remarks>
 internal static class Program
@@ -106,6 +108,7 @@ internal static class Program
     private static int End(Options options)
     {
         Console.Out.Flush();
+        Thread.Sleep(TimeSpan.FromSeconds(options.Wait));
         if (options.Throw)
         {
             throw new InvalidOperationException("asked to fail");

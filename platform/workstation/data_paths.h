@@ -6,7 +6,6 @@ namespace quillon::workstation {
 
 inline constexpr const char* kDataDirectory = "/opt/usr/share/quillon";
 inline constexpr const char* kRegistryLockPath = "/opt/usr/share/quillon/packages.lock";
-inline constexpr const char* kProcessDirectory = "/opt/usr/share/quillon/processes";
 inline constexpr const char* kConfigDirectory = "/opt/usr/share/quillon/config";
 
 }  // namespace quillon::workstation

@@ -8,8 +8,10 @@
 #include "quillon/cli/device_command.h"
 #include "quillon/cli/launch_command.h"
 #include "quillon/cli/launchpad_command.h"
+#include "quillon/cli/logs_command.h"
 #include "quillon/cli/package_command.h"
 #include "quillon/cli/partner_command.h"
+#include "quillon/cli/ps_command.h"
 #include "quillon/cli/run_command.h"
 #include "quillon/cli/timeline_command.h"
 #include "quillon/cli/validator_command.h"
@@ -24,12 +26,13 @@ void listPartner(CLI::App& app) { app.add_subcommand("partner", kPartnerSummary)
 void listValidator(CLI::App& app) { app.add_subcommand("validator", kValidatorSummary); }
 
 // In the order of the help text.
-constexpr Command kCommands[] = {{kRunCommand, addRunCommand},       {"launch", addLaunchCommand},
-                                 {"package", addPackageCommand},     {"device", addDeviceCommand},
-                                 {"config", addConfigCommand},       {"cache", addCacheCommand},
-                                 {"launchpad", addLaunchpadCommand}, {"zone", addZoneCommand},
-                                 {"timeline", addTimelineCommand},   {"partner", listPartner},
-                                 {"validator", listValidator}};
+constexpr Command kCommands[] = {{kRunCommand, addRunCommand}, {"launch", addLaunchCommand},
+                                 {"ps", addPsCommand},         {"stop", addStopCommand},
+                                 {"logs", addLogsCommand},     {"package", addPackageCommand},
+                                 {"device", addDeviceCommand}, {"config", addConfigCommand},
+                                 {"cache", addCacheCommand},   {"launchpad", addLaunchpadCommand},
+                                 {"zone", addZoneCommand},     {"timeline", addTimelineCommand},
+                                 {"partner", listPartner},     {"validator", listValidator}};
 
 }  // namespace
 }  // namespace quillon::cli

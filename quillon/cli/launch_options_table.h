@@ -39,6 +39,7 @@ struct LaunchOption {
 };
 
 inline constexpr char kPlanOption[] = "--plan";
+inline constexpr char kDetachOption[] = "--detach";
 inline constexpr char kJsonOption[] = "--json";
 inline constexpr char kTimelineOption[] = "--timeline";
 inline constexpr char kValidateOption[] = "--validate";
@@ -61,6 +62,8 @@ inline constexpr LaunchOption kLaunchOptions[] = {
     {kValidateOption, &host::LaunchOptions::validate,
      "Ask the validator about each assembly first"},
     {"--direct", &host::LaunchOptions::direct, "Do not use a launch pad", "", Parser::kBoth},
+    {kDetachOption, &host::LaunchOptions::detach, "End when it has started; see quillon logs", "",
+     Parser::kBoth},
     {"--writable", &host::LaunchOptions::writable, "Path that stays writable", "PATH"},
     {"--tiered-compilation", &host::RuntimeSettings::tieredCompilation,
      "Compile quickly first, optimize hot methods"},

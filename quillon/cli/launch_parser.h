@@ -54,6 +54,7 @@ inline void addLaunchOptions(CLI::App& command, host::LaunchOptions& options) {
   plan->excludes(kValidateOption);
   command.get_option(kJsonOption)->needs(plan);
   command.get_option(kTimelineOption)->excludes(plan);
+  command.get_option(kDetachOption)->excludes(plan);
 }
 
 }  // namespace quillon::cli

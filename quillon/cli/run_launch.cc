@@ -3,6 +3,7 @@
 #include <string>
 
 #include "quillon/base/terminal.h"
+#include "quillon/cli/detached_launch.h"
 #include "quillon/cli/display.h"
 #include "quillon/launchpad/client/client.h"
 
@@ -68,6 +69,11 @@ std::optional<int> launchPrepared(const LaunchOptions& options) {
 
 int runLaunch(const LaunchOptions& options, int (*launchHere)(const LaunchOptions& options)) {
   keepTerminal();
+  if (options.detach && !options.onStart) {
+    return launchDetached(options, [launchHere](const LaunchOptions& detached) {
+      return runLaunch(detached, launchHere);
+    });
+  }
   if (!options.plan) {
     prepareDisplay(options);
   }

@@ -179,7 +179,9 @@ Expected<void> Launch::loadPlugin() {
 // Call before the first function of the plug-in that looks up the package of this process.
 Expected<void> Launch::registerProcess() {
   const TraceSpan span("register the process");
-  if (auto registered = workstation::registerProcess(getpid(), target_.package.id); !registered) {
+  if (auto registered =
+          workstation::registerProcess(getpid(), target_.package.id, target_.application.id);
+      !registered) {
     return fail(kServiceFailed, registered.error());
   }
   workstation::forgetEndedProcesses();
@@ -262,7 +264,8 @@ Expected<int> Launch::runApplication() {
   }
   // validateAssemblies() requires a process with one thread, so call it before the runtime starts.
   if (options_.validate) {
-    RETURN_IF_FAILED(validateAssemblies(plugin_, target_));
+    RETURN_IF_FAILED(
+        validateAssemblies(plugin_, target_, resolution::ownAssemblies(runtimePlan_.additions)));
   }
   tellWarning();
   applySettings(options_.settings);
@@ -297,6 +300,9 @@ Expected<int> Launch::execute(Runtime& runtime) {
     plugin_.captureOutput();
   }
   plugin_.beforeExecute();
+  if (options_.onStart) {
+    options_.onStart();
+  }
   auto ended = executeAssembly(runtime);
   plugin_.finalize();
   const int latched = shutDown(runtime);

@@ -1,6 +1,7 @@
 #include "packages/process_registry.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <string_view>
 
 #include "data_paths.h"
 #include "log/log_failure.h"
@@ -61,15 +63,35 @@ Links openLinks() { return Links(opendir(kProcessDirectory)); }
 // The process id in the name of a link or of its temporary replacement; 0 for other names.
 pid_t processOf(const char* name) { return static_cast<pid_t>(std::strtol(name, nullptr, 10)); }
 
+std::optional<ProcessRecord> recordAt(int folder, const std::string& link, pid_t pid) {
+  std::array<char, PATH_MAX> buffer{};
+  const ssize_t length = readlinkat(folder, link.c_str(), buffer.data(), buffer.size());
+  if (length <= 0) {
+    return std::nullopt;
+  }
+  const std::string_view text(buffer.data(), static_cast<size_t>(length));
+  const auto start = startTimeOf(pid);
+  const std::string expected = std::to_string(start) + ":";
+  if (start == 0 || !text.starts_with(expected)) {
+    return std::nullopt;
+  }
+  const std::string_view ids = text.substr(expected.size());
+  const size_t end = std::min(ids.find('/'), ids.size());
+  return ProcessRecord{std::string(ids.substr(0, end)),
+                       std::string(ids.substr(std::min(end + 1, ids.size())))};
+}
+
 }  // namespace
 
-Expected<void> registerProcess(pid_t pid, const std::string& packageId) {
+Expected<void> registerProcess(pid_t pid, const std::string& packageId,
+                               const std::string& applicationId) {
   const auto start = startTimeOf(pid);
   if (start == 0) {
     return fail("there is no process " + std::to_string(pid));
   }
   const std::string path = linkOf(pid);
-  const std::string text = std::to_string(start) + ":" + packageId;
+  const std::string text =
+      std::to_string(start) + ":" + packageId + (applicationId.empty() ? "" : "/" + applicationId);
   if (makeLink(text, path) || (errno == EEXIST && replaceLink(text, path))) {
     return {};
   }
@@ -100,18 +122,12 @@ void forgetEndedProcesses() {
 }
 
 std::optional<std::string> packageOfProcess(pid_t pid) {
-  std::array<char, PATH_MAX> buffer{};
-  const ssize_t length = readlink(linkOf(pid).c_str(), buffer.data(), buffer.size());
-  if (length <= 0) {
-    return std::nullopt;
-  }
-  const std::string text(buffer.data(), static_cast<size_t>(length));
-  const auto start = startTimeOf(pid);
-  const std::string expected = std::to_string(start) + ":";
-  if (start == 0 || !text.starts_with(expected)) {
-    return std::nullopt;
-  }
-  return text.substr(expected.size());
+  auto record = recordAt(AT_FDCWD, linkOf(pid), pid);
+  return record ? std::optional(std::move(record->packageId)) : std::nullopt;
+}
+
+std::optional<ProcessRecord> recordOfProcess(int records, pid_t pid) {
+  return recordAt(records, std::to_string(pid), pid);
 }
 
 }  // namespace quillon::workstation

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,11 +23,13 @@ struct LaunchOptions {
   bool direct = false;              // do not use the launch pad
   bool plan = false;                // print the plan instead of launching
   bool json = false;                // print the plan as JSON
+  bool detach = false;              // do not wait for the application's end
   bool verbose = false;             // print the launcher's decisions on the terminal
   RuntimeSettings settings;
   std::filesystem::path timeline;               // page to write; empty: none
   std::vector<std::filesystem::path> writable;  // machine paths that stay writable
   std::vector<std::string> arguments;           // of the application
+  std::function<void()> onStart = {};           // called before Main; may be empty
 };
 
 }  // namespace quillon::host

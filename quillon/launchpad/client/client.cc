@@ -75,7 +75,8 @@ LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::strin
   }
   // Encoded while the server answers.
   const EncodedHandOver handOver(options.arguments, self, inherited);
-  return PendingLaunch(*server, request, handOver, self.ignoredSignals(), options.verbose)
+  return PendingLaunch(*server, request, handOver, self.ignoredSignals(), options.verbose,
+                       kTimeouts, options.onStart)
       .awaitOutcome();
 }
 

@@ -33,12 +33,13 @@ void awaitExit(const Descriptor& process) {
 
 PendingLaunch::PendingLaunch(const Descriptor& server, const Request& request,
                              const EncodedHandOver& handOver, const sigset_t& ignored, bool verbose,
-                             const Timeouts& timeouts)
+                             const Timeouts& timeouts, std::function<void()> onStart)
     : server_(server),
       request_(request),
       handOver_(handOver),
       verbose_(verbose),
       timeouts_(timeouts),
+      onStart_(std::move(onStart)),
       signals_(ignored) {
   enter(Stage::kRequested);
 }
@@ -47,6 +48,9 @@ LaunchOutcome PendingLaunch::awaitOutcome() {
   while (!outcome_) {
     poll();
     signals_.relay();
+    if (onStart_) {
+      readWorker();
+    }
     readServer();
     if (outcome_) {
       break;
@@ -64,17 +68,21 @@ void PendingLaunch::enter(Stage stage) {
   deadline_.reset();
   if (stage != Stage::kStarted) {
     deadline_ = Clock::now() + timeouts_.at(static_cast<size_t>(stage));
+  } else if (onStart_) {
+    onStart_();
   }
 }
 
-// Does not wait for messages of the worker: they matter only if it ends or a deadline passes, and
-// waking up for them would compete with the start of the application.
+// Without onStart_, does not wait for messages of the worker: they matter only if it ends or a
+// deadline passes, and waking up for them would compete with the start of the application.
 void PendingLaunch::poll() const {
   milliseconds wait(-1);
   if (deadline_) {
     wait = std::max(std::chrono::ceil<milliseconds>(*deadline_ - Clock::now()), milliseconds(0));
   }
-  std::array<pollfd, 2> events = {{{server_.get(), POLLIN, 0}, {signals_.descriptor(), POLLIN, 0}}};
+  const int worker = onStart_ && stage_ != Stage::kStarted ? worker_.get() : -1;
+  std::array<pollfd, 3> events = {
+      {{server_.get(), POLLIN, 0}, {signals_.descriptor(), POLLIN, 0}, {worker, POLLIN, 0}}};
   ::poll(events.data(), events.size(), static_cast<int>(wait.count()));
 }
 

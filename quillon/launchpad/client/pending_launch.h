@@ -3,6 +3,7 @@
 
 #include <array>
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -30,8 +31,10 @@ class PendingLaunch {
   // Call when `request` has been sent to `server`. The arguments must outlive the object.
   //
   // ignored  the signals that this process ignores
+  // onStart  called when the application starts; may be empty
   PendingLaunch(const Descriptor& server, const Request& request, const EncodedHandOver& handOver,
-                const sigset_t& ignored, bool verbose, const Timeouts& timeouts = kTimeouts);
+                const sigset_t& ignored, bool verbose, const Timeouts& timeouts = kTimeouts,
+                std::function<void()> onStart = {});
 
   LaunchOutcome awaitOutcome();
 
@@ -56,6 +59,7 @@ class PendingLaunch {
   const EncodedHandOver& handOver_;
   const bool verbose_;
   const Timeouts timeouts_;
+  const std::function<void()> onStart_;
   SignalRelay signals_;
   Descriptor worker_;  // a socket to the worker; invalid while no worker has the launch
   Stage stage_ = Stage::kRequested;

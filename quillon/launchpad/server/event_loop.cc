@@ -293,7 +293,8 @@ bool EventLoop::assign(uint64_t number, const Entry& entry, const Limits& limits
   Client& client = clients_[number];
   worker->client = number;
   client.worker = worker->number;
-  const auto registered = workstation::registerProcess(worker->pid, entry.target.package.id);
+  const auto registered = workstation::registerProcess(worker->pid, entry.target.package.id,
+                                                       entry.target.application.id);
   if (!registered) {
     tell(registered.error());
   }

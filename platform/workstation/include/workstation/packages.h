@@ -80,9 +80,26 @@ void cachePackages();
 // registry has a fingerprint too.
 std::string registryFingerprint();
 
+// Device path of the folder with a record for each running application.
+inline constexpr char kProcessDirectory[] = "/opt/usr/share/quillon/processes";
+
 // Records that process `pid` runs an application of `packageId`, so that aul_app_get_pkgid_bypid
 // finds it. The record is valid until the process ends.
-[[nodiscard]] Expected<void> registerProcess(pid_t pid, const std::string& packageId);
+//
+// applicationId  for `quillon ps`; may be empty
+[[nodiscard]] Expected<void> registerProcess(pid_t pid, const std::string& packageId,
+                                             const std::string& applicationId = {});
+
+// What a process is recorded as.
+struct ProcessRecord {
+  std::string packageId;
+  std::string applicationId;  // empty if it is not known
+};
+
+// Returns the record of a living process in the open folder `records`; nullopt if it has none, or
+// if the record belongs to an earlier process with the same id. Any process that may write to the
+// folder can forge records.
+std::optional<ProcessRecord> recordOfProcess(int records, pid_t pid);
 
 // Returns the living processes that run an application of `packageId`, sorted.
 std::vector<pid_t> processesOfPackage(const std::string& packageId);
