@@ -18,6 +18,7 @@
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
+#include "quillon/cli/new_device.h"
 #include "quillon/device/cached_lists.h"
 #include "quillon/device/certificates.h"
 #include "quillon/device/device_root.h"
@@ -95,29 +96,21 @@ std::optional<fs::path> frameworkOf(const InitRequest& request) {
   return request.framework.empty() ? machineFramework() : namedFramework(request.framework);
 }
 
-// The assembly Preload of this installation; empty if it has none.
-fs::path preloadAssembly() {
-  std::error_code error;
-  const fs::path preload = libraryOf(executablePath(), "quillon/Preload.dll");
-  if (fs::exists(preload, error)) {
-    return preload;
+void print(const device::InitOptions& options) {
+  if (options.preload.empty()) {
+    std::cout << "preload: none; it was not built, since there was no .NET SDK\n";
   }
-  std::cout << "preload: none; it was not built, since there was no .NET SDK\n";
-  return {};
-}
-
-fs::path certificates() {
-  fs::path file = device::machineCertificates();
   std::cout << "certificates: "
-            << (file.empty() ? "none; this machine has no file of certificate authorities; install "
-                               "ca-certificates and run this again"
-                             : file.string())
+            << (options.certificates.empty()
+                    ? "none; this machine has no file of certificate authorities; install "
+                      "ca-certificates and run this again"
+                    : options.certificates.string())
             << '\n';
-  return file;
 }
 
 void runInit(const InitRequest& request) {
-  const device::InitOptions options{frameworkOf(request), preloadAssembly(), certificates()};
+  const device::InitOptions options = initOptions(frameworkOf(request));
+  print(options);
   valueOf(device::init(request.directory, options));
   valueOf(device::removeCachedLists(request.directory));  // the framework may be another one
   std::cout << "device root: " << fs::canonical(request.directory).string() << '\n';

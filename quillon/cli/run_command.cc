@@ -13,6 +13,7 @@
 #include "quillon/cli/build_folder.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
+#include "quillon/cli/new_device.h"
 #include "quillon/cli/new_manifest.h"
 #include "quillon/cli/package_change.h"
 #include "quillon/cli/run_launch.h"
@@ -56,7 +57,7 @@ Expected<fs::path> makeDefaultDevice() {
     return device;
   }
   ASSIGN_OR_RETURN(const auto framework, withStatus(kNoRuntime, dotnet::findFramework()));
-  RETURN_IF_FAILED(device::init(device, {framework.directory}));
+  RETURN_IF_FAILED(device::init(device, initOptions(framework.directory)));
   report({"made the device root '" + device.string() + "' with .NET " + framework.version, {}});
   return device;
 }
