@@ -6,6 +6,7 @@
 #include "quillon/cli/command_line.h"
 #include "quillon/cli/config_command.h"
 #include "quillon/cli/device_command.h"
+#include "quillon/cli/doctor_command.h"
 #include "quillon/cli/launch_command.h"
 #include "quillon/cli/launchpad_command.h"
 #include "quillon/cli/logs_command.h"
@@ -26,13 +27,21 @@ void listPartner(CLI::App& app) { app.add_subcommand("partner", kPartnerSummary)
 void listValidator(CLI::App& app) { app.add_subcommand("validator", kValidatorSummary); }
 
 // In the order of the help text.
-constexpr Command kCommands[] = {{kRunCommand, addRunCommand}, {"launch", addLaunchCommand},
-                                 {"ps", addPsCommand},         {"stop", addStopCommand},
-                                 {"logs", addLogsCommand},     {"package", addPackageCommand},
-                                 {"device", addDeviceCommand}, {"config", addConfigCommand},
-                                 {"cache", addCacheCommand},   {"launchpad", addLaunchpadCommand},
-                                 {"zone", addZoneCommand},     {"timeline", addTimelineCommand},
-                                 {"partner", listPartner},     {"validator", listValidator}};
+constexpr Command kCommands[] = {{kRunCommand, addRunCommand},
+                                 {"launch", addLaunchCommand},
+                                 {"ps", addPsCommand},
+                                 {"stop", addStopCommand},
+                                 {"logs", addLogsCommand},
+                                 {"package", addPackageCommand},
+                                 {"device", addDeviceCommand},
+                                 {"config", addConfigCommand},
+                                 {"cache", addCacheCommand},
+                                 {"doctor", addDoctorCommand},
+                                 {"launchpad", addLaunchpadCommand},
+                                 {"zone", addZoneCommand},
+                                 {"timeline", addTimelineCommand},
+                                 {"partner", listPartner},
+                                 {"validator", listValidator}};
 
 }  // namespace
 }  // namespace quillon::cli

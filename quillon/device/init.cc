@@ -136,7 +136,8 @@ Expected<void> makeFlagFiles(const Root& root) {
   return writeIfMissing(root, writable, readFlagFile(root, readOnly).value_or(""));
 }
 
-// Copies a file of the machine to a device path, unless the device root has a file there.
+// Copies a file of the machine to a device path, unless the device root has a file or a link there.
+// Does nothing either if a symbolic link leads to its folder.
 Expected<void> copyIfMissing(const Root& root, const fs::path& source, const fs::path& devicePath,
                              size_t limit) {
   const fs::path file = devicePath.relative_path();
@@ -150,11 +151,12 @@ Expected<void> copyIfMissing(const Root& root, const fs::path& source, const fs:
                 "make the file readable");
   }
   const Descriptor folder = openFolderWithoutLinks(root.folder.get(), file.parent_path());
-  if (folder && replaceFile(folder.get(), file.filename(), *content)) {
+  const bool isBehindALink = !folder && errno == ENOTDIR;
+  if (isBehindALink || replaceFile(folder.get(), file.filename(), *content)) {
     return {};
   }
   return fail("cannot write '" + (root.path / file).string() + "': " + std::strerror(errno),
-              "make the folder writable, and no link");
+              "make the folder writable");
 }
 
 Expected<Record> recordOf(const InitOptions& options) {

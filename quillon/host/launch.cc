@@ -264,7 +264,8 @@ Expected<int> Launch::runApplication() {
   }
   // validateAssemblies() requires a process with one thread, so call it before the runtime starts.
   if (options_.validate) {
-    RETURN_IF_FAILED(validateAssemblies(plugin_, target_));
+    RETURN_IF_FAILED(
+        validateAssemblies(plugin_, target_, resolution::ownAssemblies(runtimePlan_.additions)));
   }
   tellWarning();
   applySettings(options_.settings);

@@ -82,8 +82,10 @@ std::vector<std::string> additionText(const RuntimePlan& runtime) {
     ++counts[resolution::sourceOf(additions, path)];
   }
   std::vector<std::string> lines;
+  lines.reserve(counts.size() + additions.nativeFolders.size());
   for (const auto& [source, count] : counts) {
-    lines.push_back(std::to_string(count) + " assemblies of " + source);
+    lines.push_back(std::to_string(count) + (count == 1 ? " assembly of " : " assemblies of ") +
+                    source);
   }
   for (const std::string& folder : additions.nativeFolders) {
     lines.push_back("native folder " + folder + " of " + resolution::sourceOf(additions, folder));

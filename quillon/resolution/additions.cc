@@ -99,13 +99,12 @@ std::string countText(size_t count, const char* one, const char* many) {
 }
 
 // Those that belong to no framework.
-size_t countOwn(const Additions& additions, const std::vector<std::string>& paths) {
-  return static_cast<size_t>(
-      std::count_if(paths.begin(), paths.end(), [&](const std::string& path) {
-        return std::none_of(
-            additions.frameworks.begin(), additions.frameworks.end(),
-            [&](const auto& framework) { return isBelow(path, framework.directory); });
-      }));
+std::vector<std::string> ownOf(const Additions& additions, std::vector<std::string> paths) {
+  std::erase_if(paths, [&](const std::string& path) {
+    return std::any_of(additions.frameworks.begin(), additions.frameworks.end(),
+                       [&](const auto& framework) { return isBelow(path, framework.directory); });
+  });
+  return paths;
 }
 
 }  // namespace
@@ -128,16 +127,20 @@ std::string sourceOf(const Additions& additions, std::string_view path) {
   return "the application's dependency file";
 }
 
+std::vector<std::string> ownAssemblies(const Additions& additions) {
+  return ownOf(additions, additions.assemblies);
+}
+
 std::string describe(const Additions& additions) {
   std::string text;
   const auto add = [&](const std::string& part) { text += (text.empty() ? "" : ", ") + part; };
   for (const SharedFramework& framework : additions.frameworks) {
     add(framework.name + " " + framework.version);
   }
-  if (const size_t count = countOwn(additions, additions.assemblies)) {
+  if (const size_t count = ownAssemblies(additions).size()) {
     add(countText(count, "selected assembly", "selected assemblies"));
   }
-  if (const size_t count = countOwn(additions, additions.nativeFolders)) {
+  if (const size_t count = ownOf(additions, additions.nativeFolders).size()) {
     add(countText(count, "native folder", "native folders"));
   }
   if (!additions.warning.empty()) {

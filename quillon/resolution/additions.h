@@ -37,8 +37,11 @@ struct Additions {
 // application's dependency file".
 std::string sourceOf(const Additions& additions, std::string_view path);
 
-// "Microsoft.AspNetCore.App 10.0.12, 2 assemblies and 1 native folder of its own"; empty if there
-// are no additions.
+// The assemblies that belong to no framework: those that the application's dependency file selects.
+std::vector<std::string> ownAssemblies(const Additions& additions);
+
+// "Microsoft.AspNetCore.App 10.0.12, 2 selected assemblies 1 native folder"; empty if there are no
+// additions.
 std::string describe(const Additions& additions);
 
 // Lines of text; docs/frameworks.md has the grammar. Leaves out a path that contains a line break

@@ -31,7 +31,6 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr milliseconds kMaxWait{5000};
-constexpr char kBaseFramework[] = "Microsoft.NETCore.App";
 
 // Turns the paths of the host's answer into those of the device.
 class Paths {
@@ -78,9 +77,9 @@ class Paths {
   fs::path realFolder_;
 };
 
-std::vector<std::string> entriesOf(const host::RuntimeProperties& properties, const char* name,
-                                   char separator) {
-  std::vector<std::string> entries;
+std::vector<fs::path> entriesOf(const host::RuntimeProperties& properties, const char* name,
+                                char separator) {
+  std::vector<fs::path> entries;
   for (const auto& [key, value] : properties) {
     if (key != name) {
       continue;
@@ -88,7 +87,7 @@ std::vector<std::string> entriesOf(const host::RuntimeProperties& properties, co
     for (size_t start = 0; start < value.size();) {
       const size_t end = std::min(value.find(separator, start), value.size());
       if (end > start) {
-        entries.push_back(value.substr(start, end - start));
+        entries.emplace_back(value.substr(start, end - start));
       }
       start = end + 1;
     }
@@ -101,7 +100,7 @@ std::vector<SharedFramework> frameworksIn(const host::RuntimeProperties& propert
                                           const Paths& paths) {
   constexpr std::string_view kSuffix = ".deps.json";
   std::vector<SharedFramework> frameworks;
-  for (const fs::path file : entriesOf(properties, "APP_CONTEXT_DEPS_FILES", ';')) {
+  for (const fs::path& file : entriesOf(properties, "APP_CONTEXT_DEPS_FILES", ';')) {
     const std::string name = file.filename().string();
     const fs::path folder = paths.ofFolder(file.parent_path());
     if (!paths.isKnown(folder) && name.ends_with(kSuffix)) {
@@ -115,7 +114,7 @@ std::vector<SharedFramework> frameworksIn(const host::RuntimeProperties& propert
 Additions additionsIn(const host::RuntimeProperties& properties, const Paths& paths) {
   Additions additions;
   additions.frameworks = frameworksIn(properties, paths);
-  for (const fs::path file : entriesOf(properties, "TRUSTED_PLATFORM_ASSEMBLIES", ':')) {
+  for (const fs::path& file : entriesOf(properties, "TRUSTED_PLATFORM_ASSEMBLIES", ':')) {
     const fs::path folder = paths.ofFolder(file.parent_path());
     if (!paths.isKnown(folder)) {
       additions.assemblies.push_back((folder / file.filename()).string());
@@ -123,7 +122,7 @@ Additions additionsIn(const host::RuntimeProperties& properties, const Paths& pa
   }
   // The host lists them in no particular order.
   std::sort(additions.assemblies.begin(), additions.assemblies.end());
-  for (const fs::path entry : entriesOf(properties, "NATIVE_DLL_SEARCH_DIRECTORIES", ':')) {
+  for (const fs::path& entry : entriesOf(properties, "NATIVE_DLL_SEARCH_DIRECTORIES", ':')) {
     const fs::path folder = paths.ofFolder(Paths::withoutSlash(entry));
     if (!paths.isKnown(folder)) {
       additions.nativeFolders.push_back(folder.string());
@@ -229,18 +228,31 @@ int endOf(pid_t child) {
   return status;
 }
 
-tl::unexpected<Failure> noAnswer(const std::string& why) {
-  return fail("has dependencies that .NET's host cannot resolve: the host " + why);
+std::string warningOf(const std::string& why) {
+  return "has dependencies that .NET's host cannot resolve: the host " + why;
+}
+
+Additions withoutAnswer(const std::string& why) {
+  Additions additions;
+  additions.warning = warningOf(why);
+  return additions;
+}
+
+tl::unexpected<Failure> cannotStart() {
+  return fail(warningOf(std::string("cannot be started: ") + std::strerror(errno)));
 }
 
 }  // namespace
 
 Expected<Additions> askHost(const dotnet::Host& host, const std::string& assembly,
                             const std::string& version) {
-  ASSIGN_OR_RETURN(const DotnetView view, DotnetView::make(host.root, version));
+  const auto view = DotnetView::make(host.root, version);
+  if (!view) {
+    return fail(warningOf("cannot be asked: " + view.error().what));
+  }
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-    return noAnswer(std::string("cannot be started: ") + std::strerror(errno));
+    return cannotStart();
   }
   const Descriptor input(ends[0]);
   Descriptor output(ends[1]);
@@ -248,10 +260,10 @@ Expected<Additions> askHost(const dotnet::Host& host, const std::string& assembl
   const pid_t child = fork();
   if (child == 0) {
     isolate(parent);
-    runChild(host, assembly, view.folder(), output.get());
+    runChild(host, assembly, view->folder(), output.get());
   }
   if (child < 0) {
-    return noAnswer(std::string("cannot be started: ") + std::strerror(errno));
+    return cannotStart();
   }
   output.reset();
   std::string text;
@@ -261,14 +273,14 @@ Expected<Additions> askHost(const dotnet::Host& host, const std::string& assembl
   }
   const int status = endOf(child);
   if (!isComplete) {
-    return noAnswer("takes too long or writes too much");
+    return fail(warningOf("takes too long or writes too much"));
   }
   if (WIFSIGNALED(status)) {
-    return noAnswer("was ended by signal " + std::to_string(WTERMSIG(status)));
+    return withoutAnswer("was ended by signal " + std::to_string(WTERMSIG(status)));
   }
   auto additions = parseAdditions(text);
   if (WEXITSTATUS(status) != EXIT_SUCCESS || !additions) {
-    return noAnswer("does not work on this machine");
+    return withoutAnswer("does not work on this machine");
   }
   return std::move(*additions);
 }

@@ -28,6 +28,7 @@ constexpr char kAnswers[] = "/opt/usr/share/quillon/resolutions";
 constexpr std::string_view kHeader = "quillon-resolution 1\n";
 constexpr std::string_view kDepends = "depends ";
 constexpr std::string_view kEnd = "end\n";
+constexpr char kBaseFramework[] = "Microsoft.NETCore.App";
 constexpr char kWebFramework[] = "Microsoft.AspNetCore.App";
 constexpr char kDesktopFramework[] = "Microsoft.WindowsDesktop.App";
 
@@ -150,7 +151,8 @@ void store(const std::string& assembly, const Answer& answer) {
   }
 }
 
-Additions ask(const Subject& subject, const std::optional<dotnet::Host>& host) {
+// Fails, with a warning, if another attempt may have another result.
+Expected<Additions> ask(const Subject& subject, const std::optional<dotnet::Host>& host) {
   Additions additions;
   std::error_code error;
   if (!host && !subject.config.otherFrameworks.empty()) {
@@ -164,17 +166,15 @@ Additions ask(const Subject& subject, const std::optional<dotnet::Host>& host) {
     additions.warning = "has a dependency file of more than 16 MiB";
     return additions;
   }
-  auto answer = askHost(*host, subject.assembly, subject.frameworkVersion);
-  if (!answer) {
-    additions.warning = answer.error().what;
-    return additions;
-  }
-  return std::move(*answer);
+  return askHost(*host, subject.assembly, subject.frameworkVersion);
 }
 
 std::string installRemedy(const SharedFramework& framework) {
   if (framework.name == kDesktopFramework) {
     return "it exists on Windows only; build the application without it";
+  }
+  if (framework.name == kBaseFramework) {
+    return "install it, then: quillon device init DIR";
   }
   if (framework.name == kWebFramework) {
     return "install the ASP.NET Core runtime of the device's .NET version on this machine, or "
@@ -208,7 +208,13 @@ Additions askAndStore(const Subject& subject) {
   for (const std::string& path : dependenciesOf(subject, host)) {
     answer.dependencies.emplace_back(path, identityOf(path));
   }
-  answer.additions = ask(subject, host);
+  auto additions = ask(subject, host);
+  if (!additions) {
+    answer.additions.warning = additions.error().what;
+    return std::move(answer.additions);
+  }
+  answer.additions = std::move(*additions);
+  // Without a host, there is nothing yet whose change would show that it can be asked.
   if (host || !answer.additions.missing) {
     store(subject.assembly, answer);
   }
@@ -234,8 +240,9 @@ Expected<void> requireFrameworks(const Additions& additions) {
     return {};
   }
   const SharedFramework& missing = *additions.missing;
-  return fail(kNoRuntime, {"the application needs the framework " + missing.name + " " +
-                               missing.version + ", which this machine does not have",
+  const std::string version = missing.version.empty() ? "" : " " + missing.version;
+  return fail(kNoRuntime, {"the application needs the framework " + missing.name + version +
+                               ", which this machine does not have",
                            installRemedy(missing)});
 }
 

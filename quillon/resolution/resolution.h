@@ -33,8 +33,8 @@ struct StoredAnswer {
 // Returns nullopt if the host has to be asked.
 std::optional<StoredAnswer> findAnswer(const Subject& subject);
 
-// Asks the host, and stores the answer unless the device root cannot be written. If the host gives
-// none, the additions have a warning. The process must have one thread.
+// Asks the host, and stores the answer, if there is one and the device root can be written. Without
+// an answer, the additions have a warning. The process must have one thread.
 Additions askAndStore(const Subject& subject);
 
 // Asks anew about an assembly that has been installed, if there is something to ask. Returns no

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -21,7 +20,7 @@ constexpr char kRequestPipe[] = QUILLON_DLL_REQUEST_PIPE;
 constexpr char kAnswerPipe[] = QUILLON_DLL_ANSWER_PIPE;
 constexpr char kAnyLabel[] = "*";
 constexpr mode_t kCreateMode = 0644;
-constexpr mode_t kOpenMode = 0666;  // fchmod(2) ignores the umask
+constexpr mode_t kOpenMode = 0666;  // chmod(2) ignores the umask
 constexpr int kAnswerLines = 10;
 constexpr std::size_t kTextSize = 1024;  // terminator included
 
@@ -81,16 +80,15 @@ void createPipe(const char* path) {
   if (mkfifo(path, kCreateMode) != 0) {
     QLOG_ERROR_OF("create_pipe_server", "mkfifo failed");
   }
-  // With O_NONBLOCK, opening a FIFO does not wait for a writer (fifo(7)).
-  const Descriptor pipe(open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-  const bool isLink = !pipe.isOpen() && errno == ELOOP;
-  if (isLink || (pipe.isOpen() && !pipe.isOwnFile())) {
+  // With O_PATH, a FIFO is not opened for reading, which would let a waiting writer go on.
+  const Descriptor pipe(open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (pipe.isOpen() && !pipe.isOwnFile()) {
     return;
   }
   // If the file could not be opened, `path` can lead to another file by now; pipe.path() leads
-  // nowhere, so that the call fails.
+  // nowhere, so that both calls fail.
   setSmack(pipe.isOpen() ? path : pipe.path(), kAnyLabel);
-  if (fchmod(pipe.get(), kOpenMode) != 0) {
+  if (chmod(pipe.path().c_str(), kOpenMode) != 0) {
     QLOG_ERROR_OF("create_pipe_server", "chmod failed.");
   }
 }

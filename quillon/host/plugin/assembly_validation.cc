@@ -75,11 +75,15 @@ Expected<void> addFolder(std::vector<std::string>& assemblies, const fs::path& f
   return {};
 }
 
-Expected<std::vector<std::string>> listAssemblies(const LaunchTarget& target) {
+Expected<std::vector<std::string>> listAssemblies(const LaunchTarget& target,
+                                                  const std::vector<std::string>& selected) {
   std::vector<std::string> assemblies;
   addUnique(assemblies, target.assembly);
   for (const std::string& folder : target.folders()) {
     RETURN_IF_FAILED(addFolder(assemblies, folder, 1));
+  }
+  for (const std::string& path : selected) {
+    addUnique(assemblies, path);
   }
   return assemblies;
 }
@@ -191,10 +195,11 @@ Failure refusalOf(const std::string& assembly, const ValidationTurn& turn,
 
 }  // namespace
 
-Expected<void> validateAssemblies(const PluginCalls& plugin, const LaunchTarget& target) {
+Expected<void> validateAssemblies(const PluginCalls& plugin, const LaunchTarget& target,
+                                  const std::vector<std::string>& selected) {
   const ValidationTurn turn;
   RETURN_IF_FAILED(turn.take());
-  ASSIGN_OR_RETURN(const std::vector<std::string> assemblies, listAssemblies(target));
+  ASSIGN_OR_RETURN(const std::vector<std::string> assemblies, listAssemblies(target, selected));
   for (const std::string& assembly : assemblies) {
     const std::vector<std::string> errors = workstation::lastErrorMessages();
     const ValidatorWatchdog watchdog(

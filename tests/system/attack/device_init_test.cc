@@ -64,6 +64,19 @@ TEST_F(PlantedLinks, DoNotGetTheFoldersOfADevice) {
   }
 }
 
+TEST_F(PlantedLinks, DoNotGetTheCopiedFiles) {
+  write(root().parent_path() / "file", "copied");
+  const device::InitOptions options{std::nullopt, root().parent_path() / "file",
+                                    root().parent_path() / "file"};
+  for (const char* name : {"usr/share/cert", "usr/share/cert/zqca.pem",
+                           "usr/share/dotnet.velora/framework/Preload.dll"}) {
+    fs::remove_all(root());
+    plant(name);
+    EXPECT_TRUE(device::init(root(), options)) << name;
+    expectVictimUnchanged();
+  }
+}
+
 TEST_F(PlantedLinks, DoNotGetTheRecord) {
   plant(".quillon");
   EXPECT_FALSE(device::init(root(), {}));

@@ -131,8 +131,10 @@ class EveryCommandWithADevice : public ::testing::Test {
  protected:
   void SetUp() override {
     writeFile(at("MANIFEST"), "[package]\nid = 'x'\nversion = '1'\n");
+    writeFile(at("FILE"), "-----BEGIN CERTIFICATE-----\nAA==\n-----END CERTIFICATE-----\n");
     writeFile(at("APP.dll"), "");
     writeFile(at("POLICY"), "default = \"deny\"\n");
+    writeFile(at("FILE"), "-----BEGIN CERTIFICATE-----\nYWJj\n-----END CERTIFICATE-----\n");
   }
   [[nodiscard]] std::string at(const std::string& name) const {
     return (folder_.path() / name).string();
@@ -141,7 +143,7 @@ class EveryCommandWithADevice : public ::testing::Test {
   // A value of the argument that the usage names; empty for other words of the usage.
   [[nodiscard]] std::string valueOf(std::string word) const {
     std::erase_if(word, [](char letter) { return letter == '[' || letter == ']'; });
-    if (word == "MANIFEST" || word == "POLICY" || word == "APP.dll") {
+    if (word == "MANIFEST" || word == "POLICY" || word == "APP.dll" || word == "FILE") {
       return at(word);
     }
     const bool isArgument =

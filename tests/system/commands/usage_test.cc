@@ -38,8 +38,9 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Wrong{{"lanch"}, "'quillon' has no command 'lanch'; did you mean 'quillon launch'?"},
         Wrong{{"frobnicate"}, "'quillon' has no command 'frobnicate'; see quillon --help"},
-        Wrong{{"package", "instal", "x"},
-              "'quillon package' has no command 'instal'; did you mean 'quillon package install'?"},
+        Wrong{
+            {"package", "installl", "x"},
+            "'quillon package' has no command 'installl'; did you mean 'quillon package install'?"},
         Wrong{{"partnre"}, "'quillon' has no command 'partnre'; did you mean 'quillon partner'?"},
         Wrong{{"partner", "sing"},
               "'quillon partner' has no command 'sing'; did you mean 'quillon partner sign'?"},
@@ -71,9 +72,10 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{{"launch", "clock", "--port"},
               "'quillon launch' has no option '--port'; see quillon launch --help, or write the "
               "options of the application after --"},
-        Wrong{{"run", "--colour"},
-              "'quillon run' has no option '--colour'; see quillon run --help, or write the options "
-              "of the application after its assembly"},
+        Wrong{
+            {"run", "--colour"},
+            "'quillon run' has no option '--colour'; see quillon run --help, or write the options "
+            "of the application after its assembly"},
         Wrong{
             {"config", "get", "a", "b"},
             "'quillon config get' does not take the argument 'b'; see quillon config get --help"}));

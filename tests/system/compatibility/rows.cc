@@ -9,22 +9,12 @@ namespace {
 
 // What is known about the rows that differ from dotnet or are refused, by name.
 const std::map<std::string, std::string>& differences() {
-  static const std::string kFramework = "only Microsoft.NETCore.App is in a device root";
-  static const std::string kSelected = "files below `runtimes/` are not found";
   static const std::map<std::string, std::string> remarks = {
       {"Apphost", "name the assembly"},
       {"SingleFile", "publish without PublishSingleFile, and name the assembly"},
-      {"Web", kFramework},
-      {"Csharpier", kFramework},
-      {"UnknownFramework", kFramework},
-      {"Sqlite", kSelected},
-      {"EntityFramework", kSelected},
-      {"PlatformAssembly", kSelected},
-      {"Plugins", "AssemblyDependencyResolver does not work"},
+      {"UnknownFramework", "dotnet refuses it too"},
       {"OlderFramework", "a device has one framework, which runs older applications"},
       {"NewerFramework", "dotnet refuses it too"},
-      {"Home", "the home directory is read-only"},
-      {"Terminal", "a prepared process takes the terminal for a file"},
       {"Terminate", "the plug-in ends the process with 0: [crashes](crashes.md)"},
   };
   return remarks;

@@ -20,11 +20,13 @@ class Init : public ::testing::Test {
 
 TEST_F(Init, MakesEveryFolderOfADevice) {
   ASSERT_TRUE(device::init(root_, {}));
-  for (const char* folder : {"usr/share/dotnet.velora/netcoreapp",
-                             "usr/share/dotnet.velora/framework/ref", "usr/share/dotnet.velora/lib",
-                             "usr/share/dotnet.velora/tvappapi", "usr/share/dotnet.velora/d.pc",
-                             "usr/apps", "opt/usr/apps", "opt/usr/home/owner/share/dotnet",
-                             "opt/usr/share/quillon", "opt/etc", "opt/data", "opt/share", "etc"}) {
+  for (const char* folder :
+       {"usr/share/dotnet.velora/netcoreapp", "usr/share/dotnet.velora/framework/ref",
+        "usr/share/dotnet.velora/lib", "usr/share/dotnet.velora/tvappapi",
+        "usr/share/dotnet.velora/d.pc", "usr/apps", "usr/share/cert",
+        "opt/usr/home/owner/share/gctracer", "opt/usr/home/owner/share/ObjectTracker",
+        "opt/usr/apps", "opt/usr/home/owner/share/dotnet", "opt/usr/share/quillon", "opt/etc",
+        "opt/data", "opt/share", "etc"}) {
     EXPECT_TRUE(fs::is_directory(root_ / folder)) << folder;
   }
   EXPECT_FALSE(fs::exists(root_ / "zone"));
@@ -70,6 +72,26 @@ TEST_F(Init, RecordsTheFrameworkAndUpdatesTheRecord) {
   ASSERT_TRUE(device::init(root_, {}));
   EXPECT_EQ(device::readRecord(root_)->framework, std::nullopt);
   fs::remove_all(framework);
+}
+
+TEST_F(Init, CopiesThePreloadAssemblyAndTheCertificatesIfTheyAreMissing) {
+  const fs::path preload = root_.string() + "-preload";
+  const fs::path certificates = root_.string() + "-certificates";
+  write(preload, "preload");
+  write(certificates, "certificates");
+  write(root_ / "usr/share/cert/zqca.pem", "own");
+  const device::InitOptions options{std::nullopt, preload, certificates};
+  ASSERT_TRUE(device::init(root_, options));
+  EXPECT_EQ(read(root_ / "usr/share/dotnet.velora/framework/Preload.dll"), "preload");
+  EXPECT_EQ(read(root_ / "usr/share/cert/zqca.pem"), "own");
+  fs::remove(root_ / "usr/share/cert/zqca.pem");
+  ASSERT_TRUE(device::init(root_, options));
+  EXPECT_EQ(read(root_ / "usr/share/cert/zqca.pem"), "certificates");
+  fs::remove(preload);
+  fs::remove(certificates);
+  EXPECT_TRUE(device::init(root_, options));
+  fs::remove(root_ / "usr/share/cert/zqca.pem");
+  EXPECT_FALSE(device::init(root_, options));
 }
 
 TEST_F(Init, RefusesAMissingFramework) {

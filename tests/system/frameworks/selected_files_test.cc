@@ -1,8 +1,13 @@
 // Applications with files for several operating systems, of which their dependency file states
 // which is for which ("runtimes/RID/lib", "runtimes/RID/native").
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include "quillon/base/exit_status.h"
 #include "tests/system/frameworks/application_device.h"
 
 namespace quillon::test {
@@ -95,6 +100,44 @@ TEST_F(SelectedFiles, AreInThePlanWithTheirSource) {
   EXPECT_THAT(additions["nativeDirectories"],
               ElementsAre(nlohmann::json{{"path", bin + "/runtimes/linux/native"},
                                          {"source", "the application's dependency file"}}));
+}
+
+// quillon validator with a policy that refuses the files below a folder.
+class RefusingValidator {
+ public:
+  RefusingValidator(const fs::path& device, const fs::path& folder, const std::string& refused)
+      : output_(folder / "validator.out") {
+    write(folder / "policy.toml", "default = \"allow\"\ndeny-paths = [\"" + refused + "\"]\n");
+    const std::string policy = folder / "policy.toml";
+    process_ = fork();
+    if (process_ == 0) {
+      dup2(open(output_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDOUT_FILENO);
+      setenv("QUILLON_LOG", "none", 1);
+      const std::string quillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
+      execl(quillon.c_str(), "quillon", "validator", "--device", device.c_str(), policy.c_str(),
+            nullptr);
+      _exit(127);
+    }
+    EXPECT_TRUE(eventually([&] { return contentOf(output_).find("ready") != std::string::npos; }));
+  }
+  ~RefusingValidator() {
+    kill(process_, SIGINT);
+    waitpid(process_, nullptr, 0);
+  }
+  RefusingValidator(const RefusingValidator&) = delete;
+  RefusingValidator& operator=(const RefusingValidator&) = delete;
+
+ private:
+  fs::path output_;
+  pid_t process_ = -1;
+};
+
+TEST_F(SelectedFiles, AreValidatedBeforeALaunch) {
+  const std::string folder = "/opt/usr/apps/" + std::string(kAssets) + "/bin/runtimes";
+  const RefusingValidator validator(root(), fresh("validator"), folder);
+  const CommandResult refused = launch({"--validate", kAssets});
+  EXPECT_EQ(refused.status, kLibraryRefused);
+  EXPECT_THAT(refused.err, HasSubstr(folder + "/linux/lib/net8.0/Selected.dll"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <signal.h>
+#include <unistd.h>
 
 #include <sstream>
 #include <string>
@@ -149,6 +150,15 @@ TEST_F(Launch, PreloadsOnlyWithTheOption) {
   const CommandResult prepared = launch({kClock, "--preload", "--", "--exit", "5"});
   EXPECT_EQ(prepared.status, 5);
   EXPECT_EQ(valueOf(prepared, preload), "/usr/share/dotnet.velora/framework/Preload.dll");
+}
+
+TEST_F(Launch, SaysWhyTheUserHasNoHomeDirectory) {
+  const std::string home = "/opt/usr/home/" + std::to_string(geteuid());
+  fs::remove_all(at(home));
+  write(at(home), "");
+  EXPECT_EQ(launch({kClock}).err, "quillon: the home directory '" + home +
+                                      "' in the device root is not a folder of this user; let the "
+                                      "owner of the device root remove it\n");
 }
 
 TEST_F(Launch, NamesTheRemedyForAMissingPreloadAssembly) {

@@ -143,6 +143,18 @@ TEST_F(RunFixture, LaunchesThroughALaunchPad) {
   EXPECT_EQ(served(), before + 1);
 }
 
+// Another user may have planted it in a device root that this user may write to.
+TEST_F(RunFixture, WritesItsRecordThroughNoLink) {
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  const fs::path id = installed("", root()).parent_path().filename();
+  const fs::path record = root() / ".quillon" / ("run-" + id.string());
+  write(fresh("elsewhere"), "kept");
+  ASSERT_TRUE(fs::remove(record));
+  fs::create_symlink(fresh("elsewhere"), record);
+  EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "2"}).status, 2);
+  EXPECT_EQ(contentOf(fresh("elsewhere")), "kept");
+}
+
 TEST_F(RunFixture, RefusesWhatIsNoApplication) {
   const CommandResult missing = runIt({"none.dll"});
   EXPECT_EQ(missing.status, kNoAssembly);

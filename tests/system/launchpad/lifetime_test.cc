@@ -17,6 +17,7 @@ using ::testing::EndsWith;
 using Words = std::vector<std::string>;
 
 constexpr char kEnding[] = "org.velora.sample.ending";
+constexpr char kQuillon[] = QUILLON_BUILD_DIRECTORY "/bin/quillon";
 
 Words operator+(Words one, const Words& more) {
   one.insert(one.end(), more.begin(), more.end());
@@ -54,14 +55,7 @@ class LifetimeTest : public LaunchpadTest {
     const Finished plain =
         resultOf(dotnetCommand(sampleAssembly(kEnding, "SampleEnding.dll"), actions), terminated);
     for (const char* way : {"--direct", "--verbose"}) {
-      const Words launch = {QUILLON_BUILD_DIRECTORY "/bin/quillon",
-                            "launch",
-                            "--device",
-                            root(),
-                            "--raw",
-                            way,
-                            kEnding,
-                            "--"};
+      const Words launch = {kQuillon, "launch", "--device", root(), "--raw", way, kEnding, "--"};
       const Finished launched = resultOf(launch + actions, terminated);
       EXPECT_EQ(launched.status, plain.status) << way;
       EXPECT_EQ(launched.out, plain.out) << way;

@@ -104,6 +104,23 @@ TEST_F(TerminalTest, LooksTheSame) {
   }
 }
 
+// The terminal sends SIGINT to the command in its foreground.
+TEST_F(TerminalTest, CtrlCEndsTheApplicationTheSame) {
+  const auto interrupt = [](const Words& command) {
+    Terminal terminal(command, {"QUILLON_LOG=none", "TERM=xterm", kRuntimeSanitizerOptions});
+    EXPECT_TRUE(terminal.waitForOutput("ready")) << terminal.output();
+    terminal.type("\x03");
+    return terminal.finish();
+  };
+  const Words launch = {
+      QUILLON_BUILD_DIRECTORY "/bin/quillon", "launch", "--device", root(), "--raw", kProbe};
+  const int plain = interrupt(dotnetCommand(sampleAssembly(kProbe, "SampleProbe.dll"), {}));
+  EXPECT_EQ(interrupt(launch), plain);
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  EXPECT_EQ(interrupt(launch), plain);
+  EXPECT_EQ(served(), 1);
+}
+
 // Its input is the terminal, its output goes to the log.
 TEST_F(TerminalTest, LooksTheSameToACapturedApplication) {
   const Session direct = converseInLaunch({});

@@ -15,7 +15,7 @@
 
 namespace {
 
-// Replacements for mkfifo(3) and fchmod(2). By default both are forwarded.
+// Replacements for mkfifo(3) and chmod(2). By default both are forwarded.
 int (*pipeMaker)(const char*) = nullptr;
 bool modeChangesFail = false;
 
@@ -28,11 +28,11 @@ extern "C" int mkfifo(const char* path, mode_t mode) noexcept {
   return static_cast<int>(syscall(SYS_mknodat, AT_FDCWD, path, S_IFIFO | mode, 0));
 }
 
-extern "C" int fchmod(int descriptor, mode_t mode) noexcept {
+extern "C" int chmod(const char* path, mode_t mode) noexcept {
   if (modeChangesFail) {
     return -1;
   }
-  return static_cast<int>(syscall(SYS_fchmod, descriptor, mode));
+  return static_cast<int>(syscall(SYS_fchmodat, AT_FDCWD, path, mode));
 }
 
 namespace quillon::test {

@@ -209,8 +209,9 @@ TEST_F(ManifestTest, ReportsThePositionOfAMistakeInAnApplication) {
             "6:6: key 'application.exec' contains '..'" + execRemedy);
   EXPECT_EQ(wrong("id='a'\nexec='bin/'"),
             "6:6: key 'application.exec' names a folder" + execRemedy);
-  EXPECT_EQ(wrong("id='a'\nexec='x'\ntype=''"),
-            "7:6: key 'application.type' is empty; write inhouse, inhouseapitest, dotnet or normal");
+  EXPECT_EQ(
+      wrong("id='a'\nexec='x'\ntype=''"),
+      "7:6: key 'application.type' is empty; write inhouse, inhouseapitest, dotnet or normal");
   EXPECT_EQ(wrong("id='a'\nexec='x'\ntype='native'"),
             "7:6: key 'application.type' is not an application type: 'native'; write inhouse, "
             "inhouseapitest, dotnet or normal");
