@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 
@@ -44,35 +43,20 @@ LaunchPad::LaunchPad(const Place& place, std::filesystem::path device,
                      std::chrono::duration<double> wait)
     : place_(place), device_(std::move(device)), wait_(wait) {}
 
-// Parses lines such as "serving, process 7", "served: 2", "pool 1: inhouse, raw" and
-// "  process 8: ready".
-LaunchPad::State LaunchPad::parse(const std::string& status) {
+Expected<LaunchPad::State> LaunchPad::state() const {
+  ASSIGN_OR_RETURN(const launchpad::Status status, launchpad::statusOf(device_));
   State state;
-  std::istringstream lines(status);
-  for (std::string line; std::getline(lines, line);) {
-    int number = 0;
-    if (std::sscanf(line.c_str(), "serving, process %d", &state.process) == 1) {
-      continue;
+  state.process = status.isStopping ? 0 : static_cast<pid_t>(status.pid);
+  state.served = static_cast<int>(status.prepared);
+  state.pools = status.pools.size();
+  for (const launchpad::Status::Process& process : status.processes) {
+    if (process.stage == "ready") {
+      state.ready.push_back(static_cast<pid_t>(process.pid));
+    } else {
+      state.busy = true;
     }
-    if (std::sscanf(line.c_str(), "served: %d", &state.served) == 1) {
-      continue;
-    }
-    if (std::sscanf(line.c_str(), "pool %d:", &number) == 1) {
-      ++state.pools;
-    }
-    if (std::sscanf(line.c_str(), "  process %d:", &number) != 1) {
-      continue;
-    }
-    const std::string stage = line.substr(line.rfind(": ") + 2);
-    stage == "ready" ? state.ready.push_back(number) : void(state.busy = true);
   }
   return state;
-}
-
-Expected<LaunchPad::State> LaunchPad::state() const {
-  ASSIGN_OR_RETURN(const std::string status,
-                   launchpad::command(device_, launchpad::MessageKind::kStatus));
-  return parse(status);
 }
 
 Expected<LaunchPad::State> LaunchPad::awaitFull() const {

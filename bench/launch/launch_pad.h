@@ -61,7 +61,6 @@ class LaunchPad {
 
     [[nodiscard]] bool isFull() const { return ready.size() == pools && !busy; }
   };
-  static State parse(const std::string& status);
 
   [[nodiscard]] Expected<State> state() const;
   [[nodiscard]] Expected<State> awaitFull() const;

@@ -1,12 +1,14 @@
 #include "quillon/cli/launchpad_command.h"
 
 #include <array>
-#include <iostream>
+#include <filesystem>
 #include <memory>
 
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
+#include "quillon/cli/json_output.h"
+#include "quillon/cli/launchpad_status.h"
 #include "quillon/launchpad/client/client.h"
 #include "quillon/launchpad/server/fresh_worker.h"
 #include "quillon/launchpad/server/server.h"
@@ -17,15 +19,46 @@ namespace {
 using launchpad::LaunchpadOptions;
 using launchpad::MessageKind;
 
-void request(const LaunchpadOptions& options, MessageKind kind) {
-  std::cout << valueOf(withStatus(kLaunchPadState, launchpad::command(options.device, kind)));
+struct ActionRequest {
+  std::filesystem::path device;
+  bool json = false;
+};
+
+launchpad::Status statusOf(const ActionRequest& request) {
+  return valueOf(withStatus(kLaunchPadState, launchpad::statusOf(request.device)));
 }
 
-void addAction(CLI::App& launchpad, const char* name, const char* help, MessageKind kind) {
-  const auto options = std::make_shared<LaunchpadOptions>();
+template <MessageKind kind>
+void command(const ActionRequest& request) {
+  valueOf(withStatus(kLaunchPadState, launchpad::command(request.device, kind)));
+}
+
+void runStatus(const ActionRequest& request) {
+  request.json ? printStatusAsJson(statusOf(request)) : printStatus(statusOf(request));
+}
+
+void runMetrics(const ActionRequest& request) { printMetrics(statusOf(request)); }
+
+CLI::App* addAction(CLI::App& launchpad, const std::shared_ptr<ActionRequest>& request,
+                    const char* name, const char* help, void (*run)(const ActionRequest&)) {
   CLI::App* const action = launchpad.add_subcommand(name, help);
-  addDeviceOption(*action, options->device);
-  action->callback([options, kind] { request(*options, kind); });
+  addDeviceOption(*action, request->device);
+  action->callback([request, run] { run(*request); });
+  return action;
+}
+
+void addActions(CLI::App& launchpad) {
+  const auto request = std::make_shared<ActionRequest>();
+  addAction(launchpad, request, "stop",
+            "Stop when the applications have ended; twice: end them, too",
+            command<MessageKind::kStop>);
+  addAction(launchpad, request, "reload", "Replace all prepared processes",
+            command<MessageKind::kReload>);
+  addAction(launchpad, request, "status", "Print processes, applications and direct launches",
+            runStatus)
+      ->add_flag(kJsonFlag, request->json, kJsonHelp);
+  addAction(launchpad, request, "metrics", "Print launches and pools as OpenMetrics text",
+            runMetrics);
 }
 
 void addServe(CLI::App& command, const std::shared_ptr<LaunchpadOptions>& options) {
@@ -64,11 +97,7 @@ void addLaunchpadCommand(CLI::App& app) {
   // Not required here: its subcommands have the option, too.
   addDeviceOption(*command, options->device)->required(false);
   addServe(*command, options);
-  addAction(*command, "stop", "Stop when the applications have ended; twice: end them, too",
-            MessageKind::kStop);
-  addAction(*command, "reload", "Replace all prepared processes", MessageKind::kReload);
-  addAction(*command, "status", "Print the prepared processes and running applications",
-            MessageKind::kStatus);
+  addActions(*command);
   addWorker(*command);
   command->callback([command, options] {
     if (!command->get_subcommands().empty()) {

@@ -1,5 +1,7 @@
 #include "quillon/cli/run_launch.h"
 
+#include <unistd.h>
+
 #include <string>
 
 #include "quillon/base/terminal.h"
@@ -44,8 +46,14 @@ std::string needsOwnProcess(const LaunchOptions& options) {
   return {};
 }
 
-void explain(const std::string& why) {
-  tell({"launched directly, not by the launch pad: " + why, {}});
+void explain(const std::string& why, const std::string& remedy = {}) {
+  tell({"launched directly, not by the launch pad: " + why, remedy});
+}
+
+// A person at a terminal wants to know what makes the launch slow, a script does not.
+bool explains(const LaunchOptions& options, const launchpad::LaunchOutcome& outcome) {
+  return !outcome.status && !outcome.whyNot.empty() &&
+         (options.verbose || (outcome.isLaunchable && isatty(terminalDescriptor()) != 0));
 }
 
 // Returns the exit status if the launch pad ran the launch; else nullopt, with this process
@@ -59,8 +67,8 @@ std::optional<int> launchPrepared(const LaunchOptions& options) {
     return std::nullopt;
   }
   const launchpad::LaunchOutcome outcome = launchpad::requestLaunch(options);
-  if (options.verbose && !outcome.status && !outcome.whyNot.empty()) {
-    explain(outcome.whyNot);
+  if (explains(options, outcome)) {
+    explain(outcome.whyNot, outcome.remedy);
   }
   return outcome.status;
 }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <utility>
 
+#include "quillon/base/record.h"
 #include "quillon/launchpad/client/pending_launch.h"
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/protocol/hand_over.h"
@@ -44,12 +45,19 @@ Failure silent(pid_t process) {
       "if it is stopped, continue it (kill -CONT " + id + ") or end it (kill -KILL " + id + ")"};
 }
 
+// Tells the server why this process launches the application itself.
+LaunchOutcome direct(const Descriptor& server, const host::LaunchOptions& options, Failure why) {
+  sendMessage(server.get(), MessageKind::kDirect,
+              RecordWriter().text(options.appId).text(why.what).bytes());
+  return {std::nullopt, std::move(why.what), std::move(why.remedy)};
+}
+
 }  // namespace
 
 LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::string& program) {
   const auto server = connectTo(addressOf(options.device));
   if (!server) {
-    return {std::nullopt, server.error().what};
+    return {std::nullopt, server.error().what, server.error().remedy};
   }
   if (!*server) {
     return {};
@@ -57,21 +65,25 @@ LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::strin
   const ProcSelf self;
   Request request = makeRequest(options, self, program);
   if (request.processState.empty()) {
-    return {std::nullopt, "/proc lacks values that describe this process"};
+    return direct(*server, options,
+                  {"/proc lacks values that describe this process", "mount it (proc(5))"});
   }
   const ProcessState proof = inspectionProofOf(processOfPeer(server->get()));
   if (proof.empty()) {
-    return {std::nullopt,
-            "this process may not inspect the launch pad: Landlock confines it, or it has fewer "
-            "rights"};
+    return direct(*server, options,
+                  {"this process may not inspect the launch pad: Landlock confines it, or it has "
+                   "fewer rights",
+                   "launch with the rights of the launch pad"});
   }
   request.processState += proof;
   const std::vector<int> inherited = self.inheritedDescriptors();
   if (!canBeInherited(inherited)) {
-    return {std::nullopt, "a prepared process cannot take over its inherited descriptors"};
+    return direct(*server, options,
+                  {"a prepared process cannot take over its inherited descriptors",
+                   "close those that the application does not need; see ls -l /proc/$$/fd"});
   }
   if (!sendRequest(server->get(), request)) {
-    return {std::nullopt, "the request cannot be sent"};
+    return direct(*server, options, {"the request cannot be sent", {}});
   }
   // Encoded while the server answers.
   const EncodedHandOver handOver(options.arguments, self, inherited);
@@ -103,6 +115,14 @@ Expected<std::string> command(const std::filesystem::path& device, MessageKind k
   while (kind == MessageKind::kStop && awaitMessage(server, more, kForever) != Received::kEnd) {
   }
   return std::string(answer.bytes.view());
+}
+
+Expected<Status> statusOf(const std::filesystem::path& device) {
+  ASSIGN_OR_RETURN(const std::string answer, command(device, MessageKind::kStatus));
+  if (auto status = decodeStatus(answer)) {
+    return *std::move(status);
+  }
+  return fail("the launch pad's answer is malformed", "restart it: another version may run");
 }
 
 }  // namespace quillon::launchpad

@@ -8,12 +8,15 @@
 #include "quillon/base/failure.h"
 #include "quillon/host/application/options.h"
 #include "quillon/launchpad/protocol/message.h"
+#include "quillon/launchpad/protocol/status.h"
 
 namespace quillon::launchpad {
 
 struct LaunchOutcome {
   std::optional<int> status;  // exit status, if a worker ran the application
   std::string whyNot;         // otherwise the reason; empty if no launch pad runs
+  std::string remedy = {};
+  bool isLaunchable = true;  // false: a direct launch fails too, and reports why
 };
 
 // Asks the launch pad of the device root, if one runs, for a launch and waits until the application
@@ -30,8 +33,11 @@ LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::strin
 // Whether a launch pad of this process's user serves the device root.
 bool isServed(const std::filesystem::path& device);
 
-// Sends kStop, kReload or kStatus and returns the launch pad's answer. After kStop, returns when
-// the launch pad has ended. Fails if none runs, or if it does not answer.
+// Sends kStop, kReload or kStatus and returns the bytes of the launch pad's answer. After kStop,
+// returns when the launch pad has ended. Fails if none runs, or if it does not answer.
 [[nodiscard]] Expected<std::string> command(const std::filesystem::path& device, MessageKind kind);
+
+// The status of the launch pad. Fails in the same way.
+[[nodiscard]] Expected<Status> statusOf(const std::filesystem::path& device);
 
 }  // namespace quillon::launchpad

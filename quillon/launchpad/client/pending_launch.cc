@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "quillon/base/exit_status.h"
+#include "quillon/base/record.h"
 #include "quillon/base/report.h"
 #include "quillon/base/terminal.h"
 
@@ -105,7 +106,7 @@ void PendingLaunch::handle(Message message) {
     case MessageKind::kEnded:
       return onWorkerEnded(decodeExitState(message.bytes.view()));
     case MessageKind::kDeclined:
-      return decline(std::string(message.bytes.view()));
+      return onDeclined(parseDecline(message));
     default:
       return;
   }
@@ -190,12 +191,20 @@ void PendingLaunch::onTimeout() {
   }
 }
 
+// A decision of this process, of which the server knows nothing.
+void PendingLaunch::decline(const std::string& reason) {
+  sendMessage(server_.get(), MessageKind::kDirect,
+              RecordWriter().text(request_.appId).text(reason).bytes());
+  onDeclined({reason, "see what the launch pad says: quillon launchpad status"});
+}
+
 // A signal that asked the application to end before it started also prevents the direct launch.
-void PendingLaunch::decline(std::string reason) {
+void PendingLaunch::onDeclined(Decline why) {
   if (signals_.endingSignal() != 0) {
     killSelfBy(signals_.endingSignal());
   }
-  outcome_ = LaunchOutcome{std::nullopt, std::move(reason)};
+  outcome_ =
+      LaunchOutcome{std::nullopt, std::move(why.reason), std::move(why.remedy), why.isLaunchable};
 }
 
 }  // namespace quillon::launchpad

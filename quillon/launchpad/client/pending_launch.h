@@ -52,7 +52,8 @@ class PendingLaunch {
   void onServerGone();
   void onTimeout();
   bool endWorker();
-  void decline(std::string reason);
+  void decline(const std::string& reason);
+  void onDeclined(Decline why);
 
   const Descriptor& server_;
   const Request& request_;

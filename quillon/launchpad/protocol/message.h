@@ -19,10 +19,10 @@ enum class MessageKind : uint32_t {
   kReload,
   kStatus,
   // From server to client.
-  kDeclined,  // bytes: the reason. The client launches the application itself.
+  kDeclined,  // see Decline in request.h. The client launches the application itself.
   kTaken,     // see TakenReply in request.h
   kEnded,     // bytes: the ExitState of the worker
-  kAnswer,    // bytes: lines of text for the user
+  kAnswer,    // bytes: for kStatus, see status.h
   // From server to worker.
   kAssign,  // see Assignment in request.h
   // From client to worker.
@@ -35,6 +35,8 @@ enum class MessageKind : uint32_t {
   kStarted,  // the worker runs the application's Main next
   // From worker to server.
   kUnknownType,  // the plug-in does not know the application type
+  // From client to server.
+  kDirect,  // bytes: text application, text reason why the client launches it itself
 };
 
 // Bytes that may hold the arguments or the environment of an application. They are overwritten with

@@ -15,6 +15,11 @@ void visitRequest(Archive&& archive, AnyRequest& request) {
   archive(request.appId, request.type, request.exec, request.raw, request.processState);
 }
 
+template <typename Archive, typename AnyDecline>
+void visitDecline(Archive&& archive, AnyDecline& decline) {
+  archive(decline.reason, decline.remedy, decline.isLaunchable);
+}
+
 template <typename Archive, typename AnyTarget, typename AnyLimits>
 void visitAssignment(Archive&& archive, AnyTarget& target, AnyLimits& limits) {
   archive(target.package.id, target.package.rootPath, target.application.id, target.type,
@@ -46,6 +51,19 @@ std::optional<Request> parseRequest(const Message& message) {
   Request request;
   visitRequest(Decoder(reader), request);
   return reader.atEnd() ? std::optional(std::move(request)) : std::nullopt;
+}
+
+bool sendDecline(int socket, const Decline& decline) {
+  RecordWriter writer;
+  visitDecline(Encoder(writer), decline);
+  return sendMessage(socket, MessageKind::kDeclined, writer.bytes());
+}
+
+Decline parseDecline(const Message& message) {
+  RecordReader reader(message.bytes.view());
+  Decline decline;
+  visitDecline(Decoder(reader), decline);
+  return decline;
 }
 
 bool sendTaken(int socket, pid_t worker, int pidfd, int connection) {

@@ -42,6 +42,15 @@ bool sendRequest(int socket, const Request& request);
 // Returns nullopt if the message is malformed.
 std::optional<Request> parseRequest(const Message& message);
 
+// The server's answer to a request that no worker can serve.
+struct Decline {
+  std::string reason;
+  std::string remedy;
+  bool isLaunchable = true;  // false: a direct launch fails too, and reports why
+};
+bool sendDecline(int socket, const Decline& decline);
+Decline parseDecline(const Message& message);
+
 // The server's answer to a request that a worker serves.
 struct TakenReply {
   pid_t worker = 0;

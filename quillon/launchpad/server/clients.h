@@ -1,9 +1,11 @@
 // The clients that are connected to the server.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string>
 
 #include "quillon/base/descriptor.h"
 #include "quillon/launchpad/server/catalogue.h"
@@ -14,6 +16,8 @@ struct Client {
   Descriptor socket;
   std::shared_ptr<const Entry> entry;  // of its launch, while the client is inspected
   uint64_t worker = 0;                 // that has the client's launch; 0 if none
+  std::string application;             // of its launch
+  std::chrono::steady_clock::time_point requested;
   bool awaitsShutdown = false;
 
   // Whether nothing depends on the connection.

@@ -13,6 +13,7 @@
 #include <exception>
 
 #include "quillon/base/exit_status.h"
+#include "quillon/base/record.h"
 #include "quillon/base/terminal.h"
 #include "quillon/host/application/target.h"
 #include "quillon/launchpad/protocol/address.h"
@@ -26,8 +27,16 @@ namespace {
 // In one round of the loop, so that connections of other users cannot delay launches for long.
 constexpr int kMaxAccepts = 64;
 constexpr std::chrono::milliseconds kAcceptPause(100);
-constexpr char kNotInspected[] = "the launch pad may not inspect this process";
-constexpr char kDiffers[] = " differs from the launch pad's";
+
+Failure notInspected() {
+  return {"the launch pad may not inspect this process",
+          "start both as the same user and outside of sandboxes"};
+}
+
+Failure differs(const std::string& difference) {
+  return {difference + " differs from the launch pad's",
+          "start the launch pad in the same state, for example from this terminal"};
+}
 
 // Whether descriptors remain for a launch, a new worker and the files that they need.
 bool hasSpareDescriptors(int anyDescriptor) {
@@ -176,6 +185,9 @@ void EventLoop::tryClientMessage(uint64_t client, Message message) try {
 }
 
 void EventLoop::onClientMessage(uint64_t number, Message message) {
+  if (message.kind == MessageKind::kDirect) {
+    return onDirect(message);
+  }
   Client& client = clients_[number];
   if (!client.isIdle()) {
     return removeClient(number);  // a client has one launch at a time
@@ -185,7 +197,7 @@ void EventLoop::onClientMessage(uint64_t number, Message message) {
       onRequest(number, message);
       break;
     case MessageKind::kStatus:
-      sendMessage(client.socket.get(), MessageKind::kAnswer, status());
+      sendMessage(client.socket.get(), MessageKind::kAnswer, encode(status()));
       clients_.erase(number);
       break;
     case MessageKind::kReload:
@@ -222,14 +234,16 @@ void EventLoop::onRequest(uint64_t client, const Message& message) {
   if (!request) {
     return removeClient(client);
   }
+  clients_[client].application = request->appId;
+  clients_[client].requested = Clock::now();
   auto entry = findEntry(*request);
   // Workers inherit this process's memory, and the state contains environment variables.
   explicit_bzero(request->processState.data(), request->processState.size());
   if (!entry) {
-    return decline(client, entry.error().what);
+    return decline(client, entry.error());
   }
   if (!inspector_.inspect(client, clients_[client].socket.get())) {
-    return decline(client, kNotInspected);
+    return decline(client, notInspected());
   }
   clients_[client].entry = std::move(*entry);
   pools_.discardOutdated(currentFingerprint(config_.plugin));  // while the inspector reads /proc
@@ -243,12 +257,14 @@ void EventLoop::onInspected() {
     }
     const auto entry = std::exchange(found->second.entry, nullptr);
     if (const auto equal = compareState(*finding); !equal) {
-      decline(finding->client, equal.error().what);
+      decline(finding->client, equal.error());
       continue;
     }
     pools_.ensurePool(entry->key);
     if (!assign(finding->client, *entry, finding->limits)) {
-      decline(finding->client, "no process is ready for it");
+      decline(finding->client,
+              {"no process is ready for it",
+               "wait a few seconds between launches, or prepare more processes (--size)"});
     }
   }
 }
@@ -256,28 +272,30 @@ void EventLoop::onInspected() {
 // The application to launch. Fails if a worker cannot launch it.
 Expected<std::shared_ptr<const Entry>> EventLoop::findEntry(const Request& request) {
   if (stopping_) {
-    return fail("the launch pad is about to stop");
+    return fail("the launch pad is about to stop", "start another one");
   }
   const std::string difference = firstDifference(state_, request.processState);
   if (!difference.empty()) {
-    return fail(difference + kDiffers);
+    return tl::unexpected(differs(difference));
   }
   auto entry = catalogue_.find(request);
   if (entry && host::entersZone((*entry)->target.type) && !zone_.isCurrent()) {
-    return fail("the security zone is another one than at the launch pad's start");
+    return fail("the security zone is another one than at the launch pad's start",
+                "restart the launch pad after the zone");
   }
   return entry;
 }
 
 Expected<void> EventLoop::compareState(const Finding& finding) const {
   if (!finding.wasRead) {
-    return fail(kNotInspected);
+    return tl::unexpected(notInspected());
   }
   if (!finding.difference.empty()) {
-    return fail(finding.difference + kDiffers);
+    return tl::unexpected(differs(finding.difference));
   }
   if (!canAdopt(limits_, finding.limits)) {
-    return fail("its resource limits are higher than the launch pad's");
+    return fail("its resource limits are higher than the launch pad's",
+                "start the launch pad with these limits (ulimit -a)");
   }
   return {};
 }
@@ -292,6 +310,7 @@ bool EventLoop::assign(uint64_t number, const Entry& entry, const Limits& limits
   }
   Client& client = clients_[number];
   worker->client = number;
+  worker->application = entry.target.application.id;
   client.worker = worker->number;
   const auto registered = workstation::registerProcess(worker->pid, entry.target.package.id,
                                                        entry.target.application.id);
@@ -306,9 +325,24 @@ bool EventLoop::assign(uint64_t number, const Entry& entry, const Limits& limits
   return true;
 }
 
-void EventLoop::decline(uint64_t client, const std::string& reason) {
-  sendMessage(clients_[client].socket.get(), MessageKind::kDeclined, reason);
-  clients_.erase(client);
+// Failures with an exit status of their own are those of a direct launch, too.
+void EventLoop::decline(uint64_t number, const Failure& why) {
+  const Client& client = clients_[number];
+  const bool isLaunchable = why.status == kServiceFailed;
+  if (isLaunchable) {
+    statistics_.onDirect(client.application, why.what);
+  }
+  sendDecline(client.socket.get(), {why.what, why.remedy, isLaunchable});
+  clients_.erase(number);
+}
+
+void EventLoop::onDirect(const Message& message) {
+  RecordReader reader(message.bytes.view());
+  std::string application = reader.text();
+  std::string reason = reader.text();
+  if (reader.atEnd()) {
+    statistics_.onDirect(std::move(application), std::move(reason));
+  }
 }
 
 // Returns false if no message is pending.
@@ -328,9 +362,18 @@ bool EventLoop::onWorkerReadable(WorkerProcess& worker) {
     pools_.removePool(worker.key);
   }
   if (message.kind == MessageKind::kStarted && worker.stage == Stage::kAssigned) {
-    pools_.onStarted(worker);
+    onStarted(worker);
   }
   return true;
+}
+
+void EventLoop::onStarted(WorkerProcess& worker) {
+  const auto client = clients_.find(worker.client);
+  if (client != clients_.end()) {
+    statistics_.onPrepared(std::chrono::duration_cast<std::chrono::microseconds>(
+        Clock::now() - client->second.requested));
+  }
+  pools_.onStarted(worker);
 }
 
 void EventLoop::receiveAll(WorkerProcess& worker) {
@@ -374,9 +417,13 @@ void EventLoop::stopOrKill() {
   pools_.close();
 }
 
-std::string EventLoop::status() const {
-  return std::string(stopping_ ? "stopping" : "serving") + ", process " + std::to_string(pid_) +
-         "\n" + pools_.describe();
+Status EventLoop::status() const {
+  Status status;
+  status.pid = static_cast<uint64_t>(pid_);
+  status.isStopping = stopping_;
+  pools_.addTo(status);
+  statistics_.addTo(status);
+  return status;
 }
 
 // In a new child: releases what only the server needs.

@@ -18,6 +18,7 @@
 #include "quillon/launchpad/server/inspector.h"
 #include "quillon/launchpad/server/pools.h"
 #include "quillon/launchpad/server/server.h"
+#include "quillon/launchpad/server/statistics.h"
 #include "quillon/launchpad/server/zone_view.h"
 #include "quillon/launchpad/state/limits.h"
 #include "quillon/launchpad/state/process_state.h"
@@ -60,15 +61,17 @@ class EventLoop {
   [[nodiscard]] Expected<void> compareState(const Finding& finding) const;
   void onInspected();
   bool assign(uint64_t client, const Entry& entry, const Limits& limits);
-  void decline(uint64_t client, const std::string& reason);
+  void decline(uint64_t client, const Failure& why);
+  void onDirect(const Message& message);
 
   bool onWorkerReadable(WorkerProcess& worker);
   void receiveAll(WorkerProcess& worker);
+  void onStarted(WorkerProcess& worker);
   void onWorkerEnded(uint64_t number);
 
   void onSignals();
   void stopOrKill();
-  [[nodiscard]] std::string status() const;
+  [[nodiscard]] Status status() const;
   void runChild(const PoolKey& key, Descriptor channel);
 
   const pid_t pid_;
@@ -85,6 +88,7 @@ class EventLoop {
   Clock::time_point acceptAgain_;
   Catalogue catalogue_;
   Pools pools_;
+  Statistics statistics_;
   bool stopping_ = false;
 };
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <sstream>
 
 #include "quillon/base/terminal.h"
 
@@ -233,7 +232,6 @@ void Pools::onReady(WorkerProcess& worker) {
 void Pools::onStarted(WorkerProcess& worker) {
   worker.stage = Stage::kRunning;
   worker.channel.reset();
-  ++served_;
   const auto pool = pools_.find(worker.key);
   if (pool != pools_.end()) {
     pool->second.failures = 0;
@@ -261,26 +259,20 @@ void Pools::recordFailure(const PoolKey& key) {
   Pool& pool = found->second;
   const milliseconds delay = delayAfter(++pool.failures);
   pool.notBefore = settings_.now() + delay;
-  tell({"a prepared process (" + launchpad::describe(key) + ") ended unexpectedly",
+  tell({"a prepared process (" + describe(key) + ") ended unexpectedly",
         "the next one starts in " + std::to_string(delay.count() / 1000) + " s"});
 }
 
-std::string Pools::describe() const {
+void Pools::addTo(Status& status) const {
   constexpr const char* kNames[] = {"in preparation", "ready", "assigned", "running", "ending"};
-  std::ostringstream text;
-  text << "served: " << served_ << '\n';
-  size_t number = 0;
   for (const auto& [key, pool] : pools_) {
-    text << "pool " << ++number << ": " << launchpad::describe(key) << '\n';
-    for (const auto& [unused, worker] : workers_) {
-      if (worker.key != key) {
-        continue;
-      }
-      text << "  process " << worker.pid << ": " << kNames[static_cast<size_t>(worker.stage)]
-           << '\n';
-    }
+    status.pools.push_back(describe(key));
   }
-  return text.str();
+  for (const auto& [number, worker] : workers_) {
+    status.processes.push_back({static_cast<uint64_t>(worker.pid),
+                                kNames[static_cast<size_t>(worker.stage)], describe(worker.key),
+                                worker.application});
+  }
 }
 
 }  // namespace quillon::launchpad

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "quillon/launchpad/protocol/status.h"
 #include "quillon/launchpad/server/worker_process.h"
 
 namespace quillon::launchpad {
@@ -71,8 +72,8 @@ class Pools {
   void onEnded(uint64_t number);
 
   [[nodiscard]] bool isEmpty() const { return workers_.empty(); }
-  // Lines for the user.
-  [[nodiscard]] std::string describe() const;
+  // Adds the pools and the workers.
+  void addTo(Status& status) const;
 
  private:
   struct Pool {
@@ -95,7 +96,6 @@ class Pools {
   std::map<PoolKey, Pool> pools_;
   std::map<uint64_t, WorkerProcess> workers_;
   uint64_t nextNumber_ = 1;
-  uint64_t served_ = 0;
   Clock::time_point lastTaken_;
   bool closed_ = false;
 };

@@ -33,6 +33,7 @@ struct WorkerProcess {
   std::chrono::steady_clock::time_point since;  // start of the stage
   std::string fingerprint;                      // of what it was prepared from
   uint64_t client = 0;                          // the client of its launch; 0 if none
+  std::string application;                      // of its launch
 };
 
 // Forks. The child calls `runChild`, which must not return, with its end of the channel. Returns

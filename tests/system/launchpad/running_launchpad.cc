@@ -113,7 +113,12 @@ std::vector<pid_t> LaunchpadTest::processes(const std::string& stage) const {
   std::vector<pid_t> found;
   for (std::string line; std::getline(lines, line);) {
     int pid = 0;
-    if (std::sscanf(line.c_str(), "  process %d: ", &pid) == 1 && line.ends_with(": " + stage)) {
+    int end = 0;
+    if (std::sscanf(line.c_str(), "  process %d: %n", &pid, &end) != 1 || end == 0) {
+      continue;
+    }
+    const std::string rest = line.substr(static_cast<size_t>(end));
+    if (rest.substr(0, rest.find(',')) == stage) {
       found.push_back(pid);
     }
   }
