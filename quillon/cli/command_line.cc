@@ -19,7 +19,7 @@ namespace {
 
 constexpr char kVariables[] =
     "Variables:\n"
-    "  QUILLON_DEVICE  Default of --device\n"
+    "  QUILLON_DEVICE  Default of --device; yours is ~/.local/share/quillon/device\n"
     "  QUILLON_LOG     Log: terminal, journal, file:PATH, json:PATH or none\n"
     "  QUILLON_TRACE   File to write the trace events of a launch to\n"
     "\n"

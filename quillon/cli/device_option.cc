@@ -6,7 +6,7 @@
 namespace quillon::cli {
 
 CLI::Option* addDeviceOption(CLI::App& command, std::filesystem::path& directory) {
-  directory = variable(kDeviceVariable);
+  directory = defaultDevice();
   return command.add_option(kDeviceOption, directory, kDeviceHelp)
       ->type_name(kDeviceValue)
       ->required(directory.empty());

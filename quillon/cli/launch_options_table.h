@@ -35,7 +35,7 @@ struct LaunchOption {
   Parser parser = Parser::kFull;  // kBoth: the fast path accepts the option too
   bool isRequired = false;
   const char* positional = "";  // name of the argument that sets the same member; "": none
-  const char* variable = "";    // environment variable with the default value; "": none
+  std::filesystem::path (*defaultValue)() = nullptr;  // nullptr: none
 };
 
 inline constexpr char kPlanOption[] = "--plan";
@@ -47,7 +47,7 @@ inline constexpr char kValidateOption[] = "--validate";
 // In the order of the help text.
 inline constexpr LaunchOption kLaunchOptions[] = {
     {kDeviceOption, &host::LaunchOptions::device, kDeviceHelp, kDeviceValue, Parser::kBoth, true,
-     "", kDeviceVariable},
+     "", defaultDevice},
     {"--id", &host::LaunchOptions::appId, "Id of an installed application", "ID", Parser::kBoth,
      true, "APPID"},
     {"--type", &host::LaunchOptions::type, "Application type; default: from the manifest", "TYPE",
@@ -103,15 +103,15 @@ inline bool isSet(const LaunchOption& option, host::LaunchOptions& options) {
   });
 }
 
-// Sets the members that are not set and whose options have an environment variable.
-inline void applyVariables(host::LaunchOptions& options) {
+// Sets the members that are not set and whose options have a default.
+inline void applyDefaults(host::LaunchOptions& options) {
   for (const LaunchOption& option : kLaunchOptions) {
-    if (*option.variable == '\0' || isSet(option, options)) {
+    if (option.defaultValue == nullptr || isSet(option, options)) {
       continue;
     }
     withMember(option, options, [&]<typename Member>(Member& member) {
-      if constexpr (std::is_assignable_v<Member&, std::string_view>) {
-        member = variable(option.variable);
+      if constexpr (std::is_same_v<Member, std::filesystem::path>) {
+        member = option.defaultValue();
       }
     });
   }

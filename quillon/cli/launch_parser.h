@@ -41,9 +41,9 @@ CLI::Option* addLaunchOption(CLI::App& command, const LaunchOption& option, Valu
 }
 
 // Adds every option of the table to `command`, which must not outlive `options`. Sets `options` to
-// the values of the environment variables, which the options replace.
+// their defaults, which the options replace.
 inline void addLaunchOptions(CLI::App& command, host::LaunchOptions& options) {
-  applyVariables(options);
+  applyDefaults(options);
   for (const LaunchOption& option : kLaunchOptions) {
     withMember(option, options, [&](auto& member) {
       addLaunchOption(command, option, member)

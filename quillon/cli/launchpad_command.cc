@@ -9,6 +9,7 @@
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/json_output.h"
 #include "quillon/cli/launchpad_status.h"
+#include "quillon/cli/new_device.h"
 #include "quillon/launchpad/client/client.h"
 #include "quillon/launchpad/server/fresh_worker.h"
 #include "quillon/launchpad/server/server.h"
@@ -106,6 +107,7 @@ void addLaunchpadCommand(CLI::App& app) {
     if (options->device.empty()) {
       endCommand(report(noDevice()));
     }
+    valueOf(makeDeviceOfUser(options->device));
     endCommand(launchpad::serve(*options));
   });
 }

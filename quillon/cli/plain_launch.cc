@@ -89,7 +89,7 @@ std::optional<LaunchOptions> Reader::read() {
   if (next_ != end_) {
     options_.arguments.assign(next_ + 1, end_);
   }
-  applyVariables(options_);
+  applyDefaults(options_);
   if (!hasRequired()) {
     return std::nullopt;
   }

@@ -20,7 +20,6 @@
 #include "quillon/device/device_root.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/view.h"
-#include "quillon/dotnet/runtime_lookup.h"
 #include "quillon/host/launch.h"
 #include "quillon/launchpad/client/client.h"
 
@@ -35,32 +34,6 @@ struct RunRequest {
   std::vector<fs::path> writable;
   bool direct = false;
 };
-
-// The device root of a user who has chosen none.
-Expected<fs::path> defaultDevice() {
-  const fs::path data = variable("XDG_DATA_HOME");
-  if (data.is_absolute()) {
-    return data / "quillon/device";
-  }
-  const fs::path home = variable("HOME");
-  if (home.is_absolute()) {
-    return home / ".local/share/quillon/device";
-  }
-  return fail(kUsage, {"there is no place for a device root, since HOME is not set",
-                       "give --device DIR or set QUILLON_DEVICE"});
-}
-
-Expected<fs::path> makeDefaultDevice() {
-  ASSIGN_OR_RETURN(const fs::path device, defaultDevice());
-  std::error_code error;
-  if (fs::exists(device / device::kRecord, error)) {
-    return device;
-  }
-  ASSIGN_OR_RETURN(const auto framework, withStatus(kNoRuntime, dotnet::findFramework()));
-  RETURN_IF_FAILED(device::init(device, initOptions(framework.directory)));
-  report({"made the device root '" + device.string() + "' with .NET " + framework.version, {}});
-  return device;
-}
 
 // Installs in a child process, since this one must stay outside of the device root: the launch pad
 // compares the mount namespaces of its clients with its own.
@@ -102,7 +75,8 @@ std::vector<fs::path> workingDirectory() {
 void run(const RunRequest& request) {
   const BuildFolder build = valueOf(examineBuild(request.assembly));
   host::LaunchOptions options;
-  options.device = request.device.empty() ? valueOf(makeDefaultDevice()) : request.device;
+  options.device = request.device;
+  valueOf(makeDeviceOfUser(options.device));
   install(options.device, build);
   options.appId = build.id;
   options.raw = true;
@@ -125,9 +99,7 @@ void addRunCommand(CLI::App& app) {
   const auto request = std::make_shared<RunRequest>();
   command->add_option("APP.dll", request->assembly, "Assembly that dotnet build or publish wrote")
       ->required();
-  addDeviceOption(*command, request->device)
-      ->required(false)
-      ->description("Device root; default: $QUILLON_DEVICE, else one of yours");
+  addDeviceOption(*command, request->device);
   command->add_option("--writable", request->writable, "Path that stays writable")
       ->type_name("PATH")
       ->allow_extra_args(false);
@@ -137,8 +109,7 @@ void addRunCommand(CLI::App& app) {
       "launches it with the standard streams as they are. All arguments after APP.dll\n"
       "are the application's. The exit status is that of the application.\n"
       "\n"
-      "The device root of yours is below $XDG_DATA_HOME or ~/.local/share. The working\n"
-      "directory stays writable, except in a launch through a launch pad.");
+      "The working directory stays writable, except in a launch through a launch pad.");
   command->callback([request] { run(*request); });
 }
 

@@ -138,7 +138,8 @@ TEST_F(ConfigCommandTest, WatchPrintsTheValueAndEachNewOne) {
 }
 
 TEST_F(ConfigCommandTest, NamesAMissingDeviceRoot) {
-  const Finished unnamed = run(commandOf({"config", "get", "k"}));
+  const Finished unnamed =
+      run(commandOf({"config", "get", "k"}), {{"HOME", ""}, {"XDG_DATA_HOME", ""}});
   EXPECT_EQ(unnamed.status, 100);
   EXPECT_EQ(unnamed.err,
             "quillon: no device root is given; give --device DIR or set QUILLON_DEVICE\n");

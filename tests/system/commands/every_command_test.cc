@@ -176,7 +176,7 @@ TEST_F(EveryCommandWithADevice, TakesItFromTheOptionThenFromTheVariable) {
       continue;
     }
     ASSERT_THAT(command.help, HasSubstr(kDevice));
-    EXPECT_THAT(command.help, HasSubstr("Device root; default: $QUILLON_DEVICE"));
+    EXPECT_THAT(command.help, HasSubstr("Device root; default: $QUILLON_DEVICE, else yours"));
 
     const Finished option =
         runWith(command, {"--device", at("option")}, {{"QUILLON_DEVICE", at("variable")}});
@@ -187,16 +187,17 @@ TEST_F(EveryCommandWithADevice, TakesItFromTheOptionThenFromTheVariable) {
     const Finished variable = runWith(command, {}, {{"QUILLON_DEVICE", at("variable")}});
     EXPECT_THAT(variable.err + variable.out, HasSubstr(at("variable")));
 
-    if (command.name() == "run") {
-      continue;  // makes a device root
+    const Finished refused = runWith(command, {}, {{"HOME", ""}, {"XDG_DATA_HOME", ""}});
+    EXPECT_EQ(refused.status, kUsage);
+    EXPECT_EQ(refused.err,
+              "quillon: no device root is given; give --device DIR or set QUILLON_DEVICE\n");
+    if (command.name() == "run" || command.name() == "launchpad") {
+      continue;  // makes the user's device root
     }
-    for (const std::map<std::string, std::string>& none :
-         {std::map<std::string, std::string>{}, {{"QUILLON_DEVICE", ""}}}) {
-      const Finished refused = runWith(command, {}, none);
-      EXPECT_EQ(refused.status, kUsage);
-      EXPECT_EQ(refused.err,
-                "quillon: no device root is given; give --device DIR or set QUILLON_DEVICE\n");
-    }
+    const std::map<std::string, std::string> home = {{"HOME", at("home")}, {"XDG_DATA_HOME", ""}};
+    const Finished own = runWith(command, {}, home);
+    EXPECT_NE(own.status, 0);
+    EXPECT_THAT(own.err + own.out, HasSubstr(at("home") + "/.local/share/quillon/device"));
   }
 }
 

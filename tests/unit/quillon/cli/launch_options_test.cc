@@ -5,9 +5,12 @@
 
 #include "quillon/cli/launch_parser.h"
 #include "quillon/cli/plain_launch.h"
+#include "tests/support/scoped_variable.h"
 
 namespace quillon::cli {
 namespace {
+
+using test::ScopedVariable;
 
 using Arguments = std::vector<std::string>;
 using host::LaunchOptions;
@@ -86,27 +89,36 @@ TEST(LaunchOptionsTable, BothParsersAgreeOnPositionalArguments) {
   expectEqual(*plain, full);
 }
 
-TEST(LaunchOptionsTable, BothParsersTakeTheDeviceFromTheOptionThenFromTheVariable) {
-  setenv("QUILLON_DEVICE", "/of/variable", 1);
-  const std::vector<std::pair<Arguments, std::string>> cases = {
-      {{"clock"}, "/of/variable"}, {{"clock", "--device", "/of/option"}, "/of/option"}};
-  for (const auto& [arguments, device] : cases) {
-    std::optional<LaunchOptions> plain = parsePlainly(arguments);
-    LaunchOptions full = parseFully(arguments);
-    ASSERT_TRUE(plain);
-    EXPECT_EQ(full.device, device);
-    expectEqual(*plain, full);
-  }
-  unsetenv("QUILLON_DEVICE");
+// Expects that both parsers find this device root.
+void expectDevice(const Arguments& arguments, const std::string& device) {
+  std::optional<LaunchOptions> plain = parsePlainly(arguments);
+  LaunchOptions full = parseFully(arguments);
+  ASSERT_TRUE(plain);
+  EXPECT_EQ(full.device, device);
+  expectEqual(*plain, full);
 }
 
-TEST(LaunchOptionsTable, BothParsersNeedADeviceWithoutTheVariableOrIfItIsEmpty) {
-  for (const bool isEmpty : {false, true}) {
-    isEmpty ? setenv("QUILLON_DEVICE", "", 1) : unsetenv("QUILLON_DEVICE");
-    EXPECT_FALSE(parsePlainly({"clock"}));
-    EXPECT_THROW(parseFully({"clock"}), CLI::RequiredError);
-  }
-  unsetenv("QUILLON_DEVICE");
+TEST(LaunchOptionsTable, BothParsersTakeTheDeviceFromTheOptionThenFromTheVariable) {
+  const ScopedVariable variable("QUILLON_DEVICE", "/of/variable");
+  expectDevice({"clock"}, "/of/variable");
+  expectDevice({"clock", "--device", "/of/option"}, "/of/option");
+}
+
+TEST(LaunchOptionsTable, BothParsersTakeTheUsersDeviceIfTheVariableIsEmpty) {
+  const ScopedVariable variable("QUILLON_DEVICE", "");
+  const ScopedVariable home("HOME", "/home/user");
+  const ScopedVariable data("XDG_DATA_HOME", "relative");
+  expectDevice({"clock"}, "/home/user/.local/share/quillon/device");
+  setenv("XDG_DATA_HOME", "/of/data", 1);
+  expectDevice({"clock"}, "/of/data/quillon/device");
+}
+
+TEST(LaunchOptionsTable, BothParsersNeedADeviceWithoutAHome) {
+  const ScopedVariable variable("QUILLON_DEVICE", "");
+  const ScopedVariable home("HOME", "");
+  const ScopedVariable data("XDG_DATA_HOME", "");
+  EXPECT_FALSE(parsePlainly({"clock"}));
+  EXPECT_THROW(parseFully({"clock"}), CLI::RequiredError);
 }
 
 TEST(LaunchOptionsTable, TheFullParserAcceptsTheOtherOptions) {

@@ -2,10 +2,12 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdlib>
+#include "tests/support/scoped_variable.h"
 
 namespace quillon::cli {
 namespace {
+
+using test::ScopedVariable;
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -16,7 +18,9 @@ std::optional<host::LaunchOptions> read(std::vector<std::string_view> arguments)
 }
 
 TEST(PlainLaunch, NeedsADeviceAndAnApplication) {
-  unsetenv("QUILLON_DEVICE");
+  const ScopedVariable variable("QUILLON_DEVICE", "");
+  const ScopedVariable home("HOME", "");
+  const ScopedVariable data("XDG_DATA_HOME", "");
   const auto options = read({"launch", "--device", "/d", "org.example.clock"});
   ASSERT_TRUE(options);
   EXPECT_EQ(options->device, "/d");
