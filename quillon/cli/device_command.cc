@@ -98,7 +98,7 @@ std::optional<fs::path> frameworkOf(const InitRequest& request) {
 // The assembly Preload of this installation; empty if it has none.
 fs::path preloadAssembly() {
   std::error_code error;
-  const fs::path preload = libraryOf(executablePath(), "quillon/Preload.dll");
+  fs::path preload = libraryOf(executablePath(), "quillon/Preload.dll");
   if (fs::exists(preload, error)) {
     return preload;
   }
