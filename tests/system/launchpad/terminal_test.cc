@@ -24,6 +24,19 @@ struct Session {
   std::string shown;
 };
 
+// What the terminal echoes, and when, depends on whether the application reads at that moment.
+std::string withoutEcho(std::string shown) {
+  for (const std::string typed :
+       {"console\r\n", "key\r\n", "colour red\r\n", "quit\r\n", "^[[A", "\x1b[?1h\x1b="}) {
+    for (size_t at = shown.find(typed); at != shown.npos; at = shown.find(typed)) {
+      shown.erase(at, typed.size());
+    }
+  }
+  return shown;
+}
+
+constexpr char kQuillon[] = QUILLON_BUILD_DIRECTORY "/bin/quillon";
+
 class TerminalTest : public LaunchpadTest {
  protected:
   void SetUp() override {
@@ -56,13 +69,13 @@ class TerminalTest : public LaunchpadTest {
     EXPECT_TRUE(awaitAnswers(expected)) << terminal.output();
     terminal.type("quit\r");
     session.status = terminal.finish();
-    session.shown = terminal.output();
+    session.shown = withoutEcho(terminal.output());
     return session;
   }
 
   // The same in a launch with `options`.
   Session converseInLaunch(const Words& options) const {
-    Words command = {QUILLON_BUILD_DIRECTORY "/bin/quillon", "launch", "--device", root()};
+    Words command = {kQuillon, "launch", "--device", root()};
     command.insert(command.end(), options.begin(), options.end());
     command.insert(command.end(), {kProbe, "--"});
     return converse(command, "/tmp/answers", at("/tmp/answers"));
@@ -112,8 +125,7 @@ TEST_F(TerminalTest, CtrlCEndsTheApplicationTheSame) {
     terminal.type("\x03");
     return terminal.finish();
   };
-  const Words launch = {
-      QUILLON_BUILD_DIRECTORY "/bin/quillon", "launch", "--device", root(), "--raw", kProbe};
+  const Words launch = {kQuillon, "launch", "--device", root(), "--raw", kProbe};
   const int plain = interrupt(dotnetCommand(sampleAssembly(kProbe, "SampleProbe.dll"), {}));
   EXPECT_EQ(interrupt(launch), plain);
   ASSERT_TRUE(awaitProcesses("ready", 1));
