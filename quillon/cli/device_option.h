@@ -22,7 +22,7 @@ namespace quillon::cli {
 
 inline constexpr char kDeviceOption[] = "--device";
 inline constexpr char kDeviceVariable[] = "QUILLON_DEVICE";
-inline constexpr char kDeviceHelp[] = "Device root; default: $QUILLON_DEVICE, else yours";
+inline constexpr char kDeviceHelp[] = "Device root; default: $QUILLON_DEVICE or yours";
 inline constexpr char kDeviceValue[] = "DIR";
 
 // Returns the value of an environment variable; empty if it is not set.

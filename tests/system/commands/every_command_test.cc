@@ -176,7 +176,7 @@ TEST_F(EveryCommandWithADevice, TakesItFromTheOptionThenFromTheVariable) {
       continue;
     }
     ASSERT_THAT(command.help, HasSubstr(kDevice));
-    EXPECT_THAT(command.help, HasSubstr("Device root; default: $QUILLON_DEVICE, else yours"));
+    EXPECT_THAT(command.help, HasSubstr("Device root; default: $QUILLON_DEVICE or yours"));
 
     const Finished option =
         runWith(command, {"--device", at("option")}, {{"QUILLON_DEVICE", at("variable")}});
