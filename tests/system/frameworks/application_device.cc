@@ -8,7 +8,6 @@ namespace quillon::test {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::HasSubstr;
 
 const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
 
