@@ -50,7 +50,7 @@ std::string answerOf(const Descriptor& socket) {
   if (launchpad::receiveMessage(socket.get(), answer) != launchpad::Received::kMessage) {
     return "no answer";
   }
-  return answer.kind == launchpad::MessageKind::kDeclined ? std::string(answer.bytes.view())
+  return answer.kind == launchpad::MessageKind::kDeclined ? launchpad::parseDecline(answer).reason
                                                           : "served";
 }
 

@@ -9,11 +9,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "quillon/base/descriptor.h"
@@ -235,6 +238,17 @@ size_t descriptorsOf(pid_t process) {
   return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
+// Waits until what happened before has left no descriptor behind.
+size_t settledDescriptorsOf(pid_t process) {
+  size_t last = 0;
+  EXPECT_TRUE(eventually([&] {
+    const size_t before = std::exchange(last, descriptorsOf(process));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    return before == last;
+  }));
+  return last;
+}
+
 // The process that reads /proc for it; so far it has no other child.
 pid_t inspectorOf(pid_t launchpad) {
   const std::string number = std::to_string(launchpad);
@@ -244,7 +258,7 @@ pid_t inspectorOf(pid_t launchpad) {
 TEST_F(LaunchpadHang, ClientsThatEndBeforeTheyAreInspectedLeaveNothing) {
   start(1);
   const pid_t inspector = inspectorOf(launchpad());
-  const size_t before = descriptorsOf(launchpad());
+  const size_t before = settledDescriptorsOf(launchpad());
   kill(inspector, SIGSTOP);
   for (const int client : {1, 2}) {
     {
