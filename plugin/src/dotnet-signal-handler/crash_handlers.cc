@@ -39,9 +39,17 @@ constexpr int kPatience = 100;  // milliseconds
 constexpr int kMaxWait = 2000;  // milliseconds
 
 // Returns true if time is all that the reader needs. A reader without a thread id has not begun.
+// One that works can sleep for a moment, for example in the log, so look several times.
 bool isReaderStarved() {
-  const pid_t reader = stderrProgress.thread();
-  return reader == 0 || isReadyToRun(reader);
+  constexpr int kLooks = 10;
+  constexpr int kPause = 1;  // milliseconds
+  for (int look = 0; look < kLooks; ++look) {
+    const pid_t reader = stderrProgress.thread();
+    if (reader == 0 || isReadyToRun(reader) || waitForStderrReader(kPause)) {
+      return true;
+    }
+  }
+  return false;
 }
 
 void waitForReader(const Deadline& deadline) {
