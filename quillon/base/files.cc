@@ -170,18 +170,4 @@ bool writeAll(int descriptor, std::string_view bytes) {
   return true;
 }
 
-bool replaceFileAt(int folder, const std::string& name, std::string_view content) {
-  constexpr mode_t kMode = 0644;
-  const std::string fresh = name + "." + std::to_string(getpid());
-  unlinkat(folder, fresh.c_str(), 0);
-  const Descriptor file(
-      openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
-  if (file && writeAll(file.get(), content) &&
-      renameat(folder, fresh.c_str(), folder, name.c_str()) == 0) {
-    return true;
-  }
-  unlinkat(folder, fresh.c_str(), 0);
-  return false;
-}
-
 }  // namespace quillon

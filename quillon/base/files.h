@@ -65,8 +65,4 @@ std::string readAll(int descriptor);
 // descriptor stays full for a second. Returns false with errno on failure.
 bool writeAll(int descriptor, std::string_view bytes);
 
-// Writes a new file and renames it to `name` in the open folder `folder`, so that a reader finds
-// the old content or the new one. Links that are planted at either name are replaced, not followed.
-bool replaceFileAt(int folder, const std::string& name, std::string_view content);
-
 }  // namespace quillon

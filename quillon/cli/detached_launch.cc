@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "quillon/base/process.h"
 #include "quillon/base/report.h"
 #include "quillon/base/terminal.h"
 #include "quillon/cli/application_log.h"
@@ -69,8 +70,7 @@ bool hasStarted(const Descriptor& pipe) {
 }
 
 int statusOf(pid_t child) {
-  int status = 0;
-  waitpid(child, &status, 0);
+  const int status = waitForEnd(child);
   const bool bySignal = WIFSIGNALED(status);
   return launchpad::exitAs({bySignal, bySignal ? WTERMSIG(status) : WEXITSTATUS(status)});
 }

@@ -3,13 +3,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "quillon/base/process.h"
 #include "quillon/cli/build_folder.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
@@ -43,9 +43,7 @@ int installInChild(const fs::path& device, const workstation::ManifestText& mani
     const auto installed = installInto(device, manifest, 0);
     _exit(installed ? static_cast<int>(kSuccess) : report(installed.error()));
   }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
+  const int status = child > 0 ? waitForEnd(child) : -1;
   return child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(kServiceFailed);
 }
 

@@ -19,9 +19,9 @@ struct RunningApplication {
   std::string id;
 };
 
-// Returns the applications that the records of the device root name, by their process ids. Anything
-// inside the device root can forge a record. So a process counts only if it is the one that was
-// recorded, by its start time, and is inside this device root, by its mount namespace. Processes
+// Returns the applications that the records of the device root name, by their process ids. A
+// process inside the device root can forge a record. So a process counts only if it has the
+// recorded start time, and if it has entered this device root. Processes
 // that the caller may not inspect (ptrace(2)) are left out.
 //
 // Call from outside of the device root.

@@ -73,7 +73,7 @@ Expected<void> writeRecord(const std::filesystem::path& directory, const Record&
   text << table << '\n';
   const Descriptor root(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   const Descriptor folder = openFolderWithoutLinks(root.get(), kRecordDirectory);
-  if (replaceFileAt(folder.get(), std::filesystem::path(kRecord).filename(), text.str())) {
+  if (replaceFile(folder.get(), std::filesystem::path(kRecord).filename(), text.str())) {
     return {};
   }
   return fail("cannot write '" + (directory / kRecord).string() + "'", "make the folder writable");

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "quillon/base/files.h"
+#include "quillon/base/process.h"
 
 namespace quillon::dotnet {
 namespace {
@@ -33,16 +34,6 @@ int spawn(const std::vector<std::string>& words, int output, pid_t& child) {
   return error;
 }
 
-int waitFor(pid_t child) {
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) {
-      return -1;
-    }
-  }
-  return status;
-}
-
 }  // namespace
 
 Expected<std::string> commandOutput(const std::vector<std::string>& words) {
@@ -58,7 +49,7 @@ Expected<std::string> commandOutput(const std::vector<std::string>& words) {
   if (error != 0) {
     return fail("it cannot be run: " + std::string(std::strerror(error)));
   }
-  const int status = waitFor(child);
+  const int status = waitForEnd(child);
   if (WIFSIGNALED(status)) {
     return fail("it was ended by signal " + std::to_string(WTERMSIG(status)));
   }

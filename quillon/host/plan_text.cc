@@ -45,7 +45,7 @@ size_t countListed(const RuntimePlan& runtime) {
   }));
 }
 
-// Where the plug-in has a list from.
+// Says whether a list of the plug-in comes from its cache or from a search.
 std::string originText(const LaunchPlan& plan, bool isFromCache, const char* cache) {
   if (!plan.caches) {
     return "from the plug-in";

@@ -23,8 +23,8 @@ constexpr char kRuntimeIdentifier[] = "linux-arm";
 #error "name this processor's runtime identifier"
 #endif
 
-// The trusted assemblies if the plug-in returns no list: the framework's, and the one that
-// plugin_preload() looks for.
+// The trusted assemblies if the plug-in returns no list: those of the framework, and Preload, which
+// plugin_preload() loads.
 std::vector<std::string> frameworkAssemblies() {
   std::vector<std::string> paths;
   std::error_code error;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "quillon/base/descriptor.h"
+#include "quillon/base/process.h"
 #include "quillon/base/report.h"
 #include "quillon/device/device_root.h"
 #include "quillon/host/plugin/plugin_library.h"
@@ -133,12 +134,10 @@ class SignalDelay {
 };
 
 int statusOf(pid_t child) {
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) {
-      return report({std::string("cannot wait for the child process: ") + std::strerror(errno), "",
-                     kServiceFailed});
-    }
+  const int status = waitForEnd(child);
+  if (status < 0) {
+    return report({std::string("cannot wait for the child process: ") + std::strerror(errno), "",
+                   kServiceFailed});
   }
   constexpr int kSignalled = 128;
   return WIFSIGNALED(status) ? kSignalled + WTERMSIG(status) : WEXITSTATUS(status);

@@ -13,11 +13,6 @@ constexpr std::string_view kNative = "native";
 constexpr std::string_view kWarning = "warning";
 constexpr std::string_view kAssemblyExtensions[] = {".dll", ".exe"};
 
-bool isBelow(std::string_view path, std::string_view folder) {
-  return !folder.empty() && path.starts_with(folder) &&
-         (path.size() == folder.size() || path[folder.size()] == '/');
-}
-
 bool isWord(std::string_view text) {
   return !text.empty() &&
          std::all_of(text.begin(), text.end(), [](unsigned char c) { return c > ' ' && c < 0x7f; });
@@ -108,6 +103,11 @@ std::vector<std::string> ownOf(const Additions& additions, std::vector<std::stri
 }
 
 }  // namespace
+
+bool isBelow(std::string_view path, std::string_view folder) {
+  return !folder.empty() && path.starts_with(folder) &&
+         (path.size() == folder.size() || path[folder.size()] == '/');
+}
 
 bool isPlainPath(std::string_view path) {
   if (!path.starts_with('/') || !isText(path) || path.find(':') != std::string_view::npos) {

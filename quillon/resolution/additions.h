@@ -54,4 +54,7 @@ std::optional<Additions> parseAdditions(std::string_view text);
 // Whether a path is absolute, has no component "." or "..", and can be part of a list.
 bool isPlainPath(std::string_view path);
 
+// Whether `path` is `folder` or below it. False if `folder` is empty.
+bool isBelow(std::string_view path, std::string_view folder);
+
 }  // namespace quillon::resolution

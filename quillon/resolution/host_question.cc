@@ -15,11 +15,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <set>
 
 #include "device_paths.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
+#include "quillon/base/process.h"
+#include "quillon/host/assemblies/path_list.h"
 #include "quillon/resolution/dotnet_view.h"
 #include "quillon/resolution/hostfxr.h"
 
@@ -46,10 +47,10 @@ class Paths {
   // gets back the name that the launch uses.
   [[nodiscard]] fs::path ofFolder(const fs::path& folder) const {
     std::error_code error;
-    if (isBelow(folder, view_) || isBelow(folder, realView_)) {
+    if (isBelow(folder.string(), view_.string()) || isBelow(folder.string(), realView_.string())) {
       return fs::canonical(folder, error);
     }
-    if (isBelow(folder, realFolder_)) {
+    if (isBelow(folder.string(), realFolder_.string())) {
       return (folder_ / folder.lexically_relative(realFolder_)).lexically_normal();
     }
     return folder;
@@ -65,12 +66,6 @@ class Paths {
   }
 
  private:
-  static bool isBelow(const fs::path& path, const fs::path& folder) {
-    return !folder.empty() &&
-           std::mismatch(folder.begin(), folder.end(), path.begin(), path.end()).first ==
-               folder.end();
-  }
-
   fs::path view_;
   fs::path realView_;
   fs::path folder_;
@@ -81,15 +76,9 @@ std::vector<fs::path> entriesOf(const host::RuntimeProperties& properties, const
                                 char separator) {
   std::vector<fs::path> entries;
   for (const auto& [key, value] : properties) {
-    if (key != name) {
-      continue;
-    }
-    for (size_t start = 0; start < value.size();) {
-      const size_t end = std::min(value.find(separator, start), value.size());
-      if (end > start) {
-        entries.emplace_back(value.substr(start, end - start));
-      }
-      start = end + 1;
+    if (key == name) {
+      const std::vector<std::string> list = host::splitList(value, separator);
+      entries.insert(entries.end(), list.begin(), list.end());
     }
   }
   return entries;
@@ -221,13 +210,6 @@ bool readAnswer(int pipe, std::string& text) {
   return false;
 }
 
-int endOf(pid_t child) {
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return status;
-}
-
 std::string warningOf(const std::string& why) {
   return "has dependencies that .NET's host cannot resolve: the host " + why;
 }
@@ -271,7 +253,7 @@ Expected<Additions> askHost(const dotnet::Host& host, const std::string& assembl
   if (!isComplete) {
     kill(child, SIGKILL);
   }
-  const int status = endOf(child);
+  const int status = waitForEnd(child);
   if (!isComplete) {
     return fail(warningOf("takes too long or writes too much"));
   }

@@ -7,8 +7,8 @@
 
 namespace quillon::resolution {
 
-// The host of the .NET that the device root's framework is part of, else the one that
-// dotnet::findHost() finds.
+// Returns the host beside the device root's framework. If there is none, returns the host beside
+// the framework that dotnet::findFramework() finds, or nullopt.
 std::optional<dotnet::Host> machineHost();
 
 }  // namespace quillon::resolution

@@ -147,7 +147,8 @@ void store(const std::string& assembly, const Answer& answer) {
   const Descriptor folder =
       openFolderWithoutLinks(AT_FDCWD, file.parent_path(), MissingFolder::kMake);
   if (folder) {
-    replaceFileAt(folder.get(), file.filename(), format(answer));
+    [[maybe_unused]] const bool isStored =
+        replaceFile(folder.get(), file.filename(), format(answer));
   }
 }
 

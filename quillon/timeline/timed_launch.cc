@@ -14,6 +14,7 @@
 
 #include "platform/launch_marker.h"
 #include "quillon/base/exit_status.h"
+#include "quillon/base/process.h"
 #include "quillon/base/report.h"
 #include "quillon/host/launch.h"
 #include "quillon/timeline/timeline.h"
@@ -49,13 +50,6 @@ void forwardSignalsTo(pid_t child) {
   for (const int signal : kForwardedSignals) {
     sigaction(signal, &action, nullptr);
   }
-}
-
-int waitFor(pid_t child) {
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return status;
 }
 
 std::string describeExit(int status) {
@@ -136,7 +130,7 @@ int launchWithTimeline(const host::LaunchOptions& options) {
     launchInChild(options, trace, parent);
   }
   forwardSignalsTo(child);
-  const int status = waitFor(child);
+  const int status = waitForEnd(child);
   const std::string exitText = describeExit(status);
   if (workstation::startTrace(trace.string())) {
     mark("the application's process " + exitText);

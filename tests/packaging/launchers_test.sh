@@ -18,8 +18,8 @@ skip() {
 }
 quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
-# launch <status> <type> <application> <argument>...: runs every launcher inside the device root,
-# where the prefix of the quillon command is visible, and expects the exit status.
+# launch <status> <type> <application> <argument>...: runs every launcher inside the device root
+# and expects the exit status. The prefix of the quillon command is visible inside.
 launch() {
   local expected=$1 launcher status command
   shift

@@ -13,6 +13,8 @@
 #include <sstream>
 #include <thread>
 
+#include "tests/support/execute.h"
+
 namespace quillon::test {
 namespace {
 
@@ -60,13 +62,7 @@ void Program::become() {
   for (const auto& [name, value] : variables_) {
     setenv(name.c_str(), value.c_str(), 1);
   }
-  std::vector<char*> arguments;
-  for (std::string& word : command_) {
-    arguments.push_back(word.data());
-  }
-  arguments.push_back(nullptr);
-  execv(arguments[0], arguments.data());
-  _exit(127);
+  execute(command_);
 }
 
 void Program::start() {

@@ -9,6 +9,8 @@
 
 #include <array>
 
+#include "tests/support/execute.h"
+
 namespace quillon::test {
 namespace {
 
@@ -17,13 +19,7 @@ namespace {
   for (const std::string& variable : environment) {
     putenv(const_cast<char*>(variable.c_str()));
   }
-  std::vector<char*> arguments;
-  for (const std::string& word : command) {
-    arguments.push_back(const_cast<char*>(word.c_str()));
-  }
-  arguments.push_back(nullptr);
-  execv(arguments[0], arguments.data());
-  _exit(127);
+  execute(command);
 }
 
 }  // namespace

@@ -36,9 +36,9 @@ std::string folderOf(const void* function) {
 }
 
 // Returns the path of the system's libcrypto: in the folder of the C library, in the folder of the
-// same name in /usr, or in the folder of the plug-in. Whoever can write to these folders does not
-// need a false libcrypto. A path with a slash makes dlopen(3) ignore LD_LIBRARY_PATH and compare
-// files, not names, with the loaded libraries.
+// same name in /usr, or in the folder of the plug-in. A process that can write to these folders
+// does not need a false libcrypto. A path with a slash makes dlopen(3) ignore LD_LIBRARY_PATH and
+// compare files, not names, with the loaded libraries.
 std::string systemLibrary() {
   const std::string system = folderOf(reinterpret_cast<void*>(gnu_get_libc_version));
   const std::string own = folderOf(reinterpret_cast<void*>(loadCryptoLibrary));

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 
+#include "tests/support/execute.h"
 #include "tests/support/temporary_directory.h"
 #include "tests/system/launch/running_probe.h"
 
@@ -21,13 +22,7 @@ namespace {
   dup2(open((output / "err").c_str(), kFlags, 0600), STDERR_FILENO);
   putenv(const_cast<char*>(kRuntimeSanitizerOptions));
   setenv("QUILLON_LOG", "none", 1);
-  std::vector<char*> arguments;
-  for (const std::string& word : command) {
-    arguments.push_back(const_cast<char*>(word.c_str()));
-  }
-  arguments.push_back(nullptr);
-  execv(arguments[0], arguments.data());
-  _exit(127);
+  execute(command);
 }
 
 }  // namespace

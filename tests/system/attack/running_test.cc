@@ -1,5 +1,5 @@
-// Whoever can write to a device root can forge the record of a running application there. Neither
-// the record of another process nor a planted log makes the commands act outside.
+// A process that can write to a device root can forge the record of a running application there.
+// The commands do not act outside because of such a record, or because of a planted log.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/wait.h>

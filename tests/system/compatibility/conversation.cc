@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "quillon/base/descriptor.h"
+#include "tests/support/execute.h"
 
 namespace quillon::test {
 namespace {
@@ -69,13 +70,8 @@ Streams makeTerminal() {
   for (const std::string& variable : conversation.environment) {
     putenv(const_cast<char*>(variable.c_str()));
   }
-  std::vector<char*> arguments;
-  for (const std::string& word : conversation.command) {
-    arguments.push_back(const_cast<char*>(word.c_str()));
-  }
-  arguments.push_back(nullptr);
   if (chdir(conversation.directory.c_str()) == 0) {
-    execv(arguments[0], arguments.data());
+    execute(conversation.command);
   }
   _exit(127);
 }

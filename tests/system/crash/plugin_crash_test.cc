@@ -254,9 +254,13 @@ void sayAndAwaitReading(const char* text) {
 }
 
 // A reader that is ready to run may get no processor for some 100 milliseconds. The abort then
-// waits, and its cause is in the log.
+// waits, and its cause is in the log. The reader of standard output has logged its start before, so
+// that the other one does not sleep until the log is free.
 TEST_F(PluginCrash, TheRuleKnowsItAlthoughTheReaderTakesLong) {
   EXPECT_EQ(launchAnd([] {
+              while (!isInLog("stdOutRedirect(void*)")) {
+                std::this_thread::yield();
+              }
               const SlowLog slow(60'000, SlowLog::Thread::kKeepsRunning);
               sayAndAwaitReading("Process terminated.\n");
               say("in App.dll\n");

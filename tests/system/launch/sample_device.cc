@@ -15,6 +15,7 @@
 
 #include "quillon/device/device_root.h"
 #include "quillon/dotnet/runtime_lookup.h"
+#include "tests/support/execute.h"
 #include "tests/support/skip.h"
 
 namespace quillon::test {
@@ -58,13 +59,7 @@ bool changesLaunches(std::string_view name) {
   for (const std::string& variable : environment) {
     putenv(const_cast<char*>(variable.c_str()));
   }
-  std::vector<char*> arguments;
-  for (const std::string& word : command) {
-    arguments.push_back(const_cast<char*>(word.c_str()));
-  }
-  arguments.push_back(nullptr);
-  execvp(arguments[0], arguments.data());
-  _exit(127);
+  execute(command);
 }
 
 int statusOf(pid_t child) {

@@ -18,6 +18,7 @@
 #include "quillon/base/descriptor.h"
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/protocol/message.h"
+#include "tests/support/execute.h"
 #include "tests/system/launch/running_zone.h"
 
 namespace quillon::test {
@@ -27,20 +28,14 @@ namespace fs = std::filesystem;
 
 const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
 
-[[noreturn]] void execute(const std::vector<std::string>& command, const fs::path& out,
-                          const fs::path& err) {
+[[noreturn]] void becomeLaunchpad(const std::vector<std::string>& command, const fs::path& out,
+                                  const fs::path& err) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
   dup2(open(out.c_str(), kFlags, 0600), STDOUT_FILENO);
   dup2(open(err.c_str(), kFlags, 0600), STDERR_FILENO);
   putenv(const_cast<char*>(kRuntimeSanitizerOptions));
   setenv("QUILLON_LOG", "none", 1);
-  std::vector<char*> arguments;
-  for (const std::string& word : command) {
-    arguments.push_back(const_cast<char*>(word.c_str()));
-  }
-  arguments.push_back(nullptr);
-  execv(arguments[0], arguments.data());
-  _exit(127);
+  execute(command);
 }
 
 int statusOf(pid_t child) {
@@ -87,7 +82,7 @@ void LaunchpadTest::start(int size, int ignored, const std::vector<std::string>&
     if (!prepareLaunchpadProcess()) {
       _exit(126);
     }
-    execute(command, fresh("launchpad-out"), fresh("launchpad-errors"));
+    becomeLaunchpad(command, fresh("launchpad-out"), fresh("launchpad-errors"));
   }
   ASSERT_TRUE(eventually([&] { return control("status").status == 0; })) << errors();
 }
@@ -204,7 +199,7 @@ RunningLaunch::RunningLaunch(const std::vector<std::string>& command) {
   }
   std::vector<std::string> whole = {kQuillon, "launch"};
   whole.insert(whole.end(), command.begin(), command.end());
-  execute(whole, output_.path() / "out", output_.path() / "err");
+  becomeLaunchpad(whole, output_.path() / "out", output_.path() / "err");
 }
 
 RunningLaunch::~RunningLaunch() {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/execute.h"
 #include "tests/system/attack/limited_run.h"
 #include "tests/system/launchpad/running_launchpad.h"
 
@@ -42,13 +43,7 @@ class LaunchpadStatus : public LaunchpadTest {
       putenv(const_cast<char*>(kRuntimeSanitizerOptions));  // as the launch pad has them
       std::vector<std::string> words = {kQuillon, "launch", "--device", root(), "--raw"};
       words.insert(words.end(), more.begin(), more.end());
-      std::vector<char*> arguments;
-      for (std::string& word : words) {
-        arguments.push_back(word.data());
-      }
-      arguments.push_back(nullptr);
-      execv(arguments[0], arguments.data());
-      _exit(127);
+      execute(words);
     }
     std::string text;
     std::array<char, 1024> part{};

@@ -135,7 +135,9 @@ TEST_F(Refill, ReadsTheMessagesOfAWorkerBeforeItKillsIt) {
   now_ += 1h;
   EXPECT_EQ(pools_.refill(), kNothingDue);
   EXPECT_EQ(taken->stage, Stage::kRunning);
-  EXPECT_FALSE(reapWorker(*taken));
+  std::optional<ExitState> end;
+  ASSERT_TRUE(eventually([&] { return (end = reapWorker(*taken)).has_value(); }));
+  EXPECT_FALSE(end->bySignal) << "It ends by itself because its channel is closed.";
 }
 
 TEST_F(Refill, LetsAStartedApplicationRun) {
