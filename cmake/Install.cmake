@@ -1,6 +1,9 @@
 # `cmake --install` installs the plug-in, the headers of its two interfaces, a CMake package, a
 # pkg-config file and the documentation. If they were built, it also installs the workstation
 # platform and the quillon tool. Everything can be installed to any prefix and moved afterwards.
+#
+# The components are those of the Debian packages: "plugin", "dev" for what builds against it, and
+# "tool" for the workstation.
 
 include(CMakePackageConfigHelpers)
 
@@ -10,34 +13,38 @@ set_target_properties(quillon-tv-plugin-headers PROPERTIES EXPORT_NAME headers)
 target_include_directories(quillon-tv-plugin-headers
   INTERFACE "$<INSTALL_INTERFACE:${QUILLON_INSTALLED_HEADERS}>")
 
-set(targets quillon-tv-plugin quillon-tv-plugin-headers)
 if(QUILLON_BUILD_WORKSTATION)
-  list(APPEND targets quillon-platform)
-  install(TARGETS quillon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS quillon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
   install(TARGETS quillon-commands quillon-crypto-commands
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tool)
   # The launch pad's managed side, and what device roots get, if there was an SDK to build them.
   install(FILES
     ${CMAKE_BINARY_DIR}/lib/quillon/Quillon.Launchpad.dll
     ${CMAKE_BINARY_DIR}/lib/quillon/Preload.dll
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon OPTIONAL)
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon COMPONENT tool OPTIONAL)
   # Nothing links it; the quillon tool copies it into device roots.
-  install(TARGETS quillon-platform-zone LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
+  install(TARGETS quillon-platform-zone
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon COMPONENT tool NAMELINK_SKIP)
   install(FILES platform/workstation/include/workstation/process_registration.h
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quillon/workstation)
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quillon/workstation COMPONENT dev)
+  install(TARGETS quillon-platform EXPORT quillon-tv-plugin-targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tool)
 endif()
-install(TARGETS ${targets} EXPORT quillon-tv-plugin-targets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES plugin/include/quillon_tv_plugin.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(DIRECTORY platform/include/platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quillon)
-install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(TARGETS quillon-tv-plugin quillon-tv-plugin-headers EXPORT quillon-tv-plugin-targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT plugin)
+install(FILES plugin/include/quillon_tv_plugin.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+install(DIRECTORY platform/include/platform
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quillon COMPONENT dev)
+install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(FILES README.md CHANGELOG.md LICENSE
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/quillon-tv-plugin)
 install(EXPORT quillon-tv-plugin-targets
   NAMESPACE quillon-tv-plugin::
   FILE quillon-tv-plugin-targets.cmake
-  DESTINATION ${package_directory})
+  DESTINATION ${package_directory} COMPONENT dev)
 configure_package_config_file(
   cmake/quillon-tv-plugin-config.cmake.in ${CMAKE_BINARY_DIR}/quillon-tv-plugin-config.cmake
   INSTALL_DESTINATION ${package_directory})
@@ -46,7 +53,7 @@ write_basic_package_version_file(
 install(FILES
   ${CMAKE_BINARY_DIR}/quillon-tv-plugin-config.cmake
   ${CMAKE_BINARY_DIR}/quillon-tv-plugin-config-version.cmake
-  DESTINATION ${package_directory})
+  DESTINATION ${package_directory} COMPONENT dev)
 
 # pkg-config replaces "pcfiledir" by the folder of the file, wherever that is. A folder that is
 # configured as an absolute path does not move.
@@ -70,4 +77,4 @@ if(QUILLON_BUILD_WORKSTATION)
   string(PREPEND pc_libraries "-lquillon-platform ")
 endif()
 configure_file(cmake/quillon-tv-plugin.pc.in ${CMAKE_BINARY_DIR}/quillon-tv-plugin.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/quillon-tv-plugin.pc DESTINATION ${pc_folder})
+install(FILES ${CMAKE_BINARY_DIR}/quillon-tv-plugin.pc DESTINATION ${pc_folder} COMPONENT dev)

@@ -1,16 +1,22 @@
 #include "quillon/cli/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <iostream>
 #include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "quillon/base/descriptor.h"
 #include "quillon/base/report.h"
 #include "quillon/cli/command.h"
+#include "quillon/cli/commands.h"
 #include "quillon/cli/help.h"
+#include "quillon/cli/manual.h"
 #include "quillon/cli/parse_failure.h"
 #include "quillon/cli/run_command.h"
 
@@ -37,8 +43,6 @@ void addCommands(CLI::App& app, std::span<const Command> commands, const std::st
     command.add(app);
   }
 }
-
-using Words = std::vector<std::string>;
 
 // Returns the word after the first argument of `command` that is no option: the arguments after it
 // belong to the application.
@@ -78,17 +82,43 @@ int endOfParse(const CLI::App& app, const CLI::ParseError& error) {
   return report(parseFailure(app, error));
 }
 
-}  // namespace
-
-int runCommandLine(int argc, char** argv, std::span<const Command> commands) {
-  CLI::App app{"Run managed TV applications on a workstation the way a device does."};
+void declare(CLI::App& app, std::span<const Command> commands, const std::string& first) {
   app.name("quillon");
   app.formatter(std::make_shared<HelpFormatter>());
   app.set_help_flag("-h,--help", "Print this help");
   app.set_version_flag("--version", "quillon " QUILLON_VERSION, "Print the version");
   app.require_subcommand(1);
-  addCommands(app, commands, argc > 1 ? argv[1] : "");
+  addCommands(app, commands, first);
   app.footer(kVariables);  // not before, since the commands would inherit it
+}
+
+int complete(const CLI::App& app, const Words& words, const ValuesOf& valuesOf) {
+  const Descriptor nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
+  dup2(nothing.get(), STDERR_FILENO);
+  for (const Row& row : completions(app, words, valuesOf)) {
+    std::cout << row.name << (row.text.empty() ? "" : "\t") << row.text << '\n';
+  }
+  return kSuccess;
+}
+
+int printManual(const CLI::App& app, const Words& words) {
+  const auto command = app.get_subcommands(
+      [&](const CLI::App* each) { return !words.empty() && each->get_name() == words.front(); });
+  std::cout << manualPage(app, command.empty() ? app : *command.front());
+  return kSuccess;
+}
+
+}  // namespace
+
+int runCommandLine(int argc, char** argv, std::span<const Command> commands,
+                   const ValuesOf& valuesOf) {
+  CLI::App app{"Run managed TV applications on a workstation the way a device does."};
+  const Words words(argv + std::min(argc, 2), argv + argc);
+  if (argc > 1 && isGenerator(argv[1])) {
+    declare(app, commands, words.empty() ? "" : words.front());
+    return argv[1] == kCompleteCommand ? complete(app, words, valuesOf) : printManual(app, words);
+  }
+  declare(app, commands, argc > 1 ? argv[1] : "");
   try {
     app.parse(takeArguments(app, argc, argv));
   } catch (const CLI::RuntimeError& end) {

@@ -3,9 +3,7 @@
 
 #include <span>
 
-namespace CLI {
-class App;
-}
+#include "quillon/cli/completion.h"
 
 namespace quillon::cli {
 
@@ -14,7 +12,9 @@ struct Command {
   void (*add)(CLI::App& app);  // declares the command's options and its callback
 };
 
-// Parses a command line, runs the command that it names and returns the exit status.
-int runCommandLine(int argc, char** argv, std::span<const Command> commands);
+// Parses a command line, runs the command that it names and returns the exit status. Also answers
+// the generators of commands.h.
+int runCommandLine(int argc, char** argv, std::span<const Command> commands,
+                   const ValuesOf& valuesOf);
 
 }  // namespace quillon::cli

@@ -4,6 +4,7 @@
 
 #include "quillon/cli/cache_command.h"
 #include "quillon/cli/command_line.h"
+#include "quillon/cli/completion_values.h"
 #include "quillon/cli/config_command.h"
 #include "quillon/cli/device_command.h"
 #include "quillon/cli/doctor_command.h"
@@ -47,5 +48,6 @@ constexpr Command kCommands[] = {{kRunCommand, addRunCommand},
 }  // namespace quillon::cli
 
 int quillon_commands(int argc, char** argv) {
-  return quillon::cli::runCommandLine(argc, argv, quillon::cli::kCommands);
+  return quillon::cli::runCommandLine(argc, argv, quillon::cli::kCommands,
+                                      quillon::cli::completionValues);
 }

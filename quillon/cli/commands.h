@@ -9,8 +9,18 @@ inline constexpr char kCommandsLibrary[] = "libquillon-commands.so";
 inline constexpr char kCryptoCommandsLibrary[] = "libquillon-crypto-commands.so";
 inline constexpr char kCommandsFunction[] = "quillon_commands";
 
-// Returns the library of a subcommand.
-constexpr const char* commandsLibraryOf(std::string_view command) {
+// Commands of the build and of the shells, which --help does not list. The words after them are
+// those of another command line.
+inline constexpr std::string_view kCompleteCommand = "__complete";  // see completion.h
+inline constexpr std::string_view kManualCommand = "__manual";      // see manual.h
+constexpr bool isGenerator(std::string_view word) {
+  return word == kCompleteCommand || word == kManualCommand;
+}
+
+// Returns the library of the subcommand that a command line names.
+constexpr const char* commandsLibraryOf(int argc, char** argv) {
+  const int first = argc > 1 && isGenerator(argv[1]) ? 2 : 1;
+  const std::string_view command = first < argc ? argv[first] : "";
   const bool needsCrypto = command == "partner" || command == "validator";
   return needsCrypto ? kCryptoCommandsLibrary : kCommandsLibrary;
 }

@@ -13,5 +13,9 @@ constexpr Command kCommands[] = {{"partner", addPartnerCommand},
 }  // namespace quillon::cli
 
 int quillon_commands(int argc, char** argv) {
-  return quillon::cli::runCommandLine(argc, argv, quillon::cli::kCommands);
+  // The values of their options are files.
+  const auto noValues = [](const std::string&, const std::string&) {
+    return quillon::cli::Words();
+  };
+  return quillon::cli::runCommandLine(argc, argv, quillon::cli::kCommands, noValues);
 }

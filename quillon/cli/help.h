@@ -8,7 +8,7 @@
 namespace quillon::cli {
 
 // Formats a command's help: what it does, its usage, and one line for each argument, option and
-// subcommand. An argument that is also an option has one line.
+// subcommand.
 class HelpFormatter : public CLI::FormatterBase {
  public:
   std::string make_help(const CLI::App* command, std::string name,

@@ -15,8 +15,7 @@ namespace {
 
 int runCommands(int argc, char** argv) {
   // By its path, since a sanitizer's dlopen() searches the sanitizer's run path instead of ours.
-  const auto file =
-      quillon::libraryOf(quillon::executablePath(), commandsLibraryOf(argc > 1 ? argv[1] : ""));
+  const auto file = quillon::libraryOf(quillon::executablePath(), commandsLibraryOf(argc, argv));
   void* const library = dlopen(file.c_str(), RTLD_LAZY | RTLD_LOCAL);
   auto* const run =
       library == nullptr

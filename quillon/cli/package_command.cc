@@ -225,14 +225,14 @@ void addPackageCommand(CLI::App& app) {
   addUser(*action, request);
 
   action = addAction(*package, "remove", "Remove a package and its files", request, remove);
-  action->add_option("ID", request->id, "Package id")->required();
+  action->add_option("PACKAGE", request->id, "Id of an installed package")->required();
   addUser(*action, request);
 
   action = addAction(*package, "list", "List the packages and their applications", request, list);
   action->add_flag(kJsonFlag, request->json, kJsonHelp);
 
   action = addAction(*package, "info", "Print what is known of a package", request, info);
-  action->add_option("ID", request->id, "Package id")->required();
+  action->add_option("PACKAGE", request->id, "Id of an installed package")->required();
   addUser(*action, request);
   action->add_flag(kJsonFlag, request->json, kJsonHelp);
 }

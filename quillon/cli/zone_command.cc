@@ -88,7 +88,7 @@ CLI::App* addAction(CLI::App& zone, const std::shared_ptr<ZoneRequest>& request,
 }
 
 void addName(CLI::App& action, const std::shared_ptr<ZoneRequest>& request) {
-  action.add_option("NAME", request->name, "Name of the zone; applications enter appzone")
+  action.add_option("ZONE", request->name, "Name of the zone; applications enter appzone")
       ->required();
 }
 

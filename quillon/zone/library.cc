@@ -19,7 +19,7 @@ Expected<void> placeLibrary(const fs::path& device) {
   if (fs::exists(fs::symlink_status(place, error))) {
     return {};
   }
-  const fs::path library = libraryOf(executablePath(), place.filename().c_str());
+  const fs::path library = libraryOf(executablePath(), ("quillon" / place.filename()).c_str());
   if (!fs::exists(library, error)) {
     return fail("this installation of quillon has no zone library", "install it again");
   }

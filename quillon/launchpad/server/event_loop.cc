@@ -19,6 +19,7 @@
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/server/fingerprint.h"
 #include "quillon/launchpad/server/fresh_worker.h"
+#include "quillon/launchpad/server/wait_time.h"
 #include "workstation/packages.h"
 
 namespace quillon::launchpad {
@@ -59,7 +60,8 @@ Descriptor openSignals() {
 }  // namespace
 
 EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-                     Inspector inspector, Descriptor listener, ZoneView zone)
+                     Inspector inspector, Descriptor listener, ZoneView zone,
+                     ServiceManager serviceManager)
     : pid_(getpid()),
       config_(std::move(config)),
       state_(std::move(state)),
@@ -67,6 +69,7 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Proce
       inspector_(std::move(inspector)),
       listener_(std::move(listener)),
       zone_(std::move(zone)),
+      serviceManager_(std::move(serviceManager)),
       signals_(openSignals()),
       pools_(
           {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000)),
@@ -79,8 +82,9 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Proce
 }
 
 void EventLoop::run() {
+  serviceManager_.tellReady();
   while (!stopping_ || !pools_.isEmpty()) {
-    poll(pools_.refill());
+    poll(shorter(pools_.refill(), serviceManager_.keepAlive()));
   }
 }
 
@@ -414,6 +418,7 @@ void EventLoop::stopOrKill() {
     return pools_.killAll();
   }
   stopping_ = true;
+  serviceManager_.tellStopping();
   pools_.close();
 }
 
@@ -432,6 +437,7 @@ void EventLoop::runChild(const PoolKey& key, Descriptor channel) {
   listener_.reset();
   zone_.close();
   inspector_.close();
+  serviceManager_.close();
   signals_.reset();
   const auto run = fresh_ ? execWorker : runWorker;
   run(config_, key, pid_, std::move(channel));

@@ -18,6 +18,7 @@
 #include "quillon/launchpad/server/inspector.h"
 #include "quillon/launchpad/server/pools.h"
 #include "quillon/launchpad/server/server.h"
+#include "quillon/launchpad/server/service_manager.h"
 #include "quillon/launchpad/server/statistics.h"
 #include "quillon/launchpad/server/zone_view.h"
 #include "quillon/launchpad/state/limits.h"
@@ -34,7 +35,7 @@ class EventLoop {
   // Construct in the process that has entered the device root. `state` is its declared state before
   // that, with the proof of inspection_proof.h.
   EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-            Inspector inspector, Descriptor listener, ZoneView zone);
+            Inspector inspector, Descriptor listener, ZoneView zone, ServiceManager serviceManager);
 
   // Returns when a client or a signal has asked the server to stop and all workers have ended.
   void run();
@@ -82,6 +83,7 @@ class EventLoop {
   Inspector inspector_;
   Descriptor listener_;
   ZoneView zone_;
+  ServiceManager serviceManager_;
   Descriptor signals_;
   Clients clients_;
   uint64_t nextClient_ = 1;

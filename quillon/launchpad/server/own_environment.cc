@@ -18,8 +18,9 @@
 namespace quillon::launchpad {
 namespace {
 
-constexpr std::array<std::string_view, 4> kOwn = {"QUILLON_DEVICE", "QUILLON_LOG",
-                                                  "QUILLON_LOG_LEVEL", "NO_COLOR"};
+constexpr std::array<std::string_view, 6> kOwn = {"QUILLON_DEVICE",    "QUILLON_LOG",
+                                                  "QUILLON_LOG_LEVEL", "NO_COLOR",
+                                                  "NOTIFY_SOCKET",     "WATCHDOG_USEC"};
 
 bool isKeptEntry(const char* entry) {
   const std::string_view text = entry;

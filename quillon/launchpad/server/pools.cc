@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "quillon/base/terminal.h"
+#include "quillon/launchpad/server/wait_time.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -17,13 +18,6 @@ constexpr unsigned kMaxDoublings = 6;  // 64 s
 constexpr seconds kPreparationTimeout(30);
 // Longer than a client waits. The worker of a stopped client ends then.
 constexpr seconds kStartTimeout(60);
-constexpr milliseconds kNever(-1);
-
-// The shorter wait.
-milliseconds shorter(milliseconds one, milliseconds other) {
-  return one < milliseconds(0) || (other >= milliseconds(0) && other < one) ? other : one;
-}
-
 // How long a worker may be at a stage.
 std::optional<seconds> timeoutOf(Stage stage) {
   switch (stage) {

@@ -20,6 +20,7 @@
 #include "quillon/launchpad/server/event_loop.h"
 #include "quillon/launchpad/server/inspector.h"
 #include "quillon/launchpad/server/own_environment.h"
+#include "quillon/launchpad/server/service_manager.h"
 #include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/worker/managed_side.h"
 
@@ -117,6 +118,7 @@ Expected<void> run(const LaunchpadOptions& options) {
   resetSignalDispositions();
   closeInherited();
   RETURN_IF_FAILED(raiseDescriptorLimit(options));
+  ServiceManager serviceManager;
   const fs::path executable = executablePath();
   WorkerConfig config{
       executable, host::defaultPlugin(executable), currentEntries(), blockedSignals(), {}};
@@ -139,7 +141,7 @@ Expected<void> run(const LaunchpadOptions& options) {
   RETURN_IF_FAILED(requireParts(options, config));
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
   EventLoop(options, std::move(config), std::move(state), std::move(*inspector),
-            std::move(*listener), std::move(zone))
+            std::move(*listener), std::move(zone), std::move(serviceManager))
       .run();
   return {};
 }

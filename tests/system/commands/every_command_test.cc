@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cctype>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include "quillon/base/exit_status.h"
 #include "tests/support/program.h"
@@ -125,6 +127,41 @@ TEST(EveryCommand, DescribesEachOptionInOneLine) {
   EXPECT_THAT(run({QUILLON_COMMAND, "launchpad", "--help"}).out,
               HasSubstr("--size N          Prepared processes per type, 1 to 64; default: 2\n"));
   EXPECT_THAT(run({QUILLON_COMMAND, "partner", "sign", "--help"}).out, HasSubstr("; required\n"));
+}
+
+// A page without the marks of man(7).
+std::string manualOf(const std::string& command) {
+  Words words = {QUILLON_COMMAND, "__manual"};
+  if (!command.empty()) {
+    words.push_back(command);
+  }
+  std::string page;
+  for (const std::string& line : linesOf(run(words).out)) {
+    page += std::regex_replace(line, std::regex(R"(\\f[BR]|\\(?=-)|\\&)"), "") + "\n";
+  }
+  return page;
+}
+
+// The name and the text of a line of the help that describes an option, an argument or a command.
+std::pair<std::string, std::string> rowOf(const std::string& line) {
+  const size_t gap = line.find("  ", 2);
+  return gap == std::string::npos
+             ? std::pair<std::string, std::string>()
+             : std::pair(line.substr(2, gap - 2), line.substr(line.find_first_not_of(' ', gap)));
+}
+
+TEST(EveryCommand, IsDescribedByTheManualAsByItsHelp) {
+  for (const Command& command : allCommands()) {
+    SCOPED_TRACE(command.name());
+    const std::string page = manualOf(command.words.empty() ? "" : command.words.front());
+    EXPECT_THAT(page, HasSubstr("quillon" + command.usage().substr(sizeof "usage: quillon" - 1)));
+    const std::string rows = command.help.substr(0, command.help.find("\nVariables:"));
+    for (const std::string& line : linesOf(rows)) {
+      if (const auto [name, text] = rowOf(line); line.starts_with("  ") && !name.empty()) {
+        EXPECT_THAT(page, HasSubstr(".TP\n" + name + "\n" + text + "\n"));
+      }
+    }
+  }
 }
 
 class EveryCommandWithADevice : public ::testing::Test {

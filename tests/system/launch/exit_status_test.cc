@@ -42,7 +42,7 @@ class ExitStatus : public LaunchTest {
 TEST_F(ExitStatus, ARefusalForWantOfTheZoneNamesTheRemedy) {
   fs::create_directories(at("/zone/appzone"));
   fs::create_directories(at("/usr/lib"));
-  fs::copy_file(std::string(kLibraryPath) + "/libzone.so.5", at("/usr/lib/libzone.so.5"));
+  fs::copy_file(std::string(kLibraryPath) + "/quillon/libzone.so.5", at("/usr/lib/libzone.so.5"));
   const CommandResult result = launch({"--type", "dotnet", kClock});
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.err,
