@@ -26,6 +26,7 @@
 #include "quillon/launchpad/worker/placeholders.h"
 #include "quillon/launchpad/worker/process_setup.h"
 #include "quillon/launchpad/worker/stdio.h"
+#include "quillon/launchpad/worker/terminal_setup.h"
 #include "quillon/resolution/hostpolicy.h"
 #include "quillon/resolution/resolution.h"
 #include "workstation/log_config.h"
@@ -167,7 +168,7 @@ Expected<void> Worker::startRuntime() {
   const host::Requirements requirements{{{}, {}, key_.settings}, {}, key_.additions};
   auto plan = host::planPrepared(folders_.paths(), lists_, requirements,
                                  managedAssembly(config_.plugin).string());
-  resolution::addHostpolicy(plan.properties);
+  resolution::addHostpolicy(plan.properties, findTerminalSetup);
   rehearses_ = canRehearse(plan.properties);
   const host::ScopedJitThreadKeepAlive lasting;
   variablesAtStart_ = currentVariables();
