@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,6 +34,7 @@ struct HandOver {
   std::vector<std::string> environment;  // "NAME=VALUE"
   std::string workingDirectory;          // empty if the client's has no path
   mode_t umask = 0;
+  uint64_t ignoredSignals = 0;  // see ProcSelf::signals()
   // Numbers of the client's descriptors above 2 that a program keeps across exec().
   std::vector<int> inheritedDescriptors;
   workstation::LogConfig log;  // without its descriptor

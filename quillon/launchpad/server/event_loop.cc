@@ -34,8 +34,10 @@ Failure notInspected() {
           "start both as the same user and outside of sandboxes"};
 }
 
+// difference  "its scheduling", "its namespaces", "the environment variable TZ" and so on
 Failure differs(const std::string& difference) {
-  return {difference + " differs from the launch pad's",
+  const bool isPlural = difference.starts_with("its ") && difference.ends_with('s');
+  return {difference + (isPlural ? " differ" : " differs") + " from the launch pad's",
           "start the launch pad in the same state, for example from this terminal"};
 }
 
@@ -47,11 +49,14 @@ bool hasSpareDescriptors(int anyDescriptor) {
   return lowest && static_cast<rlim_t>(lowest.get()) + kSpareDescriptors <= limit.rlim_cur;
 }
 
-Descriptor openSignals() {
+// ignored  signals that the process ignored at its start
+Descriptor openSignals(const sigset_t& ignored) {
   sigset_t signals;
   sigemptyset(&signals);
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    sigaddset(&signals, signal);
+    if (sigismember(&ignored, signal) == 0) {
+      sigaddset(&signals, signal);
+    }
   }
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
@@ -60,7 +65,8 @@ Descriptor openSignals() {
 }  // namespace
 
 EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-                     Inspector inspector, Descriptor listener, ZoneView zone)
+                     Inspector inspector, Descriptor listener, ZoneView zone,
+                     const sigset_t& ignored)
     : pid_(getpid()),
       config_(std::move(config)),
       state_(std::move(state)),
@@ -68,7 +74,7 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Proce
       inspector_(std::move(inspector)),
       listener_(std::move(listener)),
       zone_(std::move(zone)),
-      signals_(openSignals()),
+      signals_(openSignals(ignored)),
       pools_(
           {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000)),
            [this] { return currentFingerprint(config_.plugin); },

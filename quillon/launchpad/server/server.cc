@@ -29,8 +29,9 @@ namespace {
 namespace fs = std::filesystem;
 
 // Reset all signal dispositions, so that applications do not inherit signals that our parent
-// ignored.
-void resetSignalDispositions() {
+// ignored. This process still ignores them: it blocks them.
+void resetSignalDispositions(const sigset_t& ignored) {
+  sigprocmask(SIG_BLOCK, &ignored, nullptr);
   for (int signal = 1; signal < NSIG; ++signal) {
     ::signal(signal, SIG_DFL);
   }
@@ -113,17 +114,19 @@ Expected<void> requireParts(const LaunchpadOptions& options, const WorkerConfig&
 
 Expected<void> run(const LaunchpadOptions& options) {
   RETURN_IF_FAILED(restartWithOwnEnvironment());
-  resetSignalDispositions();
+  const ProcSelf self;
+  const sigset_t blocked = blockedSignals();
+  const sigset_t ignored = self.ignoredSignals();
+  resetSignalDispositions(ignored);
   closeInherited();
   RETURN_IF_FAILED(raiseDescriptorLimit(options));
   const fs::path executable = executablePath();
-  WorkerConfig config{
-      executable, host::defaultPlugin(executable), currentEntries(), blockedSignals(), {}};
+  WorkerConfig config{executable, host::defaultPlugin(executable), currentEntries(), blocked, {}};
   auto inspector = startInspector();
   if (!inspector) {
     return fail(kServiceFailed, inspector.error());
   }
-  ProcessState state = declaredStateOf(ProcSelf()) + inspectionProofOf(getpid());
+  ProcessState state = declaredStateOf(self) + inspectionProofOf(getpid());
   const std::string address = addressOf(options.device);
   if (address.empty()) {
     return fail(kNoDeviceRoot, {"there is no folder '" + options.device.string() + "'",
@@ -138,7 +141,7 @@ Expected<void> run(const LaunchpadOptions& options) {
   RETURN_IF_FAILED(requireParts(options, config));
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
   EventLoop(options, std::move(config), std::move(state), std::move(*inspector),
-            std::move(*listener), std::move(zone))
+            std::move(*listener), std::move(zone), ignored)
       .run();
   return {};
 }

@@ -267,6 +267,7 @@ Expected<void> Worker::takeOverDescriptors(HandOver& handOver) {
 
 void Worker::applyProcessState(const HandOver& handOver) const {
   umask(handOver.umask);
+  ignoreSignals(handOver.ignoredSignals);
   adoptLimits(limits_);
   if (chdir(handOver.workingDirectory.c_str()) != 0) {
     host::useOwnFolder(target_, handOver.workingDirectory);

@@ -355,6 +355,41 @@ TEST_F(SameLaunch, SignalsReachTheApplication) {
   EXPECT_FALSE(isAlive(application));
 }
 
+// The lines of a process's status about ignored and handled signals.
+std::string signalDispositions(const std::string& process) {
+  std::istringstream status(contentOf("/proc/" + process + "/status"));
+  std::string all;
+  for (std::string line; std::getline(status, line);) {
+    all += line.starts_with("SigIgn:") || line.starts_with("SigCgt:") ? line + "\n" : "";
+  }
+  return all;
+}
+
+// nohup(1) lets a program ignore SIGHUP, a shell script lets a program in the background ignore
+// SIGINT and SIGQUIT. The runtime handles the latter unless they are ignored at its start, and
+// SIGTERM anyway.
+TEST_F(SameLaunch, IgnoresTheSignalsThatTheClientIgnores) {
+  start(1);
+  const auto ignored = {SIGINT, SIGQUIT, SIGHUP, SIGTERM, SIGUSR2, SIGCHLD, SIGTSTP, SIGRTMAX};
+  std::vector<std::string> dispositions;
+  for (const int prepared : {0, 1}) {  // no process is ready for the first launch
+    for (const int signal : ignored) {
+      ::signal(signal, SIG_IGN);
+    }
+    RunningProbe probe(root(), "inhouse");
+    for (const int signal : ignored) {
+      ::signal(signal, SIG_DFL);
+    }
+    const std::string process = probe.ask("process");
+    EXPECT_EQ(served(), prepared) << status();
+    dispositions.push_back(signalDispositions(process));
+    EXPECT_EQ(probe.quit(), 0);
+    ASSERT_TRUE(awaitProcesses("ready", 1));
+  }
+  EXPECT_EQ(dispositions[1], dispositions[0]);
+  EXPECT_THAT(dispositions[0], Not(HasSubstr("SigIgn:\t0000000000000000")));
+}
+
 TEST_F(SameLaunch, KeepsAVariableThatTheWarmUpChanges) {
   setenv("QUILLON_LAUNCHPAD", "kept", 1);
   start(1);
@@ -417,9 +452,12 @@ TEST_F(SameLaunch, ALaunchThatAPreparedProcessCannotServeIsDirect) {
   EXPECT_EQ(reason({"--type", "normal"}, {}), start + "no process is ready for it");
   EXPECT_EQ(reason({"--direct"}, {}), start + "--direct is given");
   EXPECT_EQ(reason({"--writable", root()}, {}), start + "--writable needs its own mounts");
-  signal(SIGUSR2, SIG_IGN);
-  EXPECT_EQ(reason({}, {}), start + "its ignored signals differs from the launch pad's");
-  signal(SIGUSR2, SIG_DFL);
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGUSR2);
+  sigprocmask(SIG_BLOCK, &blocked, nullptr);
+  EXPECT_EQ(reason({}, {}), start + "its blocked signals differ from the launch pad's");
+  sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
   constexpr int kHigh = 205;
   dup2(STDIN_FILENO, kHigh);
   EXPECT_EQ(reason({}, {}), start +
