@@ -22,8 +22,8 @@ constexpr std::chrono::milliseconds kForever{-1};
 // Why a worker cannot have the inherited descriptors under the same numbers. Empty if it can.
 std::string whyNotInherited(const std::vector<int>& descriptors) {
   if (descriptors.size() > kMaxInheritedDescriptors) {
-    return "a prepared process can take over at most " + std::to_string(kMaxInheritedDescriptors) +
-           " inherited descriptors, not " + std::to_string(descriptors.size());
+    return "a prepared process cannot take over " + std::to_string(descriptors.size()) +
+           " inherited descriptors, but at most " + std::to_string(kMaxInheritedDescriptors);
   }
   const auto highest = std::max_element(descriptors.begin(), descriptors.end());
   if (highest != descriptors.end() && *highest >= kMinOwnDescriptor) {

@@ -468,9 +468,8 @@ TEST_F(SameLaunch, ALaunchThatAPreparedProcessCannotServeIsDirect) {
   for (int i = 0; i < 25; ++i) {
     many.emplace_back(dup(STDIN_FILENO));
   }
-  EXPECT_EQ(reason({}, {}), start +
-                                "a prepared process can take over at most 24 inherited "
-                                "descriptors, not 25");
+  EXPECT_EQ(reason({}, {}),
+            start + "a prepared process cannot take over 25 inherited descriptors, but at most 24");
   many.clear();
   const int nice = getpriority(PRIO_PROCESS, 0);
   setpriority(PRIO_PROCESS, 0, nice + 1);
