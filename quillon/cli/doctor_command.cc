@@ -236,7 +236,8 @@ void Doctor::examineRegistry() {
       }
     }
   }
-  ok(kSubject, std::to_string(packages->size()) + " packages");
+  ok(kSubject,
+     std::to_string(packages->size()) + (packages->size() == 1 ? " package" : " packages"));
 }
 
 void Doctor::examineCaches() {

@@ -29,7 +29,7 @@ constexpr uint64_t kAllBits = kFileBit | kLogBit | 7U;
 // All fields but the environment, which comes first.
 template <typename Archive, typename AnyHandOver>
 void visit(Archive&& archive, AnyHandOver& handOver) {
-  archive(handOver.arguments, handOver.workingDirectory, handOver.umask,
+  archive(handOver.arguments, handOver.workingDirectory, handOver.umask, handOver.ignoredSignals,
           handOver.inheritedDescriptors, handOver.log.target, handOver.log.level,
           handOver.log.applicationOutput);
 }
@@ -106,6 +106,7 @@ EncodedHandOver::EncodedHandOver(const std::vector<std::string>& arguments, cons
   handOver.arguments = arguments;
   handOver.workingDirectory = workingDirectory();
   handOver.umask = umaskOf(process);
+  handOver.ignoredSignals = process.signals("SigIgn");
   handOver.inheritedDescriptors = inherited;
   handOver.log = log;
   visit(Encoder(writer), std::as_const(handOver));

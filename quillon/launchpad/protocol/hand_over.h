@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,16 +21,20 @@
 
 namespace quillon::launchpad {
 
-// A worker takes over at most this many inherited descriptors, none below this number: lower
-// numbers may be in use in the worker.
+// A worker takes over at most this many inherited descriptors, with numbers below this one: its own
+// descriptors begin there.
 inline constexpr size_t kMaxInheritedDescriptors = 24;
-inline constexpr int kMinInheritedDescriptor = 80;
+inline constexpr int kMinOwnDescriptor = 200;
+
+// The limit of open files that a worker needs, for its own and a few more.
+inline constexpr unsigned kMinDescriptorLimit = kMinOwnDescriptor + 100;
 
 struct HandOver {
   std::vector<std::string> arguments;
   std::vector<std::string> environment;  // "NAME=VALUE"
   std::string workingDirectory;          // empty if the client's has no path
   mode_t umask = 0;
+  uint64_t ignoredSignals = 0;  // see ProcSelf::signals()
   // Numbers of the client's descriptors above 2 that a program keeps across exec().
   std::vector<int> inheritedDescriptors;
   workstation::LogConfig log;  // without its descriptor

@@ -17,6 +17,7 @@
 #include "quillon/base/terminal.h"
 #include "quillon/host/application/target.h"
 #include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/server/fingerprint.h"
 #include "quillon/launchpad/server/fresh_worker.h"
 #include "quillon/launchpad/server/wait_time.h"
@@ -34,8 +35,10 @@ Failure notInspected() {
           "start both as the same user and outside of sandboxes"};
 }
 
+// difference  "its scheduling", "its namespaces", "the environment variable TZ" and so on
 Failure differs(const std::string& difference) {
-  return {difference + " differs from the launch pad's",
+  const bool isPlural = difference.starts_with("its ") && difference.ends_with('s');
+  return {difference + (isPlural ? " differ" : " differs") + " from the launch pad's",
           "start the launch pad in the same state, for example from this terminal"};
 }
 
@@ -47,11 +50,14 @@ bool hasSpareDescriptors(int anyDescriptor) {
   return lowest && static_cast<rlim_t>(lowest.get()) + kSpareDescriptors <= limit.rlim_cur;
 }
 
-Descriptor openSignals() {
+// ignored  signals that the process ignored at its start
+Descriptor openSignals(const sigset_t& ignored) {
   sigset_t signals;
   sigemptyset(&signals);
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    sigaddset(&signals, signal);
+    if (sigismember(&ignored, signal) == 0) {
+      sigaddset(&signals, signal);
+    }
   }
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
@@ -61,7 +67,7 @@ Descriptor openSignals() {
 
 EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
                      Inspector inspector, Descriptor listener, ZoneView zone,
-                     ServiceManager serviceManager)
+                     ServiceManager serviceManager, const sigset_t& ignored)
     : pid_(getpid()),
       config_(std::move(config)),
       state_(std::move(state)),
@@ -70,7 +76,7 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Proce
       listener_(std::move(listener)),
       zone_(std::move(zone)),
       serviceManager_(std::move(serviceManager)),
-      signals_(openSignals()),
+      signals_(openSignals(ignored)),
       pools_(
           {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000)),
            [this] { return currentFingerprint(config_.plugin); },
@@ -300,6 +306,12 @@ Expected<void> EventLoop::compareState(const Finding& finding) const {
   if (!canAdopt(limits_, finding.limits)) {
     return fail("its resource limits are higher than the launch pad's",
                 "start the launch pad with these limits (ulimit -a)");
+  }
+  const rlim_t descriptors = finding.limits[RLIMIT_NOFILE].rlim_max;
+  if (descriptors < kMinDescriptorLimit) {
+    return fail("its limit of open files is " + std::to_string(descriptors) +
+                    ", and a prepared process needs " + std::to_string(kMinDescriptorLimit),
+                "raise it (ulimit -n)");
   }
   return {};
 }

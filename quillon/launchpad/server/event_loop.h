@@ -33,9 +33,11 @@ inline constexpr size_t kSpareDescriptors = 32;
 class EventLoop {
  public:
   // Construct in the process that has entered the device root. `state` is its declared state before
-  // that, with the proof of inspection_proof.h.
+  // that, with the proof of inspection_proof.h. `ignored` are the signals to ignore, which are
+  // blocked.
   EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-            Inspector inspector, Descriptor listener, ZoneView zone, ServiceManager serviceManager);
+            Inspector inspector, Descriptor listener, ZoneView zone, ServiceManager serviceManager,
+            const sigset_t& ignored);
 
   // Returns when a client or a signal has asked the server to stop and all workers have ended.
   void run();

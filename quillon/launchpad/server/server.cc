@@ -30,8 +30,9 @@ namespace {
 namespace fs = std::filesystem;
 
 // Reset all signal dispositions, so that applications do not inherit signals that our parent
-// ignored.
-void resetSignalDispositions() {
+// ignored. This process still ignores them: it blocks them.
+void resetSignalDispositions(const sigset_t& ignored) {
+  sigprocmask(SIG_BLOCK, &ignored, nullptr);
   for (int signal = 1; signal < NSIG; ++signal) {
     ::signal(signal, SIG_DFL);
   }
@@ -50,12 +51,11 @@ void closeInherited() {
 Expected<void> raiseDescriptorLimit(const LaunchpadOptions& options) {
   constexpr rlim_t kOwn = 32;  // standard streams, listener, signals, some clients and so on
   constexpr rlim_t kPerWorker = 2;
-  constexpr rlim_t kOfWorker = kMinInheritedDescriptor + kMaxInheritedDescriptors;
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;
-  const rlim_t needed =
-      std::max(kOwn + kSpareDescriptors + kPerWorker * kMaxPools * options.size, kOfWorker);
+  const rlim_t needed = std::max(kOwn + kSpareDescriptors + kPerWorker * kMaxPools * options.size,
+                                 rlim_t{kMinDescriptorLimit});
   if (limit.rlim_max < needed) {
     return fail("the launch pad needs " + std::to_string(needed) +
                     " file descriptors, and the limit is " + std::to_string(limit.rlim_max),
@@ -115,18 +115,20 @@ Expected<void> requireParts(const LaunchpadOptions& options, const WorkerConfig&
 
 Expected<void> run(const LaunchpadOptions& options) {
   RETURN_IF_FAILED(restartWithOwnEnvironment());
-  resetSignalDispositions();
+  const ProcSelf self;
+  const sigset_t blocked = blockedSignals();
+  const sigset_t ignored = self.ignoredSignals();
+  resetSignalDispositions(ignored);
   closeInherited();
   RETURN_IF_FAILED(raiseDescriptorLimit(options));
   ServiceManager serviceManager;
   const fs::path executable = executablePath();
-  WorkerConfig config{
-      executable, host::defaultPlugin(executable), currentEntries(), blockedSignals(), {}};
+  WorkerConfig config{executable, host::defaultPlugin(executable), currentEntries(), blocked, {}};
   auto inspector = startInspector();
   if (!inspector) {
     return fail(kServiceFailed, inspector.error());
   }
-  ProcessState state = declaredStateOf(ProcSelf()) + inspectionProofOf(getpid());
+  ProcessState state = declaredStateOf(self) + inspectionProofOf(getpid());
   const std::string address = addressOf(options.device);
   if (address.empty()) {
     return fail(kNoDeviceRoot, {"there is no folder '" + options.device.string() + "'",
@@ -141,7 +143,7 @@ Expected<void> run(const LaunchpadOptions& options) {
   RETURN_IF_FAILED(requireParts(options, config));
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
   EventLoop(options, std::move(config), std::move(state), std::move(*inspector),
-            std::move(*listener), std::move(zone), std::move(serviceManager))
+            std::move(*listener), std::move(zone), std::move(serviceManager), ignored)
       .run();
   return {};
 }

@@ -181,8 +181,7 @@ ProcessState declaredStateOf(const ProcSelf& process, const std::string& program
   RecordWriter state;
   state.reserve(kTypicalSize).text("the quillon program").text(versionOf(program));
   state.text("its blocked signals").text(signalsOf(process, "SigBlk"));
-  state.text("its ignored signals").text(signalsOf(process, "SigIgn"));
-  state.text("its settings by prctl(2)").text(settings());
+  state.text("its prctl(2) settings").text(settings());
   addVariables(state);
   return state.take();
 }

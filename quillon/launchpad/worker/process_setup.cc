@@ -22,6 +22,20 @@ void detachFromServer(const sigset_t& blocked) {
   sigprocmask(SIG_SETMASK, &blocked, nullptr);
 }
 
+void ignoreSignals(uint64_t signals) {
+  for (int signal = 1; signals != 0; ++signal, signals >>= 1) {
+    struct sigaction now {};
+    if ((signals & 1) == 0 || sigaction(signal, nullptr, &now) != 0) {
+      continue;
+    }
+    // The runtime handles these two unless they are ignored at its start.
+    const bool isInterrupt = signal == SIGINT || signal == SIGQUIT;
+    if (isInterrupt || now.sa_handler == SIG_DFL) {
+      ::signal(signal, SIG_IGN);
+    }
+  }
+}
+
 void keepCapabilitiesAcrossExec() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};

@@ -33,6 +33,7 @@ using ::testing::HasSubstr;
 
 const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
 const std::string kDiffers = " differs from the launch pad's";
+const std::string kDiffer = " differ from the launch pad's";
 
 // In a user namespace the address cannot be computed, since it contains the user's id.
 Descriptor connectToAddress(const std::string& address) {
@@ -130,7 +131,7 @@ TEST_F(Confinement, AForgingClientIsJudgedByItsRealState) {
             "its confinement" + kDiffers);
   // A new user namespace gives its first process all capabilities, which are compared first.
   const std::string first = geteuid() == 0 ? "its namespaces" : "its capabilities";
-  EXPECT_EQ(answerToForger(enterOwnNamespaces), first + kDiffers);
+  EXPECT_EQ(answerToForger(enterOwnNamespaces), first + kDiffer);
   EXPECT_EQ(answerToForger(
                 [] { return setpriority(PRIO_PROCESS, 0, getpriority(PRIO_PROCESS, 0) + 1) == 0; }),
             "its scheduling" + kDiffers);
@@ -147,7 +148,7 @@ TEST_F(Confinement, AForgingClientWithoutCapabilitiesIsDeclined) {
   if (geteuid() != 0) {
     QUILLON_SKIP("without root, no process has capabilities to drop");
   }
-  EXPECT_EQ(answerToForger(dropAllCapabilities), "its capabilities" + kDiffers);
+  EXPECT_EQ(answerToForger(dropAllCapabilities), "its capabilities" + kDiffer);
 }
 
 // They are those that the kernel shows, and no part of the request.
@@ -222,7 +223,7 @@ TEST_F(Confinement, SettingsThatAWorkerCannotAdoptLaunchDirectly) {
   const CommandResult pages =
       launchConfined([] { return prctl(PR_SET_THP_DISABLE, 1, 0, 0, 0) == 0; });
   EXPECT_EQ(pages.status, 5);
-  EXPECT_THAT(pages.err, HasSubstr("by the launch pad: its settings by prctl(2)" + kDiffers));
+  EXPECT_THAT(pages.err, HasSubstr("by the launch pad: its prctl(2) settings" + kDiffer));
   const CommandResult dumps = launchConfined([] {
     std::ofstream file("/proc/self/coredump_filter");
     return static_cast<bool>(file << "0x1" << std::flush);

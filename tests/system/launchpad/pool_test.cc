@@ -178,6 +178,17 @@ TEST_F(Pool, IgnoredSignalsAreNotInherited) {
   EXPECT_THAT(contentOf("/proc/" + std::to_string(launchpad()) + "/status"), HasSubstr(ignored));
 }
 
+// A shell script ignores SIGINT in a program that it starts in the background.
+TEST_F(Pool, IgnoredSignalsAreIgnoredByTheLaunchPadItself) {
+  start(1, SIGINT);
+  prepareFor({"--raw", kClock});
+  kill(launchpad(), SIGINT);
+  EXPECT_EQ(launch({"--raw", kClock}).status, 0);
+  EXPECT_EQ(served(), 1);
+  kill(launchpad(), SIGTERM);
+  EXPECT_EQ(endOfLaunchpad(), 0);
+}
+
 // A launch detects every change that happened before its request.
 TEST_F(Pool, AProcessIsReplacedIfAFolderOfTheListsChanges) {
   start(1);
