@@ -14,6 +14,7 @@ set(targets quillon-tv-plugin quillon-tv-plugin-headers)
 if(QUILLON_BUILD_WORKSTATION)
   list(APPEND targets quillon-platform)
   install(TARGETS quillon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS quillon-program RUNTIME DESTINATION libexec)  # where the front looks for it
   install(TARGETS quillon-commands quillon-crypto-commands
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
   # The launch pad's managed side, and what device roots get, if there was an SDK to build them.

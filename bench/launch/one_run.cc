@@ -67,7 +67,8 @@ std::vector<std::string> environmentOf(const Contender& contender) {
   }
   const Clock::time_point start = Clock::now();
   const launchpad::LaunchOutcome asked =
-      launchpad::requestLaunch(options, contender.request.quillon.string());
+      launchpad::requestLaunch(options, workstation::currentLog(),
+                               contender.request.quillon.string());
   const bool told = write(requestStart, &start, sizeof start) == sizeof start;
   _exit(told ? asked.status.value_or(1) : 1);
 }

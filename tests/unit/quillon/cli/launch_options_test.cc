@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "quillon/cli/launch_parser.h"
-#include "quillon/cli/plain_launch.h"
+#include "quillon/cli/front/plain_launch.h"
 #include "tests/support/scoped_variable.h"
 
 namespace quillon::cli {
