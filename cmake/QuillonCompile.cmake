@@ -86,7 +86,9 @@ endfunction()
 # it starts without a dynamic linker. It keeps a random address layout (-static-pie). Such a program
 # must not use dlopen(3) or the name service. Without static libraries it is linked as by
 # quillon_start_fast(), and so it is with sanitizers, whose run-time libraries need a dynamic linker.
-if(QUILLON_BUILD_WORKSTATION AND NOT QUILLON_SANITIZE)
+if(QUILLON_SANITIZE)
+  set(QUILLON_HAS_STATIC_LIBRARIES OFF)
+elseif(QUILLON_BUILD_WORKSTATION)
   set(CMAKE_REQUIRED_FLAGS -fPIE)
   set(CMAKE_REQUIRED_LINK_OPTIONS -static-pie)
   check_cxx_source_compiles(

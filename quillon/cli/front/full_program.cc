@@ -16,7 +16,8 @@ namespace {
 constexpr std::string_view kName = "/quillon";
 
 // The same file by a second path, which says that the launch is declined. The path that a program
-// was executed by is not visible to applications, unlike arguments, the environment and descriptors.
+// was executed by is not visible to applications, unlike arguments, the environment and
+// descriptors.
 constexpr std::string_view kNameIfDeclined = "/./quillon";
 
 }  // namespace

@@ -3,8 +3,8 @@
 // "bin/quillon" is the front: a static program, whose start is a small part of a full program's. It
 // asks the launch pad for plain launches and waits for their applications. For everything else it
 // executes the full program, "libexec/quillon", in its own place. The full program works by itself,
-// too. Its path depends on nothing but the file that the front runs from, neither on the environment
-// nor on the working directory nor on argv.
+// too. Its path depends on nothing but the file that the front runs from, neither on the
+// environment nor on the working directory nor on argv.
 #pragma once
 
 #include <string>
@@ -19,7 +19,8 @@ std::string fullProgram();
 // that fails: reports the failure and returns an exit status.
 //
 // program     fullProgram()
-// isDeclined  the launch pad has been asked for this launch and cannot serve it, so the full program
+// isDeclined  the launch pad has been asked for this launch and cannot serve it, so the full
+// program
 //             must not ask again
 int runFullProgram(const std::string& program, char** arguments, bool isDeclined);
 

@@ -20,8 +20,9 @@ struct LogConfig {
 LogConfig currentLog();
 
 // Opens the log of a client of the launch pad that does not load the library. In such a client it
-// takes the place of currentLog(). The descriptor stays open until the process ends. Returns nullopt
-// if the client needs the library after all, for the journal or to report an invalid setting.
+// takes the place of currentLog(). The descriptor stays open until the process ends. Returns
+// nullopt if the client needs the library after all, for the journal or to report an invalid
+// setting.
 std::optional<LogConfig> openLogOfEnvironment();
 
 // Replaces this process's log. Always takes ownership of the descriptor. Returns false if the

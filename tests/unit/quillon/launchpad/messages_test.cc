@@ -212,7 +212,8 @@ INSTANTIATE_TEST_SUITE_P(HandOver, HandOverOfLength, ::testing::Values(0, 40'000
 
 TEST(HandOver, ContainsTheUmask) {
   const mode_t before = umask(0127);
-  const auto received = parseHandOver(transfer(EncodedHandOver({}, ProcSelf(), workstation::currentLog(), {})));
+  const auto received =
+      parseHandOver(transfer(EncodedHandOver({}, ProcSelf(), workstation::currentLog(), {})));
   umask(before);
   ASSERT_TRUE(received);
   EXPECT_EQ(received->umask, 0127U);
