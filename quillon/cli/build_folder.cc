@@ -16,6 +16,7 @@
 
 #include "device_paths.h"
 #include "quillon/base/descriptor.h"
+#include "quillon/base/directory_entries.h"
 #include "quillon/base/files.h"
 #include "quillon/base/folders.h"
 #include "quillon/cli/device_option.h"
@@ -92,14 +93,33 @@ bool isOwnFolder(const fs::path& folder) {
   return !holdsHome && !device::holdsDeviceDirectory(folder.relative_path().string());
 }
 
-std::string recordOf(const BuildFolder& build) { return "run-" + build.id; }
+// Followed by the build's id.
+constexpr std::string_view kRecordPrefix = "run-";
 
-Descriptor openRecord(const fs::path& device, const BuildFolder& build, int flags) {
-  constexpr mode_t kMode = 0644;
+std::string recordOf(const std::string& id) { return std::string(kRecordPrefix) + id; }
+
+// The version is the first line, and the folder the rest.
+std::string contentOfRecord(const BuildFolder& build) {
+  return build.version + "\n" + build.folder.string();
+}
+
+Descriptor openRecords(const fs::path& device) {
   const Descriptor root(open(device.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  const Descriptor folder = openFolderWithoutLinks(root.get(), device::kRecordDirectory);
-  return Descriptor(openat(folder.get(), recordOf(build).c_str(),
+  return openFolderWithoutLinks(root.get(), device::kRecordDirectory);
+}
+
+Descriptor openRecord(const Descriptor& folder, const std::string& id, int flags) {
+  constexpr mode_t kMode = 0644;
+  return Descriptor(openat(folder.get(), recordOf(id).c_str(),
                            flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kMode));
+}
+
+// Returns false for the record of an older version, which has no folder.
+bool isOfDeletedBuild(const std::string& record) {
+  const auto folder = record.find('\n');
+  std::error_code error;
+  return folder != std::string::npos &&
+         fs::status(record.substr(folder + 1), error).type() == fs::file_type::not_found;
 }
 
 }  // namespace
@@ -128,16 +148,36 @@ Expected<BuildFolder> examineBuild(const fs::path& given) {
 
 bool isInstalled(const fs::path& device, const BuildFolder& build) {
   const fs::path copy = device::pathInDevice(device, device_paths::kApplications) / build.id;
-  const Descriptor record = openRecord(device, build, O_RDONLY);
+  const Descriptor record = openRecord(openRecords(device), build.id, O_RDONLY);
   return record && access((copy / build.assembly).c_str(), F_OK) == 0 &&
-         readAll(record.get()) == build.version;
+         readAll(record.get()) == contentOfRecord(build);
 }
 
 void noteInstalled(const fs::path& device, const BuildFolder& build) {
-  const Descriptor record = openRecord(device, build, O_WRONLY | O_CREAT | O_TRUNC);
+  const Descriptor record = openRecord(openRecords(device), build.id, O_WRONLY | O_CREAT | O_TRUNC);
   if (record) {
-    writeAll(record.get(), build.version);
+    writeAll(record.get(), contentOfRecord(build));
   }
+}
+
+std::vector<std::string> deletedBuilds(const fs::path& device) {
+  const Descriptor folder = openRecords(device);
+  std::vector<std::string> ids;
+  for (const std::string& name : directoryEntries(folder.get())) {
+    if (!name.starts_with(kRecordPrefix)) {
+      continue;
+    }
+    std::string id = name.substr(kRecordPrefix.size());
+    const Descriptor record = openRecord(folder, id, O_RDONLY);
+    if (record && isOfDeletedBuild(readAll(record.get()))) {
+      ids.push_back(std::move(id));
+    }
+  }
+  return ids;
+}
+
+void forgetInstalled(const fs::path& device, const std::string& id) {
+  unlinkat(openRecords(device).get(), recordOf(id).c_str(), 0);
 }
 
 }  // namespace quillon::cli

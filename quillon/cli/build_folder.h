@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "quillon/base/failure.h"
 
@@ -25,5 +26,11 @@ struct BuildFolder {
 // Records that this version of the build has been installed. Without the record it is installed
 // again by the next `quillon run`.
 void noteInstalled(const std::filesystem::path& device, const BuildFolder& build);
+
+// The ids of the installed builds whose folders no longer exist. Works outside of the device root.
+[[nodiscard]] std::vector<std::string> deletedBuilds(const std::filesystem::path& device);
+
+// Removes the record of an installed build.
+void forgetInstalled(const std::filesystem::path& device, const std::string& id);
 
 }  // namespace quillon::cli

@@ -158,18 +158,8 @@ void addList(CLI::App& config, const std::shared_ptr<ConfigRequest>& request) {
   action->callback([request] { list(*request); });
 }
 
-}  // namespace
-
-void addConfigCommand(CLI::App& app) {
-  CLI::App* config = app.add_subcommand("config", "Read, set, list and watch configuration keys");
-  config->require_subcommand(1);
-  auto request = std::make_shared<ConfigRequest>();
-  addAction(*config, "get", "Print a key's value", request, get);
-  addAction(*config, "watch", "Print a key's value, now and after each change", request, watch);
-  addAction(*config, "unset", "Remove a key", request, unset);
-  addList(*config, request);
-
-  CLI::App* action = addAction(*config, "set", "Set a key", request, set);
+void addSet(CLI::App& config, const std::shared_ptr<ConfigRequest>& request) {
+  CLI::App* action = addAction(config, "set", "Set a key", request, set);
   action->allow_extras();
   CLI::Option* value =
       action->add_option("VALUE", request->value, "Value; a decimal number is set as int");
@@ -182,6 +172,19 @@ void addConfigCommand(CLI::App& app) {
     }
     set(*request);
   });
+}
+
+}  // namespace
+
+void addConfigCommand(CLI::App& app) {
+  CLI::App* config = app.add_subcommand("config", "Read, set, list and watch configuration keys");
+  config->require_subcommand(1);
+  auto request = std::make_shared<ConfigRequest>();
+  addAction(*config, "get", "Print a key's value", request, get);
+  addSet(*config, request);
+  addAction(*config, "unset", "Remove a key", request, unset);
+  addList(*config, request);
+  addAction(*config, "watch", "Print a key's value, now and after each change", request, watch);
 }
 
 }  // namespace quillon::cli

@@ -35,29 +35,49 @@ struct RunRequest {
   bool direct = false;
 };
 
-// Installs in a child process, since this one must stay outside of the device root: the launch pad
-// compares the mount namespaces of its clients with its own.
-int installInChild(const fs::path& device, const workstation::ManifestText& manifest) {
+int installAndRemove(const fs::path& device, const workstation::ManifestText& manifest,
+                     const std::vector<std::string>& obsolete) {
+  const auto installed = installInto(device, manifest, 0);
+  if (!installed) {
+    return report(installed.error());
+  }
+  for (const std::string& id : obsolete) {
+    if (const auto removed = removePackage(id, 0); !removed) {
+      report(removed.error());
+    }
+  }
+  return kSuccess;
+}
+
+// Changes the packages in a child process, since this one must stay outside of the device root: the
+// launch pad compares the mount namespaces of its clients with its own.
+int changeInChild(const fs::path& device, const workstation::ManifestText& manifest,
+                  const std::vector<std::string>& obsolete) {
   const pid_t child = fork();
   if (child == 0) {
-    const auto installed = installInto(device, manifest, 0);
-    _exit(installed ? static_cast<int>(kSuccess) : report(installed.error()));
+    _exit(installAndRemove(device, manifest, obsolete));
   }
   const int status = child > 0 ? waitForEnd(child) : -1;
   return child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(kServiceFailed);
 }
 
-// Installs the build unless the device root has it as it is.
+// Installs the build unless the device root has it as it is. Then also removes the packages of
+// builds whose folders were deleted.
 void install(const fs::path& device, const BuildFolder& build) {
   if (isInstalled(device, build)) {
     return;
   }
   NewPackage package = packageOfAssembly(build.assembly);
   package.id = build.id;
-  if (const int status = installInChild(device, newManifest(build.folder, package)); status != 0) {
+  const std::vector<std::string> obsolete = deletedBuilds(device);
+  const int status = changeInChild(device, newManifest(build.folder, package), obsolete);
+  if (status != 0) {
     endCommand(status);
   }
   noteInstalled(device, build);
+  for (const std::string& id : obsolete) {
+    forgetInstalled(device, id);
+  }
 }
 
 // The working directory, if it can be shown to the application.

@@ -10,13 +10,14 @@ namespace quillon::host {
 namespace fs = std::filesystem;
 
 void useOwnFolder(const LaunchTarget& target, const fs::path& hidden) {
-  const fs::path own = fs::path(target.assembly).parent_path();
+  fs::path folder = fs::path(target.assembly).parent_path();
   std::error_code error;
-  fs::current_path(own, error);
+  fs::current_path(folder, error);
   if (error) {
-    fs::current_path("/", error);
+    folder = "/";
+    fs::current_path(folder, error);
   }
-  const std::string result = "; the application starts in '" + own.string() + "'";
+  const std::string result = "; the application starts in '" + folder.string() + "'";
   if (hidden.empty()) {
     return tell({"the working directory was removed" + result, "launch from another folder"});
   }

@@ -111,6 +111,21 @@ TEST_F(RunFixture, InstallsAPackageAgainThatWasRemoved) {
   EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "4"}).status, 4);
 }
 
+// Otherwise the copies of builds that no longer exist would fill the device root.
+TEST_F(RunFixture, RemovesThePackagesOfDeletedBuilds) {
+  const fs::path other = fresh("other");
+  fs::copy(build(), other, fs::copy_options::recursive);
+  ASSERT_EQ(runIt({"--device", root(), other / "SampleEnding.dll"}).status, 0);
+  const fs::path copy = installed("", root());
+  fs::remove_all(other);
+  EXPECT_TRUE(fs::exists(copy));
+  const CommandResult second = runIt({"--device", root(), assembly(), "end", "5"});
+  EXPECT_EQ(second.status, 5) << second.err;
+  EXPECT_EQ(second.err, "");
+  EXPECT_FALSE(fs::exists(copy));
+  EXPECT_TRUE(fs::exists(installed("SampleEnding.dll", root())));
+}
+
 TEST_F(RunFixture, KeepsBuildsOfTheSameNameApart) {
   const fs::path other = fresh("other");
   fs::copy(build(), other, fs::copy_options::recursive);
