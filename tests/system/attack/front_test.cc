@@ -110,7 +110,7 @@ class Front : public ::testing::Test {
       dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
       dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDOUT_FILENO);
       dup2(STDOUT_FILENO, STDERR_FILENO);
-      // The front asks for no launch that inherits a low descriptor.
+      // What the caller of the test has open would be inherited, too.
       close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
       prepare();
       std::vector<char*> words = {const_cast<char*>(name.c_str())};
