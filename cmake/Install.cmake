@@ -15,6 +15,8 @@ target_include_directories(quillon-tv-plugin-headers
 
 if(QUILLON_BUILD_WORKSTATION)
   install(TARGETS quillon RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  install(TARGETS quillon-program
+    RUNTIME DESTINATION libexec COMPONENT tool)  # where the front looks for it
   install(TARGETS quillon-commands quillon-crypto-commands
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tool)
   # The launch pad's managed side, and what device roots get, if there was an SDK to build them.

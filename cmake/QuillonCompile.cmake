@@ -81,3 +81,29 @@ function(quillon_start_fast target)
     target_link_options(${target} PRIVATE LINKER:-z,pack-relative-relocs)
   endif()
 endfunction()
+
+# quillon_link_statically(<target>): links a program against the static C and C++ libraries, so that
+# it starts without a dynamic linker. It keeps a random address layout (-static-pie). Such a program
+# must not use dlopen(3) or the name service. Without static libraries it is linked as by
+# quillon_start_fast(), and so it is with sanitizers, whose run-time libraries need a dynamic linker.
+if(QUILLON_SANITIZE)
+  set(QUILLON_HAS_STATIC_LIBRARIES OFF)
+elseif(QUILLON_BUILD_WORKSTATION)
+  set(CMAKE_REQUIRED_FLAGS -fPIE)
+  set(CMAKE_REQUIRED_LINK_OPTIONS -static-pie)
+  check_cxx_source_compiles(
+    "#include <string>\nint main(int n, char** v) { return std::string(v[n - 1]).empty(); }"
+    QUILLON_HAS_STATIC_LIBRARIES)
+  unset(CMAKE_REQUIRED_FLAGS)
+  unset(CMAKE_REQUIRED_LINK_OPTIONS)
+  if(NOT QUILLON_HAS_STATIC_LIBRARIES)
+    message(STATUS "no static C and C++ libraries: quillon links the shared ones and starts slower")
+  endif()
+endif()
+function(quillon_link_statically target)
+  if(NOT QUILLON_HAS_STATIC_LIBRARIES)
+    quillon_start_fast(${target})
+    return()
+  endif()
+  target_link_options(${target} PRIVATE -static-pie LINKER:--gc-sections)
+endfunction()

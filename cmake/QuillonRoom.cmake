@@ -20,10 +20,12 @@ function(quillon_room folder)
     PRIVATE quillon-compile ${arg_PRIVATE})
 endfunction()
 
-# The headers of the device's and the plug-in's interface.
-foreach(interface platform plugin)
-  add_library(quillon-${interface}-interface INTERFACE)
-  add_library(quillon::${interface}-interface ALIAS quillon-${interface}-interface)
-  target_include_directories(quillon-${interface}-interface
+# The headers of the device's, the plug-in's and the workstation platform's interface, for targets
+# that do not link the library behind it.
+foreach(interface platform plugin platform/workstation)
+  get_filename_component(name ${interface} NAME)
+  add_library(quillon-${name}-interface INTERFACE)
+  add_library(quillon::${name}-interface ALIAS quillon-${name}-interface)
+  target_include_directories(quillon-${name}-interface
     INTERFACE ${PROJECT_SOURCE_DIR}/${interface}/include)
 endforeach()

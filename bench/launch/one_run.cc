@@ -12,6 +12,7 @@
 
 #include "quillon/device/mounts.h"
 #include "quillon/launchpad/client/client.h"
+#include "workstation/log_config.h"
 
 extern char** environ;
 
@@ -66,8 +67,8 @@ std::vector<std::string> environmentOf(const Contender& contender) {
     options.arguments.emplace_back(kWaitArgument);
   }
   const Clock::time_point start = Clock::now();
-  const launchpad::LaunchOutcome asked =
-      launchpad::requestLaunch(options, contender.request.quillon.string());
+  const launchpad::LaunchOutcome asked = launchpad::requestLaunch(
+      options, workstation::currentLog(), contender.request.quillon.string());
   const bool told = write(requestStart, &start, sizeof start) == sizeof start;
   _exit(told ? asked.status.value_or(1) : 1);
 }

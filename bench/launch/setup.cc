@@ -128,7 +128,7 @@ std::vector<Contender> preparedLaunchesOf(const Setup& setup, const Application&
     one.pool = Pool::kFull;
     one.aims = {{kStockHost, 0.05}};
   }
-  all[0].request = {setup.quillon(), setup.device, application.id};
+  all[0].request = {setup.fullProgram(), setup.device, application.id};
   all[3].pool = all[4].pool = Pool::kEmpty;
   all[3].aims = {{kDirectLaunch, 1.05}};
   all[4].aims = {{kCapturedLaunch, 1.05}};

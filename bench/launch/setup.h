@@ -35,6 +35,8 @@ struct Setup {
   std::vector<Application> applications;
 
   std::filesystem::path quillon() const { return build / "bin/quillon"; }
+  // The program that the launch pad runs, and a client has to name.
+  std::filesystem::path fullProgram() const { return build / "libexec/quillon"; }
   std::filesystem::path program(const char* name) const { return build / "bench" / name; }
 };
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "quillon/cli/launch_options_table.h"
+#include "quillon/cli/front/launch_options_table.h"
 
 namespace quillon::cli {
 

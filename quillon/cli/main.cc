@@ -1,4 +1,5 @@
-// The quillon program. It handles plain launches itself and loads the commands for everything else.
+// The full quillon program, which the front (front/main.cc) executes. It handles plain launches
+// itself and loads the commands for everything else.
 #include <dlfcn.h>
 
 #include <string>
@@ -7,7 +8,8 @@
 #include "quillon/base/report.h"
 #include "quillon/base/terminal.h"
 #include "quillon/cli/commands.h"
-#include "quillon/cli/plain_launch.h"
+#include "quillon/cli/front/full_program.h"
+#include "quillon/cli/front/plain_launch.h"
 #include "quillon/cli/run_launch.h"
 #include "quillon/host/launch.h"
 
@@ -33,6 +35,10 @@ int runCommands(int argc, char** argv) {
 int main(int argc, char** argv) {
   quillon::openStandardDescriptors();
   if (const auto options = quillon::cli::plainLaunch({argv, argv + argc})) {
+    if (quillon::cli::isDeclinedLaunch()) {
+      quillon::keepTerminal();
+      return quillon::host::launch(*options);
+    }
     return quillon::cli::runLaunch(*options, quillon::host::launch);
   }
   return runCommands(argc, argv);

@@ -91,7 +91,8 @@ struct Plan {
   std::vector<std::string> writable;
 };
 
-// The process needs its program and the libraries of the installation ("bin/quillon", "lib/...").
+// The process needs its program and the libraries of the installation ("libexec/quillon",
+// "lib/...").
 Plan makePlan(const fs::path& directory, Record record, const EnterOptions& options) {
   std::vector<fs::path> visible = options.visible;
   std::error_code error;

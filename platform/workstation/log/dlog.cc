@@ -17,6 +17,7 @@
 #include "log/application_output.h"
 #include "log/last_error.h"
 #include "log/log_sink.h"
+#include "log/log_target.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
 #include "workstation/log_config.h"
@@ -61,27 +62,6 @@ std::atomic<const Log*>& logInUse() {
 const Log& theLog() { return *logInUse().load(std::memory_order_acquire); }
 
 int descriptorOf(const Log& log) { return log.sink == nullptr ? -1 : log.sink->descriptor(); }
-
-constexpr std::array<std::pair<LogTarget, const char*>, 5> kTargetNames = {{
-    {LogTarget::kTerminal, "terminal"},
-    {LogTarget::kJournal, "journal"},
-    {LogTarget::kFile, "file"},
-    {LogTarget::kJson, "json"},
-    {LogTarget::kNone, "none"},
-}};
-
-std::optional<LogTarget> targetNamed(const std::string& name) {
-  for (const auto& [target, known] : kTargetNames) {
-    if (name == known) {
-      return target;
-    }
-  }
-  return std::nullopt;
-}
-
-bool needsDescriptor(LogTarget target) {
-  return target != LogTarget::kJournal && target != LogTarget::kNone;
-}
 
 // Duplicates `fd` onto the old log's descriptor, so that threads which still use the old log write
 // to the new target, and the old target is closed. Returns the descriptor to use.
@@ -142,16 +122,8 @@ void write(int id, int priority, const char* tag, const std::string& text) {
 
 LogConfig currentLog() {
   const Log& log = theLog();
-  LogConfig config{{}, log.level, log.applicationOutput, descriptorOf(log)};
-  for (const auto& [target, name] : kTargetNames) {
-    if (target == log.target) {
-      config.target = name;
-    }
-  }
-  if (log.sink == nullptr) {
-    config.target = "none";
-  }
-  return config;
+  return {nameOf(log.sink == nullptr ? LogTarget::kNone : log.target), log.level,
+          log.applicationOutput, descriptorOf(log)};
 }
 
 bool useLog(const LogConfig& config) {

@@ -1,15 +1,13 @@
 #include "log/log_sink.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 
+#include "log/log_target.h"
 #include "platform/dlog.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
@@ -17,8 +15,6 @@
 namespace quillon::workstation {
 namespace {
 
-// Programs and shells use descriptors below this for themselves.
-constexpr int kFirstLogDescriptor = 200;
 constexpr const char* kJournalSocket = "/run/systemd/journal/socket";
 
 // Writes to the standard error at the time of load. The plug-in's capture replaces descriptor 2
@@ -101,34 +97,6 @@ class JournalSink : public LogSink {
   SendToJournal* send_;
 };
 
-// Moves a descriptor out of the range that programs use for themselves.
-Descriptor raised(Descriptor low) {
-  Descriptor high(fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstLogDescriptor));
-  return high ? std::move(high) : std::move(low);
-}
-
-std::unique_ptr<LogSink> openTerminal(std::string& problem) {
-  Descriptor fd(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstLogDescriptor));
-  if (!fd) {
-    fd = Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-  }
-  if (fd) {
-    return logSinkOn(LogTarget::kTerminal, fd.release());
-  }
-  problem = std::string("standard error is closed: ") + std::strerror(errno);
-  return nullptr;
-}
-
-std::unique_ptr<LogSink> openFile(const LogSettings& settings, std::string& problem) {
-  Descriptor fd = openForAppending(settings.path);
-  if (!fd) {
-    problem = "QUILLON_LOG: cannot open the log file '" + settings.path +
-              "': " + fileErrorText(errno) + "; going on with errors on the terminal";
-    return nullptr;
-  }
-  return logSinkOn(settings.target, raised(std::move(fd)).release());
-}
-
 std::unique_ptr<LogSink> openJournal(std::string& problem) {
   if (access(kJournalSocket, W_OK) != 0) {
     problem = std::string("QUILLON_LOG=journal: no journal listens at ") + kJournalSocket +
@@ -146,18 +114,14 @@ std::unique_ptr<LogSink> openJournal(std::string& problem) {
 }  // namespace
 
 std::unique_ptr<LogSink> openLogSink(const LogSettings& settings, std::string& problem) {
-  switch (settings.target) {
-    case LogTarget::kTerminal:
-      return openTerminal(problem);
-    case LogTarget::kJournal:
-      return openJournal(problem);
-    case LogTarget::kFile:
-    case LogTarget::kJson:
-      return openFile(settings, problem);
-    case LogTarget::kNone:
-      break;
+  if (settings.target == LogTarget::kJournal) {
+    return openJournal(problem);
   }
-  return nullptr;
+  if (!needsDescriptor(settings.target)) {
+    return nullptr;
+  }
+  Descriptor fd = openTarget(settings, problem);
+  return fd ? logSinkOn(settings.target, fd.release()) : nullptr;
 }
 
 std::unique_ptr<LogSink> logSinkOn(LogTarget target, int descriptor) {

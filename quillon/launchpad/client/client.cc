@@ -62,7 +62,8 @@ LaunchOutcome direct(const Descriptor& server, const host::LaunchOptions& option
 
 }  // namespace
 
-LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::string& program) {
+LaunchOutcome requestLaunch(const host::LaunchOptions& options, const workstation::LogConfig& log,
+                            const std::string& program) {
   const auto server = connectTo(addressOf(options.device));
   if (!server) {
     return {std::nullopt, server.error().what, server.error().remedy};
@@ -94,7 +95,7 @@ LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::strin
     return direct(*server, options, {"the request cannot be sent", {}});
   }
   // Encoded while the server answers.
-  const EncodedHandOver handOver(options.arguments, self, inherited);
+  const EncodedHandOver handOver(options.arguments, self, log, inherited);
   return PendingLaunch(*server, request, handOver, self.ignoredSignals(), options.verbose,
                        kTimeouts, options.onStart)
       .awaitOutcome();

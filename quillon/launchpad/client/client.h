@@ -9,6 +9,7 @@
 #include "quillon/host/application/options.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/status.h"
+#include "workstation/log_config.h"
 
 namespace quillon::launchpad {
 
@@ -27,8 +28,10 @@ struct LaunchOutcome {
 // Until the application starts, no step waits without limit: neither a stopped launch pad, a
 // stopped worker nor another user's process at the address can hold the caller.
 //
+// log      of this process
 // program  see declaredStateOf()
-LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::string& program = {});
+LaunchOutcome requestLaunch(const host::LaunchOptions& options, const workstation::LogConfig& log,
+                            const std::string& program = {});
 
 // Whether a launch pad of this process's user serves the device root.
 bool isServed(const std::filesystem::path& device);

@@ -85,6 +85,7 @@ void detachDescriptors(Message& message, uint64_t bits, HandOver& handOver) {
 }  // namespace
 
 EncodedHandOver::EncodedHandOver(const std::vector<std::string>& arguments, const ProcSelf& process,
+                                 const workstation::LogConfig& log,
                                  const std::vector<int>& inherited) {
   uint64_t bits = 0;
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
@@ -93,7 +94,6 @@ EncodedHandOver::EncodedHandOver(const std::vector<std::string>& arguments, cons
       bits |= 1U << fd;
     }
   }
-  const workstation::LogConfig log = workstation::currentLog();
   if (log.descriptor >= 0) {
     descriptors_.push_back(log.descriptor);
     bits |= kLogBit;

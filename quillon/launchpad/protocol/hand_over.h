@@ -48,12 +48,13 @@ struct HandOver {
 // The hand-over of the calling process, ready to be sent.
 class EncodedHandOver {
  public:
-  // Encodes the environment, the log and the working directory of the calling process. It sends
-  // descriptors of this process, which must stay open.
+  // Encodes the environment and the working directory of the calling process. It sends descriptors
+  // of this process, which must stay open.
   //
+  // log        of the process
   // inherited  the process's descriptors above 2 that the application gets
   EncodedHandOver(const std::vector<std::string>& arguments, const ProcSelf& process,
-                  const std::vector<int>& inherited);
+                  const workstation::LogConfig& log, const std::vector<int>& inherited);
 
   // May be called again for another worker.
   [[nodiscard]] bool send(int worker) const;

@@ -32,6 +32,7 @@ using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 
 const std::string kQuillon = std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon";
+const std::string kFullProgram = std::string(QUILLON_BUILD_DIRECTORY) + "/libexec/quillon";
 const std::string kDiffers = " differs from the launch pad's";
 const std::string kDiffer = " differ from the launch pad's";
 
@@ -86,7 +87,8 @@ class Confinement : public LaunchpadTest {
 
   // A request whose words are those of an unconfined client.
   launchpad::Request forgedRequest() const {
-    launchpad::Request request = launchpad::makeRequest(options_, launchpad::ProcSelf(), kQuillon);
+    launchpad::Request request =
+        launchpad::makeRequest(options_, launchpad::ProcSelf(), kFullProgram);
     request.processState += launchpad::inspectionProofOf(launchpad());
     return request;
   }

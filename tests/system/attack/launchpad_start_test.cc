@@ -43,6 +43,7 @@ TEST_F(LaunchpadStart, AFreshProcessThatDoesNotComeUpIsTriedAgain) {
   const fs::path copy = fresh("copy");
   fs::create_directories(copy / "bin");
   fs::copy_file(kQuillon, copy / "bin/quillon");
+  fs::copy(QUILLON_BUILD_DIRECTORY "/libexec", copy / "libexec");
   fs::create_directories(copy / "lib");
   for (const auto& entry : fs::directory_iterator(QUILLON_BUILD_DIRECTORY "/lib")) {
     if (entry.is_directory() || entry.path().extension() == ".so") {
@@ -53,9 +54,9 @@ TEST_F(LaunchpadStart, AFreshProcessThatDoesNotComeUpIsTriedAgain) {
   start(1, 0, {"--fresh", "--type", "inhouse"});
   ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
   // As if another version was installed, which does not know the internal command.
-  write(copy / "bin/another", "#!/bin/sh\nexit " + std::to_string(kUsage) + "\n");
-  fs::permissions(copy / "bin/another", fs::perms::owner_all);
-  fs::rename(copy / "bin/another", copy / "bin/quillon");
+  write(copy / "libexec/another", "#!/bin/sh\nexit " + std::to_string(kUsage) + "\n");
+  fs::permissions(copy / "libexec/another", fs::perms::owner_all);
+  fs::rename(copy / "libexec/another", copy / "libexec/quillon");
   EXPECT_EQ(control("reload").status, 0);
   EXPECT_TRUE(eventually([&] {
     return errors().find("ended unexpectedly; the next one starts in") != std::string::npos ||

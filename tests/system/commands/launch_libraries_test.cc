@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
+#include <link.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -43,6 +46,22 @@ TEST_F(PartnerCommand, LoadsLibcrypto) {
   EXPECT_EQ(helped.status, 0);
   EXPECT_THAT(helped.err, HasSubstr("libcrypto"));
 }
+
+#ifdef QUILLON_FRONT_IS_STATIC
+// A client of the launch pad needs neither the dynamic linker nor a library.
+TEST(Front, HasNoInterpreter) {
+  const std::string file = contentsOf(QUILLON_COMMAND);
+  ElfW(Ehdr) header{};
+  ASSERT_GT(file.size(), sizeof header);
+  std::memcpy(&header, file.data(), sizeof header);
+  std::vector<ElfW(Phdr)> segments(header.e_phnum);
+  std::memcpy(segments.data(), file.data() + header.e_phoff, header.e_phnum * sizeof segments[0]);
+  ASSERT_FALSE(segments.empty());
+  EXPECT_TRUE(std::none_of(segments.begin(), segments.end(),
+                           [](const auto& segment) { return segment.p_type == PT_INTERP; }));
+  EXPECT_EQ(header.e_type, ET_DYN);  // its addresses are random
+}
+#endif
 
 }  // namespace
 }  // namespace quillon::test

@@ -9,6 +9,7 @@
 //   forks:N                 forks N children that log once each, while a thread logs errors
 //   last-error              prints lastErrorMessage()
 //   last-errors             prints each of lastErrorMessages()
+//   config                  prints currentLog() and openLogOfEnvironment(), one line each
 //   errno                   prints whether logging and tracing preserve errno
 //   begin:NAME  end  marker:TEXT
 //   fork-in-span            forks a child that ends a span of its parent
@@ -23,6 +24,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <map>
@@ -35,6 +37,7 @@
 #include "platform/launch_marker.h"
 #include "platform/trace.h"
 #include "workstation/last_errors.h"
+#include "workstation/log_config.h"
 
 namespace {
 
@@ -81,6 +84,23 @@ void logFromForks(int children) {
   }
   stop = true;
   busy.join();
+}
+
+std::string describe(const quillon::workstation::LogConfig& log) {
+  std::string file;
+  if (log.descriptor >= 0) {
+    file = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(log.descriptor));
+    file += (fcntl(log.descriptor, F_GETFD) & FD_CLOEXEC) != 0 ? " closed on exec" : "";
+    file += log.descriptor >= 200 ? " high" : "";
+  }
+  return log.target + " " + std::to_string(log.level) + " " +
+         std::to_string(static_cast<int>(log.applicationOutput)) + " " + file;
+}
+
+void printConfigs() {
+  const auto client = quillon::workstation::openLogOfEnvironment();
+  std::cout << describe(quillon::workstation::currentLog()) << '\n'
+            << (client ? describe(*client) : "library needed") << '\n';
 }
 
 void printErrno() {
@@ -173,6 +193,7 @@ const std::map<std::string, std::pair<size_t, std::function<void(const Words&)>>
       }}},
     {"last-error",
      {1, [](const Words&) { std::cout << quillon::workstation::lastErrorMessage() << '\n'; }}},
+    {"config", {1, [](const Words&) { printConfigs(); }}},
     {"errno", {1, [](const Words&) { printErrno(); }}},
     {"begin", {2, [](const Words& w) { trace_begin(w[1].c_str()); }}},
     {"end", {1, [](const Words&) { trace_end(); }}},

@@ -41,6 +41,33 @@ class LogTest : public ::testing::Test {
 const std::vector<std::string> kThreeLevels = {"log:3:T:debug\n", "log:4:T:info\n",
                                                "log:6:T:error\n"};
 
+// A client of the launch pad without the library hands over the log that the library would.
+TEST_F(LogTest, IsTheSameWithoutTheLibrary) {
+  for (const Variables& set :
+       std::vector<Variables>{{},
+                              {{"QUILLON_LOG", "terminal"}},
+                              {{"QUILLON_LOG", "none"}},
+                              {{"QUILLON_LOG", "file:" + file}},
+                              {{"QUILLON_LOG", "json:" + file}, {"QUILLON_LOG_LEVEL", "error"}},
+                              {{"QUILLON_LOG_LEVEL", "info"}}}) {
+    const std::vector<std::string> lines = linesOf(probe({"config"}, set).out);
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(lines[0], lines[1]);
+  }
+  EXPECT_THAT(probe({"config"}, {{"QUILLON_LOG", "file:" + file}}).out,
+              HasSubstr("file 0 0 " + file + " closed on exec high\n"));
+}
+
+TEST_F(LogTest, NeedsTheLibraryForTheJournalAndToReportASetting) {
+  for (const Variables& set :
+       std::vector<Variables>{{{"QUILLON_LOG", "journal"}},
+                              {{"QUILLON_LOG", "paper"}},
+                              {{"QUILLON_LOG_LEVEL", "loud"}},
+                              {{"QUILLON_LOG", "file:/no/such/folder/log"}}}) {
+    EXPECT_THAT(probe({"config"}, set).out, HasSubstr("\nlibrary needed\n")) << set.begin()->second;
+  }
+}
+
 TEST_F(LogTest, WritesOnlyErrorsToTheTerminalWhenNothingIsSet) {
   const Finished ran = probe(kThreeLevels);
   EXPECT_THAT(ran.err, MatchesRegex("E/T\\([0-9]+,[0-9]+\\): error\n"));

@@ -2,6 +2,7 @@
 // process logs to the target of the client that it serves.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace quillon::workstation {
@@ -17,6 +18,12 @@ struct LogConfig {
 // Returns the configuration of this process's log. The log keeps the ownership of the descriptor:
 // the caller may duplicate or send it, but must not close it.
 LogConfig currentLog();
+
+// Opens the log of a client of the launch pad that does not load the library. In such a client it
+// takes the place of currentLog(). The descriptor stays open until the process ends. Returns
+// nullopt if the client needs the library after all, for the journal or to report an invalid
+// setting.
+std::optional<LogConfig> openLogOfEnvironment();
 
 // Replaces this process's log. Always takes ownership of the descriptor. Returns false if the
 // target is unknown or cannot be used; the log then stays as it is.

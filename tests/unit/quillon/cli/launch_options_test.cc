@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "quillon/cli/front/plain_launch.h"
 #include "quillon/cli/launch_parser.h"
-#include "quillon/cli/plain_launch.h"
 #include "tests/support/scoped_variable.h"
 
 namespace quillon::cli {

@@ -1,4 +1,4 @@
-#include "quillon/cli/plain_launch.h"
+#include "quillon/cli/front/plain_launch.h"
 
 #include <gmock/gmock.h>
 

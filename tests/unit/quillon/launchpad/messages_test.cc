@@ -192,7 +192,7 @@ class HandOverOfLength : public ::testing::TestWithParam<size_t> {};
 TEST_P(HandOverOfLength, ArrivesWithItsDescriptors) {
   const std::vector<std::string> arguments = {"", "two words", std::string(GetParam(), 'x')};
   const Descriptor further(dup(STDOUT_FILENO));
-  const EncodedHandOver encoded(arguments, ProcSelf(), {further.get()});
+  const EncodedHandOver encoded(arguments, ProcSelf(), workstation::currentLog(), {further.get()});
   for (int worker = 0; worker < 2; ++worker) {
     const auto received = parseHandOver(transfer(encoded));
     ASSERT_TRUE(received);
@@ -212,14 +212,15 @@ INSTANTIATE_TEST_SUITE_P(HandOver, HandOverOfLength, ::testing::Values(0, 40'000
 
 TEST(HandOver, ContainsTheUmask) {
   const mode_t before = umask(0127);
-  const auto received = parseHandOver(transfer(EncodedHandOver({}, ProcSelf(), {})));
+  const auto received =
+      parseHandOver(transfer(EncodedHandOver({}, ProcSelf(), workstation::currentLog(), {})));
   umask(before);
   ASSERT_TRUE(received);
   EXPECT_EQ(received->umask, 0127U);
 }
 
 TEST(HandOver, IsRejectedIfADescriptorIsMissing) {
-  const EncodedHandOver sent({}, ProcSelf(), {});
+  const EncodedHandOver sent({}, ProcSelf(), workstation::currentLog(), {});
   ASSERT_TRUE(parseHandOver(transfer(sent)));
   Message message = transfer(sent);
   message.descriptors.pop_back();
@@ -230,7 +231,7 @@ TEST(HandOver, IsRejectedIfADescriptorIsMissing) {
 }
 
 TEST(HandOver, IsRejectedIfADescriptorIsTooMany) {
-  Message message = transfer(EncodedHandOver({}, ProcSelf(), {}));
+  Message message = transfer(EncodedHandOver({}, ProcSelf(), workstation::currentLog(), {}));
   message.descriptors.emplace_back(dup(STDIN_FILENO));
   EXPECT_FALSE(parseHandOver(std::move(message)));
 }

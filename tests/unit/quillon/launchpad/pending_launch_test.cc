@@ -112,7 +112,7 @@ class PendingLaunchTest : public ::testing::Test {
     const ProcSelf self;
     const Request request = makeRequest({}, self);
     EXPECT_TRUE(sendRequest(socket.get(), request));
-    const EncodedHandOver handOver({}, self, inherited);
+    const EncodedHandOver handOver({}, self, {}, inherited);
     return PendingLaunch(socket, request, handOver, self.ignoredSignals(), false, timeouts)
         .awaitOutcome();
   }

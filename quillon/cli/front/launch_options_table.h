@@ -1,7 +1,5 @@
 // The options of `quillon launch`: one table for the fast path (plain_launch.h) and for the full
 // parser (launch_parser.h), so that both accept the same options with the same meaning.
-//
-// Included by the fast path: no header of the full parser's library may be included here.
 #pragma once
 
 #include <filesystem>
@@ -12,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-#include "quillon/cli/device_option.h"
+#include "quillon/cli/front/default_device.h"
 #include "quillon/host/application/options.h"
 
 namespace quillon::cli {

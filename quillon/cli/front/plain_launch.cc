@@ -1,4 +1,4 @@
-#include "quillon/cli/plain_launch.h"
+#include "quillon/cli/front/plain_launch.h"
 
 #include <algorithm>
 #include <iterator>
@@ -6,7 +6,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "quillon/cli/launch_options_table.h"
+#include "quillon/cli/front/launch_options_table.h"
 
 namespace quillon::cli {
 namespace {

@@ -1,4 +1,4 @@
-#include "quillon/cli/display.h"
+#include "quillon/cli/front/display.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
