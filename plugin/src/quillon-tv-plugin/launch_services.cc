@@ -59,7 +59,7 @@ void setCetificationFile() {
   const char* file = exists(device_paths::kUpdatedCertificates)
                          ? device_paths::kUpdatedCertificates
                          : device_paths::kPlatformCertificates;
-  setenv("SSL_CERT_FILE", file, 1);
+  setenv(device_names::kCertificatesVariable, file, 1);
   QLOG_DEBUG("Use %s", file);
 }
 
