@@ -31,6 +31,7 @@
 #include "quillon/host/runtime_plan.h"
 #include "quillon/resolution/hostpolicy.h"
 #include "quillon/resolution/resolution.h"
+#include "workstation/config_store.h"
 
 namespace quillon::host {
 namespace {
@@ -126,6 +127,10 @@ Expected<void> Launch::prepare() {
     finishLoadingRuntime();
   }
   RETURN_IF_FAILED(initializePlugin());
+  // validateAssemblies() requires a process with one thread.
+  if (!options_.plan && !options_.validate) {
+    workstation::startConfigThread();
+  }
   finishLoadingRuntime();
   setenv(kAppIdVariable, target_.application.id.c_str(), 1);
   return {};
