@@ -1,9 +1,9 @@
-# quillon_unit(<path> <source>...)
+# quillon_unit(<path> <source>... [ARCHIVE_ONLY <source>...])
 #
 # Declares one unit of the plug-in, for example quillon_unit(plugin/src/plugin-util a.cc b.cc). The
 # unit's log lines have the file field "<last component of path>.cc", even if the unit consists of
 # several files. The shared library and the archive for unit tests are built from the same objects.
-# The library hides their symbols.
+# The library hides their symbols. It does not contain the sources after ARCHIVE_ONLY.
 
 # Defined here instead of in a unit's folder, because the plug-in and the users of its archive link
 # the same target.
@@ -11,11 +11,23 @@ find_package(Boost REQUIRED COMPONENTS filesystem)
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
 
 set_property(GLOBAL PROPERTY QUILLON_UNITS "")
+set_property(GLOBAL PROPERTY QUILLON_ARCHIVE_UNITS "")
 
 function(quillon_unit path)
+  cmake_parse_arguments(arg "" "" "ARCHIVE_ONLY" ${ARGN})
   get_filename_component(unit ${path} NAME)
+  quillon_unit_library(${path} ${unit} ${arg_UNPARSED_ARGUMENTS})
   set_property(GLOBAL APPEND PROPERTY QUILLON_UNITS ${unit})
-  set(target unit-${unit})
+  if(arg_ARCHIVE_ONLY)
+    quillon_unit_library(${path} ${unit}-archive ${arg_ARCHIVE_ONLY})
+    set_property(GLOBAL APPEND PROPERTY QUILLON_ARCHIVE_UNITS ${unit}-archive)
+  endif()
+endfunction()
+
+# quillon_unit_library(<path> <name> <source>...): the objects of sources of a unit.
+function(quillon_unit_library path name)
+  get_filename_component(unit ${path} NAME)
+  set(target unit-${name})
   add_library(${target} OBJECT ${ARGN})
   set_target_properties(${target} PROPERTIES
     CXX_VISIBILITY_PRESET hidden
@@ -34,9 +46,9 @@ function(quillon_unit path)
   target_link_libraries(${target} PRIVATE quillon-compile Boost::filesystem OpenSSL::Crypto)
 endfunction()
 
-# quillon_unit_objects(<variable>): the object files of every unit declared so far.
-function(quillon_unit_objects variable)
-  get_property(units GLOBAL PROPERTY QUILLON_UNITS)
+# quillon_unit_objects(<variable> <property>): the object files of every unit in a global property.
+function(quillon_unit_objects variable property)
+  get_property(units GLOBAL PROPERTY ${property})
   list(TRANSFORM units REPLACE "(.+)" "$<TARGET_OBJECTS:unit-\\1>")
   set(${variable} ${units} PARENT_SCOPE)
 endfunction()

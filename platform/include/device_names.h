@@ -18,6 +18,11 @@ inline constexpr char kInhouseType[] = "inhouse";
 inline constexpr char kDotnetType[] = "dotnet";
 inline constexpr char kNormalType[] = "normal";
 
+// The environment variables that plugin_initialize sets. The launcher adds them before.
+inline constexpr char kApplicationVariable[] = "DOTNET_APP";
+inline constexpr char kSocketsHandlerVariable[] = "DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER";
+inline constexpr char kCertificatesVariable[] = "SSL_CERT_FILE";
+
 // Separates the package ids in the value of QUILLON_REQUIRED_PACKAGES_KEY.
 inline constexpr char kRequiredPackagesSeparator = ';';
 

@@ -8,6 +8,7 @@
 #include <optional>
 #include <sstream>
 
+#include "device_names.h"
 #include "device_paths.h"
 #include "quillon/base/files.h"
 #include "quillon/base/terminal.h"
@@ -30,6 +31,7 @@
 #include "quillon/host/runtime_plan.h"
 #include "quillon/resolution/hostpolicy.h"
 #include "quillon/resolution/resolution.h"
+#include "workstation/config_store.h"
 
 namespace quillon::host {
 namespace {
@@ -41,6 +43,17 @@ void print(const LaunchPlan& plan, void (*format)(const LaunchPlan&, std::ostrea
   std::ostringstream text;
   format(plan, text);
   std::fputs(text.str().c_str(), file);
+}
+
+// Adds the variables that the plug-in sets, so that it only replaces their values. While another
+// thread reads the environment, setenv(3) must not add a variable, because it may then release the
+// array that the other thread reads.
+void addVariablesOfPlugin() {
+  for (const char* name :
+       {device_names::kApplicationVariable, device_names::kSocketsHandlerVariable,
+        device_names::kCertificatesVariable}) {
+    setenv(name, "", 0);
+  }
 }
 
 // A launch in progress. The members hold the results of one step for the next ones.
@@ -57,9 +70,10 @@ class Launch {
   Expected<LaunchTarget> findApplication() const;
   Expected<void> readRequirements();
   Expected<void> registerProcess();
+  void loadPlugin();
   void startLoadingRuntime();
   void finishLoadingRuntime();
-  Expected<void> loadPlugin();
+  Expected<void> usePlugin();
   Expected<void> initializePlugin();
   void planProperties();
   Expected<void> checkFrameworks() const;
@@ -77,6 +91,7 @@ class Launch {
   const fs::path executable_;
   fs::path pluginFile_;
   std::optional<fs::path> hiddenDirectory_;  // the working directory of the command
+  Expected<PluginLibrary> library_;
   LaunchTarget target_;
   Requirements requirements_;
   PluginCalls plugin_;
@@ -85,9 +100,7 @@ class Launch {
   std::optional<device::CachedLists> caches_;  // before the plug-in made its lists
   std::optional<ScopedLttngOff> lttngOff_;     // while the runtime's libraries are loaded
   std::optional<Expected<Runtime>> runtime_;
-  // Sets runtime_, so it is declared after it. It ends before the first call of the plug-in, which
-  // changes attributes of the calling thread only.
-  std::optional<BackgroundTask> loader_;
+  std::optional<BackgroundTask> loader_;  // sets runtime_, so it is declared after it
 };
 
 Expected<int> Launch::run() {
@@ -95,19 +108,32 @@ Expected<int> Launch::run() {
   return options_.plan ? printPlan() : runApplication();
 }
 
+// The runtime's libraries load in another thread from startLoadingRuntime() to
+// finishLoadingRuntime(), which takes longer than the steps between.
 Expected<void> Launch::prepare() {
   registerMembarrier();
   RETURN_IF_FAILED(enterDevice());
+  loadPlugin();
   if (!options_.plan) {
     startLoadingRuntime();
   }
   ASSIGN_OR_RETURN(target_, findApplication());
   RETURN_IF_FAILED(readRequirements());
-  RETURN_IF_FAILED(loadPlugin());
+  RETURN_IF_FAILED(usePlugin());
   RETURN_IF_FAILED(registerProcess());
+  workstation::forgetEndedProcesses();
+  // The zone library refuses a process with two threads.
+  if (entersZone(target_.type)) {
+    finishLoadingRuntime();
+  }
+  RETURN_IF_FAILED(initializePlugin());
+  // validateAssemblies() requires a process with one thread.
+  if (!options_.plan && !options_.validate) {
+    workstation::startConfigThread();
+  }
   finishLoadingRuntime();
   setenv(kAppIdVariable, target_.application.id.c_str(), 1);
-  return initializePlugin();
+  return {};
 }
 
 Expected<void> Launch::enterDevice() {
@@ -126,9 +152,17 @@ Expected<void> Launch::enterDevice() {
   return {};
 }
 
-// The runtime's libraries are most of what a launch loads, and no step before the first call of the
-// plug-in needs them.
+// Load the plug-in before the runtime's libraries: the dynamic linker loads one library at a time,
+// so the calling thread would wait for the other one.
+void Launch::loadPlugin() {
+  const TraceSpan span("load the plug-in");
+  library_ = host::loadPlugin(pluginFile_);
+}
+
+// The runtime's libraries are most of what a launch loads, and no step before the runtime's start
+// needs them. The initialization of libcoreclr.so reads the environment.
 void Launch::startLoadingRuntime() {
+  addVariablesOfPlugin();
   lttngOff_.emplace();
   loader_.emplace([this] {
     const TraceSpan span("load the runtime's libraries");
@@ -136,7 +170,7 @@ void Launch::startLoadingRuntime() {
   });
 }
 
-// No other thread reads the environment after this function, so it may change.
+// No other thread reads the environment after this function, so variables may be added and removed.
 void Launch::finishLoadingRuntime() {
   loader_.reset();
   lttngOff_.reset();
@@ -166,13 +200,11 @@ Expected<void> Launch::readRequirements() {
   return {};
 }
 
-Expected<void> Launch::loadPlugin() {
-  const TraceSpan span("load the plug-in");
-  auto library = host::loadPlugin(pluginFile_);
-  if (!library) {
-    return fail(kNoPlugin, library.error());
+Expected<void> Launch::usePlugin() {
+  if (!library_) {
+    return fail(kNoPlugin, library_.error());
   }
-  plugin_ = PluginCalls(*library, &target_);
+  plugin_ = PluginCalls(*library_, &target_);
   return {};
 }
 
@@ -184,7 +216,6 @@ Expected<void> Launch::registerProcess() {
       !registered) {
     return fail(kServiceFailed, registered.error());
   }
-  workstation::forgetEndedProcesses();
   return {};
 }
 

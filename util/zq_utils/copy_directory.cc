@@ -1,4 +1,5 @@
 #include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/operations.hpp>
 
 #include "util/log/log.h"
 #include "util/zq_utils/file_copy.h"

@@ -19,10 +19,6 @@ using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 Directory openDirectory(const std::string& path) { return Directory(opendir(path.c_str())); }
 
-bool isSelfOrParent(const char* name) {
-  return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-}
-
 // Builds the full paths of the entries of one directory in the same buffer, because a walk visits
 // thousands of entries.
 class EntryPath {
@@ -49,6 +45,10 @@ bool leadsToFileOrDirectory(const std::string& path) {
 }
 
 }  // namespace
+
+bool isSelfOrParent(const char* name) {
+  return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
 
 void scanFilesInDirectory(const std::string& directory, FileReader reader, unsigned int depth) {
   const Directory stream = openDirectory(directory);

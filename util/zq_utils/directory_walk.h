@@ -7,6 +7,9 @@
 // Called for each entry with its full path and its name. `name` is valid only during the call.
 using FileReader = std::function<void(const std::string& path, const char* name)>;
 
+// Returns true for the entries "." and "..".
+bool isSelfOrParent(const char* name);
+
 // Calls `reader` for each file and symbolic link in `directory`, and in its subdirectories down to
 // `depth` levels. A directory that cannot be opened is skipped without a log line.
 void scanFilesInDirectory(const std::string& directory, FileReader reader, unsigned int depth);

@@ -1,8 +1,8 @@
 // Definitions of an existing path and of permission bits for this unit.
 #pragma once
 
-#include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 // The bits of a mode that chmod(2) sets.
@@ -11,6 +11,6 @@ inline constexpr mode_t kPermissionBits = 07777;
 // Returns true if the status of the path, after links are followed, is neither an error nor
 // not-found.
 inline bool pathExists(const boost::filesystem::path& path) {
-  boost::system::error_code error;
-  return boost::filesystem::exists(path, error);
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0;
 }

@@ -1,6 +1,6 @@
 #include "util/zq_utils/files.h"
 
-#include <sys/stat.h>
+#include <boost/filesystem/operations.hpp>
 
 #include "util/log/log.h"
 #include "util/zq_utils/file_copy.h"
@@ -37,18 +37,6 @@ bool removeAll(const fs::path& path) {
   }
   error_code error;
   fs::remove_all(path, error);
-  if (error) {
-    QLOG_ERROR("Cannot remove: %s, %s", path.c_str(), error.message().c_str());
-  }
-  return !error;
-}
-
-bool removeFile(const fs::path& path) {
-  if (!pathExists(path)) {
-    return true;
-  }
-  error_code error;
-  fs::remove(path, error);
   if (error) {
     QLOG_ERROR("Cannot remove: %s, %s", path.c_str(), error.message().c_str());
   }
@@ -92,9 +80,4 @@ bool createDir(const fs::path& path) {
     QLOG_ERROR("Failed to create directory: %s", path.c_str());
   }
   return !error;
-}
-
-unsigned int getFileSize(const std::string& path) {
-  struct stat status;
-  return stat(path.c_str(), &status) == 0 ? static_cast<unsigned int>(status.st_size) : 0;
 }

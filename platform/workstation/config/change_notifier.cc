@@ -64,6 +64,8 @@ class SignalsBlocked {
 
 }  // namespace
 
+void startConfigThread() { static_cast<void>(ChangeNotifier::start()); }
+
 Expected<ChangeNotifier*> ChangeNotifier::start() {
   const std::lock_guard lock(process().mutex);
   if (process().notifier != nullptr) {

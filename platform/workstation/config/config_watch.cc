@@ -44,12 +44,15 @@ Expected<ConfigWatch> ConfigWatch::open() {
 
 Expected<void> ConfigWatch::add(const std::string& folder) {
   const fs::path path = pathOf(folder);
-  std::error_code error;
-  fs::create_directories(path, error);
-  if (error) {
-    return tl::unexpected(cannotWatch(path, error.value()));
+  int watch = inotify_add_watch(inotify_.get(), path.c_str(), kEvents);
+  if (watch < 0 && errno == ENOENT) {
+    std::error_code error;
+    fs::create_directories(path, error);
+    if (error) {
+      return tl::unexpected(cannotWatch(path, error.value()));
+    }
+    watch = inotify_add_watch(inotify_.get(), path.c_str(), kEvents);
   }
-  const int watch = inotify_add_watch(inotify_.get(), path.c_str(), kEvents);
   if (watch < 0) {
     return tl::unexpected(cannotWatch(path, errno));
   }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -23,6 +24,20 @@
 
 namespace quillon::workstation {
 namespace {
+
+// The start time of this process is read once. A forked child has another id.
+unsigned long long knownStartTimeOf(pid_t pid) {
+  static std::atomic<unsigned long long> ownStart = 0;
+  static std::atomic<pid_t> owner = 0;  // whose start time ownStart is
+  if (pid != getpid()) {
+    return startTimeOf(pid);
+  }
+  if (owner != pid) {
+    ownStart = startTimeOf(pid);
+    owner = ownStart != 0 ? pid : 0;
+  }
+  return ownStart;
+}
 
 std::string linkOf(pid_t pid) { return std::string(kProcessDirectory) + "/" + std::to_string(pid); }
 
@@ -70,7 +85,7 @@ std::optional<ProcessRecord> recordAt(int folder, const std::string& link, pid_t
     return std::nullopt;
   }
   const std::string_view text(buffer.data(), static_cast<size_t>(length));
-  const auto start = startTimeOf(pid);
+  const auto start = knownStartTimeOf(pid);
   const std::string expected = std::to_string(start) + ":";
   if (start == 0 || !text.starts_with(expected)) {
     return std::nullopt;
@@ -85,7 +100,7 @@ std::optional<ProcessRecord> recordAt(int folder, const std::string& link, pid_t
 
 Expected<void> registerProcess(pid_t pid, const std::string& packageId,
                                const std::string& applicationId) {
-  const auto start = startTimeOf(pid);
+  const auto start = knownStartTimeOf(pid);
   if (start == 0) {
     return fail("there is no process " + std::to_string(pid));
   }

@@ -12,22 +12,25 @@
 #include "util/log/log.h"
 #include "util/zq_utils/paths.h"
 
+extern "C" {
+[[gnu::weak]] void __asan_init();
+[[gnu::weak]] void __tsan_init();
+}
+
 namespace {
 
 #define QUILLON_TEXT_OF(value) #value
 #define QUILLON_FILE_OF(version) "libcrypto.so." QUILLON_TEXT_OF(version)
 constexpr char kFile[] = QUILLON_FILE_OF(OPENSSL_SHLIB_VERSION);
 
-bool isDefined(const char* symbol) { return dlsym(RTLD_DEFAULT, symbol) != nullptr; }
-
-// Whether the launcher was compiled with a sanitizer. Tested when the plug-in is loaded, before an
-// application can define these symbols.
-const bool isSanitized = isDefined("__asan_init") || isDefined("__tsan_init");
+// Whether the launcher was compiled with a sanitizer. The dynamic linker resolves the symbols when
+// it loads the plug-in, before an application can define them.
+bool isSanitized() { return __asan_init != nullptr || __tsan_init != nullptr; }
 
 // Without RTLD_DEEPBIND, a library with the same functions in the global scope, such as one that
 // the program is linked with, would replace the functions that libcrypto calls in itself. The
 // sanitizers end a process that uses the flag.
-int openMode() { return RTLD_NOW | RTLD_LOCAL | (isSanitized ? 0 : RTLD_DEEPBIND); }
+int openMode() { return RTLD_NOW | RTLD_LOCAL | (isSanitized() ? 0 : RTLD_DEEPBIND); }
 
 // Returns the folder of the library that defines `function`, or an empty string.
 std::string folderOf(const void* function) {

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "device_names.h"
 #include "plugin/src/quillon-tv-plugin/launch_services.h"
 #include "plugin/src/quillon-tv-plugin/mode_selection.h"
 #include "plugin/src/quillon-tv-plugin/preload_method.h"
@@ -39,8 +40,8 @@ void closeErrorCapture() {
 
 void plugin_initialize(const char* appType) {
   QLOG_SCOPE();
-  setenv("DOTNET_APP", "1", 1);
-  setenv("DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER", "0", 1);
+  setenv(device_names::kApplicationVariable, "1", 1);
+  setenv(device_names::kSocketsHandlerVariable, "0", 1);
   setCetificationFile();
   TTraceLog("[quillon-tv-plugin] plugin_initialize");
   const char* type = textOrEmpty(appType);

@@ -1,6 +1,5 @@
 #include "plugin/src/quillon-tv-plugin/launch_services.h"
 
-#include <boost/filesystem/operations.hpp>
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -15,11 +14,10 @@
 #include "plugin/src/quillon-tv-plugin/preload_method.h"
 #include "util/log/log.h"
 #include "util/zq_utils/descriptor.h"
+#include "util/zq_utils/directory_walk.h"
 #include "util/zq_utils/paths.h"
 
 namespace {
-
-namespace fs = boost::filesystem;
 
 constexpr char kGcTracerOptIn[] = "/opt/usr/home/owner/share/gctracer/";
 constexpr char kDebugPipeDirectory[] = "/tmp";
@@ -30,15 +28,14 @@ bool exists(const char* path) { return access(path, F_OK) == 0; }
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 // Returns the name of the opt-in entry that matches `appId`, or an empty string if there is none.
 std::string gcTracerEntryFor(const std::string& appId) {
-  boost::system::error_code error;
-  for (fs::directory_iterator entry(kGcTracerOptIn, error), end; !error && entry != end;
-       entry.increment(error)) {
-    std::string name = getFileName(entry->path().string());
-    if (name.find(appId) != std::string::npos) {
-      return name;
+  const Directory directory(opendir(kGcTracerOptIn));
+  while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
+    if (!isSelfOrParent(entry->d_name) && strstr(entry->d_name, appId.c_str()) != nullptr) {
+      return entry->d_name;
     }
   }
   return {};
@@ -59,7 +56,7 @@ void setCetificationFile() {
   const char* file = exists(device_paths::kUpdatedCertificates)
                          ? device_paths::kUpdatedCertificates
                          : device_paths::kPlatformCertificates;
-  setenv("SSL_CERT_FILE", file, 1);
+  setenv(device_names::kCertificatesVariable, file, 1);
   QLOG_DEBUG("Use %s", file);
 }
 
@@ -98,7 +95,7 @@ void handleDebugPipe() {
   QLOG_SCOPE();
   QLOG_DEBUG("handleDebugPipe called!!");
   const std::string prefix = device_names::kDebuggerPipePrefix + std::to_string(getpid()) + "-";
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(kDebugPipeDirectory));
+  const Directory directory(opendir(kDebugPipeDirectory));
   if (directory == nullptr) {
     return;
   }

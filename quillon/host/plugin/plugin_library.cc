@@ -13,6 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kFileName[] = "libquillon-tv-plugin.so";
+constexpr char kCxxLibrary[] = "libstdc++.so.6";
 constexpr char kRemedy[] =
     "build the target quillon-tv-plugin, or name another plug-in: --plugin FILE";
 
@@ -20,6 +21,11 @@ std::string loaderMessage() {
   const char* message = dlerror();
   return message != nullptr ? message : "unknown cause";
 }
+
+// Loads the C++ library that the plug-in and the runtime share, so that its 1,000 calls of its own
+// functions are resolved when they are first made. RTLD_NOW, which the plug-in is loaded with,
+// would resolve all of them first. The plug-in's signal handlers call nothing of it.
+void loadCxxLibrary() { dlopen(kCxxLibrary, RTLD_LAZY | RTLD_LOCAL); }
 
 // Looks up functions until one is missing.
 class Symbols {
@@ -56,6 +62,7 @@ fs::path pluginOrDefault(const fs::path& named) {
 }
 
 Expected<PluginLibrary> loadPlugin(const fs::path& file) {
+  loadCxxLibrary();
   void* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) {
     return fail("cannot load the plug-in '" + file.string() + "': " + loaderMessage(), kRemedy);

@@ -1,8 +1,8 @@
 // The .NET runtime of a framework folder, used through its hosting interface (coreclrhost.h of the
 // public runtime).
 //
-// A process can start the runtime only once, also after it was shut down. During start(), the
-// calling thread must be the only one that the launcher created.
+// A process can start the runtime only once, also after it was shut down. During start(), other
+// threads of the launcher must not load libraries or change the environment.
 #pragma once
 
 #include <filesystem>

@@ -191,6 +191,15 @@ TEST(ExportedSymbols, TheProgramAndThePlatformShowNothingOfTheCxxLibrary) {
   }
 }
 
+// Every launch loads the libraries that the plug-in needs.
+TEST(ExportedSymbols, ThePluginNeedsFewLibraries) {
+  const Names needed =
+      matchesOf(told(std::string(QUILLON_READELF) + " -d"), "\\(NEEDED\\).*\\[lib([a-z_+-]+)");
+  EXPECT_THAT(needed, ::testing::Contains("quillon-platform"));
+  EXPECT_THAT(needed, ::testing::Not(::testing::Contains("boost_filesystem")));
+  EXPECT_THAT(needed, ::testing::Not(::testing::Contains("crypto")));
+}
+
 // The zone library is loaded by name when an application needs it.
 TEST(ExportedSymbols, NoZoneFunctionIsNeededToLoadThePlugin) {
   for (const std::string& name : symbols("--undefined-only")) {

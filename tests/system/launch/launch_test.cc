@@ -2,8 +2,10 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -306,6 +308,58 @@ TEST_F(Launch, MakesTheCallsInTheStatedOrder) {
     expected.emplace_back(host::nameOf(call));
   }
   EXPECT_EQ(tracedCalls(fresh("launch.json")), expected);
+}
+
+struct Span {
+  double begin = 0;
+  double end = 0;
+};
+
+// The spans of a trace by their names, in microseconds.
+std::map<std::string, Span> spansOf(const fs::path& trace) {
+  std::map<std::string, Span> spans;
+  std::map<int, std::vector<std::string>> open;  // of each thread
+  for (const auto& event : nlohmann::json::parse(contentOf(trace))) {
+    std::vector<std::string>& names = open[event.value("tid", 0)];
+    if (event["ph"] == "B") {
+      names.push_back(event["name"]);
+      spans[names.back()].begin = event["ts"];
+    } else if (event["ph"] == "E" && !names.empty()) {
+      spans[names.back()].end = event["ts"];
+      names.pop_back();
+    }
+  }
+  return spans;
+}
+
+// The dynamic linker loads one library at a time. If the runtime's were first, every step that
+// needs the plug-in would wait for them.
+TEST_F(Launch, LoadsThePluginBeforeTheRuntimesLibraries) {
+  ASSERT_EQ(launch({kClock, "--timeline", fresh("launch.html")}).status, 0);
+  auto spans = spansOf(fresh("launch.json"));
+  const Span libraries = spans["load the runtime's libraries"];
+  EXPECT_LT(spans["load the plug-in"].end, libraries.begin);
+  EXPECT_LT(libraries.end, spans["coreclr_initialize"].begin);
+}
+
+// The zone library refuses a process with two threads.
+TEST_F(Launch, HasOneThreadWhenThePluginMayEnterAZone) {
+  ASSERT_EQ(launch({kClock, "--type", "dotnet", "--timeline", fresh("launch.html")}).status, 0);
+  auto spans = spansOf(fresh("launch.json"));
+  EXPECT_LT(spans["load the runtime's libraries"].end, spans["plugin_initialize"].begin);
+}
+
+TEST_F(Launch, RemovesTheRecordsOfEndedProcesses) {
+  const pid_t ended = fork();
+  if (ended == 0) {
+    _exit(0);
+  }
+  waitpid(ended, nullptr, 0);
+  const fs::path record = at("/opt/usr/share/quillon/processes") / std::to_string(ended);
+  fs::create_directories(record.parent_path());
+  fs::create_symlink("1:org.velora.gone", record);
+  EXPECT_EQ(launch({kClock}).status, 0);
+  EXPECT_FALSE(fs::is_symlink(record));
 }
 
 TEST_F(Launch, WritesATimelineUpToItsEnd) {

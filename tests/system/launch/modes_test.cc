@@ -83,6 +83,16 @@ TEST_P(EachType, RunsToItsEnd) {
   EXPECT_EQ(probe.errors(), "");
 }
 
+// The launcher adds these variables before the plug-in sets them, and removes one of its own.
+TEST_P(EachType, GivesTheApplicationTheVariablesOfThePlugin) {
+  RunningProbe probe(root(), GetParam());
+  EXPECT_EQ(probe.ask("variable DOTNET_APP"), "1") << probe.errors();
+  EXPECT_EQ(probe.ask("variable DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER"), "0");
+  EXPECT_EQ(probe.ask("variable SSL_CERT_FILE").front(), '/');
+  EXPECT_EQ(probe.ask("variable DOTNET_LTTng"), "(none)");
+  EXPECT_EQ(probe.quit(), 0);
+}
+
 TEST_F(ModesTest, ADotnetApplicationRunsInsideTheZoneAndOthersDoNot) {
   const RunningZone zone(root());
   ASSERT_NE(zone.holder(), "") << zone.started().err;

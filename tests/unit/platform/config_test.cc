@@ -315,6 +315,28 @@ TEST_F(ConfigTest, StartsItsThreadWithTheFirstRegistrationOnly) {
             0);
 }
 
+TEST_F(ConfigTest, AThreadStartedAheadServesTheFirstRegistration) {
+  EXPECT_EQ(inChild([] {
+              workstation::startConfigThread();
+              workstation::startConfigThread();
+              if (threadCount() != 2) {
+                return 1;
+              }
+              Notices notices;
+              if (vconf_notify_key_changed(kKey, Notices::callback, &notices) != 0) {
+                return 2;
+              }
+              if (threadCount() != 2) {
+                return 3;
+              }
+              if (!setConfig(kKey, 7) || !notices.waitFor(7)) {
+                return 4;
+              }
+              return vconf_ignore_key_changed(kKey, Notices::callback) == 0 ? 0 : 5;
+            }),
+            0);
+}
+
 // All signals except SIGKILL, SIGSTOP and the two that libc reserves.
 constexpr uint64_t kAllSignals = 0xfffffffe7ffbfeff;
 

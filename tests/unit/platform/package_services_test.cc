@@ -254,6 +254,24 @@ TEST_F(ServicesTest, AProcessIsKnownUntilItEnds) {
   EXPECT_FALSE(workstation::registerProcess(child, "clock"));
 }
 
+TEST_F(ServicesTest, AForkedChildIsAProcessOfItsOwn) {
+  const auto isIn = [](pid_t process, const std::string& expected) {
+    char package[1024] = "";
+    return aul_app_get_pkgid_bypid(process, package, sizeof package) == 0 && package == expected;
+  };
+  ASSERT_TRUE(workstation::registerProcess(getpid(), "clock"));
+  ASSERT_TRUE(isIn(getpid(), "clock"));
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool isNew = !isIn(getpid(), "clock");
+    const bool isKnown = workstation::registerProcess(getpid(), "moon").has_value();
+    _exit(isNew && isKnown && isIn(getpid(), "moon") && isIn(getppid(), "clock") ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
 TEST_F(ServicesTest, LaunchersRegisterAProcessThroughTheCInterface) {
   ASSERT_EQ(quillon_register_process(getpid(), "clock"), 0);
   char package[1024] = "";

@@ -33,6 +33,12 @@ struct ConfigEntry {
 // Returns the keys below the group `group`, such as "db/menu", or all keys if it is empty, sorted.
 [[nodiscard]] Expected<std::vector<ConfigEntry>> listConfig(const std::string& group);
 
+// Starts the thread that calls the functions registered with vconf_notify_key_changed(), unless it
+// runs. The first registration starts it too, and reports a failure to do so. A launch calls this
+// function while it waits for something else. The thread keeps the credentials, the capabilities
+// and the namespaces of the caller.
+void startConfigThread();
+
 // Calls `changed` with the key's value, if it is set, and then after every change, on the calling
 // thread, until `changed` returns false. Several changes in quick succession may cause only one
 // call, which gets the last value.
