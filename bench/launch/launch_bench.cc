@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/launch/cold.h"
 #include "bench/launch/launch_tables.h"
 #include "bench/launch/parts.h"
 #include "bench/launch/place.h"
@@ -38,6 +39,7 @@ struct Options {
   int rounds = 100;
   int warmUps = 3;
   int memoryRounds = 5;
+  int coldRounds = 0;
   // The runtime compiles hot methods of its start-up in the background, when no new method was
   // called for a tenth of a second.
   double wait = 0.25;
@@ -382,6 +384,18 @@ Expected<std::vector<Setup>> makeSetups(const fs::path& build, const fs::path& w
   return setups;
 }
 
+Expected<void> runCold(const Options& options, const fs::path& work) {
+  if (options.coldRounds == 0) {
+    return {};
+  }
+  if (!canDropCaches()) {
+    std::fprintf(stderr, "bench: no cold launches: only root may drop the page cache\n");
+    return {};
+  }
+  const fs::path against = options.against.empty() ? fs::path() : fs::absolute(options.against);
+  return measureCold({options.coldRounds, options.wait, against}, work);
+}
+
 Expected<bool> runBench(const Options& options) {
   cleanEnvironment();
   const test::TemporaryDirectory work;
@@ -396,7 +410,10 @@ Expected<bool> runBench(const Options& options) {
     fs::create_directory(work.path() / "older");
     ASSIGN_OR_RETURN(older, makeSetups(fs::absolute(options.against), work.path() / "older"));
   }
-  return Bench(options, setups, older).run();
+  ASSIGN_OR_RETURN(const bool whole, options.rounds == 0 ? Expected<bool>(true)
+                                                         : Bench(options, setups, older).run());
+  RETURN_IF_FAILED(runCold(options, work.path()));
+  return whole;
 }
 
 }  // namespace
@@ -423,6 +440,9 @@ int main(int argc, char** argv) {
          "Only write where launches go, to launch-speed.md and launch-parts.svg of a folder")
       ->check(CLI::ExistingDirectory)
       ->type_name("DOCS");
+  app.add_option("--cold", options.coldRounds,
+                 "Rounds of cold launches: root drops the page cache before each")
+      ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
   const auto whole = quillon::bench::runBench(options);
   return whole ? (*whole ? 0 : 1) : quillon::bench::tell(whole.error());
