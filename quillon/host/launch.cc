@@ -28,6 +28,8 @@
 #include "quillon/host/runtime/runtime.h"
 #include "quillon/host/runtime/runtime_settings.h"
 #include "quillon/host/runtime_plan.h"
+#include "quillon/prefetch/read_ahead.h"
+#include "quillon/prefetch/recorder.h"
 #include "quillon/resolution/hostpolicy.h"
 #include "quillon/resolution/resolution.h"
 
@@ -59,6 +61,7 @@ class Launch {
   Expected<void> registerProcess();
   void startLoadingRuntime();
   void finishLoadingRuntime();
+  void endThreads();
   Expected<void> loadPlugin();
   Expected<void> initializePlugin();
   void planProperties();
@@ -85,8 +88,9 @@ class Launch {
   std::optional<device::CachedLists> caches_;  // before the plug-in made its lists
   std::optional<ScopedLttngOff> lttngOff_;     // while the runtime's libraries are loaded
   std::optional<Expected<Runtime>> runtime_;
-  // Sets runtime_, so it is declared after it. It ends before the first call of the plug-in, which
-  // changes attributes of the calling thread only.
+  std::optional<prefetch::LaunchReadAhead> readAhead_;
+  // Sets runtime_ and readAhead_, so it is declared after them. It ends before the first call of
+  // the plug-in, which changes attributes of the calling thread only.
   std::optional<BackgroundTask> loader_;
 };
 
@@ -106,6 +110,9 @@ Expected<void> Launch::prepare() {
   RETURN_IF_FAILED(loadPlugin());
   RETURN_IF_FAILED(registerProcess());
   finishLoadingRuntime();
+  if (entersZone(target_.type)) {
+    endThreads();
+  }
   setenv(kAppIdVariable, target_.application.id.c_str(), 1);
   return initializePlugin();
 }
@@ -131,6 +138,7 @@ Expected<void> Launch::enterDevice() {
 void Launch::startLoadingRuntime() {
   lttngOff_.emplace();
   loader_.emplace([this] {
+    readAhead_.emplace(options_.appId);
     const TraceSpan span("load the runtime's libraries");
     runtime_ = Runtime::load(device_paths::kNetcoreapp);
   });
@@ -140,6 +148,13 @@ void Launch::startLoadingRuntime() {
 void Launch::finishLoadingRuntime() {
   loader_.reset();
   lttngOff_.reset();
+}
+
+void Launch::endThreads() {
+  finishLoadingRuntime();
+  if (readAhead_) {  // not for a plan
+    readAhead_->stop();
+  }
 }
 
 Expected<LaunchTarget> Launch::findApplication() const {
@@ -161,7 +176,7 @@ Expected<void> Launch::readRequirements() {
     requirements_.additions = std::move(answer->additions);
     return {};
   }
-  finishLoadingRuntime();  // the question needs a process with one thread
+  endThreads();  // the question needs a process with one thread
   requirements_.additions = resolution::askAndStore(subject);
   return {};
 }
@@ -264,6 +279,7 @@ Expected<int> Launch::runApplication() {
   }
   // validateAssemblies() requires a process with one thread, so call it before the runtime starts.
   if (options_.validate) {
+    endThreads();
     RETURN_IF_FAILED(
         validateAssemblies(plugin_, target_, resolution::ownAssemblies(runtimePlan_.additions)));
   }
@@ -316,6 +332,8 @@ Expected<int> Launch::execute(Runtime& runtime) {
 // Main.
 Expected<unsigned> Launch::executeAssembly(Runtime& runtime) const {
   const TraceSpan span("coreclr_execute_assembly: Main");
+  const prefetch::Recorder recorder(readAhead_->needsProfile() ? options_.appId : "",
+                                    target_.assembly);
   return runtime.execute(target_.assembly, options_.arguments);
 }
 
