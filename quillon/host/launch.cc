@@ -29,6 +29,8 @@
 #include "quillon/host/runtime/runtime.h"
 #include "quillon/host/runtime/runtime_settings.h"
 #include "quillon/host/runtime_plan.h"
+#include "quillon/prefetch/read_ahead.h"
+#include "quillon/prefetch/recorder.h"
 #include "quillon/resolution/hostpolicy.h"
 #include "quillon/resolution/resolution.h"
 #include "workstation/config_store.h"
@@ -74,6 +76,7 @@ class Launch {
   void startLoadingRuntime();
   void finishLoadingRuntime();
   Expected<void> usePlugin();
+  void endThreads();
   Expected<void> initializePlugin();
   void planProperties();
   Expected<void> checkFrameworks() const;
@@ -100,7 +103,9 @@ class Launch {
   std::optional<device::CachedLists> caches_;  // before the plug-in made its lists
   std::optional<ScopedLttngOff> lttngOff_;     // while the runtime's libraries are loaded
   std::optional<Expected<Runtime>> runtime_;
-  std::optional<BackgroundTask> loader_;  // sets runtime_, so it is declared after it
+  std::optional<prefetch::LaunchReadAhead> readAhead_;
+  // Sets runtime_ and readAhead_, so it is declared after them.
+  std::optional<BackgroundTask> loader_;
 };
 
 Expected<int> Launch::run() {
@@ -124,7 +129,7 @@ Expected<void> Launch::prepare() {
   workstation::forgetEndedProcesses();
   // The zone library refuses a process with two threads.
   if (entersZone(target_.type)) {
-    finishLoadingRuntime();
+    endThreads();
   }
   RETURN_IF_FAILED(initializePlugin());
   // validateAssemblies() requires a process with one thread.
@@ -165,6 +170,7 @@ void Launch::startLoadingRuntime() {
   addVariablesOfPlugin();
   lttngOff_.emplace();
   loader_.emplace([this] {
+    readAhead_.emplace(options_.appId);
     const TraceSpan span("load the runtime's libraries");
     runtime_ = Runtime::load(device_paths::kNetcoreapp);
   });
@@ -174,6 +180,13 @@ void Launch::startLoadingRuntime() {
 void Launch::finishLoadingRuntime() {
   loader_.reset();
   lttngOff_.reset();
+}
+
+void Launch::endThreads() {
+  finishLoadingRuntime();
+  if (readAhead_) {  // not for a plan
+    readAhead_->stop();
+  }
 }
 
 Expected<LaunchTarget> Launch::findApplication() const {
@@ -195,7 +208,7 @@ Expected<void> Launch::readRequirements() {
     requirements_.additions = std::move(answer->additions);
     return {};
   }
-  finishLoadingRuntime();  // the question needs a process with one thread
+  endThreads();  // the question needs a process with one thread
   requirements_.additions = resolution::askAndStore(subject);
   return {};
 }
@@ -295,6 +308,7 @@ Expected<int> Launch::runApplication() {
   }
   // validateAssemblies() requires a process with one thread, so call it before the runtime starts.
   if (options_.validate) {
+    endThreads();
     RETURN_IF_FAILED(
         validateAssemblies(plugin_, target_, resolution::ownAssemblies(runtimePlan_.additions)));
   }
@@ -347,6 +361,8 @@ Expected<int> Launch::execute(Runtime& runtime) {
 // Main.
 Expected<unsigned> Launch::executeAssembly(Runtime& runtime) const {
   const TraceSpan span("coreclr_execute_assembly: Main");
+  const prefetch::Recorder recorder(readAhead_->needsProfile() ? options_.appId : "",
+                                    target_.assembly);
   return runtime.execute(target_.assembly, options_.arguments);
 }
 

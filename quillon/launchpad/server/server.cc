@@ -23,6 +23,7 @@
 #include "quillon/launchpad/server/service_manager.h"
 #include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/worker/managed_side.h"
+#include "quillon/prefetch/read_ahead.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -142,6 +143,7 @@ Expected<void> run(const LaunchpadOptions& options) {
   RETURN_IF_FAILED(enterDevice(options, config));
   RETURN_IF_FAILED(requireParts(options, config));
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
+  prefetch::readAheadForAll();
   EventLoop(options, std::move(config), std::move(state), std::move(*inspector),
             std::move(*listener), std::move(zone), std::move(serviceManager), ignored)
       .run();

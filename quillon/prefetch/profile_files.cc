@@ -1,0 +1,78 @@
+#include "quillon/prefetch/profile_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "device_paths.h"
+#include "quillon/base/descriptor.h"
+#include "quillon/base/directory_entries.h"
+#include "quillon/base/files.h"
+#include "quillon/base/folders.h"
+#include "quillon/prefetch/regular_file.h"
+
+namespace quillon::prefetch {
+namespace {
+
+constexpr char kFolderName[] = "launch-profiles";
+constexpr std::size_t kMaxFileSize = std::size_t{1} << 20;
+
+bool isFileName(const std::string& appId) {
+  return !appId.empty() && appId.front() != '.' && appId.find('/') == appId.npos;
+}
+
+}  // namespace
+
+std::string profileFolder() { return std::string(device_paths::kCacheDirectory) + kFolderName; }
+
+std::optional<LaunchProfile> readProfile(const std::string& appId) {
+  if (!isFileName(appId)) {
+    return std::nullopt;
+  }
+  struct stat status {};
+  const Descriptor file = openRegularWithoutLinks(profileFolder() + '/' + appId, status);
+  if (!file || status.st_uid != geteuid() || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
+      static_cast<std::size_t>(status.st_size) > kMaxFileSize) {
+    return std::nullopt;
+  }
+  return parseProfile(readAll(file.get()));
+}
+
+bool canWriteProfile(const std::string& appId) {
+  return isFileName(appId) && access(device_paths::kCacheDirectory, W_OK) == 0;
+}
+
+bool writeProfile(const std::string& appId, const LaunchProfile& profile) {
+  const std::string text = format(profile);
+  const Descriptor folder = openFolderWithoutLinks(AT_FDCWD, profileFolder(), MissingFolder::kMake);
+  return isFileName(appId) && text.size() <= kMaxFileSize && folder &&
+         replaceFile(folder.get(), appId, text);
+}
+
+std::vector<std::string> profiledApplications() {
+  const Descriptor folder = openFolderWithoutLinks(AT_FDCWD, profileFolder());
+  std::vector<std::string> names = directoryEntries(folder.get());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+Expected<void> removeProfiles(const std::filesystem::path& device) {
+  const Descriptor root(open(device.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor folder = openFolderWithoutLinks(root.get(), profileFolder().substr(1));
+  int cause = folder ? 0 : errno;
+  for (const std::string& name : directoryEntries(folder.get())) {
+    cause = unlinkat(folder.get(), name.c_str(), 0) == 0 ? cause : errno;
+  }
+  if (cause == 0 || cause == ENOENT) {
+    return {};
+  }
+  return fail(
+      "cannot remove the launch profiles in '" + profileFolder() + "': " + std::strerror(cause),
+      "remove them as their owner");
+}
+
+}  // namespace quillon::prefetch

@@ -1,0 +1,165 @@
+// Launch profiles: their format, what they record, and what is read of them.
+#include "quillon/prefetch/launch_profile.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <linux/magic.h>
+#include <sys/inotify.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <string>
+
+#include "quillon/base/descriptor.h"
+#include "quillon/prefetch/read_ahead.h"
+#include "quillon/prefetch/touched_pages.h"
+#include "tests/support/temporary_directory.h"
+
+namespace quillon::prefetch {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::Field;
+using ::testing::Not;
+
+constexpr char kStart[] = "quillon launch profile 1\n";
+constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
+
+TEST(LaunchProfile, IsReadAsItWasWritten) {
+  const LaunchProfile profile{{{"/a file", {5, 7}, {{0, 4096}, {8192, 1}}}, {"/b", {1, 2}, {}}}};
+  const auto read = parseProfile(format(profile));
+  ASSERT_TRUE(read);
+  ASSERT_EQ(read->files.size(), 2U);
+  EXPECT_EQ(read->files[0].path, "/a file");
+  EXPECT_EQ(read->files[0].version, (FileVersion{5, 7}));
+  EXPECT_THAT(read->files[0].ranges, ElementsAre(Range{0, 4096}, Range{8192, 1}));
+  EXPECT_EQ(read->files[1].path, "/b");
+}
+
+TEST(LaunchProfile, OtherTextIsMalformed) {
+  const std::string start = kStart;
+  for (const std::string& text :
+       {std::string(), std::string("quillon launch profile 2\n"), start + "0 4096\n",
+        start + "file 1 2 relative\n", start + "file 1 /a\n", start + "file x 2 /a\n",
+        start + "file 1 2 /a\n-1 5\n", start + "file 1 2 /a\n1\n", start + "file 1 2 /a\n\n",
+        start + "file 1 2 /a\n0 99999999999999999999\n"}) {
+    EXPECT_FALSE(parseProfile(text)) << text;
+  }
+}
+
+TEST(LaunchProfile, NamesNoMoreThanItsLimits) {
+  std::string text = kStart;
+  for (std::size_t i = 0; i < kMaxFiles; ++i) {
+    text += "file 1 2 /a\n";
+  }
+  EXPECT_TRUE(parseProfile(text));
+  EXPECT_FALSE(parseProfile(text + "file 1 2 /a\n"));
+  text += "0 " + std::to_string(kMaxBytes) + "\n";
+  EXPECT_TRUE(parseProfile(text));
+  EXPECT_FALSE(parseProfile(text + "0 1\n"));
+}
+
+class ReadAhead : public ::testing::Test {
+ protected:
+  std::string path(const char* name) const { return directory_.path() / name; }
+  std::string makeFile(const char* name) const {
+    std::ofstream(path(name)) << std::string(4 * kMebibyte, 'x');
+    return path(name);
+  }
+  static ProfiledFile profiled(const std::string& file, std::vector<Range> ranges) {
+    struct stat status {};
+    stat(file.c_str(), &status);
+    return {file, versionOf(status), std::move(ranges)};
+  }
+  // Not on a file system that has its files in memory only.
+  static void removeFromCache(const std::string& file) {
+    const Descriptor opened(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    fsync(opened.get());
+    posix_fadvise(opened.get(), 0, 0, POSIX_FADV_DONTNEED);
+  }
+  bool isInMemoryOnly() const {
+    struct statfs system {};
+    statfs(directory_.path().c_str(), &system);
+    return system.f_type == TMPFS_MAGIC;
+  }
+
+ private:
+  test::TemporaryDirectory directory_;
+};
+
+TEST_F(ReadAhead, BringsTheRangesIntoTheCache) {
+  const std::string file = makeFile("file");
+  const LaunchProfile profile{{profiled(file, {{0, kMebibyte}, {3 * kMebibyte, kMebibyte}})}};
+  removeFromCache(file);
+  EXPECT_EQ(stateOf(profile), isInMemoryOnly() ? ProfileState::kWarm : ProfileState::kCold);
+  readAhead(profile, false);
+  EXPECT_EQ(stateOf(profile), ProfileState::kWarm);
+}
+
+TEST_F(ReadAhead, ReadsNothingAfterItWasStopped) {
+  const std::string file = makeFile("file");
+  const LaunchProfile profile{{profiled(file, {{0, kMebibyte}})}};
+  removeFromCache(file);
+  const ProfileState before = stateOf(profile);
+  readAhead(profile, true);
+  EXPECT_EQ(stateOf(profile), before);
+}
+
+TEST_F(ReadAhead, AChangedFileMakesTheProfileOutdated) {
+  const std::string file = makeFile("file");
+  const LaunchProfile profile{{profiled(file, {{0, kMebibyte}})}};
+  EXPECT_NE(stateOf(profile), ProfileState::kOutdated);
+  std::ofstream(file, std::ios::app) << "more";
+  EXPECT_EQ(stateOf(profile), ProfileState::kOutdated);
+  unlink(file.c_str());
+  EXPECT_EQ(stateOf(profile), ProfileState::kOutdated);
+  EXPECT_EQ(stateOf({}), ProfileState::kOutdated);
+}
+
+// A forged profile has the right version of each file.
+TEST_F(ReadAhead, OpensNeitherFifosNorDevicesNorLinks) {
+  ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+  const std::string target = makeFile("target");
+  ASSERT_EQ(symlink(target.c_str(), path("link").c_str()), 0);
+  const Descriptor watch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  for (const std::string& file : {path("fifo"), target}) {
+    ASSERT_GE(inotify_add_watch(watch.get(), file.c_str(), IN_OPEN), 0) << file;
+  }
+  const LaunchProfile profile{{profiled(path("fifo"), {{0, kMebibyte}}),
+                               profiled("/dev/zero", {{0, kMebibyte}}),
+                               profiled(path("link"), {{0, kMebibyte}})}};
+  EXPECT_EQ(stateOf(profile), ProfileState::kOutdated);
+  readAhead(profile, false);
+  char event = 0;
+  EXPECT_LT(read(watch.get(), &event, sizeof event), 0);
+  EXPECT_EQ(errno, EAGAIN);  // EINVAL if there is an event, which is longer
+}
+
+// The kernel maps some pages around a touched one.
+TEST_F(ReadAhead, TouchedPagesAreThoseThatTheProcessHasUsed) {
+  const std::string file = makeFile("file");
+  const Descriptor opened(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  auto* const bytes = static_cast<const volatile char*>(
+      mmap(nullptr, 4 * kMebibyte, PROT_READ, MAP_PRIVATE, opened.get(), 0));
+  ASSERT_NE(bytes, MAP_FAILED);
+  EXPECT_EQ(bytes[3 * kMebibyte], 'x');
+  const LaunchProfile profile = touchedPages();
+  munmap(const_cast<char*>(bytes), 4 * kMebibyte);
+  const auto found = std::find_if(profile.files.begin(), profile.files.end(),
+                                  [&](const ProfiledFile& one) { return one.path == file; });
+  ASSERT_NE(found, profile.files.end());
+  EXPECT_EQ(found->version, profiled(file, {}).version);
+  ASSERT_EQ(found->ranges.size(), 1U);
+  EXPECT_LE(found->ranges[0].offset, 3 * kMebibyte);
+  EXPECT_GT(found->ranges[0].offset + found->ranges[0].length, 3 * kMebibyte);
+  EXPECT_GT(found->ranges[0].offset, kMebibyte);
+  EXPECT_THAT(profile.files, Not(Contains(Field(&ProfiledFile::path, ""))));
+}
+
+}  // namespace
+}  // namespace quillon::prefetch
