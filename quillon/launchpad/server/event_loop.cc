@@ -59,7 +59,7 @@ Descriptor openSignals() {
 }  // namespace
 
 EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-                     Inspector inspector, Descriptor listener, ZoneView zone)
+                     Inspector inspector, Descriptor listener, Descriptor pressure, ZoneView zone)
     : pid_(getpid()),
       config_(std::move(config)),
       state_(std::move(state)),
@@ -68,10 +68,12 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Proce
       listener_(std::move(listener)),
       zone_(std::move(zone)),
       signals_(openSignals()),
+      pressure_(std::move(pressure)),
       pools_(
           {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000)),
            [this] { return currentFingerprint(config_.plugin); },
-           [this](WorkerProcess& worker) { receiveAll(worker); }},
+           [this](WorkerProcess& worker) { receiveAll(worker); }, Clock::now, options.memory << 10,
+           [this](const PoolKey& key) { return !key.application || catalogue_.isCurrent(key); }},
           [this](const PoolKey& key, Descriptor channel) { runChild(key, std::move(channel)); }) {
   for (const PoolKey& key : catalogue_.keysOfInstalled(options.types)) {
     pools_.ensurePool(key);
@@ -91,6 +93,9 @@ std::vector<EventLoop::Watch> EventLoop::watches() {
   }
   all.push_back({signals_.get(), [this] { onSignals(); }});
   all.push_back({inspector_.descriptor(), [this] { onInspected(); }});
+  if (pressure_) {
+    all.push_back({pressure_.get(), [this] { onMemoryPressure(); }, POLLPRI});
+  }
   for (const auto& [number, client] : clients_) {
     all.push_back({client.socket.get(), [this, client = number] { onClientReadable(client); }});
   }
@@ -117,7 +122,7 @@ void EventLoop::poll(std::chrono::milliseconds timeout) {
   std::vector<pollfd> events;
   events.reserve(all.size());
   for (const Watch& watch : all) {
-    events.push_back({watch.descriptor, POLLIN, 0});
+    events.push_back({watch.descriptor, watch.events, 0});
   }
   if (::poll(events.data(), events.size(), static_cast<int>(timeout.count())) <= 0) {
     return;
@@ -261,7 +266,9 @@ void EventLoop::onInspected() {
       continue;
     }
     pools_.ensurePool(entry->key);
-    if (!assign(finding->client, *entry, finding->limits)) {
+    const bool isAssigned = assign(finding->client, *entry, finding->limits);
+    pools_.recordUse(entry->ownKey);
+    if (!isAssigned) {
       decline(finding->client,
               {"no process is ready for it",
                "wait a few seconds between launches, or prepare more processes (--size)"});
@@ -304,7 +311,13 @@ Expected<void> EventLoop::compareState(const Finding& finding) const {
 // application gets from the client goes through it and never enters this process.
 bool EventLoop::assign(uint64_t number, const Entry& entry, const Limits& limits) {
   const auto [clientEnd, workerEnd] = makeSocketPair();
-  WorkerProcess* const worker = clientEnd ? pools_.take(entry.key) : nullptr;
+  if (!clientEnd) {
+    return false;
+  }
+  WorkerProcess* worker = pools_.take(entry.ownKey);
+  if (worker == nullptr) {
+    worker = pools_.take(entry.key);
+  }
   if (worker == nullptr) {
     return false;
   }
@@ -356,10 +369,11 @@ bool EventLoop::onWorkerReadable(WorkerProcess& worker) {
     return false;
   }
   if (message.kind == MessageKind::kReady) {
+    worker.memoryKib = RecordReader(message.bytes.view()).number();
     pools_.onReady(worker);
   }
-  if (message.kind == MessageKind::kUnknownType && worker.stage == Stage::kPreparing) {
-    pools_.removePool(worker.key);
+  if (message.kind == MessageKind::kUnsuitable && worker.stage == Stage::kPreparing) {
+    pools_.refuse(worker.key);
   }
   if (message.kind == MessageKind::kStarted && worker.stage == Stage::kAssigned) {
     onStarted(worker);
@@ -371,7 +385,8 @@ void EventLoop::onStarted(WorkerProcess& worker) {
   const auto client = clients_.find(worker.client);
   if (client != clients_.end()) {
     statistics_.onPrepared(std::chrono::duration_cast<std::chrono::microseconds>(
-        Clock::now() - client->second.requested));
+                               Clock::now() - client->second.requested),
+                           worker.key.application.has_value());
   }
   pools_.onStarted(worker);
 }
@@ -409,6 +424,16 @@ void EventLoop::onSignals() {
   }
 }
 
+// Reports the event once: poll(2) clears it. POLLERR means that the kernel has ended the reports.
+void EventLoop::onMemoryPressure() {
+  pollfd event{pressure_.get(), POLLPRI, 0};
+  if (::poll(&event, 1, 0) == 1 && (event.revents & POLLERR) != 0) {
+    pressure_.reset();
+    return;
+  }
+  pools_.onMemoryPressure();
+}
+
 void EventLoop::stopOrKill() {
   if (stopping_) {
     return pools_.killAll();
@@ -421,6 +446,7 @@ Status EventLoop::status() const {
   Status status;
   status.pid = static_cast<uint64_t>(pid_);
   status.isStopping = stopping_;
+  status.watchesPressure = static_cast<bool>(pressure_);
   pools_.addTo(status);
   statistics_.addTo(status);
   return status;
@@ -433,6 +459,7 @@ void EventLoop::runChild(const PoolKey& key, Descriptor channel) {
   zone_.close();
   inspector_.close();
   signals_.reset();
+  pressure_.reset();
   const auto run = fresh_ ? execWorker : runWorker;
   run(config_, key, pid_, std::move(channel));
 }

@@ -3,6 +3,8 @@
 // It must run in one thread and start no other, because it forks the workers.
 #pragma once
 
+#include <poll.h>
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -32,18 +34,19 @@ inline constexpr size_t kSpareDescriptors = 32;
 class EventLoop {
  public:
   // Construct in the process that has entered the device root. `state` is its declared state before
-  // that, with the proof of inspection_proof.h.
+  // that, with the proof of inspection_proof.h; `pressure` comes from watchMemoryPressure().
   EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-            Inspector inspector, Descriptor listener, ZoneView zone);
+            Inspector inspector, Descriptor listener, Descriptor pressure, ZoneView zone);
 
   // Returns when a client or a signal has asked the server to stop and all workers have ended.
   void run();
 
  private:
-  // A descriptor and the handler to call when it is readable.
+  // A descriptor and the handler to call when it has one of the events.
   struct Watch {
     int descriptor;
     std::function<void()> handler;
+    short events = POLLIN;
   };
   std::vector<Watch> watches();
   void poll(std::chrono::milliseconds timeout);
@@ -70,6 +73,7 @@ class EventLoop {
   void onWorkerEnded(uint64_t number);
 
   void onSignals();
+  void onMemoryPressure();
   void stopOrKill();
   [[nodiscard]] Status status() const;
   void runChild(const PoolKey& key, Descriptor channel);
@@ -83,6 +87,7 @@ class EventLoop {
   Descriptor listener_;
   ZoneView zone_;
   Descriptor signals_;
+  Descriptor pressure_;  // see memory_pressure.h
   Clients clients_;
   uint64_t nextClient_ = 1;
   Clock::time_point acceptAgain_;
