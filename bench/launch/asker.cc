@@ -7,9 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/launch/words.h"
 #include "quillon/launchpad/protocol/message.h"
-
-extern char** environ;
 
 namespace quillon::bench {
 
@@ -17,17 +16,16 @@ using launchpad::MessageKind;
 
 Asker::Asker(const Contender& contender) {
   auto [own, others] = launchpad::makeSocketPair();
-  std::vector<std::string> words = {contender.request.asker, contender.request.quillon,
-                                    contender.request.device, contender.appId};
-  std::vector<char*> arguments;
-  for (std::string& word : words) {
-    arguments.push_back(word.data());
-  }
-  arguments.push_back(nullptr);
+  const std::vector<std::string> words = {contender.request.asker, contender.request.quillon,
+                                          contender.request.device, contender.appId};
+  const std::vector<char*> arguments = pointersTo(words);
+  const std::vector<std::string> variables = environmentOf(contender);
+  const std::vector<char*> environment = pointersTo(variables);
   posix_spawn_file_actions_t descriptors;
   posix_spawn_file_actions_init(&descriptors);
   posix_spawn_file_actions_adddup2(&descriptors, others.get(), kAskerSocket);
-  if (posix_spawn(&process_, arguments[0], &descriptors, nullptr, arguments.data(), environ) != 0) {
+  if (posix_spawn(&process_, arguments[0], &descriptors, nullptr, arguments.data(),
+                  environment.data()) != 0) {
     process_ = -1;
   }
   posix_spawn_file_actions_destroy(&descriptors);

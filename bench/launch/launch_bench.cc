@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "bench/launch/launch_tables.h"
+#include "bench/launch/parts.h"
 #include "bench/launch/place.h"
 #include "bench/launch/setup.h"
 #include "bench/launch/site.h"
@@ -43,6 +44,7 @@ struct Options {
   std::vector<std::string> only;          // parts of names of rows; empty for all
   std::vector<std::string> applications;  // parts of titles; empty for all
   fs::path against;                       // an older build folder; empty for none
+  fs::path parts;                         // the folder for the steps of launches; empty for none
 };
 
 // Clears variables that change how a runtime starts: they would affect only some contenders.
@@ -385,6 +387,10 @@ Expected<bool> runBench(const Options& options) {
   const test::TemporaryDirectory work;
   const fs::path build = executablePath().parent_path().parent_path();
   ASSIGN_OR_RETURN(const std::vector<Setup> setups, makeSetups(build, work.path()));
+  if (!options.parts.empty()) {
+    RETURN_IF_FAILED(measureParts({options.rounds, options.wait, options.parts}, setups));
+    return true;
+  }
   std::vector<Setup> older;
   if (!options.against.empty()) {
     fs::create_directory(work.path() / "older");
@@ -412,6 +418,11 @@ int main(int argc, char** argv) {
   app.add_option("--against", options.against,
                  "Build folder of an older version. Times its rows in the same rounds")
       ->check(CLI::ExistingDirectory);
+  app.add_option(
+         "--parts", options.parts,
+         "Only write where launches go, to launch-speed.md and launch-parts.svg of a folder")
+      ->check(CLI::ExistingDirectory)
+      ->type_name("DOCS");
   CLI11_PARSE(app, argc, argv);
   const auto whole = quillon::bench::runBench(options);
   return whole ? (*whole ? 0 : 1) : quillon::bench::tell(whole.error());

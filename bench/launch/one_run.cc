@@ -11,9 +11,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "bench/launch/words.h"
 #include "quillon/base/descriptor.h"
-
-extern char** environ;
 
 namespace quillon::bench {
 namespace {
@@ -57,23 +56,6 @@ Streams makeTerminal() {
   streams.output = Descriptor(fcntl(streams.input.get(), F_DUPFD_CLOEXEC, 0));
   streams.theirOutput = Descriptor(fcntl(streams.theirInput.get(), F_DUPFD_CLOEXEC, 0));
   return streams;
-}
-
-std::vector<char*> pointersTo(const std::vector<std::string>& words) {
-  std::vector<char*> pointers;
-  for (const std::string& word : words) {
-    pointers.push_back(const_cast<char*>(word.c_str()));
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-std::vector<std::string> environmentOf(const Contender& contender) {
-  std::vector<std::string> all = contender.environment;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    all.emplace_back(*variable);
-  }
-  return all;
 }
 
 // A running contender and our ends of its streams.

@@ -128,7 +128,7 @@ std::vector<Contender> preparedLaunchesOf(const Setup& setup, const Application&
   const auto raw = launchCommand(setup, application, {"--raw"});
   const auto captured = launchCommand(setup, application, {});
   std::vector<Contender> all = {
-      {"prepared, from the message", {}, {}},
+      {kPreparedMessage, {}, {}},
       {"prepared, quillon launch --raw", {}, raw},
       {"prepared, output captured, all logged", {}, captured, {kAllLogged}},
       {"pool empty, quillon launch --raw", {}, raw},
@@ -147,7 +147,7 @@ std::vector<Contender> preparedLaunchesOf(const Setup& setup, const Application&
 // Launches in processes that are prepared for the application.
 std::vector<Contender> ownLaunchesOf(const Setup& setup, const Application& application) {
   std::vector<Contender> all = {
-      {"own worker, from the message", {}, {}},
+      {kOwnMessage, {}, {}},
       {"own worker, quillon launch --raw", {}, launchCommand(setup, application, {"--raw"})}};
   for (Contender& one : all) {
     one.pool = Pool::kOwn;

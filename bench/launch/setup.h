@@ -15,6 +15,8 @@ namespace quillon::bench {
 inline constexpr char kStockHost[] = "dotnet APP.dll";
 inline constexpr char kBareHost[] = "bare host, lists given";
 inline constexpr char kDirectLaunch[] = "quillon launch --direct --raw";
+inline constexpr char kPreparedMessage[] = "prepared, from the message";
+inline constexpr char kOwnMessage[] = "own worker, from the message";
 
 // Contenders that time themselves.
 inline constexpr char kStockResolution[] = "stock resolution";
