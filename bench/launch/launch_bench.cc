@@ -15,15 +15,17 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "bench/launch/launch_pad.h"
 #include "bench/launch/launch_tables.h"
+#include "bench/launch/parts.h"
 #include "bench/launch/place.h"
 #include "bench/launch/setup.h"
+#include "bench/launch/site.h"
 #include "quillon/base/files.h"
 #include "tests/support/temporary_directory.h"
 
@@ -39,6 +41,10 @@ struct Options {
   // The runtime compiles hot methods of its start-up in the background, when no new method was
   // called for a tenth of a second.
   double wait = 0.25;
+  std::vector<std::string> only;          // parts of names of rows; empty for all
+  std::vector<std::string> applications;  // parts of titles; empty for all
+  fs::path against;                       // an older build folder; empty for none
+  fs::path parts;                         // the folder for the steps of launches; empty for none
 };
 
 // Clears variables that change how a runtime starts: they would affect only some contenders.
@@ -55,157 +61,241 @@ void cleanEnvironment() {
   }
 }
 
-class Bench {
- public:
-  Bench(const Options& options, const Setup& setup);
-  // Runs the benchmark and prints the tables. Returns false, after a message, if a contender does
-  // not work. Fails if a measurement would be wrong.
-  [[nodiscard]] Expected<bool> run();
-
- private:
-  struct Group {
-    Application application;
-    size_t first;  // of its contenders
-    size_t end;
-    size_t resolution;
-    size_t timedCalls;
-    std::vector<Measured> measured;
-    std::vector<double> resolutions;
-    std::vector<std::pair<std::string, std::vector<double>>> calls;
-  };
-
-  void addGroup(const Application& application);
-  const Place& placeOf(size_t contender) const;
-  [[nodiscard]] Expected<void> startLaunchPad();
-  [[nodiscard]] Expected<Run> runIn(size_t contender, Task task);
-  [[nodiscard]] Expected<void> measureRounds();
-  [[nodiscard]] Expected<void> measureRound(bool keep);
-  [[nodiscard]] Expected<void> measureOne(Group& group, size_t contender, bool keep);
-  [[nodiscard]] Expected<void> measureMemory();
-  [[nodiscard]] Expected<void> measureMemoryOf(Group& group, size_t contender);
-  [[nodiscard]] Expected<void> measureLaunchPad();
-  static void recordCalls(Group& group, const Run& run);
-  bool hasRun(size_t contender, const Run& run);
-  void print() const;
-
-  const Options& options_;
-  const Setup& setup_;
-  std::vector<Contender> contenders_;
-  std::vector<Group> groups_;
-  std::vector<bool> failed_;
-  std::unique_ptr<Place> machine_;
-  std::unique_ptr<Place> device_;
-  std::unique_ptr<LaunchPad> launchPad_;
-  std::vector<Measured> preparation_ = {{"a process that waits"}, {"the launch pad"}};
-  std::mt19937 random_{std::random_device{}()};
+// A contender, the same one of the older build, and their values.
+struct Row {
+  size_t contender;
+  std::optional<size_t> older;
+  Measured measured;
 };
 
-Bench::Bench(const Options& options, const Setup& setup) : options_(options), setup_(setup) {
-  for (const Application& application : setup.applications) {
-    addGroup(application);
+// The rows of one application.
+struct Group {
+  std::string title;
+  std::vector<Row> rows;
+};
+
+// Values in the order of `kinds`, for each kind the memory of its processes.
+void recordMemory(std::vector<Measured>& kinds, const std::string& name, const Memory& memory) {
+  auto kind = std::find_if(kinds.begin(), kinds.end(),
+                           [&](const Measured& one) { return one.name == name; });
+  if (kind == kinds.end()) {
+    kind = kinds.insert(kinds.end(), {name});
   }
-  failed_.resize(contenders_.size());
-  machine_ = std::make_unique<Place>(contenders_, fs::path(), std::vector<fs::path>(), Service());
-  device_ = std::make_unique<Place>(contenders_, setup.device,
-                                    std::vector<fs::path>{setup.work, setup.build},
-                                    launchPadFor(setup.quillon(), setup.device));
-  launchPad_ = std::make_unique<LaunchPad>(*device_, setup.device,
-                                           std::chrono::duration<double>(options.wait));
+  kind->memory.push_back(memory);
 }
 
-void Bench::addGroup(const Application& application) {
-  Group group{application, contenders_.size(), 0, 0, 0, {}, {}, {}};
-  for (Contender& contender : contendersOf(setup_, application)) {
-    group.measured.push_back({contender.name, {}, {}, contender.aims});
-    contenders_.push_back(std::move(contender));
-  }
-  group.end = contenders_.size();
-  group.resolution = contenders_.size();
-  contenders_.push_back(stockResolutionOf(setup_, application));
-  group.timedCalls = contenders_.size();
-  contenders_.push_back(pluginCallsOf(setup_, application));
-  groups_.push_back(std::move(group));
-}
-
-const Place& Bench::placeOf(size_t contender) const {
-  return contenders_[contender].inside ? *device_ : *machine_;
-}
-
-// Whether a contender works. Reports a failing contender once; the tables then omit it.
-bool Bench::hasRun(size_t contender, const Run& run) {
-  const bool timesItself = std::any_of(groups_.begin(), groups_.end(), [&](const Group& group) {
-    return contender == group.resolution || contender == group.timedCalls;
-  });
-  if (run.ready || (timesItself && run.text[0] != '\0')) {
-    return true;
-  }
-  if (!failed_[contender]) {
-    std::fprintf(stderr, "bench: '%s' did not come to its output\n",
-                 contenders_[contender].name.c_str());
-  }
-  failed_[contender] = true;
-  return false;
-}
-
-void Bench::recordCalls(Group& group, const Run& run) {
+void recordCalls(Calls& calls, const Run& run) {
   std::istringstream lines(run.text.data());
   std::string name;
   for (double microseconds = 0; lines >> name >> microseconds;) {
-    const auto known = std::find_if(group.calls.begin(), group.calls.end(),
+    const auto known = std::find_if(calls.begin(), calls.end(),
                                     [&](const auto& one) { return one.first == name; });
-    if (known == group.calls.end()) {
-      group.calls.push_back({name, {microseconds}});
+    if (known == calls.end()) {
+      calls.push_back({name, {microseconds}});
     } else {
       known->second.push_back(microseconds);
     }
   }
 }
 
-Expected<void> Bench::startLaunchPad() {
-  std::vector<size_t> prepared;
-  for (size_t i = 0; i < contenders_.size(); ++i) {
-    if (contenders_[i].pool != Pool::kUnused) {
-      prepared.push_back(i);
+// The type and the capture of a pool's description, without the runtime's settings.
+std::string shortened(const std::string& pool) {
+  return "waiting: " + pool.substr(0, pool.find(',', pool.find(',') + 1));
+}
+
+std::string kindOf(const Setup& setup) {
+  return std::string(setup.workers == Workers::kOwn ? ", own workers" : "") +
+         (setup.build == setup.ownBuild ? "" : ", the older build");
+}
+
+bool containsAny(const std::string& text, const std::vector<std::string>& parts) {
+  return parts.empty() || std::any_of(parts.begin(), parts.end(), [&](const std::string& part) {
+           return text.find(part) != text.npos;
+         });
+}
+
+class Bench {
+ public:
+  // older  the setups of the older build; their rows are timed beside those of `setups`
+  Bench(const Options& options, const std::vector<Setup>& setups, const std::vector<Setup>& older);
+  // Runs the benchmark and prints the tables. Returns false, after a message, if a contender does
+  // not work. Fails if a measurement would be wrong.
+  [[nodiscard]] Expected<bool> run();
+
+ private:
+  std::vector<Contender> selected(const Setup& setup, const Application& application) const;
+  void addRows(const Setup& setup);
+  void addOlder(const Setup& setup);
+  void addSite(const Setup& setup);
+  bool usesLaunchPad(size_t contender) const;
+  [[nodiscard]] Expected<void> startLaunchPads();
+  [[nodiscard]] Expected<Run> runIn(size_t contender, Task task);
+  [[nodiscard]] Expected<void> measureRounds();
+  [[nodiscard]] Expected<void> measureRound(bool keep);
+  [[nodiscard]] Expected<void> measureRow(Row& row, bool keep);
+  [[nodiscard]] Expected<void> measureOne(Row& row, bool older, bool keep);
+  [[nodiscard]] Expected<void> measureMemory();
+  [[nodiscard]] Expected<void> measureMemoryOf(Row& row);
+  [[nodiscard]] Expected<void> measureLaunchPads();
+  bool hasRun(size_t contender, const Run& run);
+  void exclude(size_t contender, const std::string& why);
+  void print() const;
+
+  const Options& options_;
+  std::vector<Setup> setups_;
+  std::vector<Contender> contenders_;
+  std::vector<Group> groups_;
+  std::vector<bool> failed_;
+  std::unique_ptr<Place> machine_;
+  std::vector<std::unique_ptr<Site>> sites_;
+  std::vector<Measured> preparation_;
+  std::mt19937 random_{std::random_device{}()};
+};
+
+Bench::Bench(const Options& options, const std::vector<Setup>& setups,
+             const std::vector<Setup>& older)
+    : options_(options) {
+  for (const Setup& setup : setups) {
+    addRows(setup);
+  }
+  for (const Setup& setup : older) {
+    addOlder(setup);
+  }
+  failed_.resize(contenders_.size());
+  machine_ = std::make_unique<Place>(contenders_, fs::path(), std::vector<fs::path>(), Service());
+  for (const Setup& setup : setups_) {
+    sites_.push_back(
+        std::make_unique<Site>(setup, contenders_, std::chrono::duration<double>(options.wait)));
+  }
+}
+
+std::vector<Contender> Bench::selected(const Setup& setup, const Application& application) const {
+  std::vector<Contender> all;
+  if (!containsAny(application.title, options_.applications)) {
+    return all;
+  }
+  for (Contender& contender : contendersOf(setup, application)) {
+    if (contender.name == kStockHost || containsAny(contender.name, options_.only)) {
+      contender.site = setups_.size();
+      all.push_back(std::move(contender));
     }
   }
-  return launchPad_->start(prepared);
+  return all;
+}
+
+void Bench::addRows(const Setup& setup) {
+  for (size_t i = 0; i < setup.applications.size(); ++i) {
+    if (groups_.size() <= i) {
+      groups_.push_back({setup.applications[i].title, {}});
+    }
+    for (Contender& contender : selected(setup, setup.applications[i])) {
+      groups_[i].rows.push_back(
+          {contenders_.size(), std::nullopt, {contender.name, {}, {}, {}, {}, {}, contender.aims}});
+      contenders_.push_back(std::move(contender));
+    }
+  }
+  setups_.push_back(setup);
+}
+
+void Bench::addOlder(const Setup& setup) {
+  for (size_t i = 0; i < setup.applications.size(); ++i) {
+    for (Contender& contender : selected(setup, setup.applications[i])) {
+      for (Row& row : groups_[i].rows) {
+        if (contender.usesBuild && row.measured.name == contender.name) {
+          row.older = contenders_.size();
+          contenders_.push_back(contender);
+        }
+      }
+    }
+  }
+  setups_.push_back(setup);
+}
+
+// Reports a contender that does not work once; the tables omit its further values.
+void Bench::exclude(size_t contender, const std::string& why) {
+  if (!failed_[contender]) {
+    std::fprintf(stderr, "bench: '%s' of %s %s\n", contenders_[contender].name.c_str(),
+                 setups_[contenders_[contender].site].build.c_str(), why.c_str());
+  }
+  failed_[contender] = true;
+}
+
+bool Bench::hasRun(size_t contender, const Run& run) {
+  if (run.ready || (contenders_[contender].timesItself && run.text[0] != '\0')) {
+    return true;
+  }
+  exclude(contender, "did not come to its output");
+  return false;
+}
+
+Expected<void> Bench::startLaunchPads() {
+  for (size_t site = 0; site < sites_.size(); ++site) {
+    std::vector<size_t> prepared;
+    for (size_t i = 0; i < contenders_.size(); ++i) {
+      if (contenders_[i].site == site && contenders_[i].pool != Pool::kUnused) {
+        prepared.push_back(i);
+      }
+    }
+    RETURN_IF_FAILED(sites_[site]->launchPad().start(prepared));
+  }
+  return {};
 }
 
 Expected<Run> Bench::runIn(size_t contender, Task task) {
-  if (contenders_[contender].pool == Pool::kUnused) {
-    return placeOf(contender).run(contender, task);
+  const Contender& what = contenders_[contender];
+  const Site& site = *sites_[what.site];
+  if (what.pool != Pool::kUnused) {
+    return site.launchPad().run(contender, what, task);
   }
-  return launchPad_->run(contender, contenders_[contender], task);
+  return (what.inside ? site.place() : *machine_).run(contender, task);
 }
 
-Expected<void> Bench::measureOne(Group& group, size_t contender, bool keep) {
+// A row of the older build may fail, for example because its launch pad understands other messages.
+Expected<void> Bench::measureOne(Row& row, bool older, bool keep) {
+  const size_t contender = older ? *row.older : row.contender;
   if (failed_[contender]) {
     return {};
   }
-  ASSIGN_OR_RETURN(const Run run, runIn(contender, Task::kTime));
-  if (!hasRun(contender, run) || !keep) {
+  const Expected<Run> run = runIn(contender, Task::kTime);
+  if (!run && older) {
+    exclude(contender, "failed: " + run.error().what);
     return {};
   }
-  if (contender == group.resolution) {
-    group.resolutions.push_back(std::atof(run.text.data()));
-  } else if (contender == group.timedCalls) {
-    recordCalls(group, run);
+  RETURN_IF_FAILED(run);
+  if (!hasRun(contender, *run) || !keep) {
+    return {};
+  }
+  if (contenders_[contender].timesItself) {
+    recordCalls(older ? row.measured.olderCalls : row.measured.calls, *run);
   } else {
-    group.measured[contender - group.first].seconds.push_back(run.seconds);
+    (older ? row.measured.older : row.measured.seconds).push_back(run->seconds);
+  }
+  return {};
+}
+
+// Runs the same row of both builds one after the other, so that the machine is in the same state.
+Expected<void> Bench::measureRow(Row& row, bool keep) {
+  std::vector<bool> builds = {false};
+  if (row.older) {
+    builds.push_back(true);
+  }
+  std::shuffle(builds.begin(), builds.end(), random_);
+  for (const bool older : builds) {
+    RETURN_IF_FAILED(measureOne(row, older, keep));
   }
   return {};
 }
 
 Expected<void> Bench::measureRound(bool keep) {
-  std::vector<std::pair<Group*, size_t>> order;
+  std::vector<Row*> order;
   for (Group& group : groups_) {
-    for (size_t i = group.first; i <= group.timedCalls; ++i) {
-      order.emplace_back(&group, i);
+    for (Row& row : group.rows) {
+      order.push_back(&row);
     }
   }
   std::shuffle(order.begin(), order.end(), random_);
-  for (const auto& [group, contender] : order) {
-    RETURN_IF_FAILED(measureOne(*group, contender, keep));
+  for (Row* const row : order) {
+    RETURN_IF_FAILED(measureRow(*row, keep));
   }
   return {};
 }
@@ -217,13 +307,16 @@ Expected<void> Bench::measureRounds() {
   return {};
 }
 
-Expected<void> Bench::measureMemoryOf(Group& group, size_t contender) {
-  for (int round = 0; round < options_.memoryRounds && !failed_[contender]; ++round) {
+Expected<void> Bench::measureMemoryOf(Row& row) {
+  if (contenders_[row.contender].timesItself) {
+    return {};
+  }
+  for (int round = 0; round < options_.memoryRounds && !failed_[row.contender]; ++round) {
     // Waiting processes share pages with the measured process.
-    RETURN_IF_FAILED(launchPad_->fill());
-    ASSIGN_OR_RETURN(const Run run, runIn(contender, Task::kMemory));
+    RETURN_IF_FAILED(sites_[contenders_[row.contender].site]->launchPad().fill());
+    ASSIGN_OR_RETURN(const Run run, runIn(row.contender, Task::kMemory));
     if (run.ready) {
-      group.measured[contender - group.first].memory.push_back(run.memory);
+      row.measured.memory.push_back(run.memory);
     }
   }
   return {};
@@ -231,37 +324,41 @@ Expected<void> Bench::measureMemoryOf(Group& group, size_t contender) {
 
 Expected<void> Bench::measureMemory() {
   for (Group& group : groups_) {
-    for (size_t i = group.first; i < group.end; ++i) {
-      RETURN_IF_FAILED(measureMemoryOf(group, i));
+    for (Row& row : group.rows) {
+      RETURN_IF_FAILED(measureMemoryOf(row));
     }
   }
-  return measureLaunchPad();
+  return measureLaunchPads();
 }
 
-Expected<void> Bench::measureLaunchPad() {
-  for (int round = 0; round < options_.memoryRounds; ++round) {
-    ASSIGN_OR_RETURN(const Preparation prepared, launchPad_->prepare());
-    for (const Memory& waiting : prepared.waiting) {
-      preparation_[0].memory.push_back(waiting);
+Expected<void> Bench::measureLaunchPads() {
+  for (const auto& site : sites_) {
+    const std::string kind = kindOf(site->setup());
+    for (int round = 0; round < options_.memoryRounds; ++round) {
+      ASSIGN_OR_RETURN(const Preparation prepared, site->launchPad().prepare());
+      for (const WaitingProcess& waiting : prepared.waiting) {
+        recordMemory(preparation_, shortened(waiting.pool) + kind, waiting.memory);
+      }
+      recordMemory(preparation_, "the launch pad" + kind, prepared.launchPad);
     }
-    preparation_[1].memory.push_back(prepared.launchPad);
   }
   return {};
 }
 
 void Bench::print() const {
-  printMachine(setup_, options_.rounds);
+  printMachine(setups_.front(), options_.rounds);
   for (const Group& group : groups_) {
-    printTimes(group.application.title, group.measured);
-    printAims(group.application.title, group.measured);
-    printCalls(group.application.title, group.calls, group.resolutions);
-    printMemory(group.application.title, group.measured);
+    std::vector<Measured> rows;
+    for (const Row& row : group.rows) {
+      rows.push_back(row.measured);
+    }
+    printGroup(group.title, rows);
   }
   printMemory("prepared ahead", preparation_);
 }
 
 Expected<bool> Bench::run() {
-  RETURN_IF_FAILED(startLaunchPad());
+  RETURN_IF_FAILED(startLaunchPads());
   RETURN_IF_FAILED(measureRounds());
   RETURN_IF_FAILED(measureMemory());
   print();
@@ -273,19 +370,33 @@ int tell(const Failure& failure) {
   return 1;
 }
 
-int runBench(const Options& options) {
+// One setup for each kind of launch pad that the build has.
+Expected<std::vector<Setup>> makeSetups(const fs::path& build, const fs::path& work) {
+  std::vector<Setup> setups;
+  ASSIGN_OR_RETURN(Setup generic, makeSetup(build, work / "generic"));
+  setups.push_back(std::move(generic));
+  if (hasOwnWorkers(build)) {
+    ASSIGN_OR_RETURN(Setup own, makeSetup(build, work / "own", Workers::kOwn));
+    setups.push_back(std::move(own));
+  }
+  return setups;
+}
+
+Expected<bool> runBench(const Options& options) {
   cleanEnvironment();
   const test::TemporaryDirectory work;
-  const fs::path program = executablePath();
-  const auto setup = makeSetup(program.parent_path().parent_path(), work.path());
-  if (!setup) {
-    return tell(setup.error());
+  const fs::path build = executablePath().parent_path().parent_path();
+  ASSIGN_OR_RETURN(const std::vector<Setup> setups, makeSetups(build, work.path()));
+  if (!options.parts.empty()) {
+    RETURN_IF_FAILED(measureParts({options.rounds, options.wait, options.parts}, setups));
+    return true;
   }
-  const auto whole = Bench(options, *setup).run();
-  if (!whole) {
-    return tell(whole.error());
+  std::vector<Setup> older;
+  if (!options.against.empty()) {
+    fs::create_directory(work.path() / "older");
+    ASSIGN_OR_RETURN(older, makeSetups(fs::absolute(options.against), work.path() / "older"));
   }
-  return *whole ? 0 : 1;
+  return Bench(options, setups, older).run();
 }
 
 }  // namespace
@@ -300,6 +411,19 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   app.add_option("--wait", options.wait, "Seconds that prepared processes have waited")
       ->capture_default_str();
+  app.add_option("--only", options.only, "Rows whose names contain TEXT, and dotnet APP.dll")
+      ->type_name("TEXT");
+  app.add_option("--application", options.applications, "Applications whose titles contain TEXT")
+      ->type_name("TEXT");
+  app.add_option("--against", options.against,
+                 "Build folder of an older version. Times its rows in the same rounds")
+      ->check(CLI::ExistingDirectory);
+  app.add_option(
+         "--parts", options.parts,
+         "Only write where launches go, to launch-speed.md and launch-parts.svg of a folder")
+      ->check(CLI::ExistingDirectory)
+      ->type_name("DOCS");
   CLI11_PARSE(app, argc, argv);
-  return quillon::bench::runBench(options);
+  const auto whole = quillon::bench::runBench(options);
+  return whole ? (*whole ? 0 : 1) : quillon::bench::tell(whole.error());
 }

@@ -1,5 +1,6 @@
 #include "bench/launch/launch_pad.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -43,6 +44,13 @@ LaunchPad::LaunchPad(const Place& place, std::filesystem::path device,
                      std::chrono::duration<double> wait)
     : place_(place), device_(std::move(device)), wait_(wait) {}
 
+// Whether a process waits that is prepared for the application.
+bool LaunchPad::State::hasOwn(const std::string& appId) const {
+  return std::any_of(ready.begin(), ready.end(), [&](const launchpad::Status::Process& one) {
+    return one.application == appId || one.pool.find(appId) != one.pool.npos;
+  });
+}
+
 Expected<LaunchPad::State> LaunchPad::state() const {
   ASSIGN_OR_RETURN(const launchpad::Status status, launchpad::statusOf(device_));
   State state;
@@ -51,7 +59,7 @@ Expected<LaunchPad::State> LaunchPad::state() const {
   state.pools = status.pools.size();
   for (const launchpad::Status::Process& process : status.processes) {
     if (process.stage == "ready") {
-      state.ready.push_back(static_cast<pid_t>(process.pid));
+      state.ready.push_back(process);
     } else {
       state.busy = true;
     }
@@ -118,11 +126,27 @@ Expected<void> LaunchPad::start(const std::vector<size_t>& contenders) const {
   return {};
 }
 
+// Brings the pools into the state that the contender requires.
+Expected<void> LaunchPad::bring(const Contender& what, size_t contender) const {
+  if (what.pool == Pool::kEmpty) {
+    return empty(contender);
+  }
+  RETURN_IF_FAILED(fill());
+  if (what.pool != Pool::kOwn) {
+    return {};
+  }
+  ASSIGN_OR_RETURN(const State now, state());
+  if (now.hasOwn(what.appId)) {
+    return {};
+  }
+  return fail("the launch pad prepares no process for " + what.appId,
+              "it said: " + lastOutputLine(device_));
+}
+
 Expected<Run> LaunchPad::run(size_t contender, const Contender& what, Task task) const {
-  const bool isFull = what.pool == Pool::kFull;
-  RETURN_IF_FAILED(isFull ? fill() : empty(contender));
+  RETURN_IF_FAILED(bring(what, contender));
   ASSIGN_OR_RETURN(const auto done, runAndCount(contender, task));
-  if (done.second == (isFull ? 1 : 0)) {
+  if (done.second == (what.pool == Pool::kEmpty ? 0 : 1)) {
     return done.first;
   }
   return fail("'" + what.name + "' was served by the launch pad " + std::to_string(done.second) +
@@ -135,8 +159,8 @@ Expected<Preparation> LaunchPad::prepare() const {
   const auto start = Clock::now();
   ASSIGN_OR_RETURN(const State full, refill());
   preparation.seconds = std::chrono::duration<double>(Clock::now() - start - wait_).count();
-  for (const pid_t process : full.ready) {
-    preparation.waiting.push_back(memoryOf(process));
+  for (const launchpad::Status::Process& process : full.ready) {
+    preparation.waiting.push_back({process.pool, memoryOf(static_cast<pid_t>(process.pid))});
   }
   preparation.launchPad = memoryOf(full.process);
   return preparation;

@@ -15,6 +15,7 @@
 #include "bench/launch/contender.h"
 #include "bench/launch/place.h"
 #include "quillon/base/failure.h"
+#include "quillon/launchpad/protocol/status.h"
 
 namespace quillon::bench {
 
@@ -22,13 +23,18 @@ namespace quillon::bench {
 //
 // more  further options
 Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem::path& device,
-                     const std::vector<std::string>& more = {"--type", "none"});
+                     const std::vector<std::string>& more);
+
+struct WaitingProcess {
+  std::string pool;
+  Memory memory;
+};
 
 // What the preparation of the waiting processes costs.
 struct Preparation {
-  double seconds = 0;           // from the request for new ones until the last one is ready
-  std::vector<Memory> waiting;  // of each waiting process
-  Memory launchPad;             // of the launch pad's server
+  double seconds = 0;  // from the request for new ones until the last one is ready
+  std::vector<WaitingProcess> waiting;
+  Memory launchPad;  // of the launch pad's server
 };
 
 class LaunchPad {
@@ -56,16 +62,18 @@ class LaunchPad {
     pid_t process = 0;
     int served = 0;
     size_t pools = 0;
-    std::vector<pid_t> ready;
+    std::vector<launchpad::Status::Process> ready;
     bool busy = false;  // a process is starting or ending
 
-    [[nodiscard]] bool isFull() const { return ready.size() == pools && !busy; }
+    [[nodiscard]] bool isFull() const { return ready.size() >= pools && !busy; }
+    [[nodiscard]] bool hasOwn(const std::string& appId) const;
   };
 
   [[nodiscard]] Expected<State> state() const;
   [[nodiscard]] Expected<State> awaitFull() const;
   [[nodiscard]] Expected<State> refill() const;
   [[nodiscard]] Expected<void> empty(size_t contender) const;
+  [[nodiscard]] Expected<void> bring(const Contender& what, size_t contender) const;
   [[nodiscard]] Expected<std::pair<Run, int>> runAndCount(size_t contender, Task task) const;
 
   const Place& place_;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,10 +11,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "quillon/device/mounts.h"
-#include "quillon/launchpad/client/client.h"
-
-extern char** environ;
+#include "bench/launch/words.h"
+#include "quillon/base/descriptor.h"
 
 namespace quillon::bench {
 namespace {
@@ -24,129 +23,104 @@ using Clock = std::chrono::steady_clock;
 constexpr std::string_view kReady = "ready ";
 constexpr char kWaitArgument[] = "wait";
 
-struct Pipe {
-  Descriptor read;
-  Descriptor write;
+// The streams of a contender: our ends and its ends.
+struct Streams {
+  Descriptor input;
+  Descriptor output;
+  Descriptor theirInput;
+  Descriptor theirOutput;
 };
 
-Pipe makePipe() {
+void makePipe(Descriptor& read, Descriptor& write) {
   std::array<int, 2> ends{-1, -1};
   [[maybe_unused]] const int made = pipe2(ends.data(), O_CLOEXEC);
-  return {Descriptor(ends[0]), Descriptor(ends[1])};
+  read = Descriptor(ends[0]);
+  write = Descriptor(ends[1]);
 }
 
-std::vector<char*> pointersTo(const std::vector<std::string>& words) {
-  std::vector<char*> pointers;
-  for (const std::string& word : words) {
-    pointers.push_back(const_cast<char*>(word.c_str()));
-  }
-  pointers.push_back(nullptr);
-  return pointers;
+Streams makePipes() {
+  Streams streams;
+  makePipe(streams.theirInput, streams.input);
+  makePipe(streams.output, streams.theirOutput);
+  return streams;
 }
 
-std::vector<std::string> environmentOf(const Contender& contender) {
-  std::vector<std::string> all = contender.environment;
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    all.emplace_back(*variable);
-  }
-  return all;
-}
-
-// Requests a launch from the launch pad and exits with the application's status.
-[[noreturn]] void becomeClient(const Contender& contender, Task task,
-                               const std::array<int, 3>& streams, int requestStart) {
-  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-    dup2(streams[static_cast<size_t>(fd)], fd);
-  }
-  host::LaunchOptions options;
-  options.device = contender.request.device;
-  options.appId = contender.request.appId;
-  options.raw = true;
-  if (task == Task::kMemory) {
-    options.arguments.emplace_back(kWaitArgument);
-  }
-  const Clock::time_point start = Clock::now();
-  const launchpad::LaunchOutcome asked =
-      launchpad::requestLaunch(options, contender.request.quillon.string());
-  const bool told = write(requestStart, &start, sizeof start) == sizeof start;
-  _exit(told ? asked.status.value_or(1) : 1);
+// A pseudo terminal. It becomes nobody's controlling terminal.
+Streams makeTerminal() {
+  Streams streams;
+  streams.input = Descriptor(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  grantpt(streams.input.get());
+  unlockpt(streams.input.get());
+  streams.theirInput =
+      Descriptor(ioctl(streams.input.get(), TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC));
+  streams.output = Descriptor(fcntl(streams.input.get(), F_DUPFD_CLOEXEC, 0));
+  streams.theirOutput = Descriptor(fcntl(streams.theirInput.get(), F_DUPFD_CLOEXEC, 0));
+  return streams;
 }
 
 // A running contender and our ends of its streams.
 class Running {
  public:
-  Running(const Contender& contender, Task task);
+  Running(const Contender& contender, Task task, const Asker* asker);
   bool readUntilReady();
-  bool end();  // false if it has not sent the time of its request
+  bool end();  // false if the asker has not sent the time of its request
   pid_t application() const;
   const std::string& text() const { return text_; }
-  double secondsUntilReady() const {
-    return std::chrono::duration<double>(ready_ - start_).count();
-  }
+  Clock::time_point start() const { return start_; }
+  Clock::time_point ready() const { return ready_; }
 
  private:
-  void spawn(const Contender& contender, Task task, int input, int output);
-  void ask(const Contender& contender, Task task, Pipe& input, Pipe& output);
+  void spawn(const Contender& contender, const Streams& streams);
   bool readMore();
+  void endInput();
 
-  Descriptor input_;
-  Descriptor output_;
+  const Asker* const asker_;
+  const bool onTerminal_;
+  const bool waits_;  // the application waits for the end of its input
+  Streams streams_;
+  bool runs_ = false;
   pid_t process_ = -1;
   std::string text_;
   Clock::time_point start_;
-  Descriptor requestStart_;
   Clock::time_point ready_;
 };
 
-Running::Running(const Contender& contender, Task task) {
-  Pipe in = makePipe();
-  Pipe out = makePipe();
-  if (contender.request.appId.empty()) {
-    spawn(contender, task, in.read.get(), out.write.get());
+Running::Running(const Contender& contender, Task task, const Asker* asker)
+    : asker_(asker),
+      onTerminal_(contender.onTerminal),
+      waits_(task == Task::kMemory),
+      streams_(onTerminal_ ? makeTerminal() : makePipes()) {
+  if (asker == nullptr) {
+    spawn(contender, streams_);
   } else {
-    ask(contender, task, in, out);
+    runs_ = asker->request(waits_, streams_.theirInput.get(), streams_.theirOutput.get());
   }
-  input_ = std::move(in.write);
-  output_ = std::move(out.read);
+  streams_.theirInput.reset();
+  streams_.theirOutput.reset();
 }
 
-void Running::spawn(const Contender& contender, Task task, int input, int output) {
+void Running::spawn(const Contender& contender, const Streams& streams) {
   std::vector<std::string> command = contender.command;
-  if (task == Task::kMemory) {
+  if (waits_) {
     command.emplace_back(kWaitArgument);
   }
   const std::vector<char*> arguments = pointersTo(command);
   const std::vector<std::string> variables = environmentOf(contender);
   const std::vector<char*> environment = pointersTo(variables);
-  posix_spawn_file_actions_t streams;
-  posix_spawn_file_actions_init(&streams);
-  posix_spawn_file_actions_adddup2(&streams, input, STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&streams, output, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&streams, output, STDERR_FILENO);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, streams.theirInput.get(), STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, streams.theirOutput.get(), STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, streams.theirOutput.get(), STDERR_FILENO);
   start_ = Clock::now();
-  if (posix_spawn(&process_, arguments[0], &streams, nullptr, arguments.data(),
-                  environment.data()) != 0) {
-    process_ = -1;
-  }
-  posix_spawn_file_actions_destroy(&streams);
-}
-
-// Only the request is timed: the client is forked before. It sends the time of its request.
-void Running::ask(const Contender& contender, Task task, Pipe& input, Pipe& output) {
-  Pipe start = makePipe();
-  process_ = fork();
-  if (process_ == 0) {
-    input.write = Descriptor();
-    output.read = Descriptor();
-    const int written = output.write.get();
-    becomeClient(contender, task, {input.read.get(), written, written}, start.write.get());
-  }
-  requestStart_ = std::move(start.read);
+  runs_ = posix_spawn(&process_, arguments[0], &actions, nullptr, arguments.data(),
+                      environment.data()) == 0;
+  posix_spawn_file_actions_destroy(&actions);
 }
 
 bool Running::readMore() {
   std::array<char, 4096> bytes{};
-  const ssize_t count = read(output_.get(), bytes.data(), bytes.size());
+  const ssize_t count = read(streams_.output.get(), bytes.data(), bytes.size());
   if (count > 0) {
     text_.append(bytes.data(), static_cast<size_t>(count));
   }
@@ -154,7 +128,7 @@ bool Running::readMore() {
 }
 
 bool Running::readUntilReady() {
-  while (process_ >= 0 && text_.find(kReady) == text_.npos) {
+  while (runs_ && text_.find(kReady) == text_.npos) {
     if (!readMore()) {
       return false;
     }
@@ -163,27 +137,40 @@ bool Running::readUntilReady() {
   // Read the process id after it.
   while (text_.find('\n', text_.find(kReady)) == text_.npos && readMore()) {
   }
-  return process_ >= 0;
+  return runs_;
 }
 
 pid_t Running::application() const {
   return std::atoi(text_.c_str() + text_.find(kReady) + kReady.size());
 }
 
+// A terminal has no end of input, only an end: what the application writes after it is lost.
+void Running::endInput() {
+  streams_.input.reset();
+  if (onTerminal_ && waits_) {
+    streams_.output.reset();
+  }
+}
+
 bool Running::end() {
-  input_ = Descriptor();
+  endInput();
   while (readMore()) {
   }
-  if (process_ >= 0) {
+  if (asker_ != nullptr) {
+    const auto start = asker_->awaitEnd();
+    start_ = start.value_or(start_);
+    return start.has_value();
+  }
+  if (runs_) {
     waitpid(process_, nullptr, 0);
   }
-  return !requestStart_ || read(requestStart_.get(), &start_, sizeof start_) == sizeof start_;
+  return true;
 }
 
 }  // namespace
 
-Run runOnce(const Contender& contender, Task task) {
-  Running running(contender, task);
+Run runOnce(const Contender& contender, Task task, const Asker* asker) {
+  Running running(contender, task, asker);
   Run run;
   run.ready = running.readUntilReady();
   if (run.ready && task == Task::kMemory) {
@@ -191,7 +178,8 @@ Run runOnce(const Contender& contender, Task task) {
   }
   run.ready = running.end() && run.ready;
   if (run.ready) {
-    run.seconds = running.secondsUntilReady();
+    run.start = running.start();
+    run.seconds = std::chrono::duration<double>(running.ready() - running.start()).count();
   }
   running.text().copy(run.text.data(), run.text.size() - 1);
   return run;

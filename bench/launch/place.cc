@@ -10,6 +10,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 
 #include "bench/launch/one_run.h"
 #include "quillon/device/device_root.h"
@@ -24,9 +25,16 @@ struct Request {
 
 // Serves requests until the other end of the socket is closed.
 void serve(const std::vector<Contender>& contenders, int socket) {
+  std::map<std::size_t, Asker> askers;
+  const auto askerOf = [&](std::size_t contender) -> const Asker* {
+    return contenders[contender].request.asker.empty()
+               ? nullptr
+               : &askers.try_emplace(contender, contenders[contender]).first->second;
+  };
   Request request{};
   while (read(socket, &request, sizeof request) == sizeof request) {
-    const Run run = runOnce(contenders[request.contender], request.task);
+    const Run run =
+        runOnce(contenders[request.contender], request.task, askerOf(request.contender));
     if (write(socket, &run, sizeof run) != sizeof run) {
       break;
     }
@@ -43,6 +51,9 @@ void serve(const std::vector<Contender>& contenders, int socket) {
     arguments.push_back(const_cast<char*>(word.c_str()));
   }
   arguments.push_back(nullptr);
+  for (const std::string& variable : service.environment) {
+    putenv(const_cast<char*>(variable.c_str()));
+  }
   execv(arguments[0], arguments.data());
   _exit(127);
 }
@@ -108,7 +119,9 @@ Place::Place(const std::vector<Contender>& contenders, const std::filesystem::pa
   socket_ = ends[0];
 }
 
+// Places that were made later have a copy of the socket.
 Place::~Place() {
+  shutdown(socket_, SHUT_RDWR);
   close(socket_);
   waitpid(process_, nullptr, 0);
 }

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <array>
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -20,7 +21,8 @@ namespace quillon::bench {
 enum class Task : int { kTime, kMemory };
 
 struct Run {
-  bool ready = false;             // the application has reported it
+  bool ready = false;  // the application has reported it
+  std::chrono::steady_clock::time_point start;
   double seconds = 0;             // from the request to the application's first output
   Memory memory = {};             // of the application's process while it runs (kMemory)
   std::array<char, 1024> text{};  // the output of a contender that times itself
@@ -30,6 +32,7 @@ struct Run {
 struct Service {
   std::vector<std::string> command;
   std::filesystem::path output;
+  std::vector<std::string> environment = {};  // NAME=VALUE, added to the benchmark's
 };
 
 class Place {

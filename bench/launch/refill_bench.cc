@@ -51,9 +51,9 @@ class Way {
     const auto count = static_cast<double>(prepared.waiting.size());
     double pss = 0;
     double own = 0;
-    for (const Memory& memory : prepared.waiting) {
-      pss += static_cast<double>(memory.pssKib);
-      own += static_cast<double>(memory.privateKib);
+    for (const WaitingProcess& process : prepared.waiting) {
+      pss += static_cast<double>(process.memory.pssKib);
+      own += static_cast<double>(process.memory.privateKib);
     }
     values_.seconds.push_back(prepared.seconds / count);
     values_.pssKib.push_back(pss / count);

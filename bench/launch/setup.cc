@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "quillon/base/files.h"
 #include "quillon/dotnet/runtime_lookup.h"
 
 namespace quillon::bench {
@@ -74,9 +75,9 @@ Expected<void> writeProperties(const Setup& setup, const Application& applicatio
 Expected<void> install(Setup& setup, const std::string& title, const std::string& name,
                        const std::string& program, double directAim) {
   const std::string id = "org.velora.bench." + name;
-  RETURN_IF_FAILED(outputOf(quoted(setup.quillon()) + " package install --device " +
-                            quoted(setup.device) + " " +
-                            quoted(setup.build / "bench/launch/sample/packages" / (id + ".toml"))));
+  RETURN_IF_FAILED(
+      outputOf(quoted(setup.quillon()) + " package install --device " + quoted(setup.device) + " " +
+               quoted(setup.ownBuild / "bench/launch/sample/packages" / (id + ".toml"))));
   const std::string stem = "/opt/usr/apps/" + id + "/bin/" + program;
   setup.applications.push_back(
       {title, id, stem + ".dll", stem, (setup.work / (name + ".properties")).string(), directAim});
@@ -98,79 +99,150 @@ std::vector<Contender> directLaunchesOf(const Setup& setup, const Application& a
     return launchCommand(setup, application, more);
   };
   std::vector<Contender> all = {
-      {kDirectLaunch, launch({"--raw"})},
-      {kCapturedLaunch, launch({}), {kAllLogged}},
-      {kUnloggedLaunch, launch({"--raw"}), {"QUILLON_LOG=none"}},
+      {kDirectLaunch, {}, launch({"--raw"})},
+      {kCapturedLaunch, {}, launch({}), {kAllLogged}},
+      {kUnloggedLaunch, {}, launch({"--raw"}), {"QUILLON_LOG=none"}},
       {"the same, all logged to a file",
+       {},
        launch({"--raw"}),
        {"QUILLON_LOG=file:/tmp/quillon-bench.log"}},
-      {"the same, from outside the device root", launch({"--raw"}), {}, false}};
-  all[0].aims = {{kStockHost, application.directAim}, {kBareHost, 1.02}};
+      {"the same, from outside the device root", {}, launch({"--raw"}), {}, false}};
+  all[0].aims = {{kStockHost, application.directAim}, {kBareHost, 1.05}};
   all[3].aims = {{kUnloggedLaunch, 1.02}};
+  if (application.onTerminal) {
+    return all;
+  }
   for (const char* setting : {"--diagnostics", "--tiered-pgo", "--tiered-compilation",
                               "--quick-jit-for-loops", "--ready-to-run", "--write-xor-execute"}) {
     all.push_back(
-        {std::string("the same, ") + setting + " off", launch({"--raw", setting, "off"})});
+        {std::string("the same, ") + setting + " off", {}, launch({"--raw", setting, "off"})});
   }
   return all;
+}
+
+PreparedRequest requestOf(const Setup& setup) {
+  return {setup.programOfBuild("launch_asker"), setup.quillon(), setup.device};
 }
 
 std::vector<Contender> preparedLaunchesOf(const Setup& setup, const Application& application) {
   const auto raw = launchCommand(setup, application, {"--raw"});
   const auto captured = launchCommand(setup, application, {});
   std::vector<Contender> all = {
-      {"prepared, from the message", {}},
-      {"prepared, quillon launch --raw", raw},
-      {"prepared, output captured, all logged", captured, {kAllLogged}},
-      {"pool empty, quillon launch --raw", raw},
-      {"pool empty, output captured, all logged", captured, {kAllLogged}}};
+      {kPreparedMessage, {}, {}},
+      {"prepared, quillon launch --raw", {}, raw},
+      {"prepared, output captured, all logged", {}, captured, {kAllLogged}},
+      {"pool empty, quillon launch --raw", {}, raw},
+      {"pool empty, output captured, all logged", {}, captured, {kAllLogged}}};
   for (Contender& one : all) {
     one.pool = Pool::kFull;
-    one.aims = {{kStockHost, 0.05}};
+    one.aims = {{kStockHost, 0.065}};
   }
-  all[0].request = {setup.quillon(), setup.device, application.id};
+  all[0].request = requestOf(setup);
   all[3].pool = all[4].pool = Pool::kEmpty;
   all[3].aims = {{kDirectLaunch, 1.05}};
   all[4].aims = {{kCapturedLaunch, 1.05}};
   return all;
 }
 
-}  // namespace
-
-Expected<Setup> makeSetup(const fs::path& build, const fs::path& work) {
-  Setup setup;
-  setup.build = build;
-  setup.work = work;
-  setup.device = work / "device";
-  RETURN_IF_FAILED(findHost(setup));
-  RETURN_IF_FAILED(makeDevice(setup));
-  RETURN_IF_FAILED(install(setup, "console application", "hello", "Hello", 0.97));
-  RETURN_IF_FAILED(install(setup, "with 200 assemblies of its own", "many", "Many", 0.92));
-  return setup;
-}
-
-std::vector<Contender> contendersOf(const Setup& setup, const Application& application) {
-  const auto directs = directLaunchesOf(setup, application);
-  const auto prepared = preparedLaunchesOf(setup, application);
+// Launches in processes that are prepared for the application.
+std::vector<Contender> ownLaunchesOf(const Setup& setup, const Application& application) {
   std::vector<Contender> all = {
-      {kStockHost, {setup.dotnet, application.assembly}},
-      {"the application's apphost", {application.appHost}},
-      {kBareHost, {setup.program("bare_host"), application.properties, application.assembly}}};
-  all.insert(all.end(), directs.begin(), directs.end());
-  all.insert(all.end(), prepared.begin(), prepared.end());
+      {kOwnMessage, {}, {}},
+      {"own worker, quillon launch --raw", {}, launchCommand(setup, application, {"--raw"})}};
+  for (Contender& one : all) {
+    one.pool = Pool::kOwn;
+  }
+  all[0].request = requestOf(setup);
+  all[0].aims = {{kStockHost, 0.045}};
+  all[1].aims = {{kStockHost, 0.055}};
   return all;
 }
 
-Contender stockResolutionOf(const Setup& setup, const Application& application) {
-  return {"stock resolution",
-          {setup.program("stock_resolution"), setup.hostResolver, setup.dotnet.parent_path(),
-           application.assembly}};
+// The ways that start no program of the measured build.
+std::vector<Contender> referencesOf(const Setup& setup, const Application& application) {
+  std::vector<Contender> all = {
+      {kStockHost, {}, {setup.dotnet, application.assembly}},
+      {"the application's apphost", {}, {application.appHost}},
+      {kBareHost, {}, {setup.program("bare_host"), application.properties, application.assembly}}};
+  for (Contender& one : all) {
+    one.usesBuild = false;
+  }
+  return all;
 }
 
+// The stock host, until it has resolved the runtime's properties.
+Contender stockResolutionOf(const Setup& setup, const Application& application) {
+  Contender contender{kStockResolution,
+                      application.id,
+                      {setup.program("stock_resolution"), setup.hostResolver,
+                       setup.dotnet.parent_path(), application.assembly}};
+  contender.usesBuild = false;
+  contender.timesItself = true;
+  return contender;
+}
+
+// A program that times each call of the plug-in.
 Contender pluginCallsOf(const Setup& setup, const Application& application) {
-  return {"plug-in's calls",
-          {setup.program("plugin_calls"), setup.build / "lib/libquillon-tv-plugin.so",
-           application.properties, application.id, application.id, application.assembly}};
+  Contender contender{
+      kPluginCalls,
+      application.id,
+      {setup.programOfBuild("plugin_calls"), setup.build / "lib/libquillon-tv-plugin.so",
+       application.properties, application.id, application.id, application.assembly}};
+  contender.timesItself = true;
+  return contender;
+}
+
+}  // namespace
+
+fs::path Setup::programOfBuild(const char* name) const {
+  const fs::path its = build / "bench" / name;
+  return fs::exists(its) ? its : program(name);
+}
+
+Expected<Setup> makeSetup(const fs::path& build, const fs::path& work, Workers workers) {
+  Setup setup;
+  setup.build = build;
+  setup.ownBuild = executablePath().parent_path().parent_path();
+  setup.work = work;
+  setup.device = work / "device";
+  setup.workers = workers;
+  std::error_code ignored;
+  fs::create_directory(work, ignored);
+  RETURN_IF_FAILED(findHost(setup));
+  RETURN_IF_FAILED(makeDevice(setup));
+  RETURN_IF_FAILED(install(setup, "console application", "hello", "Hello", 1.0));
+  RETURN_IF_FAILED(install(setup, "with 200 assemblies of its own", "many", "Many", 0.97));
+  setup.applications.push_back(setup.applications.front());
+  setup.applications.back().title = "on a pseudo terminal";
+  setup.applications.back().onTerminal = true;
+  return setup;
+}
+
+bool hasOwnWorkers(const fs::path& build) {
+  const auto help = outputOf(quoted(build / "bin/quillon") + " launchpad --help");
+  return help && help->find(kMemoryOption) != help->npos;
+}
+
+std::vector<Contender> contendersOf(const Setup& setup, const Application& application) {
+  std::vector<Contender> all;
+  const auto add = [&](std::vector<Contender> more) {
+    all.insert(all.end(), more.begin(), more.end());
+  };
+  if (setup.workers == Workers::kOwn) {
+    add(ownLaunchesOf(setup, application));
+  } else {
+    add(referencesOf(setup, application));
+    add(directLaunchesOf(setup, application));
+    add(preparedLaunchesOf(setup, application));
+    if (!application.onTerminal) {
+      add({stockResolutionOf(setup, application), pluginCallsOf(setup, application)});
+    }
+  }
+  for (Contender& one : all) {
+    one.appId = application.id;
+    one.onTerminal = application.onTerminal;
+  }
+  return all;
 }
 
 }  // namespace quillon::bench

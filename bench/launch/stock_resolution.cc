@@ -1,5 +1,5 @@
 // Times the stock host until it has resolved the runtime's properties, without starting the
-// runtime. The reference for the launcher's lists. Prints microseconds.
+// runtime. The reference for the launcher's lists. Prints "resolution" and microseconds.
 //
 // usage: stock_resolution HOSTFXR DOTNET_ROOT ASSEMBLY
 //
@@ -63,6 +63,6 @@ int main(int argc, char** argv) {
     return 101;
   }
   const std::chrono::duration<double, std::micro> taken = std::chrono::steady_clock::now() - start;
-  std::printf("%.1f\n", taken.count());
+  std::printf("resolution %.1f\n", taken.count());
   return 0;
 }

@@ -64,7 +64,7 @@ OpenThread& TimelineReader::threadOf(const Json& event) {
   if (known != threads_.end()) {
     return *known;
   }
-  threads_.push_back({{process, thread, {}}, {}});
+  threads_.push_back({{process, thread, {}, {}}, {}});
   return threads_.back();
 }
 
@@ -100,7 +100,7 @@ void TimelineReader::add(const Json& event) {
 }
 
 Timeline TimelineReader::finish() {
-  Timeline timeline{end_, {}};
+  Timeline timeline{end_, {}, origin_};
   for (OpenThread& one : threads_) {
     for (const size_t index : one.open) {
       one.thread.entries[index].end = end_;

@@ -24,11 +24,13 @@ struct TimelineThread {
   int process = 0;
   int thread = 0;
   std::vector<TimelineEntry> entries;
+  std::string title = {};  // shown instead of the numbers
 };
 
 struct Timeline {
   double end = 0;
   std::vector<TimelineThread> threads;  // in the order of their first events
+  double origin = 0;                    // of the first event, on CLOCK_MONOTONIC
 };
 
 // Reads the events that docs/workstation-log-and-trace.md describes. Ignores lines that are not

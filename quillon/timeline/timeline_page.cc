@@ -65,13 +65,23 @@ double tickStep(double length) {
   return 10 * power;
 }
 
+std::string titleOf(const TimelineThread& thread) {
+  if (!thread.title.empty()) {
+    return thread.title;
+  }
+  const bool isMain = thread.process == thread.thread;
+  return "process " + std::to_string(thread.process) +
+         (isMain ? "" : ", thread " + std::to_string(thread.thread));
+}
+
 // Draws the rows from top to bottom.
 class Picture {
  public:
   explicit Picture(const Timeline& timeline)
       : timeline_(timeline), length_(std::max(timeline.end, 1.0)) {}
 
-  std::string draw();
+  // style  CSS rules for a picture outside of the page
+  std::string draw(const std::string& style = {});
 
  private:
   double xOf(double time) const { return kNamesWidth + time / length_ * kBarsWidth; }
@@ -143,17 +153,15 @@ void Picture::drawEntry(const TimelineEntry& entry) {
 
 void Picture::drawThread(const TimelineThread& thread) {
   y_ += 8;
-  const bool isMain = thread.process == thread.thread;
-  rows_ += "<text class='thread' x='8' y='" + std::to_string(y_ + 15) + "'>process " +
-           std::to_string(thread.process) +
-           (isMain ? "" : ", thread " + std::to_string(thread.thread)) + "</text>\n";
+  rows_ += "<text class='thread' x='8' y='" + std::to_string(y_ + 15) + "'>" +
+           escapeHtml(titleOf(thread)) + "</text>\n";
   y_ += kRowHeight + 4;
   for (const TimelineEntry& entry : thread.entries) {
     drawEntry(entry);
   }
 }
 
-std::string Picture::draw() {
+std::string Picture::draw(const std::string& style) {
   for (const TimelineThread& thread : timeline_.threads) {
     drawThread(thread);
   }
@@ -161,8 +169,8 @@ std::string Picture::draw() {
   drawScale(height);
   return "<svg id='picture' viewBox='0 0 " + std::to_string(kWidth) + " " + std::to_string(height) +
          "' role='img' data-left='" + std::to_string(kNamesWidth) + "' data-width='" +
-         std::to_string(kBarsWidth) + "' data-end='" + number(length_) + "'>\n<g id='rows'>\n" +
-         rows_ + "</g>\n<g id='scale'>\n" + scale_ + "</g>\n</svg>\n";
+         std::to_string(kBarsWidth) + "' data-end='" + number(length_) + "'>\n" + style +
+         "<g id='rows'>\n" + rows_ + "</g>\n<g id='scale'>\n" + scale_ + "</g>\n</svg>\n";
 }
 
 // Replaces each {{name}} of `page` by its value. A value may contain any text, also "{{".
@@ -181,6 +189,14 @@ std::string fillFields(std::string_view page,
 }
 
 }  // namespace
+
+std::string timelinePicture(const Timeline& timeline) {
+  constexpr std::string_view kTag = "<svg";
+  const std::string style = "<style>" + std::string(kPageCss) +
+                            "</style>\n<rect class='ground' width='100%' height='100%'/>\n";
+  return std::string(kTag) + " xmlns='http://www.w3.org/2000/svg'" +
+         Picture(timeline).draw(style).substr(kTag.size());
+}
 
 std::string timelinePage(const Timeline& timeline, const std::string& title) {
   return fillFields(kPageHtml, {{"title", escapeHtml(title)},

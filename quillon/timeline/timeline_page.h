@@ -11,4 +11,7 @@ namespace quillon::timeline {
 // picture, below a scale in milliseconds. `title` and all names may be any text.
 std::string timelinePage(const Timeline& timeline, const std::string& title);
 
+// Returns the picture alone, as an SVG file that needs no other files.
+std::string timelinePicture(const Timeline& timeline);
+
 }  // namespace quillon::timeline

@@ -15,6 +15,7 @@
 #include "quillon/base/exit_status.h"
 #include "quillon/base/record.h"
 #include "quillon/base/terminal.h"
+#include "quillon/base/trace_span.h"
 #include "quillon/host/application/target.h"
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/server/fingerprint.h"
@@ -235,6 +236,7 @@ void EventLoop::removeClient(uint64_t number) {
 }
 
 void EventLoop::onRequest(uint64_t client, const Message& message) {
+  const TraceSpan span("launch pad: find the application");
   auto request = parseRequest(message);
   if (!request) {
     return removeClient(client);
@@ -255,6 +257,7 @@ void EventLoop::onRequest(uint64_t client, const Message& message) {
 }
 
 void EventLoop::onInspected() {
+  const TraceSpan span("launch pad: compare the client, assign a process");
   while (const auto finding = inspector_.next()) {
     const auto found = clients_.find(finding->client);
     if (found == clients_.end()) {

@@ -13,6 +13,7 @@
 #include "quillon/base/files.h"
 #include "quillon/base/record.h"
 #include "quillon/base/terminal.h"
+#include "quillon/base/trace_span.h"
 #include "quillon/host/application/application_id.h"
 #include "quillon/host/application/working_directory.h"
 #include "quillon/host/assemblies/module_initializer.h"
@@ -122,7 +123,9 @@ class Worker {
   Expected<void> takeOver();
   Expected<void> takeOverDescriptors(HandOver& handOver);
   void applyProcessState(const HandOver& handOver) const;
+  Expected<void> giveToRuntime();
   Expected<void> configureApplication();
+  Expected<unsigned> executeAssembly();
   Expected<int> execute();
 
   const WorkerConfig& config_;
@@ -316,6 +319,7 @@ Expected<void> Worker::awaitAssignment() {
 }
 
 Expected<void> Worker::takeOver() {
+  const TraceSpan span("take the launch over");
   auto handOver = parseHandOver(awaitMessage(client_, MessageKind::kHandOver));
   if (!handOver) {
     return fail(kServiceFailed, {"the client sent a malformed launch", {}});
@@ -354,7 +358,8 @@ void Worker::applyProcessState(const HandOver& handOver) const {
   }
 }
 
-Expected<void> Worker::configureApplication() {
+Expected<void> Worker::giveToRuntime() {
+  const TraceSpan span("give the application to the runtime");
   const Variables now = currentVariables();
   auto variables = changesBetween(variablesAtStart_, now);
   variables.merge(changesBetween(variablesAtWarmUp_, now));
@@ -362,12 +367,22 @@ Expected<void> Worker::configureApplication() {
   if (!managed_.assign(host::propertiesOfApplication(target_, lists_, key_.additions), variables)) {
     return fail(kRuntimeFailed, {"the runtime refuses the application's properties", {}});
   }
+  return {};
+}
+
+Expected<void> Worker::configureApplication() {
+  RETURN_IF_FAILED(giveToRuntime());
   RETURN_IF_FAILED(plugin_.setApplication());
   plugin_.beforeExecute();
   if (const auto warning = resolution::warningAbout(target_.application.id, key_.additions)) {
     tell(*warning);
   }
   return {};
+}
+
+Expected<unsigned> Worker::executeAssembly() {
+  const TraceSpan span("coreclr_execute_assembly: Main");
+  return runtime_->execute(target_.assembly, arguments_);
 }
 
 Expected<int> Worker::execute() {
@@ -378,7 +393,7 @@ Expected<int> Worker::execute() {
   client_.reset();
   sendMessage(channel_.get(), MessageKind::kStarted);
   channel_.reset();
-  auto ended = runtime_->execute(target_.assembly, arguments_);
+  auto ended = executeAssembly();
   plugin_.finalize();
   const int latched = runtime_->shutDown();
   if (!ended) {

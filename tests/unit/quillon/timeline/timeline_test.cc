@@ -19,6 +19,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::SizeIs;
+using ::testing::StartsWith;
 
 class TimelineTest : public ::testing::Test {
  protected:
@@ -71,6 +72,20 @@ TEST_F(TimelineTest, HasEverySpanAndMarkOfEachThread) {
   ASSERT_THAT(beside, SizeIs(1));
   EXPECT_EQ(beside[0].end - beside[0].start, 100);
   EXPECT_EQ(beside[0].depth, 0);
+}
+
+TEST_F(TimelineTest, PictureAloneIsAnSvgFileWithItsOwnRules) {
+  auto timeline = read(kLaunch);
+  ASSERT_TRUE(timeline);
+  EXPECT_EQ(timeline->origin, 100);
+  timeline->threads[1].title = "a <launch>";
+  const std::string picture = timelinePicture(*timeline);
+  EXPECT_THAT(picture, StartsWith("<svg xmlns='http://www.w3.org/2000/svg'"));
+  EXPECT_THAT(picture, HasSubstr("<style>"));
+  EXPECT_THAT(picture, HasSubstr("prefers-color-scheme: dark"));
+  EXPECT_THAT(picture, HasSubstr(">process 7</text>"));
+  EXPECT_THAT(picture, HasSubstr(">a &lt;launch&gt;</text>"));
+  EXPECT_THAT(picture, Not(HasSubstr("url(")));
 }
 
 TEST_F(TimelineTest, SpansOfAProcessThatDiedReachTheEndAndAreOpen) {
