@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <tuple>
 
 #include "tests/system/launchpad/running_launchpad.h"
 
@@ -79,22 +80,19 @@ void overwriteFile(const fs::path& file) {
 }
 
 class OwnProcessOrder : public OwnProcess,
-                        public ::testing::WithParamInterface<std::pair<const char*, const char*>> {
-};
+                        public ::testing::WithParamInterface<std::tuple<std::string, bool>> {};
 
 INSTANTIATE_TEST_SUITE_P(Of, OwnProcessOrder,
-                         ::testing::Values(std::pair("org.velora.sample.order", "1"),
-                                           std::pair("org.velora.sample.order", "0"),
-                                           std::pair("org.velora.sample.initializer", "1"),
-                                           std::pair("org.velora.sample.initializer", "0"),
-                                           std::pair("org.velora.sample.early", "1"),
-                                           std::pair("org.velora.sample.early", "0")));
+                         ::testing::Combine(::testing::Values("org.velora.sample.order",
+                                                              "org.velora.sample.initializer",
+                                                              "org.velora.sample.early"),
+                                            ::testing::Bool()));
 
 // The second parameter: without tiered compilation, the runtime compiles with optimisations, which
 // depend on what has been initialised.
 TEST_P(OwnProcessOrder, RunsNoCodeOfTheApplicationEarly) {
   const auto [application, tiered] = GetParam();
-  setenv("DOTNET_TieredCompilation", tiered, 1);
+  setenv("DOTNET_TieredCompilation", tiered ? "1" : "0", 1);
   start(1);
   const std::string direct = prepareOrder(application);
   EXPECT_THAT(direct, HasSubstr("Main\n"));
