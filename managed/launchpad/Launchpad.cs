@@ -18,9 +18,6 @@ namespace Quillon;
 /// </remarks>
 public static class Launchpad
 {
-    private const BindingFlags Declared = BindingFlags.Static | BindingFlags.Instance |
-        BindingFlags.Public | BindingFlags.NonPublic | BindingFlags.DeclaredOnly;
-
     private static readonly ManualResetEventSlim s_rehearsed = new();
     private static Assembly? s_application;
 
@@ -54,8 +51,8 @@ public static class Launchpad
     /// Loads and compiles what nearly every application needs before its first line of output.
     /// </summary>
     /// <remarks>
-    /// Keeps no state that an application could see. In particular it does not initialize the
-    /// console, because descriptors 0 to 2 are replaced before the application starts.
+    /// Keeps no state that an application could see. In particular the console is not initialized
+    /// afterwards, because descriptors 0 to 2 are replaced before the application starts.
     /// </remarks>
     public static void WarmUp()
     {
@@ -209,50 +206,70 @@ public static class Launchpad
     // Executes the code path of Console.WriteLine with a stream of its own, which is closed again.
     //
     // At its first write, the runtime initializes the console: it saves for the rest of the process
-    // which descriptors are terminals, and the terminal's settings. So tell it that this has been
-    // done, as long as nothing is written, and only prepare the methods that do it.
+    // which descriptors are terminals, and the terminal's settings. So the native part is postponed
+    // to the application's first write, and the managed part is undone. It consists of static
+    // fields, one of which is the event AppContext.UnhandledException.
     private static void WriteNothing()
     {
-        RuntimeHelpers.RunClassConstructor(typeof(Console).TypeHandle);
-        Type? platform = typeof(Console).Assembly.GetType("System.ConsolePal");
-        FieldInfo? isInitialized = platform?.GetField("s_initialized", Declared);
-        FieldInfo? consoleOutput = typeof(Console).GetField("s_out", Declared);
-        if (isInitialized == null || consoleOutput == null)
-        {
-            return; // another version of the runtime, in which the first write takes longer
-        }
-        PrepareMethodsOf(typeof(Console));
-        PrepareMethodsOf(platform);
-        PrepareMethodsOf(typeof(Console).Assembly.GetType("Interop+Sys"));
-        using Stream output = Console.OpenStandardOutput();
-        using var writer = new StreamWriter(output, Encoding.Default, 256) { AutoFlush = true };
-        using TextWriter synchronized = TextWriter.Synchronized(writer);
+        var process = new StaticState(typeof(AppContext));
+        var console = new StaticState(typeof(Console));
+        var platform = new StaticState(typeof(Console).Assembly.GetType("System.ConsolePal", true)!);
+        PostponeTerminalSetup(1);
         try
         {
-            consoleOutput.SetValue(null, synchronized);
-            isInitialized.SetValue(null, true);
-            synchronized.Write("");
-            synchronized.Flush();
+            using Stream output = Console.OpenStandardOutput();
             output.Write(ReadOnlySpan<byte>.Empty);
+            if (!console.Holds(Console.Out)) // created just now
+            {
+                CloseStreamOf(Console.Out);
+            }
+            using var nowhere = new StreamWriter(Stream.Null) { AutoFlush = true };
+            Console.SetOut(nowhere);
+            Console.WriteLine("");
         }
         finally
         {
-            isInitialized.SetValue(null, false);
-            consoleOutput.SetValue(null, null);
+            process.Restore();
+            console.Restore();
+            platform.Restore();
+            PostponeTerminalSetup(0);
         }
     }
 
-    private static void PrepareMethodsOf(Type? type)
+    // Otherwise the collector closes it, during the application.
+    private static void CloseStreamOf(TextWriter console)
     {
-        foreach (MethodInfo method in type?.GetMethods(Declared) ?? Array.Empty<MethodInfo>())
+        FieldInfo? inner =
+            console.GetType().GetField("_out", BindingFlags.Instance | BindingFlags.NonPublic);
+        (inner?.GetValue(console) as StreamWriter)?.BaseStream.Dispose();
+    }
+
+    // The launcher implements it. Throws in a runtime whose console it does not know, in which the
+    // first write takes longer.
+    [DllImport("Quillon.Launchpad")]
+    private static extern void PostponeTerminalSetup(int value);
+
+    // The values of the static fields of a type, without those that cannot change.
+    private readonly struct StaticState
+    {
+        private readonly FieldInfo[] _fields;
+        private readonly object?[] _values;
+
+        public StaticState(Type type)
         {
-            if (method.Attributes.HasFlag(MethodAttributes.PinvokeImpl))
+            _fields = Array.FindAll(type.GetFields(BindingFlags.Static |
+                BindingFlags.Public | BindingFlags.NonPublic | BindingFlags.DeclaredOnly),
+                field => !field.IsLiteral && !field.IsInitOnly);
+            _values = Array.ConvertAll(_fields, field => field.GetValue(null));
+        }
+
+        public bool Holds(object value) => Array.IndexOf(_values, value) >= 0;
+
+        public void Restore()
+        {
+            for (int i = 0; i < _fields.Length; ++i)
             {
-                Marshal.Prelink(method);
-            }
-            else if (!method.IsGenericMethod)
-            {
-                RuntimeHelpers.PrepareMethod(method.MethodHandle);
+                _fields[i].SetValue(null, _values[i]);
             }
         }
     }

@@ -2,6 +2,7 @@ using System;
 using System.Collections.Generic;
 using System.IO;
 using System.Reflection;
+using System.Threading;
 
 namespace Velora.Sample.Probe;
 
@@ -82,6 +83,14 @@ internal static class Program
                 Console.Write(text);
                 Console.ResetColor();
                 return text;
+            case ["clear"]:
+                Console.Clear();
+                return "cleared";
+            case ["error", var text]:
+                Console.Error.Write(text);
+                return text;
+            case ["interrupt"]: return AwaitInterrupt();
+            case ["handlers"]: return UnhandledExceptionHandlers().ToString();
             case ["collect"]:
                 GC.Collect();
                 return "collected";
@@ -100,6 +109,29 @@ internal static class Program
     {
         ConsoleKeyInfo key = Console.ReadKey(intercept: true);
         return $"{key.Key} {(int)key.KeyChar} {key.Modifiers}";
+    }
+
+    private static string AwaitInterrupt()
+    {
+        using var pressed = new ManualResetEventSlim();
+        ConsoleCancelEventHandler handler = (_, key) =>
+        {
+            key.Cancel = true;
+            pressed.Set();
+        };
+        Console.CancelKeyPress += handler;
+        Console.Write("waiting for an interrupt");
+        pressed.Wait();
+        Console.CancelKeyPress -= handler;
+        return "interrupted";
+    }
+
+    // The console adds one when it is initialized.
+    private static int UnhandledExceptionHandlers()
+    {
+        FieldInfo? handlers = typeof(AppContext).GetField("UnhandledException",
+            BindingFlags.Static | BindingFlags.NonPublic);
+        return (handlers?.GetValue(null) as Delegate)?.GetInvocationList().Length ?? 0;
     }
 
     private static string TimeZone()

@@ -8,8 +8,8 @@
 namespace quillon {
 namespace {
 
-// Above the descriptor numbers that applications expect to be theirs.
-constexpr int kFirstDescriptor = 10;
+// Out of the range that programs use for themselves.
+constexpr int kMinDescriptor = 200;
 
 int& terminal() {
   static int descriptor = -1;  // stays open until the process ends
@@ -29,7 +29,10 @@ void openStandardDescriptors() {
 
 void keepTerminal() {
   if (terminal() < 0) {
-    terminal() = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kFirstDescriptor);
+    terminal() = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, kMinDescriptor);
+  }
+  if (terminal() < 0) {  // a low limit of open files
+    terminal() = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   }
 }
 

@@ -36,10 +36,12 @@ void* initializeHostpolicy() try {
   return nullptr;
 }
 
+FindFunction findOthers = nullptr;
+
 // The type PInvokeOverrideFn of the runtime.
 const void* findFunction(const char* library, const char* function) {
   if (std::strcmp(library, kManagedName) != 0) {
-    return nullptr;
+    return findOthers == nullptr ? nullptr : findOthers(library, function);
   }
   static void* const hostpolicy = initializeHostpolicy();
   return hostpolicy == nullptr ? nullptr : dlsym(hostpolicy, function);
@@ -47,7 +49,8 @@ const void* findFunction(const char* library, const char* function) {
 
 }  // namespace
 
-void addHostpolicy(host::RuntimeProperties& properties) {
+void addHostpolicy(host::RuntimeProperties& properties, FindFunction others) {
+  findOthers = others;
   std::ostringstream address;
   address << reinterpret_cast<const void*>(&findFunction);
   properties.emplace_back(kProperty, address.str());

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <array>
@@ -45,6 +46,12 @@ Terminal::~Terminal() {
 
 void Terminal::type(const std::string& text) const {
   [[maybe_unused]] const ssize_t written = write(master_, text.data(), text.size());
+}
+
+bool Terminal::isCooked() const {
+  termios settings{};
+  constexpr tcflag_t kCooked = ICANON | ECHO | ISIG;
+  return tcgetattr(master_, &settings) == 0 && (settings.c_lflag & kCooked) == kCooked;
 }
 
 // Returns false at the end of the output, and if there is none in time.

@@ -23,6 +23,8 @@ class Terminal {
   bool waitForOutput(const std::string& text);
   // Waits for the end. Returns the exit status, or 128 + signal.
   int finish();
+  // Whether the terminal echoes and edits lines, as it does at first.
+  bool isCooked() const;
   // All that the terminal got so far.
   const std::string& output() const { return output_; }
 

@@ -19,11 +19,19 @@ namespace {
 constexpr std::chrono::milliseconds kAnswerTimeout{2'000};
 constexpr std::chrono::milliseconds kForever{-1};
 
-// Whether a worker can have the inherited descriptors under the same numbers.
-bool canBeInherited(const std::vector<int>& descriptors) {
-  return descriptors.size() <= kMaxInheritedDescriptors &&
-         std::all_of(descriptors.begin(), descriptors.end(),
-                     [](int fd) { return fd >= kMinInheritedDescriptor; });
+// Why a worker cannot have the inherited descriptors under the same numbers. Empty if it can.
+std::string whyNotInherited(const std::vector<int>& descriptors) {
+  if (descriptors.size() > kMaxInheritedDescriptors) {
+    return "a prepared process can take over at most " + std::to_string(kMaxInheritedDescriptors) +
+           " inherited descriptors, not " + std::to_string(descriptors.size());
+  }
+  const auto highest = std::max_element(descriptors.begin(), descriptors.end());
+  if (highest != descriptors.end() && *highest >= kMinOwnDescriptor) {
+    return "a prepared process cannot take over the inherited descriptor " +
+           std::to_string(*highest) + ": it uses the numbers from " +
+           std::to_string(kMinOwnDescriptor) + " on";
+  }
+  return {};
 }
 
 // Waits for a message. Returns kNothingYet when the time is over.
@@ -77,9 +85,9 @@ LaunchOutcome requestLaunch(const host::LaunchOptions& options, const std::strin
   }
   request.processState += proof;
   const std::vector<int> inherited = self.inheritedDescriptors();
-  if (!canBeInherited(inherited)) {
+  if (std::string reason = whyNotInherited(inherited); !reason.empty()) {
     return direct(*server, options,
-                  {"a prepared process cannot take over its inherited descriptors",
+                  {std::move(reason),
                    "close those that the application does not need; see ls -l /proc/$$/fd"});
   }
   if (!sendRequest(server->get(), request)) {

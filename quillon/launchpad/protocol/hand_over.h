@@ -20,10 +20,13 @@
 
 namespace quillon::launchpad {
 
-// A worker takes over at most this many inherited descriptors, none below this number: lower
-// numbers may be in use in the worker.
+// A worker takes over at most this many inherited descriptors, with numbers below this one: its own
+// descriptors begin there.
 inline constexpr size_t kMaxInheritedDescriptors = 24;
-inline constexpr int kMinInheritedDescriptor = 80;
+inline constexpr int kMinOwnDescriptor = 200;
+
+// The limit of open files that a worker needs, for its own and a few more.
+inline constexpr unsigned kMinDescriptorLimit = kMinOwnDescriptor + 100;
 
 struct HandOver {
   std::vector<std::string> arguments;

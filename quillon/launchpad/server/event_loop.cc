@@ -18,6 +18,7 @@
 #include "quillon/base/trace_span.h"
 #include "quillon/host/application/target.h"
 #include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/server/fingerprint.h"
 #include "quillon/launchpad/server/fresh_worker.h"
 #include "workstation/packages.h"
@@ -306,6 +307,12 @@ Expected<void> EventLoop::compareState(const Finding& finding) const {
   if (!canAdopt(limits_, finding.limits)) {
     return fail("its resource limits are higher than the launch pad's",
                 "start the launch pad with these limits (ulimit -a)");
+  }
+  const rlim_t descriptors = finding.limits[RLIMIT_NOFILE].rlim_max;
+  if (descriptors < kMinDescriptorLimit) {
+    return fail("its limit of open files is " + std::to_string(descriptors) +
+                    ", and a prepared process needs " + std::to_string(kMinDescriptorLimit),
+                "raise it (ulimit -n)");
   }
   return {};
 }

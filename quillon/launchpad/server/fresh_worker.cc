@@ -107,9 +107,10 @@ void execWorker(const WorkerConfig& config, const PoolKey& key, pid_t server, De
 
 int runFreshWorker(int channel, int configuration) {
   keepTerminal();
-  const Descriptor file(configuration);
+  Descriptor file(configuration);
   Descriptor socket(channel);
   auto all = decode(readSealedMemory(file.get()).view());
+  file.reset();
   if (!all || fcntl(socket.get(), F_SETFD, FD_CLOEXEC) != 0) {
     return report({"'launchpad worker' is an internal command of the launch pad", {}, kUsage});
   }

@@ -50,12 +50,12 @@ void closeInherited() {
 Expected<void> raiseDescriptorLimit(const LaunchpadOptions& options) {
   constexpr rlim_t kOwn = 32;  // standard streams, listener, signals, some clients and so on
   constexpr rlim_t kPerWorker = 2;
-  constexpr rlim_t kOfWorker = kMinInheritedDescriptor + kMaxInheritedDescriptors;
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;
   const rlim_t workers = kMaxPools * options.size + (options.memory > 0 ? kMaxOwnPools : 0);
-  const rlim_t needed = std::max(kOwn + kSpareDescriptors + kPerWorker * workers, kOfWorker);
+  const rlim_t needed =
+      std::max(kOwn + kSpareDescriptors + kPerWorker * workers, rlim_t{kMinDescriptorLimit});
   if (limit.rlim_max < needed) {
     return fail("the launch pad needs " + std::to_string(needed) +
                     " file descriptors, and the limit is " + std::to_string(limit.rlim_max),

@@ -27,11 +27,13 @@
 #include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
+#include "quillon/launchpad/worker/descriptor_numbers.h"
 #include "quillon/launchpad/worker/loaded_files.h"
 #include "quillon/launchpad/worker/managed_side.h"
 #include "quillon/launchpad/worker/placeholders.h"
 #include "quillon/launchpad/worker/process_setup.h"
 #include "quillon/launchpad/worker/stdio.h"
+#include "quillon/launchpad/worker/terminal_setup.h"
 #include "quillon/resolution/hostpolicy.h"
 #include "quillon/resolution/resolution.h"
 #include "workstation/log_config.h"
@@ -63,21 +65,6 @@ Message awaitMessage(const Descriptor& socket, MessageKind kind) {
     _exit(kServiceFailed);
   }
   return message;
-}
-
-// Duplicates the inherited descriptors to the numbers that they have in the client.
-Expected<void> takeOverInherited(const std::vector<Descriptor>& descriptors,
-                                 const std::vector<int>& numbers) {
-  for (size_t i = 0; i < numbers.size() && i < descriptors.size(); ++i) {
-    const int number = numbers[i];
-    if (fcntl(number, F_GETFD) >= 0) {
-      return fail(kServiceFailed, {"descriptor " + std::to_string(number) +
-                                       " of the caller is already in use in the prepared process",
-                                   {}});
-    }
-    dup2(descriptors[i].get(), number);
-  }
-  return {};
 }
 
 // The proportional set size of this process (proc(5), smaps_rollup); 0 if it is not known.
@@ -121,6 +108,7 @@ class Worker {
   Expected<void> unsuitable(const std::string& why);
   Expected<void> awaitAssignment();
   Expected<void> takeOver();
+  Expected<void> takeOverInherited(HandOver& handOver);
   Expected<void> takeOverDescriptors(HandOver& handOver);
   void applyProcessState(const HandOver& handOver) const;
   Expected<void> giveToRuntime();
@@ -168,6 +156,7 @@ Expected<void> Worker::prepare() {
   if (!stdio_.open()) {
     return fail(kServiceFailed, {"cannot create a memory file", {}});
   }
+  ASSIGN_OR_RETURN(std::optional<LowNumbers> lowNumbers, LowNumbers::occupy(channel_));
   host::registerMembarrier();
   RETURN_IF_FAILED(initializePlugin());
   // Nothing after this needs capabilities: the plug-in has entered the zone and saved its lists.
@@ -180,6 +169,7 @@ Expected<void> Worker::prepare() {
   changes_ = changesSince(config_.environment);
   changes_.insert(config_.changes.begin(), config_.changes.end());
   changes_.emplace("TMPDIR", std::nullopt);  // a device root has none, even if the client has
+  lowNumbers.reset();
   stdio_.findDuplicates();
   return {};
 }
@@ -214,7 +204,7 @@ Expected<void> Worker::startRuntime() {
   const host::Requirements requirements{{{}, {}, key_.settings}, {}, key_.additions};
   auto plan = host::planPrepared(folders_.paths(), lists_, requirements,
                                  managedAssembly(config_.plugin).string());
-  resolution::addHostpolicy(plan.properties);
+  resolution::addHostpolicy(plan.properties, findTerminalSetup);
   rehearses_ = canRehearse(plan.properties);
   trusted_ = plan.assemblies.trusted();
   const host::ScopedJitThreadKeepAlive lasting;
@@ -336,10 +326,26 @@ Expected<void> Worker::takeOver() {
   return {};
 }
 
+// The descriptors of the launch were received at low numbers, which the application needs.
+Expected<void> Worker::takeOverInherited(HandOver& handOver) {
+  if (handOver.inherited.empty()) {
+    return {};
+  }
+  RETURN_IF_FAILED(raise(client_));
+  RETURN_IF_FAILED(raise(handOver.logFile));
+  for (Descriptor& descriptor : handOver.standard) {
+    RETURN_IF_FAILED(raise(descriptor));
+  }
+  for (Descriptor& descriptor : handOver.inherited) {
+    RETURN_IF_FAILED(raise(descriptor));
+  }
+  return duplicateTo(handOver.inheritedDescriptors, handOver.inherited);
+}
+
 // If output is captured, descriptors 1 and 2 already refer to the plug-in's pipes, and only the
 // duplicates that the runtime made before are redirected to the client's.
 Expected<void> Worker::takeOverDescriptors(HandOver& handOver) {
-  RETURN_IF_FAILED(takeOverInherited(handOver.inherited, handOver.inheritedDescriptors));
+  RETURN_IF_FAILED(takeOverInherited(handOver));
   for (int which = STDIN_FILENO; which <= STDERR_FILENO; ++which) {
     stdio_.redirect(which, handOver.standard[static_cast<size_t>(which)].get());
   }

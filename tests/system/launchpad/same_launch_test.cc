@@ -7,12 +7,16 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <sstream>
 
+#include "quillon/base/descriptor.h"
 #include "quillon/host/plugin/launch_calls.h"
 #include "quillon/launchpad/protocol/address.h"
+#include "tests/system/attack/limited_run.h"
 #include "tests/system/launch/running_zone.h"
 #include "tests/system/launchpad/running_launchpad.h"
 
@@ -20,8 +24,10 @@ namespace quillon::test {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::Pair;
 
 // The parameter: whether the launches are served by processes that know their application.
 class SameLaunch : public LaunchpadTest, public ::testing::WithParamInterface<bool> {
@@ -166,6 +172,59 @@ TEST_P(SameLaunch, TakesOverTheProcessStateOfTheClient) {
   EXPECT_THAT(contentOf(process / "status"), HasSubstr("Umask:\t0027"));
   EXPECT_EQ(probe.quit(), 0);
   expectServed(1);
+}
+
+// The descriptors of a process that a program executed by it inherits, except the standard ones.
+std::map<int, std::string> inheritedDescriptors(const std::string& process) {
+  constexpr int kBase = 8;
+  std::map<int, std::string> found;
+  const fs::path folder = "/proc/" + process;
+  for (const auto& entry : fs::directory_iterator(folder / "fd")) {
+    const std::string name = entry.path().filename();
+    const std::string info = contentOf(folder / "fdinfo" / name);
+    const size_t flags = info.find("flags:") + std::strlen("flags:");
+    const bool closes = (std::stoi(info.substr(flags), nullptr, kBase) & O_CLOEXEC) != 0;
+    if (!closes && std::stoi(name) > STDERR_FILENO) {
+      found[std::stoi(name)] = fs::read_symlink(entry.path());
+    }
+  }
+  return found;
+}
+
+// Shells, make and others leave descriptors with low numbers open.
+TEST_F(SameLaunch, InheritsDescriptorsUnderTheirNumbers) {
+  start(1);
+  std::map<int, std::string> inherited;
+  std::vector<Descriptor> open;
+  for (const int atLeast : {3, 3, 3, 3, 20, 63, 79, 80, 199}) {
+    const std::string target = open.size() % 2 == 0 ? "/usr" : "/";
+    const Descriptor folder(::open(target.c_str(), O_RDONLY | O_CLOEXEC));
+    open.emplace_back(fcntl(folder.get(), F_DUPFD, atLeast));
+    inherited[open.back().get()] = target;
+  }
+  for (const int prepared : {0, 1}) {  // no process is ready for the first launch
+    RunningProbe probe(root(), "inhouse");
+    EXPECT_EQ(served(), prepared) << status();
+    const auto has = inheritedDescriptors(probe.ask("process"));
+    for (const auto& [number, target] : inherited) {
+      EXPECT_THAT(has, Contains(Pair(number, target))) << prepared;
+    }
+    EXPECT_EQ(probe.quit(), 0);
+    ASSERT_TRUE(awaitProcesses("ready", 1));
+  }
+}
+
+TEST_F(SameLaunch, ALaunchWithALowLimitOfOpenFilesIsDirect) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const CommandResult ending =
+      runLimited({"/bin/sh", "-c",
+                  "ulimit -n 256; exec " QUILLON_BUILD_DIRECTORY "/bin/quillon launch --device " +
+                      root().string() + " --raw --verbose " + kClock});
+  EXPECT_EQ(ending.status, 0);
+  EXPECT_THAT(ending.err,
+              HasSubstr("its limit of open files is 256, and a prepared process needs"));
+  EXPECT_EQ(served(), 0);
 }
 
 // In any other folder, "/" for example, a web application would look for its files in the whole
@@ -374,11 +433,20 @@ TEST_P(SameLaunch, ALaunchThatAPreparedProcessCannotServeIsDirect) {
   signal(SIGUSR2, SIG_IGN);
   EXPECT_EQ(reason({}, {}), start + "its ignored signals differs from the launch pad's");
   signal(SIGUSR2, SIG_DFL);
-  constexpr int kTaken = 5;
-  dup2(STDIN_FILENO, kTaken);
-  EXPECT_EQ(reason({}, {}),
-            start + "a prepared process cannot take over its inherited descriptors");
-  close(kTaken);
+  constexpr int kHigh = 205;
+  dup2(STDIN_FILENO, kHigh);
+  EXPECT_EQ(reason({}, {}), start +
+                                "a prepared process cannot take over the inherited descriptor "
+                                "205: it uses the numbers from 200 on");
+  close(kHigh);
+  std::vector<Descriptor> many;
+  for (int i = 0; i < 25; ++i) {
+    many.emplace_back(dup(STDIN_FILENO));
+  }
+  EXPECT_EQ(reason({}, {}), start +
+                                "a prepared process can take over at most 24 inherited "
+                                "descriptors, not 25");
+  many.clear();
   const int nice = getpriority(PRIO_PROCESS, 0);
   setpriority(PRIO_PROCESS, 0, nice + 1);
   EXPECT_EQ(reason({}, {}), start + "its scheduling differs from the launch pad's");

@@ -14,6 +14,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 using Words = std::vector<std::string>;
 
@@ -22,12 +23,14 @@ struct Session {
   int status = -1;
   Words answers;
   std::string shown;
+  bool isCooked = false;  // the terminal, at the end
 };
 
 // What the terminal echoes, and when, depends on whether the application reads at that moment.
 std::string withoutEcho(std::string shown) {
   for (const std::string typed :
-       {"console\r\n", "key\r\n", "colour red\r\n", "quit\r\n", "^[[A", "\x1b[?1h\x1b="}) {
+       {"console\r\n", "key\r\n", "colour red\r\n", "error wrong\r\n", "clear\r\n", "handlers\r\n",
+        "quit\r\n", "^[[A", "\x1b[?1h\x1b="}) {
     for (size_t at = shown.find(typed); at != shown.npos; at = shown.find(typed)) {
       shown.erase(at, typed.size());
     }
@@ -58,7 +61,8 @@ class TerminalTest : public LaunchpadTest {
       return eventually([&] { return (session.answers = linesOf(visible)).size() >= count; });
     };
     size_t expected = 1;  // "ready"
-    for (const char* question : {"console\r", "key\r", "colour red\r"}) {
+    for (const char* question :
+         {"console\r", "key\r", "colour red\r", "error wrong\r", "clear\r", "handlers\r"}) {
       EXPECT_TRUE(awaitAnswers(expected++)) << terminal.output();
       terminal.type(question);
       if (question == std::string("key\r")) {
@@ -70,6 +74,7 @@ class TerminalTest : public LaunchpadTest {
     terminal.type("quit\r");
     session.status = terminal.finish();
     session.shown = withoutEcho(terminal.output());
+    session.isCooked = terminal.isCooked();
     return session;
   }
 
@@ -105,13 +110,14 @@ TEST_F(TerminalTest, LooksTheSame) {
   EXPECT_EQ(plain.status, 0);
   EXPECT_THAT(plain.answers,
               ElementsAre("ready", "redirected: input False, output False, error False; width 80",
-                          "UpArrow 0 None", "red"));
+                          "UpArrow 0 None", "red", "wrong", "cleared", "1"));
   EXPECT_THAT(plain.shown, HasSubstr("\x1b[31mred"));
   for (const int prepared : {0, 1}) {  // no process is ready for the first launch
     const Session launched = converseInLaunch({"--raw"});
     EXPECT_EQ(served(), prepared);
     EXPECT_EQ(launched.status, plain.status) << prepared;
     EXPECT_EQ(launched.answers, plain.answers) << prepared;
+    EXPECT_TRUE(launched.isCooked) << prepared;
     EXPECT_EQ(prepared == 1 ? launched.shown : afterNotice(launched.shown), plain.shown);
     ASSERT_TRUE(awaitProcesses("ready", 1));
   }
@@ -131,6 +137,54 @@ TEST_F(TerminalTest, CtrlCEndsTheApplicationTheSame) {
   ASSERT_TRUE(awaitProcesses("ready", 1));
   EXPECT_EQ(interrupt(launch), plain);
   EXPECT_EQ(served(), 1);
+}
+
+TEST_F(TerminalTest, CtrlCReachesTheHandlerOfTheApplication) {
+  const auto interrupt = [](const Words& command) {
+    Terminal terminal(command, {"QUILLON_LOG=none", "TERM=xterm", kRuntimeSanitizerOptions});
+    EXPECT_TRUE(terminal.waitForOutput("ready")) << terminal.output();
+    terminal.type("interrupt\r");
+    EXPECT_TRUE(terminal.waitForOutput("waiting for an interrupt")) << terminal.output();
+    terminal.type("\x03");
+    EXPECT_TRUE(terminal.waitForOutput("interrupted")) << terminal.output();
+    terminal.type("quit\r");
+    return terminal.finish();
+  };
+  const Words launch = {kQuillon, "launch", "--device", root(), "--raw", kProbe};
+  EXPECT_EQ(interrupt(dotnetCommand(sampleAssembly(kProbe, "SampleProbe.dll"), {})), 0);
+  EXPECT_EQ(interrupt(launch), 0);
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  EXPECT_EQ(interrupt(launch), 0);
+  EXPECT_EQ(served(), 1);
+}
+
+// The signals that a process handles, and the names of the runtime's threads for them.
+std::string signalHandling(const std::string& process) {
+  const std::filesystem::path folder = "/proc/" + process;
+  const std::string status = contentOf(folder / "status");
+  const size_t caught = status.find("SigCgt:");
+  std::string all = status.substr(caught, status.find('\n', caught) - caught);
+  for (const auto& thread : std::filesystem::directory_iterator(folder / "task")) {
+    const std::string name = contentOf(thread.path() / "comm");
+    all += name.starts_with(".NET Sig") ? " " + name : "";
+  }
+  return all;
+}
+
+// Before an application uses the console, its signals are not handled for it.
+TEST_F(TerminalTest, SignalsAreHandledFromTheFirstUseOfTheConsole) {
+  std::string direct;
+  {
+    RunningProbe probe(root(), "inhouse");
+    direct = signalHandling(probe.ask("process"));
+  }
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const std::string idle = signalHandling(std::to_string(processes("ready").front()));
+  RunningProbe probe(root(), "inhouse");
+  EXPECT_EQ(signalHandling(probe.ask("process")), direct);
+  EXPECT_EQ(served(), 1);
+  EXPECT_THAT(direct, HasSubstr(".NET SigHandler"));
+  EXPECT_THAT(idle, Not(HasSubstr(".NET SigHandler")));
 }
 
 // Its input is the terminal, its output goes to the log.
