@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <thread>
+#include <utility>
 
 #include "device_paths.h"
 #include "quillon/base/directory_entries.h"
@@ -112,6 +113,7 @@ class Worker {
   Expected<void> takeOverDescriptors(HandOver& handOver);
   void applyProcessState(const HandOver& handOver) const;
   Expected<void> giveToRuntime();
+  Expected<void> assignToRuntime(const EnvironmentChanges& variables);
   Expected<void> configureApplication();
   Expected<unsigned> executeAssembly();
   Expected<int> execute();
@@ -129,6 +131,7 @@ class Worker {
   bool rehearses_ = false;
   std::vector<std::string> trusted_;  // assemblies
   LoadedFiles files_;
+  bool hasProperties_ = false;  // the runtime has the application's
   ManagedSide managed_;
   EnvironmentChanges changes_;  // made by the preparation
   // The environment of the runtime's start and that of the warm-up. The runtime has copied each of
@@ -275,7 +278,7 @@ Expected<void> Worker::prepareApplication() {
   if (!loaded || !files_.keep(*loaded, trusted_)) {
     return unsuitable("its Main needs an assembly that is not in its own folders");
   }
-  return {};
+  return assignToRuntime({});
 }
 
 // Whether Main can be compiled without running code of the application or changing what it finds
@@ -369,8 +372,17 @@ Expected<void> Worker::giveToRuntime() {
   const Variables now = currentVariables();
   auto variables = changesBetween(variablesAtStart_, now);
   variables.merge(changesBetween(variablesAtWarmUp_, now));
-  resolution::setHostpolicyApplication(target_.assembly);
-  if (!managed_.assign(host::propertiesOfApplication(target_, lists_, key_.additions), variables)) {
+  return assignToRuntime(variables);
+}
+
+// A worker that knows its application has set the properties before it had the launch.
+Expected<void> Worker::assignToRuntime(const EnvironmentChanges& variables) {
+  host::RuntimeProperties properties;
+  if (!std::exchange(hasProperties_, true)) {
+    resolution::setHostpolicyApplication(target_.assembly);
+    properties = host::propertiesOfApplication(target_, lists_, key_.additions);
+  }
+  if (!managed_.assign(properties, variables)) {
     return fail(kRuntimeFailed, {"the runtime refuses the application's properties", {}});
   }
   return {};
