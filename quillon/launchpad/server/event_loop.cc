@@ -244,17 +244,19 @@ void EventLoop::onRequest(uint64_t client, const Message& message) {
   }
   clients_[client].application = request->appId;
   clients_[client].requested = Clock::now();
+  // The inspector reads /proc while this process looks the application up.
+  const bool isInspected = inspector_.inspect(client, clients_[client].socket.get());
   auto entry = findEntry(*request);
   // Workers inherit this process's memory, and the state contains environment variables.
   explicit_bzero(request->processState.data(), request->processState.size());
   if (!entry) {
     return decline(client, entry.error());
   }
-  if (!inspector_.inspect(client, clients_[client].socket.get())) {
+  if (!isInspected) {
     return decline(client, notInspected());
   }
   clients_[client].entry = std::move(*entry);
-  pools_.discardOutdated(currentFingerprint(config_.plugin));  // while the inspector reads /proc
+  pools_.discardOutdated(currentFingerprint(config_.plugin));
 }
 
 void EventLoop::onInspected() {
@@ -356,6 +358,7 @@ void EventLoop::decline(uint64_t number, const Failure& why) {
     statistics_.onDirect(client.application, why.what);
   }
   sendDecline(client.socket.get(), {why.what, why.remedy, isLaunchable});
+  inspector_.forget(number);
   clients_.erase(number);
 }
 
