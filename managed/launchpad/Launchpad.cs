@@ -1,6 +1,7 @@
 using System;
 using System.IO;
 using System.Reflection;
+using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
 using System.Text;
 using System.Threading;
@@ -18,6 +19,7 @@ namespace Quillon;
 public static class Launchpad
 {
     private static readonly ManualResetEventSlim s_rehearsed = new();
+    private static Assembly? s_application;
 
     /// <summary>
     /// An application that does nothing. The launch pad runs it once, on a thread of its own, so
@@ -92,6 +94,100 @@ public static class Launchpad
                 string value = Take(ref next);
                 Environment.SetEnvironmentVariable(name, value.Length > 0 ? value[1..] : null);
             }
+            return 0;
+        }
+        catch (Exception)
+        {
+            return -1;
+        }
+    }
+
+    /// <summary>
+    /// Loads the assembly of an application, as the runtime does when it executes it: the runtime
+    /// then uses this copy. Runs no code of it.
+    /// </summary>
+    /// <remarks>
+    /// Call while no folder of APP_PATHS contains the assembly. Otherwise it would be loaded from
+    /// there, and have another location than in a direct launch.
+    /// </remarks>
+    /// <param name="path">NUL-terminated UTF-8: the path that the launch will execute.</param>
+    /// <returns>0, or -1 on failure.</returns>
+    public static unsafe int LoadApplication(IntPtr path)
+    {
+        try
+        {
+            var text = (byte*)path;
+            string file = Take(ref text);
+            // By reflection, because a reference would load the assembly System.Runtime.Loader.
+            Type contexts = typeof(object).Assembly.GetType(
+                "System.Runtime.Loader.AssemblyLoadContext", true)!;
+            object? context = contexts.GetProperty("Default")!.GetValue(null);
+            s_application = (Assembly?)contexts.GetMethod("LoadFromAssemblyPath")!
+                .Invoke(context, new object[] { file });
+            return s_application?.Location == file ? 0 : -1;
+        }
+        catch (Exception)
+        {
+            return -1;
+        }
+    }
+
+    /// <summary>
+    /// Compiles the entry point of the loaded application, which also loads the assemblies that it
+    /// refers to. Runs no type initializer, but the module initializers of these assemblies.
+    /// </summary>
+    /// <returns>
+    /// 0, or -1 on failure. It fails if an assembly is not found: the runtime remembers that, and
+    /// the application may provide the assembly later.
+    /// </returns>
+    public static int CompileMain()
+    {
+        bool isMissing = false;
+        Assembly? OnMissing(object? sender, ResolveEventArgs arguments)
+        {
+            isMissing = true;
+            return null;
+        }
+        AppDomain.CurrentDomain.AssemblyResolve += OnMissing;
+        try
+        {
+            RuntimeHelpers.PrepareMethod(s_application!.EntryPoint!.MethodHandle);
+            return isMissing ? -1 : 0;
+        }
+        catch (Exception)
+        {
+            return -1;
+        }
+        finally
+        {
+            AppDomain.CurrentDomain.AssemblyResolve -= OnMissing;
+        }
+    }
+
+    /// <summary>Lists the files of the loaded assemblies.</summary>
+    /// <param name="buffer">
+    /// Receives NUL-terminated UTF-8 strings, and an empty one at the end.
+    /// </param>
+    /// <param name="size">The size of the buffer in bytes.</param>
+    /// <returns>0, or -1 on failure, for example if the buffer is too small.</returns>
+    public static int LoadedFiles(IntPtr buffer, int size)
+    {
+        try
+        {
+            var list = new StringBuilder();
+            foreach (Assembly assembly in AppDomain.CurrentDomain.GetAssemblies())
+            {
+                if (!assembly.IsDynamic && assembly.Location.Length > 0)
+                {
+                    list.Append(assembly.Location).Append('\0');
+                }
+            }
+            byte[] bytes = Encoding.UTF8.GetBytes(list.Append('\0').ToString());
+            if (bytes.Length > size)
+            {
+                return -1;
+            }
+            Marshal.Copy(bytes, 0, buffer, bytes.Length);
             return 0;
         }
         catch (Exception)

@@ -47,6 +47,11 @@ bool mayRetry(int descriptor) {
   return poll(&writable, 1, kWriteTimeoutMs) > 0;
 }
 
+template <typename T>
+void addBytes(std::string& fingerprint, const T& value) {
+  fingerprint.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
 }  // namespace
 
 std::filesystem::path executablePath() {
@@ -108,6 +113,18 @@ Descriptor openForAppending(const std::filesystem::path& file) {
   }
   struct stat status {};
   return isRegular(opened, status) ? std::move(opened) : Descriptor();
+}
+
+void appendFileIdentity(std::string& fingerprint, int folder, const char* file) {
+  struct stat status {};
+  if (fstatat(folder, file, &status, 0) != 0) {
+    status = {};  // inode 0 is no file's
+  }
+  addBytes(fingerprint, status.st_dev);
+  addBytes(fingerprint, status.st_ino);
+  addBytes(fingerprint, status.st_size);
+  addBytes(fingerprint, status.st_mtim);
+  addBytes(fingerprint, status.st_ctim);  // a program can set the other one back
 }
 
 bool lockFile(int descriptor, std::chrono::milliseconds patience) {

@@ -43,6 +43,10 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& file, std:
 // FIFO.
 Descriptor openForAppending(const std::filesystem::path& file);
 
+// Appends identity, size and times of change of a file, relative to the open folder `folder` (see
+// fstatat(2)). A missing file has an identity too.
+void appendFileIdentity(std::string& fingerprint, int folder, const char* file);
+
 // Takes the exclusive lock of an open file (flock(2)). Waits at most `patience`, since any process
 // that can open the file can keep the lock. Returns false with errno on failure; EBUSY if another
 // process keeps it.

@@ -25,9 +25,36 @@ std::string timeText(uint64_t seconds, const char* format) {
   return text.str();
 }
 
+constexpr uint64_t kKibPerMib = 1024;
+
 void printProcess(const Status::Process& process) {
-  std::cout << "  process " << process.pid << ": " << process.stage
-            << (process.application.empty() ? "" : ", " + process.application) << '\n';
+  std::cout << "  process " << process.pid << ": " << process.stage;
+  if (!process.application.empty()) {
+    std::cout << ", " << process.application;
+  } else if (process.memoryKib > 0) {
+    std::cout << ", " << (process.memoryKib + kKibPerMib - 1) / kKibPerMib << " MiB";
+  }
+  std::cout << '\n';
+}
+
+// The processes that a shortage of memory takes away.
+constexpr const char* kShortages[] = {"none", "own", "all"};
+
+const char* shortageOf(const Status& status) {
+  return kShortages[std::min<uint64_t>(status.shortage, std::size(kShortages) - 1)];
+}
+
+void printMemory(const Status& status) {
+  if (status.ownMemoryKib > 0) {
+    std::cout << "by own processes: " << status.known << "; those that wait may need "
+              << status.ownMemoryKib / kKibPerMib << " MiB\n";
+  }
+  if (!status.watchesPressure) {
+    std::cout << "memory pressure: this kernel does not report it\n";
+  } else if (status.shortages > 0) {
+    std::cout << "memory pressure: reported " << status.shortages
+              << " times; processes given up now: " << shortageOf(status) << '\n';
+  }
 }
 
 // A label value, in quotes.
@@ -100,11 +127,44 @@ void printPools(const Status& status) {
   }
 }
 
+void printPoolMemory(const Status& status) {
+  constexpr uint64_t kBytesPerKib = 1024;
+  std::map<std::string, uint64_t> sums;
+  for (const std::string& pool : status.pools) {
+    sums[pool] = 0;
+  }
+  for (const Status::Process& process : status.processes) {
+    if (process.stage == "ready") {
+      sums[process.pool] += process.memoryKib * kBytesPerKib;
+    }
+  }
+  std::cout
+      << "# TYPE quillon_pool_memory_bytes gauge\n"
+         "# UNIT quillon_pool_memory_bytes bytes\n"
+         "# HELP quillon_pool_memory_bytes Memory of the ready processes of each pool (PSS).\n";
+  for (const auto& [pool, bytes] : sums) {
+    std::cout << "quillon_pool_memory_bytes{pool=" << labelValue(pool) << "} " << bytes << '\n';
+  }
+}
+
+void printOwnProcesses(const Status& status) {
+  std::cout << "# TYPE quillon_own_process_launches counter\n"
+               "# HELP quillon_own_process_launches Prepared launches whose process knew the "
+               "application.\n"
+               "quillon_own_process_launches_total "
+            << status.known << '\n'
+            << "# TYPE quillon_memory_pressure counter\n"
+               "# HELP quillon_memory_pressure Reports that the machine is short of memory.\n"
+               "quillon_memory_pressure_total "
+            << status.shortages << '\n';
+}
+
 }  // namespace
 
 void printStatus(const Status& status) {
   std::cout << (status.isStopping ? "stopping" : "serving") << ", process " << status.pid << '\n'
             << "served: " << status.prepared << '\n';
+  printMemory(status);
   size_t number = 0;
   for (const std::string& pool : status.pools) {
     std::cout << "pool " << ++number << ": " << pool << '\n';
@@ -141,6 +201,7 @@ void printStatusAsJson(const Status& status) {
         {{"pid", process.pid},
          {"stage", process.stage},
          {"pool", process.pool},
+         {"memoryKiB", process.memoryKib == 0 ? Json() : Json(process.memoryKib)},
          {"application", process.application.empty() ? Json() : Json(process.application)}});
   }
   Json direct = Json::array();
@@ -152,6 +213,12 @@ void printStatusAsJson(const Status& status) {
   printJson({{"process", status.pid},
              {"stopping", status.isStopping},
              {"served", status.prepared},
+             {"servedByOwnProcesses", status.known},
+             {"ownProcessesMiB", status.ownMemoryKib / kKibPerMib},
+             {"memoryPressure",
+              {{"isReported", status.watchesPressure},
+               {"reports", status.shortages},
+               {"givenUp", shortageOf(status)}}},
              {"pools", status.pools},
              {"processes", processes},
              {"directLaunches", direct}});
@@ -161,6 +228,8 @@ void printMetrics(const Status& status) {
   printLaunches(status);
   printLatency(status);
   printPools(status);
+  printPoolMemory(status);
+  printOwnProcesses(status);
   std::cout << "# EOF\n";
 }
 

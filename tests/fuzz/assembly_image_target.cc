@@ -2,15 +2,19 @@
 #include <filesystem>
 
 #include "quillon/host/assemblies/assembly_image.h"
+#include "quillon/host/assemblies/module_initializer.h"
 #include "tests/fuzz/memory_file.h"
 #include "tests/fuzz/target.h"
 
+using quillon::host::hasModuleInitializer;
 using quillon::host::imageError;
 using quillon::host::requireExecutableAssembly;
 
 FUZZ_TARGET(assembly_image) {
   const std::string_view wrong = imageError(bytes);
   const MemoryFile file(bytes);
+  FUZZ_REQUIRE(hasModuleInitializer(bytes) ==
+               hasModuleInitializer(std::filesystem::path(file.path())));
   const auto required = requireExecutableAssembly(file.path());
   FUZZ_REQUIRE(required.has_value() == wrong.empty());
   if (!wrong.empty()) {

@@ -2,16 +2,13 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <functional>
-#include <optional>
 #include <string>
-#include <utility>
 
 #include "quillon/base/files.h"
+#include "quillon/host/assemblies/image_reader.h"
 
 namespace quillon::host {
 namespace {
@@ -20,131 +17,13 @@ constexpr std::string_view kNotAnAssembly = "it is not an assembly";
 constexpr std::string_view kNative = "it holds native code, not an assembly";
 constexpr std::string_view kNoEntryPoint = "it has no entry point";
 
-// Offsets and sizes of ECMA-335 II.25.2 and II.25.3.
-constexpr size_t kPeOffsetField = 0x3c;
-constexpr std::string_view kDosSignature = "MZ";
-constexpr std::string_view kPeSignature{"PE\0\0", 4};
-constexpr size_t kSectionCountField = 6;
-constexpr size_t kOptionalSizeField = 20;
-constexpr size_t kOptionalHeader = 24;
-constexpr uint16_t kPe32Plus = 0x20b;
-constexpr size_t kDirectories32 = 96;
-constexpr size_t kDirectories64 = 112;
-constexpr size_t kCliDirectory = 14;
-constexpr size_t kDirectorySize = 8;
-constexpr size_t kSectionSize = 40;
+// Offsets in the CLI header (ECMA-335 II.25.3.3).
 constexpr size_t kCliFlags = 16;
 constexpr size_t kCliEntryPoint = 20;
 constexpr size_t kCliManagedNativeHeader = 64;
 constexpr uint32_t kNativeEntryPoint = 0x10;
 
-// Returns `size` bytes of an image, or fewer at its end. They are valid until the next call.
-using Reader = std::function<std::string_view(size_t offset, size_t size)>;
-
-Reader readerOf(std::string_view image) {
-  return [image](size_t offset, size_t size) {
-    return image.substr(std::min(offset, image.size()), size);
-  };
-}
-
-// Reads a file in parts, because only a few hundred bytes of an image are needed. The first part
-// usually contains them all.
-class ImageFile {
- public:
-  explicit ImageFile(const RegularFile& file) : file_(file.descriptor.get()) { load(0); }
-
-  std::string_view at(size_t offset, size_t size) {
-    if (offset < start_ || offset + size > start_ + length_) {
-      load(offset);
-    }
-    const std::string_view part(part_.data(), length_);
-    return part.substr(std::min(offset - start_, length_), size);
-  }
-
- private:
-  void load(size_t offset) {
-    const ssize_t length = pread(file_, part_.data(), part_.size(), static_cast<off_t>(offset));
-    start_ = offset;
-    length_ = length < 0 ? 0 : static_cast<size_t>(length);
-  }
-
-  int file_;
-  std::array<char, 4096> part_;
-  size_t start_ = 0;
-  size_t length_ = 0;
-};
-
-// Reads little-endian numbers with bounds checks.
-class Bytes {
- public:
-  explicit Bytes(Reader reader) : read_(std::move(reader)) {}
-
-  template <typename Number>
-  std::optional<Number> at(size_t offset) const {
-    const std::string_view bytes = read_(offset, sizeof(Number));
-    if (bytes.size() < sizeof(Number)) {
-      return std::nullopt;
-    }
-    Number number = 0;
-    for (size_t i = sizeof(Number); i > 0; --i) {
-      number = static_cast<Number>(number << 8 | static_cast<unsigned char>(bytes[i - 1]));
-    }
-    return number;
-  }
-
-  bool hasTextAt(size_t offset, std::string_view text) const {
-    return read_(offset, text.size()) == text;
-  }
-
- private:
-  Reader read_;
-};
-
-// The offset in the file of a relative virtual address, by the section table.
-std::optional<size_t> offsetOf(const Bytes& image, size_t pe, uint32_t address) {
-  const size_t sections =
-      pe + kOptionalHeader + image.at<uint16_t>(pe + kOptionalSizeField).value_or(0);
-  const size_t count = image.at<uint16_t>(pe + kSectionCountField).value_or(0);
-  for (size_t i = 0; i < count; ++i) {
-    const size_t section = sections + i * kSectionSize;
-    const auto start = image.at<uint32_t>(section + 12);
-    const auto size = image.at<uint32_t>(section + 16);
-    const auto offset = image.at<uint32_t>(section + 20);
-    if (!start || !size || !offset) {
-      return std::nullopt;
-    }
-    if (address >= *start && address - *start < *size) {
-      return size_t{*offset} + (address - *start);
-    }
-  }
-  return std::nullopt;
-}
-
-// The offset of the CLI header; empty if the image has none.
-std::optional<size_t> cliHeader(const Bytes& image, size_t pe) {
-  const auto magic = image.at<uint16_t>(pe + kOptionalHeader);
-  if (!magic) {
-    return std::nullopt;
-  }
-  const size_t directories = *magic == kPe32Plus ? kDirectories64 : kDirectories32;
-  const auto address =
-      image.at<uint32_t>(pe + kOptionalHeader + directories + kCliDirectory * kDirectorySize);
-  if (!address || *address == 0) {
-    return std::nullopt;
-  }
-  return offsetOf(image, pe, *address);
-}
-
-// The offset of the PE header; empty if the bytes are not an image.
-std::optional<size_t> peHeader(const Bytes& image) {
-  const auto pe = image.at<uint32_t>(kPeOffsetField);
-  if (!image.hasTextAt(0, kDosSignature) || !pe || !image.hasTextAt(*pe, kPeSignature)) {
-    return std::nullopt;
-  }
-  return *pe;
-}
-
-std::string_view errorOf(const Bytes& image) {
+std::string_view errorOf(const ImageBytes& image) {
   const auto pe = peHeader(image);
   if (!pe) {
     return kNotAnAssembly;
@@ -164,7 +43,7 @@ std::string_view errorOf(const Bytes& image) {
   return *entryPoint == 0 ? kNoEntryPoint : std::string_view();
 }
 
-bool isReadyToRun(const Bytes& image) {
+bool isReadyToRun(const ImageBytes& image) {
   const auto pe = peHeader(image);
   const auto header = pe ? cliHeader(image, *pe) : std::nullopt;
   return header && image.at<uint32_t>(*header + kCliManagedNativeHeader).value_or(0) != 0;
@@ -176,7 +55,7 @@ std::string errorOfFile(const std::filesystem::path& path) {
     return "it cannot be read: " + fileErrorText(errno, kMaxAssemblySize);
   }
   ImageFile image(file);
-  return std::string(errorOf(Bytes(std::bind_front(&ImageFile::at, &image))));
+  return std::string(errorOf(image.bytes()));
 }
 
 // Whether the bytes of the file from `offset` on begin with `bytes`.
@@ -235,9 +114,9 @@ std::string remedyForProgram(const std::filesystem::path& path) {
 
 }  // namespace
 
-std::string_view imageError(std::string_view image) { return errorOf(Bytes(readerOf(image))); }
+std::string_view imageError(std::string_view image) { return errorOf(bytesOf(image)); }
 
-bool hasReadyToRunCode(std::string_view image) { return isReadyToRun(Bytes(readerOf(image))); }
+bool hasReadyToRunCode(std::string_view image) { return isReadyToRun(bytesOf(image)); }
 
 bool hasReadyToRunCode(const std::filesystem::path& path) {
   const RegularFile file = openRegularFile(path, kMaxAssemblySize);
@@ -245,7 +124,7 @@ bool hasReadyToRunCode(const std::filesystem::path& path) {
     return false;
   }
   ImageFile image(file);
-  return isReadyToRun(Bytes(std::bind_front(&ImageFile::at, &image)));
+  return isReadyToRun(image.bytes());
 }
 
 Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {

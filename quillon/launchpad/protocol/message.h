@@ -30,11 +30,12 @@ enum class MessageKind : uint32_t {
   // From worker to client.
   kTakenOver,  // the worker has the whole launch: its exit state is the result of the launch
   // From worker to server.
-  kReady,  // the worker waits for a launch
+  kReady,  // bytes: number memory in KiB. The worker waits for a launch
   // From worker to client and server.
   kStarted,  // the worker runs the application's Main next
   // From worker to server.
-  kUnknownType,  // the plug-in does not know the application type
+  kUnsuitable,  // nothing can be prepared: the plug-in does not know the application type, or the
+                // application that the worker should know needs a launch of its own
   // From client to server.
   kDirect,  // bytes: text application, text reason why the client launches it itself
 };

@@ -10,13 +10,15 @@ constexpr size_t kMaxElements = 10'000;
 
 template <typename Archive, typename AnyStatus>
 void visitHead(Archive&& archive, AnyStatus& status) {
-  archive(status.pid, status.isStopping, status.prepared, status.pools, status.latencySumUs);
+  archive(status.pid, status.isStopping, status.prepared, status.pools, status.latencySumUs,
+          status.known, status.ownMemoryKib, status.watchesPressure, status.shortages,
+          status.shortage);
 }
 
 struct VisitProcess {
   template <typename Archive, typename AnyProcess>
   void operator()(Archive&& archive, AnyProcess& process) const {
-    archive(process.pid, process.stage, process.pool, process.application);
+    archive(process.pid, process.stage, process.pool, process.application, process.memoryKib);
   }
 };
 struct VisitDirect {

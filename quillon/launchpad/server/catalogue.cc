@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "device_paths.h"
+#include "quillon/base/files.h"
 #include "quillon/host/runtime/framework_check.h"
 #include "quillon/host/runtime/runtime_config.h"
 #include "quillon/launchpad/server/fingerprint.h"
@@ -66,7 +67,7 @@ Expected<Entry> lookUp(const Request& request) {
   std::sort(config.properties.begin(), config.properties.end());
   PoolKey key{target.type, request.raw, std::move(config.properties), std::move(answer->additions)};
   auto files = filesOf(target, std::move(answer->files));
-  return Entry{std::move(target), std::move(key), std::move(files)};
+  return Entry{std::move(target), key, key, std::move(files)};
 }
 
 // A package's files can make a library throw, for example std::bad_alloc. The server also serves
@@ -109,14 +110,27 @@ Expected<Catalogue::Cached> Catalogue::read(const Request& request,
     cached.fingerprint = fingerprintOf(files);
     ASSIGN_OR_RETURN(Entry entry, tryLookUp(request));
     cached.files = entry.files;
+    const bool isKnown = cached.files == files;
+    if (isKnown) {
+      const host::LaunchTarget& target = entry.target;
+      entry.ownKey.application = {target.application.id, target.package.rootPath, target.assembly,
+                                  cached.fingerprint};
+    }
     cached.entry = std::make_shared<const Entry>(std::move(entry));
-    if (cached.files == files) {
+    if (isKnown) {
       return cached;
     }
     files = cached.files;
   }
   cached.fingerprint.clear();
   return cached;
+}
+
+bool Catalogue::isCurrent(const PoolKey& ownKey) const {
+  return std::any_of(cache_.begin(), cache_.end(), [&](const auto& named) {
+    const Cached& cached = named.second;
+    return cached.entry->ownKey == ownKey && cached.fingerprint == fingerprintOf(cached.files);
+  });
 }
 
 std::vector<PoolKey> Catalogue::keysOfInstalled(const std::vector<std::string>& types) {

@@ -18,6 +18,7 @@ namespace quillon::launchpad {
 struct Entry {
   host::LaunchTarget target;
   PoolKey key;
+  PoolKey ownKey;                  // of the workers that know the application; see Catalogue::find
   std::vector<std::string> files;  // that it was read from, besides the registry
 };
 
@@ -26,7 +27,11 @@ struct Entry {
 class Catalogue {
  public:
   // The failure is that of a direct launch, or the reason why only a direct launch is possible.
+  // The entry's `ownKey` has no application if its files change while they are read.
   [[nodiscard]] Expected<std::shared_ptr<const Entry>> find(const Request& request);
+
+  // Whether find() would return an entry with this key for workers that know the application.
+  [[nodiscard]] bool isCurrent(const PoolKey& ownKey) const;
 
   // The distinct keys of all installed applications with captured output, in the registry's order.
   // If `types` is not empty, only of these application types. Skips applications that cannot be

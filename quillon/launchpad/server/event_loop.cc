@@ -66,22 +66,22 @@ Descriptor openSignals(const sigset_t& ignored) {
 
 }  // namespace
 
-EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-                     Inspector inspector, Descriptor listener, ZoneView zone,
-                     ServiceManager serviceManager, const sigset_t& ignored)
+EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, ServerParts parts)
     : pid_(getpid()),
       config_(std::move(config)),
-      state_(std::move(state)),
+      state_(std::move(parts.state)),
       fresh_(options.fresh),
-      inspector_(std::move(inspector)),
-      listener_(std::move(listener)),
-      zone_(std::move(zone)),
-      serviceManager_(std::move(serviceManager)),
-      signals_(openSignals(ignored)),
+      inspector_(std::move(parts.inspector)),
+      listener_(std::move(parts.listener)),
+      zone_(std::move(parts.zone)),
+      serviceManager_(std::move(parts.serviceManager)),
+      signals_(openSignals(parts.ignored)),
+      pressure_(std::move(parts.pressure)),
       pools_(
           {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000)),
            [this] { return currentFingerprint(config_.plugin); },
-           [this](WorkerProcess& worker) { receiveAll(worker); }},
+           [this](WorkerProcess& worker) { receiveAll(worker); }, Clock::now, options.memory << 10,
+           [this](const PoolKey& key) { return !key.application || catalogue_.isCurrent(key); }},
           [this](const PoolKey& key, Descriptor channel) { runChild(key, std::move(channel)); }) {
   for (const PoolKey& key : catalogue_.keysOfInstalled(options.types)) {
     pools_.ensurePool(key);
@@ -102,6 +102,9 @@ std::vector<EventLoop::Watch> EventLoop::watches() {
   }
   all.push_back({signals_.get(), [this] { onSignals(); }});
   all.push_back({inspector_.descriptor(), [this] { onInspected(); }});
+  if (pressure_) {
+    all.push_back({pressure_.get(), [this] { onMemoryPressure(); }, POLLPRI});
+  }
   for (const auto& [number, client] : clients_) {
     all.push_back({client.socket.get(), [this, client = number] { onClientReadable(client); }});
   }
@@ -128,7 +131,7 @@ void EventLoop::poll(std::chrono::milliseconds timeout) {
   std::vector<pollfd> events;
   events.reserve(all.size());
   for (const Watch& watch : all) {
-    events.push_back({watch.descriptor, POLLIN, 0});
+    events.push_back({watch.descriptor, watch.events, 0});
   }
   if (::poll(events.data(), events.size(), static_cast<int>(timeout.count())) <= 0) {
     return;
@@ -248,17 +251,19 @@ void EventLoop::onRequest(uint64_t client, const Message& message) {
   }
   clients_[client].application = request->appId;
   clients_[client].requested = Clock::now();
+  // The inspector reads /proc while this process looks the application up.
+  const bool isInspected = inspector_.inspect(client, clients_[client].socket.get());
   auto entry = findEntry(*request);
   // Workers inherit this process's memory, and the state contains environment variables.
   explicit_bzero(request->processState.data(), request->processState.size());
   if (!entry) {
     return decline(client, entry.error());
   }
-  if (!inspector_.inspect(client, clients_[client].socket.get())) {
+  if (!isInspected) {
     return decline(client, notInspected());
   }
   clients_[client].entry = std::move(*entry);
-  pools_.discardOutdated(currentFingerprint(config_.plugin));  // while the inspector reads /proc
+  pools_.discardOutdated(currentFingerprint(config_.plugin));
 }
 
 void EventLoop::onInspected() {
@@ -274,7 +279,9 @@ void EventLoop::onInspected() {
       continue;
     }
     pools_.ensurePool(entry->key);
-    if (!assign(finding->client, *entry, finding->limits)) {
+    const bool isAssigned = assign(finding->client, *entry, finding->limits);
+    pools_.recordUse(entry->ownKey);
+    if (!isAssigned) {
       decline(finding->client,
               {"no process is ready for it",
                "wait a few seconds between launches, or prepare more processes (--size)"});
@@ -323,7 +330,13 @@ Expected<void> EventLoop::compareState(const Finding& finding) const {
 // application gets from the client goes through it and never enters this process.
 bool EventLoop::assign(uint64_t number, const Entry& entry, const Limits& limits) {
   const auto [clientEnd, workerEnd] = makeSocketPair();
-  WorkerProcess* const worker = clientEnd ? pools_.take(entry.key) : nullptr;
+  if (!clientEnd) {
+    return false;
+  }
+  WorkerProcess* worker = pools_.take(entry.ownKey);
+  if (worker == nullptr) {
+    worker = pools_.take(entry.key);
+  }
   if (worker == nullptr) {
     return false;
   }
@@ -352,6 +365,7 @@ void EventLoop::decline(uint64_t number, const Failure& why) {
     statistics_.onDirect(client.application, why.what);
   }
   sendDecline(client.socket.get(), {why.what, why.remedy, isLaunchable});
+  inspector_.forget(number);
   clients_.erase(number);
 }
 
@@ -375,10 +389,11 @@ bool EventLoop::onWorkerReadable(WorkerProcess& worker) {
     return false;
   }
   if (message.kind == MessageKind::kReady) {
+    worker.memoryKib = RecordReader(message.bytes.view()).number();
     pools_.onReady(worker);
   }
-  if (message.kind == MessageKind::kUnknownType && worker.stage == Stage::kPreparing) {
-    pools_.removePool(worker.key);
+  if (message.kind == MessageKind::kUnsuitable && worker.stage == Stage::kPreparing) {
+    pools_.refuse(worker.key);
   }
   if (message.kind == MessageKind::kStarted && worker.stage == Stage::kAssigned) {
     onStarted(worker);
@@ -390,7 +405,8 @@ void EventLoop::onStarted(WorkerProcess& worker) {
   const auto client = clients_.find(worker.client);
   if (client != clients_.end()) {
     statistics_.onPrepared(std::chrono::duration_cast<std::chrono::microseconds>(
-        Clock::now() - client->second.requested));
+                               Clock::now() - client->second.requested),
+                           worker.key.application.has_value());
   }
   pools_.onStarted(worker);
 }
@@ -428,6 +444,16 @@ void EventLoop::onSignals() {
   }
 }
 
+// Reports the event once: poll(2) clears it. POLLERR means that the kernel has ended the reports.
+void EventLoop::onMemoryPressure() {
+  pollfd event{pressure_.get(), POLLPRI, 0};
+  if (::poll(&event, 1, 0) == 1 && (event.revents & POLLERR) != 0) {
+    pressure_.reset();
+    return;
+  }
+  pools_.onMemoryPressure();
+}
+
 void EventLoop::stopOrKill() {
   if (stopping_) {
     return pools_.killAll();
@@ -441,6 +467,7 @@ Status EventLoop::status() const {
   Status status;
   status.pid = static_cast<uint64_t>(pid_);
   status.isStopping = stopping_;
+  status.watchesPressure = static_cast<bool>(pressure_);
   pools_.addTo(status);
   statistics_.addTo(status);
   return status;
@@ -454,6 +481,7 @@ void EventLoop::runChild(const PoolKey& key, Descriptor channel) {
   inspector_.close();
   serviceManager_.close();
   signals_.reset();
+  pressure_.reset();
   const auto run = fresh_ ? execWorker : runWorker;
   run(config_, key, pid_, std::move(channel));
 }

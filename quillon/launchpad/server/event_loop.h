@@ -3,6 +3,9 @@
 // It must run in one thread and start no other, because it forks the workers.
 #pragma once
 
+#include <poll.h>
+#include <signal.h>
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -30,23 +33,31 @@ namespace quillon::launchpad {
 // The server accepts no client without this many free descriptors.
 inline constexpr size_t kSpareDescriptors = 32;
 
+// What the server has opened before it entered the device root.
+struct ServerParts {
+  ProcessState state;  // the process's declared one, with the proof of inspection_proof.h
+  Inspector inspector;
+  Descriptor listener;
+  Descriptor pressure;  // see watchMemoryPressure()
+  ZoneView zone;
+  ServiceManager serviceManager;
+  sigset_t ignored;  // signals to ignore, which are blocked
+};
+
 class EventLoop {
  public:
-  // Construct in the process that has entered the device root. `state` is its declared state before
-  // that, with the proof of inspection_proof.h. `ignored` are the signals to ignore, which are
-  // blocked.
-  EventLoop(const LaunchpadOptions& options, WorkerConfig config, ProcessState state,
-            Inspector inspector, Descriptor listener, ZoneView zone, ServiceManager serviceManager,
-            const sigset_t& ignored);
+  // Construct in the process that has entered the device root.
+  EventLoop(const LaunchpadOptions& options, WorkerConfig config, ServerParts parts);
 
   // Returns when a client or a signal has asked the server to stop and all workers have ended.
   void run();
 
  private:
-  // A descriptor and the handler to call when it is readable.
+  // A descriptor and the handler to call when it has one of the events.
   struct Watch {
     int descriptor;
     std::function<void()> handler;
+    short events = POLLIN;
   };
   std::vector<Watch> watches();
   void poll(std::chrono::milliseconds timeout);
@@ -73,6 +84,7 @@ class EventLoop {
   void onWorkerEnded(uint64_t number);
 
   void onSignals();
+  void onMemoryPressure();
   void stopOrKill();
   [[nodiscard]] Status status() const;
   void runChild(const PoolKey& key, Descriptor channel);
@@ -87,6 +99,7 @@ class EventLoop {
   ZoneView zone_;
   ServiceManager serviceManager_;
   Descriptor signals_;
+  Descriptor pressure_;  // see memory_pressure.h
   Clients clients_;
   uint64_t nextClient_ = 1;
   Clock::time_point acceptAgain_;

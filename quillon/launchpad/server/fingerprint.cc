@@ -1,7 +1,6 @@
 #include "quillon/launchpad/server/fingerprint.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
 #include <array>
 #include <string>
@@ -10,6 +9,7 @@
 #include "device_paths.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/directory_entries.h"
+#include "quillon/base/files.h"
 #include "workstation/config_store.h"
 #include "workstation/packages.h"
 #include "workstation/zone_state.h"
@@ -52,23 +52,7 @@ void addApiDirectory(std::string& fingerprint) {
   fingerprint += '\0';
 }
 
-template <typename T>
-void addBytes(std::string& fingerprint, const T& value) {
-  fingerprint.append(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
 }  // namespace
-
-void appendFileIdentity(std::string& fingerprint, int folder, const char* file) {
-  struct stat status {};
-  if (fstatat(folder, file, &status, 0) != 0) {
-    status = {};  // inode 0 is no file's
-  }
-  addBytes(fingerprint, status.st_dev);
-  addBytes(fingerprint, status.st_ino);
-  addBytes(fingerprint, status.st_size);
-  addBytes(fingerprint, status.st_mtim);
-}
 
 std::string currentFingerprint(const fs::path& plugin) {
   std::string fingerprint = workstation::registryFingerprint() + '\0';

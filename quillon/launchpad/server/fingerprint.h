@@ -13,8 +13,4 @@ namespace quillon::launchpad {
 // plugin  file of the plug-in
 std::string currentFingerprint(const std::filesystem::path& plugin);
 
-// Appends identity, size and modification time of a file, relative to the open folder `folder` (see
-// fstatat(2)). A missing file has an identity too.
-void appendFileIdentity(std::string& fingerprint, int folder, const char* file);
-
 }  // namespace quillon::launchpad

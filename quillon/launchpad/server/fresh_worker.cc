@@ -53,7 +53,11 @@ std::string encode(const WorkerConfig& config, const PoolKey& key, pid_t server)
   for (const auto& [name, value] : key.settings) {
     record.text(name).text(value);
   }
-  record.text(resolution::format(key.additions));
+  record.text(resolution::format(key.additions)).number(key.application ? 1 : 0);
+  if (key.application) {
+    const KnownApplication& known = *key.application;
+    record.text(known.id).text(known.packageRoot).text(known.assembly).text(known.fingerprint);
+  }
   return record.take();
 }
 
@@ -72,6 +76,13 @@ std::optional<Configuration> decode(std::string_view bytes) {
   }
   auto additions = resolution::parseAdditions(record.text());
   all.key.additions = std::move(additions).value_or(resolution::Additions());
+  if (record.number() == 1) {
+    KnownApplication& known = all.key.application.emplace();
+    for (std::string* const field :
+         {&known.id, &known.packageRoot, &known.assembly, &known.fingerprint}) {
+      *field = record.text();
+    }
+  }
   return record.atEnd() ? std::optional(std::move(all)) : std::nullopt;
 }
 

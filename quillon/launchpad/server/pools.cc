@@ -54,10 +54,13 @@ void Pools::ensurePool(const PoolKey& key) {
   if (closed_) {
     return;
   }
-  if (pools_.size() >= kMaxPools && pools_.find(key) == pools_.end()) {
+  const auto isShared = [](const auto& pool) { return !pool.first.application; };
+  const auto count = std::count_if(pools_.begin(), pools_.end(), isShared);
+  if (static_cast<size_t>(count) >= kMaxPools && pools_.find(key) == pools_.end()) {
     const auto oldest =
-        std::min_element(pools_.begin(), pools_.end(), [](const auto& one, const auto& other) {
-          return one.second.lastUse < other.second.lastUse;
+        std::min_element(pools_.begin(), pools_.end(), [&](const auto& one, const auto& other) {
+          return std::pair(!isShared(one), one.second.lastUse) <
+                 std::pair(!isShared(other), other.second.lastUse);
         });
     removePool(oldest->first);
   }
@@ -73,6 +76,58 @@ void Pools::removePool(const PoolKey& key) {
   // Last, and by the iterator: the key may be the pool's own.
   if (const auto pool = pools_.find(key); pool != pools_.end()) {
     pools_.erase(pool);
+  }
+}
+
+void Pools::recordUse(const PoolKey& ownKey) {
+  if (closed_ || settings_.memoryKib == 0 || !ownKey.application) {
+    return;
+  }
+  usage_.count(ownKey, settings_.now());
+  adjustOwnPools();
+}
+
+void Pools::refuse(const PoolKey& key) {
+  usage_.exclude(key);
+  removePool(key);
+}
+
+// Gives a pool to each application that may have one now, and to no other.
+void Pools::adjustOwnPools() {
+  std::vector<PoolKey> wanted;
+  if (shortage_ == Shortage::kNone) {
+    wanted = usage_.affordable(settings_.memoryKib);
+  }
+  std::vector<PoolKey> unwanted;
+  for (const auto& [key, pool] : pools_) {
+    if (key.application && std::find(wanted.begin(), wanted.end(), key) == wanted.end()) {
+      unwanted.push_back(key);
+    }
+  }
+  for (const PoolKey& key : unwanted) {
+    removePool(key);
+  }
+  for (const PoolKey& key : wanted) {
+    pools_.try_emplace(key);
+  }
+}
+
+void Pools::onMemoryPressure() {
+  ++shortages_;
+  shortage_ = shortage_ == Shortage::kNone ? Shortage::kOwn : Shortage::kAll;
+  shortageEnd_ = settings_.now() + kPressurePause;
+  adjustOwnPools();
+  for (auto& [number, worker] : workers_) {
+    if (shortage_ == Shortage::kAll && !hasLaunch(worker)) {
+      discard(worker);
+    }
+  }
+}
+
+void Pools::endShortage() {
+  if (shortage_ != Shortage::kNone && settings_.now() >= shortageEnd_) {
+    shortage_ = Shortage::kNone;
+    adjustOwnPools();
   }
 }
 
@@ -159,24 +214,54 @@ milliseconds Pools::killOverdue() {
   return wait;
 }
 
+// Pools of single applications are the last ones, since the others can serve those, too.
+std::vector<PoolKey> Pools::keysByImportance() const {
+  std::vector<PoolKey> keys;
+  for (const auto& [key, pool] : pools_) {
+    if (!key.application) {
+      keys.push_back(key);
+    }
+  }
+  for (PoolKey& key : usage_.affordable(settings_.memoryKib)) {
+    if (pools_.find(key) != pools_.end()) {
+      keys.push_back(std::move(key));
+    }
+  }
+  return keys;
+}
+
+size_t Pools::sizeOf(const PoolKey& key) const { return key.application ? 1 : settings_.size; }
+
 milliseconds Pools::refill() {
   milliseconds wait = killOverdue();
-  if (closed_ || isPreparing()) {
+  endShortage();
+  if (shortage_ != Shortage::kNone) {
+    wait = shorter(wait, until(shortageEnd_));
+  }
+  if (closed_ || isPreparing() || shortage_ == Shortage::kAll) {
     return wait;
   }
   const Clock::time_point quiet = lastTaken_ + settings_.refillDelay;
-  for (auto& [key, pool] : pools_) {
-    if (count(key, Stage::kReady) >= settings_.size) {
+  for (const PoolKey& key : keysByImportance()) {
+    if (count(key, Stage::kReady) >= sizeOf(key)) {
       continue;
     }
-    const milliseconds left = until(std::max(quiet, pool.notBefore));
+    const milliseconds left = until(std::max(quiet, pools_[key].notBefore));
     if (left.count() == 0) {
-      addWorker(key, pool);
+      addWorkerIfCurrent(key);
       return refill();
     }
     wait = shorter(wait, left);
   }
   return wait;
+}
+
+void Pools::addWorkerIfCurrent(const PoolKey& key) {
+  if (settings_.isCurrent(key)) {
+    return addWorker(key, pools_[key]);
+  }
+  usage_.forget(key);  // its next launch has another key
+  adjustOwnPools();
 }
 
 void Pools::addWorker(const PoolKey& key, Pool& pool) {
@@ -221,6 +306,10 @@ void Pools::onReady(WorkerProcess& worker) {
     return;
   }
   worker.stage = Stage::kReady;
+  if (worker.key.application) {
+    usage_.setMemory(worker.key, worker.memoryKib);
+    adjustOwnPools();
+  }
 }
 
 void Pools::onStarted(WorkerProcess& worker) {
@@ -265,8 +354,11 @@ void Pools::addTo(Status& status) const {
   for (const auto& [number, worker] : workers_) {
     status.processes.push_back({static_cast<uint64_t>(worker.pid),
                                 kNames[static_cast<size_t>(worker.stage)], describe(worker.key),
-                                worker.application});
+                                worker.application, worker.memoryKib});
   }
+  status.ownMemoryKib = settings_.memoryKib;
+  status.shortages = shortages_;
+  status.shortage = static_cast<uint64_t>(shortage_);
 }
 
 }  // namespace quillon::launchpad

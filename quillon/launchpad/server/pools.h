@@ -6,6 +6,10 @@
 // starts an application. A worker that is not ready after 30 seconds is killed, with the same
 // delay. A worker that has a launch and has not started the application after 60 seconds is killed
 // too.
+//
+// The applications that are used most have a pool each, with one worker that knows the application.
+// These workers need at most a given amount of memory. When the machine is short of memory, they
+// are discarded and not replaced for a while; if it is still short after that, so are all others.
 #pragma once
 
 #include <chrono>
@@ -15,13 +19,15 @@
 #include <vector>
 
 #include "quillon/launchpad/protocol/status.h"
+#include "quillon/launchpad/server/usage.h"
 #include "quillon/launchpad/server/worker_process.h"
 
 namespace quillon::launchpad {
 
 using Clock = std::chrono::steady_clock;
 
-inline constexpr size_t kMaxPools = 8;
+inline constexpr size_t kMaxPools = 8;  // of workers that know no application
+inline constexpr std::chrono::seconds kPressurePause{30};
 
 struct PoolSettings {
   size_t size = 2;  // ready workers of each pool
@@ -30,6 +36,9 @@ struct PoolSettings {
   // Handles the messages that a worker has sent.
   std::function<void(WorkerProcess&)> receive;
   std::function<Clock::time_point()> now = Clock::now;
+  uint64_t memoryKib = 0;  // of the workers that know an application and wait
+  // Whether the files of the application that a key names are unchanged.
+  std::function<bool(const PoolKey&)> isCurrent = [](const PoolKey&) { return true; };
 };
 
 class Pools {
@@ -44,6 +53,13 @@ class Pools {
   void ensurePool(const PoolKey& key);
   // Removes a pool and kills its workers that have no launch.
   void removePool(const PoolKey& key);
+
+  // Counts a launch of the application that a key names. Does nothing if it names none.
+  void recordUse(const PoolKey& ownKey);
+  // A worker cannot be prepared for the key.
+  void refuse(const PoolKey& key);
+  // The machine is short of memory.
+  void onMemoryPressure();
 
   // Assigns the oldest ready worker of the pool. Returns null if none is ready.
   WorkerProcess* take(const PoolKey& key);
@@ -82,6 +98,13 @@ class Pools {
     Clock::time_point lastUse;
   };
 
+  enum class Shortage { kNone, kOwn, kAll };  // which workers there are not for want of memory
+
+  void adjustOwnPools();
+  void endShortage();
+  std::vector<PoolKey> keysByImportance() const;
+  [[nodiscard]] size_t sizeOf(const PoolKey& key) const;
+  void addWorkerIfCurrent(const PoolKey& key);
   void addWorker(const PoolKey& key, Pool& pool);
   void runChild(const PoolKey& key, Descriptor channel);
   void recordFailure(const PoolKey& key);
@@ -95,6 +118,10 @@ class Pools {
   const WorkerMain workerMain_;
   std::map<PoolKey, Pool> pools_;
   std::map<uint64_t, WorkerProcess> workers_;
+  Usage usage_;
+  Shortage shortage_ = Shortage::kNone;
+  Clock::time_point shortageEnd_;
+  uint64_t shortages_ = 0;  // reports of the kernel
   uint64_t nextNumber_ = 1;
   Clock::time_point lastTaken_;
   bool closed_ = false;

@@ -19,6 +19,7 @@
 #include "quillon/launchpad/server/debugger_files.h"
 #include "quillon/launchpad/server/event_loop.h"
 #include "quillon/launchpad/server/inspector.h"
+#include "quillon/launchpad/server/memory_pressure.h"
 #include "quillon/launchpad/server/own_environment.h"
 #include "quillon/launchpad/server/service_manager.h"
 #include "quillon/launchpad/state/inspection_proof.h"
@@ -55,8 +56,9 @@ Expected<void> raiseDescriptorLimit(const LaunchpadOptions& options) {
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;
-  const rlim_t needed = std::max(kOwn + kSpareDescriptors + kPerWorker * kMaxPools * options.size,
-                                 rlim_t{kMinDescriptorLimit});
+  const rlim_t workers = kMaxPools * options.size + (options.memory > 0 ? kMaxOwnPools : 0);
+  const rlim_t needed =
+      std::max(kOwn + kSpareDescriptors + kPerWorker * workers, rlim_t{kMinDescriptorLimit});
   if (limit.rlim_max < needed) {
     return fail("the launch pad needs " + std::to_string(needed) +
                     " file descriptors, and the limit is " + std::to_string(limit.rlim_max),
@@ -140,12 +142,14 @@ Expected<void> run(const LaunchpadOptions& options) {
   if (!listener) {
     return fail(kLaunchPadState, listener.error());
   }
+  Descriptor pressure = watchMemoryPressure();
   RETURN_IF_FAILED(enterDevice(options, config));
   RETURN_IF_FAILED(requireParts(options, config));
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
   prefetch::readAheadForAll();
-  EventLoop(options, std::move(config), std::move(state), std::move(*inspector),
-            std::move(*listener), std::move(zone), std::move(serviceManager), ignored)
+  EventLoop(options, std::move(config),
+            {std::move(state), std::move(*inspector), std::move(*listener), std::move(pressure),
+             std::move(zone), std::move(serviceManager), ignored})
       .run();
   return {};
 }

@@ -1,6 +1,7 @@
 // The launch pad's server process.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -12,6 +13,7 @@ struct LaunchpadOptions {
   std::vector<std::string> types;  // application types to prepare for at the start; empty: all
   size_t size = 2;                 // ready workers of each pool
   double refillDelay = 3;          // seconds
+  uint64_t memory = 64;            // MiB for workers that know an application; 0: none
   bool fresh = false;              // start workers by exec; see fresh_worker.h
 };
 

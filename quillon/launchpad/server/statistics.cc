@@ -19,13 +19,14 @@ std::string shortened(std::string text) {
 
 }  // namespace
 
-void Statistics::onPrepared(std::chrono::microseconds latency) {
+void Statistics::onPrepared(std::chrono::microseconds latency, bool isKnown) {
   const double seconds = std::chrono::duration<double>(latency).count();
   const auto* const bound =
       std::lower_bound(std::begin(kLatencyBounds), std::end(kLatencyBounds), seconds);
   ++latencies_[static_cast<size_t>(bound - std::begin(kLatencyBounds))];
   latencySumUs_ += static_cast<uint64_t>(latency.count());
   ++prepared_;
+  known_ += isKnown ? 1 : 0;
 }
 
 void Statistics::onDirect(std::string application, std::string reason) {
@@ -41,6 +42,7 @@ void Statistics::onDirect(std::string application, std::string reason) {
 
 void Statistics::addTo(Status& status) const {
   status.prepared = prepared_;
+  status.known = known_;
   status.latencies = latencies_;
   status.latencySumUs = latencySumUs_;
   status.recent.assign(recent_.begin(), recent_.end());

@@ -16,7 +16,9 @@ namespace quillon::launchpad {
 class Statistics {
  public:
   // A worker has started the application, that long after the request.
-  void onPrepared(std::chrono::microseconds latency);
+  //
+  // isKnown  the worker knew the application before
+  void onPrepared(std::chrono::microseconds latency, bool isKnown);
   // The client launches the application itself.
   void onDirect(std::string application, std::string reason);
 
@@ -24,6 +26,7 @@ class Statistics {
 
  private:
   uint64_t prepared_ = 0;
+  uint64_t known_ = 0;
   uint64_t latencySumUs_ = 0;
   std::vector<uint64_t> latencies_ = std::vector<uint64_t>(std::size(kLatencyBounds) + 1);
   std::deque<Status::DirectLaunch> recent_;

@@ -32,6 +32,7 @@ struct WorkerProcess {
   PoolKey key;
   std::chrono::steady_clock::time_point since;  // start of the stage
   std::string fingerprint;                      // of what it was prepared from
+  uint64_t memoryKib = 0;                       // proportional set size when it was ready
   uint64_t client = 0;                          // the client of its launch; 0 if none
   std::string application;                      // of its launch
 };

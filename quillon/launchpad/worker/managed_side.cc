@@ -44,6 +44,9 @@ Expected<void> ManagedSide::bind(const host::Runtime& runtime) {
   RETURN_IF_FAILED(findMethod(runtime, "WarmUp", warmUp_));
   RETURN_IF_FAILED(findMethod(runtime, "BeginRehearsal", beginRehearsal_));
   RETURN_IF_FAILED(findMethod(runtime, "AwaitRehearsal", awaitRehearsal_));
+  RETURN_IF_FAILED(findMethod(runtime, "LoadApplication", loadApplication_));
+  RETURN_IF_FAILED(findMethod(runtime, "CompileMain", compileMain_));
+  RETURN_IF_FAILED(findMethod(runtime, "LoadedFiles", loadedFiles_));
   return findMethod(runtime, "Assign", assign_);
 }
 
@@ -58,6 +61,23 @@ void ManagedSide::warmUp(const host::RuntimeProperties& properties) const {
     const auto value = before != nullptr ? std::optional<std::string>(before) : std::nullopt;
     [[maybe_unused]] const bool isRestored = assign({}, {{kVariable, value}});
   }
+}
+
+bool ManagedSide::loadApplication(const std::string& assembly) const {
+  return loadApplication_(assembly.c_str()) == 0;
+}
+
+std::optional<std::vector<std::string>> ManagedSide::loadedFiles() const {
+  constexpr size_t kSize = size_t{256} << 10;
+  std::string buffer(kSize, '\0');
+  if (loadedFiles_(buffer.data(), static_cast<int>(kSize)) != 0) {
+    return std::nullopt;
+  }
+  std::vector<std::string> files;
+  for (size_t at = 0; buffer[at] != '\0'; at += files.back().size() + 1) {
+    files.emplace_back(buffer.c_str() + at);
+  }
+  return files;
 }
 
 bool ManagedSide::assign(const host::RuntimeProperties& properties,

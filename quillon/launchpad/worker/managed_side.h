@@ -2,6 +2,9 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "quillon/base/failure.h"
 #include "quillon/host/runtime/runtime.h"
@@ -27,6 +30,15 @@ class ManagedSide {
   void beginRehearsal() const { beginRehearsal_(); }
   void awaitRehearsal() const { awaitRehearsal_(); }
 
+  // Loads the assembly of an application, without running code of it. No placeholder folder may
+  // contain the assembly yet. Returns false if that is impossible.
+  [[nodiscard]] bool loadApplication(const std::string& assembly) const;
+  // Compiles Main of the loaded application. That runs the module initializers of the assemblies
+  // that it uses. Returns false if it needs an assembly that is not found.
+  [[nodiscard]] bool compileMain() const { return compileMain_() == 0; }
+  // The files of all loaded assemblies. Returns nullopt on failure.
+  [[nodiscard]] std::optional<std::vector<std::string>> loadedFiles() const;
+
   // Sets the properties of AppContext and the variables of the runtime's copy of the environment to
   // the values that they have in a direct launch. Returns false if the runtime refuses.
   [[nodiscard]] bool assign(const host::RuntimeProperties& properties,
@@ -36,6 +48,9 @@ class ManagedSide {
   void (*warmUp_)() = nullptr;
   void (*beginRehearsal_)() = nullptr;
   void (*awaitRehearsal_)() = nullptr;
+  int (*loadApplication_)(const char* path) = nullptr;
+  int (*compileMain_)() = nullptr;
+  int (*loadedFiles_)(char* buffer, int size) = nullptr;
   int (*assign_)(const char* properties, const char* variables) = nullptr;
 };
 

@@ -8,7 +8,10 @@ std::string describe(const PoolKey& key) {
     text += ", " + name + "=" + value;
   }
   const std::string additions = resolution::describe(key.additions);
-  return additions.empty() ? text : text + ", " + additions;
+  if (!additions.empty()) {
+    text += ", " + additions;
+  }
+  return key.application ? text + ", for " + key.application->id : text;
 }
 
 }  // namespace quillon::launchpad

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <compare>
+#include <optional>
 #include <string>
 
 #include "quillon/host/runtime/runtime.h"
@@ -10,11 +11,22 @@
 
 namespace quillon::launchpad {
 
+// An application that a worker knows before it has a launch.
+struct KnownApplication {
+  std::string id;
+  std::string packageRoot;
+  std::string assembly;     // absolute path
+  std::string fingerprint;  // of its files and of the registry
+
+  auto operator<=>(const KnownApplication&) const = default;
+};
+
 struct PoolKey {
   std::string type;                  // application type, as passed to the plug-in
   bool raw = false;                  // the plug-in does not capture the output
   host::RuntimeProperties settings;  // "configProperties" of runtimeconfig.json
   resolution::Additions additions;   // trusted assemblies and folders beside the device's
+  std::optional<KnownApplication> application = std::nullopt;  // if only this one is served
 
   auto operator<=>(const PoolKey&) const = default;
 };

@@ -1,17 +1,23 @@
 #include "quillon/launchpad/worker/worker.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <thread>
+#include <utility>
 
 #include "device_paths.h"
+#include "quillon/base/directory_entries.h"
+#include "quillon/base/files.h"
+#include "quillon/base/record.h"
 #include "quillon/base/terminal.h"
 #include "quillon/base/trace_span.h"
 #include "quillon/host/application/application_id.h"
 #include "quillon/host/application/working_directory.h"
+#include "quillon/host/assemblies/module_initializer.h"
 #include "quillon/host/membarrier.h"
 #include "quillon/host/plugin/plugin_calls.h"
 #include "quillon/host/runtime/framework_check.h"
@@ -23,6 +29,7 @@
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/worker/descriptor_numbers.h"
+#include "quillon/launchpad/worker/loaded_files.h"
 #include "quillon/launchpad/worker/managed_side.h"
 #include "quillon/launchpad/worker/placeholders.h"
 #include "quillon/launchpad/worker/process_setup.h"
@@ -61,6 +68,27 @@ Message awaitMessage(const Descriptor& socket, MessageKind kind) {
   return message;
 }
 
+// The proportional set size of this process (proc(5), smaps_rollup); 0 if it is not known.
+uint64_t memoryKib() {
+  constexpr std::string_view kName = "\nPss:";
+  const std::string text = readSmallFileAt(AT_FDCWD, "/proc/self/smaps_rollup");
+  const size_t at = text.find(kName);
+  return at == std::string::npos ? 0 : std::strtoull(text.c_str() + at + kName.size(), nullptr, 10);
+}
+
+// The paths under which the runtime finds the assemblies of a folder.
+//
+// seenAs  the name by which the runtime knows the folder
+void addAssemblies(std::vector<std::string>& files, const std::string& folder,
+                   const std::string& seenAs) {
+  const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (const std::string& name : directoryEntries(opened.get())) {
+    if (name.ends_with(".dll") || name.ends_with(".exe")) {
+      files.push_back(seenAs + "/" + name);
+    }
+  }
+}
+
 class Worker {
  public:
   Worker(const WorkerConfig& config, const PoolKey& key, pid_t server, Descriptor channel)
@@ -76,12 +104,16 @@ class Worker {
   Expected<void> startRuntime();
   Expected<void> warmUpRuntime();
   void rehearse();
+  Expected<void> prepareApplication();
+  [[nodiscard]] bool canCompileMain(const std::vector<std::string>& own) const;
+  Expected<void> unsuitable(const std::string& why);
   Expected<void> awaitAssignment();
   Expected<void> takeOver();
   Expected<void> takeOverInherited(HandOver& handOver);
   Expected<void> takeOverDescriptors(HandOver& handOver);
   void applyProcessState(const HandOver& handOver) const;
   Expected<void> giveToRuntime();
+  Expected<void> assignToRuntime(const EnvironmentChanges& variables);
   Expected<void> configureApplication();
   Expected<unsigned> executeAssembly();
   Expected<int> execute();
@@ -97,6 +129,9 @@ class Worker {
   Placeholders folders_;
   std::optional<host::Runtime> runtime_;
   bool rehearses_ = false;
+  std::vector<std::string> trusted_;  // assemblies
+  LoadedFiles files_;
+  bool hasProperties_ = false;  // the runtime has the application's
   ManagedSide managed_;
   EnvironmentChanges changes_;  // made by the preparation
   // The environment of the runtime's start and that of the warm-up. The runtime has copied each of
@@ -110,7 +145,7 @@ class Worker {
 
 Expected<int> Worker::run() {
   RETURN_IF_FAILED(prepare());
-  sendMessage(channel_.get(), MessageKind::kReady);
+  sendMessage(channel_.get(), MessageKind::kReady, RecordWriter().number(memoryKib()).bytes());
   RETURN_IF_FAILED(awaitAssignment());
   folders_.redirect(target_.folders());  // while the client sends the rest
   RETURN_IF_FAILED(takeOver());
@@ -132,6 +167,7 @@ Expected<void> Worker::prepare() {
   setParentDeathSignal(server_);
   RETURN_IF_FAILED(startRuntime());
   RETURN_IF_FAILED(warmUpRuntime());
+  RETURN_IF_FAILED(prepareApplication());
   workstation::cachePackages();
   changes_ = changesSince(config_.environment);
   changes_.insert(config_.changes.begin(), config_.changes.end());
@@ -149,7 +185,7 @@ Expected<void> Worker::initializePlugin() {
   plugin_ = host::PluginCalls(*library, &target_);
   if (auto initialized = plugin_.initialize(); !initialized) {
     if (initialized.error().status == kUsage) {
-      sendMessage(channel_.get(), MessageKind::kUnknownType);
+      sendMessage(channel_.get(), MessageKind::kUnsuitable);
     }
     return initialized;
   }
@@ -173,6 +209,7 @@ Expected<void> Worker::startRuntime() {
                                  managedAssembly(config_.plugin).string());
   resolution::addHostpolicy(plan.properties, findTerminalSetup);
   rehearses_ = canRehearse(plan.properties);
+  trusted_ = plan.assemblies.trusted();
   const host::ScopedJitThreadKeepAlive lasting;
   variablesAtStart_ = currentVariables();
   const auto started = runtime_->start(config_.executable, "launchpad", plan.properties);
@@ -213,6 +250,56 @@ void Worker::rehearse() {
   managed_.awaitRehearsal();
 }
 
+// For a worker that knows its application: loads the assembly and compiles Main. In a direct launch
+// the runtime does the same before it runs any code of the application.
+Expected<void> Worker::prepareApplication() {
+  if (!key_.application) {
+    return {};
+  }
+  target_.application.id = key_.application->id;
+  target_.package.rootPath = key_.application->packageRoot;
+  target_.assembly = key_.application->assembly;
+  // Before the placeholders lead to its folder; see Launchpad.LoadApplication().
+  files_.record({target_.assembly});
+  if (!managed_.loadApplication(target_.assembly)) {
+    return unsuitable("its assembly cannot be loaded");
+  }
+  folders_.redirect(target_.folders());
+  std::vector<std::string> own = key_.additions.assemblies;
+  const auto folders = target_.folders();
+  for (size_t i = 0; i < folders.size(); ++i) {
+    addAssemblies(own, folders[i], folders_.paths().at(i));
+  }
+  files_.record(own);
+  if (canCompileMain(own) && !managed_.compileMain()) {
+    return unsuitable("its Main needs an assembly that is not in its own folders");
+  }
+  const auto loaded = managed_.loadedFiles();
+  if (!loaded || !files_.keep(*loaded, trusted_)) {
+    return unsuitable("its Main needs an assembly that is not in its own folders");
+  }
+  return assignToRuntime({});
+}
+
+// Whether Main can be compiled without running code of the application or changing what it finds
+// out. Startup hooks run before, and may provide assemblies. A module initializer of an assembly
+// that Main uses would run.
+bool Worker::canCompileMain(const std::vector<std::string>& own) const {
+  const auto hasInitializer = [](const std::string& file) {
+    return host::hasModuleInitializer(std::filesystem::path(file));
+  };
+  return rehearses_ && !hasInitializer(target_.assembly) &&
+         std::none_of(own.begin(), own.end(), hasInitializer) &&
+         std::none_of(trusted_.begin(), trusted_.end(), hasInitializer);
+}
+
+Expected<void> Worker::unsuitable(const std::string& why) {
+  sendMessage(channel_.get(), MessageKind::kUnsuitable);
+  return fail(kServiceFailed,
+              {"no process of its own is prepared for '" + target_.application.id + "': " + why,
+               "its launches use the other prepared processes"});
+}
+
 Expected<void> Worker::awaitAssignment() {
   auto assignment = parseAssignment(awaitMessage(channel_, MessageKind::kAssign));
   if (!assignment) {
@@ -235,6 +322,9 @@ Expected<void> Worker::takeOver() {
   setenv(host::kAppIdVariable, target_.application.id.c_str(), 1);
   RETURN_IF_FAILED(takeOverDescriptors(*handOver));
   applyProcessState(*handOver);
+  if (!files_.areCurrent()) {
+    _exit(kServiceFailed);  // the client asks for another process
+  }
   sendMessage(client_.get(), MessageKind::kTakenOver);
   return {};
 }
@@ -283,8 +373,17 @@ Expected<void> Worker::giveToRuntime() {
   const Variables now = currentVariables();
   auto variables = changesBetween(variablesAtStart_, now);
   variables.merge(changesBetween(variablesAtWarmUp_, now));
-  resolution::setHostpolicyApplication(target_.assembly);
-  if (!managed_.assign(host::propertiesOfApplication(target_, lists_, key_.additions), variables)) {
+  return assignToRuntime(variables);
+}
+
+// A worker that knows its application has set the properties before it had the launch.
+Expected<void> Worker::assignToRuntime(const EnvironmentChanges& variables) {
+  host::RuntimeProperties properties;
+  if (!std::exchange(hasProperties_, true)) {
+    resolution::setHostpolicyApplication(target_.assembly);
+    properties = host::propertiesOfApplication(target_, lists_, key_.additions);
+  }
+  if (!managed_.assign(properties, variables)) {
     return fail(kRuntimeFailed, {"the runtime refuses the application's properties", {}});
   }
   return {};

@@ -71,8 +71,9 @@ LaunchpadTest::~LaunchpadTest() {
 void LaunchpadTest::start(int size, int ignored, const std::vector<std::string>& more) {
   size_ = size;
   std::vector<std::string> command = {
-      program_, "launchpad", "--device",           root(),           "--type",
-      "none",   "--size",    std::to_string(size), "--refill-delay", "0"};
+      program_,         "launchpad", "--device", root(),
+      "--type",         "none",      "--size",   std::to_string(size),
+      "--refill-delay", "0",         "--memory", std::to_string(memory_)};
   command.insert(command.end(), more.begin(), more.end());
   launchpad_ = fork();
   if (launchpad_ == 0) {
@@ -90,17 +91,36 @@ void LaunchpadTest::start(int size, int ignored, const std::vector<std::string>&
 void LaunchpadTest::prepareFor(const std::vector<std::string>& launchArguments) {
   const size_t ready = processes("ready").size();
   ASSERT_EQ(launch(launchArguments).status, 0);
-  ASSERT_TRUE(awaitProcesses("ready", ready + static_cast<size_t>(size_))) << status() << errors();
+  ASSERT_TRUE(awaitProcesses("ready", ready + processesOfALaunch())) << status() << errors();
 }
 
 CommandResult LaunchpadTest::control(const std::string& action) const {
   return run({kQuillon, "launchpad", action, "--device", root()});
 }
 
-int LaunchpadTest::served() const {
+int LaunchpadTest::numberAfter(const std::string& words) const {
   const std::string text = status();
-  const size_t at = text.find("served: ");
-  return at == std::string::npos ? -1 : std::atoi(text.c_str() + at + 8);
+  const size_t at = text.find(words);
+  return at == std::string::npos ? -1 : std::atoi(text.c_str() + at + words.size());
+}
+
+int LaunchpadTest::served() const { return numberAfter("served: "); }
+
+int LaunchpadTest::servedByOwnProcesses() const { return numberAfter("by own processes: "); }
+
+void LaunchpadTest::expectServed(int count) const {
+  EXPECT_EQ(served(), count) << status() << errors();
+  if (memory_ > 0) {
+    EXPECT_EQ(servedByOwnProcesses(), count) << status() << errors();
+  }
+}
+
+size_t LaunchpadTest::processesOfALaunch() const {
+  return static_cast<size_t>(size_) + (memory_ > 0 ? 1 : 0);
+}
+
+bool LaunchpadTest::awaitReady(size_t launches) const {
+  return awaitProcesses("ready", launches * processesOfALaunch());
 }
 
 std::vector<pid_t> LaunchpadTest::processes(const std::string& stage) const {

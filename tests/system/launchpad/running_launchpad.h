@@ -21,6 +21,9 @@ class LaunchpadTest : public RuntimeTest {
   // Lets start() run another copy of the quillon program.
   void useProgram(const std::filesystem::path& program) { program_ = program; }
 
+  // Lets start() allow processes that know their application.
+  void allowOwnProcesses(int mebibytes = 1024) { memory_ = mebibytes; }
+
   // Starts the launch pad with further options and waits until it serves. The parent ignores the
   // signal `ignored`.
   void start(int size, int ignored = 0, const std::vector<std::string>& more = {});
@@ -29,16 +32,21 @@ class LaunchpadTest : public RuntimeTest {
   virtual bool prepareLaunchpadProcess() const { return true; }
 
   // Makes it prepare processes for such a launch: requests one launch, which is direct, and waits
-  // until the pool is full.
+  // until the pool is full, and the application has a process of its own if that is allowed.
   void prepareFor(const std::vector<std::string>& launchArguments);
 
   CommandResult control(const std::string& action) const;
   std::string status() const { return control("status").out; }
   int served() const;
+  int servedByOwnProcesses() const;
+  // Expects that many prepared launches so far, by own processes if they are allowed.
+  void expectServed(int count) const;
   // The ids of the processes whose stage the status shows as this word.
   std::vector<pid_t> processes(const std::string& stage) const;
   // Waits until `count` processes are at a stage.
   bool awaitProcesses(const std::string& stage, size_t count) const;
+  // Waits until the pools of that many different launches are full.
+  bool awaitReady(size_t launches = 1) const;
 
   // Kills the launch pad and waits for its end.
   void killLaunchpad();
@@ -60,9 +68,13 @@ class LaunchpadTest : public RuntimeTest {
   std::string errors() const { return contentOf(fresh("launchpad-errors")); }
 
  private:
+  int numberAfter(const std::string& words) const;  // in the status; -1 if it lacks them
+  size_t processesOfALaunch() const;
+
   std::filesystem::path program_ = QUILLON_BUILD_DIRECTORY "/bin/quillon";
   pid_t launchpad_ = -1;
   int size_ = 0;
+  int memory_ = 0;  // MiB for own processes
 };
 
 // A `quillon launch` that runs in the background.

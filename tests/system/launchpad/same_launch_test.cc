@@ -29,7 +29,20 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::Pair;
 
-using SameLaunch = LaunchpadTest;
+// The parameter: whether the launches are served by processes that know their application.
+class SameLaunch : public LaunchpadTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    if (GetParam()) {
+      allowOwnProcesses();
+    }
+    LaunchpadTest::SetUp();
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(By, SameLaunch, ::testing::Values(false, true), [](const auto& test) {
+  return std::string(test.param ? "OwnProcess" : "SharedProcess");
+});
 
 std::vector<std::string> operator+(std::vector<std::string> one, std::vector<std::string> more) {
   one.insert(one.end(), more.begin(), more.end());
@@ -47,7 +60,7 @@ std::string comparable(const std::string& output) {
   return std::regex_replace(text, kDescriptor, "/proc/self/fd/N");
 }
 
-TEST_F(SameLaunch, PrintsAndEndsTheSame) {
+TEST_P(SameLaunch, PrintsAndEndsTheSame) {
   start(1);
   prepareFor({"--raw", kClock});
   const std::vector<std::string> arguments = {kClock,       "--",
@@ -59,9 +72,9 @@ TEST_F(SameLaunch, PrintsAndEndsTheSame) {
                                               "--property", "Velora.Sample.Clock.Face",
                                               "a b",        ""};
   const CommandResult direct = launch(std::vector<std::string>{"--raw", "--direct"} + arguments);
-  const pid_t process = processes("ready").at(0);
+  const pid_t process = processes("ready").back();
   const CommandResult prepared = launch(std::vector<std::string>{"--raw", "--verbose"} + arguments);
-  EXPECT_EQ(served(), 1);
+  expectServed(1);
   EXPECT_EQ(prepared.status, 7);
   EXPECT_EQ(prepared.status, direct.status);
   EXPECT_EQ(comparable(prepared.out), comparable(direct.out));
@@ -69,14 +82,14 @@ TEST_F(SameLaunch, PrintsAndEndsTheSame) {
               HasSubstr("base directory: /opt/usr/apps/org.velora.sample.clock/bin/"));
   EXPECT_EQ(prepared.err, "quillon: launched by the launch pad, in its process " +
                               std::to_string(process) + "\n");
-  ASSERT_TRUE(awaitProcesses("ready", 1));
+  ASSERT_TRUE(awaitReady());
   const CommandResult failed = launch({"--raw", kClock, "--", "--throw"});
   EXPECT_EQ(failed.status, 128 + SIGABRT);
   EXPECT_THAT(failed.err, HasSubstr("asked to fail"));
-  EXPECT_EQ(served(), 2);
+  expectServed(2);
 }
 
-TEST_F(SameLaunch, LogsNoErrorIfAllIsWell) { expectNoErrorsInTheLog(); }
+TEST_P(SameLaunch, LogsNoErrorIfAllIsWell) { expectNoErrorsInTheLog(); }
 
 // The functions of the plug-in that a process's trace has a span for, in their order.
 std::vector<std::string> tracedCalls(const fs::path& trace, pid_t process) {
@@ -92,15 +105,15 @@ std::vector<std::string> tracedCalls(const fs::path& trace, pid_t process) {
   return calls;
 }
 
-TEST_F(SameLaunch, MakesTheCallsOfAPreparedLaunchInTheStatedOrder) {
+TEST_P(SameLaunch, MakesTheCallsOfAPreparedLaunchInTheStatedOrder) {
   const fs::path trace = fresh("trace.json");
   setenv("QUILLON_TRACE", trace.c_str(), 1);
   start(1);
   ASSERT_EQ(launchCaptured({kClock}).status, 0);
-  ASSERT_TRUE(awaitProcesses("ready", 1));
-  const pid_t process = processes("ready").front();
+  ASSERT_TRUE(awaitReady());
+  const pid_t process = processes("ready").back();
   ASSERT_EQ(launchCaptured({kClock}).status, 0);
-  ASSERT_EQ(served(), 1);
+  expectServed(1);
   std::vector<std::string> expected;
   for (const host::LaunchCall call : host::kPreparedLaunchCalls) {
     const std::string name = host::nameOf(call);
@@ -111,29 +124,29 @@ TEST_F(SameLaunch, MakesTheCallsOfAPreparedLaunchInTheStatedOrder) {
   EXPECT_EQ(tracedCalls(trace, process), expected);
 }
 
-TEST_F(SameLaunch, LogsToTheLogOfTheClient) {
+TEST_P(SameLaunch, LogsToTheLogOfTheClient) {
   start(1);
   ASSERT_EQ(launchCaptured({kClock}).status, 0);
-  ASSERT_TRUE(awaitProcesses("ready", 1));
+  ASSERT_TRUE(awaitReady());
   const std::string log = fresh("log").string();
   const CommandResult ending =
       launchCaptured({kClock, "--", "logged"}, {"QUILLON_LOG=json:" + log});
-  EXPECT_EQ(served(), 1);
+  expectServed(1);
   EXPECT_EQ(ending.out, "");
   EXPECT_EQ(ending.err, "");
   EXPECT_THAT(contentOf(log), HasSubstr("arguments: logged"));
   EXPECT_THAT(contentOf(log), HasSubstr("### App ID : org.velora.sample.clock ###"));
-  ASSERT_TRUE(awaitProcesses("ready", 1));
+  ASSERT_TRUE(awaitReady());
   const CommandResult shown = launchCaptured({kClock, "--", "shown"}, {"QUILLON_LOG=terminal"});
-  EXPECT_EQ(served(), 2);
+  expectServed(2);
   EXPECT_THAT(shown.err, HasSubstr("arguments: shown"));
 }
 
-TEST_F(SameLaunch, TakesOverTheProcessStateOfTheClient) {
+TEST_P(SameLaunch, TakesOverTheProcessStateOfTheClient) {
   start(1);
   prepareFor({kClock});  // another pool, which does not serve this launch
   { RunningProbe direct(root(), "inhouse"); }
-  ASSERT_TRUE(awaitProcesses("ready", 2));
+  ASSERT_TRUE(awaitReady(2));
   const mode_t mask = umask(0027);
   const fs::path before = fs::current_path();
   fs::current_path("/usr");
@@ -158,7 +171,7 @@ TEST_F(SameLaunch, TakesOverTheProcessStateOfTheClient) {
   EXPECT_EQ(fs::read_symlink(process / "fd/93"), "/usr");
   EXPECT_THAT(contentOf(process / "status"), HasSubstr("Umask:\t0027"));
   EXPECT_EQ(probe.quit(), 0);
-  EXPECT_EQ(served(), 1);
+  expectServed(1);
 }
 
 // The descriptors of a process that a program executed by it inherits, except the standard ones.
@@ -179,7 +192,7 @@ std::map<int, std::string> inheritedDescriptors(const std::string& process) {
 }
 
 // Shells, make and others leave descriptors with low numbers open.
-TEST_F(SameLaunch, InheritsDescriptorsUnderTheirNumbers) {
+TEST_P(SameLaunch, InheritsDescriptorsUnderTheirNumbers) {
   start(1);
   std::map<int, std::string> inherited;
   std::vector<Descriptor> open;
@@ -201,7 +214,7 @@ TEST_F(SameLaunch, InheritsDescriptorsUnderTheirNumbers) {
   }
 }
 
-TEST_F(SameLaunch, ALaunchWithALowLimitOfOpenFilesIsDirect) {
+TEST_P(SameLaunch, ALaunchWithALowLimitOfOpenFilesIsDirect) {
   start(1);
   prepareFor({"--raw", kClock});
   const CommandResult ending =
@@ -216,7 +229,7 @@ TEST_F(SameLaunch, ALaunchWithALowLimitOfOpenFilesIsDirect) {
 
 // In any other folder, "/" for example, a web application would look for its files in the whole
 // machine.
-TEST_F(SameLaunch, StartsInTheApplicationsFolderIfTheDeviceHidesTheWorkingDirectory) {
+TEST_P(SameLaunch, StartsInTheApplicationsFolderIfTheDeviceHidesTheWorkingDirectory) {
   start(1);
   const fs::path before = fs::current_path();
   const fs::path hidden = fresh("hidden");
@@ -229,21 +242,21 @@ TEST_F(SameLaunch, StartsInTheApplicationsFolderIfTheDeviceHidesTheWorkingDirect
     fs::current_path(hidden);
     RunningProbe probe(root(), "inhouse");
     fs::current_path(before);
-    EXPECT_EQ(served(), prepared);
+    expectServed(prepared);
     EXPECT_EQ(probe.ask("directory"), own);
     EXPECT_EQ(probe.quit(), 0);
     EXPECT_EQ(probe.errors(), warning);
-    ASSERT_TRUE(awaitProcesses("ready", 1));
+    ASSERT_TRUE(awaitReady());
   }
 }
 
-TEST_F(SameLaunch, HasTheHomeDirectoryOfTheDevice) {
+TEST_P(SameLaunch, HasTheHomeDirectoryOfTheDevice) {
   start(1);
   const std::string home = "/opt/usr/home/" + std::to_string(geteuid());
   for (const int prepared : {0, 1}) {  // no process is ready for the first launch
     RunningProbe probe(root(), "inhouse",
                        {"QUILLON_LOG=none", "HOME=/root", "XDG_DATA_HOME=/elsewhere"});
-    EXPECT_EQ(served(), prepared);
+    expectServed(prepared);
     EXPECT_EQ(probe.ask("variable HOME"), home);
     EXPECT_EQ(probe.ask("variable XDG_CONFIG_HOME"), home + "/.config");
     EXPECT_EQ(probe.ask("variable XDG_CACHE_HOME"), home + "/.cache");
@@ -255,18 +268,18 @@ TEST_F(SameLaunch, HasTheHomeDirectoryOfTheDevice) {
     EXPECT_EQ(probe.quit(), 0);
     EXPECT_EQ(probe.errors(), "");
     EXPECT_TRUE(fs::remove(at(home + "/.config/file")));
-    ASSERT_TRUE(awaitProcesses("ready", 1));
+    ASSERT_TRUE(awaitReady());
   }
 }
 
 // Each thread has its own capabilities.
-TEST_F(SameLaunch, HasNoCapabilities) {
+TEST_P(SameLaunch, HasNoCapabilities) {
   start(1);
   { RunningProbe direct(root(), "inhouse"); }
-  ASSERT_TRUE(awaitProcesses("ready", 1));
+  ASSERT_TRUE(awaitReady());
   RunningProbe probe(root(), "inhouse");
   const fs::path threads = "/proc/" + probe.ask("process") + "/task";
-  EXPECT_EQ(served(), 1);
+  expectServed(1);
   int seen = 0;
   for (const auto& thread : fs::directory_iterator(threads)) {
     EXPECT_THAT(contentOf(thread.path() / "status"), HasSubstr("CapPrm:\t0000000000000000"));
@@ -275,12 +288,12 @@ TEST_F(SameLaunch, HasNoCapabilities) {
   EXPECT_GT(seen, 1);
 }
 
-TEST_F(SameLaunch, RunsInTheZone) { expectApplicationInTheZone(); }
+TEST_P(SameLaunch, RunsInTheZone) { expectApplicationInTheZone(); }
 
-TEST_F(SameLaunch, RunsFreshProcessesInTheZone) { expectApplicationInTheZone({"--fresh"}); }
+TEST_P(SameLaunch, RunsFreshProcessesInTheZone) { expectApplicationInTheZone({"--fresh"}); }
 
 // The launch pad's view of the device root does not contain the zone.
-TEST_F(SameLaunch, ALaunchIntoAZoneThatStartedLaterIsDirect) {
+TEST_P(SameLaunch, ALaunchIntoAZoneThatStartedLaterIsDirect) {
   start(1);
   prepareFor({"--raw", "--type", "dotnet", kClock});
   const std::vector<std::string> arguments = {"--raw", "--verbose", "--type", "dotnet", kClock};
@@ -289,13 +302,13 @@ TEST_F(SameLaunch, ALaunchIntoAZoneThatStartedLaterIsDirect) {
     const RunningZone zone(root());
     ASSERT_NE(zone.holder(), "") << zone.started().err;
     EXPECT_THAT(launch(arguments).err, isDirect);
-    EXPECT_EQ(served(), 0);
+    expectServed(0);
   }
   EXPECT_THAT(launch(arguments).err, Not(isDirect));
 }
 
 // Debug mode is decided when a process enters the zone, which a prepared process has done.
-TEST_F(SameLaunch, ALaunchInDebugModeIsDirect) {
+TEST_P(SameLaunch, ALaunchInDebugModeIsDirect) {
   const std::string manifest =
       "[package]\nid = \"org.velora.sample.clock\"\nversion = \"1\"\n"
       "files = \"org.velora.sample.clock\"\n"
@@ -308,12 +321,12 @@ TEST_F(SameLaunch, ALaunchInDebugModeIsDirect) {
   const CommandResult direct = launch({"--raw", "--verbose", "--type", "dotnet", kClock});
   EXPECT_THAT(direct.err, HasSubstr("not by the launch pad: its package asks for debug mode"));
   EXPECT_THAT(status(), Not(HasSubstr("dotnet")));
-  EXPECT_EQ(served(), 0);
+  expectServed(0);
   EXPECT_EQ(launch({"--raw", kClock}).status, 0);
-  EXPECT_EQ(served(), 1);
+  expectServed(1);
 }
 
-TEST_F(SameLaunch, ARefusalIsTheResult) {
+TEST_P(SameLaunch, ARefusalIsTheResult) {
   start(1);
   prepareFor({"--raw", kClock});
   installClock(
@@ -323,7 +336,7 @@ TEST_F(SameLaunch, ARefusalIsTheResult) {
   // The installation has made the prepared process outdated.
   const CommandResult first = launch({"--raw", "--verbose", kClock});
   EXPECT_THAT(first.err, HasSubstr("launched directly, not by the launch pad"));
-  ASSERT_TRUE(awaitProcesses("ready", 1));
+  ASSERT_TRUE(awaitReady());
   const CommandResult refused = launch({"--raw", "--verbose", kClock});
   EXPECT_EQ(refused.status, 0);
   EXPECT_EQ(refused.out, "");
@@ -331,7 +344,7 @@ TEST_F(SameLaunch, ARefusalIsTheResult) {
   EXPECT_THAT(refused.err, Not(HasSubstr("launched directly")));
 }
 
-TEST_F(SameLaunch, SignalsReachTheApplication) {
+TEST_P(SameLaunch, SignalsReachTheApplication) {
   start(1);
   int direct = 0;
   {
@@ -339,10 +352,10 @@ TEST_F(SameLaunch, SignalsReachTheApplication) {
     kill(probe.pid(), SIGTERM);
     direct = probe.quit();
   }
-  ASSERT_TRUE(awaitProcesses("ready", 1));
+  ASSERT_TRUE(awaitReady());
   RunningProbe probe(root(), "inhouse");
   const pid_t application = std::stoi(probe.ask("process"));
-  EXPECT_EQ(served(), 1);
+  expectServed(1);
   kill(probe.pid(), SIGTSTP);
   EXPECT_TRUE(eventually([&] {
     return contentOf("/proc/" + std::to_string(application) + "/stat").find(") T ") !=
@@ -368,7 +381,7 @@ std::string signalDispositions(const std::string& process) {
 // nohup(1) lets a program ignore SIGHUP, a shell script lets a program in the background ignore
 // SIGINT and SIGQUIT. The runtime handles the latter unless they are ignored at its start, and
 // SIGTERM anyway.
-TEST_F(SameLaunch, IgnoresTheSignalsThatTheClientIgnores) {
+TEST_P(SameLaunch, IgnoresTheSignalsThatTheClientIgnores) {
   start(1);
   const auto ignored = {SIGINT, SIGQUIT, SIGHUP, SIGTERM, SIGUSR2, SIGCHLD, SIGTSTP, SIGRTMAX};
   std::vector<std::string> dispositions;
@@ -390,25 +403,25 @@ TEST_F(SameLaunch, IgnoresTheSignalsThatTheClientIgnores) {
   EXPECT_THAT(dispositions[0], Not(HasSubstr("SigIgn:\t0000000000000000")));
 }
 
-TEST_F(SameLaunch, KeepsAVariableThatTheWarmUpChanges) {
+TEST_P(SameLaunch, KeepsAVariableThatTheWarmUpChanges) {
   setenv("QUILLON_LAUNCHPAD", "kept", 1);
   start(1);
   { RunningProbe direct(root(), "inhouse"); }
-  ASSERT_TRUE(awaitProcesses("ready", 1));
+  ASSERT_TRUE(awaitReady());
   RunningProbe probe(root(), "inhouse");
   unsetenv("QUILLON_LAUNCHPAD");
   EXPECT_EQ(probe.ask("variable QUILLON_LAUNCHPAD"), "kept") << probe.errors();
   EXPECT_EQ(probe.quit(), 0);
-  EXPECT_EQ(served(), 1);
+  expectServed(1);
 }
 
 // Holds the lock of SQLite's that blocks every reader of the registry.
-TEST_F(SameLaunch, DoesNotWaitForTheRegistry) {
+TEST_P(SameLaunch, DoesNotWaitForTheRegistry) {
   constexpr off_t kPendingByte = 0x40000000;  // SQLite's database file format
   start(1);
   prepareFor({"--raw", kClock});
   launch({"--raw", kClock});
-  ASSERT_TRUE(awaitProcesses("ready", 1));
+  ASSERT_TRUE(awaitReady());
   const int registry = open(at("/opt/usr/share/quillon/packages.db").c_str(), O_RDWR | O_CLOEXEC);
   flock lock{};
   lock.l_type = F_WRLCK;
@@ -419,23 +432,23 @@ TEST_F(SameLaunch, DoesNotWaitForTheRegistry) {
   close(registry);
   EXPECT_EQ(ending.status, 0) << ending.err;
   EXPECT_THAT(ending.out, HasSubstr(kClock));
-  EXPECT_EQ(served(), 2);
+  expectServed(2);
 }
 
 // A hook that cannot be loaded ends the process that runs it.
-TEST_F(SameLaunch, StartupHooksRunInTheLaunchOnly) {
+TEST_P(SameLaunch, StartupHooksRunInTheLaunchOnly) {
   setenv("DOTNET_STARTUP_HOOKS", "/usr/share/no-hook.dll", 1);
   start(1);
   launch({"--raw", kClock});  // directly, since nothing is prepared for it yet
-  ASSERT_TRUE(awaitProcesses("ready", 1));
+  ASSERT_TRUE(awaitReady());
   const CommandResult ending = launch({"--raw", kClock});
   unsetenv("DOTNET_STARTUP_HOOKS");
   EXPECT_EQ(ending.status, 128 + SIGABRT);
   EXPECT_THAT(ending.err, HasSubstr("no-hook.dll"));
-  EXPECT_EQ(served(), 1);
+  expectServed(1);
 }
 
-TEST_F(SameLaunch, ALaunchThatAPreparedProcessCannotServeIsDirect) {
+TEST_P(SameLaunch, ALaunchThatAPreparedProcessCannotServeIsDirect) {
   start(1);
   prepareFor({"--raw", kClock});
   const auto reason = [&](const std::vector<std::string>& options,
@@ -474,11 +487,11 @@ TEST_F(SameLaunch, ALaunchThatAPreparedProcessCannotServeIsDirect) {
   const int nice = getpriority(PRIO_PROCESS, 0);
   setpriority(PRIO_PROCESS, 0, nice + 1);
   EXPECT_EQ(reason({}, {}), start + "its scheduling differs from the launch pad's");
-  EXPECT_EQ(served(), 0);
+  expectServed(0);
 }
 
 // A launch that is direct anyway connects to the launch pad only if --verbose asks for the reason.
-TEST_F(SameLaunch, ADirectLaunchDoesNotConnect) {
+TEST_P(SameLaunch, ADirectLaunchDoesNotConnect) {
   const auto listener = launchpad::listenAt(launchpad::addressOf(root()), root());
   ASSERT_TRUE(listener);
   EXPECT_EQ(launch({"--direct", "--plan", kClock}).status, 0);

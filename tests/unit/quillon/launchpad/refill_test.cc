@@ -3,8 +3,13 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <fstream>
+
+#include "quillon/launchpad/server/memory_pressure.h"
 #include "quillon/launchpad/server/pools.h"
+#include "tests/support/temporary_directory.h"
 #include "tests/system/launch/running_probe.h"
+#include "tests/system/launch/sample_device.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -54,8 +59,11 @@ class Refill : public ::testing::Test {
   Clock::time_point now_ = Clock::now();
   bool staysAlive_ = true;
   std::function<void(WorkerProcess&)> onOverdue_ = [](WorkerProcess&) {};
+  const PoolKey kOwn{"inhouse", true, {}, {}, KnownApplication{"app", "/root", "/root/A.dll", "1"}};
+  bool isCurrent_ = true;
   Pools pools_{{1, 3s, [] { return std::string(); },
-                [this](WorkerProcess& worker) { onOverdue_(worker); }, [this] { return now_; }},
+                [this](WorkerProcess& worker) { onOverdue_(worker); }, [this] { return now_; },
+                2 * kTypicalMemoryKib, [this](const PoolKey&) { return isCurrent_; }},
                [this](const PoolKey&, Descriptor channel) {
                  char byte = 0;
                  while (staysAlive_ && read(channel.get(), &byte, 1) > 0) {
@@ -190,6 +198,131 @@ TEST_F(Refill, TriesAgainIfNoProcessIsAvailable) {
   now_ += 1s;
   EXPECT_EQ(pools_.refill(), kPreparing);
   EXPECT_EQ(pools_.all().size(), 1U);
+}
+
+// The shared pools come first.
+class OwnRefill : public Refill {
+ protected:
+  void SetUp() override {
+    staysAlive_ = true;
+    pools_.ensurePool(kKey);
+    pools_.recordUse(kOwn);
+    EXPECT_EQ(pools_.refill(), kPreparing);
+    EXPECT_EQ(newest().key, kKey);
+    pools_.onReady(newest());
+    EXPECT_EQ(pools_.refill(), kPreparing);
+    EXPECT_EQ(newest().key, kOwn);
+    newest().memoryKib = 1;
+    pools_.onReady(newest());
+    EXPECT_EQ(pools_.refill(), kNothingDue);
+  }
+
+  // Reaps the workers that have been discarded. Returns the number of the others.
+  size_t left() {
+    std::vector<const WorkerProcess*> discarded;
+    for (const WorkerProcess* worker : pools_.all()) {
+      if (worker->stage == Stage::kDiscarded) {
+        discarded.push_back(worker);
+      }
+    }
+    for (const WorkerProcess* worker : discarded) {
+      reap(*worker);
+    }
+    return pools_.all().size();
+  }
+};
+
+TEST_F(OwnRefill, KeepsOneWorkerForEachApplication) {
+  WorkerProcess* const taken = pools_.take(kOwn);
+  ASSERT_NE(taken, nullptr);
+  EXPECT_EQ(taken->key, kOwn);
+  pools_.onStarted(*taken);
+  pools_.recordUse(kOwn);
+  EXPECT_EQ(pools_.take(kOwn), nullptr);
+  now_ += 3s;
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  EXPECT_EQ(newest().key, kOwn);
+}
+
+TEST_F(OwnRefill, DiscardsTheWorkerOfAnUpdatedApplication) {
+  PoolKey updated = kOwn;
+  updated.application->fingerprint = "2";
+  pools_.recordUse(updated);
+  EXPECT_EQ(pools_.take(kOwn), nullptr);
+  EXPECT_EQ(left(), 1U);
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  EXPECT_EQ(newest().key, updated);
+}
+
+TEST_F(OwnRefill, PreparesNothingFromFilesThatHaveChanged) {
+  pools_.onStarted(*pools_.take(kOwn));
+  isCurrent_ = false;
+  now_ += 3s;
+  EXPECT_EQ(pools_.refill(), kNothingDue);
+}
+
+TEST_F(OwnRefill, PreparesNothingThatAWorkerHasRefused) {
+  pools_.refuse(kOwn);
+  EXPECT_EQ(left(), 1U);
+  pools_.recordUse(kOwn);
+  EXPECT_EQ(pools_.refill(), kNothingDue);
+}
+
+TEST_F(OwnRefill, StaysWithinTheMemory) {
+  PoolKey other = kOwn;
+  other.application->id = "other";
+  PoolKey third = kOwn;
+  third.application->id = "third";
+  pools_.recordUse(other);
+  pools_.recordUse(third);
+  now_ += 3s;
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  EXPECT_EQ(newest().key, other);
+  newest().memoryKib = 2 * kTypicalMemoryKib;  // more than is left
+  pools_.onReady(newest());
+  EXPECT_EQ(left(), 2U);
+  EXPECT_EQ(pools_.refill(), kNothingDue);
+  EXPECT_NE(pools_.take(kOwn), nullptr);
+}
+
+TEST_F(OwnRefill, UnderMemoryPressureOwnWorkersGoFirst) {
+  pools_.onMemoryPressure();
+  EXPECT_EQ(left(), 1U);
+  EXPECT_EQ(newest().key, kKey);
+  EXPECT_EQ(pools_.refill(), 30s);
+  now_ += 2s;
+  pools_.onMemoryPressure();
+  EXPECT_EQ(left(), 0U);
+  EXPECT_EQ(pools_.refill(), 30s);
+  Status status;
+  pools_.addTo(status);
+  EXPECT_EQ(status.shortages, 2U);
+  EXPECT_EQ(status.shortage, 2U);
+  now_ += 30s;
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  EXPECT_EQ(newest().key, kKey);
+  pools_.onReady(newest());
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  EXPECT_EQ(newest().key, kOwn);
+}
+
+TEST_F(OwnRefill, MemoryPressureEndsNoApplication) {
+  WorkerProcess& taken = *pools_.take(kOwn);
+  pools_.onStarted(taken);
+  pools_.onMemoryPressure();
+  pools_.onMemoryPressure();
+  EXPECT_EQ(left(), 1U);
+  EXPECT_EQ(taken.stage, Stage::kRunning);
+}
+
+// The kernel's interface: a file that takes the trigger in one write(2).
+TEST(MemoryPressure, AsksTheKernelForReports) {
+  const test::TemporaryDirectory folder;
+  const std::filesystem::path file = folder.path() / "memory";
+  EXPECT_FALSE(watchMemoryPressure(file.c_str()));
+  std::ofstream(file) << "";
+  EXPECT_TRUE(watchMemoryPressure(file.c_str()));
+  EXPECT_EQ(test::contentOf(file), std::string("some 150000 2000000\0", 20));
 }
 
 }  // namespace
