@@ -38,6 +38,8 @@ enum class MessageKind : uint32_t {
                 // application that the worker should know needs a launch of its own
   // From client to server.
   kDirect,  // bytes: text application, text reason why the client launches it itself
+  // From server to worker.
+  kNoted,  // after kAssign: the package of the process is noted, for the plug-in
 };
 
 // Bytes that may hold the arguments or the environment of an application. They are overwritten with

@@ -344,17 +344,24 @@ bool EventLoop::assign(uint64_t number, const Entry& entry, const Limits& limits
   worker->client = number;
   worker->application = entry.target.application.id;
   client.worker = worker->number;
-  const auto registered = workstation::registerProcess(worker->pid, entry.target.package.id,
-                                                       entry.target.application.id);
-  if (!registered) {
-    tell(registered.error());
-  }
   // If a message cannot be sent, the client gets the worker's end, and may ask for another one.
   if (!sendTaken(client.socket.get(), worker->pid, worker->pidfd.get(), clientEnd.get()) ||
-      !sendAssignment(worker->channel.get(), entry.target, limits, workerEnd.get())) {
+      !sendAssignment(worker->channel.get(), entry.target, limits, workerEnd.get()) ||
+      !notePackage(*worker, entry.target)) {
     killWorker(*worker);
   }
   return true;
+}
+
+// Notes which package the worker runs, while the worker takes the launch over. The plug-in asks for
+// the note, so the worker waits for kNoted before that.
+bool EventLoop::notePackage(const WorkerProcess& worker, const host::LaunchTarget& target) {
+  const auto registered =
+      workstation::registerProcess(worker.pid, target.package.id, target.application.id);
+  if (!registered) {
+    tell(registered.error());
+  }
+  return sendMessage(worker.channel.get(), MessageKind::kNoted);
 }
 
 // Failures with an exit status of their own are those of a direct launch, too.

@@ -75,6 +75,7 @@ class EventLoop {
   [[nodiscard]] Expected<void> compareState(const Finding& finding) const;
   void onInspected();
   bool assign(uint64_t client, const Entry& entry, const Limits& limits);
+  static bool notePackage(const WorkerProcess& worker, const host::LaunchTarget& target);
   void decline(uint64_t client, const Failure& why);
   void onDirect(const Message& message);
 

@@ -58,8 +58,8 @@ bool canRehearse(const host::RuntimeProperties& properties) {
                       [](const auto& property) { return property.first == "STARTUP_HOOKS"; });
 }
 
-// Waits for a message of one kind. If the peer has ended, so does the process: since it has not
-// sent kTakenOver, the client launches without it.
+// Waits for a message of one kind. If the peer has ended, so does the process. The client then
+// launches without it: before kTakenOver in any case, and later because the server has ended.
 Message awaitMessage(const Descriptor& socket, MessageKind kind) {
   Message message;
   if (receiveMessage(socket.get(), message) != Received::kMessage || message.kind != kind) {
@@ -106,7 +106,7 @@ class Worker {
   void rehearse();
   Expected<void> prepareApplication();
   [[nodiscard]] bool canCompileMain(const std::vector<std::string>& own) const;
-  Expected<void> unsuitable(const std::string& why);
+  [[noreturn]] void endUnsuitable(const std::string& why);
   Expected<void> awaitAssignment();
   Expected<void> takeOver();
   Expected<void> takeOverInherited(HandOver& handOver);
@@ -262,7 +262,7 @@ Expected<void> Worker::prepareApplication() {
   // Before the placeholders lead to its folder; see Launchpad.LoadApplication().
   files_.record({target_.assembly});
   if (!managed_.loadApplication(target_.assembly)) {
-    return unsuitable("its assembly cannot be loaded");
+    endUnsuitable("its assembly cannot be loaded");
   }
   folders_.redirect(target_.folders());
   std::vector<std::string> own = key_.additions.assemblies;
@@ -272,11 +272,11 @@ Expected<void> Worker::prepareApplication() {
   }
   files_.record(own);
   if (canCompileMain(own) && !managed_.compileMain()) {
-    return unsuitable("its Main needs an assembly that is not in its own folders");
+    endUnsuitable("its Main needs an assembly that is not in its own folders");
   }
   const auto loaded = managed_.loadedFiles();
   if (!loaded || !files_.keep(*loaded, trusted_)) {
-    return unsuitable("its Main needs an assembly that is not in its own folders");
+    endUnsuitable("its Main needs an assembly that is not in its own folders");
   }
   return assignToRuntime({});
 }
@@ -293,11 +293,12 @@ bool Worker::canCompileMain(const std::vector<std::string>& own) const {
          std::none_of(trusted_.begin(), trusted_.end(), hasInitializer);
 }
 
-Expected<void> Worker::unsuitable(const std::string& why) {
+// The server kills this process when it gets the message.
+void Worker::endUnsuitable(const std::string& why) {
+  tell({"no process of its own is prepared for '" + target_.application.id + "': " + why,
+        "its launches use the other prepared processes"});
   sendMessage(channel_.get(), MessageKind::kUnsuitable);
-  return fail(kServiceFailed,
-              {"no process of its own is prepared for '" + target_.application.id + "': " + why,
-               "its launches use the other prepared processes"});
+  _exit(kServiceFailed);
 }
 
 Expected<void> Worker::awaitAssignment() {
@@ -391,6 +392,7 @@ Expected<void> Worker::assignToRuntime(const EnvironmentChanges& variables) {
 
 Expected<void> Worker::configureApplication() {
   RETURN_IF_FAILED(giveToRuntime());
+  awaitMessage(channel_, MessageKind::kNoted);
   RETURN_IF_FAILED(plugin_.setApplication());
   plugin_.beforeExecute();
   if (const auto warning = resolution::warningAbout(target_.application.id, key_.additions)) {

@@ -173,7 +173,8 @@ TEST_F(OwnProcess, DoesNotExistIfMainNeedsAnAssemblyFromElsewhere) {
   ASSERT_TRUE(eventually([&] {
     return errors().find("no process of its own is prepared for '" + std::string(kOrder) + "'") !=
            std::string::npos;
-  })) << errors();
+  })) << status()
+      << errors();
   fs::rename(at("/tmp/SamplePlain.dll"), at(kOrderLibrary));
   ASSERT_TRUE(awaitProcesses("ready", 1)) << status();
   EXPECT_THAT(launch({kOrder}).out, HasSubstr("version: first"));

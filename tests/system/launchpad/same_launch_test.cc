@@ -204,13 +204,13 @@ TEST_P(SameLaunch, InheritsDescriptorsUnderTheirNumbers) {
   }
   for (const int prepared : {0, 1}) {  // no process is ready for the first launch
     RunningProbe probe(root(), "inhouse");
-    EXPECT_EQ(served(), prepared) << status();
+    expectServed(prepared);
     const auto has = inheritedDescriptors(probe.ask("process"));
     for (const auto& [number, target] : inherited) {
       EXPECT_THAT(has, Contains(Pair(number, target))) << prepared;
     }
     EXPECT_EQ(probe.quit(), 0);
-    ASSERT_TRUE(awaitProcesses("ready", 1));
+    ASSERT_TRUE(awaitReady());
   }
 }
 
@@ -224,7 +224,7 @@ TEST_P(SameLaunch, ALaunchWithALowLimitOfOpenFilesIsDirect) {
   EXPECT_EQ(ending.status, 0);
   EXPECT_THAT(ending.err,
               HasSubstr("its limit of open files is 256, and a prepared process needs"));
-  EXPECT_EQ(served(), 0);
+  expectServed(0);
 }
 
 // In any other folder, "/" for example, a web application would look for its files in the whole
