@@ -1,7 +1,6 @@
 #include "quillon/launchpad/protocol/hand_over.h"
 
 #include <fcntl.h>
-#include <limits.h>
 #include <unistd.h>
 
 #include <bit>
@@ -29,9 +28,9 @@ constexpr uint64_t kAllBits = kFileBit | kLogBit | 7U;
 // All fields but the environment, which comes first.
 template <typename Archive, typename AnyHandOver>
 void visit(Archive&& archive, AnyHandOver& handOver) {
-  archive(handOver.arguments, handOver.workingDirectory, handOver.umask,
-          handOver.inheritedDescriptors, handOver.log.target, handOver.log.level,
-          handOver.log.applicationOutput);
+  archive(handOver.arguments, handOver.workingDirectory.path, handOver.workingDirectory.device,
+          handOver.workingDirectory.inode, handOver.umask, handOver.inheritedDescriptors,
+          handOver.log.target, handOver.log.level, handOver.log.applicationOutput);
 }
 
 // Encodes environ(7) without a copy of it.
@@ -53,11 +52,6 @@ mode_t umaskOf(const ProcSelf& process) {
   mode_t mask = 0;
   std::from_chars(digits.data(), digits.data() + digits.size(), mask, 8);
   return mask;
-}
-
-std::string workingDirectory() {
-  std::array<char, PATH_MAX> path;
-  return getcwd(path.data(), path.size()) == nullptr ? std::string() : path.data();
 }
 
 // Whether a message carries exactly the descriptors that its bytes name.
@@ -104,7 +98,7 @@ EncodedHandOver::EncodedHandOver(const std::vector<std::string>& arguments, cons
   encodeEnvironment(writer);
   HandOver handOver;
   handOver.arguments = arguments;
-  handOver.workingDirectory = workingDirectory();
+  handOver.workingDirectory = device::workingDirectory();
   handOver.umask = umaskOf(process);
   handOver.inheritedDescriptors = inherited;
   handOver.log = log;

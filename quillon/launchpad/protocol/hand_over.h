@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "quillon/base/descriptor.h"
+#include "quillon/device/working_directory.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/state/proc_self.h"
 #include "workstation/log_config.h"
@@ -28,7 +29,7 @@ inline constexpr int kMinInheritedDescriptor = 80;
 struct HandOver {
   std::vector<std::string> arguments;
   std::vector<std::string> environment;  // "NAME=VALUE"
-  std::string workingDirectory;          // empty if the client's has no path
+  device::WorkingDirectory workingDirectory;
   mode_t umask = 0;
   // Numbers of the client's descriptors above 2 that a program keeps across exec().
   std::vector<int> inheritedDescriptors;

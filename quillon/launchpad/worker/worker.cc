@@ -10,6 +10,7 @@
 
 #include "device_paths.h"
 #include "quillon/base/terminal.h"
+#include "quillon/device/working_directory.h"
 #include "quillon/host/application/application_id.h"
 #include "quillon/host/application/working_directory.h"
 #include "quillon/host/membarrier.h"
@@ -263,8 +264,8 @@ Expected<void> Worker::takeOverDescriptors(HandOver& handOver) {
 void Worker::applyProcessState(const HandOver& handOver) const {
   umask(handOver.umask);
   adoptLimits(limits_);
-  if (chdir(handOver.workingDirectory.c_str()) != 0) {
-    host::useOwnFolder(target_, handOver.workingDirectory);
+  if (!device::changeTo(handOver.workingDirectory)) {
+    host::useOwnFolder(target_, handOver.workingDirectory.path);
   }
 }
 
