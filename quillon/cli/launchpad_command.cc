@@ -1,6 +1,7 @@
 #include "quillon/cli/launchpad_command.h"
 
 #include <array>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 
@@ -113,6 +114,8 @@ void addLaunchpadCommand(CLI::App& app) {
       endCommand(report(noDevice()));
     }
     valueOf(makeDeviceOfUser(options->device));
+    // serve() executes the program again without HOME, the default's source.
+    setenv(kDeviceVariable, options->device.c_str(), 1);
     endCommand(launchpad::serve(*options));
   });
 }

@@ -46,15 +46,15 @@ struct EnterOptions {
 
 // What a process did not keep or get when it entered a device root.
 struct Entered {
-  // The working directory, if its path does not exist inside; empty if it was removed before. The
-  // process is in "/" then.
+  // The working directory, if its path does not exist inside or is that of another folder; empty if
+  // it was removed before. The process is in "/" then.
   std::optional<std::filesystem::path> hiddenDirectory = {};
   // Why the user has no home directory inside; see home.h.
   std::optional<Failure> noHome = {};
 };
 
 // Moves the calling process, which must have one thread, into the device root's namespace. The
-// working directory stays the same if its path exists inside. TMPDIR is unset, since it names a
+// working directory stays the same if it is visible inside. TMPDIR is unset, since it names a
 // folder of the machine. HOME and the XDG variables name folders of the device root. If the process
 // is already in that device root, only sets HOME and the XDG variables. After a failure with
 // kNoNamespace, the process must end: its namespace may be incomplete.

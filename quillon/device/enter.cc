@@ -17,6 +17,7 @@
 #include "quillon/device/record.h"
 #include "quillon/device/tree_path.h"
 #include "quillon/device/view.h"
+#include "quillon/device/working_directory.h"
 #include "quillon/device/zone_holder.h"
 #include "quillon/dotnet/host_lookup.h"
 
@@ -137,17 +138,14 @@ Entered withHome() {
 }
 
 Expected<Entered> isolateAndMove(const Plan& plan) {
-  std::error_code error;
-  const fs::path workingDirectory = fs::current_path(error);
+  const WorkingDirectory before = workingDirectory();
   RETURN_IF_FAILED(isolateMounts(findZoneHolder(plan.device)));
   RETURN_IF_FAILED(moveInto(plan));
   // TMPDIR names a folder of the machine. Inside, temporary files belong in the device's "/tmp".
   unsetenv("TMPDIR");
   Entered entered = withHome();
-  // moveInto() has changed it to "/".
-  fs::current_path(workingDirectory, error);
-  if (error) {
-    entered.hiddenDirectory = workingDirectory;
+  if (!changeTo(before)) {
+    entered.hiddenDirectory = before.path;
   }
   return entered;
 }

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "quillon/base/terminal.h"
+#include "quillon/device/working_directory.h"
 
 namespace quillon::host {
 
@@ -22,7 +23,8 @@ void useOwnFolder(const LaunchTarget& target, const fs::path& hidden) {
     return tell({"the working directory was removed" + result, "launch from another folder"});
   }
   tell({"the device root hides the working directory '" + hidden.string() + "'" + result,
-        "to keep it: quillon launch --writable " + hidden.string()});
+        device::canStayWritable(hidden) ? "to keep it: quillon launch --writable " + hidden.string()
+                                        : "launch from another folder"});
 }
 
 }  // namespace quillon::host

@@ -8,7 +8,7 @@
 namespace quillon::host {
 
 // Makes the application's own folder the working directory of the process, and warns the user: the
-// working directory of the launch, `hidden`, does not exist inside the device root. `hidden` is
+// working directory of the launch, `hidden`, is not visible inside the device root. `hidden` is
 // empty if that folder was removed.
 void useOwnFolder(const LaunchTarget& target, const std::filesystem::path& hidden);
 

@@ -1,7 +1,6 @@
 #include "quillon/launchpad/protocol/hand_over.h"
 
 #include <fcntl.h>
-#include <limits.h>
 #include <unistd.h>
 
 #include <bit>
@@ -29,7 +28,8 @@ constexpr uint64_t kAllBits = kFileBit | kLogBit | 7U;
 // All fields but the environment, which comes first.
 template <typename Archive, typename AnyHandOver>
 void visit(Archive&& archive, AnyHandOver& handOver) {
-  archive(handOver.arguments, handOver.workingDirectory, handOver.umask, handOver.ignoredSignals,
+  archive(handOver.arguments, handOver.workingDirectory.path, handOver.workingDirectory.device,
+          handOver.workingDirectory.inode, handOver.umask, handOver.ignoredSignals,
           handOver.inheritedDescriptors, handOver.log.target, handOver.log.level,
           handOver.log.applicationOutput);
 }
@@ -53,11 +53,6 @@ mode_t umaskOf(const ProcSelf& process) {
   mode_t mask = 0;
   std::from_chars(digits.data(), digits.data() + digits.size(), mask, 8);
   return mask;
-}
-
-std::string workingDirectory() {
-  std::array<char, PATH_MAX> path;
-  return getcwd(path.data(), path.size()) == nullptr ? std::string() : path.data();
 }
 
 // Whether a message carries exactly the descriptors that its bytes name.
@@ -104,7 +99,7 @@ EncodedHandOver::EncodedHandOver(const std::vector<std::string>& arguments, cons
   encodeEnvironment(writer);
   HandOver handOver;
   handOver.arguments = arguments;
-  handOver.workingDirectory = workingDirectory();
+  handOver.workingDirectory = device::workingDirectory();
   handOver.umask = umaskOf(process);
   handOver.ignoredSignals = process.signals("SigIgn");
   handOver.inheritedDescriptors = inherited;

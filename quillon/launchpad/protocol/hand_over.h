@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "quillon/base/descriptor.h"
+#include "quillon/device/working_directory.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/state/proc_self.h"
 #include "workstation/log_config.h"
@@ -32,7 +33,7 @@ inline constexpr unsigned kMinDescriptorLimit = kMinOwnDescriptor + 100;
 struct HandOver {
   std::vector<std::string> arguments;
   std::vector<std::string> environment;  // "NAME=VALUE"
-  std::string workingDirectory;          // empty if the client's has no path
+  device::WorkingDirectory workingDirectory;
   mode_t umask = 0;
   uint64_t ignoredSignals = 0;  // see ProcSelf::signals()
   // Numbers of the client's descriptors above 2 that a program keeps across exec().

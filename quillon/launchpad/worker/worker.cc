@@ -15,6 +15,7 @@
 #include "quillon/base/record.h"
 #include "quillon/base/terminal.h"
 #include "quillon/base/trace_span.h"
+#include "quillon/device/working_directory.h"
 #include "quillon/host/application/application_id.h"
 #include "quillon/host/application/working_directory.h"
 #include "quillon/host/assemblies/module_initializer.h"
@@ -364,8 +365,8 @@ void Worker::applyProcessState(const HandOver& handOver) const {
   umask(handOver.umask);
   ignoreSignals(handOver.ignoredSignals);
   adoptLimits(limits_);
-  if (chdir(handOver.workingDirectory.c_str()) != 0) {
-    host::useOwnFolder(target_, handOver.workingDirectory);
+  if (!device::changeTo(handOver.workingDirectory)) {
+    host::useOwnFolder(target_, handOver.workingDirectory.path);
   }
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "quillon/base/exit_status.h"
+#include "tests/support/program.h"
 #include "tests/system/attack/limited_run.h"
 #include "tests/system/launchpad/running_launchpad.h"
 
@@ -36,6 +37,28 @@ TEST_F(LaunchpadStart, IsRefusedWithTooFewDescriptors) {
   EXPECT_THAT(refused.err, StartsWith("quillon: the launch pad needs "));
   EXPECT_THAT(refused.err, HasSubstr(" file descriptors, and the limit is 40; "));
   EXPECT_EQ(std::count(refused.err.begin(), refused.err.end(), '\n'), 1) << refused.err;
+}
+
+// The launch pad executes itself again without HOME, which names the device root of its user.
+TEST_F(LaunchpadStart, WithoutAnOptionServesTheDeviceRootOfItsUser) {
+  const std::vector<std::string> quillon = {
+      "/usr/bin/env",           "-i",     "PATH=/usr/bin:/bin", "HOME=" + fresh("home").string(),
+      kRuntimeSanitizerOptions, kQuillon, "launchpad"};
+  const auto action = [&](const std::string& name) {
+    std::vector<std::string> command = quillon;
+    command.push_back(name);
+    return runLimited(command);
+  };
+  std::vector<std::string> serve = quillon;
+  serve.insert(serve.end(), {"--type", "none"});
+  Program launchpad(serve);
+  launchpad.start();
+  EXPECT_TRUE(eventually([&] { return action("status").status == 0; }));
+  EXPECT_EQ(action("stop").status, 0);
+  launchpad.terminate();
+  const Finished ended = launchpad.finish();
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_TRUE(fs::exists(fresh("home") / ".local/share/quillon/device"));
 }
 
 // A failure of the launch pad itself says nothing about the application type.

@@ -250,6 +250,37 @@ TEST_P(SameLaunch, StartsInTheApplicationsFolderIfTheDeviceHidesTheWorkingDirect
   }
 }
 
+// The mount point of an earlier launch with --writable stays in the device root.
+TEST_P(SameLaunch, StartsInTheApplicationsFolderIfTheDeviceHasAnotherFolderAtThePath) {
+  start(1);
+  const fs::path before = fs::current_path();
+  const fs::path hidden = fresh("hidden");
+  fs::create_directory(hidden);
+  fs::create_directories(at(hidden));
+  const std::string own = "/opt/usr/apps/org.velora.sample.probe/bin";
+  for (const int prepared : {0, 1}) {  // no process is ready for the first launch
+    fs::current_path(hidden);
+    RunningProbe probe(root(), "inhouse");
+    fs::current_path(before);
+    EXPECT_EQ(served(), prepared);
+    EXPECT_EQ(probe.ask("directory"), own);
+    EXPECT_EQ(probe.quit(), 0);
+    EXPECT_THAT(probe.errors(), HasSubstr("hides the working directory '" + hidden.string() +
+                                          "'; the application starts in '" + own + "'"));
+    ASSERT_TRUE(awaitProcesses("ready", 1));
+  }
+}
+
+TEST_P(SameLaunch, NamesNoRemedyForAFolderThatCannotStayWritable) {
+  const fs::path before = fs::current_path();
+  fs::current_path("/tmp");
+  const CommandResult direct = launch({"--direct", kClock});
+  fs::current_path(before);
+  EXPECT_EQ(direct.status, 0);
+  EXPECT_THAT(direct.err, HasSubstr("hides the working directory '/tmp'"));
+  EXPECT_THAT(direct.err, HasSubstr("; launch from another folder\n"));
+}
+
 TEST_P(SameLaunch, HasTheHomeDirectoryOfTheDevice) {
   start(1);
   const std::string home = "/opt/usr/home/" + std::to_string(geteuid());

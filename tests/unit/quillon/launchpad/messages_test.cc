@@ -198,7 +198,7 @@ TEST_P(HandOverOfLength, ArrivesWithItsDescriptors) {
     ASSERT_TRUE(received);
     EXPECT_EQ(received->arguments, arguments);
     EXPECT_EQ(received->environment, ownEnvironment());
-    EXPECT_EQ(received->workingDirectory, std::filesystem::current_path());
+    EXPECT_EQ(received->workingDirectory.path, std::filesystem::current_path());
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
       EXPECT_TRUE(isSameFile(received->standard.at(static_cast<size_t>(fd)).get(), fd));
     }
