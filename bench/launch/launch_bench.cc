@@ -129,7 +129,6 @@ class Bench {
   void addRows(const Setup& setup);
   void addOlder(const Setup& setup);
   void addSite(const Setup& setup);
-  bool usesLaunchPad(size_t contender) const;
   [[nodiscard]] Expected<void> startLaunchPads();
   [[nodiscard]] Expected<Run> runIn(size_t contender, Task task);
   [[nodiscard]] Expected<void> measureRounds();

@@ -1,5 +1,7 @@
 #include "bench/launch/launch_pad.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -40,26 +42,36 @@ Service launchPadFor(const std::filesystem::path& quillon, const std::filesystem
   return {std::move(command), kOutput};
 }
 
-LaunchPad::LaunchPad(const Place& place, std::filesystem::path device,
-                     std::chrono::duration<double> wait)
-    : place_(place), device_(std::move(device)), wait_(wait) {}
+LaunchPad::LaunchPad(const Place& place, const Setup& setup, std::chrono::duration<double> wait)
+    : place_(place),
+      device_(setup.device),
+      statusCommand_(quoted(setup.quillon()) + " launchpad status --json --device " +
+                     quoted(setup.device) + " 2>/dev/null"),
+      wait_(wait) {}
 
 // Whether a process waits that is prepared for the application.
 bool LaunchPad::State::hasOwn(const std::string& appId) const {
-  return std::any_of(ready.begin(), ready.end(), [&](const launchpad::Status::Process& one) {
+  return std::any_of(ready.begin(), ready.end(), [&](const ReadyProcess& one) {
     return one.application == appId || one.pool.find(appId) != one.pool.npos;
   });
 }
 
+// Asks with the program of the build, because an older one has other messages.
 Expected<LaunchPad::State> LaunchPad::state() const {
-  ASSIGN_OR_RETURN(const launchpad::Status status, launchpad::statusOf(device_));
+  ASSIGN_OR_RETURN(const std::string text, outputOf(statusCommand_));
+  const auto status = nlohmann::json::parse(text, nullptr, false);
+  if (status.is_discarded()) {
+    return fail("the launch pad's status is malformed: " + text, "compare with a newer build");
+  }
   State state;
-  state.process = status.isStopping ? 0 : static_cast<pid_t>(status.pid);
-  state.served = static_cast<int>(status.prepared);
-  state.pools = status.pools.size();
-  for (const launchpad::Status::Process& process : status.processes) {
-    if (process.stage == "ready") {
-      state.ready.push_back(process);
+  state.process = status.at("stopping").get<bool>() ? 0 : status.at("process").get<pid_t>();
+  state.served = status.at("served").get<int>();
+  state.pools = status.at("pools").size();
+  for (const auto& process : status.at("processes")) {
+    if (process.at("stage") == "ready") {
+      const auto application = process.at("application");
+      state.ready.push_back({process.at("pid").get<pid_t>(), process.at("pool").get<std::string>(),
+                             application.is_null() ? "" : application.get<std::string>()});
     } else {
       state.busy = true;
     }
@@ -159,8 +171,8 @@ Expected<Preparation> LaunchPad::prepare() const {
   const auto start = Clock::now();
   ASSIGN_OR_RETURN(const State full, refill());
   preparation.seconds = std::chrono::duration<double>(Clock::now() - start - wait_).count();
-  for (const launchpad::Status::Process& process : full.ready) {
-    preparation.waiting.push_back({process.pool, memoryOf(static_cast<pid_t>(process.pid))});
+  for (const ReadyProcess& process : full.ready) {
+    preparation.waiting.push_back({process.pool, memoryOf(process.pid)});
   }
   preparation.launchPad = memoryOf(full.process);
   return preparation;

@@ -14,8 +14,8 @@
 
 #include "bench/launch/contender.h"
 #include "bench/launch/place.h"
+#include "bench/launch/setup.h"
 #include "quillon/base/failure.h"
-#include "quillon/launchpad/protocol/status.h"
 
 namespace quillon::bench {
 
@@ -40,8 +40,9 @@ struct Preparation {
 class LaunchPad {
  public:
   // place  the place in which the command of launchPadFor() and its clients run
+  // setup  of the place
   // wait   how long processes wait before their launch
-  LaunchPad(const Place& place, std::filesystem::path device, std::chrono::duration<double> wait);
+  LaunchPad(const Place& place, const Setup& setup, std::chrono::duration<double> wait);
 
   // Waits until the launch pad is ready and runs each contender once, so that it has a pool
   // afterwards.
@@ -58,11 +59,16 @@ class LaunchPad {
   [[nodiscard]] Expected<Preparation> prepare() const;
 
  private:
+  struct ReadyProcess {
+    pid_t pid = 0;
+    std::string pool;
+    std::string application;  // that it is prepared for; empty if for none
+  };
   struct State {
     pid_t process = 0;
     int served = 0;
     size_t pools = 0;
-    std::vector<launchpad::Status::Process> ready;
+    std::vector<ReadyProcess> ready;
     bool busy = false;  // a process is starting or ending
 
     [[nodiscard]] bool isFull() const { return ready.size() >= pools && !busy; }
@@ -78,6 +84,7 @@ class LaunchPad {
 
   const Place& place_;
   const std::filesystem::path device_;
+  const std::string statusCommand_;
   const std::chrono::duration<double> wait_;
 };
 

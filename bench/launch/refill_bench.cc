@@ -42,7 +42,7 @@ class Way {
       : setup_(std::move(setup)),
         place_(nothing_, setup_.device, {setup_.work, setup_.build},
                launchPadFor(setup_.quillon(), setup_.device, options)),
-        launchPad_(place_, setup_.device, kWait) {}
+        launchPad_(place_, setup_, kWait) {}
 
   [[nodiscard]] Expected<void> start() const { return launchPad_.start({}); }
 

@@ -19,26 +19,6 @@ constexpr char kUnloggedLaunch[] = "the same, log off";
 constexpr char kAllLogged[] = "QUILLON_LOG=terminal";
 constexpr char kRemedy[] = "build the target launch_bench on a machine with a .NET SDK";
 
-// Quotes a path for the shell. Paths of the benchmark and the build contain no quotes.
-std::string quoted(const fs::path& path) { return "'" + path.string() + "'"; }
-
-// Runs a command and returns its standard output. A failing command reports on standard error.
-Expected<std::string> outputOf(const std::string& command) {
-  std::FILE* const stream = popen(command.c_str(), "re");
-  if (stream == nullptr) {
-    return fail("cannot run " + command, kRemedy);
-  }
-  std::string output;
-  std::array<char, 4096> bytes{};
-  while (const size_t count = std::fread(bytes.data(), 1, bytes.size(), stream)) {
-    output.append(bytes.data(), count);
-  }
-  if (pclose(stream) == 0) {
-    return output;
-  }
-  return fail("failed: " + command, kRemedy);
-}
-
 Expected<void> findHost(Setup& setup) {
   ASSIGN_OR_RETURN(const auto framework, dotnet::findFramework());
   const fs::path root = framework.directory.parent_path().parent_path().parent_path();
@@ -198,6 +178,24 @@ fs::path Setup::fullProgram() const {
   const fs::path full = build / "libexec/quillon";
   std::error_code error;
   return fs::exists(full, error) ? full : quillon();
+}
+
+std::string quoted(const fs::path& path) { return "'" + path.string() + "'"; }
+
+Expected<std::string> outputOf(const std::string& command) {
+  std::FILE* const stream = popen(command.c_str(), "re");
+  if (stream == nullptr) {
+    return fail("cannot run " + command, kRemedy);
+  }
+  std::string output;
+  std::array<char, 4096> bytes{};
+  while (const size_t count = std::fread(bytes.data(), 1, bytes.size(), stream)) {
+    output.append(bytes.data(), count);
+  }
+  if (pclose(stream) == 0) {
+    return output;
+  }
+  return fail("failed: " + command, kRemedy);
 }
 
 fs::path Setup::programOfBuild(const char* name) const {

@@ -59,6 +59,12 @@ struct Setup {
   std::filesystem::path programOfBuild(const char* name) const;
 };
 
+// Quotes a path for the shell. Paths of the benchmark and the build contain no quotes.
+std::string quoted(const std::filesystem::path& path);
+
+// Runs a command and returns its standard output. A failing command reports on standard error.
+[[nodiscard]] Expected<std::string> outputOf(const std::string& command);
+
 // Makes the device root in `work`, installs both applications, and writes the runtime properties
 // that the launcher uses for each of them to a file.
 [[nodiscard]] Expected<Setup> makeSetup(const std::filesystem::path& build,

@@ -26,6 +26,6 @@ Site::Site(Setup setup, const std::vector<Contender>& contenders,
     : setup_(std::move(setup)),
       place_(contenders, setup_.device, {setup_.work, setup_.build, setup_.ownBuild},
              serviceOf(setup_, std::move(environment))),
-      launchPad_(place_, setup_.device, wait) {}
+      launchPad_(place_, setup_, wait) {}
 
 }  // namespace quillon::bench
