@@ -77,7 +77,7 @@ void addServe(CLI::App& command, const std::shared_ptr<LaunchpadOptions>& option
       ->capture_default_str();
   command
       .add_option("--memory", options->memory,
-                  "MiB for processes that know their application; 0: none")
+                  "MiB for processes of single applications; 0: none")
       ->check(CLI::Range(0, 65536))
       ->capture_default_str();
   command.add_flag("--fresh", options->fresh, "Give each process an address layout of its own");
