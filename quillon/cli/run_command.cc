@@ -3,10 +3,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "quillon/base/process.h"
@@ -17,11 +19,11 @@
 #include "quillon/cli/new_manifest.h"
 #include "quillon/cli/package_change.h"
 #include "quillon/cli/run_launch.h"
+#include "quillon/cli/running_applications.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/view.h"
 #include "quillon/host/launch.h"
-#include "quillon/launchpad/client/client.h"
 
 namespace quillon::cli {
 namespace {
@@ -61,6 +63,23 @@ int changeInChild(const fs::path& device, const workstation::ManifestText& manif
   return child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(kServiceFailed);
 }
 
+// The packages of deleted builds of which no application runs: it may still need its files.
+std::vector<std::string> obsoletePackages(const fs::path& device) {
+  std::vector<std::string> ids = deletedBuilds(device);
+  if (ids.empty()) {
+    return ids;
+  }
+  const auto running = runningApplications(device);
+  if (!running) {
+    return {};
+  }
+  std::erase_if(ids, [&](const std::string& id) {
+    return std::any_of(running->begin(), running->end(),
+                       [&](const RunningApplication& one) { return one.package == id; });
+  });
+  return ids;
+}
+
 // Installs the build unless the device root has it as it is. Then also removes the packages of
 // builds whose folders were deleted.
 void install(const fs::path& device, const BuildFolder& build) {
@@ -69,7 +88,7 @@ void install(const fs::path& device, const BuildFolder& build) {
   }
   NewPackage package = packageOfAssembly(build.assembly);
   package.id = build.id;
-  const std::vector<std::string> obsolete = deletedBuilds(device);
+  const std::vector<std::string> obsolete = obsoletePackages(device);
   const int status = changeInChild(device, newManifest(build.folder, package), obsolete);
   if (status != 0) {
     endCommand(status);
@@ -90,6 +109,15 @@ std::vector<fs::path> workingDirectory() {
   return {directory};
 }
 
+// Launches in this process. A process of a launch pad has its mounts already.
+int launchHere(const host::LaunchOptions& options) {
+  host::LaunchOptions writable = options;
+  for (fs::path& directory : workingDirectory()) {
+    writable.writable.push_back(std::move(directory));
+  }
+  return host::launch(writable);
+}
+
 void run(const RunRequest& request) {
   const BuildFolder build = valueOf(examineBuild(request.assembly));
   host::LaunchOptions options;
@@ -101,13 +129,7 @@ void run(const RunRequest& request) {
   options.direct = request.direct;
   options.writable = request.writable;
   options.arguments = programArguments();
-  // A process of a launch pad has its mounts already.
-  if (options.direct || !options.writable.empty() || !launchpad::isServed(options.device)) {
-    for (fs::path& directory : workingDirectory()) {
-      options.writable.push_back(std::move(directory));
-    }
-  }
-  endCommand(runLaunch(options, host::launch));
+  endCommand(runLaunch(options, launchHere));
 }
 
 }  // namespace

@@ -78,10 +78,13 @@ bool belongsToFramework(const resolution::Additions& additions, const std::strin
                      [&](const auto& framework) { return framework.directory == folder; });
 }
 
-// As in .NET's own host, those of the application come before its own folder, and those of
-// frameworks after it.
+// The device's framework comes first: the runtime loads its native libraries while it starts,
+// before the plug-in decides about the application, so no file of a package may take their place.
+// As in .NET's own host, the application's native folders come before its own folder, and those of
+// other frameworks after it.
 void planNativeFolders(RuntimePlan& plan, const std::vector<std::string>& application,
                        const resolution::Additions& additions) {
+  plan.nativePaths.add(device_paths::kNetcoreapp);
   for (const std::string& folder : additions.nativeFolders) {
     if (!belongsToFramework(additions, folder)) {
       plan.nativePaths.add(folder);
@@ -89,7 +92,6 @@ void planNativeFolders(RuntimePlan& plan, const std::vector<std::string>& applic
   }
   plan.nativePaths.addAll(application);
   plan.nativePaths.addAll(additions.nativeFolders);
-  plan.nativePaths.add(device_paths::kNetcoreapp);
 }
 
 // application  the application's own folders

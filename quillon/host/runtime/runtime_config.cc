@@ -2,7 +2,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <string_view>
+#include <utility>
 
 #include "quillon/base/files.h"
 
@@ -84,6 +88,18 @@ const Json& member(const Json& object, const char* name) {
 
 std::string textOf(const Json& value) {
   return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+// Properties whose values are addresses in the process of the host that sets them.
+constexpr std::array kAddresses = {"HOST_RUNTIME_CONTRACT", "PINVOKE_OVERRIDE", "BUNDLE_PROBE"};
+
+// Whether a property makes the runtime load a file, or use an address, before the plug-in decides
+// about the application. The name of a garbage collector is that of a file of the framework. The
+// runtime reads the name up to a NUL byte.
+bool actsTooEarly(std::string_view name, const std::string& value) {
+  return std::find(kAddresses.begin(), kAddresses.end(), name) != kAddresses.end() ||
+         name == "System.GC.Path" ||
+         (name == "System.GC.Name" && value.find('/') != std::string::npos);
 }
 
 void addFramework(RuntimeConfig& config, const Json& framework) {
@@ -168,7 +184,12 @@ Expected<RuntimeConfig> readRuntimeConfig(const std::filesystem::path& assembly)
     return config;  // items() accepts other types too
   }
   for (const auto& [name, value] : properties.items()) {
-    config.properties.emplace_back(name, textOf(value));
+    std::string setting = textOf(value);
+    if (actsTooEarly(name.c_str(), setting)) {
+      return fail("'" + file.string() + "' sets '" + name + "', which a package may not",
+                  "remove the setting; the variable DOTNET_GCPath names a garbage collector");
+    }
+    config.properties.emplace_back(name, std::move(setting));
   }
   return config;
 }

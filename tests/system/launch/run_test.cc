@@ -126,6 +126,25 @@ TEST_F(RunFixture, RemovesThePackagesOfDeletedBuilds) {
   EXPECT_TRUE(fs::exists(installed("SampleEnding.dll", root())));
 }
 
+TEST_F(RunFixture, KeepsThePackageOfADeletedBuildThatStillRuns) {
+  const fs::path other = fresh("other");
+  fs::copy(build(), other, fs::copy_options::recursive);
+  ASSERT_EQ(runIt({"--device", root(), other / "SampleEnding.dll"}).status, 0);
+  const fs::path copy = installed("", root());
+  const std::string id = copy.parent_path().filename();
+  const fs::path quillon = kBuild / "bin/quillon";
+  const CommandResult started =
+      run({quillon, "launch", "--device", root(), "--detach", id, "--", "wait"});
+  ASSERT_EQ(started.status, 0) << started.err;
+  fs::remove_all(other);
+  EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "5"}).status, 5);
+  EXPECT_TRUE(fs::exists(copy));
+  EXPECT_EQ(run({quillon, "stop", "--device", root(), id}).status, 0);
+  write(build() / "new.txt", "content");
+  EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "5"}).status, 5);
+  EXPECT_FALSE(fs::exists(copy));
+}
+
 TEST_F(RunFixture, KeepsBuildsOfTheSameNameApart) {
   const fs::path other = fresh("other");
   fs::copy(build(), other, fs::copy_options::recursive);
@@ -146,6 +165,16 @@ TEST_F(RunFixture, KeepsTheWorkingDirectoryWritable) {
   const fs::path probe = kBuild / "managed/packages/org.velora.sample.probe/bin/SampleProbe.dll";
   const CommandResult wrote = runIt({"--device", root(), probe, "--answers", "answers.txt"});
   EXPECT_EQ(wrote.status, 0) << wrote.err;
+  EXPECT_THAT(contentOf(fresh("work") / "answers.txt"), StartsWith("ready\n"));
+}
+
+// No process is prepared for it yet.
+TEST_F(RunFixture, KeepsTheWorkingDirectoryWritableInADirectLaunchBesideALaunchPad) {
+  start(1);
+  const fs::path probe = kBuild / "managed/packages/org.velora.sample.probe/bin/SampleProbe.dll";
+  const CommandResult wrote = runIt({"--device", root(), probe, "--answers", "answers.txt"});
+  EXPECT_EQ(wrote.status, 0) << wrote.err;
+  EXPECT_EQ(served(), 0);
   EXPECT_THAT(contentOf(fresh("work") / "answers.txt"), StartsWith("ready\n"));
 }
 
