@@ -3,6 +3,7 @@
 #include <string>
 #include <system_error>
 
+#include "quillon/base/shell_word.h"
 #include "quillon/base/terminal.h"
 
 namespace quillon::host {
@@ -22,7 +23,7 @@ void useOwnFolder(const LaunchTarget& target, const fs::path& hidden) {
     return tell({"the working directory was removed" + result, "launch from another folder"});
   }
   tell({"the device root hides the working directory '" + hidden.string() + "'" + result,
-        "to keep it: quillon launch --writable " + hidden.string()});
+        "to keep it: quillon launch --writable " + shellWord(hidden.string())});
 }
 
 }  // namespace quillon::host
