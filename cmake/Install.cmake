@@ -39,7 +39,7 @@ install(FILES plugin/include/quillon_tv_plugin.h
 install(DIRECTORY platform/include/platform
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quillon COMPONENT dev)
 install(DIRECTORY docs examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
-install(FILES README.md CHANGELOG.md LICENSE
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/quillon-tv-plugin)

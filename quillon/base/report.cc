@@ -4,17 +4,16 @@
 #include <string>
 
 namespace quillon {
-namespace {
 
-// Replaces control characters, so that line breaks and terminal escapes in a path or value keep the
-// report on one plain line.
 std::string oneLine(std::string text) {
   const auto isControl = [](unsigned char c) { return c < ' ' || c == 0x7f; };
   std::replace_if(text.begin(), text.end(), isControl, ' ');
   return text;
 }
 
-}  // namespace
+Failure outputFailure() {
+  return {"the standard output cannot be written", "see where it goes, for example to a full disk"};
+}
 
 std::string reportLine(const Failure& failure) {
   std::string line = "quillon: " + failure.what;

@@ -23,6 +23,9 @@
 #include "quillon/device/device_root.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/view.h"
+#include "quillon/host/assemblies/assembly_image.h"
+#include "quillon/host/runtime/runtime_config.h"
+#include "workstation/packages.h"
 
 namespace quillon::cli {
 namespace {
@@ -135,6 +138,11 @@ Expected<BuildFolder> examineBuild(const fs::path& given) {
     return fail(kNoAssembly, {"there is no assembly '" + given.string() + "'",
                               "name the .dll that dotnet build or dotnet publish wrote"});
   }
+  if (assembly.filename().native().find(':') != std::string::npos) {
+    return fail(kUnusablePath, {"the name '" + assembly.filename().string() +
+                                    "' holds ':', which joins the runtime's lists",
+                                "set another AssemblyName"});
+  }
   const fs::path file = fs::canonical(assembly, error);
   if (error || !isOwnFolder(file.parent_path())) {
     return fail(kUsage, {"the folder of '" + given.string() + "' is not the application's own",
@@ -146,10 +154,35 @@ Expected<BuildFolder> examineBuild(const fs::path& given) {
   return build;
 }
 
+Expected<void> requireLaunchable(const BuildFolder& build) {
+  const fs::path assembly = build.folder / build.assembly;
+  RETURN_IF_FAILED(withStatus(kNotExecutable, host::requireExecutableAssembly(assembly)));
+  RETURN_IF_FAILED(withStatus(kNotExecutable, host::readRuntimeConfig(assembly)));
+  return {};
+}
+
+std::vector<fs::path> linksOutOf(const BuildFolder& build) {
+  std::vector<fs::path> links;
+  std::error_code error;
+  for (fs::recursive_directory_iterator entry(build.folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    std::error_code noLink;
+    const fs::path target = fs::read_symlink(entry->path(), noLink);
+    const fs::path inFolder =
+        (entry->path().parent_path() / target).lexically_normal().lexically_relative(build.folder);
+    if (!noLink && target.is_relative() && *inFolder.begin() == "..") {
+      links.push_back(entry->path());
+    }
+  }
+  std::sort(links.begin(), links.end());
+  return links;
+}
+
 bool isInstalled(const fs::path& device, const BuildFolder& build) {
   const fs::path copy = device::pathInDevice(device, device_paths::kApplications) / build.id;
   const Descriptor record = openRecord(openRecords(device), build.id, O_RDONLY);
   return record && access((copy / build.assembly).c_str(), F_OK) == 0 &&
+         access(device::pathInDevice(device, workstation::kRegistryPath).c_str(), F_OK) == 0 &&
          readAll(record.get()) == contentOfRecord(build);
 }
 
@@ -178,6 +211,15 @@ std::vector<std::string> deletedBuilds(const fs::path& device) {
 
 void forgetInstalled(const fs::path& device, const std::string& id) {
   unlinkat(openRecords(device).get(), recordOf(id).c_str(), 0);
+}
+
+void forgetAllInstalled(const fs::path& device) {
+  const Descriptor folder = openRecords(device);
+  for (const std::string& name : directoryEntries(folder.get())) {
+    if (name.starts_with(kRecordPrefix)) {
+      unlinkat(folder.get(), name.c_str(), 0);
+    }
+  }
 }
 
 }  // namespace quillon::cli

@@ -108,10 +108,7 @@ int printManual(const CLI::App& app, const Words& words) {
   return kSuccess;
 }
 
-}  // namespace
-
-int runCommandLine(int argc, char** argv, std::span<const Command> commands,
-                   const ValuesOf& valuesOf) {
+int runCommand(int argc, char** argv, std::span<const Command> commands, const ValuesOf& valuesOf) {
   CLI::App app{"Run managed TV applications on a workstation the way a device does."};
   const Words words(argv + std::min(argc, 2), argv + argc);
   if (argc > 1 && isGenerator(argv[1])) {
@@ -127,6 +124,18 @@ int runCommandLine(int argc, char** argv, std::span<const Command> commands,
     return endOfParse(app, error);
   }
   return kSuccess;
+}
+
+}  // namespace
+
+int runCommandLine(int argc, char** argv, std::span<const Command> commands,
+                   const ValuesOf& valuesOf) {
+  const int status = runCommand(argc, argv, commands, valuesOf);
+  if (std::cout.flush()) {
+    return status;
+  }
+  const int failed = report(outputFailure());
+  return status != kSuccess ? status : failed;
 }
 
 }  // namespace quillon::cli

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "quillon/base/report.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/json_output.h"
@@ -63,9 +64,12 @@ void addDashedValue(ConfigRequest& request, const std::vector<std::string>& unkn
   values.insert(values.end(), programArguments().begin(), programArguments().end());
   const bool isNumber = unknown.empty() || decimal(unknown[0]);
   if (values.size() != 1 || !isNumber) {
-    endCommand(report({values.empty() ? "config set needs a VALUE"
-                                      : "config set does not know '" + values.back() + "'",
-                       "see quillon config set --help", kUsage}));
+    const bool isDashed = !values.empty() && values.back().starts_with('-');
+    endCommand(report(
+        {values.empty() ? "config set needs a VALUE"
+                        : "config set does not know '" + values.back() + "'",
+         isDashed ? "write a value that begins with '-' after --" : "see quillon config set --help",
+         kUsage}));
   }
   request.value = values[0];
 }
@@ -75,12 +79,11 @@ void print(const ConfigValue& value) {
 }
 
 Failure noValue(const std::string& key) {
-  if (!valueOf(workstation::listConfig(key)).empty()) {
-    return {"'" + key + "' is not a key but a group of keys",
-            "list them: quillon config list " + key, kNoKey};
+  if (auto obstacle = workstation::obstacleOf(key)) {
+    return withStatus(kNoKey, *std::move(obstacle));
   }
   return {"the configuration key '" + key + "' has no value",
-          "set it: quillon config set " + key + " VALUE", kNoKey};
+          "set it: quillon config set " + shellWord(key) + " VALUE", kNoKey};
 }
 
 void get(const ConfigRequest& request) {
@@ -120,8 +123,10 @@ void list(const ConfigRequest& request) {
     return printJson(toJson(entries));
   }
   for (const auto& [key, value] : entries) {
-    std::cout << key << ' ' << typeOf(value) << ' ';
-    print(value);
+    const int* const number = std::get_if<int>(&value);
+    const std::string text =
+        number != nullptr ? std::to_string(*number) : std::get<std::string>(value);
+    std::cout << oneLine(key + ' ' + typeOf(value) + ' ' + text) << '\n';
   }
 }
 

@@ -79,6 +79,7 @@ int statusOf(pid_t child) {
 
 int launchDetached(const LaunchOptions& options,
                    const std::function<int(const LaunchOptions&)>& launch) {
+  const bool isNewLog = !openLog(options.device, options.appId);
   const auto log = openLogForAppending(options.device, options.appId);
   if (!log) {
     return report(log.error());
@@ -98,7 +99,14 @@ int launchDetached(const LaunchOptions& options,
   if (child < 0) {
     return report({"cannot start a process", "check the number of processes (ulimit -u)"});
   }
-  return hasStarted(reader) ? 0 : statusOf(child);
+  if (hasStarted(reader)) {
+    return kSuccess;
+  }
+  const int status = statusOf(child);
+  if (isNewLog) {
+    removeEmptyLog(options.device, options.appId);
+  }
+  return status;
 }
 
 }  // namespace quillon::cli

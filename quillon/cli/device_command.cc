@@ -16,6 +16,7 @@
 #include "device_paths.h"
 #include "quillon/base/files.h"
 #include "quillon/base/report.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/new_device.h"
@@ -125,9 +126,10 @@ void addAuthority(const AuthorityRequest& request) {
   }
   const std::vector<std::string> certificates = device::certificatesIn(*text);
   if (certificates.empty()) {
-    endCommand(
-        report({"'" + request.file.string() + "' holds no certificate in PEM form",
-                "convert it: openssl x509 -inform der -in " + request.file.string(), kUsage}));
+    endCommand(report({"'" + request.file.string() + "' holds no certificate in PEM form",
+                       "convert it: openssl x509 -inform der -in " +
+                           shellWord(request.file.string()) + " -out FILE.pem",
+                       kUsage}));
   }
   enterDevice(request.device);
   const size_t added = valueOf(device::addAuthorities(certificates));
@@ -208,7 +210,7 @@ void addShell(CLI::App& device) {
       ->type_name("PATH")
       ->allow_extra_args(false);
   shell->add_option("COMMAND", request->command,
-                    "Command and arguments, after --; default: $SHELL");
+                    "Command and arguments, also after --; default: $SHELL");
   shell->callback([request] {
     const std::vector<std::string>& rest = programArguments();
     request->command.insert(request->command.end(), rest.begin(), rest.end());

@@ -15,6 +15,10 @@
 #include <vector>
 
 #include "device_paths.h"
+#include "quillon/base/files.h"
+#include "quillon/base/report.h"
+#include "quillon/base/shell_word.h"
+#include "quillon/cli/application_log.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/json_output.h"
@@ -42,6 +46,10 @@ struct Finding {
   Failure text;  // without a remedy if all is well
 };
 
+std::string countOf(std::size_t number, const char* one, const char* several) {
+  return std::to_string(number) + " " + (number == 1 ? one : several);
+}
+
 // Examines one thing after the other and keeps what it finds.
 class Doctor {
  public:
@@ -59,7 +67,9 @@ class Doctor {
   void examineLabels();
   void examineLaunchPad();
   void examineZones();
+  void examineFlags();
   void examineLeftovers();
+  void examineLogs();
   bool examineNamespaces();
   void examineRegistry();
   void examineCaches();
@@ -75,7 +85,10 @@ class Doctor {
     findings_.push_back({subject, "error", std::move(failure)});
   }
   [[nodiscard]] std::string withDevice(const std::string& command) const {
-    return command + " --device " + device_.string();
+    return command + " --device " + shellWord(device_.string());
+  }
+  [[nodiscard]] std::string initCommand() const {
+    return "quillon device init " + shellWord(device_.string());
   }
 
   fs::path device_;
@@ -92,7 +105,9 @@ void Doctor::examineAll() {
   examinePermissions();
   examineLaunchPad();
   examineZones();
+  examineFlags();
   examineLeftovers();
+  examineLogs();
   // The others need the device's paths, so the process enters the device root.
   if (examineNamespaces()) {
     examineRegistry();
@@ -117,18 +132,23 @@ void Doctor::examineLabels() {
 bool Doctor::examineDeviceRoot() {
   constexpr char kSubject[] = "device root";
   const auto record = withStatus(kNoDeviceRoot, device::readRecord(device_));
-  std::error_code failed;
   if (!record) {
     error(kSubject, record.error());
-  } else if (record->framework && !fs::is_directory(*record->framework, failed)) {
-    error(kSubject, {"its framework '" + record->framework->string() + "' is gone",
-                     "find it again: quillon device init " + device_.string(), kNoRuntime});
-  } else {
-    ok(kSubject, "'" + device_.string() + "' with " +
-                     (record->framework ? "the framework '" + record->framework->string() + "'"
-                                        : std::string("a framework of its own, if any")));
+    return false;
   }
-  return record.has_value();
+  const fs::path framework =
+      record->framework.value_or(device::pathInDevice(device_, device_paths::kNetcoreapp));
+  std::error_code failed;
+  if (fs::exists(framework / "libcoreclr.so", failed)) {
+    ok(kSubject, "'" + device_.string() + "' with the framework '" + framework.string() + "'");
+  } else if (fs::is_directory(framework, failed)) {
+    error(kSubject, {"its framework '" + framework.string() + "' holds no libcoreclr.so",
+                     "install a .NET runtime, then: " + initCommand(), kNoRuntime});
+  } else {
+    error(kSubject, {"its framework '" + framework.string() + "' is gone",
+                     "find it again: " + initCommand(), kNoRuntime});
+  }
+  return true;
 }
 
 void Doctor::examinePermissions() {
@@ -143,10 +163,11 @@ void Doctor::examinePermissions() {
     }
     isFine = false;
     const int cause = errno;
-    error(kSubject, {"cannot write to '" + path.string() + "': " + std::strerror(cause),
-                     cause == ENOENT ? "make it: quillon device init " + device_.string()
-                                     : "run this as its owner, or change that: chown -R " +
-                                           std::to_string(geteuid()) + " " + device_.string()});
+    error(kSubject,
+          {"cannot write to '" + path.string() + "': " + std::strerror(cause),
+           cause == ENOENT ? "make it: " + initCommand()
+                           : "run this as its owner, or change that: chown -R " +
+                                 std::to_string(geteuid()) + " " + shellWord(device_.string())});
   }
   if (isFine) {
     ok(kSubject, "the folders of launches and packages are writable");
@@ -166,7 +187,7 @@ void Doctor::examineZones() {
   for (const zone::Zone& zone : *zones) {
     if (zone.holder < 0) {
       warning(kSubject, {"the zone '" + zone.name + "' ended without being stopped",
-                         "clean up: " + withDevice("quillon zone stop " + zone.name)});
+                         "clean up: " + withDevice("quillon zone stop " + shellWord(zone.name))});
     } else {
       ok(kSubject, "'" + zone.name + "' runs");
     }
@@ -174,6 +195,42 @@ void Doctor::examineZones() {
   if (zones->empty()) {
     ok(kSubject, "none runs");
   }
+}
+
+// The plug-in compares the two files at every launch.
+void Doctor::examineFlags() {
+  constexpr char kSubject[] = "flags";
+  const fs::path readOnly = device::pathInDevice(device_, device_paths::kReadOnlyFlags);
+  const fs::path writable = device::pathInDevice(device_, device_paths::kWritableFlags);
+  const auto current = readWholeFile(writable, kMaxTextSize);
+  if (current && *current == readWholeFile(readOnly, kMaxTextSize).value_or("")) {
+    return ok(kSubject, "the same in both files");
+  }
+  warning(kSubject, {"'" + readOnly.string() + "' and '" + writable.string() +
+                         "' differ, so that every launch removes the cached lists",
+                     "make them alike: cp " + shellWord(readOnly.string()) + " " +
+                         shellWord(writable.string())});
+}
+
+// The sum and the number of the regular files in `folder` that `matches` accepts by their names.
+struct FileSizes {
+  std::uintmax_t bytes = 0;
+  std::size_t files = 0;
+};
+
+FileSizes sizesOf(const fs::path& folder, bool (*matches)(const std::string& name)) {
+  FileSizes sizes;
+  std::error_code failed;
+  for (fs::directory_iterator entry(folder, failed), end; !failed && entry != end;
+       entry.increment(failed)) {
+    std::error_code ignored;
+    if (matches(entry->path().filename()) && !entry->is_symlink(ignored) &&
+        entry->is_regular_file(ignored)) {
+      sizes.bytes += entry->file_size(ignored);
+      ++sizes.files;
+    }
+  }
+  return sizes;
 }
 
 // Error files of the plug-in, and the dumps of the runtime and of the kernel.
@@ -185,28 +242,34 @@ bool isLeftover(const std::string& name) {
 void Doctor::examineLeftovers() {
   constexpr char kSubject[] = "leftovers";
   const fs::path folder = device::pathInDevice(device_, "/tmp");
-  std::error_code failed;
-  std::uintmax_t bytes = 0;
-  std::size_t count = 0;
-  for (fs::directory_iterator entry(folder, failed), end; !failed && entry != end;
-       entry.increment(failed)) {
-    std::error_code ignored;
-    if (isLeftover(entry->path().filename()) && !entry->is_symlink(ignored) &&
-        entry->is_regular_file(ignored)) {
-      bytes += entry->file_size(ignored);
-      ++count;
-    }
-  }
-  if (count == 0) {
+  const FileSizes sizes = sizesOf(folder, isLeftover);
+  if (sizes.files == 0) {
     return ok(kSubject, "no error files or dumps");
   }
   constexpr std::uintmax_t kKibibyte = 1024;
-  const std::string path = folder.string();
-  warning(kSubject, {std::to_string(count) + " error files and dumps with " +
-                         std::to_string((bytes + kKibibyte - 1) / kKibibyte) + " KiB",
-                     "remove them: find " + path +
-                         " -maxdepth 1 -type f '(' -name 'dotnet_error.*.log' -o -name 'coredump.*'"
-                         " -o -name 'core.*' ')' -delete"});
+  warning(kSubject,
+          {countOf(sizes.files, "error file or dump", "error files and dumps") + " with " +
+               std::to_string((sizes.bytes + kKibibyte - 1) / kKibibyte) + " KiB",
+           "remove them: find " + shellWord(folder.string()) +
+               " -maxdepth 1 -type f '(' -name 'dotnet_error.*.log' -o -name 'coredump.*'"
+               " -o -name 'core.*' ')' -delete"});
+}
+
+// A log is replaced at the next detached launch only, and its application may run for long.
+void Doctor::examineLogs() {
+  constexpr char kSubject[] = "logs";
+  constexpr std::uintmax_t kMebibyte = 1 << 20;
+  constexpr std::uintmax_t kManyMebibytes = 64;
+  const fs::path folder = logFolder(device_);
+  const FileSizes sizes = sizesOf(folder, [](const std::string&) { return true; });
+  const std::uintmax_t mebibytes = sizes.bytes / kMebibyte;
+  if (mebibytes < kManyMebibytes) {
+    return ok(kSubject, countOf(sizes.files, "file", "files") + " of detached applications with " +
+                            std::to_string(mebibytes) + " MiB");
+  }
+  warning(kSubject, {"the logs of detached applications have " + std::to_string(mebibytes) + " MiB",
+                     "empty them: find " + shellWord(folder.string()) +
+                         " -maxdepth 1 -type f -exec truncate -s 0 '{}' +"});
 }
 
 bool Doctor::examineNamespaces() {
@@ -232,12 +295,11 @@ void Doctor::examineRegistry() {
       if (!fs::exists(application.exec, failed)) {
         warning(kSubject, {"'" + application.exec + "' of '" + application.id + "' is missing",
                            "install it again, or remove it: " +
-                               withDevice("quillon package remove " + package.id)});
+                               withDevice("quillon package remove " + shellWord(package.id))});
       }
     }
   }
-  ok(kSubject,
-     std::to_string(packages->size()) + (packages->size() == 1 ? " package" : " packages"));
+  ok(kSubject, countOf(packages->size(), "package", "packages"));
 }
 
 void Doctor::examineCaches() {
@@ -260,9 +322,10 @@ void printText(const std::vector<Finding>& findings) {
   constexpr int kLevelWidth = 9;
   constexpr int kSubjectWidth = 13;
   for (const Finding& finding : findings) {
+    const Failure& text = finding.text;
     std::cout << std::left << std::setw(kLevelWidth) << finding.level << std::setw(kSubjectWidth)
-              << finding.subject << finding.text.what
-              << (finding.text.remedy.empty() ? "" : "; " + finding.text.remedy) << '\n';
+              << finding.subject
+              << oneLine(text.what + (text.remedy.empty() ? "" : "; " + text.remedy)) << '\n';
   }
 }
 
@@ -283,7 +346,6 @@ void runDoctor(const DoctorRequest& request) {
   Doctor doctor(fs::absolute(request.device, ignored));
   doctor.examineAll();
   request.json ? printJson(toJson(doctor.findings())) : printText(doctor.findings());
-  std::cout.flush();
   endCommand(doctor.status());
 }
 

@@ -9,7 +9,9 @@
 #include <thread>
 
 #include "quillon/base/files.h"
+#include "quillon/base/report.h"
 #include "quillon/cli/application_log.h"
+#include "quillon/cli/colour_filter.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/json_output.h"
@@ -30,7 +32,7 @@ void listLogs(const LogsRequest& request) {
     return printJson(Json(ids));
   }
   for (const std::string& id : ids) {
-    std::cout << id << '\n';
+    std::cout << oneLine(id) << '\n';
   }
 }
 
@@ -42,14 +44,37 @@ bool isReplaced(const Descriptor& file, const Descriptor& current) {
          one.st_ino != other.st_ino;
 }
 
+// Prints a log in blocks, since it may be larger than the memory.
+class LogPrinter {
+ public:
+  // Prints the file from its current offset to its end. Ends the command if that fails.
+  void printRest(const Descriptor& file) {
+    constexpr std::size_t kBlock = std::size_t{64} << 10;
+    std::string block;
+    do {
+      block.resize(kBlock);
+      const ssize_t length = read(file.get(), block.data(), block.size());
+      block.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+      if (!writeAll(STDOUT_FILENO, isTerminal_ ? block : withoutColours_(block))) {
+        endCommand(report(outputFailure()));
+      }
+    } while (!block.empty());
+  }
+
+ private:
+  const bool isTerminal_ = isatty(STDOUT_FILENO) != 0;
+  ColourFilter withoutColours_;
+};
+
 // Prints what is added until a signal ends the process.
 [[noreturn]] void follow(const LogsRequest& request, Descriptor file) {
   constexpr std::chrono::milliseconds kPause(200);
+  LogPrinter printer;
   for (;;) {
-    writeAll(STDOUT_FILENO, readAll(file.get()));
+    printer.printRest(file);
     std::this_thread::sleep_for(kPause);
     if (auto current = openLog(request.device, request.id); current && isReplaced(file, *current)) {
-      writeAll(STDOUT_FILENO, readAll(file.get()));
+      printer.printRest(file);
       file = *std::move(current);
     }
   }
@@ -60,7 +85,7 @@ void printLog(const LogsRequest& request) {
   if (request.follow) {
     follow(request, std::move(file));
   }
-  writeAll(STDOUT_FILENO, readAll(file.get()));
+  LogPrinter().printRest(file);
 }
 
 }  // namespace

@@ -5,6 +5,9 @@
 #include <system_error>
 #include <vector>
 
+#include "quillon/base/shell_word.h"
+#include "quillon/host/assemblies/assembly_image.h"
+
 namespace quillon::cli {
 namespace {
 
@@ -55,6 +58,29 @@ std::vector<std::string> applicationsIn(const fs::path& folder) {
   return assemblies;
 }
 
+// The file name of an application that was published as a single file; empty if there is none.
+std::string singleFileIn(const fs::path& folder) {
+  std::error_code error;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (host::isSingleFileProgram(entry->path())) {
+      return entry->path().filename().string();
+    }
+  }
+  return {};
+}
+
+Failure noApplication(const fs::path& folder) {
+  if (const std::string program = singleFileIn(folder); !program.empty()) {
+    return {"the folder '" + folder.string() + "' has no assembly: '" + program +
+                "' is a single-file application",
+            "publish it with -p:PublishSingleFile=false"};
+  }
+  return {"the folder '" + folder.string() +
+              "' has no application: no assembly with a .runtimeconfig.json beside it",
+          "name the folder that dotnet publish wrote, such as bin/Release/net8.0/publish"};
+}
+
 // A basic string of TOML.
 std::string quoted(const std::string& text) {
   std::string escaped = "\"";
@@ -83,18 +109,16 @@ Expected<std::string> findApplicationAssembly(const fs::path& folder) {
   }
   const std::vector<std::string> assemblies = applicationsIn(folder);
   if (assemblies.empty()) {
-    return fail("the folder '" + folder.string() +
-                    "' has no application: no assembly with a .runtimeconfig.json beside it",
-                "name the folder that dotnet publish wrote, such as bin/Release/net8.0/publish");
+    return tl::unexpected(noApplication(folder));
   }
   if (assemblies.size() > 1) {
     std::string names;
     for (const std::string& name : assemblies) {
       names += (names.empty() ? "" : ", ") + name;
     }
-    return fail(
-        "the folder '" + folder.string() + "' has several applications: " + names,
-        "choose one: quillon package new " + folder.string() + " --exec " + assemblies.front());
+    return fail("the folder '" + folder.string() + "' has several applications: " + names,
+                "choose one: quillon package new " + shellWord(folder.string()) + " --exec " +
+                    shellWord(assemblies.front()));
   }
   return assemblies.front();
 }

@@ -1,8 +1,11 @@
 #include "quillon/cli/package_change.h"
 
+#include <system_error>
 #include <vector>
 
 #include "quillon/base/report.h"
+#include "quillon/cli/application_log.h"
+#include "quillon/cli/build_folder.h"
 #include "quillon/device/cached_lists.h"
 #include "quillon/device/device_root.h"
 #include "quillon/resolution/resolution.h"
@@ -25,28 +28,37 @@ auto changePackages(Change change) -> decltype(change()) {
   return changed;
 }
 
+void reportWarnings(const Application& application, const resolution::Additions& additions) {
+  if (const auto found = resolution::requireFrameworks(additions); !found) {
+    report({"warning: '" + application.id + "' cannot be launched yet: " + found.error().what,
+            found.error().remedy});
+  }
+  if (const auto warning = resolution::warningAbout(application.id, additions)) {
+    report(*warning);
+  }
+}
+
 // Has .NET's host resolve what the applications need beside the device's framework, so that their
 // launches find the answer.
-void resolveApplications(const Package& package) {
+void resolveApplications(const Package& package, Warnings warnings) {
   resolution::forgetAnswers(package.rootPath);
   for (const Application& application : package.applications) {
     const auto additions = resolution::renewAnswer(application.exec);
-    if (const auto found = resolution::requireFrameworks(additions); !found) {
-      report({"warning: '" + application.id + "' cannot be launched yet: " + found.error().what,
-              found.error().remedy});
-    }
-    if (const auto warning = resolution::warningAbout(application.id, additions)) {
-      report(*warning);
+    if (warnings == Warnings::kReport) {
+      reportWarnings(application, additions);
     }
   }
 }
 
-// The answers about its applications are of no use without the package.
+// The answers about its applications, and their logs, are of no use without the package.
 Expected<void> forgetApplications(const std::string& id, uid_t user) {
   ASSIGN_OR_RETURN(const std::vector<Package> packages, workstation::listPackages());
   for (const Package& package : packages) {
     if (package.id == id && package.owner == user) {
       resolution::forgetAnswers(package.rootPath);
+      for (const Application& application : package.applications) {
+        removeLogs("/", application.id);
+      }
     }
   }
   return {};
@@ -55,14 +67,20 @@ Expected<void> forgetApplications(const std::string& id, uid_t user) {
 }  // namespace
 
 Expected<Package> installInto(const std::filesystem::path& device,
-                              const workstation::ManifestText& manifest, uid_t user) {
+                              const workstation::ManifestText& manifest, uid_t user,
+                              Warnings warnings) {
+  std::error_code error;
+  // A lost registry is replaced by a new one, which does not know the installed builds.
+  if (!std::filesystem::exists(device::pathInDevice(device, workstation::kRegistryPath), error)) {
+    forgetAllInstalled(device);
+  }
   // Check the manifest before entering the device root, which may hide its folders.
   ASSIGN_OR_RETURN(const std::vector<std::string> folders,
                    workstation::foldersOfManifest(manifest));
   RETURN_IF_FAILED(device::enter(device, {{folders.begin(), folders.end()}, {}}));
   ASSIGN_OR_RETURN(Package package,
                    changePackages([&] { return workstation::installPackage(manifest, user); }));
-  resolveApplications(package);
+  resolveApplications(package, warnings);
   return package;
 }
 

@@ -12,11 +12,15 @@
 namespace quillon::cli {
 
 // Enters the device root and installs or replaces a package: see workstation::installPackage().
-// Then resolves what its applications need beside the device's framework, and reports what the
-// machine lacks. The process must have one thread.
+// Then resolves what its applications need beside the device's framework. The process must have one
+// thread.
+//
+// warnings  whether to report what the machine lacks for the applications; their launches do, too
+enum class Warnings { kReport, kOmit };
 [[nodiscard]] Expected<workstation::Package> installInto(const std::filesystem::path& device,
                                                          const workstation::ManifestText& manifest,
-                                                         uid_t user);
+                                                         uid_t user,
+                                                         Warnings warnings = Warnings::kReport);
 
 // Removes a package of the device root that the process is inside of, and what was kept about its
 // applications. Returns false if it is not installed: see workstation::removePackage().

@@ -10,10 +10,12 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "quillon/base/files.h"
 #include "quillon/base/report.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/json_output.h"
@@ -38,15 +40,32 @@ struct PackageRequest {
   bool json = false;
 };
 
-// Reports the processes that run files of a package that was replaced or removed.
-void reportRunning(const std::string& package) {
+// The ids of the processes that run files of a package, each after a blank.
+std::string runningProcesses(const std::string& package) {
   std::string processes;
   for (const pid_t process : workstation::processesOfPackage(package)) {
     processes += " " + std::to_string(process);
   }
-  if (!processes.empty()) {
-    report({"'" + package + "' still runs, with its former files, in the process" + processes,
+  return processes;
+}
+
+// "in the process 7", "in the processes 7 8"
+std::string inProcesses(const std::string& processes) {
+  const bool areSeveral = processes.find(' ', 1) != processes.npos;
+  return std::string("in the ") + (areSeveral ? "processes" : "process") + processes;
+}
+
+void reportReplaced(const std::string& package) {
+  if (const std::string processes = runningProcesses(package); !processes.empty()) {
+    report({"'" + package + "' still runs, with its former files, " + inProcesses(processes),
             "files that it has not opened yet are missing or new to it: start it again"});
+  }
+}
+
+void reportRemoved(const std::string& package) {
+  if (const std::string processes = runningProcesses(package); !processes.empty()) {
+    report({"'" + package + "' still runs, without its files, " + inProcesses(processes),
+            "end it: kill" + processes});
   }
 }
 
@@ -55,21 +74,28 @@ void install(const PackageRequest& request) {
   const Package package = valueOf(installInto(request.device, manifest, request.user));
   std::cout << "installed " << package.id << ' ' << package.version << " to " << package.rootPath
             << '\n';
-  reportRunning(package.id);
+  reportReplaced(package.id);
 }
 
-Failure notInstalled(const std::string& id) {
-  return {"no package '" + id + "' is installed",
+// Names the users that the package is installed for, if it is for others than the given one.
+Failure notInstalled(const PackageRequest& request, const std::vector<Package>& packages) {
+  for (const Package& package : packages) {
+    if (package.id == request.id && package.owner != request.user) {
+      return {"package '" + request.id + "' is installed for another user",
+              "name the user: --user " + std::to_string(package.owner), kNotInstalled};
+    }
+  }
+  return {"no package '" + request.id + "' is installed",
           "list the installed packages: quillon package list", kNotInstalled};
 }
 
 void remove(const PackageRequest& request) {
   enterDevice(request.device);
   if (!valueOf(removePackage(request.id, request.user))) {
-    endCommand(report(notInstalled(request.id)));
+    endCommand(report(notInstalled(request, valueOf(workstation::listPackages()))));
   }
   std::cout << "removed " << request.id << '\n';
-  reportRunning(request.id);
+  reportRemoved(request.id);
 }
 
 // Writes a manifest to the folder of a build.
@@ -77,6 +103,11 @@ void create(const PackageRequest& request) {
   const fs::path folder = fs::absolute(request.folder).lexically_normal();
   const std::string assembly =
       request.exec.empty() ? valueOf(findApplicationAssembly(folder)) : request.exec;
+  std::error_code error;
+  if (!fs::is_regular_file(folder / assembly, error)) {
+    endCommand(report({"there is no file '" + (folder / assembly).string() + "'",
+                       "name the application's assembly, relative to the folder", kNoAssembly}));
+  }
   NewPackage package = packageOfAssembly(assembly);
   if (!request.id.empty()) {
     package.id = request.id;
@@ -91,7 +122,7 @@ void create(const PackageRequest& request) {
                        kServiceFailed}));
   }
   std::cout << "wrote " << manifest.file << "; install it: quillon package install "
-            << folder.string() << '\n';
+            << shellWord(folder.string()) << '\n';
 }
 
 Json toJson(const Application& application) {
@@ -129,14 +160,14 @@ void printText(const std::vector<Package>& packages) {
     std::cout << "no packages are installed\n";
   }
   for (const Package& package : packages) {
-    std::cout << package.id << ' ' << package.version << "  " << package.rootPath;
-    if (package.owner != 0) {
-      std::cout << "  (user " << package.owner << ')';
-    }
-    std::cout << '\n';
+    const std::string user =
+        package.owner == 0 ? "" : "  (user " + std::to_string(package.owner) + ')';
+    std::cout << oneLine(package.id + ' ' + package.version + "  " + package.rootPath + user)
+              << '\n';
     for (const Application& application : package.applications) {
-      std::cout << "  " << application.id << "  " << application.type
-                << (application.service ? " service  " : "  ") << application.exec << '\n';
+      std::cout << oneLine("  " + application.id + "  " + application.type +
+                           (application.service ? " service  " : "  ") + application.exec)
+                << '\n';
     }
   }
 }
@@ -149,7 +180,7 @@ void list(const PackageRequest& request) {
 
 void printLine(const char* name, const std::string& value) {
   constexpr int kNameWidth = 12;
-  std::cout << std::left << std::setw(kNameWidth) << name << value << '\n';
+  std::cout << std::left << std::setw(kNameWidth) << name << oneLine(value) << '\n';
 }
 
 void printDetails(const Package& package) {
@@ -179,7 +210,7 @@ void info(const PackageRequest& request) {
     return package.id == request.id && package.owner == request.user;
   });
   if (found == packages.end()) {
-    endCommand(report(notInstalled(request.id)));
+    endCommand(report(notInstalled(request, packages)));
   }
   request.json ? printJson(toJson(*found)) : printDetails(*found);
 }

@@ -33,8 +33,9 @@ struct StopRequest {
 void listAsText(const std::vector<RunningApplication>& running) {
   constexpr int kPidWidth = 7;
   for (const RunningApplication& application : running) {
-    std::cout << std::setw(kPidWidth) << application.process << "  " << application.id
-              << (application.id.empty() ? "package " : " of ") << application.package << '\n';
+    std::cout << std::setw(kPidWidth) << application.process << "  " << oneLine(application.id)
+              << (application.id.empty() ? "package " : " of ") << oneLine(application.package)
+              << '\n';
   }
 }
 

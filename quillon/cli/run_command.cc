@@ -22,6 +22,7 @@
 #include "quillon/cli/running_applications.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/layout.h"
+#include "quillon/device/record.h"
 #include "quillon/device/view.h"
 #include "quillon/host/launch.h"
 
@@ -39,7 +40,7 @@ struct RunRequest {
 
 int installAndRemove(const fs::path& device, const workstation::ManifestText& manifest,
                      const std::vector<std::string>& obsolete) {
-  const auto installed = installInto(device, manifest, 0);
+  const auto installed = installInto(device, manifest, 0, Warnings::kOmit);
   if (!installed) {
     return report(installed.error());
   }
@@ -86,6 +87,13 @@ void install(const fs::path& device, const BuildFolder& build) {
   if (isInstalled(device, build)) {
     return;
   }
+  valueOf(withStatus(kNoDeviceRoot, device::readRecord(device)));
+  valueOf(requireLaunchable(build));
+  for (const fs::path& link : linksOutOf(build)) {
+    report({"warning: the application will not find '" + link.string() +
+                "', a relative link out of the folder that is installed",
+            "put a copy of its target there"});
+  }
   NewPackage package = packageOfAssembly(build.assembly);
   package.id = build.id;
   const std::vector<std::string> obsolete = obsoletePackages(device);
@@ -126,6 +134,7 @@ void run(const RunRequest& request) {
   install(options.device, build);
   options.appId = build.id;
   options.raw = true;
+  options.planIfMissing = false;
   options.direct = request.direct;
   options.writable = request.writable;
   options.arguments = programArguments();

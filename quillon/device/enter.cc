@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "quillon/base/files.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/home.h"
 #include "quillon/device/isolation.h"
@@ -32,7 +33,7 @@ Expected<void> requireDeviceDirectories(const fs::path& directory) {
     if (folder != kOptionalDeviceDirectory && !openFolder(root, std::string(folder))) {
       return fail("the device root '" + directory.string() + "' has no folder '" +
                       std::string(folder) + "', or only a link to one",
-                  "repair it: quillon device init " + directory.string());
+                  "repair it: quillon device init " + shellWord(directory.string()));
     }
   }
   return {};
@@ -45,7 +46,7 @@ Expected<void> requireFramework(const fs::path& directory, const Record& record)
   }
   return fail("the framework folder '" + record.framework->string() + "' of the device root '" +
                   directory.string() + "' is gone",
-              "find the framework again: quillon device init " + directory.string());
+              "find the framework again: quillon device init " + shellWord(directory.string()));
 }
 
 // Returns the canonical paths of those that exist, with each folder before its contents.

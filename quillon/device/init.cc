@@ -10,6 +10,7 @@
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
 #include "quillon/base/folders.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/device/certificates.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/layout.h"
@@ -67,7 +68,7 @@ Expected<Root> makeRoot(const fs::path& directory) {
   return Root{directory, std::move(folder)};
 }
 
-// Leaves a symbolic link to a folder as it is.
+// Leaves a symbolic link to a folder as it is; see requireNoLinks().
 Expected<void> makeDirectory(const Root& root, const fs::path& directory) {
   if (openFolderWithoutLinks(root.folder.get(), directory, MissingFolder::kMake)) {
     return {};
@@ -99,6 +100,22 @@ Expected<void> makeDirectories(const Root& root) {
   }
   RETURN_IF_FAILED(openToEveryone(root, kTemporaryFiles));
   return openToEveryone(root, kHomes);
+}
+
+// The folders that are mounted must be the device root's own: a link may lead anywhere.
+Expected<void> requireNoLinks(const Root& root) {
+  for (const std::string_view folder : kDeviceDirectories) {
+    fs::path path = root.path;
+    for (const fs::path& part : fs::path(folder)) {
+      path /= part;
+      std::error_code error;
+      if (fs::is_symlink(path, error)) {
+        return fail("'" + path.string() + "' is a symbolic link, and must be a folder",
+                    "remove it, then repeat this: rm " + shellWord(path.string()));
+      }
+    }
+  }
+  return {};
 }
 
 Descriptor openFlagFile(const Root& root, const fs::path& file, int flags) {
@@ -183,6 +200,7 @@ Expected<void> init(const fs::path& directory, const InitOptions& options) {
   }
   ASSIGN_OR_RETURN(const Root root, makeRoot(directory));
   RETURN_IF_FAILED(makeDirectory(root, kRecordDirectory));
+  RETURN_IF_FAILED(requireNoLinks(root));
   RETURN_IF_FAILED(makeDirectories(root));
   RETURN_IF_FAILED(makeFlagFiles(root));
   RETURN_IF_FAILED(copyIfMissing(root, options.preload, device_paths::kPreload, kMaxAssemblySize));

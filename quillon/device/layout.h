@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "device_paths.h"
+#include "workstation/inside_device.h"
 
 namespace quillon::device {
 
@@ -13,7 +14,7 @@ inline constexpr std::string_view kRecordDirectory = ".quillon";
 inline constexpr std::string_view kRecord = ".quillon/device.toml";
 
 // A file at the top of the view of a process inside, which contains the path of the device root.
-inline constexpr std::string_view kInsideMarker = ".quillon-device";
+inline constexpr std::string_view kInsideMarker = workstation::kInsideMarker;
 
 // The absolute device path `path` as a path relative to the device root.
 constexpr std::string_view inRoot(std::string_view path) { return path.substr(1); }

@@ -11,6 +11,7 @@
 
 #include "quillon/base/files.h"
 #include "quillon/base/folders.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/device/layout.h"
 
 namespace quillon::device {
@@ -19,7 +20,7 @@ namespace {
 constexpr int64_t kFormat = 1;
 
 std::string initRemedy(const std::filesystem::path& directory) {
-  return "create one: quillon device init " + directory.string();
+  return "create one: quillon device init " + shellWord(directory.string());
 }
 
 Expected<Record> interpret(const toml::table& table, const std::filesystem::path& file) {
@@ -51,7 +52,7 @@ Expected<Record> readRecord(const std::filesystem::path& directory) {
   }
   const auto unreadable = [&](std::string_view cause) {
     return fail("cannot read '" + file.string() + "': " + std::string(cause),
-                "write it again: quillon device init " + directory.string());
+                "write it again: quillon device init " + shellWord(directory.string()));
   };
   const auto text = readWholeFile(file, kMaxTextSize);
   if (!text) {

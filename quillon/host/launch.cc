@@ -11,6 +11,7 @@
 #include "device_names.h"
 #include "device_paths.h"
 #include "quillon/base/files.h"
+#include "quillon/base/report.h"
 #include "quillon/base/terminal.h"
 #include "quillon/base/trace_span.h"
 #include "quillon/device/cached_lists.h"
@@ -282,6 +283,9 @@ Expected<int> Launch::printPlan() {
   findShadowsInFolders(runtimePlan_);
   const LaunchPlan plan = this->plan();
   print(plan, options_.json ? printPlanJson : printPlanText, stdout);
+  if (std::fflush(stdout) != 0) {
+    return tl::unexpected(outputFailure());
+  }
   if (plan.missing) {
     tell({"to go further: " + plan.missing->what, plan.missing->remedy});
   }
@@ -291,12 +295,17 @@ Expected<int> Launch::printPlan() {
   for (const Failure& refusal : plan.refusals) {
     tell(refusal);
   }
-  return plan.refusals.empty() ? kSuccess : plan.refusals.front().status;
+  if (!plan.refusals.empty()) {
+    return plan.refusals.front().status;
+  }
+  return plan.missing ? plan.missing->status : kSuccess;
 }
 
 Expected<int> Launch::runApplication() {
   if (auto found = checkFrameworks(); !found) {
-    print(plan(), printPlanText, stdout);
+    if (options_.planIfMissing) {
+      print(plan(), printPlanText, stdout);
+    }
     return tl::unexpected(found.error());
   }
   RETURN_IF_FAILED(requireAssembly(target_));

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "quillon/base/files.h"
+#include "quillon/base/shell_word.h"
 #include "quillon_tv_plugin.h"
 
 namespace quillon::partner {
@@ -31,7 +32,7 @@ std::string lastMessage() {
 tl::unexpected<Failure> noKey(const std::string& name, bool isEncrypted) {
   if (isEncrypted) {
     return fail("the key '" + name + "' is encrypted",
-                "decrypt it to a file that only you can read: openssl pkey -in " + name +
+                "decrypt it to a file that only you can read: openssl pkey -in " + shellWord(name) +
                     " -out PRIVATE.pem");
   }
   return fail("'" + name + "' contains no private key in PEM", "give --key PRIVATE.pem");

@@ -13,6 +13,8 @@
 #include "device_paths.h"
 #include "quillon/base/files.h"
 #include "quillon/base/folders.h"
+#include "quillon/base/shell_word.h"
+#include "quillon/device/device_root.h"
 #include "quillon/host/assemblies/assembly_image.h"
 #include "quillon/resolution/host_question.h"
 #include "quillon/resolution/machine_host.h"
@@ -175,7 +177,7 @@ std::string installRemedy(const SharedFramework& framework) {
     return "it exists on Windows only; build the application without it";
   }
   if (framework.name == kBaseFramework) {
-    return "install it, then: quillon device init DIR";
+    return "install it, then: quillon device init " + shellWord(device::current().value_or(""));
   }
   if (framework.name == kWebFramework) {
     return "install the ASP.NET Core runtime of the device's .NET version on this machine, or "

@@ -115,7 +115,7 @@ Expected<void> writeTimelinePage(const fs::path& trace, const fs::path& page,
 
 int launchWithTimeline(const host::LaunchOptions& options) {
   const fs::path trace = fs::path(options.timeline).replace_extension(".json");
-  for (const fs::path& file : {trace, options.timeline}) {
+  for (const fs::path& file : {options.timeline, trace}) {
     if (const auto created = createEmpty(file); !created) {
       return report(created.error());
     }

@@ -11,6 +11,7 @@
 #include <optional>
 #include <system_error>
 
+#include "quillon/base/shell_word.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/record.h"
 #include "quillon/zone/holder.h"
@@ -23,10 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kEndTimeoutMs = 5000;
-
-std::string startCommand(const fs::path& device, const std::string& name) {
-  return "quillon zone start " + name + " --device " + device.string();
-}
 
 // Returns the device root's canonical path.
 Expected<fs::path> openDevice(const fs::path& device) {
@@ -132,8 +129,9 @@ Expected<Stopped> stop(const fs::path& device, const std::string& name) {
   ASSIGN_OR_RETURN(const fs::path root, openDeviceForChange(device, name));
   ASSIGN_OR_RETURN(const StateFolder states, withStatus(kServiceFailed, StateFolder::lock(root)));
   if (!states.knows(name)) {
-    return fail(kZoneState, {"no zone '" + name + "' runs in '" + root.string() + "'",
-                             "start it: " + startCommand(root, name)});
+    return fail(kZoneState,
+                {"no zone '" + name + "' runs in '" + root.string() + "'",
+                 "list the zones: quillon zone list --device " + shellWord(root.string())});
   }
   pid_t pid = -1;
   const Descriptor holder = states.openHolder(name, pid);

@@ -13,6 +13,7 @@
 #include "path_failure.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
+#include "quillon/base/shell_word.h"
 
 namespace quillon::workstation {
 namespace {
@@ -89,25 +90,16 @@ class Replacement {
   bool made_;  // exists under its temporary name
 };
 
-// Names what keeps a key from having a value: another key at the place of a folder, or keys below.
 Failure cannotWrite(const std::string& key, int error) {
-  if (error == EISDIR) {
-    return {"'" + key + "' is not a key but a group of keys",
-            "list them: quillon config list " + key};
-  }
-  std::error_code ignored;
-  for (std::string group = folderOfKey(key); !group.empty(); group = folderOfKey(group)) {
-    if (fs::is_regular_file(fileOfKey(group), ignored)) {
-      return {"'" + key + "' cannot be a key, because '" + group + "' is one",
-              "remove that: quillon config unset " + group};
-    }
+  if (auto obstacle = obstacleOf(key)) {
+    return *std::move(obstacle);
   }
   errno = error;
   return failAt("cannot write the configuration file", fileOfKey(key)).value();
 }
 
 std::string setAgain(const std::string& key) {
-  return "set the key again: quillon config set " + key + " VALUE";
+  return "set the key again: quillon config set " + shellWord(key) + " VALUE";
 }
 
 }  // namespace
@@ -178,6 +170,21 @@ Expected<std::optional<ConfigValue>> readKey(const std::string& key) {
     return value;
   }
   return fail("the configuration file '" + path.string() + "' has no valid value", setAgain(key));
+}
+
+std::optional<Failure> obstacleOf(const std::string& key) {
+  std::error_code ignored;
+  if (fs::is_directory(fileOfKey(key), ignored)) {
+    return Failure{"'" + key + "' is not a key but a group of keys",
+                   "list them: quillon config list " + shellWord(key)};
+  }
+  for (std::string group = folderOfKey(key); !group.empty(); group = folderOfKey(group)) {
+    if (fs::is_regular_file(fileOfKey(group), ignored)) {
+      return Failure{"'" + key + "' cannot be a key, because '" + group + "' is one",
+                     "remove that: quillon config unset " + shellWord(group)};
+    }
+  }
+  return std::nullopt;
 }
 
 Expected<void> writeKey(const std::string& key, const ConfigValue& value) {

@@ -14,6 +14,7 @@ Expected<void> setConfig(const std::string& key, const ConfigValue& value) {
 Expected<bool> unsetConfig(const std::string& key) { return removeKey(key); }
 
 Expected<std::vector<ConfigEntry>> listConfig(const std::string& group) {
+  RETURN_IF_FAILED(group.empty() ? Expected<void>() : checkKey(group));
   std::vector<ConfigEntry> entries;
   for (const std::string& key : keysBelow(group)) {
     ASSIGN_OR_RETURN(const auto value, readKey(key));

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "quillon/base/shell_word.h"
+#include "workstation/inside_device.h"
 #include "workstation/packages.h"
 
 namespace quillon::workstation {
@@ -18,11 +20,12 @@ void leavePagesToMalloc() {
   [[maybe_unused]] static const int result = sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
 }
 
-const char* remedyFor(int result) {
+std::string remedyFor(int result) {
   switch (result) {
     case SQLITE_NOTADB:
     case SQLITE_CORRUPT:
-      return "remove the file and install the packages again";
+      return "remove it and install the packages again: rm " +
+             shellWord(pathOfDevice() + kRegistryPath);
     case SQLITE_READONLY:
     case SQLITE_CANTOPEN:
       return "an earlier version was interrupted while it changed the file: run "

@@ -9,6 +9,8 @@
 #include "packages/folder_tree.h"
 #include "packages/manifest.h"
 #include "packages/registry.h"
+#include "quillon/base/shell_word.h"
+#include "workstation/inside_device.h"
 #include "workstation/packages.h"
 
 namespace quillon::workstation {
@@ -80,8 +82,10 @@ Expected<void> checkRootIsFree(const fs::path& root) {
   if (fs::is_directory(status) && fs::is_empty(root, error) && !error) {
     return {};
   }
+  const std::string outside = pathOfDevice() + root.string();
   return fail("'" + root.string() + "' exists already and belongs to no package",
-              "move it away or choose another 'package.root'");
+              "choose another 'package.root', or move it away: mv " + shellWord(outside) + " " +
+                  shellWord(outside + ".old"));
 }
 
 // Fails if the package would overwrite files of the device, or share a folder or an application

@@ -23,6 +23,7 @@ struct LaunchOptions {
   bool direct = false;              // do not use the launch pad
   bool plan = false;                // print the plan instead of launching
   bool json = false;                // print the plan as JSON
+  bool planIfMissing = true;        // print the plan if the machine lacks a framework
   bool detach = false;              // do not wait for the application's end
   bool verbose = false;             // print the launcher's decisions on the terminal
   RuntimeSettings settings;

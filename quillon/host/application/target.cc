@@ -7,8 +7,10 @@
 
 #include "device_names.h"
 #include "device_paths.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/host/assemblies/assembly_image.h"
 #include "quillon/host/assemblies/path_list.h"
+#include "workstation/inside_device.h"
 
 namespace quillon::host {
 namespace {
@@ -155,7 +157,8 @@ std::string remedyForRefusal(const std::string& message, const LaunchTarget& tar
   }
   if (contains("Not in app zone") || contains("Zone Context is NULL")) {
     return "the zone of the device root does not run; start it: quillon zone start appzone "
-           "--device DIR";
+           "--device " +
+           shellWord(workstation::pathOfDevice());
   }
   return {};
 }

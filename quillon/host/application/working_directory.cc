@@ -3,6 +3,7 @@
 #include <string>
 #include <system_error>
 
+#include "quillon/base/shell_word.h"
 #include "quillon/base/terminal.h"
 #include "quillon/device/working_directory.h"
 
@@ -23,8 +24,9 @@ void useOwnFolder(const LaunchTarget& target, const fs::path& hidden) {
     return tell({"the working directory was removed" + result, "launch from another folder"});
   }
   tell({"the device root hides the working directory '" + hidden.string() + "'" + result,
-        device::canStayWritable(hidden) ? "to keep it: quillon launch --writable " + hidden.string()
-                                        : "launch from another folder"});
+        device::canStayWritable(hidden)
+            ? "to keep it: quillon launch --writable " + shellWord(hidden.string())
+            : "launch from another folder"});
 }
 
 }  // namespace quillon::host

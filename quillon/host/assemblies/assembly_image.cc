@@ -67,6 +67,12 @@ bool hasBytesAt(const RegularFile& file, off_t offset, std::string_view bytes) {
          std::string_view(start.data(), bytes.size()) == bytes;
 }
 
+bool isProgram(const RegularFile& file) {
+  return hasBytesAt(file, 0,
+                    "\x7f"
+                    "ELF");
+}
+
 // Whether a native program contains the assemblies of its application. The program that the SDK
 // makes for an application has a mark, and before it the offset of the assemblies, or 0
 // (bundle_marker.cpp of the public runtime).
@@ -95,9 +101,7 @@ bool isSingleFile(const RegularFile& file) {
 // The remedy for a native program in the place of an assembly; empty for any other file.
 std::string remedyForProgram(const std::filesystem::path& path) {
   const RegularFile file = openRegularFile(path, kMaxAssemblySize);
-  if (!file.descriptor || !hasBytesAt(file, 0,
-                                      "\x7f"
-                                      "ELF")) {
+  if (!file.descriptor || !isProgram(file)) {
     return {};
   }
   std::error_code ignored;
@@ -125,6 +129,11 @@ bool hasReadyToRunCode(const std::filesystem::path& path) {
   }
   ImageFile image(file);
   return isReadyToRun(image.bytes());
+}
+
+bool isSingleFileProgram(const std::filesystem::path& path) {
+  const RegularFile file = openRegularFile(path, kMaxAssemblySize);
+  return file.descriptor && isProgram(file) && isSingleFile(file);
 }
 
 Expected<void> requireExecutableAssembly(const std::filesystem::path& file) {

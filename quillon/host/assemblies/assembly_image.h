@@ -16,6 +16,9 @@ namespace quillon::host {
 // names its assembly, or the publish option that makes one.
 [[nodiscard]] Expected<void> requireExecutableAssembly(const std::filesystem::path& file);
 
+// Whether a file is the native program of an application that was published as a single file.
+bool isSingleFileProgram(const std::filesystem::path& file);
+
 // Why an image (PE/COFF with a CLI header, ECMA-335 II.25) cannot be executed; empty if it can.
 // `image` may be any bytes.
 std::string_view imageError(std::string_view image);

@@ -3,12 +3,14 @@
 #include <exception>
 
 #include "device_paths.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/base/terminal.h"
 #include "quillon/base/trace_span.h"
 #include "quillon/host/plugin/boost_listener.h"
 #include "quillon/host/plugin/captured_output.h"
 #include "quillon/host/plugin/exit_explainer.h"
 #include "quillon/host/plugin/launch_calls.h"
+#include "workstation/inside_device.h"
 #include "workstation/last_errors.h"
 
 namespace quillon::host {
@@ -74,7 +76,7 @@ void PluginCalls::preload() const {
   if (workstation::lastErrorMessage().find(kNoPreload) != std::string::npos) {
     tell({std::string("the device root has no assembly '") + device_paths::kPreload +
               "', or it cannot be loaded, so nothing was preloaded",
-          "quillon device init DIR copies it there"});
+          "copy it there: quillon device init " + shellWord(workstation::pathOfDevice())});
   }
 }
 

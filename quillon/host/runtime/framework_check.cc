@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "device_paths.h"
+#include "quillon/base/shell_word.h"
 
 namespace quillon::host {
 namespace {
@@ -45,7 +46,7 @@ std::string describeFolder() {
 }
 
 std::string remedy(const std::string& device) {
-  return "install a .NET runtime, then: quillon device init " + device;
+  return "install a .NET runtime, then: quillon device init " + shellWord(device);
 }
 
 }  // namespace

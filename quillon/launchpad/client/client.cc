@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "quillon/base/record.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/launchpad/client/pending_launch.h"
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/protocol/hand_over.h"
@@ -43,7 +44,7 @@ Received awaitMessage(const Descriptor& socket, Message& message, std::chrono::m
 
 Failure notRunning(const std::filesystem::path& device) {
   return {"no launch pad of this user runs for the device root '" + device.string() + "'",
-          "start one: quillon launchpad --device " + device.string()};
+          "start one: quillon launchpad --device " + shellWord(device.string())};
 }
 
 Failure silent(pid_t process) {

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "quillon/base/files.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/launchpad/state/peer.h"
 
 namespace quillon::launchpad {
@@ -92,7 +93,7 @@ Expected<Descriptor> listenAt(const std::string& address, const std::filesystem:
   }
   return fail(
       "a launch pad" + ownerOf(name) + " already serves the device root '" + device.string() + "'",
-      "stop it first: quillon launchpad stop --device " + device.string());
+      "stop it first: quillon launchpad stop --device " + shellWord(device.string()));
 }
 
 Expected<Descriptor> connectTo(const std::string& address) {

@@ -11,6 +11,7 @@
 #include "quillon/base/exit_status.h"
 #include "quillon/base/failure.h"
 #include "quillon/base/files.h"
+#include "quillon/base/shell_word.h"
 #include "quillon/base/terminal.h"
 #include "quillon/device/device_root.h"
 #include "quillon/host/plugin/plugin_library.h"
@@ -111,7 +112,7 @@ Expected<void> requireParts(const LaunchpadOptions& options, const WorkerConfig&
   }
   if (!fs::exists(fs::path(device_paths::kNetcoreapp) / "libcoreclr.so", ignored)) {
     return fail(kNoRuntime, {"the device root has no .NET runtime",
-                             "quillon device init " + options.device.string()});
+                             "quillon device init " + shellWord(options.device.string())});
   }
   return {};
 }
@@ -134,8 +135,9 @@ Expected<void> run(const LaunchpadOptions& options) {
   ProcessState state = declaredStateOf(self) + inspectionProofOf(getpid());
   const std::string address = addressOf(options.device);
   if (address.empty()) {
-    return fail(kNoDeviceRoot, {"there is no folder '" + options.device.string() + "'",
-                                "make a device root: quillon device init DIR"});
+    return fail(kNoDeviceRoot,
+                {"there is no folder '" + options.device.string() + "'",
+                 "make a device root: quillon device init " + shellWord(options.device.string())});
   }
   ZoneView zone(options.device);
   auto listener = listenAt(address, options.device);

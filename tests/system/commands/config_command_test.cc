@@ -48,7 +48,8 @@ TEST_F(ConfigCommandTest, RefusesInvalidValues) {
       {{"k", "x", "--int"},
        "quillon: 'x' is not a 32-bit decimal number; omit --int to set a string\n"},
       {{"k"}, "quillon: config set needs a VALUE; see quillon config set --help\n"},
-      {{"k", "-x"}, "quillon: config set does not know '-x'; see quillon config set --help\n"},
+      {{"k", "-x"},
+       "quillon: config set does not know '-x'; write a value that begins with '-' after --\n"},
       {{"k", "1", "2"}, "quillon: config set does not know '2'; see quillon config set --help\n"},
   };
   for (const auto& [rest, message] : cases) {
@@ -89,6 +90,33 @@ TEST_F(ConfigCommandTest, NamesAKeyInThePlaceOfAGroup) {
             "config unset db/x\n");
   ASSERT_EQ(quillon({"config", "unset", "db/x"}).status, 0);
   EXPECT_EQ(quillon({"config", "set", "db/x/y/z", "1"}).status, 0);
+}
+
+// A launch makes the groups of the keys that it watches.
+TEST_F(ConfigCommandTest, AdvisesNoValueForAKeyThatCannotHaveOne) {
+  std::filesystem::create_directories(device() + "/opt/usr/share/quillon/config/db/menu");
+  EXPECT_EQ(quillon({"config", "get", "db"}).err,
+            "quillon: 'db' is not a key but a group of keys; list them: quillon config list db\n");
+  ASSERT_EQ(quillon({"config", "set", "a/b", "1"}).status, 0);
+  const Finished blocked = quillon({"config", "get", "a/b/c"});
+  EXPECT_EQ(blocked.status, 114);
+  EXPECT_EQ(blocked.err,
+            "quillon: 'a/b/c' cannot be a key, because 'a/b' is one; remove that: quillon config "
+            "unset a/b\n");
+}
+
+TEST_F(ConfigCommandTest, ListPrintsOneLineForEachKey) {
+  ASSERT_EQ(quillon({"config", "set", "a", "1\n2 \x1b[31m\a"}).status, 0);
+  EXPECT_EQ(quillon({"config", "list"}).out, "a string 1 2  [31m \n");
+  EXPECT_EQ(quillon({"config", "get", "a"}).out, "1\n2 \x1b[31m\a\n");
+}
+
+TEST_F(ConfigCommandTest, ListRefusesWhatIsNoGroup) {
+  for (const std::string group : {"../..", "/etc"}) {
+    const Finished refused = quillon({"config", "list", group});
+    EXPECT_EQ(refused.status, 112);
+    EXPECT_THAT(refused.err, StartsWith("quillon: '" + group + "' is not a configuration key; "));
+  }
 }
 
 TEST_F(ConfigCommandTest, ListsKeys) {

@@ -19,6 +19,19 @@ using ::testing::StartsWith;
 
 class DoctorCommandTest : public CommandTest {
  protected:
+  // Launches need a framework, but no command that the tests run reads it.
+  void SetUp() override {
+    CommandTest::SetUp();
+    if (!IsSkipped() && !HasFatalFailure()) {
+      useFramework(device());
+    }
+  }
+  void useFramework(const std::string& device) {
+    writeFile((folder() / "runtime/libcoreclr.so").string(), "");
+    const Finished made =
+        quillon({"device", "init", device, "--framework", (folder() / "runtime").string()});
+    ASSERT_EQ(made.status, 0) << made.err;
+  }
   std::vector<std::string> lines() { return linesOf(quillon({"doctor"}).out); }
   static auto finding(const std::string& level, const std::string& subject,
                       const std::string& text) {
@@ -59,6 +72,69 @@ TEST_F(DoctorCommandTest, NamesAFrameworkThatIsGone) {
                                "is gone; find it again: quillon device init " + device()));
 }
 
+TEST_F(DoctorCommandTest, NamesAFrameworkWithoutARuntime) {
+  ASSERT_EQ(quillon({"device", "init", device(), "--framework", "none"}).status, 0);
+  const Finished sick = quillon({"doctor"});
+  EXPECT_EQ(sick.status, kNoRuntime);
+  EXPECT_THAT(linesOf(sick.out), finding("error", "device root",
+                                         "holds no libcoreclr.so; install a .NET runtime, then: "
+                                         "quillon device init " +
+                                             device()));
+}
+
+TEST_F(DoctorCommandTest, NamesFlagFilesThatDiffer) {
+  EXPECT_THAT(lines(), finding("ok", "flags", "the same"));
+  writeFile(device() + "/opt/etc/dotnet_flag.ini", "[other]\n");
+  const Finished slow = quillon({"doctor"});
+  EXPECT_EQ(slow.status, 0);
+  EXPECT_THAT(linesOf(slow.out), finding("warning", "flags", "differ, so that every launch"));
+  const std::string command = slow.out.substr(slow.out.find("cp " + device()));
+  ASSERT_EQ(run({"/bin/sh", "-c", command.substr(0, command.find('\n'))}).status, 0);
+  EXPECT_THAT(lines(), finding("ok", "flags", "the same"));
+}
+
+TEST_F(DoctorCommandTest, NamesLargeLogs) {
+  const std::string log = device() + "/opt/usr/share/quillon/logs/clock.log";
+  writeFile(log, "");
+  fs::resize_file(log, std::uintmax_t{65} << 20);
+  const Finished large = quillon({"doctor"});
+  EXPECT_EQ(large.status, 0);
+  EXPECT_THAT(linesOf(large.out), finding("warning", "logs", "have 65 MiB; empty them: find "));
+  const std::string command = large.out.substr(large.out.find("find " + device()));
+  ASSERT_EQ(run({"/bin/sh", "-c", command.substr(0, command.find('\n'))}).status, 0);
+  EXPECT_EQ(fs::file_size(log), 0U);
+  EXPECT_THAT(lines(), finding("ok", "logs", "1 file of detached applications with 0 MiB"));
+}
+
+// Otherwise a command of a remedy would work on other files.
+TEST_F(DoctorCommandTest, QuotesThePathsOfItsCommands) {
+  const std::string odd = (folder() / "sp ace'q" / "d v").string();
+  useFramework(odd);
+  writeFile(odd + "/tmp/core.1", "x");
+  writeFile(odd + "/opt/etc/dotnet_flag.ini", "[other]\n");
+  const Finished found = quillon({"doctor", "--device", odd});
+  int commands = 0;
+  for (const std::string& line : linesOf(found.out)) {
+    if (line.starts_with("warning")) {
+      const std::string command = line.substr(line.rfind(": ") + 2);
+      EXPECT_EQ(run({"/bin/sh", "-c", command}).status, 0) << command;
+      ++commands;
+    }
+  }
+  EXPECT_EQ(commands, 2) << found.out;
+  EXPECT_FALSE(fs::exists(odd + "/tmp/core.1"));
+  const Finished again = quillon({"doctor", "--device", odd});
+  EXPECT_THAT(again.out, Not(HasSubstr("warning")));
+  fs::remove_all(odd + "/opt/usr/home/owner/share/dotnet");
+  const std::string broken = quillon({"doctor", "--device", odd}).out;
+  const size_t command = broken.find("quillon device init ");
+  ASSERT_NE(command, broken.npos) << broken;
+  const std::string arguments =
+      broken.substr(command + 7, broken.find('\n', command) - command - 7);
+  EXPECT_EQ(run({"/bin/sh", "-c", QUILLON_COMMAND + arguments + " --framework none"}).status, 0);
+  EXPECT_TRUE(fs::exists(odd + "/opt/usr/home/owner/share/dotnet"));
+}
+
 TEST_F(DoctorCommandTest, NamesAMissingFolder) {
   fs::remove_all(device() + "/opt/usr/home/owner/share/dotnet");
   EXPECT_EQ(quillon({"doctor"}).status, kServiceFailed);
@@ -69,7 +145,9 @@ TEST_F(DoctorCommandTest, NamesAMissingFolder) {
 TEST_F(DoctorCommandTest, NamesADamagedRegistry) {
   writeFile(device() + "/opt/usr/share/quillon/packages.db", "damaged");
   EXPECT_EQ(quillon({"doctor"}).status, kServiceFailed);
-  EXPECT_THAT(lines(), finding("error", "registry", "packages.db"));
+  EXPECT_THAT(lines(), finding("error", "registry",
+                               "; remove it and install the packages again: rm " + device() +
+                                   "/opt/usr/share/quillon/packages.db"));
 }
 
 TEST_F(DoctorCommandTest, NamesOutdatedCachesAndMissingFiles) {

@@ -141,6 +141,30 @@ TEST_F(PublishedFolderTest, OfSeveralApplicationsNeedsAChoice) {
             "installed B 1.0.0 to /opt/usr/apps/B\n");
 }
 
+TEST_F(PublishedFolderTest, GetsNoManifestForAMissingAssembly) {
+  const Finished refused = quillon({"package", "new", publish("Clock"), "--exec", "nope.dll"});
+  EXPECT_EQ(refused.status, 105);
+  EXPECT_THAT(refused.err, HasSubstr("there is no file '" + published() + "/nope.dll'"));
+  EXPECT_FALSE(std::filesystem::exists(published() + "/quillon.toml"));
+}
+
+TEST_F(PublishedFolderTest, WithASingleFileNamesThePublishOption) {
+  // The mark that the SDK leaves in a program, with an offset before it.
+  const std::string mark =
+      "\x8b\x12\x02\xb9\x6a\x61\x20\x38\x72\x7b\x93\x02\x14\xd7\xa0\x32"
+      "\x13\xf5\xb9\xe6\xef\xae\x33\x18\xee\x3b\x2d\xce\x24\xb3\x6a\xae";
+  writeFile(published() + "/Clock",
+            "\x7f"
+            "ELF" +
+                std::string(8, '\1') + mark);
+  for (const char* command : {"install", "new"}) {
+    const Finished refused = quillon({"package", command, published()});
+    EXPECT_EQ(refused.status, 112);
+    EXPECT_THAT(refused.err, HasSubstr("'Clock' is a single-file application; publish it with "
+                                       "-p:PublishSingleFile=false\n"));
+  }
+}
+
 TEST_F(PublishedFolderTest, WithoutAnApplicationIsRefused) {
   writeFile(published() + "/Library.dll", "");
   const Finished refused = quillon({"package", "new", published()});
@@ -196,8 +220,45 @@ TEST_F(PackageCommandTest, SaysWhichProcessesRunThePackageThatIsRemoved) {
   EXPECT_EQ(quillon({"package", "install", manifest("out")}).err, expected);
   const Finished removed = quillon({"package", "remove", "clock"});
   EXPECT_EQ(removed.out, "removed clock\n");
-  EXPECT_EQ(removed.err, expected);
+  EXPECT_EQ(removed.err, "quillon: 'clock' still runs, without its files, in the process " +
+                             process + "; end it: kill " + process + "\n");
   EXPECT_EQ(removed.status, 0);
+}
+
+TEST_F(PackageCommandTest, NamesTheUserOfAPackageOfAnotherUser) {
+  writeFile((folder() / "manifests/out/c.dll").string(), "");
+  ASSERT_EQ(quillon({"package", "install", manifest("out"), "--user", "1234"}).status, 0);
+  for (const char* command : {"info", "remove"}) {
+    const Finished refused = quillon({"package", command, "clock"});
+    EXPECT_EQ(refused.status, 104);
+    EXPECT_EQ(refused.err,
+              "quillon: package 'clock' is installed for another user; name the user: --user "
+              "1234\n");
+  }
+}
+
+TEST_F(PackageCommandTest, NamesTheCommandThatFreesItsRoot) {
+  writeFile((folder() / "manifests/out/c.dll").string(), "");
+  writeFile(device() + "/opt/usr/apps/clock/old", "");
+  const Finished refused = quillon({"package", "install", manifest("out")});
+  const std::string root = device() + "/opt/usr/apps/clock";
+  EXPECT_THAT(refused.err, HasSubstr("belongs to no package; choose another 'package.root', or "
+                                     "move it away: mv " +
+                                     root + " " + root + ".old\n"));
+  std::filesystem::rename(root, root + ".old");
+  EXPECT_EQ(quillon({"package", "install", manifest("out")}).status, 0);
+}
+
+TEST_F(PackageCommandTest, RemovesTheLogsOfItsApplications) {
+  writeFile((folder() / "manifests/out/c.dll").string(), "");
+  ASSERT_EQ(quillon({"package", "install", manifest("out")}).status, 0);
+  const std::string logs = device() + "/opt/usr/share/quillon/logs/";
+  for (const char* name : {"clock.ui.log", "clock.ui.log.1", "other.log"}) {
+    writeFile(logs + name, "text");
+  }
+  ASSERT_EQ(quillon({"package", "remove", "clock"}).status, 0);
+  EXPECT_EQ(quillon({"logs"}).out, "other\n");
+  EXPECT_FALSE(std::filesystem::exists(logs + "clock.ui.log.1"));
 }
 
 TEST_F(PackageCommandTest, NamesAPackageThatIsNotInstalled) {

@@ -94,6 +94,23 @@ TEST_F(Init, CopiesThePreloadAssemblyAndTheCertificatesIfTheyAreMissing) {
   EXPECT_FALSE(device::init(root_, options));
 }
 
+// Such a device root cannot be entered.
+TEST_F(Init, NamesALinkInThePlaceOfAFolder) {
+  for (const char* folder : {"opt/data", "usr/apps", "opt"}) {
+    fs::remove_all(root_);
+    ASSERT_TRUE(device::init(root_, {}));
+    fs::remove_all(root_ / folder);
+    fs::create_directory_symlink("/var", root_ / folder);
+    const auto made = device::init(root_, {});
+    ASSERT_FALSE(made) << folder;
+    const std::string link = (root_ / folder).string();
+    EXPECT_EQ(made.error().what, "'" + link + "' is a symbolic link, and must be a folder");
+    EXPECT_EQ(made.error().remedy, "remove it, then repeat this: rm " + link);
+    fs::remove(link);
+    EXPECT_TRUE(device::init(root_, {}));
+  }
+}
+
 TEST_F(Init, RefusesAMissingFramework) {
   const auto made = device::init(root_, {"/no/such/framework"});
   ASSERT_FALSE(made);

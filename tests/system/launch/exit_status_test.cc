@@ -47,7 +47,8 @@ TEST_F(ExitStatus, ARefusalForWantOfTheZoneNamesTheRemedy) {
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.err,
               HasSubstr("it logged: Zone Context is NULL!; the zone of the device root does not "
-                        "run; start it: quillon zone start appzone --device DIR\n"));
+                        "run; start it: quillon zone start appzone --device " +
+                        root().string() + "\n"));
 }
 
 TEST_F(ExitStatus, OfAnUnknownOption) {

@@ -170,7 +170,8 @@ TEST_F(Launch, NamesTheRemedyForAMissingPreloadAssembly) {
   EXPECT_EQ(result.err,
             "quillon: the device root has no assembly "
             "'/usr/share/dotnet.velora/framework/Preload.dll', or it cannot be loaded, so nothing "
-            "was preloaded; quillon device init DIR copies it there\n");
+            "was preloaded; copy it there: quillon device init " +
+                root().string() + "\n");
   ASSERT_EQ(run({QUILLON_BUILD_DIRECTORY "/bin/quillon", "device", "init", root()}).status, 0);
   EXPECT_EQ(launch({kClock, "--preload"}).err, "");
 }

@@ -4,6 +4,7 @@
 
 #include "quillon/base/exit_status.h"
 #include "quillon/host/plugin/launch_calls.h"
+#include "tests/support/skip.h"
 #include "tests/system/launch/sample_device.h"
 
 namespace quillon::test {
@@ -120,6 +121,19 @@ TEST_F(Plan, ReportsInOneLineWhatTheMachineLacks) {
   EXPECT_THAT(plan.err, HasSubstr("quillon: to go further: no .NET runtime: wanted "
                                   "Microsoft.NETCore.App"));
   EXPECT_THAT(json()["missing"]["what"].get<std::string>(), StartsWith("no .NET runtime"));
+}
+
+TEST_F(Plan, EndsAsTheLaunchIfARuntimeIsMissing) {
+  if (!json()["refusals"].empty()) {
+    QUILLON_SKIP("the samples are not built");
+  }
+  EXPECT_EQ(launch({kClock, "--plan"}).status, kNoRuntime);
+  const CommandResult full =
+      run({"/bin/sh", "-c",
+           std::string(QUILLON_BUILD_DIRECTORY) + "/bin/quillon launch --plan " + kClock +
+               " --device " + root().string() + " >/dev/full"});
+  EXPECT_EQ(full.status, kServiceFailed) << full.err;
+  EXPECT_THAT(full.err, HasSubstr("the standard output cannot be written"));
 }
 
 TEST_F(Plan, PredictsAMissingAssembly) {

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "quillon/base/exit_status.h"
 #include "tests/system/launchpad/running_launchpad.h"
 
@@ -185,6 +187,78 @@ TEST_F(RunFixture, LaunchesThroughALaunchPad) {
   const int before = served();
   EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "9"}).status, 9);
   EXPECT_EQ(served(), before + 1);
+}
+
+TEST_F(RunFixture, RefusesAnotherFileBeforeItCopiesTheFolder) {
+  for (const char* name : {"SampleEnding.csproj", "SampleEnding.pdb", "SampleEnding-2.dll"}) {
+    write(build() / name, "text");
+    const CommandResult refused = runIt({"--device", root(), build() / name});
+    EXPECT_EQ(refused.status, kNotExecutable);
+    EXPECT_THAT(refused.err,
+                HasSubstr("'" + (build() / name).string() + "': it is not an assembly"));
+    EXPECT_EQ(installed("", root()), "");
+  }
+  write(build() / "SampleEnding.runtimeconfig.json", "[]");
+  EXPECT_EQ(runIt({"--device", root(), assembly()}).status, kNotExecutable);
+  EXPECT_EQ(installed("", root()), "");
+  write(build() / "a:b.dll", "text");
+  const CommandResult colon = runIt({"--device", root(), build() / "a:b.dll"});
+  EXPECT_EQ(colon.status, kUnusablePath);
+  EXPECT_THAT(colon.err, StartsWith("quillon: the name 'a:b.dll' holds ':'"));
+}
+
+TEST_F(RunFixture, NamesLinksThatTheCopyCannotFollow) {
+  write(fresh("outside.txt"), "text");
+  fs::create_directory(build() / "folder");
+  fs::create_symlink("../../outside.txt", build() / "folder/data.txt");
+  fs::create_symlink("../SampleEnding.dll", build() / "folder/inside.txt");
+  fs::create_symlink("/etc/passwd", build() / "absolute.txt");
+  EXPECT_EQ(runIt({"--device", root(), assembly()}).err,
+            "quillon: warning: the application will not find '" +
+                (build() / "folder/data.txt").string() +
+                "', a relative link out of the folder that is installed; put a copy of its target "
+                "there\n");
+  EXPECT_EQ(runIt({"--device", root(), assembly()}).err, "");
+}
+
+// Replaces the version of .NET that the build is for.
+void setVersion(const fs::path& configuration, const std::string& version) {
+  std::string text = contentOf(configuration);
+  const std::string key = "\"version\": \"";
+  ASSERT_NE(text.find(key), text.npos);
+  write(configuration, text.replace(text.find(key), key.size(), key + version + "\", \"was\": \""));
+}
+
+TEST_F(RunFixture, WarnsOnceOfWhatTheLaunchFinds) {
+  setVersion(build() / "SampleEnding.runtimeconfig.json", "8.0.0");
+  const CommandResult older = runIt({"--device", root(), assembly()});
+  EXPECT_EQ(older.status, 0);
+  EXPECT_THAT(older.err, HasSubstr("was built for Microsoft.NETCore.App 8.0.0"));
+  EXPECT_EQ(std::count(older.err.begin(), older.err.end(), '\n'), 1) << older.err;
+}
+
+TEST_F(RunFixture, PrintsNoPlanIfARuntimeIsMissing) {
+  setVersion(build() / "SampleEnding.runtimeconfig.json", "99.0.0");
+  const CommandResult newer = runIt({"--device", root(), assembly()});
+  EXPECT_EQ(newer.status, kNoRuntime);
+  EXPECT_EQ(newer.out, "");
+  EXPECT_EQ(std::count(newer.err.begin(), newer.err.end(), '\n'), 1) << newer.err;
+}
+
+// The records of builds outlive the registry.
+TEST_F(RunFixture, InstallsAgainWhatALostRegistryDoesNotKnow) {
+  const fs::path other = fresh("other");
+  fs::copy(build(), other, fs::copy_options::recursive);
+  ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
+  const fs::path copy = installed("", root()).parent_path();
+  fs::remove(root() / "opt/usr/share/quillon/packages.db");
+  ASSERT_EQ(runIt({"--device", root(), other / "SampleEnding.dll"}).status, 0);
+  const CommandResult blocked = runIt({"--device", root(), assembly()});
+  EXPECT_EQ(blocked.status, kServiceFailed);
+  const size_t command = blocked.err.find("mv " + copy.string());
+  ASSERT_NE(command, blocked.err.npos) << blocked.err;
+  ASSERT_EQ(run({"/bin/sh", "-c", blocked.err.substr(command)}).status, 0);
+  EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "6"}).status, 6);
 }
 
 // Another user may have planted it in a device root that this user may write to.

@@ -116,6 +116,7 @@ TEST_P(Running, ADetachedLaunchThatFailsSaysWhy) {
   const CommandResult unknown = detach({"org.example.unknown"});
   EXPECT_EQ(unknown.status, kNotInstalled);
   EXPECT_THAT(unknown.err, HasSubstr("org.example.unknown"));
+  EXPECT_EQ(quillon("logs").out, "");
   const CommandResult elsewhere = detach({"../../up"});
   EXPECT_NE(elsewhere.status, 0);
   EXPECT_FALSE(fs::exists(at("/opt/usr/share/up.log")));

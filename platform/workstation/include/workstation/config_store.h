@@ -22,6 +22,10 @@ using ConfigValue = std::variant<int, std::string>;
 
 [[nodiscard]] Expected<void> setConfig(const std::string& key, const ConfigValue& value);
 
+// Returns what keeps a key from having a value: keys below it, even if they have been removed, or
+// another key in the place of one of its groups. nullopt if it can be set.
+[[nodiscard]] std::optional<Failure> obstacleOf(const std::string& key);
+
 // Removes a key. Returns false if it is not set. Does not call those who watch it.
 [[nodiscard]] Expected<bool> unsetConfig(const std::string& key);
 
