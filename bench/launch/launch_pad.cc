@@ -69,7 +69,7 @@ Expected<LaunchPad::State> LaunchPad::state() const {
   state.pools = status.at("pools").size();
   for (const auto& process : status.at("processes")) {
     if (process.at("stage") == "ready") {
-      const auto application = process.at("application");
+      const auto& application = process.at("application");
       state.ready.push_back({process.at("pid").get<pid_t>(), process.at("pool").get<std::string>(),
                              application.is_null() ? "" : application.get<std::string>()});
     } else {

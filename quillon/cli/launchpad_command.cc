@@ -75,9 +75,7 @@ void addServe(CLI::App& command, const std::shared_ptr<LaunchpadOptions>& option
                   "Seconds before the next process is prepared")
       ->check(CLI::Range(0.0, 3600.0))
       ->capture_default_str();
-  command
-      .add_option("--memory", options->memory,
-                  "MiB for processes of single applications; 0: none")
+  command.add_option("--memory", options->memory, "MiB for one application's processes; 0: none")
       ->check(CLI::Range(0, 65536))
       ->capture_default_str();
   command.add_flag("--fresh", options->fresh, "Give each process an address layout of its own");

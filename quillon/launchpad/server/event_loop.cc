@@ -43,6 +43,12 @@ Failure differs(const std::string& difference) {
           "start the launch pad in the same state, for example from this terminal"};
 }
 
+Failure notReady(bool isFirst) {
+  return {"no process is ready for it",
+          isFirst ? "this was the first launch of its kind: launch it again in a few seconds"
+                  : "wait a few seconds between launches, or prepare more processes (--size)"};
+}
+
 // Whether descriptors remain for a launch, a new worker and the files that they need.
 bool hasSpareDescriptors(int anyDescriptor) {
   rlimit limit{};
@@ -278,13 +284,12 @@ void EventLoop::onInspected() {
       decline(finding->client, equal.error());
       continue;
     }
+    const bool isFirst = !pools_.hasPool(entry->key);
     pools_.ensurePool(entry->key);
     const bool isAssigned = assign(finding->client, *entry, finding->limits);
     pools_.recordUse(entry->ownKey);
     if (!isAssigned) {
-      decline(finding->client,
-              {"no process is ready for it",
-               "wait a few seconds between launches, or prepare more processes (--size)"});
+      decline(finding->client, notReady(isFirst));
     }
   }
 }

@@ -51,6 +51,7 @@ class Pools {
   // Adds a pool for a key if there is none. If there are too many pools, removes the least recently
   // used one.
   void ensurePool(const PoolKey& key);
+  [[nodiscard]] bool hasPool(const PoolKey& key) const { return pools_.contains(key); }
   // Removes a pool and kills its workers that have no launch.
   void removePool(const PoolKey& key);
 

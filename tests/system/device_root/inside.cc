@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <iterator>
+#include <sstream>
 #include <system_error>
 
 #include "tests/support/skip.h"
@@ -82,9 +82,12 @@ void write(const fs::path& file, const std::string& content) {
   std::ofstream(file, std::ios::binary) << content;
 }
 
+// A process may end while its file in /proc is read, which operator<< does not throw.
 std::string read(const fs::path& file) {
   std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
+  std::ostringstream content;
+  content << stream.rdbuf();
+  return content.str();
 }
 
 const std::string& whyNot() {

@@ -100,7 +100,7 @@ TEST_F(LaunchpadStatus, ADirectLaunchOnATerminalSaysWhy) {
   start(1);
   EXPECT_THAT(launchOnTerminal({kClock}),
               HasSubstr("quillon: launched directly, not by the launch pad: " + kNotReady +
-                        "; wait a few seconds between launches"));
+                        "; this was the first launch of its kind: launch it again"));
   ASSERT_TRUE(awaitProcesses("ready", 1)) << status();
   EXPECT_THAT(launchOnTerminal({kClock}), Not(HasSubstr("launched directly")));
   EXPECT_EQ(served(), 1);

@@ -143,11 +143,11 @@ TEST_F(ZoneCommand, TheHolderEndsOnSigterm) {
   EXPECT_TRUE(ends(process));
 }
 
-TEST_F(ZoneCommand, StopOfAnUnknownZoneReportsHowToStartIt) {
+TEST_F(ZoneCommand, StopOfAnUnknownZoneReportsHowToFindIt) {
   const Outcome outcome = zone("stop appzone");
   EXPECT_EQ(outcome.status, kZoneState);
   EXPECT_THAT(outcome.output,
-              AllOf(HasSubstr("no zone 'appzone' runs"), HasSubstr("quillon zone start appzone")));
+              AllOf(HasSubstr("no zone 'appzone' runs"), HasSubstr("quillon zone list")));
 }
 
 TEST_F(ZoneCommand, NamesThatAreNoFileNamesAreRefused) {
