@@ -78,6 +78,9 @@ void addServe(CLI::App& command, const std::shared_ptr<LaunchpadOptions>& option
   command.add_option("--memory", options->memory, "MiB for one application's processes; 0: none")
       ->check(CLI::Range(0, 65536))
       ->capture_default_str();
+  command.add_option("--writable", options->writable, "Path that stays writable")
+      ->type_name("PATH")
+      ->allow_extra_args(false);
   command.add_flag("--fresh", options->fresh, "Give each process an address layout of its own");
 }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "quillon/base/process.h"
+#include "quillon/base/terminal.h"
 #include "quillon/cli/build_folder.h"
 #include "quillon/cli/command.h"
 #include "quillon/cli/device_option.h"
@@ -126,6 +127,19 @@ int launchHere(const host::LaunchOptions& options) {
   return host::launch(writable);
 }
 
+// Whether the launch pad's applications would find the working directory read-only. Says so to a
+// person at a terminal.
+bool needsOwnMounts(const fs::path& device) {
+  if (!launchpad::isServed(device) || launchpad::sharesWorkingDirectory(device)) {
+    return false;
+  }
+  if (isatty(STDERR_FILENO) != 0) {
+    tell({"launched directly, not by the launch pad, in which the working directory is read-only",
+          "start the launch pad with --writable and this folder"});
+  }
+  return true;
+}
+
 void run(const RunRequest& request) {
   const BuildFolder build = valueOf(examineBuild(request.assembly));
   host::LaunchOptions options;
@@ -135,7 +149,7 @@ void run(const RunRequest& request) {
   options.appId = build.id;
   options.raw = true;
   options.planIfMissing = false;
-  options.direct = request.direct;
+  options.direct = request.direct || needsOwnMounts(options.device);
   options.writable = request.writable;
   options.arguments = programArguments();
   endCommand(runLaunch(options, launchHere));
@@ -158,7 +172,8 @@ void addRunCommand(CLI::App& app) {
       "launches it with the standard streams as they are. All arguments after APP.dll\n"
       "are the application's. The exit status is that of the application.\n"
       "\n"
-      "The working directory stays writable, except in a launch through a launch pad.");
+      "The working directory stays writable. A launch pad serves the launch if it was\n"
+      "started with --writable for that folder.");
   command->callback([request] { run(*request); });
 }
 

@@ -1,9 +1,11 @@
 #include "quillon/launchpad/client/client.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <system_error>
 #include <utility>
 
 #include "quillon/base/record.h"
@@ -105,6 +107,22 @@ LaunchOutcome requestLaunch(const host::LaunchOptions& options, const workstatio
 bool isServed(const std::filesystem::path& device) {
   const auto server = connectTo(addressOf(device));
   return server && *server;
+}
+
+bool sharesWorkingDirectory(const std::filesystem::path& device) {
+  const auto server = connectTo(addressOf(device));
+  if (!server || !*server) {
+    return false;
+  }
+  if (access(".", W_OK) != 0) {
+    return true;
+  }
+  // The path as the launch pad sees it; see "/proc/PID/root" in proc(5).
+  std::error_code error;
+  const std::string inside = "/proc/" + std::to_string(processOfPeer(server->get())) + "/root" +
+                             std::filesystem::current_path(error).string();
+  return !error && std::filesystem::equivalent(inside, ".", error) &&
+         access(inside.c_str(), W_OK) == 0;
 }
 
 Expected<std::string> command(const std::filesystem::path& device, MessageKind kind) {

@@ -93,6 +93,7 @@ Expected<Inspector> startInspector() {
 Expected<void> enterDevice(const LaunchpadOptions& options, const WorkerConfig& config) {
   device::EnterOptions view;
   view.visible = {config.executable.parent_path().parent_path(), config.plugin.parent_path()};
+  view.writable = options.writable;
   ASSIGN_OR_RETURN(const device::Entered entered, device::enter(options.device, view));
   if (entered.noHome) {
     tell(*entered.noHome);

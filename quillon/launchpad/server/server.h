@@ -14,7 +14,8 @@ struct LaunchpadOptions {
   size_t size = 2;                 // ready workers of each pool
   double refillDelay = 3;          // seconds
   uint64_t memory = 64;            // MiB for workers that know an application; 0: none
-  bool fresh = false;              // start workers by exec; see fresh_worker.h
+  std::vector<std::filesystem::path> writable = {};  // machine paths that stay writable
+  bool fresh = false;                                // start workers by exec; see fresh_worker.h
 };
 
 // Serves a device root until it is asked to stop. Returns an ExitStatus; on failure, after one line

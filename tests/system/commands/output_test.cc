@@ -9,7 +9,6 @@
 namespace quillon::test {
 namespace {
 
-namespace fs = std::filesystem;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 

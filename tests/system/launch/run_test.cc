@@ -170,6 +170,16 @@ TEST_F(RunFixture, KeepsTheWorkingDirectoryWritable) {
   EXPECT_THAT(contentOf(fresh("work") / "answers.txt"), StartsWith("ready\n"));
 }
 
+// An application would find its files read-only in the second launch, but not in the first.
+TEST_F(RunFixture, IsDirectIfTheLaunchPadHasTheWorkingDirectoryReadOnly) {
+  start(1);
+  for (int launch = 0; launch < 2; ++launch) {
+    EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "9"}).status, 9);
+  }
+  EXPECT_EQ(served(), 0);
+  EXPECT_TRUE(processes("ready").empty());
+}
+
 // No process is prepared for it yet.
 TEST_F(RunFixture, KeepsTheWorkingDirectoryWritableInADirectLaunchBesideALaunchPad) {
   start(1);
@@ -180,13 +190,21 @@ TEST_F(RunFixture, KeepsTheWorkingDirectoryWritableInADirectLaunchBesideALaunchP
   EXPECT_THAT(contentOf(fresh("work") / "answers.txt"), StartsWith("ready\n"));
 }
 
-TEST_F(RunFixture, LaunchesThroughALaunchPad) {
-  start(1);
+TEST_F(RunFixture, LaunchesThroughALaunchPadThatHasTheWorkingDirectoryWritable) {
+  start(1, 0, {"--writable", fresh("work")});
   ASSERT_EQ(runIt({"--device", root(), assembly()}).status, 0);
   ASSERT_TRUE(awaitProcesses("ready", 1));
-  const int before = served();
+  EXPECT_EQ(served(), 0);
   EXPECT_EQ(runIt({"--device", root(), assembly(), "end", "9"}).status, 9);
-  EXPECT_EQ(served(), before + 1);
+  EXPECT_EQ(served(), 1);
+  ASSERT_TRUE(awaitProcesses("ready", 1));
+  const fs::path probe = kBuild / "managed/packages/org.velora.sample.probe/bin/SampleProbe.dll";
+  ASSERT_EQ(runIt({"--device", root(), probe, "--answers", "direct.txt"}).status, 0);
+  // The installation has made the processes outdated.
+  ASSERT_TRUE(awaitProcesses("ready", 1)) << status();
+  EXPECT_EQ(runIt({"--device", root(), probe, "--answers", "prepared.txt"}).status, 0);
+  EXPECT_THAT(contentOf(fresh("work") / "prepared.txt"), StartsWith("ready\n"));
+  EXPECT_EQ(served(), 2);
 }
 
 TEST_F(RunFixture, RefusesAnotherFileBeforeItCopiesTheFolder) {

@@ -17,7 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 constexpr char kOrder[] = "org.velora.sample.order";
 constexpr char kOrderAssembly[] = "/opt/usr/apps/org.velora.sample.order/order/SampleOrder.dll";

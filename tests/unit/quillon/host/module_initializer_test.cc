@@ -58,7 +58,7 @@ std::string assembly(const std::vector<unsigned long>& names, unsigned long ofMo
   put(bytes, kOptional + 0xf0 + 12, little(kAddress, 4) + little(0x200, 4) + little(kStart, 4));
   put(bytes, kStart + 8, little(kAddress + kRoot - kStart, 4));
   const std::string stream = tables(names, ofModule);
-  std::string root = "BSJB" + little(1, 2) + little(1, 2) + little(0, 4) + little(4, 4) + "v4\0\0";
+  std::string root = "BSJB" + little(1, 2) + little(1, 2) + little(0, 4) + little(4, 4) + "v4";
   root.resize(20, '\0');
   root += little(0, 2) + little(2, 2);
   root += little(0x50, 4) + little(stream.size(), 4) + std::string("#~\0\0", 4);
