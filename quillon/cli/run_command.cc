@@ -26,6 +26,7 @@
 #include "quillon/device/record.h"
 #include "quillon/device/view.h"
 #include "quillon/host/launch.h"
+#include "quillon/launchpad/client/client.h"
 
 namespace quillon::cli {
 namespace {
