@@ -262,12 +262,12 @@ TEST_P(SameLaunch, StartsInTheApplicationsFolderIfTheDeviceHasAnotherFolderAtThe
     fs::current_path(hidden);
     RunningProbe probe(root(), "inhouse");
     fs::current_path(before);
-    EXPECT_EQ(served(), prepared);
+    expectServed(prepared);
     EXPECT_EQ(probe.ask("directory"), own);
     EXPECT_EQ(probe.quit(), 0);
     EXPECT_THAT(probe.errors(), HasSubstr("hides the working directory '" + hidden.string() +
                                           "'; the application starts in '" + own + "'"));
-    ASSERT_TRUE(awaitProcesses("ready", 1));
+    ASSERT_TRUE(awaitReady());
   }
 }
 
@@ -425,10 +425,10 @@ TEST_P(SameLaunch, IgnoresTheSignalsThatTheClientIgnores) {
       ::signal(signal, SIG_DFL);
     }
     const std::string process = probe.ask("process");
-    EXPECT_EQ(served(), prepared) << status();
+    expectServed(prepared);
     dispositions.push_back(signalDispositions(process));
     EXPECT_EQ(probe.quit(), 0);
-    ASSERT_TRUE(awaitProcesses("ready", 1));
+    ASSERT_TRUE(awaitReady());
   }
   EXPECT_EQ(dispositions[1], dispositions[0]);
   EXPECT_THAT(dispositions[0], Not(HasSubstr("SigIgn:\t0000000000000000")));
