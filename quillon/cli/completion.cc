@@ -60,10 +60,8 @@ std::vector<Row> optionRows(const CLI::App& command) {
 
 std::vector<Row> commandRows(const CLI::App& command) {
   std::vector<Row> rows;
-  for (const CLI::App* each : command.get_subcommands(nullptr)) {
-    if (!each->get_group().empty()) {
-      rows.push_back({each->get_name(), each->get_description()});
-    }
+  for (const CLI::App* each : listedCommands(command)) {
+    rows.push_back({each->get_name(), each->get_description()});
   }
   return rows;
 }

@@ -85,6 +85,10 @@ std::vector<std::string> commandGroupsOf(const CLI::App& command) {
 
 }  // namespace
 
+std::vector<const CLI::App*> listedCommands(const CLI::App& command) {
+  return command.get_subcommands([](const CLI::App* each) { return !each->get_group().empty(); });
+}
+
 // A type name may end with the description of a check.
 std::string placeholderOf(const CLI::Option& option) {
   if (option.get_positional()) {

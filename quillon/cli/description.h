@@ -18,6 +18,9 @@ struct Section {
   std::vector<Row> rows;
 };
 
+// The commands below `command` that its help lists.
+std::vector<const CLI::App*> listedCommands(const CLI::App& command);
+
 // The commands, arguments and options, without empty sections. An argument that is also an option
 // has one row.
 std::vector<Section> sectionsOf(const CLI::App& command);

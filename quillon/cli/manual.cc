@@ -74,7 +74,7 @@ std::string sections(const CLI::App& command, const char* request) {
 std::string describe(const CLI::App& command, const std::string& name) {
   std::string text = heading(".SH", name) + escaped(command.get_description()) + ".\n.PP\n" +
                      synopsis(name, command) + sections(command, ".SS") + footer(command);
-  for (const CLI::App* each : command.get_subcommands(nullptr)) {
+  for (const CLI::App* each : listedCommands(command)) {
     text += describe(*each, name + " " + each->get_name());
   }
   return text;
@@ -94,7 +94,7 @@ std::string manualPage(const CLI::App& app, const CLI::App& command) {
   if (!command.get_footer().empty()) {
     text += heading(".SH", "NOTES") + footer(command);
   }
-  for (const CLI::App* each : command.get_subcommands(nullptr)) {
+  for (const CLI::App* each : listedCommands(command)) {
     text += isWhole ? "" : describe(*each, name + " " + each->get_name());
   }
   return text + heading(".SH", "SEE ALSO") +

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <numeric>
 
+#include "quillon/cli/description.h"
 #include "quillon/cli/device_option.h"
 #include "quillon/cli/run_command.h"
 
@@ -29,10 +30,8 @@ std::string seeHelp(const CLI::App& command) { return "see " + fullName(command)
 // The commands below `command` that its help lists.
 std::vector<std::string> commandsOf(const CLI::App& command) {
   std::vector<std::string> names;
-  for (const CLI::App* each : command.get_subcommands(nullptr)) {
-    if (!each->get_group().empty()) {
-      names.push_back(each->get_name());
-    }
+  for (const CLI::App* each : listedCommands(command)) {
+    names.push_back(each->get_name());
   }
   return names;
 }

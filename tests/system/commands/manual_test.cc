@@ -13,6 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 const fs::path kManual = QUILLON_MANUAL_FOLDER;
@@ -31,6 +32,11 @@ TEST(Manual, HasAPageForEachCommand) {
     EXPECT_THAT(page("quillon-" + command + section), StartsWith(".TH ")) << command;
   }
   EXPECT_THAT(page("quillon.1"), StartsWith(".TH \"QUILLON\" 1 "));
+}
+
+TEST(Manual, LeavesOutInternalCommands) {
+  EXPECT_THAT(page("quillon-launchpad.8"), HasSubstr("quillon launchpad status"));
+  EXPECT_THAT(page("quillon-launchpad.8"), Not(HasSubstr("worker")));
 }
 
 // The keys that the program names when it refuses a manifest.
