@@ -1,4 +1,4 @@
-// Where a launch goes: the steps of launches, from the spans of their traces.
+// The steps of launches with the time that each takes, from the spans of their traces.
 #pragma once
 
 #include <filesystem>

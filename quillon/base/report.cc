@@ -12,7 +12,7 @@ std::string oneLine(std::string text) {
 }
 
 Failure outputFailure() {
-  return {"the standard output cannot be written", "see where it goes, for example to a full disk"};
+  return {"the standard output cannot be written", "free space on its disk, or write it elsewhere"};
 }
 
 std::string reportLine(const Failure& failure) {

@@ -8,7 +8,7 @@ constexpr std::string_view kParameters = "0123456789;:";
 // A longer one is no colour.
 constexpr std::size_t kMaxSequence = 64;
 
-// Whether more text can make a sequence of the one that `pending` begins.
+// Whether `pending`, the beginning of an escape sequence, can continue with the character `next`.
 bool mayContinue(std::string_view pending, char next) {
   return pending.size() == 1
              ? next == '['

@@ -131,7 +131,7 @@ int launchHere(const host::LaunchOptions& options) {
 // Whether the launch pad's applications would find the working directory read-only. Says so to a
 // person at a terminal.
 bool needsOwnMounts(const fs::path& device) {
-  if (!launchpad::isServed(device) || launchpad::sharesWorkingDirectory(device)) {
+  if (!launchpad::hasWorkingDirectoryReadOnly(device)) {
     return false;
   }
   if (isatty(STDERR_FILENO) != 0) {

@@ -109,20 +109,18 @@ bool isServed(const std::filesystem::path& device) {
   return server && *server;
 }
 
-bool sharesWorkingDirectory(const std::filesystem::path& device) {
+bool hasWorkingDirectoryReadOnly(const std::filesystem::path& device) {
   const auto server = connectTo(addressOf(device));
-  if (!server || !*server) {
+  if (!server || !*server || access(".", W_OK) != 0) {
     return false;
-  }
-  if (access(".", W_OK) != 0) {
-    return true;
   }
   // The path as the launch pad sees it; see "/proc/PID/root" in proc(5).
   std::error_code error;
   const std::string inside = "/proc/" + std::to_string(processOfPeer(server->get())) + "/root" +
                              std::filesystem::current_path(error).string();
-  return !error && std::filesystem::equivalent(inside, ".", error) &&
-         access(inside.c_str(), W_OK) == 0;
+  const bool isShared = !error && std::filesystem::equivalent(inside, ".", error) &&
+                        access(inside.c_str(), W_OK) == 0;
+  return !isShared;
 }
 
 Expected<std::string> command(const std::filesystem::path& device, MessageKind kind) {

@@ -36,9 +36,9 @@ LaunchOutcome requestLaunch(const host::LaunchOptions& options, const workstatio
 // Whether a launch pad of this process's user serves the device root.
 bool isServed(const std::filesystem::path& device);
 
-// Whether applications of the device root's launch pad can write to the working directory of this
-// process, or it cannot write there either. False if no launch pad of this process's user runs.
-bool sharesWorkingDirectory(const std::filesystem::path& device);
+// Whether this process can write to its working directory, but applications of the device root's
+// launch pad cannot. False if no launch pad of this process's user runs.
+bool hasWorkingDirectoryReadOnly(const std::filesystem::path& device);
 
 // Sends kStop, kReload or kStatus and returns the bytes of the launch pad's answer. After kStop,
 // returns when the launch pad has ended. Fails if none runs, or if it does not answer.
