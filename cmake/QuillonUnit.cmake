@@ -32,6 +32,8 @@ function(quillon_unit_library path name)
   set_target_properties(${target} PROPERTIES
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
+  # Inline variables as weak symbols, which can be made local in the archive for launchers.
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
   target_compile_definitions(${target} PRIVATE
     QUILLON_UNIT_PATH="${path}.cc"
     QUILLON_UNIT_FILE="${unit}.cc"
