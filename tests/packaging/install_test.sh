@@ -49,7 +49,16 @@ cc launcher.c host.c -o "$prefix/launchers/pkg-launcher-c-static" "${flags[@]}" 
 cc -c host.c -o "$work/host.o" "${flags[@]}"
 c++ -std=c++20 launcher.cc "$work/host.o" -o "$prefix/launchers/pkg-launcher-cxx" \
   "${flags[@]}" "${linking[@]}"
-"$prefix/bin/quillon" --version
+
+echo "== the version"
+version=$(pkg --modversion)
+manual=$(find "$prefix" -name 'quillon-package.5.gz')
+{
+  "$prefix/bin/quillon" --version | grep -Fx "quillon $version"
+  zcat "$manual" "$(dirname "$(dirname "$manual")")/man1/quillon.1.gz" | grep -F "\"quillon $version\""
+  grep -F "## $version (" "$(dirname "$examples")/CHANGELOG.md"
+} | tee "$work/versions"
+(($(wc -l <"$work/versions") == 4)) || { echo "version $version is not everywhere"; exit 1; }
 
 echo "== the archive"
 libraries=$(dirname "$(dirname "$pc")")
