@@ -32,8 +32,10 @@ if(QUILLON_BUILD_WORKSTATION)
   install(TARGETS quillon-platform EXPORT quillon-tv-plugin-targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tool)
 endif()
-install(TARGETS quillon-tv-plugin quillon-tv-plugin-headers EXPORT quillon-tv-plugin-targets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT plugin)
+install(TARGETS quillon-tv-plugin quillon-tv-plugin-archive quillon-tv-plugin-headers
+  EXPORT quillon-tv-plugin-targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT plugin
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 install(FILES plugin/include/quillon_tv_plugin.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 install(DIRECTORY platform/include/platform
@@ -51,7 +53,7 @@ configure_package_config_file(
   cmake/quillon-tv-plugin-config.cmake.in ${CMAKE_BINARY_DIR}/quillon-tv-plugin-config.cmake
   INSTALL_DESTINATION ${package_directory})
 write_basic_package_version_file(
-  ${CMAKE_BINARY_DIR}/quillon-tv-plugin-config-version.cmake COMPATIBILITY SameMinorVersion)
+  ${CMAKE_BINARY_DIR}/quillon-tv-plugin-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
   ${CMAKE_BINARY_DIR}/quillon-tv-plugin-config.cmake
   ${CMAKE_BINARY_DIR}/quillon-tv-plugin-config-version.cmake
@@ -74,9 +76,13 @@ foreach(folder LIBDIR INCLUDEDIR)
   endif()
 endforeach()
 set(pc_libraries -lquillon-tv-plugin)
+list(TRANSFORM QUILLON_ARCHIVE_LIBRARIES PREPEND "-l" OUTPUT_VARIABLE pc_archive_libraries)
+list(JOIN pc_archive_libraries " " pc_archive_libraries)
 if(QUILLON_BUILD_WORKSTATION)
-  # First, because its prctl() must precede that of the C library in the symbol lookup.
+  # First, because its prctl() must precede that of the C library in the symbol lookup. And after
+  # the archive, for linkers that drop a library that nothing before it needs.
   string(PREPEND pc_libraries "-lquillon-platform ")
+  string(PREPEND pc_archive_libraries "-lquillon-platform ")
 endif()
 configure_file(cmake/quillon-tv-plugin.pc.in ${CMAKE_BINARY_DIR}/quillon-tv-plugin.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/quillon-tv-plugin.pc DESTINATION ${pc_folder} COMPONENT dev)

@@ -29,9 +29,10 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DESCRIPTION
   "launcher plug-in for .NET applications - headers and documentation
  What launcher authors and integrators need: the headers of the plug-in and of
- the platform, CMake and pkg-config files, example launchers, and the
+ the platform, an archive, CMake and pkg-config files, example launchers, and the
  documentation.")
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libquillon-tv-plugin ${exact}, quillon ${exact}")
+# What the archive is linked with.
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libquillon-tv-plugin ${exact}, quillon ${exact}, libcap-dev")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME quillon)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION devel)

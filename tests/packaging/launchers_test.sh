@@ -10,6 +10,7 @@ libraries=$(dirname "$(find "$prefix" -name libquillon-tv-plugin.so)")
 work=$(mktemp -d "$tree/work.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 device=$work/device
+traces=$device/opt/usr/home/owner
 
 skip() {
   echo "skipped: $1"
@@ -18,17 +19,21 @@ skip() {
 }
 quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
+launchers=({,pkg-}launcher-{c,c-static,cxx})
+
 # launch <status> <type> <application> <argument>...: runs every launcher inside the device root
 # and expects the exit status. The prefix of the quillon command is visible inside.
 launch() {
   local expected=$1 launcher status command
   shift
-  for launcher in {,pkg-}launcher-{c,cxx}; do
+  for launcher in "${launchers[@]}"; do
     command=("$prefix/launchers/$launcher")
-    [[ $launcher == *-c ]] || command+=("$libraries/libquillon-tv-plugin.so")
+    [[ $launcher != *-cxx ]] || command+=("$libraries/libquillon-tv-plugin.so")
     status=0
+    rm -f "$traces/$launcher"
     LD_LIBRARY_PATH=$libraries QUILLON_LOG=terminal "$quillon" device shell "$device" -- \
-      "${command[@]}" "$@" >"$work/$launcher" 2>&1 || status=$?
+      env "QUILLON_TRACE=${traces#"$device"}/$launcher" "${command[@]}" "$@" \
+      >"$work/$launcher" 2>&1 || status=$?
     if ((status != expected)); then
       echo "$launcher $*: status $status instead of $expected"
       cat "$work/$launcher"
@@ -37,13 +42,15 @@ launch() {
   done
 }
 
-# Expects a text in the output of every launcher.
+# contains <text> [<folder>]: expects a text in the output of every launcher, or in the folder's
+# files, which are named after the launchers.
 contains() {
-  local launcher
-  for launcher in {,pkg-}launcher-{c,cxx}; do
-    grep -qF -- "$1" "$work/$launcher" && continue
+  local launcher file
+  for launcher in "${launchers[@]}"; do
+    file=${2:-$work}/$launcher
+    grep -qF -- "$1" "$file" && continue
     echo "'$1' is missing in the output of $launcher:"
-    cat "$work/$launcher"
+    cat "$file"
     exit 1
   done
 }
@@ -62,7 +69,14 @@ for type in inhouse inhouseapitest normal dotnet; do
   contains "application: org.velora.sample.clock"
   contains "process name: DN_sample.clock"
   contains "base directory: /opt/usr/apps/org.velora.sample.clock/bin/"
+  contains "[quillon-tv-plugin] "  # a milestone, in the log and by prctl(2)
+  contains "[quillon-tv-plugin] " "$traces"
 done
+
+# The plug-in's handler of SIGABRT has a rule for this exception.
+launch 0 inhouse org.velora.sample.clock --throw
+contains "<<< onSigabrt >>>"
+contains "Ignore Coredump was setted. Terminate normally"
 
 launch 1 inhouse org.velora.sample.nothing
 contains "launcher: no application 'org.velora.sample.nothing' is installed"

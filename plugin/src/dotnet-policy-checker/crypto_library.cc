@@ -32,10 +32,15 @@ bool isSanitized() { return __asan_init != nullptr || __tsan_init != nullptr; }
 // sanitizers end a process that uses the flag.
 int openMode() { return RTLD_NOW | RTLD_LOCAL | (isSanitized() ? 0 : RTLD_DEEPBIND); }
 
-// Returns the folder of the library that defines `function`, or an empty string.
+// Returns the folder of the library that defines `function`. Returns an empty string if the main
+// program does, as in a launcher that is linked with the plug-in's archive: the dynamic linker
+// knows only argv[0] of it, which is any text.
 std::string folderOf(const void* function) {
   Dl_info library{};
-  return dladdr(function, &library) != 0 ? getBaseName(library.dli_fname) : std::string();
+  link_map* loaded = nullptr;
+  const bool isFound =
+      dladdr1(function, &library, reinterpret_cast<void**>(&loaded), RTLD_DL_LINKMAP) != 0;
+  return isFound ? getBaseName(loaded->l_name) : std::string();
 }
 
 // Returns the path of the system's libcrypto: in the folder of the C library, in the folder of the

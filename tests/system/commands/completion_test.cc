@@ -1,6 +1,9 @@
 // The words that shells offer while a command line is typed.
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+#include <filesystem>
+
 #include "tests/system/commands/command_fixture.h"
 
 namespace quillon::test {
@@ -82,14 +85,64 @@ TEST_F(Completion, OffersNothingInPlaceOfFilesAndTheApplicationsArguments) {
   EXPECT_THAT(complete({"launch", "org.example.hand", ""}), IsEmpty());
 }
 
-// Runs a shell that has read its completion file, with a command line whose last word is typed.
-TEST_F(Completion, WorksInBash) {
-  const Finished bash = run({"bash", "-c",
-                             "source " QUILLON_COMPLETION_FOLDER "/quillon.bash\n"
-                             "COMP_WORDS=(" QUILLON_COMMAND " launch org.example.h) COMP_CWORD=2\n"
-                             "_quillon; echo \"${COMPREPLY[@]}\""},
-                            {{"QUILLON_DEVICE", device()}});
-  EXPECT_EQ(bash.out, "org.example.hand\n") << bash.err;
+// Runs shells that have read their completion file, with a command line whose last word is typed.
+class CompletionInShells : public Completion {
+ protected:
+  // The output of a script. The command is on its search path.
+  std::string outputOf(const std::string& shell, const std::string& option,
+                       const std::string& script) {
+    const std::string commands = std::filesystem::path(QUILLON_COMMAND).parent_path();
+    const Finished finished =
+        run({shell, option, "-c", script}, {{"QUILLON_DEVICE", device()},
+                                            {"HOME", folder()},
+                                            {"FILES", QUILLON_COMPLETION_FOLDER},
+                                            {"PATH", commands + ":" + std::getenv("PATH")}});
+    EXPECT_EQ(finished.err, "");
+    return finished.out;
+  }
+  static bool isInstalled(const std::string& shell) {
+    return run({"sh", "-c", "command -v " + shell + " >/dev/null"}).status == 0;
+  }
+};
+
+TEST_F(CompletionInShells, WorksInBash) {
+  EXPECT_EQ(outputOf("bash", "--norc",
+                     "source $FILES/quillon.bash\n"
+                     "COMP_WORDS=(quillon launch org.example.h) COMP_CWORD=2\n"
+                     "_quillon; echo \"${COMPREPLY[@]}\""),
+            "org.example.hand\n");
+}
+
+// With functions in the place of those that only an interactive zsh has.
+TEST_F(CompletionInShells, WorksInZsh) {
+  if (!isInstalled("zsh")) {
+    QUILLON_SKIP("needs zsh");
+  }
+  const std::string complete =
+      "_call_program() { shift; eval \"$@\"; }\n"
+      "_files() { print files; }\n"
+      "compadd() { print -l -- \"$@[5,-1]\" $described; }\n"
+      "complete() { local -a words=(\"$@\"); local CURRENT=$#words; source $FILES/_quillon; }\n"
+      "complete quillon ";
+  EXPECT_EQ(outputOf("zsh", "-f", complete + "launch org.example.h"),
+            "org.example.hand\norg.example.hand\n");
+  EXPECT_EQ(outputOf("zsh", "-f", complete + "launch --raw"),
+            "--raw\n--raw  -- Keep the application's output out of the log\n");
+  EXPECT_EQ(outputOf("zsh", "-f", complete + "package install ''"), "files\n");
+}
+
+TEST_F(CompletionInShells, WorksInFish) {
+  if (!isInstalled("fish")) {
+    QUILLON_SKIP("needs fish");
+  }
+  const auto complete = [&](const std::string& typed) {
+    return outputOf("fish", "--no-config",
+                    "source $FILES/quillon.fish; complete --do-complete 'quillon " + typed + "'");
+  };
+  EXPECT_EQ(complete("launch org.example.h"), "org.example.hand\n");
+  EXPECT_EQ(complete("launch --raw"), "--raw\tKeep the application's output out of the log\n");
+  EXPECT_EQ(complete("package install " + folder().string() + "/cl"),
+            folder().string() + "/clock.toml\n");
 }
 
 }  // namespace

@@ -1,19 +1,9 @@
-/* A complete launcher: runs one installed application of a device in its own process.
- *
- *   launcher-c TYPE APPLICATION [ARGUMENT...]
- *
- * TYPE is "inhouse", "inhouseapitest", "normal" or "dotnet". Exits as the application does, with 1
- * if the launch failed, and with 0 if the plug-in refused the application.
- *
- * This program is linked with the plug-in. launcher.cc loads it with dlopen(3), and catches the C++
- * exceptions of plugin_get_extra_dll_path and plugin_set_app_info, which end this program.
- */
 #define _GNU_SOURCE
+#include "host.h"
+
 #include <dirent.h>
 #include <dlfcn.h>
 #include <libgen.h>
-#include <stdarg.h>
-#include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -22,53 +12,13 @@
 
 #include "platform/app_info.h"
 #include "platform/pkgmgr_info.h"
-#include "quillon_tv_plugin.h"
-#include "workstation/process_registration.h" /* a device registers processes by itself */
 
 #define FRAMEWORK "/usr/share/dotnet.velora/netcoreapp"
 
-/* The hosting interface of the runtime; see coreclrhost.h of the .NET runtime. */
-struct runtime {
-  int (*initialize)(const char* program, const char* domain_name, int count, const char** names,
-                    const char** values, void** host, unsigned int* domain);
-  int (*execute)(void* host, unsigned int domain, int count, const char** arguments,
-                 const char* assembly, unsigned int* status);
-  int (*shut_down)(void* host, unsigned int domain, int* status);
-  coreclr_create_delegate_ptr create_delegate;
-  void* host;
-  unsigned int domain;
-};
-
-struct application {
-  const char* id;
-  char* package;
-  char* assembly;
-};
-
-/* The plug-in replaces descriptor 2, so the launcher keeps a duplicate for its own messages. */
-static int terminal = -1;
-static bool in_plugin = false;
-
-static int failed(const char* format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  dprintf(terminal, "launcher: ");
-  vdprintf(terminal, format, arguments);
-  dprintf(terminal, "\n");
-  va_end(arguments);
-  return 1;
-}
-
-/* The plug-in refuses an application by calling exit(0). */
-static void explain_refusal(void) {
-  if (in_plugin) {
-    failed("the plug-in refused the application; the platform log says why");
-  }
-}
-
-static bool find_application(struct application* application) {
+bool find_application(const char* id, struct application* application) {
+  *application = (struct application){.id = id};
   pkgmgrinfo_appinfo_h record = NULL;
-  if (pkgmgrinfo_appinfo_get_appinfo(application->id, &record) != 0) {
+  if (pkgmgrinfo_appinfo_get_appinfo(id, &record) != 0) {
     return false;
   }
   char* path = NULL; /* belongs to the record */
@@ -77,7 +27,7 @@ static bool find_application(struct application* application) {
   }
   pkgmgrinfo_appinfo_destroy_appinfo(record);
   app_info_h info = NULL;
-  if (app_info_create(application->id, &info) != 0) {
+  if (app_info_create(id, &info) != 0) {
     return false;
   }
   if (app_info_get_package(info, &application->package) != 0) {
@@ -180,20 +130,20 @@ static bool load_runtime(struct runtime* runtime) {
          find(library, "coreclr_create_delegate", &runtime->create_delegate);
 }
 
-/* Calls the four list functions and starts the runtime with their results. The lists live as long
- * as the process. */
-static int start_runtime(struct runtime* runtime, const struct application* application) {
+int start_runtime(struct runtime* runtime, const struct application* application,
+                  const struct lists* lists) {
+  if (!load_runtime(runtime)) {
+    fprintf(stderr, "launcher: %s\n", dlerror());
+    return -1;
+  }
   const char* folder = dirname(strdup(application->assembly));
-  const char* tpa = plugin_get_tpa();
-  const char* dll_path = plugin_get_dll_path();
-  const char* extra_path = plugin_get_extra_dll_path();
-  const char* native_path = plugin_get_native_dll_searching_path();
+  const char* folders = join(lists->dll_path, lists->extra_path);
   const char* properties[][2] = {
       {"TRUSTED_PLATFORM_ASSEMBLIES",
-       trusted_assemblies(tpa != NULL ? tpa : framework_assemblies())},
-      {"APP_PATHS", join(folder, join(dll_path, extra_path))},
-      {"NATIVE_DLL_SEARCH_DIRECTORIES", join(native_path, join(folder, FRAMEWORK))},
-      {"PLATFORM_RESOURCE_ROOTS", join(FRAMEWORK, join(dll_path, extra_path))},
+       trusted_assemblies(lists->tpa != NULL ? lists->tpa : framework_assemblies())},
+      {"APP_PATHS", join(folder, folders)},
+      {"NATIVE_DLL_SEARCH_DIRECTORIES", join(lists->native_path, join(folder, FRAMEWORK))},
+      {"PLATFORM_RESOURCE_ROOTS", join(FRAMEWORK, folders)},
       {"APP_CONTEXT_BASE_DIRECTORY", with_slash(folder)},
   };
   enum { count = sizeof(properties) / sizeof(properties[0]) };
@@ -205,6 +155,13 @@ static int start_runtime(struct runtime* runtime, const struct application* appl
   }
   return runtime->initialize("/proc/self/exe", "launcher", count, names, values, &runtime->host,
                              &runtime->domain);
+}
+
+int run_application(const struct runtime* runtime, const struct application* application, int count,
+                    char** arguments) {
+  unsigned int status = 0;
+  return runtime->execute(runtime->host, runtime->domain, count, (const char**)arguments,
+                          application->assembly, &status);
 }
 
 /* Waits until the plug-in has read what the application has written, for a second at most, and a
@@ -224,50 +181,9 @@ static void drain_output(void) {
   usleep(50000);
 }
 
-/* Returns the exit status of the application. */
-static int run(struct runtime* runtime, const struct application* application, int count,
-               char** arguments) {
-  plugin_set_coreclr_info(runtime->host, runtime->domain, runtime->create_delegate);
-  in_plugin = true;
-  plugin_set_app_info(application->id, application->assembly);
-  in_plugin = false;
-  plugin_has_log_control();
-  plugin_before_execute();
-  unsigned int status = 0;
-  const int result = runtime->execute(runtime->host, runtime->domain, count,
-                                      (const char**)arguments, application->assembly, &status);
-  plugin_finalize();
+int stop_runtime(const struct runtime* runtime) {
   int latched = 1;
   runtime->shut_down(runtime->host, runtime->domain, &latched);
   drain_output();
-  return result < 0 ? failed("the runtime cannot run '%s' (0x%08x)", application->assembly, result)
-                    : latched;
-}
-
-int main(int count, char** arguments) {
-  terminal = dup(STDERR_FILENO);
-  if (count < 3) {
-    return failed("usage: launcher-c TYPE APPLICATION [ARGUMENT...]");
-  }
-  struct application application = {.id = arguments[2]};
-  if (!find_application(&application)) {
-    return failed("no application '%s' is installed", application.id);
-  }
-  if (quillon_register_process(getpid(), application.package) != 0) {
-    return failed("cannot register this process");
-  }
-  setenv("QUILLON_APP_ID", application.id, 1); /* for the application */
-  atexit(explain_refusal);
-  in_plugin = true;
-  plugin_initialize(arguments[1]);
-  in_plugin = false;
-  struct runtime runtime = {0};
-  if (!load_runtime(&runtime)) {
-    return failed("%s", dlerror());
-  }
-  const int status = start_runtime(&runtime, &application);
-  if (status < 0) {
-    return failed("the runtime does not start (0x%08x)", status);
-  }
-  return run(&runtime, &application, count - 3, arguments + 3);
+  return latched;
 }
