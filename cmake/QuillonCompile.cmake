@@ -29,6 +29,11 @@ target_compile_options(quillon-compile INTERFACE
   # A section for each function and variable, for quillon_start_fast().
   "$<$<NOT:$<CONFIG:Debug>>:-ffunction-sections;-fdata-sections>"
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # Otherwise stat(2) and readdir(3) fail for a file of more than 2 GiB, for an inode number above
+  # 2^32, and for a file time after January 2038.
+  target_compile_definitions(quillon-compile INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
 target_link_libraries(quillon-compile INTERFACE Threads::Threads)
 if(QUILLON_SANITIZE)
   # A target with the property QUILLON_UNINSTRUMENTED is linked, but not compiled with the

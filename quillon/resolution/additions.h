@@ -16,7 +16,7 @@ struct SharedFramework {
   std::string version;
   std::string directory;  // empty if the machine does not have it
 
-  auto operator<=>(const SharedFramework&) const = default;
+  std::strong_ordering operator<=>(const SharedFramework&) const = default;
 };
 
 struct Additions {
@@ -29,7 +29,7 @@ struct Additions {
   // subject, the application. Empty if it does not object.
   std::string warning;
 
-  auto operator<=>(const Additions&) const = default;
+  std::strong_ordering operator<=>(const Additions&) const = default;
   [[nodiscard]] bool isEmpty() const { return *this == Additions(); }
 };
 

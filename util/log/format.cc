@@ -15,14 +15,15 @@ constexpr std::size_t kIndexBuffer = 30;
 
 // Returns the index in a placeholder, or -1 if it cannot be the index of an array. The length of
 // the array is known only to the caller.
-long placeholderIndex(std::string_view text) {
+int placeholderIndex(std::string_view text) {
   std::array<char, kIndexBuffer> buffer{};
   text.copy(buffer.data(), buffer.size() - 1);
-  const long index = std::strtol(buffer.data(), nullptr, 10);
-  return index < 0 || index > INT_MAX ? -1 : index;
+  // An index that is too large becomes LLONG_MAX. On 32-bit machines LONG_MAX is INT_MAX.
+  const long long index = std::strtoll(buffer.data(), nullptr, 10);
+  return index < 0 || index > INT_MAX ? -1 : static_cast<int>(index);
 }
 
-void appendArgument(std::string& output, const char** args, long index) {
+void appendArgument(std::string& output, const char** args, int index) {
   if (args != nullptr && index >= 0 && args[index] != nullptr) {
     output += args[index];
   }

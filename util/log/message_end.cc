@@ -18,7 +18,7 @@ constexpr int kMaxWait = 1000;  // milliseconds
 
 int descriptorForMessages() {
   const int own = messageEnd;
-  return own >= 0 ? own : std::atomic_ref(pStdErr[1]).load();
+  return own >= 0 ? own : __atomic_load_n(&pStdErr[1], __ATOMIC_SEQ_CST);
 }
 
 bool hasRoom(int end, const Deadline& deadline) {

@@ -40,7 +40,7 @@ constexpr long kPauseNanoseconds = 200'000;
 // signal handler.
 std::size_t unreadBytes() {
   int bytes = 0;
-  const int readEnd = std::atomic_ref(pStdErr[0]).load();
+  const int readEnd = __atomic_load_n(&pStdErr[0], __ATOMIC_SEQ_CST);
   return ioctl(readEnd, FIONREAD, &bytes) == 0 ? static_cast<std::size_t>(bytes) : 0;
 }
 

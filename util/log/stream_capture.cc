@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <csignal>
 
 #include "device_names.h"
@@ -24,10 +23,10 @@ namespace {
 
 // Resets both numbers before closing. Afterwards the application can reuse the numbers for its own
 // files, and a handler must not write to a pipe whose read end is closed, which would raise
-// SIGPIPE.
+// SIGPIPE. Built-in functions, because libc++ 16 has no std::atomic_ref.
 void closePipe(int (&ends)[2]) {
-  const int writeEnd = std::atomic_ref(ends[1]).exchange(-1);
-  const int readEnd = std::atomic_ref(ends[0]).exchange(-1);
+  const int writeEnd = __atomic_exchange_n(&ends[1], -1, __ATOMIC_SEQ_CST);
+  const int readEnd = __atomic_exchange_n(&ends[0], -1, __ATOMIC_SEQ_CST);
   close(writeEnd);
   close(readEnd);
 }

@@ -18,7 +18,7 @@ struct KnownApplication {
   std::string assembly;     // absolute path
   std::string fingerprint;  // of its files and of the registry
 
-  auto operator<=>(const KnownApplication&) const = default;
+  std::strong_ordering operator<=>(const KnownApplication&) const = default;
 };
 
 struct PoolKey {
@@ -28,7 +28,7 @@ struct PoolKey {
   resolution::Additions additions;   // trusted assemblies and folders beside the device's
   std::optional<KnownApplication> application = std::nullopt;  // if only this one is served
 
-  auto operator<=>(const PoolKey&) const = default;
+  std::strong_ordering operator<=>(const PoolKey&) const = default;
 };
 
 // For messages to the user: "inhouse, captured, System.GC.Server=true".

@@ -18,6 +18,7 @@
 #include <array>
 #include <chrono>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -240,7 +241,7 @@ json fillTmp(const std::string&) {
 json forbidThreads(const std::string&) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, std::size_t{1} << 62);
+  pthread_attr_setstacksize(&attributes, SIZE_MAX / 4 * 3);
   const int result = pthread_setattr_default_np(&attributes);
   pthread_attr_destroy(&attributes);
   return result;

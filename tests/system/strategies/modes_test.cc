@@ -86,17 +86,17 @@ std::map<std::string, std::string> environment() {
 }
 
 // The signals that have a handler, as a mask of hexadecimal digits (proc(5), SigCgt).
-unsigned long caughtSignals() {
+unsigned long long caughtSignals() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
     if (line.starts_with("SigCgt:")) {
-      return std::stoul(line.substr(8), nullptr, 16);
+      return std::stoull(line.substr(8), nullptr, 16);
     }
   }
   return 0;
 }
 
-unsigned long bitOf(int signal) { return 1UL << (signal - 1); }
+unsigned long long bitOf(int signal) { return 1ULL << (signal - 1); }
 
 constexpr int kHandled[] = {SIGTERM, SIGABRT, SIGSEGV, SIGTRAP};
 
@@ -111,7 +111,7 @@ TEST_F(Modes, InitializeChangesThreeVariablesAndFourHandlersOfTheProcess) {
       unsetenv(name);
     }
     std::map<std::string, std::string> expected = environment();
-    unsigned long caught = caughtSignals();
+    unsigned long long caught = caughtSignals();
     initialize(type);
     expected["DOTNET_APP"] = "1";
     expected["DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER"] = "0";
@@ -131,7 +131,7 @@ TEST_F(Modes, AnUnrecognisedTypeInstallsNoHandlersAndKeepsTheCaches) {
   for (const int handled : kHandled) {
     signal(handled, SIG_DFL);
   }
-  const unsigned long caught = caughtSignals();
+  const unsigned long long caught = caughtSignals();
   plugin_initialize("unknown");
   EXPECT_EQ(caughtSignals(), caught);
   EXPECT_TRUE(fs::exists("/opt/usr/home/owner/share/dotnet/TPA.txt"));

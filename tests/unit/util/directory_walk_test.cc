@@ -1,10 +1,10 @@
 #include "util/zq_utils/directory_walk.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include "tests/support/next_call.h"
 #include "tests/support/tree_test.h"
 
 using ::testing::ElementsAre;
@@ -20,8 +20,8 @@ bool withoutTypes = false;
 
 // Replaces the function of the C library.
 extern "C" dirent* readdir(DIR* directory) {
-  static const auto next = reinterpret_cast<decltype(&readdir)>(dlsym(RTLD_NEXT, "readdir"));
-  dirent* entry = next(directory);
+  static const auto original = quillon::test::next<decltype(&readdir)>("readdir");
+  dirent* entry = original(directory);
   if (withoutTypes && entry != nullptr) {
     entry->d_type = DT_UNKNOWN;
   }

@@ -1,6 +1,11 @@
 #include "util/zq_utils/files.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
 
 #include "tests/support/skip.h"
 #include "tests/support/tree_test.h"
@@ -39,6 +44,30 @@ TEST_F(Files, RemovesALinkAndNotItsTarget) {
   EXPECT_TRUE(removeAll(makeLink("link", "tree")));
   EXPECT_FALSE(isThere(at("link")));
   EXPECT_TRUE(isThere(at("tree/file")));
+}
+
+// If the C library's types had 32 bits, stat(2) would fail for such a file.
+TEST_F(Files, RemovesAFileOfThreeGibibytes) {
+  const std::string file = makeFile("sparse");
+  std::error_code error;
+  std::filesystem::resize_file(file, std::uintmax_t{3} << 30, error);
+  if (error) {
+    QUILLON_SKIP("the file system keeps no file of 3 GiB: " << error.message());
+  }
+  EXPECT_EQ(getFileSize(file), 3U << 30);
+  EXPECT_TRUE(removeFile(file));
+  EXPECT_FALSE(isThere(file));
+}
+
+TEST_F(Files, RemovesAFileWhoseTimeIsAfterJanuary2038) {
+  const std::string file = makeFile("late");
+  constexpr timespec kYear2040{.tv_sec = 2'208'988'800, .tv_nsec = 0};
+  const std::array times{kYear2040, kYear2040};
+  if (utimensat(AT_FDCWD, file.c_str(), times.data(), 0) != 0) {
+    QUILLON_SKIP("the file system keeps no such time: " << std::strerror(errno));
+  }
+  EXPECT_TRUE(removeFile(file));
+  EXPECT_FALSE(isThere(file));
 }
 
 TEST_F(Files, SaysWhatItCannotRemove) {

@@ -41,7 +41,7 @@ void closeIfOpen(int descriptor) {
 }
 
 // The readers end when no write end is open any more. They have then logged everything.
-void endCapture() {
+void endCapture(size_t threadsBefore) {
   std::fflush(nullptr);
   closeMessageEnd();
   const int out = pStdOut[1];
@@ -49,7 +49,7 @@ void endCapture() {
   for (const int writer : {STDOUT_FILENO, STDERR_FILENO, out, err}) {
     closeIfOpen(writer);
   }
-  while (threads() > 1) {
+  while (threads() > threadsBefore) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }
@@ -98,13 +98,14 @@ void leadNowhere() {
 
 [[noreturn]] void live(int results, const std::function<void(Notes&)>& body) {
   alarm(kMaxLifetime);
+  const size_t threadsBefore = threads();  // more than one under an emulator with its own
   leadNowhere();
   platform().reset();
   calls().calls.clear();
   Notes notes;
   body(notes);
   calls().active = false;
-  endCapture();
+  endCapture(threadsBefore);
   put(results, found(notes).dump(-1, ' ', false, json::error_handler_t::replace));
   _exit(0);
 }
