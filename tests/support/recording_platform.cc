@@ -15,6 +15,7 @@
 #include "platform/trace.h"
 #include "tests/support/log_operations.h"
 #include "tests/support/platform_recorder.h"
+#include "tests/support/signature.h"
 
 namespace quillon::test {
 namespace {
@@ -175,7 +176,7 @@ extern "C" int __dlog_print(int log_id, int prio, const char* tag, const char* f
 
 extern "C" void trace_begin(const char* name) {
   const std::lock_guard lock(recorderMutex());
-  platform().trace.push_back(std::string("begin ") + name);
+  platform().trace.push_back("begin " + quillon::test::asGccSpells(name));
   platform().events.push_back(platform().trace.back());
 }
 

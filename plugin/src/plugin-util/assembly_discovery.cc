@@ -46,10 +46,8 @@ std::string_view assemblyName(std::string_view path) {
   return name;
 }
 
-std::string_view directoryOf(std::string_view path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string_view::npos ? "." : path.substr(0, slash);
-}
+// A path of the table always contains a slash.
+std::string_view directoryOf(std::string_view path) { return path.substr(0, path.rfind('/')); }
 
 // Enough for the names and paths of one framework. More memory comes from the heap.
 constexpr std::size_t kInitialArenaSize = std::size_t{64} * 1024;
@@ -94,10 +92,10 @@ class AssemblyTable {
   }
 
  private:
-  // A native image replaces only an IL file in the same directory.
+  // A native image replaces only an IL file in the same directory. Every file of the table is one
+  // or the other.
   static bool imageReplaces(std::string_view image, std::string_view present) {
-    return hasAssemblyExtension(present) && !isImage(present) &&
-           directoryOf(present) == directoryOf(image);
+    return !isImage(present) && directoryOf(present) == directoryOf(image);
   }
 
   std::string_view keep(std::string_view text) {

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "tests/support/signature.h"
 #include "workstation/packages.h"
 
 namespace quillon::test {
@@ -45,7 +46,7 @@ void readTrace(const std::string& text, DriverRun& run) {
     if (event["ph"] == "i") {
       run.markers.push_back(event["name"]);
     } else if (event["ph"] == "B") {
-      run.spans.push_back(event["name"]);
+      run.spans.push_back(asGccSpells(event["name"]));
     }
   }
 }

@@ -12,6 +12,7 @@ namespace quillon::test {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -84,6 +85,16 @@ class PartnerDevice : public DeviceLaunch {
   void putFaultyCrypto() {
     put(systemCrypto(), test::read(QUILLON_FAULTY_CRYPTO));
     put(QUILLON_REAL_CRYPTO, test::read(systemCrypto()));
+  }
+
+  // Puts a libcrypto into that place that has another function instead of `function`.
+  void putCryptoWithout(const std::string& function) {
+    std::string library = test::read(QUILLON_FAULTY_CRYPTO);
+    const std::string name = '\0' + function + '\0';
+    for (std::size_t at = 0; (at = library.find(name, at)) != std::string::npos; ++at) {
+      library[at + 1] = '_';
+    }
+    put(systemCrypto(), library);
   }
 
   DriverRun check(const std::string& mount = kMount) { return run({"check_signature=" + mount}); }
@@ -305,6 +316,21 @@ TEST_F(PartnerDevice, WithoutTheCryptoLibraryNothingIsAllowed) {
   EXPECT_EQ(checked.result("check_signature"), false);
   EXPECT_THAT(checked.lines(),
               ElementsAre(StartsWith("6 Failed to load the crypto library: "), kInvalid));
+}
+
+TEST_F(PartnerDevice, ACryptoLibraryWithoutAFunctionIsNotUsed) {
+  for (const std::string function :
+       {"ERR_set_mark", "ERR_pop_to_mark", "PEM_read_PUBKEY", "EVP_PKEY_free",
+        "OPENSSL_init_crypto", "EVP_get_digestbyname", "EVP_MD_CTX_new", "EVP_MD_CTX_free",
+        "EVP_DigestInit_ex", "EVP_DigestVerifyInit", "EVP_DigestUpdate", "EVP_DigestVerifyFinal"}) {
+    putCryptoWithout(function);
+    const DriverRun checked = check();
+    EXPECT_EQ(checked.result("check_signature"), false) << function;
+    EXPECT_THAT(checked.lines(),
+                ElementsAre(AllOf(StartsWith("6 Failed to load the crypto library: "),
+                                  HasSubstr("undefined symbol: " + function)),
+                            kInvalid));
+  }
 }
 
 // An allocation failure at any time must never turn a refusal into a success.

@@ -174,6 +174,8 @@ TEST_F(LaunchBoost, AFailureOnTheWayCostsOneTryAndTheSocket) {
        "kest Client:connect timeout"},
       {[](auto& s) { s.connectErrors = {EINPROGRESS}, s.pendingError = ECONNREFUSED; },
        "kest Client:connect delayed error"},
+      {[](auto& s) { s.connectErrors = {EINPROGRESS}, s.getOptionError = ENOBUFS; },
+       "kest Client:connect delayed error"},
   };
   for (const Failure& failure : failures) {
     const std::string daemon = sockets().daemon;

@@ -247,6 +247,7 @@ TEST_F(PartnerSignatureTest, ABrokenKeyFileIsRefused) {
       key().privatePem(),
       key().encryptedPrivatePem("secret"),
       key().encryptedPublicPem("secret"),
+      key().encryptedPublicPem(""),
   };
   for (const std::string& content : broken) {
     makeFile("key", content);

@@ -8,8 +8,12 @@
 namespace quillon::test {
 namespace {
 
+using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::ExitedWithCode;
+using ::testing::StartsWith;
 
 constexpr char kPlatform[] = "http://velora.example/privilege/internal/default/platform";
 constexpr char kAppdebug[] = "http://velora.example/privilege/internal/appdebugging";
@@ -41,6 +45,17 @@ TEST_F(Privileges, TheTwoAreDistinguished) {
   EXPECT_FALSE(HasPlatformPrivilege());
   declare({std::string(kPlatform) + "x", std::string(kPlatform).substr(1)});
   EXPECT_FALSE(HasPlatformPrivilege());
+}
+
+TEST_F(Privileges, AreTracedBySignature) {
+  declare({kAppdebug, kPlatform});
+  checkAppHasPlatformPrivilege();
+  EXPECT_TRUE(HasAppdebugPrivilege());
+  for (const char* signature : {"void checkAppHasPlatformPrivilege()",
+                                "bool HasPlatformPrivilege()", "bool HasAppdebugPrivilege()"}) {
+    EXPECT_THAT(platform().trace,
+                Contains(AllOf(StartsWith("begin plugin-util.cc("), EndsWith(signature))));
+  }
 }
 
 void checkInChild() {

@@ -100,7 +100,7 @@ ssize_t send(int descriptor, const void* data, size_t length, int flags) {
 int getsockopt(int descriptor, int level, int option, void* value, socklen_t* length) noexcept {
   if (sockets().active && level == SOL_SOCKET && option == SO_ERROR) {
     *static_cast<int*>(value) = sockets().pendingError;
-    return 0;
+    return failWith(sockets().getOptionError);
   }
   return next<decltype(&getsockopt)>("getsockopt")(descriptor, level, option, value, length);
 }

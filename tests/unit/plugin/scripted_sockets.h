@@ -28,6 +28,7 @@ struct ScriptedSockets {
   bool delays = false;  // each connect succeeds but reports EINPROGRESS
   int sendError = 0;
   int pendingError = 0;  // value of SO_ERROR
+  int getOptionError = 0;
   int selectResult = 1;  // 0: timeout
 
   // The recorded calls.

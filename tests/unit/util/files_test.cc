@@ -1,10 +1,12 @@
 #include "util/zq_utils/files.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include "tests/support/skip.h"
@@ -250,6 +252,29 @@ TEST_F(Files, SaysWhyACopyFailed) {
   EXPECT_FALSE(copyFile(makeFile("from"), at("missing/to")));
   EXPECT_EQ(platform().linesOfOperations(), Texts{"6 copyFile: copy file " + at("from") +
                                                   " due to error [No such file or directory]"});
+}
+
+TEST_F(Files, ACopyThatDoesNotFitIsAnError) {
+  makeFile("from", std::string(5000, 'x'));
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit small{4096, before.rlim_max};
+  const auto handler = signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  const bool copied = copyFile(at("from"), at("to"));
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  signal(SIGXFSZ, handler);
+  EXPECT_FALSE(copied);
+  EXPECT_EQ(platform().linesOfOperations(),
+            Texts{"6 copyFile: copy file " + at("from") + " due to error [File too large]"});
+}
+
+TEST_F(Files, CopiesNoFifoAndDoesNotWaitForIt) {
+  ASSERT_EQ(mkfifo(at("pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(copyFile(at("pipe"), at("to")));
+  EXPECT_FALSE(isThere(at("to")));
+  EXPECT_EQ(platform().linesOfOperations(), Texts{"6 copyFile: copy file " + at("pipe") +
+                                                  " due to error [Operation not supported]"});
 }
 
 TEST_F(Files, CreatesADirectoryWithItsParents) {

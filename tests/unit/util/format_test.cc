@@ -33,6 +33,13 @@ TEST(Format, IsEmptyWithoutFormatOrRoom) {
   }
 }
 
+TEST(Format, NullTextsCountAsEmpty) {
+  EXPECT_EQ(format(nullptr, {"x"}, 100), "");
+  EXPECT_EQ(format("a{0}b{1}", {nullptr, "x"}, 100), "abx");
+  const std::unique_ptr<char[]> withoutArguments(my_strinf_format("a{0}b", nullptr, 100));
+  EXPECT_STREQ(withoutArguments.get(), "ab");
+}
+
 TEST(Format, StopsAtTheRoomBetweenSteps) {
   EXPECT_EQ(format("abcdef", {}, 4), "abc");
   EXPECT_EQ(format("abcdef", {}, 2), "a");

@@ -75,6 +75,9 @@ TEST(Paths, ComparisonIgnoresCaseWithinBounds) {
   EXPECT_FALSE(iCompare("ab", 1, "ab", 0, 2));
   EXPECT_FALSE(iCompare("ab", 3, "ab", 0, 0));
   EXPECT_FALSE(iCompare("ab", 0, "ab", 1, std::string::npos));
+  EXPECT_FALSE(iCompare("abc", 0, "ab", 0, 3));
+  EXPECT_FALSE(iCompare("ab", 0, "ab", 1, 2));
+  EXPECT_FALSE(iCompare("ab", 0, "a", 2, 0));
 }
 
 class PathsOnDisk : public TreeTest {};

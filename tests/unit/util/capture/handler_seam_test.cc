@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "plugin/src/dotnet-signal-handler/thread_state.h"
 #include "tests/support/precedence.h"
 #include "tests/support/recording_platform.h"
 #include "tests/unit/util/capture/capture_process.h"
@@ -237,6 +238,42 @@ TEST(HandlerMessage, WaitsForRoomWhileTheReaderReads) {
     const ssize_t written = sendMessageToDlogError("kept");
     reader.join();
     notes["written"] = std::to_string(written);
+  });
+  EXPECT_EQ(captured.note("written"), "4");
+}
+
+// Interrupts system calls of another thread that sleeps in one, several times.
+void interrupt(pthread_t thread, pid_t id) {
+  static std::atomic<int> count;
+  struct sigaction action = {};
+  action.sa_handler = [](int) { ++count; };
+  sigaction(SIGUSR1, &action, nullptr);
+  for (int wanted = count + 3; count < wanted;) {
+    while (isReadyToRun(id)) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    pthread_kill(thread, SIGUSR1);
+  }
+}
+
+TEST(HandlerMessage, WaitsOnAfterASignal) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
+    openMessageEnd(pStdErr[1]);
+    fillUp(pStdErr[1]);
+    stderrProgress.starting();
+    std::thread reader([sender = pthread_self(), id = gettid()] {
+      stderrProgress.running();
+      interrupt(sender, id);
+      std::array<char, 65536> buffer;
+      if (read(pStdErr[0], buffer.data(), buffer.size()) < 0) {
+        _exit(1);
+      }
+    });
+    notes["written"] = std::to_string(sendMessageToDlogError("kept"));
+    reader.join();
   });
   EXPECT_EQ(captured.note("written"), "4");
 }

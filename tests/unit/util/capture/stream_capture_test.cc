@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -19,6 +20,8 @@
 #include "tests/unit/util/capture/scripted_calls.h"
 #include "util/log/error_file.h"
 #include "util/log/log.h"
+#include "util/log/private_descriptor.h"
+#include "util/log/read_chunk.h"
 
 namespace quillon::test {
 namespace {
@@ -127,6 +130,41 @@ TEST(StreamCapture, WorksIfStandardStreamsAreClosed) {
     EXPECT_THAT(captured.output(), ElementsAre("out")) << closed;
     EXPECT_THAT(captured.errors(), ElementsAre("err", "message")) << closed;
   }
+}
+
+// Runs `body` while this process can open no more descriptors, and poll(2) fails.
+void withoutDescriptors(const std::function<void()>& body) {
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none{0, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  body();
+  setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST(PrivateDescriptor, StaysIfItCannotMove) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    const std::string file = fileBehind(STDOUT_FILENO);
+    withoutDescriptors([&] { notes["result"] = std::to_string(makePrivate(STDOUT_FILENO)); });
+    notes["file"] = fileBehind(STDOUT_FILENO) == file ? "same" : "another";
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"result", "1"}, {"file", "same"}}));
+}
+
+// Then read(2) waits, or says what is wrong.
+TEST(ReadChunk, DoesNotWaitIfPollFails) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    int ends[2];
+    if (pipe(ends) != 0) {
+      return;
+    }
+    put(ends[1], "text");
+    Chunk chunk;
+    withoutDescriptors([&] { Chunk::await(ends[0]); });
+    notes["read"] = chunk.read(ends[0]) ? chunk.text() : "nothing";
+  });
+  EXPECT_EQ(captured.ending, "");
+  EXPECT_EQ(captured.note("read"), "text");
 }
 
 // All signals are blocked in a new thread until it runs.
@@ -375,6 +413,22 @@ Captured captureOverPlanted(const std::function<void(const char* name)>& plant) 
 
 TEST(ErrorFile, APipeInItsPlaceHoldsNothingUp) {
   captureOverPlanted([](const char* name) { mkfifo(name, 0600); });
+}
+
+// A reader of the other user may wait at the pipe, so that it can be opened.
+TEST(ErrorFile, APipeWithAReaderInItsPlaceGetsNothing) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    errorLogFile = "/tmp/quillon-planted-test." + std::to_string(getpid());
+    mkfifo(errorLogFile.c_str(), 0600);
+    const int reader = open(errorLogFile.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    tvRunLoggingThread();
+    putChunk("secret");
+    unlink(errorLogFile.c_str());
+    std::array<char, 16> buffer{};
+    notes["read"] = std::to_string(read(reader, buffer.data(), buffer.size()));
+  });
+  EXPECT_THAT(captured.errors(), ElementsAre("secret"));
+  EXPECT_EQ(captured.note("read"), "0");  // the end of the file: no writer is left
 }
 
 TEST(ErrorFile, ALinkInItsPlaceIsNotFollowed) {
