@@ -51,3 +51,4 @@ for (const row of rows.filter(each => each.hasAttribute('role'))) {
 document.addEventListener('keydown', event => {
   if (event.key === 'Escape' && zoomed) zoom(null);
 });
+rows.forEach(row => place(row, 0, +timeline.dataset.end));

@@ -12,7 +12,8 @@ using quillon::host::requireExecutableAssembly;
 
 FUZZ_TARGET(assembly_image) {
   const std::string_view wrong = imageError(bytes);
-  const MemoryFile file(bytes);
+  static MemoryFile file("");
+  file.replace(bytes);
   FUZZ_REQUIRE(hasModuleInitializer(bytes) ==
                hasModuleInitializer(std::filesystem::path(file.path())));
   const auto required = requireExecutableAssembly(file.path());
