@@ -28,10 +28,10 @@ void requireEntry(const TimelineEntry& entry, const Timeline& timeline) {
 
 // The page has one row for each entry, and no name adds markup.
 void requirePage(const Timeline& timeline, std::size_t entries) {
-  static const std::string empty = timelinePage(Timeline{}, "t");
+  static const std::size_t scripts = countOf(timelinePage(Timeline{}, "t"), "<script");
   const std::string page = timelinePage(timeline, "t");
   FUZZ_REQUIRE(countOf(page, "<div class='row") == entries);
-  FUZZ_REQUIRE(countOf(page, "<script") == countOf(empty, "<script"));
+  FUZZ_REQUIRE(countOf(page, "<script") == scripts);
   for (const char* wrong : {"'nan'", "'-nan'", "'inf'", "'-inf'"}) {
     FUZZ_REQUIRE(page.find(wrong) == page.npos);
   }
