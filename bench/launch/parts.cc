@@ -14,7 +14,7 @@
 #include "bench/quantile.h"
 #include "quillon/base/files.h"
 #include "quillon/timeline/timeline.h"
-#include "quillon/timeline/timeline_page.h"
+#include "quillon/timeline/timeline_picture.h"
 
 namespace quillon::bench {
 namespace {

@@ -44,6 +44,9 @@ class RecordReader {
   // Returns all remaining bytes.
   std::string_view rest();
 
+  // Fails the reader unless `isValid`, for a reader of values that finds one invalid.
+  void require(bool isValid) { ok_ = ok_ && isValid; }
+
   [[nodiscard]] bool ok() const { return ok_; }
   // Whether every read succeeded and no bytes remain.
   [[nodiscard]] bool atEnd() const { return ok_ && rest_.empty(); }

@@ -26,11 +26,10 @@ constexpr const char* kMachineFiles[] = {"/etc/ssl/certs/ca-certificates.crt",
                                          "/etc/pki/tls/certs/ca-bundle.crt",
                                          "/etc/ssl/ca-bundle.pem", "/etc/ssl/cert.pem"};
 
-bool isBase64(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](unsigned char letter) {
-    return std::isalnum(letter) != 0 || std::isspace(letter) != 0 ||
-           std::string_view("+/=").find(static_cast<char>(letter)) != std::string_view::npos;
-  });
+// Whether a character may be in a text in base64.
+bool isOfBase64(unsigned char letter) {
+  return std::isalnum(letter) != 0 || std::isspace(letter) != 0 ||
+         std::string_view("+/=").find(static_cast<char>(letter)) != std::string_view::npos;
 }
 
 tl::unexpected<Failure> cannotWrite(int error) {
@@ -56,10 +55,11 @@ fs::path machineCertificates() {
 std::vector<std::string> certificatesIn(const std::string& text) {
   std::vector<std::string> certificates;
   for (size_t at = text.find(kBegin); at != text.npos; at = text.find(kBegin, at + 1)) {
-    const size_t body = at + kBegin.size();
-    const size_t end = text.find(kEnd, body);
-    if (end != text.npos && isBase64(std::string_view(text).substr(body, end - body))) {
-      certificates.push_back(text.substr(at, end + kEnd.size() - at) + "\n");
+    const std::string_view body = std::string_view(text).substr(at + kBegin.size());
+    const auto end = std::find_if_not(body.begin(), body.end(), isOfBase64);
+    if (body.substr(static_cast<size_t>(end - body.begin())).starts_with(kEnd)) {
+      const size_t length = static_cast<size_t>(end - body.begin()) + kBegin.size() + kEnd.size();
+      certificates.push_back(text.substr(at, length) + "\n");
     }
   }
   return certificates;

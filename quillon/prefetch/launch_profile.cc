@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 #include <numeric>
 
 namespace quillon::prefetch {
 namespace {
 
 constexpr std::string_view kFirstLine = "quillon launch profile 1";
+constexpr std::uint64_t kMaxOffset = std::numeric_limits<off_t>::max();  // of a byte in a file
 constexpr std::uint64_t kNanoseconds = 1'000'000'000;
 
 // Returns the text up to `end` and removes it and `end` from `text`. Without `end`, all of it.
@@ -39,7 +41,8 @@ bool addFile(LaunchProfile& profile, std::string_view line) {
 bool addRange(LaunchProfile& profile, std::string_view line, std::uint64_t& bytes) {
   const auto offset = numberOf(cut(line, ' '));
   const auto length = numberOf(line);
-  if (!offset || !length || profile.files.empty() || *length > kMaxBytes - bytes) {
+  if (!offset || !length || profile.files.empty() || *length > kMaxBytes - bytes ||
+      *offset > kMaxOffset - *length) {
     return false;
   }
   bytes += *length;

@@ -50,7 +50,8 @@ struct LaunchProfile {
 
 std::string format(const LaunchProfile& profile);
 
-// Returns nullopt if the text is malformed or names more than kMaxFiles or kMaxBytes.
+// Returns nullopt if the text is malformed, has a range that no file can have, or names more than
+// kMaxFiles or kMaxBytes.
 std::optional<LaunchProfile> parseProfile(std::string_view text);
 
 }  // namespace quillon::prefetch

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
+#include <cstdint>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <utility>
 
@@ -24,13 +27,17 @@ struct OpenThread {
 };
 
 template <typename Value>
+bool fits(const Json& value) {
+  if constexpr (std::is_integral_v<Value>) {
+    return value.is_number_integer() && std::in_range<Value>(value.get<std::int64_t>());
+  }
+  return std::is_arithmetic_v<Value> ? value.is_number() : value.is_string();
+}
+
+template <typename Value>
 Value field(const Json& event, const char* name, Value fallback) {
   const auto found = event.find(name);
-  if (found == event.end()) {
-    return fallback;
-  }
-  const bool fits = std::is_arithmetic_v<Value> ? found->is_number() : found->is_string();
-  return fits ? found->template get<Value>() : fallback;
+  return found != event.end() && fits<Value>(*found) ? found->template get<Value>() : fallback;
 }
 
 // Each line is one event, followed by a comma.
@@ -50,6 +57,7 @@ class TimelineReader {
   OpenThread& threadOf(const Json& event);
 
   std::vector<OpenThread> threads_;
+  std::map<std::pair<int, int>, size_t> indexes_;  // of threads_, by process and thread
   bool isFirst_ = true;
   double origin_ = 0;
   double end_ = 0;
@@ -58,14 +66,11 @@ class TimelineReader {
 OpenThread& TimelineReader::threadOf(const Json& event) {
   const int process = field(event, "pid", 0);
   const int thread = field(event, "tid", process);
-  const auto known = std::find_if(threads_.begin(), threads_.end(), [&](const OpenThread& one) {
-    return one.thread.process == process && one.thread.thread == thread;
-  });
-  if (known != threads_.end()) {
-    return *known;
+  const auto [known, isNew] = indexes_.try_emplace({process, thread}, threads_.size());
+  if (isNew) {
+    threads_.push_back({{process, thread, {}, {}}, {}});
   }
-  threads_.push_back({{process, thread, {}, {}}, {}});
-  return threads_.back();
+  return threads_[known->second];
 }
 
 void TimelineReader::add(const Json& event) {
@@ -79,6 +84,9 @@ void TimelineReader::add(const Json& event) {
   }
   isFirst_ = false;
   const double at = time - origin_;
+  if (!std::isfinite(at)) {
+    return;  // no clock shows it
+  }
   end_ = std::max(end_, at);
   OpenThread& one = threadOf(event);
   if (phase == "E") {

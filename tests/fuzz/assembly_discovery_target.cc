@@ -2,18 +2,21 @@
 // for each file: "1" or "2" for its folder, and its name.
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 #include "plugin/src/plugin-util/assembly_discovery.h"
+#include "tests/fuzz/memory_folders.h"
 #include "tests/fuzz/target.h"
-#include "tests/support/temporary_directory.h"
 #include "util/zq_utils/directory_walk.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
+using quillon::fuzz::MemoryFolders;
+
 constexpr int kMaxFiles = 16;
+constexpr char kFirst[] = "/in-memory/1";
+constexpr char kSecond[] = "/in-memory/2";
 
 bool canNameAFile(std::string_view name) {
   return !name.empty() && name.size() <= 255 && name != "." && name != ".." &&
@@ -43,11 +46,11 @@ void offer(std::vector<Found>& all, const std::string& folder, const std::string
   }
 }
 
-std::string model(const std::vector<std::string>& folders, std::string list) {
+std::string model(const MemoryFolders::Folders& folders, std::string list) {
   std::vector<Found> all;
-  for (const std::string& folder : folders) {
-    for (const auto& entry : fs::directory_iterator(folder)) {
-      offer(all, folder, entry.path().filename().string());
+  for (const auto& [folder, files] : folders) {
+    for (const std::string& file : files) {
+      offer(all, folder, file);
     }
   }
   if (!all.empty() && !list.empty() && list.back() != ':') {
@@ -59,32 +62,31 @@ std::string model(const std::vector<std::string>& folders, std::string list) {
   return list.substr(0, list.size() - (!list.empty() && list.back() == ':' ? 1 : 0));
 }
 
-void makeFiles(const std::vector<std::string>& folders, quillon::fuzz::Input input) {
-  for (int made = 0; made < kMaxFiles && !input.atEnd();) {
+void readFiles(MemoryFolders::Folders& folders, quillon::fuzz::Input input) {
+  for (int files = 0; files < kMaxFiles && !input.atEnd();) {
     const std::string_view line = input.line();
     if (line.empty() || !canNameAFile(line.substr(1))) {
       continue;
     }
-    const std::string& folder = folders[line[0] == '2' ? 1 : 0];
-    std::ofstream(folder + "/" + std::string(line.substr(1)));
-    ++made;
+    std::vector<std::string>& names = folders[line[0] == '2' ? kSecond : kFirst];
+    const std::string name(line.substr(1));
+    if (std::find(names.begin(), names.end(), name) == names.end()) {
+      names.push_back(name);
+    }
+    ++files;
   }
 }
 
 }  // namespace
 
 FUZZ_TARGET(assembly_discovery) {
-  static const quillon::test::TemporaryDirectory directory;
-  const std::vector<std::string> folders = {directory.path() / "1", directory.path() / "2"};
-  for (const std::string& folder : folders) {
-    fs::remove_all(folder);
-    fs::create_directory(folder);
-  }
   Input input(bytes);
   const std::string before(input.line());
-  makeFiles(folders, input);
+  MemoryFolders::Folders folders = {{kFirst, {}}, {kSecond, {}}};
+  readFiles(folders, input);
+  const MemoryFolders memory(folders);
 
   std::string list = before;
-  addAssembliesFromDirectories(folders, list);
+  addAssembliesFromDirectories({kFirst, kSecond}, list);
   FUZZ_REQUIRE(list == model(folders, before));
 }

@@ -5,7 +5,6 @@
 #include <set>
 
 #include "packages/manifest.h"
-#include "tests/fuzz/memory_file.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/temporary_directory.h"
 
@@ -88,19 +87,22 @@ void requirePlace(std::string_view failure, const std::string& file, std::string
   FUZZ_REQUIRE(failure.starts_with(": ") && failure.size() > 2);
 }
 
+// Where the manifests of all inputs are: beside a folder "files".
+struct ManifestFile {
+  ManifestFile() { fs::create_directory(folder.path() / "files"); }
+
+  quillon::test::TemporaryDirectory folder;
+  std::string path = folder.path() / "m.toml";
+};
+
 }  // namespace
 
 FUZZ_TARGET(manifest) {
-  static const quillon::test::TemporaryDirectory folder;
-  static const fs::path path = folder.path() / "m.toml";
-  fs::create_directory(folder.path() / "files");
-  const quillon::fuzz::MemoryFile file(bytes);
-  fs::remove(path);
-  fs::create_symlink(file.path(), path);
-
-  const auto manifest = quillon::workstation::readManifest(path);
+  static const ManifestFile file;
+  const std::string& path = file.path;
+  const auto manifest = readManifest(quillon::workstation::ManifestText{path, std::string(bytes)});
   if (!manifest) {
-    requirePlace(manifest.error().what, path.string(), bytes);
+    requirePlace(manifest.error().what, path, bytes);
     FUZZ_REQUIRE(!manifest.error().remedy.empty());
     return;
   }

@@ -14,17 +14,21 @@ namespace quillon::fuzz {
 class MemoryFile {
  public:
   explicit MemoryFile(std::string_view bytes) : descriptor_(memfd_create("fuzz", MFD_CLOEXEC)) {
-    while (!bytes.empty()) {
-      const ssize_t written = write(descriptor_, bytes.data(), bytes.size());
-      if (written <= 0) {
-        throw std::system_error(errno, std::generic_category(), "memory file");
-      }
-      bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
+    replace(bytes);
   }
   ~MemoryFile() { close(descriptor_); }
   MemoryFile(const MemoryFile&) = delete;
   MemoryFile& operator=(const MemoryFile&) = delete;
+
+  // Replaces the content. Faster than another file.
+  void replace(std::string_view bytes) {
+    const bool isReplaced =
+        ftruncate(descriptor_, 0) == 0 &&
+        pwrite(descriptor_, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size());
+    if (!isReplaced) {
+      throw std::system_error(errno, std::generic_category(), "memory file");
+    }
+  }
 
   // Valid as long as the object lives.
   [[nodiscard]] std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }

@@ -23,7 +23,8 @@ FUZZ_TARGET(partner_request) {
   Input input(bytes);
   const std::string device(upToNul(input.line()));
   quillon::test::platform().config["db/comss/hwduid"] = device;
-  const MemoryFile request(input.rest());
+  static MemoryFile request("");
+  request.replace(input.rest());
   const bool isNamed = namesDevice(input.rest(), device);
   FUZZ_REQUIRE(verify_duid(request.path().c_str()) == (isNamed ? 1 : 0));
 

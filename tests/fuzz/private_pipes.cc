@@ -4,26 +4,57 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 #include "quillon_tv_plugin.h"
+#include "tests/fuzz/target.h"
 
 namespace {
 
-// The folder that the wrapped calls use; empty if there are no private pipes.
-std::string folder;
+// Made once, because that takes longer than what most inputs do.
+struct Pipe {
+  Pipe() {
+    int ends[2];
+    FUZZ_REQUIRE(pipe2(ends, O_NONBLOCK | O_CLOEXEC) == 0);
+    reader = ends[0];
+    writer = ends[1];
+  }
+  [[nodiscard]] std::string path() const { return "/proc/self/fd/" + std::to_string(reader); }
+
+  int reader;
+  int writer;  // stays open: the last close would discard the content
+};
+
+bool isPrivate = false;
 std::string unsent;
 
-bool isPipe(const char* path) {
-  return !folder.empty() && (std::strcmp(path, QUILLON_DLL_REQUEST_PIPE) == 0 ||
-                             std::strcmp(path, QUILLON_DLL_ANSWER_PIPE) == 0);
+Pipe& requests() {
+  static Pipe pipe;
+  return pipe;
+}
+Pipe& answers() {
+  static Pipe pipe;
+  return pipe;
 }
 
-// Maps the path of a pipe to the private folder.
-std::string redirected(const char* path) {
-  return isPipe(path) ? folder + std::strrchr(path, '/') : path;
+// The pipe that stands for a path; null for other paths.
+const Pipe* pipeAt(const char* path) {
+  if (!isPrivate) {
+    return nullptr;
+  }
+  if (std::strcmp(path, QUILLON_DLL_REQUEST_PIPE) == 0) {
+    return &requests();
+  }
+  return std::strcmp(path, QUILLON_DLL_ANSWER_PIPE) == 0 ? &answers() : nullptr;
+}
+
+std::string take(const Pipe& pipe) {
+  std::string text(1 << 16, '\0');
+  const ssize_t length = read(pipe.reader, text.data(), text.size());
+  text.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  return text;
 }
 
 }  // namespace
@@ -32,71 +63,52 @@ std::string redirected(const char* path) {
 // NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 int __real_open(const char* path, int flags, ...);
-FILE* __real_fopen(const char* path, const char* mode);
 int __real_lstat(const char* path, struct stat* status);
 int __real_remove(const char* path);
 int __real_mkfifo(const char* path, mode_t mode);
-int __real_chmod(const char* path, mode_t mode);
 
 int __wrap_open(const char* path, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  const int file =
-      __real_open(redirected(path).c_str(), flags | (isPipe(path) ? O_NONBLOCK : 0), mode);
-  if (file >= 0 && isPipe(path) && (flags & O_PATH) == 0) {
+  const Pipe* const pipe = pipeAt(path);
+  if (pipe == nullptr) {
+    return __real_open(path, flags, mode);
+  }
+  const int file = __real_open(pipe->path().c_str(), (flags & ~O_NOFOLLOW) | O_NONBLOCK);
+  if (file >= 0 && (flags & O_PATH) == 0) {
     static_cast<void>(!write(file, unsent.data(), unsent.size()));
     unsent.clear();
   }
   return file;
 }
-FILE* __wrap_fopen(const char* path, const char* mode) {
-  return __real_fopen(redirected(path).c_str(), mode);
-}
 int __wrap_lstat(const char* path, struct stat* status) {
-  return __real_lstat(redirected(path).c_str(), status);
+  const Pipe* const pipe = pipeAt(path);
+  return pipe != nullptr ? fstat(pipe->reader, status) : __real_lstat(path, status);
 }
-int __wrap_remove(const char* path) { return __real_remove(redirected(path).c_str()); }
+// A server makes the pipes anew. These exist already.
+int __wrap_remove(const char* path) { return pipeAt(path) != nullptr ? 0 : __real_remove(path); }
 int __wrap_mkfifo(const char* path, mode_t mode) {
-  return __real_mkfifo(redirected(path).c_str(), mode);
-}
-int __wrap_chmod(const char* path, mode_t mode) {
-  return __real_chmod(redirected(path).c_str(), mode);
+  return pipeAt(path) != nullptr ? 0 : __real_mkfifo(path, mode);
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
 namespace quillon::fuzz {
-namespace {
-
-int openedPipe(const char* path) {
-  mkfifo(path, 0600);
-  return __real_open(redirected(path).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-}
-
-}  // namespace
 
 PrivatePipes::PrivatePipes() {
-  folder = folder_.path();
-  requests_ = openedPipe(QUILLON_DLL_REQUEST_PIPE);
-  answers_ = openedPipe(QUILLON_DLL_ANSWER_PIPE);
+  isPrivate = true;
+  unsent.clear();
+  static_cast<void>(takeRequests());
+  static_cast<void>(takeAnswers());
 }
 
-PrivatePipes::~PrivatePipes() {
-  close(requests_);
-  close(answers_);
-  unsent.clear();
-  folder.clear();
-}
+PrivatePipes::~PrivatePipes() { isPrivate = false; }
 
 void PrivatePipes::send(std::string_view bytes) { unsent = bytes.substr(0, 4096); }
 
-std::string PrivatePipes::take(int pipe) {
-  std::string text(1 << 16, '\0');
-  const ssize_t length = read(pipe, text.data(), text.size());
-  text.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-  return text;
-}
+std::string PrivatePipes::takeRequests() const { return take(requests()); }
+std::string PrivatePipes::takeAnswers() const { return take(answers()); }
 
 }  // namespace quillon::fuzz

@@ -5,12 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "tests/support/temporary_directory.h"
-
 namespace quillon::fuzz {
 
-// As long as an object lives, the request pipe and the answer pipe are two FIFOs in a private
-// folder, and reads from them do not block. Only one object may exist at a time.
+// As long as an object lives, the request pipe and the answer pipe are two empty pipes of this
+// process in memory, and reads from them do not block. Only one object may exist at a time.
 class PrivatePipes {
  public:
   PrivatePipes();
@@ -22,15 +20,8 @@ class PrivatePipes {
   void send(std::string_view bytes);
 
   // Reads and returns the unread bytes of a pipe, up to 64 KiB.
-  [[nodiscard]] std::string takeRequests() const { return take(requests_); }
-  [[nodiscard]] std::string takeAnswers() const { return take(answers_); }
-
- private:
-  static std::string take(int pipe);
-
-  test::TemporaryDirectory folder_;
-  int requests_;  // both stay open: the last close would discard their content
-  int answers_;
+  [[nodiscard]] std::string takeRequests() const;
+  [[nodiscard]] std::string takeAnswers() const;
 };
 
 }  // namespace quillon::fuzz

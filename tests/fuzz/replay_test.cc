@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/fuzz/line_mutator.h"
 #include "tests/fuzz/target.h"
 #include "tests/support/recording_platform.h"
 
@@ -80,6 +81,27 @@ TEST(FuzzRequirement, ReportsItsPositionAndCondition) {
     const std::string text = violation.what();
     EXPECT_NE(text.find("replay_test.cc:"), text.npos) << text;
     EXPECT_NE(text.find("does not hold: 1 + 1 == 3"), text.npos) << text;
+  }
+}
+
+TEST(LineMutator, MakesInputsOfTheLinesThatItKnows) {
+  const std::vector<std::string> grammar = {"id = \"a\"", "[x]"};
+  std::set<std::string> inputs;
+  std::set<std::string> lines;
+  for (std::uint32_t seed = 0; seed < 500; ++seed) {
+    const std::string mutated = mutateLines("n 1\nt text", grammar, seed);
+    EXPECT_EQ(mutated, mutateLines("n 1\nt text", grammar, seed));
+    inputs.insert(mutated);
+    for (const std::string& line : linesOf(mutated)) {
+      lines.insert(line);
+    }
+  }
+  EXPECT_GT(inputs.size(), 100U);
+  for (const char* line : {"n 1", "t text", "id = \"a\"", "[x]", "n text", "id = 1", "n \"a\""}) {
+    EXPECT_TRUE(lines.contains(line)) << line;
+  }
+  for (const std::string& line : linesOf(mutateLines("", {"only"}, 1))) {
+    EXPECT_EQ(line, "only");
   }
 }
 

@@ -11,18 +11,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void leadTo(const std::string& file, const fs::path& link) {
-  fs::remove(link);
-  fs::create_symlink(file, link);
-}
+// Both files are one file in memory.
+struct ConfigFolder {
+  ConfigFolder() {
+    fs::create_symlink(file.path(), folder.path() / "a.runtimeconfig.json");
+    fs::create_symlink(file.path(), folder.path() / "Microsoft.NETCore.App.deps.json");
+  }
+  [[nodiscard]] const fs::path& path() const { return folder.path(); }
+
+  quillon::test::TemporaryDirectory folder;
+  quillon::fuzz::MemoryFile file{""};
+};
 
 }  // namespace
 
 FUZZ_TARGET(runtime_config) {
-  static const quillon::test::TemporaryDirectory folder;
-  const MemoryFile file(bytes);
-  leadTo(file.path(), folder.path() / "a.runtimeconfig.json");
-  leadTo(file.path(), folder.path() / "Microsoft.NETCore.App.deps.json");
+  static ConfigFolder folder;
+  folder.file.replace(bytes);
 
   const auto config = quillon::host::readRuntimeConfig(folder.path() / "a.dll");
   if (!config) {

@@ -33,7 +33,8 @@ void requirePlace(std::string_view failure, const std::string& file, std::string
 }  // namespace
 
 FUZZ_TARGET(validator_policy) {
-  const MemoryFile file(bytes);
+  static MemoryFile file("");
+  file.replace(bytes);
   const auto policy = quillon::validator::readPolicy(file.path());
   if (!policy) {
     requirePlace(policy.error().what, file.path(), bytes);

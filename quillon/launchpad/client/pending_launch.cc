@@ -99,16 +99,16 @@ void PendingLaunch::readServer() {
   }
 }
 
+// A server that sends a malformed message counts as gone.
 void PendingLaunch::handle(Message message) {
-  switch (message.kind) {
-    case MessageKind::kTaken:
-      return onTaken(parseTaken(std::move(message)));
-    case MessageKind::kEnded:
-      return onWorkerEnded(decodeExitState(message.bytes.view()));
-    case MessageKind::kDeclined:
-      return onDeclined(parseDecline(message));
-    default:
-      return;
+  if (message.kind == MessageKind::kTaken) {
+    onTaken(parseTaken(std::move(message)));
+  } else if (message.kind == MessageKind::kEnded) {
+    const auto state = decodeExitState(message.bytes.view());
+    state ? onWorkerEnded(*state) : onServerGone();
+  } else if (message.kind == MessageKind::kDeclined) {
+    auto decline = parseDecline(message);
+    decline ? onDeclined(*std::move(decline)) : onServerGone();
   }
 }
 

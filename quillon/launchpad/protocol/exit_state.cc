@@ -9,6 +9,7 @@
 namespace quillon::launchpad {
 namespace {
 
+constexpr uint64_t kMaxStatus = 255;
 constexpr int kSignalBase = 128;  // a shell reports signal N as status 128 + N
 
 }  // namespace
@@ -20,12 +21,15 @@ std::string encode(const ExitState& state) {
       .take();
 }
 
-ExitState decodeExitState(std::string_view bytes) {
+std::optional<ExitState> decodeExitState(std::string_view bytes) {
   RecordReader reader(bytes);
-  ExitState state;
-  state.bySignal = reader.number() != 0;
-  state.number = static_cast<int>(reader.number());
-  return state;
+  const uint64_t bySignal = reader.number();
+  const uint64_t number = reader.number();
+  const bool isPossible = bySignal == 0 ? number <= kMaxStatus : number >= 1 && number < NSIG;
+  if (!reader.atEnd() || bySignal > 1 || !isPossible) {
+    return std::nullopt;
+  }
+  return ExitState{bySignal != 0, static_cast<int>(number)};
 }
 
 void killSelfBy(int signal) {

@@ -1,6 +1,7 @@
 // How an application ended, and how its client ends the same way.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -12,7 +13,8 @@ struct ExitState {
 };
 
 std::string encode(const ExitState& state);
-ExitState decodeExitState(std::string_view bytes);
+// Returns nullopt if the bytes are malformed or no process can end so.
+std::optional<ExitState> decodeExitState(std::string_view bytes);
 
 // Ends the calling process the same way: returns the exit status to use, or kills the process by
 // the signal. Disables the core dump of the calling process, because the application's own is the

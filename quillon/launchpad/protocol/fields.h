@@ -1,11 +1,11 @@
 // Encodes and decodes the fields of a message. Encoder and Decoder take the same list of fields, so
-// that a message names every field once and in one order:
+// that a message names every field once and in one order. Decoder accepts only what Encoder can
+// have written.
 //
 //   template <typename Archive, typename AnyRequest>
 //   void visit(Archive&& archive, AnyRequest& request) { archive(request.appId, request.raw); }
 #pragma once
 
-#include <algorithm>
 #include <concepts>
 #include <cstdint>
 #include <optional>
@@ -61,26 +61,33 @@ class Decoder {
   }
 
  private:
+  // Fails if the number does not fit.
   template <std::integral T>
   void decode(T& value) {
-    value = static_cast<T>(reader_.number());
+    const uint64_t number = reader_.number();
+    value = static_cast<T>(number);
+    reader_.require(static_cast<uint64_t>(value) == number);
   }
   void decode(std::string& value) { value = reader_.text(); }
   void decode(std::vector<std::string>& values) { values = reader_.texts(); }
   void decode(std::optional<std::string>& value) {
     auto values = reader_.texts();
+    reader_.require(values.size() <= 1);
     if (!values.empty()) {
       value = std::move(values.front());
     }
   }
   void decode(std::vector<int>& values) {
-    values.resize(std::min<uint64_t>(reader_.number(), kMaxDescriptors));
+    const uint64_t count = reader_.number();
+    reader_.require(count <= kMaxDescriptors);
+    values.resize(reader_.ok() ? count : 0);
     for (int& value : values) {
       decode(value);
     }
   }
   void decode(Limits& limits) {
     const std::string bytes = reader_.text();
+    reader_.require(bytes.size() % sizeof(rlimit) == 0);
     limits.resize(bytes.size() / sizeof(rlimit));
     bytes.copy(reinterpret_cast<char*>(limits.data()), limits.size() * sizeof(rlimit));
   }

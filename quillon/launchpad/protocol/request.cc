@@ -59,11 +59,11 @@ bool sendDecline(int socket, const Decline& decline) {
   return sendMessage(socket, MessageKind::kDeclined, writer.bytes());
 }
 
-Decline parseDecline(const Message& message) {
+std::optional<Decline> parseDecline(const Message& message) {
   RecordReader reader(message.bytes.view());
   Decline decline;
   visitDecline(Decoder(reader), decline);
-  return decline;
+  return reader.atEnd() ? std::optional(std::move(decline)) : std::nullopt;
 }
 
 bool sendTaken(int socket, pid_t worker, int pidfd, int connection) {
@@ -73,8 +73,11 @@ bool sendTaken(int socket, pid_t worker, int pidfd, int connection) {
 }
 
 TakenReply parseTaken(Message message) {
-  TakenReply reply{static_cast<pid_t>(RecordReader(message.bytes.view()).number()), {}, {}};
-  if (message.descriptors.size() == 2) {
+  RecordReader reader(message.bytes.view());
+  TakenReply reply;
+  Decoder decoder(reader);
+  decoder(reply.worker);
+  if (reader.atEnd() && message.descriptors.size() == 2) {
     reply.pidfd = std::move(message.descriptors[0]);
     reply.connection = std::move(message.descriptors[1]);
   }
@@ -93,7 +96,8 @@ std::optional<Assignment> parseAssignment(Message message) {
   Assignment assignment;
   RecordReader reader(message.bytes.view());
   visitAssignment(Decoder(reader), assignment.target, assignment.limits);
-  if (!reader.atEnd() || message.descriptors.size() != 1) {
+  if (!reader.atEnd() || assignment.limits.size() != RLIM_NLIMITS ||
+      message.descriptors.size() != 1) {
     return std::nullopt;
   }
   assignment.connection = std::move(message.descriptors.front());

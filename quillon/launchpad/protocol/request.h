@@ -49,7 +49,8 @@ struct Decline {
   bool isLaunchable = true;  // false: a direct launch fails too, and reports why
 };
 bool sendDecline(int socket, const Decline& decline);
-Decline parseDecline(const Message& message);
+// Returns nullopt if the message is malformed.
+std::optional<Decline> parseDecline(const Message& message);
 
 // The server's answer to a request that a worker serves.
 struct TakenReply {
@@ -58,6 +59,7 @@ struct TakenReply {
   Descriptor connection;  // a socket to the worker
 };
 bool sendTaken(int socket, pid_t worker, int pidfd, int connection);
+// Both descriptors of the result are invalid if the message is malformed.
 TakenReply parseTaken(Message message);
 
 // A launch as a worker receives it, before the client's hand-over.

@@ -50,7 +50,9 @@ void write(RecordWriter& writer, const std::vector<T>& elements, const Visit& vi
 
 template <typename Visit, typename T>
 void read(RecordReader& reader, std::vector<T>& elements, const Visit& visit) {
-  for (uint64_t left = reader.number(); left > 0 && left < kMaxElements && reader.ok(); --left) {
+  uint64_t left = reader.number();
+  reader.require(left < kMaxElements);
+  for (; left > 0 && reader.ok(); --left) {
     visit(Decoder(reader), elements.emplace_back());
   }
 }

@@ -161,6 +161,7 @@ Values toMap(const ProcessState& state) {
   RecordReader reader(state);
   while (reader.ok() && !reader.atEnd()) {
     const std::string_view name = reader.view();
+    reader.require(!name.empty());  // firstDifference() could not report it
     all[name] = reader.view();
   }
   return reader.ok() ? all : Values();

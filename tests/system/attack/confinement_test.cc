@@ -52,8 +52,9 @@ std::string answerOf(const Descriptor& socket) {
   if (launchpad::receiveMessage(socket.get(), answer) != launchpad::Received::kMessage) {
     return "no answer";
   }
-  return answer.kind == launchpad::MessageKind::kDeclined ? launchpad::parseDecline(answer).reason
-                                                          : "served";
+  return answer.kind == launchpad::MessageKind::kDeclined
+             ? launchpad::parseDecline(answer).value().reason
+             : "served";
 }
 
 class Confinement : public LaunchpadTest {

@@ -45,6 +45,15 @@ TEST_F(Certificates, AreThoseOfTheEnvironmentIfItNamesAFile) {
   EXPECT_EQ(contentOf(at(kBundle)), "own");
 }
 
+TEST_F(Certificates, ThatDoNotEndTakeNoTime) {
+  constexpr size_t kSize = size_t{15} << 20;
+  std::string text;
+  while (text.size() < kSize) {
+    text += "-----BEGIN CERTIFICATE-----";
+  }
+  EXPECT_TRUE(device::certificatesIn(text).empty());
+}
+
 constexpr char kCertificate[] = "-----BEGIN CERTIFICATE-----\nYWJj\n-----END CERTIFICATE-----\n";
 
 TEST_F(Certificates, AddedOnesFollowThoseOfTheDevice) {

@@ -22,10 +22,12 @@
 #include "quillon/base/directory_entries.h"
 #include "quillon/base/record.h"
 #include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/exit_state.h"
 #include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/protocol/sealed_memory.h"
+#include "quillon/launchpad/protocol/status.h"
 #include "quillon/launchpad/state/limits.h"
 #include "quillon/launchpad/state/proc_self.h"
 #include "quillon/launchpad/state/process_state.h"
@@ -90,6 +92,60 @@ TEST(Request, IsRejectedIfMalformed) {
     const std::string asHandOver = RecordWriter().number(0).append(encoded).take();
     EXPECT_FALSE(parseHandOver(messageOf(MessageKind::kHandOver, asHandOver)));
   }
+}
+
+// A request whose fields "type" and "raw" are as given.
+std::string requestWith(const std::vector<std::string>& types, uint64_t raw) {
+  return RecordWriter().text("a").texts(types).texts({}).number(raw).text("").take();
+}
+
+TEST(Request, IsRejectedIfAFieldHasNoSuchValue) {
+  EXPECT_TRUE(parseRequest(messageOf(MessageKind::kLaunch, requestWith({"dotnet"}, 1))));
+  EXPECT_FALSE(parseRequest(messageOf(MessageKind::kLaunch, requestWith({"dotnet"}, 2))));
+  EXPECT_FALSE(parseRequest(messageOf(MessageKind::kLaunch, requestWith({"dotnet", "x"}, 1))));
+}
+
+TEST(Assignment, IsRejectedWithoutALimitForEachResource) {
+  for (const size_t size : {size_t{0}, size_t{1}, (RLIM_NLIMITS - 1) * sizeof(rlimit)}) {
+    RecordWriter fields;
+    for (int i = 0; i < 6; ++i) {
+      fields.text("a");
+    }
+    EXPECT_FALSE(parseAssignment(assignmentOf(fields.text(std::string(size, 'x')).take())));
+  }
+}
+
+TEST(TakenReply, HasNoDescriptorsIfMalformed) {
+  Message message = assignmentOf("four");
+  message.descriptors.emplace_back(dup(STDIN_FILENO));
+  const TakenReply reply = parseTaken(std::move(message));
+  EXPECT_FALSE(reply.pidfd);
+  EXPECT_FALSE(reply.connection);
+}
+
+TEST(ExitState, IsRejectedIfNoProcessCanEndSo) {
+  for (const ExitState& state : {ExitState{false, 255}, ExitState{true, SIGKILL}}) {
+    const auto decoded = decodeExitState(encode(state));
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->bySignal, state.bySignal);
+    EXPECT_EQ(decoded->number, state.number);
+  }
+  const std::pair<uint64_t, uint64_t> kImpossible[] = {
+      {0, 256}, {1, 0}, {1, NSIG}, {2, 0}, {1, 0x7fffffff}, {0, uint64_t(-128)}};
+  for (const auto& [bySignal, number] : kImpossible) {
+    EXPECT_FALSE(decodeExitState(RecordWriter().number(bySignal).number(number).bytes()));
+  }
+  EXPECT_FALSE(decodeExitState(encode(ExitState{false, 0}) + "x"));
+}
+
+TEST(StatusMessage, IsRejectedIfAListIsTooLong) {
+  Status status;
+  std::string bytes = encode(status);
+  EXPECT_TRUE(decodeStatus(bytes));
+  // The lists are empty numbers at the end. The first gets an impossible length.
+  const std::string number = RecordWriter().number(10'000).take();
+  bytes.replace(bytes.size() - 4 * number.size(), number.size(), number);
+  EXPECT_FALSE(decodeStatus(bytes));
 }
 
 struct SocketPair {
@@ -498,6 +554,12 @@ TEST(ProcessState, IsEqualInAnotherOrder) {
   const std::string one = RecordWriter().text("a").text("1").text("b").text("2").bytes();
   const std::string other = RecordWriter().text("b").text("2").text("a").text("1").bytes();
   EXPECT_EQ(firstDifference(one, other), "");
+}
+
+// The name of the difference would be empty, as if there were none.
+TEST(ProcessState, IsMalformedWithAnEmptyName) {
+  const std::string one = RecordWriter().text("a").text("1").bytes();
+  EXPECT_EQ(firstDifference(one, one + RecordWriter().text("").text("2").bytes()), "a");
 }
 
 TEST(ProcessState, DiffersFromAMalformedState) {

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "quillon/base/exit_status.h"
+#include "quillon/base/record.h"
 #include "quillon/launchpad/protocol/exit_state.h"
 #include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/protocol/message.h"
@@ -133,6 +134,27 @@ TEST_F(PendingLaunchTest, IsDirectIfTheServerIsSilent) {
   const LaunchOutcome outcome = launch({}, {kShort, kLong, kLong});
   EXPECT_FALSE(outcome.status);
   EXPECT_EQ(outcome.whyNot, "the launch pad does not answer");
+}
+
+TEST(PendingLaunch, IsDirectIfTheServerSendsAMalformedMessage) {
+  const std::pair<MessageKind, std::string> kMalformed[] = {
+      {MessageKind::kEnded, RecordWriter().number(0).number(256).take()},
+      {MessageKind::kEnded, RecordWriter().number(1).number(0x7fffffff).take()},
+      {MessageKind::kEnded, ""},
+      {MessageKind::kDeclined, "reason"},
+  };
+  for (const auto& [kind, bytes] : kMalformed) {
+    const auto [socket, other] = makeSocketPair();
+    ASSERT_TRUE(sendMessage(other.get(), kind, bytes));
+    const ProcSelf self;
+    const Request request = makeRequest({}, self);
+    const EncodedHandOver handOver({}, self, {}, {});
+    const LaunchOutcome outcome = PendingLaunch(socket, request, handOver, self.ignoredSignals(),
+                                                false, {kShort, kLong, kLong})
+                                      .awaitOutcome();
+    EXPECT_FALSE(outcome.status);
+    EXPECT_EQ(outcome.whyNot, "the launch pad closed the connection");
+  }
 }
 
 TEST_F(PendingLaunchTest, IsDirectIfTheWorkerDoesNotTakeOver) {

@@ -11,6 +11,7 @@
 #include "quillon/base/files.h"
 #include "quillon/timeline/html_text.h"
 #include "quillon/timeline/timeline_page.h"
+#include "quillon/timeline/timeline_picture.h"
 #include "tests/support/temporary_directory.h"
 
 namespace quillon::timeline {
@@ -112,6 +113,18 @@ TEST_F(TimelineTest, IgnoresEndsWithoutAStartAndOtherLines) {
   EXPECT_THAT(timeline->threads[0].entries, SizeIs(1));
 }
 
+TEST_F(TimelineTest, IgnoresNumbersThatNoProcessOrClockHas) {
+  const auto timeline = read(
+      "{\"ph\":\"i\",\"pid\":1e300,\"tid\":99999999999,\"ts\":-1e308,\"name\":\"first\"},\n"
+      "{\"ph\":\"i\",\"pid\":1.5,\"ts\":1e308,\"name\":\"too late\"},\n");
+  ASSERT_TRUE(timeline);
+  ASSERT_THAT(timeline->threads, SizeIs(1));
+  EXPECT_EQ(timeline->threads[0].process, 0);
+  EXPECT_EQ(timeline->threads[0].thread, 0);
+  EXPECT_THAT(timeline->threads[0].entries, SizeIs(1));
+  EXPECT_EQ(timeline->end, 0);
+}
+
 TEST_F(TimelineTest, AClosedTraceIsACompleteArray) {
   EXPECT_EQ(closed("[\n"), "[\n]\n");
   EXPECT_EQ(closed(""), "[\n]\n");
@@ -136,8 +149,8 @@ TEST_F(TimelineTest, ThePageNamesEverySpanAndMark) {
   const auto timeline = read(kLaunch);
   const std::string page = timelinePage(*timeline, "the title");
   for (const char* text :
-       {">outer</text>", ">inner</text>", ">beside</text>", ">milestone</text>", "thread 8</text>",
-        "<title>the title</title>", ">0.300 ms</text>", ">at 0.051 ms</text>"}) {
+       {">outer</span>", ">inner</span>", ">beside</span>", ">milestone</span>", "thread 8</h2>",
+        "<title>the title</title>", ">0.300 ms</span>", ">at 0.051 ms</span>"}) {
     EXPECT_THAT(page, HasSubstr(text));
   }
 }
@@ -164,6 +177,11 @@ TEST_F(TimelineTest, NamesCannotBecomeMarkup) {
   EXPECT_THAT(page, HasSubstr("&lt;/title&gt;&lt;script&gt;alert(&#39;y&#39;)"));
 }
 
+TEST_F(TimelineTest, ThePicturesNamesCannotBecomeMarkup) {
+  const auto timeline = read("{\"ph\":\"i\",\"pid\":1,\"ts\":2,\"name\":\"</text><script>\"},\n");
+  EXPECT_THAT(timelinePicture(*timeline), Not(HasSubstr("<script>")));
+}
+
 // The y coordinate of every row of the picture.
 std::multiset<std::string> tops(const std::string& page) {
   const std::regex stripe("class='stripe' x='0' y='([0-9]+)'");
@@ -176,7 +194,7 @@ std::multiset<std::string> tops(const std::string& page) {
 
 TEST_F(TimelineTest, RowsDoNotOverlap) {
   const auto timeline = read(kLaunch);
-  const auto found = tops(timelinePage(*timeline, "t"));
+  const auto found = tops(timelinePicture(*timeline));
   EXPECT_THAT(found, SizeIs(4));
   EXPECT_EQ(std::set<std::string>(found.begin(), found.end()).size(), found.size());
 }
