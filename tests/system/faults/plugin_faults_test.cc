@@ -6,11 +6,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <map>
 #include <sstream>
+#include <thread>
 #include <vector>
 
 #include "device_paths.h"
@@ -162,9 +164,16 @@ std::vector<std::string> partsOf(const std::string& list) {
   return parts;
 }
 
-// Whether the list is right, except for files and folders that could not be read.
+// Whether the list is right, except for files and folders that could not be read, and for packages
+// whose root the platform does not know: they are listed with an empty root. Folders that are
+// searched for again in the same process are listed again.
 bool isPartOf(const std::string& list, const std::string& right) {
-  const auto parts = partsOf(list);
+  std::vector<std::string> parts;
+  for (const std::string& part : partsOf(list)) {
+    if (part != device_paths::kCobaOfPackage && std::ranges::find(parts, part) == parts.end()) {
+      parts.push_back(part);
+    }
+  }
   const auto all = partsOf(right);
   std::size_t found = 0;
   for (std::size_t index = 0; index < all.size() && found < parts.size(); ++index) {
@@ -175,7 +184,7 @@ bool isPartOf(const std::string& list, const std::string& right) {
 
 std::size_t sampleStep() {
   const char* text = std::getenv("QUILLON_FAULTS_SAMPLE");
-  return text == nullptr ? 101 : std::max(1, std::atoi(text));
+  return text == nullptr ? 307 : std::max(1, std::atoi(text));
 }
 
 class PluginFaults : public torture::DeviceTest {
@@ -187,6 +196,8 @@ class PluginFaults : public torture::DeviceTest {
     }
     static const bool prepared = [] {
       installPackages();
+      // The platform keeps what it has read from a registry that is older than a clock tick.
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
       std::vector<Failure> failures = failuresOfLibc();
       failures.insert(failures.end(), failuresOfPlatform().begin(), failuresOfPlatform().end());
       watchCalls(loadPlugin(), failures);
