@@ -35,6 +35,10 @@
  * 0. That can happen in plugin_initialize and in plugin_set_app_info. A launcher that must notice a
  * refusal registers a function with atexit(3).
  *
+ * Memory: if memory runs out, plugin_initialize and plugin_set_app_info refuse the launch. Every
+ * other function writes an error line and returns what it returns on other failures; a list is then
+ * null or empty.
+ *
  * Unloading: the library stays loaded until the process ends. dlclose(3) has no effect, because
  * signal handlers and threads of the plug-in use the library at any time after plugin_initialize.
  */

@@ -14,6 +14,11 @@ namespace {
 
 constexpr int kFlags = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
+bool flushAt(int start, const char* path) {
+  const Descriptor folder(openat(start, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder && fsync(folder.get()) == 0;
+}
+
 Descriptor openOrMake(int folder, const char* name, MissingFolder missing) {
   Descriptor opened(openat(folder, name, O_PATH | kFlags));
   if (opened || errno != ENOENT || missing == MissingFolder::kFail) {
@@ -21,6 +26,9 @@ Descriptor openOrMake(int folder, const char* name, MissingFolder missing) {
   }
   constexpr mode_t kMode = 0777;
   if (mkdirat(folder, name, kMode) != 0 && errno != EEXIST) {
+    return Descriptor();
+  }
+  if (missing == MissingFolder::kMakeAndFlush && !flushAt(folder, ".")) {
     return Descriptor();
   }
   return Descriptor(openat(folder, name, O_PATH | kFlags));
@@ -41,6 +49,8 @@ Descriptor openFolderWithoutLinks(int start, const std::filesystem::path& path,
   }
   return Descriptor(folder ? openat(folder.get(), ".", O_RDONLY | kFlags) : -1);
 }
+
+bool flushFolder(const std::filesystem::path& path) { return flushAt(AT_FDCWD, path.c_str()); }
 
 bool replaceFile(int folder, const std::string& name, std::string_view content) {
   constexpr mode_t kMode = 0644;

@@ -11,13 +11,18 @@
 
 namespace quillon {
 
-enum class MissingFolder { kFail, kMake };
+enum class MissingFolder { kFail, kMake, kMakeAndFlush };
 
 // Opens the folder at `path` for reading. A relative path begins at the open folder `start`, which
-// may be AT_FDCWD. With kMake, creates missing folders as mkdir(1) with -p does. Returns an invalid
-// descriptor with errno set on failure; errno is ENOTDIR if a component is a symbolic link.
+// may be AT_FDCWD. With kMake, creates missing folders as mkdir(1) with -p does; with kMakeAndFlush
+// they are on the disk when the function returns. Returns an invalid descriptor with errno set on
+// failure; errno is ENOTDIR if a component is a symbolic link.
 [[nodiscard]] Descriptor openFolderWithoutLinks(int start, const std::filesystem::path& path,
                                                 MissingFolder missing = MissingFolder::kFail);
+
+// Waits until the entries of the folder at `path` are on the disk: files that were created, renamed
+// or removed are so after a power cut too. Returns false with errno set on failure.
+[[nodiscard]] bool flushFolder(const std::filesystem::path& path);
 
 // Writes a new file and renames it to `name` in the open folder. A process that opens the file gets
 // the old or the new content. Replaces a symbolic link at that name and does not follow it. Returns

@@ -111,6 +111,9 @@ Expected<void> removeCachedLists(const std::filesystem::path& device) {
         cause = errno;
       }
     }
+    if (cause == 0 && fsync(folder.get()) != 0) {
+      cause = errno;
+    }
   }
   if (cause == 0 || cause == ENOENT) {
     return {};

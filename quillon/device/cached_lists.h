@@ -28,7 +28,8 @@ CachedLists readCachedLists();
 
 // Removes the lists, so that the next launch builds them again. Call it before and after a change
 // of what they are made of: packages and the framework. Between the two calls a launch may save a
-// list that is already outdated. Follows no symbolic link below `device`.
+// list that is already outdated. A power cut does not bring the removed lists back. Follows no
+// symbolic link below `device`.
 [[nodiscard]] Expected<void> removeCachedLists(const std::filesystem::path& device);
 
 // What `list` needs to be current, for the messages of all commands.

@@ -2,6 +2,7 @@
 #include <sys/prctl.h>
 
 #include <cstring>
+#include <new>
 
 #include "platform/dlog.h"
 #include "platform/launch_marker.h"
@@ -37,6 +38,9 @@ void print_log_debug(const char* text) {
   logForTracer(DLOG_DEBUG, "print_log_debug", kDebugLine, text);
 }
 
-char* string_format_test(const char* format, const char** args, int size) {
+char* string_format_test(const char* format, const char** args, int size) try {
   return my_strinf_format(format, args, size);
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  return nullptr;
 }

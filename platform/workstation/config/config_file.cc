@@ -13,6 +13,7 @@
 #include "path_failure.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
+#include "quillon/base/folders.h"
 #include "quillon/base/shell_word.h"
 
 namespace quillon::workstation {
@@ -45,6 +46,15 @@ bool isKey(std::string_view key) {
   }
 }
 
+// Flushes the folder of a key, and all folders above it that belong to the store: another process
+// may have created them a moment ago. Returns false with errno on failure.
+bool flushFolders(const std::string& folder) {
+  return flushFolder(fileOfKey(folder)) &&
+         (folder.empty()
+              ? flushFolder(kDataDirectory) && flushFolder(fs::path(kDataDirectory).parent_path())
+              : flushFolders(folderOfKey(folder)));
+}
+
 // A temporary file that replaces the key's file when it is completely on disk. Deleted otherwise.
 class Replacement {
  public:
@@ -67,9 +77,7 @@ class Replacement {
       return false;
     }
     made_ = false;
-    const Descriptor folder(
-        open(target_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return folder && fsync(folder.get()) == 0;
+    return true;
   }
 
  private:
@@ -199,7 +207,7 @@ Expected<void> writeKey(const std::string& key, const ConfigValue& value) {
     std::error_code error;
     fs::create_directories(path.parent_path(), error);
     errno = error.value();
-    return !error && Replacement(path).finish(bytes);
+    return !error && Replacement(path).finish(bytes) && flushFolders(folderOfKey(key));
   };
   // A second time, since removeKey() may remove the folder before the file is in it.
   if (write() || (errno == ENOENT && write())) {
@@ -217,10 +225,12 @@ Expected<bool> removeKey(const std::string& key) {
     }
     return failAt("cannot remove the configuration file", path);
   }
-  for (std::string group = folderOfKey(key); !group.empty(); group = folderOfKey(group)) {
-    if (rmdir(fileOfKey(group).c_str()) != 0) {
-      break;  // not empty
-    }
+  std::string group = folderOfKey(key);
+  while (!group.empty() && rmdir(fileOfKey(group).c_str()) == 0) {  // fails if it is not empty
+    group = folderOfKey(group);
+  }
+  if (!flushFolder(fileOfKey(group)) && errno != ENOENT) {  // another process may have removed it
+    return failAt("cannot remove the configuration file", path);
   }
   return true;
 }

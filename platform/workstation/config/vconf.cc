@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "config/change_notifier.h"
 #include "config/config_file.h"
@@ -21,7 +22,7 @@ int failed(const Failure& failure) {
 
 }  // namespace
 
-char* vconf_get_str(const char* key) {
+char* vconf_get_str(const char* key) try {
   if (key == nullptr) {
     return nullptr;
   }
@@ -35,9 +36,11 @@ char* vconf_get_str(const char* key) {
   // A number is not converted to text: each key has a fixed type.
   const auto* text = std::get_if<std::string>(&**value);
   return text == nullptr ? nullptr : strdup(text->c_str());
+} catch (const std::bad_alloc&) {
+  return nullptr;
 }
 
-int vconf_notify_key_changed(const char* key, vconf_callback_fn cb, void* user_data) {
+int vconf_notify_key_changed(const char* key, vconf_callback_fn cb, void* user_data) try {
   if (key == nullptr || cb == nullptr) {
     return -EINVAL;
   }
@@ -47,6 +50,8 @@ int vconf_notify_key_changed(const char* key, vconf_callback_fn cb, void* user_d
   }
   const auto added = (*notifier)->add(key, cb, user_data);
   return added ? 0 : failed(added.error());
+} catch (const std::bad_alloc&) {
+  return -ENOMEM;
 }
 
 int vconf_ignore_key_changed(const char* key, vconf_callback_fn cb) {

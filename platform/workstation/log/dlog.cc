@@ -11,6 +11,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -150,7 +151,7 @@ bool useLog(const LogConfig& config) {
 
 }  // namespace quillon::workstation
 
-int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
+int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) try {
   namespace workstation = quillon::workstation;
   if (fmt == nullptr) {
     return -1;
@@ -174,4 +175,6 @@ int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
   }
   errno = callersErrno;
   return text ? static_cast<int>(text->size()) : -1;
+} catch (const std::bad_alloc&) {
+  return -1;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,7 +48,7 @@ bool matches(const app_info_metadata_filter_s& filter, const FoundApplication& a
 
 }  // namespace
 
-int app_info_create(const char* app_id, app_info_h* handle) {
+int app_info_create(const char* app_id, app_info_h* handle) try {
   if (handle == nullptr) {
     return kInvalidArgument;
   }
@@ -57,6 +58,8 @@ int app_info_create(const char* app_id, app_info_h* handle) {
     *handle = info.release();
   }
   return result;
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
 }
 
 int app_info_destroy(app_info_h handle) {
@@ -91,12 +94,14 @@ int app_info_foreach_metadata(app_info_h handle, app_info_metadata_cb cb, void* 
   return kOk;
 }
 
-int app_info_metadata_filter_create(app_info_metadata_filter_h* handle) {
+int app_info_metadata_filter_create(app_info_metadata_filter_h* handle) try {
   if (handle == nullptr) {
     return kInvalidArgument;
   }
   *handle = new app_info_metadata_filter_s;
   return kOk;
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
 }
 
 int app_info_metadata_filter_destroy(app_info_metadata_filter_h handle) {
@@ -108,7 +113,7 @@ int app_info_metadata_filter_destroy(app_info_metadata_filter_h handle) {
 }
 
 int app_info_metadata_filter_add(app_info_metadata_filter_h handle, const char* key,
-                                 const char* value) {
+                                 const char* value) try {
   if (handle == nullptr || key == nullptr) {
     return kInvalidArgument;
   }
@@ -118,6 +123,8 @@ int app_info_metadata_filter_add(app_info_metadata_filter_h handle, const char* 
   }
   handle->conditions.push_back(std::move(condition));
   return kOk;
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
 }
 
 int app_info_metadata_filter_foreach(app_info_metadata_filter_h handle, app_info_filter_cb cb,

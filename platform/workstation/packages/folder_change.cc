@@ -80,22 +80,25 @@ Expected<std::vector<LogEntry>> logEntries(Registry& registry) {
   return all;
 }
 
-// Undoes the step, if it was taken. Without an inode, there was no folder to put at the root.
+bool flush(const Place& place) { return fsync(place.folder.get()) == 0; }
+
+// Undoes the step, if it was taken. Without an inode, there was no folder to put at the root. The
+// disk has the old files at the root before the new ones are deleted.
 bool undo(const LogEntry& entry) {
   const Place root(entry.root);
   const Place temporary(entry.temporary);
   const bool hasTemporary = inodeOf(temporary) != 0;
   if (entry.step == kReplace && entry.inode != 0 && inodeOf(root) == entry.inode) {
-    return rename(root, temporary, hasTemporary ? RENAME_EXCHANGE : 0);
+    return rename(root, temporary, hasTemporary ? RENAME_EXCHANGE : 0) && flush(root);
   }
-  return entry.step != kRemove || !hasTemporary || rename(temporary, root, 0);
+  return entry.step != kRemove || !hasTemporary || (rename(temporary, root, 0) && flush(root));
 }
 
 // Returns whether there is no such folder now.
 bool removeFolder(const fs::path& path) {
   const Place place(path);
-  const bool removed =
-      place.folder ? removeTree(place.folder.get(), place.name) : place.error == ENOENT;
+  const bool removed = place.folder ? removeTree(place.folder.get(), place.name) && flush(place)
+                                    : place.error == ENOENT;
   if (!removed) {
     logFailure(failAt("cannot remove the folder", path, "remove it by hand").value());
   }
@@ -136,7 +139,8 @@ Expected<void> recover(Registry& registry, const LogEntry& entry) {
 // Only the owner may open the lock: anyone who can open a file can lock it.
 Expected<InstallLock> InstallLock::acquire() {
   constexpr mode_t kMode = 0600;
-  const Descriptor folder = openFolderWithoutLinks(AT_FDCWD, kDataDirectory, MissingFolder::kMake);
+  const Descriptor folder =
+      openFolderWithoutLinks(AT_FDCWD, kDataDirectory, MissingFolder::kMakeAndFlush);
   if (!folder) {
     return failAt("cannot make the folder", kDataDirectory);
   }
@@ -170,7 +174,7 @@ Expected<void> FolderChange::log(const char* step, uint64_t inode) {
 Expected<Descriptor> FolderChange::stage() {
   RETURN_IF_FAILED(log(kGarbage, 0));
   const Descriptor parent =
-      openFolderWithoutLinks(AT_FDCWD, root_.parent_path(), MissingFolder::kMake);
+      openFolderWithoutLinks(AT_FDCWD, root_.parent_path(), MissingFolder::kMakeAndFlush);
   if (!parent) {
     return failAt("cannot make the folder", root_.parent_path());
   }
@@ -190,7 +194,8 @@ Expected<void> FolderChange::replace() {
   const Place temporary(temporary_);
   const Place root(root_);
   RETURN_IF_FAILED(log(kReplace, inodeOf(temporary)));
-  if (rename(temporary, root, inodeOf(root) != 0 ? RENAME_EXCHANGE : RENAME_NOREPLACE)) {
+  if (rename(temporary, root, inodeOf(root) != 0 ? RENAME_EXCHANGE : RENAME_NOREPLACE) &&
+      flush(root)) {
     return {};
   }
   const bool unsupported = errno == EINVAL || errno == ENOSYS;
@@ -211,7 +216,7 @@ Expected<void> FolderChange::remove() {
     return {};
   }
   RETURN_IF_FAILED(log(kRemove, 0));
-  if (rename(root, Place(temporary_), 0)) {
+  if (rename(root, Place(temporary_), 0) && flush(root)) {
     return {};
   }
   return failAt("cannot move the folder", root_);

@@ -1,8 +1,9 @@
-// Changes of a package's folder that are atomic even if the process is killed.
+// Changes of a package's folder that are atomic even if the process is killed or the power is cut.
 //
 // The new folder is filled under a temporary name beside the package's folder and then renamed to
 // its place. The table folder_change of the registry is an intent log: each step is logged before
-// it is taken, so that the next install or removal can undo what the registry did not commit.
+// it is taken, so that the next install or removal can undo what the registry did not commit. Each
+// step is on the disk before the registry changes again.
 //
 //   step "garbage"  the temporary folder can be deleted: it is being filled, or it was replaced
 //   step "replace"  the temporary folder, identified by its inode, is about to be exchanged with

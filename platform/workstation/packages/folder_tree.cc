@@ -94,7 +94,8 @@ Expected<void> copyFile(const Source& source, int to) {
   Descriptor copy(openat(to, source.name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
   if (!copy || !hasSpaceFor(copy.get(), status.st_size) ||
       !copyBytes(from.get(), copy.get(), status.st_size) ||
-      fchmod(copy.get(), status.st_mode & kPermissions) != 0 || close(copy.release()) != 0) {
+      fchmod(copy.get(), status.st_mode & kPermissions) != 0 || fsync(copy.get()) != 0 ||
+      close(copy.release()) != 0) {
     return cannotCopy(source);
   }
   return {};
@@ -156,6 +157,9 @@ Expected<void> copyContents(int from, int to, const fs::path& path, int depth) {
   }
   for (const std::string& name : names) {
     RETURN_IF_FAILED(copyEntry({from, name, path / name}, to, depth));
+  }
+  if (fsync(to) != 0) {
+    return failAt("cannot copy", path, "check that the device root has space");
   }
   return {};
 }

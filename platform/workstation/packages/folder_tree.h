@@ -12,7 +12,8 @@ namespace quillon::workstation {
 // Copies the contents of the open folder `from`, whose path is `path` in failures, to the open
 // folder `to`: regular files, folders and symbolic links. Copies have the permissions of the
 // originals, without the set-user-id, set-group-id and sticky bits; folders are writable for their
-// owner. Of a file that grows meanwhile, copies the first part.
+// owner. Of a file that grows meanwhile, copies the first part. When the function returns, the
+// copies are on the disk.
 Expected<void> copyTree(int from, int to, const std::filesystem::path& path);
 
 // Removes the file or the folder `name`, which may be missing, from the open folder `folder`. Any

@@ -57,8 +57,12 @@ Found lookUpPackageOfApplication(const std::string& appId, uid_t user) {
     Found found = registry.packageOfApplication(appId, user);
     if (found && *found) {
       const std::string& id = (*found)->id;
-      const bool isOwn = (*found)->owner == user;  // then it hides other packages of that id
-      store(version, packageKey(id, user), isOwn ? found : registry.packageVisibleTo(id, user));
+      // tl::expected ends the process if memory runs out while it is copied.
+      if ((*found)->owner == user) {  // hides other packages of that id
+        store(version, packageKey(id, user), found);
+      } else {
+        store(version, packageKey(id, user), registry.packageVisibleTo(id, user));
+      }
     }
     return found;
   });

@@ -1,12 +1,14 @@
 #include "platform/package_info.h"
 
 #include <memory>
+#include <new>
 
 #include "packages/service.h"
 
 using quillon::workstation::Application;
 using quillon::workstation::findPackage;
 using quillon::workstation::kInvalidArgument;
+using quillon::workstation::kNoMemory;
 using quillon::workstation::kOk;
 using quillon::workstation::Package;
 
@@ -30,7 +32,7 @@ bool isKnown(package_info_app_component_type_e type) {
 
 }  // namespace
 
-int package_info_create(const char* package_id, package_info_h* handle) {
+int package_info_create(const char* package_id, package_info_h* handle) try {
   if (handle == nullptr) {
     return kInvalidArgument;
   }
@@ -40,6 +42,8 @@ int package_info_create(const char* package_id, package_info_h* handle) {
     *handle = info.release();
   }
   return result;
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
 }
 
 int package_info_destroy(package_info_h handle) {

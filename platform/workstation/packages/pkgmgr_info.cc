@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "packages/process_registry.h"
 #include "packages/service.h"
@@ -12,6 +13,7 @@ using quillon::workstation::findApplication;
 using quillon::workstation::findPackage;
 using quillon::workstation::FoundApplication;
 using quillon::workstation::kInvalidArgument;
+using quillon::workstation::kNoMemory;
 using quillon::workstation::kNotFound;
 using quillon::workstation::kOk;
 using quillon::workstation::kTooLong;
@@ -52,7 +54,7 @@ int pkgmgrinfo_pkginfo_get_pkginfo(const char* package_id, pkgmgrinfo_pkginfo_h*
 }
 
 int pkgmgrinfo_pkginfo_get_usr_pkginfo(const char* package_id, uid_t uid,
-                                       pkgmgrinfo_pkginfo_h* handle) {
+                                       pkgmgrinfo_pkginfo_h* handle) try {
   if (handle == nullptr) {
     return kInvalidArgument;
   }
@@ -62,6 +64,8 @@ int pkgmgrinfo_pkginfo_get_usr_pkginfo(const char* package_id, uid_t uid,
     *handle = package.release();
   }
   return result;
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
 }
 
 int pkgmgrinfo_pkginfo_get_mainappid(pkgmgrinfo_pkginfo_h handle, char** app_id) {
@@ -83,7 +87,7 @@ int pkgmgrinfo_pkginfo_destroy_pkginfo(pkgmgrinfo_pkginfo_h handle) {
   return destroy<Package>(handle);
 }
 
-int pkgmgrinfo_appinfo_get_appinfo(const char* app_id, pkgmgrinfo_appinfo_h* handle) {
+int pkgmgrinfo_appinfo_get_appinfo(const char* app_id, pkgmgrinfo_appinfo_h* handle) try {
   if (handle == nullptr) {
     return kInvalidArgument;
   }
@@ -93,6 +97,8 @@ int pkgmgrinfo_appinfo_get_appinfo(const char* app_id, pkgmgrinfo_appinfo_h* han
     *handle = found.release();
   }
   return result;
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
 }
 
 int pkgmgrinfo_appinfo_get_exec(pkgmgrinfo_appinfo_h handle, char** exec) {
@@ -127,7 +133,7 @@ int pkgmgr_installer_info_get_target_uid(uid_t* uid) {
   return kOk;
 }
 
-int aul_app_get_pkgid_bypid(int pid, char* package_id, int length) {
+int aul_app_get_pkgid_bypid(int pid, char* package_id, int length) try {
   if (pid <= 0 || package_id == nullptr || length <= 0) {
     return kInvalidArgument;
   }
@@ -140,4 +146,6 @@ int aul_app_get_pkgid_bypid(int pid, char* package_id, int length) {
   }
   std::memcpy(package_id, package->c_str(), package->size() + 1);
   return kOk;
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
 }

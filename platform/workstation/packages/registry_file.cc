@@ -13,6 +13,7 @@
 #include "path_failure.h"
 #include "quillon/base/descriptor.h"
 #include "quillon/base/files.h"
+#include "quillon/base/folders.h"
 #include "workstation/packages.h"
 
 namespace quillon::workstation {
@@ -48,8 +49,10 @@ bool writeAndRename(std::string_view bytes) {
       fsync(file.get()) != 0) {
     return false;
   }
-  unlink(kJournalPath);
-  return rename(kNewPath, kRegistryPath) == 0;
+  if (unlink(kJournalPath) == 0 && !flushFolder(kDataDirectory)) {
+    return false;
+  }
+  return rename(kNewPath, kRegistryPath) == 0 && flushFolder(kDataDirectory);
 }
 
 // Whether an earlier version was interrupted while it changed the registry in place.
@@ -85,7 +88,12 @@ Expected<std::string> readRegistryFile() {
                 "check the file and the permissions of its folders");
   }
   if (hasJournal()) {
-    return Database::recoverFile(kRegistryPath);
+    auto recovered = Database::recoverFile(kRegistryPath);
+    // SQLite has removed the journal. A later registry must not meet it after a power cut.
+    if (recovered && !flushFolder(kDataDirectory)) {
+      return failAt("cannot recover the package registry", kRegistryPath);
+    }
+    return recovered;
   }
   return std::move(*bytes);
 }

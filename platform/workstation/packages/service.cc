@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <new>
+
 #include "log/log_failure.h"
 #include "packages/lookup.h"
 #include "packages/registry.h"
@@ -61,7 +63,7 @@ ServiceResult findApplication(const char* appId, FoundApplication& found) {
   return kOk;
 }
 
-ServiceResult findAllApplications(std::vector<FoundApplication>& found) {
+ServiceResult findAllApplications(std::vector<FoundApplication>& found) try {
   auto registry = Registry::openForReading();
   if (!registry) {
     return registryFailed(registry.error());
@@ -76,6 +78,8 @@ ServiceResult findAllApplications(std::vector<FoundApplication>& found) {
     }
   }
   return kOk;
+} catch (const std::bad_alloc&) {
+  return kNoMemory;
 }
 
 }  // namespace quillon::workstation

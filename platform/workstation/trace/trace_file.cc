@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <string>
 
 #include "quillon/base/descriptor.h"
@@ -87,7 +88,14 @@ std::string commonFields(char phase) {
   return text.data();
 }
 
-bool append(const std::string& event) { return writeAll(traceFile().get(), event); }
+// Writes the common fields and the rest of an event, which `rest` returns. Returns false if memory
+// runs out: the callers are C functions.
+template <typename Rest>
+bool append(char phase, const Rest& rest) try {
+  return writeAll(traceFile().get(), commonFields(phase) + rest());
+} catch (const std::bad_alloc&) {
+  return false;
+}
 
 }  // namespace
 
@@ -104,14 +112,16 @@ Expected<void> startTrace(const std::string& path) {
 bool isTracing() { return static_cast<bool>(traceFile()); }
 
 bool traceBegin(std::string_view name) {
-  return append(commonFields('B') + ",\"name\":" + jsonQuote(name) + "},\n");
+  return append('B', [&] { return ",\"name\":" + jsonQuote(name) + "},\n"; });
 }
 
-bool traceEnd() { return append(commonFields('E') + "},\n"); }
+bool traceEnd() {
+  return append('E', [] { return "},\n"; });
+}
 
 bool traceInstant(std::string_view name) {
-  return append(commonFields('i') + R"(,"s":"p","cat":"marker","name":)" + jsonQuote(name) +
-                "},\n");
+  return append('i',
+                [&] { return R"(,"s":"p","cat":"marker","name":)" + jsonQuote(name) + "},\n"; });
 }
 
 }  // namespace quillon::workstation

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "quillon_tv_plugin.h"
 #include "util/log/log.h"
@@ -44,9 +45,12 @@ void print_name(const char* name) {
 
 int print_backtrace(int tid) { return static_cast<int>(syscall(SYS_tkill, tid, kBacktraceSignal)); }
 
-int print_all_backtrace() {
+int print_all_backtrace() try {
   QLOG_SCOPE();
   QLOG_ERROR("print_all_backtrace()");
   dir_traverse("/proc/self/task/", print_name);
+  return 0;
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
   return 0;
 }

@@ -1,5 +1,7 @@
 #include "plugin/src/dotnet-exception-monitor/exception_monitor.h"
 
+#include <new>
+
 #include "plugin/src/dotnet-exception-monitor/fault_handler.h"
 #include "quillon_tv_plugin.h"
 #include "util/log/log.h"
@@ -36,7 +38,7 @@ bool install() {
 
 }  // namespace
 
-void enable_exception_monitor(int limitForSec, int limitCount) {
+void enable_exception_monitor(int limitForSec, int limitCount) try {
   QLOG_SCOPE();
   QLOG_INFO("enable_exception_monitor: %d, %d", limitForSec, limitCount);
   exception_limit_for_sec = limitForSec;
@@ -47,4 +49,6 @@ void enable_exception_monitor(int limitForSec, int limitCount) {
   } else {
     QLOG_INFO("register signal error!!!");
   }
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
 }

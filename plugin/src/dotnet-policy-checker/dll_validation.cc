@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -106,7 +107,7 @@ void serveRequests(int pipe) {
 
 pipe_message_changed_cb g_callback = nullptr;
 
-int plugin_validate_dll(int type, const char* path) {
+int plugin_validate_dll(int type, const char* path) try {
   QLOG_SCOPE();
   const std::string asked = textOrEmpty(path);
   const std::string resolved = getAbsolutePath(asked);
@@ -127,9 +128,12 @@ int plugin_validate_dll(int type, const char* path) {
   }
   const std::optional<std::string> answer = readText(answers.get());
   return answer.has_value() && isAccepted(*answer) ? 1 : 0;
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  return 0;
 }
 
-void create_pipe_server(pipe_message_changed_cb callback) {
+void create_pipe_server(pipe_message_changed_cb callback) try {
   QLOG_SCOPE();
   g_callback = callback;
   createPipe(kRequestPipe);
@@ -143,9 +147,11 @@ void create_pipe_server(pipe_message_changed_cb callback) {
     return;
   }
   serveRequests(requests.get());
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
 }
 
-void create_pipe_client(const char* message) {
+void create_pipe_client(const char* message) try {
   QLOG_SCOPE();
   if (!isRealPath(kAnswerPipe)) {
     return;
@@ -168,4 +174,6 @@ void create_pipe_client(const char* message) {
   }
   pipe.writeAll(answer.data(), answer.size());
   QLOG_INFO("Send message : %s", text.c_str());
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
 }

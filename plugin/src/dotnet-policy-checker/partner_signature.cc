@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <optional>
 
 #include "platform/vconf.h"
@@ -48,7 +49,7 @@ bool readDuid(FILE* request, DuidText& duid) {
 
 }  // namespace
 
-bool check_signature(const char* mountPath) {
+bool check_signature(const char* mountPath) try {
   QLOG_SCOPE();
   if (mountPath == nullptr) {
     QLOG_ERROR("Invalid mount path info...");
@@ -60,6 +61,9 @@ bool check_signature(const char* mountPath) {
     return false;
   }
   return verify_signature_file(QUILLON_PARTNER_PUBLIC_KEY, signature.data(), request.data());
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  return false;
 }
 
 bool verify_signature_file(const char* publicKeyPath, const char* signaturePath,

@@ -3,11 +3,16 @@
 //
 // If a function is called before plugin_initialize, there is no chain. This is an error of the
 // launcher; the function then behaves as with a chain that adds nothing.
+//
+// A launcher in C cannot catch exceptions. If memory runs out, a function logs an error and returns
+// a neutral result. The functions that check the application end the process instead: an
+// application that they have not checked must not start.
 #include <sys/capability.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "device_names.h"
 #include "plugin/src/quillon-tv-plugin/launch_services.h"
@@ -21,12 +26,28 @@
 
 namespace {
 
+char noPaths[] = "";
+
 constexpr char kDirectCallApplication[] = "com.korvane.tv.csfs";
 
 const char* textOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
 std::string listOf(std::string (PluginStrategy::*getter)()) {
   return tvPluginMgr != nullptr ? (tvPluginMgr->strategy->*getter)() : std::string();
+}
+
+void dropCapabilities() {
+  if (is_plugin_preload_called) {
+    return;
+  }
+  const cap_t none = cap_init();
+  if (none == nullptr) {
+    QLOG_ERROR_OF("plugin_before_execute", "fail to cap_init()");
+  }
+  if (cap_set_proc(none) < 0) {
+    QLOG_ERROR_OF("plugin_before_execute", "fail to cap_set_proc()");
+  }
+  cap_free(none);
 }
 
 void closeErrorCapture() {
@@ -38,7 +59,7 @@ void closeErrorCapture() {
 
 }  // namespace
 
-void plugin_initialize(const char* appType) {
+void plugin_initialize(const char* appType) try {
   QLOG_SCOPE();
   setenv(device_names::kApplicationVariable, "1", 1);
   setenv(device_names::kSocketsHandlerVariable, "0", 1);
@@ -55,9 +76,12 @@ void plugin_initialize(const char* appType) {
     tvPluginMgr->strategy->Initialize();
     globalAdapter->initialize();
   }
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  exit(EXIT_SUCCESS);
 }
 
-void plugin_preload() {
+void plugin_preload() try {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] plugin_preload");
   is_plugin_preload_called = true;
@@ -73,9 +97,11 @@ void plugin_preload() {
   } else if (function != nullptr) {
     reinterpret_cast<void (*)()>(function)();
   }
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
 }
 
-void plugin_set_app_info(const char* appId, const char* execPath) {
+void plugin_set_app_info(const char* appId, const char* execPath) try {
   QLOG_SCOPE();
   const char* id = textOrEmpty(appId);
   if (strstr(id, kDirectCallApplication) != nullptr) {
@@ -89,9 +115,12 @@ void plugin_set_app_info(const char* appId, const char* execPath) {
   if (IsAllowedToActivateGCTracer(id)) {
     ActivateGCTracer(id);
   }
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  exit(EXIT_SUCCESS);
 }
 
-bool plugin_has_log_control() {
+bool plugin_has_log_control() try {
   QLOG_SCOPE();
   static bool __tvIsInit = false;
   TTraceLog("[quillon-tv-plugin] plugin_has_log_control");
@@ -102,9 +131,12 @@ bool plugin_has_log_control() {
     }
   }
   return true;
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  return true;
 }
 
-char* plugin_get_tpa() {
+char* plugin_get_tpa() try {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] plugin_get_tpa");
   tpalist = listOf(&PluginStrategy::GetTPA);
@@ -113,32 +145,43 @@ char* plugin_get_tpa() {
   }
   QLOG_DEBUG("TPA List : %s", tpalist.c_str());
   return tpalist.data();
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  return nullptr;
 }
 
-char* plugin_get_dll_path() {
+char* plugin_get_dll_path() try {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] plugin_get_dll_path");
   plugindllPath = listOf(&PluginStrategy::GetDllPath);
   QLOG_DEBUG("Dll Path : %s", plugindllPath.c_str());
   return plugindllPath.data();
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  return noPaths;
 }
 
-char* plugin_get_extra_dll_path() {
+char* plugin_get_extra_dll_path() try {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] plugin_get_extra_dll_path");
   extraDllPath = listOf(&PluginStrategy::GetExtraDllPath);
   QLOG_DEBUG("Extra Dll Path : %s", extraDllPath.c_str());
   return extraDllPath.data();
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  return noPaths;
 }
 
-char* plugin_get_native_dll_searching_path() {
+char* plugin_get_native_dll_searching_path() try {
   QLOG_SCOPE();
-  static char none[] = "";
-  return none;
+  return noPaths;
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  return noPaths;
 }
 
 void plugin_set_coreclr_info(void* hostHandle, unsigned int domainId,
-                             coreclr_create_delegate_ptr createDelegate) {
+                             coreclr_create_delegate_ptr createDelegate) try {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] plugin_set_coreclr_info");
   m_hostHandle = hostHandle;
@@ -149,25 +192,20 @@ void plugin_set_coreclr_info(void* hostHandle, unsigned int domainId,
     CallFunctionForOT();
   }
   handleDebugPipe();
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
 }
 
-void plugin_before_execute() {
+void plugin_before_execute() try {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] plugin_before_execute");
-  if (is_plugin_preload_called) {
-    return;
-  }
-  const cap_t none = cap_init();
-  if (none == nullptr) {
-    QLOG_ERROR("fail to cap_init()");
-  }
-  if (cap_set_proc(none) < 0) {
-    QLOG_ERROR("fail to cap_set_proc()");
-  }
-  cap_free(none);
+  dropCapabilities();
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  dropCapabilities();
 }
 
-void plugin_finalize() {
+void plugin_finalize() try {
   QLOG_SCOPE();
   TTraceLog("[quillon-tv-plugin] plugin_finalize");
   if (tvPluginMgr != nullptr) {
@@ -175,9 +213,16 @@ void plugin_finalize() {
   }
   closeErrorCapture();
   checkOnTerminate = true;
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  closeErrorCapture();
+  checkOnTerminate = true;
 }
 
-int is_coba_direct_call_mode() {
+int is_coba_direct_call_mode() try {
   QLOG_SCOPE();
+  return directCallMode;
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
   return directCallMode;
 }

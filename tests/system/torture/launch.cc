@@ -25,6 +25,7 @@ constexpr unsigned kLaunchSeconds = 60;
 std::atomic<bool> waits{true};
 decltype(&plugin_initialize) initialize = nullptr;
 decltype(&plugin_get_tpa) getTpa = nullptr;
+decltype(&plugin_get_dll_path) getDllPath = nullptr;
 
 template <typename Function>
 void resolve(void* library, const char* name, Function& function) {
@@ -82,13 +83,17 @@ void loadPlugin() {
   }
   resolve(library, "plugin_initialize", initialize);
   resolve(library, "plugin_get_tpa", getTpa);
+  resolve(library, "plugin_get_dll_path", getDllPath);
 }
 
 void initializePlugin() { initialize("inhouse"); }
 
 const char* assemblyList() { return getTpa(); }
 
-Launched launch(const std::function<void()>& prepare) {
+const char* libraryFolders() { return getDllPath(); }
+
+Launched launch(const std::function<void()>& prepare,
+                const std::function<std::string()>& readLists) {
   SharedText text;
   const pid_t child = fork();
   if (child == 0) {
@@ -97,8 +102,12 @@ Launched launch(const std::function<void()>& prepare) {
       prepare();
     }
     initializePlugin();
-    const char* list = assemblyList();
-    text.set(list == nullptr ? "" : list);
+    if (readLists) {
+      text.set(readLists().c_str());
+    } else {
+      const char* list = assemblyList();
+      text.set(list == nullptr ? "" : list);
+    }
     _exit(0);
   }
   int status = 0;

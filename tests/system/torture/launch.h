@@ -33,9 +33,10 @@ class SharedText {
 void loadPlugin();
 
 // Called in a launch process: create the strategy of an "inhouse" application, and return its list
-// of assemblies. The plug-in owns the result; null for an empty list.
+// of assemblies and its folders of libraries. The plug-in owns the results; null for an empty list.
 void initializePlugin();
 const char* assemblyList();
+const char* libraryFolders();
 
 // The result of a launch: the list, or how its process ended.
 struct Launched {
@@ -43,9 +44,10 @@ struct Launched {
   std::string ending;  // "signal 11" or "status 3"; empty on success
 };
 
-// Performs a launch in a child process, which first calls `prepare`. The child is killed after a
-// minute.
-Launched launch(const std::function<void()>& prepare = {});
+// Performs a launch in a child process, which first calls `prepare` and then reads the lists by
+// `readLists`; by default the list of assemblies. The child is killed after a minute.
+Launched launch(const std::function<void()>& prepare = {},
+                const std::function<std::string()>& readLists = {});
 
 // Sets whether sync(2) and fsync(2) wait for the disk, in the calling process and in children
 // forked later. They wait by default. Without waiting more launches overlap, and other processes

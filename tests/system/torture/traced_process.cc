@@ -159,6 +159,15 @@ std::string SystemCall::textAt(std::size_t argument) const {
   return text;
 }
 
+std::string SystemCall::bytesAt(std::size_t argument, std::size_t size) const {
+  std::string bytes(size, '\0');
+  iovec local{bytes.data(), size};
+  iovec remote{reinterpret_cast<void*>(arguments.at(argument)), size};
+  const ssize_t length = process_vm_readv(process, &local, 1, &remote, 1, 0);
+  bytes.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+  return bytes;
+}
+
 TraceResult follow(const std::function<void()>& work, const Follower& follower) {
   const pid_t child = fork();
   if (child < 0) {

@@ -19,6 +19,8 @@ struct SystemCall {
 
   // Returns the string that an argument points to, or an empty string if it cannot be read.
   [[nodiscard]] std::string textAt(std::size_t argument) const;
+  // Returns `size` bytes that an argument points to, or fewer if they cannot be read.
+  [[nodiscard]] std::string bytesAt(std::size_t argument, std::size_t size) const;
 };
 
 // The action for a system call that is about to be executed.

@@ -1,0 +1,36 @@
+// Makes one call of a shared library fail: any call of the C library or of the platform that it
+// makes through its dynamic symbol table. Calls of other libraries are not affected.
+//
+// For x86-64 only: the library's table of addresses is patched.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace quillon::faults {
+
+// How a function reports an error.
+struct Failure {
+  const char* function;
+  long result;
+  int error;  // errno
+};
+
+// A call of the library: 1 for the first call of the function.
+struct FailingCall {
+  const Failure* failure = nullptr;
+  std::size_t number = 0;
+};
+
+// Patches the library, which dlopen(3) has loaded, for all functions of `failures`. Must be called
+// before the functions below.
+void watchCalls(void* library, const std::vector<Failure>& failures);
+
+// From now on counts the calls of the calling thread, and makes one of them fail.
+void failAt(const FailingCall& call);
+
+// The number of calls of a function since failAt(), which a child process may have called.
+std::size_t callsOf(const char* function);
+
+}  // namespace quillon::faults

@@ -1,0 +1,390 @@
+// Launches in which one allocation, one call of the C library or one call of the platform fails,
+// for each of them in turn.
+//
+// QUILLON_FAULTS_SAMPLE=N checks every Nth case only.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "device_paths.h"
+#include "tests/system/faults/failing_calls.h"
+#include "tests/system/faults/failing_memory.h"
+#include "tests/system/faults/plugin_launch.h"
+#include "tests/system/torture/device_main.h"
+#include "tests/unit/platform/sample_package.h"
+
+namespace quillon::faults {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The functions of the C library that the plug-in calls and that can fail, with their errors.
+const std::vector<Failure>& failuresOfLibc() {
+  static const std::vector<Failure> failures = {{"access", -1, ENOENT},
+                                                {"access", -1, EACCES},
+                                                {"access", -1, EIO},
+                                                {"cap_init", 0, ENOMEM},
+                                                {"cap_set_proc", -1, EPERM},
+                                                {"chmod", -1, EPERM},
+                                                {"chown", -1, EPERM},
+                                                {"lchown", -1, EPERM},
+                                                {"clock_gettime", -1, EINVAL},
+                                                {"connect", -1, ECONNREFUSED},
+                                                {"connect", -1, EINTR},
+                                                {"dladdr", 0, 0},
+                                                {"dlinfo", -1, 0},
+                                                {"dlopen", 0, ENOMEM},
+                                                {"dlsym", 0, 0},
+                                                {"dup2", -1, EBADF},
+                                                {"dup2", -1, EINTR},
+                                                {"dup3", -1, EBADF},
+                                                {"fcntl", -1, EMFILE},
+                                                {"fdopen", 0, ENOMEM},
+                                                {"fclose", -1, EIO},
+                                                {"fflush", -1, ENOSPC},
+                                                {"fgetc", -1, EIO},
+                                                {"fopen", 0, EMFILE},
+                                                {"fopen", 0, EACCES},
+                                                {"fputc", -1, ENOSPC},
+                                                {"fputs", -1, ENOSPC},
+                                                {"fread", 0, EIO},
+                                                {"fseek", -1, EIO},
+                                                {"fstat", -1, EIO},
+                                                {"fsync", -1, EIO},
+                                                {"ftell", -1, EIO},
+                                                {"fwrite", 0, ENOSPC},
+                                                {"getenv", 0, 0},
+                                                {"getsockopt", -1, EBADF},
+                                                {"ioctl", -1, ENOTTY},
+                                                {"lstat", -1, EIO},
+                                                {"lstat", -1, ENOENT},
+                                                {"malloc", 0, ENOMEM},
+                                                {"mkdir", -1, EACCES},
+                                                {"mkfifo", -1, EACCES},
+                                                {"nanosleep", -1, EINTR},
+                                                {"open", -1, EMFILE},
+                                                {"open", -1, ENOENT},
+                                                {"open", -1, EACCES},
+                                                {"open", -1, EIO},
+                                                {"opendir", 0, EMFILE},
+                                                {"opendir", 0, EACCES},
+                                                {"opendir", 0, ENOENT},
+                                                {"pipe", -1, EMFILE},
+                                                {"poll", -1, EINTR},
+                                                {"prctl", -1, EINVAL},
+                                                {"pthread_create", EAGAIN, 0},
+                                                {"pthread_detach", EINVAL, 0},
+                                                {"pthread_setname_np", ERANGE, 0},
+                                                {"pthread_sigmask", EINVAL, 0},
+                                                {"read", -1, EIO},
+                                                {"read", -1, EINTR},
+                                                {"readdir", 0, EIO},
+                                                {"readdir", 0, 0},
+                                                {"readlink", -1, EACCES},
+                                                {"realpath", 0, ENOENT},
+                                                {"realpath", 0, EACCES},
+                                                {"realpath", 0, ENOMEM},
+                                                {"remove", -1, EROFS},
+                                                {"rename", -1, EROFS},
+                                                {"select", -1, EINTR},
+                                                {"send", -1, EPIPE},
+                                                {"setenv", -1, ENOMEM},
+                                                {"setvbuf", -1, EINVAL},
+                                                {"sigaction", -1, EINVAL},
+                                                {"socket", -1, EMFILE},
+                                                {"stat", -1, EIO},
+                                                {"stat", -1, ENOENT},
+                                                {"syscall", -1, EAGAIN},
+                                                {"time", -1, EFAULT},
+                                                {"write", -1, EIO},
+                                                {"write", -1, ENOSPC},
+                                                {"write", -1, EINTR}};
+  return failures;
+}
+
+// Errors of the platform: its services return negative values, and positive ones if they have no
+// better one. A call that fails stores nothing.
+const std::vector<Failure>& failuresOfPlatform() {
+  static const std::vector<Failure> failures = [] {
+    std::vector<Failure> all = {{"vconf_get_str", 0, 0}};
+    for (const char* name : {"app_info_create",
+                             "app_info_destroy",
+                             "app_info_foreach_metadata",
+                             "app_info_get_package",
+                             "app_info_metadata_filter_add",
+                             "app_info_metadata_filter_create",
+                             "app_info_metadata_filter_destroy",
+                             "app_info_metadata_filter_foreach",
+                             "aul_app_get_pkgid_bypid",
+                             "package_info_create",
+                             "package_info_destroy",
+                             "package_info_foreach_app_from_package",
+                             "package_info_foreach_privilege_info",
+                             "pkgmgr_installer_info_get_target_uid",
+                             "pkgmgrinfo_appinfo_destroy_appinfo",
+                             "pkgmgrinfo_appinfo_get_appinfo",
+                             "pkgmgrinfo_appinfo_get_exec",
+                             "pkgmgrinfo_appinfo_get_metadata_value",
+                             "pkgmgrinfo_pkginfo_destroy_pkginfo",
+                             "pkgmgrinfo_pkginfo_get_mainappid",
+                             "pkgmgrinfo_pkginfo_get_pkginfo",
+                             "pkgmgrinfo_pkginfo_get_root_path",
+                             "pkgmgrinfo_pkginfo_get_usr_pkginfo",
+                             "smack_getlabel",
+                             "smack_lgetlabel",
+                             "smack_lsetlabel",
+                             "smack_setlabel",
+                             "vconf_ignore_key_changed",
+                             "vconf_notify_key_changed",
+                             "__dlog_print"}) {
+      for (const int error : {-1, -EINVAL, -ENOMEM, -EIO, -2, 1}) {
+        all.push_back({name, error, EIO});
+      }
+    }
+    return all;
+  }();
+  return failures;
+}
+
+std::vector<std::string> partsOf(const std::string& list) {
+  std::vector<std::string> parts;
+  std::istringstream stream(list);
+  for (std::string part; std::getline(stream, part, ':');) {
+    parts.push_back(part);
+  }
+  return parts;
+}
+
+// Whether the list is right, except for files and folders that could not be read, and for packages
+// whose root the platform does not know: they are listed with an empty root. Folders that are
+// searched for again in the same process are listed again.
+bool isPartOf(const std::string& list, const std::string& right) {
+  std::vector<std::string> parts;
+  for (const std::string& part : partsOf(list)) {
+    if (part != device_paths::kCobaOfPackage && std::ranges::find(parts, part) == parts.end()) {
+      parts.push_back(part);
+    }
+  }
+  const auto all = partsOf(right);
+  std::size_t found = 0;
+  for (std::size_t index = 0; index < all.size() && found < parts.size(); ++index) {
+    found += all[index] == parts[found] ? 1 : 0;
+  }
+  return found == parts.size();
+}
+
+std::size_t sampleStep() {
+  const char* text = std::getenv("QUILLON_FAULTS_SAMPLE");
+  return text == nullptr ? 307 : std::max(1, std::atoi(text));
+}
+
+class PluginFaults : public torture::DeviceTest {
+ protected:
+  void SetUp() override {
+    torture::DeviceTest::SetUp();
+    if (IsSkipped()) {
+      return;
+    }
+    static const bool prepared = [] {
+      installPackages();
+      // The platform keeps what it has read from a registry that is older than a clock tick.
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+      std::vector<Failure> failures = failuresOfLibc();
+      failures.insert(failures.end(), failuresOfPlatform().begin(), failuresOfPlatform().end());
+      watchCalls(loadPlugin(), failures);
+      keepCaches();
+      return true;
+    }();
+    ASSERT_TRUE(prepared);
+  }
+
+  static void installPackages() {
+    for (const std::string id : {"allowed", "forbidden"}) {
+      test::SamplePackage sample(id);
+      if (id == "allowed") {
+        sample.add("privileges = ['/privilege/internal/default/platform']");
+      }
+      sample.add("files = 'files'");
+      fs::create_directories(sample.folder() / "files/bin");
+      test::writeFile(sample.folder() / "files/bin/A.dll", "");
+      sample.add("[[application]]\nid = '" + id +
+                 "'\nexec = 'bin/A.dll'\n[application.metadata]\n" +
+                 "\"/velora/metadata/support-fs-external-component\" = 'any'");
+      const auto installed = sample.install();
+      ASSERT_TRUE(installed) << installed.error().what;
+    }
+  }
+
+  static std::vector<Scenario> scenarios() {
+    return {{"in-house", "inhouse", "allowed", false},
+            {"in-house with caches", "inhouse", "allowed", true},
+            {"in-house without the privilege", "inhouse", "forbidden", true},
+            {"API test", "inhouseapitest", "allowed", true},
+            {"normal", "normal", "allowed", true},
+            {"normal without the privilege", "normal", "forbidden", true},
+            {"dotnet", "dotnet", "allowed", true}};
+  }
+
+  // A launch in which `before` makes something fail.
+  static Result launchWith(const Scenario& scenario, const std::function<void()>& before) {
+    torture::clearCaches();
+    for (const auto& [path, content] : caches) {
+      if (scenario.isCached) {
+        torture::writeFile(path, content);
+      }
+    }
+    return launch(scenario, before);
+  }
+
+  // Keeps the cached lists of a launch for other launches.
+  static void keepCaches() {
+    launchWith({"", "inhouse", "allowed", false}, [] {});
+    for (const char* path : {device_paths::kTpaCache, device_paths::kCobaCache}) {
+      caches[path] = torture::readFile(path).value();
+    }
+  }
+
+  // Checks a launch in which `what` has failed.
+  void judge(const Scenario& scenario, const std::string& what, const Result& right,
+             const Result& result) {
+    ++cases;
+    const std::string fault = faultOf(right, result);
+    if (!fault.empty()) {
+      ++faults;
+      if (++faultsByKind[fault + " in " + result.function] == 1) {
+        ADD_FAILURE() << scenario.name << ", " << what << ": " << fault << " in "
+                      << result.function;
+      }
+    }
+  }
+
+  void printFigure(const std::string& what) {
+    for (const auto& [kind, count] : faultsByKind) {
+      std::cout << count << " times: " << kind << "\n";
+    }
+    std::cout << "figure: " << what << " | " << cases << " cases | 0 faults, " << faults
+              << " found | " << (faults == 0 ? "met" : "missed") << std::endl;
+  }
+
+  static inline std::map<std::string, std::string> caches;
+  std::size_t cases = 0;
+  std::size_t faults = 0;
+  std::map<std::string, std::size_t> faultsByKind;
+
+ private:
+  static bool mayRefuse(const std::string& function) {
+    return function == "plugin_initialize" || function == "plugin_set_app_info";
+  }
+
+  static bool mayThrow(const std::string& thrown) {
+    return thrown == "plugin_get_extra_dll_path f" || thrown == "plugin_set_app_info f";
+  }
+
+  // Empty if the launch is right.
+  static std::string faultOf(const Result& right, const Result& result) {
+    if (result.end == Result::End::kKilled) {
+      return result.how;
+    }
+    if (result.end == Result::End::kRefused && !mayRefuse(result.function)) {
+      return "the process ends";
+    }
+    for (const std::string& thrown : result.thrown) {
+      if (!mayThrow(thrown)) {
+        return "an exception leaves " + thrown;
+      }
+    }
+    if (result.isAccepted && !right.isAccepted) {
+      return "a forbidden application is accepted";
+    }
+    if (!isPartOf(result.assemblies, right.assemblies)) {
+      return "a wrong list of assemblies";
+    }
+    return isPartOf(result.folders, right.folders) ? "" : "a wrong list of folders";
+  }
+};
+
+class PluginCalls : public PluginFaults {
+ protected:
+  void failEachCall(const std::vector<Failure>& failures) {
+    std::size_t number = 0;
+    for (const Scenario& scenario : scenarios()) {
+      const Result right = launchWith(scenario, [] { failAt({}); });
+      for (const auto& [failure, calls] : callsMade(failures)) {
+        for (std::size_t call = 1; call <= calls; ++call) {
+          if (++number % sampleStep() == 0) {
+            judge(scenario, textOf(*failure, call), right, launchWith(scenario, [&] {
+                    failAt({failure, call});
+                  }));
+          }
+        }
+      }
+    }
+  }
+
+ private:
+  // The failures, and how often the last launch has called their functions.
+  static std::vector<std::pair<const Failure*, std::size_t>> callsMade(
+      const std::vector<Failure>& failures) {
+    std::vector<std::pair<const Failure*, std::size_t>> made;
+    for (const Failure& failure : failures) {
+      made.emplace_back(&failure, callsOf(failure.function));
+    }
+    return made;
+  }
+
+  static std::string textOf(const Failure& failure, std::size_t call) {
+    return "call " + std::to_string(call) + " of " + failure.function + " returns " +
+           std::to_string(failure.result) + ", errno " + std::to_string(failure.error);
+  }
+};
+
+TEST_F(PluginCalls, EachCallOfTheCLibraryMayFail) {
+  failEachCall(failuresOfLibc());
+  printFigure("plug-in, each call of the C library fails");
+}
+
+TEST_F(PluginCalls, EachCallOfThePlatformMayFail) {
+  failEachCall(failuresOfPlatform());
+  printFigure("plug-in, each call of the platform returns each error");
+}
+
+class PluginMemory : public PluginFaults {
+ protected:
+  void failEachAllocation(Shortage shortage) {
+    std::size_t number = 0;
+    for (const Scenario& scenario : scenarios()) {
+      const auto run = [&](std::size_t allocation) {
+        return launchWith(scenario, [&] { failAllocation(allocation, shortage); });
+      };
+      const Result right = run(0);
+      const std::size_t last = allocationsMade();
+      for (std::size_t allocation = 1; allocation <= last; ++allocation) {
+        if (++number % sampleStep() == 0) {
+          judge(scenario, "allocation " + std::to_string(allocation), right, run(allocation));
+        }
+      }
+    }
+  }
+};
+
+TEST_F(PluginMemory, OneAllocationMayFail) {
+  failEachAllocation(Shortage::kOnce);
+  printFigure("plug-in, each allocation fails once");
+}
+
+TEST_F(PluginMemory, MemoryMayRunOut) {
+  failEachAllocation(Shortage::kFromThenOn);
+  printFigure("plug-in, memory runs out at each allocation");
+}
+
+}  // namespace
+}  // namespace quillon::faults

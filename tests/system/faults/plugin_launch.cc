@@ -1,0 +1,297 @@
+#include "tests/system/faults/plugin_launch.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <ios>
+#include <new>
+#include <stdexcept>
+
+#include "platform/dlog.h"
+#include "quillon_tv_plugin.h"
+#include "workstation/log_config.h"
+#include "workstation/packages.h"
+
+namespace quillon::faults {
+namespace {
+
+constexpr int kAllReturned = 42;
+constexpr unsigned kSeconds = 20;
+constexpr std::size_t kMaxText = std::size_t{1} << 16;
+
+// Written by the child without system calls and without memory of its own.
+struct Report {
+  std::size_t step;
+  std::array<char, 64> thrown;  // for each step: 'b' for bad_alloc, 'f' for a stream's failure
+  bool isAccepted;
+  std::array<char, kMaxText> assemblies;
+  std::array<char, kMaxText> folders;
+};
+
+Report& report() {
+  static auto* const shared = static_cast<Report*>(
+      mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  return *shared;
+}
+
+void* plugin = nullptr;
+
+template <typename Function>
+Function* exported(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(plugin, name));
+}
+
+void keep(std::array<char, kMaxText>& target, const char* text) {
+  std::strncpy(target.data(), text == nullptr ? "" : text, kMaxText - 1);
+}
+
+int createDelegate(void*, unsigned int, const char*, const char*, const char*, void** delegate) {
+  *delegate = reinterpret_cast<void*>(+[] {});
+  return 0;
+}
+
+const Scenario* current = nullptr;
+
+std::string executableOf(const std::string& application) {
+  return "/opt/usr/apps/" + application + "/bin/A.dll";
+}
+
+// The arguments, which are made before memory runs out.
+std::string executable;
+char* tracerText = nullptr;
+
+#define CALL(name) functions().name
+
+struct Functions {
+#define QUILLON_FUNCTION(name) decltype(&::name) name = exported<decltype(::name)>(#name)
+  QUILLON_FUNCTION(plugin_initialize);
+  QUILLON_FUNCTION(plugin_get_tpa);
+  QUILLON_FUNCTION(plugin_get_dll_path);
+  QUILLON_FUNCTION(plugin_get_extra_dll_path);
+  QUILLON_FUNCTION(plugin_get_native_dll_searching_path);
+  QUILLON_FUNCTION(plugin_set_coreclr_info);
+  QUILLON_FUNCTION(plugin_preload);
+  QUILLON_FUNCTION(plugin_set_app_info);
+  QUILLON_FUNCTION(plugin_has_log_control);
+  QUILLON_FUNCTION(plugin_before_execute);
+  QUILLON_FUNCTION(plugin_finalize);
+  QUILLON_FUNCTION(plugin_validate_dll);
+  QUILLON_FUNCTION(create_pipe_client);
+  QUILLON_FUNCTION(is_coba_direct_call_mode);
+  QUILLON_FUNCTION(check_signature);
+  QUILLON_FUNCTION(enable_exception_monitor);
+  QUILLON_FUNCTION(print_all_backtrace);
+  QUILLON_FUNCTION(print_backtrace);
+  QUILLON_FUNCTION(print_log_info);
+  QUILLON_FUNCTION(string_format_test);
+  QUILLON_FUNCTION(lldb_sos_enable_smdl);
+  QUILLON_FUNCTION(lldb_sos_get_thread_list);
+#undef QUILLON_FUNCTION
+};
+
+const Functions& functions() {
+  static const Functions all;
+  return all;
+}
+
+struct Step {
+  const char* name;
+  void (*call)();
+};
+
+constexpr Step kSteps[] = {
+    {"plugin_initialize",
+     [] {
+       CALL(plugin_initialize)
+       (current->type.c_str());
+     }},
+    {"plugin_get_tpa", [] { keep(report().assemblies, CALL(plugin_get_tpa)()); }},
+    {"plugin_get_dll_path", [] { keep(report().folders, CALL(plugin_get_dll_path)()); }},
+    {"plugin_get_extra_dll_path",
+     [] {
+       CALL(plugin_get_extra_dll_path)
+       ();
+     }},
+    {"plugin_get_native_dll_searching_path",
+     [] {
+       CALL(plugin_get_native_dll_searching_path)
+       ();
+     }},
+    {"plugin_set_coreclr_info",
+     [] {
+       CALL(plugin_set_coreclr_info)
+       (plugin, 1, createDelegate);
+     }},
+    {"plugin_preload",
+     [] {
+       CALL(plugin_preload)
+       ();
+     }},
+    {"plugin_set_app_info",
+     [] {
+       CALL(plugin_set_app_info)(current->application.c_str(), executable.c_str());
+       report().isAccepted = true;
+     }},
+    {"plugin_has_log_control",
+     [] {
+       CALL(plugin_has_log_control)
+       ();
+     }},
+    {"plugin_before_execute",
+     [] {
+       CALL(plugin_before_execute)
+       ();
+     }},
+    {"is_coba_direct_call_mode",
+     [] {
+       CALL(is_coba_direct_call_mode)
+       ();
+     }},
+    {"check_signature",
+     [] {
+       CALL(check_signature)
+       ("/opt/usr/apps/allowed");
+     }},
+    {"plugin_validate_dll",
+     [] {
+       CALL(plugin_validate_dll)
+       (1, executable.c_str());
+     }},
+    {"enable_exception_monitor",
+     [] {
+       CALL(enable_exception_monitor)
+       (1, 1);
+     }},
+    {"print_all_backtrace",
+     [] {
+       CALL(print_all_backtrace)
+       ();
+     }},
+    {"print_backtrace",
+     [] {
+       CALL(print_backtrace)
+       (getpid());
+     }},
+    {"print_log_info",
+     [] {
+       CALL(print_log_info)
+       (tracerText);
+     }},
+    {"string_format_test",
+     [] {
+       const char* argument = "text";
+       delete[] CALL(string_format_test)("{0} and more", &argument, 100);
+     }},
+    {"lldb_sos_enable_smdl",
+     [] {
+       CALL(lldb_sos_enable_smdl)
+       ();
+     }},
+    {"lldb_sos_get_thread_list",
+     [] {
+       CALL(lldb_sos_get_thread_list)
+       ();
+     }},
+    {"create_pipe_client",
+     [] {
+       CALL(create_pipe_client)
+       ("text");
+     }},
+    {"plugin_finalize",
+     [] {
+       CALL(plugin_finalize)
+       ();
+     }},
+};
+
+void takeSteps() {
+  for (const Step& step : kSteps) {
+    char& thrown = report().thrown.at(report().step);
+    try {
+      step.call();
+    } catch (const std::bad_alloc&) {
+      thrown = 'b';
+    } catch (const std::ios_base::failure&) {
+      thrown = 'f';
+    } catch (...) {
+      thrown = 'x';
+    }
+    ++report().step;
+  }
+}
+
+[[noreturn]] void runChild(const Scenario& scenario, const std::function<void()>& before) {
+  alarm(kSeconds);
+  current = &scenario;
+  executable = executableOf(scenario.application);
+  tracerText = strdup("text");
+  if (!workstation::registerProcess(getpid(), scenario.application)) {
+    _exit(1);
+  }
+  functions();
+  before();
+  takeSteps();
+  _exit(kAllReturned);
+}
+
+std::string describe(int status) {
+  if (WIFSIGNALED(status)) {
+    return WTERMSIG(status) == SIGALRM ? "hangs" : "signal " + std::to_string(WTERMSIG(status));
+  }
+  return "status " + std::to_string(WEXITSTATUS(status));
+}
+
+}  // namespace
+
+void* loadPlugin() {
+  // Every record is formatted and written.
+  workstation::useLog({"json", DLOG_DEBUG, true, open("/dev/null", O_WRONLY | O_CLOEXEC)});
+  plugin = dlopen(QUILLON_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+  if (plugin == nullptr) {
+    throw std::runtime_error(dlerror());
+  }
+  return plugin;
+}
+
+Result launch(const Scenario& scenario, const std::function<void()>& before) {
+  report() = {};
+  const pid_t child = fork();
+  if (child == 0) {
+    runChild(scenario, before);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  Result result;
+  result.how = describe(status);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == kAllReturned) {
+    result.end = Result::End::kReturned;
+  } else if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+    result.end = Result::End::kRefused;
+  }
+  const std::size_t last = std::min(report().step, std::size(kSteps) - 1);
+  result.function = kSteps[last].name;
+  for (std::size_t step = 0; step < std::size(kSteps); ++step) {
+    if (const char kind = report().thrown.at(step); kind != '\0') {
+      result.thrown.push_back(std::string(kSteps[step].name) + " " + kind);
+    }
+  }
+  result.assemblies = report().assemblies.data();
+  result.folders = report().folders.data();
+  result.isAccepted = report().isAccepted;
+  return result;
+}
+
+}  // namespace quillon::faults
+
+// The plug-in pauses between its attempts to reach the launch-boost daemon. Nothing depends on the
+// length of these pauses.
+extern "C" int usleep(useconds_t) { return 0; }

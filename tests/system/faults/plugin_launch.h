@@ -1,0 +1,39 @@
+// Launches of the built plug-in that call every exported function, in child processes.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace quillon::faults {
+
+struct Scenario {
+  std::string name;
+  std::string type;         // application type
+  std::string application;  // "allowed" or "forbidden", which lacks the platform privilege
+  bool isCached = false;    // the lists are in their caches
+};
+
+// How a launch ended.
+struct Result {
+  enum class End {
+    kReturned,  // all functions have returned
+    kRefused,   // the plug-in has ended the process with status 0
+    kKilled     // a signal, or another status
+  } end = End::kKilled;
+  std::string how;                  // for messages
+  std::string function;             // the last one that was called
+  std::vector<std::string> thrown;  // functions that exceptions have left, with their kind
+  std::string assemblies;           // as plugin_get_tpa has returned them
+  std::string folders;              // of plugin_get_dll_path
+  bool isAccepted = false;          // plugin_set_app_info has returned
+  std::size_t count = 0;            // from `after`
+};
+
+// Loads the plug-in into the calling process. Returns what dlopen(3) returns.
+void* loadPlugin();
+
+// Calls all functions in a child process. Calls `before` there first.
+Result launch(const Scenario& scenario, const std::function<void()>& before);
+
+}  // namespace quillon::faults
