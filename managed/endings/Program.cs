@@ -1,4 +1,5 @@
 using System;
+using System.Collections.Generic;
 using System.Globalization;
 using System.Runtime.CompilerServices;
 using System.Runtime.InteropServices;
@@ -23,6 +24,17 @@ namespace Sample.Ending;
 /// native WAY       call sample_fault          at-exit WAY    call sample_fault in an exit handler
 ///                  (native/faults.h)
 /// host             print "waiting", and return from Main when SIGTERM has come
+/// null             use a null reference          exit STATUS      Environment.Exit
+/// huge-array       create an array that no       out-of-memory    create objects until the memory
+///                  memory could hold                              is used up
+/// native-in-malloc WAY, native-in-reader WAY, native-at-full-pipe WAY
+///                  call the function of native/moments.h
+/// </code>
+/// The actions that follow one of these words are performed at another moment:
+/// <code>
+/// thread           in another thread, while Main waits for its end
+/// after-main       in a handler of ProcessExit, after Main has returned
+/// after-exit       in a handler of ProcessExit, during Environment.Exit
 /// </code>
 /// Further actions leave something to do after Main has returned:
 /// <code>
@@ -40,23 +52,43 @@ internal static class Program
 {
     private static readonly object? Nothing = null;
     private static PosixSignalRegistration? termination;
-    private static Finalized? kept;
+    private static object? kept;
 
     // By then Main has returned.
     private static readonly TimeSpan SomeTime = TimeSpan.FromMilliseconds(300);
 
-    private static int Main(string[] arguments)
+    private static int Main(string[] arguments) => Perform(arguments);
+
+    private static int Perform(string[] arguments)
     {
         for (int i = 0; i < arguments.Length; ++i)
         {
-            string argument = i + 1 < arguments.Length ? arguments[i + 1] : "";
-            if (arguments[i] == "end")
+            string[] rest = arguments[(i + 1)..];
+            string argument = rest.Length > 0 ? rest[0] : "";
+            switch (arguments[i])
             {
-                return Number(argument);
+                case "end": return Number(argument);
+                case "thread": return PerformInThread(rest);
+                case "after-main": PerformOnExit(rest); return 0;
+                case "after-exit": PerformOnExit(rest); Environment.Exit(0); return 0;
+                default: i += Do(arguments[i], argument); break;
             }
-            i += Do(arguments[i], argument);
         }
         return 0;
+    }
+
+    private static int PerformInThread(string[] actions)
+    {
+        int status = 0;
+        var thread = new Thread(() => status = Perform(actions));
+        thread.Start();
+        thread.Join();
+        return status;
+    }
+
+    private static void PerformOnExit(string[] actions)
+    {
+        AppDomain.CurrentDomain.ProcessExit += (_, _) => Environment.ExitCode = Perform(actions);
     }
 
     // Returns the number of arguments that the action uses.
@@ -67,12 +99,27 @@ internal static class Program
             case "throw": throw new InvalidOperationException(argument);
             case "fail-fast": Environment.FailFast(argument); return 1;
             case "overflow": Recurse(0); return 0;
-            case "catch-null": UseNothing(); return 0;
+            case "catch-null": CatchNullReference(); return 0;
             case "say": Console.Error.WriteLine(argument); return 1;
             case "native": Require(sample_fault(argument)); return 1;
             case "at-exit": Require(sample_fault_at_exit(argument)); return 1;
             case "handle-term": HandleTermination(); return 0;
             case "wait": Wait(); return 0;
+            case "null": UseNothing(); return 0;
+            case "exit": Environment.Exit(Number(argument)); return 1;
+            default: return DoAtMoment(action, argument);
+        }
+    }
+
+    private static int DoAtMoment(string action, string argument)
+    {
+        switch (action)
+        {
+            case "native-in-malloc": sample_fault_in_malloc(argument); return 1;
+            case "native-in-reader": sample_fault_in_reader(argument); return 1;
+            case "native-at-full-pipe": sample_fault_at_full_pipe(argument); return 1;
+            case "huge-array": kept = new Huge[int.MaxValue]; return 0;
+            case "out-of-memory": UseUpMemory(); return 0;
             default: return DoAfterMain(action, argument);
         }
     }
@@ -101,15 +148,29 @@ internal static class Program
     [MethodImpl(MethodImplOptions.NoInlining)]
     private static int Recurse(int depth) => depth < 0 ? depth : Recurse(depth + 1) + 1;
 
-    private static void UseNothing()
+    private static void UseNothing() => Console.WriteLine(Nothing!.ToString());
+
+    private static void CatchNullReference()
     {
         try
         {
-            Console.WriteLine(Nothing!.ToString());
+            UseNothing();
         }
         catch (NullReferenceException)
         {
             Console.WriteLine("caught");
+        }
+    }
+
+    private static void UseUpMemory()
+    {
+        const int Block = 1 << 20;
+        Require(sample_limit_memory(64 * Block));
+        var blocks = new List<byte[]>();
+        kept = blocks;
+        while (true)
+        {
+            blocks.Add(new byte[Block]);
         }
     }
 
@@ -160,6 +221,9 @@ internal static class Program
         Console.WriteLine(text);
     }
 
+    [StructLayout(LayoutKind.Sequential, Size = 60_000)]
+    private struct Huge;
+
     private sealed class Finalized(string text)
     {
         ~Finalized() => Console.WriteLine(text);
@@ -178,4 +242,16 @@ internal static class Program
 
     [DllImport("sample_faults")]
     private static extern int sample_fault_at_exit(string way);
+
+    [DllImport("sample_faults")]
+    private static extern void sample_fault_in_malloc(string way);
+
+    [DllImport("sample_faults")]
+    private static extern void sample_fault_in_reader(string way);
+
+    [DllImport("sample_faults")]
+    private static extern void sample_fault_at_full_pipe(string way);
+
+    [DllImport("sample_faults")]
+    private static extern int sample_limit_memory(ulong further);
 }

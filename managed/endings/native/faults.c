@@ -1,9 +1,11 @@
 #include "faults.h"
 
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
-enum { kLargeBlock = 4096, kSmallBlock = 24, kPastTheEnd = 64 };
+enum { kLargeBlock = 4096, kSmallBlock = 24, kPastTheEnd = 64, kPatience = 5 /* seconds */ };
 
 static char at_exit_way[32];
 
@@ -29,7 +31,30 @@ static void smash_stack(void) {
   }
 }
 
+static const struct {
+  const char* name;
+  int number;
+} kSignals[] = {{"SIGABRT", SIGABRT},
+                {"SIGSEGV", SIGSEGV},
+                {"SIGTRAP", SIGTRAP},
+                {"SIGTERM", SIGTERM},
+                {"SIGKILL", SIGKILL}};
+
+/* A handler may pass a signal on to another thread, which then ends the process. */
+static void send_signal(int number) {
+  raise(number);
+  for (unsigned left = kPatience; left > 0;) {
+    left = sleep(left);
+  }
+  _exit(kSurvived);
+}
+
 int sample_fault(const char* way) {
+  for (size_t i = 0; i < sizeof kSignals / sizeof *kSignals; ++i) {
+    if (strcmp(way, kSignals[i].name) == 0) {
+      send_signal(kSignals[i].number);
+    }
+  }
   if (strcmp(way, "fault") == 0) {
     write_nowhere();
   }

@@ -2,6 +2,9 @@
 #ifndef QUILLON_SAMPLE_FAULTS_H
 #define QUILLON_SAMPLE_FAULTS_H
 
+/* The exit status of a process that has survived its signal for five seconds. */
+enum { kSurvived = 96 };
+
 /* Ends the process immediately. `way` is one of:
  *
  *   fault              writes through a null pointer
@@ -9,6 +12,8 @@
  *   double-free        frees a block twice that is too large for the C library's per-thread cache
  *   small-double-free  frees a small block twice; the C library prints a different message
  *   smash              writes past the end of an array on the stack
+ *   SIGABRT, SIGSEGV, SIGTRAP, SIGTERM, SIGKILL
+ *                      sends that signal to the calling thread
  *
  * Returns -1 if `way` is unknown. Does not return otherwise. */
 int sample_fault(const char* way);

@@ -65,7 +65,8 @@ fs::path threadOf(const std::string& name) {
 // The state of a reader thread, from /proc.
 enum class Reader { kNone, kUnknown, kBusy, kWaiting };
 
-// The readers wait for input only in poll(2). `call` is the content of "syscall" (proc(5)).
+// The readers wait for input only in poll(2), which restart_syscall(2) continues after the process
+// was stopped or frozen. `call` is the content of "syscall" (proc(5)).
 Reader stateIn(const std::string& call) {
   const auto is = [&](long number) { return call.rfind(std::to_string(number) + " ", 0) == 0; };
   if (call.empty()) {
@@ -76,7 +77,7 @@ Reader stateIn(const std::string& call) {
     return Reader::kWaiting;
   }
 #endif
-  return is(SYS_ppoll) ? Reader::kWaiting : Reader::kBusy;
+  return is(SYS_ppoll) || is(SYS_restart_syscall) ? Reader::kWaiting : Reader::kBusy;
 }
 
 Reader readerOf(const Stream& stream) {

@@ -1,14 +1,25 @@
-// The time-zone hook, while many processes change the configuration at the same time.
+// The time-zone hook and other watchers, while many processes change the configuration at the same
+// time.
+//
+// QUILLON_STORM_CHANGES  number of changes while watchers are late; default: enough for the queue
+// of
+//                        inotify(7) to overflow
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/inotify.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -18,6 +29,7 @@
 
 #include "platform/vconf.h"
 #include "quillon_tv_plugin.h"
+#include "tests/support/figure.h"
 #include "tests/system/threads/own_folder.h"
 #include "workstation/config_store.h"
 
@@ -31,6 +43,7 @@ constexpr int kProcesses = 8;
 constexpr int kChanges = 10'000;
 constexpr int kAgreed = 1;
 constexpr int kFinal = 424242;  // no writer writes this value
+constexpr int kWatchers = 4;
 
 // Stands for the runtime: counts how often its cache was cleared.
 std::atomic<int> cleared{0};
@@ -88,25 +101,26 @@ bool eventually(const std::function<bool()>& condition) {
   return true;
 }
 
-void set(int value) {
-  const auto changed = workstation::setConfig(kDisclaimer, value);
+void set(int value, const std::string& key = kDisclaimer) {
+  const auto changed = workstation::setConfig(key, value);
   if (!changed) {
     _exit(1);
   }
 }
 
-// Processes that set the key to value(0), value(1), ... and exit. They are forked while this
+// Processes that call make(0), make(1), ... for the changes and exit. They are forked while this
 // process has one thread, and begin when start() is called.
 class Writers {
  public:
-  explicit Writers(const std::function<int(int)>& value) {
+  explicit Writers(const std::function<void(int)>& make, int changes = kChanges)
+      : changes_(changes) {
     if (pipe(gate_) != 0) {
       throw std::runtime_error("no pipe");
     }
     for (int process = 0; process < kProcesses; ++process) {
       processes_.push_back(fork());
       if (processes_.back() == 0) {
-        write(process, value);
+        write(process, make);
       }
     }
     close(gate_[0]);
@@ -132,17 +146,18 @@ class Writers {
   }
 
  private:
-  [[noreturn]] void write(int process, const std::function<int(int)>& value) {
+  [[noreturn]] void write(int process, const std::function<void(int)>& make) {
     char byte = 0;
     close(gate_[1]);
     if (read(gate_[0], &byte, 1) != 0) {
       _exit(1);
     }
-    for (int change = process; change < kChanges; change += kProcesses) {
-      set(value(change));
+    for (int change = process; change < changes_; change += kProcesses) {
+      make(change);
     }
     _exit(0);
   }
+  const int changes_;
   int gate_[2] = {-1, -1};
   std::vector<pid_t> processes_;
 };
@@ -185,7 +200,7 @@ void expectOneClearance() {
 TEST_F(ConfigStorm, ConsentDuringChangesClearsTheCacheOnce) {
   inDevice([] {
     refusals = 5;
-    Writers writers([](int change) { return change % 3; });
+    Writers writers([](int change) { set(change % 3); });
     const Plugin plugin = launchAmong(writers);
     expectOneClearance();
     plugin.finalize();
@@ -194,13 +209,163 @@ TEST_F(ConfigStorm, ConsentDuringChangesClearsTheCacheOnce) {
 
 TEST_F(ConfigStorm, TheLastValueArrives) {
   inDevice([] {
-    Writers writers([](int change) { return kAgreed + 1 + change; });
+    Writers writers([](int change) { set(kAgreed + 1 + change); });
     const Plugin plugin = launchAmong(writers);
     const int last = std::get<int>(workstation::getConfig(kDisclaimer)->value());
     EXPECT_TRUE(eventually([&] { return lastSeen == last; })) << lastSeen << " and not " << last;
     EXPECT_EQ(cleared, 0);
     expectOneClearance();
     plugin.finalize();
+  });
+}
+
+// What processes that watch the key share with this one.
+struct Shared {
+  std::array<std::atomic<int>, kWatchers> seen;  // the last values
+  std::atomic<int> watching;
+  std::atomic<bool> stormIsOver;
+};
+
+Shared& shared() {
+  static auto* const memory = static_cast<Shared*>(
+      mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  return *memory;
+}
+
+// Does not return from its first call before the storm is over.
+void seeLate(int watcher, int value) {
+  const bool isFirst = shared().seen.at(static_cast<size_t>(watcher)).exchange(value) == 0;
+  while (isFirst && !shared().stormIsOver) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+void watchLate(keynode_t* node, void* watcher) {
+  seeLate(*static_cast<int*>(watcher), vconf_keynode_get_int(node));
+}
+
+// Watches the key by the platform's interface, which reports changes only.
+void watchByInterface(int watcher) {
+  vconf_notify_key_changed(kDisclaimer, watchLate, &watcher);
+  ++shared().watching;
+  pause();
+}
+
+// Watches the key as `quillon config watch` does, which begins with its value.
+void watchByCommand(int watcher) {
+  const auto see = [&](const workstation::ConfigValue& value) {
+    seeLate(watcher, std::get<int>(value));
+    return true;
+  };
+  static_cast<void>(workstation::watchConfig(kDisclaimer, see));
+}
+
+// Processes that watch the key until the object is destroyed.
+class Watchers {
+ public:
+  Watchers() = default;
+  ~Watchers() {
+    for (const pid_t process : processes_) {
+      kill(process, SIGKILL);
+      waitpid(process, nullptr, 0);
+    }
+  }
+  Watchers(const Watchers&) = delete;
+  Watchers& operator=(const Watchers&) = delete;
+
+  void add(void (*watchForEver)(int)) {
+    const auto number = static_cast<int>(processes_.size());
+    processes_.push_back(fork());
+    if (processes_.back() == 0) {
+      watchForEver(number);
+      _exit(1);
+    }
+  }
+
+ private:
+  std::vector<pid_t> processes_;
+};
+
+// A queue of events like that of a watcher, which nobody reads during the storm. The kernel merges
+// equal events that follow each other, but each change also writes a temporary file of its own.
+class UnreadQueue {
+ public:
+  UnreadQueue() {
+    const std::string folder = fs::path(kDisclaimer).parent_path();
+    inotify_add_watch(queue_, (fs::path("/opt/usr/share/quillon/config") / folder).c_str(),
+                      IN_MOVED_TO | IN_CLOSE_WRITE);
+  }
+  ~UnreadQueue() { close(queue_); }
+  UnreadQueue(const UnreadQueue&) = delete;
+  UnreadQueue& operator=(const UnreadQueue&) = delete;
+
+  bool hasOverflowed() {
+    std::array<char, 1 << 16> events{};
+    for (ssize_t size = 0; (size = read(queue_, events.data(), events.size())) > 0;) {
+      for (ssize_t at = 0; at < size;) {
+        inotify_event event{};
+        std::memcpy(&event, events.data() + at, sizeof event);
+        overflowed_ = overflowed_ || (event.mask & IN_Q_OVERFLOW) != 0;
+        at += static_cast<ssize_t>(sizeof event + event.len);
+      }
+    }
+    return overflowed_;
+  }
+
+ private:
+  const int queue_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  bool overflowed_ = false;
+};
+
+int changesThatOverflow() {
+  int events = 16'384;
+  std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> events;
+  return static_cast<int>(
+      lengthOf("QUILLON_STORM_CHANGES", static_cast<std::size_t>(events) * 5 / 4));
+}
+
+bool haveSeen(int watchers, int value) {
+  return std::all_of(shared().seen.begin(), shared().seen.begin() + watchers,
+                     [&](const std::atomic<int>& seen) { return seen == value; });
+}
+
+// Starts watchers that do not return from their first value, so that their queues have no event of
+// the key when the storm begins.
+void startLate(Watchers& watchers) {
+  shared().stormIsOver = false;  // makes the memory, which the watchers then share
+  watchers.add(watchByInterface);
+  watchers.add(watchByInterface);
+  ASSERT_TRUE(eventually([] { return shared().watching == 2; }));
+  set(kFinal);
+  ASSERT_TRUE(eventually([] { return haveSeen(2, kFinal); }));
+  watchers.add(watchByCommand);
+  watchers.add(watchByCommand);
+  ASSERT_TRUE(eventually([] { return haveSeen(kWatchers, kFinal); }));
+}
+
+// The writers change other keys of the same folder, and the key last of all.
+TEST_F(ConfigStorm, TheLastValueReachesEveryWatcherWhoseQueueHasOverflowed) {
+  inDevice([] {
+    const int changes = changesThatOverflow();
+    Watchers watchers;
+    startLate(watchers);
+    UnreadQueue queue;
+    Writers writers(
+        [&](int change) {
+          const bool isLast = change >= changes - kProcesses;
+          set(change, isLast ? kDisclaimer : kDisclaimer + std::to_string(change % kProcesses));
+        },
+        changes);
+    writers.start();
+    EXPECT_TRUE(writers.join());
+    shared().stormIsOver = true;
+    const int last = std::get<int>(workstation::getConfig(kDisclaimer)->value());
+    EXPECT_TRUE(queue.hasOverflowed());
+    const bool good = eventually([&] { return haveSeen(kWatchers, last); });
+    EXPECT_TRUE(good) << last;
+    printFigure("configuration, changes by 8 writers while the queues of 4 watchers overflow",
+                std::to_string(changes), "the last value seen by all",
+                good && queue.hasOverflowed());
   });
 }
 

@@ -1,7 +1,7 @@
 // Tests with large amounts of output through the capture of the built plug-in: all output arrives,
 // in order.
 //
-// QUILLON_TORTURE_MEGABYTES  total amount in megabytes; default 8
+// QUILLON_TORTURE_MEBIBYTES  amount for each stream in MiB; default 4
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
@@ -17,14 +17,14 @@
 
 #include "platform/dlog.h"
 #include "quillon_tv_plugin.h"
+#include "tests/support/figure.h"
 #include "tests/system/torture/device_main.h"
 #include "tests/system/torture/record_stream.h"
 
 namespace quillon::torture {
 namespace {
 
-constexpr unsigned kMaxDuration = 280;  // seconds
-constexpr std::size_t kMegabyte = 1'000'000;
+constexpr std::size_t kMebibyte = 1 << 20;
 
 // The sink of the log of this process.
 struct Sink {
@@ -38,10 +38,10 @@ Sink& sink() {
   return *instance;
 }
 
-std::size_t megabytes() {
-  const char* wanted = std::getenv("QUILLON_TORTURE_MEGABYTES");
-  return wanted == nullptr ? 8 : static_cast<std::size_t>(std::atol(wanted));
-}
+std::size_t mebibytes() { return test::lengthOf("QUILLON_TORTURE_MEBIBYTES", 4); }
+
+// In seconds.
+unsigned maxDuration() { return 280 + static_cast<unsigned>(mebibytes()); }
 
 void startCapture() {
   void* library = dlopen(QUILLON_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
@@ -108,13 +108,16 @@ std::string flood(std::size_t outRecords, std::size_t errRecords) {
   return errRecords == 0 ? "" : checkErrorFile(errRecords * kWriters);
 }
 
+// Rounds up.
+std::size_t recordsFor(std::size_t bytes) { return bytes / kLineSize / kWriters + 1; }
+
 // Does the same in a child process.
 std::string floodInChild(std::size_t outBytes, std::size_t errBytes) {
   SharedText problem;
   const pid_t child = fork();
   if (child == 0) {
-    alarm(kMaxDuration);
-    problem.set(flood(outBytes / kLineSize / kWriters, errBytes / kLineSize / kWriters).c_str());
+    alarm(maxDuration());
+    problem.set(flood(recordsFor(outBytes), recordsFor(errBytes)).c_str());
     _exit(0);
   }
   int status = 0;
@@ -136,13 +139,17 @@ class CaptureFlood : public ::testing::Test {
 };
 
 TEST_F(CaptureFlood, ArrivesCompletelyAndInOrder) {
-  const std::size_t half = megabytes() * kMegabyte / 2;
-  EXPECT_EQ(floodInChild(half, half), "");
+  const std::size_t bytes = mebibytes() * kMebibyte;
+  const std::string problem = floodInChild(bytes, bytes);
+  EXPECT_EQ(problem, "");
+  test::printFigure("capture, bytes through each stream at the same time",
+                    std::to_string(mebibytes()) + " MiB", "no byte lost, changed or out of order",
+                    problem.empty());
 }
 
 TEST_F(CaptureFlood, OnStandardErrorWithASlowLogArrivesToo) {
   sink().pause = std::chrono::milliseconds(2);
-  EXPECT_EQ(floodInChild(kMegabyte / 10, kMegabyte), "");
+  EXPECT_EQ(floodInChild(kMebibyte / 10, kMebibyte), "");
 }
 
 }  // namespace

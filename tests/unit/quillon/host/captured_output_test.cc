@@ -2,7 +2,10 @@
 #include "quillon/host/plugin/captured_output.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <pthread.h>
+#include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +14,8 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -72,6 +77,70 @@ TEST(CapturedOutput, AThreadThatReadsInputDoesNotDelayTheExit) {
             "unflushed");
 }
 
+std::atomic<int> sleeps{0};
+
+#ifdef SYS_poll  // where poll(3) is another system call, the kernel repeats that one
+
+std::string callOf(pid_t thread) {
+  std::ifstream stream("/proc/self/task/" + std::to_string(thread) + "/syscall");
+  std::string number;
+  stream >> number;
+  return number;
+}
+
+// Polls for input that never comes.
+void pollForEver(std::atomic<pid_t>& thread) {
+  pthread_setname_np(pthread_self(), "Stdout Thread");
+  std::array<int, 2> ends{};
+  if (pipe(ends.data()) != 0) {
+    _exit(1);
+  }
+  thread = gettid();
+  pollfd input{ends[0], POLLIN, 0};
+  poll(&input, 1, -1);
+}
+
+// Stops this process and continues it, as job control and a freezer do.
+void stopAndContinue() {
+  const pid_t stopped = getpid();
+  const pid_t helper = fork();
+  if (helper == 0) {
+    const std::string status = "/proc/" + std::to_string(stopped) + "/stat";
+    kill(stopped, SIGSTOP);
+    for (std::string text; text.find(") T") == std::string::npos;) {
+      std::ifstream stream(status);
+      std::getline(stream, text);
+    }
+    kill(stopped, SIGCONT);
+    _exit(0);
+  }
+  waitpid(helper, nullptr, 0);
+}
+
+TEST(CapturedOutput, TheExitDoesNotWaitForAReaderThatPollsSinceTheProcessWasStopped) {
+  EXPECT_EQ(printedBy([] {
+              static std::atomic<pid_t> reader{0};
+              std::atexit([] {  // runs after the handler that waits
+                dprintf(STDERR_FILENO, sleeps == 0 ? "did not wait" : "waited");
+              });
+              drainCapturedOutputAtExit();
+              std::thread([] { pollForEver(reader); }).detach();
+              const std::string polling = std::to_string(SYS_poll);
+              while (reader == 0 || callOf(reader) != polling) {
+                std::this_thread::yield();
+              }
+              stopAndContinue();
+              const std::string restarted = std::to_string(SYS_restart_syscall);
+              while (callOf(reader) != restarted) {
+                std::this_thread::yield();
+              }
+              sleeps = 0;
+            }),
+            "did not wait");
+}
+
+#endif
+
 // A reader in read(2), not in poll(2), may not have logged all of its input.
 void readThenPrint(std::atomic<bool>& reads, int input) {
   pthread_setname_np(pthread_self(), "Stdout Thread");
@@ -105,4 +174,13 @@ TEST(CapturedOutput, TheExitWaitsForAReaderThatIsNotInPoll) {
 }
 
 }  // namespace
+
+void countSleep() { ++sleeps; }
+
 }  // namespace quillon::host
+
+// Counts the pauses of a thread that waits.
+extern "C" int nanosleep(const timespec* time, timespec* left) {
+  quillon::host::countSleep();
+  return clock_nanosleep(CLOCK_REALTIME, 0, time, left);
+}
