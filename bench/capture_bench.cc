@@ -1,9 +1,15 @@
 // Compares captured output with a plain copy, and a log line and a traced scope with a plain call
 // of the sink.
+//
+// The writer and the reader are bound to processors. A copy in large reads is up to three times as
+// fast on the writer's processor, one in small reads half as fast again, so the scheduler's choice
+// would decide the ratio.
 #define QUILLON_UNIT_FILE "capture_bench.cc"
 #define QUILLON_UNIT_PATH "bench/capture_bench.cc"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +24,7 @@
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "bench/paired_rounds.h"
 #include "bench/sink_platform.h"
@@ -33,10 +40,32 @@ constexpr int kCalls = 1000;             // of the log for each round
 // Between two checks of the received bytes. Sleeps, so that the readers can use the cores.
 constexpr std::chrono::microseconds kPause{50};
 
+constexpr std::size_t kLargeRead = 128 << 10;  // as cat(1) reads
+
 struct Captured {
   int out = -1;
   int err = -1;
 };
+
+// The processors that this process may use.
+std::vector<int> processors() {
+  cpu_set_t set;
+  sched_getaffinity(0, sizeof set, &set);
+  std::vector<int> all;
+  for (int number = 0; number < CPU_SETSIZE; ++number) {
+    if (CPU_ISSET(number, &set)) {
+      all.push_back(number);
+    }
+  }
+  return all;
+}
+
+void bind(pthread_t thread, int processor) {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  CPU_SET(processor, &set);
+  pthread_setaffinity_np(thread, sizeof set, &set);
+}
 
 // Starts a capture, then restores the program's own streams for the report.
 Captured startCapture() {
@@ -107,11 +136,11 @@ class SinkFile {
   const int descriptor_;
 };
 
-// A process that copies to the sink in reads of the size that the capture's readers use. Like them
-// it runs during all rounds, so that its start is not measured.
+// A process that copies to the sink. Like the capture's readers it runs during all rounds, so that
+// its start is not measured.
 class Copier {
  public:
-  explicit Copier(const SinkFile& sink) : sink_(sink) {
+  Copier(const SinkFile& sink, std::size_t readSize, int processor) : sink_(sink) {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
       std::abort();
@@ -119,7 +148,8 @@ class Copier {
     process_ = fork();
     if (process_ == 0) {
       close(ends[1]);
-      copy(ends[0], sink.descriptor());
+      bind(pthread_self(), processor);
+      copy(ends[0], sink.descriptor(), readSize);
     }
     close(ends[0]);
     input_ = ends[1];
@@ -144,8 +174,8 @@ class Copier {
   }
 
  private:
-  [[noreturn]] static void copy(int input, int output) {
-    std::array<char, kMaxChunk> chunk{};
+  [[noreturn]] static void copy(int input, int output, std::size_t readSize) {
+    std::vector<char> chunk(readSize);
     for (ssize_t count = 0; (count = read(input, chunk.data(), chunk.size())) > 0;) {
       if (write(output, chunk.data(), static_cast<std::size_t>(count)) != count) {
         _exit(1);
@@ -159,11 +189,21 @@ class Copier {
   int input_ = -1;
 };
 
-void beside(benchmark::State& state, int Captured::*stream) {
+void beside(benchmark::State& state, int Captured::*stream, std::size_t readSize) {
+  static const std::vector<int> all = processors();
   const auto size = static_cast<std::size_t>(state.range(0));
+  const auto count = static_cast<std::size_t>(state.range(1));
+  if (all.size() < count) {
+    state.SkipWithError("this process may use one processor only");
+    return;
+  }
+  const int reader = all[count - 1];
   const SinkFile sink;  // first, because the capture logs when it starts
   const int captureStream = captured().*stream;
-  const Copier copier(sink);
+  bind(pthread_self(), all.front());
+  bind(loggingThread, reader);
+  bind(loggingThread2, reader);
+  const Copier copier(sink, readSize, reader);
   quillon::bench::runPaired(
       state,
       [&] {
@@ -177,8 +217,9 @@ void beside(benchmark::State& state, int Captured::*stream) {
   state.counters["bytes"] = static_cast<double>(kBytes);
 }
 
-void standardOutput(benchmark::State& state) { beside(state, &Captured::out); }
-void standardError(benchmark::State& state) { beside(state, &Captured::err); }
+void standardOutput(benchmark::State& state) { beside(state, &Captured::out, kMaxChunk); }
+void standardError(benchmark::State& state) { beside(state, &Captured::err, kMaxChunk); }
+void standardOutputBesideCat(benchmark::State& state) { beside(state, &Captured::out, kLargeRead); }
 
 void bareCalls() {
   for (int i = 0; i < kCalls; ++i) {
@@ -209,22 +250,22 @@ void tracedScope(benchmark::State& state) {
   });
 }
 
+void addSizes(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"bytes_a_write", "processors"})
+      ->ArgsProduct({{100, 4096, 65536}, {1, 2}})
+      ->UseManualTime()
+      ->Unit(benchmark::kMicrosecond);
+}
+
 BENCHMARK(standardOutput)
     ->Name("captured_output_8MiB/beside_a_copy_in_the_same_chunks")
-    ->ArgName("bytes_a_write")
-    ->Arg(100)
-    ->Arg(4096)
-    ->Arg(65536)
-    ->UseManualTime()
-    ->Unit(benchmark::kMicrosecond);
+    ->Apply(addSizes);
 BENCHMARK(standardError)
     ->Name("captured_errors_8MiB/beside_a_copy_in_the_same_chunks")
-    ->ArgName("bytes_a_write")
-    ->Arg(100)
-    ->Arg(4096)
-    ->Arg(65536)
-    ->UseManualTime()
-    ->Unit(benchmark::kMicrosecond);
+    ->Apply(addSizes);
+BENCHMARK(standardOutputBesideCat)
+    ->Name("captured_output_8MiB/beside_a_copy_in_reads_of_128KiB")
+    ->Apply(addSizes);
 BENCHMARK(logLine)
     ->Name("log_line_1000_times/beside_the_sinks_bare_call")
     ->UseManualTime()

@@ -13,6 +13,7 @@
 #include "quillon/host/plugin/boost_listener.h"
 #include "quillon/host/plugin/plugin_library.h"
 #include "quillon/host/runtime/runtime.h"
+#include "workstation/config_store.h"
 #include "workstation/packages.h"
 
 namespace {
@@ -76,6 +77,8 @@ int main(int argc, char** argv) {
     return 101;
   }
   timeLists(*plugin);
+  // As the launcher does while the runtime's libraries load.
+  workstation::startConfigThread();
   if (!runtime->start(argv[0], argv[4], readProperties(argv[2]))) {
     return 102;
   }

@@ -172,6 +172,14 @@ Contender pluginCallsOf(const Setup& setup, const Application& application) {
   return contender;
 }
 
+// The same with a platform whose functions return at once: the plug-in's own part of its calls.
+Contender ownCallsOf(const Setup& setup, const Application& application) {
+  Contender contender = pluginCallsOf(setup, application);
+  contender.name = kOwnCalls;
+  contender.environment = {"LD_PRELOAD=" + setup.program("libsilent_platform.so").string()};
+  return contender;
+}
+
 }  // namespace
 
 fs::path Setup::fullProgram() const {
@@ -239,7 +247,8 @@ std::vector<Contender> contendersOf(const Setup& setup, const Application& appli
     add(directLaunchesOf(setup, application));
     add(preparedLaunchesOf(setup, application));
     if (!application.onTerminal) {
-      add({stockResolutionOf(setup, application), pluginCallsOf(setup, application)});
+      add({stockResolutionOf(setup, application), pluginCallsOf(setup, application),
+           ownCallsOf(setup, application)});
     }
   }
   for (Contender& one : all) {

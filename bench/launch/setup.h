@@ -21,6 +21,7 @@ inline constexpr char kOwnMessage[] = "own worker, from the message";
 // Contenders that time themselves.
 inline constexpr char kStockResolution[] = "stock resolution";
 inline constexpr char kPluginCalls[] = "plug-in's calls";
+inline constexpr char kOwnCalls[] = "plug-in's calls, silent platform";
 
 // The option of a launch pad that can prepare processes for one application.
 inline constexpr char kMemoryOption[] = "--memory";

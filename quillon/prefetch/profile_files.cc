@@ -29,12 +29,12 @@ bool isFileName(const std::string& appId) {
 
 std::string profileFolder() { return std::string(device_paths::kCacheDirectory) + kFolderName; }
 
-std::optional<LaunchProfile> readProfile(const std::string& appId) {
+std::optional<LaunchProfile> readProfile(const std::string& appId, const std::string& root) {
   if (!isFileName(appId)) {
     return std::nullopt;
   }
   struct stat status {};
-  const Descriptor file = openRegularWithoutLinks(profileFolder() + '/' + appId, status);
+  const Descriptor file = openRegularWithoutLinks(root + profileFolder() + '/' + appId, status);
   if (!file || status.st_uid != geteuid() || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
       static_cast<std::size_t>(status.st_size) > kMaxFileSize) {
     return std::nullopt;

@@ -1,5 +1,5 @@
-// The files of launch profiles in the cache folder of the device root that the process is inside
-// of.
+// The files of launch profiles in the cache folder of a device root: of the one that the process is
+// inside of, except if a function names another one.
 #pragma once
 
 #include <filesystem>
@@ -18,9 +18,10 @@ std::string profileFolder();
 // The applications that have a file there, in alphabetical order.
 std::vector<std::string> profiledApplications();
 
+// `root` is the device root's folder; "/" inside of it.
 // Returns nullopt if the file is missing, malformed, larger than any profile, not a regular file,
 // or if another user than the process's owns it or may write to it.
-std::optional<LaunchProfile> readProfile(const std::string& appId);
+std::optional<LaunchProfile> readProfile(const std::string& appId, const std::string& root = "/");
 
 // Whether this process can write the application's profile.
 bool canWriteProfile(const std::string& appId);

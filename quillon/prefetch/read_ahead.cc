@@ -2,14 +2,13 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <system_error>
 
 #include "quillon/base/descriptor.h"
+#include "quillon/prefetch/page_cache.h"
 #include "quillon/prefetch/profile_files.h"
 #include "quillon/prefetch/regular_file.h"
 
@@ -22,14 +21,6 @@ Descriptor openUnchanged(const ProfiledFile& file) {
   struct stat status {};
   Descriptor opened = openRegularWithoutLinks(file.path, status);
   return versionOf(status) == file.version ? std::move(opened) : Descriptor();
-}
-
-// Whether the page is in the page cache, or the file system cannot say.
-bool isCached(int descriptor, std::uint64_t offset) {
-  char byte = 0;
-  const iovec buffer{&byte, 1};
-  return preadv2(descriptor, &buffer, 1, static_cast<off_t>(offset), RWF_NOWAIT) == 1 ||
-         errno != EAGAIN;
 }
 
 // Reads one range in parts, and waits for each: a launch's own reads, which are short, would wait

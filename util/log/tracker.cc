@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include "platform/trace.h"
 #include "util/log/log.h"
 
@@ -10,7 +12,18 @@ constexpr int kEntryLine = 78;
 constexpr int kExitLine = 87;
 
 // Returns the part after the last "/", or the whole path if there is none.
-std::string lastComponent(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+const char* lastComponent(const char* path) {
+  const char* const slash = std::strrchr(path, '/');
+  return slash != nullptr ? slash + 1 : path;
+}
+
+// A launch opens dozens of scopes, so the text is built with one allocation.
+std::string messageOf(const std::string& file, int line, const std::string& function) {
+  const std::string number = std::to_string(line);
+  std::string message;
+  message.reserve(file.size() + number.size() + function.size() + std::strlen("() "));
+  return message.append(file).append("(").append(number).append(") ").append(function);
+}
 
 }  // namespace
 
@@ -20,7 +33,7 @@ FunctionEntryExitTracker::FunctionEntryExitTracker(const char* functionText, con
       fileName(lastComponent(file)),
       filePath(file),
       line(lineNumber),
-      message(fileName + "(" + std::to_string(line) + ") " + function) {
+      message(messageOf(fileName, line, function)) {
   QUILLON_LOG_LINE(DLOG_DEBUG, QUILLON_COLOUR_TRACE, kOriginFile, "FunctionEntryExitTracker",
                    kEntryLine, " +DotNETLog:%s", message.c_str());
   trace_begin(message.c_str());

@@ -17,16 +17,16 @@
 
 namespace {
 
-// Minimum buffer size of a read, for files that do not report their size.
-constexpr std::size_t kMinReadSize = 4096;
+// Buffer size for files that do not report their size.
+constexpr std::size_t kUnknownSize = 4096;
 
-// Reads to the end of the file. Returns an empty string if a read fails. `size` is a hint. The
-// buffer has room for one more byte, so that one more read detects the end of the file; it grows
-// only if the file has grown.
+// Reads to the end of the file. Returns an empty string if a read fails. `size` is what the file
+// reports. The buffer has room for one more byte: if it is not filled, the file has not grown, and
+// its end is reached without another read.
 std::string readAll(const Descriptor& file, std::size_t size) {
-  std::string content(std::max(size + 1, kMinReadSize), '\0');
+  std::string content(size > 0 ? size + 1 : kUnknownSize, '\0');
   std::size_t filled = 0;
-  for (;;) {
+  do {
     if (filled == content.size()) {
       content.resize(2 * filled);
     }
@@ -36,7 +36,9 @@ std::string readAll(const Descriptor& file, std::size_t size) {
       return content;
     }
     filled += static_cast<std::size_t>(got);
-  }
+  } while (filled != size);
+  content.resize(filled);
+  return content;
 }
 
 // Writes `content` to the stream and closes it. A failure is not reported here; the next reader
@@ -79,10 +81,12 @@ std::string readFileToString(std::string path) {
 }
 
 // The markers cannot overlap, because neither begins with the end of the other.
-bool isCrashed(std::string content) {
-  return !startWith(content, device_names::kCacheStartMarker) ||
-         !endWith(content, device_names::kCacheEndMarker);
+bool isComplete(std::string_view content) {
+  return content.starts_with(device_names::kCacheStartMarker) &&
+         content.ends_with(device_names::kCacheEndMarker);
 }
+
+bool isCrashed(std::string content) { return !isComplete(content); }
 
 void writeStringToFile(std::string directory, std::string name, std::string content) {
   const std::string temporary = directory + "temp_" + name;

@@ -17,17 +17,16 @@ namespace {
 constexpr std::string_view kStart = device_names::kCacheStartMarker;
 constexpr std::string_view kEnd = device_names::kCacheEndMarker;
 
-// Throws std::out_of_range if `content` is shorter than the start marker.
-std::string withoutMarkers(const std::string& content) {
-  constexpr std::size_t kMarkers = kStart.size() + kEnd.size();
-  return content.substr(kStart.size(), content.size() > kMarkers ? content.size() - kMarkers : 0);
-}
-
 // Returns nullopt if the file is incomplete or does not fit into memory.
 std::optional<std::string> completePayload(const char* path) {
   try {
-    const std::string content = readFileToString(path);
-    return isCrashed(content) ? std::nullopt : std::optional(withoutMarkers(content));
+    std::string content = readFileToString(path);
+    if (!isComplete(content)) {
+      return std::nullopt;
+    }
+    content.resize(content.size() - kEnd.size());
+    content.erase(0, kStart.size());
+    return content;
   } catch (const std::bad_alloc&) {
     return std::nullopt;
   }

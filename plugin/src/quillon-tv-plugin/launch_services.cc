@@ -100,8 +100,11 @@ void handleDebugPipe() {
     return;
   }
   while (const dirent* entry = readdir(directory.get())) {
+    if (strstr(entry->d_name, prefix.c_str()) == nullptr) {
+      continue;
+    }
     const std::string path = concatPath(kDebugPipeDirectory, entry->d_name);
-    if (strstr(entry->d_name, prefix.c_str()) != nullptr && !labelForEveryone(path)) {
+    if (!labelForEveryone(path)) {
       QLOG_ERROR("Fail to setxattr (%s)", path.c_str());
     }
   }

@@ -1,17 +1,43 @@
 // The front of the quillon program; see full_program.h.
+#include <unistd.h>
+
 #include <optional>
+#include <string>
 
 #include "quillon/base/terminal.h"
 #include "quillon/cli/front/display.h"
 #include "quillon/cli/front/full_program.h"
 #include "quillon/cli/front/plain_launch.h"
 #include "quillon/cli/front/prepared_launch.h"
+#include "quillon/prefetch/before_start.h"
+#include "workstation/inside_device.h"
 #include "workstation/log_config.h"
+
+namespace {
+
+using quillon::host::LaunchOptions;
+
+bool isInsideDevice() {
+  return access((std::string("/") + quillon::workstation::kInsideMarker).c_str(), F_OK) == 0;
+}
+
+// The reading takes place while the full program starts and enters the device root.
+void readAhead(const LaunchOptions& options, const std::string& program) {
+  if (quillon::prefetch::isCold(program)) {
+    quillon::prefetch::readAheadInBackground(isInsideDevice() ? "/" : options.device.string(),
+                                             options.appId);
+  }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   quillon::openStandardDescriptors();
   const std::string program = quillon::cli::fullProgram();
   const auto options = quillon::cli::plainLaunch({argv, argv + argc});
+  if (options && options->direct) {
+    readAhead(*options, program);
+  }
   if (!options || options->direct || options->detach) {
     return quillon::cli::runFullProgram(program, argv, false);
   }
@@ -24,5 +50,6 @@ int main(int argc, char** argv) {
   if (const auto ended = quillon::cli::launchPrepared(*options, *log, program)) {
     return *ended;
   }
+  readAhead(*options, program);
   return quillon::cli::runFullProgram(program, argv, true);
 }

@@ -8,13 +8,19 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "quillon/base/descriptor.h"
+#include "quillon/prefetch/before_start.h"
+#include "quillon/prefetch/profile_files.h"
 #include "quillon/prefetch/read_ahead.h"
 #include "quillon/prefetch/touched_pages.h"
 #include "tests/support/temporary_directory.h"
@@ -138,6 +144,30 @@ TEST_F(ReadAhead, OpensNeitherFifosNorDevicesNorLinks) {
   char event = 0;
   EXPECT_LT(read(watch.get(), &event, sizeof event), 0);
   EXPECT_EQ(errno, EAGAIN);  // EINVAL if there is an event, which is longer
+}
+
+// As a launch that is not inside of the device root does.
+TEST_F(ReadAhead, AProcessInTheBackgroundReadsTheProfileOfADeviceRoot) {
+  const std::string file = makeFile("file");
+  const LaunchProfile profile{{profiled(file, {{0, 4 * kMebibyte}})}};
+  const std::string root = path("device");
+  std::filesystem::create_directories(root + profileFolder());
+  std::ofstream(root + profileFolder() + "/app") << format(profile);
+  removeFromCache(file);
+  EXPECT_EQ(isCold(file), !isInMemoryOnly());
+  readAheadInBackground(root, "app");
+  EXPECT_EQ(waitpid(-1, nullptr, 0), -1) << "the launch would have a child";
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (stateOf(profile) != ProfileState::kWarm && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(stateOf(profile), ProfileState::kWarm);
+  EXPECT_FALSE(isCold(file));
+}
+
+TEST_F(ReadAhead, AMissingOrCachedProgramIsNotCold) {
+  EXPECT_FALSE(isCold(path("missing")));
+  EXPECT_FALSE(isCold(makeFile("program")));
 }
 
 // The kernel maps some pages around a touched one.
