@@ -1,0 +1,71 @@
+// The requests for launches: compares the client with this process, finds the application, and
+// assigns a worker. If one of these is impossible, declines, and the client launches directly.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+
+#include "quillon/base/failure.h"
+#include "quillon/launchpad/protocol/message.h"
+#include "quillon/launchpad/protocol/request.h"
+#include "quillon/launchpad/server/catalogue.h"
+#include "quillon/launchpad/server/clients.h"
+#include "quillon/launchpad/server/inspector.h"
+#include "quillon/launchpad/server/pools.h"
+#include "quillon/launchpad/server/statistics.h"
+#include "quillon/launchpad/server/zone_view.h"
+#include "quillon/launchpad/state/limits.h"
+#include "quillon/launchpad/state/process_state.h"
+
+namespace quillon::launchpad {
+
+// What the server has opened before it entered the device root.
+struct LaunchParts {
+  ProcessState state;  // the process's declared one, with the proof of inspection_proof.h
+  Inspector inspector;
+  ZoneView zone;
+};
+
+class LaunchRequests {
+ public:
+  // The references must outlive the object.
+  //
+  // plugin  file of the plug-in
+  LaunchRequests(LaunchParts parts, std::filesystem::path plugin, Clients& clients, Pools& pools,
+                 Statistics& statistics);
+
+  // Handles kLaunch of an idle client. Returns false if the message is malformed.
+  [[nodiscard]] bool onRequest(uint64_t client, const Message& message);
+
+  // Call when descriptor() is readable.
+  void onInspected();
+  [[nodiscard]] int descriptor() const { return inspector_.descriptor(); }
+
+  // Releases what is kept for a client that has gone.
+  void forget(uint64_t client) { inspector_.forget(client); }
+
+  Catalogue& catalogue() { return catalogue_; }
+
+  // For a child of the server, which must not keep the descriptors.
+  void close();
+
+ private:
+  Expected<std::shared_ptr<const Entry>> findEntry(const Request& request);
+  [[nodiscard]] Expected<void> compareState(const Finding& finding) const;
+  bool assign(uint64_t client, const Entry& entry, const Limits& limits);
+  static bool notePackage(const WorkerProcess& worker, const host::LaunchTarget& target);
+  void decline(uint64_t client, const Failure& why);
+
+  const ProcessState state_;
+  const Limits limits_ = currentLimits();
+  Inspector inspector_;
+  ZoneView zone_;
+  Catalogue catalogue_;
+  const std::filesystem::path plugin_;
+  Clients& clients_;
+  Pools& pools_;
+  Statistics& statistics_;
+};
+
+}  // namespace quillon::launchpad
