@@ -8,6 +8,8 @@
 namespace quillon::launchpad {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr size_t kTypicalSize = 2 * 1024;
 
 template <typename Archive, typename AnyRequest>
@@ -98,6 +100,24 @@ std::optional<Assignment> parseAssignment(Message message) {
   }
   assignment.connection = std::move(message.descriptors.front());
   return assignment;
+}
+
+bool sendNoted(int socket, bool hasBoostListener) {
+  return sendMessage(socket, MessageKind::kNoted,
+                     RecordWriter().number(hasBoostListener ? 1 : 0).bytes());
+}
+
+bool parseNoted(const Message& message) { return RecordReader(message.bytes.view()).number() == 1; }
+
+bool sendStarted(int socket) {
+  const Clock::duration now = Clock::now().time_since_epoch();
+  return sendMessage(socket, MessageKind::kStarted,
+                     RecordWriter().number(static_cast<uint64_t>(now.count())).bytes());
+}
+
+Clock::time_point parseStarted(const Message& message) {
+  const uint64_t ticks = RecordReader(message.bytes.view()).number();
+  return Clock::time_point(Clock::duration(static_cast<Clock::rep>(ticks)));
 }
 
 }  // namespace quillon::launchpad

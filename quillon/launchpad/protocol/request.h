@@ -4,12 +4,15 @@
 //   server to client   sendTaken(), parseTaken()
 //   server to worker   sendAssignment(), parseAssignment()
 //   client to worker   see hand_over.h
+//   server to worker   sendNoted(), parseNoted()
+//   worker to server   sendStarted(), parseStarted()
 //
 // docs/launchpad.md has the format.
 #pragma once
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -70,5 +73,13 @@ bool sendAssignment(int socket, const host::LaunchTarget& target, const Limits& 
                     int connection);
 // Returns nullopt if the message is malformed.
 std::optional<Assignment> parseAssignment(Message message);
+
+// hasBoostListener  see PluginCalls::setApplication()
+bool sendNoted(int socket, bool hasBoostListener);
+bool parseNoted(const Message& message);
+
+// The worker's report to the server that the application starts now.
+bool sendStarted(int socket);
+std::chrono::steady_clock::time_point parseStarted(const Message& message);
 
 }  // namespace quillon::launchpad

@@ -16,6 +16,7 @@
 #include "quillon/base/record.h"
 #include "quillon/base/terminal.h"
 #include "quillon/launchpad/protocol/address.h"
+#include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/server/fingerprint.h"
 #include "quillon/launchpad/server/fresh_worker.h"
 #include "quillon/launchpad/server/wait_time.h"
@@ -27,6 +28,7 @@ namespace {
 // In one round of the loop, so that connections of other users cannot delay launches for long.
 constexpr int kMaxAccepts = 64;
 constexpr std::chrono::milliseconds kAcceptPause(100);
+constexpr std::chrono::milliseconds kStartCheck(50);
 
 // Whether descriptors remain for a launch, a new worker and the files that they need.
 bool hasSpareDescriptors(int anyDescriptor) {
@@ -76,7 +78,8 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Serve
 void EventLoop::run() {
   serviceManager_.tellReady();
   while (!pools_.isClosed() || !pools_.isEmpty()) {
-    poll(shorter(pools_.refill(), serviceManager_.keepAlive()));
+    const auto wait = receiveStarts();
+    poll(shorter(wait, shorter(pools_.refill(), serviceManager_.keepAlive())));
   }
 }
 
@@ -100,7 +103,7 @@ std::vector<EventLoop::Watch> EventLoop::watches() {
         onWorkerReadable(*found);
       }
     };
-    if (worker->channel) {
+    if (worker->channel && worker->stage != Stage::kAssigned) {
       all.push_back({worker->channel.get(), onReadable});
     }
     all.push_back({worker->pidfd.get(), [this, number] { onWorkerEnded(number); }});
@@ -198,6 +201,7 @@ void EventLoop::onClientMessage(uint64_t number, Message message) {
       }
       break;
     case MessageKind::kStatus:
+      receiveStarts();
       sendMessage(client.socket.get(), MessageKind::kAnswer, encode(status()));
       clients_.erase(number);
       break;
@@ -257,19 +261,35 @@ bool EventLoop::onWorkerReadable(WorkerProcess& worker) {
     pools_.refuse(worker.key);
   }
   if (message.kind == MessageKind::kStarted && worker.stage == Stage::kAssigned) {
-    onStarted(worker);
+    onStarted(worker, parseStarted(message));
   }
   return true;
 }
 
-void EventLoop::onStarted(WorkerProcess& worker) {
+void EventLoop::onStarted(WorkerProcess& worker, Clock::time_point when) {
   const auto client = clients_.find(worker.client);
   if (client != clients_.end()) {
-    statistics_.onPrepared(std::chrono::duration_cast<std::chrono::microseconds>(
-                               Clock::now() - client->second.requested),
-                           worker.key.application.has_value());
+    statistics_.onPrepared(
+        std::chrono::duration_cast<std::chrono::microseconds>(when - client->second.requested),
+        worker.key.application.has_value());
+    client->second.boost.reset();
   }
   pools_.onStarted(worker);
+}
+
+// The loop does not wait for messages of assigned workers: nothing depends on them soon, and waking
+// up would compete with the start of the application. Returns the time until the next call.
+std::chrono::milliseconds EventLoop::receiveStarts() {
+  std::chrono::milliseconds wait = kNever;
+  for (WorkerProcess* const worker : pools_.all()) {
+    if (worker->stage == Stage::kAssigned) {
+      receiveAll(*worker);
+    }
+    if (worker->stage == Stage::kAssigned) {
+      wait = kStartCheck;
+    }
+  }
+  return wait;
 }
 
 void EventLoop::receiveAll(WorkerProcess& worker) {
@@ -291,6 +311,7 @@ void EventLoop::onWorkerEnded(uint64_t number) {
   pools_.onEnded(number);
   if (client != clients_.end()) {
     client->second.worker = 0;
+    client->second.boost.reset();
     if (!sendMessage(client->second.socket.get(), MessageKind::kEnded, encode(*exitState))) {
       clients_.erase(client);  // which tells it, too
     }

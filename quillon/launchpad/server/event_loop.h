@@ -64,7 +64,8 @@ class EventLoop {
 
   bool onWorkerReadable(WorkerProcess& worker);
   void receiveAll(WorkerProcess& worker);
-  void onStarted(WorkerProcess& worker);
+  void onStarted(WorkerProcess& worker, Clock::time_point when);
+  std::chrono::milliseconds receiveStarts();
   void onWorkerEnded(uint64_t number);
 
   void onSignals();

@@ -148,21 +148,37 @@ bool LaunchRequests::assign(uint64_t number, const Entry& entry, const Limits& l
   // If a message cannot be sent, the client gets the worker's end, and may ask for another one.
   if (!sendTaken(client.socket.get(), worker->pid, worker->pidfd.get(), clientEnd.get()) ||
       !sendAssignment(worker->channel.get(), entry.target, limits, workerEnd.get()) ||
-      !notePackage(*worker, entry.target)) {
+      !prepareSetting(*worker, client, entry.target)) {
     killWorker(*worker);
   }
   return true;
 }
 
-// Notes which package the worker runs, while the worker takes the launch over. The plug-in asks for
-// the note, so the worker waits for kNoted before that.
-bool LaunchRequests::notePackage(const WorkerProcess& worker, const host::LaunchTarget& target) {
+// Prepares what plugin_set_app_info needs, while the worker takes the launch over: the note which
+// package the process runs, and the listener. The worker waits for kNoted before it calls that.
+bool LaunchRequests::prepareSetting(const WorkerProcess& worker, Client& client,
+                                    const host::LaunchTarget& target) {
   const auto registered =
       workstation::registerProcess(worker.pid, target.package.id, target.application.id);
   if (!registered) {
     tell(registered.error());
   }
-  return sendMessage(worker.channel.get(), MessageKind::kNoted);
+  client.boost = boostListenerFor(target.type);
+  return sendNoted(worker.channel.get(), client.boost != nullptr);
+}
+
+// A listener for the launch-boost notice, which all launches share that start now. Null if the
+// worker has to see to that itself: a zone has another view of the device.
+std::shared_ptr<host::BoostListener> LaunchRequests::boostListenerFor(const std::string& type) {
+  auto listener = boost_.lock();
+  if (host::entersZone(type)) {
+    return nullptr;
+  }
+  if (!listener) {
+    listener = std::make_shared<host::BoostListener>();
+    boost_ = listener;
+  }
+  return listener->isListening() ? listener : nullptr;
 }
 
 // Failures with an exit status of their own are those of a direct launch, too.

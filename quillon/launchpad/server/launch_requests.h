@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string>
 
 #include "quillon/base/failure.h"
+#include "quillon/host/plugin/boost_listener.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/server/catalogue.h"
@@ -54,7 +56,9 @@ class LaunchRequests {
   Expected<std::shared_ptr<const Entry>> findEntry(const Request& request);
   [[nodiscard]] Expected<void> compareState(const Finding& finding) const;
   bool assign(uint64_t client, const Entry& entry, const Limits& limits);
-  static bool notePackage(const WorkerProcess& worker, const host::LaunchTarget& target);
+  bool prepareSetting(const WorkerProcess& worker, Client& client,
+                      const host::LaunchTarget& target);
+  std::shared_ptr<host::BoostListener> boostListenerFor(const std::string& type);
   void decline(uint64_t client, const Failure& why);
 
   const ProcessState state_;
@@ -62,6 +66,7 @@ class LaunchRequests {
   Inspector inspector_;
   ZoneView zone_;
   Catalogue catalogue_;
+  std::weak_ptr<host::BoostListener> boost_;
   const std::filesystem::path plugin_;
   Clients& clients_;
   Pools& pools_;

@@ -57,8 +57,9 @@ void ManagedSide::warmUp(const host::RuntimeProperties& properties) const {
   constexpr size_t kLength = 256;
   const char* const before = std::getenv(kVariable);
   warmUp_();
-  if (assign(properties, {{kVariable, std::string(kLength, '1')}})) {
-    const auto value = before != nullptr ? std::optional<std::string>(before) : std::nullopt;
+  const std::string text(kLength, '1');
+  if (assign(properties, {{kVariable, text}})) {
+    const auto value = before != nullptr ? std::optional<std::string_view>(before) : std::nullopt;
     [[maybe_unused]] const bool isRestored = assign({}, {{kVariable, value}});
   }
 }
@@ -81,14 +82,18 @@ std::optional<std::vector<std::string>> ManagedSide::loadedFiles() const {
 }
 
 bool ManagedSide::assign(const host::RuntimeProperties& properties,
-                         const EnvironmentChanges& variables) const {
+                         const std::vector<CopiedEnvironment::Change>& variables) const {
   std::string settings;
   for (const auto& [name, value] : properties) {
     addPair(settings, name, value);
   }
   std::string changes;
   for (const auto& [name, value] : variables) {
-    addPair(changes, name, value ? "=" + *value : "");
+    changes.append(name).append(1, '\0');
+    if (value) {
+      changes.append("=").append(*value);
+    }
+    changes.append(1, '\0');
   }
   return assign_(settings.c_str(), changes.c_str()) == 0;
 }

@@ -42,7 +42,7 @@ class ManagedSide {
   // Sets the properties of AppContext and the variables of the runtime's copy of the environment to
   // the values that they have in a direct launch. Returns false if the runtime refuses.
   [[nodiscard]] bool assign(const host::RuntimeProperties& properties,
-                            const EnvironmentChanges& variables) const;
+                            const std::vector<CopiedEnvironment::Change>& variables) const;
 
  private:
   void (*warmUp_)() = nullptr;

@@ -68,7 +68,7 @@ Expected<void> PreparedRuntime::startRuntime(const std::filesystem::path& execut
   canRehearse_ = canRehearseWith(plan.properties);
   trusted_ = plan.assemblies.trusted();
   const host::ScopedJitThreadKeepAlive lasting;
-  variablesAtStart_ = currentVariables();
+  environment_.record();
   const auto started = runtime_.start(executable, "launchpad", plan.properties);
   if (!started) {
     return fail(kRuntimeFailed, started.error());
@@ -80,7 +80,7 @@ Expected<void> PreparedRuntime::warmUp(const host::LaunchTarget& target) {
   if (auto bound = managed_.bind(runtime_); !bound) {
     return fail(kRuntimeFailed, bound.error());
   }
-  variablesAtWarmUp_ = currentVariables();
+  environment_.record();
   managed_.warmUp(host::propertiesOfApplication(target, lists_, key_.additions));
   if (canRehearse_) {
     rehearse();
@@ -103,10 +103,7 @@ void PreparedRuntime::rehearse() {
 
 Expected<void> PreparedRuntime::setApplicationAndEnvironment(const host::LaunchTarget& target) {
   const TraceSpan span("give the application to the runtime");
-  const Variables now = currentVariables();
-  auto variables = changesBetween(variablesAtStart_, now);
-  variables.merge(changesBetween(variablesAtWarmUp_, now));
-  return assign(target, variables);
+  return assign(target, environment_.changes());
 }
 
 Expected<void> PreparedRuntime::setApplication(const host::LaunchTarget& target) {
@@ -114,7 +111,7 @@ Expected<void> PreparedRuntime::setApplication(const host::LaunchTarget& target)
 }
 
 Expected<void> PreparedRuntime::assign(const host::LaunchTarget& target,
-                                       const EnvironmentChanges& variables) {
+                                       const std::vector<CopiedEnvironment::Change>& variables) {
   host::RuntimeProperties properties;
   if (!std::exchange(hasProperties_, true)) {
     resolution::setHostpolicyApplication(target.assembly);

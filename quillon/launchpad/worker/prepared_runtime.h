@@ -56,7 +56,7 @@ class PreparedRuntime {
   [[nodiscard]] Expected<void> startRuntime(const std::filesystem::path& executable);
   void rehearse();
   [[nodiscard]] Expected<void> assign(const host::LaunchTarget& target,
-                                      const EnvironmentChanges& variables);
+                                      const std::vector<CopiedEnvironment::Change>& variables);
 
   const std::string ownAssembly_;
   const PoolKey& key_;
@@ -66,11 +66,8 @@ class PreparedRuntime {
   bool canRehearse_ = false;
   std::vector<std::string> trusted_;
   ManagedSide managed_;
-  bool hasProperties_ = false;  // the application's
-  // The environment of the runtime's start and that of the warm-up. The runtime has copied each of
-  // its variables at one of these moments.
-  Variables variablesAtStart_;
-  Variables variablesAtWarmUp_;
+  bool hasProperties_ = false;     // the application's
+  CopiedEnvironment environment_;  // copied when the runtime starts or during the warm-up
 };
 
 }  // namespace quillon::launchpad

@@ -200,8 +200,8 @@ Expected<void> Worker::takeOver() {
 
 Expected<void> Worker::configureApplication() {
   RETURN_IF_FAILED(runtime_->setApplicationAndEnvironment(target_));
-  awaitMessage(channel_, MessageKind::kNoted);
-  RETURN_IF_FAILED(plugin_.setApplication());
+  const bool hasBoostListener = parseNoted(awaitMessage(channel_, MessageKind::kNoted));
+  RETURN_IF_FAILED(plugin_.setApplication(hasBoostListener));
   plugin_.beforeExecute();
   if (const auto warning = resolution::warningAbout(target_.application.id, key_.additions)) {
     tell(*warning);
@@ -220,7 +220,7 @@ Expected<int> Worker::execute() {
     _exit(kServiceFailed);
   }
   client_.reset();
-  sendMessage(channel_.get(), MessageKind::kStarted);
+  sendStarted(channel_.get());
   channel_.reset();
   auto ended = executeAssembly();
   plugin_.finalize();

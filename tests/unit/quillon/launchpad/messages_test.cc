@@ -43,6 +43,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::Pair;
 
 Message messageOf(MessageKind kind, std::string_view bytes) { return {kind, bytes, {}}; }
 
@@ -567,9 +568,7 @@ class Environment : public ::testing::Test {
 };
 
 TEST_F(Environment, IsReplacedExceptForTheChanges) {
-  const auto changes =
-      changesBetween({{"KEPT", "1"}, {"GONE", "1"}, {"NEW", "1"}}, {{"KEPT", "1"}, {"NEW", "2"}});
-  EXPECT_EQ(changes.size(), 2U);
+  const EnvironmentChanges changes = {{"GONE", std::nullopt}, {"NEW", "2"}};
   replaceEnvironment({"GONE=3", "KEPT=4", "OWN=5", "PATH=/bin"}, changes);
   const Variables now = currentVariables();
   EXPECT_EQ(now, (Variables{{"KEPT", "4"}, {"OWN", "5"}, {"NEW", "2"}, {"PATH", "/bin"}}));
@@ -581,6 +580,22 @@ TEST_F(Environment, CountsASetVariableAsChangedEvenIfItsValueIsTheSame) {
   setenv("SAME", "1", 1);
   unsetenv("GONE");
   EXPECT_EQ(changesSince(before), (EnvironmentChanges{{"SAME", "1"}, {"GONE", std::nullopt}}));
+}
+
+// The runtime may have copied a variable at either moment, so a variable that differs between the
+// moments is a change even if it has one of the values now.
+TEST_F(Environment, OfTheRuntimeIsUpdatedWhereItMayDiffer) {
+  CopiedEnvironment copied;
+  replaceEnvironment({"SAME=1", "CHANGED=1", "EARLY=1", "GONE=1", "SET=1"}, {});
+  copied.record();
+  replaceEnvironment({"SAME=1", "CHANGED=2", "GONE=1", "LATE=1", "SET=1"}, {});
+  copied.record();
+  EXPECT_THAT(copied.changes(),
+              ElementsAre(Pair("CHANGED", "2"), Pair("EARLY", std::nullopt), Pair("LATE", "1")));
+  replaceEnvironment({"SET=2", "NEW=", "SAME=1", "CHANGED=1", "LATE=1", "NEW=second"}, {});
+  EXPECT_THAT(copied.changes(), ElementsAre(Pair("CHANGED", "1"), Pair("EARLY", std::nullopt),
+                                            Pair("GONE", std::nullopt), Pair("LATE", "1"),
+                                            Pair("NEW", ""), Pair("SET", "2")));
 }
 
 TEST_F(Environment, IgnoresEntriesWithoutAName) {
