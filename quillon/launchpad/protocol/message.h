@@ -39,7 +39,10 @@ enum class MessageKind : uint32_t {
   // From client to server.
   kDirect,  // bytes: text application, text reason why the client launches it itself
   // From server to worker.
-  kNoted,  // after kAssign: the package of the process is noted, for the plug-in; see request.h
+  kNoted,  // after kAssign: the server has checked the launch and noted the package of the process,
+           // so that the plug-in may be called; see request.h
+  // From server to client, before kTaken.
+  kConnection,  // see Connection in request.h
 };
 
 // Bytes that may hold the arguments or the environment of an application. They are overwritten with

@@ -68,17 +68,27 @@ Decline parseDecline(const Message& message) {
   return decline;
 }
 
-bool sendTaken(int socket, pid_t worker, int pidfd, int connection) {
+bool sendConnection(int socket, const Connection& connection) {
+  return sendMessage(socket, MessageKind::kConnection, {},
+                     {connection.client.get(), connection.worker.get()});
+}
+
+Connection parseConnection(Message message) {
+  if (message.descriptors.size() != 2) {
+    return {};
+  }
+  return {std::move(message.descriptors[0]), std::move(message.descriptors[1])};
+}
+
+bool sendTaken(int socket, pid_t worker, int pidfd) {
   return sendMessage(socket, MessageKind::kTaken,
-                     RecordWriter().number(static_cast<uint64_t>(worker)).bytes(),
-                     {pidfd, connection});
+                     RecordWriter().number(static_cast<uint64_t>(worker)).bytes(), {pidfd});
 }
 
 TakenReply parseTaken(Message message) {
-  TakenReply reply{static_cast<pid_t>(RecordReader(message.bytes.view()).number()), {}, {}};
-  if (message.descriptors.size() == 2) {
+  TakenReply reply{static_cast<pid_t>(RecordReader(message.bytes.view()).number()), {}};
+  if (message.descriptors.size() == 1) {
     reply.pidfd = std::move(message.descriptors[0]);
-    reply.connection = std::move(message.descriptors[1]);
   }
   return reply;
 }

@@ -1,5 +1,6 @@
 // The messages about a launch between client, server and worker, in their order:
 //
+//   server to client   sendConnection(), parseConnection()
 //   client to server   sendRequest(), parseRequest()
 //   server to client   sendTaken(), parseTaken()
 //   server to worker   sendAssignment(), parseAssignment()
@@ -54,13 +55,23 @@ struct Decline {
 bool sendDecline(int socket, const Decline& decline);
 Decline parseDecline(const Message& message);
 
+// The two ends of a connection between a client and the worker that will have its launch. The
+// client sends its hand-over at once, so that the worker finds it. It also has the worker's end, in
+// order to take the hand-over back from a server that does not answer.
+struct Connection {
+  Descriptor client;
+  Descriptor worker;
+};
+bool sendConnection(int socket, const Connection& connection);
+// Both ends are invalid if the message is malformed.
+Connection parseConnection(Message message);
+
 // The server's answer to a request that a worker serves.
 struct TakenReply {
   pid_t worker = 0;
   Descriptor pidfd;
-  Descriptor connection;  // a socket to the worker
 };
-bool sendTaken(int socket, pid_t worker, int pidfd, int connection);
+bool sendTaken(int socket, pid_t worker, int pidfd);
 TakenReply parseTaken(Message message);
 
 // A launch as a worker receives it, before the client's hand-over.

@@ -143,7 +143,9 @@ void EventLoop::acceptClients() {
     }
     // If the connection is closed instead, the client launches directly at once.
     if (hasSpareDescriptors(socket.get()) || removeOldestIdleClient()) {
-      clients_[nextClient_++].socket = std::move(socket);
+      Client& client = clients_[nextClient_++];
+      client.socket = std::move(socket);
+      LaunchRequests::offerConnection(client);
     }
   }
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "quillon/base/processor.h"
 #include "quillon/base/terminal.h"
 #include "quillon/base/trace_span.h"
 #include "quillon/host/application/target.h"
@@ -46,6 +47,14 @@ LaunchRequests::LaunchRequests(LaunchParts parts, std::filesystem::path plugin, 
       pools_(pools),
       statistics_(statistics) {}
 
+void LaunchRequests::offerConnection(Client& client) {
+  auto [clientEnd, workerEnd] = makeSocketPair();
+  Connection connection{std::move(clientEnd), std::move(workerEnd)};
+  if (connection.client && sendConnection(client.socket.get(), connection)) {
+    client.connection = std::move(connection.worker);
+  }
+}
+
 bool LaunchRequests::onRequest(uint64_t client, const Message& message) {
   const TraceSpan span("launch pad: find the application");
   auto request = parseRequest(message);
@@ -54,6 +63,9 @@ bool LaunchRequests::onRequest(uint64_t client, const Message& message) {
   }
   clients_[client].application = request->appId;
   clients_[client].requested = Clock::now();
+  if (!clients_[client].connection) {
+    offerConnection(clients_[client]);  // a worker has used up the first one
+  }
   // The inspector reads /proc while this process looks the application up.
   const bool isInspected = inspector_.inspect(client, clients_[client].socket.get());
   auto entry = findEntry(*request);
@@ -63,8 +75,8 @@ bool LaunchRequests::onRequest(uint64_t client, const Message& message) {
     decline(client, entry ? notInspected() : entry.error());
     return true;
   }
+  clients_[client].boost = boostListenerFor((*entry)->target.type);
   clients_[client].entry = std::move(*entry);
-  pools_.discardOutdated(currentFingerprint(plugin_));
   return true;
 }
 
@@ -82,9 +94,13 @@ void LaunchRequests::onInspected() {
     }
     const bool isFirst = !pools_.hasPool(entry->key);
     pools_.ensurePool(entry->key);
-    const bool isAssigned = assign(finding->client, *entry, finding->limits);
+    WorkerProcess* const worker = assign(finding->client, *entry, finding->limits);
+    if (worker != nullptr && !confirm(*worker, entry->target)) {
+      killWorker(*worker);  // the client asks for another one
+      continue;
+    }
     pools_.recordUse(entry->ownKey);
-    if (!isAssigned) {
+    if (worker == nullptr) {
       decline(finding->client, notReady(isFirst));
     }
   }
@@ -127,44 +143,47 @@ Expected<void> LaunchRequests::compareState(const Finding& finding) const {
   return {};
 }
 
-// Returns false if no worker is ready. Client and worker get a connection of their own: what the
+// Returns null if no worker is ready. Client and worker have a connection of their own: what the
 // application gets from the client goes through it and never enters this process.
-bool LaunchRequests::assign(uint64_t number, const Entry& entry, const Limits& limits) {
-  const auto [clientEnd, workerEnd] = makeSocketPair();
-  if (!clientEnd) {
-    return false;
-  }
-  WorkerProcess* worker = pools_.take(entry.ownKey);
-  if (worker == nullptr) {
+WorkerProcess* LaunchRequests::assign(uint64_t number, const Entry& entry, const Limits& limits) {
+  Client& client = clients_[number];
+  const Descriptor connection = std::move(client.connection);
+  WorkerProcess* worker = connection ? pools_.take(entry.ownKey) : nullptr;
+  if (connection && worker == nullptr) {
     worker = pools_.take(entry.key);
   }
   if (worker == nullptr) {
-    return false;
+    return nullptr;
   }
-  Client& client = clients_[number];
   worker->client = number;
   worker->application = entry.target.application.id;
   client.worker = worker->number;
-  // If a message cannot be sent, the client gets the worker's end, and may ask for another one.
-  if (!sendTaken(client.socket.get(), worker->pid, worker->pidfd.get(), clientEnd.get()) ||
-      !sendAssignment(worker->channel.get(), entry.target, limits, workerEnd.get()) ||
-      !prepareSetting(*worker, client, entry.target)) {
+  // In this order: a client without the first message knows that no worker has its launch. If a
+  // message cannot be sent, the client gets the worker's end, and may ask for another one.
+  if (sendTaken(client.socket.get(), worker->pid, worker->pidfd.get()) &&
+      sendAssignment(worker->channel.get(), entry.target, limits, connection.get())) {
+    moveToOtherProcessor(worker->pid);
+  } else {
     killWorker(*worker);
   }
-  return true;
+  return worker;
 }
 
-// Prepares what plugin_set_app_info needs, while the worker takes the launch over: the note which
-// package the process runs, and the listener. The worker waits for kNoted before it calls that.
-bool LaunchRequests::prepareSetting(const WorkerProcess& worker, Client& client,
-                                    const host::LaunchTarget& target) {
+// While the worker takes the launch over: looks whether it is prepared from what is installed now,
+// and notes which package it runs. The worker waits for kNoted before it calls the plug-in, which
+// asks for the note, and before it runs code of the application. Returns false if it must not.
+bool LaunchRequests::confirm(const WorkerProcess& worker, const host::LaunchTarget& target) {
+  const std::string fingerprint = currentFingerprint(plugin_);
+  pools_.discardOutdated(fingerprint);
+  if (worker.fingerprint != fingerprint) {
+    return false;
+  }
   const auto registered =
       workstation::registerProcess(worker.pid, target.package.id, target.application.id);
   if (!registered) {
     tell(registered.error());
   }
-  client.boost = boostListenerFor(target.type);
-  return sendNoted(worker.channel.get(), client.boost != nullptr);
+  return sendNoted(worker.channel.get(), clients_[worker.client].boost != nullptr);
 }
 
 // A listener for the launch-boost notice, which all launches share that start now. Null if the
@@ -191,6 +210,7 @@ void LaunchRequests::decline(uint64_t number, const Failure& why) {
   sendDecline(client.socket.get(), {why.what, why.remedy, isLaunchable});
   inspector_.forget(number);
   clients_.erase(number);
+  pools_.discardOutdated(currentFingerprint(plugin_));  // as confirm() does for other launches
 }
 
 void LaunchRequests::close() {

@@ -37,6 +37,10 @@ class LaunchRequests {
   LaunchRequests(LaunchParts parts, std::filesystem::path plugin, Clients& clients, Pools& pools,
                  Statistics& statistics);
 
+  // Gives a client a connection to the worker that it will get, so that it can send its hand-over
+  // while its request is handled.
+  static void offerConnection(Client& client);
+
   // Handles kLaunch of an idle client. Returns false if the message is malformed.
   [[nodiscard]] bool onRequest(uint64_t client, const Message& message);
 
@@ -55,9 +59,8 @@ class LaunchRequests {
  private:
   Expected<std::shared_ptr<const Entry>> findEntry(const Request& request);
   [[nodiscard]] Expected<void> compareState(const Finding& finding) const;
-  bool assign(uint64_t client, const Entry& entry, const Limits& limits);
-  bool prepareSetting(const WorkerProcess& worker, Client& client,
-                      const host::LaunchTarget& target);
+  WorkerProcess* assign(uint64_t client, const Entry& entry, const Limits& limits);
+  bool confirm(const WorkerProcess& worker, const host::LaunchTarget& target);
   std::shared_ptr<host::BoostListener> boostListenerFor(const std::string& type);
   void decline(uint64_t client, const Failure& why);
 

@@ -52,16 +52,25 @@ Expected<void> ManagedSide::bind(const host::Runtime& runtime) {
 
 // The warm-up leaves nothing behind: the application's properties replace these, and the variable
 // gets its value back. The test value is long because the runtime copies short ones differently.
-void ManagedSide::warmUp(const host::RuntimeProperties& properties) const {
+void ManagedSide::assignOften(const host::RuntimeProperties& properties, size_t times) const {
   constexpr char kVariable[] = "QUILLON_LAUNCHPAD";
   constexpr size_t kLength = 256;
   const char* const before = std::getenv(kVariable);
-  warmUp_();
   const std::string text(kLength, '1');
-  if (assign(properties, {{kVariable, text}})) {
+  if (assign(properties, std::vector<CopiedEnvironment::Change>(times, {kVariable, text}))) {
     const auto value = before != nullptr ? std::optional<std::string_view>(before) : std::nullopt;
     [[maybe_unused]] const bool isRestored = assign({}, {{kVariable, value}});
   }
+}
+
+void ManagedSide::warmUp(const host::RuntimeProperties& properties) const {
+  warmUp_();
+  assignOften(properties, 1);
+}
+
+void ManagedSide::warmUpAgain() const {
+  constexpr size_t kMoreThanCounted = 40;
+  assignOften({}, kMoreThanCounted);
 }
 
 bool ManagedSide::loadApplication(const std::string& assembly) const {

@@ -1,6 +1,7 @@
 #include "quillon/launchpad/worker/worker.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -64,6 +65,7 @@ class Worker {
   Expected<void> warmUpRuntime();
   Expected<void> prepareApplication();
   [[noreturn]] void endUnsuitable(const std::string& why);
+  void warmUpAgain() const;
   Expected<void> awaitAssignment();
   Expected<void> takeOver();
   Expected<void> configureApplication();
@@ -89,6 +91,7 @@ class Worker {
 Expected<int> Worker::run() {
   RETURN_IF_FAILED(prepare());
   sendMessage(channel_.get(), MessageKind::kReady, RecordWriter().number(memoryKib()).bytes());
+  warmUpAgain();
   RETURN_IF_FAILED(awaitAssignment());
   runtime_->setFolders(target_);  // while the client sends the rest
   RETURN_IF_FAILED(takeOver());
@@ -167,6 +170,14 @@ void Worker::endUnsuitable(const std::string& why) {
         "its launches use the other prepared processes"});
   sendMessage(channel_.get(), MessageKind::kUnsuitable);
   _exit(kServiceFailed);
+}
+
+// Does nothing if there is a launch before.
+void Worker::warmUpAgain() const {
+  pollfd assignment{channel_.get(), POLLIN, 0};
+  if (poll(&assignment, 1, static_cast<int>(ManagedSide::kQuietTime.count())) == 0) {
+    runtime_->managed().warmUpAgain();
+  }
 }
 
 Expected<void> Worker::awaitAssignment() {

@@ -164,14 +164,21 @@ TEST(Request, ContainsNeitherArgumentsNorEnvironment) {
   EXPECT_THAT(std::string(message.bytes.view()), Not(HasSubstr("secret")));
 }
 
-TEST(TakenReply, CarriesTheProcessAndTheConnection) {
-  const SocketPair connection;
-  TakenReply reply = parseTaken(transfer(MessageKind::kTaken, [&](int socket) {
-    return sendTaken(socket, 5, STDIN_FILENO, connection.one.get());
-  }));
+TEST(TakenReply, CarriesTheProcess) {
+  TakenReply reply = parseTaken(transfer(
+      MessageKind::kTaken, [&](int socket) { return sendTaken(socket, 5, STDIN_FILENO); }));
   EXPECT_EQ(reply.worker, 5);
   EXPECT_TRUE(isSameFile(reply.pidfd.get(), STDIN_FILENO));
-  EXPECT_TRUE(isSameFile(reply.connection.get(), connection.one.get()));
+}
+
+TEST(Connection, CarriesBothEnds) {
+  SocketPair pair;
+  const Connection sent{std::move(pair.one), std::move(pair.other)};
+  const Connection received = parseConnection(
+      transfer(MessageKind::kConnection, [&](int socket) { return sendConnection(socket, sent); }));
+  EXPECT_TRUE(isSameFile(received.client.get(), sent.client.get()));
+  EXPECT_TRUE(isSameFile(received.worker.get(), sent.worker.get()));
+  EXPECT_FALSE(parseConnection(messageOf(MessageKind::kConnection, {})).client);
 }
 
 TEST(Assignment, CarriesTheTargetAndTheConnection) {
