@@ -79,6 +79,7 @@ public static class Launchpad
     /// variable was removed.
     /// </param>
     /// <returns>0, or -1 on failure.</returns>
+    [MethodImpl(MethodImplOptions.AggressiveOptimization)]
     public static unsafe int Assign(IntPtr properties, IntPtr variables)
     {
         try
@@ -196,6 +197,7 @@ public static class Launchpad
         }
     }
 
+    [MethodImpl(MethodImplOptions.AggressiveOptimization)]
     private static unsafe string Take(ref byte* next)
     {
         ReadOnlySpan<byte> bytes = MemoryMarshal.CreateReadOnlySpanFromNullTerminated(next);

@@ -5,23 +5,18 @@
 
 #include <system_error>
 
+#include "quillon/base/processor.h"
+
 namespace quillon::host {
 namespace {
 
-// The kernel moves a runnable thread at once when its affinity changes, and does not move it back
-// when the affinity allows the old processor again.
-void moveToOtherProcessor(pthread_t thread) {
+void moveAway(pthread_t thread) {
   cpu_set_t allowed;
-  if (pthread_getaffinity_np(thread, sizeof allowed, &allowed) != 0) {
-    return;
+  if (pthread_getaffinity_np(thread, sizeof allowed, &allowed) == 0) {
+    moveToOtherProcessor(allowed, [thread](const cpu_set_t& affinity) {
+      pthread_setaffinity_np(thread, sizeof affinity, &affinity);
+    });
   }
-  cpu_set_t others = allowed;
-  CPU_CLR(static_cast<size_t>(sched_getcpu()), &others);
-  if (CPU_COUNT(&others) == 0) {
-    return;
-  }
-  pthread_setaffinity_np(thread, sizeof others, &others);
-  pthread_setaffinity_np(thread, sizeof allowed, &allowed);
 }
 
 }  // namespace
@@ -33,7 +28,7 @@ BackgroundTask::BackgroundTask(const std::function<void()>& work) {
     work();
     return;
   }
-  moveToOtherProcessor(thread_.native_handle());
+  moveAway(thread_.native_handle());
 }
 
 BackgroundTask::~BackgroundTask() {

@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/types.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -17,8 +18,14 @@
 namespace quillon::host {
 namespace {
 
+struct Listener {
+  Descriptor socket;
+  struct stat path {};  // of the socket, before anybody could replace it
+  pid_t owner = 0;
+};
+
 // A static variable because the exit handler takes no arguments.
-Descriptor g_listener;
+Listener g_listener;
 
 sockaddr_un addressOf(const std::string& path) {
   sockaddr_un address{};
@@ -49,12 +56,12 @@ bool isStaleSocket(const std::string& path) {
          !hasDaemon(addressOf(path));
 }
 
-bool listenAt(int listener, const std::string& path) {
+bool listenAt(Listener& listener, const std::string& path) {
   const sockaddr_un address = addressOf(path);
-  if (bind(listener, generic(address), sizeof address) != 0) {
+  if (bind(listener.socket.get(), generic(address), sizeof address) != 0) {
     return false;
   }
-  if (listen(listener, SOMAXCONN) == 0) {
+  if (lstat(path.c_str(), &listener.path) == 0 && listen(listener.socket.get(), SOMAXCONN) == 0) {
     return true;
   }
   unlink(path.c_str());
@@ -63,7 +70,7 @@ bool listenAt(int listener, const std::string& path) {
 
 // Replaces a stale socket atomically. If another launch does so at the same time, the later one
 // serves both.
-bool replaceStaleSocket(int listener, const std::string& path) {
+bool replaceStaleSocket(Listener& listener, const std::string& path) {
   const std::string temporary = path + "." + std::to_string(getpid());
   unlink(temporary.c_str());
   if (!listenAt(listener, temporary)) {
@@ -76,32 +83,43 @@ bool replaceStaleSocket(int listener, const std::string& path) {
   return false;
 }
 
-bool listenAtFreePath(int listener, const std::string& path) {
+bool listenAtFreePath(Listener& listener, const std::string& path) {
   if (listenAt(listener, path)) {
     return true;
   }
   return errno == EADDRINUSE && isStaleSocket(path) && replaceStaleSocket(listener, path);
 }
 
+// Whether the path still is this process's socket.
+bool ownsPath() {
+  struct stat now {};
+  return g_listener.owner == getpid() && lstat(device_paths::kBoostSocket, &now) == 0 &&
+         now.st_ino == g_listener.path.st_ino && now.st_dev == g_listener.path.st_dev;
+}
+
 void stopListening() {
-  if (!g_listener) {
+  if (!g_listener.socket) {
     return;
   }
   // Remove the path first, so that a client that found it can still connect.
-  unlink(device_paths::kBoostSocket);
-  g_listener.reset();
+  if (ownsPath()) {
+    unlink(device_paths::kBoostSocket);
+  }
+  g_listener.socket.reset();
 }
 
 }  // namespace
 
 BoostListener::BoostListener() {
   [[maybe_unused]] static const int registered = std::atexit(stopListening);
-  Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (listener && listenAtFreePath(listener.get(), device_paths::kBoostSocket)) {
+  Listener listener{Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)), {}, getpid()};
+  if (listener.socket && listenAtFreePath(listener, device_paths::kBoostSocket)) {
     g_listener = std::move(listener);
   }
 }
 
 BoostListener::~BoostListener() { stopListening(); }
+
+bool BoostListener::isListening() const { return static_cast<bool>(g_listener.socket); }
 
 }  // namespace quillon::host

@@ -7,13 +7,20 @@
 
 namespace quillon::host {
 
-// Only one may exist at a time. Create it right before plugin_set_app_info. It removes its socket
-// when it is destroyed, and also if the plug-in ends the process. If it cannot listen, the plug-in
-// waits as described above.
+// Only one may exist at a time in a process. Create it right before plugin_set_app_info. It removes
+// its socket when it is destroyed, and also if the plug-in ends the process. If it cannot listen,
+// the plug-in waits as described above.
+//
+// A daemon that starts meanwhile and replaces the socket keeps its own. A child of the process that
+// created the object removes nothing.
 class BoostListener {
  public:
   BoostListener();
   ~BoostListener();
+
+  // False if a daemon or another launch listens, or if the path is not free.
+  [[nodiscard]] bool isListening() const;
+
   BoostListener(const BoostListener&) = delete;
   BoostListener& operator=(const BoostListener&) = delete;
 };

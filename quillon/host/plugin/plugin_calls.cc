@@ -1,6 +1,7 @@
 #include "quillon/host/plugin/plugin_calls.h"
 
 #include <exception>
+#include <optional>
 
 #include "device_paths.h"
 #include "quillon/base/shell_word.h"
@@ -80,8 +81,11 @@ void PluginCalls::preload() const {
   }
 }
 
-Expected<void> PluginCalls::setApplication() const try {
-  const BoostListener listener;
+Expected<void> PluginCalls::setApplication(bool hasBoostListener) const try {
+  std::optional<BoostListener> listener;
+  if (!hasBoostListener) {
+    listener.emplace();
+  }
   const ExitExplainer explainer(nameOf(LaunchCall::kSetAppInfo), *target_);
   traced(LaunchCall::kSetAppInfo, library_.setAppInfo, target_->application.id.c_str(),
          target_->exec.c_str());

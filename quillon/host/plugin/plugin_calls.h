@@ -33,7 +33,9 @@ class PluginCalls {
 
   // If the plug-in refuses the application, prints a line on the terminal and ends the process with
   // status 0.
-  [[nodiscard]] Expected<void> setApplication() const;
+  //
+  // hasBoostListener  another process has a BoostListener for this launch
+  [[nodiscard]] Expected<void> setApplication(bool hasBoostListener = false) const;
 
   // Redirects standard output and error into the log. The process flushes them when it exits.
   void captureOutput() const;

@@ -37,11 +37,16 @@ std::string whyNotInherited(const std::vector<int>& descriptors) {
   return {};
 }
 
-// Waits for a message. Returns kNothingYet when the time is over.
+// Waits for a message, other than the one that each client gets for a launch. Returns kNothingYet
+// when the time is over.
 Received awaitMessage(const Descriptor& socket, Message& message, std::chrono::milliseconds time) {
-  pollfd readable{socket.get(), POLLIN, 0};
-  ::poll(&readable, 1, static_cast<int>(time.count()));
-  return receiveMessageNow(socket.get(), message);
+  Received received = Received::kNothingYet;
+  do {
+    pollfd readable{socket.get(), POLLIN, 0};
+    ::poll(&readable, 1, static_cast<int>(time.count()));
+    received = receiveMessageNow(socket.get(), message);
+  } while (received == Received::kMessage && message.kind == MessageKind::kConnection);
+  return received;
 }
 
 Failure notRunning(const std::filesystem::path& device) {

@@ -49,12 +49,12 @@ LaunchOutcome PendingLaunch::awaitOutcome() {
   while (!outcome_) {
     poll();
     signals_.relay();
-    if (onStart_) {
-      readWorker();
-    }
     readServer();
     if (outcome_) {
       break;
+    }
+    if (onStart_) {
+      readWorker();
     }
     const bool isInterrupted = stage_ == Stage::kRequested && signals_.endingSignal() != 0;
     if (isInterrupted || (deadline_ && Clock::now() >= *deadline_)) {
@@ -81,7 +81,8 @@ void PendingLaunch::poll() const {
   if (deadline_) {
     wait = std::max(std::chrono::ceil<milliseconds>(*deadline_ - Clock::now()), milliseconds(0));
   }
-  const int worker = onStart_ && stage_ != Stage::kStarted ? worker_.get() : -1;
+  const bool awaitsWorker = stage_ == Stage::kHandedOver || stage_ == Stage::kTakenOver;
+  const int worker = onStart_ && awaitsWorker ? connection_.client.get() : -1;
   std::array<pollfd, 3> events = {
       {{server_.get(), POLLIN, 0}, {signals_.descriptor(), POLLIN, 0}, {worker, POLLIN, 0}}};
   ::poll(events.data(), events.size(), static_cast<int>(wait.count()));
@@ -101,25 +102,38 @@ void PendingLaunch::readServer() {
 
 // A server that sends a malformed message counts as gone.
 void PendingLaunch::handle(Message message) {
-  if (message.kind == MessageKind::kTaken) {
-    onTaken(parseTaken(std::move(message)));
-  } else if (message.kind == MessageKind::kEnded) {
-    const auto state = decodeExitState(message.bytes.view());
-    state ? onWorkerEnded(*state) : onServerGone();
-  } else if (message.kind == MessageKind::kDeclined) {
-    auto decline = parseDecline(message);
-    decline ? onDeclined(*std::move(decline)) : onServerGone();
+  switch (message.kind) {
+    case MessageKind::kConnection:
+      return onConnection(parseConnection(std::move(message)));
+    case MessageKind::kTaken:
+      return onTaken(parseTaken(std::move(message)));
+    case MessageKind::kEnded: {
+      const auto state = decodeExitState(message.bytes.view());
+      return state ? onWorkerEnded(*state) : onServerGone();
+    }
+    case MessageKind::kDeclined: {
+      auto decline = parseDecline(message);
+      return decline ? onDeclined(*std::move(decline)) : onServerGone();
+    }
+    default:
+      return;
+  }
+}
+
+void PendingLaunch::onConnection(Connection connection) {
+  if (stage_ == Stage::kRequested && connection.client) {
+    connection_ = std::move(connection);
+    isHandedOver_ = handOver_.send(connection_.client.get());
   }
 }
 
 void PendingLaunch::onTaken(TakenReply reply) {
-  if (stage_ != Stage::kRequested || !reply.pidfd || !reply.connection) {
+  if (stage_ != Stage::kRequested || !reply.pidfd) {
     return;  // the deadline decides
   }
-  worker_ = std::move(reply.connection);
   signals_.setTarget(std::move(reply.pidfd));
   enter(Stage::kHandedOver);
-  if (!handOver_.send(worker_.get())) {
+  if (!isHandedOver_) {
     signals_.killTarget();  // the server reports its end
   }
   if (verbose_) {
@@ -127,9 +141,11 @@ void PendingLaunch::onTaken(TakenReply reply) {
   }
 }
 
+// A worker has the launch only after kTaken.
 void PendingLaunch::readWorker() {
   Message message;
-  while (worker_ && receiveBytesNow(worker_.get(), message) == Received::kMessage) {
+  while (stage_ != Stage::kRequested &&
+         receiveBytesNow(connection_.client.get(), message) == Received::kMessage) {
     if (message.kind == MessageKind::kTakenOver) {
       enter(Stage::kTakenOver);
     }
@@ -147,7 +163,7 @@ void PendingLaunch::onWorkerEnded(const ExitState& state) {
     outcome_ = LaunchOutcome{exitAs(state), {}};
     return;
   }
-  worker_.reset();
+  connection_ = {};
   enter(Stage::kRequested);
   if (++failedWorkers_ == kMaxWorkers || !sendRequest(server_.get(), request_)) {
     decline("the prepared process died before the application began");
@@ -155,19 +171,31 @@ void PendingLaunch::onWorkerEnded(const ExitState& state) {
 }
 
 // Kills the worker, unless the application has started. Returns false if it has. A worker cannot
-// report its start after the shutdown().
+// report its start after the shutdown(), also if it gets the launch only then.
 bool PendingLaunch::endWorker() {
-  if (!worker_) {
-    return true;
+  shutdown(connection_.client.get(), SHUT_RD);
+  Message message;
+  while (receiveMessageNow(server_.get(), message) == Received::kMessage) {
+    if (message.kind == MessageKind::kTaken) {
+      onTaken(parseTaken(std::move(message)));
+    }
   }
-  shutdown(worker_.get(), SHUT_RD);
   readWorker();
   if (stage_ == Stage::kStarted) {
     return false;
   }
-  signals_.killTarget();
-  awaitExit(signals_.target());
+  if (stage_ != Stage::kRequested) {
+    signals_.killTarget();
+    awaitExit(signals_.target());
+  }
   return true;
+}
+
+// Removes the hand-over from the connection if no worker has received it. Otherwise a server that
+// is stopped would keep the descriptors of this process open.
+void PendingLaunch::takeBack() const {
+  Message handOver;
+  receiveMessageNow(connection_.worker.get(), handOver);
 }
 
 // Most workers end with the server by themselves, but not those that have changed their
@@ -187,7 +215,7 @@ void PendingLaunch::onTimeout() {
   const Stage before = stage_;
   readWorker();
   if (stage_ == before && endWorker()) {
-    decline(kSilent.at(static_cast<size_t>(stage_)));
+    decline(kSilent.at(static_cast<size_t>(before)));
   }
 }
 
@@ -200,6 +228,7 @@ void PendingLaunch::decline(const std::string& reason) {
 
 // A signal that asked the application to end before it started also prevents the direct launch.
 void PendingLaunch::onDeclined(Decline why) {
+  takeBack();
   if (signals_.endingSignal() != 0) {
     killSelfBy(signals_.endingSignal());
   }

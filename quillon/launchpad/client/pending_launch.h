@@ -47,11 +47,13 @@ class PendingLaunch {
   void readServer();
   void readWorker();
   void handle(Message message);
+  void onConnection(Connection connection);
   void onTaken(TakenReply reply);
   void onWorkerEnded(const ExitState& state);
   void onServerGone();
   void onTimeout();
   bool endWorker();
+  void takeBack() const;
   void decline(const std::string& reason);
   void onDeclined(Decline why);
 
@@ -62,7 +64,8 @@ class PendingLaunch {
   const Timeouts timeouts_;
   const std::function<void()> onStart_;
   SignalRelay signals_;
-  Descriptor worker_;  // a socket to the worker; invalid while no worker has the launch
+  Connection connection_;  // to the worker that gets the launch; invalid until the server offers it
+  bool isHandedOver_ = false;  // through the connection
   Stage stage_ = Stage::kRequested;
   std::optional<Clock::time_point> deadline_;  // of the stage
   unsigned failedWorkers_ = 0;                 // that ended before they had the whole launch

@@ -57,9 +57,11 @@ Received receive(int socket, Message& message, int flags, Control* control) {
     header.msg_controllen = sizeof control->bytes;
   }
   ssize_t length = 0;
+  // The kernel reports ECONNRESET once if the peer has ended without reading all of our messages.
+  // Those that it sent before follow.
   do {
     length = recvmsg(socket, &header, MSG_CMSG_CLOEXEC | flags);
-  } while (length < 0 && errno == EINTR);
+  } while (length < 0 && (errno == EINTR || errno == ECONNRESET));
   if (length < 0 && errno == EAGAIN) {
     return Received::kNothingYet;
   }

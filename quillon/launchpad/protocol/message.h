@@ -32,14 +32,17 @@ enum class MessageKind : uint32_t {
   // From worker to server.
   kReady,  // bytes: number memory in KiB. The worker waits for a launch
   // From worker to client and server.
-  kStarted,  // the worker runs the application's Main next
+  kStarted,  // the worker runs the application's Main next; for the server, see request.h
   // From worker to server.
   kUnsuitable,  // nothing can be prepared: the plug-in does not know the application type, or the
                 // application that the worker should know needs a launch of its own
   // From client to server.
   kDirect,  // bytes: text application, text reason why the client launches it itself
   // From server to worker.
-  kNoted,  // after kAssign: the package of the process is noted, for the plug-in
+  kNoted,  // after kAssign: the server has checked the launch and noted the package of the process,
+           // so that the plug-in may be called; see request.h
+  // From server to client, before kTaken.
+  kConnection,  // see Connection in request.h
 };
 
 // Bytes that may hold the arguments or the environment of an application. They are overwritten with

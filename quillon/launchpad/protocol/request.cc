@@ -8,6 +8,8 @@
 namespace quillon::launchpad {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr size_t kTypicalSize = 2 * 1024;
 
 template <typename Archive, typename AnyRequest>
@@ -66,10 +68,21 @@ std::optional<Decline> parseDecline(const Message& message) {
   return reader.atEnd() ? std::optional(std::move(decline)) : std::nullopt;
 }
 
-bool sendTaken(int socket, pid_t worker, int pidfd, int connection) {
+bool sendConnection(int socket, const Connection& connection) {
+  return sendMessage(socket, MessageKind::kConnection, {},
+                     {connection.client.get(), connection.worker.get()});
+}
+
+Connection parseConnection(Message message) {
+  if (message.descriptors.size() != 2) {
+    return {};
+  }
+  return {std::move(message.descriptors[0]), std::move(message.descriptors[1])};
+}
+
+bool sendTaken(int socket, pid_t worker, int pidfd) {
   return sendMessage(socket, MessageKind::kTaken,
-                     RecordWriter().number(static_cast<uint64_t>(worker)).bytes(),
-                     {pidfd, connection});
+                     RecordWriter().number(static_cast<uint64_t>(worker)).bytes(), {pidfd});
 }
 
 TakenReply parseTaken(Message message) {
@@ -77,9 +90,8 @@ TakenReply parseTaken(Message message) {
   TakenReply reply;
   Decoder decoder(reader);
   decoder(reply.worker);
-  if (reader.atEnd() && message.descriptors.size() == 2) {
+  if (reader.atEnd() && message.descriptors.size() == 1) {
     reply.pidfd = std::move(message.descriptors[0]);
-    reply.connection = std::move(message.descriptors[1]);
   }
   return reply;
 }
@@ -102,6 +114,24 @@ std::optional<Assignment> parseAssignment(Message message) {
   }
   assignment.connection = std::move(message.descriptors.front());
   return assignment;
+}
+
+bool sendNoted(int socket, bool hasBoostListener) {
+  return sendMessage(socket, MessageKind::kNoted,
+                     RecordWriter().number(hasBoostListener ? 1 : 0).bytes());
+}
+
+bool parseNoted(const Message& message) { return RecordReader(message.bytes.view()).number() == 1; }
+
+bool sendStarted(int socket) {
+  const Clock::duration now = Clock::now().time_since_epoch();
+  return sendMessage(socket, MessageKind::kStarted,
+                     RecordWriter().number(static_cast<uint64_t>(now.count())).bytes());
+}
+
+Clock::time_point parseStarted(const Message& message) {
+  const uint64_t ticks = RecordReader(message.bytes.view()).number();
+  return Clock::time_point(Clock::duration(static_cast<Clock::rep>(ticks)));
 }
 
 }  // namespace quillon::launchpad

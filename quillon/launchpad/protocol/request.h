@@ -1,15 +1,19 @@
 // The messages about a launch between client, server and worker, in their order:
 //
+//   server to client   sendConnection(), parseConnection()
 //   client to server   sendRequest(), parseRequest()
 //   server to client   sendTaken(), parseTaken()
 //   server to worker   sendAssignment(), parseAssignment()
 //   client to worker   see hand_over.h
+//   server to worker   sendNoted(), parseNoted()
+//   worker to server   sendStarted(), parseStarted()
 //
 // docs/launchpad.md has the format.
 #pragma once
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -52,14 +56,24 @@ bool sendDecline(int socket, const Decline& decline);
 // Returns nullopt if the message is malformed.
 std::optional<Decline> parseDecline(const Message& message);
 
+// The two ends of a connection between a client and the worker that will have its launch. The
+// client sends its hand-over at once, so that the worker finds it. It also has the worker's end, in
+// order to take the hand-over back from a server that does not answer.
+struct Connection {
+  Descriptor client;
+  Descriptor worker;
+};
+bool sendConnection(int socket, const Connection& connection);
+// Both ends are invalid if the message is malformed.
+Connection parseConnection(Message message);
+
 // The server's answer to a request that a worker serves.
 struct TakenReply {
   pid_t worker = 0;
   Descriptor pidfd;
-  Descriptor connection;  // a socket to the worker
 };
-bool sendTaken(int socket, pid_t worker, int pidfd, int connection);
-// Both descriptors of the result are invalid if the message is malformed.
+bool sendTaken(int socket, pid_t worker, int pidfd);
+// The descriptor of the result is invalid if the message is malformed.
 TakenReply parseTaken(Message message);
 
 // A launch as a worker receives it, before the client's hand-over.
@@ -72,5 +86,13 @@ bool sendAssignment(int socket, const host::LaunchTarget& target, const Limits& 
                     int connection);
 // Returns nullopt if the message is malformed.
 std::optional<Assignment> parseAssignment(Message message);
+
+// hasBoostListener  see PluginCalls::setApplication()
+bool sendNoted(int socket, bool hasBoostListener);
+bool parseNoted(const Message& message);
+
+// The worker's report to the server that the application starts now.
+bool sendStarted(int socket);
+std::chrono::steady_clock::time_point parseStarted(const Message& message);
 
 }  // namespace quillon::launchpad

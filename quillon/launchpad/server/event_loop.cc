@@ -15,10 +15,8 @@
 #include "quillon/base/exit_status.h"
 #include "quillon/base/record.h"
 #include "quillon/base/terminal.h"
-#include "quillon/base/trace_span.h"
-#include "quillon/host/application/target.h"
 #include "quillon/launchpad/protocol/address.h"
-#include "quillon/launchpad/protocol/hand_over.h"
+#include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/server/fingerprint.h"
 #include "quillon/launchpad/server/fresh_worker.h"
 #include "quillon/launchpad/server/wait_time.h"
@@ -30,24 +28,7 @@ namespace {
 // In one round of the loop, so that connections of other users cannot delay launches for long.
 constexpr int kMaxAccepts = 64;
 constexpr std::chrono::milliseconds kAcceptPause(100);
-
-Failure notInspected() {
-  return {"the launch pad may not inspect this process",
-          "start both as the same user and outside of sandboxes"};
-}
-
-// difference  "its scheduling", "its namespaces", "the environment variable TZ" and so on
-Failure differs(const std::string& difference) {
-  const bool isPlural = difference.starts_with("its ") && difference.ends_with('s');
-  return {difference + (isPlural ? " differ" : " differs") + " from the launch pad's",
-          "start the launch pad in the same state, for example from this terminal"};
-}
-
-Failure notReady(bool isFirst) {
-  return {"no process is ready for it",
-          isFirst ? "this was the first launch of its kind: launch it again in a few seconds"
-                  : "wait a few seconds between launches, or prepare more processes (--size)"};
-}
+constexpr std::chrono::milliseconds kStartCheck(50);
 
 // Whether descriptors remain for a launch, a new worker and the files that they need.
 bool hasSpareDescriptors(int anyDescriptor) {
@@ -75,11 +56,8 @@ Descriptor openSignals(const sigset_t& ignored) {
 EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, ServerParts parts)
     : pid_(getpid()),
       config_(std::move(config)),
-      state_(std::move(parts.state)),
       fresh_(options.fresh),
-      inspector_(std::move(parts.inspector)),
       listener_(std::move(parts.listener)),
-      zone_(std::move(parts.zone)),
       serviceManager_(std::move(parts.serviceManager)),
       signals_(openSignals(parts.ignored)),
       pressure_(std::move(parts.pressure)),
@@ -87,17 +65,21 @@ EventLoop::EventLoop(const LaunchpadOptions& options, WorkerConfig config, Serve
           {options.size, std::chrono::milliseconds(static_cast<long>(options.refillDelay * 1000)),
            [this] { return currentFingerprint(config_.plugin); },
            [this](WorkerProcess& worker) { receiveAll(worker); }, Clock::now, options.memory << 10,
-           [this](const PoolKey& key) { return !key.application || catalogue_.isCurrent(key); }},
-          [this](const PoolKey& key, Descriptor channel) { runChild(key, std::move(channel)); }) {
-  for (const PoolKey& key : catalogue_.keysOfInstalled(options.types)) {
+           [this](const PoolKey& key) {
+             return !key.application || requests_.catalogue().isCurrent(key);
+           }},
+          [this](const PoolKey& key, Descriptor channel) { runChild(key, std::move(channel)); }),
+      requests_(std::move(parts.launches), config_.plugin, clients_, pools_, statistics_) {
+  for (const PoolKey& key : requests_.catalogue().keysOfInstalled(options.types)) {
     pools_.ensurePool(key);
   }
 }
 
 void EventLoop::run() {
   serviceManager_.tellReady();
-  while (!stopping_ || !pools_.isEmpty()) {
-    poll(shorter(pools_.refill(), serviceManager_.keepAlive()));
+  while (!pools_.isClosed() || !pools_.isEmpty()) {
+    const auto wait = receiveStarts();
+    poll(shorter(wait, shorter(pools_.refill(), serviceManager_.keepAlive())));
   }
 }
 
@@ -107,7 +89,7 @@ std::vector<EventLoop::Watch> EventLoop::watches() {
     all.push_back({listener_.get(), [this] { acceptClients(); }});
   }
   all.push_back({signals_.get(), [this] { onSignals(); }});
-  all.push_back({inspector_.descriptor(), [this] { onInspected(); }});
+  all.push_back({requests_.descriptor(), [this] { requests_.onInspected(); }});
   if (pressure_) {
     all.push_back({pressure_.get(), [this] { onMemoryPressure(); }, POLLPRI});
   }
@@ -121,7 +103,7 @@ std::vector<EventLoop::Watch> EventLoop::watches() {
         onWorkerReadable(*found);
       }
     };
-    if (worker->channel) {
+    if (worker->channel && worker->stage != Stage::kAssigned) {
       all.push_back({worker->channel.get(), onReadable});
     }
     all.push_back({worker->pidfd.get(), [this, number] { onWorkerEnded(number); }});
@@ -161,7 +143,9 @@ void EventLoop::acceptClients() {
     }
     // If the connection is closed instead, the client launches directly at once.
     if (hasSpareDescriptors(socket.get()) || removeOldestIdleClient()) {
-      clients_[nextClient_++].socket = std::move(socket);
+      Client& client = clients_[nextClient_++];
+      client.socket = std::move(socket);
+      LaunchRequests::offerConnection(client);
     }
   }
 }
@@ -214,9 +198,12 @@ void EventLoop::onClientMessage(uint64_t number, Message message) {
   }
   switch (message.kind) {
     case MessageKind::kLaunch:
-      onRequest(number, message);
+      if (!requests_.onRequest(number, message)) {
+        removeClient(number);
+      }
       break;
     case MessageKind::kStatus:
+      receiveStarts();
       sendMessage(client.socket.get(), MessageKind::kAnswer, encode(status()));
       clients_.erase(number);
       break;
@@ -245,140 +232,8 @@ void EventLoop::removeClient(uint64_t number) {
     worker->client = 0;
     killWorker(*worker);
   }
-  inspector_.forget(number);
+  requests_.forget(number);
   clients_.erase(found);
-}
-
-void EventLoop::onRequest(uint64_t client, const Message& message) {
-  const TraceSpan span("launch pad: find the application");
-  auto request = parseRequest(message);
-  if (!request) {
-    return removeClient(client);
-  }
-  clients_[client].application = request->appId;
-  clients_[client].requested = Clock::now();
-  // The inspector reads /proc while this process looks the application up.
-  const bool isInspected = inspector_.inspect(client, clients_[client].socket.get());
-  auto entry = findEntry(*request);
-  // Workers inherit this process's memory, and the state contains environment variables.
-  explicit_bzero(request->processState.data(), request->processState.size());
-  if (!entry) {
-    return decline(client, entry.error());
-  }
-  if (!isInspected) {
-    return decline(client, notInspected());
-  }
-  clients_[client].entry = std::move(*entry);
-  pools_.discardOutdated(currentFingerprint(config_.plugin));
-}
-
-void EventLoop::onInspected() {
-  const TraceSpan span("launch pad: compare the client, assign a process");
-  while (const auto finding = inspector_.next()) {
-    const auto found = clients_.find(finding->client);
-    if (found == clients_.end()) {
-      continue;
-    }
-    const auto entry = std::exchange(found->second.entry, nullptr);
-    if (const auto equal = compareState(*finding); !equal) {
-      decline(finding->client, equal.error());
-      continue;
-    }
-    const bool isFirst = !pools_.hasPool(entry->key);
-    pools_.ensurePool(entry->key);
-    const bool isAssigned = assign(finding->client, *entry, finding->limits);
-    pools_.recordUse(entry->ownKey);
-    if (!isAssigned) {
-      decline(finding->client, notReady(isFirst));
-    }
-  }
-}
-
-// The application to launch. Fails if a worker cannot launch it.
-Expected<std::shared_ptr<const Entry>> EventLoop::findEntry(const Request& request) {
-  if (stopping_) {
-    return fail("the launch pad is about to stop", "start another one");
-  }
-  const std::string difference = firstDifference(state_, request.processState);
-  if (!difference.empty()) {
-    return tl::unexpected(differs(difference));
-  }
-  auto entry = catalogue_.find(request);
-  if (entry && host::entersZone((*entry)->target.type) && !zone_.isCurrent()) {
-    return fail("the security zone is another one than at the launch pad's start",
-                "restart the launch pad after the zone");
-  }
-  return entry;
-}
-
-Expected<void> EventLoop::compareState(const Finding& finding) const {
-  if (!finding.wasRead) {
-    return tl::unexpected(notInspected());
-  }
-  if (!finding.difference.empty()) {
-    return tl::unexpected(differs(finding.difference));
-  }
-  if (!canAdopt(limits_, finding.limits)) {
-    return fail("its resource limits are higher than the launch pad's",
-                "start the launch pad with these limits (ulimit -a)");
-  }
-  const rlim_t descriptors = finding.limits[RLIMIT_NOFILE].rlim_max;
-  if (descriptors < kMinDescriptorLimit) {
-    return fail("its limit of open files is " + std::to_string(descriptors) +
-                    ", and a prepared process needs " + std::to_string(kMinDescriptorLimit),
-                "raise it (ulimit -n)");
-  }
-  return {};
-}
-
-// Returns false if no worker is ready. Client and worker get a connection of their own: what the
-// application gets from the client goes through it and never enters this process.
-bool EventLoop::assign(uint64_t number, const Entry& entry, const Limits& limits) {
-  const auto [clientEnd, workerEnd] = makeSocketPair();
-  if (!clientEnd) {
-    return false;
-  }
-  WorkerProcess* worker = pools_.take(entry.ownKey);
-  if (worker == nullptr) {
-    worker = pools_.take(entry.key);
-  }
-  if (worker == nullptr) {
-    return false;
-  }
-  Client& client = clients_[number];
-  worker->client = number;
-  worker->application = entry.target.application.id;
-  client.worker = worker->number;
-  // If a message cannot be sent, the client gets the worker's end, and may ask for another one.
-  if (!sendTaken(client.socket.get(), worker->pid, worker->pidfd.get(), clientEnd.get()) ||
-      !sendAssignment(worker->channel.get(), entry.target, limits, workerEnd.get()) ||
-      !notePackage(*worker, entry.target)) {
-    killWorker(*worker);
-  }
-  return true;
-}
-
-// Notes which package the worker runs, while the worker takes the launch over. The plug-in asks for
-// the note, so the worker waits for kNoted before that.
-bool EventLoop::notePackage(const WorkerProcess& worker, const host::LaunchTarget& target) {
-  const auto registered =
-      workstation::registerProcess(worker.pid, target.package.id, target.application.id);
-  if (!registered) {
-    tell(registered.error());
-  }
-  return sendMessage(worker.channel.get(), MessageKind::kNoted);
-}
-
-// Failures with an exit status of their own are those of a direct launch, too.
-void EventLoop::decline(uint64_t number, const Failure& why) {
-  const Client& client = clients_[number];
-  const bool isLaunchable = why.status == kServiceFailed;
-  if (isLaunchable) {
-    statistics_.onDirect(client.application, why.what);
-  }
-  sendDecline(client.socket.get(), {why.what, why.remedy, isLaunchable});
-  inspector_.forget(number);
-  clients_.erase(number);
 }
 
 void EventLoop::onDirect(const Message& message) {
@@ -408,19 +263,35 @@ bool EventLoop::onWorkerReadable(WorkerProcess& worker) {
     pools_.refuse(worker.key);
   }
   if (message.kind == MessageKind::kStarted && worker.stage == Stage::kAssigned) {
-    onStarted(worker);
+    onStarted(worker, parseStarted(message));
   }
   return true;
 }
 
-void EventLoop::onStarted(WorkerProcess& worker) {
+void EventLoop::onStarted(WorkerProcess& worker, Clock::time_point when) {
   const auto client = clients_.find(worker.client);
   if (client != clients_.end()) {
-    statistics_.onPrepared(std::chrono::duration_cast<std::chrono::microseconds>(
-                               Clock::now() - client->second.requested),
-                           worker.key.application.has_value());
+    statistics_.onPrepared(
+        std::chrono::duration_cast<std::chrono::microseconds>(when - client->second.requested),
+        worker.key.application.has_value());
+    client->second.boost.reset();
   }
   pools_.onStarted(worker);
+}
+
+// The loop does not wait for messages of assigned workers: nothing depends on them soon, and waking
+// up would compete with the start of the application. Returns the time until the next call.
+std::chrono::milliseconds EventLoop::receiveStarts() {
+  std::chrono::milliseconds wait = kNever;
+  for (WorkerProcess* const worker : pools_.all()) {
+    if (worker->stage == Stage::kAssigned) {
+      receiveAll(*worker);
+    }
+    if (worker->stage == Stage::kAssigned) {
+      wait = kStartCheck;
+    }
+  }
+  return wait;
 }
 
 void EventLoop::receiveAll(WorkerProcess& worker) {
@@ -442,6 +313,7 @@ void EventLoop::onWorkerEnded(uint64_t number) {
   pools_.onEnded(number);
   if (client != clients_.end()) {
     client->second.worker = 0;
+    client->second.boost.reset();
     if (!sendMessage(client->second.socket.get(), MessageKind::kEnded, encode(*exitState))) {
       clients_.erase(client);  // which tells it, too
     }
@@ -467,10 +339,9 @@ void EventLoop::onMemoryPressure() {
 }
 
 void EventLoop::stopOrKill() {
-  if (stopping_) {
+  if (pools_.isClosed()) {
     return pools_.killAll();
   }
-  stopping_ = true;
   serviceManager_.tellStopping();
   pools_.close();
 }
@@ -478,7 +349,7 @@ void EventLoop::stopOrKill() {
 Status EventLoop::status() const {
   Status status;
   status.pid = static_cast<uint64_t>(pid_);
-  status.isStopping = stopping_;
+  status.isStopping = pools_.isClosed();
   status.watchesPressure = static_cast<bool>(pressure_);
   pools_.addTo(status);
   statistics_.addTo(status);
@@ -489,8 +360,7 @@ Status EventLoop::status() const {
 void EventLoop::runChild(const PoolKey& key, Descriptor channel) {
   clients_.clear();
   listener_.reset();
-  zone_.close();
-  inspector_.close();
+  requests_.close();
   serviceManager_.close();
   signals_.reset();
   pressure_.reset();

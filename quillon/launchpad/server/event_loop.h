@@ -1,4 +1,4 @@
-// The server's event loop: answers clients, assigns launches to workers and keeps the pools filled.
+// The server's event loop: serves clients and workers and keeps the pools filled.
 //
 // It must run in one thread and start no other, because it forks the workers.
 #pragma once
@@ -8,24 +8,16 @@
 
 #include <chrono>
 #include <functional>
-#include <memory>
-#include <string>
 #include <vector>
 
 #include "quillon/base/descriptor.h"
-#include "quillon/base/failure.h"
 #include "quillon/launchpad/protocol/message.h"
-#include "quillon/launchpad/protocol/request.h"
-#include "quillon/launchpad/server/catalogue.h"
 #include "quillon/launchpad/server/clients.h"
-#include "quillon/launchpad/server/inspector.h"
+#include "quillon/launchpad/server/launch_requests.h"
 #include "quillon/launchpad/server/pools.h"
 #include "quillon/launchpad/server/server.h"
 #include "quillon/launchpad/server/service_manager.h"
 #include "quillon/launchpad/server/statistics.h"
-#include "quillon/launchpad/server/zone_view.h"
-#include "quillon/launchpad/state/limits.h"
-#include "quillon/launchpad/state/process_state.h"
 #include "quillon/launchpad/worker/worker.h"
 
 namespace quillon::launchpad {
@@ -35,11 +27,9 @@ inline constexpr size_t kSpareDescriptors = 32;
 
 // What the server has opened before it entered the device root.
 struct ServerParts {
-  ProcessState state;  // the process's declared one, with the proof of inspection_proof.h
-  Inspector inspector;
+  LaunchParts launches;
   Descriptor listener;
   Descriptor pressure;  // see watchMemoryPressure()
-  ZoneView zone;
   ServiceManager serviceManager;
   sigset_t ignored;  // signals to ignore, which are blocked
 };
@@ -70,18 +60,12 @@ class EventLoop {
   void onClientMessage(uint64_t client, Message message);
   void removeClient(uint64_t client);
 
-  void onRequest(uint64_t client, const Message& message);
-  Expected<std::shared_ptr<const Entry>> findEntry(const Request& request);
-  [[nodiscard]] Expected<void> compareState(const Finding& finding) const;
-  void onInspected();
-  bool assign(uint64_t client, const Entry& entry, const Limits& limits);
-  static bool notePackage(const WorkerProcess& worker, const host::LaunchTarget& target);
-  void decline(uint64_t client, const Failure& why);
   void onDirect(const Message& message);
 
   bool onWorkerReadable(WorkerProcess& worker);
   void receiveAll(WorkerProcess& worker);
-  void onStarted(WorkerProcess& worker);
+  void onStarted(WorkerProcess& worker, Clock::time_point when);
+  std::chrono::milliseconds receiveStarts();
   void onWorkerEnded(uint64_t number);
 
   void onSignals();
@@ -92,22 +76,17 @@ class EventLoop {
 
   const pid_t pid_;
   const WorkerConfig config_;
-  const ProcessState state_;
-  const Limits limits_ = currentLimits();
   const bool fresh_;
-  Inspector inspector_;
   Descriptor listener_;
-  ZoneView zone_;
   ServiceManager serviceManager_;
   Descriptor signals_;
   Descriptor pressure_;  // see memory_pressure.h
   Clients clients_;
   uint64_t nextClient_ = 1;
   Clock::time_point acceptAgain_;
-  Catalogue catalogue_;
   Pools pools_;
   Statistics statistics_;
-  bool stopping_ = false;
+  LaunchRequests requests_;
 };
 
 }  // namespace quillon::launchpad

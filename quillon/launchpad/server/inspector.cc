@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "quillon/base/processor.h"
 #include "quillon/base/record.h"
 #include "quillon/launchpad/protocol/fields.h"
 #include "quillon/launchpad/protocol/message.h"
@@ -103,6 +104,7 @@ bool Inspector::inspect(uint64_t client, int socket) {
   if (!peer || !sendBytes(channel_.get(), question, MSG_DONTWAIT)) {
     return false;
   }
+  moveToOtherProcessor(process_);
   peers_[client] = std::move(peer);
   return true;
 }

@@ -72,6 +72,7 @@ class Pools {
   void reload();
   // Kills all workers that have no launch. No new ones start afterwards.
   void close();
+  [[nodiscard]] bool isClosed() const { return closed_; }
   void killAll();
 
   // Starts a worker if one is due. Returns the time until the next one is due, or a negative value

@@ -151,8 +151,11 @@ Expected<void> run(const LaunchpadOptions& options) {
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
   prefetch::readAheadForAll();
   EventLoop(options, std::move(config),
-            {std::move(state), std::move(*inspector), std::move(*listener), std::move(pressure),
-             std::move(zone), std::move(serviceManager), ignored})
+            {{std::move(state), std::move(*inspector), std::move(zone)},
+             std::move(*listener),
+             std::move(pressure),
+             std::move(serviceManager),
+             ignored})
       .run();
   return {};
 }

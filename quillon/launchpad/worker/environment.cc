@@ -2,63 +2,66 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
+#include <iterator>
 
 namespace quillon::launchpad {
 namespace {
 
-// valueOf  returns the value of a variable of `after`
-template <typename Environment, typename ValueOf>
-EnvironmentChanges differences(const Environment& before, const Environment& after,
-                               const ValueOf& valueOf) {
-  EnvironmentChanges changes;
-  for (const auto& [name, value] : before) {
-    if (after.find(name) == after.end()) {
-      changes[name] = std::nullopt;
+using Variable = std::pair<std::string_view, std::string_view>;
+
+// The variables of the calling process, sorted, as getenv(3) finds them: without entries that lack
+// a name or a "=", and of several with one name the first.
+std::vector<Variable> sortedVariables() {
+  std::vector<Variable> variables;
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    const std::string_view text = *entry;
+    const size_t end = text.find('=');
+    if (end != text.npos && end != 0) {
+      variables.emplace_back(text.substr(0, end), text.substr(end + 1));
     }
   }
-  for (const auto& variable : after) {
-    const auto old = before.find(variable.first);
-    const bool isSame = old != before.end() && old->second == variable.second;
-    if (!isSame) {
-      changes[variable.first] = valueOf(variable);
-    }
-  }
-  return changes;
+  std::stable_sort(
+      variables.begin(), variables.end(),
+      [](const Variable& one, const Variable& other) { return one.first < other.first; });
+  variables.erase(std::unique(variables.begin(), variables.end(),
+                              [](const Variable& one, const Variable& other) {
+                                return one.first == other.first;
+                              }),
+                  variables.end());
+  return variables;
 }
 
 }  // namespace
 
+Variables currentVariables() {
+  const auto sorted = sortedVariables();
+  return {sorted.begin(), sorted.end()};
+}
+
 EnvironmentEntries currentEntries() {
   EnvironmentEntries entries;
-  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-    const char* const text = *entry;
-    const char* const end = std::strchr(text, '=');
-    // Without a name or a "=", getenv(3) does not find an entry.
-    if (end != nullptr && end != text) {
-      entries.emplace(std::string(text, end), text);
-    }
+  for (const auto& [name, value] : sortedVariables()) {
+    entries.emplace(name, name.data());
   }
   return entries;
 }
 
-Variables currentVariables() {
-  Variables variables;
-  for (const auto& [name, entry] : currentEntries()) {
-    variables.emplace(name, entry + name.size() + 1);
-  }
-  return variables;
-}
-
 EnvironmentChanges changesSince(const EnvironmentEntries& before) {
-  return differences(before, currentEntries(), [](const auto& variable) {
-    return variable.second + variable.first.size() + 1;
-  });
-}
-
-EnvironmentChanges changesBetween(const Variables& before, const Variables& after) {
-  return differences(before, after, [](const auto& variable) { return variable.second; });
+  EnvironmentChanges changes;
+  for (const auto& [name, entry] : before) {
+    changes[name] = std::nullopt;
+  }
+  for (const auto& [name, value] : sortedVariables()) {
+    const auto old = before.find(std::string(name));
+    if (old != before.end() && old->second == name.data()) {
+      changes.erase(old->first);
+    } else {
+      changes[std::string(name)] = value;
+    }
+  }
+  return changes;
 }
 
 void replaceEnvironment(std::vector<std::string> entries, const EnvironmentChanges& changes) {
@@ -75,6 +78,41 @@ void replaceEnvironment(std::vector<std::string> entries, const EnvironmentChang
   for (const auto& [name, value] : changes) {
     value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
   }
+}
+
+void CopiedEnvironment::record() {
+  const std::vector<Variable> now = sortedVariables();
+  for (auto& [name, value] : copied_) {
+    const auto same = std::find(now.begin(), now.end(), Variable(name, value.value_or("")));
+    value = same != now.end() ? value : std::nullopt;
+  }
+  for (const auto& [name, value] : now) {
+    copied_.try_emplace(std::string(name),
+                        isRecorded_ ? std::nullopt : std::optional<std::string>(value));
+  }
+  isRecorded_ = true;
+}
+
+std::vector<CopiedEnvironment::Change> CopiedEnvironment::changes() const {
+  std::vector<Change> changes;
+  auto copied = copied_.begin();
+  const auto removeUpTo = [&](std::string_view name) {
+    for (; copied != copied_.end() && copied->first < name; ++copied) {
+      changes.emplace_back(copied->first, std::nullopt);
+    }
+  };
+  for (const auto& [name, value] : sortedVariables()) {
+    removeUpTo(name);
+    const bool isCopied = copied != copied_.end() && copied->first == name;
+    if (!isCopied || copied->second != value) {
+      changes.emplace_back(name, value);
+    }
+    copied = isCopied ? std::next(copied) : copied;
+  }
+  for (; copied != copied_.end(); ++copied) {
+    changes.emplace_back(copied->first, std::nullopt);
+  }
+  return changes;
 }
 
 }  // namespace quillon::launchpad

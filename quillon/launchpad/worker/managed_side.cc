@@ -52,15 +52,25 @@ Expected<void> ManagedSide::bind(const host::Runtime& runtime) {
 
 // The warm-up leaves nothing behind: the application's properties replace these, and the variable
 // gets its value back. The test value is long because the runtime copies short ones differently.
-void ManagedSide::warmUp(const host::RuntimeProperties& properties) const {
+void ManagedSide::assignOften(const host::RuntimeProperties& properties, size_t times) const {
   constexpr char kVariable[] = "QUILLON_LAUNCHPAD";
   constexpr size_t kLength = 256;
   const char* const before = std::getenv(kVariable);
-  warmUp_();
-  if (assign(properties, {{kVariable, std::string(kLength, '1')}})) {
-    const auto value = before != nullptr ? std::optional<std::string>(before) : std::nullopt;
+  const std::string text(kLength, '1');
+  if (assign(properties, std::vector<CopiedEnvironment::Change>(times, {kVariable, text}))) {
+    const auto value = before != nullptr ? std::optional<std::string_view>(before) : std::nullopt;
     [[maybe_unused]] const bool isRestored = assign({}, {{kVariable, value}});
   }
+}
+
+void ManagedSide::warmUp(const host::RuntimeProperties& properties) const {
+  warmUp_();
+  assignOften(properties, 1);
+}
+
+void ManagedSide::warmUpAgain() const {
+  constexpr size_t kMoreThanCounted = 40;
+  assignOften({}, kMoreThanCounted);
 }
 
 bool ManagedSide::loadApplication(const std::string& assembly) const {
@@ -81,14 +91,18 @@ std::optional<std::vector<std::string>> ManagedSide::loadedFiles() const {
 }
 
 bool ManagedSide::assign(const host::RuntimeProperties& properties,
-                         const EnvironmentChanges& variables) const {
+                         const std::vector<CopiedEnvironment::Change>& variables) const {
   std::string settings;
   for (const auto& [name, value] : properties) {
     addPair(settings, name, value);
   }
   std::string changes;
   for (const auto& [name, value] : variables) {
-    addPair(changes, name, value ? "=" + *value : "");
+    changes.append(name).append(1, '\0');
+    if (value) {
+      changes.append("=").append(*value);
+    }
+    changes.append(1, '\0');
   }
   return assign_(settings.c_str(), changes.c_str()) == 0;
 }

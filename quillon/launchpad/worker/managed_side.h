@@ -1,6 +1,7 @@
 // The launch pad's managed code: the assembly Quillon.Launchpad, installed beside the plug-in.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -25,6 +26,12 @@ class ManagedSide {
   // environment.
   void warmUp(const host::RuntimeProperties& properties) const;
 
+  // Call when the runtime has called no new method for kQuietTime. It counts the calls of methods
+  // from then on, and compiles a method again, on another thread, when it has been called 30 times.
+  // This does so for the methods of assign(), so that it does not happen during a launch.
+  static constexpr std::chrono::milliseconds kQuietTime{150};
+  void warmUpAgain() const;
+
   // Waits until the assembly's Main runs on another thread, which never returns from it. Call
   // beginRehearsal() before that thread begins, on the thread that will run the application.
   void beginRehearsal() const { beginRehearsal_(); }
@@ -42,9 +49,11 @@ class ManagedSide {
   // Sets the properties of AppContext and the variables of the runtime's copy of the environment to
   // the values that they have in a direct launch. Returns false if the runtime refuses.
   [[nodiscard]] bool assign(const host::RuntimeProperties& properties,
-                            const EnvironmentChanges& variables) const;
+                            const std::vector<CopiedEnvironment::Change>& variables) const;
 
  private:
+  void assignOften(const host::RuntimeProperties& properties, size_t times) const;
+
   void (*warmUp_)() = nullptr;
   void (*beginRehearsal_)() = nullptr;
   void (*awaitRehearsal_)() = nullptr;

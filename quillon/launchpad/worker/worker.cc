@@ -1,63 +1,36 @@
 #include "quillon/launchpad/worker/worker.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <thread>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
-#include "device_paths.h"
-#include "quillon/base/directory_entries.h"
 #include "quillon/base/files.h"
 #include "quillon/base/record.h"
 #include "quillon/base/terminal.h"
 #include "quillon/base/trace_span.h"
-#include "quillon/device/working_directory.h"
 #include "quillon/host/application/application_id.h"
-#include "quillon/host/application/working_directory.h"
-#include "quillon/host/assemblies/module_initializer.h"
 #include "quillon/host/membarrier.h"
 #include "quillon/host/plugin/plugin_calls.h"
-#include "quillon/host/runtime/framework_check.h"
-#include "quillon/host/runtime/runtime.h"
-#include "quillon/host/runtime/runtime_config.h"
-#include "quillon/host/runtime/runtime_settings.h"
-#include "quillon/host/runtime_plan.h"
 #include "quillon/launchpad/protocol/hand_over.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/protocol/request.h"
 #include "quillon/launchpad/worker/descriptor_numbers.h"
-#include "quillon/launchpad/worker/loaded_files.h"
-#include "quillon/launchpad/worker/managed_side.h"
-#include "quillon/launchpad/worker/placeholders.h"
+#include "quillon/launchpad/worker/own_application.h"
+#include "quillon/launchpad/worker/prepared_runtime.h"
 #include "quillon/launchpad/worker/process_setup.h"
 #include "quillon/launchpad/worker/stdio.h"
-#include "quillon/launchpad/worker/terminal_setup.h"
-#include "quillon/resolution/hostpolicy.h"
+#include "quillon/launchpad/worker/take_over.h"
 #include "quillon/resolution/resolution.h"
-#include "workstation/log_config.h"
 #include "workstation/packages.h"
 
 namespace quillon::launchpad {
 namespace {
-
-Expected<host::Runtime> loadRuntime() {
-  const host::ScopedLttngOff lttngOff;
-  return host::Runtime::load(device_paths::kNetcoreapp);
-}
-
-// Whether a Main can run in advance without an effect on the application. Before .NET 10, the
-// runtime creates an event source for each run. Startup hooks must run in the launch only.
-bool canRehearse(const host::RuntimeProperties& properties) {
-  constexpr char kMinVersion[] = "10.0.0";
-  const std::string version = host::frameworkVersionOf(device_paths::kNetcoreapp);
-  return !version.empty() && host::serves(version, kMinVersion) &&
-         std::none_of(properties.begin(), properties.end(),
-                      [](const auto& property) { return property.first == "STARTUP_HOOKS"; });
-}
 
 // Waits for a message of one kind. If the peer has ended, so does the process. The client then
 // launches without it: before kTakenOver in any case, and later because the server has ended.
@@ -77,19 +50,6 @@ uint64_t memoryKib() {
   return at == std::string::npos ? 0 : std::strtoull(text.c_str() + at + kName.size(), nullptr, 10);
 }
 
-// The paths under which the runtime finds the assemblies of a folder.
-//
-// seenAs  the name by which the runtime knows the folder
-void addAssemblies(std::vector<std::string>& files, const std::string& folder,
-                   const std::string& seenAs) {
-  const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  for (const std::string& name : directoryEntries(opened.get())) {
-    if (name.ends_with(".dll") || name.ends_with(".exe")) {
-      files.push_back(seenAs + "/" + name);
-    }
-  }
-}
-
 class Worker {
  public:
   Worker(const WorkerConfig& config, const PoolKey& key, pid_t server, Descriptor channel)
@@ -102,19 +62,12 @@ class Worker {
  private:
   Expected<void> prepare();
   Expected<void> initializePlugin();
-  Expected<void> startRuntime();
   Expected<void> warmUpRuntime();
-  void rehearse();
   Expected<void> prepareApplication();
-  [[nodiscard]] bool canCompileMain(const std::vector<std::string>& own) const;
   [[noreturn]] void endUnsuitable(const std::string& why);
+  void warmUpAgain() const;
   Expected<void> awaitAssignment();
   Expected<void> takeOver();
-  Expected<void> takeOverInherited(HandOver& handOver);
-  Expected<void> takeOverDescriptors(HandOver& handOver);
-  void applyProcessState(const HandOver& handOver) const;
-  Expected<void> giveToRuntime();
-  Expected<void> assignToRuntime(const EnvironmentChanges& variables);
   Expected<void> configureApplication();
   Expected<unsigned> executeAssembly();
   Expected<int> execute();
@@ -127,18 +80,9 @@ class Worker {
   host::PluginCalls plugin_;
   host::PluginLists lists_;
   StdioPlaceholders stdio_;
-  Placeholders folders_;
-  std::optional<host::Runtime> runtime_;
-  bool rehearses_ = false;
-  std::vector<std::string> trusted_;  // assemblies
-  LoadedFiles files_;
-  bool hasProperties_ = false;  // the runtime has the application's
-  ManagedSide managed_;
+  std::optional<PreparedRuntime> runtime_;
+  OwnApplication application_;
   EnvironmentChanges changes_;  // made by the preparation
-  // The environment of the runtime's start and that of the warm-up. The runtime has copied each of
-  // its variables at one of these moments.
-  Variables variablesAtStart_;
-  Variables variablesAtWarmUp_;
   std::vector<std::string> arguments_;
   Limits limits_;
   Descriptor client_;  // a socket to it
@@ -147,8 +91,9 @@ class Worker {
 Expected<int> Worker::run() {
   RETURN_IF_FAILED(prepare());
   sendMessage(channel_.get(), MessageKind::kReady, RecordWriter().number(memoryKib()).bytes());
+  warmUpAgain();
   RETURN_IF_FAILED(awaitAssignment());
-  folders_.redirect(target_.folders());  // while the client sends the rest
+  runtime_->setFolders(target_);  // while the client sends the rest
   RETURN_IF_FAILED(takeOver());
   RETURN_IF_FAILED(configureApplication());
   return execute();
@@ -166,7 +111,9 @@ Expected<void> Worker::prepare() {
   // Nothing after this needs capabilities: the plug-in has entered the zone and saved its lists.
   dropCapabilities();
   setParentDeathSignal(server_);
-  RETURN_IF_FAILED(startRuntime());
+  ASSIGN_OR_RETURN(auto runtime, PreparedRuntime::start(config_.executable, config_.plugin, key_,
+                                                        std::move(lists_)));
+  runtime_.emplace(std::move(runtime));
   RETURN_IF_FAILED(warmUpRuntime());
   RETURN_IF_FAILED(prepareApplication());
   workstation::cachePackages();
@@ -194,65 +141,16 @@ Expected<void> Worker::initializePlugin() {
   return {};
 }
 
-Expected<void> Worker::startRuntime() {
-  auto folders = Placeholders::open(host::LaunchTarget::kFolderCount);
-  if (!folders) {
-    return fail(kServiceFailed, folders.error());
-  }
-  folders_ = std::move(*folders);
-  auto runtime = loadRuntime();
-  if (!runtime) {
-    return fail(kRuntimeFailed, runtime.error());
-  }
-  runtime_ = std::move(*runtime);
-  const host::Requirements requirements{{{}, {}, key_.settings}, {}, key_.additions};
-  auto plan = host::planPrepared(folders_.paths(), lists_, requirements,
-                                 managedAssembly(config_.plugin).string());
-  resolution::addHostpolicy(plan.properties, findTerminalSetup);
-  rehearses_ = canRehearse(plan.properties);
-  trusted_ = plan.assemblies.trusted();
-  const host::ScopedJitThreadKeepAlive lasting;
-  variablesAtStart_ = currentVariables();
-  const auto started = runtime_->start(config_.executable, "launchpad", plan.properties);
-  if (!started) {
-    return fail(kRuntimeFailed, started.error());
-  }
-  return {};
-}
-
 Expected<void> Worker::warmUpRuntime() {
   // Descriptors 1 and 2 must be final before managed code first uses the console.
   if (!key_.raw) {
     plugin_.captureOutput();
   }
-  plugin_.setRuntime(*runtime_);
+  plugin_.setRuntime(runtime_->runtime());
   plugin_.preload();
-  if (auto bound = managed_.bind(*runtime_); !bound) {
-    return fail(kRuntimeFailed, bound.error());
-  }
-  variablesAtWarmUp_ = currentVariables();
-  managed_.warmUp(host::propertiesOfApplication(target_, lists_, key_.additions));
-  if (rehearses_) {
-    rehearse();
-  }
-  return {};
+  return runtime_->warmUp(target_);
 }
 
-// Runs a Main that does nothing, so that the runtime's path to Main is compiled. The application's
-// run replaces what this one sets: entry assembly, command line and exit status. The thread stays
-// in that Main until the process ends.
-void Worker::rehearse() {
-  managed_.beginRehearsal();
-  std::thread([runtime = *runtime_, assembly = managedAssembly(config_.plugin).string()]() mutable {
-    const auto ended = runtime.execute(assembly, {});
-    tell(ended ? Failure{"the rehearsal of a launch has ended", {}} : ended.error());
-    _exit(kRuntimeFailed);
-  }).detach();
-  managed_.awaitRehearsal();
-}
-
-// For a worker that knows its application: loads the assembly and compiles Main. In a direct launch
-// the runtime does the same before it runs any code of the application.
 Expected<void> Worker::prepareApplication() {
   if (!key_.application) {
     return {};
@@ -260,38 +158,10 @@ Expected<void> Worker::prepareApplication() {
   target_.application.id = key_.application->id;
   target_.package.rootPath = key_.application->packageRoot;
   target_.assembly = key_.application->assembly;
-  // Before the placeholders lead to its folder; see Launchpad.LoadApplication().
-  files_.record({target_.assembly});
-  if (!managed_.loadApplication(target_.assembly)) {
-    endUnsuitable("its assembly cannot be loaded");
+  if (const auto prepared = application_.prepare(target_, key_.additions, *runtime_); !prepared) {
+    endUnsuitable(prepared.error().what);
   }
-  folders_.redirect(target_.folders());
-  std::vector<std::string> own = key_.additions.assemblies;
-  const auto folders = target_.folders();
-  for (size_t i = 0; i < folders.size(); ++i) {
-    addAssemblies(own, folders[i], folders_.paths().at(i));
-  }
-  files_.record(own);
-  if (canCompileMain(own) && !managed_.compileMain()) {
-    endUnsuitable("its Main needs an assembly that is not in its own folders");
-  }
-  const auto loaded = managed_.loadedFiles();
-  if (!loaded || !files_.keep(*loaded, trusted_)) {
-    endUnsuitable("its Main needs an assembly that is not in its own folders");
-  }
-  return assignToRuntime({});
-}
-
-// Whether Main can be compiled without running code of the application or changing what it finds
-// out. Startup hooks run before, and may provide assemblies. A module initializer of an assembly
-// that Main uses would run.
-bool Worker::canCompileMain(const std::vector<std::string>& own) const {
-  const auto hasInitializer = [](const std::string& file) {
-    return host::hasModuleInitializer(std::filesystem::path(file));
-  };
-  return rehearses_ && !hasInitializer(target_.assembly) &&
-         std::none_of(own.begin(), own.end(), hasInitializer) &&
-         std::none_of(trusted_.begin(), trusted_.end(), hasInitializer);
+  return runtime_->setApplication(target_);
 }
 
 // The server kills this process when it gets the message.
@@ -300,6 +170,14 @@ void Worker::endUnsuitable(const std::string& why) {
         "its launches use the other prepared processes"});
   sendMessage(channel_.get(), MessageKind::kUnsuitable);
   _exit(kServiceFailed);
+}
+
+// Does nothing if there is a launch before.
+void Worker::warmUpAgain() const {
+  pollfd assignment{channel_.get(), POLLIN, 0};
+  if (poll(&assignment, 1, static_cast<int>(ManagedSide::kQuietTime.count())) == 0) {
+    runtime_->managed().warmUpAgain();
+  }
 }
 
 Expected<void> Worker::awaitAssignment() {
@@ -322,79 +200,19 @@ Expected<void> Worker::takeOver() {
   arguments_ = std::move(handOver->arguments);
   replaceEnvironment(std::move(handOver->environment), changes_);
   setenv(host::kAppIdVariable, target_.application.id.c_str(), 1);
-  RETURN_IF_FAILED(takeOverDescriptors(*handOver));
-  applyProcessState(*handOver);
-  if (!files_.areCurrent()) {
+  RETURN_IF_FAILED(takeOverDescriptors(*handOver, stdio_, client_));
+  takeOverProcessState(*handOver, limits_, target_);
+  if (!application_.isCurrent()) {
     _exit(kServiceFailed);  // the client asks for another process
   }
   sendMessage(client_.get(), MessageKind::kTakenOver);
   return {};
 }
 
-// The descriptors of the launch were received at low numbers, which the application needs.
-Expected<void> Worker::takeOverInherited(HandOver& handOver) {
-  if (handOver.inherited.empty()) {
-    return {};
-  }
-  RETURN_IF_FAILED(raise(client_));
-  RETURN_IF_FAILED(raise(handOver.logFile));
-  for (Descriptor& descriptor : handOver.standard) {
-    RETURN_IF_FAILED(raise(descriptor));
-  }
-  for (Descriptor& descriptor : handOver.inherited) {
-    RETURN_IF_FAILED(raise(descriptor));
-  }
-  return duplicateTo(handOver.inheritedDescriptors, handOver.inherited);
-}
-
-// If output is captured, descriptors 1 and 2 already refer to the plug-in's pipes, and only the
-// duplicates that the runtime made before are redirected to the client's.
-Expected<void> Worker::takeOverDescriptors(HandOver& handOver) {
-  RETURN_IF_FAILED(takeOverInherited(handOver));
-  for (int which = STDIN_FILENO; which <= STDERR_FILENO; ++which) {
-    stdio_.redirect(which, handOver.standard[static_cast<size_t>(which)].get());
-  }
-  moveTerminal(handOver.standard[STDERR_FILENO].get());
-  workstation::LogConfig log = handOver.log;
-  log.descriptor = handOver.logFile.release();
-  workstation::useLog(log);
-  return {};
-}
-
-void Worker::applyProcessState(const HandOver& handOver) const {
-  umask(handOver.umask);
-  ignoreSignals(handOver.ignoredSignals);
-  adoptLimits(limits_);
-  if (!device::changeTo(handOver.workingDirectory)) {
-    host::useOwnFolder(target_, handOver.workingDirectory.path);
-  }
-}
-
-Expected<void> Worker::giveToRuntime() {
-  const TraceSpan span("give the application to the runtime");
-  const Variables now = currentVariables();
-  auto variables = changesBetween(variablesAtStart_, now);
-  variables.merge(changesBetween(variablesAtWarmUp_, now));
-  return assignToRuntime(variables);
-}
-
-// A worker that knows its application has set the properties before it had the launch.
-Expected<void> Worker::assignToRuntime(const EnvironmentChanges& variables) {
-  host::RuntimeProperties properties;
-  if (!std::exchange(hasProperties_, true)) {
-    resolution::setHostpolicyApplication(target_.assembly);
-    properties = host::propertiesOfApplication(target_, lists_, key_.additions);
-  }
-  if (!managed_.assign(properties, variables)) {
-    return fail(kRuntimeFailed, {"the runtime refuses the application's properties", {}});
-  }
-  return {};
-}
-
 Expected<void> Worker::configureApplication() {
-  RETURN_IF_FAILED(giveToRuntime());
-  awaitMessage(channel_, MessageKind::kNoted);
-  RETURN_IF_FAILED(plugin_.setApplication());
+  RETURN_IF_FAILED(runtime_->setApplicationAndEnvironment(target_));
+  const bool hasBoostListener = parseNoted(awaitMessage(channel_, MessageKind::kNoted));
+  RETURN_IF_FAILED(plugin_.setApplication(hasBoostListener));
   plugin_.beforeExecute();
   if (const auto warning = resolution::warningAbout(target_.application.id, key_.additions)) {
     tell(*warning);
@@ -404,7 +222,7 @@ Expected<void> Worker::configureApplication() {
 
 Expected<unsigned> Worker::executeAssembly() {
   const TraceSpan span("coreclr_execute_assembly: Main");
-  return runtime_->execute(target_.assembly, arguments_);
+  return runtime_->runtime().execute(target_.assembly, arguments_);
 }
 
 Expected<int> Worker::execute() {
@@ -413,11 +231,11 @@ Expected<int> Worker::execute() {
     _exit(kServiceFailed);
   }
   client_.reset();
-  sendMessage(channel_.get(), MessageKind::kStarted);
+  sendStarted(channel_.get());
   channel_.reset();
   auto ended = executeAssembly();
   plugin_.finalize();
-  const int latched = runtime_->shutDown();
+  const int latched = runtime_->runtime().shutDown();
   if (!ended) {
     return fail(kNotExecutable, ended.error());
   }

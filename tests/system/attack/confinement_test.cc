@@ -49,9 +49,11 @@ Descriptor connectToAddress(const std::string& address) {
 
 std::string answerOf(const Descriptor& socket) {
   launchpad::Message answer;
-  if (launchpad::receiveMessage(socket.get(), answer) != launchpad::Received::kMessage) {
-    return "no answer";
-  }
+  do {
+    if (launchpad::receiveMessage(socket.get(), answer) != launchpad::Received::kMessage) {
+      return "no answer";
+    }
+  } while (answer.kind == launchpad::MessageKind::kConnection);  // each client gets it
   return answer.kind == launchpad::MessageKind::kDeclined
              ? launchpad::parseDecline(answer).value().reason
              : "served";

@@ -45,6 +45,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::Pair;
 
 Message messageOf(MessageKind kind, std::string_view bytes) { return {kind, bytes, {}}; }
 
@@ -219,14 +220,21 @@ TEST(Request, ContainsNeitherArgumentsNorEnvironment) {
   EXPECT_THAT(std::string(message.bytes.view()), Not(HasSubstr("secret")));
 }
 
-TEST(TakenReply, CarriesTheProcessAndTheConnection) {
-  const SocketPair connection;
-  TakenReply reply = parseTaken(transfer(MessageKind::kTaken, [&](int socket) {
-    return sendTaken(socket, 5, STDIN_FILENO, connection.one.get());
-  }));
+TEST(TakenReply, CarriesTheProcess) {
+  TakenReply reply = parseTaken(transfer(
+      MessageKind::kTaken, [&](int socket) { return sendTaken(socket, 5, STDIN_FILENO); }));
   EXPECT_EQ(reply.worker, 5);
   EXPECT_TRUE(isSameFile(reply.pidfd.get(), STDIN_FILENO));
-  EXPECT_TRUE(isSameFile(reply.connection.get(), connection.one.get()));
+}
+
+TEST(Connection, CarriesBothEnds) {
+  SocketPair pair;
+  const Connection sent{std::move(pair.one), std::move(pair.other)};
+  const Connection received = parseConnection(
+      transfer(MessageKind::kConnection, [&](int socket) { return sendConnection(socket, sent); }));
+  EXPECT_TRUE(isSameFile(received.client.get(), sent.client.get()));
+  EXPECT_TRUE(isSameFile(received.worker.get(), sent.worker.get()));
+  EXPECT_FALSE(parseConnection(messageOf(MessageKind::kConnection, {})).client);
 }
 
 TEST(Assignment, CarriesTheTargetAndTheConnection) {
@@ -629,9 +637,7 @@ class Environment : public ::testing::Test {
 };
 
 TEST_F(Environment, IsReplacedExceptForTheChanges) {
-  const auto changes =
-      changesBetween({{"KEPT", "1"}, {"GONE", "1"}, {"NEW", "1"}}, {{"KEPT", "1"}, {"NEW", "2"}});
-  EXPECT_EQ(changes.size(), 2U);
+  const EnvironmentChanges changes = {{"GONE", std::nullopt}, {"NEW", "2"}};
   replaceEnvironment({"GONE=3", "KEPT=4", "OWN=5", "PATH=/bin"}, changes);
   const Variables now = currentVariables();
   EXPECT_EQ(now, (Variables{{"KEPT", "4"}, {"OWN", "5"}, {"NEW", "2"}, {"PATH", "/bin"}}));
@@ -643,6 +649,22 @@ TEST_F(Environment, CountsASetVariableAsChangedEvenIfItsValueIsTheSame) {
   setenv("SAME", "1", 1);
   unsetenv("GONE");
   EXPECT_EQ(changesSince(before), (EnvironmentChanges{{"SAME", "1"}, {"GONE", std::nullopt}}));
+}
+
+// The runtime may have copied a variable at either moment, so a variable that differs between the
+// moments is a change even if it has one of the values now.
+TEST_F(Environment, OfTheRuntimeIsUpdatedWhereItMayDiffer) {
+  CopiedEnvironment copied;
+  replaceEnvironment({"SAME=1", "CHANGED=1", "EARLY=1", "GONE=1", "SET=1"}, {});
+  copied.record();
+  replaceEnvironment({"SAME=1", "CHANGED=2", "GONE=1", "LATE=1", "SET=1"}, {});
+  copied.record();
+  EXPECT_THAT(copied.changes(),
+              ElementsAre(Pair("CHANGED", "2"), Pair("EARLY", std::nullopt), Pair("LATE", "1")));
+  replaceEnvironment({"SET=2", "NEW=", "SAME=1", "CHANGED=1", "LATE=1", "NEW=second"}, {});
+  EXPECT_THAT(copied.changes(), ElementsAre(Pair("CHANGED", "1"), Pair("EARLY", std::nullopt),
+                                            Pair("GONE", std::nullopt), Pair("LATE", "1"),
+                                            Pair("NEW", ""), Pair("SET", "2")));
 }
 
 TEST_F(Environment, IgnoresEntriesWithoutAName) {

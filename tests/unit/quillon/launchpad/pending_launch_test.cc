@@ -56,20 +56,26 @@ void start(int client) {
 
 void hang(int /*client*/) { pause(); }
 
+// Offers the client a connection. Returns the worker's end.
+Descriptor connectClient(int socket) {
+  auto [clientEnd, workerEnd] = makeSocketPair();
+  Connection connection{std::move(clientEnd), std::move(workerEnd)};
+  sendConnection(socket, connection);
+  return std::move(connection.worker);
+}
+
 // Runs a worker in a child of the server and reports its end.
 void serveWith(const WorkerMain& worker, int socket) {
-  auto [clientEnd, workerEnd] = makeSocketPair();
+  Descriptor connection = connectClient(socket);
   const pid_t pid = fork();
   if (pid == 0) {
     close(socket);
-    clientEnd.reset();
-    worker(workerEnd.get());
+    worker(connection.get());
     _exit(0);
   }
-  workerEnd.reset();
+  connection.reset();
   const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
-  sendTaken(socket, pid, pidfd.get(), clientEnd.get());
-  clientEnd.reset();
+  sendTaken(socket, pid, pidfd.get());
   int status = 0;
   waitpid(pid, &status, 0);
   const ExitState state = WIFSIGNALED(status) ? ExitState{true, WTERMSIG(status)}
@@ -96,12 +102,16 @@ class PendingLaunchTest : public ::testing::Test {
     server_ = fork();
     if (server_ == 0) {
       socket.reset();
+      for (const int descriptor : inherited) {
+        close(descriptor);  // only the client has it
+      }
       for (const WorkerMain& worker : workers) {
         Message request;
         receiveMessage(other.get(), request);
         serveWith(worker, other.get());
       }
       if (workers.empty()) {
+        const Descriptor connection = offers_ ? connectClient(other.get()) : Descriptor();
         Message request;
         receiveMessage(other.get(), request);
       }
@@ -118,6 +128,9 @@ class PendingLaunchTest : public ::testing::Test {
         .awaitOutcome();
   }
 
+  // Lets a server without workers offer a connection.
+  void offerConnection() { offers_ = true; }
+
   // Whether the workers have ended, if the server has.
   bool haveEnded() {
     kill(server_, SIGKILL);
@@ -126,6 +139,7 @@ class PendingLaunchTest : public ::testing::Test {
   }
 
  private:
+  bool offers_ = false;
   pid_t server_ = -1;
   Descriptor life_;  // readable when no process has the other end
 };
@@ -155,6 +169,20 @@ TEST(PendingLaunch, IsDirectIfTheServerSendsAMalformedMessage) {
     EXPECT_FALSE(outcome.status);
     EXPECT_EQ(outcome.whyNot, "the launch pad closed the connection");
   }
+}
+
+// Otherwise a reader of a pipe would wait for the stopped server.
+TEST_F(PendingLaunchTest, TakesItsDescriptorsBackFromASilentServer) {
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+  const Descriptor reader(pipe[0]);
+  offerConnection();
+  const LaunchOutcome outcome = launch({}, {kEnough, kLong, kLong}, false, {pipe[1]});
+  EXPECT_FALSE(outcome.status);
+  EXPECT_EQ(outcome.whyNot, "the launch pad does not answer");
+  close(pipe[1]);
+  pollfd ended{reader.get(), POLLIN, 0};
+  EXPECT_EQ(poll(&ended, 1, 0), 1);
 }
 
 TEST_F(PendingLaunchTest, IsDirectIfTheWorkerDoesNotTakeOver) {
