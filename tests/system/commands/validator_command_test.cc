@@ -1,6 +1,7 @@
 // quillon validator with applications that send requests through the built plug-in.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -68,6 +69,16 @@ class ValidatorCommand : public CommandTest {
   bool hasPipes() const {
     return fs::exists(onMachine("/tmp/dotnet_pipe_in")) ||
            fs::exists(onMachine("/tmp/dotnet_pipe_out"));
+  }
+
+  // Waits until a requester that keeps the pipe open has an answer to read. Leaves it there.
+  bool awaitAnswerInPipe() const {
+    const int pipe =
+        open(onMachine("/tmp/dotnet_pipe_out").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    pollfd answer{pipe, POLLIN, 0};
+    const bool isThere = poll(&answer, 1, 10'000) == 1 && (answer.revents & POLLIN) != 0;
+    close(pipe);
+    return isThere;
   }
 
   std::vector<std::string> validatorCommand() {
@@ -252,7 +263,8 @@ TEST_F(ValidatorCommand, DiscardsTheAnswerToARequesterThatEnded) {
                  "printf \"RequestForDllValidation:$$:" +
                      std::string(kGood) + "\\n\" >/tmp/dotnet_pipe_in; exec sleep 1000"}));
   requester.start();
-  EXPECT_TRUE(validator.waitForOutput("allowed "));
+  EXPECT_TRUE(validator.waitForOutput("allowed "));  // before it answers
+  EXPECT_TRUE(awaitAnswerInPipe());
   requester.terminate();
   requester.finish();
   EXPECT_TRUE(validator.waitForOutput("discarded: no process read "));

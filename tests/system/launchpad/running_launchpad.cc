@@ -177,7 +177,7 @@ void LaunchpadTest::expectApplicationInTheZone(const std::vector<std::string>& l
   ASSERT_NE(zone.holder(), "") << zone.started().err;
   start(1, 0, launchpadOptions);
   { RunningProbe direct(root(), "dotnet"); }
-  ASSERT_TRUE(awaitProcesses("ready", 1)) << status() << errors();
+  ASSERT_TRUE(awaitReady()) << status() << errors();
   RunningProbe probe(root(), "dotnet");
   const std::string process = probe.ask("process");
   EXPECT_EQ(served(), 1) << probe.errors() << errors();
