@@ -1,5 +1,5 @@
-// The files of launch profiles in the cache folder of a device root: of the one that the process is
-// inside of, except if a function names another one.
+// The files of launch profiles in the cache folder of a device root. It is the device root that the
+// process is inside of, unless a function has a parameter for another one.
 #pragma once
 
 #include <filesystem>

@@ -87,7 +87,7 @@ void requirePlace(std::string_view failure, const std::string& file, std::string
   FUZZ_REQUIRE(failure.starts_with(": ") && failure.size() > 2);
 }
 
-// Where the manifests of all inputs are: beside a folder "files".
+// Each input is written to the same file, which is beside a folder "files".
 struct ManifestFile {
   ManifestFile() { fs::create_directory(folder.path() / "files"); }
 

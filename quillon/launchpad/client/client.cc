@@ -37,8 +37,8 @@ std::string whyNotInherited(const std::vector<int>& descriptors) {
   return {};
 }
 
-// Waits for a message, other than the one that each client gets for a launch. Returns kNothingYet
-// when the time is over.
+// Waits for a message and ignores kConnection, which the server sends to every client. Returns
+// kNothingYet when the time is over.
 Received awaitMessage(const Descriptor& socket, Message& message, std::chrono::milliseconds time) {
   Received received = Received::kNothingYet;
   do {

@@ -15,7 +15,7 @@ namespace quillon::launchpad {
 
 struct Client {
   Descriptor socket;
-  Descriptor connection;               // the worker's end of the one that the client has
+  Descriptor connection;               // the worker's end; the client has both ends
   std::shared_ptr<const Entry> entry;  // of its launch, while the client is inspected
   uint64_t worker = 0;                 // that has the client's launch; 0 if none
   std::string application;             // of its launch
