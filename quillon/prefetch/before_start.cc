@@ -1,7 +1,6 @@
 #include "quillon/prefetch/before_start.h"
 
 #include <fcntl.h>
-#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

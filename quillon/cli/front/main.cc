@@ -1,6 +1,4 @@
 // The front of the quillon program; see full_program.h.
-#include <unistd.h>
-
 #include <optional>
 #include <string>
 
@@ -17,14 +15,11 @@ namespace {
 
 using quillon::host::LaunchOptions;
 
-bool isInsideDevice() {
-  return access((std::string("/") + quillon::workstation::kInsideMarker).c_str(), F_OK) == 0;
-}
-
 // The reading takes place while the full program starts and enters the device root.
 void readAhead(const LaunchOptions& options, const std::string& program) {
   if (quillon::prefetch::isCold(program)) {
-    quillon::prefetch::readAheadInBackground(isInsideDevice() ? "/" : options.device.string(),
+    const bool isInside = !quillon::workstation::pathOfDevice().empty();
+    quillon::prefetch::readAheadInBackground(isInside ? "/" : options.device.string(),
                                              options.appId);
   }
 }

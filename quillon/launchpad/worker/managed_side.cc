@@ -4,6 +4,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "quillon/host/runtime/hresult.h"
 
@@ -28,10 +29,11 @@ Expected<void> findMethod(const host::Runtime& runtime, const char* name, Functi
       "build the target 'managed' again");
 }
 
-// Appends both with a zero byte each. An empty name, made by the zero byte of c_str(), ends the
-// list.
-void addPair(std::string& list, const std::string& name, const std::string& value) {
-  list.append(name).append(1, '\0').append(value).append(1, '\0');
+// Appends the name, and a prefix with the value, with a zero byte each. An empty name, made by the
+// zero byte of c_str(), ends the list.
+void addPair(std::string& list, std::string_view name, std::string_view prefix,
+             std::string_view value) {
+  list.append(name).append(1, '\0').append(prefix).append(value).append(1, '\0');
 }
 
 }  // namespace
@@ -94,15 +96,11 @@ bool ManagedSide::assign(const host::RuntimeProperties& properties,
                          const std::vector<CopiedEnvironment::Change>& variables) const {
   std::string settings;
   for (const auto& [name, value] : properties) {
-    addPair(settings, name, value);
+    addPair(settings, name, "", value);
   }
   std::string changes;
   for (const auto& [name, value] : variables) {
-    changes.append(name).append(1, '\0');
-    if (value) {
-      changes.append("=").append(*value);
-    }
-    changes.append(1, '\0');
+    addPair(changes, name, value ? "=" : "", value.value_or(""));
   }
   return assign_(settings.c_str(), changes.c_str()) == 0;
 }
