@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "quillon/base/descriptor.h"
@@ -88,11 +89,15 @@ std::string commonFields(char phase) {
   return text.data();
 }
 
-// Writes the common fields and the rest of an event, which `rest` returns. Returns false if memory
-// runs out: the callers are C functions.
-template <typename Rest>
-bool append(char phase, const Rest& rest) try {
-  return writeAll(traceFile().get(), commonFields(phase) + rest());
+// Writes an event: the common fields, then `fields`, then the name if it has one. Returns false if
+// memory runs out: the callers are C functions.
+bool append(char phase, std::string_view fields, std::optional<std::string_view> name) try {
+  std::string event = commonFields(phase);
+  event.append(fields);
+  if (name) {
+    event.append(",\"name\":").append(jsonQuote(*name));
+  }
+  return writeAll(traceFile().get(), event.append("},\n"));
 } catch (const std::bad_alloc&) {
   return false;
 }
@@ -111,17 +116,10 @@ Expected<void> startTrace(const std::string& path) {
 
 bool isTracing() { return static_cast<bool>(traceFile()); }
 
-bool traceBegin(std::string_view name) {
-  return append('B', [&] { return ",\"name\":" + jsonQuote(name) + "},\n"; });
-}
+bool traceBegin(std::string_view name) { return append('B', "", name); }
 
-bool traceEnd() {
-  return append('E', [] { return "},\n"; });
-}
+bool traceEnd() { return append('E', "", std::nullopt); }
 
-bool traceInstant(std::string_view name) {
-  return append('i',
-                [&] { return R"(,"s":"p","cat":"marker","name":)" + jsonQuote(name) + "},\n"; });
-}
+bool traceInstant(std::string_view name) { return append('i', R"(,"s":"p","cat":"marker")", name); }
 
 }  // namespace quillon::workstation
