@@ -8,10 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "platform/dlog.h"
 #include "platform/trace.h"
+#include "tests/support/captured_line.h"
 
 namespace quillon::bench {
 namespace {
@@ -21,14 +21,8 @@ std::atomic<std::size_t> captured{0};
 
 // The length of the captured output in a record of the plug-in; 0 for other records.
 std::size_t capturedIn(const char* format, va_list arguments) {
-  if (!std::string_view(format).starts_with("%s: %s(%d) > ")) {
-    return 0;
-  }
-  va_arg(arguments, const char*);
-  const std::string_view function = va_arg(arguments, const char*);
-  va_arg(arguments, int);
-  const bool isOutput = function == "stdOutRedirect" || function == "stdErrRedirect";
-  return isOutput ? std::strlen(va_arg(arguments, const char*)) : 0;
+  const auto line = test::capturedLine(format, arguments);
+  return line ? std::strlen(line->text) : 0;
 }
 
 }  // namespace

@@ -10,13 +10,13 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <thread>
 #include <vector>
 
 #include "platform/dlog.h"
 #include "quillon_tv_plugin.h"
+#include "tests/support/captured_line.h"
 #include "tests/support/figure.h"
 #include "tests/system/torture/device_main.h"
 #include "tests/system/torture/record_stream.h"
@@ -158,16 +158,10 @@ TEST_F(CaptureFlood, OnStandardErrorWithASlowLogArrivesToo) {
 // The log of this program and of the plug-in in it. Replaces the function of the platform library.
 extern "C" int __dlog_print(int, int, const char*, const char* format, ...) {
   using quillon::torture::sink;
-  if (std::strncmp(format, "%s: %s(%d) > ", 13) != 0) {
-    return 0;
-  }
   va_list arguments;
   va_start(arguments, format);
-  va_arg(arguments, const char*);
-  const std::string_view function = va_arg(arguments, const char*);
-  va_arg(arguments, int);
-  if (function == "stdOutRedirect" || function == "stdErrRedirect") {
-    (function == "stdOutRedirect" ? sink().out : sink().err).take(va_arg(arguments, const char*));
+  if (const auto line = quillon::test::capturedLine(format, arguments)) {
+    (line->isError ? sink().err : sink().out).take(line->text);
     std::this_thread::sleep_for(sink().pause);
   }
   va_end(arguments);

@@ -23,6 +23,7 @@
 
 #include "platform/dlog.h"
 #include "quillon_tv_plugin.h"
+#include "tests/support/captured_line.h"
 #include "tests/support/figure.h"
 #include "tests/system/torture/device_main.h"
 
@@ -238,16 +239,11 @@ TEST_F(CaptureSignals, InTheReaderAtAFullPipeDoNotBlockIt) {
 
 // The log of this program and of the plug-in in it. Replaces the function of the platform library.
 extern "C" int __dlog_print(int, int, const char*, const char* format, ...) {
-  if (std::strncmp(format, "%s: %s(%d) > ", 13) != 0) {
-    return 0;
-  }
   va_list arguments;
   va_start(arguments, format);
-  va_arg(arguments, const char*);
-  const std::string_view function = va_arg(arguments, const char*);
-  va_arg(arguments, int);
-  if (function == "stdErrRedirect") {
-    quillon::torture::take(va_arg(arguments, const char*));
+  const auto line = quillon::test::capturedLine(format, arguments);
+  if (line && line->isError) {
+    quillon::torture::take(line->text);
   }
   va_end(arguments);
   return 0;

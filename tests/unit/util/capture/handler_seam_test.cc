@@ -52,6 +52,18 @@ void fillUp(int end) {
   close(own);
 }
 
+// Makes a pipe for messages that is full and whose reader is about to begin. Returns false on
+// failure.
+bool makeFullPipe() {
+  if (pipe(pStdErr) != 0) {
+    return false;
+  }
+  openMessageEnd(pStdErr[1]);
+  fillUp(pStdErr[1]);
+  stderrProgress.starting();
+  return true;
+}
+
 TEST(WaitForReader, EndsImmediatelyIfThereIsNone) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     errno = EDOM;
@@ -223,12 +235,9 @@ TEST(HandlerMessage, IsGivenUpIfThePipeIsFullAndNobodyReads) {
 
 TEST(HandlerMessage, WaitsForRoomWhileTheReaderReads) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
-    if (pipe(pStdErr) != 0) {
+    if (!makeFullPipe()) {
       return;
     }
-    openMessageEnd(pStdErr[1]);
-    fillUp(pStdErr[1]);
-    stderrProgress.starting();
     std::thread reader([&] {
       stderrProgress.running();
       std::array<char, 65536> buffer;
@@ -258,12 +267,9 @@ void interrupt(pthread_t thread, pid_t id) {
 
 TEST(HandlerMessage, WaitsOnAfterASignal) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
-    if (pipe(pStdErr) != 0) {
+    if (!makeFullPipe()) {
       return;
     }
-    openMessageEnd(pStdErr[1]);
-    fillUp(pStdErr[1]);
-    stderrProgress.starting();
     std::thread reader([sender = pthread_self(), id = gettid()] {
       stderrProgress.running();
       interrupt(sender, id);
