@@ -67,6 +67,9 @@ Expected<LaunchPad::State> LaunchPad::state() const {
   state.process = status.at("stopping").get<bool>() ? 0 : status.at("process").get<pid_t>();
   state.served = status.at("served").get<int>();
   state.pools = status.at("pools").size();
+  for (const auto& launch : status.at("directLaunches")) {
+    state.lastReason = launch.at("reason").get<std::string>();
+  }
   for (const auto& process : status.at("processes")) {
     if (process.at("stage") == "ready") {
       const auto& application = process.at("application");
@@ -161,9 +164,10 @@ Expected<Run> LaunchPad::run(size_t contender, const Contender& what, Task task)
   if (done.second == (what.pool == Pool::kEmpty ? 0 : 1)) {
     return done.first;
   }
+  const auto now = state();
   return fail("'" + what.name + "' was served by the launch pad " + std::to_string(done.second) +
                   " times, so its row would be another one's",
-              "see why: quillon launch --verbose says it");
+              "the reason of the last direct launch: " + (now ? now->lastReason : "unknown"));
 }
 
 Expected<Preparation> LaunchPad::prepare() const {

@@ -69,7 +69,8 @@ class LaunchPad {
     int served = 0;
     size_t pools = 0;
     std::vector<ReadyProcess> ready;
-    bool busy = false;  // a process is starting or ending
+    bool busy = false;       // a process is starting or ending
+    std::string lastReason;  // of the last direct launch; empty if there was none
 
     [[nodiscard]] bool isFull() const { return ready.size() >= pools && !busy; }
     [[nodiscard]] bool hasOwn(const std::string& appId) const;
