@@ -170,18 +170,26 @@ void PendingLaunch::onWorkerEnded(const ExitState& state) {
   }
 }
 
-// Kills the worker, unless the application has started. Returns false if it has. A worker cannot
-// report its start after the shutdown(), also if it gets the launch only then.
+// Kills the worker, unless the application has started. Returns false if it has, and sets the
+// outcome if it has ended too. A worker cannot report its start after the shutdown(), also if it
+// gets the launch only then.
 bool PendingLaunch::endWorker() {
   shutdown(connection_.client.get(), SHUT_RD);
   Message message;
+  std::optional<ExitState> ended;
   while (receiveMessageNow(server_.get(), message) == Received::kMessage) {
+    if (message.kind == MessageKind::kEnded) {
+      ended = decodeExitState(message.bytes.view());
+    }
     if (message.kind == MessageKind::kTaken) {
       onTaken(parseTaken(std::move(message)));
     }
   }
   readWorker();
   if (stage_ == Stage::kStarted) {
+    if (ended) {
+      outcome_ = LaunchOutcome{exitAs(*ended), {}};
+    }
     return false;
   }
   if (stage_ != Stage::kRequested) {

@@ -13,7 +13,8 @@ namespace {
 // Not relayed: they report faults, children or the terminal of this process.
 constexpr std::array kNotRelayed = {SIGSEGV, SIGBUS,  SIGFPE,  SIGILL,  SIGTRAP, SIGSYS,
                                     SIGABRT, SIGPIPE, SIGCHLD, SIGTTIN, SIGTTOU};
-constexpr std::array kEnding = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+// By default, these do not end a process (signal(7)).
+constexpr std::array kNotEnding = {SIGCONT, SIGURG, SIGWINCH};
 
 sigset_t relayed(const sigset_t& ignored) {
   sigset_t signals;
@@ -62,7 +63,7 @@ void SignalRelay::relay() {
 }
 
 void SignalRelay::send(int signal) {
-  if (std::find(kEnding.begin(), kEnding.end(), signal) != kEnding.end()) {
+  if (std::find(kNotEnding.begin(), kNotEnding.end(), signal) == kNotEnding.end()) {
     endingSignal_ = signal;
   }
   if (target_) {

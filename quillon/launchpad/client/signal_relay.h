@@ -20,8 +20,8 @@ class SignalRelay {
   // Readable when a signal is pending.
   [[nodiscard]] int descriptor() const { return signals_.get(); }
 
-  // Sets the process to relay signals to, a pidfd. If a signal that asks a process to end was read
-  // before, sends it at once.
+  // Sets the process to relay signals to, a pidfd. If a signal that ends a process by default was
+  // read before, sends it at once.
   void setTarget(Descriptor process);
 
   // Invalid until it is set.
@@ -34,7 +34,7 @@ class SignalRelay {
   // no controlling terminal and its orphaned process group would ignore SIGTSTP.
   void relay();
 
-  // The last relayed signal that asks a process to end; 0 if none.
+  // The last signal read that ends a process by default; 0 if none.
   [[nodiscard]] int endingSignal() const { return endingSignal_; }
 
  private:

@@ -27,6 +27,10 @@ namespace {
 
 // In one round of the loop, so that connections of other users cannot delay launches for long.
 constexpr int kMaxAccepts = 64;
+// Clients without a request that get a connection to a worker beforehand. The kernel counts its
+// descriptors until the client receives them, and lets no process of the user send any if they are
+// more than the limit of open files of that process, usually 1024 (unix(7), ETOOMANYREFS).
+constexpr long kMaxOffers = 64;
 constexpr std::chrono::milliseconds kAcceptPause(100);
 constexpr std::chrono::milliseconds kStartCheck(50);
 
@@ -145,9 +149,16 @@ void EventLoop::acceptClients() {
     if (hasSpareDescriptors(socket.get()) || removeOldestIdleClient()) {
       Client& client = clients_[nextClient_++];
       client.socket = std::move(socket);
-      LaunchRequests::offerConnection(client);
+      if (countIdleClients() <= kMaxOffers) {
+        LaunchRequests::offerConnection(client);
+      }
     }
   }
+}
+
+long EventLoop::countIdleClients() const {
+  return std::count_if(clients_.begin(), clients_.end(),
+                       [](const auto& entry) { return entry.second.isIdle(); });
 }
 
 bool EventLoop::removeOldestIdleClient() {
@@ -229,6 +240,7 @@ void EventLoop::removeClient(uint64_t number) {
     return;
   }
   if (WorkerProcess* const worker = pools_.find(found->second.worker)) {
+    receiveAll(*worker);  // the application may have started
     worker->client = 0;
     killWorker(*worker);
   }

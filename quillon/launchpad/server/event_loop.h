@@ -53,6 +53,7 @@ class EventLoop {
   void poll(std::chrono::milliseconds timeout);
 
   void acceptClients();
+  [[nodiscard]] long countIdleClients() const;
   bool removeOldestIdleClient();
   [[nodiscard]] bool isAccepting() const;
   void onClientReadable(uint64_t client);

@@ -22,6 +22,11 @@ Failure notInspected() {
           "start both as the same user and outside of sandboxes"};
 }
 
+Failure noDescriptors() {
+  return {"the launch pad has no descriptors left for it",
+          "raise its limit of open files (ulimit -n)"};
+}
+
 // difference  "its scheduling", "its namespaces", "the environment variable TZ" and so on
 Failure differs(const std::string& difference) {
   const bool isPlural = difference.starts_with("its ") && difference.ends_with('s');
@@ -47,12 +52,13 @@ LaunchRequests::LaunchRequests(LaunchParts parts, std::filesystem::path plugin, 
       pools_(pools),
       statistics_(statistics) {}
 
-void LaunchRequests::offerConnection(Client& client) {
+bool LaunchRequests::offerConnection(Client& client) {
   auto [clientEnd, workerEnd] = makeSocketPair();
   Connection connection{std::move(clientEnd), std::move(workerEnd)};
   if (connection.client && sendConnection(client.socket.get(), connection)) {
     client.connection = std::move(connection.worker);
   }
+  return static_cast<bool>(client.connection);
 }
 
 bool LaunchRequests::onRequest(uint64_t client, const Message& message) {
@@ -63,16 +69,21 @@ bool LaunchRequests::onRequest(uint64_t client, const Message& message) {
   }
   clients_[client].application = request->appId;
   clients_[client].requested = Clock::now();
-  if (!clients_[client].connection) {
-    offerConnection(clients_[client]);  // a worker has used up the first one
-  }
+  // A worker may have used up the first connection.
+  const bool hasConnection = clients_[client].connection || offerConnection(clients_[client]);
   // The inspector reads /proc while this process looks the application up.
   const bool isInspected = inspector_.inspect(client, clients_[client].socket.get());
-  auto entry = findEntry(*request);
+  Expected<std::shared_ptr<const Entry>> entry = tl::unexpected(noDescriptors());
+  if (hasConnection) {
+    entry = findEntry(*request);
+  }
   // Workers inherit this process's memory, and the state contains environment variables.
   explicit_bzero(request->processState.data(), request->processState.size());
-  if (!entry || !isInspected) {
-    decline(client, entry ? notInspected() : entry.error());
+  if (entry && !isInspected) {
+    entry = tl::unexpected(notInspected());
+  }
+  if (!entry) {
+    decline(client, entry.error());
     return true;
   }
   clients_[client].boost = boostListenerFor((*entry)->target.type);
@@ -146,15 +157,15 @@ Expected<void> LaunchRequests::compareState(const Finding& finding) const {
 // Returns null if no worker is ready. Client and worker have a connection of their own: what the
 // application gets from the client goes through it and never enters this process.
 WorkerProcess* LaunchRequests::assign(uint64_t number, const Entry& entry, const Limits& limits) {
-  Client& client = clients_[number];
-  const Descriptor connection = std::move(client.connection);
-  WorkerProcess* worker = connection ? pools_.take(entry.ownKey) : nullptr;
-  if (connection && worker == nullptr) {
+  WorkerProcess* worker = pools_.take(entry.ownKey);
+  if (worker == nullptr) {
     worker = pools_.take(entry.key);
   }
   if (worker == nullptr) {
     return nullptr;
   }
+  Client& client = clients_[number];
+  const Descriptor connection = std::move(client.connection);
   worker->client = number;
   worker->application = entry.target.application.id;
   client.worker = worker->number;
@@ -162,7 +173,7 @@ WorkerProcess* LaunchRequests::assign(uint64_t number, const Entry& entry, const
   // message cannot be sent, the client gets the worker's end, and may ask for another one.
   if (sendTaken(client.socket.get(), worker->pid, worker->pidfd.get()) &&
       sendAssignment(worker->channel.get(), entry.target, limits, connection.get())) {
-    moveToOtherProcessor(worker->pid);
+    moveToOtherProcessor(worker->pid);  // before kNoted, so the application gets all processors
   } else {
     killWorker(*worker);
   }
@@ -182,6 +193,7 @@ bool LaunchRequests::confirm(const WorkerProcess& worker, const host::LaunchTarg
       workstation::registerProcess(worker.pid, target.package.id, target.application.id);
   if (!registered) {
     tell(registered.error());
+    return false;  // the client launches directly in the end, which reports the failure
   }
   return sendNoted(worker.channel.get(), clients_[worker.client].boost != nullptr);
 }

@@ -38,8 +38,9 @@ class LaunchRequests {
                  Statistics& statistics);
 
   // Gives a client a connection to the worker that it will get, so that it can send its hand-over
-  // while its request is handled.
-  static void offerConnection(Client& client);
+  // while its request is handled. Returns false if no descriptor is available. If it is not called
+  // before onRequest(), that function does it.
+  static bool offerConnection(Client& client);
 
   // Handles kLaunch of an idle client. Returns false if the message is malformed.
   [[nodiscard]] bool onRequest(uint64_t client, const Message& message);

@@ -1,7 +1,6 @@
 #include "quillon/launchpad/state/process_state.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/personality.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -11,6 +10,8 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
+#include <cstdint>
 #include <initializer_list>
 #include <map>
 #include <string_view>
@@ -115,15 +116,45 @@ std::string confinementOf(const ProcProcess& process) {
                            "SpeculationIndirectBranch"});
 }
 
+// As sched_getattr(2) returns them. Older C libraries do not declare it.
+struct SchedulingAttributes {
+  uint32_t size;
+  uint32_t policy;
+  uint64_t flags;
+  int32_t nice;
+  uint32_t priority;
+  uint64_t runtime;
+  uint64_t deadline;
+  uint64_t period;
+  uint32_t utilisationMin;
+  uint32_t utilisationMax;
+};
+static_assert(sizeof(SchedulingAttributes) == 56);
+
 std::string schedulingOf(const ProcProcess& process) {
   const pid_t pid = process.pid();
-  sched_param realTime{};
-  sched_getparam(pid, &realTime);
+  SchedulingAttributes attributes{};
+  syscall(SYS_sched_getattr, pid, &attributes, sizeof attributes, 0);
   std::string all = linesOf(process, {"Cpus_allowed", "Mems_allowed"});
   append(all, getpriority(PRIO_PROCESS, static_cast<id_t>(pid)));
-  append(all, sched_getscheduler(pid));
-  append(all, realTime.sched_priority);
+  append(all, attributes.policy);
+  append(all, attributes.flags);
+  append(all, attributes.priority);
+  append(all, attributes.utilisationMin);
+  append(all, attributes.utilisationMax);
   append(all, syscall(SYS_ioprio_get, 1 /* IOPRIO_WHO_PROCESS */, pid));
+  return all;
+}
+
+// See set_mempolicy(2).
+std::string memoryPolicy() {
+  constexpr unsigned long kMaxNodes = 1024;
+  int mode = 0;
+  std::array<unsigned long, kMaxNodes / CHAR_BIT / sizeof(unsigned long)> nodes{};
+  syscall(SYS_get_mempolicy, &mode, nodes.data(), kMaxNodes, nullptr, 0);
+  std::string all;
+  append(all, mode);
+  append(all, nodes);
   return all;
 }
 
@@ -183,6 +214,7 @@ ProcessState declaredStateOf(const ProcSelf& process, const std::string& program
   state.reserve(kTypicalSize).text("the quillon program").text(versionOf(program));
   state.text("its blocked signals").text(signalsOf(process, "SigBlk"));
   state.text("its prctl(2) settings").text(settings());
+  state.text("its memory policy").text(memoryPolicy());
   addVariables(state);
   return state.take();
 }

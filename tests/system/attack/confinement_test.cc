@@ -158,17 +158,23 @@ TEST_F(Confinement, AForgingClientWithoutCapabilitiesIsDeclined) {
 
 // They are those that the kernel shows, and no part of the request.
 TEST_F(Confinement, AnApplicationHasTheLimitsOfItsClient) {
+  allowOwnProcesses();
+  allowNoRefill();
+  restartConfined([] { return true; });
   { RunningProbe direct(root(), "inhouse"); }
-  ASSERT_TRUE(awaitProcesses("ready", 2));
+  ASSERT_TRUE(awaitReady());
   rlimit before{};
   getrlimit(RLIMIT_MSGQUEUE, &before);
   const rlimit some{4321, before.rlim_max};
-  setrlimit(RLIMIT_MSGQUEUE, &some);
-  RunningProbe probe(root(), "inhouse");
-  setrlimit(RLIMIT_MSGQUEUE, &before);
-  EXPECT_THAT(contentOf("/proc/" + probe.ask("process") + "/limits"),
-              ContainsRegex("Max msgqueue size +4321 "));
-  EXPECT_EQ(served(), 1);
+  for (const int prepared : {1, 2}) {  // by its own process, then by a shared one
+    setrlimit(RLIMIT_MSGQUEUE, &some);
+    RunningProbe probe(root(), "inhouse");
+    setrlimit(RLIMIT_MSGQUEUE, &before);
+    EXPECT_THAT(contentOf("/proc/" + probe.ask("process") + "/limits"),
+                ContainsRegex("Max msgqueue size +4321 "));
+    EXPECT_EQ(served(), prepared);
+    EXPECT_EQ(servedByOwnProcesses(), 1);
+  }
 }
 
 TEST_F(Confinement, AForgingClientWithoutTheProofIsDeclined) {

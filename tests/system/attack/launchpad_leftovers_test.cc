@@ -16,13 +16,13 @@ namespace {
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-class LaunchpadLeftovers : public LaunchpadTest {
+class LaunchpadLeftovers : public LaunchpadTestByProcess {
  protected:
   // Launches the probe in a process that was prepared after everything that happened before, and
   // searches its memory.
   std::vector<std::string> foundInNextApplication(const std::vector<std::string>& markers) {
     EXPECT_EQ(control("reload").status, 0);
-    EXPECT_TRUE(awaitProcesses("ready", pools_)) << status() << errors();
+    EXPECT_TRUE(awaitReady(kPools)) << status() << errors();
     const int before = served();
     RunningProbe probe(root(), "inhouse");
     const pid_t process = std::stoi(probe.ask("process"));
@@ -33,14 +33,16 @@ class LaunchpadLeftovers : public LaunchpadTest {
   void preparePools() {
     ASSERT_EQ(launchCaptured({kClock}).status, 0);
     { RunningProbe direct(root(), "inhouse"); }
-    ASSERT_TRUE(awaitProcesses("ready", pools_)) << status() << errors();
+    ASSERT_TRUE(awaitReady(kPools)) << status() << errors();
   }
 
-  const size_t pools_ = 2;
+  static constexpr size_t kPools = 2;
 };
 
+INSTANTIATE_TEST_SUITE_P(By, LaunchpadLeftovers, ::testing::Bool(), nameOfProcess);
+
 // Otherwise the other tests prove nothing.
-TEST_F(LaunchpadLeftovers, TheSearchFindsWhatAnApplicationHas) {
+TEST_P(LaunchpadLeftovers, TheSearchFindsWhatAnApplicationHas) {
   start(1);
   preparePools();
   RunningProbe probe(root(), "inhouse", {"QUILLON_LOG=none", "OWN=MARKER-OF-THE-PROBE-ITSELF"});
@@ -48,7 +50,7 @@ TEST_F(LaunchpadLeftovers, TheSearchFindsWhatAnApplicationHas) {
   EXPECT_THAT(findInMemory(process, {"MARKER-OF-THE-PROBE-ITSELF"}), Not(IsEmpty()));
 }
 
-TEST_F(LaunchpadLeftovers, ContainNothingOfTheLaunchBefore) {
+TEST_P(LaunchpadLeftovers, ContainNothingOfTheLaunchBefore) {
   start(1);
   preparePools();
   const CommandResult ending = launchCaptured(
@@ -58,7 +60,7 @@ TEST_F(LaunchpadLeftovers, ContainNothingOfTheLaunchBefore) {
   const CommandResult shorter =
       launchCaptured({kClock, "--", "MARKER-IN-A-DIRECT-LAUNCH"}, {"QUILLON_LOG=none"});
   EXPECT_EQ(shorter.status, 0) << shorter.err;
-  ASSERT_TRUE(awaitProcesses("ready", pools_));
+  ASSERT_TRUE(awaitReady(kPools));
   const CommandResult brief = launchCaptured({kClock, "--", "MARKER-IN-A-SHORT-REQUEST"},
                                              {"QUILLON_LOG=none", "OWN=MARKER-IN-A-VARIABLE"});
   EXPECT_EQ(brief.status, 0) << brief.err;
@@ -70,10 +72,12 @@ TEST_F(LaunchpadLeftovers, ContainNothingOfTheLaunchBefore) {
 }
 
 // Every later process is forked from it.
-TEST_F(LaunchpadLeftovers, TheLaunchPadItselfHasNothingOfALaunch) {
+TEST_P(LaunchpadLeftovers, TheLaunchPadItselfHasNothingOfALaunch) {
   start(1);
   prepareFor({"--raw", kClock});
-  kill(processes("ready").at(0), SIGSTOP);
+  for (const pid_t process : processes("ready")) {
+    kill(process, SIGSTOP);
+  }
   setenv("OWN", "MARKER-IN-A-VARIABLE", 1);
   const RunningLaunch launch({"--device", root(), "--raw", kClock, "--", "MARKER-IN-AN-ARGUMENT"});
   unsetenv("OWN");
@@ -83,7 +87,7 @@ TEST_F(LaunchpadLeftovers, TheLaunchPadItselfHasNothingOfALaunch) {
 }
 
 // The launch pad compares these variables, and such a launch is direct.
-TEST_F(LaunchpadLeftovers, ContainNothingOfARequestThatWasDeclined) {
+TEST_P(LaunchpadLeftovers, ContainNothingOfARequestThatWasDeclined) {
   start(1);
   preparePools();
   const CommandResult ending =
@@ -93,7 +97,7 @@ TEST_F(LaunchpadLeftovers, ContainNothingOfARequestThatWasDeclined) {
   EXPECT_THAT(foundInNextApplication({"MARKER-IN-A-SETTING"}), IsEmpty());
 }
 
-TEST_F(LaunchpadLeftovers, ContainNothingOfTheOwnersEnvironment) {
+TEST_P(LaunchpadLeftovers, ContainNothingOfTheOwnersEnvironment) {
   setenv("OWNERS_SECRET", "MARKER-OF-THE-OWNER", 1);
   start(1);
   unsetenv("OWNERS_SECRET");

@@ -1,16 +1,28 @@
 // What the launch pad checks and prepares while a worker takes a launch over.
 #include <gmock/gmock.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
+#include <set>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "quillon/base/descriptor.h"
+#include "quillon/base/exit_status.h"
+#include "tests/support/skip.h"
 #include "tests/system/launchpad/running_launchpad.h"
 
 namespace quillon::test {
@@ -20,6 +32,8 @@ namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
+
+constexpr char kEnding[] = "org.velora.sample.ending";
 
 class HandOver : public LaunchpadTest {
  protected:
@@ -55,6 +69,73 @@ bool lastChildWaits() {
   return contentOf("/proc/" + last + "/stat").find(") S ") != std::string::npos;
 }
 
+// Traces a process, and stops it before a system call.
+class TracedServer {
+ public:
+  explicit TracedServer(pid_t process)
+      : process_(process),
+        isTraced_(ptrace(PTRACE_SEIZE, process, nullptr, PTRACE_O_TRACESYSGOOD) == 0) {}
+  ~TracedServer() { release(); }
+  TracedServer(const TracedServer&) = delete;
+  TracedServer& operator=(const TracedServer&) = delete;
+
+  [[nodiscard]] bool isTraced() const { return isTraced_; }
+
+  // Lets the process run up to the call with that number; to its `count`th one. Returns false if it
+  // does not get there.
+  bool runTo(uint64_t number, int count = 1) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    ptrace(PTRACE_INTERRUPT, process_, nullptr, nullptr);
+    while (std::chrono::steady_clock::now() < end) {
+      int status = 0;
+      if (waitpid(process_, &status, WNOHANG) != process_) {
+        std::this_thread::yield();  // there are hundreds of calls before
+        continue;
+      }
+      if (!WIFSTOPPED(status)) {
+        return false;
+      }
+      if (isBefore(number, WSTOPSIG(status)) && --count == 0) {
+        return true;
+      }
+      ptrace(PTRACE_SYSCALL, process_, nullptr, nullptr);
+    }
+    return false;
+  }
+
+  void release() {
+    if (isTraced_) {
+      ptrace(PTRACE_DETACH, process_, nullptr, nullptr);
+      isTraced_ = false;
+    }
+  }
+
+ private:
+  [[nodiscard]] bool isBefore(uint64_t number, int signal) const {
+    __ptrace_syscall_info call{};
+    return signal == (SIGTRAP | 0x80) &&
+           ptrace(PTRACE_GET_SYSCALL_INFO, process_, sizeof call, &call) > 0 &&
+           call.op == PTRACE_SYSCALL_INFO_ENTRY && call.entry.nr == number;
+  }
+
+  const pid_t process_;
+  bool isTraced_;
+};
+
+#ifdef SYS_symlink
+constexpr uint64_t kSymlink = SYS_symlink;
+#else
+constexpr uint64_t kSymlink = SYS_symlinkat;
+#endif
+
+// Whether a process has a working directory and waits for a message.
+bool awaitsMessage(pid_t process, const fs::path& directory) {
+  const fs::path folder = "/proc/" + std::to_string(process);
+  std::error_code error;
+  return fs::read_symlink(folder / "cwd", error) == directory &&
+         contentOf(folder / "syscall").starts_with(std::to_string(SYS_recvmsg) + " ");
+}
+
 std::string noticeTo(const Descriptor& daemon) {
   const Descriptor connection(accept4(daemon.get(), nullptr, nullptr, SOCK_CLOEXEC));
   char bytes[256] = {};
@@ -81,6 +162,100 @@ TEST_F(HandOver, AnInstallationDuringTheRequestIsNoticed) {
   EXPECT_THAT(ending.err, HasSubstr("launched directly, not by the launch pad"));
   EXPECT_EQ(served(), 0);
   EXPECT_TRUE(eventually([&] { return !isAlive(stale); }));
+}
+
+class HeldHandOver : public HandOver {
+ protected:
+  // Prepares a process, starts a launch, and stops the launch pad before a system call, which it
+  // makes while the process takes the launch over. Expects that the application does not start.
+  void holdBefore(uint64_t call, int count = 1) {
+    start(1);
+    prepareFor({"--raw", kEnding});
+    worker_ = processes("ready").at(0);
+    server_.emplace(launchpad());
+    if (!server_->isTraced()) {
+      QUILLON_SKIP("the machine does not allow ptrace(2)");
+    }
+    const fs::path before = fs::current_path();
+    fs::current_path("/usr");
+    launch_.emplace(std::vector<std::string>{"--device", root(), "--raw", kEnding, "--", "wait"});
+    fs::current_path(before);
+    ASSERT_TRUE(server_->runTo(call, count));
+    ASSERT_TRUE(eventually(
+        [&] { return awaitsMessage(worker_, "/usr") || !isAlive(worker_) || hasStarted(); }));
+    EXPECT_TRUE(isAlive(worker_));
+    EXPECT_FALSE(hasStarted());
+  }
+
+  [[nodiscard]] bool hasStarted() const { return !launch_->output().empty(); }
+
+  // Expects that the application starts now.
+  void release() {
+    server_->release();
+    EXPECT_TRUE(eventually([&] { return hasStarted(); })) << launch_->output();
+    expectServed(1);
+  }
+
+  pid_t worker_ = 0;
+  std::optional<TracedServer> server_;
+  std::optional<RunningLaunch> launch_;
+};
+
+// The plug-in asks for the note.
+TEST_F(HeldHandOver, TheApplicationWaitsUntilItsPackageIsNoted) {
+  holdBefore(kSymlink);
+  if (!IsSkipped() && !HasFatalFailure()) {
+    release();
+  }
+}
+
+std::set<std::string> processorsOf(pid_t process) {
+  const std::string name = "Cpus_allowed:";
+  std::set<std::string> all;
+  for (const auto& thread : fs::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+    const std::string status = contentOf(thread.path() / "status");
+    const size_t at = status.find(name);
+    all.insert(status.substr(at, status.find('\n', at) - at));
+  }
+  return all;
+}
+
+// The launch pad moves the prepared process to another processor, for which it takes the first one
+// from it for a moment.
+TEST_F(HeldHandOver, TheApplicationWaitsUntilItHasAllItsProcessors) {
+  const auto own = processorsOf(getpid());
+  cpu_set_t allowed;
+  ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
+  if (CPU_COUNT(&allowed) == 1) {
+    QUILLON_SKIP("there is one processor only");
+  }
+  holdBefore(SYS_sched_setaffinity, 4);  // the first two are for the inspector
+  if (!IsSkipped() && !HasFatalFailure()) {
+    EXPECT_NE(processorsOf(worker_), own);
+    release();
+    EXPECT_EQ(processorsOf(worker_), own);
+  }
+}
+
+// The plug-in would find no package for the process, and refuse the launch without a reason.
+TEST_F(HandOver, ALaunchWhosePackageCannotBeNotedFailsAsADirectOneDoes) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const fs::path notes = at("/opt/usr/share/quillon/processes");
+  fs::remove_all(notes);
+  write(notes, "");
+  const CommandResult direct = launch({"--direct", "--raw", kClock});
+  const CommandResult prepared = launch({"--raw", kClock});
+  for (const CommandResult& ending : {direct, prepared}) {
+    EXPECT_EQ(ending.status, kServiceFailed);
+    EXPECT_EQ(ending.out, "");
+    EXPECT_THAT(ending.err, HasSubstr("cannot register a process in"));
+  }
+  EXPECT_EQ(served(), 0);
+  fs::remove(notes);
+  ASSERT_TRUE(awaitReady());
+  EXPECT_EQ(launch({"--raw", kClock}).status, 0);
+  expectServed(1);
 }
 
 TEST_F(HandOver, TheBoostNoticeIsReceivedAtOnceAndTheSocketRemoved) {

@@ -1,5 +1,5 @@
 // What an application does after its Main has returned, and how it ends: with plain dotnet, in a
-// direct launch and in a prepared one.
+// direct launch and in prepared ones.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
@@ -33,6 +33,8 @@ class LifetimeTest : public LaunchpadTest {
     }
     const rlimit noCore{0, RLIM_INFINITY};
     setrlimit(RLIMIT_CORE, &noCore);
+    allowOwnProcesses();
+    allowNoRefill();
     start(1);
     prepareFor({"--raw", kEnding});
   }
@@ -50,18 +52,20 @@ class LifetimeTest : public LaunchpadTest {
     return program.finish();
   }
 
-  // Expects the same from plain dotnet, a direct and a prepared launch. Returns it.
+  // Expects the same from plain dotnet, a direct launch, and prepared ones by an own and by a
+  // shared process. Returns it.
   Finished expectSame(const Words& actions, bool terminated = false) const {
     const Finished plain =
         resultOf(dotnetCommand(sampleAssembly(kEnding, "SampleEnding.dll"), actions), terminated);
-    for (const char* way : {"--direct", "--verbose"}) {
+    for (const char* way : {"--direct", "--verbose", "--verbose"}) {
       const Words launch = {kQuillon, "launch", "--device", root(), "--raw", way, kEnding, "--"};
       const Finished launched = resultOf(launch + actions, terminated);
       EXPECT_EQ(launched.status, plain.status) << way;
       EXPECT_EQ(launched.out, plain.out) << way;
       EXPECT_THAT(launched.err, EndsWith(plain.err)) << way;
     }
-    EXPECT_EQ(served(), 1);
+    EXPECT_EQ(served(), 2);
+    EXPECT_EQ(servedByOwnProcesses(), 1);
     return plain;
   }
 };

@@ -4,7 +4,12 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "quillon/base/descriptor.h"
+#include "quillon/launchpad/protocol/address.h"
+#include "tests/system/attack/limited_run.h"
 #include "tests/system/launchpad/running_launchpad.h"
 
 namespace quillon::test {
@@ -33,6 +38,31 @@ TEST_F(OrdinaryUsersPool, ServesItsUserOnly) {
   EXPECT_EQ(probe.quit(), 0);
   EXPECT_EQ(control("stop").status, 0);
   EXPECT_EQ(endOfLaunchpad(), 0);
+}
+
+// The kernel limits the descriptors that a user has sent and nobody has received to the sender's
+// limit of open files (unix(7), ETOOMANYREFS).
+TEST_F(OrdinaryUsersPool, IdleClientsDoNotPreventALaunch) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  std::vector<Descriptor> idle;
+  while (idle.size() < 600) {
+    ASSERT_TRUE(eventually([&] {
+      auto client = launchpad::connectTo(launchpad::addressOf(root()));
+      const bool isConnected = client && *client;
+      if (isConnected) {
+        idle.push_back(std::move(*client));
+      }
+      return isConnected;
+    }));
+  }
+  EXPECT_EQ(served(), 0);  // it answers
+  const CommandResult ending = runLimited({"/bin/sh", "-c",
+                                           "ulimit -S -n 1024; exec " QUILLON_BUILD_DIRECTORY
+                                           "/bin/quillon launch --device " +
+                                               root().string() + " --raw --verbose " + kClock});
+  EXPECT_EQ(ending.status, 0);
+  EXPECT_EQ(served(), 1) << ending.err << errors();
 }
 
 TEST_F(OrdinaryUsersPool, LogsNoErrorIfAllIsWell) { expectNoErrorsInTheLog(); }

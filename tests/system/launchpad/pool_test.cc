@@ -11,9 +11,13 @@
 #include <functional>
 #include <memory>
 
+#include "quillon/base/descriptor.h"
 #include "quillon/base/exit_status.h"
+#include "quillon/host/application/options.h"
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/protocol/message.h"
+#include "quillon/launchpad/protocol/request.h"
+#include "quillon/launchpad/state/inspection_proof.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/skip.h"
 #include "tests/system/launchpad/running_launchpad.h"
@@ -164,6 +168,49 @@ TEST_F(Pool, IdleClientsDoNotPreventALaunch) {
   const CommandResult ending = launch({"--raw", "--verbose", kClock});
   EXPECT_EQ(ending.status, 0);
   EXPECT_EQ(served(), 1) << ending.err << errors();
+}
+
+// The number that the next descriptor of a process gets.
+rlim_t nextDescriptorOf(pid_t process) {
+  rlim_t number = 0;
+  const fs::path folder = "/proc/" + std::to_string(process) + "/fd";
+  while (fs::is_symlink(fs::symlink_status(folder / std::to_string(number)))) {
+    ++number;
+  }
+  return number;
+}
+
+// A client gets its connection to a prepared process with its request if many clients have sent
+// none yet.
+TEST_F(Pool, ALaunchForWhichNoDescriptorIsLeftSaysSo) {
+  putenv(const_cast<char*>(kRuntimeSanitizerOptions));  // as the launch pad has it
+  start(1);
+  prepareFor({"--raw", kClock});
+  std::vector<Descriptor> clients;
+  for (int i = 0; i < 65; ++i) {
+    auto client = launchpad::connectTo(launchpad::addressOf(root()));
+    ASSERT_TRUE(client);
+    clients.push_back(std::move(*client));
+  }
+  EXPECT_EQ(served(), 0);  // it has accepted them
+  const rlim_t used = nextDescriptorOf(launchpad());
+  const rlimit none{used, used};
+  ASSERT_EQ(prlimit(launchpad(), RLIMIT_NOFILE, &none, nullptr), 0);
+  host::LaunchOptions options;
+  options.appId = kClock;
+  options.raw = true;
+  launchpad::Request request = launchpad::makeRequest(options, launchpad::ProcSelf(),
+                                                      QUILLON_BUILD_DIRECTORY "/libexec/quillon");
+  request.processState += launchpad::inspectionProofOf(launchpad());
+  ASSERT_TRUE(launchpad::sendRequest(clients.back().get(), request));
+  launchpad::Message answer;
+  ASSERT_TRUE(eventually([&] {
+    return launchpad::receiveMessageNow(clients.back().get(), answer) ==
+           launchpad::Received::kMessage;
+  }));
+  ASSERT_EQ(answer.kind, launchpad::MessageKind::kDeclined);
+  EXPECT_EQ(launchpad::parseDecline(answer).value().reason,
+            "the launch pad has no descriptors left for it");
 }
 
 // With an inherited SIG_IGN for SIGCHLD, waitid(2) would report no child.
@@ -378,11 +425,12 @@ Resources resourcesOf(pid_t process) {
 
 TEST_F(Pool, ManyLaunchesEachRunOnceAndLeakNothing) {
   const auto [row, atOnce] = stormSize();
+  allowOwnProcesses();
   start(atOnce);
   prepareFor({"--raw", kClock});
   const Resources before = resourcesOf(launchpad());
   ASSERT_GT(before.mounts, 0U);
-  ASSERT_EQ(before.children, static_cast<size_t>(atOnce) + 1);  // and the inspector
+  ASSERT_EQ(before.children, static_cast<size_t>(atOnce) + 2);  // and the inspector
   const auto expectOneRun = [](RunningLaunch& launch, const std::string& word) {
     const CommandResult ending = launch.wait();
     EXPECT_EQ(ending.status, 0) << ending.err;
@@ -395,7 +443,7 @@ TEST_F(Pool, ManyLaunchesEachRunOnceAndLeakNothing) {
     expectOneRun(launch, word);
   }
   EXPECT_EQ(served(), row);
-  ASSERT_TRUE(awaitProcesses("ready", static_cast<size_t>(atOnce)));
+  ASSERT_TRUE(awaitReady());
   std::vector<std::unique_ptr<RunningLaunch>> launches;
   for (int i = 0; i < atOnce; ++i) {
     launches.push_back(std::make_unique<RunningLaunch>(clock("once" + std::to_string(i))));
@@ -404,7 +452,9 @@ TEST_F(Pool, ManyLaunchesEachRunOnceAndLeakNothing) {
     expectOneRun(*launches[static_cast<size_t>(i)], "once" + std::to_string(i));
   }
   EXPECT_EQ(served(), row + atOnce);
-  ASSERT_TRUE(awaitProcesses("ready", static_cast<size_t>(atOnce)));
+  EXPECT_GT(servedByOwnProcesses(), 0);
+  EXPECT_LT(servedByOwnProcesses(), row + atOnce);
+  ASSERT_TRUE(awaitReady());
   const Resources after = resourcesOf(launchpad());
   EXPECT_EQ(after.descriptors, before.descriptors);
   EXPECT_EQ(after.mounts, before.mounts);

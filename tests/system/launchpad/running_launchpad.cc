@@ -70,10 +70,12 @@ LaunchpadTest::~LaunchpadTest() {
 
 void LaunchpadTest::start(int size, int ignored, const std::vector<std::string>& more) {
   size_ = size;
-  std::vector<std::string> command = {
-      program_,         "launchpad", "--device", root(),
-      "--type",         "none",      "--size",   std::to_string(size),
-      "--refill-delay", "0",         "--memory", std::to_string(memory_)};
+  std::vector<std::string> command = {program_,         "launchpad",
+                                      "--device",       root(),
+                                      "--type",         "none",
+                                      "--size",         std::to_string(size),
+                                      "--refill-delay", std::to_string(refillDelay_),
+                                      "--memory",       std::to_string(memory_)};
   command.insert(command.end(), more.begin(), more.end());
   launchpad_ = fork();
   if (launchpad_ == 0) {

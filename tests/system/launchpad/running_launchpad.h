@@ -24,6 +24,10 @@ class LaunchpadTest : public RuntimeTest {
   // Lets start() allow processes that know their application.
   void allowOwnProcesses(int mebibytes = 1024) { memory_ = mebibytes; }
 
+  // Lets start() prepare no process in the place of one that has got a launch. If processes that
+  // know their application are allowed, they serve its first launch, and the others its second.
+  void allowNoRefill() { refillDelay_ = 3600; }
+
   // Starts the launch pad with further options and waits until it serves. The parent ignores the
   // signal `ignored`.
   void start(int size, int ignored = 0, const std::vector<std::string>& more = {});
@@ -74,8 +78,25 @@ class LaunchpadTest : public RuntimeTest {
   std::filesystem::path program_ = QUILLON_BUILD_DIRECTORY "/bin/quillon";
   pid_t launchpad_ = -1;
   int size_ = 0;
-  int memory_ = 0;  // MiB for own processes
+  int memory_ = 0;       // MiB for own processes
+  int refillDelay_ = 0;  // seconds
 };
+
+// The parameter: whether the launches are served by processes that know their application.
+class LaunchpadTestByProcess : public LaunchpadTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    if (GetParam()) {
+      allowOwnProcesses();
+    }
+    LaunchpadTest::SetUp();
+  }
+};
+
+// The names of the parameter.
+inline std::string nameOfProcess(const ::testing::TestParamInfo<bool>& test) {
+  return test.param ? "OwnProcess" : "SharedProcess";
+}
 
 // A `quillon launch` that runs in the background.
 class RunningLaunch {
@@ -89,6 +110,8 @@ class RunningLaunch {
   CommandResult wait();
 
   void signal(int signal) const { kill(pid_, signal); }
+  // What it has written to its standard output so far.
+  [[nodiscard]] std::string output() const { return contentOf(output_.path() / "out"); }
   // Whether the command has blocked its signals in order to relay them.
   [[nodiscard]] bool relaysSignals() const;
 

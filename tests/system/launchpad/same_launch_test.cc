@@ -29,20 +29,9 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::Pair;
 
-// The parameter: whether the launches are served by processes that know their application.
-class SameLaunch : public LaunchpadTest, public ::testing::WithParamInterface<bool> {
- protected:
-  void SetUp() override {
-    if (GetParam()) {
-      allowOwnProcesses();
-    }
-    LaunchpadTest::SetUp();
-  }
-};
+using SameLaunch = LaunchpadTestByProcess;
 
-INSTANTIATE_TEST_SUITE_P(By, SameLaunch, ::testing::Values(false, true), [](const auto& test) {
-  return std::string(test.param ? "OwnProcess" : "SharedProcess");
-});
+INSTANTIATE_TEST_SUITE_P(By, SameLaunch, ::testing::Bool(), nameOfProcess);
 
 std::vector<std::string> operator+(std::vector<std::string> one, std::vector<std::string> more) {
   one.insert(one.end(), more.begin(), more.end());

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <pty.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -78,6 +79,24 @@ TEST_F(LaunchpadStatus, NamesRunningApplications) {
     isListed |= each["pid"] == std::stoi(process) && each["application"] == kProbe;
   }
   EXPECT_TRUE(isListed) << json.dump();
+}
+
+// The launch pad learns of the start and of the client's end at the same time.
+TEST_F(LaunchpadStatus, CountsALaunchWhoseClientEndsAtOnce) {
+  start(1);
+  prepareFor({"--raw", kClock});
+  const pid_t worker = processes("ready").at(0);
+  kill(worker, SIGSTOP);
+  RunningLaunch launch({"--device", root(), "--raw", kClock});
+  ASSERT_TRUE(awaitProcesses("assigned", 1));
+  kill(launchpad(), SIGSTOP);
+  kill(worker, SIGCONT);
+  ASSERT_TRUE(eventually([&] { return !launch.output().empty(); }));
+  launch.signal(SIGKILL);
+  launch.wait();
+  kill(launchpad(), SIGCONT);
+  EXPECT_TRUE(eventually([&] { return !isAlive(worker); }));
+  EXPECT_EQ(served(), 1) << status();
 }
 
 // Also the reasons that only the client knows.

@@ -1,16 +1,22 @@
 // What one process reads of another, and the inspector that does it for the server.
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/mempolicy.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <climits>
 #include <functional>
+#include <string>
+#include <thread>
 
 #include "quillon/launchpad/server/inspector.h"
 #include "quillon/launchpad/state/inspection_proof.h"
@@ -72,6 +78,49 @@ TEST(ObservedState, OfAnotherProcessHasTheSameForm) {
     setrlimit(RLIMIT_STACK, &some);
   });
   EXPECT_EQ(firstDifference(observedStateOfSelf(), limited.state()), "its memory limits");
+}
+
+// The numbers are those of sched_setattr(2) for a process of the default policy: keep the policy
+// and the parameters, and set the upper limit of the utilisation.
+bool limitUtilisation() {
+  struct {
+    uint32_t size;
+    uint32_t policy;
+    uint64_t flags;
+    uint64_t ignored[4];
+    uint32_t utilisationMin;
+    uint32_t utilisationMax;
+  } attributes = {sizeof attributes, 0, 0x58, {}, 0, 512};
+  return syscall(SYS_sched_setattr, 0, &attributes, 0) == 0;
+}
+
+// A kernel without such limits refuses to set one.
+TEST(ObservedState, ContainsTheLimitsOfTheUtilisation) {
+  const Child limited([] { limitUtilisation(); });
+  bool isSupported = false;
+  std::thread([&] { isSupported = limitUtilisation(); }).join();
+  EXPECT_EQ(firstDifference(observedStateOfSelf(), limited.state()),
+            isSupported ? "its scheduling" : "");
+}
+
+TEST(ObservedState, ContainsTheSchedulingPolicy) {
+  const Child idle([] {
+    const sched_param none{};
+    sched_setscheduler(0, SCHED_BATCH, &none);
+  });
+  EXPECT_EQ(firstDifference(observedStateOfSelf(), idle.state()), "its scheduling");
+}
+
+TEST(DeclaredState, ContainsTheMemoryPolicy) {
+  const ProcessState before = declaredStateOf(ProcSelf());
+  const unsigned long first = 1;
+  bool isSupported = false;
+  std::string difference;
+  std::thread([&] {
+    isSupported = syscall(SYS_set_mempolicy, MPOL_PREFERRED, &first, CHAR_BIT) == 0;
+    difference = firstDifference(before, declaredStateOf(ProcSelf()));
+  }).join();
+  EXPECT_EQ(difference, isSupported ? "its memory policy" : "");
 }
 
 // For root, every process is readable.

@@ -83,6 +83,35 @@ void serveWith(const WorkerMain& worker, int socket) {
   sendMessage(socket, MessageKind::kEnded, encode(state));
 }
 
+// Waits for the outcome of a launch that the server at the other end of the socket gets.
+LaunchOutcome awaitOutcome(const Descriptor& socket, const Timeouts& timeouts,
+                           const std::vector<int>& inherited = {}) {
+  const ProcSelf self;
+  const Request request = makeRequest({}, self);
+  EXPECT_TRUE(sendRequest(socket.get(), request));
+  const EncodedHandOver handOver({}, self, {}, inherited);
+  return PendingLaunch(socket, request, handOver, self.ignoredSignals(), false, timeouts)
+      .awaitOutcome();
+}
+
+// Blocks a signal as long as the object lives. The process gets it, and it stays pending.
+class PendingSignal {
+ public:
+  explicit PendingSignal(int signal) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, signal);
+    sigprocmask(SIG_BLOCK, &signals, &before_);
+    raise(signal);
+  }
+  ~PendingSignal() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  PendingSignal(const PendingSignal&) = delete;
+  PendingSignal& operator=(const PendingSignal&) = delete;
+
+ private:
+  sigset_t before_{};
+};
+
 class PendingLaunchTest : public ::testing::Test {
  protected:
   ~PendingLaunchTest() override {
@@ -120,16 +149,37 @@ class PendingLaunchTest : public ::testing::Test {
     other.reset();
     close(life[1]);
     life_ = Descriptor(life[0]);
-    const ProcSelf self;
-    const Request request = makeRequest({}, self);
-    EXPECT_TRUE(sendRequest(socket.get(), request));
-    const EncodedHandOver handOver({}, self, {}, inherited);
-    return PendingLaunch(socket, request, handOver, self.ignoredSignals(), false, timeouts)
-        .awaitOutcome();
+    return awaitOutcome(socket, timeouts, inherited);
   }
 
   // Lets a server without workers offer a connection.
   void offerConnection() { offers_ = true; }
+
+  // Launches with a server that has sent all its messages before the client reads one: its worker
+  // has started the application and ended. The server ends later.
+  LaunchOutcome launchEnded(const ExitState& state) {
+    auto [socket, other] = makeSocketPair();
+    const pid_t worker = fork();
+    if (worker == 0) {
+      _exit(0);
+    }
+    const Descriptor connection = connectClient(other.get());
+    const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, worker, 0)));
+    EXPECT_TRUE(sendTaken(other.get(), worker, pidfd.get()));
+    EXPECT_TRUE(sendMessage(connection.get(), MessageKind::kTakenOver));
+    EXPECT_TRUE(sendMessage(connection.get(), MessageKind::kStarted));
+    EXPECT_TRUE(sendMessage(other.get(), MessageKind::kEnded, encode(state)));
+    server_ = fork();
+    if (server_ == 0) {
+      socket.reset();
+      std::this_thread::sleep_for(kLong);
+      _exit(0);
+    }
+    other.reset();
+    const LaunchOutcome outcome = awaitOutcome(socket, {kLong, kLong, kLong});
+    waitpid(worker, nullptr, 0);
+    return outcome;
+  }
 
   // Whether the workers have ended, if the server has.
   bool haveEnded() {
@@ -160,12 +210,7 @@ TEST(PendingLaunch, IsDirectIfTheServerSendsAMalformedMessage) {
   for (const auto& [kind, bytes] : kMalformed) {
     const auto [socket, other] = makeSocketPair();
     ASSERT_TRUE(sendMessage(other.get(), kind, bytes));
-    const ProcSelf self;
-    const Request request = makeRequest({}, self);
-    const EncodedHandOver handOver({}, self, {}, {});
-    const LaunchOutcome outcome = PendingLaunch(socket, request, handOver, self.ignoredSignals(),
-                                                false, {kShort, kLong, kLong})
-                                      .awaitOutcome();
+    const LaunchOutcome outcome = awaitOutcome(socket, {kShort, kLong, kLong});
     EXPECT_FALSE(outcome.status);
     EXPECT_EQ(outcome.whyNot, "the launch pad closed the connection");
   }
@@ -267,6 +312,30 @@ TEST_F(PendingLaunchTest, EndsAStartedApplicationIfTheServerEnds) {
   }});
   EXPECT_THAT(outcome.status, Optional(static_cast<int>(kLaunchPadState)));
   EXPECT_TRUE(haveEnded());
+}
+
+// A signal that is pending ends the launch if no worker has it.
+TEST_F(PendingLaunchTest, HasTheStatusOfAnApplicationThatEndedBeforeTheSignalWasRead) {
+  const PendingSignal signal(SIGTERM);
+  const LaunchOutcome outcome = launchEnded({false, 7});
+  EXPECT_THAT(outcome.status, Optional(7));
+}
+
+// The client waits for a silent server. In a direct launch the signals have this effect.
+[[noreturn]] void launchWithPending(int number) {
+  const auto [socket, other] = makeSocketPair();
+  const PendingSignal signal(number);
+  awaitOutcome(socket, {kShort, kLong, kLong});
+  _exit(7);
+}
+
+TEST(PendingLaunchSignals, EndTheClientIfNoWorkerHasTheLaunch) {
+  for (const int signal : {SIGTERM, SIGUSR1, SIGALRM, SIGRTMIN, SIGRTMAX}) {
+    EXPECT_EXIT(launchWithPending(signal), ::testing::KilledBySignal(signal), "");
+  }
+  for (const int signal : {SIGCONT, SIGURG, SIGWINCH}) {
+    EXPECT_EXIT(launchWithPending(signal), ::testing::ExitedWithCode(7), "");
+  }
 }
 
 TEST_F(PendingLaunchTest, IsDirectIfTheServerEnds) {
