@@ -47,10 +47,11 @@ bool canWriteProfile(const std::string& appId) {
 }
 
 bool writeProfile(const std::string& appId, const LaunchProfile& profile) {
-  const std::string text = format(profile);
+  if (!isFileName(appId)) {
+    return false;
+  }
   const Descriptor folder = openFolderWithoutLinks(AT_FDCWD, profileFolder(), MissingFolder::kMake);
-  return isFileName(appId) && text.size() <= kMaxFileSize && folder &&
-         replaceFile(folder.get(), appId, text);
+  return folder && replaceFile(folder.get(), appId, format(profile));
 }
 
 std::vector<std::string> profiledApplications() {

@@ -32,6 +32,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Field;
 using ::testing::Not;
+using ::testing::IsEmpty;
 
 constexpr char kStart[] = "quillon launch profile 1\n";
 constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
@@ -72,6 +73,34 @@ TEST(LaunchProfile, NamesNoMoreThanItsLimits) {
 
 class ReadAhead : public ::testing::Test {
  protected:
+// Otherwise the reader would refuse the text, and each launch would record again.
+TEST(LaunchProfile, TextLeavesOutWhatExceedsTheLimits) {
+  LaunchProfile profile{{{"/a", {}, {{0, kMaxBytes - 5}, {kMaxBytes, 9}, {2 * kMaxBytes, 1}}}}};
+  profile.files.resize(kMaxFiles + 1, {"/b", {}, {{7, 7}}});
+  const auto cut = parseProfile(format(profile));
+  ASSERT_TRUE(cut);
+  EXPECT_EQ(cut->files.size(), kMaxFiles);
+  EXPECT_THAT(cut->files[0].ranges, ElementsAre(Range{0, kMaxBytes - 5}, Range{kMaxBytes, 5}));
+  EXPECT_THAT(cut->files[1].ranges, IsEmpty());
+
+  const std::vector<Range> ranges(kMaxText / 4 / 3, Range{1, 1});  // "1 1\n": a third of the text
+  profile.files.assign(4, {"/c", {}, ranges});
+  const std::string text = format(profile);
+  EXPECT_LE(text.size(), kMaxText);
+  const auto some = parseProfile(text);
+  ASSERT_TRUE(some);
+  ASSERT_EQ(some->files.size(), 2U);
+  EXPECT_EQ(some->files[1].ranges, ranges);
+}
+
+TEST(LaunchProfile, ALongerTextIsRefused) {
+  std::string text = kStart;
+  text += "file 1 2 /" + std::string(kMaxText - text.size() - 11, 'a') + '\n';
+  EXPECT_TRUE(parseProfile(text));
+  text.insert(text.size() - 1, "a");
+  EXPECT_FALSE(parseProfile(text));
+}
+
   std::string path(const char* name) const { return directory_.path() / name; }
   std::string makeFile(const char* name) const {
     std::ofstream(path(name)) << std::string(4 * kMebibyte, 'x');
@@ -193,3 +222,18 @@ TEST_F(ReadAhead, TouchedPagesAreThoseThatTheProcessHasUsed) {
 
 }  // namespace
 }  // namespace quillon::prefetch
+TEST_F(ReadAhead, AHugeMappingIsLeftOutAndTheOthersAreNot) {
+  constexpr std::uint64_t kHuge = std::uint64_t{8} << 40;
+  const std::string file = makeFile("huge");
+  std::filesystem::resize_file(file, kHuge);
+  const Descriptor opened(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  void* const bytes = mmap(nullptr, kHuge, PROT_READ, MAP_SHARED, opened.get(), 0);
+  ASSERT_NE(bytes, MAP_FAILED);
+  EXPECT_EQ(*static_cast<const volatile char*>(bytes), 'x');
+  const LaunchProfile profile = touchedPages();
+  munmap(bytes, kHuge);
+  EXPECT_THAT(profile.files, Not(Contains(Field(&ProfiledFile::path, file))));
+  const std::string program = std::filesystem::canonical("/proc/self/exe");
+  EXPECT_THAT(profile.files, Contains(Field(&ProfiledFile::path, program)));
+}
+
