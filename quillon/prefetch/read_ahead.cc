@@ -20,7 +20,7 @@ constexpr std::uint64_t kPart = std::uint64_t{1} << 20;
 Descriptor openUnchanged(const ProfiledFile& file) {
   struct stat status {};
   Descriptor opened = openRegularWithoutLinks(file.path, status);
-  return versionOf(status) == file.version ? std::move(opened) : Descriptor();
+  return opened && versionOf(status) == file.version ? std::move(opened) : Descriptor();
 }
 
 // Reads one range in parts, and waits for each: a launch's own reads, which are short, would wait
