@@ -6,6 +6,7 @@
 #include <linux/magic.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <sys/wait.h>
@@ -31,10 +32,11 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Field;
-using ::testing::Not;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 constexpr char kStart[] = "quillon launch profile 1\n";
+constexpr auto kNever = [] { return false; };
 constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
 
 TEST(LaunchProfile, IsReadAsItWasWritten) {
@@ -71,8 +73,6 @@ TEST(LaunchProfile, NamesNoMoreThanItsLimits) {
   EXPECT_FALSE(parseProfile(text + "0 1\n"));
 }
 
-class ReadAhead : public ::testing::Test {
- protected:
 // Otherwise the reader would refuse the text, and each launch would record again.
 TEST(LaunchProfile, TextLeavesOutWhatExceedsTheLimits) {
   LaunchProfile profile{{{"/a", {}, {{0, kMaxBytes - 5}, {kMaxBytes, 9}, {2 * kMaxBytes, 1}}}}};
@@ -101,6 +101,8 @@ TEST(LaunchProfile, ALongerTextIsRefused) {
   EXPECT_FALSE(parseProfile(text));
 }
 
+class ReadAhead : public ::testing::Test {
+ protected:
   std::string path(const char* name) const { return directory_.path() / name; }
   std::string makeFile(const char* name) const {
     std::ofstream(path(name)) << std::string(4 * kMebibyte, 'x');
@@ -132,7 +134,7 @@ TEST_F(ReadAhead, BringsTheRangesIntoTheCache) {
   const LaunchProfile profile{{profiled(file, {{0, kMebibyte}, {3 * kMebibyte, kMebibyte}})}};
   removeFromCache(file);
   EXPECT_EQ(stateOf(profile), isInMemoryOnly() ? ProfileState::kWarm : ProfileState::kCold);
-  readAhead(profile, false);
+  readAhead(profile, kNever);
   EXPECT_EQ(stateOf(profile), ProfileState::kWarm);
 }
 
@@ -141,7 +143,7 @@ TEST_F(ReadAhead, ReadsNothingAfterItWasStopped) {
   const LaunchProfile profile{{profiled(file, {{0, kMebibyte}})}};
   removeFromCache(file);
   const ProfileState before = stateOf(profile);
-  readAhead(profile, true);
+  readAhead(profile, [] { return true; });
   EXPECT_EQ(stateOf(profile), before);
 }
 
@@ -169,7 +171,7 @@ TEST_F(ReadAhead, OpensNeitherFifosNorDevicesNorLinks) {
                                profiled("/dev/zero", {{0, kMebibyte}}),
                                profiled(path("link"), {{0, kMebibyte}})}};
   EXPECT_EQ(stateOf(profile), ProfileState::kOutdated);
-  readAhead(profile, false);
+  readAhead(profile, kNever);
   char event = 0;
   EXPECT_LT(read(watch.get(), &event, sizeof event), 0);
   EXPECT_EQ(errno, EAGAIN);  // EINVAL if there is an event, which is longer
@@ -192,6 +194,19 @@ TEST_F(ReadAhead, AProcessInTheBackgroundReadsTheProfileOfADeviceRoot) {
   }
   EXPECT_EQ(stateOf(profile), ProfileState::kWarm);
   EXPECT_FALSE(isCold(file));
+}
+
+// The process would become a child of the launch.
+TEST_F(ReadAhead, NothingIsReadInTheBackgroundOfAChildSubreaper) {
+  const pid_t subreaper = fork();
+  if (subreaper == 0) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    readAheadInBackground(path("device"), "app");
+    _exit(waitpid(-1, nullptr, 0) == -1 ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(subreaper, &status, 0), subreaper);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(ReadAhead, AMissingOrCachedProgramIsNotCold) {
@@ -220,8 +235,6 @@ TEST_F(ReadAhead, TouchedPagesAreThoseThatTheProcessHasUsed) {
   EXPECT_THAT(profile.files, Not(Contains(Field(&ProfiledFile::path, ""))));
 }
 
-}  // namespace
-}  // namespace quillon::prefetch
 TEST_F(ReadAhead, AHugeMappingIsLeftOutAndTheOthersAreNot) {
   constexpr std::uint64_t kHuge = std::uint64_t{8} << 40;
   const std::string file = makeFile("huge");
@@ -237,3 +250,5 @@ TEST_F(ReadAhead, AHugeMappingIsLeftOutAndTheOthersAreNot) {
   EXPECT_THAT(profile.files, Contains(Field(&ProfiledFile::path, program)));
 }
 
+}  // namespace
+}  // namespace quillon::prefetch
