@@ -127,7 +127,6 @@ Expected<void> Launch::prepare() {
   RETURN_IF_FAILED(readRequirements());
   RETURN_IF_FAILED(usePlugin());
   RETURN_IF_FAILED(registerProcess());
-  workstation::forgetEndedProcesses();
   // The zone library refuses a process with two threads.
   if (entersZone(target_.type)) {
     endThreads();
@@ -367,7 +366,8 @@ Expected<int> Launch::execute(Runtime& runtime) {
 }
 
 // The span covers the loading of the assembly and Main: native code cannot observe the start of
-// Main.
+// Main. The records of ended processes are removed when this process exits, so that nobody waits
+// for it.
 Expected<unsigned> Launch::executeAssembly(Runtime& runtime) const {
   const TraceSpan span("coreclr_execute_assembly: Main");
   const prefetch::Recorder recorder(readAhead_->needsProfile() ? options_.appId : "",
@@ -389,6 +389,7 @@ void Launch::printVerbosePlan() {
 
 int launch(const LaunchOptions& options) {
   keepTerminal();
+  [[maybe_unused]] static const int registered = std::atexit(workstation::forgetEndedProcesses);
   Launch launch(options);
   auto ended = launch.run();
   if (ended) {
