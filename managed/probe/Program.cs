@@ -1,6 +1,7 @@
 using System;
 using System.Collections.Generic;
 using System.IO;
+using System.IO.MemoryMappedFiles;
 using System.Reflection;
 using System.Threading;
 
@@ -24,11 +25,12 @@ namespace Velora.Sample.Probe;
 /// colour TEXT      print a text in red          create FILE      create an empty file
 /// authority FOLDER make a certificate authority in a folder, with the certificate of a server
 /// tls FOLDER       connect to that server, and print whether the runtime trusts it
+/// map FILE BYTES   map a file, touch the pages of its first bytes, and print their sum
 /// </code>
 /// </remarks>
 internal static class Program
 {
-    private static readonly List<byte[]> Kept = new();
+    private static readonly List<object> Kept = new();
 
     private static int Main(string[] arguments)
     {
@@ -97,6 +99,7 @@ internal static class Program
             case ["keep", var bytes]:
                 Kept.Add(new byte[int.Parse(bytes)]);
                 return bytes;
+            case ["map", var file, var bytes]: return Map(file, long.Parse(bytes));
             default: return "unknown question";
         }
     }
@@ -132,6 +135,20 @@ internal static class Program
         FieldInfo? handlers = typeof(AppContext).GetField("UnhandledException",
             BindingFlags.Static | BindingFlags.NonPublic);
         return (handlers?.GetValue(null) as Delegate)?.GetInvocationList().Length ?? 0;
+    }
+
+    private static string Map(string file, long bytes)
+    {
+        MemoryMappedViewAccessor view = MemoryMappedFile
+            .CreateFromFile(file, FileMode.Open, null, 0, MemoryMappedFileAccess.Read)
+            .CreateViewAccessor(0, 0, MemoryMappedFileAccess.Read);
+        Kept.Add(view);
+        long sum = 0;
+        for (long at = 0; at < bytes; at += Environment.SystemPageSize)
+        {
+            sum += view.ReadByte(at);
+        }
+        return sum.ToString();
     }
 
     private static string TimeZone()

@@ -69,8 +69,9 @@ std::filesystem::path libraryOf(const std::filesystem::path& executable, const c
   return prefix / QUILLON_INSTALLED_LIBRARIES / name;
 }
 
-RegularFile openRegularFile(const std::filesystem::path& file, std::size_t limit) {
-  Descriptor opened(open(file.c_str(), O_RDONLY | kOpenFlags));
+RegularFile openRegularFile(const std::filesystem::path& file, std::size_t limit, LastLink link) {
+  const int flags = kOpenFlags | (link == LastLink::kRefuse ? O_NOFOLLOW : 0);
+  Descriptor opened(open(file.c_str(), O_RDONLY | flags));
   struct stat status {};
   if (!isRegular(opened, status)) {
     return {};
@@ -80,19 +81,15 @@ RegularFile openRegularFile(const std::filesystem::path& file, std::size_t limit
     errno = EFBIG;
     return {};
   }
-  return {std::move(opened), size};
+  return {std::move(opened), size, status.st_uid, (status.st_mode & (S_IWGRP | S_IWOTH)) != 0};
 }
 
-std::optional<std::string> readWholeFile(const std::filesystem::path& file, std::size_t limit) {
-  const RegularFile source = openRegularFile(file, limit);
-  if (!source.descriptor) {
-    return std::nullopt;
-  }
-  std::string content(source.size, '\0');
+std::optional<std::string> readContent(const RegularFile& file) {
+  std::string content(file.size, '\0');
   size_t length = 0;
   while (length < content.size()) {
     const ssize_t part =
-        read(source.descriptor.get(), content.data() + length, content.size() - length);
+        read(file.descriptor.get(), content.data() + length, content.size() - length);
     if (part == 0) {
       break;  // the file has become shorter
     }
@@ -103,6 +100,11 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& file, std:
   }
   content.resize(length);
   return content;
+}
+
+std::optional<std::string> readWholeFile(const std::filesystem::path& file, std::size_t limit) {
+  const RegularFile source = openRegularFile(file, limit);
+  return source.descriptor ? readContent(source) : std::nullopt;
 }
 
 Descriptor openForAppending(const std::filesystem::path& file) {

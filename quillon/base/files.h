@@ -1,6 +1,8 @@
 // Reads and writes whole files.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
@@ -24,15 +26,24 @@ std::filesystem::path executablePath();
 // in a build folder, else in the library folder of the installation. The file may be missing.
 std::filesystem::path libraryOf(const std::filesystem::path& executable, const char* name);
 
+// The values are those of the moment when the file was opened.
 struct RegularFile {
   Descriptor descriptor;
-  std::size_t size = 0;  // when it was opened
+  std::size_t size = 0;
+  uid_t owner = 0;
+  bool isWritableForOthers = false;  // than the owner, by the file's mode
 };
 
+enum class LastLink { kFollow, kRefuse };
+
 // Opens a regular file for reading. Returns an invalid descriptor with errno on failure: EISDIR for
-// a folder, EINVAL for any other file that is not regular, EFBIG for more than `limit` bytes. Never
-// waits for the other end of a FIFO.
-RegularFile openRegularFile(const std::filesystem::path& file, std::size_t limit);
+// a folder, EINVAL for any other file that is not regular, EFBIG for more than `limit` bytes, with
+// kRefuse ELOOP for a symbolic link. Never waits for the other end of a FIFO.
+RegularFile openRegularFile(const std::filesystem::path& file, std::size_t limit,
+                            LastLink link = LastLink::kFollow);
+
+// Returns the bytes of the file, at most `size`. Returns nullopt with errno if it cannot be read.
+std::optional<std::string> readContent(const RegularFile& file);
 
 // Returns the bytes of a regular file. Returns nullopt with errno if the file cannot be opened (see
 // openRegularFile) or read.

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <system_error>
 
 #include "quillon/base/files.h"
 
@@ -13,6 +14,7 @@ namespace quillon {
 namespace {
 
 constexpr int kFlags = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr mode_t kFolderMode = 0755;
 
 bool flushAt(int start, const char* path) {
   const Descriptor folder(openat(start, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -24,8 +26,7 @@ Descriptor openOrMake(int folder, const char* name, MissingFolder missing) {
   if (opened || errno != ENOENT || missing == MissingFolder::kFail) {
     return opened;
   }
-  constexpr mode_t kMode = 0777;
-  if (mkdirat(folder, name, kMode) != 0 && errno != EEXIST) {
+  if (mkdirat(folder, name, kFolderMode) != 0 && errno != EEXIST) {
     return Descriptor();
   }
   if (missing == MissingFolder::kMakeAndFlush && !flushAt(folder, ".")) {
@@ -48,6 +49,15 @@ Descriptor openFolderWithoutLinks(int start, const std::filesystem::path& path,
     }
   }
   return Descriptor(folder ? openat(folder.get(), ".", O_RDONLY | kFlags) : -1);
+}
+
+bool makeFolders(const std::filesystem::path& path) {
+  std::error_code ignored;
+  if (mkdir(path.c_str(), kFolderMode) == 0 || std::filesystem::is_directory(path, ignored)) {
+    return true;
+  }
+  return errno == ENOENT && path.has_parent_path() && makeFolders(path.parent_path()) &&
+         (mkdir(path.c_str(), kFolderMode) == 0 || errno == EEXIST);
 }
 
 bool flushFolder(const std::filesystem::path& path) { return flushAt(AT_FDCWD, path.c_str()); }

@@ -56,12 +56,8 @@ tl::unexpected<Failure> cannotCreate(const fs::path& directory, const std::strin
 }
 
 Expected<Root> makeRoot(const fs::path& directory) {
-  std::error_code error;
-  fs::create_directories(directory, error);
-  if (error) {
-    return cannotCreate(directory, error.message());
-  }
-  Descriptor folder(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  Descriptor folder(
+      makeFolders(directory) ? open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC) : -1);
   if (!folder) {
     return cannotCreate(directory, std::strerror(errno));
   }

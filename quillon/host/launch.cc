@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <optional>
 #include <sstream>
+#include <utility>
+#include <vector>
 
 #include "device_names.h"
 #include "device_paths.h"
@@ -50,12 +52,27 @@ void print(const LaunchPlan& plan, void (*format)(const LaunchPlan&, std::ostrea
 
 // Adds the variables that the plug-in sets, so that it only replaces their values. While another
 // thread reads the environment, setenv(3) must not add a variable, because it may then release the
-// array that the other thread reads.
-void addVariablesOfPlugin() {
+// array that the other thread reads. Returns the names of those that were not set.
+std::vector<const char*> addVariablesOfPlugin() {
+  std::vector<const char*> added;
   for (const char* name :
        {device_names::kApplicationVariable, device_names::kSocketsHandlerVariable,
         device_names::kCertificatesVariable}) {
-    setenv(name, "", 0);
+    if (getenv(name) == nullptr) {
+      setenv(name, "", 0);
+      added.push_back(name);
+    }
+  }
+  return added;
+}
+
+// The named plug-in (--plugin) may leave some of these variables alone.
+void unsetIfEmpty(const std::vector<const char*>& names) {
+  for (const char* name : names) {
+    const char* const value = getenv(name);
+    if (value != nullptr && *value == '\0') {
+      unsetenv(name);
+    }
   }
 }
 
@@ -101,6 +118,7 @@ class Launch {
   PluginCalls plugin_;
   PluginLists lists_;
   RuntimePlan runtimePlan_;
+  std::vector<const char*> addedVariables_;    // by addVariablesOfPlugin()
   std::optional<device::CachedLists> caches_;  // before the plug-in made its lists
   std::optional<ScopedLttngOff> lttngOff_;     // while the runtime's libraries are loaded
   std::optional<Expected<Runtime>> runtime_;
@@ -127,7 +145,6 @@ Expected<void> Launch::prepare() {
   RETURN_IF_FAILED(readRequirements());
   RETURN_IF_FAILED(usePlugin());
   RETURN_IF_FAILED(registerProcess());
-  workstation::forgetEndedProcesses();
   // The zone library refuses a process with two threads.
   if (entersZone(target_.type)) {
     endThreads();
@@ -168,7 +185,7 @@ void Launch::loadPlugin() {
 // The runtime's libraries are most of what a launch loads, and no step before the runtime's start
 // needs them. The initialization of libcoreclr.so reads the environment.
 void Launch::startLoadingRuntime() {
-  addVariablesOfPlugin();
+  addedVariables_ = addVariablesOfPlugin();
   lttngOff_.emplace();
   loader_.emplace([this] {
     readAhead_.emplace(options_.appId);
@@ -181,6 +198,7 @@ void Launch::startLoadingRuntime() {
 void Launch::finishLoadingRuntime() {
   loader_.reset();
   lttngOff_.reset();
+  unsetIfEmpty(std::exchange(addedVariables_, {}));
 }
 
 void Launch::endThreads() {
@@ -367,9 +385,11 @@ Expected<int> Launch::execute(Runtime& runtime) {
 }
 
 // The span covers the loading of the assembly and Main: native code cannot observe the start of
-// Main.
+// Main. The records of ended processes are removed when this process exits, so that nobody waits
+// for it.
 Expected<unsigned> Launch::executeAssembly(Runtime& runtime) const {
   const TraceSpan span("coreclr_execute_assembly: Main");
+  [[maybe_unused]] static const int registered = std::atexit(workstation::forgetEndedProcesses);
   const prefetch::Recorder recorder(readAhead_->needsProfile() ? options_.appId : "",
                                     target_.assembly);
   return runtime.execute(target_.assembly, options_.arguments);

@@ -1,12 +1,15 @@
 #include "quillon/prefetch/before_start.h"
 
 #include <fcntl.h>
-#include <sys/wait.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <functional>
 
 #include "quillon/base/descriptor.h"
+#include "quillon/base/process.h"
 #include "quillon/prefetch/page_cache.h"
 #include "quillon/prefetch/profile_files.h"
 #include "quillon/prefetch/read_ahead.h"
@@ -17,12 +20,31 @@ namespace {
 // Within the code that every start of the program uses.
 constexpr std::uint64_t kProbedOffset = std::uint64_t{64} << 10;
 
-// Keeps no descriptor, so that nobody who waits for the end of a stream waits for this process.
-void readInThisProcess(const std::string& root, const std::string& appId) {
-  close_range(0, ~0U, 0);
-  if (const auto profile = readProfile(appId, root)) {
-    readAhead(*profile, false);
+// The process keeps no descriptor, so that nobody who waits for the end of a stream waits for it.
+// Its parent ends at once, which gives it to the init process or a child subreaper.
+void runInBackground(const std::function<void()>& work) {
+  const pid_t child = fork();
+  if (child == 0) {
+    if (fork() == 0) {
+      close_range(0, ~0U, 0);
+      work();
+    }
+    _exit(0);
   }
+  if (child > 0) {
+    waitForEnd(child);
+  }
+}
+
+bool adoptsOrphans() {
+  int isSubreaper = 0;
+  prctl(PR_GET_CHILD_SUBREAPER, &isSubreaper);
+  return isSubreaper != 0 || getpid() == 1;
+}
+
+bool hasEnded(const Descriptor& process) {
+  pollfd ended{process.get(), POLLIN, 0};
+  return !process || poll(&ended, 1, 0) != 0;
 }
 
 }  // namespace
@@ -32,20 +54,22 @@ bool isCold(const std::string& program) {
   return file && !isCached(file.get(), kProbedOffset);
 }
 
-// The child ends at once, which gives its child to the init process. The application must not find
-// a child that it has not made.
 void readAheadInBackground(const std::string& root, const std::string& appId) {
-  const pid_t child = fork();
-  if (child == 0) {
-    if (fork() == 0) {
-      readInThisProcess(root, appId);
-    }
-    _exit(0);
+  if (adoptsOrphans()) {
+    return;
   }
-  if (child > 0) {
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  runInBackground([&] {
+    if (const auto profile = readProfile(appId, root)) {
+      readAhead(*profile, [] { return false; });
     }
-  }
+  });
+}
+
+void readAheadForAllInBackground() {
+  runInBackground([caller = getpid()] {
+    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, caller, 0)));
+    readAheadForAll([&] { return hasEnded(process); });
+  });
 }
 
 }  // namespace quillon::prefetch

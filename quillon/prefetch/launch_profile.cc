@@ -50,6 +50,21 @@ bool addRange(LaunchProfile& profile, std::string_view line, std::uint64_t& byte
   return true;
 }
 
+// Reduces `bytesLeft`, the length that the ranges may have in sum, by that of the file's ranges.
+std::string format(const ProfiledFile& file, std::uint64_t& bytesLeft) {
+  std::string text = "file " + std::to_string(file.version.size) + ' ' +
+                     std::to_string(file.version.modified) + ' ' + file.path + '\n';
+  for (const Range& range : file.ranges) {
+    if (bytesLeft == 0 && range.length > 0) {
+      break;
+    }
+    const std::uint64_t length = std::min(range.length, bytesLeft);
+    text += std::to_string(range.offset) + ' ' + std::to_string(length) + '\n';
+    bytesLeft -= length;
+  }
+  return text;
+}
+
 }  // namespace
 
 FileVersion versionOf(const struct stat& status) {
@@ -65,18 +80,19 @@ std::uint64_t lengthOf(const ProfiledFile& file) {
 
 std::string format(const LaunchProfile& profile) {
   std::string text = std::string(kFirstLine) + '\n';
-  for (const ProfiledFile& file : profile.files) {
-    text += "file " + std::to_string(file.version.size) + ' ' +
-            std::to_string(file.version.modified) + ' ' + file.path + '\n';
-    for (const Range& range : file.ranges) {
-      text += std::to_string(range.offset) + ' ' + std::to_string(range.length) + '\n';
+  std::uint64_t bytesLeft = kMaxBytes;
+  for (std::size_t i = 0; i < std::min(profile.files.size(), kMaxFiles); ++i) {
+    const std::string file = format(profile.files[i], bytesLeft);
+    if (file.size() > kMaxText - text.size()) {
+      break;
     }
+    text += file;
   }
   return text;
 }
 
 std::optional<LaunchProfile> parseProfile(std::string_view text) {
-  if (cut(text, '\n') != kFirstLine) {
+  if (text.size() > kMaxText || cut(text, '\n') != kFirstLine) {
     return std::nullopt;
   }
   LaunchProfile profile;

@@ -15,6 +15,7 @@ namespace quillon::prefetch {
 
 inline constexpr std::size_t kMaxFiles = 1024;
 inline constexpr std::uint64_t kMaxBytes = std::uint64_t{256} << 20;  // that a profile may name
+inline constexpr std::size_t kMaxText = std::size_t{1} << 20;         // length of a profile's text
 
 // Differs after every change of a file.
 struct FileVersion {
@@ -48,10 +49,11 @@ struct LaunchProfile {
   std::vector<ProfiledFile> files;
 };
 
+// Leaves out what exceeds kMaxFiles, kMaxBytes or kMaxText, from the end of the profile.
 std::string format(const LaunchProfile& profile);
 
-// Returns nullopt if the text is malformed, has a range that no file can have, or names more than
-// kMaxFiles or kMaxBytes.
+// Returns nullopt if the text is malformed, has a range that no file can have, names more than
+// kMaxFiles or kMaxBytes, or is longer than kMaxText.
 std::optional<LaunchProfile> parseProfile(std::string_view text);
 
 }  // namespace quillon::prefetch

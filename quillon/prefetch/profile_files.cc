@@ -1,7 +1,6 @@
 #include "quillon/prefetch/profile_files.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,13 +12,11 @@
 #include "quillon/base/directory_entries.h"
 #include "quillon/base/files.h"
 #include "quillon/base/folders.h"
-#include "quillon/prefetch/regular_file.h"
 
 namespace quillon::prefetch {
 namespace {
 
 constexpr char kFolderName[] = "launch-profiles";
-constexpr std::size_t kMaxFileSize = std::size_t{1} << 20;
 
 bool isFileName(const std::string& appId) {
   return !appId.empty() && appId.front() != '.' && appId.find('/') == appId.npos;
@@ -33,13 +30,12 @@ std::optional<LaunchProfile> readProfile(const std::string& appId, const std::st
   if (!isFileName(appId)) {
     return std::nullopt;
   }
-  struct stat status {};
-  const Descriptor file = openRegularWithoutLinks(root + profileFolder() + '/' + appId, status);
-  if (!file || status.st_uid != geteuid() || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
-      static_cast<std::size_t>(status.st_size) > kMaxFileSize) {
+  const RegularFile file =
+      openRegularFile(root + profileFolder() + '/' + appId, kMaxText, LastLink::kRefuse);
+  if (!file.descriptor || file.owner != geteuid() || file.isWritableForOthers) {
     return std::nullopt;
   }
-  return parseProfile(readAll(file.get()));
+  return parseProfile(readContent(file).value_or(""));
 }
 
 bool canWriteProfile(const std::string& appId) {
@@ -47,10 +43,11 @@ bool canWriteProfile(const std::string& appId) {
 }
 
 bool writeProfile(const std::string& appId, const LaunchProfile& profile) {
-  const std::string text = format(profile);
+  if (!isFileName(appId)) {
+    return false;
+  }
   const Descriptor folder = openFolderWithoutLinks(AT_FDCWD, profileFolder(), MissingFolder::kMake);
-  return isFileName(appId) && text.size() <= kMaxFileSize && folder &&
-         replaceFile(folder.get(), appId, text);
+  return folder && replaceFile(folder.get(), appId, format(profile));
 }
 
 std::vector<std::string> profiledApplications() {

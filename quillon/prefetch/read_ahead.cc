@@ -20,14 +20,14 @@ constexpr std::uint64_t kPart = std::uint64_t{1} << 20;
 Descriptor openUnchanged(const ProfiledFile& file) {
   struct stat status {};
   Descriptor opened = openRegularWithoutLinks(file.path, status);
-  return versionOf(status) == file.version ? std::move(opened) : Descriptor();
+  return opened && versionOf(status) == file.version ? std::move(opened) : Descriptor();
 }
 
 // Reads one range in parts, and waits for each: a launch's own reads, which are short, would wait
 // behind all that the device has been asked for.
-void read(int descriptor, const Range& range, const std::atomic<bool>& stops) {
+void read(int descriptor, const Range& range, const std::function<bool()>& stops) {
   const std::uint64_t end = range.offset + range.length;
-  for (std::uint64_t offset = range.offset; offset < end && !stops; offset += kPart) {
+  for (std::uint64_t offset = range.offset; offset < end && !stops(); offset += kPart) {
     const std::uint64_t length = std::min(kPart, end - offset);
     char last = 0;
     posix_fadvise(descriptor, static_cast<off_t>(offset), static_cast<off_t>(length),
@@ -57,9 +57,9 @@ ProfileState stateOf(const LaunchProfile& profile) {
   return isCold ? ProfileState::kCold : ProfileState::kWarm;
 }
 
-void readAhead(const LaunchProfile& profile, const std::atomic<bool>& stops) {
+void readAhead(const LaunchProfile& profile, const std::function<bool()>& stops) {
   for (const ProfiledFile& file : profile.files) {
-    const Descriptor opened = stops ? Descriptor() : openUnchanged(file);
+    const Descriptor opened = stops() ? Descriptor() : openUnchanged(file);
     for (const Range& range : file.ranges) {
       if (opened) {
         read(opened.get(), range, stops);
@@ -80,7 +80,7 @@ LaunchReadAhead::LaunchReadAhead(const std::string& appId) {
   }
   profile_ = *profile;
   try {
-    thread_ = std::thread([this] { readAhead(profile_, stops_); });
+    thread_ = std::thread([this] { readAhead(profile_, [this] { return stops_.load(); }); });
   } catch (const std::system_error&) {
     // The launch reads for itself.
   }
@@ -95,13 +95,13 @@ void LaunchReadAhead::stop() {
   }
 }
 
-void readAheadForAll() {
+void readAheadForAll(const std::function<bool()>& stops) {
   std::vector<std::string> applications = profiledApplications();
   applications.resize(std::min(applications.size(), kMaxApplications));
   for (const std::string& appId : applications) {
     const auto profile = readProfile(appId);
     if (profile && stateOf(*profile) == ProfileState::kCold) {
-      readAhead(*profile, false);
+      readAhead(*profile, stops);
     }
   }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -18,9 +19,9 @@ enum class ProfileState { kOutdated, kCold, kWarm };
 
 ProfileState stateOf(const LaunchProfile& profile);
 
-// Reads all ranges into the page cache, one after the other, until `stops` is set. Leaves out files
-// that have changed, that are not regular files, and those that this process may not read.
-void readAhead(const LaunchProfile& profile, const std::atomic<bool>& stops);
+// Reads all ranges into the page cache, one after the other, until `stops` returns true. Leaves out
+// files that have changed, that are not regular files, and those that this process may not read.
+void readAhead(const LaunchProfile& profile, const std::function<bool()>& stops);
 
 // Reads ahead for the launch of one application, in a thread of its own, if pages are missing. The
 // destructor stops the thread.
@@ -44,8 +45,8 @@ class LaunchReadAhead {
   std::thread thread_;
 };
 
-// Reads ahead for the applications that have a current profile, at most kMaxApplications. Waits
-// until the pages are in the cache.
-void readAheadForAll();
+// Reads ahead for the applications that have a current profile, at most kMaxApplications, until
+// `stops` returns true.
+void readAheadForAll(const std::function<bool()>& stops);
 
 }  // namespace quillon::prefetch

@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -55,9 +56,13 @@ void Recorder::waitAndRecord() {
     std::unique_lock lock(mutex_);
     ends_.wait_for(lock, kLaunchDuration, [this] { return isEnding_; });
   }
-  LaunchProfile profile = touchedPages();
-  moveAssemblyFirst(profile, assembly_);
-  writeProfile(appId_, profile);
+  try {
+    LaunchProfile profile = touchedPages();
+    moveAssemblyFirst(profile, assembly_);
+    writeProfile(appId_, profile);
+  } catch (const std::exception&) {
+    // For example if no memory is left. The next launch records.
+  }
 }
 
 }  // namespace quillon::prefetch

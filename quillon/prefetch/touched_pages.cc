@@ -5,9 +5,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
+#include <array>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "quillon/base/descriptor.h"
@@ -18,6 +19,8 @@ namespace {
 
 constexpr std::uint64_t kPageSize = 4096;
 constexpr std::uint64_t kMaxGap = 16 * kPageSize;
+constexpr std::uint64_t kMaxExamined = std::uint64_t{4} << 30;  // length of all mappings
+constexpr std::size_t kEntrySize = sizeof(std::uint64_t);       // of a page in the pagemap
 // proc_pid_pagemap(5): the page is in memory, or swapped out after it was.
 constexpr std::uint64_t kTouched = std::uint64_t{3} << 62;
 
@@ -44,14 +47,41 @@ Mapping mappingOf(const std::string& line) {
   return mapping;
 }
 
+// In the order of their addresses.
+std::vector<Mapping> fileMappings() {
+  const Descriptor maps(open("/proc/self/maps", O_RDONLY | O_CLOEXEC));
+  std::istringstream lines(readAll(maps.get()));
+  std::vector<Mapping> mappings;
+  for (std::string line; std::getline(lines, line);) {
+    if (Mapping mapping = mappingOf(line); mapping.path.starts_with('/')) {
+      mappings.push_back(std::move(mapping));
+    }
+  }
+  return mappings;
+}
+
+void addPage(std::uint64_t offset, std::vector<Range>& ranges) {
+  if (!ranges.empty() && ranges.back().offset + ranges.back().length == offset) {
+    ranges.back().length += kPageSize;
+  } else {
+    ranges.push_back({offset, kPageSize});
+  }
+}
+
 void addTouched(const Mapping& mapping, int pagemap, std::vector<Range>& ranges) {
-  std::vector<std::uint64_t> pages((mapping.end - mapping.start) / kPageSize);
-  const ssize_t count = pread(pagemap, pages.data(), pages.size() * sizeof pages[0],
-                              static_cast<off_t>(mapping.start / kPageSize * sizeof pages[0]));
-  pages.resize(count < 0 ? 0 : static_cast<std::size_t>(count) / sizeof pages[0]);
-  for (std::size_t i = 0; i < pages.size(); ++i) {
-    if ((pages[i] & kTouched) != 0) {
-      ranges.push_back({mapping.offset + i * kPageSize, kPageSize});
+  std::array<std::uint64_t, 8192> pages;  // a part of the entries
+  const std::uint64_t end = mapping.end / kPageSize;
+  for (std::uint64_t page = mapping.start / kPageSize; page < end;) {
+    const ssize_t length =
+        pread(pagemap, pages.data(), std::min<std::uint64_t>(pages.size(), end - page) * kEntrySize,
+              static_cast<off_t>(page * kEntrySize));
+    if (length < static_cast<ssize_t>(kEntrySize)) {
+      return;
+    }
+    for (std::size_t i = 0; i < static_cast<std::size_t>(length) / kEntrySize; ++i, ++page) {
+      if ((pages[i] & kTouched) != 0) {
+        addPage(mapping.offset + page * kPageSize - mapping.start, ranges);
+      }
     }
   }
 }
@@ -75,20 +105,21 @@ std::vector<Range> merged(std::vector<Range> ranges) {
 
 LaunchProfile touchedPages() {
   LaunchProfile profile;
-  const Descriptor maps(open("/proc/self/maps", O_RDONLY | O_CLOEXEC));
   const Descriptor pagemap(open("/proc/self/pagemap", O_RDONLY | O_CLOEXEC));
-  std::istringstream lines(readAll(maps.get()));
-  for (std::string line; std::getline(lines, line);) {
-    const Mapping mapping = mappingOf(line);
-    if (!mapping.path.starts_with('/')) {
+  const std::vector<Mapping> mappings = fileMappings();
+  std::uint64_t left = kMaxExamined;
+  for (auto mapping = mappings.rbegin(); mapping != mappings.rend(); ++mapping) {
+    const std::uint64_t length = mapping->end - mapping->start;
+    if (length > left) {
       continue;
     }
+    left -= length;
     auto file = std::find_if(profile.files.begin(), profile.files.end(),
-                             [&](const ProfiledFile& one) { return one.path == mapping.path; });
+                             [&](const ProfiledFile& one) { return one.path == mapping->path; });
     if (file == profile.files.end()) {
-      file = profile.files.insert(file, {mapping.path, {}, {}});
+      file = profile.files.insert(file, {mapping->path, {}, {}});
     }
-    addTouched(mapping, pagemap.get(), file->ranges);
+    addTouched(*mapping, pagemap.get(), file->ranges);
   }
   // Also leaves out devices, and files that have no path any more.
   std::erase_if(profile.files, [](ProfiledFile& file) {
@@ -98,7 +129,6 @@ LaunchProfile touchedPages() {
     file.version = versionOf(status);
     return !isFile || file.ranges.empty();
   });
-  std::reverse(profile.files.begin(), profile.files.end());
   return profile;
 }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -186,6 +187,24 @@ std::string installRemedy(const SharedFramework& framework) {
   return "install it into the 'shared' folder of this machine's .NET";
 }
 
+// An answer names assemblies that the application trusts, so only the user of this process or the
+// owner of the application may decide about it. Another user can put a file in its place if a
+// folder above it lets others write.
+bool isTrusted(const RegularFile& file, const std::string& assembly) {
+  struct stat application {};
+  return !file.isWritableForOthers &&
+         (file.owner == geteuid() ||
+          (stat(assembly.c_str(), &application) == 0 && application.st_uid == file.owner));
+}
+
+std::optional<Answer> readAnswer(const fs::path& path, const std::string& assembly) {
+  const RegularFile file = openRegularFile(path, kMaxTextSize);
+  if (!file.descriptor || !isTrusted(file, assembly)) {
+    return std::nullopt;
+  }
+  return parseAnswer(readContent(file).value_or(""));
+}
+
 }  // namespace
 
 std::optional<StoredAnswer> findAnswer(const Subject& subject) {
@@ -193,7 +212,7 @@ std::optional<StoredAnswer> findAnswer(const Subject& subject) {
     return StoredAnswer{{}, {dependencyFileOf(subject.assembly)}};
   }
   const fs::path file = fileOf(subject.assembly);
-  auto answer = parseAnswer(readWholeFile(file, kMaxTextSize).value_or(""));
+  auto answer = readAnswer(file, subject.assembly);
   if (!answer || !isCurrent(*answer)) {
     return std::nullopt;
   }

@@ -2,11 +2,13 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 #include <system_error>
 
 #include "platform/zone.h"
 #include "quillon/base/files.h"
+#include "quillon/base/folders.h"
 #include "quillon/device/device_root.h"
 
 namespace quillon::zone {
@@ -25,8 +27,9 @@ Expected<void> placeLibrary(const fs::path& device) {
   }
   // Copy to a temporary name and rename, so that no process loads an incomplete library.
   const fs::path fresh = place.string() + "." + std::to_string(getpid());
-  fs::create_directories(place.parent_path(), error);
-  if (!error) {
+  if (!makeFolders(place.parent_path())) {
+    error.assign(errno, std::generic_category());
+  } else {
     fs::copy_file(library, fresh, fs::copy_options::overwrite_existing, error);
   }
   if (!error) {

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "quillon/base/files.h"
+#include "quillon/base/folders.h"
 #include "quillon/device/device_root.h"
 
 namespace quillon::zone {
@@ -20,13 +21,12 @@ namespace fs = std::filesystem;
 using workstation::isZoneName;
 
 Expected<void> makeFolder(const fs::path& folder) {
-  std::error_code error;
-  fs::create_directories(folder, error);
-  if (error) {
-    return fail("cannot create the folder '" + folder.string() + "': " + error.message(),
-                "let the device root's owner run this");
+  if (makeFolders(folder)) {
+    return {};
   }
-  return {};
+  const int cause = errno;
+  return fail("cannot create the folder '" + folder.string() + "': " + std::strerror(cause),
+              "let the device root's owner run this");
 }
 
 Descriptor openDirectory(const fs::path& folder) {

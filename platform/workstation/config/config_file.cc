@@ -204,10 +204,8 @@ Expected<void> writeKey(const std::string& key, const ConfigValue& value) {
                 "set a shorter one");
   }
   const auto write = [&] {
-    std::error_code error;
-    fs::create_directories(path.parent_path(), error);
-    errno = error.value();
-    return !error && Replacement(path).finish(bytes) && flushFolders(folderOfKey(key));
+    return makeFolders(path.parent_path()) && Replacement(path).finish(bytes) &&
+           flushFolders(folderOfKey(key));
   };
   // A second time, since removeKey() may remove the folder before the file is in it.
   if (write() || (errno == ENOENT && write())) {

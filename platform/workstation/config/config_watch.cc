@@ -10,6 +10,7 @@
 #include "config/config_file.h"
 #include "data_paths.h"
 #include "log/log_failure.h"
+#include "quillon/base/folders.h"
 
 namespace quillon::workstation {
 namespace {
@@ -46,12 +47,7 @@ Expected<void> ConfigWatch::add(const std::string& folder) {
   const fs::path path = pathOf(folder);
   int watch = inotify_add_watch(inotify_.get(), path.c_str(), kEvents);
   if (watch < 0 && errno == ENOENT) {
-    std::error_code error;
-    fs::create_directories(path, error);
-    if (error) {
-      return tl::unexpected(cannotWatch(path, error.value()));
-    }
-    watch = inotify_add_watch(inotify_.get(), path.c_str(), kEvents);
+    watch = makeFolders(path) ? inotify_add_watch(inotify_.get(), path.c_str(), kEvents) : -1;
   }
   if (watch < 0) {
     return tl::unexpected(cannotWatch(path, errno));

@@ -11,13 +11,13 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string_view>
 
 #include "data_paths.h"
 #include "log/log_failure.h"
 #include "path_failure.h"
+#include "quillon/base/folders.h"
 #include "workstation/packages.h"
 #include "workstation/process_registration.h"
 #include "workstation/zone_state.h"
@@ -49,9 +49,7 @@ bool makeLink(const std::string& text, const std::string& path) {
   if (errno != ENOENT) {
     return false;
   }
-  std::error_code error;
-  std::filesystem::create_directories(kProcessDirectory, error);
-  return symlink(text.c_str(), path.c_str()) == 0;
+  return makeFolders(kProcessDirectory) && symlink(text.c_str(), path.c_str()) == 0;
 }
 
 // symlink(2) does not overwrite a link, but rename(2) does.

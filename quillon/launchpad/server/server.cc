@@ -25,7 +25,7 @@
 #include "quillon/launchpad/server/service_manager.h"
 #include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/worker/managed_side.h"
-#include "quillon/prefetch/read_ahead.h"
+#include "quillon/prefetch/before_start.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -149,7 +149,7 @@ Expected<void> run(const LaunchpadOptions& options) {
   RETURN_IF_FAILED(enterDevice(options, config));
   RETURN_IF_FAILED(requireParts(options, config));
   removeDebuggerFilesOfDead();  // left by a launch pad that was killed
-  prefetch::readAheadForAll();
+  prefetch::readAheadForAllInBackground();
   EventLoop(options, std::move(config),
             {{std::move(state), std::move(*inspector), std::move(zone)},
              std::move(*listener),

@@ -1,4 +1,6 @@
 // Launch profiles: when a direct launch records one, and what a damaged or forged one does.
+#include "quillon/prefetch/launch_profile.h"
+
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
@@ -6,6 +8,7 @@
 
 #include <functional>
 
+#include "tests/system/launch/running_probe.h"
 #include "tests/system/launch/sample_device.h"
 
 namespace quillon::test {
@@ -35,6 +38,15 @@ class LaunchProfileOf : public RuntimeTest {
     EXPECT_THAT(contentOf(profile()),
                 AllOf(StartsWith("quillon launch profile 1\nfile "), HasSubstr(kAssembly),
                       HasSubstr("/usr/share/dotnet.velora/netcoreapp/libcoreclr.so")));
+  }
+  fs::path profileOfProbe() const { return at(kFolder) / kProbe; }
+  // Launches an application that maps a sparse file and touches the first bytes of it.
+  void launchWithMapping(std::uintmax_t size, std::uintmax_t touched) const {
+    write(at("/tmp/mapped"), "");
+    fs::resize_file(at("/tmp/mapped"), size);
+    RunningProbe probe(root(), "inhouse");
+    EXPECT_EQ(probe.ask("map /tmp/mapped " + std::to_string(touched)), "0");
+    EXPECT_EQ(probe.quit(), 0) << probe.errors();
   }
   CommandResult cache(std::vector<std::string> arguments) const {
     arguments.insert(arguments.begin(),
@@ -104,6 +116,28 @@ TEST_F(LaunchProfileOf, ALaunchThatCannotRecordIsRightAllTheSame) {
   fs::create_directory(fresh("elsewhere"));
   EXPECT_EQ(launchDirectly().status, 0);
   EXPECT_TRUE(fs::is_empty(fresh("elsewhere")));
+}
+
+// The kernel has eight bytes about each page of a mapping: 30 GiB for this one.
+TEST_F(LaunchProfileOf, ALaunchWithAHugeMappingIsRecorded) {
+  launchWithMapping(std::uintmax_t{15} << 40, 0);
+  EXPECT_THAT(contentOf(profileOfProbe()),
+              HasSubstr("/usr/share/dotnet.velora/netcoreapp/libcoreclr.so"));
+}
+
+TEST_F(LaunchProfileOf, ALaunchThatTouchesMoreThanAProfileNamesIsRecordedOnce) {
+  constexpr std::uintmax_t kSize = prefetch::kMaxBytes + (std::uintmax_t{8} << 20);
+  launchWithMapping(kSize, kSize);
+  const std::string recorded = contentOf(profileOfProbe());
+  EXPECT_TRUE(prefetch::parseProfile(recorded)) << recorded;
+  EXPECT_THAT(recorded, HasSubstr("/tmp/mapped\n"));
+  write(profileOfProbe(), recorded + "0 0\n");  // a later launch would not write this
+  const std::string marked = contentOf(profileOfProbe());
+  {
+    RunningProbe probe(root(), "inhouse");
+    EXPECT_EQ(probe.quit(), 0);
+  }
+  EXPECT_EQ(contentOf(profileOfProbe()), marked);
 }
 
 }  // namespace

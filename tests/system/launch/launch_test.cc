@@ -128,6 +128,20 @@ TEST_F(Launch, PassesArgumentsUnchanged) {
   EXPECT_EQ(valueOf(result, "arguments"), "--plan [x,y] -- --json \u00e4");
 }
 
+// The launcher adds the variables of the plug-in before the plug-in gives them values.
+TEST_F(Launch, KeepsTheEnvironmentIfThePluginDoesNotChangeIt) {
+  const std::string questions =
+      "unset SSL_CERT_FILE; printf 'variable %s\\n' DOTNET_APP SSL_CERT_FILE EMPTY "
+      "DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER | ";
+  const std::string command = QUILLON_BUILD_DIRECTORY
+      "/bin/quillon launch --raw --direct --plugin " QUILLON_QUIET_PLUGIN " --device ";
+  const CommandResult asked =
+      run({"/bin/bash", "-c", questions + command + "'" + root().string() + "' " + kProbe},
+          {"QUILLON_LOG=none", "EMPTY=", "DOTNET_SYSTEM_NET_HTTP_USESOCKETSHTTPHANDLER="});
+  EXPECT_EQ(asked.status, 0) << asked.err;
+  EXPECT_EQ(asked.out, "ready\n(none)\n(none)\n\n\n");
+}
+
 TEST_F(Launch, FindsSatelliteResources) {
   EXPECT_EQ(valueOf(launch({kClock}), "greeting"), "Good day");
   const CommandResult french = launch({kClock, "--", "--culture", "fr"});

@@ -6,6 +6,7 @@
 #include <linux/magic.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <sys/wait.h>
@@ -31,9 +32,11 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::Field;
+using ::testing::IsEmpty;
 using ::testing::Not;
 
 constexpr char kStart[] = "quillon launch profile 1\n";
+constexpr auto kNever = [] { return false; };
 constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
 
 TEST(LaunchProfile, IsReadAsItWasWritten) {
@@ -70,6 +73,34 @@ TEST(LaunchProfile, NamesNoMoreThanItsLimits) {
   EXPECT_FALSE(parseProfile(text + "0 1\n"));
 }
 
+// Otherwise the reader would refuse the text, and each launch would record again.
+TEST(LaunchProfile, TextLeavesOutWhatExceedsTheLimits) {
+  LaunchProfile profile{{{"/a", {}, {{0, kMaxBytes - 5}, {kMaxBytes, 9}, {2 * kMaxBytes, 1}}}}};
+  profile.files.resize(kMaxFiles + 1, {"/b", {}, {{7, 7}}});
+  const auto cut = parseProfile(format(profile));
+  ASSERT_TRUE(cut);
+  EXPECT_EQ(cut->files.size(), kMaxFiles);
+  EXPECT_THAT(cut->files[0].ranges, ElementsAre(Range{0, kMaxBytes - 5}, Range{kMaxBytes, 5}));
+  EXPECT_THAT(cut->files[1].ranges, IsEmpty());
+
+  const std::vector<Range> ranges(kMaxText / 4 / 3, Range{1, 1});  // "1 1\n": a third of the text
+  profile.files.assign(4, {"/c", {}, ranges});
+  const std::string text = format(profile);
+  EXPECT_LE(text.size(), kMaxText);
+  const auto some = parseProfile(text);
+  ASSERT_TRUE(some);
+  ASSERT_EQ(some->files.size(), 2U);
+  EXPECT_EQ(some->files[1].ranges, ranges);
+}
+
+TEST(LaunchProfile, ALongerTextIsRefused) {
+  std::string text = kStart;
+  text += "file 1 2 /" + std::string(kMaxText - text.size() - 11, 'a') + '\n';
+  EXPECT_TRUE(parseProfile(text));
+  text.insert(text.size() - 1, "a");
+  EXPECT_FALSE(parseProfile(text));
+}
+
 class ReadAhead : public ::testing::Test {
  protected:
   std::string path(const char* name) const { return directory_.path() / name; }
@@ -103,7 +134,7 @@ TEST_F(ReadAhead, BringsTheRangesIntoTheCache) {
   const LaunchProfile profile{{profiled(file, {{0, kMebibyte}, {3 * kMebibyte, kMebibyte}})}};
   removeFromCache(file);
   EXPECT_EQ(stateOf(profile), isInMemoryOnly() ? ProfileState::kWarm : ProfileState::kCold);
-  readAhead(profile, false);
+  readAhead(profile, kNever);
   EXPECT_EQ(stateOf(profile), ProfileState::kWarm);
 }
 
@@ -112,7 +143,7 @@ TEST_F(ReadAhead, ReadsNothingAfterItWasStopped) {
   const LaunchProfile profile{{profiled(file, {{0, kMebibyte}})}};
   removeFromCache(file);
   const ProfileState before = stateOf(profile);
-  readAhead(profile, true);
+  readAhead(profile, [] { return true; });
   EXPECT_EQ(stateOf(profile), before);
 }
 
@@ -140,7 +171,7 @@ TEST_F(ReadAhead, OpensNeitherFifosNorDevicesNorLinks) {
                                profiled("/dev/zero", {{0, kMebibyte}}),
                                profiled(path("link"), {{0, kMebibyte}})}};
   EXPECT_EQ(stateOf(profile), ProfileState::kOutdated);
-  readAhead(profile, false);
+  readAhead(profile, kNever);
   char event = 0;
   EXPECT_LT(read(watch.get(), &event, sizeof event), 0);
   EXPECT_EQ(errno, EAGAIN);  // EINVAL if there is an event, which is longer
@@ -163,6 +194,19 @@ TEST_F(ReadAhead, AProcessInTheBackgroundReadsTheProfileOfADeviceRoot) {
   }
   EXPECT_EQ(stateOf(profile), ProfileState::kWarm);
   EXPECT_FALSE(isCold(file));
+}
+
+// The process would become a child of the launch.
+TEST_F(ReadAhead, NothingIsReadInTheBackgroundOfAChildSubreaper) {
+  const pid_t subreaper = fork();
+  if (subreaper == 0) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    readAheadInBackground(path("device"), "app");
+    _exit(waitpid(-1, nullptr, 0) == -1 ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(subreaper, &status, 0), subreaper);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(ReadAhead, AMissingOrCachedProgramIsNotCold) {
@@ -189,6 +233,21 @@ TEST_F(ReadAhead, TouchedPagesAreThoseThatTheProcessHasUsed) {
   EXPECT_GT(found->ranges[0].offset + found->ranges[0].length, 3 * kMebibyte);
   EXPECT_GT(found->ranges[0].offset, kMebibyte);
   EXPECT_THAT(profile.files, Not(Contains(Field(&ProfiledFile::path, ""))));
+}
+
+TEST_F(ReadAhead, AHugeMappingIsLeftOutAndTheOthersAreNot) {
+  constexpr std::uint64_t kHuge = std::uint64_t{8} << 40;
+  const std::string file = makeFile("huge");
+  std::filesystem::resize_file(file, kHuge);
+  const Descriptor opened(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  void* const bytes = mmap(nullptr, kHuge, PROT_READ, MAP_SHARED, opened.get(), 0);
+  ASSERT_NE(bytes, MAP_FAILED);
+  EXPECT_EQ(*static_cast<const volatile char*>(bytes), 'x');
+  const LaunchProfile profile = touchedPages();
+  munmap(bytes, kHuge);
+  EXPECT_THAT(profile.files, Not(Contains(Field(&ProfiledFile::path, file))));
+  const std::string program = std::filesystem::canonical("/proc/self/exe");
+  EXPECT_THAT(profile.files, Contains(Field(&ProfiledFile::path, program)));
 }
 
 }  // namespace
