@@ -12,6 +12,7 @@ struct Scenario {
   std::string type;         // application type
   std::string application;  // "allowed" or "forbidden", which lacks the platform privilege
   bool isCached = false;    // the lists are in their caches
+  bool prints = false;      // on captured standard streams
 };
 
 // How a launch ended.
@@ -27,7 +28,7 @@ struct Result {
   std::string assemblies;           // as plugin_get_tpa has returned them
   std::string folders;              // of plugin_get_dll_path
   bool isAccepted = false;          // plugin_set_app_info has returned
-  std::size_t count = 0;            // from `after`
+  bool isLibraryAccepted = false;   // although the validator has refused it
 };
 
 // Loads the plug-in into the calling process. Returns what dlopen(3) returns.
