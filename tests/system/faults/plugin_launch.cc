@@ -24,6 +24,7 @@
 #include "device_names.h"
 #include "platform/dlog.h"
 #include "quillon_tv_plugin.h"
+#include "workstation/config_store.h"
 #include "workstation/log_config.h"
 #include "workstation/packages.h"
 
@@ -40,6 +41,7 @@ struct Report {
   std::array<char, 64> thrown;  // for each step: 'b' for bad_alloc, 'f' for a stream's failure
   bool isAccepted;
   bool isLibraryAccepted;
+  bool hasNoticed;
   std::array<char, kMaxText> assemblies;
   std::array<char, kMaxText> folders;
 };
@@ -61,8 +63,15 @@ void keep(std::array<char, kMaxText>& target, const char* text) {
   std::strncpy(target.data(), text == nullptr ? "" : text, kMaxText - 1);
 }
 
-int createDelegate(void*, unsigned int, const char*, const char*, const char*, void** delegate) {
-  *delegate = reinterpret_cast<void*>(+[] {});
+std::atomic<bool> isZoneCacheCleared{false};
+
+// The managed methods: one clears the cache of time zones, the others do nothing.
+int createDelegate(void*, unsigned int, const char*, const char*, const char* method,
+                   void** delegate) {
+  void (*const clear)() = [] { isZoneCacheCleared = true; };
+  void (*const nothing)() = [] {};
+  const bool clears = std::strcmp(method, "ClearCachedData") == 0;
+  *delegate = reinterpret_cast<void*>(clears ? clear : nothing);
   return 0;
 }
 
@@ -130,6 +139,16 @@ void printTwice() {
       std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
   }
+}
+
+// Sets a key that the plug-in watches, until it has noticed.
+void changeConfiguration() {
+  constexpr char kKey[] = "db/menu/glade_port/homedatacontrol/defaultdisclaimeragree";
+  for (int tries = 0; tries < current->changes && !isZoneCacheCleared; ++tries) {
+    [[maybe_unused]] const auto set = workstation::setConfig(kKey, 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  report().hasNoticed = isZoneCacheCleared;
 }
 
 enum class Server { kNone, kRuns, kHasEnded };
@@ -219,6 +238,7 @@ constexpr Step kSteps[] = {
          printTwice();
        }
      }},
+    {"configuration", changeConfiguration},
     {"plugin_before_execute",
      [] {
        CALL(plugin_before_execute)
@@ -313,7 +333,7 @@ void takeSteps() {
 
 std::string describe(int status) {
   if (WIFSIGNALED(status)) {
-    return WTERMSIG(status) == SIGALRM ? "hangs" : "signal " + std::to_string(WTERMSIG(status));
+    return WTERMSIG(status) == SIGALRM ? kHangs : "signal " + std::to_string(WTERMSIG(status));
   }
   return "status " + std::to_string(WEXITSTATUS(status));
 }
@@ -358,6 +378,7 @@ Result launch(const Scenario& scenario, const std::function<void()>& before) {
   result.folders = report().folders.data();
   result.isAccepted = report().isAccepted;
   result.isLibraryAccepted = report().isLibraryAccepted;
+  result.hasNoticed = report().hasNoticed;
   return result;
 }
 
