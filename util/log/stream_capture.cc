@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <new>
+#include <string_view>
 
 #include "device_names.h"
 #include "util/log/crash_keywords.h"
@@ -53,33 +55,58 @@ bool nextErrorChunk(Chunk& chunk, int descriptor) {
   return chunk.read(descriptor);
 }
 
-}  // namespace
-
-// The body of the thread "Stdout Thread". Like the next one outside the unnamed namespace, because
-// its trace span is named "void* stdOutRedirect(void*)".
-static void* stdOutRedirect(void*) {
-  QLOG_SCOPE();
+// Reads standard output to its end. Needs no memory.
+void logOutput() {
   for (Chunk chunk; nextChunk(chunk, pStdOut[0]);) {
-    QLOG_DEBUG("%s", chunk.text());
+    QLOG_DEBUG_OF("stdOutRedirect", "%s", chunk.text());
   }
   closePipe(pStdOut);
-  return nullptr;
 }
 
-// The body of the thread "Stderr Thread". Sets the crash flags first, because an abort may follow
-// the text immediately.
-static void* stdErrRedirect(void*) {
-  stderrProgress.running();
-  QLOG_SCOPE();
+// If memory runs out, the text is in the log only.
+void writeToErrorFile(std::string_view text) try {
+  writeStringTofile(text);
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR_OF("writeStringTofile", "Out of memory");
+}
+
+// Reads standard error to its end. Sets the crash flags first, because an abort may follow the text
+// immediately.
+void logErrors() {
   for (Chunk chunk; nextErrorChunk(chunk, pStdErr[0]);) {
     scanForCrashKeywords(chunk.text());
-    writeStringTofile(chunk.bytes());
-    QLOG_ERROR("%s", chunk.text());
+    writeToErrorFile(chunk.bytes());
+    QLOG_ERROR_OF("stdErrRedirect", "%s", chunk.text());
     stderrProgress.done(chunk.taken());
   }
   stderrProgress.ended();
   closeMessageEnd();
   closePipe(pStdErr);
+}
+
+}  // namespace
+
+// The body of the thread "Stdout Thread". Like the next one outside the unnamed namespace, because
+// its trace span is named "void* stdOutRedirect(void*)". Only the span needs memory.
+static void* stdOutRedirect(void*) try {
+  QLOG_SCOPE();
+  logOutput();
+  return nullptr;
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  logOutput();
+  return nullptr;
+}
+
+// The body of the thread "Stderr Thread".
+static void* stdErrRedirect(void*) try {
+  stderrProgress.running();
+  QLOG_SCOPE();
+  logErrors();
+  return nullptr;
+} catch (const std::bad_alloc&) {
+  QLOG_ERROR("Out of memory");
+  logErrors();
   return nullptr;
 }
 

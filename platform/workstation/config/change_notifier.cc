@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <new>
 #include <system_error>
 
 #include "config/config_file.h"
@@ -141,18 +142,26 @@ void ChangeNotifier::stopWatchingUnused(const std::string& folder) {
 void ChangeNotifier::run() {
   // A thread sets its own name with one system call; the name of another thread needs /proc.
   pthread_setname_np(pthread_self(), "Config Thread");
+  bool missed = false;
   for (;;) {
     const std::string_view events = watch_.wait();
     if (events.empty()) {
       return;  // the application closed our descriptor
     }
-    ConfigChanges changes;
-    {
-      const std::lock_guard lock(mutex_);
-      changes = watch_.changes(events);
+    try {
+      deliver(changesOf(events, missed));
+      missed = false;
+    } catch (const std::bad_alloc&) {
+      missed = true;  // the next event concerns all keys
     }
-    deliver(changes);
   }
+}
+
+ConfigChanges ChangeNotifier::changesOf(std::string_view events, bool missed) {
+  const std::lock_guard lock(mutex_);
+  ConfigChanges changes = watch_.changes(events);
+  changes.all = changes.all || missed;
+  return changes;
 }
 
 std::set<std::string> ChangeNotifier::keysConcernedBy(const ConfigChanges& changes) {

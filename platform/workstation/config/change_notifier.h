@@ -6,6 +6,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -48,6 +49,7 @@ class ChangeNotifier {
   explicit ChangeNotifier(ConfigWatch watch) : watch_(std::move(watch)) {}
   bool launchThread();
   void run();
+  ConfigChanges changesOf(std::string_view events, bool missed);
   void deliver(const ConfigChanges& changes);
   void call(const std::shared_ptr<Registration>& registration, keynode_s& node);
   std::set<std::string> keysConcernedBy(const ConfigChanges& changes);

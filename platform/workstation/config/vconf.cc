@@ -54,12 +54,14 @@ int vconf_notify_key_changed(const char* key, vconf_callback_fn cb, void* user_d
   return -ENOMEM;
 }
 
-int vconf_ignore_key_changed(const char* key, vconf_callback_fn cb) {
+int vconf_ignore_key_changed(const char* key, vconf_callback_fn cb) try {
   if (key == nullptr || cb == nullptr) {
     return -EINVAL;
   }
   ChangeNotifier* notifier = ChangeNotifier::started();
   return notifier != nullptr && notifier->remove(key, cb) ? 0 : -ENOENT;
+} catch (const std::bad_alloc&) {
+  return -ENOMEM;
 }
 
 int vconf_keynode_get_int(const keynode_t* node) {

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <optional>
 #include <vector>
 
 #include "data_paths.h"
@@ -44,12 +45,17 @@ struct Place {
   std::string name;
 };
 
-// 0 if there is no such file.
-uint64_t inodeOf(const Place& place) {
+constexpr uint64_t kNoFile = 0;
+
+// Returns the inode, kNoFile if there is no such file, or nullopt, with errno, if this is unknown.
+std::optional<uint64_t> inodeOf(const Place& place) {
   struct stat status {};
-  const bool exists =
-      fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-  return exists ? status.st_ino : 0;
+  if (place.folder &&
+      fstatat(place.folder.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    return status.st_ino;
+  }
+  errno = place.folder ? errno : place.error;
+  return errno == ENOENT ? std::optional(kNoFile) : std::nullopt;
 }
 
 bool rename(const Place& from, const Place& to, unsigned flags) {
@@ -65,7 +71,7 @@ fs::path temporaryNameFor(const fs::path& root) {
   do {
     path = root.parent_path() /
            (".quillon-" + std::to_string(getpid()) + "-" + std::to_string(++count));
-  } while (inodeOf(Place(path)) != 0);
+  } while (inodeOf(Place(path)).value_or(kNoFile) != kNoFile);
   return path;
 }
 
@@ -85,13 +91,22 @@ bool flush(const Place& place) { return fsync(place.folder.get()) == 0; }
 // Undoes the step, if it was taken. Without an inode, there was no folder to put at the root. The
 // disk has the old files at the root before the new ones are deleted.
 bool undo(const LogEntry& entry) {
+  if (entry.step == kGarbage || (entry.step == kReplace && entry.inode == kNoFile)) {
+    return true;
+  }
   const Place root(entry.root);
   const Place temporary(entry.temporary);
-  const bool hasTemporary = inodeOf(temporary) != 0;
-  if (entry.step == kReplace && entry.inode != 0 && inodeOf(root) == entry.inode) {
-    return rename(root, temporary, hasTemporary ? RENAME_EXCHANGE : 0) && flush(root);
+  const auto rootInode = inodeOf(root);
+  const auto temporaryInode = inodeOf(temporary);
+  if (!rootInode || !temporaryInode) {
+    return false;
   }
-  return entry.step != kRemove || !hasTemporary || (rename(temporary, root, 0) && flush(root));
+  const bool hasTemporary = *temporaryInode != kNoFile;
+  if (entry.step == kReplace) {
+    return *rootInode != entry.inode ||
+           (rename(root, temporary, hasTemporary ? RENAME_EXCHANGE : 0) && flush(root));
+  }
+  return !hasTemporary || (rename(temporary, root, 0) && flush(root));
 }
 
 // Returns whether there is no such folder now.
@@ -193,8 +208,13 @@ Expected<Descriptor> FolderChange::stage() {
 Expected<void> FolderChange::replace() {
   const Place temporary(temporary_);
   const Place root(root_);
-  RETURN_IF_FAILED(log(kReplace, inodeOf(temporary)));
-  if (rename(temporary, root, inodeOf(root) != 0 ? RENAME_EXCHANGE : RENAME_NOREPLACE) &&
+  const auto inode = inodeOf(temporary);
+  const auto replaced = inodeOf(root);
+  if (!inode || !replaced) {
+    return failAt("cannot replace the folder", root_);
+  }
+  RETURN_IF_FAILED(log(kReplace, *inode));
+  if (rename(temporary, root, *replaced != kNoFile ? RENAME_EXCHANGE : RENAME_NOREPLACE) &&
       flush(root)) {
     return {};
   }
@@ -212,10 +232,14 @@ Expected<void> FolderChange::remove() {
                   root.error == ENOTDIR ? "replace the symbolic link on its path by the folder"
                                         : kWritableRemedy);
   }
-  if (inodeOf(root) == 0) {
+  const auto inode = inodeOf(root);
+  if (!inode) {
+    return failAt("cannot examine the folder", root_);
+  }
+  if (*inode == kNoFile) {
     return {};
   }
-  RETURN_IF_FAILED(log(kRemove, 0));
+  RETURN_IF_FAILED(log(kRemove, kNoFile));
   if (rename(root, Place(temporary_), 0) && flush(root)) {
     return {};
   }

@@ -8,9 +8,12 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <set>
+#include <span>
 #include <stdexcept>
 
 namespace quillon::faults {
@@ -21,10 +24,9 @@ constexpr std::size_t kStubSize = 16;
 
 std::array<const char*, kMaxFunctions> names;
 std::size_t functionCount = 0;
-thread_local bool isWatched = false;
 FailingCall chosen;
 
-using Counts = std::array<std::size_t, kMaxFunctions>;
+using Counts = std::array<std::atomic<std::size_t>, kMaxFunctions>;
 
 // Shared with child processes.
 Counts& counts() {
@@ -45,7 +47,7 @@ extern char quillonStubs[];
 // Whether the call of a function fails.
 bool quillonFails(std::size_t index) {
   using namespace quillon::faults;
-  if (!isWatched) {
+  if (!isThreadWatched()) {
     return false;
   }
   const std::size_t calls = ++counts()[index];
@@ -100,6 +102,12 @@ quillonStubs:
 namespace quillon::faults {
 namespace {
 
+// A function of another library, and where its address is.
+struct Import {
+  const char* name;
+  std::uintptr_t offset;
+};
+
 // The tables of the library's dynamic section.
 struct DynamicTables {
   explicit DynamicTables(const link_map& map) {
@@ -112,21 +120,70 @@ struct DynamicTables {
           names = reinterpret_cast<const char*>(entry->d_un.d_ptr);
           break;
         case DT_JMPREL:
-          relocations = reinterpret_cast<const ElfW(Rela)*>(entry->d_un.d_ptr);
+          calls = reinterpret_cast<const ElfW(Rela)*>(entry->d_un.d_ptr);
           break;
         case DT_PLTRELSZ:
-          count = entry->d_un.d_val / sizeof(ElfW(Rela));
+          callCount = entry->d_un.d_val / sizeof(ElfW(Rela));
+          break;
+        case DT_RELA:
+          addresses = reinterpret_cast<const ElfW(Rela)*>(entry->d_un.d_ptr);
+          break;
+        case DT_RELASZ:
+          addressCount = entry->d_un.d_val / sizeof(ElfW(Rela));
           break;
         default:
           break;
       }
     }
   }
+
+  // The relocations that hold the address of a function of another library: of one that is called,
+  // or whose address is used.
+  std::vector<Import> imports() const {
+    std::vector<Import> found;
+    for (const auto& table : {std::span(calls, callCount), std::span(addresses, addressCount)}) {
+      for (const ElfW(Rela) & relocation : table) {
+        const ElfW(Sym)& symbol = symbols[ELF64_R_SYM(relocation.r_info)];
+        if (isAddress(relocation) && isFunctionElsewhere(symbol)) {
+          found.push_back({names + symbol.st_name, relocation.r_offset});
+        }
+      }
+    }
+    return found;
+  }
+
+ private:
+  static bool isAddress(const ElfW(Rela) & relocation) {
+    const auto type = ELF64_R_TYPE(relocation.r_info);
+    return type == R_X86_64_JUMP_SLOT || type == R_X86_64_GLOB_DAT || type == R_X86_64_64;
+  }
+
+  static bool isFunctionElsewhere(const ElfW(Sym) & symbol) {
+    return symbol.st_shndx == SHN_UNDEF && ELF64_ST_TYPE(symbol.st_info) == STT_FUNC &&
+           ELF64_ST_BIND(symbol.st_info) != STB_WEAK;
+  }
+
   const ElfW(Sym) * symbols = nullptr;
   const char* names = nullptr;
-  const ElfW(Rela) * relocations = nullptr;
-  std::size_t count = 0;
+  const ElfW(Rela) * calls = nullptr;
+  const ElfW(Rela) * addresses = nullptr;
+  std::size_t callCount = 0;
+  std::size_t addressCount = 0;
 };
+
+const link_map& mapOf(void* library) {
+  const link_map* map = nullptr;
+  if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0) {
+    throw std::runtime_error(dlerror());
+  }
+  return *map;
+}
+
+void resetCounts() {
+  for (auto& count : counts()) {
+    count = 0;
+  }
+}
 
 bool isAmong(const std::vector<Failure>& failures, const char* name) {
   return std::any_of(failures.begin(), failures.end(), [&](const Failure& failure) {
@@ -144,33 +201,47 @@ void patch(void** slot, void* value) {
   *slot = value;
 }
 
+// Returns the stub's index for a function, whose address may be in the library twice.
+std::size_t indexOf(const char* name, void* original) {
+  std::size_t index = 0;
+  while (index < functionCount && std::strcmp(name, names[index]) != 0) {
+    ++index;
+  }
+  if (index == functionCount) {
+    names.at(functionCount++) = name;
+    quillonOriginals[index] = original;
+  }
+  return index;
+}
+
 }  // namespace
 
 void watchCalls(void* library, const std::vector<Failure>& failures) {
-  const link_map* map = nullptr;
-  if (dlinfo(library, RTLD_DI_LINKMAP, &map) != 0) {
-    throw std::runtime_error(dlerror());
-  }
-  const DynamicTables tables(*map);
-  for (std::size_t index = 0; index < tables.count; ++index) {
-    const ElfW(Rela)& relocation = tables.relocations[index];
-    const char* name = tables.names + tables.symbols[ELF64_R_SYM(relocation.r_info)].st_name;
-    if (!isAmong(failures, name) || functionCount == kMaxFunctions) {
-      continue;
+  const link_map& map = mapOf(library);
+  for (const Import& import : DynamicTables(map).imports()) {
+    if (isAmong(failures, import.name)) {
+      auto** const slot = reinterpret_cast<void**>(map.l_addr + import.offset);
+      patch(slot, quillonStubs + indexOf(import.name, *slot) * kStubSize);
     }
-    auto** const slot = reinterpret_cast<void**>(map->l_addr + relocation.r_offset);
-    names[functionCount] = name;
-    quillonOriginals[functionCount] = *slot;
-    patch(slot, quillonStubs + functionCount * kStubSize);
-    ++functionCount;
   }
-  counts() = {};  // makes the memory before the first child process
+  resetCounts();  // makes the memory before the first child process
 }
 
-void failAt(const FailingCall& call) {
-  counts() = {};
+void failAt(const FailingCall& call, Threads threads) {
+  resetCounts();
   chosen = call;
-  isWatched = true;
+  watchThreads(threads);
+}
+
+std::set<std::string> functionsCalledBy(void* library) {
+  std::set<std::string> functions;
+  for (const Import& import : DynamicTables(mapOf(library)).imports()) {
+    const std::string name = import.name;
+    if (!name.starts_with("_Z") && !name.starts_with("__cxa_") && !name.starts_with("__gxx_")) {
+      functions.insert(name);
+    }
+  }
+  return functions;
 }
 
 std::size_t callsOf(const char* name) {

@@ -2,34 +2,30 @@
 
 #include <sys/mman.h>
 
+#include <atomic>
 #include <cerrno>
 
 namespace quillon::faults {
 namespace {
 
+using Count = std::atomic<std::size_t>;
+
 // Shared with child processes.
-std::size_t& made() {
-  static auto* const shared = static_cast<std::size_t*>(mmap(
-      nullptr, sizeof(std::size_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+Count& made() {
+  static auto* const shared = static_cast<Count*>(
+      mmap(nullptr, sizeof(Count), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   return *shared;
 }
 
-struct Counter {
-  bool isCounting;
-  bool isLasting;
-  std::size_t number;
-};
-
-// Has a trivial constructor, so that malloc can read it at any time.
-thread_local constinit Counter counter{};
+bool isLasting = false;
+std::size_t chosen = 0;
 
 bool fails() {
-  if (!counter.isCounting) {
+  if (!isThreadWatched()) {
     return false;
   }
   const std::size_t now = ++made();
-  const bool isChosen =
-      counter.number != 0 && (counter.isLasting ? now >= counter.number : now == counter.number);
+  const bool isChosen = chosen != 0 && (isLasting ? now >= chosen : now == chosen);
   if (isChosen) {
     errno = ENOMEM;
   }
@@ -38,9 +34,11 @@ bool fails() {
 
 }  // namespace
 
-void failAllocation(std::size_t number, Shortage shortage) {
+void failAllocation(std::size_t number, Shortage shortage, Threads threads) {
   made() = 0;
-  counter = {true, shortage == Shortage::kFromThenOn, number};
+  chosen = number;
+  isLasting = shortage == Shortage::kFromThenOn;
+  watchThreads(threads);
 }
 
 std::size_t allocationsMade() { return made(); }

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <iostream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -27,6 +28,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using ::testing::IsSubsetOf;
+
 // The functions of the C library that the plug-in calls and that can fail, with their errors.
 const std::vector<Failure>& failuresOfLibc() {
   static const std::vector<Failure> failures = {{"access", -1, ENOENT},
@@ -40,7 +43,7 @@ const std::vector<Failure>& failuresOfLibc() {
                                                 {"clock_gettime", -1, EINVAL},
                                                 {"connect", -1, ECONNREFUSED},
                                                 {"connect", -1, EINTR},
-                                                {"dladdr", 0, 0},
+                                                {"dladdr1", 0, 0},
                                                 {"dlinfo", -1, 0},
                                                 {"dlopen", 0, ENOMEM},
                                                 {"dlsym", 0, 0},
@@ -100,11 +103,14 @@ const std::vector<Failure>& failuresOfLibc() {
                                                 {"setenv", -1, ENOMEM},
                                                 {"setvbuf", -1, EINVAL},
                                                 {"sigaction", -1, EINVAL},
+                                                {"signal", -1, EINVAL},
+                                                {"snprintf", -1, EOVERFLOW},
                                                 {"socket", -1, EMFILE},
                                                 {"stat", -1, EIO},
                                                 {"stat", -1, ENOENT},
                                                 {"syscall", -1, EAGAIN},
                                                 {"time", -1, EFAULT},
+                                                {"usleep", -1, EINTR},
                                                 {"write", -1, EIO},
                                                 {"write", -1, ENOSPC},
                                                 {"write", -1, EINTR}};
@@ -126,7 +132,6 @@ const std::vector<Failure>& failuresOfPlatform() {
                              "app_info_metadata_filter_foreach",
                              "aul_app_get_pkgid_bypid",
                              "package_info_create",
-                             "package_info_destroy",
                              "package_info_foreach_app_from_package",
                              "package_info_foreach_privilege_info",
                              "pkgmgr_installer_info_get_target_uid",
@@ -144,6 +149,7 @@ const std::vector<Failure>& failuresOfPlatform() {
                              "smack_lsetlabel",
                              "smack_setlabel",
                              "vconf_ignore_key_changed",
+                             "vconf_keynode_get_int",
                              "vconf_notify_key_changed",
                              "__dlog_print"}) {
       for (const int error : {-1, -EINVAL, -ENOMEM, -EIO, -2, 1}) {
@@ -154,6 +160,52 @@ const std::vector<Failure>& failuresOfPlatform() {
   }();
   return failures;
 }
+
+// The other functions that the plug-in calls.
+constexpr const char* kCannotFail[] = {
+    // Nothing can be done about an error.
+    "cap_free",
+    "close",
+    "closedir",
+    "dlclose",
+    "free",
+    "pthread_mutex_unlock",
+    "sync",
+    // Without errors, or with errors only after a fault in the plug-in.
+    "__errno_location",
+    "_exit",
+    "difftime",
+    "dlerror",
+    "exit",
+    "fileno",
+    "geteuid",
+    "getpid",
+    "gettid",
+    "gnu_get_libc_version",
+    "memchr",
+    "memcmp",
+    "memcpy",
+    "memmove",
+    "memset",
+    "pthread_mutex_lock",
+    "raise",
+    "sigaddset",
+    "sigemptyset",
+    "strcmp",
+    "strerror_r",
+    "strlen",
+    "strncpy",
+    "strnlen",
+    "strrchr",
+    "strstr",
+    "strtol",
+    "strtoll",
+    "tolower",
+    "trace_begin",
+    "trace_end",
+    "_Unwind_Resume",
+    "__dynamic_cast",
+};
 
 std::vector<std::string> partsOf(const std::string& list) {
   std::vector<std::string> parts;
@@ -182,9 +234,12 @@ bool isPartOf(const std::string& list, const std::string& right) {
   return found == parts.size();
 }
 
-std::size_t sampleStep() {
+// Every which case is checked. The threads beside the launcher's have so few that more of them are.
+std::size_t sampleStep(Threads threads) {
+  constexpr std::size_t kOfOthers = 100;
   const char* text = std::getenv("QUILLON_FAULTS_SAMPLE");
-  return text == nullptr ? 307 : std::max(1, std::atoi(text));
+  const std::size_t step = text == nullptr ? 307 : std::max(1, std::atoi(text));
+  return threads == Threads::kCalling ? step : std::max<std::size_t>(1, step / kOfOthers);
 }
 
 class PluginFaults : public torture::DeviceTest {
@@ -200,7 +255,8 @@ class PluginFaults : public torture::DeviceTest {
       std::this_thread::sleep_for(std::chrono::milliseconds(200));
       std::vector<Failure> failures = failuresOfLibc();
       failures.insert(failures.end(), failuresOfPlatform().begin(), failuresOfPlatform().end());
-      watchCalls(loadPlugin(), failures);
+      plugin = loadPlugin();
+      watchCalls(plugin, failures);
       keepCaches();
       return true;
     }();
@@ -234,6 +290,14 @@ class PluginFaults : public torture::DeviceTest {
             {"dotnet", "dotnet", "allowed", true}};
   }
 
+  // For what happens in other threads than the launcher's: the readers of captured streams, and the
+  // thread that watches the configuration.
+  static Scenario inThreads(int changes) {
+    return {"other threads", "normal", "allowed", true, true, changes};
+  }
+  static constexpr int kEnoughChanges = 2000;  // so that one is noticed
+  static constexpr int kSomeChanges = 20;
+
   // A launch in which `before` makes something fail.
   static Result launchWith(const Scenario& scenario, const std::function<void()>& before) {
     torture::clearCaches();
@@ -253,11 +317,21 @@ class PluginFaults : public torture::DeviceTest {
     }
   }
 
-  // Checks a launch in which `what` has failed.
+  // Checks a launch in which `what` fails. It must hang twice, because the machine may be busy.
   void judge(const Scenario& scenario, const std::string& what, const Result& right,
-             const Result& result) {
-    ++cases;
-    const std::string fault = faultOf(right, result);
+             const std::function<void()>& before) {
+    constexpr std::size_t kCasesPerLine = 1000;
+    if (++cases % kCasesPerLine == 0) {
+      std::cout << cases << " cases, " << faults << " faults" << std::endl;
+    }
+    Result result = launchWith(scenario, before);
+    if (result.how == kHangs) {
+      result = launchWith(scenario, before);
+    }
+    std::string fault = faultOf(right, result);
+    if (fault.empty() && scenario.changes == kEnoughChanges && !result.hasNoticed) {
+      fault = "changes of the configuration are lost";
+    }
     if (!fault.empty()) {
       ++faults;
       if (++faultsByKind[fault + " in " + result.function] == 1) {
@@ -275,6 +349,7 @@ class PluginFaults : public torture::DeviceTest {
               << " found | " << (faults == 0 ? "met" : "missed") << std::endl;
   }
 
+  static inline void* plugin = nullptr;
   static inline std::map<std::string, std::string> caches;
   std::size_t cases = 0;
   std::size_t faults = 0;
@@ -305,6 +380,9 @@ class PluginFaults : public torture::DeviceTest {
     if (result.isAccepted && !right.isAccepted) {
       return "a forbidden application is accepted";
     }
+    if (result.isLibraryAccepted) {
+      return "a forbidden library is accepted";
+    }
     if (!isPartOf(result.assemblies, right.assemblies)) {
       return "a wrong list of assemblies";
     }
@@ -314,16 +392,17 @@ class PluginFaults : public torture::DeviceTest {
 
 class PluginCalls : public PluginFaults {
  protected:
-  void failEachCall(const std::vector<Failure>& failures) {
+  void failEachCall(const std::vector<Failure>& failures, const std::vector<Scenario>& scenarios,
+                    Threads threads = Threads::kCalling) {
     std::size_t number = 0;
-    for (const Scenario& scenario : scenarios()) {
-      const Result right = launchWith(scenario, [] { failAt({}); });
+    for (const Scenario& scenario : scenarios) {
+      const Result right = launchWith(scenario, [&] { failAt({}, threads); });
       for (const auto& [failure, calls] : callsMade(failures)) {
         for (std::size_t call = 1; call <= calls; ++call) {
-          if (++number % sampleStep() == 0) {
-            judge(scenario, textOf(*failure, call), right, launchWith(scenario, [&] {
-                    failAt({failure, call});
-                  }));
+          if (++number % sampleStep(threads) == 0) {
+            judge(scenario, textOf(*failure, call), right, [&] {
+              failAt({failure, call}, threads);
+            });
           }
         }
       }
@@ -347,29 +426,46 @@ class PluginCalls : public PluginFaults {
   }
 };
 
+TEST_F(PluginCalls, NoFunctionIsForgotten) {
+  const std::set<std::string> called = functionsCalledBy(plugin);
+  std::set<std::string> known(std::begin(kCannotFail), std::end(kCannotFail));
+  for (const auto& failures : {failuresOfLibc(), failuresOfPlatform()}) {
+    for (const Failure& failure : failures) {
+      known.insert(failure.function);
+    }
+  }
+  EXPECT_THAT(called, IsSubsetOf(known));
+  EXPECT_THAT(known, IsSubsetOf(called));
+}
+
 TEST_F(PluginCalls, EachCallOfTheCLibraryMayFail) {
-  failEachCall(failuresOfLibc());
+  failEachCall(failuresOfLibc(), scenarios());
   printFigure("plug-in, each call of the C library fails");
 }
 
 TEST_F(PluginCalls, EachCallOfThePlatformMayFail) {
-  failEachCall(failuresOfPlatform());
+  failEachCall(failuresOfPlatform(), scenarios());
   printFigure("plug-in, each call of the platform returns each error");
+}
+
+TEST_F(PluginCalls, EachCallOfAnotherThreadMayFail) {
+  failEachCall(failuresOfLibc(), {inThreads(kEnoughChanges)}, Threads::kOthers);
+  failEachCall(failuresOfPlatform(), {inThreads(kEnoughChanges)}, Threads::kOthers);
+  printFigure("plug-in, each call fails in the threads beside the launcher's");
 }
 
 class PluginMemory : public PluginFaults {
  protected:
-  void failEachAllocation(Shortage shortage) {
+  void failEachAllocation(Shortage shortage, const std::vector<Scenario>& scenarios,
+                          Threads threads = Threads::kCalling) {
     std::size_t number = 0;
-    for (const Scenario& scenario : scenarios()) {
-      const auto run = [&](std::size_t allocation) {
-        return launchWith(scenario, [&] { failAllocation(allocation, shortage); });
-      };
-      const Result right = run(0);
+    for (const Scenario& scenario : scenarios) {
+      const Result right = launchWith(scenario, [&] { failAllocation(0, shortage, threads); });
       const std::size_t last = allocationsMade();
       for (std::size_t allocation = 1; allocation <= last; ++allocation) {
-        if (++number % sampleStep() == 0) {
-          judge(scenario, "allocation " + std::to_string(allocation), right, run(allocation));
+        if (++number % sampleStep(threads) == 0) {
+          judge(scenario, "allocation " + std::to_string(allocation), right,
+                [&] { failAllocation(allocation, shortage, threads); });
         }
       }
     }
@@ -377,13 +473,19 @@ class PluginMemory : public PluginFaults {
 };
 
 TEST_F(PluginMemory, OneAllocationMayFail) {
-  failEachAllocation(Shortage::kOnce);
+  failEachAllocation(Shortage::kOnce, scenarios());
   printFigure("plug-in, each allocation fails once");
 }
 
 TEST_F(PluginMemory, MemoryMayRunOut) {
-  failEachAllocation(Shortage::kFromThenOn);
+  failEachAllocation(Shortage::kFromThenOn, scenarios());
   printFigure("plug-in, memory runs out at each allocation");
+}
+
+TEST_F(PluginMemory, AllocationsOfAnotherThreadMayFail) {
+  failEachAllocation(Shortage::kOnce, {inThreads(kEnoughChanges)}, Threads::kOthers);
+  failEachAllocation(Shortage::kFromThenOn, {inThreads(kSomeChanges)}, Threads::kOthers);
+  printFigure("plug-in, allocations fail in the threads beside the launcher's");
 }
 
 }  // namespace

@@ -2,12 +2,16 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -15,9 +19,12 @@
 #include <ios>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
+#include "device_names.h"
 #include "platform/dlog.h"
 #include "quillon_tv_plugin.h"
+#include "workstation/config_store.h"
 #include "workstation/log_config.h"
 #include "workstation/packages.h"
 
@@ -33,6 +40,8 @@ struct Report {
   std::size_t step;
   std::array<char, 64> thrown;  // for each step: 'b' for bad_alloc, 'f' for a stream's failure
   bool isAccepted;
+  bool isLibraryAccepted;
+  bool hasNoticed;
   std::array<char, kMaxText> assemblies;
   std::array<char, kMaxText> folders;
 };
@@ -54,8 +63,15 @@ void keep(std::array<char, kMaxText>& target, const char* text) {
   std::strncpy(target.data(), text == nullptr ? "" : text, kMaxText - 1);
 }
 
-int createDelegate(void*, unsigned int, const char*, const char*, const char*, void** delegate) {
-  *delegate = reinterpret_cast<void*>(+[] {});
+std::atomic<bool> isZoneCacheCleared{false};
+
+// The managed methods: one clears the cache of time zones, the others do nothing.
+int createDelegate(void*, unsigned int, const char*, const char*, const char* method,
+                   void** delegate) {
+  void (*const clear)() = [] { isZoneCacheCleared = true; };
+  void (*const nothing)() = [] {};
+  const bool clears = std::strcmp(method, "ClearCachedData") == 0;
+  *delegate = reinterpret_cast<void*>(clears ? clear : nothing);
   return 0;
 }
 
@@ -85,6 +101,7 @@ struct Functions {
   QUILLON_FUNCTION(plugin_before_execute);
   QUILLON_FUNCTION(plugin_finalize);
   QUILLON_FUNCTION(plugin_validate_dll);
+  QUILLON_FUNCTION(create_pipe_server);
   QUILLON_FUNCTION(create_pipe_client);
   QUILLON_FUNCTION(is_coba_direct_call_mode);
   QUILLON_FUNCTION(check_signature);
@@ -101,6 +118,75 @@ struct Functions {
 const Functions& functions() {
   static const Functions all;
   return all;
+}
+
+// Returns true if the reader of a stream has taken everything, or has ended.
+bool hasTakenAll(int stream) {
+  int unread = 0;
+  pollfd end{stream, POLLOUT, 0};
+  return ioctl(stream, FIONREAD, &unread) != 0 || unread == 0 ||
+         (poll(&end, 1, 0) == 1 && (end.revents & POLLERR) != 0);
+}
+
+// When a reader takes the second line, it has completely handled the first one.
+void printTwice() {
+  std::signal(SIGPIPE, SIG_IGN);  // as the runtime does
+  for (const char* const line : {"one\n", "two\n"}) {
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+      [[maybe_unused]] const auto written = write(stream, line, std::strlen(line));
+    }
+    while (!hasTakenAll(STDOUT_FILENO) || !hasTakenAll(STDERR_FILENO)) {
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+  }
+}
+
+// Sets a key that the plug-in watches, until it has noticed.
+void changeConfiguration() {
+  constexpr char kKey[] = "db/menu/glade_port/homedatacontrol/defaultdisclaimeragree";
+  for (int tries = 0; tries < current->changes && !isZoneCacheCleared; ++tries) {
+    [[maybe_unused]] const auto set = workstation::setConfig(kKey, 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  report().hasNoticed = isZoneCacheCleared;
+}
+
+enum class Server { kNone, kRuns, kHasEnded };
+std::atomic<Server> server{Server::kNone};
+
+// Sends one request to a server in this process. A second thread does it, which exists before
+// memory runs out.
+void sendRequest() {
+  while (server == Server::kNone) {
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  int pipe = -1;
+  while (server == Server::kRuns && pipe < 0) {
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+    pipe = open(QUILLON_DLL_REQUEST_PIPE, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  }
+  [[maybe_unused]] const auto written = write(pipe, "request\n", std::strlen("request\n"));
+}
+
+struct LastRequest {};
+
+// The server waits for further requests until its callback does not return.
+void serveOneRequest() {
+  server = Server::kRuns;
+  try {
+    CALL(create_pipe_server)([](const char*, void*) { throw LastRequest(); });
+  } catch (const LastRequest&) {
+  }
+  server = Server::kHasEnded;
+}
+
+// Keeps the pipe open, so that the answer stays there, and answers again, in case that the plug-in
+// could not.
+void answerRequest() {
+  const int pipe = open(QUILLON_DLL_ANSWER_PIPE, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  CALL(create_pipe_client)(device_names::kValidationRefusal);
+  [[maybe_unused]] const auto written =
+      write(pipe, device_names::kValidationRefusal, std::strlen(device_names::kValidationRefusal));
 }
 
 struct Step {
@@ -146,6 +232,13 @@ constexpr Step kSteps[] = {
        CALL(plugin_has_log_control)
        ();
      }},
+    {"captured output",
+     [] {
+       if (current->prints) {
+         printTwice();
+       }
+     }},
+    {"configuration", changeConfiguration},
     {"plugin_before_execute",
      [] {
        CALL(plugin_before_execute)
@@ -161,11 +254,10 @@ constexpr Step kSteps[] = {
        CALL(check_signature)
        ("/opt/usr/apps/allowed");
      }},
+    {"create_pipe_server", serveOneRequest},
+    {"create_pipe_client", answerRequest},
     {"plugin_validate_dll",
-     [] {
-       CALL(plugin_validate_dll)
-       (1, executable.c_str());
-     }},
+     [] { report().isLibraryAccepted = CALL(plugin_validate_dll)(1, executable.c_str()) == 1; }},
     {"enable_exception_monitor",
      [] {
        CALL(enable_exception_monitor)
@@ -201,11 +293,6 @@ constexpr Step kSteps[] = {
        CALL(lldb_sos_get_thread_list)
        ();
      }},
-    {"create_pipe_client",
-     [] {
-       CALL(create_pipe_client)
-       ("text");
-     }},
     {"plugin_finalize",
      [] {
        CALL(plugin_finalize)
@@ -238,6 +325,7 @@ void takeSteps() {
     _exit(1);
   }
   functions();
+  std::thread(sendRequest).detach();
   before();
   takeSteps();
   _exit(kAllReturned);
@@ -245,7 +333,7 @@ void takeSteps() {
 
 std::string describe(int status) {
   if (WIFSIGNALED(status)) {
-    return WTERMSIG(status) == SIGALRM ? "hangs" : "signal " + std::to_string(WTERMSIG(status));
+    return WTERMSIG(status) == SIGALRM ? kHangs : "signal " + std::to_string(WTERMSIG(status));
   }
   return "status " + std::to_string(WEXITSTATUS(status));
 }
@@ -264,6 +352,8 @@ void* loadPlugin() {
 
 Result launch(const Scenario& scenario, const std::function<void()>& before) {
   report() = {};
+  unlink(QUILLON_DLL_REQUEST_PIPE);
+  unlink(QUILLON_DLL_ANSWER_PIPE);
   const pid_t child = fork();
   if (child == 0) {
     runChild(scenario, before);
@@ -287,6 +377,8 @@ Result launch(const Scenario& scenario, const std::function<void()>& before) {
   result.assemblies = report().assemblies.data();
   result.folders = report().folders.data();
   result.isAccepted = report().isAccepted;
+  result.isLibraryAccepted = report().isLibraryAccepted;
+  result.hasNoticed = report().hasNoticed;
   return result;
 }
 

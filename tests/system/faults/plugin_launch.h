@@ -12,7 +12,11 @@ struct Scenario {
   std::string type;         // application type
   std::string application;  // "allowed" or "forbidden", which lacks the platform privilege
   bool isCached = false;    // the lists are in their caches
+  bool prints = false;      // on captured standard streams
+  int changes = 0;          // of the configuration, at most
 };
+
+inline constexpr char kHangs[] = "hangs";
 
 // How a launch ended.
 struct Result {
@@ -21,13 +25,14 @@ struct Result {
     kRefused,   // the plug-in has ended the process with status 0
     kKilled     // a signal, or another status
   } end = End::kKilled;
-  std::string how;                  // for messages
+  std::string how;                  // for messages; kHangs after a time limit
   std::string function;             // the last one that was called
   std::vector<std::string> thrown;  // functions that exceptions have left, with their kind
   std::string assemblies;           // as plugin_get_tpa has returned them
   std::string folders;              // of plugin_get_dll_path
   bool isAccepted = false;          // plugin_set_app_info has returned
-  std::size_t count = 0;            // from `after`
+  bool isLibraryAccepted = false;   // although the validator has refused it
+  bool hasNoticed = false;          // a change of the configuration
 };
 
 // Loads the plug-in into the calling process. Returns what dlopen(3) returns.

@@ -2,23 +2,17 @@
 #include <gmock/gmock.h>
 #include <sys/syscall.h>
 
-#include <filesystem>
-
 #include "tests/system/torture/traced_process.h"
-#include "tests/unit/platform/device_main.h"
-#include "tests/unit/platform/sample_package.h"
+#include "tests/unit/platform/left_packages.h"
 
 namespace quillon::test {
 namespace {
 
-namespace fs = std::filesystem;
 using torture::Follower;
 using torture::SystemCall;
 using torture::Verdict;
-using workstation::findPackageOfApplication;
-using workstation::listPackages;
 
-class InstallKillTest : public InsideDeviceTest {
+class InstallKillTest : public LeftPackagesTest {
  protected:
   // Runs the work again and again, and kills it at its first, second, ... system call until it
   // completes. Checks after each run.
@@ -46,56 +40,10 @@ class InstallKillTest : public InsideDeviceTest {
     RecordProperty("calls", static_cast<int>(index - 2));
     EXPECT_GT(index, 50U) << "the work made no calls worth the name";
   }
-
-  // A launch reads the registry before anything cleans up.
-  static void expectReadable() {
-    for (const char* application : {"p.main", "none"}) {
-      const auto found = findPackageOfApplication(application);
-      EXPECT_TRUE(found) << found.error().what;
-    }
-    const auto list = listPackages();
-    EXPECT_TRUE(list) << list.error().what;
-  }
-
-  // The next installation cleans up. Then files and registry match and no other files are left.
-  static void expectComplete() {
-    ASSERT_TRUE(SamplePackage("other").install());
-    const auto packages = listPackages().value();
-    size_t others = 0;
-    for (const auto& package : packages) {
-      if (package.id == "other") {
-        ++others;
-        continue;
-      }
-      EXPECT_EQ(contentsOf(package.rootPath + "/version"), package.version);
-      EXPECT_EQ(contentsOf(package.rootPath + "/other"), package.version);
-    }
-    size_t folders = 0;
-    for (const char* parent : {"/opt/usr/apps", "/opt/share"}) {
-      std::error_code error;
-      for (const auto& entry : fs::directory_iterator(parent, error)) {
-        EXPECT_FALSE(entry.path().filename().string().starts_with(".")) << entry.path();
-        ++folders;
-      }
-    }
-    EXPECT_EQ(others, 1U);
-    EXPECT_EQ(folders, packages.size());
-  }
-
-  // In addition, the replaced package is installed, in the old or the new version.
-  static void expectCompleteAndInstalled() {
-    expectComplete();
-    const auto packages = listPackages().value();
-    ASSERT_EQ(packages.size(), 2U);
-    EXPECT_EQ(packages[1].id, "p");
-  }
 };
 
 void install(const std::string& version, const std::string& line = "") {
-  SamplePackage sample("p", version);
-  sample.add(line).file("version", version).file("other", version);
-  sample.add("[[application]]\nid = 'p.main'\nexec = 'version'");
-  if (!sample.install()) {
+  if (!VersionOfP(version, line).install()) {
     std::abort();
   }
 }
