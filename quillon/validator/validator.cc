@@ -155,7 +155,7 @@ sigset_t endSignals() {
 
 bool endRequested(std::chrono::milliseconds timeout) {
   const sigset_t signals = endSignals();
-  const timespec time{0, std::chrono::nanoseconds(timeout).count()};
+  const timespec time{0, static_cast<long>(std::chrono::nanoseconds(timeout).count())};
   return sigtimedwait(&signals, nullptr, &time) > 0;
 }
 
