@@ -6,7 +6,6 @@
 #include <string>
 #include <utility>
 
-#include "quillon/base/processor.h"
 #include "quillon/base/terminal.h"
 #include "quillon/base/trace_span.h"
 #include "quillon/host/application/target.h"
@@ -171,10 +170,8 @@ WorkerProcess* LaunchRequests::assign(uint64_t number, const Entry& entry, const
   client.worker = worker->number;
   // In this order: a client without the first message knows that no worker has its launch. If a
   // message cannot be sent, the client gets the worker's end, and may ask for another one.
-  if (sendTaken(client.socket.get(), worker->pid, worker->pidfd.get()) &&
-      sendAssignment(worker->channel.get(), entry.target, limits, connection.get())) {
-    moveToOtherProcessor(worker->pid);  // before kNoted, so the application gets all processors
-  } else {
+  if (!sendTaken(client.socket.get(), worker->pid, worker->pidfd.get()) ||
+      !sendAssignment(worker->channel.get(), entry.target, limits, connection.get())) {
     killWorker(*worker);
   }
   return worker;
