@@ -1,6 +1,5 @@
 // What the launch pad checks and prepares while a worker takes a launch over.
 #include <gmock/gmock.h>
-#include <sched.h>
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/socket.h>
@@ -14,7 +13,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -81,9 +79,8 @@ class TracedServer {
 
   [[nodiscard]] bool isTraced() const { return isTraced_; }
 
-  // Lets the process run up to the call with that number; to its `count`th one. Returns false if it
-  // does not get there.
-  bool runTo(uint64_t number, int count = 1) {
+  // Lets the process run up to the call with that number. Returns false if it does not get there.
+  bool runTo(uint64_t number) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     ptrace(PTRACE_INTERRUPT, process_, nullptr, nullptr);
     while (std::chrono::steady_clock::now() < end) {
@@ -95,7 +92,7 @@ class TracedServer {
       if (!WIFSTOPPED(status)) {
         return false;
       }
-      if (isBefore(number, WSTOPSIG(status)) && --count == 0) {
+      if (isBefore(number, WSTOPSIG(status))) {
         return true;
       }
       ptrace(PTRACE_SYSCALL, process_, nullptr, nullptr);
@@ -168,7 +165,7 @@ class HeldHandOver : public HandOver {
  protected:
   // Prepares a process, starts a launch, and stops the launch pad before a system call, which it
   // makes while the process takes the launch over. Expects that the application does not start.
-  void holdBefore(uint64_t call, int count = 1) {
+  void holdBefore(uint64_t call) {
     start(1);
     prepareFor({"--raw", kEnding});
     worker_ = processes("ready").at(0);
@@ -180,7 +177,7 @@ class HeldHandOver : public HandOver {
     fs::current_path("/usr");
     launch_.emplace(std::vector<std::string>{"--device", root(), "--raw", kEnding, "--", "wait"});
     fs::current_path(before);
-    ASSERT_TRUE(server_->runTo(call, count));
+    ASSERT_TRUE(server_->runTo(call));
     ASSERT_TRUE(eventually(
         [&] { return awaitsMessage(worker_, "/usr") || !isAlive(worker_) || hasStarted(); }));
     EXPECT_TRUE(isAlive(worker_));
@@ -206,34 +203,6 @@ TEST_F(HeldHandOver, TheApplicationWaitsUntilItsPackageIsNoted) {
   holdBefore(kSymlink);
   if (!IsSkipped() && !HasFatalFailure()) {
     release();
-  }
-}
-
-std::set<std::string> processorsOf(pid_t process) {
-  const std::string name = "Cpus_allowed:";
-  std::set<std::string> all;
-  for (const auto& thread : fs::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
-    const std::string status = contentOf(thread.path() / "status");
-    const size_t at = status.find(name);
-    all.insert(status.substr(at, status.find('\n', at) - at));
-  }
-  return all;
-}
-
-// The launch pad moves the prepared process to another processor, for which it takes the first one
-// from it for a moment.
-TEST_F(HeldHandOver, TheApplicationWaitsUntilItHasAllItsProcessors) {
-  const auto own = processorsOf(getpid());
-  cpu_set_t allowed;
-  ASSERT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
-  if (CPU_COUNT(&allowed) == 1) {
-    QUILLON_SKIP("there is one processor only");
-  }
-  holdBefore(SYS_sched_setaffinity, 4);  // the first two are for the inspector
-  if (!IsSkipped() && !HasFatalFailure()) {
-    EXPECT_NE(processorsOf(worker_), own);
-    release();
-    EXPECT_EQ(processorsOf(worker_), own);
   }
 }
 
