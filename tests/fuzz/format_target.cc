@@ -23,15 +23,15 @@ int sizeFrom(std::string_view text) {
 }
 
 // The result of strtol(3) for the first 29 characters; INT_MAX + 1 for larger numbers.
-long indexOf(std::string_view text) {
-  constexpr long kTooLarge = static_cast<long>(INT_MAX) + 1;
+long long indexOf(std::string_view text) {
+  constexpr long long kTooLarge = static_cast<long long>(INT_MAX) + 1;
   text = text.substr(0, std::min<std::size_t>({text.size(), 29, text.find('\0')}));
   text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
   const bool negative = text.starts_with('-');
   if (negative || text.starts_with('+')) {
     text.remove_prefix(1);
   }
-  long index = 0;
+  long long index = 0;
   for (; !text.empty() && text[0] >= '0' && text[0] <= '9'; text.remove_prefix(1)) {
     index = std::min(10 * index + (text[0] - '0'), kTooLarge);
   }
@@ -53,7 +53,7 @@ std::optional<std::string> model(const std::string& format, const std::vector<st
     if (close == std::string::npos) {
       break;
     }
-    const long index = indexOf(std::string_view(format).substr(at + 1, close - at - 1));
+    const long long index = indexOf(std::string_view(format).substr(at + 1, close - at - 1));
     const bool possible = index >= 0 && index <= INT_MAX;
     if (possible && index >= static_cast<long>(texts.size())) {
       return std::nullopt;

@@ -8,6 +8,8 @@
 #include <functional>
 #include <stdexcept>
 
+#include "tests/support/sanitized.h"
+
 namespace quillon::test {
 namespace {
 
@@ -37,7 +39,7 @@ SigningKey SigningKey::rsa(unsigned int bits) {
   const std::unique_ptr<EVP_PKEY_CTX, void (*)(EVP_PKEY_CTX*)> context(
       EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr), EVP_PKEY_CTX_free);
   // Several short primes are found much faster than two long ones. The public key looks the same.
-  const int primes = bits >= 4096 ? 4 : 2;
+  const int primes = bits >= 4096 ? 4 : isEmulated() ? 3 : 2;
   EVP_PKEY* key = nullptr;
   require(EVP_PKEY_keygen_init(context.get()) == 1 &&
               EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), static_cast<int>(bits)) == 1 &&

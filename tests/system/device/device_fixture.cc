@@ -57,16 +57,10 @@ int complain(const Failure& failure) {
 }
 
 // Runs in the child, inside the device root. Returns only on failure.
-int exec(std::vector<std::string> command, const std::string& package,
-         const std::vector<std::string>& manifests) {
+int exec(std::vector<std::string> command, const std::vector<std::string>& manifests) {
   for (const std::string& manifest : manifests) {
     if (auto installed = workstation::installPackage(manifest); !installed) {
       return complain(installed.error());
-    }
-  }
-  if (!package.empty()) {
-    if (auto known = workstation::registerProcess(getpid(), package); !known) {
-      return complain(known.error());
     }
   }
   setenv("QUILLON_LOG", (std::string("json:") + kLog).c_str(), 1);
@@ -184,8 +178,11 @@ DriverRun DeviceLaunch::run(const std::vector<std::string>& steps, const std::st
       return complain(entered.error());
     }
     std::vector<std::string> command = {driver_, plugin_};
+    if (!package.empty()) {
+      command.push_back("register=" + package);
+    }
     command.insert(command.end(), steps.begin(), steps.end());
-    return exec(command, package, manifests);
+    return exec(command, manifests);
   });
   DriverRun result;
   result.status = outcome.status;

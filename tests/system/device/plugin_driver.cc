@@ -3,7 +3,8 @@
 // Loads the plug-in and runs the steps in order. A step is the name of an exported function without
 // "plugin_", or the name of an inspection, with its argument after a "=". Each step prints one JSON
 // line: {"step":"get_tpa","result":"..."}. If a step throws, the line has "threw" instead of
-// "result". Exits with status 0 after the last step, unless the plug-in ends the process before.
+// "result". The step "register" prints nothing. Exits with status 0 after the last step, unless the
+// plug-in ends the process before.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
@@ -32,6 +33,7 @@
 #include <thread>
 
 #include "quillon_tv_plugin.h"
+#include "workstation/process_registration.h"
 
 namespace {
 
@@ -298,6 +300,14 @@ json takeTurn(const std::string&) {
   return flock(pipe, LOCK_EX) == 0;
 }
 
+// Makes this process one of a package. Not before exec(2), after which an emulator reports another
+// start time of the process.
+void registerProcess(const std::string& package) {
+  if (quillon_register_process(getpid(), package.c_str()) != 0) {
+    std::exit(3);
+  }
+}
+
 using Step = std::function<json(const std::string&)>;
 
 // The plug-in may end the process during a step. No output is lost, since each line is flushed.
@@ -352,6 +362,9 @@ const std::map<std::string, Step>& steps() {
 void take(const std::string& text) {
   const std::size_t equals = text.find('=');
   const std::string name = text.substr(0, equals);
+  if (name == "register") {
+    return registerProcess(text.substr(equals + 1));
+  }
   const auto step = steps().find(name);
   if (step == steps().end()) {
     std::fprintf(stderr, "plugin-driver: no step '%s'\n", name.c_str());
