@@ -426,6 +426,8 @@ class PluginCalls : public PluginFaults {
   }
 };
 
+// Other compilers put other functions inline, and the counters of coverage call their own.
+#ifndef __clang__
 TEST_F(PluginCalls, NoFunctionIsForgotten) {
   const std::set<std::string> called = functionsCalledBy(plugin);
   std::set<std::string> known(std::begin(kCannotFail), std::end(kCannotFail));
@@ -437,6 +439,7 @@ TEST_F(PluginCalls, NoFunctionIsForgotten) {
   EXPECT_THAT(called, IsSubsetOf(known));
   EXPECT_THAT(known, IsSubsetOf(called));
 }
+#endif
 
 TEST_F(PluginCalls, EachCallOfTheCLibraryMayFail) {
   failEachCall(failuresOfLibc(), scenarios());
