@@ -308,8 +308,10 @@ Expected<void> Bench::measureRounds() {
   return {};
 }
 
+// Not on a terminal: it has no end of input, and its end may kill the application by SIGHUP, and
+// with it the process that has requested the launch.
 Expected<void> Bench::measureMemoryOf(Row& row) {
-  if (contenders_[row.contender].timesItself) {
+  if (contenders_[row.contender].timesItself || contenders_[row.contender].onTerminal) {
     return {};
   }
   for (int round = 0; round < options_.memoryRounds && !failed_[row.contender]; ++round) {

@@ -72,10 +72,8 @@ class Running {
  private:
   void spawn(const Contender& contender, const Streams& streams);
   bool readMore();
-  void endInput();
 
   const Asker* const asker_;
-  const bool onTerminal_;
   const bool waits_;  // the application waits for the end of its input
   Streams streams_;
   bool runs_ = false;
@@ -87,9 +85,8 @@ class Running {
 
 Running::Running(const Contender& contender, Task task, const Asker* asker)
     : asker_(asker),
-      onTerminal_(contender.onTerminal),
       waits_(task == Task::kMemory),
-      streams_(onTerminal_ ? makeTerminal() : makePipes()) {
+      streams_(contender.onTerminal ? makeTerminal() : makePipes()) {
   if (asker == nullptr) {
     spawn(contender, streams_);
   } else {
@@ -144,16 +141,8 @@ pid_t Running::application() const {
   return std::atoi(text_.c_str() + text_.find(kReady) + kReady.size());
 }
 
-// A terminal has no end of input, only an end: what the application writes after it is lost.
-void Running::endInput() {
-  streams_.input.reset();
-  if (onTerminal_ && waits_) {
-    streams_.output.reset();
-  }
-}
-
 bool Running::end() {
-  endInput();
+  streams_.input.reset();
   while (readMore()) {
   }
   if (asker_ != nullptr) {
