@@ -21,6 +21,16 @@ using quillon::Descriptor;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kReady = "ready ";
+
+// The start of the application's line, which messages of the launcher may precede.
+std::size_t readyIn(const std::string& text) {
+  if (text.starts_with(kReady)) {
+    return 0;
+  }
+  const std::size_t lineEnd = text.find('\n' + std::string(kReady));
+  return lineEnd == text.npos ? text.npos : lineEnd + 1;
+}
+
 constexpr char kWaitArgument[] = "wait";
 
 // The streams of a contender: our ends and its ends.
@@ -125,20 +135,20 @@ bool Running::readMore() {
 }
 
 bool Running::readUntilReady() {
-  while (runs_ && text_.find(kReady) == text_.npos) {
+  while (runs_ && readyIn(text_) == text_.npos) {
     if (!readMore()) {
       return false;
     }
   }
   ready_ = Clock::now();
   // Read the process id after it.
-  while (text_.find('\n', text_.find(kReady)) == text_.npos && readMore()) {
+  while (text_.find('\n', readyIn(text_)) == text_.npos && readMore()) {
   }
   return runs_;
 }
 
 pid_t Running::application() const {
-  return std::atoi(text_.c_str() + text_.find(kReady) + kReady.size());
+  return std::atoi(text_.c_str() + readyIn(text_) + kReady.size());
 }
 
 bool Running::end() {
