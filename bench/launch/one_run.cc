@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cctype>
 #include <chrono>
 #include <cstdlib>
 #include <string>
@@ -22,13 +23,15 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kReady = "ready ";
 
-// The start of the application's line, which messages of the launcher may precede.
+// Where the application's line is, which has its process id after the word. Messages of the
+// launcher may contain the word, too.
 std::size_t readyIn(const std::string& text) {
-  if (text.starts_with(kReady)) {
-    return 0;
+  std::size_t at = text.find(kReady);
+  while (at != text.npos &&
+         std::isdigit(static_cast<unsigned char>(text[at + kReady.size()])) == 0) {
+    at = text.find(kReady, at + 1);
   }
-  const std::size_t lineEnd = text.find('\n' + std::string(kReady));
-  return lineEnd == text.npos ? text.npos : lineEnd + 1;
+  return at;
 }
 
 constexpr char kWaitArgument[] = "wait";
