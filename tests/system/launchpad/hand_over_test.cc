@@ -12,7 +12,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -161,49 +160,29 @@ TEST_F(HandOver, AnInstallationDuringTheRequestIsNoticed) {
   EXPECT_TRUE(eventually([&] { return !isAlive(stale); }));
 }
 
-class HeldHandOver : public HandOver {
- protected:
-  // Prepares a process, starts a launch, and stops the launch pad before a system call, which it
-  // makes while the process takes the launch over. Expects that the application does not start.
-  void holdBefore(uint64_t call) {
-    start(1);
-    prepareFor({"--raw", kEnding});
-    worker_ = processes("ready").at(0);
-    server_.emplace(launchpad());
-    if (!server_->isTraced()) {
-      QUILLON_SKIP("the machine does not allow ptrace(2)");
-    }
-    const fs::path before = fs::current_path();
-    fs::current_path("/usr");
-    launch_.emplace(std::vector<std::string>{"--device", root(), "--raw", kEnding, "--", "wait"});
-    fs::current_path(before);
-    ASSERT_TRUE(server_->runTo(call));
-    ASSERT_TRUE(eventually(
-        [&] { return awaitsMessage(worker_, "/usr") || !isAlive(worker_) || hasStarted(); }));
-    EXPECT_TRUE(isAlive(worker_));
-    EXPECT_FALSE(hasStarted());
+// The plug-in asks for the note, so the launch pad is stopped before it writes the note, while the
+// process takes the launch over.
+TEST_F(HandOver, TheApplicationWaitsUntilItsPackageIsNoted) {
+  start(1);
+  prepareFor({"--raw", kEnding});
+  const pid_t worker = processes("ready").at(0);
+  TracedServer server(launchpad());
+  if (!server.isTraced()) {
+    QUILLON_SKIP("the machine does not allow ptrace(2)");
   }
-
-  [[nodiscard]] bool hasStarted() const { return !launch_->output().empty(); }
-
-  // Expects that the application starts now.
-  void release() {
-    server_->release();
-    EXPECT_TRUE(eventually([&] { return hasStarted(); })) << launch_->output();
-    expectServed(1);
-  }
-
-  pid_t worker_ = 0;
-  std::optional<TracedServer> server_;
-  std::optional<RunningLaunch> launch_;
-};
-
-// The plug-in asks for the note.
-TEST_F(HeldHandOver, TheApplicationWaitsUntilItsPackageIsNoted) {
-  holdBefore(kSymlink);
-  if (!IsSkipped() && !HasFatalFailure()) {
-    release();
-  }
+  const fs::path before = fs::current_path();
+  fs::current_path("/usr");
+  RunningLaunch launch({"--device", root(), "--raw", kEnding, "--", "wait"});
+  fs::current_path(before);
+  const auto hasStarted = [&] { return !launch.output().empty(); };
+  ASSERT_TRUE(server.runTo(kSymlink));
+  ASSERT_TRUE(eventually(
+      [&] { return awaitsMessage(worker, "/usr") || !isAlive(worker) || hasStarted(); }));
+  EXPECT_TRUE(isAlive(worker));
+  EXPECT_FALSE(hasStarted());
+  server.release();
+  EXPECT_TRUE(eventually(hasStarted)) << launch.output();
+  expectServed(1);
 }
 
 // The plug-in would find no package for the process, and refuse the launch without a reason.
