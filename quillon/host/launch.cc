@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <optional>
 #include <sstream>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -389,7 +390,7 @@ Expected<int> Launch::execute(Runtime& runtime) {
 // for it.
 Expected<unsigned> Launch::executeAssembly(Runtime& runtime) const {
   const TraceSpan span("coreclr_execute_assembly: Main");
-  [[maybe_unused]] static const int registered = std::atexit(workstation::forgetEndedProcesses);
+  std::ignore = std::atexit(workstation::forgetEndedProcesses);
   const prefetch::Recorder recorder(readAhead_->needsProfile() ? options_.appId : "",
                                     target_.assembly);
   return runtime.execute(target_.assembly, options_.arguments);
