@@ -67,8 +67,8 @@ Expected<LaunchPad::State> LaunchPad::state() const {
   state.process = status.at("stopping").get<bool>() ? 0 : status.at("process").get<pid_t>();
   state.served = status.at("served").get<int>();
   state.pools = status.at("pools").size();
-  for (const auto& launch : status.at("directLaunches")) {
-    state.lastReason = launch.at("reason").get<std::string>();
+  if (const auto& direct = status.at("directLaunches"); !direct.empty()) {
+    state.lastReason = direct.back().at("reason").get<std::string>();
   }
   for (const auto& process : status.at("processes")) {
     if (process.at("stage") == "ready") {

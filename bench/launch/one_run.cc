@@ -23,8 +23,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kReady = "ready ";
 
-// Where the application's line is, which has its process id after the word. Messages of the
-// launcher may contain the word, too.
+// Returns the position of the application's line in the text, npos if it is not there yet. The line
+// is the word and the application's process id. Messages of the launcher may contain the word, too.
 std::size_t readyIn(const std::string& text) {
   std::size_t at = text.find(kReady);
   while (at != text.npos &&
