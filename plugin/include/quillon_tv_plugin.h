@@ -37,7 +37,8 @@
  *
  * Memory: if memory runs out, plugin_initialize and plugin_set_app_info refuse the launch. Every
  * other function writes an error line and returns what it returns on other failures; a list is then
- * null or empty.
+ * null or empty. If memory runs out in a function of the C library or of the platform, the list
+ * lacks what that function should find, as after its other failures.
  *
  * Unloading: the library stays loaded until the process ends. dlclose(3) has no effect, because
  * signal handlers and threads of the plug-in use the library at any time after plugin_initialize.

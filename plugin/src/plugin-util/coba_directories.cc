@@ -38,7 +38,8 @@ bool GetCoBAAppInfoCB(app_info_h handle, void*) {
   std::string root;
   getRootPath(package.get(), root);  // on failure the root stays empty and is still listed
   QLOG_DEBUG("Path : %s", root.c_str());
-  coBASharedDirsInApp.append(":").append(root).append(device_paths::kCobaOfPackage);
+  root.insert(0, 1, ':').append(device_paths::kCobaOfPackage);
+  coBASharedDirsInApp.append(root);  // in one step, so that no part stays if memory runs out
   return true;
 }
 
