@@ -12,6 +12,7 @@
 #include "data_paths.h"
 #include "path_failure.h"
 #include "quillon/base/descriptor.h"
+#include "quillon/base/directory_entries.h"
 #include "quillon/base/files.h"
 #include "quillon/base/folders.h"
 #include "quillon/base/shell_word.h"
@@ -104,6 +105,40 @@ Failure cannotWrite(const std::string& key, int error) {
   }
   errno = error;
   return failAt("cannot write the configuration file", fileOfKey(key)).value();
+}
+
+tl::unexpected<Failure> cannotList(const fs::path& folder) {
+  return failAt("cannot list the configuration folder", folder, "check its permissions");
+}
+
+// Another process may remove a group or a key meanwhile. Does not use the iterators of
+// std::filesystem, which end the process if memory runs out.
+Expected<void> addKeysBelow(const std::string& group, std::vector<std::string>& keys) {
+  const fs::path path = fileOfKey(group);
+  const Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) {
+    return errno == ENOENT || errno == ENOTDIR ? Expected<void>() : cannotList(path);
+  }
+  errno = 0;
+  const std::vector<std::string> names = directoryEntries(folder.get());
+  if (errno != 0 && errno != ENOENT) {
+    return cannotList(path);
+  }
+  for (const std::string& name : names) {
+    const std::string key = group.empty() ? name : group + "/" + name;
+    struct stat status {};
+    if (!isKey(key)) {
+      continue;
+    }
+    if (fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      RETURN_IF_FAILED(errno == ENOENT ? Expected<void>() : cannotList(path));
+    } else if (S_ISDIR(status.st_mode)) {
+      RETURN_IF_FAILED(addKeysBelow(key, keys));
+    } else if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) {
+      keys.push_back(key);
+    }
+  }
+  return {};
 }
 
 std::string setAgain(const std::string& key) {
@@ -233,21 +268,9 @@ Expected<bool> removeKey(const std::string& key) {
   return true;
 }
 
-std::vector<std::string> keysBelow(const std::string& group) {
-  const fs::path start = group.empty() ? fs::path(kConfigDirectory) : fileOfKey(group);
+Expected<std::vector<std::string>> keysBelow(const std::string& group) {
   std::vector<std::string> keys;
-  if (!group.empty() && !checkKey(group)) {
-    return keys;
-  }
-  std::error_code error;
-  for (fs::recursive_directory_iterator entry(start, error), end; !error && entry != end;
-       entry.increment(error)) {
-    const std::string key = entry->path().lexically_relative(kConfigDirectory).string();
-    std::error_code ignored;
-    if (checkKey(key) && entry->is_regular_file(ignored)) {
-      keys.push_back(key);
-    }
-  }
+  RETURN_IF_FAILED(addKeysBelow(group, keys));
   std::sort(keys.begin(), keys.end());
   return keys;
 }

@@ -34,7 +34,8 @@ Expected<std::optional<ConfigValue>> readKey(const std::string& key);
 Expected<bool> removeKey(const std::string& key);
 
 // The keys below a group, or all keys if it is empty, sorted. Includes keys without a valid value.
-std::vector<std::string> keysBelow(const std::string& group);
+// A missing group has no keys.
+Expected<std::vector<std::string>> keysBelow(const std::string& group);
 
 // Fails if the key is a group of keys, or if one of its groups is a key.
 Expected<void> writeKey(const std::string& key, const ConfigValue& value);

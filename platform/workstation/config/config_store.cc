@@ -16,7 +16,8 @@ Expected<bool> unsetConfig(const std::string& key) { return removeKey(key); }
 Expected<std::vector<ConfigEntry>> listConfig(const std::string& group) {
   RETURN_IF_FAILED(group.empty() ? Expected<void>() : checkKey(group));
   std::vector<ConfigEntry> entries;
-  for (const std::string& key : keysBelow(group)) {
+  ASSIGN_OR_RETURN(const auto keys, keysBelow(group));
+  for (const std::string& key : keys) {
     ASSIGN_OR_RETURN(const auto value, readKey(key));
     if (value) {  // it may have been removed meanwhile
       entries.push_back({key, *value});
