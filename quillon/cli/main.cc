@@ -1,9 +1,13 @@
 // The full quillon program, which the front (front/main.cc) executes. It handles plain launches
 // itself and loads the commands for everything else.
 #include <dlfcn.h>
+#include <unistd.h>
 
+#include <new>
 #include <string>
+#include <string_view>
 
+#include "quillon/base/exit_status.h"
 #include "quillon/base/files.h"
 #include "quillon/base/report.h"
 #include "quillon/base/terminal.h"
@@ -30,9 +34,17 @@ int runCommands(int argc, char** argv) {
       {std::string("cannot load the commands: ") + dlerror(), "install it again"});
 }
 
+// Needs no memory.
+int reportOutOfMemory() {
+  constexpr std::string_view kLine =
+      "quillon: out of memory; end other programs or raise the memory limit\n";
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kLine.data(), kLine.size());
+  return quillon::kServiceFailed;
+}
+
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   quillon::openStandardDescriptors();
   if (const auto options = quillon::cli::plainLaunch({argv, argv + argc})) {
     if (quillon::cli::isDeclinedLaunch()) {
@@ -42,4 +54,6 @@ int main(int argc, char** argv) {
     return quillon::cli::runLaunch(*options, quillon::host::launch);
   }
   return runCommands(argc, argv);
+} catch (const std::bad_alloc&) {
+  return reportOutOfMemory();
 }

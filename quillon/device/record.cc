@@ -59,7 +59,8 @@ Expected<Record> readRecord(const std::filesystem::path& directory) {
     return unreadable(fileErrorText(errno, kMaxTextSize));
   }
   try {
-    return interpret(toml::parse(*text, file.string()), file);
+    // Without the name of the file, which toml++ would copy in a noexcept constructor.
+    return interpret(toml::parse(*text), file);
   } catch (const toml::parse_error& wrong) {
     return unreadable(wrong.description());
   }

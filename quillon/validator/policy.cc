@@ -158,7 +158,8 @@ Expected<Policy> readPolicy(const fs::path& file) {
         "name a readable TOML file");
   }
   try {
-    const toml::table document = toml::parse(*content, file.string());
+    // Without the name of the file, which toml++ would copy in a noexcept constructor.
+    const toml::table document = toml::parse(*content);
     return PolicyReader(file.string(), document).read();
   } catch (const toml::parse_error& error) {
     return fail(file.string() + ":" + std::to_string(error.source().begin.line) +

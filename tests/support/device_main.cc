@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 
 #include "quillon/device/device_root.h"
@@ -31,6 +32,10 @@ Expected<void> makeAndEnter(const fs::path& root, const TestDevice& device) {
 int runInside(const fs::path& root, const TestDevice& device) {
   if (const auto entered = makeAndEnter(root, device); !entered) {
     reason = entered.error().what;
+    if (entered.error().status != kNoNamespace) {
+      std::cerr << reason << '\n';
+      return 1;
+    }
   }
   return RUN_ALL_TESTS();
 }

@@ -28,7 +28,8 @@ struct TestDevice {
 // The result of main. With --gtest_list_tests, lists the tests without a device.
 int runTestsInDevice(int argc, char** argv, const TestDevice& device);
 
-// Why the process could not enter the device root; empty if it is inside. Tests skip in that case.
+// Why this machine does not allow the process to enter the device root; empty if it is inside.
+// Tests skip in that case. After any other failure no test runs.
 const std::string& whyOutside();
 
 // Runs `body` in a child process and returns its exit status, or 128 + signal.

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <new>
 #include <optional>
 #include <vector>
 
@@ -175,9 +176,12 @@ Expected<InstallLock> InstallLock::acquire() {
 FolderChange::FolderChange(Registry& registry, fs::path root)
     : registry_(registry), root_(std::move(root)), temporary_(temporaryNameFor(root_)) {}
 
+// If this fails, or memory runs out, the entry stays in the log and the next install tries again.
 FolderChange::~FolderChange() {
-  // If this fails, the entry stays in the log and the next install tries again.
-  [[maybe_unused]] const auto recovered = recoverFolders(registry_);
+  try {
+    [[maybe_unused]] const auto recovered = recoverFolders(registry_);
+  } catch (const std::bad_alloc&) {
+  }
 }
 
 Expected<void> FolderChange::log(const char* step, uint64_t inode) {

@@ -248,7 +248,8 @@ Expected<Manifest> readManifest(const ManifestText& manifest) {
   const std::string& file = manifest.file;
   ASSIGN_OR_RETURN(const ManifestFolder folder, openFolderOf(file));
   try {
-    return readDocument(toml::parse(manifest.text, file), file, folder);
+    // Without the name of the file, which toml++ would copy in a noexcept constructor.
+    return readDocument(toml::parse(manifest.text), file, folder);
   } catch (const toml::parse_error& error) {
     const toml::source_position& begin = error.source().begin;
     return fail(file + ':' + std::to_string(begin.line) + ':' + std::to_string(begin.column) +

@@ -3,8 +3,15 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <ostream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <utility>
 
 #include "tests/system/commands/command_fixture.h"
+#include "tests/system/commands/command_list.h"
 
 namespace quillon::test {
 namespace {
@@ -13,6 +20,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::UnorderedElementsAreArray;
 
 using Words = std::vector<std::string>;
 
@@ -85,6 +93,63 @@ TEST_F(Completion, OffersNothingInPlaceOfFilesAndTheApplicationsArguments) {
   EXPECT_THAT(complete({"launch", "org.example.hand", ""}), IsEmpty());
 }
 
+// The options in a help text. "or --NAME" is an option in the row of an argument.
+Words optionsOf(const std::string& help) {
+  const std::regex option("(?:\\n  |\\n  -h, |; or )(--[a-z][a-z-]*)");
+  Words names;
+  for (std::sregex_iterator each(help.begin(), help.end(), option), end; each != end; ++each) {
+    names.push_back(each->str(1));
+  }
+  return names;
+}
+
+// The options that have a value, each with the value's placeholder.
+std::vector<std::pair<std::string, std::string>> optionsWithValues(const std::string& help) {
+  const std::regex option(R"(\n  (--[a-z][a-z-]*) ([^ \n]+))");
+  std::vector<std::pair<std::string, std::string>> found;
+  for (std::sregex_iterator each(help.begin(), help.end(), option), end; each != end; ++each) {
+    found.emplace_back(each->str(1), each->str(2));
+  }
+  return found;
+}
+
+// The placeholder of the first argument in a usage line; empty without an argument.
+std::string firstArgument(const std::string& usage) {
+  const std::regex argument(R"( \[?([A-Z][A-Za-z.]*)[\].]*)");
+  for (std::sregex_iterator each(usage.begin(), usage.end(), argument), end; each != end; ++each) {
+    if (each->str(1) != "OPTIONS") {
+      return each->str(1) == "COMMAND" || each->str(1) == "ARGUMENTS" ? "" : each->str(1);
+    }
+  }
+  return "";
+}
+
+// Placeholders of file names, new names, numbers and texts, which have no list of values.
+const std::set<std::string> kWithoutValues = {
+    "APP.dll",  "COMMAND", "DIR",   "FILE", "FILE.html", "FOLDER",      "ID",
+    "MANIFEST", "N",       "NAME",  "PAGE", "PATH",      "PRIVATE.pem", "PUBLIC.pem",
+    "POLICY",   "TEXT",    "TRACE", "UID",  "VALUE"};
+
+// Every place of a command line that has a list of values: the words before it, and the
+// placeholder of the value.
+std::vector<std::pair<Words, std::string>> placesOfValues() {
+  std::vector<std::pair<Words, std::string>> places;
+  const auto add = [&](Words words, const std::string& placeholder) {
+    if (!placeholder.empty() && !kWithoutValues.contains(placeholder)) {
+      places.emplace_back(std::move(words), placeholder);
+    }
+  };
+  for (const Command& command : allCommands()) {
+    add(command.words, firstArgument(command.usage()));
+    for (const auto& [option, placeholder] : optionsWithValues(command.help)) {
+      Words words = command.words;
+      words.push_back(option);
+      add(words, placeholder);
+    }
+  }
+  return places;
+}
+
 // Runs shells that have read their completion file, with a command line whose last word is typed.
 class CompletionInShells : public Completion {
  protected:
@@ -144,6 +209,133 @@ TEST_F(CompletionInShells, WorksInFish) {
   EXPECT_EQ(complete("package install " + folder().string() + "/cl"),
             folder().string() + "/clock.toml\n");
 }
+
+// How a shell reads its completion file, and a function that prints the words that it offers for
+// the last of its arguments. Descriptions are left out.
+struct Shell {
+  std::string name;
+  std::string option;
+  std::string functions;
+};
+
+void PrintTo(const Shell& shell, std::ostream* out) { *out << shell.name; }
+
+const std::vector<Shell>& shells() {
+  static const std::vector<Shell> all = {
+      {"bash", "--norc",
+       "source $FILES/quillon.bash\n"
+       "offered() { COMP_WORDS=(quillon \"$@\") COMP_CWORD=$#; _quillon\n"
+       "  printf '%s\\n' \"${COMPREPLY[@]}\"; }\n"},
+      {"zsh", "-f",
+       "_call_program() { shift; eval \"$@\"; }\n"
+       "_files() { }\n"
+       "compadd() { print -l -- \"$@[5,-1]\"; }\n"
+       "offered() { local -a words=(quillon \"$@\"); local CURRENT=$#words\n"
+       "  source $FILES/_quillon; }\n"},
+      {"fish", "--no-config",
+       "source $FILES/quillon.fish\n"
+       "function offered; complete --do-complete \"quillon $argv\" | string split -f 1 \\t; "
+       "end\n"}};
+  return all;
+}
+
+class CompletionInEveryShell : public CompletionInShells,
+                               public ::testing::WithParamInterface<Shell> {
+ protected:
+  void SetUp() override {
+    CompletionInShells::SetUp();
+    if (!IsSkipped() && !isInstalled(GetParam().name)) {
+      QUILLON_SKIP("needs " << GetParam().name);
+    }
+  }
+
+  // Returns what the shell offers for the last word of each line. No word needs quotes.
+  std::vector<Words> offered(const std::vector<Words>& lines) {
+    std::string script = GetParam().functions;
+    for (const Words& line : lines) {
+      script += "offered";
+      for (const std::string& word : line) {
+        script += word.empty() ? " ''" : " " + word;
+      }
+      script += "\necho .\n";
+    }
+    std::vector<Words> found(1);
+    for (const std::string& line : linesOf(outputOf(GetParam().name, GetParam().option, script))) {
+      if (line == ".") {
+        found.emplace_back();
+      } else if (!line.empty()) {
+        found.back().push_back(line);
+      }
+    }
+    found.pop_back();
+    return found;
+  }
+};
+
+TEST_P(CompletionInEveryShell, OffersTheOptionsOfEachHelp) {
+  std::vector<Words> lines;
+  for (const Command& command : allCommands()) {
+    lines.push_back(command.words);
+    lines.back().emplace_back("--");
+  }
+  const std::vector<Words> found = offered(lines);
+  ASSERT_EQ(found.size(), allCommands().size());
+  for (size_t i = 0; i < found.size(); ++i) {
+    const Command& command = allCommands()[i];
+    EXPECT_THAT(found[i], UnorderedElementsAreArray(optionsOf(command.help))) << command.name();
+  }
+}
+
+TEST_P(CompletionInEveryShell, OffersTheCommandsOfEachHelp) {
+  std::vector<Words> lines;
+  std::vector<Words> expected;
+  for (const Command& command : allCommands()) {
+    if (!command.commands().empty()) {
+      lines.push_back(command.words);
+      lines.back().emplace_back();
+      expected.push_back(command.commands());
+    }
+  }
+  const std::vector<Words> found = offered(lines);
+  ASSERT_EQ(found.size(), expected.size());
+  for (size_t i = 0; i < found.size(); ++i) {
+    EXPECT_THAT(found[i], UnorderedElementsAreArray(expected[i]));
+  }
+}
+
+TEST_P(CompletionInEveryShell, OffersTheValuesOfEachPlaceholder) {
+  const Finished started = quillon({"zone", "start", "garden"});
+  ASSERT_EQ(started.status, 0) << started.err;
+  const std::map<std::string, Words> values = {
+      {"APPID", {"org.example.face", "org.example.hand"}},
+      {"PACKAGE", {"org.example.clock"}},
+      {"KEY", {"db/menu/network"}},
+      {"GROUP", {"db/menu/network"}},
+      {"ZONE", {"garden"}},
+      {"TYPE", {"inhouse", "inhouseapitest", "dotnet", "normal"}},
+      {"on|off", {"on", "off"}}};
+  const auto places = placesOfValues();
+  std::vector<Words> lines;
+  for (const auto& [words, placeholder] : places) {
+    lines.push_back(words);
+    lines.back().emplace_back();
+  }
+  const std::vector<Words> found = offered(lines);
+  EXPECT_EQ(quillon({"zone", "stop", "garden"}).status, 0);
+  ASSERT_EQ(found.size(), places.size());
+  std::set<std::string> seen;
+  for (size_t i = 0; i < found.size(); ++i) {
+    const std::string& placeholder = places[i].second;
+    ASSERT_TRUE(values.contains(placeholder)) << placeholder;
+    EXPECT_THAT(found[i], UnorderedElementsAreArray(values.at(placeholder)))
+        << testing::PrintToString(places[i].first);
+    seen.insert(placeholder);
+  }
+  EXPECT_EQ(seen.size(), values.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(, CompletionInEveryShell, testing::ValuesIn(shells()),
+                         [](const auto& shell) { return shell.param.name; });
 
 }  // namespace
 }  // namespace quillon::test

@@ -13,6 +13,7 @@
 #include "quillon/base/exit_status.h"
 #include "tests/support/program.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/system/commands/command_list.h"
 
 namespace quillon::test {
 namespace {
@@ -28,66 +29,6 @@ constexpr char kDevice[] = "--device DIR";
 // Commands that work outside of device roots, or whose argument is one.
 const std::set<std::string> kWithoutDeviceOption = {"device init",  "device shell",   "package new",
                                                     "partner sign", "partner verify", "timeline"};
-
-struct Command {
-  Words words;  // "package", "install"
-  std::string help;
-
-  [[nodiscard]] std::string name() const {
-    std::string joined;
-    for (const std::string& word : words) {
-      joined += (joined.empty() ? "" : " ") + word;
-    }
-    return joined;
-  }
-  // Names of the subcommands.
-  [[nodiscard]] Words commands() const {
-    Words names;
-    bool isListing = false;
-    for (const std::string& line : linesOf(help)) {
-      isListing = line == "Commands:" || (isListing && !line.empty());
-      if (isListing && line.starts_with("  ")) {
-        names.push_back(line.substr(2, line.find(' ', 2) - 2));
-      }
-    }
-    return names;
-  }
-  [[nodiscard]] std::string usage() const {
-    const size_t start = help.find("usage: ");
-    return help.substr(start, help.find('\n', start) - start);
-  }
-  // Whether the command does something without a subcommand.
-  [[nodiscard]] bool runs() const { return !usage().ends_with(" COMMAND"); }
-};
-
-Words commandLine(const Command& command, const Words& more) {
-  Words words = {QUILLON_COMMAND};
-  words.insert(words.end(), command.words.begin(), command.words.end());
-  words.insert(words.end(), more.begin(), more.end());
-  return words;
-}
-
-// Adds the command and all commands below it.
-void addCommands(std::vector<Command>& commands, Command command) {
-  const Finished help = run(commandLine(command, {"--help"}));
-  EXPECT_EQ(help.status, 0) << help.err;
-  command.help = help.out;
-  commands.push_back(command);
-  for (const std::string& name : command.commands()) {
-    Command below = command;
-    below.words.push_back(name);
-    addCommands(commands, std::move(below));
-  }
-}
-
-const std::vector<Command>& allCommands() {
-  static const std::vector<Command> all = [] {
-    std::vector<Command> commands;
-    addCommands(commands, {});
-    return commands;
-  }();
-  return all;
-}
 
 TEST(EveryCommand, IsFound) {
   Words names;
