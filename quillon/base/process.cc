@@ -1,6 +1,9 @@
 #include "quillon/base/process.h"
 
+#include <poll.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -14,6 +17,15 @@ int waitForEnd(pid_t child) {
     }
   }
   return status;
+}
+
+Descriptor openPidfd(pid_t process) {
+  return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+}
+
+bool isRunning(const Descriptor& pidfd) {
+  pollfd ended{pidfd.get(), POLLIN, 0};
+  return pidfd && poll(&ended, 1, 0) == 0;
 }
 
 }  // namespace quillon

@@ -1,8 +1,6 @@
 #include "quillon/cli/running_applications.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +11,7 @@
 #include "quillon/base/directory_entries.h"
 #include "quillon/base/files.h"
 #include "quillon/base/folders.h"
+#include "quillon/base/process.h"
 #include "quillon/device/device_root.h"
 #include "quillon/device/layout.h"
 #include "quillon/device/record.h"
@@ -36,15 +35,10 @@ bool isInside(pid_t process, const fs::path& device) {
   return readWholeFile(root / device::kInsideMarker, kMaxTextSize) == device.string();
 }
 
-bool isRunning(const Descriptor& pidfd) {
-  pollfd ended{pidfd.get(), POLLIN, 0};
-  return poll(&ended, 1, 0) == 0;
-}
-
 // The process id belongs to one process as long as that process runs, so what is read of the id is
 // true of the process of the pidfd if it runs afterwards.
 std::optional<RunningApplication> find(int records, pid_t process, const fs::path& device) {
-  Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+  Descriptor pidfd = openPidfd(process);
   if (!pidfd) {
     return std::nullopt;
   }

@@ -1,7 +1,5 @@
 #include "quillon/launchpad/server/debugger_files.h"
 
-#include <poll.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,6 +12,7 @@
 
 #include "device_names.h"
 #include "quillon/base/descriptor.h"
+#include "quillon/base/process.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -54,12 +53,8 @@ void removeFilesIf(const std::function<bool(pid_t)>& condition) {
 
 // Also true for a zombie.
 bool isGone(pid_t process) {
-  const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
-  if (!pidfd) {
-    return errno == ESRCH;
-  }
-  pollfd ended{pidfd.get(), POLLIN, 0};
-  return poll(&ended, 1, 0) == 1;
+  const Descriptor pidfd = openPidfd(process);
+  return pidfd ? !isRunning(pidfd) : errno == ESRCH;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "quillon/base/process.h"
 #include "quillon/base/processor.h"
 #include "quillon/base/record.h"
 #include "quillon/launchpad/protocol/fields.h"

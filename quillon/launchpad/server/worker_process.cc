@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 
+#include "quillon/base/process.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "quillon/launchpad/server/debugger_files.h"
 
@@ -35,7 +36,7 @@ std::optional<WorkerProcess> startWorker(const std::function<void(Descriptor)>& 
   WorkerProcess worker;
   worker.pid = pid;
   worker.channel = std::move(outer);
-  worker.pidfd = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  worker.pidfd = openPidfd(pid);
   if (!worker.pidfd) {
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);

@@ -1,10 +1,10 @@
 #include "quillon/launchpad/state/peer.h"
 
-#include <poll.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "quillon/base/process.h"
 
 namespace quillon::launchpad {
 namespace {
@@ -30,13 +30,7 @@ Descriptor pidfdOfPeer(int socket, pid_t pid) {
   if (getsockopt(socket, SOL_SOCKET, kPeerPidfd, &pidfd, &length) == 0) {
     return Descriptor(pidfd);
   }
-  return errno == ENOPROTOOPT ? Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)))
-                              : Descriptor();
-}
-
-bool isRunning(const Descriptor& pidfd) {
-  pollfd ended{pidfd.get(), POLLIN, 0};
-  return pidfd && poll(&ended, 1, 0) == 0;
+  return errno == ENOPROTOOPT ? openPidfd(pid) : Descriptor();
 }
 
 }  // namespace quillon::launchpad

@@ -23,7 +23,4 @@ ucred credentialsOfPeer(int socket);
 // pid  the peer's process id
 Descriptor pidfdOfPeer(int socket, pid_t pid);
 
-// Whether the process has not ended, so that its process id still is its own.
-bool isRunning(const Descriptor& pidfd);
-
 }  // namespace quillon::launchpad
