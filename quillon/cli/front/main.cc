@@ -7,7 +7,7 @@
 #include "quillon/cli/front/full_program.h"
 #include "quillon/cli/front/plain_launch.h"
 #include "quillon/cli/front/prepared_launch.h"
-#include "quillon/prefetch/before_start.h"
+#include "quillon/prefetch/background_read_ahead.h"
 #include "workstation/inside_device.h"
 #include "workstation/log_config.h"
 

@@ -25,7 +25,7 @@
 #include "quillon/launchpad/server/service_manager.h"
 #include "quillon/launchpad/state/inspection_proof.h"
 #include "quillon/launchpad/worker/managed_side.h"
-#include "quillon/prefetch/before_start.h"
+#include "quillon/prefetch/background_read_ahead.h"
 
 namespace quillon::launchpad {
 namespace {

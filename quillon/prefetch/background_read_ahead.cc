@@ -1,9 +1,7 @@
-#include "quillon/prefetch/before_start.h"
+#include "quillon/prefetch/background_read_ahead.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <functional>
@@ -42,11 +40,6 @@ bool adoptsOrphans() {
   return isSubreaper != 0 || getpid() == 1;
 }
 
-bool hasEnded(const Descriptor& process) {
-  pollfd ended{process.get(), POLLIN, 0};
-  return !process || poll(&ended, 1, 0) != 0;
-}
-
 }  // namespace
 
 bool isCold(const std::string& program) {
@@ -67,8 +60,8 @@ void readAheadInBackground(const std::string& root, const std::string& appId) {
 
 void readAheadForAllInBackground() {
   runInBackground([caller = getpid()] {
-    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, caller, 0)));
-    readAheadForAll([&] { return hasEnded(process); });
+    const Descriptor process = openPidfd(caller);
+    readAheadForAll([&] { return !isRunning(process); });
   });
 }
 
