@@ -2,8 +2,8 @@
 # pkg-config file and the documentation. If they were built, it also installs the workstation
 # platform and the quillon tool. Everything can be installed to any prefix and moved afterwards.
 #
-# The components are those of the Debian packages: "plugin", "dev" for what builds against it, and
-# "tool" for the workstation.
+# The components are those of the Debian packages: "plugin", "platform" for the workstation's
+# platform library, "dev" for what builds against them, and "tool" for the quillon tool.
 
 include(CMakePackageConfigHelpers)
 
@@ -19,18 +19,21 @@ if(QUILLON_BUILD_WORKSTATION)
     RUNTIME DESTINATION libexec COMPONENT tool)  # where the front looks for it
   install(TARGETS quillon-commands quillon-crypto-commands
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tool)
-  # The launch pad's managed side, and what device roots get, if there was an SDK to build them.
-  install(FILES
-    ${CMAKE_BINARY_DIR}/lib/quillon/Quillon.Launchpad.dll
-    ${CMAKE_BINARY_DIR}/lib/quillon/Preload.dll
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon COMPONENT tool OPTIONAL)
+  # The launch pad's managed side, and what device roots get, if there is an SDK to build them.
+  get_target_property(assemblies managed QUILLON_ASSEMBLIES_ARE_BUILT)
+  if(assemblies)
+    install(FILES
+      ${CMAKE_BINARY_DIR}/lib/quillon/Quillon.Launchpad.dll
+      ${CMAKE_BINARY_DIR}/lib/quillon/Preload.dll
+      DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon COMPONENT tool)
+  endif()
   # Nothing links it; the quillon tool copies it into device roots.
   install(TARGETS quillon-platform-zone
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/quillon COMPONENT tool NAMELINK_SKIP)
   install(FILES platform/workstation/include/workstation/process_registration.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quillon/workstation COMPONENT dev)
   install(TARGETS quillon-platform EXPORT quillon-tv-plugin-targets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tool)
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT platform)
 endif()
 install(TARGETS quillon-tv-plugin quillon-tv-plugin-archive quillon-tv-plugin-headers
   EXPORT quillon-tv-plugin-targets
