@@ -10,12 +10,9 @@ namespace {
 
 using Count = std::atomic<std::size_t>;
 
-// Shared with child processes.
-Count& made() {
-  static auto* const shared = static_cast<Count*>(
-      mmap(nullptr, sizeof(Count), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  return *shared;
-}
+// Shared with all child processes, so it must exist before the first one.
+Count* const made = static_cast<Count*>(
+    mmap(nullptr, sizeof(Count), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
 bool isLasting = false;
 std::size_t chosen = 0;
@@ -24,7 +21,7 @@ bool fails() {
   if (!isThreadWatched()) {
     return false;
   }
-  const std::size_t now = ++made();
+  const std::size_t now = ++*made;
   const bool isChosen = chosen != 0 && (isLasting ? now >= chosen : now == chosen);
   if (isChosen) {
     errno = ENOMEM;
@@ -35,13 +32,13 @@ bool fails() {
 }  // namespace
 
 void failAllocation(std::size_t number, Shortage shortage, Threads threads) {
-  made() = 0;
+  *made = 0;
   chosen = number;
   isLasting = shortage == Shortage::kFromThenOn;
   watchThreads(threads);
 }
 
-std::size_t allocationsMade() { return made(); }
+std::size_t allocationsMade() { return *made; }
 
 }  // namespace quillon::faults
 

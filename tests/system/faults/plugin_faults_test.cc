@@ -3,6 +3,8 @@
 //
 // QUILLON_FAULTS_SAMPLE=N checks every Nth case only.
 #include <gmock/gmock.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,24 +12,32 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "device_paths.h"
+#include "platform/dlog.h"
+#include "quillon/base/descriptor.h"
+#include "tests/support/figure.h"
 #include "tests/system/faults/failing_calls.h"
 #include "tests/system/faults/failing_memory.h"
 #include "tests/system/faults/plugin_launch.h"
 #include "tests/system/torture/device_main.h"
 #include "tests/unit/platform/sample_package.h"
+#include "workstation/log_config.h"
 
 namespace quillon::faults {
 namespace {
 
 namespace fs = std::filesystem;
 
+using ::testing::ContainsRegex;
 using ::testing::IsSubsetOf;
 
 // The functions of the C library that the plug-in calls and that can fail, with their errors.
@@ -161,8 +171,8 @@ const std::vector<Failure>& failuresOfPlatform() {
   return failures;
 }
 
-// The other functions that the plug-in calls.
-constexpr const char* kCannotFail[] = {
+// The other functions that the plug-in calls when GCC builds it.
+[[maybe_unused]] constexpr const char* kCannotFail[] = {
     // Nothing can be done about an error.
     "cap_free",
     "close",
@@ -207,25 +217,37 @@ constexpr const char* kCannotFail[] = {
     "__dynamic_cast",
 };
 
+// Functions that read folders and ask for packages. If one fails, the list lacks the folder or the
+// package, and is saved without it: docs/caches.md.
+constexpr std::string_view kReadsLists[] = {"app_info_get_package",
+                                            "app_info_metadata_filter_add",
+                                            "app_info_metadata_filter_create",
+                                            "app_info_metadata_filter_foreach",
+                                            "opendir",
+                                            "pkgmgr_installer_info_get_target_uid",
+                                            "pkgmgrinfo_pkginfo_get_pkginfo",
+                                            "pkgmgrinfo_pkginfo_get_root_path",
+                                            "pkgmgrinfo_pkginfo_get_usr_pkginfo",
+                                            "readdir",
+                                            "realpath"};
+
+// The different parts of a list, except packages whose root the platform does not know: they are
+// listed with an empty root. Folders that are searched for again in the same process are listed
+// again.
 std::vector<std::string> partsOf(const std::string& list) {
   std::vector<std::string> parts;
   std::istringstream stream(list);
   for (std::string part; std::getline(stream, part, ':');) {
-    parts.push_back(part);
-  }
-  return parts;
-}
-
-// Whether the list is right, except for files and folders that could not be read, and for packages
-// whose root the platform does not know: they are listed with an empty root. Folders that are
-// searched for again in the same process are listed again.
-bool isPartOf(const std::string& list, const std::string& right) {
-  std::vector<std::string> parts;
-  for (const std::string& part : partsOf(list)) {
     if (part != device_paths::kCobaOfPackage && std::ranges::find(parts, part) == parts.end()) {
       parts.push_back(part);
     }
   }
+  return parts;
+}
+
+// Whether the list is right, except for files and folders that could not be read.
+bool isPartOf(const std::string& list, const std::string& right) {
+  const auto parts = partsOf(list);
   const auto all = partsOf(right);
   std::size_t found = 0;
   for (std::size_t index = 0; index < all.size() && found < parts.size(); ++index) {
@@ -234,7 +256,7 @@ bool isPartOf(const std::string& list, const std::string& right) {
   return found == parts.size();
 }
 
-// Every which case is checked. The threads beside the launcher's have so few that more of them are.
+// Every Nth case is checked. The threads beside the launcher's have few, so N is smaller there.
 std::size_t sampleStep(Threads threads) {
   constexpr std::size_t kOfOthers = 100;
   const char* text = std::getenv("QUILLON_FAULTS_SAMPLE");
@@ -281,7 +303,7 @@ class PluginFaults : public torture::DeviceTest {
   }
 
   static std::vector<Scenario> scenarios() {
-    return {{"in-house", "inhouse", "allowed", false},
+    return {kInHouse,
             {"in-house with caches", "inhouse", "allowed", true},
             {"in-house without the privilege", "inhouse", "forbidden", true},
             {"API test", "inhouseapitest", "allowed", true},
@@ -299,26 +321,31 @@ class PluginFaults : public torture::DeviceTest {
   static constexpr int kSomeChanges = 20;
 
   // A launch in which `before` makes something fail.
-  static Result launchWith(const Scenario& scenario, const std::function<void()>& before) {
+  static Result launchWith(
+      const Scenario& scenario, const std::function<void()>& before,
+      const BeforeCall& beforeEach = [](std::string_view) {}) {
     torture::clearCaches();
     for (const auto& [path, content] : caches) {
       if (scenario.isCached) {
         torture::writeFile(path, content);
       }
     }
-    return launch(scenario, before);
+    return launch(scenario, before, beforeEach);
   }
 
-  // Keeps the cached lists of a launch for other launches.
+  // Keeps the lists of a launch and their caches for other launches.
   static void keepCaches() {
-    launchWith({"", "inhouse", "allowed", false}, [] {});
+    rightInHouse = launchWith(kInHouse, [] {});
     for (const char* path : {device_paths::kTpaCache, device_paths::kCobaCache}) {
       caches[path] = torture::readFile(path).value();
     }
   }
 
-  // Checks a launch in which `what` fails. It must hang twice, because the machine may be busy.
-  void judge(const Scenario& scenario, const std::string& what, const Result& right,
+  enum class Saved { kWhole, kMayLackParts };
+
+  // Checks a launch in which `what` fails, and the caches that it leaves. It must hang twice,
+  // because the machine may be busy.
+  void judge(const Scenario& scenario, const std::string& what, const Result& right, Saved saved,
              const std::function<void()>& before) {
     constexpr std::size_t kCasesPerLine = 1000;
     if (++cases % kCasesPerLine == 0) {
@@ -331,6 +358,9 @@ class PluginFaults : public torture::DeviceTest {
     std::string fault = faultOf(right, result);
     if (fault.empty() && scenario.changes == kEnoughChanges && !result.hasNoticed) {
       fault = "changes of the configuration are lost";
+    }
+    if (fault.empty()) {
+      fault = faultOfNextLaunch(result, saved);
     }
     if (!fault.empty()) {
       ++faults;
@@ -345,14 +375,20 @@ class PluginFaults : public torture::DeviceTest {
     for (const auto& [kind, count] : faultsByKind) {
       std::cout << count << " times: " << kind << "\n";
     }
-    std::cout << "figure: " << what << " | " << cases << " cases | 0 faults, " << faults
-              << " found | " << (faults == 0 ? "met" : "missed") << std::endl;
+    std::cout << nextLaunches << " cases changed a cache, " << shorterLists
+              << " of them to a list without what could not be read" << std::endl;
+    test::printFigure(what, std::to_string(cases) + " cases",
+                      "0 faults, " + std::to_string(faults) + " found", faults == 0 && cases > 0);
   }
 
   static inline void* plugin = nullptr;
+  static inline const Scenario kInHouse{"in-house", "inhouse", "allowed", false};
+  static inline Result rightInHouse;
   static inline std::map<std::string, std::string> caches;
   std::size_t cases = 0;
   std::size_t faults = 0;
+  std::size_t nextLaunches = 0;
+  std::size_t shorterLists = 0;
   std::map<std::string, std::size_t> faultsByKind;
 
  private:
@@ -388,6 +424,40 @@ class PluginFaults : public torture::DeviceTest {
     }
     return isPartOf(result.folders, right.folders) ? "" : "a wrong list of folders";
   }
+
+  // Whether each cache is missing or right, so that the next launch cannot get a wrong list.
+  static bool areCachesRight() {
+    return std::ranges::all_of(torture::namesInCacheDirectory(), [](const std::string& name) {
+      const auto right = caches.find(device_paths::kCacheDirectory + name);
+      return right != caches.end() && torture::readFile(right->first) == right->second;
+    });
+  }
+
+  // Launches with the caches that the last launch has left, without a failure. Empty if the lists
+  // are right. If the last launch could not read everything, they may be those that it has
+  // returned.
+  std::string faultOfNextLaunch(const Result& last, Saved saved) {
+    if (areCachesRight()) {
+      return "";
+    }
+    ++nextLaunches;
+    const Result next = launch(kInHouse, [] {});
+    if (const std::string fault = faultOf(rightInHouse, next); !fault.empty()) {
+      return "in the next launch, " + fault;
+    }
+    bool isShorter = false;
+    for (const auto list : {&Result::assemblies, &Result::folders}) {
+      if (partsOf(next.*list) == partsOf(rightInHouse.*list)) {
+        continue;
+      }
+      if (saved == Saved::kWhole || (next.*list).empty() || next.*list != last.*list) {
+        return "the next launch gets an incomplete list";
+      }
+      isShorter = true;
+    }
+    shorterLists += isShorter ? 1 : 0;
+    return "";
+  }
 };
 
 class PluginCalls : public PluginFaults {
@@ -400,7 +470,7 @@ class PluginCalls : public PluginFaults {
       for (const auto& [failure, calls] : callsMade(failures)) {
         for (std::size_t call = 1; call <= calls; ++call) {
           if (++number % sampleStep(threads) == 0) {
-            judge(scenario, textOf(*failure, call), right, [&] {
+            judge(scenario, textOf(*failure, call), right, savedDespite(*failure), [&] {
               failAt({failure, call}, threads);
             });
           }
@@ -418,6 +488,11 @@ class PluginCalls : public PluginFaults {
       made.emplace_back(&failure, callsOf(failure.function));
     }
     return made;
+  }
+
+  static Saved savedDespite(const Failure& failure) {
+    const bool reads = std::ranges::find(kReadsLists, failure.function) != std::end(kReadsLists);
+    return reads ? Saved::kMayLackParts : Saved::kWhole;
   }
 
   static std::string textOf(const Failure& failure, std::size_t call) {
@@ -440,6 +515,18 @@ TEST_F(PluginCalls, NoFunctionIsForgotten) {
   EXPECT_THAT(known, IsSubsetOf(called));
 }
 #endif
+
+// A function that is added to the version script needs a step in plugin_launch.cc.
+TEST(PluginLaunch, CallsEveryExportedFunction) {
+  const std::string script = torture::readFile(QUILLON_VERSION_SCRIPT).value();
+  const std::regex name("\n +(\\w+);");
+  std::set<std::string> exported;
+  for (std::sregex_iterator match(script.begin(), script.end(), name), end; match != end; ++match) {
+    exported.insert((*match)[1]);
+  }
+  EXPECT_EQ(exported.erase("checkOnTerminate"), 1U);  // a variable
+  EXPECT_EQ(exported, functionsOfLaunch());
+}
 
 TEST_F(PluginCalls, EachCallOfTheCLibraryMayFail) {
   failEachCall(failuresOfLibc(), scenarios());
@@ -465,9 +552,10 @@ class PluginMemory : public PluginFaults {
     for (const Scenario& scenario : scenarios) {
       const Result right = launchWith(scenario, [&] { failAllocation(0, shortage, threads); });
       const std::size_t last = allocationsMade();
+      ASSERT_GT(last, 0U) << scenario.name;
       for (std::size_t allocation = 1; allocation <= last; ++allocation) {
         if (++number % sampleStep(threads) == 0) {
-          judge(scenario, "allocation " + std::to_string(allocation), right,
+          judge(scenario, "allocation " + std::to_string(allocation), right, Saved::kMayLackParts,
                 [&] { failAllocation(allocation, shortage, threads); });
         }
       }
@@ -483,6 +571,42 @@ TEST_F(PluginMemory, OneAllocationMayFail) {
 TEST_F(PluginMemory, MemoryMayRunOut) {
   failEachAllocation(Shortage::kFromThenOn, scenarios());
   printFigure("plug-in, memory runs out at each allocation");
+}
+
+// The exported functions that need memory.
+constexpr std::string_view kAllocate[] = {"plugin_initialize",
+                                          "plugin_get_tpa",
+                                          "plugin_get_dll_path",
+                                          "plugin_get_extra_dll_path",
+                                          "plugin_get_native_dll_searching_path",
+                                          "plugin_set_coreclr_info",
+                                          "plugin_preload",
+                                          "plugin_set_app_info",
+                                          "plugin_has_log_control",
+                                          "plugin_before_execute",
+                                          "is_coba_direct_call_mode",
+                                          "check_signature",
+                                          "create_pipe_server",
+                                          "create_pipe_client",
+                                          "plugin_validate_dll",
+                                          "enable_exception_monitor",
+                                          "print_all_backtrace",
+                                          "string_format_test",
+                                          "plugin_finalize"};
+
+TEST_F(PluginMemory, AFunctionWithoutMemorySaysSo) {
+  for (const std::string_view function : kAllocate) {
+    const Descriptor log(memfd_create("log", MFD_CLOEXEC));
+    launchWith(
+        kInHouse,
+        [&] {
+          workstation::useLog({"file", DLOG_ERROR, false, dup(log.get())});
+        },
+        [&](std::string_view next) { failAllocation(next == function ? 1 : 0, Shortage::kOnce); });
+    const std::string text =
+        torture::readFile("/proc/self/fd/" + std::to_string(log.get())).value();
+    EXPECT_THAT(text, ContainsRegex(std::string(function) + "\\([0-9]+\\) > [^ ]*Out of memory"));
+  }
 }
 
 TEST_F(PluginMemory, AllocationsOfAnotherThreadMayFail) {

@@ -83,7 +83,8 @@ std::string executableOf(const std::string& application) {
 
 // The arguments, which are made before memory runs out.
 std::string executable;
-char* tracerText = nullptr;
+char* infoText = nullptr;
+char* debugText = nullptr;
 
 #define CALL(name) functions().name
 
@@ -109,8 +110,16 @@ struct Functions {
   QUILLON_FUNCTION(print_all_backtrace);
   QUILLON_FUNCTION(print_backtrace);
   QUILLON_FUNCTION(print_log_info);
+  QUILLON_FUNCTION(print_log_debug);
   QUILLON_FUNCTION(string_format_test);
+  QUILLON_FUNCTION(lldb_sos_disable_smdl);
   QUILLON_FUNCTION(lldb_sos_enable_smdl);
+  QUILLON_FUNCTION(lldb_sos_dump_manage_only_threads);
+  QUILLON_FUNCTION(lldb_sos_dump_manage_threads);
+  QUILLON_FUNCTION(lldb_sos_dump_manage_threads_with_args);
+  QUILLON_FUNCTION(lldb_sos_dump_manage_threads_by_tid);
+  QUILLON_FUNCTION(lldb_sos_set_timeout_time);
+  QUILLON_FUNCTION(lldb_sos_get_managed_thread_list);
   QUILLON_FUNCTION(lldb_sos_get_thread_list);
 #undef QUILLON_FUNCTION
 };
@@ -155,8 +164,12 @@ enum class Server { kNone, kRuns, kHasEnded };
 std::atomic<Server> server{Server::kNone};
 
 // Sends one request to a server in this process. A second thread does it, which exists before
-// memory runs out.
+// memory runs out. A server that fails may have closed the pipe again.
 void sendRequest() {
+  sigset_t brokenPipe;
+  sigemptyset(&brokenPipe);
+  sigaddset(&brokenPipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
   while (server == Server::kNone) {
     std::this_thread::sleep_for(std::chrono::microseconds(100));
   }
@@ -190,118 +203,68 @@ void answerRequest() {
 }
 
 struct Step {
-  const char* name;
+  const char* name;  // of the exported function that it calls; with a blank if it calls none
   void (*call)();
 };
 
+#define STEP(function, ...)                        \
+  {                                                \
+    #function, [] { CALL(function)(__VA_ARGS__); } \
+  }
+
 constexpr Step kSteps[] = {
-    {"plugin_initialize",
-     [] {
-       CALL(plugin_initialize)
-       (current->type.c_str());
-     }},
+    STEP(plugin_initialize, current->type.c_str()),
     {"plugin_get_tpa", [] { keep(report().assemblies, CALL(plugin_get_tpa)()); }},
     {"plugin_get_dll_path", [] { keep(report().folders, CALL(plugin_get_dll_path)()); }},
-    {"plugin_get_extra_dll_path",
-     [] {
-       CALL(plugin_get_extra_dll_path)
-       ();
-     }},
-    {"plugin_get_native_dll_searching_path",
-     [] {
-       CALL(plugin_get_native_dll_searching_path)
-       ();
-     }},
-    {"plugin_set_coreclr_info",
-     [] {
-       CALL(plugin_set_coreclr_info)
-       (plugin, 1, createDelegate);
-     }},
-    {"plugin_preload",
-     [] {
-       CALL(plugin_preload)
-       ();
-     }},
+    STEP(plugin_get_extra_dll_path),
+    STEP(plugin_get_native_dll_searching_path),
+    STEP(plugin_set_coreclr_info, plugin, 1, createDelegate),
+    STEP(plugin_preload),
     {"plugin_set_app_info",
      [] {
        CALL(plugin_set_app_info)(current->application.c_str(), executable.c_str());
        report().isAccepted = true;
      }},
-    {"plugin_has_log_control",
-     [] {
-       CALL(plugin_has_log_control)
-       ();
-     }},
+    STEP(plugin_has_log_control),
     {"captured output",
      [] {
        if (current->prints) {
          printTwice();
        }
      }},
-    {"configuration", changeConfiguration},
-    {"plugin_before_execute",
-     [] {
-       CALL(plugin_before_execute)
-       ();
-     }},
-    {"is_coba_direct_call_mode",
-     [] {
-       CALL(is_coba_direct_call_mode)
-       ();
-     }},
-    {"check_signature",
-     [] {
-       CALL(check_signature)
-       ("/opt/usr/apps/allowed");
-     }},
+    {"changed configuration", changeConfiguration},
+    STEP(plugin_before_execute),
+    STEP(is_coba_direct_call_mode),
+    STEP(check_signature, "/opt/usr/apps/allowed"),
     {"create_pipe_server", serveOneRequest},
     {"create_pipe_client", answerRequest},
     {"plugin_validate_dll",
      [] { report().isLibraryAccepted = CALL(plugin_validate_dll)(1, executable.c_str()) == 1; }},
-    {"enable_exception_monitor",
-     [] {
-       CALL(enable_exception_monitor)
-       (1, 1);
-     }},
-    {"print_all_backtrace",
-     [] {
-       CALL(print_all_backtrace)
-       ();
-     }},
-    {"print_backtrace",
-     [] {
-       CALL(print_backtrace)
-       (getpid());
-     }},
-    {"print_log_info",
-     [] {
-       CALL(print_log_info)
-       (tracerText);
-     }},
+    STEP(enable_exception_monitor, 1, 1),
+    STEP(print_all_backtrace),
+    STEP(print_backtrace, getpid()),
+    STEP(print_log_info, infoText),
+    STEP(print_log_debug, debugText),
     {"string_format_test",
      [] {
        const char* argument = "text";
        delete[] CALL(string_format_test)("{0} and more", &argument, 100);
      }},
-    {"lldb_sos_enable_smdl",
-     [] {
-       CALL(lldb_sos_enable_smdl)
-       ();
-     }},
-    {"lldb_sos_get_thread_list",
-     [] {
-       CALL(lldb_sos_get_thread_list)
-       ();
-     }},
-    {"plugin_finalize",
-     [] {
-       CALL(plugin_finalize)
-       ();
-     }},
+    STEP(lldb_sos_disable_smdl),
+    STEP(lldb_sos_enable_smdl),
+    STEP(lldb_sos_dump_manage_only_threads),
+    STEP(lldb_sos_dump_manage_threads),
+    STEP(lldb_sos_dump_manage_threads_with_args),
+    STEP(lldb_sos_dump_manage_threads_by_tid),
+    STEP(lldb_sos_set_timeout_time),
+    STEP(lldb_sos_get_managed_thread_list),
+    STEP(lldb_sos_get_thread_list),
+    STEP(plugin_finalize),
 };
 
-void takeSteps() {
+void takeSteps(const BeforeCall& beforeEach) {
   for (const Step& step : kSteps) {
+    beforeEach(step.name);
     char& thrown = report().thrown.at(report().step);
     try {
       step.call();
@@ -316,18 +279,20 @@ void takeSteps() {
   }
 }
 
-[[noreturn]] void runChild(const Scenario& scenario, const std::function<void()>& before) {
+[[noreturn]] void runChild(const Scenario& scenario, const std::function<void()>& before,
+                           const BeforeCall& beforeEach) {
   alarm(kSeconds);
   current = &scenario;
   executable = executableOf(scenario.application);
-  tracerText = strdup("text");
+  infoText = strdup("text");
+  debugText = strdup("text");
   if (!workstation::registerProcess(getpid(), scenario.application)) {
     _exit(1);
   }
   functions();
   std::thread(sendRequest).detach();
   before();
-  takeSteps();
+  takeSteps(beforeEach);
   _exit(kAllReturned);
 }
 
@@ -350,13 +315,24 @@ void* loadPlugin() {
   return plugin;
 }
 
-Result launch(const Scenario& scenario, const std::function<void()>& before) {
+std::set<std::string> functionsOfLaunch() {
+  std::set<std::string> names;
+  for (const Step& step : kSteps) {
+    if (std::strchr(step.name, ' ') == nullptr) {
+      names.insert(step.name);
+    }
+  }
+  return names;
+}
+
+Result launch(const Scenario& scenario, const std::function<void()>& before,
+              const BeforeCall& beforeEach) {
   report() = {};
   unlink(QUILLON_DLL_REQUEST_PIPE);
   unlink(QUILLON_DLL_ANSWER_PIPE);
   const pid_t child = fork();
   if (child == 0) {
-    runChild(scenario, before);
+    runChild(scenario, before, beforeEach);
   }
   int status = 0;
   waitpid(child, &status, 0);

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quillon::faults {
@@ -35,10 +37,18 @@ struct Result {
   bool hasNoticed = false;          // a change of the configuration
 };
 
+// Is called before each function of a launch, with its name.
+using BeforeCall = std::function<void(std::string_view name)>;
+
 // Loads the plug-in into the calling process. Returns what dlopen(3) returns.
 void* loadPlugin();
 
+// Returns the names of the functions that a launch calls.
+std::set<std::string> functionsOfLaunch();
+
 // Calls all functions in a child process. Calls `before` there first.
-Result launch(const Scenario& scenario, const std::function<void()>& before);
+Result launch(
+    const Scenario& scenario, const std::function<void()>& before,
+    const BeforeCall& beforeEach = [](std::string_view) {});
 
 }  // namespace quillon::faults

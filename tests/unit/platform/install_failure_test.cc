@@ -1,19 +1,23 @@
-// Makes each system call of an installation fail. Packages must be complete afterwards, and a
-// failure must be reported.
+// Makes each system call and each allocation of an installation fail. Packages must be complete
+// afterwards, and a failure must be reported.
 //
-// QUILLON_FAULTS_SAMPLE=N checks every Nth call only.
+// QUILLON_FAULTS_SAMPLE=N checks every Nth call and every Nth allocation only.
 #include <gmock/gmock.h>
 #include <sys/syscall.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
+#include <map>
+#include <new>
+#include <ostream>
 #include <set>
 #include <tuple>
+#include <utility>
 
 #include "tests/support/figure.h"
+#include "tests/system/faults/failing_memory.h"
 #include "tests/system/torture/traced_process.h"
 #include "tests/unit/platform/left_packages.h"
 #include "workstation/config_store.h"
@@ -21,12 +25,34 @@
 namespace quillon::test {
 namespace {
 
+using faults::Shortage;
 using torture::Follower;
 using torture::SystemCall;
 using torture::Verdict;
 
-constexpr int kFailed = 3;  // exit status of a child whose work has reported a failure
+constexpr int kFailed = 3;         // exit status of a child whose work has reported a failure
+constexpr unsigned kSeconds = 60;  // until a child counts as hanging
 constexpr char kKey[] = "db/group/key";
+
+// What fails in the work of a child process.
+struct Fault {
+  const char* name;
+  const char* figure;
+  int error = 0;  // of a system call; 0 if an allocation fails
+  Shortage shortage = Shortage::kOnce;
+};
+
+void PrintTo(const Fault& fault, std::ostream* stream) { *stream << fault.name; }
+
+constexpr char kCallsFail[] = "workstation, each system call of a change fails";
+constexpr Fault kErrors[] = {{"EIO", kCallsFail, EIO},
+                             {"ENOSPC", kCallsFail, ENOSPC},
+                             {"EACCES", kCallsFail, EACCES},
+                             {"EMFILE", kCallsFail, EMFILE}};
+constexpr Fault kShortages[] = {
+    {"Once", "workstation, each allocation of a change fails once", 0, Shortage::kOnce},
+    {"FromThenOn", "workstation, memory runs out at each allocation of a change", 0,
+     Shortage::kFromThenOn}};
 
 // Calls for memory and for the process itself. If they fail, the process cannot go on.
 bool isOfProcess(const SystemCall& call) {
@@ -36,59 +62,49 @@ bool isOfProcess(const SystemCall& call) {
   return numbers.contains(call.number);
 }
 
-std::size_t sampleStep() {
-  const char* text = std::getenv("QUILLON_FAULTS_SAMPLE");
-  return text == nullptr ? 11 : std::max(1, std::atoi(text));
-}
-
-class InstallFailureTest : public LeftPackagesTest, public ::testing::WithParamInterface<int> {
+class InstallFailureTest : public LeftPackagesTest, public ::testing::WithParamInterface<Fault> {
  protected:
   using Work = std::function<bool()>;  // returns whether it succeeded
 
-  std::size_t step = sampleStep();
+  enum class Length { kLong, kShort };
 
-  // Runs the work again and again, with another call that fails, until all have failed. `check`
-  // gets whether the work has succeeded.
-  void failEachCall(const std::function<void()>& prepare, const Work& work,
-                    const std::function<void(bool)>& check) {
+  // Runs the work again and again, with another call or allocation that fails, until all have
+  // failed. `check` gets whether the work has succeeded.
+  void failEach(const std::function<void()>& prepare, const Work& work,
+                const std::function<void(bool)>& check, Length length = Length::kLong) {
+    const std::size_t step = sampleStep(length);
     bool isLast = false;
-    std::size_t cases = 0;
-    for (std::size_t index = 1; !isLast && !HasFailure(); index += step, ++cases) {
-      SCOPED_TRACE("failing call " + std::to_string(index));
+    std::size_t index = 1;
+    for (; !isLast && !HasFailure(); index += step) {
+      SCOPED_TRACE(std::string(GetParam().name) + ", failing at " + std::to_string(index));
       InsideDeviceTest::SetUp();
       prepare();
       std::size_t made = 0;
-      const auto fail = [&](const SystemCall& call) {
-        const bool isChosen = !isOfProcess(call) && ++made == index;
-        return isChosen ? Verdict::fail(GetParam()) : Verdict::run();
-      };
-      const auto result = torture::follow(
-          [&] {
-            if (!work()) {
-              _exit(kFailed);
-            }
-          },
-          Follower{fail, nullptr});
+      const auto result =
+          isOfCalls() ? failCall(index, work, made) : failAllocation(index, work, made);
+      isLast = made < index;
       if (!result.allowed) {
         QUILLON_SKIP(result.reason);
       }
-      isLast = made < index;
+      ++figures[GetParam().figure].cases;
       ASSERT_THAT(result.ending, ::testing::AnyOf("", "status " + std::to_string(kFailed)));
       check(result.ending.empty());
     }
-    allCases += cases;
-    faults += HasFailure() ? 1 : 0;
-    EXPECT_GT(cases * step, 4U) << "the work made no calls worth the name";
+    EXPECT_GT(index, 5U) << "the work made no calls worth the name";
   }
+
+  // A fault ends its test, so that each test finds one at most.
+  void TearDown() override { figures[GetParam().figure].faults += HasFailure() ? 1 : 0; }
 
   static void TearDownTestSuite() {
-    printFigure("workstation, each system call of a change fails",
-                std::to_string(allCases) + " cases",
-                "0 faults, " + std::to_string(faults) + " found", faults == 0);
+    for (const auto& [what, figure] : std::exchange(figures, {})) {
+      printFigure(what, std::to_string(figure.cases) + " cases",
+                  "0 faults, " + std::to_string(figure.faults) + " found",
+                  figure.faults == 0 && figure.cases > 0);
+    }
   }
 
-  static inline std::size_t allCases = 0;
-  static inline std::size_t faults = 0;
+  [[nodiscard]] static bool isOfCalls() { return GetParam().error != 0; }
 
   static void install(const std::string& version) { ASSERT_TRUE(VersionOfP(version).install()); }
 
@@ -113,33 +129,85 @@ class InstallFailureTest : public LeftPackagesTest, public ::testing::WithParamI
     }
     return "none";
   }
+
+ private:
+  struct Figure {
+    std::size_t cases = 0;
+    std::size_t faults = 0;
+  };
+  static inline std::map<std::string, Figure> figures;
+
+  static std::size_t sampleStep(Length length) {
+    constexpr std::size_t kOfShort = 11;  // times as many cases
+    const char* text = std::getenv("QUILLON_FAULTS_SAMPLE");
+    const std::size_t usual = isOfCalls() ? 11 : 307;
+    const std::size_t step = text == nullptr ? usual : std::max(1, std::atoi(text));
+    return length == Length::kLong ? step : std::max<std::size_t>(1, step / kOfShort);
+  }
+
+  // In the child process. An exception reaches the caller, which can report it.
+  static void run(const Work& work) {
+    alarm(kSeconds);
+    bool hasSucceeded = false;
+    try {
+      hasSucceeded = work();
+    } catch (const std::bad_alloc&) {
+    }
+    if (!hasSucceeded) {
+      _exit(kFailed);
+    }
+  }
+
+  // Makes a system call fail. `made` is the number of calls that the work has made.
+  static torture::TraceResult failCall(std::size_t index, const Work& work, std::size_t& made) {
+    made = 0;
+    const auto fail = [&](const SystemCall& call) {
+      const bool isChosen = !isOfProcess(call) && ++made == index;
+      return isChosen ? Verdict::fail(GetParam().error) : Verdict::run();
+    };
+    return torture::follow([&] { run(work); }, Follower{fail, nullptr});
+  }
+
+  // The same with an allocation.
+  static torture::TraceResult failAllocation(std::size_t index, const Work& work,
+                                             std::size_t& made) {
+    const auto let = [](const SystemCall&) { return Verdict::run(); };
+    const auto result = torture::follow(
+        [&] {
+          faults::failAllocation(index, GetParam().shortage);
+          run(work);
+        },
+        Follower{let, nullptr});
+    made = faults::allocationsMade();
+    return result;
+  }
 };
 
 TEST_P(InstallFailureTest, ANewPackage) {
   VersionOfP sample("1");
-  failEachCall([] {}, installation(sample.manifest()),
-               [](bool succeeded) {
-                 expectState(versionOf("p"), "none", "1", succeeded);
-                 expectComplete();
-               });
+  failEach([] {}, installation(sample.manifest()),
+           [](bool succeeded) {
+             expectState(versionOf("p"), "none", "1", succeeded);
+             expectComplete();
+           });
 }
 
 TEST_P(InstallFailureTest, AReplacement) {
   VersionOfP sample("2");
-  failEachCall([] { install("1"); }, installation(sample.manifest()),
-               [](bool succeeded) {
-                 expectState(versionOf("p"), "1", "2", succeeded);
-                 expectCompleteAndInstalled();
-               });
+  failEach([] { install("1"); }, installation(sample.manifest()),
+           [](bool succeeded) {
+             expectState(versionOf("p"), "1", "2", succeeded);
+             expectCompleteAndInstalled();
+           });
 }
 
 TEST_P(InstallFailureTest, AReplacementAtAnotherRoot) {
   VersionOfP sample("2", "root = '/opt/share/p'");
-  failEachCall([] { install("1"); }, installation(sample.manifest()),
-               [](bool succeeded) {
-                 expectState(versionOf("p"), "1", "2", succeeded);
-                 expectCompleteAndInstalled();
-               });
+  failEach([] { install("1"); }, installation(sample.manifest()),
+           [](bool succeeded) {
+             expectState(versionOf("p"), "1", "2", succeeded);
+             expectCompleteAndInstalled();
+           });
 }
 
 // Leaves the new files of a replacement at the root, and the old ones beside it.
@@ -160,64 +228,88 @@ void interruptReplacement() {
 // The installation of another package restores the old files.
 TEST_P(InstallFailureTest, ARecovery) {
   SamplePackage sample("other");
-  failEachCall(interruptReplacement, installation(sample.manifest()), [](bool) {
+  failEach(interruptReplacement, installation(sample.manifest()), [](bool) {
     EXPECT_EQ(versionOf("p"), "1");
     expectCompleteAndInstalled();
   });
 }
 
 TEST_P(InstallFailureTest, ARemoval) {
-  failEachCall([] { install("1"); }, [] { return workstation::removePackage("p").value_or(false); },
-               [](bool succeeded) {
-                 expectState(versionOf("p"), "1", "none", succeeded);
-                 expectComplete();
-               });
+  failEach([] { install("1"); }, [] { return workstation::removePackage("p").value_or(false); },
+           [](bool succeeded) {
+             expectState(versionOf("p"), "1", "none", succeeded);
+             expectComplete();
+           });
 }
 
 // A list that cannot be read is no empty list.
 TEST_P(InstallFailureTest, AList) {
-  step = 1;
-  failEachCall([] { install("1"); },
-               [] {
-                 const auto packages = workstation::listPackages();
-                 if (packages && packages->size() != 1) {
-                   std::abort();
-                 }
-                 return packages.has_value();
-               },
-               [](bool) {});
+  failEach([] { install("1"); },
+           [] {
+             const auto packages = workstation::listPackages();
+             if (packages && packages->size() != 1) {
+               std::abort();
+             }
+             return packages.has_value();
+           },
+           [](bool) {}, Length::kShort);
 }
 
 TEST_P(InstallFailureTest, AKeyThatIsSet) {
-  step = 1;
-  failEachCall([] { ASSERT_TRUE(workstation::setConfig(kKey, 1)); },
-               [] { return workstation::setConfig(kKey, 2).has_value(); },
-               [](bool succeeded) {
-                 const auto value = workstation::getConfig(kKey);
-                 ASSERT_TRUE(value && *value);
-                 expectState(std::to_string(std::get<int>(**value)), "1", "2", succeeded);
-                 EXPECT_TRUE(workstation::setConfig(kKey, 3));
-                 EXPECT_EQ(workstation::listConfig("").value().size(), 1U);
-               });
+  failEach([] { ASSERT_TRUE(workstation::setConfig(kKey, 1)); },
+           [] { return workstation::setConfig(kKey, 2).has_value(); },
+           [](bool succeeded) {
+             const auto value = workstation::getConfig(kKey);
+             ASSERT_TRUE(value && *value);
+             expectState(std::to_string(std::get<int>(**value)), "1", "2", succeeded);
+             EXPECT_TRUE(workstation::setConfig(kKey, 3));
+             EXPECT_EQ(workstation::listConfig("").value().size(), 1U);
+           },
+           Length::kShort);
 }
 
 TEST_P(InstallFailureTest, AKeyThatIsRead) {
-  step = 1;
-  failEachCall([] { ASSERT_TRUE(workstation::setConfig(kKey, 1)); },
-               [] {
-                 const auto value = workstation::getConfig(kKey);
-                 if (value && !*value) {
-                   std::abort();
-                 }
-                 return value.has_value();
-               },
-               [](bool) {});
+  failEach([] { ASSERT_TRUE(workstation::setConfig(kKey, 1)); },
+           [] {
+             const auto value = workstation::getConfig(kKey);
+             if (value && !*value) {
+               std::abort();
+             }
+             return value.has_value();
+           },
+           [](bool) {}, Length::kShort);
 }
 
-INSTANTIATE_TEST_SUITE_P(Errors, InstallFailureTest, ::testing::Values(EIO, ENOSPC, EACCES, EMFILE),
-                         [](const auto& error) {
-                           return std::string(strerrorname_np(error.param));
-                         });
+TEST_P(InstallFailureTest, AKeyThatIsRemoved) {
+  failEach([] { ASSERT_TRUE(workstation::setConfig(kKey, 1)); },
+           [] { return workstation::unsetConfig(kKey).value_or(false); },
+           [](bool succeeded) {
+             const auto value = workstation::getConfig(kKey);
+             ASSERT_TRUE(value);
+             expectState(*value ? "1" : "none", "1", "none", succeeded);
+             EXPECT_TRUE(workstation::setConfig(kKey, 3));
+             EXPECT_EQ(workstation::listConfig("").value().size(), 1U);
+           },
+           Length::kShort);
+}
+
+// A list without keys that could not be read is a wrong one.
+TEST_P(InstallFailureTest, AListOfKeys) {
+  failEach([] { ASSERT_TRUE(workstation::setConfig(kKey, 1)); },
+           [] {
+             const auto keys = workstation::listConfig("");
+             if (keys && keys->size() != 1) {
+               std::abort();
+             }
+             return keys.has_value();
+           },
+           [](bool) {}, Length::kShort);
+}
+
+std::string nameOf(const ::testing::TestParamInfo<Fault>& fault) { return fault.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(Errors, InstallFailureTest, ::testing::ValuesIn(kErrors), nameOf);
+INSTANTIATE_TEST_SUITE_P(Memory, InstallFailureTest, ::testing::ValuesIn(kShortages), nameOf);
 
 }  // namespace
 }  // namespace quillon::test
