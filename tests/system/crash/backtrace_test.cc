@@ -14,6 +14,7 @@
 
 #include "plugin/src/dotnet-backtrace-creator/backtrace_creator.h"
 #include "quillon_tv_plugin.h"
+#include "tests/support/open_descriptors.h"
 #include "tests/support/recording_platform.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/temporary_directory.h"
@@ -124,6 +125,12 @@ TEST_F(Backtrace, AsksEveryThreadOnceAndLogsIt) {
     EXPECT_EQ(lines.size(), all.size());
     EXPECT_EQ(askedCount, all.size());
   }
+}
+
+TEST_F(Backtrace, LeavesNoDescriptorOpen) {
+  const auto before = openDescriptors();
+  EXPECT_EQ(print_all_backtrace(), 0);
+  EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST_F(Backtrace, AsksOneThreadWithoutAWord) {

@@ -2,6 +2,7 @@
 // captured.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -381,16 +382,24 @@ TEST_F(PluginCrashTorture, HandlersNeedNoLockOfTheProcess) {
   }
 }
 
-// The pipe is full, and its reader waits for a lock that the crashing thread holds.
+// The pipe is full, and its reader waits for a lock that the crashing thread holds. The text must
+// not reach the log, which would then have no room for the launches that are still awaited.
 TEST_F(PluginCrashTorture, AFullPipeBlocksNoHandler) {
   const auto endings = launches(6, [&](int i) {
-    std::thread([] {
+    std::atomic<bool> readerIsBlocked{false};
+    std::thread([&] {
+      while (!readerIsBlocked) {
+        std::this_thread::yield();
+      }
       for (;;) {
         say("more than the pipe can take\n");
       }
     }).detach();
     holdEveryLock();
-    usleep(50'000);
+    readerIsBlocked = true;
+    for (pollfd pipe{STDERR_FILENO, POLLOUT, 0}; poll(&pipe, 1, 0) > 0;) {
+      std::this_thread::yield();
+    }
     crash(i % 2 == 0 ? Crash::kTermination : Crash::kAbort);
   });
   for (std::size_t i = 0; i < endings.size(); ++i) {

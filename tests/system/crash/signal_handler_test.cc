@@ -63,6 +63,20 @@ TEST_F(SignalHandler, InstallsPlainActionsInOrder) {
   EXPECT_EQ(platform().log[0].file(), "dotnet-signal-handler.cc");
 }
 
+// The actions are exported, so other code may have changed them.
+TEST_F(SignalHandler, InstallsPlainActionsWhateverTheyWereBefore) {
+  for (struct sigaction* const action : {&sig_abrt_new, &sig_segv_new, &sig_trap_new}) {
+    sigfillset(&action->sa_mask);
+    action->sa_flags = SA_RESTART;
+  }
+  EXPECT_EQ(registerSignalHandler(), 0);
+  for (const int signal : {SIGABRT, SIGSEGV, SIGTRAP}) {
+    const struct sigaction action = actionOf(signal);
+    EXPECT_EQ(sigismember(&action.sa_mask, SIGTERM), 0) << signal;
+    EXPECT_EQ(action.sa_flags & SA_RESTART, 0) << signal;
+  }
+}
+
 TEST_F(SignalHandler, EachCallSavesWhatIsInForce) {
   installPrevious();
   registerSignalHandler();

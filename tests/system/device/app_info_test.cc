@@ -24,9 +24,7 @@ class AppInfo : public DeviceLaunch {
     if (IsSkipped()) {
       return;
     }
-    installApplication(kApp);
-    run({});
-    put(kExec);
+    makeApplication(kApp);
   }
   DriverRun launch(const std::string& exec, const std::string& id = kApp) {
     return run({"initialize=inhouse", "set_app_info=" + id + "," + exec, "process_name"}, kApp);

@@ -167,6 +167,12 @@ void DeviceLaunch::installApplication(const std::string& id, const std::string& 
           "\"\nexec = \"bin/A.dll\"\n[application.metadata]\n" + metadata + "\n");
 }
 
+void DeviceLaunch::makeApplication(const std::string& id, const std::string& metadata) {
+  installApplication(id, metadata);
+  run({});
+  put("/opt/usr/apps/" + id + "/bin/A.dll");
+}
+
 DriverRun DeviceLaunch::run(const std::vector<std::string>& steps, const std::string& package) {
   fs::remove(onMachine(kLog));
   fs::remove(onMachine(kTrace));

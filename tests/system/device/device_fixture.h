@@ -64,6 +64,9 @@ class DeviceLaunch : public DeviceRootTest {
   void installApplication(const std::string& id, const std::string& metadata = "",
                           bool privileged = true);
 
+  // The same, with the executable /opt/usr/apps/ID/bin/A.dll, at once.
+  void makeApplication(const std::string& id, const std::string& metadata = "");
+
   // Runs the driver inside, as a process of `package` if that is not empty.
   DriverRun run(const std::vector<std::string>& steps, const std::string& package = "");
 

@@ -21,9 +21,7 @@ class Dpc : public DeviceLaunch {
  protected:
   // An application that requires the packages of a list with separator ";".
   void require(const std::string& packages) {
-    installApplication(kApp, "\"/tv/metadata/d.pc/required\" = \"" + packages + "\"");
-    run({});
-    put(kExec);
+    makeApplication(kApp, "\"/tv/metadata/d.pc/required\" = \"" + packages + "\"");
   }
   void offer(const std::string& package) {
     put("/opt/usr/apps/" + package + "/shared/res/d.pc/Name.txt", package);

@@ -107,6 +107,25 @@ TEST_F(Exported, APreloadedProcessKeepsItsCapabilities) {
   }
 }
 
+// A process that serves many applications in turn would run out of them.
+TEST_F(Exported, OnlyThePlaceholdersAndTheWatchOfAKeyStayOpen) {
+  constexpr std::size_t kPlaceholders = 10;
+  constexpr std::size_t kWatches = 1;
+  constexpr char kApp[] = "org.example.app";
+  constexpr char kExec[] = "/opt/usr/apps/org.example.app/bin/A.dll";
+  makeApplication(kApp, "\"/tv/metadata/d.pc/required\" = \"one\"");
+  put("/opt/usr/apps/one/shared/res/d.pc/Name.txt");
+  put("/opt/usr/home/owner/share/gctracer/org.example.other");
+  const DriverRun launched =
+      run({"descriptors", "initialize=inhouse", "get_tpa", "get_dll_path", "get_extra_dll_path",
+           "set_coreclr_info", "preload", std::string("set_app_info=") + kApp + "," + kExec,
+           "before_execute", "check_signature=/opt", "finalize", "descriptors"},
+          kApp);
+  EXPECT_EQ(launched.result("descriptors", 1).size(),
+            launched.result("descriptors", 0).size() + kPlaceholders + kWatches)
+      << launched.output;
+}
+
 TEST_F(Exported, FinalizeSetsTheTerminationFlag) {
   const DriverRun launched = run({"initialize=inhouse", "finalize"});
   EXPECT_EQ(launched.result("finalize")["before"], false);

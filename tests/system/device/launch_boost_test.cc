@@ -23,9 +23,7 @@ class LaunchBoostNotice : public DeviceLaunch {
     if (IsSkipped()) {
       return;
     }
-    installApplication(kApp);
-    run({});
-    put(kExec);
+    makeApplication(kApp);
   }
   DriverRun launch(int times = 1) {
     std::vector<std::string> steps = {"initialize=inhouse", "status=Pid"};

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <thread>
 
+#include "tests/support/open_descriptors.h"
 #include "tests/system/validation/pipe_test.h"
 
 namespace quillon::test {
@@ -61,7 +62,7 @@ class DllValidation : public PipeTest {
 
 TEST_F(DllValidation, OneRequestLineAndOneAnswer) {
   makePipes();
-  const std::size_t before = openDescriptors();
+  const auto before = openDescriptors();
   EXPECT_EQ(resultOf("OK\n"), 1);
   EXPECT_EQ(openDescriptors(), before);
   const std::string send = "RequestForDllValidation:" + std::to_string(getpid()) + ":" + kLibrary;
@@ -159,7 +160,7 @@ TEST_F(DllValidation, AMissingAnswerPipeIsNamed) {
 
 TEST_F(DllValidation, AMissingRequestPipeIsAnError) {
   makePipe(kAnswerPipe);
-  const std::size_t before = openDescriptors();
+  const auto before = openDescriptors();
   EXPECT_EQ(plugin_validate_dll(1, kLibrary), 0);
   EXPECT_EQ(openDescriptors(), before);
   EXPECT_THAT(platform().messages(6), ElementsAre("pipe open error"));

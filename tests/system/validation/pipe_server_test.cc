@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "plugin/src/dotnet-policy-checker/dll_validation.h"
+#include "tests/support/open_descriptors.h"
 #include "tests/system/validation/pipe_test.h"
 
 namespace {
@@ -269,7 +270,7 @@ TEST_F(PipeServer, EndsWhenAReadGivesNothing) {
     std::ofstream(path) << (std::string(path) == kRequestPipe ? "last\n" : "");
     return 0;
   };
-  const std::size_t before = openDescriptors();
+  const auto before = openDescriptors();
   create_pipe_server(onText);
   EXPECT_THAT(received.waitFor(1), ElementsAre("last"));
   EXPECT_EQ(openDescriptors(), before);
@@ -289,7 +290,7 @@ class PipeClient : public PipeTest {};
 TEST_F(PipeClient, SendsTenLinesOfFiveRepetitions) {
   makePipe(kAnswerPipe);
   const OpenPipe answers(kAnswerPipe);
-  const std::size_t before = openDescriptors();
+  const auto before = openDescriptors();
   create_pipe_client("OK %s");
   EXPECT_EQ(openDescriptors(), before);
   std::string expected;

@@ -5,8 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <iterator>
-
 namespace quillon::test {
 
 namespace fs = std::filesystem;
@@ -54,11 +52,6 @@ void PipeTest::makePipe(const char* path) { ASSERT_EQ(mknod(path, S_IFIFO | 0600
 void PipeTest::makePipes() {
   makePipe(kRequestPipe);
   makePipe(kAnswerPipe);
-}
-
-std::size_t PipeTest::openDescriptors() {
-  return static_cast<std::size_t>(
-      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
 }
 
 std::future<int> PipeTest::ask(const std::string& path, int type) {

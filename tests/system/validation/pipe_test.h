@@ -40,9 +40,6 @@ class PipeTest : public DeviceTest {
   static void makePipe(const char* path);
   static void makePipes();
 
-  // Returns the number of open descriptors of this process.
-  static std::size_t openDescriptors();
-
   // Calls plugin_validate_dll in a separate thread.
   static std::future<int> ask(const std::string& path, int type = 1);
 };

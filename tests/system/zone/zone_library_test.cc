@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/open_descriptors.h"
 #include "tests/system/zone/zone_fixture.h"
 
 namespace quillon::test {
@@ -41,11 +42,6 @@ std::string namespaces() {
   return text;
 }
 
-int descriptors() {
-  const fs::directory_iterator entries("/proc/self/fd");
-  return static_cast<int>(std::distance(begin(entries), end(entries)));
-}
-
 // Returns the log of the library, with a line "PRIORITY TAG TEXT" per record.
 std::string logged() {
   std::string text;
@@ -71,9 +67,9 @@ TEST_F(ZoneLibraryTest, AnAttachedProcessIsInTheHoldersNamespaces) {
   const std::string pid = std::to_string(holder());
   const Outcome outcome = inDevice([&] {
     const ZoneLibrary library;
-    const int before = descriptors();
+    const auto before = openDescriptors();
     std::cout << ::access("/zone/appzone", F_OK) << enter(library)
-              << ::access("/zone/appzone", F_OK) << " " << descriptors() - before << " "
+              << ::access("/zone/appzone", F_OK) << " " << openDescriptors() - before << " "
               << platform().log.size();
     for (const char* kind : {"mnt", "uts", "ipc"}) {
       std::cout << " " << (namespaceOf("self", kind) == namespaceOf(pid, kind)) << " "
@@ -239,10 +235,10 @@ TEST_P(ZoneLibraryLookup, EndsInNullAndOneLine) {
   }
   const Outcome outcome = inDevice([] {
     const ZoneLibrary library;
-    const int before = descriptors();
+    const auto before = openDescriptors();
     errno = ERANGE;
     std::cout << (library.getContext(GetParam().name) == nullptr) << (errno == ERANGE)
-              << descriptors() - before << " " << platform().log.size() << " " << logged();
+              << openDescriptors() - before << " " << platform().log.size() << " " << logged();
     return 0;
   });
   EXPECT_THAT(outcome.output, HasSubstr("110 1 6 ZONE "));
@@ -281,11 +277,11 @@ TEST_F(ZoneLibraryTest, ReleaseClosesTheContext) {
   start();
   const Outcome outcome = inDevice([] {
     const ZoneLibrary library;
-    const int before = descriptors();
+    const auto before = openDescriptors();
     void* context = library.getContext("appzone");
-    std::cout << descriptors() - before;
+    std::cout << openDescriptors() - before;
     library.releaseContext(&context);
-    std::cout << descriptors() - before << (context == nullptr);
+    std::cout << openDescriptors() - before << (context == nullptr);
     return 0;
   });
   EXPECT_EQ(outcome.output, "101");

@@ -240,6 +240,7 @@ TEST_F(AppIdentity, APackageWithAServiceComponentIsAService) {
   EXPECT_TRUE(isServiceApp("p"));
   EXPECT_THAT(platform().lines(), ElementsAre("4 service is Service application"));
   EXPECT_THAT(platform().calls, Contains("package_info_foreach_app_from_package(p, 0)"));
+  EXPECT_THAT(platform().trace, Contains("end").Times(4)) << "one span for each component";
 }
 
 TEST_F(AppIdentity, APackageWithoutOneIsNone) {

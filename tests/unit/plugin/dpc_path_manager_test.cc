@@ -16,6 +16,7 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 constexpr char kKey[] = "http://korvane.example/tv/metadata/d.pc/required";
 
@@ -73,6 +74,15 @@ TEST_F(DpcPathManager, OpensTenPlaceholdersInOrder) {
   EXPECT_THAT(platform().lines(), ElementsAre("3 ExtraDllPath : " + list));
   EXPECT_EQ(platform().log[1].file(), "log.h");
   EXPECT_THAT(wrapped_.calls, IsEmpty());
+}
+
+// A launcher may have closed its standard input.
+TEST_F(DpcPathManager, APlaceholderMayHaveTheNumberZero) {
+  const int input = dup(STDIN_FILENO);
+  close(STDIN_FILENO);
+  EXPECT_THAT(decorator_.GetExtraDllPath(), StartsWith(":/proc/self/fd/0:"));
+  dup2(input, STDIN_FILENO);
+  close(input);
 }
 
 TEST_F(DpcPathManager, AnotherCallOpensTenMoreAndAppends) {

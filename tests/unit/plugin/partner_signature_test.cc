@@ -10,6 +10,7 @@
 #include <fstream>
 
 #include "quillon_tv_plugin.h"
+#include "tests/support/open_descriptors.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/tree_test.h"
@@ -32,11 +33,6 @@ constexpr char kBad[] = "6 Signature verification fail...";
 // With a sanitizer or under emulation, tests fewer bits: every bit takes the same code path, and
 // the run is slower.
 const std::size_t kBitStride = isEmulated() ? 61 : isSanitized() ? 7 : 1;
-
-std::size_t openDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
 
 // The key, request and signature of a partner. All are valid until a test changes them.
 class PartnerSignatureTest : public TreeTest {
@@ -86,7 +82,7 @@ class PartnerSignatureTest : public TreeTest {
   }
 
  private:
-  std::size_t descriptors_ = 0;
+  std::ptrdiff_t descriptors_ = 0;
 };
 
 TEST_F(PartnerSignatureTest, AGoodSignatureIsOne) {

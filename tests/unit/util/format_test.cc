@@ -61,11 +61,15 @@ TEST(Format, IndexIsReadAsANumberInBaseTen) {
   EXPECT_EQ(format("{01}", {"p", "q"}, 100), "q");
   EXPECT_EQ(format("{ 1x}", {"p", "q"}, 100), "q");
   EXPECT_EQ(format("{}{x}", {"p"}, 100), "pp");
+  const std::vector<const char*> twelve = {"a", "b", "c", "d", "e", "f",
+                                           "g", "h", "i", "j", "k", "l"};
+  EXPECT_EQ(format("{10}{9}", twelve, 100), "kj");
 }
 
 TEST(Format, StaysWithinItsBuffersForEveryIndex) {
   EXPECT_EQ(format("a{-1}b", {"x"}, 100), "ab");
   EXPECT_EQ(format("a{99999999999999999999999999999999999999999999999}b", {"x"}, 100), "ab");
+  EXPECT_EQ(format("a{4294967296}b", {"x"}, 100), "ab") << "0 as a number of 32 bits";
   EXPECT_EQ(format(("{" + std::string(29, '0') + "1}").c_str(), {"p", "q"}, 100), "p");
   EXPECT_EQ(format(("{" + std::string(4000, '0') + "}").c_str(), {"p"}, 100), "p");
 }

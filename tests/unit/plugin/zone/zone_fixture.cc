@@ -9,6 +9,8 @@
 #include <iterator>
 #include <sstream>
 
+#include "tests/support/open_descriptors.h"
+
 namespace quillon::test {
 namespace {
 
@@ -17,12 +19,7 @@ namespace fs = std::filesystem;
 constexpr int kReturned = 77;
 constexpr char kCalls[] = "tmp/zone-calls";
 
-int descriptorsBefore = 0;
-
-int countDescriptors() {
-  const fs::directory_iterator entries("/proc/self/fd");
-  return static_cast<int>(std::distance(begin(entries), end(entries)));
-}
+std::ptrdiff_t descriptorsBefore = 0;
 
 bool isMapped(const std::string& name) {
   std::ifstream maps("/proc/self/maps");
@@ -43,7 +40,7 @@ void tell() {
   }
   std::cout << "origin " << origin << '\n'
             << "mapped " << isMapped("libzone.so.5") << '\n'
-            << "left " << countDescriptors() - descriptorsBefore << std::endl;
+            << "left " << openDescriptors() - descriptorsBefore << std::endl;
 }
 
 std::vector<std::string> linesOf(const std::string& text) {
@@ -102,7 +99,7 @@ ZoneRun ZoneTest::run(const std::function<void()>& body, const std::string& beha
     }
     ::setenv("FAKE_ZONE", behaviour.c_str(), 1);
     becomePackage(privileges);
-    descriptorsBefore = countDescriptors();
+    descriptorsBefore = openDescriptors();
     std::atexit(tell);
     body();
     tell();

@@ -64,6 +64,17 @@ bool makeFullPipe() {
   return true;
 }
 
+// Between the look whether a pipe has room and the write, another thread may fill it.
+TEST(MessageEnd, DoesNotBlockNorIsItInherited) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    notes["pipe"] = std::to_string(pipe(pStdErr));
+    openMessageEnd(pStdErr[1]);
+    notes["blocks"] = (fcntl(messageEnd, F_GETFL) & O_NONBLOCK) != 0 ? "no" : "yes";
+    notes["inherited"] = (fcntl(messageEnd, F_GETFD) & FD_CLOEXEC) != 0 ? "no" : "yes";
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"pipe", "0"}, {"blocks", "no"}, {"inherited", "no"}}));
+}
+
 TEST(WaitForReader, EndsImmediatelyIfThereIsNone) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     errno = EDOM;
@@ -105,6 +116,15 @@ TEST(WaitForReader, EndsAtOnceInAForkedChild) {
     notes["child"] = std::to_string(status);
   });
   EXPECT_EQ(captured.note("child"), "0");
+}
+
+TEST(WaitForReader, EndsAtOnceIfNothingWasWritten) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    notes["pipe"] = std::to_string(pipe(pStdErr));
+    stderrProgress.starting();
+    notes["done"] = waitForStderrReader(kForEver) ? "yes" : "no";
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"pipe", "0"}, {"done", "yes"}}));
 }
 
 TEST(WaitForReader, EndsWhenItsTimeIsOver) {
@@ -224,6 +244,7 @@ TEST(HandlerMessage, IsGivenUpIfThePipeIsFullAndNobodyReads) {
         openMessageEnd(pStdErr[1]);
       }
       fillUp(pStdErr[1]);
+      errno = 0;
       const ssize_t written = sendMessageToDlogError("lost");
       notes[own ? "own" : "shared"] =
           std::to_string(written) + (errno == EAGAIN ? " again" : " other");

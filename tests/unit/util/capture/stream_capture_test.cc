@@ -362,6 +362,21 @@ TEST(ErrorFile, ExistsOnlyIfSomethingWasWrittenToStandardError) {
   EXPECT_EQ(capturePrinted("fine").errorFile, "");
 }
 
+TEST(ErrorFile, HasThePermissionsThatTheUmaskAllows) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    errorLogFile = "/tmp/quillon-error-file-test." + std::to_string(getpid());
+    umask(0);
+    tvRunLoggingThread();
+    putChunk("text");
+    struct stat status {};
+    notes["made"] = stat(errorLogFile.c_str(), &status) == 0 ? "yes" : "no";
+    notes["mode"] = std::to_string(status.st_mode & 07777U);
+    unlink(errorLogFile.c_str());
+  });
+  EXPECT_EQ(captured.note("made"), "yes");
+  EXPECT_EQ(captured.note("mode"), std::to_string(0666));
+}
+
 TEST(ErrorFile, IsAppendedTo) {
   const Captured captured = capture([] {
     errorLogFile = "/tmp/quillon-error-file-test." + std::to_string(getpid());

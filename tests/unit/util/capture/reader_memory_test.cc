@@ -1,0 +1,59 @@
+// Readers of captured streams that get no memory for their trace span.
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include "tests/unit/util/capture/capture_process.h"
+#include "util/log/stream_capture.h"
+
+namespace {
+
+std::atomic<bool> failsOnce{false};  // the first allocation of every other thread
+
+bool fails() {
+  static thread_local bool hasFailed = false;
+  const bool now = failsOnce && gettid() != getpid() && !hasFailed;
+  hasFailed = hasFailed || now;
+  return now;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  void* const memory = fails() ? nullptr : std::malloc(size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace quillon::test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
+TEST(ReaderWithoutMemory, SaysSoAndReadsOn) {
+  const Captured captured = inCaptureProcess([](Notes&) {
+    failsOnce = true;
+    tvRunLoggingThread();
+    put(STDOUT_FILENO, "an output");
+    put(STDERR_FILENO, "an error");
+  });
+  EXPECT_EQ(captured.ending, "");
+  for (const char* const reader : {"stdOutRedirect(", "stdErrRedirect("}) {
+    EXPECT_THAT(captured.texts, Contains(AllOf(HasSubstr(reader), HasSubstr("Out of memory"))));
+  }
+  EXPECT_THAT(captured.output(), Contains("an output"));
+  EXPECT_THAT(captured.errors(), Contains("an error"));
+}
+
+}  // namespace
+}  // namespace quillon::test
