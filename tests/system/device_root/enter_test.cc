@@ -4,11 +4,11 @@
 
 #include <cstdlib>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <thread>
 
 #include "quillon/base/exit_status.h"
+#include "tests/support/open_descriptors.h"
 #include "tests/support/skip.h"
 #include "tests/system/device_root/inside.h"
 
@@ -307,11 +307,8 @@ TEST_F(Enter, EnteringAgainChangesNothing) {
 
 TEST_F(Enter, LeavesNoDescriptorOpen) {
   const Outcome outcome = inChild([&] {
-    const auto count = [] {
-      return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-    };
-    const auto before = count();
-    return device::enter(root_, {}) && count() == before ? 0 : 1;
+    const auto before = openDescriptors();
+    return device::enter(root_, {}) && openDescriptors() == before ? 0 : 1;
   });
   EXPECT_EQ(outcome.status, 0);
 }

@@ -1,10 +1,8 @@
 #include "tests/system/launchpad/running_launchpad.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +14,7 @@
 #include <sstream>
 
 #include "quillon/base/descriptor.h"
+#include "quillon/base/process.h"
 #include "quillon/launchpad/protocol/address.h"
 #include "quillon/launchpad/protocol/message.h"
 #include "tests/support/execute.h"
@@ -47,12 +46,8 @@ int statusOf(pid_t child) {
 }  // namespace
 
 bool isAlive(pid_t process) {
-  const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
-  if (!pidfd) {
-    return errno != ESRCH;
-  }
-  pollfd ended{pidfd.get(), POLLIN, 0};
-  return poll(&ended, 1, 0) == 0;
+  const Descriptor pidfd = openPidfd(process);
+  return pidfd ? isRunning(pidfd) : errno != ESRCH;
 }
 
 void LaunchpadTest::SetUp() {

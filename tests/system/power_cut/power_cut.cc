@@ -72,7 +72,7 @@ void PowerCut::SetUp() {
 void PowerCut::TearDownTestSuite() {
   const auto* suite = ::testing::UnitTest::GetInstance()->current_test_suite();
   std::cout << "figure: power cut, states of the " << inWords(suite->name()) << " | "
-            << statesOfSuite << " states | " << faultsOfSuite << " wrong | "
+            << statesOfSuite << " states, " << faultsOfSuite << " wrong | 0 wrong | "
             << (suite->Passed() ? "met" : "missed") << std::endl;
   statesOfSuite = 0;
   faultsOfSuite = 0;

@@ -1,9 +1,8 @@
 // The time-zone hook and other watchers, while many processes change the configuration at the same
 // time.
 //
-// QUILLON_STORM_CHANGES  number of changes while watchers are late; default: enough for the queue
-// of
-//                        inotify(7) to overflow
+// QUILLON_STORM_CHANGES: the number of changes while watchers are late. By default as many as make
+// the queue of inotify(7) overflow.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -221,8 +220,10 @@ TEST_F(ConfigStorm, TheLastValueArrives) {
 
 // What processes that watch the key share with this one.
 struct Shared {
-  std::array<std::atomic<int>, kWatchers> seen;  // the last values
+  std::array<std::atomic<int>, kWatchers> seen;            // the last values
+  std::array<std::atomic<bool>, kWatchers> hasOverflowed;  // the queue of inotify(7)
   std::atomic<int> watching;
+  std::atomic<int> changes;  // of other keys
   std::atomic<bool> stormIsOver;
 };
 
@@ -242,6 +243,27 @@ void seeLate(int watcher, int value) {
 
 void watchLate(keynode_t* node, void* watcher) {
   seeLate(*static_cast<int*>(watcher), vconf_keynode_get_int(node));
+}
+
+// The number of the watcher that this process is; -1 for other processes.
+int ownNumber = -1;
+
+// Notes whether the watcher has read that its queue has overflowed.
+void noteOverflow(const char* events, ssize_t size) {
+  for (ssize_t at = 0; at < size;) {
+    inotify_event event{};
+    std::memcpy(&event, events + at, sizeof event);
+    if ((event.mask & IN_Q_OVERFLOW) != 0) {
+      shared().hasOverflowed.at(static_cast<size_t>(ownNumber)) = true;
+    }
+    at += static_cast<ssize_t>(sizeof event + event.len);
+  }
+}
+
+bool isInotify(int descriptor) {
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  std::error_code error;
+  return fs::read_symlink(link, error) == "anon_inode:inotify";
 }
 
 // Watches the key by the platform's interface, which reports changes only.
@@ -277,6 +299,7 @@ class Watchers {
     const auto number = static_cast<int>(processes_.size());
     processes_.push_back(fork());
     if (processes_.back() == 0) {
+      ownNumber = number;
       watchForEver(number);
       _exit(1);
     }
@@ -286,42 +309,35 @@ class Watchers {
   std::vector<pid_t> processes_;
 };
 
-// A queue of events like that of a watcher, which nobody reads during the storm. The kernel merges
-// equal events that follow each other, but each change also writes a temporary file of its own.
-class UnreadQueue {
- public:
-  UnreadQueue() {
-    const std::string folder = fs::path(kDisclaimer).parent_path();
-    inotify_add_watch(queue_, (fs::path("/opt/usr/share/quillon/config") / folder).c_str(),
-                      IN_MOVED_TO | IN_CLOSE_WRITE);
-  }
-  ~UnreadQueue() { close(queue_); }
-  UnreadQueue(const UnreadQueue&) = delete;
-  UnreadQueue& operator=(const UnreadQueue&) = delete;
-
-  bool hasOverflowed() {
-    std::array<char, 1 << 16> events{};
-    for (ssize_t size = 0; (size = read(queue_, events.data(), events.size())) > 0;) {
-      for (ssize_t at = 0; at < size;) {
-        inotify_event event{};
-        std::memcpy(&event, events.data() + at, sizeof event);
-        overflowed_ = overflowed_ || (event.mask & IN_Q_OVERFLOW) != 0;
-        at += static_cast<ssize_t>(sizeof event + event.len);
-      }
-    }
-    return overflowed_;
-  }
-
- private:
-  const int queue_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  bool overflowed_ = false;
-};
-
-int changesThatOverflow() {
+// The capacity of a queue of inotify(7).
+int queueSize() {
   int events = 16'384;
   std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> events;
+  return events;
+}
+
+int numberOfChanges() {
   return static_cast<int>(
-      lengthOf("QUILLON_STORM_CHANGES", static_cast<std::size_t>(events) * 5 / 4));
+      lengthOf("QUILLON_STORM_CHANGES", static_cast<std::size_t>(queueSize()) * 5 / 4));
+}
+
+// Changes other keys of the same folder until the queues of all watchers have overflowed, and then
+// the key. Earlier changes of the key would stay in the queues: a watcher that ignores the overflow
+// would read the last value because of them. Each change makes two events, since it also writes a
+// temporary file, and the kernel merges only equal events that follow each other.
+void changeUnnoticed(int change) {
+  const int value = kFinal + 1 + change;
+  if (shared().changes < queueSize()) {
+    set(value, kDisclaimer + std::to_string(change % kProcesses));
+    ++shared().changes;
+  } else {
+    set(value);
+  }
+}
+
+bool haveOverflowed() {
+  return std::all_of(shared().hasOverflowed.begin(), shared().hasOverflowed.end(),
+                     [](const std::atomic<bool>& overflowed) { return overflowed.load(); });
 }
 
 bool haveSeen(int watchers, int value) {
@@ -343,29 +359,23 @@ void startLate(Watchers& watchers) {
   ASSERT_TRUE(eventually([] { return haveSeen(kWatchers, kFinal); }));
 }
 
-// The writers change other keys of the same folder, and the key last of all.
 TEST_F(ConfigStorm, TheLastValueReachesEveryWatcherWhoseQueueHasOverflowed) {
   inDevice([] {
-    const int changes = changesThatOverflow();
+    const int changes = numberOfChanges();
     Watchers watchers;
     startLate(watchers);
-    UnreadQueue queue;
-    Writers writers(
-        [&](int change) {
-          const bool isLast = change >= changes - kProcesses;
-          set(change, isLast ? kDisclaimer : kDisclaimer + std::to_string(change % kProcesses));
-        },
-        changes);
+    Writers writers(changeUnnoticed, changes);
     writers.start();
     EXPECT_TRUE(writers.join());
     shared().stormIsOver = true;
     const int last = std::get<int>(workstation::getConfig(kDisclaimer)->value());
-    EXPECT_TRUE(queue.hasOverflowed());
+    EXPECT_GT(last, kFinal);
+    const bool overflowed = eventually(haveOverflowed);
+    EXPECT_TRUE(overflowed);
     const bool good = eventually([&] { return haveSeen(kWatchers, last); });
     EXPECT_TRUE(good) << last;
     printFigure("configuration, changes by 8 writers while the queues of 4 watchers overflow",
-                std::to_string(changes), "the last value seen by all",
-                good && queue.hasOverflowed());
+                std::to_string(changes), "the last value seen by all", good && overflowed);
   });
 }
 
@@ -374,3 +384,13 @@ TEST_F(ConfigStorm, TheLastValueReachesEveryWatcherWhoseQueueHasOverflowed) {
 
 // Overrides the C library's function for the store too: the many changes need not reach the disk.
 extern "C" int fsync(int) { return 0; }
+
+// Overrides it for the store too, to look at the events that a watcher reads.
+extern "C" ssize_t read(int descriptor, void* buffer, size_t size) {
+  static const auto next = reinterpret_cast<decltype(&read)>(dlsym(RTLD_NEXT, "read"));
+  const ssize_t length = next(descriptor, buffer, size);
+  if (quillon::test::ownNumber >= 0 && quillon::test::isInotify(descriptor)) {
+    quillon::test::noteOverflow(static_cast<const char*>(buffer), length);
+  }
+  return length;
+}

@@ -33,6 +33,7 @@
 #include "quillon/launchpad/state/process_state.h"
 #include "quillon/launchpad/worker/environment.h"
 #include "quillon/launchpad/worker/stdio.h"
+#include "tests/support/open_descriptors.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/skip.h"
 #include "tests/support/temporary_directory.h"
@@ -419,11 +420,6 @@ TEST(Message, IsNotSentIfTheSocketIsFull) {
   EXPECT_LT(sent, 1000);
 }
 
-size_t openDescriptors() {
-  return static_cast<size_t>(
-      std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
-
 TEST(Message, ClosesTheDescriptorsOfAMalformedMessage) {
   const SocketPair pair;
   union {
@@ -436,13 +432,13 @@ TEST(Message, ClosesTheDescriptorsOfAMalformedMessage) {
   control.header = {CMSG_LEN(sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
   const int sent = STDIN_FILENO;
   std::memcpy(CMSG_DATA(&control.header), &sent, sizeof sent);
-  const size_t before = openDescriptors();
+  const auto before = test::openDescriptors();
   for (int i = 0; i < 3; ++i) {
     ASSERT_EQ(sendmsg(pair.one.get(), &header, 0), 0);
     Message message;
     EXPECT_EQ(receiveMessage(pair.other.get(), message), Received::kEnd);
   }
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(test::openDescriptors(), before);
 }
 
 ProcessState ownState() {

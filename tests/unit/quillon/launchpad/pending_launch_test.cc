@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "quillon/base/exit_status.h"
+#include "quillon/base/process.h"
 #include "quillon/base/record.h"
 #include "quillon/launchpad/protocol/exit_state.h"
 #include "quillon/launchpad/protocol/hand_over.h"
@@ -74,7 +74,7 @@ void serveWith(const WorkerMain& worker, int socket) {
     _exit(0);
   }
   connection.reset();
-  const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  const Descriptor pidfd = openPidfd(pid);
   sendTaken(socket, pid, pidfd.get());
   int status = 0;
   waitpid(pid, &status, 0);
@@ -164,7 +164,7 @@ class PendingLaunchTest : public ::testing::Test {
       _exit(0);
     }
     const Descriptor connection = connectClient(other.get());
-    const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, worker, 0)));
+    const Descriptor pidfd = openPidfd(worker);
     EXPECT_TRUE(sendTaken(other.get(), worker, pidfd.get()));
     EXPECT_TRUE(sendMessage(connection.get(), MessageKind::kTakenOver));
     EXPECT_TRUE(sendMessage(connection.get(), MessageKind::kStarted));
