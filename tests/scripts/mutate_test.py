@@ -28,6 +28,7 @@ class Attempt(unittest.TestCase):
         self.copy.limits = {"a-test": 30}
         self.copy.build.mkdir(parents=True)
         (self.copy.path / "a.h").write_text(SOURCE)
+        script.write_program(self.copy.path / "scripts/compiler-cache", "")
         self.at_build("true")
         self.at_test("true")
 

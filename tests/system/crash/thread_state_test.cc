@@ -1,5 +1,6 @@
 #include "plugin/src/dotnet-signal-handler/thread_state.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/prctl.h>
@@ -13,6 +14,8 @@
 #include <fstream>
 #include <string>
 #include <thread>
+
+#include "tests/support/without_standard_input.h"
 
 namespace {
 
@@ -41,6 +44,12 @@ TEST(ThreadState, AThreadThatComputesIsReady) {
   }
   ended = true;
   computing.join();
+}
+
+TEST(ThreadState, IsReadWithoutStandardInputToo) {
+  const quillon::test::WithoutStandardInput without;
+  EXPECT_TRUE(isReadyToRun(gettid()));
+  EXPECT_EQ(fcntl(0, F_GETFD), -1);
 }
 
 TEST(ThreadState, AThreadThatSleepsIsNot) {

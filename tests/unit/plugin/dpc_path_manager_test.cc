@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 #include <ios>
 
 #include "plugin/include-internal/dpc-path-manager.h"
 #include "tests/support/recording_platform.h"
+#include "tests/support/without_standard_input.h"
 #include "tests/unit/plugin/fake_strategy.h"
 
 namespace quillon::test {
@@ -50,6 +52,15 @@ class OpenDescriptors {
   std::vector<bool> before_ = snapshot();
 };
 
+std::string failureOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const std::ios_base::failure& failure) {
+    return failure.what();
+  }
+  return "";
+}
+
 class DpcPathManager : public PlatformTest {
  protected:
   void require(const std::string& key, const std::string& value) {
@@ -78,11 +89,10 @@ TEST_F(DpcPathManager, OpensTenPlaceholdersInOrder) {
 
 // A launcher may have closed its standard input.
 TEST_F(DpcPathManager, APlaceholderMayHaveTheNumberZero) {
-  const int input = dup(STDIN_FILENO);
-  close(STDIN_FILENO);
+  require(kKey, "pkgA;pkgB");
+  const WithoutStandardInput without;
   EXPECT_THAT(decorator_.GetExtraDllPath(), StartsWith(":/proc/self/fd/0:"));
-  dup2(input, STDIN_FILENO);
-  close(input);
+  EXPECT_EQ(failureOf([&] { decorator_.SetAppInfo("app", "/path"); }), "");
 }
 
 TEST_F(DpcPathManager, AnotherCallOpensTenMoreAndAppends) {
@@ -189,15 +199,6 @@ class NoMoreDescriptors {
  private:
   rlimit before_{};
 };
-
-std::string failureOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const std::ios_base::failure& failure) {
-    return failure.what();
-  }
-  return "";
-}
 
 TEST_F(DpcPathManager, APlaceholderThatDoesNotOpenIsAFailureForTheCaller) {
   require(kKey, "pkgA");

@@ -13,6 +13,7 @@
 
 #include "tests/support/recording_platform.h"
 #include "tests/support/temporary_directory.h"
+#include "tests/support/without_standard_input.h"
 #include "tests/unit/plugin/scripted_sockets.h"
 
 namespace quillon::test {
@@ -256,6 +257,14 @@ TEST_F(LaunchBoost, DescriptorZeroCountsAsNoSocket) {
   notifyLaunchBoost("a", 1);
   EXPECT_THAT(platform().markers, ElementsAre("kest Client:try connect kestrel"));
   EXPECT_EQ(KestrelConnectionTryCnt, 4);
+  EXPECT_EQ(KestrelScok, 0);
+}
+
+TEST_F(LaunchBoost, ASocketWithTheNumberZeroStaysConnectedWithoutANotice) {
+  startDaemon();
+  const WithoutStandardInput without;
+  notifyLaunchBoost("a", 1);
+  EXPECT_THAT(platform().markers, ElementsAre("kest Client:try connect kestrel"));
   EXPECT_EQ(KestrelScok, 0);
 }
 

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "plugin/src/dotnet-signal-handler/thread_state.h"
+#include "tests/support/without_standard_input.h"
 
 namespace {
 
@@ -44,6 +45,16 @@ class Interrupted {
   std::atomic<pid_t> id_{0};
   std::thread thread_;
 };
+
+TEST(Descriptor, MayHaveTheNumberZero) {
+  const quillon::test::WithoutStandardInput without;
+  {
+    const Descriptor file(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(file.get(), 0);
+    EXPECT_TRUE(file.isOpen());
+  }
+  EXPECT_EQ(fcntl(0, F_GETFD), -1);
+}
 
 struct Pipe {
   Pipe() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <plugin/src/dotnet-signal-handler/signal_handler.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,6 +51,12 @@ void fillUp(int end) {
   while (write(own, block.data(), block.size()) > 0) {
   }
   close(own);
+}
+
+int unreadBytes(int end) {
+  int count = -1;
+  ioctl(end, FIONREAD, &count);
+  return count;
 }
 
 // Makes a pipe for messages that is full and whose reader is about to begin. Returns false on
@@ -223,6 +230,35 @@ TEST(WaitForReader, AnAbortWaitsForAReaderThatHasNotBegun) {
     std::abort();
   });
   EXPECT_EQ(captured.ending, "");  // status 0: no dump
+}
+
+TEST(WaitForReader, EndsAlthoughTheReaderNeverBegins) {
+  const Captured captured = inCaptureProcess([](Notes&) {
+    makePipeWithSomethingIn();
+    registerSignalHandler();
+    stderrProgress.starting();
+    raise(SIGTERM);
+  });
+  EXPECT_EQ(captured.ending, "");
+}
+
+// SIGTERM has ended the process with its message, and waits for the reader.
+TEST(WaitForReader, AnAbortOfAnotherThreadMeanwhileIsQuiet) {
+  const Captured captured = inCaptureProcess([](Notes&) {
+    makePipeWithSomethingIn();
+    registerSignalHandler();
+    ::signal(SIGUSR1, [](int) { pause(); });
+    stderrProgress.starting();
+    std::thread aborting([waiting = pthread_self(), before = unreadBytes(pStdErr[0])] {
+      while (unreadBytes(pStdErr[0]) == before) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+      pthread_kill(waiting, SIGUSR1);  // stops it, so that only the abort can end the process
+      std::abort();
+    });
+    raise(SIGTERM);
+  });
+  EXPECT_EQ(captured.ending, "");
 }
 
 TEST(HandlerMessage, GoesThroughTheCapturedStream) {
