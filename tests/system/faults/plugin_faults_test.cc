@@ -573,39 +573,43 @@ TEST_F(PluginMemory, MemoryMayRunOut) {
   printFigure("plug-in, memory runs out at each allocation");
 }
 
-// The exported functions that need memory.
-constexpr std::string_view kAllocate[] = {"plugin_initialize",
-                                          "plugin_get_tpa",
-                                          "plugin_get_dll_path",
-                                          "plugin_get_extra_dll_path",
-                                          "plugin_get_native_dll_searching_path",
-                                          "plugin_set_coreclr_info",
-                                          "plugin_preload",
-                                          "plugin_set_app_info",
-                                          "plugin_has_log_control",
-                                          "plugin_before_execute",
-                                          "is_coba_direct_call_mode",
-                                          "check_signature",
-                                          "create_pipe_server",
-                                          "create_pipe_client",
-                                          "plugin_validate_dll",
-                                          "enable_exception_monitor",
-                                          "print_all_backtrace",
-                                          "string_format_test",
-                                          "plugin_finalize"};
+// The exported functions that need memory, and what they return without it.
+constexpr std::pair<std::string_view, std::string_view> kAllocate[] = {
+    {"plugin_initialize", ""},
+    {"plugin_get_tpa", "null"},
+    {"plugin_get_dll_path", "empty"},
+    {"plugin_get_extra_dll_path", "empty"},
+    {"plugin_get_native_dll_searching_path", "empty"},
+    {"plugin_set_coreclr_info", ""},
+    {"plugin_preload", ""},
+    {"plugin_set_app_info", ""},
+    {"plugin_has_log_control", "1"},
+    {"plugin_before_execute", ""},
+    {"is_coba_direct_call_mode", "0"},
+    {"check_signature", "0"},
+    {"create_pipe_server", ""},
+    {"create_pipe_client", ""},
+    {"plugin_validate_dll", "0"},
+    {"enable_exception_monitor", ""},
+    {"print_all_backtrace", "0"},
+    {"string_format_test", "null"},
+    {"plugin_finalize", ""}};
 
 TEST_F(PluginMemory, AFunctionWithoutMemorySaysSo) {
-  for (const std::string_view function : kAllocate) {
+  for (const auto& [function, answer] : kAllocate) {
     const Descriptor log(memfd_create("log", MFD_CLOEXEC));
-    launchWith(
+    const Result result = launchWith(
         kInHouse,
         [&] {
           workstation::useLog({"file", DLOG_ERROR, false, dup(log.get())});
         },
-        [&](std::string_view next) { failAllocation(next == function ? 1 : 0, Shortage::kOnce); });
+        [&, failing = function](std::string_view next) {
+          failAllocation(next == failing ? 1 : 0, Shortage::kOnce);
+        });
     const std::string text =
         torture::readFile("/proc/self/fd/" + std::to_string(log.get())).value();
     EXPECT_THAT(text, ContainsRegex(std::string(function) + "\\([0-9]+\\) > [^ ]*Out of memory"));
+    EXPECT_EQ(result.answers.at(std::string(function)), answer) << function;
   }
 }
 

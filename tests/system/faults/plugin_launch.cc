@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -20,6 +21,7 @@
 #include <new>
 #include <stdexcept>
 #include <thread>
+#include <type_traits>
 
 #include "device_names.h"
 #include "platform/dlog.h"
@@ -39,6 +41,7 @@ constexpr std::size_t kMaxText = std::size_t{1} << 16;
 struct Report {
   std::size_t step;
   std::array<char, 64> thrown;  // for each step: 'b' for bad_alloc, 'f' for a stream's failure
+  std::array<std::array<char, 12>, 64> answers;  // for each step, as in Result
   bool isAccepted;
   bool isLibraryAccepted;
   bool hasNoticed;
@@ -61,6 +64,25 @@ Function* exported(const char* name) {
 
 void keep(std::array<char, kMaxText>& target, const char* text) {
   std::strncpy(target.data(), text == nullptr ? "" : text, kMaxText - 1);
+}
+
+void note(int answer) {
+  auto& target = report().answers.at(report().step);
+  std::snprintf(target.data(), target.size(), "%d", answer);
+}
+
+void note(const char* text) {
+  const char* const kind = text == nullptr ? "null" : *text == '\0' ? "empty" : "text";
+  std::strcpy(report().answers.at(report().step).data(), kind);
+}
+
+template <typename Call>
+void noteAnswerOf(const Call& call) {
+  if constexpr (std::is_void_v<decltype(call())>) {
+    call();
+  } else {
+    note(call());
+  }
 }
 
 std::atomic<bool> isZoneCacheCleared{false};
@@ -202,20 +224,25 @@ void answerRequest() {
       write(pipe, device_names::kValidationRefusal, std::strlen(device_names::kValidationRefusal));
 }
 
+void noteList(const char* list, std::array<char, kMaxText>& target) {
+  note(list);
+  keep(target, list);
+}
+
 struct Step {
   const char* name;  // of the exported function that it calls; with a blank if it calls none
   void (*call)();
 };
 
-#define STEP(function, ...)                        \
-  {                                                \
-    #function, [] { CALL(function)(__VA_ARGS__); } \
+#define STEP(function, ...)                                                     \
+  {                                                                             \
+    #function, [] { noteAnswerOf([] { return CALL(function)(__VA_ARGS__); }); } \
   }
 
 constexpr Step kSteps[] = {
     STEP(plugin_initialize, current->type.c_str()),
-    {"plugin_get_tpa", [] { keep(report().assemblies, CALL(plugin_get_tpa)()); }},
-    {"plugin_get_dll_path", [] { keep(report().folders, CALL(plugin_get_dll_path)()); }},
+    {"plugin_get_tpa", [] { noteList(CALL(plugin_get_tpa)(), report().assemblies); }},
+    {"plugin_get_dll_path", [] { noteList(CALL(plugin_get_dll_path)(), report().folders); }},
     STEP(plugin_get_extra_dll_path),
     STEP(plugin_get_native_dll_searching_path),
     STEP(plugin_set_coreclr_info, plugin, 1, createDelegate),
@@ -239,7 +266,11 @@ constexpr Step kSteps[] = {
     {"create_pipe_server", serveOneRequest},
     {"create_pipe_client", answerRequest},
     {"plugin_validate_dll",
-     [] { report().isLibraryAccepted = CALL(plugin_validate_dll)(1, executable.c_str()) == 1; }},
+     [] {
+       const int accepted = CALL(plugin_validate_dll)(1, executable.c_str());
+       note(accepted);
+       report().isLibraryAccepted = accepted == 1;
+     }},
     STEP(enable_exception_monitor, 1, 1),
     STEP(print_all_backtrace),
     STEP(print_backtrace, getpid()),
@@ -248,7 +279,9 @@ constexpr Step kSteps[] = {
     {"string_format_test",
      [] {
        const char* argument = "text";
-       delete[] CALL(string_format_test)("{0} and more", &argument, 100);
+       const char* const text = CALL(string_format_test)("{0} and more", &argument, 100);
+       note(text);
+       delete[] text;
      }},
     STEP(lldb_sos_disable_smdl),
     STEP(lldb_sos_enable_smdl),
@@ -349,6 +382,7 @@ Result launch(const Scenario& scenario, const std::function<void()>& before,
     if (const char kind = report().thrown.at(step); kind != '\0') {
       result.thrown.push_back(std::string(kSteps[step].name) + " " + kind);
     }
+    result.answers[kSteps[step].name] = report().answers.at(step).data();
   }
   result.assemblies = report().assemblies.data();
   result.folders = report().folders.data();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -30,11 +31,14 @@ struct Result {
   std::string how;                  // for messages; kHangs after a time limit
   std::string function;             // the last one that was called
   std::vector<std::string> thrown;  // functions that exceptions have left, with their kind
-  std::string assemblies;           // as plugin_get_tpa has returned them
-  std::string folders;              // of plugin_get_dll_path
-  bool isAccepted = false;          // plugin_set_app_info has returned
-  bool isLibraryAccepted = false;   // although the validator has refused it
-  bool hasNoticed = false;          // a change of the configuration
+  // What each function has returned: a number, or "null", "empty" or "text". Empty if it returns
+  // nothing or has not returned.
+  std::map<std::string, std::string> answers;
+  std::string assemblies;          // as plugin_get_tpa has returned them
+  std::string folders;             // of plugin_get_dll_path
+  bool isAccepted = false;         // plugin_set_app_info has returned
+  bool isLibraryAccepted = false;  // although the validator has refused it
+  bool hasNoticed = false;         // a change of the configuration
 };
 
 // Is called before each function of a launch, with its name.
