@@ -2,6 +2,7 @@
 // turn.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
 #include <cerrno>
 #include <csignal>
@@ -23,6 +24,7 @@ class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int
   std::size_t launchFailingAt(std::size_t target, int error) {
     CacheCalls calls;
     std::size_t made = 0;
+    writes = 0;
     SharedText list;
     trace = follow(
         [&list] {
@@ -36,6 +38,7 @@ class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int
                if (!calls.concerns(call)) {
                  return Verdict::run();
                }
+               writes += call.number == SYS_write ? 1 : 0;
                return ++made == target ? Verdict::fail(error) : Verdict::run();
              },
          .atExit = [&](const SystemCall& call,
@@ -89,12 +92,14 @@ class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int
 
   TraceResult trace;
   Launched launched;
+  std::size_t writes = 0;  // to the cache files, in the last launch
 };
 
 // The calls for both lists: access twice, lstat twice, open, fstat, write, fsync, close, rename,
 // sync.
 TEST_P(CacheFailure, LeavesACorrectListWhileBuildingTheCache) {
   failEverywhere(16, [] {});
+  EXPECT_EQ(writes, 2U);  // one for each list, so that no other writer can come in between
 }
 
 TEST_P(CacheFailure, LeavesARightListWhileReadingTheCache) {

@@ -159,6 +159,24 @@ TEST_F(PipeServer, MakesBothPipesForEveryUserAndLabel) {
   EXPECT_EQ(g_callback, &onText);
 }
 
+// Returns the descriptors of this process that are open for a file and that programs inherit.
+std::vector<std::string> inheritedDescriptorsOf(const std::string& path) {
+  std::vector<std::string> inherited;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    const int number = std::stoi(entry.path().filename());
+    if (fs::read_symlink(entry, gone) == path && (fcntl(number, F_GETFD) & FD_CLOEXEC) == 0) {
+      inherited.push_back(entry.path());
+    }
+  }
+  return inherited;
+}
+
+TEST_F(PipeServer, ProgramsDoNotInheritItsPipe) {
+  const Server server;
+  EXPECT_THAT(inheritedDescriptorsOf(kRequestPipe), IsEmpty());
+}
+
 TEST_F(PipeServer, HandsOutWhatItReadsWithoutTheLastLineEnd) {
   {
     const Server server;

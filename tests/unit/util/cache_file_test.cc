@@ -1,8 +1,11 @@
 #include "util/zq_utils/cache_file.h"
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 
 #include "platform/dlog.h"
 #include "tests/support/tree_test.h"
@@ -46,7 +49,20 @@ TEST_F(CacheFile, ReadsEveryByte) {
 
 TEST_F(CacheFile, ReadsFilesThatDoNotTellTheirSize) {
   EXPECT_EQ(readFileToString("/proc/self/cmdline"), contentOf("/proc/self/cmdline"));
-  EXPECT_FALSE(readFileToString("/proc/self/maps").empty());
+}
+
+// The kernel gives such a file in pieces. That of a process that waits does not change meanwhile.
+TEST_F(CacheFile, ReadsALargeFileThatDoesNotTellItsSize) {
+  const pid_t waiting = fork();
+  if (waiting == 0) {
+    pause();
+  }
+  const std::string file = "/proc/" + std::to_string(waiting) + "/maps";
+  const std::string content = contentOf(file);
+  EXPECT_GT(content.size(), 4096U);
+  EXPECT_TRUE(readFileToString(file) == content);
+  kill(waiting, SIGKILL);
+  waitpid(waiting, nullptr, 0);
 }
 
 TEST_F(CacheFile, ReadsNothingFromWhatCannotBeRead) {

@@ -1,5 +1,6 @@
 // Tests of every way in which a capture can fail to start: the message, the result, and the
 // remaining state.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -168,6 +169,29 @@ TEST_P(CaptureFailure, ReadersThatRunGoOnReading) {
   const bool hasStderr = hasStdout && failed != "pthread_detach 1" && failed != "pthread_create 2";
   EXPECT_EQ(captured.output().size(), hasStdout ? 1U : 0U);
   EXPECT_EQ(captured.errors().size(), hasStderr ? 1U : 0U);
+}
+
+TEST(LogManager, ReturnsMinusOneIfAnyStepFails) {
+  for (const char* const step :
+       {"setvbuf stdout line 0", "setvbuf stderr none 0", "pipe 1", "pipe 2", "dup2 1"}) {
+    const Captured captured = inCaptureProcess([step](Notes& notes) {
+      calls().active = true;
+      calls().failing = step;
+      notes["result"] = std::to_string(tvInitializeLogManager());
+    });
+    EXPECT_EQ(captured.note("result"), "-1") << step;
+  }
+}
+
+// If descriptors are used up, a pipe keeps the number that it got.
+TEST(Redirection, TakesAPipeWithTheNumberZero) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    dup2(open("/dev/null", O_RDWR | O_CLOEXEC), STDIN_FILENO);
+    pStdOut[1] = STDIN_FILENO;
+    pStdErr[1] = STDIN_FILENO;
+    notes["zero"] = std::to_string(tvRedirectFD());
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"zero", "0"}}));
 }
 
 TEST(Redirection, NeedsBothPipes) {

@@ -308,6 +308,31 @@ TEST(HandlerMessage, WaitsForRoomWhileTheReaderReads) {
   EXPECT_EQ(captured.note("written"), "4");
 }
 
+// Sends a message that finds twice that another writer has taken the room in the pipe.
+Captured messageAfterLostRaces(bool hasReader) {
+  return inCaptureProcess([hasReader](Notes& notes) {
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
+    if (hasReader) {
+      stderrProgress.starting();
+    }
+    calls().lostRaces = 2;
+    ScriptedCalls::active = true;
+    notes["written"] = std::to_string(sendMessageToDlogError("kept"));
+    ScriptedCalls::active = false;
+    notes["unread"] = std::to_string(unreadBytes(pStdErr[0]));
+  });
+}
+
+TEST(HandlerMessage, IsSentAgainIfAnotherWriterTakesTheRoom) {
+  EXPECT_EQ(messageAfterLostRaces(true).notes, (Notes{{"unread", "4"}, {"written", "4"}}));
+}
+
+TEST(HandlerMessage, IsGivenUpIfAnotherWriterTakesTheRoomAndNobodyReads) {
+  EXPECT_EQ(messageAfterLostRaces(false).notes, (Notes{{"unread", "0"}, {"written", "-1"}}));
+}
+
 // Interrupts system calls of another thread that sleeps in one, several times.
 void interrupt(pthread_t thread, pid_t id) {
   static std::atomic<int> count;

@@ -90,6 +90,15 @@ int pthread_detach(pthread_t thread) noexcept {
              : next<decltype(&pthread_detach)>("pthread_detach")(thread);
 }
 
+ssize_t write(int descriptor, const void* bytes, size_t size) {
+  if (quillon::test::ScriptedCalls::active && calls().lostRaces > 0) {
+    --calls().lostRaces;
+    errno = EAGAIN;
+    return -1;
+  }
+  return next<decltype(&write)>("write")(descriptor, bytes, size);
+}
+
 time_t time(time_t* result) noexcept {
   if (calls().onTime) {
     calls().onTime();

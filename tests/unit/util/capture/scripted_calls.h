@@ -18,8 +18,10 @@ struct ScriptedCalls {
                                     // "pthread_create 2", "pthread_setname_np Stdout Thread",
                                     // "pthread_detach 1"; a number is that of the call or the
                                     // descriptor
-  time_t now = 0;                   // result of time(), one more per call; 0: real time
-  std::function<void()> onTime;     // runs inside time()
+  int lostRaces = 0;             // of the next calls of write in such a thread, so many find that
+                                 // another writer has taken the room
+  time_t now = 0;                // result of time(), one more per call; 0: real time
+  std::function<void()> onTime;  // runs inside time()
 };
 
 ScriptedCalls& calls();
