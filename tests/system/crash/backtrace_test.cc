@@ -23,8 +23,10 @@
 namespace quillon::test {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 
@@ -107,6 +109,7 @@ TEST_F(Backtrace, AsksEveryThreadOnceAndLogsIt) {
   std::multiset<pid_t> all = threads.ids();
   all.insert(gettid());
   EXPECT_EQ(print_all_backtrace(), 0);
+  EXPECT_THAT(platform().trace, Contains(HasSubstr("int print_all_backtrace()")));
   awaitAsked(all.size());
   // Threads of a sanitizer also belong to the process.
   const std::multiset<pid_t> reached = askedThreads();

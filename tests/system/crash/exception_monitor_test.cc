@@ -21,7 +21,9 @@
 namespace quillon::test {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
 const std::string kSeen = "onSigsegvForException!!\n";
 const std::string kReport = "[org.example.app] Exception Limit exceed!!! ";
@@ -82,6 +84,7 @@ TEST_F(ExceptionMonitor, SaysItsLimitsAndInstallsItself) {
               ElementsAre("4 enable_exception_monitor: 10, 3", "4 register signal success!!!"));
   EXPECT_EQ(platform().log[1].file(), "dotnet-exception-monitor.cc");
   EXPECT_EQ(platform().log[1].colour(), "\x1b[36m");
+  EXPECT_THAT(platform().trace, Contains(HasSubstr("void enable_exception_monitor(")));
   EXPECT_EQ(exception_limit_for_sec, 10);
   EXPECT_EQ(exception_limit_count, 3);
   EXPECT_EQ(last_exception_time, kStart);

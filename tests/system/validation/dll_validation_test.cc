@@ -65,6 +65,7 @@ TEST_F(DllValidation, OneRequestLineAndOneAnswer) {
   const auto before = openDescriptors();
   EXPECT_EQ(resultOf("OK\n"), 1);
   EXPECT_EQ(openDescriptors(), before);
+  EXPECT_THAT(platform().trace, Contains(HasSubstr("plugin_validate_dll(")));
   const std::string send = "RequestForDllValidation:" + std::to_string(getpid()) + ":" + kLibrary;
   EXPECT_THAT(platform().linesOfOperations(),
               IsSupersetOf({"4 plugin_validate_dll: Type 1 : " + std::string(kLibrary),

@@ -195,6 +195,7 @@ TEST_F(PipeServer, HandsOutWhatItReadsWithoutTheLastLineEnd) {
                           "Message To DllValidator : no end", "Message To DllValidator : stop"));
   EXPECT_THAT(platform().linesOfOperations(),
               Contains("4 create_pipe_server: Message To DllValidator : one"));
+  EXPECT_THAT(platform().trace, Contains(HasSubstr("void create_pipe_server(")));
   EXPECT_THAT(platform().messages(6), IsEmpty());
 }
 
@@ -317,6 +318,7 @@ TEST_F(PipeClient, SendsTenLinesOfFiveRepetitions) {
   }
   EXPECT_EQ(answers.read(), expected);
   EXPECT_THAT(platform().lines(), ElementsAre("4 Send message : OK %s"));
+  EXPECT_THAT(platform().trace, Contains(HasSubstr("void create_pipe_client(")));
 }
 
 TEST_F(PipeClient, AnEmptyMessageIsTenLineEnds) {

@@ -4,20 +4,18 @@
 #include <gmock/gmock.h>
 #include <openssl/err.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include "quillon_tv_plugin.h"
+#include "tests/support/controlling_terminal.h"
 #include "tests/support/open_descriptors.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/tree_test.h"
 #include "tests/support/without_standard_input.h"
-#include "util/zq_utils/descriptor.h"
 
 namespace quillon::test {
 namespace {
@@ -147,19 +145,8 @@ TEST_F(PartnerSignatureTest, AFifoInAFilesPlaceIsRefusedWithoutWaiting) {
   EXPECT_THAT(platform().lines(), ElementsAre("6 Failed to open public key file"));
 }
 
-// A process without a controlling terminal gets one by opening it (open(2)).
 TEST_F(PartnerSignatureTest, ATerminalInAFilesPlaceDoesNotBecomeTheLaunchers) {
-  const Descriptor main(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-  ASSERT_TRUE(main.isOpen() && grantpt(main.get()) == 0 && unlockpt(main.get()) == 0);
-  const std::string terminal = ptsname(main.get());
-  const pid_t child = fork();
-  if (child == 0) {
-    const bool alone = setsid() > 0 && verify_duid(terminal.c_str()) == 0;
-    _exit(alone && open("/dev/tty", O_RDONLY | O_CLOEXEC) < 0 ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(controllingTerminalAfter([](const auto& path) { verify_duid(path.c_str()); }), "none");
 }
 
 TEST_F(PartnerSignatureTest, FilesMayHaveTheNumberZero) {

@@ -11,6 +11,7 @@
 #include "tests/support/tree_test.h"
 #include "tests/unit/util/scripted_files.h"
 
+using quillon::test::files;
 using quillon::test::NotedFiles;
 using quillon::test::platform;
 using quillon::test::TreeTest;
@@ -49,6 +50,19 @@ TEST_F(CacheFile, ReadsEveryByte) {
 
 TEST_F(CacheFile, ReadsFilesThatDoNotTellTheirSize) {
   EXPECT_EQ(readFileToString("/proc/self/cmdline"), contentOf("/proc/self/cmdline"));
+}
+
+// Another process may write to the file meanwhile.
+TEST_F(CacheFile, ReadsAllOfAFileThatHasAnotherSizeThanItTells) {
+  for (const std::string& content :
+       {std::string("x"), std::string("12345"), std::string(9000, 'y')}) {
+    const std::string file = makeFile("file", content);
+    for (const off_t size : {1, 3, 4, 5, 6, 100, 8999, 9000, 9001, 20000}) {
+      files().reportedSize = size;
+      EXPECT_TRUE(readFileToString(file) == content) << size;
+      files().reportedSize.reset();
+    }
+  }
 }
 
 // The kernel gives such a file in pieces. That of a process that waits does not change meanwhile.

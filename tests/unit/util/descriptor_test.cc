@@ -93,6 +93,21 @@ TEST(DescriptorCalls, ReadOnAfterASignal) {
   EXPECT_EQ(byte, 'y');
 }
 
+TEST(DescriptorCalls, AreNotRepeatedForAnEarlierError) {
+  const Pipe pipe;
+  const Descriptor reader(pipe.ends[0]);
+  char bytes[] = "12";
+  {
+    const Descriptor writer(pipe.ends[1]);
+    errno = EINTR;
+    EXPECT_TRUE(writer.writeAll(bytes, 2));
+  }
+  errno = EINTR;
+  EXPECT_EQ(reader.readSome(bytes, 2), 2);
+  errno = EINTR;
+  EXPECT_EQ(reader.readSome(bytes, 2), 0);
+}
+
 TEST(DescriptorCalls, ReportAFailedWrite) {
   const Pipe pipe;
   const Descriptor reader(pipe.ends[0]);

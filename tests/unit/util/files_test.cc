@@ -9,9 +9,11 @@
 #include <csignal>
 #include <cstring>
 
+#include "tests/support/controlling_terminal.h"
 #include "tests/support/skip.h"
 #include "tests/support/tree_test.h"
 
+using quillon::test::controllingTerminalAfter;
 using quillon::test::platform;
 using quillon::test::TreeTest;
 
@@ -275,6 +277,13 @@ TEST_F(Files, CopiesNoFifoAndDoesNotWaitForIt) {
   EXPECT_FALSE(isThere(at("to")));
   EXPECT_EQ(platform().linesOfOperations(), Texts{"6 copyFile: copy file " + at("pipe") +
                                                   " due to error [Operation not supported]"});
+}
+
+TEST_F(Files, ATerminalToCopyDoesNotBecomeTheLaunchers) {
+  EXPECT_EQ(controllingTerminalAfter([&](const auto& path) { copyFile(path, at("copy")); }),
+            "none");
+  EXPECT_EQ(controllingTerminalAfter([&](const auto& path) { copyFile(makeFile("file"), path); }),
+            "none");
 }
 
 TEST_F(Files, CreatesADirectoryWithItsParents) {

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <climits>
 #include <memory>
@@ -52,6 +53,19 @@ TEST(Format, CopiesAnArgumentCompletelyBeyondTheLimit) {
   EXPECT_EQ(format("abc{0}", {longText.c_str()}, 4), "abc");
 }
 
+// The caller may use as many bytes as it asks for, and at least those of the text.
+TEST(Format, HasRoomForTheTextAndForWhatWasAskedFor) {
+  const char* none[] = {nullptr};
+  const std::unique_ptr<char[]> large(my_strinf_format("x", none, 1000));
+  EXPECT_GE(malloc_usable_size(large.get()), 1000U);
+  for (std::size_t length = 1; length <= 100; ++length) {
+    const std::string text(length, 'x');
+    const char* args[] = {text.c_str()};
+    const std::unique_ptr<char[]> small(my_strinf_format("{0}", args, 2));
+    EXPECT_GT(malloc_usable_size(small.get()), length);
+  }
+}
+
 TEST(Format, PlaceholderWithoutClosingBraceEndsTheWalk) {
   EXPECT_EQ(format("ab{0", {"x"}, 100), "ab");
   EXPECT_EQ(format("{", {"x"}, 100), "");
@@ -70,6 +84,7 @@ TEST(Format, StaysWithinItsBuffersForEveryIndex) {
   EXPECT_EQ(format("a{-1}b", {"x"}, 100), "ab");
   EXPECT_EQ(format("a{99999999999999999999999999999999999999999999999}b", {"x"}, 100), "ab");
   EXPECT_EQ(format("a{4294967296}b", {"x"}, 100), "ab") << "0 as a number of 32 bits";
+  EXPECT_EQ(format(("{" + std::string(28, '0') + "1}").c_str(), {"p", "q"}, 100), "q");
   EXPECT_EQ(format(("{" + std::string(29, '0') + "1}").c_str(), {"p", "q"}, 100), "p");
   EXPECT_EQ(format(("{" + std::string(4000, '0') + "}").c_str(), {"p"}, 100), "p");
 }

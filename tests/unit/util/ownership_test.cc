@@ -4,10 +4,12 @@
 
 #include <cerrno>
 
+#include "tests/support/controlling_terminal.h"
 #include "tests/support/skip.h"
 #include "tests/support/tree_test.h"
 #include "util/zq_utils/files.h"
 
+using quillon::test::controllingTerminalAfter;
 using quillon::test::platform;
 using quillon::test::TreeTest;
 
@@ -82,6 +84,13 @@ TEST_F(Ownership, NeedsADestinationThatOpens) {
                    failure(at("from"), at("to"))}));
   EXPECT_EQ(platform().log[0].function(), "setOwnership");
   EXPECT_EQ(platform().log[1].function(), "setDirOwnershipAndPermissions");
+}
+
+TEST_F(Ownership, ATerminalDoesNotBecomeTheLaunchers) {
+  const std::string source = makeFile("source");
+  EXPECT_EQ(controllingTerminalAfter(
+                [&](const auto& path) { copyOwnershipAndPermissions(source, path); }),
+            "none");
 }
 
 TEST_F(Ownership, LeavesPermissionsIfTheOwnerCannotChange) {

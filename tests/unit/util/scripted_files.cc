@@ -46,6 +46,14 @@ int lstat(const char* path, struct stat* status) noexcept {
   return next<decltype(&lstat)>("lstat")(path, status);
 }
 
+int fstat(int descriptor, struct stat* status) noexcept {
+  const int result = next<decltype(&fstat)>("fstat")(descriptor, status);
+  if (result == 0 && files().reportedSize) {
+    status->st_size = *files().reportedSize;
+  }
+  return result;
+}
+
 FILE* fopen(const char* path, const char* mode) {
   note("fopen " + nameOf(path) + " " + mode);
   return next<decltype(&fopen)>("fopen")(path, mode);

@@ -1,19 +1,23 @@
-// Replaces the file calls of the cache writer.
+// Replaces the file calls of the cache.
 //
 // The test program defines fopen, rename and the other calls. Each call is forwarded to the C
-// library, with two exceptions: sync does nothing while calls are recorded, and rename fails if the
-// test requests it.
+// library, with three exceptions: sync does nothing while calls are recorded, and rename fails and
+// fstat reports another size if the test requests it.
 #pragma once
 
+#include <sys/types.h>
+
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace quillon::test {
 
 struct ScriptedFiles {
-  bool active = false;             // if true, calls are recorded
-  int renameError = 0;             // errno value with which rename fails
-  std::vector<std::string> calls;  // "function file-name"; for fsync also the size of the file
+  bool active = false;                // if true, calls are recorded
+  int renameError = 0;                // errno value with which rename fails
+  std::vector<std::string> calls;     // "function file-name"; for fsync also the size of the file
+  std::optional<off_t> reportedSize;  // by fstat
 };
 
 ScriptedFiles& files();
@@ -21,7 +25,7 @@ ScriptedFiles& files();
 // Records the calls during its lifetime.
 class NotedFiles {
  public:
-  explicit NotedFiles(int renameError = 0) { files() = {true, renameError, {}}; }
+  explicit NotedFiles(int renameError = 0) { files() = {true, renameError, {}, {}}; }
   ~NotedFiles() { files().active = false; }
   NotedFiles(const NotedFiles&) = delete;
   NotedFiles& operator=(const NotedFiles&) = delete;

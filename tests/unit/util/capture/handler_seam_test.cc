@@ -13,10 +13,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <thread>
+#include <utility>
 
 #include "plugin/src/dotnet-signal-handler/thread_state.h"
 #include "tests/support/precedence.h"
 #include "tests/support/recording_platform.h"
+#include "tests/support/without_standard_input.h"
 #include "tests/unit/util/capture/capture_process.h"
 #include "tests/unit/util/capture/scripted_calls.h"
 #include "util/log/crash_keywords.h"
@@ -306,6 +308,65 @@ TEST(HandlerMessage, WaitsForRoomWhileTheReaderReads) {
     notes["written"] = std::to_string(written);
   });
   EXPECT_EQ(captured.note("written"), "4");
+}
+
+// Sends a message. Signals interrupt the first waits for room.
+Captured messageWithInterruptions(int interruptions, bool hasReader) {
+  return inCaptureProcess([=](Notes& notes) {
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
+    if (hasReader) {
+      stderrProgress.starting();
+    }
+    calls().interruptions = interruptions;
+    ScriptedCalls::active = true;
+    notes["written"] = std::to_string(sendMessageToDlogError("kept"));
+    ScriptedCalls::active = false;
+    notes["waits"] = std::to_string(calls().polls);
+  });
+}
+
+TEST(HandlerMessage, WaitsForRoomAsOftenAsItIsInterrupted) {
+  EXPECT_EQ(messageWithInterruptions(0, true).notes, (Notes{{"waits", "1"}, {"written", "4"}}));
+  EXPECT_EQ(messageWithInterruptions(3, true).notes, (Notes{{"waits", "4"}, {"written", "4"}}));
+  EXPECT_EQ(messageWithInterruptions(3, false).notes, (Notes{{"waits", "1"}, {"written", "-1"}}));
+}
+
+TEST(HandlerMessage, GoesToAPipeWithTheNumberZero) {
+  for (const bool own : {false, true}) {
+    const Captured captured = inCaptureProcess([own](Notes& notes) {
+      if (pipe(pStdErr) != 0) {
+        return;
+      }
+      dup2(std::exchange(pStdErr[1], own ? -1 : STDIN_FILENO), STDIN_FILENO);
+      messageEnd = own ? STDIN_FILENO : -1;
+      notes["written"] = std::to_string(sendMessageToDlogError("kept"));
+      fillUp(STDIN_FILENO);
+      notes["full"] = std::to_string(sendMessageToDlogError("lost"));
+    });
+    EXPECT_EQ(captured.notes, (Notes{{"full", "-1"}, {"written", "4"}})) << own;
+  }
+}
+
+TEST(MessageEnd, WithTheNumberZeroIsClosedToo) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    messageEnd = STDIN_FILENO;
+    closeMessageEnd();
+    notes["end"] = std::to_string(messageEnd);
+    notes["flags"] = std::to_string(fcntl(STDIN_FILENO, F_GETFD));
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"end", "-1"}, {"flags", "-1"}}));
+}
+
+TEST(MessageEnd, TakesNoNumberOfAStandardStream) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    notes["pipe"] = std::to_string(pipe(pStdErr));
+    const WithoutStandardInput without;
+    openMessageEnd(pStdErr[1]);
+    notes["moved"] = messageEnd > STDERR_FILENO ? "yes" : "no";
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"moved", "yes"}, {"pipe", "0"}}));
 }
 
 // Sends a message that finds twice that another writer has taken the room in the pipe.

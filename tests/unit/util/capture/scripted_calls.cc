@@ -1,5 +1,6 @@
 #include "tests/unit/util/capture/scripted_calls.h"
 
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -97,6 +98,18 @@ ssize_t write(int descriptor, const void* bytes, size_t size) {
     return -1;
   }
   return next<decltype(&write)>("write")(descriptor, bytes, size);
+}
+
+int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
+  if (quillon::test::ScriptedCalls::active) {
+    ++calls().polls;
+    if (calls().interruptions > 0) {
+      --calls().interruptions;
+      errno = EINTR;
+      return -1;
+    }
+  }
+  return next<decltype(&poll)>("poll")(descriptors, count, milliseconds);
 }
 
 time_t time(time_t* result) noexcept {

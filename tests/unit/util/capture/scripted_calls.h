@@ -20,6 +20,8 @@ struct ScriptedCalls {
                                     // descriptor
   int lostRaces = 0;             // of the next calls of write in such a thread, so many find that
                                  // another writer has taken the room
+  int interruptions = 0;         // of the next calls of poll, a signal interrupts so many
+  int polls = 0;                 // the calls of poll in such threads
   time_t now = 0;                // result of time(), one more per call; 0: real time
   std::function<void()> onTime;  // runs inside time()
 };
