@@ -21,7 +21,6 @@ class BoundedString {
     while (*text != '\0' && length_ + 1 < Size) {
       text_[length_++] = *text++;
     }
-    text_[length_] = '\0';
   }
 
   // Appends the number like "%d", including zero and negative values.
@@ -45,6 +44,6 @@ class BoundedString {
   [[nodiscard]] const char* c_str() const { return text_; }
 
  private:
-  char text_[Size] = "";
+  char text_[Size] = "";  // zeros to the end, which terminate the text
   std::size_t length_ = 0;
 };

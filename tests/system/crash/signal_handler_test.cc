@@ -58,6 +58,9 @@ TEST_F(SignalHandler, InstallsPlainActionsInOrder) {
     EXPECT_EQ(sigismember(&action.sa_mask, SIGTERM), 0) << signal;
     EXPECT_NE(action.sa_handler, SIG_DFL) << signal;
   }
+  for (const struct sigaction* const action : {&sig_abrt_new, &sig_segv_new, &sig_trap_new}) {
+    EXPECT_EQ(action->sa_flags, 0);
+  }
   EXPECT_NE(actionOf(SIGTERM).sa_handler, SIG_DFL);
   EXPECT_THAT(platform().lines(), ElementsAre("3 Register signal handler"));
   EXPECT_EQ(platform().log[0].file(), "dotnet-signal-handler.cc");

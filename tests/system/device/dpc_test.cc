@@ -108,6 +108,17 @@ TEST_F(Dpc, NothingIsLeftOpenBesidesThePlaceholders) {
   EXPECT_EQ(launched.result("descriptors", 0).size(), launched.result("descriptors", 1).size());
 }
 
+// Without standard input, the required directory is opened as descriptor 0.
+TEST_F(Dpc, ADirectoryMayBeOpenedWithTheNumberZero) {
+  require("pkgB");
+  offer("pkgB");
+  const DriverRun launched =
+      run({"initialize=inhouse", "get_extra_dll_path", "close_standard_input",
+           std::string("set_app_info=") + kApp + "," + kExec, "descriptors"},
+          kApp);
+  EXPECT_EQ(target(launched, 0), "/opt/usr/apps/pkgB/shared/res/d.pc");
+}
+
 TEST_F(Dpc, EmptyPiecesTakeNoPlaceholder) {
   require(";;pkgB;");
   offer("pkgB");

@@ -350,6 +350,7 @@ const std::map<std::string, Step>& steps() {
       {"check_no_signature", [](const auto&) { return json(CALL(check_signature)(nullptr)); }},
       {"descriptors", descriptors},
       {"starved_get_extra_dll_path", extraDllPathWithoutDescriptors},
+      {"close_standard_input", [](const auto&) { return json(close(STDIN_FILENO)); }},
       {"process_name", processName},
       {"status", status},
       {"mapped", mapped},

@@ -11,6 +11,7 @@
 
 #include "quillon_tv_plugin.h"
 #include "tests/support/controlling_terminal.h"
+#include "tests/support/memory_in_use.h"
 #include "tests/support/open_descriptors.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/signing_key.h"
@@ -241,6 +242,15 @@ TEST_F(PartnerSignatureTest, ARequestMayBeLargeAndHoldAnyBytes) {
   std::filesystem::resize_file(at("request"), kSize - 1);
   EXPECT_EQ(verifySignature(), 0);
   EXPECT_THAT(platform().lines(), ElementsAre(kBad));
+}
+
+TEST_F(PartnerSignatureTest, MemoryIsReleased) {
+  constexpr std::size_t kLarge = 4U << 20;
+  sign("ID1:" + std::string(kLarge, 'x'));
+  EXPECT_EQ(verifySignature(), 1);
+  const std::size_t before = memoryInUse();
+  EXPECT_EQ(verifySignature(), 1);
+  EXPECT_LT(memoryInUse(), before + kLarge);
 }
 
 TEST_F(PartnerSignatureTest, ABrokenKeyFileIsRefused) {

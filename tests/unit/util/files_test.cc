@@ -247,6 +247,8 @@ TEST_F(Files, CopiesOverAnExistingFile) {
   EXPECT_EQ(contentOf(at("from")), "new");
   EXPECT_FALSE(copyFile(at("missing"), at("to")));
   EXPECT_EQ(contentOf(at("to")), "new");
+  EXPECT_TRUE(copyFile(makeFile("empty"), at("to")));
+  EXPECT_EQ(contentOf(at("to")), "");
   EXPECT_TRUE(platform().log.empty());
 }
 
