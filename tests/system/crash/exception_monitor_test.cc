@@ -111,6 +111,13 @@ TEST_F(ExceptionMonitor, ThePreviousHandlerFindsErrnoAsTheFaultLeftIt) {
   EXPECT_EQ(seen, EDOM);
 }
 
+TEST_F(ExceptionMonitor, ThePreviousHandlerIsKnownAlthoughItCannotBeAskedFor) {
+  sig_segv_for_exception_old = {};
+  signals().isUnknown = true;
+  enable_exception_monitor(10, 3);
+  EXPECT_EQ(sig_segv_for_exception_old.sa_handler, handler);
+}
+
 TEST_F(ExceptionMonitor, AFailureIsNoError) {
   signals().failing = {SIGSEGV};
   enable_exception_monitor(-1, 0);

@@ -47,7 +47,8 @@ using quillon::test::signals;
 
 extern "C" int sigaction(int signal, const struct sigaction* action,
                          struct sigaction* old) noexcept {
-  if (signals().failing.count(signal) != 0) {
+  const bool isUnknown = action == nullptr && signals().isUnknown;
+  if (isUnknown || signals().failing.count(signal) != 0) {
     errno = EINVAL;
     return -1;
   }

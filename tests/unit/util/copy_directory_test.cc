@@ -5,8 +5,10 @@
 #include <algorithm>
 
 #include "tests/support/tree_test.h"
+#include "tests/unit/util/scripted_files.h"
 #include "util/zq_utils/files.h"
 
+using quillon::test::files;
 using quillon::test::platform;
 using quillon::test::TreeTest;
 using ::testing::AllOf;
@@ -167,6 +169,19 @@ TEST_F(CopyDirectory, ASourceThatCannotBeReadIsAnError) {
   EXPECT_THAT(platform().lines(),
               ElementsAre(AllOf(StartsWith("6 Failed to copy directory: "), HasSubstr(at("from")),
                                 HasSubstr("Permission denied"))));
+}
+
+// Another user replaces it after it was found to be a file.
+TEST_F(CopyDirectory, AFileThatBecomesALinkIsNotFollowed) {
+  const std::string secret = makeFile("secret", "secret");
+  makeFile("from/file", "content");
+  files().onFile = [&](const std::string& path) {
+    EXPECT_EQ(path, at("from/file"));
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink(secret, path);
+  };
+  EXPECT_FALSE(copyDir(at("from"), at("to")));
+  EXPECT_FALSE(std::filesystem::exists(at("to/file")));
 }
 
 TEST_F(CopyDirectory, CommitLeavesNoTemporaryFile) {

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 #include "tests/support/next_call.h"
 
@@ -50,6 +51,15 @@ int fstat(int descriptor, struct stat* status) noexcept {
   const int result = next<decltype(&fstat)>("fstat")(descriptor, status);
   if (result == 0 && files().reportedSize) {
     status->st_size = *files().reportedSize;
+  }
+  return result;
+}
+
+// What libboost_filesystem calls.
+int lstat64(const char* path, struct stat64* status) noexcept {
+  const int result = next<decltype(&lstat64)>("lstat64")(path, status);
+  if (result == 0 && S_ISREG(status->st_mode) && files().onFile) {
+    std::exchange(files().onFile, nullptr)(path);
   }
   return result;
 }

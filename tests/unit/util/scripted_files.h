@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +19,8 @@ struct ScriptedFiles {
   int renameError = 0;                // errno value with which rename fails
   std::vector<std::string> calls;     // "function file-name"; for fsync also the size of the file
   std::optional<off_t> reportedSize;  // by fstat
+  std::function<void(const std::string& path)> onFile;  // called once, when the library that
+                                                        // copies has found a regular file
 };
 
 ScriptedFiles& files();
@@ -25,7 +28,7 @@ ScriptedFiles& files();
 // Records the calls during its lifetime.
 class NotedFiles {
  public:
-  explicit NotedFiles(int renameError = 0) { files() = {true, renameError, {}, {}}; }
+  explicit NotedFiles(int renameError = 0) { files() = {true, renameError, {}, {}, {}}; }
   ~NotedFiles() { files().active = false; }
   NotedFiles(const NotedFiles&) = delete;
   NotedFiles& operator=(const NotedFiles&) = delete;

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <plugin/src/dotnet-signal-handler/signal_handler.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -168,6 +169,31 @@ TEST(WaitForReader, LastsUntilTheReaderHasProcessedItsChunk) {
   EXPECT_EQ(captured.note("dealt with"), "yes");
 }
 
+TEST(WaitForReader, LastsUntilAllThatWasInThePipeIsProcessed) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
+    put(pStdErr[1], std::string(60'000, 'x'));
+    stderrProgress.starting();
+    std::atomic<int> left{60'000};
+    std::thread reader([&] {
+      stderrProgress.running();
+      for (std::array<char, 1000> buffer{}; left > 0;) {
+        stderrProgress.taking();
+        const ssize_t got = read(pStdErr[0], buffer.data(), buffer.size());
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        left -= static_cast<int>(got);
+        stderrProgress.done(static_cast<std::size_t>(got));
+      }
+    });
+    waitForStderrReader(kForEver);
+    notes["left"] = std::to_string(left);
+    reader.join();
+  });
+  EXPECT_EQ(captured.note("left"), "0");
+}
+
 // Other threads write continuously, so the pipe is never empty.
 TEST(WaitForReader, EndsWhenTheEarlierOutputIsProcessedAlthoughMoreArrives) {
   const Captured captured = inCaptureProcess([](Notes&) {
@@ -261,6 +287,25 @@ TEST(WaitForReader, AnAbortOfAnotherThreadMeanwhileIsQuiet) {
     raise(SIGTERM);
   });
   EXPECT_EQ(captured.ending, "");
+}
+
+// The reader calls time() for the first text, here the message, before it logs it.
+TEST(WaitForReader, AnAbortWaitsForItsOwnMessage) {
+  auto* const isLogged = static_cast<std::atomic<bool>*>(mmap(nullptr, sizeof(std::atomic<bool>),
+                                                              PROT_READ | PROT_WRITE,
+                                                              MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  const Captured captured = inCaptureProcess([=](Notes&) {
+    registerSignalHandler();
+    tvRunLoggingThread();
+    calls().onTime = [=] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      *isLogged = true;
+    };
+    std::abort();
+  });
+  EXPECT_EQ(captured.ending, "signal " + std::to_string(SIGABRT));
+  EXPECT_TRUE(*isLogged);
+  munmap(isLogged, sizeof(std::atomic<bool>));
 }
 
 TEST(HandlerMessage, GoesThroughTheCapturedStream) {

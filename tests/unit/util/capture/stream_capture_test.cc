@@ -16,12 +16,14 @@
 #include <thread>
 
 #include "tests/support/recording_platform.h"
+#include "tests/support/without_standard_input.h"
 #include "tests/unit/util/capture/capture_process.h"
 #include "tests/unit/util/capture/scripted_calls.h"
 #include "util/log/error_file.h"
 #include "util/log/log.h"
 #include "util/log/private_descriptor.h"
 #include "util/log/read_chunk.h"
+#include "util/zq_utils/descriptor.h"
 
 namespace quillon::test {
 namespace {
@@ -219,9 +221,11 @@ TEST(StreamCapture, ReadersEndWhenNobodyCanWriteAndCloseTheirPipes) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     notes["closed"] = fileBehind(out);
+    notes["ends"] = std::to_string(pStdOut[0]) + ", " + std::to_string(pStdOut[1]);
     notes["left"] = threadNames().front() + ", " + threadNames().back();
   });
   EXPECT_EQ(captured.note("closed"), "");
+  EXPECT_EQ(captured.note("ends"), "-1, -1");
   EXPECT_THAT(captured.note("left"), HasSubstr("Stderr Thread"));
   EXPECT_THAT(captured.note("left"), Not(HasSubstr("Stdout Thread")));
 }
@@ -428,6 +432,27 @@ Captured captureOverPlanted(const std::function<void(const char* name)>& plant) 
 
 TEST(ErrorFile, APipeInItsPlaceHoldsNothingUp) {
   captureOverPlanted([](const char* name) { mkfifo(name, 0600); });
+}
+
+// The file is opened as descriptor 0 if the process has no standard input.
+TEST(ErrorFile, MayHaveTheNumberZero) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    const WithoutStandardInput without;
+    errorLogFile = "/tmp/quillon-error-file-test." + std::to_string(getpid());
+    const int reader = [] {
+      mkfifo(errorLogFile.c_str(), 0600);
+      const Descriptor low(open(errorLogFile.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+      return fcntl(low.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    }();
+    writeStringTofile("in a pipe");
+    notes["pipe"] = fileBehind(0);
+    unlink(errorLogFile.c_str());
+    close(reader);
+    writeStringTofile("in a file");
+    notes["file"] = fileBehind(0);
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"file", ""}, {"pipe", ""}}));
+  EXPECT_EQ(captured.errorText, "in a file\n");
 }
 
 // A reader of the other user may wait at the pipe, so that it can be opened.
