@@ -381,6 +381,10 @@ class PluginFaults : public torture::DeviceTest {
                       "0 faults, " + std::to_string(faults) + " found", faults == 0 && cases > 0);
   }
 
+  static bool mayRefuse(const std::string& function) {
+    return function == "plugin_initialize" || function == "plugin_set_app_info";
+  }
+
   static inline void* plugin = nullptr;
   static inline const Scenario kInHouse{"in-house", "inhouse", "allowed", false};
   static inline Result rightInHouse;
@@ -392,10 +396,6 @@ class PluginFaults : public torture::DeviceTest {
   std::map<std::string, std::size_t> faultsByKind;
 
  private:
-  static bool mayRefuse(const std::string& function) {
-    return function == "plugin_initialize" || function == "plugin_set_app_info";
-  }
-
   static bool mayThrow(const std::string& thrown) {
     return thrown == "plugin_get_extra_dll_path f" || thrown == "plugin_set_app_info f";
   }
@@ -610,6 +610,8 @@ TEST_F(PluginMemory, AFunctionWithoutMemorySaysSo) {
         torture::readFile("/proc/self/fd/" + std::to_string(log.get())).value();
     EXPECT_THAT(text, ContainsRegex(std::string(function) + "\\([0-9]+\\) > [^ ]*Out of memory"));
     EXPECT_EQ(result.answers.at(std::string(function)), answer) << function;
+    const bool isRefused = result.end == Result::End::kRefused;
+    EXPECT_EQ(isRefused, mayRefuse(std::string(function))) << function;
   }
 }
 

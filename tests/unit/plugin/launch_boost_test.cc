@@ -202,6 +202,7 @@ TEST_F(LaunchBoost, WaitsASecondAtMostForASlowDaemon) {
   EXPECT_EQ(sockets().selectCalls, 1);
   EXPECT_EQ(sockets().selectTimeout.tv_sec, 1);
   EXPECT_EQ(sockets().selectTimeout.tv_usec, 0);
+  EXPECT_THAT(sockets().watched, ElementsAre(sockets().lastSocket));
 }
 
 TEST_F(LaunchBoost, ADelayedConnectionIsUsed) {
@@ -266,6 +267,20 @@ TEST_F(LaunchBoost, ASocketWithTheNumberZeroStaysConnectedWithoutANotice) {
   notifyLaunchBoost("a", 1);
   EXPECT_THAT(platform().markers, ElementsAre("kest Client:try connect kestrel"));
   EXPECT_EQ(KestrelScok, 0);
+}
+
+TEST_F(LaunchBoost, ASocketWithTheNumberOneIsUsed) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const int output = dup(STDOUT_FILENO);
+  dup2(ends[0], STDOUT_FILENO);
+  KestrelScok = STDOUT_FILENO;
+  notifyLaunchBoost("a", 1);
+  dup2(output, STDOUT_FILENO);
+  close(output);
+  EXPECT_THAT(platform().markers, ElementsAre("APPSTART:a:1"));
+  close(ends[0]);
+  close(ends[1]);
 }
 
 TEST_F(LaunchBoost, WaitsForASocketPastTheEndOfAnFdSet) {

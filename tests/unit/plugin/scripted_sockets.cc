@@ -109,6 +109,11 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* failed, timeva
   if (sockets().active) {
     ++sockets().selectCalls;
     sockets().selectTimeout = *timeout;
+    for (int descriptor = 0; descriptor < count; ++descriptor) {
+      if (FD_ISSET(descriptor, writable)) {
+        sockets().watched.push_back(descriptor);
+      }
+    }
     if (sockets().selectResult != 1) {
       return sockets().selectResult;
     }

@@ -35,6 +35,7 @@ struct ScriptedSockets {
   std::vector<std::string> pauses;  // "connect" and "usleep(N)", in order
   timeval selectTimeout{};
   int selectCalls = 0;
+  std::vector<int> watched;  // the descriptors that select is to find writable
   int sendFlags = 0;
   int lastSocket = -1;
   std::vector<int> socketArguments;  // domain, type and protocol of the last call

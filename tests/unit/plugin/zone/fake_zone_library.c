@@ -41,7 +41,7 @@ int zone_release_context(void** given) {
 #ifndef WITHOUT_ATTACH_PROCESS
 int zone_attach_process(void* given) {
   note("attach", text(given));
-  return is("attach-refused") ? -1 : 1;
+  return is("attach-refused") ? -1 : is("attach-zero") ? 0 : 1;
 }
 #endif
 

@@ -61,6 +61,13 @@ TEST_F(SecurityZone, AnAttachedProcessGoesOnWithTheLibraryClosed) {
   expectNothingLeft(run);
 }
 
+TEST_F(SecurityZone, OnlyANegativeResultIsAFailure) {
+  placeLibrary("NOTHING");
+  const ZoneRun run = this->run(enterSecureZone, "attach-zero");
+  EXPECT_TRUE(run.returned);
+  EXPECT_THAT(run.lines, ElementsAreArray(kBegin + kFunctions + kNoDebug + kTry));
+}
+
 TEST_F(SecurityZone, TheDebuggingPrivilegeEnablesDebugModeBeforeTheAttach) {
   placeLibrary("NOTHING");
   const ZoneRun run = this->run(enterSecureZone, "", {kAppdebug});

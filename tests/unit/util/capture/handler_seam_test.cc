@@ -100,6 +100,20 @@ TEST(WaitForReader, EndsImmediatelyIfThereIsNone) {
   EXPECT_EQ(captured.note("errno"), "kept");
 }
 
+// A reader that has ended while it was about to read leaves nothing for the next one.
+TEST(WaitForReader, OfAnotherReaderIsNotForTheFirst) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    notes["pipe"] = std::to_string(pipe(pStdErr));
+    stderrProgress.starting();
+    stderrProgress.taking();
+    stderrProgress.ended();
+    stderrProgress.starting();
+    waitForStderrReader(kForEver);
+  });
+  EXPECT_EQ(captured.ending, "");
+  EXPECT_EQ(captured.note("pipe"), "0");
+}
+
 TEST(WaitForReader, EndsAtOnceOnTheReaderItself) {
   const Captured captured = inCaptureProcess([](Notes&) {
     makePipeWithSomethingIn();

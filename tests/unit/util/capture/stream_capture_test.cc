@@ -21,6 +21,7 @@
 #include "tests/unit/util/capture/scripted_calls.h"
 #include "util/log/error_file.h"
 #include "util/log/log.h"
+#include "util/log/message_end.h"
 #include "util/log/private_descriptor.h"
 #include "util/log/read_chunk.h"
 #include "util/zq_utils/descriptor.h"
@@ -57,6 +58,12 @@ Captured capture(const std::function<void()>& body) {
 
 Captured capturePrinted(const std::string& text) {
   return capture([&] { put(STDOUT_FILENO, text); });
+}
+
+TEST(StreamCapture, HasNoPipesBeforeItStarts) {
+  for (const int end : {pStdOut[0], pStdOut[1], pStdErr[0], pStdErr[1], int{messageEnd}}) {
+    EXPECT_EQ(end, -1);
+  }
 }
 
 TEST(StreamCapture, StartsInTheOrderOfItsSteps) {
@@ -228,6 +235,23 @@ TEST(StreamCapture, ReadersEndWhenNobodyCanWriteAndCloseTheirPipes) {
   EXPECT_EQ(captured.note("ends"), "-1, -1");
   EXPECT_THAT(captured.note("left"), HasSubstr("Stderr Thread"));
   EXPECT_THAT(captured.note("left"), Not(HasSubstr("Stdout Thread")));
+}
+
+// Its own end for messages keeps the pipe open, so it ends only if it cannot read.
+TEST(StreamCapture, TheReaderOfErrorsClosesTheMessageEndToo) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    ::signal(SIGPIPE, SIG_IGN);
+    tvRunLoggingThread();
+    const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    dup2(nothing.get(), pStdErr[0]);
+    static_cast<void>(!write(STDERR_FILENO, "x", 1));  // if the reader waits in the pipe already
+    while (threadNames().size() > 2) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    notes["ends"] = std::to_string(pStdErr[0]) + ", " + std::to_string(pStdErr[1]);
+    notes["message end"] = std::to_string(messageEnd);
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"ends", "-1, -1"}, {"message end", "-1"}}));
 }
 
 TEST(StreamCapture, LogsOutputAtDebugLevelAndErrorsAtErrorLevel) {
