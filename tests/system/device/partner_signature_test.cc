@@ -319,6 +319,15 @@ TEST_F(PartnerDevice, WithoutTheCryptoLibraryNothingIsAllowed) {
               ElementsAre(StartsWith("6 Failed to load the crypto library: "), kInvalid));
 }
 
+TEST_F(PartnerDevice, AMissingCryptoLibraryIsNamedByItsPath) {
+  put(systemCrypto());
+  fs::remove(onMachine(systemCrypto()));
+  fs::create_symlink("/nothing", onMachine(systemCrypto()));
+  const std::string message = "6 Failed to load the crypto library: /";
+  EXPECT_THAT(check().lines(),
+              ElementsAre(AllOf(StartsWith(message), HasSubstr("/libcrypto.so")), kInvalid));
+}
+
 TEST_F(PartnerDevice, ACryptoLibraryWithoutAFunctionIsNotUsed) {
   for (const std::string function :
        {"ERR_set_mark", "ERR_pop_to_mark", "PEM_read_PUBKEY", "EVP_PKEY_free",

@@ -100,6 +100,14 @@ TEST(WaitForReader, EndsImmediatelyIfThereIsNone) {
   EXPECT_EQ(captured.note("errno"), "kept");
 }
 
+TEST(WaitForReader, EndsAtOnceWithoutAPipe) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    stderrProgress.starting();
+    notes["done"] = waitForStderrReader(kForEver) ? "yes" : "no";
+  });
+  EXPECT_EQ(captured.note("done"), "yes");
+}
+
 // A reader that has ended while it was about to read leaves nothing for the next one.
 TEST(WaitForReader, OfAnotherReaderIsNotForTheFirst) {
   const Captured captured = inCaptureProcess([](Notes& notes) {

@@ -248,6 +248,7 @@ TEST(StreamCapture, TheReaderOfErrorsClosesTheMessageEndToo) {
     while (threadNames().size() > 2) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+    waitForStderrReader(kAMinute);
     notes["ends"] = std::to_string(pStdErr[0]) + ", " + std::to_string(pStdErr[1]);
     notes["message end"] = std::to_string(messageEnd);
   });
