@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <new>
 
 #include "plugin/src/quillon-tv-plugin/process_state.h"
 #include "quillon_tv_plugin.h"
@@ -267,6 +268,15 @@ TEST_F(Exports, FinalizeEndsTheLaunch) {
   EXPECT_TRUE(checkOnTerminate);
   EXPECT_THAT(platform().lines(), ElementsAre("4 [quillon-tv-plugin] plugin_finalize"));
   expectScope("void plugin_finalize()");
+}
+
+TEST_F(Exports, FinalizeWithoutMemoryEndsTheLaunchToo) {
+  strategy_.onCall = [] { throw std::bad_alloc(); };
+  stderrFP = fopen("/dev/null", "w");
+  plugin_finalize();
+  EXPECT_EQ(stderrFP, nullptr);
+  EXPECT_TRUE(checkOnTerminate);
+  EXPECT_THAT(platform().messages(6), ElementsAre("Out of memory"));
 }
 
 TEST_F(Exports, ATypeThatSelectsNothingKeepsTheEarlierChain) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "tests/support/skip.h"
 #include "tests/support/tree_test.h"
 #include "tests/unit/util/scripted_files.h"
 #include "util/zq_utils/files.h"
@@ -214,6 +215,13 @@ TEST_F(CopyDirectory, CommitReplacesALinkInTheWayOfAFile) {
   EXPECT_EQ(contentOf(at("victim")), "old");
 }
 
+TEST_F(CopyDirectory, CommitReplacesAnEmptyDirectory) {
+  makeFile("from/file", "new");
+  makeDirectory("to/file");
+  EXPECT_TRUE(copy(FS_MERGE_OVERWRITE | FS_COMMIT_COPY_FILE));
+  EXPECT_EQ(contentOf(at("to/file")), "new");
+}
+
 TEST_F(CopyDirectory, CommitLeavesItsCopyIfTheRenameFails) {
   makeFile("from/file", "new");
   makeFile("to/file/occupied");
@@ -233,6 +241,18 @@ TEST_F(CopyDirectory, PreserveCarriesPermissions) {
     removeAll(at("to"));
   }
   EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(CopyDirectory, PreserveCarriesTheOwnerOfAFile) {
+  if (geteuid() != 0) {
+    QUILLON_SKIP("only the superuser gives files away");
+  }
+  ASSERT_EQ(chown(makeFile("from/file").c_str(), 1234, 4321), 0);
+  EXPECT_TRUE(copy(FS_PRESERVE_OWNERSHIP_AND_PERMISSIONS));
+  struct stat status {};
+  EXPECT_EQ(stat(at("to/file").c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, 1234U);
+  EXPECT_EQ(status.st_gid, 4321U);
 }
 
 TEST_F(CopyDirectory, ExistingDirectoryTakesItsSourcesModeUnderOverwriteToo) {

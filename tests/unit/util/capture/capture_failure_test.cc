@@ -181,6 +181,9 @@ TEST(LogManager, ReturnsMinusOneIfAnyStepFails) {
     });
     EXPECT_EQ(captured.note("result"), "-1") << step;
   }
+  const Captured captured = inCaptureProcess(
+      [](Notes& notes) { notes["result"] = std::to_string(tvInitializeLogManager()); });
+  EXPECT_EQ(captured.note("result"), "0");
 }
 
 // If descriptors are used up, a pipe keeps the number that it got.

@@ -11,13 +11,11 @@
 
 namespace {
 
-std::atomic<bool> failsOnce{false};  // the first allocation of every other thread
+std::atomic<int> failing{0};  // the number of the allocation that fails in every other thread
 
 bool fails() {
-  static thread_local bool hasFailed = false;
-  const bool now = failsOnce && gettid() != getpid() && !hasFailed;
-  hasFailed = hasFailed || now;
-  return now;
+  static thread_local int count = 0;
+  return failing != 0 && gettid() != getpid() && ++count == failing;
 }
 
 }  // namespace
@@ -42,7 +40,7 @@ using ::testing::HasSubstr;
 
 TEST(ReaderWithoutMemory, SaysSoAndReadsOn) {
   const Captured captured = inCaptureProcess([](Notes&) {
-    failsOnce = true;
+    failing = 1;
     tvRunLoggingThread();
     put(STDOUT_FILENO, "an output");
     put(STDERR_FILENO, "an error");
@@ -53,6 +51,24 @@ TEST(ReaderWithoutMemory, SaysSoAndReadsOn) {
   }
   EXPECT_THAT(captured.output(), Contains("an output"));
   EXPECT_THAT(captured.errors(), Contains("an error"));
+}
+
+// Not every allocation of the thread is made for the error file.
+TEST(ErrorFileWithoutMemory, SaysSoAndTheTextIsLogged) {
+  bool isSaid = false;
+  for (int number = 1; number <= 20 && !isSaid; ++number) {
+    const Captured captured = inCaptureProcess([number](Notes&) {
+      tvRunLoggingThread();
+      failing = number;
+      put(STDERR_FILENO, "an error");
+    });
+    const auto isOfTheFile = AllOf(HasSubstr("writeStringTofile("), HasSubstr("Out of memory"));
+    isSaid = ::testing::Matches(Contains(isOfTheFile))(captured.texts);
+    if (isSaid) {
+      EXPECT_THAT(captured.errors(), Contains("an error"));
+    }
+  }
+  EXPECT_TRUE(isSaid);
 }
 
 }  // namespace
