@@ -7,15 +7,18 @@
 #include <new>
 
 #include "tests/unit/util/capture/capture_process.h"
+#include "util/log/reader_progress.h"
 #include "util/log/stream_capture.h"
 
 namespace {
 
-std::atomic<bool> failsOnce{false};  // the first allocation of every other thread
+std::atomic<bool> failsOnce{false};  // the next allocation of every other thread
+std::atomic<pid_t> thread{0};        // if not 0, of this one only
 
 bool fails() {
   static thread_local bool hasFailed = false;
-  const bool now = failsOnce && gettid() != getpid() && !hasFailed;
+  const bool concerns = thread == 0 ? gettid() != getpid() : gettid() == thread;
+  const bool now = failsOnce && concerns && !hasFailed;
   hasFailed = hasFailed || now;
   return now;
 }
@@ -53,6 +56,23 @@ TEST(ReaderWithoutMemory, SaysSoAndReadsOn) {
   }
   EXPECT_THAT(captured.output(), Contains("an output"));
   EXPECT_THAT(captured.errors(), Contains("an error"));
+}
+
+TEST(ErrorFileWithoutMemory, SaysSoAndTheTextIsLogged) {
+  constexpr int kAMinute = 60'000;
+  const Captured captured = inCaptureProcess([](Notes&) {
+    tvRunLoggingThread();
+    put(STDERR_FILENO, "before");
+    waitForStderrReader(kAMinute);
+    thread = stderrProgress.thread();
+    failsOnce = true;
+    put(STDERR_FILENO, "an error");
+  });
+  EXPECT_EQ(captured.ending, "");
+  EXPECT_THAT(captured.texts,
+              Contains(AllOf(HasSubstr("writeStringTofile("), HasSubstr("Out of memory"))));
+  EXPECT_THAT(captured.errors(), Contains("an error"));
+  EXPECT_EQ(captured.errorText, "before\n");
 }
 
 }  // namespace
