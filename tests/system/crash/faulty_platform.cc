@@ -2,7 +2,6 @@
 
 #include <link.h>
 #include <pthread.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +17,7 @@
 #include <thread>
 
 #include "platform/dlog.h"
+#include "tests/support/shared_memory.h"
 #include "tests/system/crash/child.h"
 
 namespace quillon::test {
@@ -44,9 +44,8 @@ struct Log {
 };
 
 Log& sharedLog() {
-  static auto* log = static_cast<Log*>(
-      mmap(nullptr, sizeof(Log), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  return *log;
+  static Log& log = test::makeSharedMemory<Log>();
+  return log;
 }
 
 // Created before the first child process.

@@ -16,6 +16,8 @@
 #include <span>
 #include <stdexcept>
 
+#include "tests/support/shared_memory.h"
+
 namespace quillon::faults {
 namespace {
 
@@ -30,9 +32,8 @@ using Counts = std::array<std::atomic<std::size_t>, kMaxFunctions>;
 
 // Shared with child processes.
 Counts& counts() {
-  static auto* const shared = static_cast<Counts*>(
-      mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  return *shared;
+  static Counts& shared = test::makeSharedMemory<Counts>();
+  return shared;
 }
 
 }  // namespace

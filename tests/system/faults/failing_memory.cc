@@ -1,9 +1,9 @@
 #include "tests/system/faults/failing_memory.h"
 
-#include <sys/mman.h>
-
 #include <atomic>
 #include <cerrno>
+
+#include "tests/support/shared_memory.h"
 
 namespace quillon::faults {
 namespace {
@@ -11,8 +11,7 @@ namespace {
 using Count = std::atomic<std::size_t>;
 
 // Shared with all child processes, so it must exist before the first one.
-Count* const made = static_cast<Count*>(
-    mmap(nullptr, sizeof(Count), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+Count& made = test::makeSharedMemory<Count>();
 
 bool isLasting = false;
 std::size_t chosen = 0;
@@ -21,7 +20,7 @@ bool fails() {
   if (!isThreadWatched()) {
     return false;
   }
-  const std::size_t now = ++*made;
+  const std::size_t now = ++made;
   const bool isChosen = chosen != 0 && (isLasting ? now >= chosen : now == chosen);
   if (isChosen) {
     errno = ENOMEM;
@@ -32,13 +31,13 @@ bool fails() {
 }  // namespace
 
 void failAllocation(std::size_t number, Shortage shortage, Threads threads) {
-  *made = 0;
+  made = 0;
   chosen = number;
   isLasting = shortage == Shortage::kFromThenOn;
   watchThreads(threads);
 }
 
-std::size_t allocationsMade() { return *made; }
+std::size_t allocationsMade() { return made; }
 
 }  // namespace quillon::faults
 

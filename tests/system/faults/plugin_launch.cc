@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,6 +25,7 @@
 #include "device_names.h"
 #include "platform/dlog.h"
 #include "quillon_tv_plugin.h"
+#include "tests/support/shared_memory.h"
 #include "workstation/config_store.h"
 #include "workstation/log_config.h"
 #include "workstation/packages.h"
@@ -50,9 +50,8 @@ struct Report {
 };
 
 Report& report() {
-  static auto* const shared = static_cast<Report*>(
-      mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  return *shared;
+  static Report& shared = test::makeSharedMemory<Report>();
+  return shared;
 }
 
 void* plugin = nullptr;

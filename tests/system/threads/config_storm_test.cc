@@ -7,7 +7,6 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/inotify.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,6 +28,7 @@
 #include "platform/vconf.h"
 #include "quillon_tv_plugin.h"
 #include "tests/support/figure.h"
+#include "tests/support/shared_memory.h"
 #include "tests/system/threads/own_folder.h"
 #include "workstation/config_store.h"
 
@@ -228,9 +228,8 @@ struct Shared {
 };
 
 Shared& shared() {
-  static auto* const memory = static_cast<Shared*>(
-      mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  return *memory;
+  static Shared& memory = makeSharedMemory<Shared>();
+  return memory;
 }
 
 // Does not return from its first call before the storm is over.

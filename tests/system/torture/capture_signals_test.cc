@@ -7,10 +7,10 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdarg>
@@ -25,6 +25,7 @@
 #include "quillon_tv_plugin.h"
 #include "tests/support/captured_line.h"
 #include "tests/support/figure.h"
+#include "tests/support/shared_memory.h"
 #include "tests/system/torture/device_main.h"
 
 namespace quillon::torture {
@@ -130,20 +131,16 @@ void await(const std::atomic<std::size_t>& number, std::size_t goal) {
 
 // Runs `body` in a child process, which returns a description of the first error.
 std::string inChild(const std::function<std::string()>& body) {
-  constexpr std::size_t kSize = 4096;
-  auto* text = static_cast<char*>(
-      mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  auto& text = test::makeSharedMemory<std::array<char, 4096>>();
   const pid_t child = fork();
   if (child == 0) {
     alarm(kMaxDuration);
-    body().copy(text, kSize - 1);
+    body().copy(text.data(), text.size() - 1);
     _exit(0);
   }
   int status = 0;
   waitpid(child, &status, 0);
-  const std::string problem = text;
-  munmap(text, kSize);
-  return status == 0 ? problem : "wait status " + std::to_string(status);
+  return status == 0 ? text.data() : "wait status " + std::to_string(status);
 }
 
 std::string compare(const char* what, std::size_t found, std::size_t expected) {
