@@ -2,6 +2,7 @@
 // for each of them in turn.
 //
 // QUILLON_FAULTS_SAMPLE=N checks every Nth case only.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -24,6 +25,7 @@
 #include "device_paths.h"
 #include "platform/dlog.h"
 #include "quillon/base/descriptor.h"
+#include "quillon_tv_plugin.h"
 #include "tests/support/figure.h"
 #include "tests/system/faults/failing_calls.h"
 #include "tests/system/faults/failing_memory.h"
@@ -613,6 +615,17 @@ TEST_F(PluginMemory, AFunctionWithoutMemorySaysSo) {
     const bool isRefused = result.end == Result::End::kRefused;
     EXPECT_EQ(isRefused, mayRefuse(std::string(function))) << function;
   }
+}
+
+// The log line of the call needs memory, the mode does not.
+TEST_F(PluginMemory, DirectCallModeIsKnownWithoutMemory) {
+  constexpr char kFunction[] = "is_coba_direct_call_mode";
+  const auto setAppInfo =
+      reinterpret_cast<decltype(&plugin_set_app_info)>(dlsym(plugin, "plugin_set_app_info"));
+  const Result result = launchWith(
+      kInHouse, [&] { setAppInfo("com.korvane.tv.csfs", ""); },
+      [&](std::string_view next) { failAllocation(next == kFunction ? 1 : 0, Shortage::kOnce); });
+  EXPECT_EQ(result.answers.at(kFunction), "1");
 }
 
 TEST_F(PluginMemory, AllocationsOfAnotherThreadMayFail) {

@@ -1,4 +1,5 @@
 // Tests of the exported functions with a strategy that only records its calls.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -262,9 +263,11 @@ TEST_F(Exports, AMissingCapabilitySetIsAppliedAllTheSame) {
 TEST_F(Exports, FinalizeEndsTheLaunch) {
   strategy_.onCall = [] { EXPECT_FALSE(checkOnTerminate); };
   stderrFP = fopen("/dev/null", "w");
+  const int descriptor = fileno(stderrFP);
   plugin_finalize();
   EXPECT_THAT(strategy_.calls, ElementsAre("Finalize()"));
   EXPECT_EQ(stderrFP, nullptr);
+  EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
   EXPECT_TRUE(checkOnTerminate);
   EXPECT_THAT(platform().lines(), ElementsAre("4 [quillon-tv-plugin] plugin_finalize"));
   expectScope("void plugin_finalize()");

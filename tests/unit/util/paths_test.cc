@@ -2,9 +2,13 @@
 
 #include <unistd.h>
 
+#include <climits>
+
 #include "platform/dlog.h"
 #include "tests/support/tree_test.h"
+#include "tests/unit/util/scripted_files.h"
 
+using quillon::test::files;
 using quillon::test::platform;
 using quillon::test::TreeTest;
 
@@ -134,6 +138,13 @@ TEST_F(PathsOnDisk, PrintAllWritesOneGreyLineForEachPiece) {
 
 TEST(SelfPath, NamesTheRunningProgram) {
   EXPECT_EQ(readSelfPath(), std::filesystem::read_symlink("/proc/self/exe").string());
+}
+
+TEST(SelfPath, MayBeTheLongestThatThereIs) {
+  const std::string longest = "/" + std::string(PATH_MAX - 2, 'n');  // and a NUL: PATH_MAX bytes
+  files().program = longest;
+  EXPECT_EQ(readSelfPath(), longest);
+  files() = {};
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <string_view>
 #include <utility>
 
 #include "tests/support/next_call.h"
@@ -62,6 +63,13 @@ int lstat64(const char* path, struct stat64* status) noexcept {
     std::exchange(files().onFile, nullptr)(path);
   }
   return result;
+}
+
+ssize_t readlink(const char* path, char* target, size_t size) noexcept {
+  if (!files().program.empty() && std::string_view(path) == "/proc/self/exe") {
+    return static_cast<ssize_t>(files().program.copy(target, size));
+  }
+  return next<decltype(&readlink)>("readlink")(path, target, size);
 }
 
 FILE* fopen(const char* path, const char* mode) {

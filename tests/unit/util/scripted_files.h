@@ -1,8 +1,8 @@
-// Replaces the file calls of the cache.
+// Replaces file calls of util/.
 //
 // The test program defines fopen, rename and the other calls. Each call is forwarded to the C
-// library, with three exceptions: sync does nothing while calls are recorded, and rename fails and
-// fstat reports another size if the test requests it.
+// library, with these exceptions: sync does nothing while calls are recorded, and rename fails,
+// fstat reports another size and readlink finds another program if the test requests it.
 #pragma once
 
 #include <sys/types.h>
@@ -19,6 +19,7 @@ struct ScriptedFiles {
   int renameError = 0;                // errno value with which rename fails
   std::vector<std::string> calls;     // "function file-name"; for fsync also the size of the file
   std::optional<off_t> reportedSize;  // by fstat
+  std::string program;                // of this process, as readlink finds it; empty: the real one
   std::function<void(const std::string& path)> onFile;  // called once, when the library that
                                                         // copies has found a regular file
 };
@@ -28,7 +29,7 @@ ScriptedFiles& files();
 // Records the calls during its lifetime.
 class NotedFiles {
  public:
-  explicit NotedFiles(int renameError = 0) { files() = {true, renameError, {}, {}, {}}; }
+  explicit NotedFiles(int renameError = 0) { files() = {true, renameError, {}, {}, {}, {}}; }
   ~NotedFiles() { files().active = false; }
   NotedFiles(const NotedFiles&) = delete;
   NotedFiles& operator=(const NotedFiles&) = delete;

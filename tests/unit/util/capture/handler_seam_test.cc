@@ -2,9 +2,7 @@
 // messages that never block.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <plugin/src/dotnet-signal-handler/signal_handler.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,9 +14,11 @@
 #include <thread>
 #include <utility>
 
+#include "plugin/src/dotnet-signal-handler/signal_handler.h"
 #include "plugin/src/dotnet-signal-handler/thread_state.h"
 #include "tests/support/precedence.h"
 #include "tests/support/recording_platform.h"
+#include "tests/support/shared_memory.h"
 #include "tests/support/without_standard_input.h"
 #include "tests/unit/util/capture/capture_process.h"
 #include "tests/unit/util/capture/scripted_calls.h"
@@ -74,7 +74,6 @@ bool makeFullPipe() {
   return true;
 }
 
-// Between the look whether a pipe has room and the write, another thread may fill it.
 TEST(MessageEnd, DoesNotBlockNorIsItInherited) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     notes["pipe"] = std::to_string(pipe(pStdErr));
@@ -313,21 +312,45 @@ TEST(WaitForReader, AnAbortOfAnotherThreadMeanwhileIsQuiet) {
 
 // The reader calls time() for the first text, here the message, before it logs it.
 TEST(WaitForReader, AnAbortWaitsForItsOwnMessage) {
-  auto* const isLogged = static_cast<std::atomic<bool>*>(mmap(nullptr, sizeof(std::atomic<bool>),
-                                                              PROT_READ | PROT_WRITE,
-                                                              MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  const Captured captured = inCaptureProcess([=](Notes&) {
+  auto& isLogged = makeSharedMemory<std::atomic<bool>>();
+  const Captured captured = inCaptureProcess([&](Notes&) {
     registerSignalHandler();
     tvRunLoggingThread();
-    calls().onTime = [=] {
+    calls().onTime = [&] {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      *isLogged = true;
+      isLogged = true;
     };
     std::abort();
   });
   EXPECT_EQ(captured.ending, "signal " + std::to_string(SIGABRT));
-  EXPECT_TRUE(*isLogged);
-  munmap(isLogged, sizeof(std::atomic<bool>));
+  EXPECT_TRUE(isLogged);
+}
+
+// Nobody reads the message, so the handler waits until the other thread says that the reader has
+// ended.
+TEST(WaitForReader, AnAbortRestoresThePreviousActionBeforeItWaitsAndAfterwards) {
+  auto& isRestored = makeSharedMemory<std::atomic<bool>>();
+  const Captured captured = inCaptureProcess([&](Notes&) {
+    if (pipe(pStdErr) != 0) {
+      return;
+    }
+    registerSignalHandler();
+    stderrProgress.starting();
+    std::thread other([&] {
+      struct sigaction action = {};
+      do {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        sigaction(SIGABRT, nullptr, &action);
+      } while (action.sa_handler != SIG_DFL);
+      isRestored = true;
+      ::signal(SIGABRT, SIG_IGN);
+      stderrProgress.ended();
+    });
+    other.detach();
+    raise(SIGABRT);
+  });
+  EXPECT_TRUE(isRestored);
+  EXPECT_EQ(captured.ending, "signal " + std::to_string(SIGABRT));
 }
 
 TEST(HandlerMessage, GoesThroughTheCapturedStream) {
@@ -436,7 +459,8 @@ TEST(MessageEnd, TakesNoNumberOfAStandardStream) {
   EXPECT_EQ(captured.notes, (Notes{{"moved", "yes"}, {"pipe", "0"}}));
 }
 
-// Sends a message that finds twice that another writer has taken the room in the pipe.
+// Between the look whether the pipe has room and the write, another thread may fill it. Sends a
+// message that finds this twice.
 Captured messageAfterLostRaces(bool hasReader) {
   return inCaptureProcess([hasReader](Notes& notes) {
     if (pipe(pStdErr) != 0) {

@@ -97,11 +97,15 @@ TEST(StreamCapture, PutsItsPipesBehindDescriptorsOneAndTwoAndKeepsTheirEnds) {
     tvRunLoggingThread();
     notes["out"] = fileBehind(STDOUT_FILENO) == fileBehind(pStdOut[1]) ? "same" : "other";
     notes["err"] = fileBehind(STDERR_FILENO) == fileBehind(pStdErr[1]) ? "same" : "other";
+    notes["messages"] = fileBehind(STDERR_FILENO) == fileBehind(messageEnd) ? "same" : "other";
     notes["apart"] = fileBehind(pStdOut[1]) != fileBehind(pStdErr[1]) ? "yes" : "no";
     notes["blocking"] = (fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK) == 0 ? "yes" : "no";
   });
-  EXPECT_EQ(captured.notes,
-            (Notes{{"out", "same"}, {"err", "same"}, {"apart", "yes"}, {"blocking", "yes"}}));
+  EXPECT_EQ(captured.notes, (Notes{{"out", "same"},
+                                   {"err", "same"},
+                                   {"messages", "same"},
+                                   {"apart", "yes"},
+                                   {"blocking", "yes"}}));
 }
 
 // Programs that the application starts inherit only the streams, not the other descriptors of the
