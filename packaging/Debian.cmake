@@ -30,6 +30,8 @@ set(CPACK_COMPONENT_PLUGIN_DESCRIPTION
  application. The library computes what the runtime starts with, prepares the
  process, and decides how a crash ends.")
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_DEPENDS "libquillon-platform ${exact}")
+# Loaded when a partner signature is first checked, so it is not among the libraries of the file.
+set(CPACK_DEBIAN_PLUGIN_PACKAGE_RECOMMENDS libssl3)
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libquillon-tv-plugin-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
