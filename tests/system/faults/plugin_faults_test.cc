@@ -377,9 +377,10 @@ class PluginFaults : public torture::DeviceTest {
     for (const auto& [kind, count] : faultsByKind) {
       std::cout << count << " times: " << kind << "\n";
     }
-    std::cout << nextLaunches << " cases changed a cache, " << shorterLists
-              << " of them to a list without what could not be read" << std::endl;
-    test::printFigure(what, std::to_string(cases) + " cases",
+    std::cout << nextLaunches << " cases changed a cache" << std::endl;
+    test::printFigure(what,
+                      std::to_string(cases) + " cases, " + std::to_string(shorterLists) +
+                          " saved a list without what could not be read",
                       "0 faults, " + std::to_string(faults) + " found", faults == 0 && cases > 0);
   }
 
