@@ -117,6 +117,7 @@ TEST_F(Apitest, LooksForBothMarksInTheWholePath) {
   put("bin/Foo.dll");
   put("bin/velora.tv.Foo.dll");
   put("bin/deeper/Velora.TV.Foo.dll");
+  put("lib/deeper/Velora.TV.Bar.dll");
   put("Velora.TV.Foo.dll");
   EXPECT_EQ(tpaOver("/p/A.dll"), "/p/A.dll");
   platform().packages[0].rootPath = (root_.path() / "Velora.TV.Suite").string();

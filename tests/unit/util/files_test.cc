@@ -12,6 +12,7 @@
 #include "tests/support/controlling_terminal.h"
 #include "tests/support/skip.h"
 #include "tests/support/tree_test.h"
+#include "util/zq_utils/file_copy.h"
 
 using quillon::test::controllingTerminalAfter;
 using quillon::test::platform;
@@ -25,6 +26,12 @@ using Texts = std::vector<std::string>;
 constexpr char kIrremovable[] = "/proc/self/comm";
 
 class Files : public TreeTest {};
+
+TEST_F(Files, ASuccessfulCopyClearsAnEarlierError) {
+  boost::system::error_code error(EIO, boost::system::system_category());
+  copyRegularFile(makeFile("file"), at("copy"), {}, error);
+  EXPECT_FALSE(error);
+}
 
 TEST_F(Files, RemovesTrees) {
   makeFile("tree/a/b");

@@ -84,6 +84,17 @@ TEST(MessageEnd, DoesNotBlockNorIsItInherited) {
   EXPECT_EQ(captured.notes, (Notes{{"pipe", "0"}, {"blocks", "no"}, {"inherited", "no"}}));
 }
 
+TEST(ReaderProgress, ThereIsAReaderFromItsStartToItsEnd) {
+  ReaderProgress progress;
+  EXPECT_FALSE(progress.runsConcurrently());
+  progress.starting();
+  EXPECT_TRUE(progress.runsConcurrently());
+  EXPECT_TRUE(progress.runsConcurrentlyInThisProcess());
+  progress.ended();
+  EXPECT_FALSE(progress.runsConcurrently());
+  EXPECT_FALSE(progress.runsConcurrentlyInThisProcess());
+}
+
 TEST(WaitForReader, EndsImmediatelyIfThereIsNone) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     errno = EDOM;
