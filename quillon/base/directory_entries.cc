@@ -3,6 +3,7 @@
 #include <dirent.h>
 
 #include <array>
+#include <cerrno>
 #include <string_view>
 
 namespace quillon {
@@ -30,6 +31,9 @@ std::vector<std::string> directoryEntries(int folder) {
   for (;;) {
     const ssize_t length = getdents64(folder, entries.data(), entries.size());
     if (length <= 0) {
+      if (length == 0) {
+        errno = 0;
+      }
       return names;
     }
     addNames(entries.data(), length, names);

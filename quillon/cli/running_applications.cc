@@ -1,7 +1,6 @@
 #include "quillon/cli/running_applications.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>

@@ -119,7 +119,6 @@ Expected<void> addKeysBelow(const std::string& group, std::vector<std::string>& 
   if (!folder) {
     return errno == ENOENT || errno == ENOTDIR ? Expected<void>() : cannotList(path);
   }
-  errno = 0;
   const std::vector<std::string> names = directoryEntries(folder.get());
   if (errno != 0 && errno != ENOENT) {
     return cannotList(path);

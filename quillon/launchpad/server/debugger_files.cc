@@ -1,7 +1,5 @@
 #include "quillon/launchpad/server/debugger_files.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <charconv>

@@ -1,7 +1,5 @@
 #include "quillon/launchpad/state/peer.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 
 #include "quillon/base/process.h"
