@@ -39,11 +39,15 @@ class Attempt(unittest.TestCase):
     def at_test(self, commands):
         script.write_program(self.copy.build / "tests/a-test", commands)
 
+    def with_own_programs(self):
+        """Programs in bin/ take the place of the machine's."""
+        path = f"{self.folder}/bin:{os.environ['PATH']}"
+        return unittest.mock.patch.dict(os.environ, PATH=path)
+
     def attempt(self):
         at = SOURCE.index("+")
         mutant = self.mutate.Mutant("a.h", at, at + 1, "-", SOURCE)
-        path = f"{self.folder}/bin:{os.environ['PATH']}"
-        with unittest.mock.patch.dict(os.environ, PATH=path), \
+        with self.with_own_programs(), \
                 contextlib.redirect_stdout(io.StringIO()) as self.printed:
             return self.copy.attempt(mutant)
 
@@ -51,8 +55,7 @@ class Attempt(unittest.TestCase):
         self.mutate.ROOT = self.folder / "tree"
         script.write_program(self.mutate.ROOT / "scripts/compiler-cache", "compiler_cache=()")
         script.write_program(self.folder / "bin/git", "printf 'scripts/compiler-cache\\0'")
-        path = f"{self.folder}/bin:{os.environ['PATH']}"
-        with unittest.mock.patch.dict(os.environ, PATH=path):
+        with self.with_own_programs():
             self.copy.prepare()
 
     def test_starts_only_if_all_programs_pass_without_a_mutant(self):
