@@ -135,7 +135,7 @@ ROOT=$root BUILD=$build quietly unshare --mount bash -euo pipefail -c '
   diff /launch/before /launch/after || { echo "the packages left these files behind"; exit 1; }
   ((BUILD)) || exit 0
 
-  # make, not Ninja: what a launcher author has who installs a compiler and CMake.
+  # Uses make: an author of a launcher who installs a compiler and CMake may not have Ninja.
   apt-get install -y -qq --no-install-recommends g++ make cmake pkg-config /packages/*.deb
   example=$(dpkg -L libquillon-tv-plugin-dev | grep "/examples/launcher$")
   cmake -S $example -B /launch/build

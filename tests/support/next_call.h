@@ -16,8 +16,9 @@ inline const char* symbolOf(const char* function) {
     std::string_view function;
     const char* symbol;
   };
-  constexpr std::array kSymbols{Symbol{"fopen", "fopen64"}, Symbol{"lstat", "__lstat64_time64"},
-                                Symbol{"open", "open64"}, Symbol{"readdir", "readdir64"}};
+  constexpr std::array kSymbols{Symbol{"fopen", "fopen64"}, Symbol{"fstat", "__fstat64_time64"},
+                                Symbol{"lstat", "__lstat64_time64"}, Symbol{"open", "open64"},
+                                Symbol{"readdir", "readdir64"}};
   if constexpr (sizeof(void*) == 4) {
     for (const auto& [name, symbol] : kSymbols) {
       if (name == function) {

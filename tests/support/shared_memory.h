@@ -15,7 +15,7 @@ T& makeSharedMemory() {
   if (memory == MAP_FAILED) {
     throw std::bad_alloc();
   }
-  return *static_cast<T*>(memory);
+  return *new (memory) T{};
 }
 
 }  // namespace quillon::test

@@ -94,10 +94,26 @@ TEST_F(ExceptionMonitor, SaysItsLimitsAndInstallsItself) {
   EXPECT_EQ(sig_segv_for_exception_old.sa_handler, handler);
 }
 
+// Other code of the plug-in may have changed the action.
+TEST_F(ExceptionMonitor, InstallsItselfWithAnEmptyMask) {
+  sigfillset(&sig_segv_for_exception_new.sa_mask);
+  enable_exception_monitor(10, 3);
+  const struct sigaction action = actionOf(SIGSEGV);
+  EXPECT_EQ(sigismember(&action.sa_mask, SIGTERM), 0);
+}
+
 TEST_F(ExceptionMonitor, AFaultWhileItIsInstalledFindsThePreviousHandler) {
   signals().onInstall = [] { raise(SIGSEGV); };
   enable_exception_monitor(10, 3);
   EXPECT_EQ(handled, 1);
+}
+
+TEST_F(ExceptionMonitor, AHandlerOfAnotherThreadMeanwhileIsThePreviousOne) {
+  const auto other = [](int) { handled += 10; };
+  signals().beforeInstall = [&] { ::signal(SIGSEGV, other); };
+  enable_exception_monitor(10, 3);
+  EXPECT_EQ(faultNow(), kSeen);
+  EXPECT_EQ(handled, 10);
 }
 
 TEST_F(ExceptionMonitor, ThePreviousHandlerFindsErrnoAsTheFaultLeftIt) {

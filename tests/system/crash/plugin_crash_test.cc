@@ -384,7 +384,7 @@ TEST_F(PluginCrashTorture, HandlersNeedNoLockOfTheProcess) {
 }
 
 // The pipe is full, and its reader waits for a lock that the crashing thread holds. The text must
-// not reach the log, which would then have no room for the launches that are still awaited.
+// not reach the shared log. It would fill the log, and messages of later launches would be lost.
 TEST_F(PluginCrashTorture, AFullPipeBlocksNoHandler) {
   const auto endings = launches(6, [&](int i) {
     std::atomic<bool> readerIsBlocked{false};

@@ -55,6 +55,9 @@ extern "C" int sigaction(int signal, const struct sigaction* action,
   if (action != nullptr && signals().records) {
     signals().installed.push_back(signal);
   }
+  if (action != nullptr && signals().beforeInstall) {
+    signals().beforeInstall();
+  }
   if (action == nullptr || !signals().onInstall) {
     return quillon::test::realSigaction(signal, action, old);
   }

@@ -11,12 +11,13 @@
 namespace quillon::test {
 
 struct ScriptedSignals {
-  bool records = false;             // if true, appends to `installed`
-  std::set<int> failing;            // signals for which sigaction fails
-  bool isUnknown = false;           // the current action cannot be asked for
-  std::vector<int> installed;       // signals for which an action was installed, in order
-  std::optional<std::time_t> now;   // result of time, if set
-  std::function<void()> onInstall;  // called after an action was installed
+  bool records = false;                 // if true, appends to `installed`
+  std::set<int> failing;                // signals for which sigaction fails
+  bool isUnknown = false;               // the current action cannot be asked for
+  std::vector<int> installed;           // signals for which an action was installed, in order
+  std::optional<std::time_t> now;       // result of time, if set
+  std::function<void()> beforeInstall;  // called before an action is installed
+  std::function<void()> onInstall;      // called after an action was installed
 };
 
 ScriptedSignals& signals();

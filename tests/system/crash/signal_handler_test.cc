@@ -66,7 +66,7 @@ TEST_F(SignalHandler, InstallsPlainActionsInOrder) {
   EXPECT_EQ(platform().log[0].file(), "dotnet-signal-handler.cc");
 }
 
-// The actions are exported, so other code may have changed them.
+// Other code of the plug-in may have changed the actions.
 TEST_F(SignalHandler, InstallsPlainActionsWhateverTheyWereBefore) {
   for (struct sigaction* const action : {&sig_abrt_new, &sig_segv_new, &sig_trap_new}) {
     sigfillset(&action->sa_mask);
@@ -309,9 +309,11 @@ TEST_F(SignalHandler, WithoutAPipeTheHandlersStillAct) {
 
 TEST(ItoaForSignalHandler, WritesDigits) {
   const auto textOf = [](int value) {
-    char out[kDecimalTextSize + 1];
-    std::fill(std::begin(out), std::end(out), '#');
+    char around[kDecimalTextSize + 2];
+    std::fill(std::begin(around), std::end(around), '#');
+    char* const out = around + 1;
     const int digits = itoaForSignalHandler(value, out);
+    EXPECT_EQ(around[0], '#') << value;
     EXPECT_EQ(out[digits], '\0') << value;
     EXPECT_EQ(out[digits + 1], '#') << value;
     EXPECT_EQ(std::string(out).size(), static_cast<std::size_t>(digits)) << value;

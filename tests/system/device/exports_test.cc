@@ -107,7 +107,7 @@ TEST_F(Exported, APreloadedProcessKeepsItsCapabilities) {
   }
 }
 
-// A process that serves many applications in turn would run out of them.
+// A process that serves many applications in turn would run out of descriptors.
 TEST_F(Exported, OnlyThePlaceholdersAndTheWatchOfAKeyStayOpen) {
   constexpr std::size_t kPlaceholders = 10;
   constexpr std::size_t kWatches = 1;

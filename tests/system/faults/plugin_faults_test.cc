@@ -618,7 +618,7 @@ TEST_F(PluginMemory, AFunctionWithoutMemorySaysSo) {
   }
 }
 
-// The log line of the call needs memory, the mode does not.
+// The trace span of the call needs memory. The mode does not.
 TEST_F(PluginMemory, DirectCallModeIsKnownWithoutMemory) {
   constexpr char kFunction[] = "is_coba_direct_call_mode";
   const auto setAppInfo =

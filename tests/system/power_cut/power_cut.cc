@@ -7,11 +7,11 @@
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
 #include <string_view>
 
 #include "device_paths.h"
 #include "tests/support/device_main.h"
+#include "tests/support/figure.h"
 #include "tests/support/next_call.h"
 #include "tests/support/skip.h"
 #include "tests/system/torture/device_files.h"
@@ -71,9 +71,10 @@ void PowerCut::SetUp() {
 
 void PowerCut::TearDownTestSuite() {
   const auto* suite = ::testing::UnitTest::GetInstance()->current_test_suite();
-  std::cout << "figure: power cut, states of the " << inWords(suite->name()) << " | "
-            << statesOfSuite << " states, " << faultsOfSuite << " wrong | 0 wrong | "
-            << (suite->Passed() ? "met" : "missed") << std::endl;
+  test::printFigure(
+      "power cut, states of the " + inWords(suite->name()),
+      std::to_string(statesOfSuite) + " states, " + std::to_string(faultsOfSuite) + " wrong",
+      "0 wrong", suite->Passed());
   statesOfSuite = 0;
   faultsOfSuite = 0;
 }

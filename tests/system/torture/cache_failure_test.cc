@@ -99,7 +99,9 @@ class CacheFailure : public DeviceTest, public ::testing::WithParamInterface<int
 // sync.
 TEST_P(CacheFailure, LeavesACorrectListWhileBuildingTheCache) {
   failEverywhere(16, [] {});
-  EXPECT_EQ(writes, 2U);  // one for each list, so that no other writer can come in between
+  EXPECT_EQ(writes, IsSkipped()
+                        ? 0U
+                        : 2U);  // one for each list, so that no other writer can come in between
 }
 
 TEST_P(CacheFailure, LeavesARightListWhileReadingTheCache) {

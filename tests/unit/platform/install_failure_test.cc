@@ -74,12 +74,11 @@ class InstallFailureTest : public LeftPackagesTest, public ::testing::WithParamI
                 const std::function<void(bool)>& check, Length length = Length::kLong) {
     const std::size_t step = sampleStep(length);
     bool isLast = false;
-    std::size_t index = 1;
-    for (; !isLast && !HasFailure(); index += step) {
+    std::size_t made = 0;
+    for (std::size_t index = 1; !isLast && !HasFailure(); index += step) {
       SCOPED_TRACE(std::string(GetParam().name) + ", failing at " + std::to_string(index));
       InsideDeviceTest::SetUp();
       prepare();
-      std::size_t made = 0;
       const auto result =
           isOfCalls() ? failCall(index, work, made) : failAllocation(index, work, made);
       isLast = made < index;
@@ -90,7 +89,7 @@ class InstallFailureTest : public LeftPackagesTest, public ::testing::WithParamI
       ASSERT_THAT(result.ending, ::testing::AnyOf("", "status " + std::to_string(kFailed)));
       check(result.ending.empty());
     }
-    EXPECT_GT(index, 5U) << "the work made no calls worth the name";
+    EXPECT_GT(made, 4U) << "the work hardly does anything that can fail";
   }
 
   // A fault ends its test, so that each test finds one at most.
@@ -293,7 +292,7 @@ TEST_P(InstallFailureTest, AKeyThatIsRemoved) {
            Length::kShort);
 }
 
-// A list without keys that could not be read is a wrong one.
+// A list that lacks keys because they could not be read is wrong.
 TEST_P(InstallFailureTest, AListOfKeys) {
   failEach([] { ASSERT_TRUE(workstation::setConfig(kKey, 1)); },
            [] {

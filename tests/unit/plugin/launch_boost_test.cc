@@ -299,6 +299,7 @@ TEST_F(LaunchBoost, WaitsForASocketPastTheEndOfAnFdSet) {
   sockets().connectErrors = {EINPROGRESS};
   notifyLaunchBoost("a", 1);
   EXPECT_GT(sockets().lastSocket, FD_SETSIZE);
+  EXPECT_EQ(sockets().selectCount, sockets().lastSocket + 1);
   EXPECT_EQ(platform().markers.front(), "kest Client:connect delayed");
   for (const int descriptor : filler) {
     close(descriptor);

@@ -146,7 +146,7 @@ TEST_F(PartnerSignatureTest, AFifoInAFilesPlaceIsRefusedWithoutWaiting) {
   EXPECT_THAT(platform().lines(), ElementsAre("6 Failed to open public key file"));
 }
 
-TEST_F(PartnerSignatureTest, ATerminalInAFilesPlaceDoesNotBecomeTheLaunchers) {
+TEST_F(PartnerSignatureTest, ATerminalInAFilesPlaceDoesNotBecomeTheControllingTerminal) {
   EXPECT_EQ(controllingTerminalAfter([](const auto& path) { verify_duid(path.c_str()); }), "none");
 }
 
@@ -244,7 +244,7 @@ TEST_F(PartnerSignatureTest, ARequestMayBeLargeAndHoldAnyBytes) {
   EXPECT_THAT(platform().lines(), ElementsAre(kBad));
 }
 
-TEST_F(PartnerSignatureTest, MemoryIsReleased) {
+TEST_F(PartnerSignatureTest, TheRequestIsFreed) {
   constexpr std::size_t kLarge = 4U << 20;
   sign("ID1:" + std::string(kLarge, 'x'));
   EXPECT_EQ(verifySignature(), 1);

@@ -109,8 +109,12 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* failed, timeva
   if (sockets().active) {
     ++sockets().selectCalls;
     sockets().selectTimeout = *timeout;
+    sockets().selectCount = count;
+    // Not with FD_ISSET, which knows no descriptor past FD_SETSIZE.
+    const auto* const words = reinterpret_cast<const fd_mask*>(writable);
     for (int descriptor = 0; descriptor < count; ++descriptor) {
-      if (FD_ISSET(descriptor, writable)) {
+      const auto bit = static_cast<unsigned>(descriptor % NFDBITS);
+      if ((static_cast<unsigned long>(words[descriptor / NFDBITS]) >> bit & 1U) != 0) {
         sockets().watched.push_back(descriptor);
       }
     }

@@ -35,6 +35,7 @@ struct ScriptedSockets {
   std::vector<std::string> pauses;  // "connect" and "usleep(N)", in order
   timeval selectTimeout{};
   int selectCalls = 0;
+  int selectCount = 0;       // its first argument
   std::vector<int> watched;  // the descriptors that select is to find writable
   int sendFlags = 0;
   int lastSocket = -1;

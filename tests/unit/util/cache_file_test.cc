@@ -52,12 +52,19 @@ TEST_F(CacheFile, ReadsFilesThatDoNotTellTheirSize) {
   EXPECT_EQ(readFileToString("/proc/self/cmdline"), contentOf("/proc/self/cmdline"));
 }
 
+TEST_F(CacheFile, ProgramsDoNotInheritTheFileThatItReads) {
+  const std::string file = makeFile("file", "content");
+  files().wasInherited = false;
+  EXPECT_EQ(readFileToString(file), "content");
+  EXPECT_FALSE(files().wasInherited);
+}
+
 // Another process may write to the file meanwhile.
 TEST_F(CacheFile, ReadsAllOfAFileThatHasAnotherSizeThanItTells) {
   for (const std::string& content :
        {std::string("x"), std::string("12345"), std::string(9000, 'y')}) {
     const std::string file = makeFile("file", content);
-    for (const off_t size : {1, 3, 4, 5, 6, 100, 8999, 9000, 9001, 20000}) {
+    for (const off_t size : {1, 3, 4, 5, 6, 100, 4096, 8999, 9000, 9001, 20000}) {
       files().reportedSize = size;
       EXPECT_TRUE(readFileToString(file) == content) << size;
       files().reportedSize.reset();
@@ -65,18 +72,20 @@ TEST_F(CacheFile, ReadsAllOfAFileThatHasAnotherSizeThanItTells) {
   }
 }
 
-// The kernel gives such a file in pieces. That of a process that waits does not change meanwhile.
+// The kernel gives such a file in pieces. That of a stopped process does not change meanwhile.
 TEST_F(CacheFile, ReadsALargeFileThatDoesNotTellItsSize) {
-  const pid_t waiting = fork();
-  if (waiting == 0) {
-    pause();
+  const pid_t stopped = fork();
+  if (stopped == 0) {
+    raise(SIGSTOP);
+    _exit(0);
   }
-  const std::string file = "/proc/" + std::to_string(waiting) + "/maps";
+  waitpid(stopped, nullptr, WUNTRACED);
+  const std::string file = "/proc/" + std::to_string(stopped) + "/maps";
   const std::string content = contentOf(file);
   EXPECT_GT(content.size(), 4096U);
   EXPECT_TRUE(readFileToString(file) == content);
-  kill(waiting, SIGKILL);
-  waitpid(waiting, nullptr, 0);
+  kill(stopped, SIGKILL);
+  waitpid(stopped, nullptr, 0);
 }
 
 TEST_F(CacheFile, ReadsNothingFromWhatCannotBeRead) {
@@ -88,6 +97,12 @@ TEST_F(CacheFile, ReadsNothingFromWhatCannotBeRead) {
   EXPECT_EQ(readFileToString(at("pipe")), "");
   EXPECT_EQ(readFileToString("/proc/self/mem"), "");  // can be opened, but not read
   EXPECT_TRUE(platform().log.empty());
+}
+
+TEST_F(CacheFile, WaitsForNoReaderOfAPipeInItsPlace) {
+  ASSERT_EQ(mkfifo(at("temp_L.txt").c_str(), 0600), 0);
+  save(std::string(1 << 20, 'x'));  // more than a pipe holds
+  EXPECT_TRUE(isThere(at("L.txt")));
 }
 
 TEST_F(CacheFile, WritesTheContentAndNothingElse) {

@@ -12,9 +12,11 @@
 #include "tests/support/controlling_terminal.h"
 #include "tests/support/skip.h"
 #include "tests/support/tree_test.h"
+#include "tests/unit/util/scripted_files.h"
 #include "util/zq_utils/file_copy.h"
 
 using quillon::test::controllingTerminalAfter;
+using quillon::test::files;
 using quillon::test::platform;
 using quillon::test::TreeTest;
 
@@ -31,6 +33,13 @@ TEST_F(Files, ASuccessfulCopyClearsAnEarlierError) {
   boost::system::error_code error(EIO, boost::system::system_category());
   copyRegularFile(makeFile("file"), at("copy"), {}, error);
   EXPECT_FALSE(error);
+}
+
+TEST_F(Files, ProgramsDoNotInheritTheFilesOfACopy) {
+  makeFile("file", "content");
+  files().wasInherited = false;
+  EXPECT_TRUE(copyFile(at("file"), at("copy")));
+  EXPECT_FALSE(files().wasInherited);
 }
 
 TEST_F(Files, RemovesTrees) {
@@ -288,7 +297,7 @@ TEST_F(Files, CopiesNoFifoAndDoesNotWaitForIt) {
                                                   " due to error [Operation not supported]"});
 }
 
-TEST_F(Files, ATerminalToCopyDoesNotBecomeTheLaunchers) {
+TEST_F(Files, ATerminalToCopyDoesNotBecomeTheControllingTerminal) {
   EXPECT_EQ(controllingTerminalAfter([&](const auto& path) { copyFile(path, at("copy")); }),
             "none");
   EXPECT_EQ(controllingTerminalAfter([&](const auto& path) { copyFile(makeFile("file"), path); }),

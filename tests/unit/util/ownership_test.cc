@@ -86,7 +86,7 @@ TEST_F(Ownership, NeedsADestinationThatOpens) {
   EXPECT_EQ(platform().log[1].function(), "setDirOwnershipAndPermissions");
 }
 
-TEST_F(Ownership, ATerminalDoesNotBecomeTheLaunchers) {
+TEST_F(Ownership, ATerminalDoesNotBecomeTheControllingTerminal) {
   const std::string source = makeFile("source");
   EXPECT_EQ(controllingTerminalAfter(
                 [&](const auto& path) { copyOwnershipAndPermissions(source, path); }),

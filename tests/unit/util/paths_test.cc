@@ -82,6 +82,7 @@ TEST(Paths, ComparisonIgnoresCaseWithinBounds) {
   EXPECT_FALSE(iCompare("abc", 0, "ab", 0, 3));
   EXPECT_FALSE(iCompare("ab", 0, "ab", 1, 2));
   EXPECT_FALSE(iCompare("ab", 0, "a", 2, 0));
+  EXPECT_FALSE(iCompare("ab", 1, std::string("b\0", 2), 0, 2));
 }
 
 class PathsOnDisk : public TreeTest {};
@@ -140,7 +141,7 @@ TEST(SelfPath, NamesTheRunningProgram) {
   EXPECT_EQ(readSelfPath(), std::filesystem::read_symlink("/proc/self/exe").string());
 }
 
-TEST(SelfPath, MayBeTheLongestThatThereIs) {
+TEST(SelfPath, MayHaveTheGreatestLength) {
   const std::string longest = "/" + std::string(PATH_MAX - 2, 'n');  // and a NUL: PATH_MAX bytes
   files().program = longest;
   EXPECT_EQ(readSelfPath(), longest);

@@ -1,5 +1,6 @@
 #include "tests/unit/util/scripted_files.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,6 +50,7 @@ int lstat(const char* path, struct stat* status) noexcept {
 }
 
 int fstat(int descriptor, struct stat* status) noexcept {
+  files().wasInherited |= (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0;
   const int result = next<decltype(&fstat)>("fstat")(descriptor, status);
   if (result == 0 && files().reportedSize) {
     status->st_size = *files().reportedSize;
@@ -56,6 +58,7 @@ int fstat(int descriptor, struct stat* status) noexcept {
   return result;
 }
 
+#if __SIZEOF_POINTER__ == 8
 // What libboost_filesystem calls.
 int lstat64(const char* path, struct stat64* status) noexcept {
   const int result = next<decltype(&lstat64)>("lstat64")(path, status);
@@ -64,6 +67,7 @@ int lstat64(const char* path, struct stat64* status) noexcept {
   }
   return result;
 }
+#endif
 
 ssize_t readlink(const char* path, char* target, size_t size) noexcept {
   if (!files().program.empty() && std::string_view(path) == "/proc/self/exe") {

@@ -173,7 +173,7 @@ TEST_P(CaptureFailure, ReadersThatRunGoOnReading) {
 
 TEST(LogManager, ReturnsMinusOneIfAnyStepFails) {
   for (const char* const step :
-       {"setvbuf stdout line 0", "setvbuf stderr none 0", "pipe 1", "pipe 2", "dup2 1"}) {
+       {"setvbuf stdout line 0", "setvbuf stderr none 0", "pipe 1", "pipe 2", "dup2 1", "dup2 2"}) {
     const Captured captured = inCaptureProcess([step](Notes& notes) {
       calls().active = true;
       calls().failing = step;

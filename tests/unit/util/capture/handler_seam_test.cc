@@ -25,6 +25,7 @@
 #include "util/log/crash_keywords.h"
 #include "util/log/log.h"
 #include "util/log/message_end.h"
+#include "util/log/read_chunk.h"
 #include "util/log/reader_progress.h"
 #include "util/log/stream_capture.h"
 
@@ -74,7 +75,7 @@ bool makeFullPipe() {
   return true;
 }
 
-TEST(MessageEnd, DoesNotBlockNorIsItInherited) {
+TEST(MessageEnd, DoesNotBlockAndIsNotInherited) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     notes["pipe"] = std::to_string(pipe(pStdErr));
     openMessageEnd(pStdErr[1]);
@@ -119,7 +120,7 @@ TEST(WaitForReader, EndsAtOnceWithoutAPipe) {
 }
 
 // A reader that has ended while it was about to read leaves nothing for the next one.
-TEST(WaitForReader, OfAnotherReaderIsNotForTheFirst) {
+TEST(WaitForReader, DoesNotWaitForAReaderThatHasEnded) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     notes["pipe"] = std::to_string(pipe(pStdErr));
     stderrProgress.starting();
@@ -246,6 +247,26 @@ TEST(WaitForReader, EndsWhenTheEarlierOutputIsProcessedAlthoughMoreArrives) {
   EXPECT_EQ(captured.ending, "");
 }
 
+// What was in the pipe, and the chunk that the reader had in its hands then.
+TEST(WaitForReader, EndsWithTheLastByteOfTheEarlierOutput) {
+  const Captured captured = inCaptureProcess([](Notes&) {
+    makePipeWithSomethingIn();
+    stderrProgress.starting();
+    std::atomic<bool> isWaiting{false};
+    std::thread reader([&, unread = unreadBytes(pStdErr[0])] {
+      stderrProgress.running();
+      while (!isWaiting || isReadyToRun(getpid())) {
+        std::this_thread::yield();
+      }
+      stderrProgress.done(static_cast<std::size_t>(unread) + kMaxChunk);
+    });
+    isWaiting = true;
+    waitForStderrReader(kForEver);
+    reader.join();
+  });
+  EXPECT_EQ(captured.ending, "");
+}
+
 TEST(WaitForReader, FlagsTellOfEverythingWrittenBefore) {
   for (int i = 0; i < 30; ++i) {
     const Captured captured = inCaptureProcess([](Notes& notes) {
@@ -292,6 +313,34 @@ TEST(WaitForReader, AnAbortWaitsForAReaderThatHasNotBegun) {
   EXPECT_EQ(captured.ending, "");  // status 0: no dump
 }
 
+// A look at a reader that works may find it asleep, for example in the log.
+TEST(WaitForReader, AnAbortWaitsForAReaderThatSleepsNowAndThen) {
+  const Captured captured = inCaptureProcess([](Notes&) {
+    constexpr std::chrono::milliseconds kTurn(4);
+    constexpr int kTurns = 75;
+    makePipeWithSomethingIn();
+    registerSignalHandler();
+    stderrProgress.starting();
+    std::thread reader([=] {
+      stderrProgress.running();
+      stderrProgress.taking();
+      for (int turn = 0; turn < kTurns; ++turn) {
+        const auto end = std::chrono::steady_clock::now() + kTurn;
+        while (std::chrono::steady_clock::now() < end) {
+        }
+        std::this_thread::sleep_for(kTurn);
+      }
+      scanForCrashKeywords("Unhandled exception in App.dll");
+      std::array<char, 100> buffer{};
+      while (read(pStdErr[0], buffer.data(), buffer.size()) > 0) {
+        stderrProgress.done(1);
+      }
+    });
+    std::abort();
+  });
+  EXPECT_EQ(captured.ending, "");  // status 0: no dump
+}
+
 TEST(WaitForReader, EndsAlthoughTheReaderNeverBegins) {
   const Captured captured = inCaptureProcess([](Notes&) {
     makePipeWithSomethingIn();
@@ -302,7 +351,7 @@ TEST(WaitForReader, EndsAlthoughTheReaderNeverBegins) {
   EXPECT_EQ(captured.ending, "");
 }
 
-// SIGTERM has ended the process with its message, and waits for the reader.
+// The handler of SIGTERM has sent its message, and waits for the reader.
 TEST(WaitForReader, AnAbortOfAnotherThreadMeanwhileIsQuiet) {
   const Captured captured = inCaptureProcess([](Notes&) {
     makePipeWithSomethingIn();
@@ -323,18 +372,18 @@ TEST(WaitForReader, AnAbortOfAnotherThreadMeanwhileIsQuiet) {
 
 // The reader calls time() for the first text, here the message, before it logs it.
 TEST(WaitForReader, AnAbortWaitsForItsOwnMessage) {
-  auto& isLogged = makeSharedMemory<std::atomic<bool>>();
+  auto& isRead = makeSharedMemory<std::atomic<bool>>();
   const Captured captured = inCaptureProcess([&](Notes&) {
     registerSignalHandler();
     tvRunLoggingThread();
     calls().onTime = [&] {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      isLogged = true;
+      isRead = true;
     };
     std::abort();
   });
   EXPECT_EQ(captured.ending, "signal " + std::to_string(SIGABRT));
-  EXPECT_TRUE(isLogged);
+  EXPECT_TRUE(isRead);
 }
 
 // Nobody reads the message, so the handler waits until the other thread says that the reader has
@@ -347,7 +396,9 @@ TEST(WaitForReader, AnAbortRestoresThePreviousActionBeforeItWaitsAndAfterwards) 
     }
     registerSignalHandler();
     stderrProgress.starting();
+    std::atomic<bool> isRunning{false};
     std::thread other([&] {
+      isRunning = true;
       struct sigaction action = {};
       do {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -358,6 +409,9 @@ TEST(WaitForReader, AnAbortRestoresThePreviousActionBeforeItWaitsAndAfterwards) 
       stderrProgress.ended();
     });
     other.detach();
+    while (!isRunning) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     raise(SIGABRT);
   });
   EXPECT_TRUE(isRestored);
@@ -470,8 +524,8 @@ TEST(MessageEnd, TakesNoNumberOfAStandardStream) {
   EXPECT_EQ(captured.notes, (Notes{{"moved", "yes"}, {"pipe", "0"}}));
 }
 
-// Between the look whether the pipe has room and the write, another thread may fill it. Sends a
-// message that finds this twice.
+// Another thread may fill the pipe between poll(2) and write(2). Sends a message to which this
+// happens twice.
 Captured messageAfterLostRaces(bool hasReader) {
   return inCaptureProcess([hasReader](Notes& notes) {
     if (pipe(pStdErr) != 0) {

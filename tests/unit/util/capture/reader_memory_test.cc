@@ -1,4 +1,4 @@
-// Readers of captured streams that get no memory for their trace span.
+// Readers of captured streams that get no memory for a trace span or for the error file.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -16,9 +16,12 @@ std::atomic<bool> failsOnce{false};  // the next allocation of every other threa
 std::atomic<pid_t> thread{0};        // if not 0, of this one only
 
 bool fails() {
+  if (!failsOnce) {
+    return false;
+  }
   static thread_local bool hasFailed = false;
   const bool concerns = thread == 0 ? gettid() != getpid() : gettid() == thread;
-  const bool now = failsOnce && concerns && !hasFailed;
+  const bool now = concerns && !hasFailed;
   hasFailed = hasFailed || now;
   return now;
 }

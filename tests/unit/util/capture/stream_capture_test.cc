@@ -24,6 +24,7 @@
 #include "util/log/message_end.h"
 #include "util/log/private_descriptor.h"
 #include "util/log/read_chunk.h"
+#include "util/log/reader_progress.h"
 #include "util/zq_utils/descriptor.h"
 
 namespace quillon::test {
@@ -44,6 +45,11 @@ constexpr int kAMinute = 60'000;
 void putChunk(const std::string& text) {
   put(STDERR_FILENO, text);
   waitForStderrReader(kAMinute);
+}
+
+// Uses an error file whose name no other test has.
+void useOwnErrorFile() {
+  errorLogFile = "/tmp/quillon-error-file-test." + std::to_string(getpid());
 }
 
 // Runs `body` while a capture is active.
@@ -252,11 +258,12 @@ TEST(StreamCapture, TheReaderOfErrorsClosesTheMessageEndToo) {
     while (threadNames().size() > 2) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    waitForStderrReader(kAMinute);
+    notes["reader"] = stderrProgress.runsConcurrently() ? "runs" : "has ended";
     notes["ends"] = std::to_string(pStdErr[0]) + ", " + std::to_string(pStdErr[1]);
     notes["message end"] = std::to_string(messageEnd);
   });
-  EXPECT_EQ(captured.notes, (Notes{{"ends", "-1, -1"}, {"message end", "-1"}}));
+  EXPECT_EQ(captured.notes,
+            (Notes{{"ends", "-1, -1"}, {"message end", "-1"}, {"reader", "has ended"}}));
 }
 
 TEST(StreamCapture, LogsOutputAtDebugLevelAndErrorsAtErrorLevel) {
@@ -397,7 +404,7 @@ TEST(ErrorFile, ExistsOnlyIfSomethingWasWrittenToStandardError) {
 
 TEST(ErrorFile, HasThePermissionsThatTheUmaskAllows) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
-    errorLogFile = "/tmp/quillon-error-file-test." + std::to_string(getpid());
+    useOwnErrorFile();
     umask(0);
     tvRunLoggingThread();
     putChunk("text");
@@ -412,7 +419,7 @@ TEST(ErrorFile, HasThePermissionsThatTheUmaskAllows) {
 
 TEST(ErrorFile, IsAppendedTo) {
   const Captured captured = capture([] {
-    errorLogFile = "/tmp/quillon-error-file-test." + std::to_string(getpid());
+    useOwnErrorFile();
     const int file = open(errorLogFile.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     put(file, "earlier\n");
     close(file);
@@ -467,7 +474,7 @@ TEST(ErrorFile, APipeInItsPlaceHoldsNothingUp) {
 TEST(ErrorFile, MayHaveTheNumberZero) {
   const Captured captured = inCaptureProcess([](Notes& notes) {
     const WithoutStandardInput without;
-    errorLogFile = "/tmp/quillon-error-file-test." + std::to_string(getpid());
+    useOwnErrorFile();
     const int reader = [] {
       mkfifo(errorLogFile.c_str(), 0600);
       const Descriptor low(open(errorLogFile.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
