@@ -61,6 +61,17 @@ TEST_F(SecurityZone, AnAttachedProcessGoesOnWithTheLibraryClosed) {
   expectNothingLeft(run);
 }
 
+TEST_F(SecurityZone, TracesTheAttachment) {
+  const ZoneRun run = this->run([] {
+    platform().trace.clear();
+    AttachZone("appzone");
+    exit(platform().trace.front().find(" void AttachZone(const std::string&)") != std::string::npos
+             ? 1
+             : 2);
+  });
+  EXPECT_EQ(run.status, 1);
+}
+
 TEST_F(SecurityZone, OnlyANegativeResultIsAFailure) {
   placeLibrary("NOTHING");
   const ZoneRun run = this->run(enterSecureZone, "attach-zero");
