@@ -6,6 +6,7 @@
 
 #include "tests/unit/util/capture/capture_process.h"
 #include "tests/unit/util/capture/scripted_calls.h"
+#include "util/log/reader_progress.h"
 #include "util/log/stream_capture.h"
 
 namespace quillon::test {
@@ -171,6 +172,16 @@ TEST_P(CaptureFailure, ReadersThatRunGoOnReading) {
   EXPECT_EQ(captured.errors().size(), hasStderr ? 1U : 0U);
 }
 
+TEST(ReaderProgress, AReaderThatCannotStartHasEnded) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
+    calls().active = true;
+    calls().failing = "pthread_create 2";
+    notes["result"] = std::to_string(tvRunLoggingThread());
+    notes["reader"] = stderrProgress.runsConcurrently() ? "runs" : "has ended";
+  });
+  EXPECT_EQ(captured.notes, (Notes{{"reader", "has ended"}, {"result", "-1"}}));
+}
+
 TEST(LogManager, ReturnsMinusOneIfAnyStepFails) {
   for (const char* const step :
        {"setvbuf stdout line 0", "setvbuf stderr none 0", "pipe 1", "pipe 2", "dup2 1", "dup2 2"}) {
@@ -195,6 +206,18 @@ TEST(Redirection, TakesAPipeWithTheNumberZero) {
     notes["zero"] = std::to_string(tvRedirectFD());
   });
   EXPECT_EQ(captured.notes, (Notes{{"zero", "0"}}));
+}
+
+TEST(Redirection, ReturnsMinusOneIfAStreamStays) {
+  for (const char* const step : {"dup2 1", "dup2 2"}) {
+    const Captured captured = inCaptureProcess([step](Notes& notes) {
+      notes["pipes"] = std::to_string(pipe(pStdOut) + pipe(pStdErr));
+      calls().active = true;
+      calls().failing = step;
+      notes["result"] = std::to_string(tvRedirectFD());
+    });
+    EXPECT_EQ(captured.notes, (Notes{{"pipes", "0"}, {"result", "-1"}})) << step;
+  }
 }
 
 TEST(Redirection, NeedsBothPipes) {

@@ -249,22 +249,27 @@ TEST(WaitForReader, EndsWhenTheEarlierOutputIsProcessedAlthoughMoreArrives) {
 
 // What was in the pipe, and the chunk that the reader had in its hands then.
 TEST(WaitForReader, EndsWithTheLastByteOfTheEarlierOutput) {
-  const Captured captured = inCaptureProcess([](Notes&) {
+  const Captured captured = inCaptureProcess([](Notes& notes) {
     makePipeWithSomethingIn();
     stderrProgress.starting();
     std::atomic<bool> isWaiting{false};
+    std::atomic<bool> isLast{false};
     std::thread reader([&, unread = unreadBytes(pStdErr[0])] {
       stderrProgress.running();
       while (!isWaiting || isReadyToRun(getpid())) {
         std::this_thread::yield();
       }
-      stderrProgress.done(static_cast<std::size_t>(unread) + kMaxChunk);
+      stderrProgress.done(static_cast<std::size_t>(unread) + kMaxChunk - 1);
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      isLast = true;
+      stderrProgress.done(1);
     });
     isWaiting = true;
     waitForStderrReader(kForEver);
+    notes["end"] = isLast ? "last byte" : "too early";
     reader.join();
   });
-  EXPECT_EQ(captured.ending, "");
+  EXPECT_EQ(captured.notes, (Notes{{"end", "last byte"}}));
 }
 
 TEST(WaitForReader, FlagsTellOfEverythingWrittenBefore) {
