@@ -36,13 +36,15 @@ constexpr int kThreads = 200;
 // Handles the signal like the platform's crash tooling, but only records the thread instead of
 // unwinding its stack.
 std::array<std::atomic<pid_t>, 4 * kThreads> asked;
-std::atomic<unsigned> askedCount{0};
+std::atomic<unsigned> nextPlace{0};   // in `asked`
+std::atomic<unsigned> askedCount{0};  // the places that are filled
 
 void noteThread(int) {
-  const unsigned place = askedCount++;
+  const unsigned place = nextPlace++;
   if (place < asked.size()) {
     asked[place] = gettid();
   }
+  ++askedCount;
 }
 
 std::multiset<pid_t> askedThreads() { return {asked.begin(), asked.begin() + askedCount}; }
@@ -91,6 +93,7 @@ class Backtrace : public PlatformTest {
  protected:
   void SetUp() override {
     PlatformTest::SetUp();
+    nextPlace = 0;
     askedCount = 0;
     ::signal(kBacktraceSignal, noteThread);
   }
