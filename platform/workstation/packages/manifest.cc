@@ -108,8 +108,8 @@ Application application(ManifestReader& reader, const toml::table& table, const 
   reader.checkKeys(table, kName, {"id", "exec", "type", "component", "metadata"});
   Application result;
   result.id = reader.text(table, kName, "id", wrongWithId, kIdRemedy);
-  const fs::path exec = reader.text(table, kName, "exec", wrongWithExec, kExecRemedy);
-  result.exec = (fs::path(root) / exec).lexically_normal().string();
+  const auto wrongHere = [&](const std::string& exec) { return wrongWithExec(exec, root); };
+  result.exec = execPath(reader.text(table, kName, "exec", wrongHere, kExecRemedy), root);
   result.type = reader
                     .optionalText(table, kName, "type", wrongWithType,
                                   "write inhouse, inhouseapitest, dotnet or normal")

@@ -98,17 +98,20 @@ std::string wrongWithRoot(const std::string& root) {
   return root.find("/.quillon-") == root.npos ? "" : "contains a name that begins with '.quillon-'";
 }
 
-std::string wrongWithExec(const std::string& exec) {
+std::string wrongWithExec(const std::string& exec, const std::string& root) {
   if (std::string wrong = wrongWithText(exec); !wrong.empty()) {
     return wrong;
-  }
-  if (!std::filesystem::path(exec).has_filename()) {
-    return "names a folder";
   }
   if (leavesItsFolder(exec)) {
     return "contains '..'";
   }
-  return {};
+  const std::string path = execPath(exec, root);
+  const bool isFolder = path.ends_with('/') || (root + '/').starts_with(path + '/');
+  return isFolder ? "names a folder" : "";
+}
+
+std::string execPath(const std::string& exec, const std::string& root) {
+  return (std::filesystem::path(root) / exec).lexically_normal().string();
 }
 
 }  // namespace quillon::workstation

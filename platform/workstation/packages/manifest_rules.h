@@ -18,7 +18,11 @@ std::string wrongWithType(std::string_view type);
 // A package's root path on the device.
 std::string wrongWithRoot(const std::string& root);
 
-// An executable: an absolute path, or a path relative to the root without "..".
-std::string wrongWithExec(const std::string& exec);
+// An executable: an absolute path, or a path relative to the root, without "..". It may not be the
+// root or a folder above it.
+std::string wrongWithExec(const std::string& exec, const std::string& root);
+
+// The absolute path of an executable.
+std::string execPath(const std::string& exec, const std::string& root);
 
 }  // namespace quillon::workstation

@@ -207,8 +207,10 @@ TEST_F(ManifestTest, ReportsThePositionOfAMistakeInAnApplication) {
   EXPECT_EQ(wrong("id='a'"), "4:1: key 'application.exec' is missing" + execRemedy);
   EXPECT_EQ(wrong("id='a'\nexec='../x.dll'"),
             "6:6: key 'application.exec' contains '..'" + execRemedy);
-  EXPECT_EQ(wrong("id='a'\nexec='bin/'"),
-            "6:6: key 'application.exec' names a folder" + execRemedy);
+  for (const std::string exec : {"bin/", "bin/.", ".", "/", "/opt/usr/apps/p", "/opt/usr/./apps"}) {
+    EXPECT_EQ(wrong("id='a'\nexec='" + exec + "'"),
+              "6:6: key 'application.exec' names a folder" + execRemedy);
+  }
   EXPECT_EQ(
       wrong("id='a'\nexec='x'\ntype=''"),
       "7:6: key 'application.type' is empty; write inhouse, inhouseapitest, dotnet or normal");
