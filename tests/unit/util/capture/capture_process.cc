@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -183,6 +184,7 @@ Captured inCaptureProcess(const std::function<void(Notes&)>& body) {
   if (pipe2(results.data(), O_CLOEXEC) != 0) {
     return {};
   }
+  std::fflush(nullptr);  // or the child's capture gets what the test program has printed
   const pid_t child = fork();
   if (child == 0) {
     live(fcntl(results[1], F_DUPFD_CLOEXEC, kFirstDescriptor), body);
@@ -220,6 +222,13 @@ std::vector<std::string> threadNames() {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+void awaitEndOf(const std::string& thread) {
+  for (auto names = threadNames(); std::binary_search(names.begin(), names.end(), thread);
+       names = threadNames()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 }  // namespace quillon::test

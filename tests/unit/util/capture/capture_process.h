@@ -44,4 +44,7 @@ std::string fileBehind(int descriptor);
 // Returns the names of the threads of this process, sorted.
 std::vector<std::string> threadNames();
 
+// Waits until no thread of this process has this name.
+void awaitEndOf(const std::string& thread);
+
 }  // namespace quillon::test

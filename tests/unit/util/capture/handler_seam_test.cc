@@ -633,9 +633,7 @@ TEST(HandlerMessage, IsGivenUpAfterTheReadersEndAndHandlersAct) {
       for (const int end : {STDERR_FILENO, int{pStdErr[1]}}) {
         close(end);
       }
-      while (threadNames().size() > 2) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
+      awaitEndOf("Stderr Thread");
       notes["written"] = std::to_string(sendMessageToDlogError("lost"));
       if (signal != 0) {
         raise(signal);

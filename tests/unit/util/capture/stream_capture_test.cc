@@ -24,7 +24,6 @@
 #include "util/log/message_end.h"
 #include "util/log/private_descriptor.h"
 #include "util/log/read_chunk.h"
-#include "util/log/reader_progress.h"
 #include "util/zq_utils/descriptor.h"
 
 namespace quillon::test {
@@ -234,9 +233,7 @@ TEST(StreamCapture, ReadersEndWhenNobodyCanWriteAndCloseTheirPipes) {
     for (const int end : {STDOUT_FILENO, int{pStdOut[1]}}) {
       close(end);
     }
-    while (threadNames().size() > 2) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    awaitEndOf("Stdout Thread");
     notes["closed"] = fileBehind(out);
     notes["ends"] = std::to_string(pStdOut[0]) + ", " + std::to_string(pStdOut[1]);
     notes["left"] = threadNames().front() + ", " + threadNames().back();
@@ -255,9 +252,7 @@ TEST(StreamCapture, TheReaderOfErrorsClosesTheMessageEndToo) {
     const Descriptor nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
     dup2(nothing.get(), pStdErr[0]);
     static_cast<void>(!write(STDERR_FILENO, "x", 1));  // if the reader waits in the pipe already
-    while (threadNames().size() > 2 || stderrProgress.runsConcurrently()) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    awaitEndOf("Stderr Thread");
     notes["ends"] = std::to_string(pStdErr[0]) + ", " + std::to_string(pStdErr[1]);
     notes["message end"] = std::to_string(messageEnd);
   });
