@@ -161,6 +161,8 @@ void Pools::reload() {
     pool = {0, settings_.now(), pool.lastUse};
   }
   lastTaken_ = settings_.now() - settings_.refillDelay;
+  usage_.endExclusions();
+  adjustOwnPools();
 }
 
 void Pools::close() {

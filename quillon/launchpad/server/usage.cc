@@ -60,6 +60,12 @@ void Usage::exclude(const PoolKey& key) {
   }
 }
 
+void Usage::endExclusions() {
+  for (Entry& entry : entries_) {
+    entry.isExcluded = false;
+  }
+}
+
 std::vector<PoolKey> Usage::affordable(uint64_t kib) const {
   std::vector<PoolKey> keys;
   for (const Entry& entry : entries_) {

@@ -28,6 +28,8 @@ class Usage {
   void setMemory(const PoolKey& key, uint64_t kib);
   // No worker can be prepared for the key.
   void exclude(const PoolKey& key);
+  // Perhaps one can be prepared now for those that were excluded.
+  void endExclusions();
 
   // The most used keys, the first one the most, that need at most `kib` of memory with one worker
   // each.

@@ -14,13 +14,13 @@ class LoadedFiles {
   void record(const std::vector<std::string>& files);
 
   // Keeps the records of the files that have been loaded. Returns false if one of them has changed
-  // since record(), or is neither recorded nor trusted.
+  // since record(), or if one is neither recorded nor trusted, and keeps all records then.
   //
   // trusted  files that the worker's own fingerprint includes
   [[nodiscard]] bool keep(const std::vector<std::string>& loaded,
                           const std::vector<std::string>& trusted);
 
-  // Whether no file that was kept has changed since record().
+  // Whether no file whose record is kept has changed since record().
   [[nodiscard]] bool areCurrent() const;
 
  private:

@@ -13,14 +13,16 @@ namespace quillon::launchpad {
 class OwnApplication {
  public:
   // Loads the assembly and compiles Main. In a direct launch the runtime does the same before it
-  // runs any code of the application. Fails if a process cannot be prepared for the application.
+  // runs any code of the application. Fails if a process cannot be prepared for the application,
+  // or not now, because its files change; see isCurrent().
   //
   // target  with the application, its package's folder and the assembly
   [[nodiscard]] Expected<void> prepare(const host::LaunchTarget& target,
                                        const resolution::Additions& additions,
                                        PreparedRuntime& runtime);
 
-  // Whether no file that the runtime has loaded has changed since. True without prepare().
+  // Whether no file that the runtime has loaded has changed since. After a prepare() that failed,
+  // whether no file that it may have needed has. True without prepare().
   [[nodiscard]] bool isCurrent() const { return files_.areCurrent(); }
 
  private:

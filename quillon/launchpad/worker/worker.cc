@@ -159,6 +159,11 @@ Expected<void> Worker::prepareApplication() {
   target_.package.rootPath = key_.application->packageRoot;
   target_.assembly = key_.application->assembly;
   if (const auto prepared = application_.prepare(target_, key_.additions, *runtime_); !prepared) {
+    if (!application_.isCurrent()) {
+      return fail(kServiceFailed, {"the files of '" + target_.application.id +
+                                       "' changed while a process was prepared for it",
+                                   {}});
+    }
     endUnsuitable(prepared.error().what);
   }
   return runtime_->setApplication(target_);

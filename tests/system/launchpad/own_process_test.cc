@@ -1,15 +1,19 @@
 // Processes that know their application before it is requested.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/fanotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <tuple>
 
+#include "quillon/base/descriptor.h"
 #include "tests/system/launchpad/running_launchpad.h"
 
 namespace quillon::test {
@@ -63,11 +67,14 @@ std::string otherVersion(const fs::path& assembly) {
   return bytes.replace(at, utf16("first").size(), utf16("other"));
 }
 
-void replaceFile(const fs::path& file) {
+// At once, so that a process in preparation reads either content whole.
+void replaceBy(const fs::path& file, const std::string& content) {
   const fs::path next = file.string() + ".next";
-  write(next, otherVersion(file));
+  write(next, content);
   fs::rename(next, file);
 }
+
+void replaceFile(const fs::path& file) { replaceBy(file, otherVersion(file)); }
 
 // Keeps the file's inode, size and modification time.
 void overwriteFile(const fs::path& file) {
@@ -121,9 +128,61 @@ TEST_F(OwnProcess, IsNotUsedForAnUpdatedApplication) {
       const CommandResult again = launch({kOrder});
       EXPECT_THAT(takeNotes() + again.out, HasSubstr("other")) << file;
       EXPECT_EQ(servedByOwnProcesses(), before + 1);
-      write(path, first);
+      replaceBy(path, first);
     }
   }
+}
+
+// Lets each process that opens a file wait until it is let on (fanotify(7)).
+class OpenGate {
+ public:
+  explicit OpenGate(const fs::path& file)
+      : events_(fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY | O_CLOEXEC)) {
+    works_ = fanotify_mark(events_.get(), FAN_MARK_ADD, FAN_OPEN_PERM, AT_FDCWD, file.c_str()) == 0;
+  }
+  bool works() const { return works_; }
+
+  // Waits for a process that opens the file, runs `meanwhile`, and lets it on.
+  bool awaitOpen(const std::function<void()>& meanwhile) const {
+    fanotify_event_metadata event{};
+    pollfd readable{events_.get(), POLLIN, 0};
+    if (poll(&readable, 1, 30000) != 1 ||
+        read(events_.get(), &event, sizeof(event)) != ssize_t{sizeof(event)}) {
+      return false;
+    }
+    meanwhile();
+    const Descriptor opened(event.fd);
+    const fanotify_response response{event.fd, FAN_ALLOW};
+    return write(events_.get(), &response, sizeof(response)) == ssize_t{sizeof(response)};
+  }
+
+ private:
+  Descriptor events_;  // those that wait are let on when it is closed
+  bool works_ = false;
+};
+
+TEST_F(OwnProcess, IsPreparedAgainIfTheApplicationIsUpdatedMeanwhile) {
+  start(1);
+  prepareOrder(kOrder);
+  const fs::path library = at(kOrderLibrary);
+  const std::string updated = otherVersion(library);
+  {
+    const OpenGate gate(library);
+    if (!gate.works()) {
+      GTEST_SKIP() << "only root may hold back the opening of a file (CAP_SYS_ADMIN)";
+    }
+    ASSERT_EQ(control("reload").status, 0);
+    ASSERT_TRUE(gate.awaitOpen([&] { replaceBy(library, updated); })) << status() << errors();
+  }
+  ASSERT_TRUE(eventually([&] {
+    return errors().find("changed while a process was prepared for it") != std::string::npos;
+  })) << status()
+      << errors();
+  ASSERT_TRUE(awaitReady()) << status() << errors();
+  takeNotes();
+  const CommandResult result = launch({kOrder});
+  EXPECT_THAT(takeNotes() + result.out, HasSubstr("other"));
+  EXPECT_EQ(servedByOwnProcesses(), 1);
 }
 
 // The update comes after the launch pad has chosen the process.
@@ -179,6 +238,8 @@ TEST_F(OwnProcess, DoesNotExistIfMainNeedsAnAssemblyFromElsewhere) {
   EXPECT_THAT(launch({kOrder}).out, HasSubstr("version: first"));
   EXPECT_EQ(served(), 1);
   EXPECT_EQ(servedByOwnProcesses(), 0);
+  ASSERT_EQ(control("reload").status, 0);
+  ASSERT_TRUE(awaitReady()) << status() << errors();
 }
 
 using OwnMemory = LaunchpadTest;

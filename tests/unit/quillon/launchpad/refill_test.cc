@@ -261,11 +261,16 @@ TEST_F(OwnRefill, PreparesNothingFromFilesThatHaveChanged) {
   EXPECT_EQ(pools_.refill(), kNothingDue);
 }
 
-TEST_F(OwnRefill, PreparesNothingThatAWorkerHasRefused) {
+TEST_F(OwnRefill, PreparesNothingThatAWorkerHasRefusedUntilAReload) {
   pools_.refuse(kOwn);
   EXPECT_EQ(left(), 1U);
   pools_.recordUse(kOwn);
   EXPECT_EQ(pools_.refill(), kNothingDue);
+  pools_.reload();
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  pools_.onReady(newest());
+  EXPECT_EQ(pools_.refill(), kPreparing);
+  EXPECT_EQ(newest().key, kOwn);
 }
 
 TEST_F(OwnRefill, StaysWithinTheMemory) {

@@ -68,6 +68,8 @@ TEST(Usage, LeavesOutTheExcludedAndTheForgotten) {
   usage.forget(keyOf("b"));
   usage.count(keyOf("a"), now);
   EXPECT_THAT(usage.affordable(kPlenty), ElementsAre(keyOf("c")));
+  usage.endExclusions();
+  EXPECT_THAT(usage.affordable(kPlenty), ElementsAre(keyOf("a"), keyOf("c")));
 }
 
 TEST(Usage, IsBounded) {
