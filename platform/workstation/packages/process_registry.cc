@@ -18,6 +18,7 @@
 #include "log/log_failure.h"
 #include "path_failure.h"
 #include "quillon/base/folders.h"
+#include "quillon/base/process.h"
 #include "workstation/packages.h"
 #include "workstation/process_registration.h"
 #include "workstation/zone_state.h"
@@ -76,6 +77,13 @@ Links openLinks() { return Links(opendir(kProcessDirectory)); }
 // The process id in the name of a link or of its temporary replacement; 0 for other names.
 pid_t processOf(const char* name) { return static_cast<pid_t>(std::strtol(name, nullptr, 10)); }
 
+// A zombie has ended too: in a container, the first process may never wait for those that are left
+// to it. Without a pidfd, zombies cannot be told from running processes.
+bool hasEnded(pid_t process) {
+  const Descriptor pidfd = openPidfd(process);
+  return pidfd ? !isRunning(pidfd) : kill(process, 0) != 0 && errno == ESRCH;
+}
+
 std::optional<ProcessRecord> recordAt(int folder, const std::string& link, pid_t pid) {
   std::array<char, PATH_MAX> buffer{};
   const ssize_t length = readlinkat(folder, link.c_str(), buffer.data(), buffer.size());
@@ -116,7 +124,7 @@ std::vector<pid_t> processesOfPackage(const std::string& packageId) {
   std::vector<pid_t> processes;
   while (const dirent* const entry = links ? readdir(links.get()) : nullptr) {
     const pid_t process = processOf(entry->d_name);
-    if (process > 0 && packageOfProcess(process) == packageId) {
+    if (process > 0 && packageOfProcess(process) == packageId && !hasEnded(process)) {
       processes.push_back(process);
     }
   }
@@ -128,7 +136,7 @@ void forgetEndedProcesses() {
   const Links links = openLinks();
   while (const dirent* const entry = links ? readdir(links.get()) : nullptr) {
     const pid_t process = processOf(entry->d_name);
-    if (process > 0 && kill(process, 0) != 0 && errno == ESRCH) {
+    if (process > 0 && hasEnded(process)) {
       unlinkat(dirfd(links.get()), entry->d_name, 0);
     }
   }

@@ -301,19 +301,32 @@ TEST_F(ServicesTest, ARecordDoesNotApplyToALaterProcessWithTheSameId) {
   EXPECT_STREQ(package, "moon");
 }
 
-TEST_F(ServicesTest, RecordsOfEndedProcessesAreRemoved) {
+// Records a child that runs "clock", and waits until it has ended without reaping it.
+pid_t recordEnded() {
   const pid_t child = fork();
   if (child == 0) {
     _exit(workstation::registerProcess(getpid(), "clock") ? 0 : 1);
   }
-  int status = -1;
-  waitpid(child, &status, 0);
-  ASSERT_EQ(status, 0);
-  const auto link = std::filesystem::path(kProcesses) / std::to_string(child);
-  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  siginfo_t info{};
+  EXPECT_EQ(waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(info.si_status, 0);
+  return child;
+}
+
+TEST_F(ServicesTest, RecordsOfEndedProcessesAreRemoved) {
   ASSERT_TRUE(workstation::registerProcess(getppid(), "moon"));
-  workstation::forgetEndedProcesses();
-  EXPECT_FALSE(std::filesystem::is_symlink(link));
+  for (const bool isReaped : {true, false}) {
+    const pid_t child = recordEnded();
+    const auto link = std::filesystem::path(kProcesses) / std::to_string(child);
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    if (isReaped) {
+      waitpid(child, nullptr, 0);
+    }
+    EXPECT_THAT(workstation::processesOfPackage("clock"), ::testing::IsEmpty());
+    workstation::forgetEndedProcesses();
+    EXPECT_FALSE(std::filesystem::is_symlink(link));
+    waitpid(child, nullptr, 0);
+  }
   EXPECT_TRUE(
       std::filesystem::is_symlink(std::filesystem::path(kProcesses) / std::to_string(getppid())));
 }

@@ -104,7 +104,8 @@ std::optional<ProcessRecord> recordOfProcess(int records, pid_t pid);
 // Returns the living processes that run an application of `packageId`, sorted.
 std::vector<pid_t> processesOfPackage(const std::string& packageId);
 
-// Removes the records of processes that have ended. Takes time; call it when nobody waits.
+// Removes the records of processes that have ended, also of zombies. Takes time; call it when
+// nobody waits.
 void forgetEndedProcesses();
 
 }  // namespace quillon::workstation
