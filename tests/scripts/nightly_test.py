@@ -2,6 +2,7 @@
 
 import contextlib
 import io
+import os
 import pathlib
 import sys
 import tempfile
@@ -61,6 +62,11 @@ class Night(unittest.TestCase):
         status, summary = self.run_step("exit 1", ("no-such-program",))
         self.assertEqual(status, 0)
         self.assertIn("- step: not run: this machine lacks no-such-program", summary)
+
+    def test_neither_git_nor_a_clone_is_needed(self):
+        self.assertIn("\nCommit unknown, ", self.run_step("true")[1])  # the folder is no clone
+        with unittest.mock.patch.dict(os.environ, {"PATH": "/no-such-folder"}):
+            self.assertIn("\nCommit unknown, ", self.run_step("true")[1])
 
     def test_a_long_night_falls_short(self):
         self.nightly.LONGEST_NIGHT = 0
