@@ -77,8 +77,8 @@ Links openLinks() { return Links(opendir(kProcessDirectory)); }
 // The process id in the name of a link or of its temporary replacement; 0 for other names.
 pid_t processOf(const char* name) { return static_cast<pid_t>(std::strtol(name, nullptr, 10)); }
 
-// A zombie has ended too: in a container, the first process may never wait for those that are left
-// to it. Without a pidfd, zombies cannot be told from running processes.
+// A zombie has ended too. Containers without an init process keep zombies. If no pidfd can be
+// opened, a zombie counts as running.
 bool hasEnded(pid_t process) {
   const Descriptor pidfd = openPidfd(process);
   return pidfd ? !isRunning(pidfd) : kill(process, 0) != 0 && errno == ESRCH;

@@ -57,7 +57,7 @@ class Pools {
 
   // Counts a launch of the application that a key names. Does nothing if it names none.
   void recordUse(const PoolKey& ownKey);
-  // A worker cannot be prepared for the key, until reload() perhaps.
+  // Prepares no more workers for the key before reload(): one has found that it cannot be prepared.
   void refuse(const PoolKey& key);
   // The machine is short of memory.
   void onMemoryPressure();

@@ -28,7 +28,7 @@ class Usage {
   void setMemory(const PoolKey& key, uint64_t kib);
   // No worker can be prepared for the key.
   void exclude(const PoolKey& key);
-  // Perhaps one can be prepared now for those that were excluded.
+  // Lets all keys that were excluded be tried again.
   void endExclusions();
 
   // The most used keys, the first one the most, that need at most `kib` of memory with one worker

@@ -13,8 +13,8 @@ namespace quillon::launchpad {
 class OwnApplication {
  public:
   // Loads the assembly and compiles Main. In a direct launch the runtime does the same before it
-  // runs any code of the application. Fails if a process cannot be prepared for the application,
-  // or not now, because its files change; see isCurrent().
+  // runs any code of the application. Fails if no process can be prepared for the application,
+  // or if its files change meanwhile; isCurrent() tells which.
   //
   // target  with the application, its package's folder and the assembly
   [[nodiscard]] Expected<void> prepare(const host::LaunchTarget& target,

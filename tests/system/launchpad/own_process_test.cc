@@ -67,7 +67,7 @@ std::string otherVersion(const fs::path& assembly) {
   return bytes.replace(at, utf16("first").size(), utf16("other"));
 }
 
-// At once, so that a process in preparation reads either content whole.
+// By renaming, so that nobody reads a file that is only partly written.
 void replaceBy(const fs::path& file, const std::string& content) {
   const fs::path next = file.string() + ".next";
   write(next, content);
@@ -133,7 +133,7 @@ TEST_F(OwnProcess, IsNotUsedForAnUpdatedApplication) {
   }
 }
 
-// Lets each process that opens a file wait until it is let on (fanotify(7)).
+// Makes each process that opens a file wait until this one allows it (fanotify(7)).
 class OpenGate {
  public:
   explicit OpenGate(const fs::path& file)
@@ -142,7 +142,7 @@ class OpenGate {
   }
   bool works() const { return works_; }
 
-  // Waits for a process that opens the file, runs `meanwhile`, and lets it on.
+  // Waits for a process that opens the file, runs `meanwhile`, and then allows the opening.
   bool awaitOpen(const std::function<void()>& meanwhile) const {
     fanotify_event_metadata event{};
     pollfd readable{events_.get(), POLLIN, 0};
@@ -157,7 +157,7 @@ class OpenGate {
   }
 
  private:
-  Descriptor events_;  // those that wait are let on when it is closed
+  Descriptor events_;  // closing it allows all openings that wait
   bool works_ = false;
 };
 

@@ -225,8 +225,11 @@ std::vector<std::string> threadNames() {
 }
 
 void awaitEndOf(const std::string& thread) {
-  for (auto names = threadNames(); std::binary_search(names.begin(), names.end(), thread);
-       names = threadNames()) {
+  const auto runs = [&] {
+    const auto names = threadNames();
+    return std::binary_search(names.begin(), names.end(), thread);
+  };
+  while (runs()) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }
